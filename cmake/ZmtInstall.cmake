@@ -1,0 +1,34 @@
+# Installation and the package zmt with the targets zmt::nbx, zmt::raster and
+# zmt::core.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(ZMT_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/zmt)
+
+set(installed_targets)
+foreach(target nbx_core zmt_raster zmt_core)
+  if(TARGET ${target})
+    list(APPEND installed_targets ${target})
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
+endforeach()
+
+if(installed_targets)
+  install(TARGETS ${installed_targets} EXPORT zmt-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+  install(EXPORT zmt-targets NAMESPACE zmt:: DESTINATION ${ZMT_PACKAGE_DIR})
+  configure_package_config_file(cmake/zmt-config.cmake.in ${PROJECT_BINARY_DIR}/zmt-config.cmake
+    INSTALL_DESTINATION ${ZMT_PACKAGE_DIR})
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/zmt-config-version.cmake
+    COMPATIBILITY SameMinorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/zmt-config.cmake ${PROJECT_BINARY_DIR}/zmt-config-version.cmake
+    DESTINATION ${ZMT_PACKAGE_DIR})
+endif()
+
+if(TARGET zmt)
+  set_target_properties(zmt PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS zmt RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()

@@ -1,0 +1,77 @@
+# The three libraries. A library without sources is left out.
+
+# Adds the shared library <target> with the alias zmt::<alias>, made of the
+# remaining arguments.
+function(zmt_add_library target alias)
+  if(NOT ARGN)
+    message(STATUS "${target}: no sources, left out")
+    return()
+  endif()
+  add_library(${target} SHARED ${ARGN})
+  add_library(zmt::${alias} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${alias}
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:include>)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:Threads::Threads>)
+endfunction()
+
+# Links <target> with those of the remaining targets that exist.
+function(zmt_link_existing target)
+  foreach(dependency IN LISTS ARGN)
+    if(TARGET ${dependency})
+      target_link_libraries(${target} PUBLIC ${dependency})
+    endif()
+  endforeach()
+endfunction()
+
+# Collects into <result> the sources of the chosen folders of the engine.
+function(zmt_collect_nbx_sources result)
+  set(sources)
+  foreach(folder IN LISTS NBX_FOLDERS)
+    file(GLOB found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/${folder}/*.cpp)
+    list(APPEND sources ${found})
+  endforeach()
+  set(${result} ${sources} PARENT_SCOPE)
+endfunction()
+
+function(zmt_add_nbx)
+  zmt_collect_nbx_sources(sources)
+  zmt_add_library(nbx_core nbx ${sources})
+  if(NOT TARGET nbx_core)
+    return()
+  endif()
+  target_include_directories(nbx_core SYSTEM PRIVATE ${ZMT_STB_INCLUDE_DIR})
+  target_link_libraries(nbx_core PRIVATE
+    $<BUILD_INTERFACE:Eigen3::Eigen>
+    $<BUILD_INTERFACE:PkgConfig::libdeflate>
+    $<BUILD_INTERFACE:ZLIB::ZLIB>
+    $<BUILD_INTERFACE:JPEG::JPEG>
+    $<BUILD_INTERFACE:PNG::PNG>
+    "$<BUILD_INTERFACE:${ZMT_GL_LIBRARIES}>"
+    $<BUILD_INTERFACE:${CMAKE_DL_LIBS}>)
+endfunction()
+
+function(zmt_add_raster)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/raster/*.cpp)
+  zmt_add_library(zmt_raster raster ${sources})
+  if(NOT TARGET zmt_raster)
+    return()
+  endif()
+  zmt_link_existing(zmt_raster nbx_core)
+  target_link_libraries(zmt_raster PRIVATE $<BUILD_INTERFACE:GDAL::GDAL>)
+endfunction()
+
+function(zmt_add_core)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS
+    ${PROJECT_SOURCE_DIR}/src/core/*.cpp
+    ${PROJECT_SOURCE_DIR}/src/util/*.cpp)
+  zmt_add_library(zmt_core core ${sources})
+  if(TARGET zmt_core)
+    zmt_link_existing(zmt_core nbx_core zmt_raster)
+  endif()
+endfunction()
