@@ -31,6 +31,8 @@ add_compile_options(
 
 if(ZMT_SANITIZE)
   add_compile_options(-fsanitize=${ZMT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # The instrumentation hides initialisations from this analysis.
+  add_compile_options(-Wno-maybe-uninitialized)
   add_link_options(-fsanitize=${ZMT_SANITIZE})
 endif()
 

@@ -1,0 +1,252 @@
+// Which file may include which header: the order of the layers and folders, and
+// the one home of every foreign library.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A stretch of the tree, lowest first: a file includes its own stretch and lower ones.
+constexpr std::array<std::string_view, 13> order = {
+    "nbx/object", "nbx/math", "nbx/container", "nbx/data", "nbx/image", "nbx/scene", "nbx/engine",
+    "nbx/gl",     "nbx/io",   "zmt/raster",    "zmt/core", "zmt/util",  "apps",
+};
+
+/// A foreign library: its headers by pattern, and the files that may include them by pattern.
+struct ForeignLibrary {
+    const char * name;
+    const char * headers;
+    const char * homes;
+};
+
+const std::vector<ForeignLibrary> foreignLibraries = {
+    {"OpenGL", "(GL|EGL|KHR|GLES\\d?)/.*", "(src|include)/nbx/gl/.*|(src|include|apps)/.*gl\\.(h|cpp)"},
+    {"GDAL", "(gdal|ogr|cpl_|vrt|gnm).*", "src/raster/gdal/.*"},
+    {"libjpeg", "jpeglib\\.h|jerror\\.h|jmorecfg\\.h|turbojpeg\\.h", "src/nbx/image/.*"},
+    {"libpng", "png(conf)?\\.h", "src/nbx/image/.*"},
+    {"stb", "stb.*", "src/nbx/image/.*"},
+    {"deflate", "libdeflate\\.h|zlib\\.h|zconf\\.h", "src/nbx/data/.*"},
+    {"Eigen", "(unsupported/)?Eigen/.*", "src/nbx/math/.*\\.cpp"},
+    {"Assimp", "assimp/.*", "src/nbx/io/.*"},
+    {"Qt", "Q[A-Za-z]+(/.*)?|q[a-z]+\\.h", "src/core/misc/.*|apps/zmt_viewer/.*"},
+    {"CLI11", "CLI/.*", "apps/.*"},
+    {"nlohmann-json", "nlohmann/.*", "apps/.*"},
+    {"platform",
+     "(sys|linux|arpa|netinet)/.*|(unistd|fcntl|dlfcn|dirent|poll|pthread|sched|semaphore|signal|"
+     "strings|fnmatch|glob|pwd|netdb|link)\\.h",
+     "(src|apps)/.*"},
+    {"intrinsics", "[a-z]*mmintrin\\.h|immintrin\\.h", "src/.*\\.cpp"},
+    {"standard",
+     "[a-z_0-9]+|cxxabi\\.h|(assert|errno|float|limits|math|stddef|stdint|stdio|stdlib|string|time)\\.h",
+     ".*"},
+};
+
+bool matches(const std::string & text, const char * pattern) {
+    return std::regex_match(text, std::regex(pattern));
+}
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+/// The path of a file or header below src/ or include/, in the form of `order`.
+std::string placeOf(const std::string & path) {
+    if (startsWith(path, "include/")) return path.substr(8);
+    if (startsWith(path, "src/nbx/")) return path.substr(4);
+    if (startsWith(path, "src/")) return "zmt/" + path.substr(4);
+    return path;
+}
+
+/// Index in `order`, or -1 for what lies in none of them.
+int rankOf(const std::string & place) {
+    for (std::size_t i = 0; i < order.size(); ++i)
+        if (startsWith(place, std::string(order[i]) + "/")) return static_cast<int>(i);
+    return -1;
+}
+
+/// The complaint about `file`, a path below the root, including our header at `place`.
+std::optional<std::string> judgeOwn(const std::string & file, const std::string & place) {
+    const int user = rankOf(placeOf(file));
+    const int used = rankOf(place);
+    if (user < 0) return "the file lies in no known folder";
+    if (used < 0) return "the header lies in no known folder";
+    if (used > user) return std::string(order[user]) + " may not include " + std::string(order[used]);
+    return std::nullopt;
+}
+
+/// The complaint about `file` including the foreign header `header`.
+std::optional<std::string> judgeForeign(const std::string & file, const std::string & header) {
+    std::optional<std::string> complaint = "no home is known for this foreign header";
+    for (const ForeignLibrary & library : foreignLibraries) {
+        if (!matches(header, library.headers)) continue;
+        if (matches(file, library.homes)) return std::nullopt;
+        complaint = std::string("this is not the home of ") + library.name;
+    }
+    return complaint;
+}
+
+/// The complaint about `file`, a path below `root`, including `header`.
+std::optional<std::string> judge(const fs::path & root, const std::string & file,
+                                 const std::string & header) {
+    if (startsWith(header, "nbx/") || startsWith(header, "zmt/")) return judgeOwn(file, header);
+    const fs::path neighbour = (fs::path(file).parent_path() / header).lexically_normal();
+    if (fs::exists(root / neighbour)) return judgeOwn(file, placeOf(neighbour.generic_string()));
+    return judgeForeign(file, header);
+}
+
+bool isSource(const fs::path & path) {
+    return path.extension() == ".h" || path.extension() == ".cpp" || path.extension() == ".inl";
+}
+
+std::vector<fs::path> sourcesBelow(const fs::path & root) {
+    std::vector<fs::path> found;
+    for (const char * top : {"include", "src", "apps"}) {
+        if (!fs::exists(root / top)) continue;
+        for (const fs::directory_entry & entry : fs::recursive_directory_iterator(root / top))
+            if (entry.is_regular_file() && isSource(entry.path())) found.push_back(entry.path());
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+void checkFile(const fs::path & root, const fs::path & path, std::vector<std::string> & complaints) {
+    static const std::regex include("\\s*#\\s*include\\s*[<\"]([^>\"]+)[>\"].*");
+    const std::string file = path.lexically_relative(root).generic_string();
+    std::ifstream stream(path);
+    std::string line;
+    for (int number = 1; std::getline(stream, line); ++number) {
+        std::smatch match;
+        if (line.find("include") == std::string::npos || !std::regex_match(line, match, include)) continue;
+        if (const auto complaint = judge(root, file, match[1]))
+            complaints.push_back(file + ":" + std::to_string(number) + ": " + match[1].str() + ": " +
+                                 *complaint);
+    }
+}
+
+std::vector<std::string> complaintsAbout(const fs::path & root) {
+    std::vector<std::string> complaints;
+    for (const fs::path & path : sourcesBelow(root))
+        checkFile(root, path, complaints);
+    return complaints;
+}
+
+std::string joined(const std::vector<std::string> & lines) {
+    std::string text;
+    for (const std::string & line : lines)
+        text += line + "\n";
+    return text;
+}
+
+/// A small tree of files that goes with its object.
+class TemporaryTree {
+public:
+    TemporaryTree() : root_(fs::temp_directory_path() / ("zmt-walls-" + std::to_string(getpid()))) {
+        fs::create_directories(root_);
+    }
+    ~TemporaryTree() { fs::remove_all(root_); }
+
+    void write(const std::string & file, const std::string & text) const {
+        fs::create_directories((root_ / file).parent_path());
+        std::ofstream(root_ / file) << text;
+    }
+    const fs::path & root() const { return root_; }
+
+private:
+    fs::path root_;
+};
+
+struct Case {
+    const char * file;
+    const char * header;
+};
+
+} // namespace
+
+TEST(Walls, EveryIncludeOfTheTreeIsAllowed) {
+    const fs::path root = ZMT_SOURCE_ROOT;
+    EXPECT_FALSE(sourcesBelow(root).empty());
+    const std::vector<std::string> complaints = complaintsAbout(root);
+    EXPECT_TRUE(complaints.empty()) << joined(complaints);
+}
+
+TEST(Walls, AllowedIncludesPass) {
+    const std::vector<Case> cases = {
+        {"src/nbx/object/id.cpp", "nbx/object/id.h"},
+        {"src/nbx/io/modelreader.cpp", "nbx/object/id.h"},
+        {"include/nbx/gl/texturegl.h", "GL/glew.h"},
+        {"src/core/terrain/geometry/terrainpaintergl.cpp", "GL/glew.h"},
+        {"include/zmt/core/misc/displaylistgl.h", "GL/gl.h"},
+        {"src/raster/gdal/gdalraster.cpp", "gdal_priv.h"},
+        {"src/raster/gdal/gdalraster.h", "ogr_spatialref.h"},
+        {"src/nbx/image/jpegreader.cpp", "jpeglib.h"},
+        {"src/nbx/data/zlibfilter.cpp", "libdeflate.h"},
+        {"src/nbx/math/matrix.cpp", "Eigen/Dense"},
+        {"src/core/misc/thread.cpp", "pthread.h"},
+        {"src/util/hachures.cpp", "zmt/core/terrain/geometry/griddata.h"},
+        {"apps/zmt/main.cpp", "CLI/CLI.hpp"},
+        {"apps/zmt/main.cpp", "zmt/util/hachures.h"},
+        {"include/zmt/raster/rasterdata.h", "vector"},
+    };
+    for (const Case & c : cases)
+        EXPECT_EQ(judge("/nowhere", c.file, c.header).value_or(""), "") << c.file << " <- " << c.header;
+}
+
+TEST(Walls, WrongIncludesAreFound) {
+    const std::vector<Case> cases = {
+        {"src/nbx/object/id.cpp", "nbx/math/bounds.h"},
+        {"include/nbx/engine/engine.h", "nbx/gl/enginegl.h"},
+        {"src/nbx/scene/shape.cpp", "nbx/engine/engine.h"},
+        {"src/nbx/io/modelreader.cpp", "zmt/raster/rasterdata.h"},
+        {"src/raster/rasterdata.cpp", "zmt/core/misc/thread.h"},
+        {"src/core/misc/thread.cpp", "zmt/util/profiler.h"},
+        {"src/core/misc/thread.cpp", "nbx/unknown/thing.h"},
+        {"src/core/terrain/geometry/terrain.cpp", "GL/gl.h"},
+        {"include/nbx/scene/shape.h", "GL/glew.h"},
+        {"src/nbx/engine/engine.cpp", "EGL/egl.h"},
+        {"src/raster/rasterdata.cpp", "gdal.h"},
+        {"include/zmt/raster/gdal/gdalraster.h", "gdal_priv.h"},
+        {"src/core/misc/codec.cpp", "cpl_string.h"},
+        {"src/core/misc/codec.cpp", "jpeglib.h"},
+        {"src/nbx/data/file.cpp", "png.h"},
+        {"src/nbx/image/pngreader.cpp", "zlib.h"},
+        {"include/nbx/data/zlibfilter.h", "libdeflate.h"},
+        {"src/nbx/math/matrix.h", "Eigen/Dense"},
+        {"src/core/misc/thread.cpp", "Eigen/Core"},
+        {"src/util/inireader.cpp", "nlohmann/json.hpp"},
+        {"src/util/inireader.cpp", "CLI/CLI.hpp"},
+        {"include/zmt/core/misc/thread.h", "pthread.h"},
+        {"src/core/misc/thread.cpp", "boost/thread.hpp"},
+        {"src/core/misc/thread.cpp", "gtest/gtest.h"},
+    };
+    for (const Case & c : cases)
+        EXPECT_TRUE(judge("/nowhere", c.file, c.header).has_value()) << c.file << " <- " << c.header;
+}
+
+TEST(Walls, WrongIncludeInATreeIsReportedWithFileAndLine) {
+    const TemporaryTree tree;
+    tree.write("include/nbx/math/bounds.h", "#include <vector>\n");
+    tree.write("src/nbx/math/bounds.cpp", "#include \"nbx/math/bounds.h\"\n\n  #  include <GL/gl.h>\n");
+    EXPECT_EQ(joined(complaintsAbout(tree.root())),
+              "src/nbx/math/bounds.cpp:3: GL/gl.h: this is not the home of OpenGL\n");
+}
+
+TEST(Walls, NeighbouringHeaderIsJudgedByItsPlace) {
+    const TemporaryTree tree;
+    tree.write("src/core/misc/impl.h", "");
+    tree.write("src/core/misc/a.cpp", "#include \"impl.h\"\n");
+    tree.write("src/nbx/math/a.cpp", "#include \"../../core/misc/impl.h\"\n");
+    EXPECT_EQ(joined(complaintsAbout(tree.root())),
+              "src/nbx/math/a.cpp:1: ../../core/misc/impl.h: nbx/math may not include zmt/core\n");
+}
