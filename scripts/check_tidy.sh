@@ -24,6 +24,11 @@ if [[ $# -gt 0 ]]; then
     done
 fi
 
+if ! grep -qE "\"file\": \"$PWD/(src|apps)/" "$build/compile_commands.json"; then
+    echo "check_tidy: no file of src/ or apps/ is part of the build" >&2
+    exit 1
+fi
+
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 if ! run-clang-tidy -quiet -p "$build" -j "$(nproc)" "${patterns[@]}" >"$log" 2>&1; then
