@@ -32,7 +32,8 @@ fi
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 if ! run-clang-tidy -quiet -p "$build" -j "$(nproc)" "${patterns[@]}" >"$log" 2>&1; then
-    grep -vE '^clang-tidy|warnings? (generated|treated)|^Suppressed|^Use -header-filter|^$' "$log" >&2 || true
+    sed 's/\x1b\[[0-9;]*m//g' "$log" |
+        grep -vE '^clang-tidy|warnings? (generated|treated)|^Suppressed|^Use -header-filter|^$' >&2 || true
     echo "check_tidy: some checks failed" >&2
     exit 1
 fi
