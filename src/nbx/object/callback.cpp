@@ -1,0 +1,7 @@
+#include <nbx/object/callback.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(CallbackBase, SharedObj)
+
+} // namespace NBX

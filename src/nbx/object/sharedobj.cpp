@@ -1,0 +1,198 @@
+#include <nbx/object/sharedobj.h>
+
+#include <mutex>
+
+#include <nbx/object/serializationmanager.h>
+#include <nbx/object/wo.h>
+
+namespace NBX {
+
+namespace {
+
+/// Guards the lists of weak pointers of all objects. Built on first use and never destroyed, since
+/// objects of file scope use it while libraries load and unload.
+std::mutex & weakMutex() {
+    static std::mutex & mutex = *new std::mutex;
+    return mutex;
+}
+
+std::uint64_t nextTransactionNo() {
+    static std::atomic<std::uint64_t> number{0};
+    return ++number;
+}
+
+} // namespace
+
+SharedObj::SharedObj() = default;
+
+SharedObj::SharedObj(const SharedObj & other) : Visitable(other), objectName_(other.objectName_) {}
+
+SharedObj & SharedObj::operator=(const SharedObj & other) {
+    objectName_ = other.objectName_;
+    return *this;
+}
+
+SharedObj::~SharedObj() {
+    if (!everWeak_.load(std::memory_order_acquire)) return;
+    const std::lock_guard lock(weakMutex());
+    clearWeakPointers();
+}
+
+const ClassInfo * SharedObj::ClassInfoNBX() {
+    static const ClassInfo info(typeid(SharedObj), nullptr);
+    return &info;
+}
+
+const ID & SharedObj::ClassNameNBX() {
+    return ClassInfoNBX()->name();
+}
+
+const ClassInfo * SharedObj::classInfoNBX() const {
+    return ClassInfoNBX();
+}
+
+bool SharedObj::isEqual(const SharedObj * other) const {
+    return other && *this == *other;
+}
+
+void SharedObj::modified() {
+    transactionNo_.store(nextTransactionNo(), std::memory_order_relaxed);
+}
+
+std::uint64_t SharedObj::lastTransactionNo() const {
+    return transactionNo_.load(std::memory_order_relaxed);
+}
+
+void SharedObj::setObjectName(const std::wstring & name) {
+    if (name == objectName_) return;
+    objectName_ = name;
+    modified();
+}
+
+void SharedObj::serialize(SerializationManager & m) {
+    m.enterObject();
+    attributeWithDefault(m, "objectName", objectName_, std::wstring());
+}
+
+bool SharedObj::isRegisteredForSerialization() const {
+    return false;
+}
+
+void SharedObj::acceptChildren(std::vector<Visitable *> & children) const {
+    Visitable::acceptChildren(children);
+}
+
+bool SharedObj::acceptedImpl(VisitorBase & v, bool pre, VisitMode & mode) {
+    auto * typed = dynamic_cast<Visitor<SharedObj> *>(&v);
+    if (typed) mode = typed->visit(this, pre);
+    return typed != nullptr;
+}
+
+VisitMode SharedObj::acceptHierarchyRecursionImpl(VisitorBase & v, bool pre) {
+    VisitMode mode;
+    if (SharedObj::acceptedImpl(v, pre, mode)) return mode;
+    return Visitable::acceptHierarchyRecursionImpl(v, pre);
+}
+
+VisitMode SharedObj::accept(VisitorBase & v) {
+    VisitMode before = SharedObj::acceptHierarchyRecursionImpl(v, true);
+    if (before == VM_Continue) before = visitChildren(v);
+    const VisitMode behind = SharedObj::acceptHierarchyRecursionImpl(v, false);
+    return before > behind ? before : behind;
+}
+
+void SharedObj::ref(const void *) const {
+    references_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void SharedObj::unref(const void *) const {
+    // While others hold the object, only the count falls.
+    int count = references_.load(std::memory_order_acquire);
+    while (count > 1)
+        if (references_.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel)) return;
+
+    // This is the last holder, so only an existing weak pointer can bring in another.
+    if (everWeak_.load(std::memory_order_acquire)) {
+        const std::lock_guard lock(weakMutex());
+        if (references_.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
+        clearWeakPointers();
+    }
+    delete this;
+}
+
+void SharedObj::registerWO(WOBase * pointer) const {
+    const std::lock_guard lock(weakMutex());
+    everWeak_.store(true, std::memory_order_release);
+    pointer->object_ = this;
+    pointer->previous_ = nullptr;
+    pointer->next_ = weakPointers_;
+    if (weakPointers_) weakPointers_->previous_ = pointer;
+    weakPointers_ = pointer;
+}
+
+void SharedObj::unregisterWO(WOBase * pointer) const {
+    const std::lock_guard lock(weakMutex());
+    if (pointer->object_ != this) return;
+    (pointer->previous_ ? pointer->previous_->next_ : weakPointers_) = pointer->next_;
+    if (pointer->next_) pointer->next_->previous_ = pointer->previous_;
+    pointer->object_ = nullptr;
+    pointer->previous_ = pointer->next_ = nullptr;
+}
+
+void SharedObj::clearWeakPointers() const {
+    while (WOBase * pointer = weakPointers_) {
+        weakPointers_ = pointer->next_;
+        pointer->object_ = nullptr;
+        pointer->previous_ = pointer->next_ = nullptr;
+    }
+}
+
+// WOBase: its links belong to the list above, so it lives in this file.
+
+WOBase::WOBase(const SharedObj * object) {
+    assign(object);
+}
+
+WOBase::WOBase(const WOBase & other) {
+    const SharedObj * object = other.lockedObject();
+    assign(object);
+    if (object) object->unref(this);
+}
+
+WOBase & WOBase::operator=(const WOBase & other) {
+    if (this == &other) return *this;
+    const SharedObj * object = other.lockedObject();
+    assign(object);
+    if (object) object->unref(this);
+    return *this;
+}
+
+WOBase::~WOBase() {
+    assign(nullptr);
+}
+
+void WOBase::assign(const SharedObj * object) {
+    {
+        const std::lock_guard lock(weakMutex());
+        if (object_) {
+            (previous_ ? previous_->next_ : object_->weakPointers_) = next_;
+            if (next_) next_->previous_ = previous_;
+        }
+        object_ = nullptr;
+        previous_ = next_ = nullptr;
+    }
+    if (object) object->registerWO(this);
+}
+
+const SharedObj * WOBase::lockedObject() const {
+    const std::lock_guard lock(weakMutex());
+    if (object_) object_->ref(this);
+    return object_;
+}
+
+bool WOBase::isNull() const {
+    const std::lock_guard lock(weakMutex());
+    return object_ == nullptr;
+}
+
+} // namespace NBX
