@@ -1,0 +1,60 @@
+#pragma once
+
+#include <nbx/container/array.h>
+#include <nbx/object/so.h>
+#include <nbx/object/wo.h>
+#include <nbx/scene/shape.h>
+
+namespace ZMT::CORE {
+
+class GeometryData;
+
+/// A node of the level-of-detail tree of a terrain: one approximation of one part of the surface, and
+/// children that together cover the same part more exactly. Owns numbers only, coordinates stay in `data()`.
+///
+/// Laws: (1) no vertex of the full data in the patch's area lies farther, vertically, from the patch's
+/// surface than `approximationError()`; (2) a patch at full resolution has error 0.
+///
+/// The tree is owned from the root downwards; a patch only watches its parent.
+class GeometryPatch : public NBX::Shape {
+    NBX_CLASS(GeometryPatch, NBX::Shape)
+public:
+    using Children = NBX::Iterator<NBX::SO<GeometryPatch>>;
+
+    /// `bbox` is in local coordinates; an undefined one is replaced by the origin alone. `approxError` and
+    /// `wall` are in local height units. `children` may be null; their parent becomes this patch.
+    GeometryPatch(const NBX::Bounds & bbox, double approxError, double wall, NBX::SO<Children> children);
+
+    /// In local coordinates.
+    NBX::Bounds boundingBox() const override { return bbox_; }
+
+    virtual NBX::SO<GeometryData> data() const = 0;
+    virtual double approximationError() const { return approxError_; }
+    /// The height down to which skirts and outer walls extend.
+    virtual double wall() const { return wall_; }
+    /// Null at the root, and once the parent has gone.
+    virtual NBX::SO<GeometryPatch> parent() const { return parent_.lock(); }
+    virtual unsigned children() const { return children_.size(); }
+    virtual NBX::SO<GeometryPatch> child(unsigned i) const;
+    /// Lets a patch that loads its children on demand release them.
+    virtual void unloadChildren() {}
+
+    void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
+    void serialize(NBX::SerializationManager & m) override;
+
+protected:
+    /// For reading.
+    GeometryPatch();
+
+    void addChild(NBX::SO<GeometryPatch> child);
+    void setParent(const NBX::WO<GeometryPatch> & parent);
+
+private:
+    NBX::WO<GeometryPatch> parent_;
+    NBX::Bounds bbox_;
+    double approxError_ = 0.0;
+    double wall_ = 0.0;
+    NBX::Array<NBX::SO<GeometryPatch>> children_;
+};
+
+} // namespace ZMT::CORE

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <utility>
+
+#include <nbx/object/so.h>
+#include <nbx/scene/shape.h>
+
+namespace NBX {
+class PolygonSet;
+class Progress;
+} // namespace NBX
+
+namespace ZMT::RASTER {
+template <class T> class SimpleRasterData;
+}
+
+namespace ZMT::CORE {
+
+class GeometryData;
+class GeometryPatch;
+
+/// What an application puts into a scene to show a landscape: the geometry of the whole area, and the root
+/// of a tree of levels of detail over it. Draws nothing itself; the engine finds the painter by its class.
+///
+/// Both parts may be shared by several terrains. `boundingBox()` is in scene coordinates, height queries
+/// take geo coordinates. The flag that tells height queries to look at loaded data alone is heeded by
+/// terrains that stream.
+class Terrain : public NBX::Shape {
+    NBX_STORED_CLASS(Terrain, NBX::Shape)
+public:
+    using Point = NBX::Vector3Base<double>;
+
+    Terrain(GeometryData * data, GeometryPatch * root);
+    ~Terrain() override;
+
+    NBX::Bounds boundingBox() const override;
+
+    virtual NBX::SO<GeometryData> data() const;
+    virtual NBX::SO<GeometryPatch> root() const;
+    /// The shift from local to geo coordinates.
+    virtual Point origin() const;
+    virtual double calculateHeight(const Point & p, bool loadedOnly) const;
+    virtual bool hasUndefinedHeight(const Point & p, bool loadedOnly) const;
+    virtual bool isUndefinedHeightValue(double height) const;
+    virtual std::pair<double, double> getCellSize() const;
+    virtual bool resampleRasterData(RASTER::SimpleRasterData<float> * target) const;
+    virtual NBX::SO<NBX::PolygonSet> extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const;
+
+    void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
+    void serialize(NBX::SerializationManager & m) override;
+
+protected:
+    /// Null data and root, for subclasses and for reading.
+    Terrain();
+
+private:
+    NBX::SO<GeometryData> data_;
+    NBX::SO<GeometryPatch> root_;
+};
+
+} // namespace ZMT::CORE

@@ -1,0 +1,7 @@
+#include <zmt/core/terrain/geometry/geometrydataindexiterator.h>
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(GeometryData_IndexIterator, NBX::Iterator<unsigned>)
+
+} // namespace ZMT::CORE

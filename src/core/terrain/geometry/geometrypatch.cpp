@@ -1,0 +1,61 @@
+#include <zmt/core/terrain/geometry/geometrypatch.h>
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(GeometryPatch, NBX::Shape)
+
+GeometryPatch::GeometryPatch() : NBX::Shape(true), bbox_(NBX::Vector3Base<double>()) {}
+
+GeometryPatch::GeometryPatch(const NBX::Bounds & bbox, double approxError, double wall,
+                             NBX::SO<Children> children)
+    : NBX::Shape(true), bbox_(bbox.isDefined() ? bbox : NBX::Bounds(NBX::Vector3Base<double>())),
+      approxError_(approxError), wall_(wall) {
+    NBX_CHECK(approxError >= 0, L"invalid approximation-error: " << approxError);
+    for (unsigned i = 0; children && i < children->size(); ++i)
+        addChild(children->get(i));
+}
+
+NBX::SO<GeometryPatch> GeometryPatch::child(unsigned i) const {
+    NBX_CHECK(i < children(), L"i out of range");
+    return i < children_.size() ? children_.stl()[i] : nullptr;
+}
+
+void GeometryPatch::addChild(NBX::SO<GeometryPatch> child) {
+    NBX_CHECK(child, L"no child");
+    if (!child) return;
+    children_.append(child);
+    child->setParent(this);
+}
+
+void GeometryPatch::setParent(const NBX::WO<GeometryPatch> & parent) {
+    NBX_CHECK(!parent_, L"parent already set");
+    parent_ = parent;
+}
+
+void GeometryPatch::acceptChildren(std::vector<NBX::Visitable *> & children) const {
+    NBX::Shape::acceptChildren(children);
+    for (const auto & child : children_.stl())
+        children.push_back(child.get());
+}
+
+void GeometryPatch::serialize(NBX::SerializationManager & m) {
+    m.enterObject();
+    NBX::serializeSuperclass<NBX::Shape>(m, this);
+    m.attribute("bbox", bbox_);
+    m.attribute("error", approxError_);
+    m.attribute("wall", wall_);
+
+    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children;
+    if (m.isWriting()) children = new NBX::Array<NBX::SO<GeometryPatch>>(children_.stl());
+    m.attribute("children", children);
+    if (m.isReading()) {
+        children_.clear();
+        for (unsigned i = 0; children && i < children->size(); ++i)
+            if (children->get(i)) addChild(children->get(i));
+    }
+
+    const NBX::Vector3Base<double> & llf = bbox_.getLLF();
+    bbox_ += NBX::Vector3Base<double>(llf.x, wall_, llf.z);
+}
+
+} // namespace ZMT::CORE

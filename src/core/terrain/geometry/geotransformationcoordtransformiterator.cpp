@@ -1,0 +1,33 @@
+#include <zmt/core/terrain/geometry/geotransformationcoordtransformiterator.h>
+
+#include <zmt/core/terrain/geometry/geotransformation.h>
+
+namespace ZMT::CORE {
+
+GeoTransformation_CoordTransformIterator::GeoTransformation_CoordTransformIterator(NBX::SO<Points> master,
+                                                                                   bool geo2nbx)
+    : master_(std::move(master)), geo2nbx_(geo2nbx) {}
+
+unsigned GeoTransformation_CoordTransformIterator::size() const {
+    return master_ ? master_->size() : 0;
+}
+
+NBX::Vector3Base<double> GeoTransformation_CoordTransformIterator::get(unsigned i) const {
+    const NBX::Vector3Base<double> p = master_->get(i);
+    return geo2nbx_ ? GeoTransformation::geo2nbxTf(p) : GeoTransformation::nbx2geoTf(p);
+}
+
+const NBX::SharedObj * GeoTransformation_CoordTransformIterator::container() const {
+    return master_ ? master_->container() : nullptr;
+}
+
+void GeoTransformation_CoordTransformIterator::serialize(NBX::SerializationManager & m) {
+    m.enterObject();
+    NBX::serializeSuperclass<Points>(m, this);
+    m.attribute("master", master_);
+    m.attribute("geo2nbx", geo2nbx_);
+}
+
+NBX_STORED_CLASS_IMPL(GeoTransformation_CoordTransformIterator, Points)
+
+} // namespace ZMT::CORE
