@@ -1,0 +1,21 @@
+#pragma once
+
+#include <nbx/image/image.h>
+
+namespace NBX {
+
+class DataResource;
+
+/// Decodes PNG files to `LS_Luminance`, `LS_LuminanceAlpha`, `LS_RGB` or `LS_RGBA` of 8 or 16 bits. Palettes
+/// become colours, transparent colours become alpha, depths below 8 bits are widened to 8.
+class PNGReader : public SharedObj {
+    NBX_CLASS(PNGReader, SharedObj)
+public:
+    /// The picture; null when the data are no whole PNG file or hold fewer bytes than its size could need.
+    SO<Image> read(const DataResource * data);
+
+    /// True when the data begin like a PNG file.
+    static bool recognizes(const DataResource * data);
+};
+
+} // namespace NBX

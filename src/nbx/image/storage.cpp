@@ -1,0 +1,24 @@
+#include "storage.h"
+
+#include <nbx/object/errorhandler.h>
+
+namespace NBX {
+
+std::size_t checkedImageBytes(int width, int height, LayerSequence sequence, int dataType, int alignment,
+                              MemoryLayout layout, std::size_t limit) {
+    constexpr int largestAlignment = 4096;
+    const bool goodSize = width > 0 && height > 0;
+    const bool goodAlignment =
+        alignment > 0 && alignment <= largestAlignment && !(alignment & (alignment - 1));
+    NBX_CHECK(goodSize, L"invalid image size: " << width << L" x " << height);
+    NBX_CHECK(goodAlignment, L"image alignment is no power of two: " << alignment);
+    NBX_CHECK(layout == ML_Interleaved, L"unknown memory layout: " << static_cast<int>(layout));
+    if (!goodSize || !goodAlignment || layout != ML_Interleaved) return 0;
+
+    const std::size_t pitch = Image::bytesPerLine(width, sequence, dataType, alignment);
+    const bool fits = pitch <= limit / static_cast<std::size_t>(height);
+    if (!fits) NBX_FAILURE(L"image too large: " << width << L" x " << height);
+    return fits ? pitch * static_cast<std::size_t>(height) : 0;
+}
+
+} // namespace NBX
