@@ -1,0 +1,51 @@
+#pragma once
+
+#include <vector>
+
+#include <nbx/object/so.h>
+#include <nbx/scene/lookat.h>
+#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/projection.h>
+
+namespace NBX {
+
+/// The view of a scene: an eye and a projection.
+class Camera : public MonoAttribute {
+    NBX_STORED_CLASS(Camera, MonoAttribute)
+public:
+    enum Scope {
+        S_Local = 0,  ///< holds for what follows in its node
+        S_Global = 1, ///< holds for the whole canvas, wherever it stands in the root nodes
+    };
+    enum SizePolicy {
+        SP_Fill = 0,       ///< the picture follows the aspect of the viewport
+        SP_KeepAspect = 1, ///< the picture is that of a square viewport, stretched
+    };
+
+    Camera();
+    /// A null eye or projection is reported, and a default one stands in.
+    Camera(LookAt * eye, Projection * projection, Scope scope = S_Local, SizePolicy policy = SP_Fill);
+
+    LookAt * getLookAt() const { return eye_.get(); }
+    Projection * getProjection() const { return projection_.get(); }
+    Scope getScope() const { return scope_; }
+    SizePolicy getSizePolicy() const { return policy_; }
+    void setLookAt(LookAt * eye);
+    void setProjection(Projection * projection);
+
+    Matrix4x4Base<double> viewMatrix() const { return eye_->matrix(); }
+    /// For a viewport of `width` by `height` pixels.
+    Matrix4x4Base<double> projectionMatrix(unsigned width, unsigned height) const;
+
+    void acceptChildren(std::vector<Visitable *> & children) const override;
+    /// Attributes "lookAt", "projection", "scope", "sizePolicy".
+    void serialize(SerializationManager & m) override;
+
+private:
+    SO<LookAt> eye_;
+    SO<Projection> projection_;
+    Scope scope_ = S_Local;
+    SizePolicy policy_ = SP_Fill;
+};
+
+} // namespace NBX
