@@ -1,0 +1,21 @@
+#pragma once
+
+#include <nbx/object/sharedobj.h>
+#include <nbx/object/so.h>
+
+namespace NBX {
+
+/// A block of bytes that is shared. The bytes may be read from any thread while nobody writes them.
+class DataResource : public SharedObj {
+    NBX_CLASS(DataResource, SharedObj)
+public:
+    /// Start of the block; null when it is empty. Written to only where `isWritable()`.
+    virtual void * pointer() const = 0;
+    /// The byte `offset` behind the start, `offset <= size()`; null with a report when it lies outside.
+    virtual void * pointer(unsigned offset) const;
+    /// Number of bytes.
+    virtual unsigned size() const = 0;
+    virtual bool isWritable() const = 0;
+};
+
+} // namespace NBX

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include <nbx/object/serializationmanager.h>
+
+namespace NBX {
+
+/// Reads what `ObjectStreamWriter` wrote. The bytes are not trusted: the whole structure is checked before
+/// the first object is made, and memory is taken in proportion to the bytes only.
+///
+/// Within a section, attributes are found by name and type, whatever stands between them; several of one
+/// name come in the order of the stream, each of them once. An object that another one refers to is read
+/// in full before, unless the two refer to each other in a circle. References to objects of unknown classes
+/// are null. An exception thrown by an object's `serialize` is thrown again for those that ask for the
+/// object.
+class ObjectStreamReader : public SerializationManager {
+public:
+    /// True when the bytes begin like a stream of ours.
+    static bool hasMagic(const void * data, std::uint64_t size);
+
+    /// `data` stays the caller's, and must live as long as the reader.
+    ObjectStreamReader(const void * data, std::uint64_t size);
+
+    /// The root object; null when its class is unknown. Throws `IOError` for bytes that are no sound stream,
+    /// and what the root object's `serialize` throws.
+    SO<SharedObj> read();
+
+    /// The classes that were met and are not registered, in order of their first object.
+    const std::vector<std::string> & unknownClasses() const { return unknownClasses_; }
+
+    bool isReading() const override { return true; }
+    bool isWriting() const override { return false; }
+    bool omitsDefaults() const override { return false; }
+    bool beginContainer(const char * typeName, const char * attributeName) override;
+    void endContainer(const char * typeName, const char * attributeName) override;
+    void enterObject() override {}
+    bool rawAttribute(const char * name, void * pointer, std::uint64_t bytes) override;
+
+    using SerializationManager::attribute;
+    bool attribute(const char * name, bool & value) override;
+    bool attribute(const char * name, int & value) override;
+    bool attribute(const char * name, unsigned & value) override;
+    bool attribute(const char * name, unsigned short & value) override;
+    bool attribute(const char * name, std::uint64_t & value) override;
+    bool attribute(const char * name, float & value) override;
+    bool attribute(const char * name, double & value) override;
+    bool attribute(const char * name, std::wstring & value) override;
+    bool attribute(const char * name, Vector3Base<double> & value) override;
+    bool attribute(const char * name, Bounds & value) override;
+    bool attribute(const char * name, Matrix4x4Base<double> & value) override;
+    bool attribute(const char * name, SO<SharedObj> & value) override;
+
+    void separateValues() override {}
+    void superclassReference(const ID &) override {}
+    void beginSuperclass(const char * typeName) override;
+    void endSuperclass(const char * typeName) override;
+
+    /// Bytes of the current section that were not read yet.
+    std::uint64_t bytesLeft() const override;
+
+private:
+    struct Record {
+        std::uint8_t type;
+        std::uint64_t name;
+        const std::uint8_t * payload;
+        std::uint64_t bytes; ///< of the payload
+        const std::uint8_t * end;
+    };
+    /// The records of one name and type of a section that were not read yet.
+    struct Queue {
+        std::vector<const std::uint8_t *> records;
+        std::size_t next = 0;
+    };
+    struct Section {
+        const std::uint8_t * next; ///< up to here the records have been read in their order
+        const std::uint8_t * end;
+        std::uint64_t bytesLeft;
+        bool isIndexed = false;
+        std::unordered_map<std::uint64_t, Queue> index; ///< of the records from `next` on
+    };
+    enum class State { Untouched, Made, Complete, Failed };
+    struct ObjectEntry {
+        std::uint64_t className;
+        const std::uint8_t * begin;
+        const std::uint8_t * end;
+        State state = State::Untouched;
+        SO<SharedObj> object;
+        std::exception_ptr failure;
+    };
+
+    void readTables();
+    void validate(const std::uint8_t * begin, const std::uint8_t * end) const;
+    static Record parse(const std::uint8_t * at, const std::uint8_t * end);
+    static std::vector<std::uint64_t> referencesIn(const std::uint8_t * begin, const std::uint8_t * end);
+
+    void readReferenced(std::uint64_t first);
+    void make(ObjectEntry & entry);
+    void fill(ObjectEntry & entry);
+
+    bool find(std::uint8_t type, const char * name, Record & record);
+    static void index(Section & section);
+    static bool findIndexed(Section & section, std::uint64_t key, Record & record);
+    bool enter(std::uint8_t type, const char * name);
+    void leave();
+    template <class T> bool number(std::uint8_t type, const char * name, T & value);
+
+    const std::uint8_t * data_;
+    std::uint64_t size_;
+    std::vector<std::string_view> names_;
+    std::unordered_map<std::string_view, std::uint64_t> nameNumbers_;
+    std::vector<ObjectEntry> objects_;
+    std::vector<Section> sections_; ///< the open ones, the innermost at the end
+    std::vector<std::string> unknownClasses_;
+    std::unordered_set<std::uint64_t> unknownClassNames_;
+};
+
+} // namespace NBX

@@ -1,0 +1,408 @@
+#include <nbx/data/objectstreamreader.h>
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_set>
+
+#include "objectstreamformat.h"
+
+#include <nbx/math/bounds.h>
+#include <nbx/math/matrix4x4base.h>
+#include <nbx/math/vector3base.h>
+#include <nbx/object/stringutils.h>
+
+namespace NBX {
+
+namespace {
+
+[[noreturn]] void throwUnsound(const wchar_t * detail) {
+    throw IOError(L"the object file is damaged, get it anew", detail);
+}
+
+std::uint64_t left(const std::uint8_t * at, const std::uint8_t * end) {
+    return static_cast<std::uint64_t>(end - at);
+}
+
+std::uint64_t takeVarint(const std::uint8_t *& at, const std::uint8_t * end) {
+    std::uint64_t value = 0;
+    for (unsigned shift = 0; shift < 64; shift += 7) {
+        if (at == end) throwUnsound(L"it ends within a number");
+        const std::uint64_t bits = *at & 0x7F;
+        if (shift == 63 && bits > 1) break;
+        value |= bits << shift;
+        if ((*at++ & 0x80) == 0) return value;
+    }
+    throwUnsound(L"a number is too long");
+}
+
+/// A count of things that take at least one byte each.
+std::uint64_t takeCount(const std::uint8_t *& at, const std::uint8_t * end) {
+    const std::uint64_t count = takeVarint(at, end);
+    if (count > left(at, end)) throwUnsound(L"a count exceeds the file");
+    return count;
+}
+
+template <class T> T numberAt(const std::uint8_t * at) {
+    T value;
+    std::memcpy(&value, at, sizeof value);
+    return value;
+}
+
+Vector3Base<double> vectorAt(const std::uint8_t * at) {
+    return {numberAt<double>(at), numberAt<double>(at + 8), numberAt<double>(at + 16)};
+}
+
+/// Bytes of the payload of a record, whose own size field, where it has one, is taken off the front.
+std::uint64_t takePayloadSize(std::uint8_t type, const std::uint8_t *& at, const std::uint8_t * end) {
+    switch (type) {
+    case RT_Bool:
+        return 1;
+    case RT_UnsignedShort:
+        return 2;
+    case RT_Int:
+    case RT_Unsigned:
+    case RT_Float:
+        return 4;
+    case RT_Unsigned64:
+    case RT_Double:
+        return 8;
+    case RT_Vector:
+        return s_vectorBytes;
+    case RT_Bounds:
+        return s_boundsBytes;
+    case RT_Matrix:
+        return s_matrixBytes;
+    case RT_String:
+    case RT_Raw:
+        return takeVarint(at, end);
+    case RT_Object: {
+        const std::uint8_t * behind = at;
+        takeVarint(behind, end);
+        return left(at, behind);
+    }
+    case RT_Container:
+    case RT_Superclass: {
+        if (left(at, end) < s_sectionSizeBytes) throwUnsound(L"it ends within a section's head");
+        const auto size = numberAt<std::uint64_t>(at);
+        at += s_sectionSizeBytes;
+        return size;
+    }
+    default:
+        throwUnsound(L"a record is of an unknown type");
+    }
+}
+
+bool isSection(std::uint8_t type) {
+    return type == RT_Container || type == RT_Superclass;
+}
+
+std::uint64_t keyOf(std::uint8_t type, std::uint64_t name) {
+    return name << 8 | type;
+}
+
+} // namespace
+
+bool ObjectStreamReader::hasMagic(const void * data, std::uint64_t size) {
+    return data && size >= sizeof s_streamMagic &&
+           std::memcmp(data, s_streamMagic, sizeof s_streamMagic) == 0;
+}
+
+ObjectStreamReader::ObjectStreamReader(const void * data, std::uint64_t size)
+    : data_(static_cast<const std::uint8_t *>(data)), size_(size) {}
+
+SO<SharedObj> ObjectStreamReader::read() {
+    readTables();
+    readReferenced(0);
+    const ObjectEntry & root = objects_.front();
+    if (root.failure) std::rethrow_exception(root.failure);
+    return root.object;
+}
+
+void ObjectStreamReader::readTables() {
+    if (!hasMagic(data_, size_)) throw IOError(L"this is no object file");
+    const std::uint8_t * at = data_ + sizeof s_streamMagic;
+    const std::uint8_t * const end = data_ + size_;
+    if (left(at, end) < sizeof s_streamVersion) throwUnsound(L"it ends within its head");
+    if (numberAt<std::uint32_t>(at) != s_streamVersion)
+        throw IOError(L"the object file was written by another version of this program");
+    at += sizeof s_streamVersion;
+
+    names_.clear();
+    for (std::uint64_t count = takeCount(at, end); count > 0; --count) {
+        const std::uint64_t length = takeCount(at, end);
+        names_.emplace_back(reinterpret_cast<const char *>(at), length);
+        nameNumbers_.try_emplace(names_.back(), names_.size() - 1);
+        at += length;
+    }
+
+    objects_.clear();
+    std::vector<std::uint64_t> sizes(takeCount(at, end));
+    if (sizes.empty()) throwUnsound(L"it holds no object");
+    for (std::uint64_t & size : sizes) {
+        const std::uint64_t className = takeVarint(at, end);
+        if (className >= names_.size()) throwUnsound(L"a class has no name");
+        size = takeVarint(at, end);
+        objects_.push_back({className, nullptr, nullptr, State::Untouched, nullptr, nullptr});
+    }
+    for (std::size_t i = 0; i < sizes.size(); ++i) {
+        if (sizes[i] > left(at, end)) throwUnsound(L"an object reaches beyond the end");
+        objects_[i].begin = at;
+        objects_[i].end = at += sizes[i];
+    }
+    if (at != end) throwUnsound(L"bytes follow behind the last object");
+    for (const ObjectEntry & entry : objects_)
+        validate(entry.begin, entry.end);
+}
+
+/// Sections of sections are walked without recursion: what is open is a list of ends.
+void ObjectStreamReader::validate(const std::uint8_t * begin, const std::uint8_t * end) const {
+    std::vector<const std::uint8_t *> ends{end};
+    for (const std::uint8_t * at = begin; !ends.empty();) {
+        if (at == ends.back()) {
+            ends.pop_back();
+            continue;
+        }
+        const Record record = parse(at, ends.back());
+        if (record.name >= names_.size()) throwUnsound(L"an attribute has no name");
+        if (record.type == RT_Object) {
+            const std::uint8_t * value = record.payload;
+            if (takeVarint(value, record.end) > objects_.size()) throwUnsound(L"an object is missing");
+        }
+        if (isSection(record.type)) ends.push_back(record.end);
+        at = isSection(record.type) ? record.payload : record.end;
+    }
+}
+
+ObjectStreamReader::Record ObjectStreamReader::parse(const std::uint8_t * at, const std::uint8_t * end) {
+    Record record{};
+    record.type = *at++;
+    record.name = takeVarint(at, end);
+    record.bytes = takePayloadSize(record.type, at, end);
+    if (record.bytes > left(at, end)) throwUnsound(L"an attribute reaches beyond the end");
+    record.payload = at;
+    record.end = at + record.bytes;
+    return record;
+}
+
+/// The objects that the one in `begin` to `end` refers to, counted from 0.
+std::vector<std::uint64_t> ObjectStreamReader::referencesIn(const std::uint8_t * begin,
+                                                            const std::uint8_t * end) {
+    std::vector<std::uint64_t> result;
+    for (const std::uint8_t * at = begin; at != end;) {
+        const Record record = parse(at, end);
+        const std::uint8_t * value = record.payload;
+        if (record.type == RT_Object)
+            if (const std::uint64_t number = takeVarint(value, record.end)) result.push_back(number - 1);
+        at = isSection(record.type) ? record.payload : record.end;
+    }
+    return result;
+}
+
+/// Depth first with a list of its own in place of recursion: an object is filled when all that it refers
+/// to are, save those that wait for it in turn.
+void ObjectStreamReader::readReferenced(std::uint64_t first) {
+    struct Waiting {
+        std::uint64_t object;
+        std::vector<std::uint64_t> references;
+        std::size_t next;
+    };
+    std::vector<Waiting> waiting;
+    const auto begin = [&](std::uint64_t object) {
+        ObjectEntry & entry = objects_[object];
+        make(entry);
+        if (entry.object) waiting.push_back({object, referencesIn(entry.begin, entry.end), 0});
+    };
+
+    begin(first);
+    while (!waiting.empty()) {
+        Waiting & top = waiting.back();
+        if (top.next == top.references.size()) {
+            fill(objects_[top.object]);
+            waiting.pop_back();
+        } else if (const std::uint64_t object = top.references[top.next++];
+                   objects_[object].state == State::Untouched) {
+            begin(object);
+        }
+    }
+}
+
+/// An object of an unknown class stays null and counts as complete.
+void ObjectStreamReader::make(ObjectEntry & entry) {
+    const std::string className(names_[entry.className]);
+    entry.object = SerializationManager::newInstance(ID(className));
+    entry.state = entry.object ? State::Made : State::Complete;
+    if (!entry.object && unknownClassNames_.insert(entry.className).second)
+        unknownClasses_.push_back(className);
+}
+
+void ObjectStreamReader::fill(ObjectEntry & entry) {
+    sections_.clear();
+    sections_.push_back({entry.begin, entry.end, left(entry.begin, entry.end), false, {}});
+    try {
+        entry.object->serialize(*this);
+        entry.state = State::Complete;
+    } catch (...) {
+        entry.failure = std::current_exception();
+        entry.object = nullptr;
+        entry.state = State::Failed;
+    }
+    sections_.clear();
+}
+
+bool ObjectStreamReader::find(std::uint8_t type, const char * name, Record & record) {
+    if (sections_.empty()) return false;
+    const auto number = nameNumbers_.find(name ? name : "");
+    if (number == nameNumbers_.end()) return false;
+
+    Section & section = sections_.back();
+    if (section.isIndexed) return findIndexed(section, keyOf(type, number->second), record);
+    if (section.next == section.end) return false;
+    record = parse(section.next, section.end);
+    if (record.type != type || record.name != number->second) {
+        index(section);
+        return findIndexed(section, keyOf(type, number->second), record);
+    }
+    section.bytesLeft -= left(section.next, record.end);
+    section.next = record.end;
+    return true;
+}
+
+void ObjectStreamReader::index(Section & section) {
+    for (const std::uint8_t * at = section.next; at != section.end;) {
+        const Record record = parse(at, section.end);
+        section.index[keyOf(record.type, record.name)].records.push_back(at);
+        at = record.end;
+    }
+    section.isIndexed = true;
+}
+
+bool ObjectStreamReader::findIndexed(Section & section, std::uint64_t key, Record & record) {
+    const auto found = section.index.find(key);
+    if (found == section.index.end()) return false;
+    Queue & queue = found->second;
+    if (queue.next == queue.records.size()) return false;
+    const std::uint8_t * at = queue.records[queue.next++];
+    record = parse(at, section.end);
+    section.bytesLeft -= left(at, record.end);
+    return true;
+}
+
+bool ObjectStreamReader::enter(std::uint8_t type, const char * name) {
+    Record record;
+    if (!find(type, name, record)) return false;
+    sections_.push_back({record.payload, record.end, record.bytes, false, {}});
+    return true;
+}
+
+void ObjectStreamReader::leave() {
+    NBX_CHECK(sections_.size() > 1, L"a section ends that did not begin");
+    if (sections_.size() > 1) sections_.pop_back();
+}
+
+bool ObjectStreamReader::beginContainer(const char *, const char * attributeName) {
+    return enter(RT_Container, attributeName);
+}
+
+void ObjectStreamReader::endContainer(const char *, const char *) {
+    leave();
+}
+
+/// A parent that the stream does not know reads an empty section: its attributes get their defaults.
+void ObjectStreamReader::beginSuperclass(const char * typeName) {
+    if (!enter(RT_Superclass, typeName)) sections_.push_back({data_, data_, 0, false, {}});
+}
+
+void ObjectStreamReader::endSuperclass(const char *) {
+    leave();
+}
+
+std::uint64_t ObjectStreamReader::bytesLeft() const {
+    return sections_.empty() ? 0 : sections_.back().bytesLeft;
+}
+
+bool ObjectStreamReader::rawAttribute(const char * name, void * pointer, std::uint64_t bytes) {
+    Record record;
+    if (!find(RT_Raw, name, record) || record.bytes != bytes) return false;
+    if (bytes > 0) std::memcpy(pointer, record.payload, bytes);
+    return true;
+}
+
+template <class T> bool ObjectStreamReader::number(std::uint8_t type, const char * name, T & value) {
+    Record record;
+    if (!find(type, name, record)) return false;
+    value = numberAt<T>(record.payload);
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, bool & value) {
+    std::uint8_t byte = 0;
+    if (!number(RT_Bool, name, byte)) return false;
+    value = byte != 0;
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, int & value) {
+    return number(RT_Int, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, unsigned & value) {
+    return number(RT_Unsigned, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, unsigned short & value) {
+    return number(RT_UnsignedShort, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, std::uint64_t & value) {
+    return number(RT_Unsigned64, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, float & value) {
+    return number(RT_Float, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, double & value) {
+    return number(RT_Double, name, value);
+}
+
+bool ObjectStreamReader::attribute(const char * name, std::wstring & value) {
+    Record record;
+    if (!find(RT_String, name, record)) return false;
+    value = StringUtils::Utf8String2WString({reinterpret_cast<const char *>(record.payload), record.bytes});
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, Vector3Base<double> & value) {
+    Record record;
+    if (!find(RT_Vector, name, record)) return false;
+    value = vectorAt(record.payload);
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, Bounds & value) {
+    Record record;
+    if (!find(RT_Bounds, name, record)) return false;
+    const bool isDefined = record.payload[0] != 0;
+    value = isDefined ? Bounds(vectorAt(record.payload + 1), vectorAt(record.payload + 1 + s_vectorBytes))
+                      : Bounds();
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, Matrix4x4Base<double> & value) {
+    Record record;
+    if (!find(RT_Matrix, name, record)) return false;
+    value = Matrix4x4Base<double>(numberAt<std::array<double, 16>>(record.payload));
+    return true;
+}
+
+bool ObjectStreamReader::attribute(const char * name, SO<SharedObj> & value) {
+    Record record;
+    if (!find(RT_Object, name, record)) return false;
+    const std::uint8_t * at = record.payload;
+    const std::uint64_t number = takeVarint(at, record.end);
+    if (number > 0 && objects_[number - 1].failure) std::rethrow_exception(objects_[number - 1].failure);
+    value = number > 0 ? objects_[number - 1].object : nullptr;
+    return true;
+}
+
+} // namespace NBX
