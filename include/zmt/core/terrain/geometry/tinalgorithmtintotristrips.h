@@ -1,0 +1,135 @@
+#pragma once
+
+#include <zmt/core/terrain/geometry/tin.h>
+
+namespace ZMT::CORE {
+
+/// Cuts a triangulation into triangle strips. The faces form a tree that converges on a random root face: the
+/// parent of a face lies across an edge beyond which the centre of the root is. Strips follow this tree
+/// outwards, leaving their faces by the next and the previous edge by turns.
+///
+/// Laws: (1) decoded as triangle strips, with every second triangle turned, the strips hold each face once
+/// and nothing else; (2) all triangles turn as the faces do, counter-clockwise.
+///
+/// The root is picked by `rand()`. The accessor's point 0xFFFFFFFF is the centre: an accessor with a static
+/// member `centerPoint` has it set.
+template <class Accessor> class TinAlgorithmTinToTristrips {
+public:
+    using Point = NBX::Vector3Base<double>;
+
+    virtual ~TinAlgorithmTinToTristrips() = default;
+
+protected:
+    /// Hands all strips to the operations below. The mesh must not be empty.
+    void run(const Tin<Accessor> & tin);
+
+    /// Begins a strip with a face: ends the strip before, then takes the three corners.
+    virtual void triangle(TinNode a, TinNode b, TinNode c) = 0;
+    /// Goes on with the strip by one more face.
+    virtual void vertex(TinNode n) = 0;
+    /// Ends the strip, if there is one.
+    virtual void finishStrip() = 0;
+
+private:
+    TinFace findRoot(const Tin<Accessor> & tin);
+    TinEdge parentEdge(const Tin<Accessor> & tin, TinFace f) const;
+    bool isChild(const Tin<Accessor> & tin, TinEdge e) const;
+    void visitAll(const Tin<Accessor> & tin, TinEdge e);
+    void followStrip(const Tin<Accessor> & tin, TinEdge e);
+    void emitFace(const Tin<Accessor> & tin, TinFace f);
+
+    Point centre_;
+    TinFace root_;
+    std::vector<unsigned char> isDone_;
+    std::vector<TinEdge> pending_; ///< entries of the strips to come, last in, first out
+};
+
+template <class Accessor> void TinAlgorithmTinToTristrips<Accessor>::run(const Tin<Accessor> & tin) {
+    NBX_CHECK(tin.faces() > 0, L"empty tin");
+    if (tin.empty()) return;
+    const TinFace f = findRoot(tin);
+    NBX_CHECK(f, L"internal error");
+    root_ = f ? f : tin.face(0u);
+    isDone_.assign(tin.faces(), 0);
+
+    const TinEdge e = tin.edge(root_);
+    visitAll(tin, e);
+    if (isChild(tin, e)) visitAll(tin, tin.twin(e));
+    // With constrained edges the way to the centre may turn in a circle, which leaves the root out.
+    for (unsigned i = 0; i < tin.faces(); ++i)
+        if (!isDone_[i]) emitFace(tin, tin.face(i));
+    finishStrip();
+}
+
+template <class Accessor> TinFace TinAlgorithmTinToTristrips<Accessor>::findRoot(const Tin<Accessor> & tin) {
+    const TinFace f = tin.face(static_cast<unsigned>(std::rand()) % tin.faces());
+    const auto corner = [&](unsigned k) { return tin.position(tin.corner(f, k)); };
+    centre_ = (corner(0) + corner(1) + corner(2)) / 3.0;
+    if constexpr (requires { Accessor::centerPoint = Point(); }) Accessor::centerPoint = centre_;
+    return tin.locate(centre_);
+}
+
+/// The edge of a face across which its parent lies.
+template <class Accessor>
+TinEdge TinAlgorithmTinToTristrips<Accessor>::parentEdge(const Tin<Accessor> & tin, TinFace f) const {
+    const auto isRightOf = [&](TinEdge e) {
+        return orient2d(tin.position(tin.origin(e)), tin.position(tin.destination(e)), centre_) < 0.0;
+    };
+    const TinEdge first = tin.edge(f);
+    if (isRightOf(first)) {
+        const TinEdge last = tin.previous(first);
+        return isRightOf(last) ? last : first;
+    }
+    const TinEdge second = tin.next(first);
+    return isRightOf(second) ? second : tin.next(second);
+}
+
+/// True if the face across `e` is there, still to be done, and has the face of `e` as its parent.
+template <class Accessor>
+bool TinAlgorithmTinToTristrips<Accessor>::isChild(const Tin<Accessor> & tin, TinEdge e) const {
+    const TinEdge across = tin.twin(e);
+    const TinFace f = tin.face(across);
+    return f && f != root_ && !isDone_[f.index()] && parentEdge(tin, f) == across;
+}
+
+/// "visit" of the edge by which a face is entered, and of all that branches off behind it.
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::visitAll(const Tin<Accessor> & tin, TinEdge e) {
+    pending_.assign(1, e);
+    while (!pending_.empty()) {
+        const TinEdge entry = pending_.back();
+        pending_.pop_back();
+        followStrip(tin, entry);
+    }
+}
+
+// A strip turns right behind its first edge (`next`), then left (`previous`), and so on. A child on the other
+// side begins a strip of its own, after all that lies behind the present one.
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::followStrip(const Tin<Accessor> & tin, TinEdge e) {
+    isDone_[tin.face(e).index()] = 1;
+    const TinNode a = tin.origin(e), b = tin.origin(tin.next(e)), c = tin.origin(tin.previous(e));
+    const bool startsByNext = isChild(tin, tin.next(e));
+    if (startsByNext) {
+        triangle(a, b, c);
+    } else {
+        triangle(b, c, a);
+    }
+    for (bool byNext = startsByNext;; byNext = !byNext) {
+        const TinEdge onward = byNext ? tin.next(e) : tin.previous(e);
+        const TinEdge aside = byNext ? tin.previous(e) : tin.next(e);
+        if (isChild(tin, aside)) pending_.push_back(tin.twin(aside));
+        if (!isChild(tin, onward)) return;
+        e = tin.twin(onward);
+        isDone_[tin.face(e).index()] = 1;
+        vertex(tin.origin(tin.previous(e)));
+    }
+}
+
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::emitFace(const Tin<Accessor> & tin, TinFace f) {
+    isDone_[f.index()] = 1;
+    triangle(tin.corner(f, 0), tin.corner(f, 1), tin.corner(f, 2));
+}
+
+} // namespace ZMT::CORE
