@@ -6,7 +6,7 @@ namespace NBX {
 
 std::size_t checkedImageBytes(int width, int height, LayerSequence sequence, int dataType, int alignment,
                               MemoryLayout layout, std::size_t limit) {
-    constexpr int largestAlignment = 4096;
+    constexpr int largestAlignment = 64;
     const bool goodSize = width > 0 && height > 0;
     const bool goodAlignment =
         alignment > 0 && alignment <= largestAlignment && !(alignment & (alignment - 1));

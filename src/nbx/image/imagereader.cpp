@@ -1,0 +1,68 @@
+#include <nbx/image/imagereader.h>
+
+#include <cstring>
+
+#include <nbx/data/objectloader.h>
+#include <nbx/image/compressedimage.h>
+#include <nbx/image/jpegreader.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/image/pngreader.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(ImageReader, ObjectReader)
+
+namespace {
+
+SO<Image> readJPEG(const DataResource * data) {
+    const SO<JPEGReader> reader(new JPEGReader());
+    reader->setProgressBarEnabled(false);
+    return reader->read(data);
+}
+
+SO<Image> readPNG(const DataResource * data) {
+    const SO<PNGReader> reader(new PNGReader());
+    return reader->read(data);
+}
+
+bool isCompressed(const DataResource * data) {
+    return data->size() >= CompressedImage::headerSize && !std::memcmp(data->pointer(), "CPRS", 4);
+}
+
+SO<Image> readCompressed(DataResource * data) {
+    if (!isCompressed(data)) return nullptr;
+    const SO<CompressedImage> image(new CompressedImage(data));
+    return image->dataSize() ? SO<Image>(image) : SO<Image>();
+}
+
+} // namespace
+
+SO<Image> ImageReader::read(DataResource * data, const ID & format) {
+    if (!data) return nullptr;
+    if (format == ID("jpg") || format == ID("jpeg")) return readJPEG(data);
+    if (format == ID("png")) return readPNG(data);
+    if (format == ID("cprs")) return readCompressed(data);
+    if (JPEGReader::recognizes(data)) return readJPEG(data);
+    if (PNGReader::recognizes(data)) return readPNG(data);
+    return readCompressed(data);
+}
+
+bool ImageReader::canProduce(const ID & className) const {
+    return MemoryImage::ClassInfoNBX()->isA(className) || CompressedImage::ClassInfoNBX()->isA(className);
+}
+
+std::string ImageReader::objectFileSuffix() const {
+    return "jpg;jpeg;png";
+}
+
+std::string ImageReader::objectFormatName() const {
+    return "Image";
+}
+
+SO<SharedObj> ImageReader::read(DataResource * resource) {
+    return read(resource, ID());
+}
+
+static const bool isInstalled = (ObjectLoader::install(new ImageReader()), true);
+
+} // namespace NBX

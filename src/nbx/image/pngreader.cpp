@@ -1,0 +1,126 @@
+#include <nbx/image/pngreader.h>
+
+#include <csetjmp>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include <png.h>
+
+#include <nbx/data/dataresource.h>
+#include <nbx/image/memoryimage.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(PNGReader, SharedObj)
+
+namespace {
+
+constexpr std::size_t signatureBytes = 8;
+/// Deflate makes at most this many bytes of one.
+constexpr std::uint64_t maxInflation = 1032;
+constexpr unsigned maxSide = 1U << 20;
+constexpr std::size_t maxChunkBytes = std::size_t{16} << 20;
+
+/// All state of the decoder that outlives a `longjmp`; the functions that may be left by one hold nothing
+/// that needs a destructor.
+struct Decoder {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    const unsigned char * next = nullptr;
+    std::size_t left = 0;
+
+    ~Decoder() { png_destroy_read_struct(&png, &info, nullptr); }
+};
+
+void fail(png_structp png, png_const_charp) {
+    png_longjmp(png, 1);
+}
+void ignore(png_structp, png_const_charp) {}
+
+void readBytes(png_structp png, png_bytep target, std::size_t count) {
+    auto & decoder = *static_cast<Decoder *>(png_get_io_ptr(png));
+    if (count > decoder.left) png_error(png, "end of data");
+    std::memcpy(target, decoder.next, count);
+    decoder.next += count;
+    decoder.left -= count;
+}
+
+/// True when the packed lines could come out of the data.
+bool isPlausible(const Decoder & decoder) {
+    const std::uint64_t height = png_get_image_height(decoder.png, decoder.info);
+    const std::uint64_t bytes = height * png_get_rowbytes(decoder.png, decoder.info);
+    return bytes / maxInflation <= decoder.left + signatureBytes;
+}
+
+void setTransformations(const Decoder & decoder) {
+    png_set_expand(decoder.png);
+    png_set_interlace_handling(decoder.png);
+    const std::uint16_t probe = 1;
+    if (*reinterpret_cast<const unsigned char *>(&probe) == 1) png_set_swap(decoder.png);
+    png_read_update_info(decoder.png, decoder.info);
+}
+
+/// Reads up to the first pixel; false for data that cannot be read.
+bool begin(Decoder & decoder) {
+    decoder.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+    if (!decoder.png) return false;
+    if (setjmp(png_jmpbuf(decoder.png))) return false;
+    decoder.info = png_create_info_struct(decoder.png);
+    if (!decoder.info) return false;
+    png_set_user_limits(decoder.png, maxSide, maxSide);
+    png_set_chunk_malloc_max(decoder.png, maxChunkBytes);
+    png_set_read_fn(decoder.png, &decoder, readBytes);
+    png_read_info(decoder.png, decoder.info);
+    if (!isPlausible(decoder)) return false;
+    setTransformations(decoder);
+    return true;
+}
+
+bool readPixels(Decoder & decoder, png_bytepp rows) {
+    if (setjmp(png_jmpbuf(decoder.png))) return false;
+    png_read_image(decoder.png, rows);
+    png_read_end(decoder.png, nullptr);
+    return true;
+}
+
+LayerSequence layersOf(int channels) {
+    switch (channels) {
+    case 1:
+        return LS_Luminance;
+    case 2:
+        return LS_LuminanceAlpha;
+    case 3:
+        return LS_RGB;
+    default:
+        return LS_RGBA;
+    }
+}
+
+} // namespace
+
+bool PNGReader::recognizes(const DataResource * data) {
+    return data && data->size() >= signatureBytes &&
+           !png_sig_cmp(static_cast<png_const_bytep>(data->pointer()), 0, signatureBytes);
+}
+
+SO<Image> PNGReader::read(const DataResource * data) {
+    if (!recognizes(data)) return nullptr;
+    Decoder decoder;
+    decoder.next = static_cast<const unsigned char *>(data->pointer());
+    decoder.left = data->size();
+    if (!begin(decoder)) return nullptr;
+    const int width = static_cast<int>(png_get_image_width(decoder.png, decoder.info));
+    const int height = static_cast<int>(png_get_image_height(decoder.png, decoder.info));
+    const bool wide = png_get_bit_depth(decoder.png, decoder.info) == 16;
+    SO<MemoryImage> image(new MemoryImage(width, height,
+                                          layersOf(png_get_channels(decoder.png, decoder.info)),
+                                          wide ? Image::UInt16 : Image::UInt8));
+    if (image->width() != width) return nullptr;
+    std::vector<png_bytep> rows(height);
+    for (int y = 0; y < height; ++y)
+        rows[y] = static_cast<png_bytep>(image->lineComponents(height - 1 - y));
+    return readPixels(decoder, rows.data()) ? image : nullptr;
+}
+
+} // namespace NBX
