@@ -53,8 +53,8 @@ SimpleRasterData<T>::SimpleRasterData(unsigned cellsX, unsigned cellsY, double m
       values_(numberOfCells(grid_), undefValue) {}
 
 template <class T> void SimpleRasterData<T>::checkCell(unsigned col, unsigned row) const {
-    NBX_CHECK_RANGE(0u, col, cellsX());
-    NBX_CHECK_RANGE(0u, row, cellsY());
+    NBX_CHECK(col < cellsX(), L"column out of range");
+    NBX_CHECK(row < cellsY(), L"row out of range");
 }
 
 template <class T> double SimpleRasterData<T>::value(unsigned col, unsigned row) const {
@@ -68,7 +68,7 @@ template <class T> void SimpleRasterData<T>::valueRow(unsigned row, double * val
         const auto first = values_.begin() + static_cast<std::ptrdiff_t>(index(0, row));
         std::copy(first, first + grid_.cellsX, values);
     } else {
-        NBX_CHECK_RANGE(0u, row, cellsY());
+        NBX_CHECK(row < cellsY(), L"row out of range");
         std::fill_n(values, cellsX(), undefValue());
     }
 }

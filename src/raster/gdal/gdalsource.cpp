@@ -1,0 +1,141 @@
+#include "gdalsource.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <system_error>
+
+#include <cpl_conv.h>
+#include <cpl_string.h>
+#include <gdal_utils.h>
+
+#include <nbx/object/exception.h>
+#include <nbx/object/stringutils.h>
+
+namespace ZMT::RASTER {
+
+namespace {
+
+/// Why `path` could not be opened, in words of the file system where it knows better than GDAL.
+[[noreturn]] void throwUnopened(const std::string & path, const GdalErrorTrap & trap) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::not_found)
+        throw NBX::FileNotFoundException(L"no such file; check the name", path);
+    if (fs::is_directory(status)) throw NBX::InputException(L"is a directory; name a file in it", path);
+    if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
+        throw NBX::InputException(L"the file is empty; get it anew", path);
+    throw NBX::InputException(L"is no raster file that can be read, or is damaged; use a format such as "
+                              L"GeoTIFF, or get the file anew",
+                              path, 0, trap.text());
+}
+
+[[noreturn]] void throwWithoutBands(const std::string & path, GDALDataset & dataset) {
+    CSLConstList parts = dataset.GetMetadata("SUBDATASETS");
+    const char * part = CSLFetchNameValue(parts, "SUBDATASET_1_NAME");
+    if (part)
+        throw NBX::InputException(L"holds several rasters; name one of them", path, 0,
+                                  L"for example " + NBX::StringUtils::Utf8String2WString(part));
+    throw NBX::InputException(L"the file has no raster bands; choose a file with pixels", path);
+}
+
+bool isUpright(const double * t) {
+    return t[2] == 0.0 && t[4] == 0.0;
+}
+
+/// What formats give for "not known".
+bool isUnset(const double * t) {
+    return t[0] == 0.0 && t[1] == 1.0 && t[2] == 0.0 && t[3] == 0.0 && t[4] == 0.0 && std::abs(t[5]) == 1.0;
+}
+
+bool isUsable(const double * t) {
+    return std::all_of(t, t + 6, [](double v) { return std::isfinite(v); }) &&
+           t[1] * t[5] - t[2] * t[4] != 0.0;
+}
+
+struct AppOptionsDestroyer {
+    void operator()(GDALWarpAppOptions * options) const { GDALWarpAppOptionsFree(options); }
+};
+
+GdalDataset resampleUpright(GDALDataset & dataset, GdalSource::Outside outside) {
+    CPLStringList words;
+    for (const char * word : {"-of", "VRT"})
+        words.AddString(word);
+    GDALRasterBand * band = dataset.GetRasterBand(1);
+    // Colour numbers of a palette cannot be mixed.
+    words.AddString("-r");
+    words.AddString(band->GetColorTable() ? "near" : "bilinear");
+    if (outside == GdalSource::Outside::NaN) {
+        for (const char * word : {"-ot", "Float64", "-dstnodata", "nan"})
+            words.AddString(word);
+    } else {
+        words.AddString("-dstalpha");
+    }
+    const std::unique_ptr<GDALWarpAppOptions, AppOptionsDestroyer> options(
+        GDALWarpAppOptionsNew(words.List(), nullptr));
+    GDALDatasetH sources[] = {&dataset};
+    int usageError = FALSE;
+    return GdalDataset(
+        GDALDataset::FromHandle(GDALWarp("", nullptr, 1, sources, options.get(), &usageError)));
+}
+
+} // namespace
+
+GdalSource::GdalSource(const std::string & path, Outside outside) : path_(path) {
+    open();
+    standUpright(outside);
+    readGeoTransform();
+}
+
+void GdalSource::open() {
+    GdalErrorTrap trap;
+    // Points are to lie in the middle of their pixels, whatever the process's environment says.
+    const CPLConfigOptionSetter points("GTIFF_POINT_GEO_IGNORE", "FALSE", false);
+    opened_.reset(
+        GDALDataset::Open(path_.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
+    if (!opened_) throwUnopened(path_, trap);
+    if (opened_->GetRasterCount() == 0) throwWithoutBands(path_, *opened_);
+    if (opened_->GetRasterXSize() <= 0 || opened_->GetRasterYSize() <= 0)
+        throw NBX::InputException(L"the raster has no pixels; choose another file", path_);
+    dataset_ = opened_.get();
+}
+
+void GdalSource::standUpright(Outside outside) {
+    GdalErrorTrap trap;
+    double transform[6];
+    const bool isPlaced = opened_->GetGeoTransform(transform) == CE_None;
+    if (isPlaced && !isUsable(transform))
+        throw NBX::InputException(L"its georeference is unusable; correct the file's geotransform", path_);
+    const bool hasPoints = !isPlaced && opened_->GetGCPCount() >= 3;
+    if (!hasPoints && (!isPlaced || isUpright(transform, *opened_))) return;
+    resampled_ = resampleUpright(*opened_, outside);
+    if (!resampled_)
+        throw NBX::InputException(L"is rotated and cannot be set upright; resample it with gdalwarp", path_,
+                                  0, trap.text());
+    dataset_ = resampled_.get();
+}
+
+void GdalSource::readGeoTransform() {
+    GdalErrorTrap trap;
+    const OGRSpatialReference * system = dataset_->GetSpatialRef();
+    reference_ = describe(system);
+    const bool isPlaced = dataset_->GetGeoTransform(geoTransform_) == CE_None &&
+                          !(reference_.wkt.empty() && isUnset(geoTransform_));
+    reference_.isGeoreferenced = isPlaced;
+    geoTransform_[2] = geoTransform_[4] = 0.0;
+    if (isPlaced) return;
+    // Cell positions become whole numbers, from the lowest line up.
+    const double pixels[6] = {-0.5, 1.0, 0.0, height() - 0.5, 0.0, -1.0};
+    std::copy(pixels, pixels + 6, geoTransform_);
+    reference_ = GeoReference();
+}
+
+RasterGrid GdalSource::grid() const {
+    const double * t = geoTransform_;
+    const double firstX = t[0] + t[1] * (isMirrored() ? width() - 0.5 : 0.5);
+    const double firstY = t[3] + t[5] * (isSouthUp() ? 0.5 : height() - 0.5);
+    return {width(), height(), firstX, firstY, std::abs(t[1]), std::abs(t[5])};
+}
+
+} // namespace ZMT::RASTER

@@ -1,0 +1,188 @@
+#include "gdalsupport.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <mutex>
+
+#include <cpl_conv.h>
+#include <cpl_string.h>
+#include <gdal_utils.h>
+#include <gdalwarper.h>
+
+#include <nbx/object/exception.h>
+#include <nbx/object/progress.h>
+#include <nbx/object/stringutils.h>
+
+namespace ZMT::RASTER {
+
+namespace {
+
+/// Source pixels by which a transformation may be off for the sake of speed.
+constexpr double transformTolerance = 0.01;
+
+void CPL_STDCALL noteMessage(CPLErr level, CPLErrorNum, const char * text) {
+    if (level < CE_Warning) return;
+    // The JPEG library only warns of a file that was cut off, and fills the rest with gray.
+    const bool isError = level >= CE_Failure || std::strstr(text, "remature end");
+    static_cast<GdalErrorTrap *>(CPLGetErrorHandlerUserData())->note(isError, text);
+}
+
+int CPL_STDCALL showProgress(double complete, const char *, void * progress) {
+    if (!progress) return TRUE;
+    auto * shown = static_cast<NBX::Progress *>(progress);
+    return shown->update(complete * shown->totalValue());
+}
+
+struct WarpOptionsDestroyer {
+    void operator()(GDALWarpOptions * options) const { GDALDestroyWarpOptions(options); }
+};
+using WarpOptions = std::unique_ptr<GDALWarpOptions, WarpOptionsDestroyer>;
+
+double * newNumbers(int count, double value) {
+    auto * numbers = static_cast<double *>(CPLMalloc(sizeof(double) * count));
+    std::fill_n(numbers, count, value);
+    return numbers;
+}
+
+void setBands(GDALWarpOptions & options, bool hasAlpha) {
+    const int bands = hasAlpha ? 3 : 1;
+    options.nBandCount = bands;
+    options.panSrcBands = static_cast<int *>(CPLMalloc(sizeof(int) * bands));
+    options.panDstBands = static_cast<int *>(CPLMalloc(sizeof(int) * bands));
+    for (int i = 0; i < bands; ++i)
+        options.panSrcBands[i] = options.panDstBands[i] = i + 1;
+    if (hasAlpha) {
+        options.nSrcAlphaBand = options.nDstAlphaBand = 4;
+        options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "INIT_DEST", "0");
+    } else {
+        options.padfSrcNoDataReal = newNumbers(1, std::numeric_limits<double>::quiet_NaN());
+        options.padfDstNoDataReal = newNumbers(1, std::numeric_limits<double>::quiet_NaN());
+        options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "INIT_DEST", "NO_DATA");
+    }
+    // Transformations bend: what the border of a chunk needs may lie outside the box of its corners.
+    options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "SAMPLE_GRID", "YES");
+    options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "SOURCE_EXTRA", "4");
+}
+
+} // namespace
+
+GdalErrorTrap::GdalErrorTrap() {
+    static std::once_flag registered;
+    std::call_once(registered, [] { GDALAllRegister(); });
+    CPLPushErrorHandlerEx(noteMessage, this);
+}
+
+GdalErrorTrap::~GdalErrorTrap() {
+    CPLPopErrorHandler();
+    CPLErrorReset();
+}
+
+std::wstring GdalErrorTrap::text() const {
+    return NBX::StringUtils::Utf8String2WString(text_);
+}
+
+void GdalErrorTrap::clear() {
+    failed_ = false;
+    text_.clear();
+}
+
+void GdalErrorTrap::note(bool isError, const char * text) {
+    if (!failed_) text_ = text;
+    failed_ = failed_ || isError;
+}
+
+OGRSpatialReference spatialReference(const std::string & wkt) {
+    OGRSpatialReference system;
+    if (system.SetFromUserInput(wkt.c_str()) != OGRERR_NONE)
+        throw NBX::InputException(L"unknown coordinate system", "", 0,
+                                  NBX::StringUtils::Utf8String2WString(wkt.substr(0, 200)));
+    system.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    return system;
+}
+
+GeoReference describe(const OGRSpatialReference * system) {
+    GeoReference result;
+    if (!system || system->IsEmpty()) return result;
+    char * wkt = nullptr;
+    const char * const options[] = {"FORMAT=WKT2", nullptr};
+    if (system->exportToWkt(&wkt, options) == OGRERR_NONE && wkt) result.wkt = wkt;
+    CPLFree(wkt);
+    if (const char * name = system->GetName()) result.name = name;
+    result.isGeographic = system->IsGeographic();
+    const char * unitName = nullptr;
+    if (result.isGeographic) {
+        result.unit = system->GetAngularUnits(&unitName) * 180.0 / M_PI;
+        // The factor of the degree itself is a rounded number.
+        if (std::abs(result.unit - 1.0) < 1e-9) result.unit = 1.0;
+    } else {
+        result.unit = system->GetLinearUnits(&unitName);
+    }
+    if (!(result.unit > 0.0)) result.unit = 1.0;
+    if (unitName) result.unitName = unitName;
+    return result;
+}
+
+GdalDataset newMemoryDataset(unsigned width, unsigned height, const double * geoTransform,
+                             const std::string & wkt) {
+    GDALDriver * driver = GetGDALDriverManager()->GetDriverByName("MEM");
+    GdalDataset dataset(
+        driver->Create("", static_cast<int>(width), static_cast<int>(height), 0, GDT_Byte, nullptr));
+    if (!dataset) throw NBX::InputException(L"image of an unusable size");
+    dataset->SetGeoTransform(const_cast<double *>(geoTransform));
+    if (!wkt.empty()) {
+        const OGRSpatialReference system = spatialReference(wkt);
+        dataset->SetSpatialRef(&system);
+    }
+    return dataset;
+}
+
+void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::size_t pixelOffset,
+                   std::size_t lineOffset) {
+    char pointer[64];
+    pointer[CPLPrintPointer(pointer, cells, sizeof pointer - 1)] = 0;
+    CPLStringList options;
+    options.SetNameValue("DATAPOINTER", pointer);
+    options.SetNameValue("PIXELOFFSET", std::to_string(pixelOffset).c_str());
+    options.SetNameValue("LINEOFFSET", std::to_string(lineOffset).c_str());
+    dataset.AddBand(type, options.List());
+}
+
+GdalTransformer newTransformer(GDALDataset & source, GDALDataset * target, const std::string & wkt) {
+    CPLStringList options;
+    // Without a system on one side there is nothing to convert: map coordinates are taken as they are.
+    if (!target && !wkt.empty() && source.GetSpatialRef()) options.SetNameValue("DST_SRS", wkt.c_str());
+    return GdalTransformer(GDALCreateGenImgProjTransformer2(&source, target, options.List()));
+}
+
+bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, const std::string & path,
+                  NBX::Progress * progress) {
+    GdalErrorTrap trap;
+    const auto fail = [&] {
+        return NBX::InputException(L"cannot be brought into another coordinate system; check the "
+                                   L"coordinate system of the file",
+                                   path, 0, trap.text());
+    };
+    const GdalTransformer exact = newTransformer(source, &target, "");
+    if (!exact) throw fail();
+    const GdalTransformer approximate(
+        GDALCreateApproxTransformer(GDALGenImgProjTransform, exact.get(), transformTolerance));
+    const WarpOptions options(GDALCreateWarpOptions());
+    options->hSrcDS = &source;
+    options->hDstDS = &target;
+    options->eResampleAlg = GRA_Bilinear;
+    options->pfnTransformer = GDALApproxTransform;
+    options->pTransformerArg = approximate.get();
+    options->pfnProgress = showProgress;
+    options->pProgressArg = progress;
+    setBands(*options, hasAlpha);
+    GDALWarpOperation operation;
+    const bool worked =
+        operation.Initialize(options.get()) == CE_None &&
+        operation.ChunkAndWarpImage(0, 0, target.GetRasterXSize(), target.GetRasterYSize()) == CE_None;
+    if (progress && progress->isCanceled()) return false;
+    if (!worked) throw fail();
+    return true;
+}
+
+} // namespace ZMT::RASTER

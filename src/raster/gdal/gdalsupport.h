@@ -1,0 +1,75 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <gdal_alg.h>
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+
+#include <zmt/raster/georeference.h>
+
+namespace NBX {
+class Progress;
+}
+
+namespace ZMT::RASTER {
+
+/// Keeps what GDAL says on this thread from the standard error stream while it lives, and remembers it.
+/// The first one registers GDAL's formats.
+class GdalErrorTrap {
+public:
+    GdalErrorTrap();
+    ~GdalErrorTrap();
+    GdalErrorTrap(const GdalErrorTrap &) = delete;
+    GdalErrorTrap & operator=(const GdalErrorTrap &) = delete;
+
+    /// True once GDAL reported an error, or a warning that data are missing.
+    bool failed() const { return failed_; }
+    /// The first error, else the last warning.
+    std::wstring text() const;
+    /// Forgets what was said.
+    void clear();
+    void note(bool isError, const char * text);
+
+private:
+    bool failed_ = false;
+    std::string text_;
+};
+
+struct GdalDatasetCloser {
+    void operator()(GDALDataset * dataset) const { GDALClose(dataset); }
+};
+using GdalDataset = std::unique_ptr<GDALDataset, GdalDatasetCloser>;
+
+struct GdalTransformerDestroyer {
+    void operator()(void * transformer) const { GDALDestroyTransformer(transformer); }
+};
+/// From pixels of a data set to map coordinates of a system, or to pixels of another data set.
+using GdalTransformer = std::unique_ptr<void, GdalTransformerDestroyer>;
+
+/// The system `wkt` with x as longitude or easting; throws `NBX::InputException` for what is none.
+OGRSpatialReference spatialReference(const std::string & wkt);
+
+/// What `system` says of coordinates; it may be null or empty.
+GeoReference describe(const OGRSpatialReference * system);
+
+/// A data set without bands that lives in memory. `geoTransform` has six numbers; `wkt` may be empty.
+GdalDataset newMemoryDataset(unsigned width, unsigned height, const double * geoTransform,
+                             const std::string & wkt);
+
+/// Adds a band that is stored in the caller's memory; offsets count bytes.
+void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::size_t pixelOffset,
+                   std::size_t lineOffset);
+
+/// From pixels of `source` to pixels of `target`; without a target to map coordinates of `wkt`, which are
+/// those of `source` where `wkt` is empty. Null where there is no such transformation.
+GdalTransformer newTransformer(GDALDataset & source, GDALDataset * target, const std::string & wkt);
+
+/// Resamples bilinearly. With `hasAlpha`, band 4 of both data sets is alpha and nothing is transparent;
+/// otherwise there is one band, in which NaN is nothing. False when `progress` was cancelled; throws
+/// `NBX::InputException` naming `path` where GDAL fails.
+bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, const std::string & path,
+                  NBX::Progress * progress);
+
+} // namespace ZMT::RASTER
