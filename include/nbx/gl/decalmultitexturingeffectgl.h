@@ -1,0 +1,29 @@
+#pragma once
+
+#include <nbx/container/iterator.h>
+#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texturingeffectgl.h>
+#include <nbx/object/so.h>
+
+namespace NBX {
+
+/// Lays textures over the picture, one after the other, where their alpha says so:
+/// texture * litColour * alpha + picture * (1 - alpha).
+class DecalMultiTexturingEffectGL : public TexturingEffectGL {
+    NBX_CLASS(DecalMultiTexturingEffectGL, TexturingEffectGL)
+public:
+    /// `texGens` and its entries may be null: the engine's current generator then holds. `disabled`: the
+    /// effect starts switched off.
+    DecalMultiTexturingEffectGL(Iterator<SO<TextureGL>> * textures, Iterator<SO<TexGenGL>> * texGens,
+                                bool disabled);
+
+    const SO<Iterator<SO<TextureGL>>> & getTextures() const { return textures_; }
+    const SO<Iterator<SO<TexGenGL>>> & getTexGens() const { return texGens_; }
+
+private:
+    SO<Iterator<SO<TextureGL>>> textures_;
+    SO<Iterator<SO<TexGenGL>>> texGens_;
+};
+
+} // namespace NBX
