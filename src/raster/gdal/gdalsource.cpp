@@ -40,8 +40,10 @@ namespace {
     throw NBX::InputException(L"the file has no raster bands; choose a file with pixels", path);
 }
 
-bool isUpright(const double * t) {
-    return t[2] == 0.0 && t[4] == 0.0;
+/// Rotations that move no pixel by a thousandth of its size are roundings.
+bool isUpright(const double * t, GDALDataset & dataset) {
+    return std::abs(t[2]) * dataset.GetRasterYSize() <= 1e-3 * std::abs(t[1]) &&
+           std::abs(t[4]) * dataset.GetRasterXSize() <= 1e-3 * std::abs(t[5]);
 }
 
 /// What formats give for "not known".

@@ -61,11 +61,6 @@ public:
         : source_(source), window_(window), width_(width), height_(height) {}
 
     std::size_t pixels() const { return static_cast<std::size_t>(width_) * height_; }
-    bool isReduced() const {
-        return width_ < static_cast<unsigned>(window_.width) ||
-               height_ < static_cast<unsigned>(window_.height);
-    }
-
     template <class T> std::vector<T> read(GDALRasterBand & band, GDALDataType type, bool mayMix) const {
         std::vector<T> result(pixels());
         GDALRasterIOExtraArg extra;
@@ -402,7 +397,8 @@ std::optional<GeoImageData> ImageFile::warp(const std::string & wkt, const GeoEx
     GeoImageData result;
     result.extent = overlap.box;
     const double sizeX = overlap.box.maxX - overlap.box.minX, sizeY = overlap.box.maxY - overlap.box.minY;
-    const double resolution = placement.resolution(overlap.box);
+    const double natural = placement.resolution(overlap.box);
+    const double resolution = natural > 0.0 ? natural : maxSide / std::max(sizeX, sizeY);
     const double factor = reduction(sizeX * resolution, sizeY * resolution, maxSide);
     result.width = reduced(sizeX * resolution, factor, maxSide);
     result.height = reduced(sizeY * resolution, factor, maxSide);
