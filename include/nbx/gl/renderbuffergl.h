@@ -1,0 +1,32 @@
+#pragma once
+
+#include <nbx/gl/namegl.h>
+#include <nbx/object/sharedobj.h>
+
+namespace NBX {
+
+class EngineGL;
+
+/// A picture that can be drawn into through a `FrameBufferObjectGL` but not be sampled.
+class RenderBufferGL : public SharedObj {
+    NBX_CLASS(RenderBufferGL, SharedObj)
+public:
+    /// `format` is an internal format such as GL_RGBA8 or GL_DEPTH24_STENCIL8. A null engine and a size
+    /// above the driver's limit are reported; the buffer then has no name.
+    RenderBufferGL(EngineGL * engine, unsigned width, unsigned height, unsigned format);
+
+    unsigned width() const { return width_; }
+    unsigned height() const { return height_; }
+    unsigned format() const { return format_; }
+    unsigned name() const { return name_.get(); }
+    /// The largest side that the driver can make. Needs a current context.
+    static unsigned maxSize();
+
+private:
+    NameGL name_;
+    unsigned width_;
+    unsigned height_;
+    unsigned format_;
+};
+
+} // namespace NBX

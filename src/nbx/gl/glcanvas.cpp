@@ -1,0 +1,229 @@
+#include <nbx/gl/glcanvas.h>
+
+#include <algorithm>
+
+#include <GL/glew.h>
+
+#include <nbx/engine/monoattributepainter.h>
+#include <nbx/gl/contextgl.h>
+#include <nbx/gl/framereadergl.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/scene/viewport.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(GLCanvas, Canvas)
+
+GLCanvas::GLCanvas(unsigned width, unsigned height, unsigned properties)
+    : width_(std::max(1u, width)), height_(std::max(1u, height)), properties_(properties) {
+    NBX_CHECK(width > 0 && height > 0, L"a canvas has at least one pixel");
+}
+
+GLCanvas::~GLCanvas() = default;
+
+bool GLCanvas::create() {
+    if (isCreated()) return true;
+    context_ = createContext();
+    if (!context_) return false;
+    const bool made = makeContextCurrent();
+    const bool complete = made && createBuffers() && createEngine();
+    if (made) releaseContext();
+    if (!complete) context_ = nullptr;
+    return complete;
+}
+
+bool GLCanvas::createEngine() {
+    engine_ = SO<EngineGL>(new EngineGL(this));
+    initializeState();
+    return true;
+}
+
+/// Whoever changes one of these leaves it like this.
+void GLCanvas::initializeState() {
+    glEnable(GL_DEPTH_TEST);
+    glEnable(GL_NORMALIZE);
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+}
+
+void GLCanvas::destroy() {
+    if (!context_) return;
+    if (makeContextCurrent()) {
+        if (engine_) engine_->cleanUp();
+        destroyBuffers();
+        releaseContext();
+    }
+    if (engine_) engine_->detachCanvas();
+    engine_ = nullptr;
+    context_->destroy();
+    context_ = nullptr;
+    previous_.clear();
+}
+
+SO<Engine> GLCanvas::processor() const {
+    return engine_;
+}
+
+bool GLCanvas::makeContextCurrent() {
+    if (!context_) return false;
+    const SO<ContextGL> before(ContextGL::current());
+    if (!context_->makeCurrent()) return false;
+    previous_.push_back(before);
+    return true;
+}
+
+void GLCanvas::releaseContext() {
+    if (previous_.empty()) return;
+    const SO<ContextGL> before = previous_.back();
+    previous_.pop_back();
+    if (before == context_) return;
+    if (before && before->isCreated())
+        before->makeCurrent();
+    else
+        context_->release();
+}
+
+bool GLCanvas::isContextCurrent() const {
+    return context_ && context_->isCurrent();
+}
+
+void GLCanvas::prepareRedisplay() {
+    if (!makeContextCurrent()) return;
+    glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    engine_->freeUnusedDisplayLists();
+}
+
+void GLCanvas::finishRedisplay() {
+    glFlush();
+    releaseContext();
+}
+
+void GLCanvas::redisplay() {
+    clearRedisplayRequests();
+    if (!isCreated()) return;
+    prepareRedisplay();
+    const Area all(0, 0, width_, height_);
+    drawPicture(all, all);
+    finishRedisplay();
+}
+
+void GLCanvas::drawPicture(const Area & picture, const Area & tile) {
+    engine_->beginPicture(picture, tile);
+    clear();
+    paintRootNodes(engine_.get(), picture);
+}
+
+/// Masks and scissors do not hold for the background.
+void GLCanvas::clear() {
+    glPushAttrib(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT | GL_SCISSOR_BIT);
+    glDisable(GL_SCISSOR_TEST);
+    glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+    glDepthMask(GL_TRUE);
+    glStencilMask(~0u);
+    glClearColor(background_[0], background_[1], background_[2], background_[3]);
+    glClearDepth(1.0);
+    glClearStencil(0);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
+    glPopAttrib();
+}
+
+bool GLCanvas::setSize(unsigned width, unsigned height) {
+    NBX_CHECK(width > 0 && height > 0, L"a canvas has at least one pixel");
+    if (width == 0 || height == 0) return false;
+    if (width == width_ && height == height_) return true;
+    if (isCreated()) {
+        if (!makeContextCurrent()) return false;
+        const bool resized = resizeBuffers(width, height);
+        releaseContext();
+        if (!resized) return false;
+    }
+    width_ = width;
+    height_ = height;
+    modified();
+    return true;
+}
+
+void GLCanvas::setBackgroundColor(const Color & color) {
+    background_ = color;
+    modified();
+}
+
+LayerSequence GLCanvas::snapshotLayers() const {
+    return hasProperty(ALPHA_BUFFER) ? LS_RGBA : LS_RGB;
+}
+
+SO<Image> GLCanvas::snapshot() {
+    if (!isCreated()) return nullptr;
+    SO<Image> image(new MemoryImage(int(width_), int(height_), snapshotLayers()));
+    return snapshot(image.get()) ? image : nullptr;
+}
+
+bool GLCanvas::snapshot(Image * target) {
+    NBX_CHECK(target, L"no target image");
+    if (!target || !isCreated() || !makeContextCurrent()) return false;
+    glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    const unsigned width = std::min(width_, unsigned(std::max(0, target->width())));
+    const unsigned height = std::min(height_, unsigned(std::max(0, target->height())));
+    const bool result = FrameReaderGL::read(target, Area(0, 0, width, height));
+    releaseContext();
+    return result;
+}
+
+SO<Image> GLCanvas::largeScaleSnapshot(unsigned width, unsigned height) {
+    if (!isCreated()) return nullptr;
+    SO<Image> image(new MemoryImage(int(width), int(height), snapshotLayers()));
+    return largeScaleSnapshot(image.get()) ? image : nullptr;
+}
+
+bool GLCanvas::largeScaleSnapshot(Image * target, unsigned properties) {
+    NBX_CHECK(target, L"no target image");
+    NBX_CHECK(properties == COLOR_BUFFER, L"only the colours can be copied");
+    if (!target || properties != COLOR_BUFFER || !isCreated()) return false;
+    if (target->width() <= 0 || target->height() <= 0) return false;
+    // Nothing can come later: the tiles are drawn once.
+    const int mode = getRenderingMode();
+    setRenderingMode(0);
+    prepareRedisplay();
+    const bool result = drawTiles(target);
+    finishRedisplay();
+    setRenderingMode(mode);
+    return result;
+}
+
+bool GLCanvas::drawTiles(Image * target) {
+    const unsigned width = unsigned(target->width()), height = unsigned(target->height());
+    const Area picture(0, 0, width, height);
+    for (unsigned y = 0; y < height; y += height_)
+        for (unsigned x = 0; x < width; x += width_) {
+            const unsigned tileWidth = std::min(width_, width - x),
+                           tileHeight = std::min(height_, height - y);
+            drawPicture(picture, Area(int(x), int(y), tileWidth, tileHeight));
+            if (!FrameReaderGL::read(target, Area(0, 0, tileWidth, tileHeight), int(x), int(y))) return false;
+        }
+    return true;
+}
+
+namespace {
+
+class ViewportPainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return Viewport::ClassNameNBX(); }
+    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
+        auto * gl = dynamic_cast<EngineGL *>(engine);
+        const auto * viewport = dynamic_cast<const Viewport *>(attribute);
+        NBX_CHECK(gl, L"no engine");
+        if (!gl || !viewport) return false;
+        if (entering)
+            gl->setViewport(viewport->getArea());
+        else
+            gl->resetViewport();
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new ViewportPainterGL), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,84 @@
+#include <nbx/gl/namegl.h>
+
+#include <utility>
+
+#include <GL/glew.h>
+
+#include <nbx/gl/contextgl.h>
+#include <nbx/object/errorhandler.h>
+
+namespace NBX {
+
+namespace {
+
+unsigned newName(NameGL::Kind kind) {
+    GLuint name = 0;
+    switch (kind) {
+    case NameGL::NK_Buffer:
+        glGenBuffers(1, &name);
+        break;
+    case NameGL::NK_Texture:
+        glGenTextures(1, &name);
+        break;
+    case NameGL::NK_DisplayList:
+        name = glGenLists(1);
+        break;
+    case NameGL::NK_RenderBuffer:
+        glGenRenderbuffersEXT(1, &name);
+        break;
+    case NameGL::NK_FrameBuffer:
+        glGenFramebuffersEXT(1, &name);
+        break;
+    case NameGL::NK_Query:
+        glGenQueries(1, &name);
+        break;
+    case NameGL::NK_ShaderObject:
+        break;
+    }
+    return name;
+}
+
+} // namespace
+
+NameGL::NameGL(Kind kind, unsigned name) : kind_(kind), name_(name) {
+    if (isOwnedByContext(kind)) context_ = WO<ContextGL>(ContextGL::current());
+}
+
+NameGL::NameGL(NameGL && other) noexcept {
+    *this = std::move(other);
+}
+
+NameGL & NameGL::operator=(NameGL && other) noexcept {
+    if (this == &other) return *this;
+    drop();
+    kind_ = other.kind_;
+    name_ = std::exchange(other.name_, 0);
+    context_ = other.context_;
+    return *this;
+}
+
+NameGL::~NameGL() {
+    drop();
+}
+
+NameGL NameGL::generate(Kind kind) {
+    NBX_CHECK(ContextGL::current(), L"no current context");
+    if (!ContextGL::current()) return NameGL();
+    return NameGL(kind, newName(kind));
+}
+
+bool NameGL::isKnownHere() const {
+    const ContextGL * current = ContextGL::current();
+    return name_ != 0 && current && (!isOwnedByContext(kind_) || context_.lock().get() == current);
+}
+
+void NameGL::drop() {
+    if (name_ == 0) return;
+    if (!isOwnedByContext(kind_))
+        ContextGL::dropShared(kind_, name_);
+    else if (const SO<ContextGL> context = context_.lock())
+        context->dropOwn(kind_, name_);
+    name_ = 0;
+}
+
+} // namespace NBX

@@ -1,0 +1,82 @@
+#include <nbx/gl/pbuffercanvasgl.h>
+
+#include <algorithm>
+
+#include <GL/glew.h>
+
+#include <nbx/gl/contextgl.h>
+#include <nbx/gl/texture2dgl.h>
+#include <nbx/object/errorhandler.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(PBufferCanvasGL, GLCanvas)
+
+PBufferCanvasGL::PBufferCanvasGL(unsigned width, unsigned height, unsigned properties, GLCanvas *,
+                                 bool largestPossible, unsigned textureFormat, unsigned textureTarget)
+    : GLCanvas(width, height, properties), largestPossible_(largestPossible), textureFormat_(textureFormat) {
+    NBX_CHECK(textureTarget == GL_TEXTURE_2D, L"only two-dimensional textures can be made of a canvas");
+    create();
+}
+
+PBufferCanvasGL::~PBufferCanvasGL() {
+    destroy();
+}
+
+bool PBufferCanvasGL::isSupported() {
+    return ContextGL::isSupported();
+}
+
+unsigned PBufferCanvasGL::maxSize() const {
+    return isCreated() ? ContextGL::maxPixelBufferSize() : 0;
+}
+
+SO<ContextGL> PBufferCanvasGL::createContext() {
+    const unsigned limit = ContextGL::maxPixelBufferSize();
+    if (largestPossible_) {
+        width_ = std::min(width_, limit);
+        height_ = std::min(height_, limit);
+    }
+    ContextGL::Format format;
+    format.alpha = hasProperty(ALPHA_BUFFER);
+    format.depth = hasProperty(DEPTH_BUFFER);
+    format.stencil = hasProperty(STENCIL_BUFFER);
+    const SO<ContextGL> context(new ContextGL);
+    if (!context->create(width_, height_, format)) return nullptr;
+    format = context->format();
+    properties_ = COLOR_BUFFER | (format.alpha ? ALPHA_BUFFER : 0) | (format.depth ? DEPTH_BUFFER : 0) |
+                  (format.stencil ? STENCIL_BUFFER : 0);
+    return context;
+}
+
+bool PBufferCanvasGL::resizeBuffers(unsigned width, unsigned height) {
+    return context()->resize(width, height);
+}
+
+SO<Texture2DGL> PBufferCanvasGL::newTexture(unsigned format, bool mipmaps) {
+    if (!isCreated()) return nullptr;
+    SO<Texture2DGL> texture(
+        new Texture2DGL(getWidth(), getHeight(), format ? format : textureFormat_, mipmaps));
+    return updateTexture(texture.get()) ? texture : nullptr;
+}
+
+bool PBufferCanvasGL::updateTexture(Texture2DGL * texture) {
+    NBX_CHECK(texture, L"no texture");
+    if (!texture || !isCreated()) return false;
+    const bool sizeFits = texture->getWidth() == getWidth() && texture->getHeight() == getHeight();
+    NBX_CHECK(sizeFits, L"the texture does not have the size of the canvas");
+    if (!sizeFits || !makeContextCurrent()) return false;
+    GLint before = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &before);
+    texture->bind(engine().get());
+    glCopyTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, 0, 0, GLsizei(getWidth()), GLsizei(getHeight()));
+    texture->contentChanged();
+    texture->bind(engine().get());
+    glBindTexture(GL_TEXTURE_2D, GLuint(before));
+    // The other contexts see the texels only when this one has got to them.
+    glFlush();
+    releaseContext();
+    return true;
+}
+
+} // namespace NBX
