@@ -14,8 +14,8 @@
 //     NBX_CLASS_IMPL(Ellipse, Shape)          // in ellipse.cpp
 //
 // Classes that can be stored use NBX_STORED_CLASS and NBX_STORED_CLASS_IMPL instead, which also register
-// the class when the library loads. Class templates use NBX_TEMPLATE_CLASS or NBX_STORED_TEMPLATE_CLASS,
-// which stand alone.
+// the class when the library loads. Class templates and classes of one file use NBX_TEMPLATE_CLASS or
+// NBX_STORED_TEMPLATE_CLASS, which stand alone.
 
 #define NBX_CLASS(Class, Parent)                                                                             \
 public:                                                                                                      \

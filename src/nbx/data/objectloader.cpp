@@ -19,15 +19,13 @@ namespace {
 
 /// Our own object format.
 class NativeObjectReader : public ObjectReader {
-    NBX_CLASS(NativeObjectReader, ObjectReader)
+    NBX_TEMPLATE_CLASS(NativeObjectReader, ObjectReader)
 public:
     bool canProduce(const ID &) const override { return true; }
     std::string objectFileSuffix() const override { return "nbx"; }
     std::string objectFormatName() const override { return "NBX objects"; }
     SO<SharedObj> read(DataResource * resource) override;
 };
-
-NBX_CLASS_IMPL(NativeObjectReader, ObjectReader)
 
 SO<SharedObj> NativeObjectReader::read(DataResource * resource) {
     NBX_CHECK(resource, L"no resource");

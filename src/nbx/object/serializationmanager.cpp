@@ -1,31 +1,44 @@
 #include <nbx/object/serializationmanager.h>
 
+#include <mutex>
 #include <unordered_map>
 
 namespace NBX {
 
 namespace {
 
-/// Filled while libraries load, read-only behind.
-std::unordered_map<ID, SerializationManager::Factory> & factories() {
-    static auto & table = *new std::unordered_map<ID, SerializationManager::Factory>;
-    return table;
+/// Filled while libraries load, which plug-ins may do at any time; built on first use and never destroyed.
+struct Registry {
+    std::mutex mutex;
+    std::unordered_map<ID, SerializationManager::Factory> factories;
+
+    SerializationManager::Factory find(const ID & name) {
+        const std::lock_guard lock(mutex);
+        const auto entry = factories.find(name);
+        return entry == factories.end() ? nullptr : entry->second;
+    }
+};
+
+Registry & registry() {
+    static Registry & instance = *new Registry;
+    return instance;
 }
 
 } // namespace
 
 bool SerializationManager::registerClass(const ID & name, Factory factory) {
-    factories()[name] = factory;
+    const std::lock_guard lock(registry().mutex);
+    registry().factories[name] = factory;
     return true;
 }
 
 bool SerializationManager::isRegistered(const ID & name) {
-    return factories().contains(name);
+    return registry().find(name) != nullptr;
 }
 
 SharedObj * SerializationManager::newInstance(const ID & name) {
-    const auto entry = factories().find(name);
-    return entry == factories().end() ? nullptr : entry->second();
+    const Factory factory = registry().find(name);
+    return factory ? factory() : nullptr;
 }
 
 } // namespace NBX

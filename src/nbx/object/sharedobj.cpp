@@ -25,10 +25,13 @@ std::uint64_t nextTransactionNo() {
 
 SharedObj::SharedObj() = default;
 
-SharedObj::SharedObj(const SharedObj & other) : Visitable(other), objectName_(other.objectName_) {}
+SharedObj::SharedObj(const SharedObj & other) : Visitable(other) {
+    *this = other;
+}
 
 SharedObj & SharedObj::operator=(const SharedObj & other) {
-    objectName_ = other.objectName_;
+    if (this != &other)
+        objectName_ = other.objectName_ ? std::make_unique<std::wstring>(*other.objectName_) : nullptr;
     return *this;
 }
 
@@ -63,15 +66,22 @@ std::uint64_t SharedObj::lastTransactionNo() const {
     return transactionNo_.load(std::memory_order_relaxed);
 }
 
+const std::wstring & SharedObj::getObjectName() const {
+    static const std::wstring & noName = *new std::wstring;
+    return objectName_ ? *objectName_ : noName;
+}
+
 void SharedObj::setObjectName(const std::wstring & name) {
-    if (name == objectName_) return;
-    objectName_ = name;
+    if (name == getObjectName()) return;
+    objectName_ = std::make_unique<std::wstring>(name);
     modified();
 }
 
 void SharedObj::serialize(SerializationManager & m) {
     m.enterObject();
-    attributeWithDefault(m, "objectName", objectName_, std::wstring());
+    std::wstring name = getObjectName();
+    attributeWithDefault(m, "objectName", name, std::wstring());
+    if (m.isReading() && name != getObjectName()) objectName_ = std::make_unique<std::wstring>(name);
 }
 
 bool SharedObj::isRegisteredForSerialization() const {
@@ -116,6 +126,9 @@ void SharedObj::unref(const void *) const {
         const std::lock_guard lock(weakMutex());
         if (references_.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
         clearWeakPointers();
+        // The count stands at 1 while the object dies, so that a holder in a destructor does not end it
+        // again.
+        references_.store(1, std::memory_order_relaxed);
     }
     delete this;
 }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <nbx/container/nonpersistentarray.h>
+
+namespace NBX {
+
+/// Sequence of the elements of an array, which it keeps alive and whose changes it shows.
+template <class T> class ArrayIterator : public Iterator<T> {
+    using Base = Iterator<T>;
+    NBX_TEMPLATE_CLASS(ArrayIterator, Base)
+public:
+    /// A null array is reported and gives an empty sequence.
+    explicit ArrayIterator(NonPersistentArray<T> * array) : array_(array) { NBX_CHECK(array, L"no array"); }
+
+    unsigned size() const override { return array_ ? array_->size() : 0; }
+    T get(unsigned i) const override { return array_ ? array_->get(i) : T(); }
+    const T * pointer() const override { return array_ ? std::as_const(*array_).pointer() : nullptr; }
+    const SharedObj * container() const override { return array_.get(); }
+
+private:
+    SO<NonPersistentArray<T>> array_;
+};
+
+} // namespace NBX
