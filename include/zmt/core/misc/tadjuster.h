@@ -1,0 +1,56 @@
+#pragma once
+
+#include <nbx/math/bounds.h>
+#include <nbx/math/matrix4x4base.h>
+#include <nbx/object/so.h>
+#include <nbx/scene/box.h>
+#include <nbx/scene/scenething.h>
+
+namespace ZMT::CORE {
+
+/// A node that moves and scales its content into the middle of a given box. The vertical scale is never
+/// larger than the other two.
+///
+/// The fit is computed when it is first needed after a change of this node, or every time with dynamics:
+/// changes of the content are not noticed otherwise.
+class TAdjuster : public NBX::SceneThing {
+    NBX_STORED_CLASS(TAdjuster, NBX::SceneThing)
+public:
+    /// Appends itself to `parent`, unless that is null. `volume` is the target box, in the frame of the
+    /// parent; with `keepAspect` all axes get the same scale; `dynamic` computes the fit anew at every use.
+    TAdjuster(NBX::SceneThing * parent, NBX::Box * volume, bool keepAspect, bool dynamic);
+
+    const NBX::SO<NBX::Box> & getVolume() const { return volume_; }
+    void setVolume(NBX::Box * volume);
+    bool getKeepAspect() const { return keepAspect_; }
+    void setKeepAspect(bool keepAspect);
+    bool getDynamics() const { return dynamic_; }
+    void setDynamics(bool dynamic);
+
+    void modified() override;
+    void evaluate(NBX::Engine * engine) override;
+    /// The box of the fitted content, in the frame of the parent; undefined without content. `engine` must
+    /// not be null.
+    NBX::Bounds boundingBox(NBX::Engine * engine) override;
+    void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
+    void serialize(NBX::SerializationManager & m) override;
+
+protected:
+    /// Without a box, for reading: the content stays as it is.
+    TAdjuster();
+
+private:
+    bool needsUpdate() const { return !valid_ || dynamic_; }
+    void update(NBX::Engine * engine);
+
+    NBX::Matrix4x4Base<double> matrix_;
+    NBX::SO<NBX::Box> volume_;
+    bool keepAspect_ = true;
+    bool dynamic_ = false;
+    /// Of the content after fitting.
+    NBX::Bounds bounds_;
+    /// The matrix is current.
+    bool valid_ = false;
+};
+
+} // namespace ZMT::CORE
