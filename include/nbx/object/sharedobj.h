@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include <nbx/object/classpattern.h>
@@ -39,7 +40,7 @@ public:
     static const ID & ClassNameNBX();
     bool acceptedImpl(VisitorBase & v, bool pre, VisitMode & mode);
 
-    const std::wstring & getObjectName() const { return objectName_; }
+    const std::wstring & getObjectName() const;
     void setObjectName(const std::wstring & name);
 
     /// Shared objects have identity, not value: true for the same object only.
@@ -67,7 +68,8 @@ private:
     mutable std::atomic<bool> everWeak_{false};
     mutable WOBase * weakPointers_ = nullptr;
     std::atomic<std::uint64_t> transactionNo_{0};
-    std::wstring objectName_;
+    /// Null without a name, since a large scene has millions of objects and few names.
+    std::unique_ptr<std::wstring> objectName_;
 };
 
 } // namespace NBX

@@ -33,7 +33,7 @@ template <class T> class WO : public WOBase {
 public:
     WO() = default;
     WO(std::nullptr_t) {}
-    WO(T * object) : WOBase(object), typed_(object) {}
+    WO(T * object) : WOBase(object) {}
     template <class U>
     requires std::is_convertible_v<U *, T *> WO(const SO<U> & object) : WO(static_cast<T *>(object.get())) {}
 
@@ -41,15 +41,12 @@ public:
     SO<T> lock() const {
         const SharedObj * object = lockedObject();
         if (!object) return nullptr;
-        SO<T> result(typed_);
+        SO<T> result(static_cast<T *>(const_cast<SharedObj *>(object)));
         object->unref(this);
         return result;
     }
 
     explicit operator bool() const { return !isNull(); }
-
-private:
-    T * typed_ = nullptr;
 };
 
 } // namespace NBX

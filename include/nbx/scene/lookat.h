@@ -7,7 +7,9 @@
 
 namespace NBX {
 
-/// Where the eye stands and looks, in world coordinates.
+/// Where the eye stands and looks, in world coordinates. The world is left-handed, as maps with heights are:
+/// x to the east, y upwards, z to the north. So the right border of the picture lies towards `up x forward`,
+/// and the matrix turns the left-handed world into right-handed view coordinates (its determinant is -1).
 class LookAt : public SharedObj {
     NBX_STORED_CLASS(LookAt, SharedObj)
 public:

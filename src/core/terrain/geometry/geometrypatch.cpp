@@ -7,7 +7,7 @@ NBX_CLASS_IMPL(GeometryPatch, NBX::Shape)
 GeometryPatch::GeometryPatch() : NBX::Shape(true), bbox_(NBX::Vector3Base<double>()) {}
 
 GeometryPatch::GeometryPatch(const NBX::Bounds & bbox, double approxError, double wall,
-                             NBX::SO<Children> children)
+                             const NBX::SO<Children> & children)
     : NBX::Shape(true), bbox_(bbox.isDefined() ? bbox : NBX::Bounds(NBX::Vector3Base<double>())),
       approxError_(approxError), wall_(wall) {
     NBX_CHECK(approxError >= 0, L"invalid approximation-error: " << approxError);
@@ -17,13 +17,14 @@ GeometryPatch::GeometryPatch(const NBX::Bounds & bbox, double approxError, doubl
 
 NBX::SO<GeometryPatch> GeometryPatch::child(unsigned i) const {
     NBX_CHECK(i < children(), L"i out of range");
-    return i < children_.size() ? children_.stl()[i] : nullptr;
+    return i < children() ? children_->stl()[i] : nullptr;
 }
 
-void GeometryPatch::addChild(NBX::SO<GeometryPatch> child) {
+void GeometryPatch::addChild(const NBX::SO<GeometryPatch> & child) {
     NBX_CHECK(child, L"no child");
     if (!child) return;
-    children_.append(child);
+    if (!children_) children_ = new NBX::Array<NBX::SO<GeometryPatch>>;
+    children_->append(child);
     child->setParent(this);
 }
 
@@ -34,8 +35,8 @@ void GeometryPatch::setParent(const NBX::WO<GeometryPatch> & parent) {
 
 void GeometryPatch::acceptChildren(std::vector<NBX::Visitable *> & children) const {
     NBX::Shape::acceptChildren(children);
-    for (const auto & child : children_.stl())
-        children.push_back(child.get());
+    for (unsigned i = 0; children_ && i < children_->size(); ++i)
+        children.push_back(children_->stl()[i].get());
 }
 
 void GeometryPatch::serialize(NBX::SerializationManager & m) {
@@ -45,11 +46,10 @@ void GeometryPatch::serialize(NBX::SerializationManager & m) {
     m.attribute("error", approxError_);
     m.attribute("wall", wall_);
 
-    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children;
-    if (m.isWriting()) children = new NBX::Array<NBX::SO<GeometryPatch>>(children_.stl());
+    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children = children_;
     m.attribute("children", children);
     if (m.isReading()) {
-        children_.clear();
+        children_ = nullptr;
         for (unsigned i = 0; children && i < children->size(); ++i)
             if (children->get(i)) addChild(children->get(i));
     }

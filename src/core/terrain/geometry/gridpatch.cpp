@@ -6,9 +6,9 @@ namespace ZMT::CORE {
 
 GridPatch::GridPatch() = default;
 
-GridPatch::GridPatch(NBX::SO<GridData> grid, const NBX::Area & domain, const NBX::Bounds & bbox,
-                     double approxError, double wall, NBX::SO<Children> children)
-    : GeometryPatch(bbox, approxError, wall, std::move(children)), grid_(grid), domain_(domain) {
+GridPatch::GridPatch(const NBX::SO<GridData> & grid, const NBX::Area & domain, const NBX::Bounds & bbox,
+                     double approxError, double wall, const NBX::SO<Children> & children)
+    : GeometryPatch(bbox, approxError, wall, children), grid_(grid), domain_(domain) {
     NBX_CHECK(grid, L"no grid");
     if (grid) checkDomain(grid.get(), domain);
 }

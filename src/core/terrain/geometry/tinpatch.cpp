@@ -1,73 +1,114 @@
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
+#include <algorithm>
 #include <string>
-#include <utility>
+#include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 
 namespace ZMT::CORE {
 
 namespace {
 
-template <class T>
-void writeSequence(NBX::SerializationManager & m, const NBX::SO<const NBX::Iterator<T>> & sequence) {
-    unsigned size = sequence ? sequence->size() : 0;
-    m.attribute("size", size);
-    if (size == 0) return;
-    const T * pointer = sequence->pointer();
-    NBX_CHECK(pointer, L"not an array");
-    for (unsigned i = 0; i < size; ++i) {
-        T value = pointer ? pointer[i] : sequence->get(i);
-        m.attribute("pointer", value);
-    }
-}
+/// A list inside a patch, which it keeps.
+template <class T> class PatchList : public NBX::Iterator<T> {
+    using Base = NBX::Iterator<T>;
+    NBX_TEMPLATE_CLASS(PatchList, Base)
+public:
+    PatchList(const TinPatch * patch, const T * first, unsigned size)
+        : patch_(patch), first_(first), size_(size) {}
 
-template <class T> NBX::SO<const NBX::Iterator<T>> readSequence(NBX::SerializationManager & m) {
-    unsigned size = 0;
-    m.attribute("size", size);
-    if (size == 0) return nullptr;
-    if (size > m.bytesLeft()) throw NBX::IOError(L"stored patch is larger than its file");
-    auto * values = new NBX::Array<T>(size);
-    NBX::SO<const NBX::Iterator<T>> result(values);
-    for (T & value : values->stl())
-        if (!m.attribute("pointer", value)) throw NBX::IOError(L"stored patch is cut short");
-    return result;
-}
+    unsigned size() const override { return size_; }
+    T get(unsigned i) const override { return first_[i]; }
+    const T * pointer() const override { return first_; }
+    const NBX::SharedObj * container() const override { return patch_.get(); }
 
-/// A counted sequence: "size", then one "pointer" an element.
+private:
+    NBX::SO<const TinPatch> patch_;
+    const T * first_;
+    unsigned size_;
+};
+
 template <class T>
-void serializeSequence(NBX::SerializationManager & m, NBX::SO<const NBX::Iterator<T>> & sequence) {
-    if (m.isReading())
-        sequence = readSequence<T>(m);
-    else
-        writeSequence<T>(m, sequence);
+NBX::SO<const NBX::Iterator<T>> listOf(const TinPatch * patch, const T * first, unsigned size) {
+    return size > 0 ? new PatchList<T>(patch, first, size) : nullptr;
 }
 
 unsigned sizeOf(const auto & sequence) {
     return sequence ? sequence->size() : 0;
 }
 
-/// True when every entry of `numbers` is below `limit`.
-template <class T> bool staysBelow(const NBX::SO<const NBX::Iterator<T>> & numbers, unsigned limit) {
-    for (unsigned i = 0; i < sizeOf(numbers); ++i)
-        if (numbers->get(i) >= limit) return false;
-    return true;
+template <class T> void copyTo(T * target, const NBX::SO<const NBX::Iterator<T>> & sequence) {
+    if (sizeOf(sequence) == 0) return;
+    const T * pointer = sequence->pointer();
+    NBX_CHECK(pointer, L"not an array");
+    for (unsigned i = 0; i < sequence->size(); ++i)
+        target[i] = pointer ? pointer[i] : sequence->get(i);
+}
+
+/// A counted sequence: "size", then one "pointer" an element.
+template <class T> void writeSequence(NBX::SerializationManager & m, const T * values, unsigned size) {
+    m.attribute("size", size);
+    for (unsigned i = 0; i < size; ++i) {
+        T value = values[i];
+        m.attribute("pointer", value);
+    }
+}
+
+template <class T> std::vector<T> readSequence(NBX::SerializationManager & m) {
+    unsigned size = 0;
+    m.attribute("size", size);
+    if (size > m.bytesLeft()) throw NBX::IOError(L"stored patch is larger than its file");
+    std::vector<T> values(size);
+    for (T & value : values)
+        if (!m.attribute("pointer", value)) throw NBX::IOError(L"stored patch is cut short");
+    return values;
+}
+
+template <class T> bool staysBelow(const T * numbers, unsigned size, unsigned limit) {
+    return std::all_of(numbers, numbers + size, [limit](T number) { return number < limit; });
 }
 
 } // namespace
 
+void TinPatch::Lists::allocate() {
+    std::size_t shorts = strips;
+    for (const unsigned border : borders)
+        shorts += border;
+    block.reset(new unsigned[vertices + std::size_t(ranges) + (shorts + 1) / 2]);
+}
+
+unsigned short * TinPatch::Lists::borderNumbers(unsigned border) const {
+    unsigned short * first = stripNumbers() + strips;
+    for (unsigned i = 0; i < border; ++i)
+        first += borders[i];
+    return first;
+}
+
 TinPatch::TinPatch() = default;
 
-TinPatch::TinPatch(NBX::SO<GeometryData> data, VertexNumbers vertexIndices, LocalNumbers stripIndices,
-                   VertexNumbers stripRanges, LocalNumbers border0, bool outer0, LocalNumbers border1,
-                   bool outer1, LocalNumbers border2, bool outer2, LocalNumbers border3, bool outer3,
-                   const NBX::Bounds & bbox, double approxError, double wall, NBX::SO<Children> children)
-    : GeometryPatch(bbox, approxError, wall, std::move(children)), data_(data),
-      vertexIndices_(std::move(vertexIndices)), stripIndices_(std::move(stripIndices)),
-      stripRanges_(std::move(stripRanges)), borderIndices_{border0, border1, border2, border3},
-      isOuterBorder_{outer0, outer1, outer2, outer3} {
+TinPatch::TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & vertexIndices,
+                   const LocalNumbers & stripIndices, const VertexNumbers & stripRanges,
+                   const LocalNumbers & border0, bool outer0, const LocalNumbers & border1, bool outer1,
+                   const LocalNumbers & border2, bool outer2, const LocalNumbers & border3, bool outer3,
+                   const NBX::Bounds & bbox, double approxError, double wall,
+                   const NBX::SO<Children> & children)
+    : GeometryPatch(bbox, approxError, wall, children),
+      data_(data), isOuterBorder_{outer0, outer1, outer2, outer3} {
     NBX_CHECK(data, L"no data");
+    const std::array<LocalNumbers, s_borders> borders{border0, border1, border2, border3};
+    lists_.vertices = sizeOf(vertexIndices);
+    lists_.strips = sizeOf(stripIndices);
+    lists_.ranges = sizeOf(stripRanges);
+    for (unsigned i = 0; i < s_borders; ++i)
+        lists_.borders[i] = sizeOf(borders[i]);
+    lists_.allocate();
+    copyTo(lists_.vertexNumbers(), vertexIndices);
+    copyTo(lists_.stripNumbers(), stripIndices);
+    copyTo(lists_.rangeEnds(), stripRanges);
+    for (unsigned i = 0; i < s_borders; ++i)
+        copyTo(lists_.borderNumbers(i), borders[i]);
 }
 
 TinPatch::~TinPatch() = default;
@@ -76,30 +117,92 @@ NBX::SO<GeometryData> TinPatch::data() const {
     return data_;
 }
 
+TinPatch::VertexNumbers TinPatch::vertexIndices() const {
+    return listOf(this, lists_.vertexNumbers(), lists_.vertices);
+}
+
+TinPatch::LocalNumbers TinPatch::stripIndices() const {
+    return listOf(this, lists_.stripNumbers(), lists_.strips);
+}
+
+TinPatch::VertexNumbers TinPatch::stripRanges() const {
+    return listOf(this, lists_.rangeEnds(), lists_.ranges);
+}
+
+TinPatch::LocalNumbers TinPatch::borderIndices(Border border) const {
+    return listOf(this, lists_.borderNumbers(border), lists_.borders[border]);
+}
+
+TinPatch::Heights TinPatch::parentHeights() const {
+    return listOf(this, parentHeights_.get(), parentHeightCount_);
+}
+
+void TinPatch::setParentHeights(const Heights & heights) {
+    parentHeightCount_ = sizeOf(heights);
+    parentHeights_.reset(parentHeightCount_ > 0 ? new float[parentHeightCount_] : nullptr);
+    copyTo(parentHeights_.get(), heights);
+}
+
 void TinPatch::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<GeometryPatch>(m, this);
     m.attribute("data", data_);
-    serializeSequence(m, vertexIndices_);
-    serializeSequence(m, stripIndices_);
-    serializeSequence(m, stripRanges_);
-    serializeSequence(m, parentHeights_);
-    for (unsigned border = 0; border < s_borders; ++border) {
-        const std::string name = "isOuterBorder" + std::to_string(border);
-        m.attribute(name.c_str(), isOuterBorder_[border]);
-        serializeSequence(m, borderIndices_[border]);
-    }
-    if (!m.isReading()) return;
+    if (m.isReading())
+        readLists(m);
+    else
+        writeLists(m);
+}
 
-    bool fits = data_ && staysBelow(vertexIndices_, data_->vertices()) &&
-                staysBelow(stripIndices_, sizeOf(vertexIndices_)) &&
-                staysBelow(stripRanges_, sizeOf(stripIndices_) + 1) &&
-                (!parentHeights_ || parentHeights_->size() == sizeOf(vertexIndices_));
-    for (const LocalNumbers & border : borderIndices_)
-        fits = fits && staysBelow(border, sizeOf(vertexIndices_));
-    if (!fits) throw NBX::IOError(L"stored patch refers to vertices that do not exist");
+void TinPatch::writeLists(NBX::SerializationManager & m) {
+    writeSequence(m, lists_.vertexNumbers(), lists_.vertices);
+    writeSequence(m, lists_.stripNumbers(), lists_.strips);
+    writeSequence(m, lists_.rangeEnds(), lists_.ranges);
+    writeSequence(m, parentHeights_.get(), parentHeightCount_);
+    for (unsigned i = 0; i < s_borders; ++i) {
+        m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
+        writeSequence(m, lists_.borderNumbers(i), lists_.borders[i]);
+    }
+}
+
+void TinPatch::readLists(NBX::SerializationManager & m) {
+    const auto vertices = readSequence<unsigned>(m);
+    const auto strips = readSequence<unsigned short>(m);
+    const auto ranges = readSequence<unsigned>(m);
+    const auto heights = readSequence<float>(m);
+    std::array<std::vector<unsigned short>, s_borders> borders;
+    for (unsigned i = 0; i < s_borders; ++i) {
+        m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
+        borders[i] = readSequence<unsigned short>(m);
+    }
+
+    lists_.vertices = static_cast<unsigned>(vertices.size());
+    lists_.strips = static_cast<unsigned>(strips.size());
+    lists_.ranges = static_cast<unsigned>(ranges.size());
+    for (unsigned i = 0; i < s_borders; ++i)
+        lists_.borders[i] = static_cast<unsigned>(borders[i].size());
+    lists_.allocate();
+    std::copy(vertices.begin(), vertices.end(), lists_.vertexNumbers());
+    std::copy(strips.begin(), strips.end(), lists_.stripNumbers());
+    std::copy(ranges.begin(), ranges.end(), lists_.rangeEnds());
+    for (unsigned i = 0; i < s_borders; ++i)
+        std::copy(borders[i].begin(), borders[i].end(), lists_.borderNumbers(i));
+    parentHeightCount_ = static_cast<unsigned>(heights.size());
+    parentHeights_.reset(heights.empty() ? nullptr : new float[heights.size()]);
+    std::copy(heights.begin(), heights.end(), parentHeights_.get());
+    if (!listsFit()) throw NBX::IOError(L"stored patch refers to vertices that do not exist");
     wallShape_ = nullptr;
     patchShape_ = nullptr;
+}
+
+bool TinPatch::listsFit() const {
+    bool fits = data_ && staysBelow(lists_.vertexNumbers(), lists_.vertices, data_->vertices()) &&
+                staysBelow(lists_.stripNumbers(), lists_.strips, lists_.vertices) &&
+                staysBelow(lists_.rangeEnds(), lists_.ranges, lists_.strips + 1) &&
+                std::is_sorted(lists_.rangeEnds(), lists_.rangeEnds() + lists_.ranges) &&
+                (parentHeightCount_ == 0 || parentHeightCount_ == lists_.vertices);
+    for (unsigned i = 0; i < s_borders; ++i)
+        fits = fits && staysBelow(lists_.borderNumbers(i), lists_.borders[i], lists_.vertices);
+    return fits;
 }
 
 NBX_STORED_CLASS_IMPL(TinPatch, GeometryPatch)

@@ -23,7 +23,8 @@ public:
 
     /// `bbox` is in local coordinates; an undefined one is replaced by the origin alone. `approxError` and
     /// `wall` are in local height units. `children` may be null; their parent becomes this patch.
-    GeometryPatch(const NBX::Bounds & bbox, double approxError, double wall, NBX::SO<Children> children);
+    GeometryPatch(const NBX::Bounds & bbox, double approxError, double wall,
+                  const NBX::SO<Children> & children);
 
     /// In local coordinates.
     NBX::Bounds boundingBox() const override { return bbox_; }
@@ -34,7 +35,7 @@ public:
     virtual double wall() const { return wall_; }
     /// Null at the root, and once the parent has gone.
     virtual NBX::SO<GeometryPatch> parent() const { return parent_.lock(); }
-    virtual unsigned children() const { return children_.size(); }
+    virtual unsigned children() const { return children_ ? children_->size() : 0; }
     virtual NBX::SO<GeometryPatch> child(unsigned i) const;
     /// Lets a patch that loads its children on demand release them.
     virtual void unloadChildren() {}
@@ -46,7 +47,7 @@ protected:
     /// For reading.
     GeometryPatch();
 
-    void addChild(NBX::SO<GeometryPatch> child);
+    void addChild(const NBX::SO<GeometryPatch> & child);
     void setParent(const NBX::WO<GeometryPatch> & parent);
 
 private:
@@ -54,7 +55,8 @@ private:
     NBX::Bounds bbox_;
     double approxError_ = 0.0;
     double wall_ = 0.0;
-    NBX::Array<NBX::SO<GeometryPatch>> children_;
+    /// Null in a leaf.
+    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children_;
 };
 
 } // namespace ZMT::CORE

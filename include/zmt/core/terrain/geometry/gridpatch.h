@@ -12,8 +12,8 @@ class GridPatch : public GeometryPatch {
     NBX_STORED_CLASS(GridPatch, GeometryPatch)
 public:
     /// `domain` counts cells: the vertices run from its x to x + width, from its y to y + height.
-    GridPatch(NBX::SO<GridData> grid, const NBX::Area & domain, const NBX::Bounds & bbox, double approxError,
-              double wall, NBX::SO<Children> children);
+    GridPatch(const NBX::SO<GridData> & grid, const NBX::Area & domain, const NBX::Bounds & bbox,
+              double approxError, double wall, const NBX::SO<Children> & children);
     ~GridPatch() override;
 
     NBX::SO<GeometryData> data() const override;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 
 #include <nbx/container/iterator.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
@@ -28,25 +29,28 @@ public:
     /// `vertexIndices` are numbers of `data`, ascending; an entry's position is its local number.
     /// `stripRanges` holds the position in `stripIndices` at which each strip ends. `border0` to `border3`
     /// are the local numbers along the sides, corners included, and `outer0` to `outer3` tell whether the
-    /// side lies on the edge of the whole grid.
-    TinPatch(NBX::SO<GeometryData> data, VertexNumbers vertexIndices, LocalNumbers stripIndices,
-             VertexNumbers stripRanges, LocalNumbers border0, bool outer0, LocalNumbers border1, bool outer1,
-             LocalNumbers border2, bool outer2, LocalNumbers border3, bool outer3, const NBX::Bounds & bbox,
-             double approxError, double wall, NBX::SO<Children> children);
+    /// side lies on the edge of the whole grid. The lists are copied, and must be contiguous.
+    TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & vertexIndices,
+             const LocalNumbers & stripIndices, const VertexNumbers & stripRanges,
+             const LocalNumbers & border0, bool outer0, const LocalNumbers & border1, bool outer1,
+             const LocalNumbers & border2, bool outer2, const LocalNumbers & border3, bool outer3,
+             const NBX::Bounds & bbox, double approxError, double wall, const NBX::SO<Children> & children);
     ~TinPatch() override;
 
     NBX::SO<GeometryData> data() const override;
     void serialize(NBX::SerializationManager & m) override;
 
-    const VertexNumbers & vertexIndices() const { return vertexIndices_; }
-    const LocalNumbers & stripIndices() const { return stripIndices_; }
-    const VertexNumbers & stripRanges() const { return stripRanges_; }
-    const LocalNumbers & borderIndices(Border border) const { return borderIndices_[border]; }
+    /// The lists are views that keep the patch; null where empty.
+    VertexNumbers vertexIndices() const;
+    LocalNumbers stripIndices() const;
+    VertexNumbers stripRanges() const;
+    LocalNumbers borderIndices(Border border) const;
     bool isOuterBorder(Border border) const { return isOuterBorder_[border]; }
 
     /// For each vertex the height of the parent patch's surface there; null at the root.
-    const Heights & parentHeights() const { return parentHeights_; }
-    void setParentHeights(Heights heights) { parentHeights_ = heights; }
+    Heights parentHeights() const;
+    /// Copies `heights`, which may be null.
+    void setParentHeights(const Heights & heights);
 
     /// The shapes that the painter builds on first use, and keeps here: the surface with skirts, and the
     /// outer wall. They belong to the engine that first painted the patch; render thread only.
@@ -57,13 +61,30 @@ protected:
     TinPatch();
 
 private:
+    /// All lists of numbers in one block of memory, as trees hold hundreds of thousands of patches.
+    struct Lists {
+        unsigned vertices = 0, strips = 0, ranges = 0;
+        std::array<unsigned, s_borders> borders{};
+        std::unique_ptr<unsigned[]> block;
+
+        void allocate();
+        unsigned * vertexNumbers() const { return block.get(); }
+        unsigned * rangeEnds() const { return vertexNumbers() + vertices; }
+        unsigned short * stripNumbers() const {
+            return reinterpret_cast<unsigned short *>(rangeEnds() + ranges);
+        }
+        unsigned short * borderNumbers(unsigned border) const;
+    };
+
+    void readLists(NBX::SerializationManager & m);
+    void writeLists(NBX::SerializationManager & m);
+    bool listsFit() const;
+
     NBX::SO<GeometryData> data_;
-    VertexNumbers vertexIndices_;
-    LocalNumbers stripIndices_;
-    VertexNumbers stripRanges_;
-    std::array<LocalNumbers, s_borders> borderIndices_;
-    Heights parentHeights_;
+    Lists lists_;
+    unsigned parentHeightCount_ = 0;
     std::array<bool, s_borders> isOuterBorder_{};
+    std::unique_ptr<float[]> parentHeights_;
     mutable NBX::SO<NBX::Shape> patchShape_;
     mutable NBX::SO<NBX::Shape> wallShape_;
 };
