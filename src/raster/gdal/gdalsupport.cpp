@@ -63,6 +63,10 @@ void setBands(GDALWarpOptions & options, bool hasAlpha) {
     // Transformations bend: what the border of a chunk needs may lie outside the box of its corners.
     options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "SAMPLE_GRID", "YES");
     options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "SOURCE_EXTRA", "4");
+    // Callers have brought the source to the wanted resolution. What GDAL finds by itself differs from chunk
+    // to chunk and blurs those whose part of the source is wrapped around the globe.
+    options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "XSCALE", "1");
+    options.papszWarpOptions = CSLSetNameValue(options.papszWarpOptions, "YSCALE", "1");
 }
 
 } // namespace

@@ -252,6 +252,7 @@ private:
     }
     void walk(bool toPixels, const GeoExtent & from,
               const std::function<void(double, double, double, double)> & visit) const;
+    GeoExtent bounds() const;
 
     GdalTransformer transformer_;
     GeoExtent pixels_;
@@ -272,6 +273,21 @@ void Placement::walk(bool toPixels, const GeoExtent & from,
     }
 }
 
+/// The whole image in the target system; everything where the image leaves the domain of that system.
+GeoExtent Placement::bounds() const {
+    PointBox found;
+    int points = 0;
+    walk(false, pixels_, [&](double pixelX, double pixelY, double x, double y) {
+        double backX = x, backY = y;
+        if (!transform(true, backX, backY) || std::hypot(backX - pixelX, backY - pixelY) > 1.0) return;
+        found.add(x, y);
+        ++points;
+    });
+    if (points == (lattice + 1) * (lattice + 1)) return found.box;
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    return {-infinity, -infinity, infinity, infinity};
+}
+
 PointBox Placement::overlap(const GeoExtent & extent) const {
     PointBox fromTarget, fromImage;
     walk(true, extent, [&](double x, double y, double pixelX, double pixelY) {
@@ -287,7 +303,7 @@ PointBox Placement::overlap(const GeoExtent & extent) const {
         fromTarget.add(fromImage.box.minX, fromImage.box.minY);
         fromTarget.add(fromImage.box.maxX, fromImage.box.maxY);
     }
-    if (!fromTarget.isEmpty()) fromTarget.box = intersection(fromTarget.box, extent);
+    if (!fromTarget.isEmpty()) fromTarget.box = intersection(intersection(fromTarget.box, extent), bounds());
     return fromTarget;
 }
 
