@@ -32,6 +32,7 @@ void GeometryData_MappingIterator::serialize(NBX::SerializationManager & m) {
     m.attribute("data", data_);
     m.attribute("indices", indices_);
     m.attribute("normals", normals_);
+    if (m.isReading() && !data_) indices_ = nullptr;
 }
 
 NBX_STORED_CLASS_IMPL(GeometryData_MappingIterator, Points)

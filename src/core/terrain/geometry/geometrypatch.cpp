@@ -28,6 +28,13 @@ void GeometryPatch::addChild(const NBX::SO<GeometryPatch> & child) {
     child->setParent(this);
 }
 
+void GeometryPatch::addStoredChild(const NBX::SO<GeometryPatch> & child) {
+    if (child->parent()) throw NBX::IOError(L"stored patch has two parents");
+    for (NBX::SO<GeometryPatch> above(this); above; above = above->parent())
+        if (above == child) throw NBX::IOError(L"stored patch lies below itself");
+    addChild(child);
+}
+
 void GeometryPatch::setParent(const NBX::WO<GeometryPatch> & parent) {
     NBX_CHECK(!parent_, L"parent already set");
     parent_ = parent;
@@ -51,7 +58,7 @@ void GeometryPatch::serialize(NBX::SerializationManager & m) {
     if (m.isReading()) {
         children_ = nullptr;
         for (unsigned i = 0; children && i < children->size(); ++i)
-            if (children->get(i)) addChild(children->get(i));
+            if (children->get(i)) addStoredChild(children->get(i));
     }
 
     const NBX::Vector3Base<double> & llf = bbox_.getLLF();

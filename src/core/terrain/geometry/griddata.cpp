@@ -153,17 +153,18 @@ double GridData::slowHeightAt(unsigned x, unsigned y) const {
 
 GridData::Point GridData::vertex(unsigned v) const {
     NBX_CHECK(v < vertices(), L"v out of range");
-    return vertex(v % sizeX_, v / sizeX_);
+    return v < vertices() ? vertex(v % sizeX_, v / sizeX_) : Point();
 }
 
 GridData::Point GridData::normal(unsigned v) const {
     NBX_CHECK(v < vertices(), L"v out of range");
-    return normal(v % sizeX_, v / sizeX_);
+    return v < vertices() ? normal(v % sizeX_, v / sizeX_) : Point();
 }
 
 GridData::Point GridData::normal(unsigned x, unsigned y) const {
     NBX_CHECK(x < sizeX(), L"x out of range");
     NBX_CHECK(y < sizeY(), L"y out of range");
+    if (x >= sizeX() || y >= sizeY()) return {};
     const unsigned xl = x > 0 ? x - 1 : 0, xr = std::min(x + 1, sizeX_ - 1);
     const unsigned yl = y > 0 ? y - 1 : 0, yr = std::min(y + 1, sizeY_ - 1);
     return {(heightAt(xr, y) - heightAt(xl, y)) * -2.0 * scale_.y * scale_.z, scale_.x * 4.0 * scale_.z,
@@ -197,15 +198,13 @@ bool GridData::resampleRasterData(RASTER::SimpleRasterData<float> * target) cons
 }
 
 GridData::Indices * GridData::newIndexIterator(const NBX::Area & domain) const {
-    NBX_CHECK(unsigned(domain.getX()) < sizeX(), L"domain.getX() out of range");
-    NBX_CHECK(unsigned(domain.getY()) < sizeY(), L"domain.getY() out of range");
-    NBX_CHECK(domain.getWidth() < sizeX() - domain.getX(), L"domain.getWidth() out of range");
-    NBX_CHECK(domain.getHeight() < sizeY() - domain.getY(), L"domain.getHeight() out of range");
+    if (!contains(domain)) return new NBX::Array<unsigned>;
+    const auto x0 = static_cast<unsigned>(domain.getX()), y0 = static_cast<unsigned>(domain.getY());
     auto * indices = new NBX::Array<unsigned>((domain.getWidth() + 1) * (domain.getHeight() + 1));
     unsigned * number = indices->pointer();
-    for (unsigned j = 0; j <= domain.getHeight(); ++j)
-        for (unsigned i = 0; i <= domain.getWidth(); ++i)
-            *number++ = unsigned(domain.getX()) + i + (unsigned(domain.getY()) + j) * sizeX_;
+    for (unsigned y = y0; y <= y0 + domain.getHeight(); ++y)
+        for (unsigned x = x0; x <= x0 + domain.getWidth(); ++x)
+            *number++ = x + y * sizeX_;
     return indices;
 }
 
@@ -242,7 +241,7 @@ NBX::SO<NBX::PolygonSet> GridData::extractMesh(const NBX::Bounds & box, NBX::Pro
     const RasterData & raster = *raster_;
     const double xa = std::max(box.getLLF().x, raster.minX()), xb = std::min(box.getURB().x, raster.maxX());
     const double ya = std::max(box.getLLF().z, raster.minY()), yb = std::min(box.getURB().z, raster.maxY());
-    if (xa >= xb || ya >= yb) return nullptr;
+    if (!(xa < xb && ya < yb)) return nullptr;
 
     const MeshAxis columns(xa, xb, raster.minX(), raster.cellSizeX());
     const MeshAxis rows(ya, yb, raster.minY(), raster.cellSizeY());
@@ -267,10 +266,19 @@ void GridData::serialize(NBX::SerializationManager & m) {
 
 NBX_STORED_CLASS_IMPL(GridData, GeometryData)
 
-// The report's text is that of the comparison, which mixes signed positions with unsigned sizes on purpose:
+// The reports' texts are those of the comparisons, which mix signed positions with unsigned sizes on purpose:
 // a negative position is out of range either way.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wsign-compare"
+
+bool GridData::contains(const NBX::Area & domain) const {
+    NBX_CHECK(domain.getX() < sizeX(), L"domain.getX() out of range");
+    NBX_CHECK(domain.getY() < sizeY(), L"domain.getY() out of range");
+    NBX_CHECK(domain.getWidth() < sizeX() - domain.getX(), L"domain.getWidth() out of range");
+    NBX_CHECK(domain.getHeight() < sizeY() - domain.getY(), L"domain.getHeight() out of range");
+    return domain.getX() < sizeX() && domain.getY() < sizeY() &&
+           domain.getWidth() < sizeX() - domain.getX() && domain.getHeight() < sizeY() - domain.getY();
+}
 
 void checkDomain(const GridData * grid, const NBX::Area & domain) {
     NBX_CHECK_RANGE(0, domain.getX(), grid->sizeX() - 1);

@@ -35,7 +35,7 @@ void GridPatch::serialize(NBX::SerializationManager & m) {
     }
     if (!m.isReading()) return;
     domain_ = NBX::Area(x, y, width, height);
-    const bool fits = grid_ && x >= 0 && y >= 0 && unsigned(x) < grid_->sizeX() &&
+    const bool fits = grid_ && x >= 0 && y >= 0 && width > 0 && height > 0 && unsigned(x) < grid_->sizeX() &&
                       unsigned(y) < grid_->sizeY() && width < grid_->sizeX() - unsigned(x) &&
                       height < grid_->sizeY() - unsigned(y);
     if (!fits) throw NBX::IOError(L"stored grid patch does not lie on its grid");

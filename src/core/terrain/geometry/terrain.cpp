@@ -16,6 +16,7 @@ Terrain::~Terrain() = default;
 
 NBX::Bounds Terrain::boundingBox() const {
     const NBX::Bounds box = data()->boundingBox();
+    if (!box.isDefined()) return box;
     const Point offset = GeoTransformation::geo2nbxOffset() + origin();
     return NBX::Bounds(box.getLLF() + offset, box.getURB() + offset);
 }

@@ -4,6 +4,22 @@
 
 namespace ZMT::CORE {
 
+namespace {
+
+using FilterMode = TerrainTexture::FilterMode;
+
+/// Stored as its number. A number that means no filter is read as the default.
+void serializeFilter(NBX::SerializationManager & m, const char * name, FilterMode & filter,
+                     FilterMode defaultFilter) {
+    int number = filter;
+    NBX::attributeWithDefault(m, name, number, defaultFilter);
+    const bool isFilter =
+        number >= NBX::TextureGL::FM_Nearest && number <= NBX::TextureGL::FM_NearestMipmapLinear;
+    filter = isFilter ? static_cast<FilterMode>(number) : defaultFilter;
+}
+
+} // namespace
+
 NBX_CLASS_IMPL(TerrainTexture, NBX::SharedObj)
 
 void TerrainTexture::minFilter(FilterMode mode) {
@@ -36,11 +52,8 @@ NBX::SO<NBX::TextureGL> TerrainTexture::request(const GeometryPatch * patch, NBX
 void TerrainTexture::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<NBX::SharedObj>(m, this);
-    int minFilter = minFilter_, magFilter = magFilter_;
-    NBX::attributeWithDefault(m, "minFilter", minFilter, 2);
-    NBX::attributeWithDefault(m, "magFilter", magFilter, 1);
-    minFilter_ = static_cast<FilterMode>(minFilter);
-    magFilter_ = static_cast<FilterMode>(magFilter);
+    serializeFilter(m, "minFilter", minFilter_, NBX::TextureGL::FM_LinearMipmapLinear);
+    serializeFilter(m, "magFilter", magFilter_, NBX::TextureGL::FM_Linear);
 }
 
 } // namespace ZMT::CORE

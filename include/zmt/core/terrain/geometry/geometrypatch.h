@@ -51,6 +51,9 @@ protected:
     void setParent(const NBX::WO<GeometryPatch> & parent);
 
 private:
+    /// Throws `IOError` for a child that would make the tree something else.
+    void addStoredChild(const NBX::SO<GeometryPatch> & child);
+
     NBX::WO<GeometryPatch> parent_;
     NBX::Bounds bbox_;
     double approxError_ = 0.0;

@@ -38,7 +38,7 @@ public:
     /// Size of a cell in x, of a height unit, and of a cell in z.
     virtual Point scale() const { return scale_; }
     /// Numbers of the vertices of `domain`, row by row, its last column and row included. `domain` counts
-    /// cells; the caller takes the result.
+    /// cells; one that does not lie on the grid is reported and gives none. The caller takes the result.
     virtual Indices * newIndexIterator(const NBX::Area & domain) const;
 
     unsigned sizeX() const { return sizeX_; }
@@ -68,6 +68,7 @@ private:
         return cells_ ? static_cast<double>(cells_[x + std::size_t(y) * sizeX_]) : slowHeightAt(x, y);
     }
     double slowHeightAt(unsigned x, unsigned y) const;
+    bool contains(const NBX::Area & domain) const;
     void readLayout();
     void scanHeights();
     void replaceUndefinedHeights(double minimum, double maximum);
