@@ -1,0 +1,7 @@
+#include <nbx/engine/attributesimplifier.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(AttributeSimplifier, Simplifier)
+
+} // namespace NBX

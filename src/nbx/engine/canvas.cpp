@@ -1,0 +1,109 @@
+#include <nbx/engine/canvas.h>
+
+#include <algorithm>
+
+#include <nbx/engine/engine.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/nbxtime.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/contextdata.h>
+#include <nbx/scene/scenething.h>
+#include <nbx/scene/viewport.h>
+
+namespace NBX {
+
+namespace {
+
+std::vector<Canvas *> & allCanvases() {
+    static std::vector<Canvas *> canvases;
+    return canvases;
+}
+
+/// The first global camera that stands in a node, or in one below, that is evaluated.
+SO<Camera> findGlobalCamera(const SceneNode * node) {
+    const auto * thing = dynamic_cast<const SceneThing *>(node);
+    if (!thing || !thing->isEnabled() || !(thing->getNodeState() & SceneNode::NS_Renders)) return nullptr;
+    for (unsigned i = 0; i < thing->objects(); ++i) {
+        RenderObj * object = thing->object(i);
+        auto * camera = dynamic_cast<Camera *>(object);
+        if (camera && camera->isEnabled() && camera->getScope() == Camera::S_Global) return camera;
+        if (SO<Camera> below = findGlobalCamera(dynamic_cast<SceneNode *>(object))) return below;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+NBX_CLASS_IMPL(Canvas, SharedObj)
+
+Canvas::Canvas() {
+    allCanvases().push_back(this);
+}
+
+Canvas::~Canvas() {
+    std::vector<Canvas *> & canvases = allCanvases();
+    canvases.erase(std::find(canvases.begin(), canvases.end(), this));
+}
+
+const std::vector<Canvas *> & Canvas::canvasList() {
+    return allCanvases();
+}
+
+void Canvas::append(SceneNode * node) {
+    NBX_CHECK(node, L"no node");
+    if (!node) return;
+    roots_.emplace_back(node);
+    modified();
+}
+
+bool Canvas::remove(const SceneNode * node) {
+    const auto found = std::find(roots_.begin(), roots_.end(), node);
+    if (found == roots_.end()) return false;
+    const SO<SceneNode> held = *found;
+    roots_.erase(found);
+    modified();
+    return true;
+}
+
+SceneNode * Canvas::rootNode(unsigned i) const {
+    NBX_CHECK(i < rootNodes(), L"i out of range");
+    return i < rootNodes() ? roots_[i].get() : nullptr;
+}
+
+void Canvas::redisplay() {
+    clearRedisplayRequests();
+    if (const SO<Engine> engine = processor())
+        paintRootNodes(engine.get(), Area(0, 0, getWidth(), getHeight()));
+}
+
+void Canvas::paintRootNodes(Engine * engine, const Area & viewport) {
+    NBX_CHECK(engine, L"no engine");
+    if (!engine) return;
+    const std::vector<SO<SceneNode>> roots = roots_;
+    SO<Camera> camera;
+    for (auto root = roots.begin(); root != roots.end() && !camera; ++root)
+        camera = findGlobalCamera(root->get());
+
+    const AttributeScope canvasScope(engine, new ContextData<Canvas *>(ClassNameNBX(), this));
+    const AttributeScope viewportScope(engine, new Viewport(viewport));
+    const AttributeScope cameraScope(engine, camera.get());
+    for (const SO<SceneNode> & root : roots)
+        engine->evaluate(root.get());
+}
+
+void Canvas::postForRedisplay(double seconds) {
+    const double due = currentTime() + std::max(seconds, 0.0);
+    due_ = pending_ ? std::min(due_, due) : due;
+    pending_ = true;
+}
+
+void Canvas::postAllForRedisplay(double seconds) {
+    for (Canvas * canvas : allCanvases())
+        canvas->postForRedisplay(seconds);
+}
+
+double Canvas::currentTime() const {
+    return NBXTime::now();
+}
+
+} // namespace NBX

@@ -1,0 +1,7 @@
+#include <nbx/engine/handler.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(Handler, RenderObj)
+
+} // namespace NBX

@@ -1,0 +1,7 @@
+#include <nbx/engine/shapesimplifier.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(ShapeSimplifier, Simplifier)
+
+} // namespace NBX

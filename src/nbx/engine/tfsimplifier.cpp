@@ -1,0 +1,33 @@
+#include <nbx/engine/attributesimplifier.h>
+#include <nbx/engine/engine.h>
+#include <nbx/scene/tf.h>
+
+namespace NBX {
+
+namespace {
+
+/// Puts transformations on the model stack.
+class TfSimplifier : public AttributeSimplifier {
+    NBX_CLASS(TfSimplifier, AttributeSimplifier)
+public:
+    ID target() const override { return Tf::ClassNameNBX(); }
+    bool isSimple() const override { return true; }
+
+    bool simplify(Engine * engine, const Attribute * attribute, bool entering) override {
+        const auto * tf = dynamic_cast<const Tf *>(attribute);
+        if (!tf) return false;
+        if (entering)
+            engine->pushModelMatrix(tf->getMatrix());
+        else
+            engine->popModelMatrix();
+        return true;
+    }
+};
+
+NBX_CLASS_IMPL(TfSimplifier, AttributeSimplifier)
+
+[[maybe_unused]] const bool registered = (Engine::registerHandler(new TfSimplifier()), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,56 @@
+#include <nbx/scene/camera.h>
+
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/serializationmanager.h>
+#include <nbx/scene/perspective.h>
+
+namespace NBX {
+
+NBX_STORED_CLASS_IMPL(Camera, MonoAttribute)
+
+Camera::Camera() : MonoAttribute(true), eye_(new LookAt()), projection_(new Perspective()) {}
+
+Camera::Camera(LookAt * eye, Projection * projection, Scope scope, SizePolicy policy)
+    : MonoAttribute(true), scope_(scope), policy_(policy) {
+    setLookAt(eye);
+    setProjection(projection);
+}
+
+void Camera::setLookAt(LookAt * eye) {
+    NBX_CHECK(eye, L"no eye");
+    eye_ = eye ? eye : new LookAt();
+    modified();
+}
+
+void Camera::setProjection(Projection * projection) {
+    NBX_CHECK(projection, L"no projection");
+    projection_ = projection ? projection : new Perspective();
+    modified();
+}
+
+Matrix4x4Base<double> Camera::projectionMatrix(unsigned width, unsigned height) const {
+    const bool fills = policy_ == SP_Fill && width > 0 && height > 0;
+    return projection_->matrix(fills ? static_cast<double>(width) / height : 1.0);
+}
+
+void Camera::acceptChildren(std::vector<Visitable *> & children) const {
+    MonoAttribute::acceptChildren(children);
+    children.insert(children.end(), {eye_.get(), projection_.get()});
+}
+
+void Camera::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<MonoAttribute>(m, this);
+    int scope = scope_, policy = policy_;
+    m.attribute("lookAt", eye_);
+    m.attribute("projection", projection_);
+    attributeWithDefault(m, "scope", scope, static_cast<int>(S_Local));
+    attributeWithDefault(m, "sizePolicy", policy, static_cast<int>(SP_Fill));
+    if (!m.isReading()) return;
+    if (!eye_) eye_ = new LookAt();
+    if (!projection_) projection_ = new Perspective();
+    scope_ = scope == S_Global ? S_Global : S_Local;
+    policy_ = policy == SP_KeepAspect ? SP_KeepAspect : SP_Fill;
+}
+
+} // namespace NBX

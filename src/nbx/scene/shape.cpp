@@ -1,0 +1,11 @@
+#include <nbx/scene/shape.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(Shape, RenderObj)
+
+Bounds Shape::boundingBox() const {
+    return Bounds();
+}
+
+} // namespace NBX
