@@ -103,8 +103,9 @@ void TinAlgorithmTinToTristrips<Accessor>::visitAll(const Tin<Accessor> & tin, T
     }
 }
 
-// A strip turns right behind its first edge (`next`), then left (`previous`), and so on. A child on the other
-// side begins a strip of its own, after all that lies behind the present one.
+// The last two vertices of a strip are the edge to go on by: of the second face, the fourth and so on, this
+// is the edge before the entry, of the third and so on, the one after it. The first face is turned as needed.
+// A child on the other side begins a strip of its own, after all that lies behind the present one.
 template <class Accessor>
 void TinAlgorithmTinToTristrips<Accessor>::followStrip(const Tin<Accessor> & tin, TinEdge e) {
     isDone_[tin.face(e).index()] = 1;
@@ -115,7 +116,8 @@ void TinAlgorithmTinToTristrips<Accessor>::followStrip(const Tin<Accessor> & tin
     } else {
         triangle(b, c, a);
     }
-    for (bool byNext = startsByNext;; byNext = !byNext) {
+    for (unsigned length = 1;; ++length) {
+        const bool byNext = length == 1 ? startsByNext : length % 2 == 1;
         const TinEdge onward = byNext ? tin.next(e) : tin.previous(e);
         const TinEdge aside = byNext ? tin.previous(e) : tin.next(e);
         if (isChild(tin, aside)) pending_.push_back(tin.twin(aside));

@@ -1,0 +1,172 @@
+#include "tinfixture.h"
+
+#include <support/recordedreports.h>
+
+#include <zmt/core/terrain/geometry/tinalgorithmtintotristrips.h>
+
+#include <set>
+
+using namespace ZMT::CORE;
+
+namespace {
+
+using Triangle = std::array<unsigned, 3>;
+
+/// Strips of places of nodes, one vector each.
+class Strips : public TinAlgorithmTinToTristrips<TestPoints> {
+public:
+    explicit Strips(const TestTin & tin) { run(tin); }
+
+    const std::vector<std::vector<unsigned>> & all() const { return all_; }
+
+private:
+    void triangle(TinNode a, TinNode b, TinNode c) override {
+        finishStrip();
+        for (const TinNode n : {a, b, c})
+            vertex(n);
+    }
+    void vertex(TinNode n) override { current_.push_back(n.index()); }
+    void finishStrip() override {
+        if (!current_.empty()) all_.push_back(current_);
+        current_.clear();
+    }
+
+    std::vector<std::vector<unsigned>> all_;
+    std::vector<unsigned> current_;
+};
+
+/// With the smallest corner first, and the winding kept.
+Triangle rotated(unsigned a, unsigned b, unsigned c) {
+    Triangle t{a, b, c};
+    std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+    return t;
+}
+
+std::multiset<Triangle> decoded(const Strips & strips) {
+    std::multiset<Triangle> triangles;
+    for (const auto & s : strips.all())
+        for (std::size_t i = 2; i < s.size(); ++i)
+            triangles.insert(i % 2 ? rotated(s[i - 1], s[i - 2], s[i]) : rotated(s[i - 2], s[i - 1], s[i]));
+    return triangles;
+}
+
+std::multiset<Triangle> facesOf(const TestTin & tin) {
+    std::multiset<Triangle> triangles;
+    for (unsigned i = 0; i < tin.faces(); ++i) {
+        const TinFace f = tin.face(i);
+        triangles.insert(
+            rotated(tin.corner(f, 0).index(), tin.corner(f, 1).index(), tin.corner(f, 2).index()));
+    }
+    return triangles;
+}
+
+void fillRandomly(TestTin & tin, unsigned count, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    TestPoints::points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+    initOnLattice(tin, 2, 2);
+    for (unsigned i = 4; i < count; ++i)
+        tin.insert({Point(unit(random), unit(random), 0), i});
+}
+
+} // namespace
+
+TEST(TinAlgorithmTinToTristrips, AnEmptyMeshIsReported) {
+    RecordedReports reports;
+    const Strips strips{TestTin()};
+    EXPECT_EQ(reports.count(0, L"tin.faces() > 0", L"empty tin"), 1u);
+    EXPECT_TRUE(strips.all().empty());
+}
+
+// The root begins at its first edge: what is beyond this edge is a strip of its own.
+TEST(TinAlgorithmTinToTristrips, TwoFacesAreOneStripUnlessTheFirstEdgeOfTheRootIsShared) {
+    setLattice(2, 2, [](unsigned, unsigned) { return 0.0; });
+    using Result = std::vector<std::vector<unsigned>>;
+    std::set<Result> results;
+    for (unsigned seed = 0; seed < 20; ++seed) {
+        std::srand(seed);
+        TestTin tin;
+        initOnLattice(tin, 2, 2);
+        const Strips strips(tin);
+        EXPECT_EQ(decoded(strips), facesOf(tin));
+        results.insert(strips.all());
+    }
+    EXPECT_EQ(results, (std::set<Result>{{{1, 2, 0, 3}}, {{2, 3, 0}, {0, 1, 2}}}));
+}
+
+TEST(TinAlgorithmTinToTristrips, StripsHoldEachFaceOnceAndTurnAsItDoes) {
+    for (unsigned seed = 0; seed < 100; ++seed) {
+        SCOPED_TRACE(seed);
+        std::srand(seed);
+        TestTin tin;
+        fillRandomly(tin, 4 + seed * seed / 4, seed);
+        const Strips strips(tin);
+        ASSERT_EQ(decoded(strips), facesOf(tin));
+    }
+}
+
+TEST(TinAlgorithmTinToTristrips, StripsOfLatticesHoldEachFaceOnce) {
+    for (const unsigned size : {3u, 10u, 41u}) {
+        setLattice(size, size, [](unsigned, unsigned) { return 0.0; });
+        TestTin tin;
+        initOnLattice(tin, size, size);
+        for (unsigned i = 0; i < size * size; ++i)
+            tin.insert(i);
+        for (unsigned seed = 0; seed < 20; ++seed) {
+            std::srand(seed);
+            const Strips strips(tin);
+            ASSERT_EQ(decoded(strips), facesOf(tin));
+        }
+    }
+}
+
+TEST(TinAlgorithmTinToTristrips, StripsOfMeshesThatAreNotDelaunayHoldEachFaceOnce) {
+    for (unsigned seed = 0; seed < 50; ++seed) {
+        SCOPED_TRACE(seed);
+        std::srand(seed);
+        TestTin tin;
+        fillRandomly(tin, 200, seed);
+        std::mt19937 random(seed);
+        for (int i = 0; i < 3000; ++i) {
+            const TinEdge e(4 * (random() % tin.faces()) + random() % 3);
+            if (tin.isFlippable(e)) tin.flip(e);
+        }
+        const Strips strips(tin);
+        ASSERT_EQ(decoded(strips), facesOf(tin));
+    }
+}
+
+TEST(TinAlgorithmTinToTristrips, TheSameRandomNumbersGiveTheSameStrips) {
+    TestTin tin;
+    fillRandomly(tin, 300, 1);
+    std::srand(4);
+    const Strips first(tin);
+    std::srand(4);
+    EXPECT_EQ(Strips(tin).all(), first.all());
+}
+
+// The share of vertices that strips repeat is what they are there for.
+TEST(TinAlgorithmTinToTristrips, StripsAreLongerThanSingleTriangles) {
+    TestTin tin;
+    fillRandomly(tin, 2000, 2);
+    std::size_t vertices = 0;
+    const Strips strips(tin);
+    for (const auto & s : strips.all())
+        vertices += s.size();
+    EXPECT_LT(static_cast<double>(vertices) / tin.faces(), 2.5);
+}
+
+// A long thin mesh has a tree as deep as it has faces.
+TEST(TinAlgorithmTinToTristrips, ADeepTreeDoesNotExhaustTheStack) {
+    constexpr unsigned length = 100000;
+    setLattice(length, 2, [](unsigned, unsigned) { return 0.0; });
+    TestTin tin;
+    initOnLattice(tin, length, 2);
+    TinFace hint = tin.face(0u);
+    for (unsigned i = 1; i + 1 < length; ++i)
+        for (const unsigned number : {i, length + i})
+            hint = tin.face(tin.edge(tin.insert(number, hint)));
+    EXPECT_EQ(tin.faces(), 2 * (length - 1));
+    std::srand(1);
+    EXPECT_EQ(decoded(Strips(tin)), facesOf(tin));
+}
