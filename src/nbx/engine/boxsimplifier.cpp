@@ -28,7 +28,7 @@ void appendFace(const Bounds & bounds, unsigned axis, bool upper, Vectors & vert
 
 /// Turns a box into its six faces.
 class BoxSimplifier : public ShapeSimplifier {
-    NBX_CLASS(BoxSimplifier, ShapeSimplifier)
+    NBX_TEMPLATE_CLASS(BoxSimplifier, ShapeSimplifier)
 public:
     ID target() const override { return Box::ClassNameNBX(); }
     bool isSimple() const override { return true; }
@@ -46,8 +46,6 @@ public:
         return true;
     }
 };
-
-NBX_CLASS_IMPL(BoxSimplifier, ShapeSimplifier)
 
 [[maybe_unused]] const bool registered = (Engine::registerHandler(new BoxSimplifier()), true);
 

@@ -9,7 +9,7 @@ namespace {
 
 /// Puts the matrices of cameras in force.
 class CameraSimplifier : public AttributeSimplifier {
-    NBX_CLASS(CameraSimplifier, AttributeSimplifier)
+    NBX_TEMPLATE_CLASS(CameraSimplifier, AttributeSimplifier)
 public:
     ID target() const override { return Camera::ClassNameNBX(); }
     bool isSimple() const override { return true; }
@@ -31,8 +31,6 @@ private:
         engine->pushCamera(camera.viewMatrix(), camera.projectionMatrix(area.getWidth(), area.getHeight()));
     }
 };
-
-NBX_CLASS_IMPL(CameraSimplifier, AttributeSimplifier)
 
 [[maybe_unused]] const bool registered = (Engine::registerHandler(new CameraSimplifier()), true);
 

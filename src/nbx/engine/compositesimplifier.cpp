@@ -8,7 +8,7 @@ namespace {
 
 /// Paints the members of a composite.
 class CompositeSimplifier : public ShapeSimplifier {
-    NBX_CLASS(CompositeSimplifier, ShapeSimplifier)
+    NBX_TEMPLATE_CLASS(CompositeSimplifier, ShapeSimplifier)
 public:
     ID target() const override { return Composite::ClassNameNBX(); }
 
@@ -20,8 +20,6 @@ public:
         return true;
     }
 };
-
-NBX_CLASS_IMPL(CompositeSimplifier, ShapeSimplifier)
 
 [[maybe_unused]] const bool registered = (Engine::registerHandler(new CompositeSimplifier()), true);
 

@@ -9,7 +9,7 @@ namespace {
 
 /// Tests the triangles of a polygon set one by one.
 class PolygonSetRayIntersector : public RayIntersector {
-    NBX_CLASS(PolygonSetRayIntersector, RayIntersector)
+    NBX_TEMPLATE_CLASS(PolygonSetRayIntersector, RayIntersector)
 public:
     ID target() const override { return PolygonSet::ClassNameNBX(); }
 
@@ -36,8 +36,6 @@ private:
         technique->report(engine, ray.point(distance), (b - a).cross(c - a), &set);
     }
 };
-
-NBX_CLASS_IMPL(PolygonSetRayIntersector, RayIntersector)
 
 [[maybe_unused]] const bool registered = (Engine::registerHandler(new PolygonSetRayIntersector()), true);
 

@@ -8,7 +8,7 @@ namespace {
 
 /// Puts transformations on the model stack.
 class TfSimplifier : public AttributeSimplifier {
-    NBX_CLASS(TfSimplifier, AttributeSimplifier)
+    NBX_TEMPLATE_CLASS(TfSimplifier, AttributeSimplifier)
 public:
     ID target() const override { return Tf::ClassNameNBX(); }
     bool isSimple() const override { return true; }
@@ -23,8 +23,6 @@ public:
         return true;
     }
 };
-
-NBX_CLASS_IMPL(TfSimplifier, AttributeSimplifier)
 
 [[maybe_unused]] const bool registered = (Engine::registerHandler(new TfSimplifier()), true);
 
