@@ -94,18 +94,19 @@ private:
     void reset();
     void beginPass();
     void completePass();
+    void appendLitColor();
     bool fits(unsigned stages, bool homogeneous) const;
-    TexEnvCombineGL::Argument picture(TexEnvCombineGL & stage) const;
+    bool isInChain() const { return surface_ == S_Lit || surface_ == S_Chain; }
+    void setColorBuffer(const ColorBufferGL::Blending & blending, bool color, bool alpha);
+
     bool addInChain(const std::vector<Term> & terms, double previousWeight);
     void addByBlending(const std::vector<Term> & terms, double previousWeight);
-    void addGroup(const std::vector<Term> & group, double & previousWeight);
-    void amplifyFrameBuffer(double factor);
+    void addGroup(const std::vector<Term> & group, double previousWeight);
+    void amplifyFrameBuffer(double & factor);
     void appendSum(const std::vector<Term> & terms, double previousWeight);
-    void appendLitColor();
-    bool interpolateInChain(const MappedTextureGL & factor, const MappedTextureGL & texture);
+    void interpolateInChain(const MappedTextureGL & factor, const MappedTextureGL & texture);
     void interpolateByBlending(const MappedTextureGL & factor, const MappedTextureGL & texture);
     void interpolateThroughAlpha(const MappedTextureGL & factor, const MappedTextureGL & texture);
-    void setColorBuffer(const ColorBufferGL::Blending & blending, bool color, bool alpha);
 
     EngineGL * engine_;
     unsigned units_;

@@ -29,8 +29,12 @@ public:
     ID category() const override { return category(unit_); }
     static ID category(unsigned unit);
 
-    /// Number of units that the fixed functions of the current context have.
-    static unsigned hardwareUnits();
+    /// Brings what `engine` has as current attributes for texture unit `unit` into effect: the setting of the
+    /// unit, or without one the `TextureGL` and `TexEnvGL` (unit 0), and the `TexGenGL`.
+    /// `leaving` is an attribute that is just ceasing to be the current one; null for none.
+    static void updateUnit(EngineGL * engine, unsigned unit, const MonoAttribute * leaving);
+    /// The same for the generators of all units alone.
+    static void updateTexGens(EngineGL * engine, const MonoAttribute * leaving);
 
     void serialize(SerializationManager & m) override;
 

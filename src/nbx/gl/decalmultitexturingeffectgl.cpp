@@ -1,0 +1,33 @@
+#include <nbx/gl/decalmultitexturingeffectgl.h>
+
+#include <nbx/gl/enginegl.h>
+#include <nbx/gl/texturingeffectshadergl.h>
+
+#include "mappedtexturesgl.h"
+
+namespace NBX {
+
+NBX_CLASS_IMPL(DecalMultiTexturingEffectGL, TexturingEffectGL)
+
+DecalMultiTexturingEffectGL::DecalMultiTexturingEffectGL(Iterator<SO<TextureGL>> * textures,
+                                                         Iterator<SO<TexGenGL>> * texGens, bool disabled)
+    : TexturingEffectGL(!disabled), textures_(textures), texGens_(texGens) {}
+
+namespace {
+
+class DecalShaderGL : public TexturingEffectShaderGL {
+public:
+    ID target() const override { return DecalMultiTexturingEffectGL::ClassNameNBX(); }
+
+    void updatePasses(EngineGL *, TexturingEffectGL * effect, PassesSetup & passes) override {
+        const auto & own = static_cast<const DecalMultiTexturingEffectGL &>(*effect);
+        for (const auto & t : mappedTextures(own.getTextures().get(), own.getTexGens().get()))
+            passes.decal(t.texture);
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new DecalShaderGL), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,69 @@
+#include <nbx/gl/depthbuffergl.h>
+
+#include <GL/glew.h>
+
+#include <nbx/engine/monoattributepainter.h>
+#include <nbx/gl/enginegl.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(DepthBufferGL, MonoAttribute)
+
+DepthBufferGL::DepthBufferGL(unsigned operations, bool write, bool test, unsigned function, double nearRange,
+                             double farRange)
+    : MonoAttribute(true), operations_(operations), write_(write), test_(test), function_(function),
+      near_(nearRange), far_(farRange) {}
+
+DepthBufferGL::DepthBufferGL(bool write, bool test) : DepthBufferGL(O_All, write, test, GL_LESS, 0.0, 1.0) {}
+
+namespace {
+
+struct State {
+    bool test = true, write = true;
+    GLenum function = GL_LESS;
+    double nearRange = 0.0, farRange = 1.0;
+};
+
+void takeOver(State & state, const DepthBufferGL & attribute) {
+    unsigned operations = attribute.operations();
+    if (operations & DepthBufferGL::O_All) {
+        operations = DepthBufferGL::O_Test | DepthBufferGL::O_Write | DepthBufferGL::O_Function;
+        state.nearRange = attribute.nearRange();
+        state.farRange = attribute.farRange();
+    }
+    if (operations & DepthBufferGL::O_Test) state.test = attribute.tests();
+    if (operations & DepthBufferGL::O_Write) state.write = attribute.writes();
+    if (operations & DepthBufferGL::O_Function) state.function = attribute.function();
+}
+
+void emit(const State & state) {
+    if (state.test)
+        glEnable(GL_DEPTH_TEST);
+    else
+        glDisable(GL_DEPTH_TEST);
+    glDepthMask(state.write ? GL_TRUE : GL_FALSE);
+    glDepthFunc(state.function);
+    glDepthRange(state.nearRange, state.farRange);
+}
+
+class DepthBufferPainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return DepthBufferGL::ClassNameNBX(); }
+
+    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
+        State state;
+        const auto * stack = engine->monoTable(attribute->category());
+        unsigned count = stack ? stack->size() : 0;
+        if (!entering && count > 0 && stack->top().get() == attribute) --count;
+        for (unsigned i = 0; i < count; ++i)
+            takeOver(state, static_cast<const DepthBufferGL &>(*stack->get(i)));
+        emit(state);
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new DepthBufferPainterGL), true);
+
+} // namespace
+
+} // namespace NBX

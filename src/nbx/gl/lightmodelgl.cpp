@@ -1,0 +1,56 @@
+#include <nbx/gl/lightmodelgl.h>
+
+#include <GL/glew.h>
+
+#include <nbx/engine/monoattributepainter.h>
+#include <nbx/gl/enginegl.h>
+#include <nbx/scene/light.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(LightModelGL, MonoAttribute)
+
+LightModelGL::LightModelGL(int mode, const Color & ambient)
+    : MonoAttribute(true), mode_(mode), ambient_(mode & M_Ambient ? ambient : Color(0.2)) {}
+
+namespace {
+
+void enableLighting(bool on) {
+    if (on)
+        glEnable(GL_LIGHTING);
+    else
+        glDisable(GL_LIGHTING);
+}
+
+bool hasLights(const Engine & engine) {
+    return engine.polyAttributeCount(Light::ClassNameNBX(), 1) > 0;
+}
+
+} // namespace
+
+void LightModelGL::updateLighting(Engine * engine) {
+    const auto * model = dynamic_cast<const LightModelGL *>(engine->getAttribute(ClassNameNBX()));
+    enableLighting(model ? (model->getMode() & M_Lighting) != 0 : hasLights(*engine));
+}
+
+namespace {
+
+class LightModelPainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return LightModelGL::ClassNameNBX(); }
+
+    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
+        static const LightModelGL defaults(0);
+        const auto & model = entering ? static_cast<const LightModelGL &>(*attribute) : defaults;
+        glLightModelfv(GL_LIGHT_MODEL_AMBIENT, model.getAmbient().data());
+        glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, (model.getMode() & LightModelGL::M_TwoSided) != 0);
+        enableLighting(entering ? (model.getMode() & LightModelGL::M_Lighting) != 0 : hasLights(*engine));
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new LightModelPainterGL), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,34 @@
+#include <nbx/gl/polygonmodegl.h>
+
+#include <GL/glew.h>
+
+#include <nbx/engine/monoattributepainter.h>
+#include <nbx/gl/enginegl.h>
+#include <nbx/object/errorhandler.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(PolygonModeGL, MonoAttribute)
+
+PolygonModeGL::PolygonModeGL(unsigned mode) : MonoAttribute(true), mode_(mode) {
+    NBX_CHECK(mode == GL_FILL || mode == GL_LINE || mode == GL_POINT, L"no such mode: " << mode);
+}
+
+namespace {
+
+class PolygonModePainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return PolygonModeGL::ClassNameNBX(); }
+
+    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
+        glPolygonMode(GL_FRONT_AND_BACK,
+                      entering ? static_cast<const PolygonModeGL *>(attribute)->getMode() : GL_FILL);
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new PolygonModePainterGL), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,72 @@
+#include <nbx/gl/texenvgl.h>
+
+#include <GL/glew.h>
+
+#include <nbx/engine/monoattributepainter.h>
+#include <nbx/gl/enginegl.h>
+#include <nbx/gl/textureunitsettinggl.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(TexEnvGL, MonoAttribute)
+
+namespace {
+
+GLint modeValue(TexEnvGL::Mode mode) {
+    switch (mode) {
+    case TexEnvGL::M_Decal:
+        return GL_DECAL;
+    case TexEnvGL::M_Blend:
+        return GL_BLEND;
+    case TexEnvGL::M_Replace:
+        return GL_REPLACE;
+    case TexEnvGL::M_Add:
+        return GL_ADD;
+    case TexEnvGL::M_Combine:
+        return GL_COMBINE;
+    case TexEnvGL::M_Modulate:
+        break;
+    }
+    return GL_MODULATE;
+}
+
+} // namespace
+
+TexEnvGL::TexEnvGL(Mode mode) : MonoAttribute(true), mode_(mode) {}
+
+void TexEnvGL::setEnvironmentColor(const Color & color) {
+    if (color == environmentColor_) return;
+    environmentColor_ = color;
+    modified();
+}
+
+ID TexEnvGL::category() const {
+    return ClassNameNBX();
+}
+
+void TexEnvGL::enable() const {
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, modeValue(mode_));
+    glTexEnvfv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_COLOR, environmentColor_.data());
+}
+
+void TexEnvGL::disable() {
+    static const TexEnvGL defaults(M_Modulate);
+    defaults.TexEnvGL::enable();
+}
+
+namespace {
+
+class TexEnvPainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return TexEnvGL::ClassNameNBX(); }
+    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
+        TextureUnitSettingGL::updateUnit(static_cast<EngineGL *>(engine), 0, entering ? nullptr : attribute);
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new TexEnvPainterGL), true);
+
+} // namespace
+
+} // namespace NBX

@@ -1,0 +1,17 @@
+#include <nbx/gl/texturingeffectgl.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(TexturingEffectGL, MonoAttribute)
+
+TexturingEffectGL::TexturingEffectGL(bool enabled) : MonoAttribute(enabled) {}
+
+ID TexturingEffectGL::category() const {
+    return ClassNameNBX();
+}
+
+bool TexturingEffectGL::isPassEffect() const {
+    return true;
+}
+
+} // namespace NBX

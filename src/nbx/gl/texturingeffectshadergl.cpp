@@ -1,0 +1,15 @@
+#include <nbx/gl/texturingeffectshadergl.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(TexturingEffectShaderGL, Handler)
+
+ID TexturingEffectShaderGL::service() const {
+    return ClassNameNBX();
+}
+
+bool TexturingEffectShaderGL::canBeUsed(Engine *, const MonoAttribute *) const {
+    return true;
+}
+
+} // namespace NBX
