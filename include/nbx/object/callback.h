@@ -59,7 +59,11 @@ public:
         NBX_CHECK(object, L"no object");
         NBX_CHECK(method, L"no method");
     }
-    R call(A argument) override { return (object_.get()->*method_)(argument); }
+    /// The default value where object or method is missing.
+    R call(A argument) override {
+        if (!object_ || !method_) return R();
+        return (object_.get()->*method_)(argument);
+    }
 
 private:
     SO<C> object_;
