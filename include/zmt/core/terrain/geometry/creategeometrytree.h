@@ -1,0 +1,27 @@
+#pragma once
+
+#include <nbx/object/so.h>
+
+namespace ZMT::CORE {
+
+class GeometryData;
+class GeometryPatch;
+
+/// Builds the level-of-detail tree of a grid, bottom-up: full-resolution `GridPatch`es at the leaves, and
+/// above them `TinPatch`es, found by greedy refinement over the vertices that their children kept.
+///
+/// Laws: (1) a leaf's error is 0, that of any other patch is at least 1e-6; (2) no vertex of the grid in the
+/// area of a patch lies farther from its surface than its error; (3) equal seeds of `rand()` give equal
+/// trees.
+class CreateGeometryTree {
+public:
+    /// The root of the tree over `data`, which must be a `GridData`. `maxVertices`, at least 50, limits the
+    /// vertices of a leaf and the triangles of any other patch; it must not be above 32000, so that 16 bits
+    /// number the vertices with their skirts. Null when the progress display cancelled.
+    ///
+    /// Only one construction may run in the process. Writes the statistics of the raster to the standard
+    /// error stream.
+    static NBX::SO<GeometryPatch> create(GeometryData * data, unsigned maxVertices);
+};
+
+} // namespace ZMT::CORE

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+
+namespace ZMT::CORE {
+
+/// Draws a rectangle of a grid, with normals, in double precision.
+class GridPatchPainterGL : public GeometryPatchPainterGL {
+    NBX_CLASS(GridPatchPainterGL, GeometryPatchPainterGL)
+public:
+    NBX::ID target() const override;
+    void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override;
+    void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) override;
+};
+
+} // namespace ZMT::CORE

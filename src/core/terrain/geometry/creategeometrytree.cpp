@@ -1,0 +1,351 @@
+// Greedy refinement after M. Garland and P. Heckbert, Fast Polygonal Approximation of Terrains and Height
+// Fields, 1995, applied level by level: a node refines over what its children kept, and its error is then
+// measured against the full grid, so that errors do not add up.
+
+#include <zmt/core/terrain/geometry/creategeometrytree.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iostream>
+#include <vector>
+
+#include <nbx/container/array.h>
+#include <nbx/object/progress.h>
+#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/mytintotristrips.h>
+#include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
+#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/raster/histogram.h>
+#include <zmt/raster/rasterdata.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+using Accessor = MyTinPointAccessor;
+using Children = NBX::Array<NBX::SO<GeometryPatch>>;
+
+constexpr double s_refinementThreshold = 1e-6;
+constexpr double s_leastInnerError = 1e-6;
+/// Above this level even a rectangle that fits is cut, so that the tree refines smoothly.
+constexpr unsigned s_lastSplitLevel = 9;
+
+/// The values of the one construction that may run.
+NBX::Progress * s_progress = nullptr;
+bool s_cancelled = false;
+
+/// One part of a rectangle that was cut, with its share of the progress scale.
+struct Part {
+    NBX::Area domain;
+    double progressOffset;
+    double progressScale;
+};
+
+std::vector<Part> cut(const NBX::Area & domain, double progressOffset, double progressScale) {
+    const int x = domain.getX(), y = domain.getY();
+    const unsigned w = domain.getWidth(), h = domain.getHeight(), w2 = w / 2, h2 = h / 2;
+    std::vector<NBX::Area> areas;
+    if (w > h * 1.5)
+        areas = {{x, y, w2, h}, {x + int(w2), y, w - w2, h}};
+    else if (h > w * 1.5)
+        areas = {{x, y, w, h2}, {x, y + int(h2), w, h - h2}};
+    else
+        areas = {{x, y, w2, h2},
+                 {x, y + int(h2), w2, h - h2},
+                 {x + int(w2), y + int(h2), w - w2, h - h2},
+                 {x + int(w2), y, w - w2, h2}};
+
+    std::vector<Part> parts;
+    const auto n = static_cast<double>(areas.size());
+    for (std::size_t k = 0; k < areas.size(); ++k)
+        parts.push_back(
+            {areas[k], progressOffset + progressScale * static_cast<double>(k) / n, progressScale / n});
+    return parts;
+}
+
+std::int64_t floorDivide(std::int64_t a, std::int64_t b) {
+    const std::int64_t q = a / b;
+    return q * b > a ? q - 1 : q;
+}
+
+/// The largest vertical distance of a triangulation, whose nodes are vertices of a grid, from all vertices
+/// of the grid that it covers. Each face is scanned row by row, with exact integer borders, so that no
+/// vertex needs to be located.
+class GridDistance {
+public:
+    GridDistance(const GridData & grid, const Tin<Accessor> & tin)
+        : grid_(grid), tin_(tin), scale_(grid.scale()) {}
+
+    double maximum() {
+        for (unsigned f = 0; f < tin_.faces(); ++f)
+            scanFace(tin_.face(f));
+        return maximum_;
+    }
+
+private:
+    struct Corner {
+        std::int64_t column, row;
+    };
+
+    Corner corner(TinFace f, unsigned k) const {
+        const unsigned number = tin_.number(tin_.corner(f, k));
+        return {number % grid_.sizeX(), number / grid_.sizeX()};
+    }
+
+    void scanFace(TinFace f) {
+        const Corner corners[3] = {corner(f, 0), corner(f, 1), corner(f, 2)};
+        const auto [low, high] = std::minmax({corners[0].row, corners[1].row, corners[2].row});
+        for (std::int64_t row = low; row <= high; ++row) {
+            std::int64_t first = INT64_MIN, last = INT64_MAX;
+            for (unsigned k = 0; k < 3; ++k)
+                clipRow(row, corners[k], corners[(k + 1) % 3], first, last);
+            scanRow(f, static_cast<unsigned>(row), first, last);
+        }
+    }
+
+    /// Narrows the columns of a row to those that are not right of the edge from `a` to `b`.
+    static void clipRow(std::int64_t row, const Corner & a, const Corner & b, std::int64_t & first,
+                        std::int64_t & last) {
+        const std::int64_t rise = b.row - a.row;
+        if (rise == 0) {
+            if (row != a.row) return;
+            first = std::max(first, std::min(a.column, b.column));
+            last = std::min(last, std::max(a.column, b.column));
+            return;
+        }
+        const std::int64_t run = (row - a.row) * (b.column - a.column);
+        if (rise > 0)
+            last = std::min(last, a.column + floorDivide(run, rise));
+        else
+            first = std::max(first, a.column - floorDivide(run, -rise));
+    }
+
+    void scanRow(TinFace f, unsigned row, std::int64_t first, std::int64_t last) {
+        const auto & p = tin_.position(tin_.corner(f, 0));
+        const auto & q = tin_.position(tin_.corner(f, 1));
+        const auto & r = tin_.position(tin_.corner(f, 2));
+        const double area = (q.x - p.x) * (r.y - p.y) - (q.y - p.y) * (r.x - p.x);
+        const double y = scale_.z * row - p.y;
+        for (std::int64_t column = first; column <= last; ++column) {
+            const auto vertex = grid_.vertex(static_cast<unsigned>(column), row);
+            const double x = vertex.x - p.x;
+            const double height = p.z + ((r.y - p.y) * x - (r.x - p.x) * y) / area * (q.z - p.z) +
+                                  ((q.x - p.x) * y - (q.y - p.y) * x) / area * (r.z - p.z);
+            maximum_ = std::max(maximum_, std::abs(height - vertex.y));
+        }
+    }
+
+    const GridData & grid_;
+    const Tin<Accessor> & tin_;
+    GridData::Point scale_;
+    double maximum_ = 0.0;
+};
+
+/// Builds the nodes of one tree. The working memory is kept from node to node.
+class TreeBuilder {
+public:
+    TreeBuilder(const NBX::SO<GridData> & grid, double wall, unsigned maxVertices)
+        : grid_(grid), wall_(wall), maxVertices_(maxVertices) {}
+
+    /// Appends to `vertices` the numbers that the node uses. Null when cancelled.
+    NBX::SO<GeometryPatch> build(const NBX::Area & domain, std::vector<unsigned> & vertices,
+                                 double progressOffset, double progressScale, unsigned level) {
+        NBX_CHECK(grid_, L"no grid");
+        checkDomain(grid_.get(), domain);
+        if (!s_progress->update(progressOffset, "", "")) {
+            s_cancelled = true;
+            return nullptr;
+        }
+        if (isLeaf(domain, level)) return buildLeaf(domain, vertices);
+
+        NBX::SO<Children> children(new Children);
+        std::vector<unsigned> candidates;
+        NBX::Bounds box;
+        for (const Part & part : cut(domain, progressOffset, progressScale)) {
+            const auto child =
+                build(part.domain, candidates, part.progressOffset, part.progressScale, level + 1);
+            if (s_cancelled) return nullptr;
+            children->append(child);
+            box += child->boundingBox();
+        }
+        return buildTin(domain, candidates, vertices, box, children);
+    }
+
+private:
+    /// The corners of a rectangle, counter-clockwise from the lowest.
+    struct Corners {
+        unsigned c0, c1, c2, c3;
+    };
+
+    bool isLeaf(const NBX::Area & domain, unsigned level) const {
+        const std::uint64_t w = domain.getWidth(), h = domain.getHeight();
+        if (w * h > maxVertices_ || !(level > s_lastSplitLevel || w < 3 || h < 3)) return false;
+        return (w + 1) * (h + 1) <= maxVertices_;
+    }
+
+    NBX::SO<GeometryPatch> buildLeaf(const NBX::Area & domain, std::vector<unsigned> & vertices) const {
+        NBX::Bounds box;
+        const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
+        for (unsigned y = y0; y <= y0 + domain.getHeight(); ++y)
+            for (unsigned x = x0; x <= x0 + domain.getWidth(); ++x) {
+                box += grid_->vertex(x, y);
+                vertices.push_back(grid_->index(x, y));
+            }
+        return new GridPatch(grid_, domain, box, 0.0, wall_, nullptr);
+    }
+
+    NBX::SO<GeometryPatch> buildTin(const NBX::Area & domain, std::vector<unsigned> & candidates,
+                                    std::vector<unsigned> & vertices, const NBX::Bounds & box,
+                                    const NBX::SO<Children> & children) {
+        const unsigned x = unsigned(domain.getX()), y = unsigned(domain.getY());
+        const unsigned w = domain.getWidth(), h = domain.getHeight();
+        const Corners corners{grid_->index(x, y), grid_->index(x + w, y), grid_->index(x + w, y + h),
+                              grid_->index(x, y + h)};
+        Accessor::currentData = grid_;
+        appendBorder(domain, candidates);
+
+        tin_.clear();
+        tin_.init(corners.c0, corners.c1, corners.c2, corners.c3);
+        refinement_.run(tin_, candidates, s_refinementThreshold, maxVertices_);
+        for (unsigned n = 0; n < tin_.nodes(); ++n)
+            vertices.push_back(tin_.number(tin_.node(n)));
+
+        const double error = GridDistance(*grid_, tin_).maximum();
+        const MyTinToTristrips strips(tin_);
+        const auto borders = collectBorders(corners);
+        const auto numbers = sortedNumbers(strips.numbers());
+        for (const auto & child : children->stl())
+            setParentHeights(child.get());
+
+        return new TinPatch(grid_, numbers.get(), localNumbers(*numbers, strips.numbers()).get(),
+                            new NBX::Array<unsigned>(strips.ends()), localNumbers(*numbers, borders[0]).get(),
+                            x == 0, localNumbers(*numbers, borders[1]).get(), y + h == grid_->sizeY() - 1,
+                            localNumbers(*numbers, borders[2]).get(), x + w == grid_->sizeX() - 1,
+                            localNumbers(*numbers, borders[3]).get(), y == 0, box,
+                            std::max(error, s_leastInnerError), wall_,
+                            children->isEmpty() ? nullptr : children.get());
+    }
+
+    /// Every vertex of the border is a candidate, even one that the children dropped. Those that are there
+    /// twice do no harm: on a node the error is 0.
+    void appendBorder(const NBX::Area & domain, std::vector<unsigned> & candidates) const {
+        const unsigned x = unsigned(domain.getX()), y = unsigned(domain.getY());
+        const unsigned w = domain.getWidth(), h = domain.getHeight();
+        for (unsigned i = 0; i <= w; ++i) {
+            candidates.push_back(grid_->index(x + i, y));
+            candidates.push_back(grid_->index(x + i, y + h));
+        }
+        for (unsigned j = 0; j <= h; ++j) {
+            candidates.push_back(grid_->index(x, y + j));
+            candidates.push_back(grid_->index(x + w, y + j));
+        }
+    }
+
+    /// The numbers along the four sides, each from one corner to the next, clockwise.
+    std::array<std::vector<unsigned>, TinPatch::s_borders> collectBorders(const Corners & c) const {
+        return {collectBorder(c.c0, c.c3), collectBorder(c.c3, c.c2), collectBorder(c.c2, c.c1),
+                collectBorder(c.c1, c.c0)};
+    }
+
+    std::vector<unsigned> collectBorder(unsigned start, unsigned end) const {
+        std::vector<unsigned> numbers;
+        numbers.reserve(tin_.nodes() / 4);
+        const TinNode n = tin_.findNode(start, tin_.face(0U));
+        NBX_CHECK(n, L"internal error");
+        if (!n) return numbers;
+        for (TinEdge e = tin_.boundaryEdge(n); tin_.number(tin_.origin(e)) != end; e = tin_.next(e))
+            numbers.push_back(tin_.number(tin_.origin(e)));
+        numbers.push_back(end);
+        return numbers;
+    }
+
+    static NBX::SO<NBX::Array<unsigned>> sortedNumbers(std::vector<unsigned> numbers) {
+        std::sort(numbers.begin(), numbers.end());
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        return new NBX::Array<unsigned>(std::move(numbers));
+    }
+
+    static NBX::SO<NBX::Array<unsigned short>> localNumbers(const NBX::Array<unsigned> & sorted,
+                                                            const std::vector<unsigned> & numbers) {
+        NBX::SO<NBX::Array<unsigned short>> result(new NBX::Array<unsigned short>(unsigned(numbers.size())));
+        const std::vector<unsigned> & all = sorted.stl();
+        std::transform(numbers.begin(), numbers.end(), result->stl().begin(), [&all](unsigned number) {
+            return static_cast<unsigned short>(std::lower_bound(all.begin(), all.end(), number) -
+                                               all.begin());
+        });
+        return result;
+    }
+
+    /// Tells a child the height of the present surface at each of its vertices.
+    void setParentHeights(GeometryPatch * child) const {
+        auto * patch = dynamic_cast<TinPatch *>(child);
+        if (!patch) return;
+        const auto numbers = patch->vertexIndices();
+        NBX::SO<NBX::Array<float>> heights(new NBX::Array<float>(numbers->size()));
+        TinFace face = tin_.face(0U);
+        for (unsigned i = 0; i < numbers->size(); ++i) {
+            const auto p = Accessor::point(numbers->pointer()[i]);
+            face = tin_.locate(p, face);
+            heights->stl()[i] = static_cast<float>(tin_.heightOn(face, p));
+        }
+        patch->setParentHeights(heights.get());
+    }
+
+    NBX::SO<GridData> grid_;
+    double wall_;
+    unsigned maxVertices_;
+    Tin<Accessor> tin_;
+    TinAlgorithmPointsToTin<Accessor> refinement_;
+};
+
+void writeStatistics(const RASTER::RasterData & raster) {
+    const RASTER::Histogram histogram(&raster);
+    const auto precision = std::cerr.precision(15);
+    std::cerr << "creating terrain for:\n"
+              << "\tgrid:\t" << raster.cellsX() << "x" << raster.cellsY() << " vertices\n"
+              << "\n"
+              << "\tmin X:  \t" << raster.minX() << "\n"
+              << "\tmax X:  \t" << raster.maxX() << "\n"
+              << "\tdelta X:\t" << raster.maxX() - raster.minX() << "\n"
+              << "\n"
+              << "\tmin Y:  \t" << raster.minY() << "\n"
+              << "\tmax Y:  \t" << raster.maxY() << "\n"
+              << "\tdelta Y:\t" << raster.maxY() - raster.minY() << "\n"
+              << "\n"
+              << "\tnumber of defined height values:  \t" << histogram.numberOfDefinedValues() << "\n"
+              << "\tnumber of undefined height values:\t" << histogram.numberOfUndefinedValues() << "\n"
+              << "\tnumber of different height values:\t" << histogram.numberOfDifferentValues() << "\n"
+              << "\n"
+              << "\tminimum height value:\t" << histogram.minimum() << "\n"
+              << "\tmaximum height value:\t" << histogram.maximum() << "\n"
+              << "\tdelta height value:  \t" << histogram.maximum() - histogram.minimum() << "\n"
+              << "\taverage height value:\t" << histogram.average() << "\n"
+              << std::endl;
+    std::cerr.precision(precision);
+}
+
+} // namespace
+
+NBX::SO<GeometryPatch> CreateGeometryTree::create(GeometryData * data, unsigned maxVertices) {
+    NBX_CHECK(maxVertices >= 50, L"maxVertices must be >= 50: " << maxVertices);
+    NBX::Progress progress("generating terrain LOD model", 1.0);
+    s_progress = &progress;
+    s_cancelled = false;
+
+    const NBX::SO<GridData> grid(static_cast<GridData *>(data));
+    writeStatistics(*grid->rasterData());
+    const NBX::Bounds box = data->boundingBox();
+    const double wall = box.getLLF().y - (box.getURB().y - box.getLLF().y) * 0.2;
+    std::vector<unsigned> vertices;
+    NBX::SO<GeometryPatch> root =
+        TreeBuilder(grid, wall, maxVertices)
+            .build(NBX::Area(0, 0, grid->sizeX() - 1, grid->sizeY() - 1), vertices, 0.0, 1.0, 0);
+
+    s_progress = nullptr;
+    if (s_cancelled) return nullptr;
+    progress.finish();
+    return root;
+}
+
+} // namespace ZMT::CORE
