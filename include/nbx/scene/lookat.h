@@ -15,7 +15,7 @@ class LookAt : public SharedObj {
 public:
     /// `up` shows to the upper border of the picture. Where it is parallel to the view, another axis stands
     /// in for it.
-    explicit LookAt(const Vector3Base<double> & from = {0.0, 0.0, 1.0}, const Vector3Base<double> & to = {},
+    explicit LookAt(const Vector3Base<double> & from = {0.0, 0.0, -1.0}, const Vector3Base<double> & to = {},
                     const Vector3Base<double> & up = {0.0, 1.0, 0.0});
 
     const Vector3Base<double> & getFrom() const { return from_; }

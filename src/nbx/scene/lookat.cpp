@@ -18,7 +18,8 @@ Vector3Base<double> mostDistantAxis(const Vector3Base<double> & v) {
 /// Length 1 and at right angles to both; zero when they are parallel within rounding.
 Vector3Base<double> rightOf(const Vector3Base<double> & forward, const Vector3Base<double> & up) {
     constexpr double smallestSine2 = 1e-24;
-    const Vector3Base<double> right = forward.cross(up.normalized());
+    // The world is left-handed; see the class.
+    const Vector3Base<double> right = up.normalized().cross(forward);
     return right.length2() > smallestSine2 ? right.normalized() : Vector3Base<double>();
 }
 
@@ -50,10 +51,10 @@ void LookAt::set(Vector3Base<double> & field, const Vector3Base<double> & value)
 
 Matrix4x4Base<double> LookAt::matrix() const {
     Vector3Base<double> forward = (to_ - from_).normalized();
-    if (forward == Vector3Base<double>()) forward = {0.0, 0.0, -1.0};
+    if (forward == Vector3Base<double>()) forward = {0.0, 0.0, 1.0};
     Vector3Base<double> right = rightOf(forward, up_);
     if (right == Vector3Base<double>()) right = rightOf(forward, mostDistantAxis(forward));
-    const Vector3Base<double> up = right.cross(forward);
+    const Vector3Base<double> up = forward.cross(right);
     return Matrix4x4Base<double>({right.x, right.y, right.z, -right.dot(from_),           //
                                   up.x, up.y, up.z, -up.dot(from_),                       //
                                   -forward.x, -forward.y, -forward.z, forward.dot(from_), //
