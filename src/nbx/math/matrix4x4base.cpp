@@ -1,5 +1,7 @@
 #include <nbx/math/matrix4x4base.h>
 
+#include <limits>
+
 #include <Eigen/LU>
 
 namespace NBX {
@@ -16,7 +18,10 @@ template <class T> Matrix4x4Base<T> Matrix4x4Base<T>::rotation(const Vector3Base
 template <class T> Matrix4x4Base<T> Matrix4x4Base<T>::inverse() const {
     using Rows = Eigen::Matrix<T, 4, 4, Eigen::RowMajor>;
     Matrix4x4Base result;
-    Eigen::Map<Rows>(result.m_.data()) = Eigen::Map<const Rows>(m_.data()).inverse();
+    Eigen::Map<Rows> inverted(result.m_.data());
+    inverted = Eigen::Map<const Rows>(m_.data()).inverse();
+    // A determinant of 0 leaves infinities behind.
+    if (!inverted.allFinite()) inverted.setConstant(std::numeric_limits<T>::quiet_NaN());
     return result;
 }
 
