@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/object/so.h>
 #include <support/recordedreports.h>
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>
+#include <nbx/object/so.h>
 
 namespace ZMT::RASTER {
 

@@ -9,7 +9,8 @@
 
 namespace ZMT::RASTER {
 
-/// A raster whose cells lie in memory. `T` is `float`, `double` or `std::int16_t`.
+/// A raster whose cells lie in memory. `T` is `float`, `double` or `std::int16_t`, for which the library
+/// holds the code.
 /// Stored attributes: "cellsX", "cellsY", "cellSizeX", "cellSizeY", "minX", "minY", "hasUndefValue",
 /// "undefValue", "minValue", "maxValue", "values". Reading a size that the stream cannot hold throws
 /// `NBX::IOError` and leaves an empty raster.
@@ -49,9 +50,5 @@ private:
 
     std::vector<T> values_;
 };
-
-extern template class SimpleRasterData<float>;
-extern template class SimpleRasterData<double>;
-extern template class SimpleRasterData<std::int16_t>;
 
 } // namespace ZMT::RASTER

@@ -39,7 +39,7 @@ private:
 struct TiffContent {
     int width = 0;
     int height = 0;
-    std::vector<double> values; ///< band after band
+    std::vector<double> values = {}; ///< band after band
     int bands = 1;
     GDALDataType type = GDT_Float32;
     bool isPlaced = true;
@@ -56,7 +56,8 @@ struct TiffContent {
 inline std::string writeTiff(const std::string & path, const TiffContent & content) {
     GDALAllRegister();
     CPLStringList options;
-    for (const std::string & option : content.options) options.AddString(option.c_str());
+    for (const std::string & option : content.options)
+        options.AddString(option.c_str());
     GDALDriver * driver = GetGDALDriverManager()->GetDriverByName(content.format);
     GDALDataset * dataset = driver->Create(path.c_str(), content.width, content.height, content.bands,
                                            content.type, options.List());
@@ -80,8 +81,8 @@ inline std::string writeTiff(const std::string & path, const TiffContent & conte
         if (content.scale != 1.0) band->SetScale(content.scale);
         if (content.offset != 0.0) band->SetOffset(content.offset);
         auto * values = const_cast<double *>(content.values.data()) + i * pixels;
-        EXPECT_EQ(CE_None, band->RasterIO(GF_Write, 0, 0, content.width, content.height, values, content.width,
-                                          content.height, GDT_Float64, 0, 0, nullptr));
+        EXPECT_EQ(CE_None, band->RasterIO(GF_Write, 0, 0, content.width, content.height, values,
+                                          content.width, content.height, GDT_Float64, 0, 0, nullptr));
     }
     GDALClose(dataset);
     return path;
