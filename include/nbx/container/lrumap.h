@@ -64,7 +64,7 @@ public:
     }
     void clear() {
         places_.clear();
-        const std::list<Entry> removed = std::exchange(entries_, {});
+        [[maybe_unused]] const std::list<Entry> removed = std::exchange(entries_, {});
     }
 
     /// The entries, oldest first.

@@ -60,13 +60,13 @@ public:
             slots_.insert(Slot{hole});
         }
         // The element goes when the table is whole again: its end may lead back here.
-        const T removed = std::move(elements_.back());
+        [[maybe_unused]] const T removed = std::move(elements_.back());
         elements_.pop_back();
         return true;
     }
     void clear() {
         slots_.clear();
-        const std::vector<T> removed = std::exchange(elements_, {});
+        [[maybe_unused]] const std::vector<T> removed = std::exchange(elements_, {});
     }
 
     void serialize(SerializationManager &) override {
