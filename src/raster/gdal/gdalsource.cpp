@@ -65,7 +65,8 @@ GdalDataset resampleUpright(GDALDataset & dataset, GdalSource::Outside outside) 
     for (const char * word : {"-of", "VRT"})
         words.AddString(word);
     // What GDAL finds by itself takes the sides of a turned file for each other.
-    for (const char * word : {"-wo", "XSCALE=1", "-wo", "YSCALE=1"}) words.AddString(word);
+    for (const char * word : {"-wo", "XSCALE=1", "-wo", "YSCALE=1"})
+        words.AddString(word);
     GDALRasterBand * band = dataset.GetRasterBand(1);
     // Colour numbers of a palette cannot be mixed.
     words.AddString("-r");
