@@ -12,7 +12,7 @@ namespace NBX {
 
 /// Polygons over a sequence of vertices. Normals, colours and texture coordinates are given for each vertex;
 /// an index sequence, where there is one, says which vertices make the polygons. Front faces wind
-/// counter-clockwise.
+/// counter-clockwise as seen in the picture.
 ///
 /// The sequences are kept, not copied. Who changes the elements of one calls `modified()` on the set.
 class PolygonSet : public Shape {

@@ -10,13 +10,14 @@ namespace {
 
 using Vectors = Array<Vector3Base<double>>;
 
-/// The four corners of a face on the `upper` or lower side of `axis`, counter-clockwise from outside.
+/// The four corners of a face on the `upper` or lower side of `axis`, counter-clockwise as seen from outside
+/// in the left-handed world.
 void appendFace(const Bounds & bounds, unsigned axis, bool upper, Vectors & vertices, Vectors & normals) {
     const unsigned next = (axis + 1) % 3, last = (axis + 2) % 3;
     Vector3Base<double> normal;
     normal[axis] = upper ? 1.0 : -1.0;
     for (unsigned i = 0; i < 4; ++i) {
-        const unsigned corner = upper ? i : 3 - i;
+        const unsigned corner = upper ? 3 - i : i;
         Vector3Base<double> uvw;
         uvw[axis] = upper ? 1.0 : 0.0;
         uvw[next] = corner == 1 || corner == 2 ? 1.0 : 0.0;

@@ -7,7 +7,7 @@ namespace NBX {
 
 namespace {
 
-/// Tests the triangles of a polygon set one by one.
+/// Tests the triangles of a polygon set one by one. Both sides are hit; the normal looks at the ray's origin.
 class PolygonSetRayIntersector : public RayIntersector {
     NBX_TEMPLATE_CLASS(PolygonSetRayIntersector, RayIntersector)
 public:
@@ -33,7 +33,9 @@ private:
                                   c = vertices.get(triangle[2]);
         double distance = 0.0;
         if (!intersectTriangle(ray.getOrigin(), ray.getDirection(), a, b, c, distance)) return;
-        technique->report(engine, ray.point(distance), (b - a).cross(c - a), &set);
+        const Vector3Base<double> normal = (b - a).cross(c - a);
+        const bool looksAway = normal.dot(ray.getDirection()) > 0.0;
+        technique->report(engine, ray.point(distance), looksAway ? -normal : normal, &set);
     }
 };
 

@@ -1,0 +1,132 @@
+#include <nbx/scene/scenething.h>
+
+#include <gtest/gtest.h>
+
+#include <nbx/engine/technique.h>
+#include <nbx/scene/translation.h>
+#include <support/recordedreports.h>
+
+#include "engineprobes.h"
+
+namespace {
+
+using namespace NBX;
+
+struct SceneThingEvaluationTest : testing::Test {
+    SceneThingEvaluationTest() { probeLog().clear(); }
+
+    SceneThing * make(std::initializer_list<RenderObj *> objects) {
+        auto * thing = new SceneThing();
+        for (RenderObj * object : objects)
+            thing->append(object);
+        return thing;
+    }
+    std::string evaluated(SceneThing * thing) {
+        const SO<SceneThing> held(thing);
+        thing->evaluate(engine.get());
+        return takeProbeLog();
+    }
+    static ProbeShape * shape(const char * name) { return new ProbeShape(name); }
+    static ProbeAttribute * attribute(const char * name) { return new ProbeAttribute(name); }
+    static ProbeEffect * effect(const char * name) { return new ProbeEffect(name); }
+
+    SO<ProbeEngine> engine{new ProbeEngine()};
+    RecordedReports reports;
+};
+
+TEST_F(SceneThingEvaluationTest, processesItsObjectsInOrderAndPopsInReverse) {
+    SceneThing * child = make({attribute("c"), shape("2")});
+    EXPECT_EQ(evaluated(make({shape("0"), attribute("a"), shape("1"), child,
+                              new SimplifiedProbeAttribute("s"), shape("3")})),
+              "0 +a 1 +c 2 -c +a <s 3 >s -a");
+    EXPECT_EQ(engine->getAttribute(ProbeAttribute::ClassNameNBX()), nullptr);
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(SceneThingEvaluationTest, disabledNodesAndThoseThatDoNotRenderAreLeftOut) {
+    const SO<SceneThing> off(make({shape("off")})), hidden(make({shape("hidden")}));
+    off->setEnableState(false);
+    hidden->setNodeState(SceneNode::NS_Bounds);
+    EXPECT_EQ(evaluated(make({off.get(), shape("on"), hidden.get()})), "on");
+    hidden->paint(engine.get());
+    EXPECT_EQ(takeProbeLog(), "");
+    hidden->setNodeState(SceneNode::NS_Renders);
+    hidden->paint(engine.get());
+    EXPECT_EQ(takeProbeLog(), "hidden");
+}
+
+TEST_F(SceneThingEvaluationTest, nullEngineIsReported) {
+    const SO<SceneThing> thing(make({shape("x")}));
+    thing->evaluate(nullptr);
+    thing->install(nullptr);
+    thing->deinstall(nullptr);
+    EXPECT_EQ(reports.count(0, L"engine", L"no engine"), 3U);
+}
+
+TEST_F(SceneThingEvaluationTest, passEffectsAreHandedOverTopFirstWithWhatFollows) {
+    EXPECT_EQ(evaluated(make({shape("0"), effect("T"), effect("B"), shape("1"), shape("2")})),
+              "0 TB1{ 1 2 } TB2{ 1 2 }");
+    EXPECT_EQ(evaluated(make({effect("T"), attribute("a"), make({shape("1")})})), "+a T1{ 1 } T2{ 1 } -a");
+}
+
+TEST_F(SceneThingEvaluationTest, laterPassEffectsBeginAnewAndDisabledOnesDoNot) {
+    EXPECT_EQ(evaluated(make({effect("T"), shape("1"), effect("U"), shape("2")})),
+              "T1{ 1 } T2{ 1 } U1{ 2 } U2{ 2 }");
+    const SO<ProbeEffect> off(effect("X"));
+    off->setEnableState(false);
+    EXPECT_EQ(evaluated(make({effect("T"), shape("1"), off.get(), shape("2")})), "T1{ 1 2 } T2{ 1 2 }");
+    EXPECT_EQ(evaluated(make({off.get(), shape("1")})), "1");
+    EXPECT_EQ(evaluated(make({shape("1"), effect("T")})), "1");
+}
+
+TEST_F(SceneThingEvaluationTest, attributesBetweenShapesUnderPassEffectsHoldForTheRest) {
+    EXPECT_EQ(evaluated(make({effect("T"), shape("1"), attribute("a"), shape("2"), effect("U"), shape("3")})),
+              "T1{ 1 +a 2 -a } T2{ 1 +a 2 -a } +a U1{ 3 } U2{ 3 } -a");
+    EXPECT_EQ(engine->getAttribute(ProbeAttribute::ClassNameNBX()), nullptr);
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(SceneThingEvaluationTest, installPushesTheAttributesAlone) {
+    const SO<SceneThing> thing(make({attribute("a"), shape("1"), attribute("b")}));
+    thing->install(engine.get());
+    EXPECT_EQ(takeProbeLog(), "+a +b");
+    EXPECT_TRUE(engine->getAttribute(ProbeAttribute::ClassNameNBX()));
+    thing->deinstall(engine.get());
+    EXPECT_EQ(takeProbeLog(), "-b +a -a");
+}
+
+TEST_F(SceneThingEvaluationTest, matricesAreAsBeforeBehindANode) {
+    const SO<SceneThing> thing(
+        make({new Translation({1, 0, 0}), make({new Translation({0, 1, 0}), shape("1")})}));
+    thing->evaluate(engine.get());
+    EXPECT_EQ(engine->modelMatrix(), Matrix4x4Base<double>());
+    EXPECT_EQ(engine->modelViewChanges, 4U);
+}
+
+/// Draws in the passes 1 and 3.
+class TwoPasses : public Technique {
+    NBX_TEMPLATE_CLASS(TwoPasses, Technique)
+public:
+    bool usesPass(int pass) const override { return pass == 1 || pass == 3; }
+    void activatePass(int pass) override {
+        Technique::activatePass(pass);
+        probeLog().push_back("pass" + std::to_string(pass));
+    }
+};
+
+TEST_F(SceneThingEvaluationTest, techniqueRunsEveryPassThatItUses) {
+    const SO<SceneThing> thing(make({shape("x")}));
+    const SO<Technique> technique(new TwoPasses());
+    engine->evaluate(thing.get(), technique.get());
+    EXPECT_EQ(takeProbeLog(), "pass1 x pass3 x pass-1 pass-1");
+    EXPECT_EQ(engine->technique(), nullptr);
+    technique->setEnableState(false);
+    engine->evaluate(thing.get(), technique.get());
+    EXPECT_EQ(takeProbeLog(), "");
+    engine->evaluate(thing.get());
+    EXPECT_EQ(takeProbeLog(), "x");
+    engine->evaluate(nullptr);
+    EXPECT_EQ(reports.count(0, L"node", L"no node"), 1U);
+}
+
+} // namespace
