@@ -58,8 +58,8 @@ public:
     friend std::ostream & operator<<(std::ostream & stream, const RecordedReports & recorded) {
         for (const NBX::ErrorReport & report : recorded.reports())
             stream << "level " << report.level << ", ["
-                   << NBX::StringUtils::WString2Utf8String(report.condition) << "]: "
-                   << NBX::StringUtils::WString2Utf8String(report.message) << "\n";
+                   << NBX::StringUtils::WString2Utf8String(report.condition)
+                   << "]: " << NBX::StringUtils::WString2Utf8String(report.message) << "\n";
         return stream;
     }
 

@@ -143,7 +143,7 @@ std::uint64_t File::seek(std::int64_t offset, SeekMode mode) {
     const std::uint64_t origin = mode == SM_Begin ? 0 : mode == SM_Current ? position_ : size();
     const auto start = static_cast<std::int64_t>(origin);
     const bool fits =
-        offset < 0 ? start >= -(offset + 1) + 1 : start <= std::numeric_limits<std::int64_t>::max() - offset;
+        offset < 0 ? start + offset >= 0 : start <= std::numeric_limits<std::int64_t>::max() - offset;
     if (!fits) throw IOException(L"cannot move to a place outside the file", fullName_);
     return position_ = static_cast<std::uint64_t>(start + offset);
 }
