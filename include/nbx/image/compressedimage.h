@@ -18,7 +18,7 @@ class DataResource;
 class CompressedImage : public Image {
     NBX_STORED_CLASS(CompressedImage, Image)
 public:
-    enum Compression {
+    enum Compression : int {
         DXT1 = 0,     ///< S3TC blocks of 8 bytes, no alpha
         DXT1A = 1,    ///< S3TC blocks of 8 bytes, alpha of 1 bit: set from one half on
         DXT3 = 2,     ///< S3TC blocks of 16 bytes, alpha of 4 bits
@@ -48,7 +48,7 @@ public:
     const SO<DataResource> & rawData() const { return rawData_; }
     /// Bytes of the compressed pixels, without the header.
     unsigned dataSize() const { return dataSize_; }
-    static bool isBlockFormat(Compression compression) { return compression <= DXT5; }
+    static bool isBlockFormat(Compression compression) { return compression >= DXT1 && compression <= DXT5; }
     /// Bytes of the compressed pixels of a picture; 0 for an unknown compression.
     static std::size_t dataSize(Compression compression, int width, int height,
                                 LayerSequence sequence = LS_RGBA);

@@ -12,7 +12,7 @@ namespace NBX {
 class Color;
 
 /// The layers of a pixel, in their order in memory.
-enum LayerSequence {
+enum LayerSequence : int {
     LS_Luminance = 1,
     LS_LuminanceAlpha = 2,
     LS_RGB = 3,
@@ -24,7 +24,7 @@ enum LayerSequence {
 };
 
 /// How the layers of an image lie in memory.
-enum MemoryLayout {
+enum MemoryLayout : int {
     ML_Interleaved = 1, ///< all layers of a pixel, then the next pixel
 };
 
@@ -35,7 +35,7 @@ class Image : public SharedObj {
     NBX_CLASS(Image, SharedObj)
 public:
     /// Type of one component. The integer types stand for 0 to 1, the others for their value.
-    enum DataType {
+    enum DataType : int {
         UInt8 = 1,
         UInt16 = 2, ///< of the machine's byte order
         Half = 8,   ///< IEEE 754 binary16
