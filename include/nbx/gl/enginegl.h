@@ -80,6 +80,8 @@ public:
     /// Directs the camera's view to `area`, in pixels of the picture, or to the whole picture.
     void setViewport(const Area & area);
     void resetViewport();
+    /// Lowers the driver's limit of the size of a viewport, above which the view volume is cut to the tile.
+    void setMaxViewport(unsigned width, unsigned height);
 
 protected:
     const HandlerTable * ownHandlers() const override;

@@ -177,7 +177,9 @@ struct ContextGL::Impl {
 
     EGLSurface newSurface(unsigned width, unsigned height) const {
         const EGLint size[] = {EGL_WIDTH, EGLint(width), EGL_HEIGHT, EGLint(height), EGL_NONE};
-        const EGLSurface surface = eglCreatePbufferSurface(display(), config, size);
+        const unsigned limit = maxPixelBufferSize();
+        EGLSurface surface = EGL_NO_SURFACE;
+        if (width <= limit && height <= limit) surface = eglCreatePbufferSurface(display(), config, size);
         if (surface == EGL_NO_SURFACE)
             NBX_FAILURE(L"cannot make a pixel buffer of " << width << L" by " << height << L" pixels");
         return surface;

@@ -1,6 +1,7 @@
 #include <nbx/gl/enginegl.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <sstream>
 #include <unordered_map>
@@ -105,8 +106,13 @@ struct EngineGL::Impl {
     Area picture;  ///< the whole picture
     Area tile;     ///< the part of it that fills the canvas
     Area viewport; ///< where the camera's view goes, in pixels of the picture
-    bool tiled = false;
+    std::array<unsigned, 2> maxViewport = {0, 0};
 
+    /// A viewport that reaches beyond the tile lets the hardware draw the very pixels that it would draw in
+    /// one picture. Only one that is too large for that is cut, together with the view volume.
+    bool crops() const {
+        return viewport.getWidth() > maxViewport[0] || viewport.getHeight() > maxViewport[1];
+    }
     bool isCurrent() const { return canvas && canvas->isContextCurrent(); }
 };
 
@@ -117,6 +123,9 @@ EngineGL::EngineGL(GLCanvas * canvas) : Engine(canvas), impl_(std::make_unique<I
     if (!ContextGL::current()) return;
     impl_->extensions = readExtensions();
     impl_->units = std::max(1u, integerOf(GL_MAX_TEXTURE_UNITS));
+    GLint size[2] = {0, 0};
+    glGetIntegerv(GL_MAX_VIEWPORT_DIMS, size);
+    impl_->maxViewport = {unsigned(size[0]), unsigned(size[1])};
     const auto * version = reinterpret_cast<const char *>(glGetString(GL_VERSION));
     if (version) std::sscanf(version, "%d.%d", &impl_->major, &impl_->minor);
 }
@@ -227,7 +236,6 @@ void EngineGL::paintWithEffects(const std::vector<Attribute *> & topFirst,
 void EngineGL::beginPicture(const Area & picture, const Area & tile) {
     impl_->picture = picture;
     impl_->tile = tile;
-    impl_->tiled = !(picture == tile);
     resetViewport();
     modelViewChanged();
 }
@@ -235,10 +243,14 @@ void EngineGL::beginPicture(const Area & picture, const Area & tile) {
 void EngineGL::setViewport(const Area & area) {
     impl_->viewport = area;
     if (!impl_->isCurrent()) return;
-    const Area part = impl_->tiled ? intersection(area, impl_->tile) : area;
+    const Area part = impl_->crops() ? intersection(area, impl_->tile) : area;
     glViewport(part.getX() - impl_->tile.getX(), part.getY() - impl_->tile.getY(), GLsizei(part.getWidth()),
                GLsizei(part.getHeight()));
     projectionChanged();
+}
+
+void EngineGL::setMaxViewport(unsigned width, unsigned height) {
+    impl_->maxViewport = {width, height};
 }
 
 void EngineGL::resetViewport() {
@@ -248,7 +260,7 @@ void EngineGL::resetViewport() {
 void EngineGL::projectionChanged() {
     if (!impl_->isCurrent()) return;
     Matrix4x4Base<double> matrix = projectionMatrix();
-    if (impl_->tiled)
+    if (impl_->crops())
         matrix = cropMatrix(impl_->viewport, intersection(impl_->viewport, impl_->tile)) * matrix;
     glMatrixMode(GL_PROJECTION);
     glLoadMatrixd(matrix.columns().data());

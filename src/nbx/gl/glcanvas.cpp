@@ -36,6 +36,8 @@ bool GLCanvas::create() {
 bool GLCanvas::createEngine() {
     engine_ = SO<EngineGL>(new EngineGL(this));
     initializeState();
+    const Area all(0, 0, width_, height_);
+    engine_->beginPicture(all, all);
     return true;
 }
 
@@ -135,6 +137,8 @@ bool GLCanvas::setSize(unsigned width, unsigned height) {
     if (isCreated()) {
         if (!makeContextCurrent()) return false;
         const bool resized = resizeBuffers(width, height);
+        const Area all(0, 0, width, height);
+        if (resized) engine_->beginPicture(all, all);
         releaseContext();
         if (!resized) return false;
     }

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nbx/gl/shaderobject.h>
+
+namespace NBX::GL2 {
+
+/// The fragment stage of a program.
+class FragmentShaderObject : public ShaderObject {
+    NBX_CLASS(FragmentShaderObject, ShaderObject)
+public:
+    explicit FragmentShaderObject(const std::string & source);
+};
+
+} // namespace NBX::GL2

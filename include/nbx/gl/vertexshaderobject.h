@@ -1,0 +1,14 @@
+#pragma once
+
+#include <nbx/gl/shaderobject.h>
+
+namespace NBX::GL2 {
+
+/// The vertex stage of a program.
+class VertexShaderObject : public ShaderObject {
+    NBX_CLASS(VertexShaderObject, ShaderObject)
+public:
+    explicit VertexShaderObject(const std::string & source);
+};
+
+} // namespace NBX::GL2

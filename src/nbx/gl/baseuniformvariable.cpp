@@ -1,0 +1,7 @@
+#include <nbx/gl/baseuniformvariable.h>
+
+namespace NBX::GL2 {
+
+NBX_CLASS_IMPL(BaseUniformVariable, SharedObj)
+
+} // namespace NBX::GL2

@@ -1,0 +1,7 @@
+#include <nbx/gl/samplervariable.h>
+
+namespace NBX::GL2 {
+
+NBX_CLASS_IMPL(SamplerVariable, UniformVariable<int>)
+
+} // namespace NBX::GL2
