@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <nbx/engine/engine.h>
@@ -36,6 +37,9 @@ public:
     bool hasExtension(const ID & extension) const;
     /// Whether the driver offers OpenGL `major`.`minor` or later.
     bool isVersion(int major, int minor) const;
+
+    /// The driver's name of the renderer.
+    std::string rendererName() const;
 
     /// The display list that `newDisplayList` made for `object`; 0 without one, and when the object was
     /// modified since.

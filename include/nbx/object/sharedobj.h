@@ -62,6 +62,8 @@ protected:
 
 private:
     friend class WOBase;
+    void link(WOBase * pointer) const;
+    void unlink(WOBase * pointer) const;
     void clearWeakPointers() const;
 
     mutable std::atomic<int> references_{0};

@@ -15,7 +15,6 @@ public:
 
 protected:
     explicit WOBase(const SharedObj * object);
-    void assign(const SharedObj * object);
     /// The object, counted once for the caller, or null when it has died.
     const SharedObj * lockedObject() const;
     bool isNull() const;

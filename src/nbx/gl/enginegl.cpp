@@ -156,6 +156,11 @@ bool EngineGL::isVersion(int major, int minor) const {
     return impl_->major > major || (impl_->major == major && impl_->minor >= minor);
 }
 
+std::string EngineGL::rendererName() const {
+    const auto * name = reinterpret_cast<const char *>(glGetString(GL_RENDERER));
+    return name ? name : "";
+}
+
 unsigned EngineGL::getDisplayList(SharedObj * object) {
     const auto found = impl_->lists.find(object);
     if (found == impl_->lists.end()) return 0;

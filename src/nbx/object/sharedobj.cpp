@@ -135,6 +135,15 @@ void SharedObj::unref(const void *) const {
 
 void SharedObj::registerWO(WOBase * pointer) const {
     const std::lock_guard lock(weakMutex());
+    link(pointer);
+}
+
+void SharedObj::unregisterWO(WOBase * pointer) const {
+    const std::lock_guard lock(weakMutex());
+    if (pointer->object_ == this) unlink(pointer);
+}
+
+void SharedObj::link(WOBase * pointer) const {
     everWeak_.store(true, std::memory_order_release);
     pointer->object_ = this;
     pointer->previous_ = nullptr;
@@ -143,9 +152,7 @@ void SharedObj::registerWO(WOBase * pointer) const {
     weakPointers_ = pointer;
 }
 
-void SharedObj::unregisterWO(WOBase * pointer) const {
-    const std::lock_guard lock(weakMutex());
-    if (pointer->object_ != this) return;
+void SharedObj::unlink(WOBase * pointer) const {
     (pointer->previous_ ? pointer->previous_->next_ : weakPointers_) = pointer->next_;
     if (pointer->next_) pointer->next_->previous_ = pointer->previous_;
     pointer->object_ = nullptr;
@@ -153,48 +160,32 @@ void SharedObj::unregisterWO(WOBase * pointer) const {
 }
 
 void SharedObj::clearWeakPointers() const {
-    while (WOBase * pointer = weakPointers_) {
-        weakPointers_ = pointer->next_;
-        pointer->object_ = nullptr;
-        pointer->previous_ = pointer->next_ = nullptr;
-    }
+    while (weakPointers_)
+        unlink(weakPointers_);
 }
 
-// WOBase: its links belong to the list above, so it lives in this file.
+// WOBase: its links belong to the list above, so it lives in this file. Pointers are copied under the lock,
+// without counting: an object may watch itself before anybody holds it.
 
 WOBase::WOBase(const SharedObj * object) {
-    assign(object);
+    if (object) object->registerWO(this);
 }
 
 WOBase::WOBase(const WOBase & other) {
-    const SharedObj * object = other.lockedObject();
-    assign(object);
-    if (object) object->unref(this);
+    *this = other;
 }
 
 WOBase & WOBase::operator=(const WOBase & other) {
     if (this == &other) return *this;
-    const SharedObj * object = other.lockedObject();
-    assign(object);
-    if (object) object->unref(this);
+    const std::lock_guard lock(weakMutex());
+    if (object_) object_->unlink(this);
+    if (other.object_) other.object_->link(this);
     return *this;
 }
 
 WOBase::~WOBase() {
-    assign(nullptr);
-}
-
-void WOBase::assign(const SharedObj * object) {
-    {
-        const std::lock_guard lock(weakMutex());
-        if (object_) {
-            (previous_ ? previous_->next_ : object_->weakPointers_) = next_;
-            if (next_) next_->previous_ = previous_;
-        }
-        object_ = nullptr;
-        previous_ = next_ = nullptr;
-    }
-    if (object) object->registerWO(this);
+    const std::lock_guard lock(weakMutex());
+    if (object_) object_->unlink(this);
 }
 
 const SharedObj * WOBase::lockedObject() const {

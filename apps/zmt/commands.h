@@ -1,0 +1,28 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+/// Arguments that cannot be used; the program ends with status 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Data that cannot be used, or a run that was cancelled; the program ends with status 1.
+class DataError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Each adds one sub-command, whose callback runs it.
+void addRenderCommand(CLI::App & app);
+void addLodCommand(CLI::App & app);
+void addInfoCommand(CLI::App & app);
+
+/// Runs the program; the result is its exit status: 0, 1 for data, 2 for usage.
+int runProgram(int argc, const char * const * argv);

@@ -1,0 +1,175 @@
+#include "commands.h"
+#include "terraininput.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <nbx/data/atomicfilewriter.h>
+#include <zmt/core/terrain/geometry/patchmesh.h>
+#include <zmt/core/terrain/geometry/tinpatch.h>
+
+namespace {
+
+using ZMT::CORE::GeometryPatch;
+using ZMT::CORE::PatchMesh;
+
+struct LodOptions {
+    std::string terrain;
+    unsigned maxVertices = 4000;
+    unsigned seed = 1;
+    std::string report;
+    std::vector<std::string> mesh; ///< level and file
+    bool native = false;
+};
+
+/// A text file that appears whole, written in large pieces.
+class TextFile {
+public:
+    explicit TextFile(const std::string & path) : writer_(path) {}
+
+    void write(const std::string & text) {
+        pending_ += text;
+        if (pending_.size() > s_piece) flush();
+    }
+    void commit() {
+        flush();
+        writer_.commit();
+    }
+
+private:
+    static constexpr std::size_t s_piece = 1 << 20;
+
+    void flush() {
+        writer_.write(pending_.data(), pending_.size());
+        pending_.clear();
+    }
+
+    NBX::AtomicFileWriter writer_;
+    std::string pending_;
+};
+
+/// Visits the nodes parents first, and numbers them in this order.
+class NodeWalk {
+public:
+    using Visit = std::function<void(const GeometryPatch &, unsigned id, std::optional<unsigned> parent,
+                                     unsigned level)>;
+
+    explicit NodeWalk(Visit visit) : visit_(std::move(visit)) {}
+
+    void walk(const GeometryPatch & patch, std::optional<unsigned> parent = {}, unsigned level = 0) {
+        const unsigned id = next_++;
+        visit_(patch, id, parent, level);
+        for (unsigned i = 0; i < patch.children(); ++i)
+            walk(*patch.child(i), id, level + 1);
+    }
+
+private:
+    Visit visit_;
+    unsigned next_ = 0;
+};
+
+nlohmann::ordered_json describeNode(const GeometryPatch & patch, unsigned id, std::optional<unsigned> parent,
+                                    unsigned level) {
+    const PatchMesh mesh(patch);
+    const NBX::Area domain = mesh.domain();
+    nlohmann::ordered_json node;
+    node["id"] = id;
+    node["parent"] = parent ? nlohmann::ordered_json(*parent) : nlohmann::ordered_json();
+    node["level"] = level;
+    node["kind"] = dynamic_cast<const ZMT::CORE::TinPatch *>(&patch) ? "tin" : "grid";
+    node["x"] = domain.getX();
+    node["y"] = domain.getY();
+    node["w"] = domain.getWidth();
+    node["h"] = domain.getHeight();
+    node["error"] = patch.approximationError();
+    node["wall"] = patch.wall();
+    node["vertices"] = mesh.vertices();
+    node["triangles"] = mesh.triangles();
+    return node;
+}
+
+/// One node at a time, since a tree may have millions.
+void writeReport(TextFile & file, const GeometryPatch & root, double buildMilliseconds) {
+    file.write("{\"build_ms\": " + nlohmann::json(buildMilliseconds).dump() +
+               ",\n \"peak_rss_bytes\": " + std::to_string(peakResidentBytes()) + ",\n \"nodes\": [");
+    NodeWalk([&file](const GeometryPatch & patch, unsigned id, std::optional<unsigned> parent,
+                     unsigned level) {
+        file.write((id == 0 ? "\n" : ",\n") + describeNode(patch, id, parent, level).dump());
+    }).walk(root);
+    file.write("\n]}\n");
+    file.commit();
+}
+
+/// The surfaces of all nodes of a level, and of leaves above it.
+void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel) {
+    std::uint64_t first = 1;
+    NodeWalk([&](const GeometryPatch & patch, unsigned id, std::optional<unsigned>, unsigned level) {
+        if (level > wantedLevel || (level < wantedLevel && patch.children() > 0)) return;
+        const PatchMesh mesh(patch);
+        file.write("g " + std::to_string(id) + "\n");
+        char line[128];
+        for (unsigned v = 0; v < mesh.vertices(); ++v) {
+            const auto p = mesh.geoPosition(v);
+            std::snprintf(line, sizeof line, "v %.17g %.17g %.17g\n", p.x, p.y, p.z);
+            file.write(line);
+        }
+        mesh.forEachTriangle([&](unsigned a, unsigned b, unsigned c) {
+            std::snprintf(line, sizeof line, "f %llu %llu %llu\n", static_cast<unsigned long long>(first + a),
+                          static_cast<unsigned long long>(first + b),
+                          static_cast<unsigned long long>(first + c));
+            file.write(line);
+        });
+        first += mesh.vertices();
+    }).walk(root);
+    file.commit();
+}
+
+unsigned parseLevel(const std::string & text) {
+    char * end = nullptr;
+    const unsigned long level = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || text[0] == '-' || *end != '\0' || level > 1000)
+        throw UsageError("--mesh: the level must be a number from 0 to 1000: " + text);
+    return static_cast<unsigned>(level);
+}
+
+void runLod(const LodOptions & options) {
+    checkMaxVertices(options.maxVertices);
+    const unsigned meshLevel = options.mesh.empty() ? 0 : parseLevel(options.mesh[0]);
+    TextFile report(options.report);
+    std::optional<TextFile> meshFile;
+    if (!options.mesh.empty()) meshFile.emplace(options.mesh[1]);
+
+    const auto raster = readTerrainRaster(options.terrain, options.native);
+    const auto grid = makeGrid(raster);
+    std::srand(options.seed);
+    double milliseconds = 0.0;
+    const auto root = buildTree(grid, options.maxVertices, milliseconds);
+    if (meshFile) writeMesh(*meshFile, *root, meshLevel);
+    writeReport(report, *root, milliseconds);
+}
+
+} // namespace
+
+void addLodCommand(CLI::App & app) {
+    auto * command =
+        app.add_subcommand("lod", "Builds the tree of levels of detail of a height raster and describes it.");
+    const auto options = std::make_shared<LodOptions>();
+    command->add_option("--terrain", options->terrain, "Height raster")->required();
+    command->add_option("--max-vertices", options->maxVertices, "Budget of a node, 50 to 32000")
+        ->capture_default_str();
+    command->add_option("--seed", options->seed, "Seed of the random choices")->capture_default_str();
+    command->add_option("--report", options->report, "JSON file with all nodes")->required();
+    command->add_option("--mesh", options->mesh, "Level, and OBJ file for the surface of its nodes")
+        ->expected(2)
+        ->type_name("LEVEL FILE");
+    command->add_flag("--native", options->native,
+                      "Keep the raster's own cells, even where they are degrees");
+    command->callback([options] { runLod(*options); });
+}

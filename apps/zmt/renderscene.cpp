@@ -1,0 +1,199 @@
+#include "renderscene.h"
+
+#include "commands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/polygonmodegl.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/object/progress.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/perspective.h>
+#include <nbx/scene/scaling.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
+#include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
+#include <zmt/core/terrain/texture/reliefimage.h>
+#include <zmt/core/terrain/texture/simpleterraintexture.h>
+#include <zmt/raster/gdal/imagefile.h>
+#include <zmt/raster/simplerasterdata.h>
+
+namespace {
+
+using Point = NBX::Vector3Base<double>;
+using ZMT::CORE::GridData;
+using ZMT::CORE::TerrainTexture;
+using Textures = NBX::Array<NBX::SO<TerrainTexture>>;
+
+constexpr unsigned s_largestImage = 8192;
+constexpr double s_fieldOfView = 45.0;
+constexpr double s_ambient = 0.35;
+/// From the north-west, as on relief maps.
+const Point s_light(-1.0, 1.2, 1.0);
+
+constexpr unsigned s_glLine = 0x1B01;
+
+NBX::Bounds enlarged(const NBX::Bounds & box, double byX, double byZ) {
+    const Point margin(byX, 0.0, byZ);
+    return {box.getLLF() - margin, box.getURB() + margin};
+}
+
+NBX::SO<TerrainTexture> makeTexture(const NBX::SO<NBX::Image> & image, const NBX::Bounds & box) {
+    NBX::SO<NBX::ImageTexture2DGL> texture(
+        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
+                                  NBX::TextureGL::FM_LinearMipmapLinear, NBX::TextureGL::FM_Linear, 16.0));
+    return new ZMT::CORE::SimpleTerrainTexture(texture, box, NBX::Matrix4x4Base<double>());
+}
+
+/// Colours by height and shading, which cover the grid.
+NBX::SO<Textures> makeReliefTextures(const GridData & grid, bool plain) {
+    const NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(NBX::Bounds(
+        grid.boundingBox().getLLF() + grid.origin(), grid.boundingBox().getURB() + grid.origin()));
+    const NBX::Bounds covered = enlarged(box, grid.scale().x * 0.5, grid.scale().z * 0.5);
+    NBX::SO<Textures> textures(new Textures);
+    if (!plain) textures->append(makeTexture(ZMT::CORE::ReliefImage::createHeightColors(grid), covered));
+    textures->append(makeTexture(ZMT::CORE::ReliefImage::createShading(grid, s_light, s_ambient), covered));
+    return textures;
+}
+
+/// The image with a border of transparent texels, beyond which clamping shows nothing.
+NBX::SO<TerrainTexture> makeImageTexture(const ZMT::RASTER::GeoImageData & data) {
+    const int width = static_cast<int>(data.width) + 2, height = static_cast<int>(data.height) + 2;
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(width, height, NBX::LS_RGBA));
+    const std::size_t line = std::size_t(data.width) * 4;
+    for (int y = 0; y < height; ++y) {
+        const unsigned row = static_cast<unsigned>(std::clamp(y - 1, 0, height - 3));
+        unsigned char * target = image->lineComponentsU8(y);
+        std::memcpy(target + 4, data.rgba.data() + row * line, line);
+        std::memcpy(target, target + 4, 4);
+        std::memcpy(target + 4 + line, target + line, 4);
+        target[3] = target[4 + line + 3] = 0;
+        if (y > 0 && y + 1 < height) continue;
+        for (int x = 0; x < width; ++x)
+            target[std::size_t(x) * 4 + 3] = 0;
+    }
+    const auto & e = data.extent;
+    const double pixelX = (e.maxX - e.minX) / data.width, pixelY = (e.maxY - e.minY) / data.height;
+    const NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(NBX::Bounds(
+        Point(e.minX - pixelX, 0.0, e.minY - pixelY), Point(e.maxX + pixelX, 0.0, e.maxY + pixelY)));
+    return makeTexture(image, box);
+}
+
+/// Where the camera stands and how far it sees, in scene coordinates with the heights exaggerated.
+class CameraSetUp {
+public:
+    CameraSetUp(const GridData & grid, double exaggeration) : grid_(grid), exaggeration_(exaggeration) {
+        const Point offset = grid.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset();
+        const NBX::Bounds box = grid.boundingBox();
+        box_ = NBX::Bounds(scaled(box.getLLF() + offset), scaled(box.getURB() + offset));
+        size_ = std::max(box_.diagonal().x, box_.diagonal().z);
+    }
+
+    NBX::SO<NBX::Camera> make(const View & view) const {
+        const auto [eye, aim] = view.coordinates ? given(*view.coordinates) : named(view.name);
+        const double depth = (box_.center() - eye).length() + box_.diagonal().length();
+        const double nearest = (box_.nearestPoint(eye) - eye).length();
+        const double near = std::max(nearest * 0.5, depth * 1e-4);
+        NBX::SO<NBX::LookAt> lookAt(new NBX::LookAt(eye, aim, Point(0.0, 1.0, 0.0)));
+        if (eye.x == aim.x && eye.z == aim.z) lookAt->setUp(Point(0.0, 0.0, 1.0));
+        NBX::SO<NBX::Perspective> perspective(new NBX::Perspective(s_fieldOfView, near, depth));
+        return new NBX::Camera(lookAt.get(), perspective.get());
+    }
+
+private:
+    using EyeAndAim = std::pair<Point, Point>;
+
+    Point scaled(const Point & p) const { return {p.x, p.y * exaggeration_, p.z}; }
+
+    EyeAndAim given(const std::array<double, 6> & c) const {
+        const auto point = [this](double x, double y, double height) {
+            return scaled(ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y)));
+        };
+        return {point(c[0], c[1], c[2]), point(c[3], c[4], c[5])};
+    }
+
+    EyeAndAim named(const std::string & name) const {
+        const Point centre = box_.center();
+        if (name == "north") return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
+        if (name == "closeup") return closeUp();
+        return {centre + Point(size_ * 0.12, size_ * 0.62 + box_.diagonal().y, -size_ * 0.98),
+                centre - Point(0.0, 0.0, size_ * 0.06)};
+    }
+
+    /// Over the slope south of the summit, looking at it.
+    EyeAndAim closeUp() const {
+        const Point summit = findSummit();
+        const double distance = size_ * 0.09;
+        Point eye = summit + Point(-distance * 0.35, 0.0, -distance);
+        eye.x = std::clamp(eye.x, box_.getLLF().x, box_.getURB().x);
+        eye.y = summit.y + distance * 0.3;
+        return {eye, summit - Point(0.0, distance * 0.15, 0.0)};
+    }
+
+    Point findSummit() const {
+        Point highest = grid_.vertex(0U, 0U);
+        for (unsigned y = 0; y < grid_.sizeY(); ++y)
+            for (unsigned x = 0; x < grid_.sizeX(); ++x)
+                if (const Point p = grid_.vertex(x, y); p.y > highest.y) highest = p;
+        return scaled(highest + grid_.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset());
+    }
+
+    const GridData & grid_;
+    double exaggeration_;
+    NBX::Bounds box_;
+    double size_;
+};
+
+} // namespace
+
+View parseView(const std::string & text) {
+    if (text == "overview" || text == "closeup" || text == "north") return {text, {}};
+    std::array<double, 6> c{};
+    char rest = 0;
+    const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &c[0], &c[1], &c[2], &c[3], &c[4],
+                                 &c[5], &rest);
+    const bool isFinite = std::all_of(c.begin(), c.end(), [](double v) { return std::isfinite(v); });
+    if (read != 6 || !isFinite)
+        throw UsageError("--view must be overview, closeup, north or six numbers EX,EY,EZ,AX,AY,AZ: " + text);
+    if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3))
+        throw UsageError("--view: eye and aim are the same point");
+    return {"", c};
+}
+
+std::vector<ZMT::RASTER::GeoImageData> readImages(const SceneOptions & options,
+                                                  const ZMT::RASTER::GeoRaster & terrain) {
+    const auto & raster = *terrain.raster;
+    const ZMT::RASTER::GeoExtent extent{raster.minX(), raster.minY(), raster.maxX(), raster.maxY()};
+    std::vector<ZMT::RASTER::GeoImageData> images;
+    for (const std::string & path : options.images) {
+        NBX::Progress progress("reading " + path);
+        auto image =
+            ZMT::RASTER::ImageFile(path).warp(terrain.reference.wkt, extent, s_largestImage, &progress);
+        if (!image) throw DataError("cancelled");
+        progress.finish();
+        images.push_back(std::move(*image));
+    }
+    return images;
+}
+
+NBX::SO<NBX::SceneThing> makeScene(const SceneOptions & options, const NBX::SO<GridData> & grid,
+                                   const NBX::SO<ZMT::CORE::GeometryPatch> & root,
+                                   const std::vector<ZMT::RASTER::GeoImageData> & images, bool plain) {
+    NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
+    scene->append(CameraSetUp(*grid, options.exaggeration).make(parseView(options.view)).get());
+    scene->append(new NBX::Scaling(Point(1.0, options.exaggeration, 1.0)));
+    if (options.wireframe) scene->append(new NBX::PolygonModeGL(s_glLine));
+    scene->append(new ZMT::CORE::ModulateTerrainTexturingEffect(makeReliefTextures(*grid, plain).get()));
+    if (!images.empty() && !plain) {
+        NBX::SO<Textures> textures(new Textures);
+        for (const auto & image : images)
+            textures->append(makeImageTexture(image));
+        scene->append(new ZMT::CORE::DecalTerrainTexturingEffect(textures.get()));
+    }
+    scene->append(new ZMT::CORE::Terrain(grid.get(), root.get()));
+    return scene;
+}

@@ -1,0 +1,78 @@
+#include "terraininput.h"
+
+#include "commands.h"
+
+#include <sys/resource.h>
+
+#include <nbx/object/nbxtime.h>
+#include <nbx/object/progress.h>
+#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/raster/gdal/rasterwarp.h>
+#include <zmt/raster/histogram.h>
+
+namespace {
+
+constexpr unsigned s_leastVertices = 50;
+constexpr unsigned s_mostVertices = 32000;
+
+void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & path) {
+    if (raster.cellsX() < 2 || raster.cellsY() < 2)
+        throw DataError(path + ": has " + std::to_string(raster.cellsX()) + " by " +
+                        std::to_string(raster.cellsY()) +
+                        " cells, a terrain needs at least 2 by 2; give a larger raster");
+    std::vector<double> row(raster.cellsX());
+    for (unsigned y = 0; y < raster.cellsY(); ++y) {
+        raster.valueRow(y, row.data());
+        for (const double height : row)
+            if (!raster.isUndefValue(height)) return;
+    }
+    throw DataError(path + ": has no defined height; check its no-data value");
+}
+
+} // namespace
+
+ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, bool native) {
+    NBX::Progress reading("reading " + path);
+    ZMT::RASTER::GeoRaster raster = ZMT::RASTER::RasterFile(path).read(0, &reading);
+    if (!raster.raster) throw DataError("cancelled");
+    reading.finish();
+    checkTerrain(*raster.raster, path);
+    if (native || !ZMT::RASTER::RasterWarp::isNeeded(raster.reference)) return raster;
+
+    NBX::Progress warping("warping to metres");
+    raster = ZMT::RASTER::RasterWarp::toMetric(raster, &warping);
+    if (!raster.raster) throw DataError("cancelled");
+    warping.finish();
+    checkTerrain(*raster.raster, path);
+    return raster;
+}
+
+NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {
+    NBX::SO<ZMT::CORE::GridData> grid(new ZMT::CORE::GridData(raster.raster.get()));
+    ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin());
+    return grid;
+}
+
+NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned maxVertices,
+                                            double & milliseconds) {
+    const double start = NBX::NBXTime::now();
+    auto root = ZMT::CORE::CreateGeometryTree::create(grid.get(), maxVertices);
+    milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
+    if (!root) throw DataError("cancelled");
+    return root;
+}
+
+void checkMaxVertices(unsigned maxVertices) {
+    if (maxVertices < s_leastVertices || maxVertices > s_mostVertices)
+        throw UsageError("--max-vertices must be from " + std::to_string(s_leastVertices) + " to " +
+                         std::to_string(s_mostVertices) + ": " + std::to_string(maxVertices));
+}
+
+std::uint64_t peakResidentBytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+}

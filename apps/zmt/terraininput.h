@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/raster/georaster.h>
+
+/// Reads a height raster for a terrain. Unless `native`, one that is not in metres is warped to a system that
+/// is. Throws `DataError`, or what the raster layer throws, when it cannot be a terrain.
+ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, bool native);
+
+/// Wraps a raster, and makes its origin the one of the scene, so that patches lie in scene coordinates.
+NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster);
+
+/// Builds the tree of levels of detail. Throws `DataError` when the user cancels. `milliseconds` is the time
+/// that it took.
+NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned maxVertices,
+                                            double & milliseconds);
+
+/// Throws `UsageError` when a tree cannot be built with this budget.
+void checkMaxVertices(unsigned maxVertices);
+
+/// The largest amount of memory that the program has used so far.
+std::uint64_t peakResidentBytes();

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+
+#include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+
+namespace ZMT::CORE {
+
+/// Stands in front of a patch painter and shows what it does: notes the patches drawn, and can draw each in a
+/// colour of its own, so that the level of detail is seen. Registered behind the painter it takes its place.
+class PatchInspectorGL : public GeometryPatchPainterGL {
+    NBX_CLASS(PatchInspectorGL, GeometryPatchPainterGL)
+public:
+    /// What was drawn since the last `reset`. A patch drawn in several passes counts once.
+    struct Statistics {
+        unsigned patches = 0;
+        std::uint64_t triangles = 0; ///< of the surfaces, without skirts and walls
+    };
+
+    /// Keeps `painter`. All inspectors of the process share the statistics.
+    PatchInspectorGL(GeometryPatchPainterGL * painter, bool colorsPatches);
+
+    /// Registers inspectors for all patch painters of this library.
+    static void registerAll(bool colorsPatches);
+    static Statistics statistics();
+    static void reset();
+
+    /// Triangles of a patch's surface.
+    static std::uint64_t trianglesOf(const GeometryPatch & patch);
+
+    NBX::ID target() const override;
+    bool render(NBX::Engine * engine, const NBX::Shape * shape) override;
+    void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override;
+    void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) override;
+
+private:
+    NBX::SO<GeometryPatchPainterGL> painter_;
+    bool colorsPatches_;
+};
+
+} // namespace ZMT::CORE

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <nbx/math/vector3base.h>
+#include <nbx/object/so.h>
+
+namespace NBX {
+class Image;
+}
+
+namespace ZMT::CORE {
+
+class GridData;
+
+/// Pictures of a grid for terrains that have no image of their own: one texel a vertex, or one for several
+/// where the grid is larger than `maxSide` in a direction. Line 0 is the row of the least z. Both are meant
+/// to cover the grid's bounding box, enlarged by half a texel on each side.
+class ReliefImage {
+public:
+    static constexpr unsigned s_maxSide = 4096;
+
+    /// Colours by height, from green lowlands to white summits, over the range of the defined heights; grey
+    /// where the height is undefined. Three layers of 8 bits.
+    static NBX::SO<NBX::Image> createHeightColors(const GridData & grid, unsigned maxSide = s_maxSide);
+
+    /// The share of light that the surface gives back: `ambient` plus the rest times the cosine of the angle
+    /// between its normal and `direction`, which points to the light (Lambert's law). One layer of 8 bits.
+    static NBX::SO<NBX::Image> createShading(const GridData & grid,
+                                             const NBX::Vector3Base<double> & direction, double ambient,
+                                             unsigned maxSide = s_maxSide);
+};
+
+} // namespace ZMT::CORE

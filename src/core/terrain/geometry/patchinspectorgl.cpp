@@ -1,0 +1,92 @@
+#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+
+#include <array>
+#include <cmath>
+#include <unordered_set>
+
+#include <GL/gl.h>
+
+#include <nbx/gl/enginegl.h>
+#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+std::unordered_set<const GeometryPatch *> s_drawn;
+std::uint64_t s_triangles = 0;
+
+/// A colour that differs from those of the neighbours: its hue turns by the golden ratio with the place of
+/// the patch, so that it is the same in every frame and run.
+std::array<float, 3> colorOf(const GeometryPatch & patch) {
+    const NBX::Bounds box = patch.boundingBox();
+    const auto centre = box.center();
+    const double turn = std::fmod(std::abs(centre.x * 0.6180339887 + centre.z * 0.7548776662) /
+                                      std::max(box.diagonal().x + box.diagonal().z, 1e-9) * 3.7,
+                                  1.0);
+    std::array<float, 3> color;
+    for (unsigned c = 0; c < 3; ++c)
+        color[c] = static_cast<float>(0.65 + 0.35 * std::cos(6.283185307 * (turn + c / 3.0)));
+    return color;
+}
+
+} // namespace
+
+NBX_CLASS_IMPL(PatchInspectorGL, GeometryPatchPainterGL)
+
+PatchInspectorGL::PatchInspectorGL(GeometryPatchPainterGL * painter, bool colorsPatches)
+    : painter_(painter), colorsPatches_(colorsPatches) {
+    NBX_CHECK(painter, L"no painter");
+}
+
+void PatchInspectorGL::registerAll(bool colorsPatches) {
+    NBX::EngineGL::registerHandler(new PatchInspectorGL(new GridPatchPainterGL, colorsPatches));
+    NBX::EngineGL::registerHandler(new PatchInspectorGL(new TinPatchPainterGL, colorsPatches));
+}
+
+PatchInspectorGL::Statistics PatchInspectorGL::statistics() {
+    return {static_cast<unsigned>(s_drawn.size()), s_triangles};
+}
+
+void PatchInspectorGL::reset() {
+    s_drawn.clear();
+    s_triangles = 0;
+}
+
+std::uint64_t PatchInspectorGL::trianglesOf(const GeometryPatch & patch) {
+    if (const auto * grid = dynamic_cast<const GridPatch *>(&patch))
+        return 2 * std::uint64_t(grid->domain().getWidth()) * grid->domain().getHeight();
+    const auto * tin = dynamic_cast<const TinPatch *>(&patch);
+    if (!tin || !tin->stripIndices()) return 0;
+    return std::uint64_t(tin->stripIndices()->size()) - 2 * std::uint64_t(tin->stripRanges()->size());
+}
+
+NBX::ID PatchInspectorGL::target() const {
+    return painter_->target();
+}
+
+bool PatchInspectorGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
+    const auto * patch = dynamic_cast<const GeometryPatch *>(shape);
+    if (!patch || engine->getAttribute("RenderOuterWallFlag")) return painter_->render(engine, shape);
+
+    if (s_drawn.insert(patch).second) s_triangles += trianglesOf(*patch);
+    if (!colorsPatches_) return painter_->render(engine, shape);
+    glPushAttrib(GL_CURRENT_BIT);
+    glColor3fv(colorOf(*patch).data());
+    const bool painted = painter_->render(engine, shape);
+    glPopAttrib();
+    return painted;
+}
+
+void PatchInspectorGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
+    painter_->renderPatch(engine, patch);
+}
+
+void PatchInspectorGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
+    painter_->renderOuterWall(engine, patch);
+}
+
+} // namespace ZMT::CORE

@@ -1,0 +1,95 @@
+#include <zmt/core/terrain/texture/reliefimage.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <nbx/image/memoryimage.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+/// Which vertex a texel shows.
+class Sampling {
+public:
+    Sampling(const GridData & grid, unsigned maxSide)
+        : sizeX_(grid.sizeX()), sizeY_(grid.sizeY()), width_(std::min(sizeX_, maxSide)),
+          height_(std::min(sizeY_, maxSide)) {}
+
+    int width() const { return static_cast<int>(width_); }
+    int height() const { return static_cast<int>(height_); }
+    unsigned column(int x) const { return nearest(x, width_, sizeX_); }
+    unsigned row(int y) const { return nearest(y, height_, sizeY_); }
+
+private:
+    static unsigned nearest(int texel, unsigned texels, unsigned vertices) {
+        const auto vertex = static_cast<unsigned>((texel + 0.5) * vertices / texels);
+        return std::min(vertex, vertices - 1);
+    }
+
+    unsigned sizeX_, sizeY_, width_, height_;
+};
+
+struct ColorStop {
+    double position;
+    std::array<double, 3> color;
+};
+
+/// After the usual tints of relief maps: lowland green, over yellow and brown, to white.
+constexpr std::array<ColorStop, 6> s_colors{{{0.0, {86, 130, 88}},
+                                             {0.2, {148, 172, 110}},
+                                             {0.4, {214, 203, 145}},
+                                             {0.6, {178, 141, 98}},
+                                             {0.8, {150, 122, 108}},
+                                             {1.0, {250, 250, 250}}}};
+constexpr unsigned char s_undefinedGrey = 96;
+
+void setHeightColor(double position, unsigned char * texel) {
+    const auto next = std::find_if(s_colors.begin() + 1, s_colors.end() - 1,
+                                   [position](const ColorStop & stop) { return position < stop.position; });
+    const ColorStop & low = *(next - 1);
+    const double t = std::clamp((position - low.position) / (next->position - low.position), 0.0, 1.0);
+    for (unsigned c = 0; c < 3; ++c)
+        texel[c] = static_cast<unsigned char>(low.color[c] + t * (next->color[c] - low.color[c]) + 0.5);
+}
+
+} // namespace
+
+NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsigned maxSide) {
+    const Sampling sampling(grid, maxSide);
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
+    const NBX::Bounds box = grid.boundingBox();
+    const double low = box.getLLF().y, range = std::max(box.getURB().y - low, 1e-12);
+    for (int y = 0; y < sampling.height(); ++y) {
+        unsigned char * texel = image->lineComponentsU8(y);
+        for (int x = 0; x < sampling.width(); ++x, texel += 3) {
+            const double height = grid.vertex(sampling.column(x), sampling.row(y)).y;
+            if (grid.isUndefinedHeightValue(height))
+                std::fill(texel, texel + 3, s_undefinedGrey);
+            else
+                setHeightColor((height - low) / range, texel);
+        }
+    }
+    return image;
+}
+
+NBX::SO<NBX::Image> ReliefImage::createShading(const GridData & grid,
+                                               const NBX::Vector3Base<double> & direction, double ambient,
+                                               unsigned maxSide) {
+    const Sampling sampling(grid, maxSide);
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_Luminance));
+    const auto light = direction.normalized();
+    for (int y = 0; y < sampling.height(); ++y) {
+        unsigned char * texel = image->lineComponentsU8(y);
+        for (int x = 0; x < sampling.width(); ++x) {
+            const double cosine = grid.normal(sampling.column(x), sampling.row(y)).normalized().dot(light);
+            const double share = ambient + (1.0 - ambient) * std::max(cosine, 0.0);
+            texel[x] = static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
+        }
+    }
+    return image;
+}
+
+} // namespace ZMT::CORE
