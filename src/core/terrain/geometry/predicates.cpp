@@ -34,6 +34,7 @@ PredicateBounds::PredicateBounds() : epsilon(1.0), splitter(1.0) {
     ccwB = (2.0 + 12.0 * epsilon) * epsilon;
     ccwC = (9.0 + 64.0 * epsilon) * epsilon * epsilon;
     circleA = (10.0 + 96.0 * epsilon) * epsilon;
+    circleFilter = 1.0001 * circleA;
     circleB = (4.0 + 48.0 * epsilon) * epsilon;
     circleC = (44.0 + 576.0 * epsilon) * epsilon * epsilon;
 }
@@ -208,10 +209,21 @@ struct Relative {
         : x(p.x - origin.x), y(p.y - origin.y), xTail(twoDiffTail(p.x, origin.x, x)),
           yTail(twoDiffTail(p.y, origin.y, y)) {}
     bool isExact() const { return xTail == 0.0 && yTail == 0.0; }
+    /// True if products of two such components are exact.
+    bool isCoarse() const { return isExact() && static_cast<float>(x) == x && static_cast<float>(y) == y; }
     double magnitude() const { return std::max(std::fabs(x), std::fabs(y)); }
+    double lift() const { return x * x + y * y; }
 
     double x, y, xTail, yTail;
 };
+
+double cross(const Relative & p, const Relative & q) {
+    return p.x * q.y - q.x * p.y;
+}
+
+double crossMagnitude(const Relative & p, const Relative & q) {
+    return std::fabs(p.x * q.y) + std::fabs(q.x * p.y);
+}
 
 double orient2dExact(const Relative & a, const Relative & b) {
     const auto left = product(expansion(a.x, a.xTail), expansion(b.y, b.yTail));
@@ -279,6 +291,7 @@ Expansion<512> exactTerm(const Relative & a, const Relative & b, const Relative 
 
 double orient2dAdapt(const Point & a, const Point & b, const Point & c, double magnitude) {
     const Relative p(a, c), q(b, c);
+    if (p.isCoarse() && q.isCoarse()) return p.x * q.y - p.y * q.x;
     const Expansion<4> b4 = crossProduct(p.x, q.y, p.y, q.x);
     const bool exact = p.isExact() && q.isExact();
     if (exact) return b4.sign();
@@ -291,12 +304,17 @@ double orient2dAdapt(const Point & a, const Point & b, const Point & c, double m
     return orient2dExact(p, q);
 }
 
-double incircleAdapt(const Point & a, const Point & b, const Point & c, const Point & d, double magnitude) {
+double incircleAdapt(const Point & a, const Point & b, const Point & c, const Point & d) {
     if (isRectangle(a, b, c, d)) return 0.0;
     const Relative p(a, d), q(b, d), r(c, d);
     const bool exact = p.isExact() && q.isExact() && r.isExact();
     double det;
     if (exact && incircleOnLattice(p, q, r, det)) return det;
+
+    const double magnitude =
+        crossMagnitude(q, r) * p.lift() + crossMagnitude(r, p) * q.lift() + crossMagnitude(p, q) * r.lift();
+    det = p.lift() * cross(q, r) + q.lift() * cross(r, p) + r.lift() * cross(p, q);
+    if (std::fabs(det) > predicateBounds.circleA * magnitude) return det;
 
     const auto stageB = sum(sum(lifted(crossProduct(q.x, r.y, r.x, q.y), p.x, p.y),
                                 lifted(crossProduct(r.x, p.y, p.x, r.y), q.x, q.y)),

@@ -15,6 +15,7 @@ struct PredicateBounds {
     double result;                    ///< relative error of an estimate of an expansion
     double ccwA, ccwB, ccwC;          ///< error bounds of the three stages of `orient2d`
     double circleA, circleB, circleC; ///< error bounds of the three stages of `incircle`
+    double circleFilter;              ///< of the first stage, for a rough magnitude
 };
 
 extern const PredicateBounds predicateBounds;
@@ -23,8 +24,7 @@ extern const PredicateBounds predicateBounds;
 double orient2dAdapt(const NBX::Vector3Base<double> & a, const NBX::Vector3Base<double> & b,
                      const NBX::Vector3Base<double> & c, double magnitude);
 double incircleAdapt(const NBX::Vector3Base<double> & a, const NBX::Vector3Base<double> & b,
-                     const NBX::Vector3Base<double> & c, const NBX::Vector3Base<double> & d,
-                     double magnitude);
+                     const NBX::Vector3Base<double> & c, const NBX::Vector3Base<double> & d);
 
 /// Side of `c` with respect to the directed line from `a` to `b`, in the plane of the first two
 /// components: positive on the left, negative on the right, 0 exactly on the line. The sign is exact as
@@ -38,7 +38,7 @@ inline double orient2d(const NBX::Vector3Base<double> & a, const NBX::Vector3Bas
     const double left = (a.x - c.x) * (b.y - c.y);
     const double right = (a.y - c.y) * (b.x - c.x);
     const double det = left - right;
-    const double magnitude = std::fabs(left) + std::fabs(right);
+    const double magnitude = std::fabs(left + right); // with unlike signs `det` is larger anyway
     if (std::fabs(det) >= predicateBounds.ccwA * magnitude) [[likely]]
         return det;
     return orient2dAdapt(a, b, c, magnitude);
@@ -51,19 +51,16 @@ inline double incircle(const NBX::Vector3Base<double> & a, const NBX::Vector3Bas
     const double adx = a.x - d.x, ady = a.y - d.y;
     const double bdx = b.x - d.x, bdy = b.y - d.y;
     const double cdx = c.x - d.x, cdy = c.y - d.y;
-    const double bdxcdy = bdx * cdy, cdxbdy = cdx * bdy;
-    const double cdxady = cdx * ady, adxcdy = adx * cdy;
-    const double adxbdy = adx * bdy, bdxady = bdx * ady;
     const double aLift = adx * adx + ady * ady;
     const double bLift = bdx * bdx + bdy * bdy;
     const double cLift = cdx * cdx + cdy * cdy;
-    const double det = aLift * (bdxcdy - cdxbdy) + bLift * (cdxady - adxcdy) + cLift * (adxbdy - bdxady);
-    const double magnitude = (std::fabs(bdxcdy) + std::fabs(cdxbdy)) * aLift +
-                             (std::fabs(cdxady) + std::fabs(adxcdy)) * bLift +
-                             (std::fabs(adxbdy) + std::fabs(bdxady)) * cLift;
-    if (std::fabs(det) > predicateBounds.circleA * magnitude) [[likely]]
+    const double det =
+        aLift * (bdx * cdy - cdx * bdy) + bLift * (cdx * ady - adx * cdy) + cLift * (adx * bdy - bdx * ady);
+    // By the inequality of Cauchy and Schwarz no smaller than the sum of the magnitudes of all products.
+    const double magnitude = aLift * (bLift + cLift) + bLift * cLift;
+    if (std::fabs(det) > predicateBounds.circleFilter * magnitude) [[likely]]
         return det;
-    return incircleAdapt(a, b, c, d, magnitude);
+    return incircleAdapt(a, b, c, d);
 }
 
 } // namespace ZMT::CORE

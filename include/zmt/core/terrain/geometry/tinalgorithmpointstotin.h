@@ -27,7 +27,8 @@ public:
     /// Refines `tin` by points from `points` until no error is above `threshold`, or the mesh has `budget`
     /// faces. The result is the largest error left over all points, measured in height. Points outside the
     /// mesh are reported and left out. A pass that has raised the largest error goes on over the budget until
-    /// the error is back where it was. Not reentrant; memory about 32 bytes for each point.
+    /// the error is back where it was. Not reentrant; memory about 32 bytes for each point, kept for
+    /// the next run.
     double run(Tin<Accessor> & tin, std::span<const unsigned> points, double threshold, unsigned budget);
 
     /// Also marks the faces around the node as changed.
@@ -83,6 +84,18 @@ private:
         std::uint32_t face;
     };
 
+    /// Weights of the outer corners of a sector at a position relative to the node; negative beyond the
+    /// second, or the first, of its spokes.
+    struct Weights {
+        Weights(const Sector & s, double dx, double dy)
+            : first(s.y2 * dx - s.x2 * dy), second(s.x1 * dy - s.y1 * dx) {}
+        double height(const Sector & s, double origin) const {
+            return Base::interpolate(origin, first, s.rise1, second, s.rise2, s.area);
+        }
+
+        double first, second;
+    };
+
     bool finished(double threshold, unsigned budget) const;
     double maxError() const { return errors_.empty() ? 0.0 : errors_.front().error; }
     void takePoints(std::span<const unsigned> points);
@@ -94,6 +107,7 @@ private:
     bool makeStar(TinNode node);
     void updateStar(std::uint32_t inserted, const Point & centre);
     void distribute(std::uint32_t first, std::uint32_t sector, std::uint32_t inserted, const Point & centre);
+    bool turnTo(std::uint32_t & sector, double dx, double dy) const;
     void settle(std::uint32_t candidate, std::uint32_t sector, const Point & centre);
     void updateByWalk(std::uint32_t inserted);
     void append(std::uint32_t candidate, std::uint32_t f);
@@ -127,6 +141,7 @@ double TinAlgorithmPointsToTin<Accessor>::run(Tin<Accessor> & tin, std::span<con
     this->swap(tin);
     states_.assign(this->faces(), FaceState());
     errors_.clear();
+    changed_.clear();
     sequence_ = 0;
     if (!this->empty()) {
         takePoints(points);
@@ -140,7 +155,6 @@ double TinAlgorithmPointsToTin<Accessor>::run(Tin<Accessor> & tin, std::span<con
         } while (maxError() > e);
     }
     const double error = maxError();
-    candidates_.clear();
     this->swap(tin);
     return error;
 }
@@ -167,7 +181,7 @@ void TinAlgorithmPointsToTin<Accessor>::takePoints(std::span<const unsigned> poi
     }
     for (std::uint32_t f = 0; f < this->faces(); ++f)
         markChanged(f);
-    updateByWalk(none);
+    update(none, this->node(0)); // two faces are the star of the first corner
 }
 
 template <class Accessor> void TinAlgorithmPointsToTin<Accessor>::insertBest() {
@@ -175,6 +189,7 @@ template <class Accessor> void TinAlgorithmPointsToTin<Accessor>::insertBest() {
     const std::uint32_t best = states_[f].best;
     const Candidate & candidate = candidates_[best];
     const TinNode n = this->insert(TinPoint{candidate.position, candidate.number}, TinFace(f));
+    if (!n) markChanged(f);
     update(best, n);
 }
 
@@ -294,68 +309,56 @@ void TinAlgorithmPointsToTin<Accessor>::updateStar(std::uint32_t inserted, const
 template <class Accessor>
 void TinAlgorithmPointsToTin<Accessor>::distribute(std::uint32_t first, std::uint32_t own,
                                                    std::uint32_t inserted, const Point & centre) {
-    const auto count = static_cast<std::uint32_t>(sectors_.size());
-    const double certain = certain_;
     std::uint32_t s = own;
     for (std::uint32_t i = first, next; i != none; i = next) {
-        const Candidate & candidate = candidates_[i];
-        next = candidate.next;
+        next = candidates_[i].next;
         if (i == inserted) continue;
-        const double dx = candidate.position.x - centre.x, dy = candidate.position.y - centre.y;
-        std::uint32_t turns = 0;
-        for (; turns < count; ++turns) {
-            Sector & sector = sectors_[s];
-            const double weight1 = sector.y2 * dx - sector.x2 * dy;
-            const double weight2 = sector.x1 * dy - sector.y1 * dx;
-            if (weight1 > certain && weight2 > certain) {
-                if (!(sector.area - weight1 - weight2 > certain)) {
-                    turns = count;
-                    break;
-                }
-                const double height =
-                    Base::interpolate(centre.z, weight1, sector.rise1, weight2, sector.rise2, sector.area);
-                addTo(sector.list, i, std::fabs(height - candidate.position.z));
-                break;
-            }
-            if (weight2 < -certain) {
-                if (s == 0 && !isClosed_) {
-                    turns = count;
-                    break;
-                }
-                s = s == 0 ? count - 1 : s - 1;
-            } else if (weight1 < -certain) {
-                if (s + 1 == count && !isClosed_) {
-                    turns = count;
-                    break;
-                }
-                s = s + 1 == count ? 0 : s + 1;
-            } else {
-                turns = count;
-                break;
-            }
+        const Point & p = candidates_[i].position;
+        const double dx = p.x - centre.x, dy = p.y - centre.y;
+        if (turnTo(s, dx, dy)) {
+            const Weights w(sectors_[s], dx, dy);
+            addTo(sectors_[s].list, i, std::fabs(w.height(sectors_[s], centre.z) - p.z));
+        } else {
+            settle(i, own, centre);
         }
-        if (turns >= count) settle(i, own, centre);
     }
+}
+
+/// Turns `s` to the sector with a position strictly inside; false if there is none, or if it is not certain.
+template <class Accessor>
+inline bool TinAlgorithmPointsToTin<Accessor>::turnTo(std::uint32_t & s, double dx, double dy) const {
+    const auto count = static_cast<std::uint32_t>(sectors_.size());
+    for (std::uint32_t turns = 0; turns < count; ++turns) {
+        const Weights w(sectors_[s], dx, dy);
+        if (w.first > certain_ && w.second > certain_)
+            return sectors_[s].area - w.first - w.second > certain_;
+        if (w.second < -certain_) {
+            if (s == 0 && !isClosed_) return false;
+            s = s == 0 ? count - 1 : s - 1;
+        } else if (w.first < -certain_) {
+            if (s + 1 == count && !isClosed_) return false;
+            s = s + 1 == count ? 0 : s + 1;
+        } else {
+            return false;
+        }
+    }
+    return false;
 }
 
 /// Puts a candidate of a sector's face where the walk leads.
 template <class Accessor>
 void TinAlgorithmPointsToTin<Accessor>::settle(std::uint32_t i, std::uint32_t own, const Point & centre) {
     const Point & p = candidates_[i].position;
-    const std::uint32_t f = Base::walk(sectors_[own].face, p);
-    if (f == none) return;
-    const std::uint32_t s = states_[f].mark;
-    if (s >= sectors_.size() || sectors_[s].face != f) {
-        append(i, f);
+    const TinFace f(Base::walk(sectors_[own].face, p));
+    NBX_CHECK(f, L"point outside the triangulation");
+    if (!f) return;
+    const std::uint32_t s = states_[f.index()].mark;
+    if (s >= sectors_.size() || sectors_[s].face != f.index()) {
+        append(i, f.index());
         return;
     }
-    Sector & sector = sectors_[s];
-    const double dx = p.x - centre.x, dy = p.y - centre.y;
-    const double weight1 = sector.y2 * dx - sector.x2 * dy;
-    const double weight2 = sector.x1 * dy - sector.y1 * dx;
-    const double height =
-        Base::interpolate(centre.z, weight1, sector.rise1, weight2, sector.rise2, sector.area);
-    addTo(sector.list, i, std::fabs(height - p.z));
+    const Weights w(sectors_[s], p.x - centre.x, p.y - centre.y);
+    addTo(sectors_[s].list, i, std::fabs(w.height(sectors_[s], centre.z) - p.z));
 }
 
 /// Puts a candidate at the end of a face's list. A face that was not changed before is marked, and keeps what
