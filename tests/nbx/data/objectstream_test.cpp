@@ -8,6 +8,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <set>
 
 #include <nbx/container/array.h>
 #include <nbx/container/array2d.h>
@@ -26,8 +27,29 @@ using Bytes = std::vector<std::uint8_t>;
 
 namespace streamtest {
 
+/// Knows its live objects, so that circles that damaged streams make can be taken apart.
+struct Tracked {
+    Tracked() { live().insert(this); }
+    virtual ~Tracked() { live().erase(this); }
+    virtual SharedObj * object() = 0;
+    virtual void release() = 0;
+
+    static std::set<Tracked *> & live() {
+        static std::set<Tracked *> objects;
+        return objects;
+    }
+    static void releaseAll() {
+        const std::vector<Tracked *> all(live().begin(), live().end());
+        std::vector<SO<SharedObj>> held;
+        for (Tracked * tracked : all)
+            held.push_back(tracked->object());
+        for (Tracked * tracked : all)
+            tracked->release();
+    }
+};
+
 /// One attribute of every type, without defaults.
-class Everything : public SharedObj {
+class Everything : public SharedObj, public Tracked {
     NBX_STORED_CLASS(Everything, SharedObj)
 public:
     void serialize(SerializationManager & m) override {
@@ -45,10 +67,13 @@ public:
         m.attribute("box", box);
         m.attribute("no box", noBox);
         m.attribute("matrix", matrix);
-        m.attribute("object", object);
+        m.attribute("object", child);
         m.attribute("nothing", nothing);
         m.rawAttribute("raw", raw, sizeof raw);
     }
+
+    SharedObj * object() override { return this; }
+    void release() override { child = nothing = nullptr; }
 
     bool flag = false;
     int integer = 0;
@@ -61,13 +86,13 @@ public:
     Vector3Base<double> vector;
     Bounds box, noBox;
     Matrix4x4Base<double> matrix;
-    SO<SharedObj> object, nothing;
+    SO<SharedObj> child, nothing;
     char raw[5] = {};
 };
 NBX_STORED_CLASS_IMPL(Everything, SharedObj)
 
 /// A node of any graph. It notes how much of what it refers to was there when it was read.
-class Link : public SharedObj {
+class Link : public SharedObj, public Tracked {
     NBX_STORED_CLASS(Link, SharedObj)
 public:
     /// Chains are taken down link by link, not by recursion.
@@ -88,12 +113,33 @@ public:
         if (m.isReading() && value == s_throwingValue) throw IOError(L"wrong format");
     }
 
+    SharedObj * object() override { return this; }
+    void release() override {
+        next = nullptr;
+        other = nullptr;
+    }
+
     static constexpr int s_throwingValue = -666;
     int value = 0, valueOfNext = -1;
     SO<Link> next;
     SO<SharedObj> other;
 };
 NBX_STORED_CLASS_IMPL(Link, SharedObj)
+
+class List : public SharedObj, public Tracked {
+    NBX_STORED_CLASS(List, SharedObj)
+public:
+    void serialize(SerializationManager & m) override {
+        m.enterObject();
+        serializeSuperclass<SharedObj>(m, this);
+        serializeValues(m, "SO", members);
+    }
+    SharedObj * object() override { return this; }
+    void release() override { members.clear(); }
+
+    std::vector<SO<SharedObj>> members;
+};
+NBX_STORED_CLASS_IMPL(List, SharedObj)
 
 /// Writes under its own class name what a test scripts.
 class Scripted : public SharedObj {
@@ -154,7 +200,7 @@ SO<Everything> everything() {
     e->vector = {1.5, -2.5, 1e300};
     e->box = Bounds({1, 2, 3}, {4, 5, 6});
     e->matrix = Matrix4x4Base<double>::translation({7, 8, 9});
-    e->object = new Everything;
+    e->child = new Everything;
     std::memcpy(e->raw, "\0\1\2\3\4", 5);
     return e;
 }
@@ -177,8 +223,8 @@ TEST(ObjectStream, EveryTypeMakesTheRoundTrip) {
         EXPECT_EQ(back->box, e->box);
         EXPECT_FALSE(back->noBox.isDefined());
         EXPECT_EQ(back->matrix, e->matrix);
-        EXPECT_TRUE(soCast<Everything>(back->object));
-        EXPECT_NE(back->object, e->object);
+        EXPECT_TRUE(soCast<Everything>(back->child));
+        EXPECT_NE(back->child, e->child);
         EXPECT_FALSE(back->nothing);
         EXPECT_EQ(std::memcmp(back->raw, e->raw, sizeof e->raw), 0);
     }
@@ -594,17 +640,17 @@ Bytes richStream() {
     const SO<Link> root(new Link);
     root->next = new Link;
     root->next->other = everything().get();
-    const SO<Array<SO<SharedObj>>> list(new Array<SO<SharedObj>>);
-    list->append(root->next);
-    list->append(new Array<double>(5U, 1.0));
-    list->append(new Array<std::wstring>(3U, L"text"));
-    list->append(new MemoryDataResource("hello", 5));
+    const SO<List> list(new List);
+    list->members.push_back(root->next);
+    list->members.push_back(new Array<double>(5U, 1.0));
+    list->members.push_back(new Array<std::wstring>(3U, L"text"));
+    list->members.push_back(new MemoryDataResource("hello", 5));
     const SO<DynamicSpaceTree<int, 2>> tree(new DynamicSpaceTree<int, 2>);
     tree->createChildren(tree->root());
-    list->append(tree);
+    list->members.push_back(tree);
     const SO<Dictionary<std::wstring, Color>> palette(new Dictionary<std::wstring, Color>);
     palette->insert(L"sky", Color::blue);
-    list->append(palette);
+    list->members.push_back(palette);
     root->other = list.get();
     return ObjectStreamWriter::write(*root, false);
 }
@@ -615,11 +661,13 @@ void readHostile(const Bytes & bytes) {
         readBytes(bytes);
     } catch (const Exception &) {
     }
+    Tracked::releaseAll();
 }
 
 TEST(ObjectStream, EveryCutIsRefused) {
     const Bytes good = richStream();
     EXPECT_TRUE(readBytes(good));
+    Tracked::releaseAll();
     for (std::size_t size = 0; size < good.size(); ++size)
         EXPECT_THROW(readBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))),
                      IOError)
