@@ -1,0 +1,48 @@
+#include <nbx/gl/lightmodelgl.h>
+
+#include "support/glfixture.h"
+
+#include <nbx/scene/directionallight.h>
+
+using namespace NBX;
+
+class LightModelGLTest : public GLFixture {
+protected:
+    static std::vector<float> ambient() {
+        std::vector<float> values(4);
+        glGetFloatv(GL_LIGHT_MODEL_AMBIENT, values.data());
+        return values;
+    }
+};
+
+TEST_F(LightModelGLTest, lightingIsOnForTheLightingBitOnly) {
+    for (const int mode : {0, 1, 2, 3, 4, 5}) {
+        const SO<LightModelGL> model = new LightModelGL(mode, Color::black);
+        engine->push(model.get());
+        EXPECT_EQ((mode & 1) != 0, glIsEnabled(GL_LIGHTING) == GL_TRUE) << mode;
+        EXPECT_EQ(mode & 2 ? 0.0F : 0.2F, ambient()[0]) << mode;
+        GLint twoSided = 0;
+        glGetIntegerv(GL_LIGHT_MODEL_TWO_SIDE, &twoSided);
+        EXPECT_EQ((mode & 4) != 0, twoSided != 0) << mode;
+        engine->pop(model.get());
+        EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+        EXPECT_EQ(0.2F, ambient()[0]);
+    }
+}
+
+TEST_F(LightModelGLTest, withoutAModelTheLightsDecide) {
+    const SO<DirectionalLight> light = new DirectionalLight();
+    const SO<LightModelGL> off = new LightModelGL(0);
+    engine->push(light.get());
+    LightModelGL::updateLighting(engine.get());
+    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
+    engine->push(off.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    LightModelGL::updateLighting(engine.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->pop(off.get());
+    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
+    engine->pop(light.get());
+    LightModelGL::updateLighting(engine.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+}
