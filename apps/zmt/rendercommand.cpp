@@ -88,6 +88,14 @@ Frames drawFrames(NBX::GLCanvas & canvas) {
     return frames;
 }
 
+/// The driver tells its name while the context is current.
+std::string rendererOf(NBX::GLCanvas & canvas) {
+    canvas.makeContextCurrent();
+    const std::string name = canvas.engine()->rendererName();
+    canvas.releaseContext();
+    return name;
+}
+
 std::string describe(Size size, const Frames & frames, const std::string & renderer,
                      double buildMilliseconds) {
     nlohmann::ordered_json json;
@@ -138,8 +146,7 @@ void runRender(const RenderOptions & options) {
     const auto png = NBX::SO<NBX::PNGWriter>(new NBX::PNGWriter)->write(picture.get());
     if (!png) throw DataError("the picture could not be encoded");
     out.write(png->pointer(), png->size());
-    const std::string description =
-        describe(size, frames, canvas->engine()->rendererName(), buildMilliseconds);
+    const std::string description = describe(size, frames, rendererOf(*canvas), buildMilliseconds);
     if (stats) {
         stats->write(description.data(), description.size());
         stats->commit();

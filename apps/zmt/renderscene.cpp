@@ -31,6 +31,7 @@ using Textures = NBX::Array<NBX::SO<TerrainTexture>>;
 
 constexpr unsigned s_largestImage = 8192;
 constexpr double s_fieldOfView = 45.0;
+constexpr double s_anisotropy = 16.0;
 constexpr double s_ambient = 0.35;
 /// From the north-west, as on relief maps.
 const Point s_light(-1.0, 1.2, 1.0);
@@ -42,10 +43,10 @@ NBX::Bounds enlarged(const NBX::Bounds & box, double byX, double byZ) {
     return {box.getLLF() - margin, box.getURB() + margin};
 }
 
-NBX::SO<TerrainTexture> makeTexture(const NBX::SO<NBX::Image> & image, const NBX::Bounds & box) {
-    NBX::SO<NBX::ImageTexture2DGL> texture(
-        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
-                                  NBX::TextureGL::FM_LinearMipmapLinear, NBX::TextureGL::FM_Linear, 16.0));
+NBX::SO<TerrainTexture> makeTexture(const NBX::SO<NBX::Image> & image, const NBX::Bounds & box,
+                                    NBX::TextureGL::WrapMode wrap) {
+    NBX::SO<NBX::ImageTexture2DGL> texture(new NBX::ImageTexture2DGL(
+        image, wrap, wrap, NBX::TextureGL::FM_LinearMipmapLinear, NBX::TextureGL::FM_Linear, s_anisotropy));
     return new ZMT::CORE::SimpleTerrainTexture(texture, box, NBX::Matrix4x4Base<double>());
 }
 
@@ -55,32 +56,24 @@ NBX::SO<Textures> makeReliefTextures(const GridData & grid, bool plain) {
         grid.boundingBox().getLLF() + grid.origin(), grid.boundingBox().getURB() + grid.origin()));
     const NBX::Bounds covered = enlarged(box, grid.scale().x * 0.5, grid.scale().z * 0.5);
     NBX::SO<Textures> textures(new Textures);
-    if (!plain) textures->append(makeTexture(ZMT::CORE::ReliefImage::createHeightColors(grid), covered));
-    textures->append(makeTexture(ZMT::CORE::ReliefImage::createShading(grid, s_light, s_ambient), covered));
+    if (!plain)
+        textures->append(makeTexture(ZMT::CORE::ReliefImage::createHeightColors(grid), covered,
+                                     NBX::TextureGL::WM_ClampToEdge));
+    textures->append(makeTexture(ZMT::CORE::ReliefImage::createShading(grid, s_light, s_ambient), covered,
+                                 NBX::TextureGL::WM_ClampToEdge));
     return textures;
 }
 
-/// The image with a border of transparent texels, beyond which clamping shows nothing.
+/// The border colour is transparent, so that nothing shows beyond the image.
 NBX::SO<TerrainTexture> makeImageTexture(const ZMT::RASTER::GeoImageData & data) {
-    const int width = static_cast<int>(data.width) + 2, height = static_cast<int>(data.height) + 2;
-    NBX::SO<NBX::Image> image(new NBX::MemoryImage(width, height, NBX::LS_RGBA));
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(data.width), int(data.height), NBX::LS_RGBA));
     const std::size_t line = std::size_t(data.width) * 4;
-    for (int y = 0; y < height; ++y) {
-        const unsigned row = static_cast<unsigned>(std::clamp(y - 1, 0, height - 3));
-        unsigned char * target = image->lineComponentsU8(y);
-        std::memcpy(target + 4, data.rgba.data() + row * line, line);
-        std::memcpy(target, target + 4, 4);
-        std::memcpy(target + 4 + line, target + line, 4);
-        target[3] = target[4 + line + 3] = 0;
-        if (y > 0 && y + 1 < height) continue;
-        for (int x = 0; x < width; ++x)
-            target[std::size_t(x) * 4 + 3] = 0;
-    }
+    for (unsigned y = 0; y < data.height; ++y)
+        std::memcpy(image->lineComponentsU8(int(y)), data.rgba.data() + y * line, line);
     const auto & e = data.extent;
-    const double pixelX = (e.maxX - e.minX) / data.width, pixelY = (e.maxY - e.minY) / data.height;
-    const NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(NBX::Bounds(
-        Point(e.minX - pixelX, 0.0, e.minY - pixelY), Point(e.maxX + pixelX, 0.0, e.maxY + pixelY)));
-    return makeTexture(image, box);
+    const NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(
+        NBX::Bounds(Point(e.minX, 0.0, e.minY), Point(e.maxX, 0.0, e.maxY)));
+    return makeTexture(image, box, NBX::TextureGL::WM_ClampToBorder);
 }
 
 /// Where the camera stands and how far it sees, in scene coordinates with the heights exaggerated.
