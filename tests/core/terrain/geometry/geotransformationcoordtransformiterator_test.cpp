@@ -1,0 +1,65 @@
+#include <gtest/gtest.h>
+
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/geotransformationcoordtransformiterator.h>
+
+#include "testterrain.h"
+#include <support/recordedattributes.h>
+#include <support/roundtrip.h>
+
+using ZMT::CORE::GeoTransformation;
+using ZMT::CORE::GeoTransformation_CoordTransformIterator;
+using Point = GeoTransformation::Point;
+using Names = std::vector<std::string>;
+
+namespace {
+
+class CoordTransformIteratorTest : public testing::Test {
+protected:
+    ~CoordTransformIteratorTest() override { GeoTransformation::setNBXOrigin({}); }
+
+    NBX::SO<NBX::Array<Point>> points_ = TestTerrain::array<Point>({{1, 2, 3}, {4, 5, 6}});
+};
+
+TEST_F(CoordTransformIteratorTest, ReadsWithTheOriginOfTheMoment) {
+    const NBX::SO<GeoTransformation_CoordTransformIterator> scene(
+        new GeoTransformation_CoordTransformIterator(points_, true));
+    EXPECT_EQ(scene->get(0), Point(1, 2, 3));
+    GeoTransformation::setNBXOrigin({1, 1, 1});
+    EXPECT_EQ(scene->get(0), Point(0, 1, 2));
+}
+
+TEST_F(CoordTransformIteratorTest, CopiesNothing) {
+    const NBX::SO<GeoTransformation_CoordTransformIterator> scene(
+        new GeoTransformation_CoordTransformIterator(points_, true));
+    points_->set(1, {7, 8, 9});
+    points_->append({0, 0, 0});
+    EXPECT_EQ(scene->size(), 3U);
+    EXPECT_EQ(scene->get(1), Point(7, 8, 9));
+    EXPECT_EQ(scene->pointer(), nullptr);
+    EXPECT_EQ(scene->container(), points_.get());
+}
+
+TEST_F(CoordTransformIteratorTest, WithoutAMasterItIsEmpty) {
+    const NBX::SO<GeoTransformation_CoordTransformIterator> none(
+        new GeoTransformation_CoordTransformIterator(nullptr, true));
+    EXPECT_EQ(none->size(), 0U);
+    EXPECT_EQ(none->container(), nullptr);
+}
+
+TEST_F(CoordTransformIteratorTest, StoresMasterAndDirection) {
+    const NBX::SO<GeoTransformation_CoordTransformIterator> geo(
+        new GeoTransformation_CoordTransformIterator(points_, false));
+    EXPECT_EQ(RecordedAttributes::of(*geo), (Names{"master", "geo2nbx"}));
+
+    GeoTransformation::setNBXOrigin({10, 20, 30});
+    for (const bool geo2nbx : {false, true}) {
+        const NBX::SO<GeoTransformation_CoordTransformIterator> written(
+            new GeoTransformation_CoordTransformIterator(points_, geo2nbx));
+        const auto read = roundTrip(written);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(TestTerrain::values<Point>(read.get()), TestTerrain::values<Point>(written.get()));
+    }
+}
+
+} // namespace
