@@ -1,6 +1,6 @@
 // Any bytes through the reader of object streams: no crash, no hang, no memory beyond what the bytes
 // justify; and what was read can be written and read again. Objects that refer to each other in a circle stay
-// for ever, so this runs with -detect_leaks=0.
+// for ever, so this runs with ASAN_OPTIONS=detect_leaks=0.
 
 #include <cstddef>
 #include <cstdint>
