@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nbx/object/serializationmanager.h>
@@ -39,17 +40,21 @@ unsigned sizeOf(const auto & sequence) {
     return sequence ? sequence->size() : 0;
 }
 
-template <class T> void copyTo(T * target, const NBX::SO<const NBX::Iterator<T>> & sequence) {
-    if (sizeOf(sequence) == 0) return;
+/// Returns whether the elements lay one behind the other.
+template <class T> bool copyTo(T * target, const NBX::SO<const NBX::Iterator<T>> & sequence) {
+    if (sizeOf(sequence) == 0) return true;
     const T * pointer = sequence->pointer();
-    NBX_CHECK(pointer, L"not an array");
     for (unsigned i = 0; i < sequence->size(); ++i)
         target[i] = pointer ? pointer[i] : sequence->get(i);
+    return pointer != nullptr;
 }
 
 /// A counted sequence: "size", then one "pointer" an element.
-template <class T> void writeSequence(NBX::SerializationManager & m, const T * values, unsigned size) {
+template <class T>
+void writeSequence(NBX::SerializationManager & m, const T * values, unsigned size, bool isArray) {
     m.attribute("size", size);
+    const T * pointer = isArray ? values : nullptr;
+    if (size > 0) NBX_CHECK(pointer, L"not an array");
     for (unsigned i = 0; i < size; ++i) {
         T value = values[i];
         m.attribute("pointer", value);
@@ -104,11 +109,11 @@ TinPatch::TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & ver
     for (unsigned i = 0; i < s_borders; ++i)
         lists_.borders[i] = sizeOf(borders[i]);
     lists_.allocate();
-    copyTo(lists_.vertexNumbers(), vertexIndices);
-    copyTo(lists_.stripNumbers(), stripIndices);
-    copyTo(lists_.rangeEnds(), stripRanges);
+    isArray_[L_Vertices] = copyTo(lists_.vertexNumbers(), vertexIndices);
+    isArray_[L_Strips] = copyTo(lists_.stripNumbers(), stripIndices);
+    isArray_[L_Ranges] = copyTo(lists_.rangeEnds(), stripRanges);
     for (unsigned i = 0; i < s_borders; ++i)
-        copyTo(lists_.borderNumbers(i), borders[i]);
+        isArray_[L_Borders + i] = copyTo(lists_.borderNumbers(i), borders[i]);
 }
 
 TinPatch::~TinPatch() = default;
@@ -138,9 +143,11 @@ TinPatch::Heights TinPatch::parentHeights() const {
 }
 
 void TinPatch::setParentHeights(const Heights & heights) {
-    parentHeightCount_ = sizeOf(heights);
-    parentHeights_.reset(parentHeightCount_ > 0 ? new float[parentHeightCount_] : nullptr);
-    copyTo(parentHeights_.get(), heights);
+    const unsigned count = sizeOf(heights);
+    std::unique_ptr<float[]> copy(count > 0 ? new float[count] : nullptr);
+    isArray_[L_ParentHeights] = copyTo(copy.get(), heights);
+    parentHeightCount_ = count;
+    parentHeights_ = std::move(copy);
 }
 
 void TinPatch::serialize(NBX::SerializationManager & m) {
@@ -154,13 +161,13 @@ void TinPatch::serialize(NBX::SerializationManager & m) {
 }
 
 void TinPatch::writeLists(NBX::SerializationManager & m) {
-    writeSequence(m, lists_.vertexNumbers(), lists_.vertices);
-    writeSequence(m, lists_.stripNumbers(), lists_.strips);
-    writeSequence(m, lists_.rangeEnds(), lists_.ranges);
-    writeSequence(m, parentHeights_.get(), parentHeightCount_);
+    writeSequence(m, lists_.vertexNumbers(), lists_.vertices, isArray_[L_Vertices]);
+    writeSequence(m, lists_.stripNumbers(), lists_.strips, isArray_[L_Strips]);
+    writeSequence(m, lists_.rangeEnds(), lists_.ranges, isArray_[L_Ranges]);
+    writeSequence(m, parentHeights_.get(), parentHeightCount_, isArray_[L_ParentHeights]);
     for (unsigned i = 0; i < s_borders; ++i) {
         m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
-        writeSequence(m, lists_.borderNumbers(i), lists_.borders[i]);
+        writeSequence(m, lists_.borderNumbers(i), lists_.borders[i], isArray_[L_Borders + i]);
     }
 }
 
@@ -181,6 +188,7 @@ void TinPatch::readLists(NBX::SerializationManager & m) {
     for (unsigned i = 0; i < s_borders; ++i)
         lists_.borders[i] = static_cast<unsigned>(borders[i].size());
     lists_.allocate();
+    isArray_.set();
     std::copy(vertices.begin(), vertices.end(), lists_.vertexNumbers());
     std::copy(strips.begin(), strips.end(), lists_.stripNumbers());
     std::copy(ranges.begin(), ranges.end(), lists_.rangeEnds());

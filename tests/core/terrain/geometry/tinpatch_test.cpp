@@ -92,6 +92,8 @@ TEST_F(TinPatchTest, ParentHeightsCanBeSetAndTakenAway) {
     const auto square = patch();
     square->setParentHeights(array<float>({1.5F, 2.5F, 3.5F, 4.5F}));
     EXPECT_EQ(values<float>(square->parentHeights().get()), (std::vector<float>{1.5F, 2.5F, 3.5F, 4.5F}));
+    square->setParentHeights(square->parentHeights());
+    EXPECT_EQ(values<float>(square->parentHeights().get()), (std::vector<float>{1.5F, 2.5F, 3.5F, 4.5F}));
     square->setParentHeights(nullptr);
     EXPECT_FALSE(square->parentHeights());
 }
@@ -112,7 +114,9 @@ TEST_F(TinPatchTest, AListThatIsNoArrayIsReportedByWriting) {
         new TinPatch(grid_, new Scattered<unsigned>(lists.vertices), array(lists.strips), array(lists.ranges),
                      array(lists.borders[0]), true, array(lists.borders[1]), false, array(lists.borders[2]),
                      true, array(lists.borders[3]), false, s_box, 1.5, -7.0, nullptr));
+    EXPECT_TRUE(reports_.empty()) << reports_;
     const auto read = roundTrip(square);
+    EXPECT_EQ(reports_.size(), 1U) << reports_;
     EXPECT_EQ(reports_.count(0, L"pointer", L"not an array"), 1U) << reports_;
     ASSERT_TRUE(read);
     expectLists(*read, lists);

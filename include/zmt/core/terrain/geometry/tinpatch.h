@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <memory>
 
 #include <nbx/container/iterator.h>
@@ -29,7 +30,8 @@ public:
     /// `vertexIndices` are numbers of `data`, ascending; an entry's position is its local number.
     /// `stripRanges` holds the position in `stripIndices` at which each strip ends. `border0` to `border3`
     /// are the local numbers along the sides, corners included, and `outer0` to `outer3` tell whether the
-    /// side lies on the edge of the whole grid. The lists are copied, and must be contiguous.
+    /// side lies on the edge of the whole grid. The lists are copied; writing
+    /// reports those that were no arrays.
     TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & vertexIndices,
              const LocalNumbers & stripIndices, const VertexNumbers & stripRanges,
              const LocalNumbers & border0, bool outer0, const LocalNumbers & border1, bool outer1,
@@ -76,6 +78,8 @@ private:
         unsigned short * borderNumbers(unsigned border) const;
     };
 
+    enum List { L_Vertices, L_Strips, L_Ranges, L_ParentHeights, L_Borders, L_Count = L_Borders + s_borders };
+
     void readLists(NBX::SerializationManager & m);
     void writeLists(NBX::SerializationManager & m);
     bool listsFit() const;
@@ -83,6 +87,8 @@ private:
     NBX::SO<GeometryData> data_;
     Lists lists_;
     unsigned parentHeightCount_ = 0;
+    /// By `List`: the list was given in contiguous memory.
+    std::bitset<L_Count> isArray_ = std::bitset<L_Count>().set();
     std::array<bool, s_borders> isOuterBorder_{};
     std::unique_ptr<float[]> parentHeights_;
     mutable NBX::SO<NBX::Shape> patchShape_;
