@@ -117,22 +117,46 @@ private:
                 centre - Point(0.0, 0.0, size_ * 0.06)};
     }
 
-    /// Over the slope south of the summit, looking at it.
+    /// Over a slope, looking at the highest place around which all heights are known.
     EyeAndAim closeUp() const {
         const Point summit = findSummit();
-        const double distance = size_ * 0.09;
-        Point eye = summit + Point(-distance * 0.35, 0.0, -distance);
+        const double distance = size_ * 0.1;
+        Point eye = summit + Point(-distance * 0.4, 0.0, -distance);
         eye.x = std::clamp(eye.x, box_.getLLF().x, box_.getURB().x);
-        eye.y = summit.y + distance * 0.3;
-        return {eye, summit - Point(0.0, distance * 0.15, 0.0)};
+        eye.y = summit.y + distance * 0.35;
+        return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
     }
 
     Point findSummit() const {
+        constexpr unsigned blocks = 24;
         Point highest = grid_.vertex(0U, 0U);
-        for (unsigned y = 0; y < grid_.sizeY(); ++y)
-            for (unsigned x = 0; x < grid_.sizeX(); ++x)
-                if (const Point p = grid_.vertex(x, y); p.y > highest.y) highest = p;
+        bool isKnown = false;
+        for (unsigned j = 1; j + 1 < blocks; ++j)
+            for (unsigned i = 1; i + 1 < blocks; ++i) {
+                const auto [summit, known] = highestOf(i, j, blocks);
+                if (!std::isfinite(summit.y)) continue;
+                if (known < isKnown || (known == isKnown && summit.y <= highest.y)) continue;
+                highest = summit;
+                isKnown = known;
+            }
         return scaled(highest + grid_.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset());
+    }
+
+    /// The highest vertex of block (i, j) of `blocks` by `blocks`, and whether all heights in the blocks
+    /// around it, too, are known.
+    std::pair<Point, bool> highestOf(unsigned i, unsigned j, unsigned blocks) const {
+        const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / blocks; };
+        const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / blocks; };
+        Point highest(0.0, -HUGE_VAL, 0.0);
+        bool known = true;
+        for (std::size_t y = row(j - 1); y < row(j + 2); ++y)
+            for (std::size_t x = column(i - 1); x < column(i + 2); ++x) {
+                const Point p = grid_.vertex(unsigned(x), unsigned(y));
+                known = known && !grid_.isUndefinedHeightValue(p.y);
+                const bool isInside = x >= column(i) && x < column(i + 1) && y >= row(j) && y < row(j + 1);
+                if (isInside && p.y > highest.y) highest = p;
+            }
+        return {highest, known};
     }
 
     const GridData & grid_;

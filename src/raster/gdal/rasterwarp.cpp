@@ -141,6 +141,47 @@ RasterGrid suggestedGrid(GDALDataset & source, const std::string & system, const
             cellSize,     cellSize};
 }
 
+/// The part of a grid that the source covers with all its width and height: the warped source is no
+/// rectangle, and wedges without heights along the border would look like cliffs. The whole grid where
+/// nothing sensible is left.
+RasterGrid withoutWedges(const RasterGrid & grid, const Raster & raster, const std::string & wkt,
+                         const std::string & system) {
+    const OGRSpatialReference from = spatialReference(wkt), to = spatialReference(system);
+    const std::unique_ptr<OGRCoordinateTransformation> transformation(
+        OGRCreateCoordinateTransformation(&from, &to));
+    if (!transformation) return grid;
+    constexpr int samples = 33;
+    double west = -HUGE_VAL, south = -HUGE_VAL, east = HUGE_VAL, north = HUGE_VAL;
+    for (int i = 0; i < samples; ++i) {
+        const double t = i / (samples - 1.0);
+        const double midX = raster.minX() + t * (raster.maxX() - raster.minX());
+        const double midY = raster.minY() + t * (raster.maxY() - raster.minY());
+        double x[4] = {raster.minX(), raster.maxX(), midX, midX};
+        double y[4] = {midY, midY, raster.minY(), raster.maxY()};
+        if (!transformation->Transform(4, x, y)) return grid;
+        west = std::max(west, x[0]);
+        east = std::min(east, x[1]);
+        south = std::max(south, y[2]);
+        north = std::min(north, y[3]);
+    }
+    const auto first = [](double low, double origin, double cell) {
+        return std::max(std::ceil((low - origin) / cell), 0.0);
+    };
+    const auto cells = [](double high, double origin, double cell, double first, unsigned all) {
+        return std::min(std::floor((high - origin) / cell), all - 1.0) - first + 1.0;
+    };
+    const double x0 = first(west, grid.minX, grid.cellSizeX), y0 = first(south, grid.minY, grid.cellSizeY);
+    const double width = cells(east, grid.minX, grid.cellSizeX, x0, grid.cellsX);
+    const double height = cells(north, grid.minY, grid.cellSizeY, y0, grid.cellsY);
+    if (!(width >= grid.cellsX * 0.5) || !(height >= grid.cellsY * 0.5)) return grid;
+    return {static_cast<unsigned>(width),
+            static_cast<unsigned>(height),
+            grid.minX + x0 * grid.cellSizeX,
+            grid.minY + y0 * grid.cellSizeY,
+            grid.cellSizeX,
+            grid.cellSizeY};
+}
+
 /// As many cells as the source has: the cylindrical system is linear in both degrees, so that each cell of
 /// the result meets one of the source.
 RasterGrid cylindricalGrid(const Raster & raster, const DegreeBox & box, const std::string & system,
@@ -186,8 +227,9 @@ GeoRaster warpDegrees(const GeoRaster & source, NBX::Progress * progress) {
     const std::string system = isPolar(box)    ? (box.north > 0.0 ? "EPSG:5041" : "EPSG:5042")
                                : isCylindrical ? cylindricalSystem(box)
                                                : utmSystem(box);
-    const RasterGrid grid =
-        isCylindrical ? cylindricalGrid(*raster, box, system, trap) : suggestedGrid(*input, system, trap);
+    const RasterGrid grid = isCylindrical ? cylindricalGrid(*raster, box, system, trap)
+                                          : withoutWedges(suggestedGrid(*input, system, trap), *raster,
+                                                          source.reference.wkt, system);
     GeoRaster result;
     result.reference = referenceOf(system);
     NBX::SO<Raster> warped(new Raster(grid.cellsX, grid.cellsY, grid.minX, grid.minY, grid.cellSizeX,

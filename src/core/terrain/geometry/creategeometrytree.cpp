@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <iostream>
+#include <numeric>
 #include <vector>
 
 #include <nbx/container/array.h>
@@ -173,11 +174,6 @@ public:
     }
 
 private:
-    /// The corners of a rectangle, counter-clockwise from the lowest.
-    struct Corners {
-        unsigned c0, c1, c2, c3;
-    };
-
     bool isLeaf(const NBX::Area & domain, unsigned level) const {
         const std::uint64_t w = domain.getWidth(), h = domain.getHeight();
         if (w * h > maxVertices_ || !(level > s_lastSplitLevel || w < 3 || h < 3)) return false;
@@ -200,31 +196,27 @@ private:
                                     const NBX::SO<Children> & children) {
         const unsigned x = unsigned(domain.getX()), y = unsigned(domain.getY());
         const unsigned w = domain.getWidth(), h = domain.getHeight();
-        const Corners corners{grid_->index(x, y), grid_->index(x + w, y), grid_->index(x + w, y + h),
-                              grid_->index(x, y + h)};
         Accessor::currentData = grid_;
         appendBorder(domain, candidates);
 
         tin_.clear();
-        tin_.init(corners.c0, corners.c1, corners.c2, corners.c3);
+        tin_.init(grid_->index(x, y), grid_->index(x + w, y), grid_->index(x + w, y + h),
+                  grid_->index(x, y + h));
         refinement_.run(tin_, candidates, s_refinementThreshold, maxVertices_);
         for (unsigned n = 0; n < tin_.nodes(); ++n)
             vertices.push_back(tin_.number(tin_.node(n)));
 
         const double error = GridDistance(*grid_, tin_).maximum();
         const MyTinToTristrips strips(tin_);
-        const auto borders = collectBorders(corners);
-        const auto numbers = sortedNumbers(strips.numbers());
+        const NBX::SO<NBX::Array<unsigned>> numbers = rankNodes();
         for (const auto & child : children->stl())
             setParentHeights(child.get());
 
-        return new TinPatch(grid_, numbers.get(), localNumbers(*numbers, strips.numbers()).get(),
-                            new NBX::Array<unsigned>(strips.ends()), localNumbers(*numbers, borders[0]).get(),
-                            x == 0, localNumbers(*numbers, borders[1]).get(), y + h == grid_->sizeY() - 1,
-                            localNumbers(*numbers, borders[2]).get(), x + w == grid_->sizeX() - 1,
-                            localNumbers(*numbers, borders[3]).get(), y == 0, box,
-                            std::max(error, s_leastInnerError), wall_,
-                            children->isEmpty() ? nullptr : children.get());
+        return new TinPatch(
+            grid_, numbers.get(), localNumbers(strips.nodes()).get(), new NBX::Array<unsigned>(strips.ends()),
+            borderNumbers(0, 3).get(), x == 0, borderNumbers(3, 2).get(), y + h == grid_->sizeY() - 1,
+            borderNumbers(2, 1).get(), x + w == grid_->sizeX() - 1, borderNumbers(1, 0).get(), y == 0, box,
+            std::max(error, s_leastInnerError), wall_, children->isEmpty() ? nullptr : children.get());
     }
 
     /// Every vertex of the border is a candidate, even one that the children dropped. Those that are there
@@ -242,39 +234,42 @@ private:
         }
     }
 
-    /// The numbers along the four sides, each from one corner to the next, clockwise.
-    std::array<std::vector<unsigned>, TinPatch::s_borders> collectBorders(const Corners & c) const {
-        return {collectBorder(c.c0, c.c3), collectBorder(c.c3, c.c2), collectBorder(c.c2, c.c1),
-                collectBorder(c.c1, c.c0)};
-    }
-
-    std::vector<unsigned> collectBorder(unsigned start, unsigned end) const {
-        std::vector<unsigned> numbers;
-        numbers.reserve(tin_.nodes() / 4);
-        const TinNode n = tin_.findNode(start, tin_.face(0U));
-        NBX_CHECK(n, L"internal error");
-        if (!n) return numbers;
-        for (TinEdge e = tin_.boundaryEdge(n); tin_.number(tin_.origin(e)) != end; e = tin_.next(e))
-            numbers.push_back(tin_.number(tin_.origin(e)));
-        numbers.push_back(end);
+    /// The numbers of all nodes, ascending. `ranks_` then holds the place of each node's number.
+    NBX::SO<NBX::Array<unsigned>> rankNodes() {
+        order_.resize(tin_.nodes());
+        std::iota(order_.begin(), order_.end(), 0U);
+        std::sort(order_.begin(), order_.end(), [this](unsigned a, unsigned b) {
+            return tin_.number(tin_.node(a)) < tin_.number(tin_.node(b));
+        });
+        ranks_.resize(order_.size());
+        NBX::SO<NBX::Array<unsigned>> numbers(new NBX::Array<unsigned>(tin_.nodes()));
+        for (unsigned rank = 0; rank < order_.size(); ++rank) {
+            ranks_[order_[rank]] = static_cast<unsigned short>(rank);
+            numbers->stl()[rank] = tin_.number(tin_.node(order_[rank]));
+        }
         return numbers;
     }
 
-    static NBX::SO<NBX::Array<unsigned>> sortedNumbers(std::vector<unsigned> numbers) {
-        std::sort(numbers.begin(), numbers.end());
-        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
-        return new NBX::Array<unsigned>(std::move(numbers));
+    NBX::SO<NBX::Array<unsigned short>> localNumbers(const std::vector<TinNode> & nodes) const {
+        NBX::SO<NBX::Array<unsigned short>> result(new NBX::Array<unsigned short>(unsigned(nodes.size())));
+        std::transform(nodes.begin(), nodes.end(), result->stl().begin(),
+                       [this](TinNode n) { return ranks_[n.index()]; });
+        return result;
     }
 
-    static NBX::SO<NBX::Array<unsigned short>> localNumbers(const NBX::Array<unsigned> & sorted,
-                                                            const std::vector<unsigned> & numbers) {
-        NBX::SO<NBX::Array<unsigned short>> result(new NBX::Array<unsigned short>(unsigned(numbers.size())));
-        const std::vector<unsigned> & all = sorted.stl();
-        std::transform(numbers.begin(), numbers.end(), result->stl().begin(), [&all](unsigned number) {
-            return static_cast<unsigned short>(std::lower_bound(all.begin(), all.end(), number) -
-                                               all.begin());
-        });
-        return result;
+    /// The local numbers along one side, from corner to corner, clockwise. The corners are the first four
+    /// nodes of the mesh.
+    NBX::SO<NBX::Array<unsigned short>> borderNumbers(unsigned startCorner, unsigned endCorner) const {
+        const TinNode n = tin_.node(startCorner), end = tin_.node(endCorner);
+        std::vector<TinNode> nodes;
+        nodes.reserve(tin_.nodes() / 4);
+        TinEdge e = tin_.boundaryEdge(n);
+        // The start corner of a mesh is on its border.
+        NBX_CHECK(n, L"internal error");
+        for (; e && tin_.origin(e) != end; e = tin_.next(e))
+            nodes.push_back(tin_.origin(e));
+        nodes.push_back(end);
+        return localNumbers(nodes);
     }
 
     /// Tells a child the height of the present surface at each of its vertices.
@@ -297,6 +292,8 @@ private:
     unsigned maxVertices_;
     Tin<Accessor> tin_;
     TinAlgorithmPointsToTin<Accessor> refinement_;
+    std::vector<unsigned> order_;       ///< nodes in the order of their numbers
+    std::vector<unsigned short> ranks_; ///< of each node
 };
 
 void writeStatistics(const RASTER::RasterData & raster) {

@@ -7,14 +7,14 @@
 
 namespace ZMT::CORE {
 
-/// Collects the triangle strips of a triangulation as point numbers.
+/// Collects the triangle strips of a triangulation.
 class MyTinToTristrips : public TinAlgorithmTinToTristrips<MyTinPointAccessor> {
 public:
-    explicit MyTinToTristrips(const Tin<MyTinPointAccessor> & tin) : tin_(tin) { run(tin); }
+    explicit MyTinToTristrips(const Tin<MyTinPointAccessor> & tin) { run(tin); }
 
-    /// The vertices of all strips, one strip behind the other.
-    const std::vector<unsigned> & numbers() const { return numbers_; }
-    /// For each strip, the position in `numbers()` at which it ends.
+    /// The nodes of all strips, one strip behind the other.
+    const std::vector<TinNode> & nodes() const { return nodes_; }
+    /// For each strip, the position in `nodes()` at which it ends.
     const std::vector<unsigned> & ends() const { return ends_; }
 
 protected:
@@ -25,18 +25,18 @@ protected:
     }
     void vertex(TinNode n) override {
         NBX_CHECK(n, L"no node");
-        if (n) strip_.push_back(tin_.number(n));
+        if (n) strip_.push_back(n);
     }
     void finishStrip() override {
         if (strip_.empty()) return;
-        numbers_.insert(numbers_.end(), strip_.begin(), strip_.end());
-        ends_.push_back(static_cast<unsigned>(numbers_.size()));
+        nodes_.insert(nodes_.end(), strip_.begin(), strip_.end());
+        ends_.push_back(static_cast<unsigned>(nodes_.size()));
         strip_.clear();
     }
 
 private:
-    const Tin<MyTinPointAccessor> & tin_;
-    std::vector<unsigned> numbers_, ends_, strip_;
+    std::vector<TinNode> nodes_, strip_;
+    std::vector<unsigned> ends_;
 };
 
 } // namespace ZMT::CORE
