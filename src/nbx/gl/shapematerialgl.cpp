@@ -63,6 +63,10 @@ void emit(const ShapeMaterialGL & material) {
     emitComponents(GL_BACK, material.isTwoSided() ? material : defaultMaterial());
     const GLenum component = componentValue(material.getComponent());
     glColor4fv(material.getColor().data());
+    // Mesa 22.3 loses what the colour does to the material when materials set before are still on their way;
+    // asking for one sees them through. See the test LightsGLTest.ShowTheColorOfAMaterial.
+    GLfloat settled[4];
+    glGetMaterialfv(GL_FRONT, GL_AMBIENT, settled);
     glColorMaterial(material.isTwoSided() || component == 0 ? GL_FRONT_AND_BACK : GL_FRONT,
                     component != 0 ? component : GL_AMBIENT_AND_DIFFUSE);
     if (component != 0) glEnable(GL_COLOR_MATERIAL);
