@@ -31,8 +31,10 @@ bool remove(Callbacks & callbacks, const Callbacks::value_type & callback) {
 }
 
 /// Works on a copy, so that a callback may register or unregister others.
-void callAll(Callbacks callbacks, const TerrainPainterFrameManager::Info & info) {
-    for (const auto & callback : callbacks)
+void callAll(const Callbacks & callbacks, const TerrainPainterFrameManager::Info & info) {
+    Callbacks copy;
+    copy.assign(callbacks.begin(), callbacks.end());
+    for (const auto & callback : copy)
         callback->call(info);
 }
 

@@ -1,6 +1,8 @@
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
-#include <cstring>
+#include <array>
+#include <bit>
+#include <cstdint>
 
 #include <nbx/object/serializationmanager.h>
 
@@ -9,6 +11,11 @@ namespace ZMT::CORE {
 namespace {
 
 constexpr double s_unbounded = 1e42;
+
+/// Tells apart what compares as equal, such as 0 and -0.
+std::array<std::uint64_t, 16> bytesOf(const SimpleTerrainTexture::Matrix & matrix) {
+    return std::bit_cast<std::array<std::uint64_t, 16>>(matrix.rows());
+}
 
 } // namespace
 
@@ -64,7 +71,7 @@ void SimpleTerrainTexture::setMapping(const Matrix & mapping) {
 }
 
 void SimpleTerrainTexture::setTextureMatrix(const Matrix & matrix) {
-    if (std::memcmp(matrix.rows().data(), textureMatrix_.rows().data(), sizeof(double) * 16) == 0) return;
+    if (bytesOf(matrix) == bytesOf(textureMatrix_)) return;
     textureMatrix_ = matrix;
     mappingValid_ = false;
     setBoundingBox(bbox_);
