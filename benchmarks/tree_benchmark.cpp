@@ -1,0 +1,102 @@
+// Building the tree of levels of detail of a large raster, and choosing patches from it.
+//
+// One tree is built a process, so that the peak of memory is its own:
+//     tree_benchmark --benchmark_filter=build/2049
+
+#include <cstdlib>
+#include <iostream>
+
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <nbx/engine/canvas.h>
+#include <nbx/gl/enginegl.h>
+#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/perspective.h>
+#include <nbx/scene/scenething.h>
+#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
+
+#include "syntheticterrain.h"
+
+namespace {
+
+using namespace ZMT::CORE;
+
+constexpr unsigned s_maxVertices = 4000;
+
+double peakMegabytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+NBX::SO<GeometryPatch> buildQuietly(GridData * grid, unsigned maxVertices = s_maxVertices) {
+    std::srand(1);
+    std::cerr.setstate(std::ios::failbit);
+    NBX::SO<GeometryPatch> root = CreateGeometryTree::create(grid, maxVertices);
+    std::cerr.clear();
+    return root;
+}
+
+unsigned countPatches(const GeometryPatch & patch) {
+    unsigned count = 1;
+    for (unsigned i = 0; i < patch.children(); ++i)
+        count += countPatches(*patch.child(i));
+    return count;
+}
+
+void build(benchmark::State & state) {
+    NBX::SO<GridData> grid(new GridData(makeSyntheticTerrain(unsigned(state.range(0))).get()));
+    const double before = peakMegabytes();
+    for (auto _ : state) {
+        const auto root = buildQuietly(grid.get());
+        state.counters["patches"] = countPatches(*root);
+        state.counters["root_error"] = root->approximationError();
+    }
+    state.counters["MB_beyond_raster"] = peakMegabytes() - before;
+}
+BENCHMARK(build)->Arg(1025)->Arg(2049)->Arg(4097)->Arg(8193)->Unit(benchmark::kSecond)->Iterations(1);
+
+/// Makes the painter traverse without drawing: there is something to drape, and it has no part anywhere.
+class NothingDraped : public TerrainTexturedGeometry {
+public:
+    NBX::SO<NBX::SceneNode> geometry(const NBX::Bounds &) const override { return nullptr; }
+    NBX::Bounds boundingBox() const override { return {}; }
+};
+
+/// A frame without drawing. The counter tells how many patches it selects.
+void traverse(benchmark::State & state) {
+    NBX::SO<GridData> grid(new GridData(makeSyntheticTerrain(1025).get()));
+    NBX::SO<Terrain> terrain(new Terrain(grid.get(), buildQuietly(grid.get(), 64).get()));
+    const double extent = 1024.0 * 30.0;
+    NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(1280, 720));
+    if (!canvas->create()) {
+        state.SkipWithError("no OpenGL context");
+        return;
+    }
+    NBX::SO<NBX::LookAt> eye(
+        new NBX::LookAt({extent * 0.5, 9000.0, -extent * 0.5}, {extent * 0.5, 0.0, extent * 0.5}));
+    NBX::SO<NBX::Perspective> lens(new NBX::Perspective(45.0, 100.0, 3.0 * extent));
+    NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
+    scene->append(new NBX::Camera(eye.get(), lens.get()));
+    scene->append(new NothingDraped);
+    scene->append(terrain.get());
+    canvas->append(scene.get());
+    TerrainPainterGLSettings::setGeometryError(0.05);
+    PatchInspectorGL::registerAll(false);
+    canvas->redisplay();
+    state.counters["patches"] = PatchInspectorGL::statistics().patches;
+    TerrainPainterGLSettings::enableRendering(false);
+    for (auto _ : state)
+        canvas->redisplay();
+}
+BENCHMARK(traverse)->Unit(benchmark::kMillisecond);
+
+} // namespace
