@@ -27,6 +27,7 @@ namespace {
 using Accessor = MyTinPointAccessor;
 using Children = NBX::Array<NBX::SO<GeometryPatch>>;
 
+constexpr unsigned s_leastMaxVertices = 50;
 constexpr double s_refinementThreshold = 1e-6;
 constexpr double s_leastInnerError = 1e-6;
 /// Above this level even a rectangle that fits is cut, so that the tree refines smoothly.
@@ -70,18 +71,27 @@ std::int64_t floorDivide(std::int64_t a, std::int64_t b) {
     return q * b > a ? q - 1 : q;
 }
 
-/// The largest vertical distance of a triangulation, whose nodes are vertices of a grid, from all vertices
-/// of the grid that it covers. Each face is scanned row by row, with exact integer borders, so that no
-/// vertex needs to be located.
-class GridDistance {
+/// The surface of a triangulation, whose nodes are vertices of a grid, at all vertices of the grid that it
+/// covers. Each face is scanned row by row, with exact integer borders, so that no vertex needs to be
+/// located.
+class SurfaceScan {
 public:
-    GridDistance(const GridData & grid, const Tin<Accessor> & tin)
-        : grid_(grid), tin_(tin), scale_(grid.scale()) {}
+    explicit SurfaceScan(const GridData & grid) : grid_(grid), scale_(grid.scale()) {}
 
-    double maximum() {
-        for (unsigned f = 0; f < tin_.faces(); ++f)
-            scanFace(tin_.face(f));
-        return maximum_;
+    void scan(const Tin<Accessor> & tin, const NBX::Area & domain) {
+        domain_ = domain;
+        tin_ = &tin;
+        maximum_ = 0.0;
+        heights_.resize((std::size_t(domain.getWidth()) + 1) * (std::size_t(domain.getHeight()) + 1));
+        for (unsigned f = 0; f < tin.faces(); ++f)
+            scanFace(tin.face(f));
+    }
+
+    /// The largest vertical distance of a vertex from the surface.
+    double distance() const { return maximum_; }
+    /// The height of the surface at vertex `number` of the grid.
+    float height(unsigned number) const {
+        return heights_[place(number % grid_.sizeX(), number / grid_.sizeX())];
     }
 
 private:
@@ -90,7 +100,7 @@ private:
     };
 
     Corner corner(TinFace f, unsigned k) const {
-        const unsigned number = tin_.number(tin_.corner(f, k));
+        const unsigned number = tin_->number(tin_->corner(f, k));
         return {number % grid_.sizeX(), number / grid_.sizeX()};
     }
 
@@ -123,23 +133,32 @@ private:
     }
 
     void scanRow(TinFace f, unsigned row, std::int64_t first, std::int64_t last) {
-        const auto & p = tin_.position(tin_.corner(f, 0));
-        const auto & q = tin_.position(tin_.corner(f, 1));
-        const auto & r = tin_.position(tin_.corner(f, 2));
+        const auto & p = tin_->position(tin_->corner(f, 0));
+        const auto & q = tin_->position(tin_->corner(f, 1));
+        const auto & r = tin_->position(tin_->corner(f, 2));
         const double area = (q.x - p.x) * (r.y - p.y) - (q.y - p.y) * (r.x - p.x);
         const double y = scale_.z * row - p.y;
+        float * target = heights_.data() + place(static_cast<unsigned>(first), row);
         for (std::int64_t column = first; column <= last; ++column) {
             const auto vertex = grid_.vertex(static_cast<unsigned>(column), row);
             const double x = vertex.x - p.x;
             const double height = p.z + ((r.y - p.y) * x - (r.x - p.x) * y) / area * (q.z - p.z) +
                                   ((q.x - p.x) * y - (q.y - p.y) * x) / area * (r.z - p.z);
             maximum_ = std::max(maximum_, std::abs(height - vertex.y));
+            *target++ = static_cast<float>(height);
         }
     }
 
+    std::size_t place(unsigned column, unsigned row) const {
+        return std::size_t(row - unsigned(domain_.getY())) * (domain_.getWidth() + 1) + column -
+               unsigned(domain_.getX());
+    }
+
     const GridData & grid_;
-    const Tin<Accessor> & tin_;
     GridData::Point scale_;
+    const Tin<Accessor> * tin_ = nullptr;
+    NBX::Area domain_;
+    std::vector<float> heights_; ///< row by row over the domain
     double maximum_ = 0.0;
 };
 
@@ -147,13 +166,13 @@ private:
 class TreeBuilder {
 public:
     TreeBuilder(const NBX::SO<GridData> & grid, double wall, unsigned maxVertices)
-        : grid_(grid), wall_(wall), maxVertices_(maxVertices) {}
+        : grid_(grid), wall_(wall), maxVertices_(maxVertices), surface_(*grid) {}
 
     /// Appends to `vertices` the numbers that the node uses. Null when cancelled.
     NBX::SO<GeometryPatch> build(const NBX::Area & domain, std::vector<unsigned> & vertices,
                                  double progressOffset, double progressScale, unsigned level) {
-        NBX_CHECK(grid_, L"no grid");
         checkDomain(grid_.get(), domain);
+        if (grid_->vertices() == 0) return nullptr;
         if (!s_progress->update(progressOffset, "", "")) {
             s_cancelled = true;
             return nullptr;
@@ -206,7 +225,8 @@ private:
         for (unsigned n = 0; n < tin_.nodes(); ++n)
             vertices.push_back(tin_.number(tin_.node(n)));
 
-        const double error = GridDistance(*grid_, tin_).maximum();
+        surface_.scan(tin_, domain);
+        const double error = surface_.distance();
         const MyTinToTristrips strips(tin_);
         const NBX::SO<NBX::Array<unsigned>> numbers = rankNodes();
         for (const auto & child : children->stl())
@@ -278,12 +298,8 @@ private:
         if (!patch) return;
         const auto numbers = patch->vertexIndices();
         NBX::SO<NBX::Array<float>> heights(new NBX::Array<float>(numbers->size()));
-        TinFace face = tin_.face(0U);
-        for (unsigned i = 0; i < numbers->size(); ++i) {
-            const auto p = Accessor::point(numbers->pointer()[i]);
-            face = tin_.locate(p, face);
-            heights->stl()[i] = static_cast<float>(tin_.heightOn(face, p));
-        }
+        std::transform(numbers->pointer(), numbers->pointer() + numbers->size(), heights->stl().begin(),
+                       [this](unsigned number) { return surface_.height(number); });
         patch->setParentHeights(heights.get());
     }
 
@@ -292,6 +308,7 @@ private:
     unsigned maxVertices_;
     Tin<Accessor> tin_;
     TinAlgorithmPointsToTin<Accessor> refinement_;
+    SurfaceScan surface_;
     std::vector<unsigned> order_;       ///< nodes in the order of their numbers
     std::vector<unsigned short> ranks_; ///< of each node
 };
@@ -326,17 +343,20 @@ void writeStatistics(const RASTER::RasterData & raster) {
 
 NBX::SO<GeometryPatch> CreateGeometryTree::create(GeometryData * data, unsigned maxVertices) {
     NBX_CHECK(maxVertices >= 50, L"maxVertices must be >= 50: " << maxVertices);
+    const NBX::SO<GridData> grid(static_cast<GridData *>(data));
+    NBX_CHECK(grid, L"no grid");
+    if (!grid) return nullptr;
+
     NBX::Progress progress("generating terrain LOD model", 1.0);
     s_progress = &progress;
     s_cancelled = false;
 
-    const NBX::SO<GridData> grid(static_cast<GridData *>(data));
     writeStatistics(*grid->rasterData());
     const NBX::Bounds box = data->boundingBox();
     const double wall = box.getLLF().y - (box.getURB().y - box.getLLF().y) * 0.2;
     std::vector<unsigned> vertices;
     NBX::SO<GeometryPatch> root =
-        TreeBuilder(grid, wall, maxVertices)
+        TreeBuilder(grid, wall, std::max(maxVertices, s_leastMaxVertices))
             .build(NBX::Area(0, 0, grid->sizeX() - 1, grid->sizeY() - 1), vertices, 0.0, 1.0, 0);
 
     s_progress = nullptr;

@@ -14,7 +14,8 @@ NBX::ID GridPatchNormalPainterGL::target() const {
 
 void GridPatchNormalPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
-    glPushAttrib(GL_LIGHTING_BIT);
+    if (!engine) return;
+    glPushAttrib(GL_LIGHTING_BIT | GL_CURRENT_BIT);
     glDisable(GL_LIGHTING);
     drawGridPatchStripsGL(
         static_cast<const GridPatch &>(*patch), [this](const GridPatchRow & row, unsigned i) {

@@ -55,17 +55,22 @@ NBX::ID GridPatchPainterGL::target() const {
 
 void GridPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
+    if (!engine) return;
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);
+    // Other patches have no normals, and must not get those of this one.
+    glPushAttrib(GL_CURRENT_BIT);
     drawGridPatchStripsGL(gridPatch, [](const GridPatchRow & row, unsigned i) {
         glNormal3dv(&row.normals[i].x);
         glVertex3dv(&row.vertices[i].x);
     });
     for (const Side & side : sidesOf(gridPatch))
         if (!side.isOuter) drawCurtain(gridPatch, side, true);
+    glPopAttrib();
 }
 
 void GridPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
+    if (!engine) return;
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);
     for (const Side & side : sidesOf(gridPatch))
         if (side.isOuter) drawCurtain(gridPatch, side, false);

@@ -25,7 +25,7 @@ NBX::ID GridPatchShadowPainterGL::target() const {
 bool GridPatchShadowPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     NBX_CHECK(engine, L"no engine");
     const auto * patch = dynamic_cast<const GridPatch *>(shape);
-    if (!patch) return false;
+    if (!engine || !patch) return false;
 
     const double bottom = patch->boundingBox().getLLF().y;
     const std::size_t last = patch->domain().getWidth();

@@ -97,6 +97,7 @@ NBX::ID TinPatchPainterGL::target() const {
 
 void TinPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
+    if (!engine) return;
     const auto & tin = static_cast<const TinPatch &>(*patch);
     if (!tin.patchShape()) tin.patchShape() = surfaceOf(tin).upload(engine);
     // The triangles of a triangulation turn the other way.
@@ -107,6 +108,7 @@ void TinPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch 
 
 void TinPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
+    if (!engine) return;
     const auto & tin = static_cast<const TinPatch &>(*patch);
     bool hasWall = false;
     for (unsigned i = 0; i < TinPatch::s_borders; ++i)
