@@ -69,7 +69,8 @@ void TAdjuster::modified() {
 void TAdjuster::update(NBX::Engine * engine) {
     NBX_CHECK(engine, L"no engine");
     const NBX::Bounds content = NBX::SceneThing::boundingBox(engine);
-    matrix_ = content.isDefined() && volume_ ? fit(content, volume_->boundingBox(), keepAspect_) : Matrix();
+    const NBX::Bounds target = volume_ ? volume_->boundingBox() : NBX::Bounds();
+    matrix_ = content.isDefined() && target.isDefined() ? fit(content, target, keepAspect_) : Matrix();
     bounds_ = content.transform(matrix_);
     valid_ = true;
 }

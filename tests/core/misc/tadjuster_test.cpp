@@ -91,6 +91,11 @@ TEST_F(TAdjusterTest, NoTargetBoxIsReportedAndTaken) {
     expectNear(node->boundingBox(engine_.get()), Bounds(Point(), Point(1, 1, 1)));
 }
 
+TEST_F(TAdjusterTest, AnUndefinedTargetLeavesTheContentAsItIs) {
+    volume_ = new Box(Bounds());
+    expectNear(fitted(Point(1, 2, 3), true)->boundingBox(engine_.get()), Bounds(Point(), Point(1, 2, 3)));
+}
+
 TEST_F(TAdjusterTest, NoEngineIsReported) {
     const auto node = fitted(Point(1, 1, 1), true);
     node->boundingBox(nullptr);
