@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include <nbx/container/array.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/polygonmodegl.h>
 #include <nbx/image/memoryimage.h>
@@ -64,25 +65,29 @@ NBX::SO<Textures> makeReliefTextures(const GridData & grid, bool plain) {
     return textures;
 }
 
+NBX::Bounds sceneBox(const ZMT::RASTER::GeoExtent & e) {
+    return ZMT::CORE::GeoTransformation::geo2nbxTf(
+        NBX::Bounds(Point(e.minX, 0.0, e.minY), Point(e.maxX, 0.0, e.maxY)));
+}
+
 /// The border colour is transparent, so that nothing shows beyond the image.
 NBX::SO<TerrainTexture> makeImageTexture(const ZMT::RASTER::GeoImageData & data) {
     NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(data.width), int(data.height), NBX::LS_RGBA));
     const std::size_t line = std::size_t(data.width) * 4;
     for (unsigned y = 0; y < data.height; ++y)
         std::memcpy(image->lineComponentsU8(int(y)), data.rgba.data() + y * line, line);
-    const auto & e = data.extent;
-    const NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(
-        NBX::Bounds(Point(e.minX, 0.0, e.minY), Point(e.maxX, 0.0, e.maxY)));
-    return makeTexture(image, box, NBX::TextureGL::WM_ClampToBorder);
+    return makeTexture(image, sceneBox(data.extent), NBX::TextureGL::WM_ClampToBorder);
 }
 
 /// Where the camera stands and how far it sees, in scene coordinates with the heights exaggerated.
 class CameraSetUp {
 public:
-    CameraSetUp(const GridData & grid, double exaggeration) : grid_(grid), exaggeration_(exaggeration) {
-        const Point offset = grid.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset();
+    /// `interest` is what a close-up should show, in scene coordinates; undefined for no preference.
+    CameraSetUp(const GridData & grid, double exaggeration, const NBX::Bounds & interest)
+        : grid_(grid), exaggeration_(exaggeration), interest_(interest),
+          offset_(grid.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset()) {
         const NBX::Bounds box = grid.boundingBox();
-        box_ = NBX::Bounds(scaled(box.getLLF() + offset), scaled(box.getURB() + offset));
+        box_ = NBX::Bounds(scaled(box.getLLF() + offset_), scaled(box.getURB() + offset_));
         size_ = std::max(box_.diagonal().x, box_.diagonal().z);
     }
 
@@ -113,8 +118,8 @@ private:
         const Point centre = box_.center();
         if (name == "north") return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
         if (name == "closeup") return closeUp();
-        return {centre + Point(size_ * 0.12, size_ * 0.62 + box_.diagonal().y, -size_ * 0.98),
-                centre - Point(0.0, 0.0, size_ * 0.06)};
+        return {centre + Point(size_ * 0.12, size_ * 0.66 + box_.diagonal().y, -size_ * 1.05),
+                centre - Point(0.0, 0.0, size_ * 0.12)};
     }
 
     /// Over a slope, looking at the highest place around which all heights are known.
@@ -127,40 +132,48 @@ private:
         return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
     }
 
+    /// The highest vertex among the blocks around which fewest heights are unknown.
     Point findSummit() const {
-        constexpr unsigned blocks = 24;
-        Point highest = grid_.vertex(0U, 0U);
-        bool isKnown = false;
-        for (unsigned j = 1; j + 1 < blocks; ++j)
-            for (unsigned i = 1; i + 1 < blocks; ++i) {
-                const auto [summit, known] = highestOf(i, j, blocks);
-                if (!std::isfinite(summit.y)) continue;
-                if (known < isKnown || (known == isKnown && summit.y <= highest.y)) continue;
-                highest = summit;
-                isKnown = known;
+        Block best{grid_.vertex(0U, 0U), SIZE_MAX};
+        for (unsigned j = 1; j + 1 < s_blocks; ++j)
+            for (unsigned i = 1; i + 1 < s_blocks; ++i) {
+                const Block block = measureBlock(i, j);
+                if (!std::isfinite(block.summit.y) || !isOfInterest(block.summit)) continue;
+                const bool isHigher = block.unknown == best.unknown && block.summit.y > best.summit.y;
+                if (block.unknown < best.unknown || isHigher) best = block;
             }
-        return scaled(highest + grid_.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset());
+        return scaled(best.summit + offset_);
     }
 
-    /// The highest vertex of block (i, j) of `blocks` by `blocks`, and whether all heights in the blocks
-    /// around it, too, are known.
-    std::pair<Point, bool> highestOf(unsigned i, unsigned j, unsigned blocks) const {
-        const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / blocks; };
-        const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / blocks; };
-        Point highest(0.0, -HUGE_VAL, 0.0);
-        bool known = true;
+    struct Block {
+        Point summit;        ///< in coordinates of the grid
+        std::size_t unknown; ///< undefined heights in the block and in those around it
+    };
+
+    Block measureBlock(unsigned i, unsigned j) const {
+        const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / s_blocks; };
+        const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / s_blocks; };
+        Block result{Point(0.0, -HUGE_VAL, 0.0), 0};
         for (std::size_t y = row(j - 1); y < row(j + 2); ++y)
             for (std::size_t x = column(i - 1); x < column(i + 2); ++x) {
                 const Point p = grid_.vertex(unsigned(x), unsigned(y));
-                known = known && !grid_.isUndefinedHeightValue(p.y);
+                result.unknown += grid_.isUndefinedHeightValue(p.y);
                 const bool isInside = x >= column(i) && x < column(i + 1) && y >= row(j) && y < row(j + 1);
-                if (isInside && p.y > highest.y) highest = p;
+                if (isInside && p.y > result.summit.y) result.summit = p;
             }
-        return {highest, known};
+        return result;
     }
+
+    bool isOfInterest(const Point & p) const {
+        return !interest_.isDefined() || interest_.containsPointInPlane(p + offset_, 0, 2);
+    }
+
+    static constexpr unsigned s_blocks = 48;
 
     const GridData & grid_;
     double exaggeration_;
+    NBX::Bounds interest_;
+    Point offset_; ///< from coordinates of the grid to the scene
     NBX::Bounds box_;
     double size_;
 };
@@ -201,7 +214,8 @@ NBX::SO<NBX::SceneThing> makeScene(const SceneOptions & options, const NBX::SO<G
                                    const NBX::SO<ZMT::CORE::GeometryPatch> & root,
                                    const std::vector<ZMT::RASTER::GeoImageData> & images, bool plain) {
     NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
-    scene->append(CameraSetUp(*grid, options.exaggeration).make(parseView(options.view)).get());
+    const NBX::Bounds interest = images.empty() ? NBX::Bounds() : sceneBox(images.back().extent);
+    scene->append(CameraSetUp(*grid, options.exaggeration, interest).make(parseView(options.view)).get());
     scene->append(new NBX::Scaling(Point(1.0, options.exaggeration, 1.0)));
     if (options.wireframe) scene->append(new NBX::PolygonModeGL(s_glLine));
     scene->append(new ZMT::CORE::ModulateTerrainTexturingEffect(makeReliefTextures(*grid, plain).get()));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <limits>
+
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/math/vector3base.h>
 
@@ -12,12 +14,12 @@ class Bounds {
 public:
     /// The undefined box.
     Bounds() = default;
-    explicit Bounds(const Vector3Base<double> & point) : llf_(point), urb_(point), defined_(true) {}
+    explicit Bounds(const Vector3Base<double> & point) : llf_(point), urb_(point) {}
     /// The smallest box with both corners, in any order.
     Bounds(const Vector3Base<double> & a, const Vector3Base<double> & b);
 
-    bool isDefined() const { return defined_; }
-    /// Lower left front corner: the least coordinates.
+    bool isDefined() const { return !(llf_.x > urb_.x); }
+    /// Lower left front corner: the least coordinates. Infinite for an undefined box, as is the other one.
     const Vector3Base<double> & getLLF() const { return llf_; }
     /// Upper right back corner: the largest coordinates.
     const Vector3Base<double> & getURB() const { return urb_; }
@@ -49,8 +51,11 @@ public:
     void serialize(SerializationManager & m);
 
 private:
-    Vector3Base<double> llf_, urb_;
-    bool defined_ = false;
+    static constexpr double s_infinity = std::numeric_limits<double>::infinity();
+
+    // An undefined box is turned inside out.
+    Vector3Base<double> llf_{s_infinity, s_infinity, s_infinity};
+    Vector3Base<double> urb_{-s_infinity, -s_infinity, -s_infinity};
 };
 
 } // namespace NBX

@@ -66,12 +66,13 @@ private:
     void unlink(WOBase * pointer) const;
     void clearWeakPointers() const;
 
-    mutable std::atomic<int> references_{0};
-    mutable std::atomic<bool> everWeak_{false};
     mutable WOBase * weakPointers_ = nullptr;
     std::atomic<std::uint64_t> transactionNo_{0};
     /// Null without a name, since a large scene has millions of objects and few names.
     std::unique_ptr<std::wstring> objectName_;
+    // The small ones come last, so that subclasses fill the rest of the word.
+    mutable std::atomic<int> references_{0};
+    mutable std::atomic<bool> everWeak_{false};
 };
 
 } // namespace NBX

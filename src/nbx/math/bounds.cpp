@@ -19,7 +19,7 @@ Vector3Base<double> maximum(const Vector3Base<double> & a, const Vector3Base<dou
 } // namespace
 
 Bounds::Bounds(const Vector3Base<double> & a, const Vector3Base<double> & b)
-    : llf_(minimum(a, b)), urb_(maximum(a, b)), defined_(true) {}
+    : llf_(minimum(a, b)), urb_(maximum(a, b)) {}
 
 Vector3Base<double> Bounds::point(double u, double v, double w) const {
     const Vector3Base<double> d = diagonal();
@@ -27,7 +27,7 @@ Vector3Base<double> Bounds::point(double u, double v, double w) const {
 }
 
 Bounds Bounds::expand(double margin) const {
-    if (!defined_) return *this;
+    if (!isDefined()) return *this;
     const Vector3Base<double> m(margin, margin, margin);
     return {llf_ - m, urb_ + m};
 }
@@ -38,7 +38,7 @@ Bounds Bounds::intersection(const Bounds & other) const {
 }
 
 bool Bounds::intersects(const Bounds & other) const {
-    return defined_ && other.defined_ && llf_.x <= other.urb_.x && other.llf_.x <= urb_.x &&
+    return isDefined() && other.isDefined() && llf_.x <= other.urb_.x && other.llf_.x <= urb_.x &&
            llf_.y <= other.urb_.y && other.llf_.y <= urb_.y && llf_.z <= other.urb_.z &&
            other.llf_.z <= urb_.z;
 }
@@ -48,7 +48,7 @@ bool Bounds::containsPoint(const Vector3Base<double> & p) const {
 }
 
 bool Bounds::containsPointInPlane(const Vector3Base<double> & p, unsigned a, unsigned b) const {
-    return defined_ && llf_[a] <= p[a] && p[a] <= urb_[a] && llf_[b] <= p[b] && p[b] <= urb_[b];
+    return isDefined() && llf_[a] <= p[a] && p[a] <= urb_[a] && llf_[b] <= p[b] && p[b] <= urb_[b];
 }
 
 Vector3Base<double> Bounds::nearestPoint(const Vector3Base<double> & p) const {
@@ -57,7 +57,7 @@ Vector3Base<double> Bounds::nearestPoint(const Vector3Base<double> & p) const {
 
 Bounds Bounds::transform(const Matrix4x4Base<double> & m) const {
     Bounds result;
-    if (!defined_) return result;
+    if (!isDefined()) return result;
     for (unsigned corner = 0; corner < 8; ++corner)
         result += m * Vector3Base<double>(corner & 1 ? urb_.x : llf_.x, corner & 2 ? urb_.y : llf_.y,
                                           corner & 4 ? urb_.z : llf_.z);
@@ -65,26 +65,27 @@ Bounds Bounds::transform(const Matrix4x4Base<double> & m) const {
 }
 
 Bounds & Bounds::operator+=(const Vector3Base<double> & p) {
-    llf_ = defined_ ? minimum(llf_, p) : p;
-    urb_ = defined_ ? maximum(urb_, p) : p;
-    defined_ = true;
+    llf_ = minimum(llf_, p);
+    urb_ = maximum(urb_, p);
     return *this;
 }
 
 Bounds & Bounds::operator+=(const Bounds & other) {
-    if (!other.defined_) return *this;
+    if (!other.isDefined()) return *this;
     *this += other.llf_;
     return *this += other.urb_;
 }
 
 bool Bounds::operator==(const Bounds & other) const {
-    return defined_ == other.defined_ && (!defined_ || (llf_ == other.llf_ && urb_ == other.urb_));
+    return llf_ == other.llf_ && urb_ == other.urb_;
 }
 
 void Bounds::serialize(SerializationManager & m) {
-    m.attribute("defined", defined_);
+    bool defined = isDefined();
+    m.attribute("defined", defined);
     m.attribute("llf", llf_);
     m.attribute("urb", urb_);
+    if (m.isReading()) *this = defined ? Bounds(llf_, urb_) : Bounds();
 }
 
 } // namespace NBX

@@ -138,6 +138,7 @@ private:
         const auto & r = tin_->position(tin_->corner(f, 2));
         const double area = (q.x - p.x) * (r.y - p.y) - (q.y - p.y) * (r.x - p.x);
         const double y = scale_.z * row - p.y;
+        if (first > last) return;
         float * target = heights_.data() + place(static_cast<unsigned>(first), row);
         for (std::int64_t column = first; column <= last; ++column) {
             const auto vertex = grid_.vertex(static_cast<unsigned>(column), row);

@@ -1,5 +1,9 @@
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 
+#include <algorithm>
+
+#include <nbx/container/array.h>
+
 namespace ZMT::CORE {
 
 NBX_CLASS_IMPL(GeometryPatch, NBX::Shape)
@@ -17,14 +21,17 @@ GeometryPatch::GeometryPatch(const NBX::Bounds & bbox, double approxError, doubl
 
 NBX::SO<GeometryPatch> GeometryPatch::child(unsigned i) const {
     NBX_CHECK(i < children(), L"i out of range");
-    return i < children() ? children_->stl()[i] : nullptr;
+    return i < childCount_ ? children_[i] : nullptr;
 }
 
 void GeometryPatch::addChild(const NBX::SO<GeometryPatch> & child) {
     NBX_CHECK(child, L"no child");
     if (!child) return;
-    if (!children_) children_ = new NBX::Array<NBX::SO<GeometryPatch>>;
-    children_->append(child);
+    // There are four at most, as a rule.
+    std::unique_ptr<NBX::SO<GeometryPatch>[]> longer(new NBX::SO<GeometryPatch>[childCount_ + 1]);
+    std::move(children_.get(), children_.get() + childCount_, longer.get());
+    longer[childCount_++] = child;
+    children_ = std::move(longer);
     child->setParent(this);
 }
 
@@ -42,8 +49,8 @@ void GeometryPatch::setParent(const NBX::WO<GeometryPatch> & parent) {
 
 void GeometryPatch::acceptChildren(std::vector<NBX::Visitable *> & children) const {
     NBX::Shape::acceptChildren(children);
-    for (unsigned i = 0; children_ && i < children_->size(); ++i)
-        children.push_back(children_->stl()[i].get());
+    for (unsigned i = 0; i < childCount_; ++i)
+        children.push_back(children_[i].get());
 }
 
 void GeometryPatch::serialize(NBX::SerializationManager & m) {
@@ -53,12 +60,16 @@ void GeometryPatch::serialize(NBX::SerializationManager & m) {
     m.attribute("error", approxError_);
     m.attribute("wall", wall_);
 
-    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children = children_;
+    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children;
+    if (m.isWriting() && childCount_ > 0)
+        children = new NBX::Array<NBX::SO<GeometryPatch>>(
+            std::vector<NBX::SO<GeometryPatch>>(children_.get(), children_.get() + childCount_));
     m.attribute("children", children);
     if (m.isReading()) {
-        children_ = nullptr;
+        children_.reset();
+        childCount_ = 0;
         for (unsigned i = 0; children && i < children->size(); ++i)
-            if (children->get(i)) addStoredChild(children->get(i));
+            if (children->get(i)) addChild(children->get(i));
     }
 
     const NBX::Vector3Base<double> & llf = bbox_.getLLF();

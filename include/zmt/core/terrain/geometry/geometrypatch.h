@@ -1,6 +1,8 @@
 #pragma once
 
-#include <nbx/container/array.h>
+#include <memory>
+
+#include <nbx/container/iterator.h>
 #include <nbx/object/so.h>
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape.h>
@@ -35,7 +37,7 @@ public:
     virtual double wall() const { return wall_; }
     /// Null at the root, and once the parent has gone.
     virtual NBX::SO<GeometryPatch> parent() const { return parent_.lock(); }
-    virtual unsigned children() const { return children_ ? children_->size() : 0; }
+    virtual unsigned children() const { return childCount_; }
     virtual NBX::SO<GeometryPatch> child(unsigned i) const;
     /// Lets a patch that loads its children on demand release them.
     virtual void unloadChildren() {}
@@ -58,8 +60,8 @@ private:
     NBX::Bounds bbox_;
     double approxError_ = 0.0;
     double wall_ = 0.0;
-    /// Null in a leaf.
-    NBX::SO<NBX::Array<NBX::SO<GeometryPatch>>> children_;
+    unsigned childCount_ = 0;
+    std::unique_ptr<NBX::SO<GeometryPatch>[]> children_;
 };
 
 } // namespace ZMT::CORE
