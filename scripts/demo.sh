@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the release preset and shows what the command line tool does.
+# Builds the release preset and renders the sample data into out/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -14,4 +14,22 @@ cmake --build --preset release || fail "the release preset does not build"
 
 zmt=build/release/apps/zmt/zmt
 [[ -x "$zmt" ]] || fail "$zmt was not built"
-"$zmt" --help
+mkdir -p out
+
+# Name of the picture, then what zmt render is told beyond the sample data.
+render() {
+    local name=$1
+    shift
+    echo "demo: out/$name.png"
+    "$zmt" render --out "out/$name.png" --stats "out/$name.json" "$@" 2>"out/$name.log" ||
+        fail "$(tail -n 1 "out/$name.log")"
+    cat "out/$name.json"
+}
+
+everest=(--terrain data/everest_srtm3.tif --image data/everest_landsat7_rgb.tif)
+render everest_overview "${everest[@]}"
+render everest_closeup "${everest[@]}" --view closeup
+render everest_closeup_patches "${everest[@]}" --view closeup --patches
+render jacksboro_overview --terrain data/jacksboro_srtm3.tif --exaggeration 2
+
+echo "demo: the pictures and their statistics are in out/"
