@@ -1,6 +1,7 @@
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 
 #include <algorithm>
+#include <bit>
 
 #include <nbx/container/array.h>
 
@@ -27,11 +28,14 @@ NBX::SO<GeometryPatch> GeometryPatch::child(unsigned i) const {
 void GeometryPatch::addChild(const NBX::SO<GeometryPatch> & child) {
     NBX_CHECK(child, L"no child");
     if (!child) return;
-    // There are four at most, as a rule.
-    std::unique_ptr<NBX::SO<GeometryPatch>[]> longer(new NBX::SO<GeometryPatch>[childCount_ + 1]);
-    std::move(children_.get(), children_.get() + childCount_, longer.get());
-    longer[childCount_++] = child;
-    children_ = std::move(longer);
+    // Room for 1, 2, 4 and so on; there are four at most, as a rule.
+    if (childCount_ == 0 || std::has_single_bit(childCount_)) {
+        const std::size_t room = childCount_ == 0 ? 1 : std::size_t(childCount_) * 2;
+        std::unique_ptr<NBX::SO<GeometryPatch>[]> larger(new NBX::SO<GeometryPatch>[room]);
+        std::move(children_.get(), children_.get() + childCount_, larger.get());
+        children_ = std::move(larger);
+    }
+    children_[childCount_++] = child;
     child->setParent(this);
 }
 
@@ -69,7 +73,8 @@ void GeometryPatch::serialize(NBX::SerializationManager & m) {
         children_.reset();
         childCount_ = 0;
         for (unsigned i = 0; children && i < children->size(); ++i)
-            if (children->get(i)) addChild(children->get(i));
+            if (children->get(i)) addStoredChild(children->get(i));
+        if (!bbox_.isDefined()) bbox_ = NBX::Bounds(NBX::Vector3Base<double>());
     }
 
     const NBX::Vector3Base<double> & llf = bbox_.getLLF();

@@ -89,6 +89,15 @@ TEST_F(GeometryPatchTest, ChildrenGetTheirParent) {
     EXPECT_EQ(b->parent(), patch);
 }
 
+TEST_F(GeometryPatchTest, ManyChildrenKeepTheirOrder) {
+    const auto patch = leaf();
+    for (int i = 0; i < 100; ++i)
+        patch->addChild(leaf(i));
+    ASSERT_EQ(patch->children(), 100U);
+    for (unsigned i = 0; i < 100; ++i)
+        EXPECT_EQ(patch->child(i)->approximationError(), i);
+}
+
 TEST_F(GeometryPatchTest, TheParentIsOnlyWatched) {
     const auto child = leaf();
     {
