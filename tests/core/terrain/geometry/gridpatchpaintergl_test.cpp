@@ -1,0 +1,98 @@
+#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+
+#include <nbx/engine/handler.h>
+
+#include "testpatches.h"
+
+using NBX::Area;
+using ZMT::CORE::GridPatch;
+using ZMT::CORE::GridPatchPainterGL;
+
+namespace {
+
+using Sides = std::map<std::string, unsigned>;
+
+class GridPatchPainterGLTest : public PatchPainterFixture {
+protected:
+    NBX::SO<ZMT::CORE::GridData> grid = TestPatches::smallGrid();
+    NBX::SO<GridPatchPainterGL> painter{new GridPatchPainterGL};
+};
+
+TEST_F(GridPatchPainterGLTest, IsThePainterOfGridPatches) {
+    EXPECT_EQ(painter->target(), GridPatch::ClassNameNBX());
+    EXPECT_TRUE(painter->shouldUseDisplayLists());
+    EXPECT_TRUE(dynamic_cast<GridPatchPainterGL *>(
+        engine->findHandler(NBX::Painter::ClassNameNBX(), GridPatch::ClassInfoNBX())));
+}
+
+TEST_F(GridPatchPainterGLTest, DrawsTheMeshClockwiseFromAbove) {
+    const auto whole = TestPatches::gridPatch(grid, Area(0, 0, 8, 6));
+    EXPECT_EQ(TestPatches::normalized(surface(*painter, *whole)),
+              TestPatches::normalized(TestPatches::meshOf(*whole)));
+    const auto part = TestPatches::gridPatch(grid, Area(3, 2, 4, 3));
+    Triangles triangles = surface(*painter, *part);
+    std::erase_if(triangles, TestPatches::isCurtain);
+    EXPECT_EQ(TestPatches::normalized(triangles), TestPatches::normalized(TestPatches::meshOf(*part)));
+}
+
+/// Inner sides have skirts, and sides on the edge of the grid walls. A side has two triangles a cell.
+TEST_F(GridPatchPainterGLTest, EverySideHasASkirtOrAWall) {
+    const struct {
+        const char * name;
+        Area domain;
+        Sides skirts, walls;
+    } cases[] = {{"whole grid", Area(0, 0, 8, 6), {}, {{"x 0", 12}, {"z 0", 16}, {"x 8", 12}, {"z 12", 16}}},
+                 {"low corner", Area(0, 0, 3, 2), {{"x 3", 4}, {"z 4", 6}}, {{"x 0", 4}, {"z 0", 6}}},
+                 {"high corner", Area(5, 4, 3, 2), {{"x 5", 4}, {"z 8", 6}}, {{"x 8", 4}, {"z 12", 6}}},
+                 {"one edge", Area(2, 0, 1, 2), {{"x 2", 4}, {"x 3", 4}, {"z 4", 2}}, {{"z 0", 2}}},
+                 {"inside", Area(2, 1, 3, 4), {{"x 2", 8}, {"z 2", 6}, {"x 5", 8}, {"z 10", 6}}, {}}};
+    for (const auto & c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto patch = TestPatches::gridPatch(grid, c.domain);
+        EXPECT_EQ(TestPatches::sidesOf(surface(*painter, *patch)), c.skirts);
+        const Triangles wallTriangles = walls(*painter, *patch);
+        EXPECT_EQ(TestPatches::sidesOf(wallTriangles), c.walls);
+        for (const auto & t : wallTriangles)
+            EXPECT_TRUE(TestPatches::isCurtain(t));
+    }
+}
+
+TEST_F(GridPatchPainterGLTest, FrontsAreSeenFromAboveAndFromOutside) {
+    const auto patch = TestPatches::gridPatch(grid, Area(2, 1, 3, 4));
+    const auto whole = TestPatches::gridPatch(grid, Area(0, 0, 8, 6));
+    const auto drawPatch = [&] { painter->renderPatch(engine.get(), patch.get()); };
+    const auto drawWhole = [&] { painter->renderPatch(engine.get(), whole.get()); };
+    const auto drawWalls = [&] { painter->renderOuterWall(engine.get(), whole.get()); };
+    EXPECT_GE(frontsSeen({0, -1, 0}, drawPatch), 2U * 3 * 4);
+    EXPECT_EQ(frontsSeen({0, -1, 0}, drawWhole), 2U * 8 * 6);
+    EXPECT_EQ(frontsSeen({0, 1, 0}, drawWhole), 0U);
+    // Edge-on triangles may or may not count, so that a curtain's opposite is compared.
+    for (const Point & forward : {Point(1, 0, 0), Point(-1, 0, 0), Point(0, 0, 1), Point(0, 0, -1)}) {
+        SCOPED_TRACE(testing::Message() << forward.x << ", " << forward.z);
+        const Point leaning = forward + Point(0.001 * forward.z, 0, 0.001 * forward.x);
+        const bool alongX = forward.x != 0.0;
+        // Leaning shows the front of one neighbouring wall as well.
+        EXPECT_EQ(frontsSeen(leaning, drawWalls), alongX ? 12U + 16U : 16U + 12U);
+    }
+}
+
+TEST_F(GridPatchPainterGLTest, LeavesTheStateAsItWas) {
+    const auto patch = TestPatches::gridPatch(grid, Area(2, 1, 3, 4));
+    glNormal3d(1, 0, 0);
+    const auto before = stateOfGL();
+    painter->renderPatch(engine.get(), patch.get());
+    painter->renderOuterWall(engine.get(), patch.get());
+    EXPECT_EQ(stateOfGL(), before);
+}
+
+TEST_F(GridPatchPainterGLTest, ReportsAMissingEngine) {
+    const auto patch = TestPatches::gridPatch(grid, Area(2, 1, 3, 4));
+    painter->renderPatch(nullptr, patch.get());
+    painter->renderOuterWall(nullptr, patch.get());
+    EXPECT_FALSE(painter->render(nullptr, patch.get()));
+    EXPECT_EQ(reports.count(0, L"engine", L"no engine"), 3U) << reports;
+    EXPECT_EQ(reports.size(), 3U);
+    reports.clear();
+}
+
+} // namespace
