@@ -2,4 +2,6 @@
 // name the driver in which memory was allocated: eglTerminate() unloads it before
 // leaks are looked for, and suppressions match names only.
 
-extern "C" __attribute__((visibility("default"))) int dlclose(void * /*library*/) { return 0; }
+extern "C" __attribute__((visibility("default"))) int dlclose(void * /*library*/) {
+    return 0;
+}
