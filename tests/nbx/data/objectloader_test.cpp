@@ -145,7 +145,7 @@ TEST_F(ObjectLoaderTest, FailuresAreNullAndReportedOnRequest) {
         << reports;
     EXPECT_FALSE(load(file(".tst", "throw"), ID(), true));
     EXPECT_NE(reports.last().message.find(L"told to throw"), std::wstring::npos) << reports;
-    EXPECT_FALSE(load(file(".tst", "low"), "NBX::Image", true));
+    EXPECT_FALSE(load(file(".tst", "low"), "NoSuchClass", true));
     EXPECT_NE(reports.last().message.find(L"no reader for this kind of file"), std::wstring::npos) << reports;
     EXPECT_EQ(reports.size(), 3U);
 }
