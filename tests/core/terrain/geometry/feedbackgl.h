@@ -57,7 +57,6 @@ public:
         return result;
     }
 
-private:
     static void loadMatrices(const NBX::Matrix4x4Base<double> & toClip) {
         glMatrixMode(GL_PROJECTION);
         glLoadMatrixd(toClip.columns().data());

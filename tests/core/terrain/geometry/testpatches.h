@@ -138,6 +138,20 @@ protected:
         return feedback([&] { painter.renderOuterWall(engine.get(), &patch); });
     }
 
+    /// The colour at a point of what `draw` shows from above.
+    std::array<int, 3> colorAt(const Point & p, const std::function<void()> & draw) {
+        constexpr double halfSize = 8.0;
+        const auto toClip = FeedbackGL::fromAbove(halfSize);
+        glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+        glViewport(0, 0, 64, 64);
+        FeedbackGL::loadMatrices(toClip);
+        draw();
+        const Point onScreen = (toClip * p + Point(1, 1, 1)) * 32.0;
+        std::array<GLubyte, 4> color{};
+        glReadPixels(int(onScreen.x), int(onScreen.y), 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, color.data());
+        return {color[0], color[1], color[2]};
+    }
+
     /// Number of triangles whose front is seen along `forward`.
     static std::size_t frontsSeen(const Point & forward, const std::function<void()> & draw) {
         const NBX::LookAt eye(forward * -1.0, {},

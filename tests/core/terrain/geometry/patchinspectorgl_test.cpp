@@ -1,0 +1,85 @@
+#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+
+#include <nbx/scene/contextdata.h>
+#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+
+#include "testpatches.h"
+
+using NBX::Area;
+using ZMT::CORE::PatchInspectorGL;
+
+namespace {
+
+class PatchInspectorGLTest : public PatchPainterFixture {
+protected:
+    void SetUp() override {
+        PatchPainterFixture::SetUp();
+        PatchInspectorGL::reset();
+    }
+
+    NBX::SO<ZMT::CORE::GridData> grid = TestPatches::smallGrid();
+    NBX::SO<PatchInspectorGL> grids{new PatchInspectorGL(new ZMT::CORE::GridPatchPainterGL, false)};
+    NBX::SO<PatchInspectorGL> tins{new PatchInspectorGL(new ZMT::CORE::TinPatchPainterGL, false)};
+};
+
+TEST_F(PatchInspectorGLTest, CountsEachPatchOnce) {
+    const auto a = TestPatches::gridPatch(grid, Area(0, 0, 4, 3)),
+               b = TestPatches::gridPatch(grid, Area(4, 0, 2, 2));
+    const auto c = TestPatches::tinPatch(grid, Area(0, 0, 4, 3));
+    for (unsigned pass = 0; pass < 2; ++pass) {
+        EXPECT_TRUE(grids->render(engine.get(), a.get()));
+        EXPECT_TRUE(grids->render(engine.get(), b.get()));
+        EXPECT_TRUE(tins->render(engine.get(), c.get()));
+    }
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 3U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 24U + 8U + 2U);
+    PatchInspectorGL::reset();
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 0U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 0U);
+}
+
+TEST_F(PatchInspectorGLTest, WallsDoNotCount) {
+    const NBX::SO<NBX::ContextData<bool>> flag(new NBX::ContextData<bool>("RenderOuterWallFlag", true));
+    const NBX::AttributeScope scope(engine.get(), flag.get());
+    const auto patch = TestPatches::gridPatch(grid, Area(0, 0, 8, 6));
+    const auto drawn = feedback([&] { EXPECT_TRUE(grids->render(engine.get(), patch.get())); });
+    EXPECT_EQ(drawn.size(), 2U * 2 * (8 + 6));
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 0U);
+}
+
+TEST_F(PatchInspectorGLTest, DrawsWhatItsPainterDraws) {
+    EXPECT_EQ(grids->target(), ZMT::CORE::GridPatch::ClassNameNBX());
+    EXPECT_EQ(tins->target(), ZMT::CORE::TinPatch::ClassNameNBX());
+    const auto patch = TestPatches::gridPatch(grid, Area(1, 1, 4, 3));
+    ZMT::CORE::GridPatchPainterGL painter;
+    EXPECT_EQ(TestPatches::normalized(surface(*grids, *patch)),
+              TestPatches::normalized(surface(painter, *patch)));
+    EXPECT_EQ(TestPatches::normalized(walls(*grids, *patch)),
+              TestPatches::normalized(walls(painter, *patch)));
+}
+
+TEST_F(PatchInspectorGLTest, NeighboursHaveDifferentColors) {
+    const auto flat = TestTerrain::grid({9, 9}, [](unsigned, unsigned) { return 0.0; });
+    const NBX::SO<PatchInspectorGL> painter(new PatchInspectorGL(new ZMT::CORE::GridPatchPainterGL, true));
+    const auto colorOf = [&](int x, int y) {
+        const auto patch = TestPatches::gridPatch(flat, Area(x, y, 4, 4));
+        return colorAt({x + 2.0, 0.0, y + 2.0}, [&] { painter->render(engine.get(), patch.get()); });
+    };
+    const auto first = colorOf(0, 0);
+    EXPECT_NE(first, colorOf(4, 0));
+    EXPECT_NE(first, colorOf(0, 4));
+    EXPECT_NE(colorOf(4, 4), colorOf(0, 4));
+    EXPECT_EQ(first, colorOf(0, 0)) << "the same in every frame";
+    EXPECT_NE(first, (std::array<int, 3>{255, 255, 255}));
+}
+
+TEST_F(PatchInspectorGLTest, LeavesTheStateAsItWas) {
+    const auto patch = TestPatches::gridPatch(grid, Area(0, 0, 4, 3));
+    const auto before = stateOfGL();
+    NBX::SO<PatchInspectorGL>(new PatchInspectorGL(new ZMT::CORE::GridPatchPainterGL, true))
+        ->render(engine.get(), patch.get());
+    EXPECT_EQ(stateOfGL(), before);
+}
+
+} // namespace

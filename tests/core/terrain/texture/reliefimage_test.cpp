@@ -1,0 +1,102 @@
+#include <zmt/core/terrain/texture/reliefimage.h>
+
+#include <gtest/gtest.h>
+
+#include <nbx/image/image.h>
+
+#include "../geometry/testterrain.h"
+
+using ZMT::CORE::ReliefImage;
+using Texel = std::array<int, 3>;
+
+namespace {
+
+Texel texel(const NBX::Image & image, int x, int y) {
+    const unsigned char * p = image.lineComponentsU8(y) + 3 * x;
+    return {p[0], p[1], p[2]};
+}
+
+/// Ten heights from 0 to 90, in the rows as well as in the columns.
+NBX::SO<ZMT::CORE::GridData> ramp() {
+    return TestTerrain::grid({10, 3}, [](unsigned x, unsigned) { return 10.0 * x; });
+}
+
+TEST(ReliefImage, HasOneTexelAVertex) {
+    const auto image = ReliefImage::createHeightColors(*ramp());
+    EXPECT_EQ(image->width(), 10);
+    EXPECT_EQ(image->height(), 3);
+    EXPECT_EQ(image->layerSequence(), NBX::LS_RGB);
+    const auto shading = ReliefImage::createShading(*ramp(), {0, 1, 0}, 0.5);
+    EXPECT_EQ(shading->width(), 10);
+    EXPECT_EQ(shading->height(), 3);
+    EXPECT_EQ(shading->layerSequence(), NBX::LS_Luminance);
+}
+
+TEST(ReliefImage, GoesFromGreenLowlandsToWhiteSummits) {
+    const auto image = ReliefImage::createHeightColors(*ramp());
+    const Texel low = texel(*image, 0, 0), high = texel(*image, 9, 0);
+    EXPECT_GT(low[1], low[0]);
+    EXPECT_GT(low[1], low[2]);
+    EXPECT_EQ(high, (Texel{250, 250, 250}));
+    for (int x = 1; x < 10; ++x)
+        EXPECT_NE(texel(*image, x, 1), texel(*image, x - 1, 1)) << x;
+}
+
+/// Its own height, whatever the others are: rows begin with the least z.
+TEST(ReliefImage, LineZeroIsTheRowOfTheLeastZ) {
+    const auto grid = TestTerrain::grid({2, 3}, [](unsigned, unsigned y) { return double(y); });
+    const auto image = ReliefImage::createHeightColors(*grid);
+    EXPECT_EQ(texel(*image, 0, 0), texel(*ReliefImage::createHeightColors(*ramp()), 0, 0));
+    EXPECT_EQ(texel(*image, 0, 2), (Texel{250, 250, 250}));
+}
+
+TEST(ReliefImage, UndefinedHeightsAreGrey) {
+    const auto grid = TestTerrain::grid({3, 2}, [](unsigned x, unsigned y) {
+        return x == 1 && y == 1 ? TestTerrain::s_undefined : 10.0 * x;
+    });
+    const auto image = ReliefImage::createHeightColors(*grid);
+    const Texel grey = texel(*image, 1, 1);
+    EXPECT_EQ(grey[0], grey[1]);
+    EXPECT_EQ(grey[1], grey[2]);
+    EXPECT_NE(texel(*image, 1, 0), grey);
+    EXPECT_EQ(texel(*image, 2, 0), (Texel{250, 250, 250})) << "the range is that of the defined heights";
+
+    const auto nothing =
+        TestTerrain::grid({2, 2}, [](unsigned, unsigned) { return TestTerrain::s_undefined; });
+    EXPECT_EQ(texel(*ReliefImage::createHeightColors(*nothing), 0, 0), grey);
+}
+
+TEST(ReliefImage, FlatGroundHasOneColor) {
+    const auto grid = TestTerrain::grid({2, 2}, [](unsigned, unsigned) { return 7.0; });
+    const auto image = ReliefImage::createHeightColors(*grid);
+    EXPECT_EQ(texel(*image, 0, 0), texel(*image, 1, 1));
+}
+
+TEST(ReliefImage, LargeGridsAreSampledEvenly) {
+    const auto full = ReliefImage::createHeightColors(*ramp());
+    const auto small = ReliefImage::createHeightColors(*ramp(), 5);
+    EXPECT_EQ(small->width(), 5);
+    EXPECT_EQ(small->height(), 3);
+    for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(texel(*small, x, 0), texel(*full, 2 * x + 1, 0)) << x;
+    EXPECT_EQ(ReliefImage::createShading(*ramp(), {0, 1, 0}, 0.5, 4)->width(), 4);
+}
+
+/// Ground that rises to the east by 45 degrees, in the middle, where slopes count in full.
+TEST(ReliefImage, ShadingFollowsTheCosine) {
+    const auto grid = TestTerrain::grid({5, 5}, [](unsigned x, unsigned) { return double(x); });
+    const struct {
+        const char * name;
+        NBX::Vector3Base<double> direction;
+        double ambient;
+        int expected;
+    } cases[] = {{"from above", {0, 1, 0}, 0.0, 180},      {"of any length", {0, 100, 0}, 0.0, 180},
+                 {"into the slope", {-1, 1, 0}, 0.0, 255}, {"along the slope", {1, 1, 0}, 0.0, 0},
+                 {"from behind", {1, 0.1, 0}, 0.25, 64},   {"with ambient light", {0, 1, 0}, 0.4, 210}};
+    for (const auto & c : cases) {
+        const auto image = ReliefImage::createShading(*grid, c.direction, c.ambient);
+        EXPECT_NEAR(image->lineComponentsU8(2)[2], c.expected, 1) << c.name;
+    }
+}
+
+} // namespace
