@@ -45,9 +45,10 @@ NBX::Bounds enlarged(const NBX::Bounds & box, double byX, double byZ) {
 }
 
 NBX::SO<TerrainTexture> makeTexture(const NBX::SO<NBX::Image> & image, const NBX::Bounds & box,
-                                    NBX::TextureGL::WrapMode wrap) {
+                                    NBX::TextureGL::WrapMode wrap, const NBX::Color & border = NBX::Color()) {
     NBX::SO<NBX::ImageTexture2DGL> texture(new NBX::ImageTexture2DGL(
         image, wrap, wrap, NBX::TextureGL::FM_LinearMipmapLinear, NBX::TextureGL::FM_Linear, s_anisotropy));
+    texture->setBorderColor(border);
     return new ZMT::CORE::SimpleTerrainTexture(texture, box, NBX::Matrix4x4Base<double>());
 }
 
@@ -70,13 +71,53 @@ NBX::Bounds sceneBox(const ZMT::RASTER::GeoExtent & e) {
         NBX::Bounds(Point(e.minX, 0.0, e.minY), Point(e.maxX, 0.0, e.maxY)));
 }
 
+/// Gives pixels without image the colour of the last one before them in `line` that has one.
+void spreadColors(std::uint8_t * line, std::size_t pixels, std::ptrdiff_t step) {
+    const std::uint8_t * last = nullptr;
+    for (std::size_t x = 0; x < pixels; ++x, line += step) {
+        if (line[3] != 0)
+            last = line;
+        else if (last)
+            std::memcpy(line, last, 3);
+    }
+}
+
+/// The border of an image fades to transparency through its own colours, not through black.
+void spreadColors(NBX::Image & image, unsigned width, unsigned height) {
+    for (unsigned y = 0; y < height; ++y) {
+        std::uint8_t * line = image.lineComponentsU8(int(y));
+        spreadColors(line, width, 4);
+        spreadColors(line + 4 * std::size_t(width - 1), width, -4);
+    }
+}
+
+/// The average colour of the outer pixels, wholly transparent.
+NBX::Color transparentBorderColor(const NBX::Image & image) {
+    double red = 0.0, green = 0.0, blue = 0.0;
+    unsigned pixels = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        const bool isOuterLine = y == 0 || y + 1 == image.height();
+        for (int x = 0; x < image.width(); x += isOuterLine ? 1 : std::max(1, image.width() - 1)) {
+            const unsigned char * pixel = image.pixelComponentsU8(x, y);
+            red += pixel[0];
+            green += pixel[1];
+            blue += pixel[2];
+            ++pixels;
+        }
+    }
+    const double scale = 1.0 / (255.0 * std::max(pixels, 1U));
+    return NBX::Color(red * scale, green * scale, blue * scale, 0.0);
+}
+
 /// The border colour is transparent, so that nothing shows beyond the image.
 NBX::SO<TerrainTexture> makeImageTexture(const ZMT::RASTER::GeoImageData & data) {
     NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(data.width), int(data.height), NBX::LS_RGBA));
     const std::size_t line = std::size_t(data.width) * 4;
     for (unsigned y = 0; y < data.height; ++y)
         std::memcpy(image->lineComponentsU8(int(y)), data.rgba.data() + y * line, line);
-    return makeTexture(image, sceneBox(data.extent), NBX::TextureGL::WM_ClampToBorder);
+    spreadColors(*image, data.width, data.height);
+    return makeTexture(image, sceneBox(data.extent), NBX::TextureGL::WM_ClampToBorder,
+                       transparentBorderColor(*image));
 }
 
 /// Where the camera stands and how far it sees, in scene coordinates with the heights exaggerated.

@@ -31,6 +31,16 @@ std::string nameAside(const std::string & target) {
            std::to_string(++counter) + ".tmp";
 }
 
+/// Names the target instead of the file aside when that cannot be made.
+std::unique_ptr<File> createAside(const std::string & aside, const std::string & target) {
+    try {
+        return std::make_unique<File>(aside, WM_Create);
+    } catch (const IOException &) {
+        const std::wstring reason = ErrorHandler::getLastError();
+        throw IOException(L"cannot make a file in this folder, choose another one", target, 0, reason);
+    }
+}
+
 /// A file that is replaced hands its access rights on.
 void takeAccessRights(const std::string & from, const std::string & to) {
     struct stat status {};
@@ -54,7 +64,7 @@ AtomicFileWriter::AtomicFileWriter(const std::string & path) : target_(resolved(
     if (!File::isDir(File::pathName(target_)))
         throw IOException(L"cannot write the file, make its folder first", path);
     aside_ = nameAside(target_);
-    file_ = std::make_unique<File>(aside_, WM_Create);
+    file_ = createAside(aside_, path);
 }
 
 AtomicFileWriter::~AtomicFileWriter() {
