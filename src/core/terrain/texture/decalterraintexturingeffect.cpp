@@ -2,56 +2,13 @@
 
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/texture/texturelist.h>
 
 namespace ZMT::CORE {
 
-DecalTerrainTexturingEffect::DecalTerrainTexturingEffect(Textures * textures) : textures_(textures) {}
-
-void DecalTerrainTexturingEffect::setTextures(Textures * textures) {
-    if (textures_ == textures) return;
-    textures_ = textures;
-    modified();
+NBX::TexturingEffectGL * DecalTerrainTexturingEffect::newEngineEffect(EngineTextures * textures) const {
+    return new NBX::DecalMultiTexturingEffectGL(textures, nullptr, false);
 }
 
-bool DecalTerrainTexturingEffect::refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo,
-                                         unsigned viewportWidth, unsigned viewportHeight,
-                                         const NBX::Vector3Base<double> & eye, double textureError,
-                                         bool inMotion) const {
-    return TextureList::anyRefines(textures_.get(), [&](const TerrainTexture & texture) {
-        return texture.refine(patch, viewInfo, viewportWidth, viewportHeight, eye, textureError, inMotion);
-    });
-}
-
-bool DecalTerrainTexturingEffect::ignorePreviousEffects(const GeometryPatch *, const NBX::ViewInfo *,
-                                                        unsigned, unsigned, const NBX::Vector3Base<double> &,
-                                                        double, bool) const {
-    return false;
-}
-
-NBX::SO<NBX::TexturingEffectGL> DecalTerrainTexturingEffect::request(
-    const GeometryPatch * patch, NBX::EngineGL * engine, const NBX::ViewInfo * viewInfo,
-    unsigned viewportWidth, unsigned viewportHeight, double priority, const NBX::Vector3Base<double> & eye,
-    double textureError, bool inMotion, bool asynchronous, bool & incomplete) const {
-    const auto textures = TextureList::requestAll(textures_.get(), [&](const TerrainTexture & texture) {
-        return texture.request(patch, engine, viewInfo, viewportWidth, viewportHeight, priority, eye,
-                               textureError, inMotion, asynchronous, incomplete);
-    });
-    if (!textures) return nullptr;
-    return new NBX::DecalMultiTexturingEffectGL(textures.get(), nullptr, false);
-}
-
-void DecalTerrainTexturingEffect::acceptChildren(std::vector<NBX::Visitable *> & children) const {
-    TerrainTexturingEffect::acceptChildren(children);
-    TextureList::acceptChildren(textures_.get(), children);
-}
-
-void DecalTerrainTexturingEffect::serialize(NBX::SerializationManager & m) {
-    m.enterObject();
-    NBX::serializeSuperclass<TerrainTexturingEffect>(m, this);
-    NBX::attributeWithDefault(m, "textures", textures_, nullptr);
-}
-
-NBX_STORED_CLASS_IMPL(DecalTerrainTexturingEffect, TerrainTexturingEffect)
+NBX_STORED_CLASS_IMPL(DecalTerrainTexturingEffect, TextureSequenceEffect)
 
 } // namespace ZMT::CORE
