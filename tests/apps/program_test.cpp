@@ -1,0 +1,359 @@
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <ostream>
+
+#include <gtest/gtest.h>
+
+#include "support/imagecompare.h"
+#include "support/smallgeotiff.h"
+#include "support/zmtrun.h"
+
+namespace {
+
+constexpr float s_undefined = -9999.0F;
+const std::string s_jacksboro = ZMT_DATA_DIR "/../tests/data/jacksboro_heights.tif";
+const std::string s_jacksboroElsewhere = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
+
+/// A slope of heights 0, 1, 2, ...
+SmallGeoTiff slope(unsigned width, unsigned height) {
+    SmallGeoTiff tiff{width, height};
+    for (unsigned i = 0; i < width * height; ++i)
+        tiff.heights.push_back(float(i));
+    tiff.noData = "-9999";
+    return tiff;
+}
+
+SmallGeoTiff greyImage(unsigned width, unsigned height) {
+    SmallGeoTiff tiff{width, height};
+    tiff.pixels = SmallGeoTiff::Pixels::Colors;
+    tiff.colors.assign(width * height * 3, 128);
+    return tiff;
+}
+
+RunResult zmt(const RunFolder & folder, const std::vector<std::string> & arguments,
+              const RunLimits & limits = {}) {
+    return runProcess(ZMT_EXECUTABLE, arguments, folder, limits);
+}
+
+RunResult render(const RunFolder & folder, const std::string & terrain,
+                 const std::vector<std::string> & more = {"--size", "48x32"}) {
+    std::vector<std::string> arguments = {"render", "--terrain", terrain, "--out", folder.out("picture.png")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return zmt(folder, arguments);
+}
+
+RunResult lod(const RunFolder & folder, const std::string & terrain) {
+    return zmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", "0",
+                        folder.out("m.obj")});
+}
+
+/// One line on the standard error stream, with all `words`, and nothing left behind.
+void expectFailure(const RunResult & run, int status, const std::vector<std::string> & words,
+                   const RunFolder & folder) {
+    EXPECT_EQ(status, run.status);
+    EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;
+    EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+    for (const std::string & word : words)
+        EXPECT_NE(std::string::npos, run.errors.find(word)) << word << "\nis missing in\n" << run.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+}
+
+void expectPicture(const RunResult & run, const RunFolder & folder) {
+    EXPECT_EQ(0, run.status) << run.errors;
+    EXPECT_TRUE(run.errorLines().empty()) << run.errors;
+    const auto picture = readPng(folder.out("picture.png"));
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(48, picture->width());
+    EXPECT_EQ(32, picture->height());
+}
+
+/// A terrain file that cannot be used: its bytes, and what the error says besides the file's name.
+struct BadTerrain {
+    const char * name;
+    std::string bytes;
+    std::vector<std::string> words;
+};
+
+std::ostream & operator<<(std::ostream & stream, const BadTerrain & c) {
+    return stream << c.name;
+}
+
+class BadTerrainTest : public ::testing::TestWithParam<BadTerrain> {};
+
+TEST_P(BadTerrainTest, IsToldByRenderAndLod) {
+    const RunFolder folder;
+    const std::string path = folder.write("terrain.tif", GetParam().bytes);
+    std::vector<std::string> words = GetParam().words;
+    words.push_back(path);
+    expectFailure(render(folder, path), 1, words, folder);
+    expectFailure(lod(folder, path), 1, words, folder);
+    EXPECT_EQ(std::vector<std::string>{"terrain.tif"}, folder.inputs());
+}
+
+std::string allUndefined() {
+    SmallGeoTiff tiff = slope(4, 4);
+    tiff.heights.assign(16, s_undefined);
+    return tiff.encode();
+}
+
+std::string cut(std::size_t length) {
+    return slope(4, 4).encode().substr(0, length);
+}
+
+const std::size_t s_wholeLength = slope(4, 4).encode().size();
+
+INSTANTIATE_TEST_SUITE_P(
+    Program, BadTerrainTest,
+    ::testing::Values(
+        BadTerrain{"Empty", "", {"empty"}},
+        BadTerrain{"Text", "Some text that is no raster.\n", {"no raster file"}},
+        BadTerrain{"NoBands", "<VRTDataset rasterXSize=\"4\" rasterYSize=\"4\"></VRTDataset>", {"band"}},
+        BadTerrain{"OneCell", slope(1, 1).encode(), {"1 by 1", "at least 2 by 2"}},
+        BadTerrain{"OneColumn", slope(1, 9).encode(), {"1 by 9", "at least 2 by 2"}},
+        BadTerrain{"OneRow", slope(9, 1).encode(), {"9 by 1", "at least 2 by 2"}},
+        BadTerrain{"AllUndefined", allUndefined(), {"no defined height", "no-data"}},
+        BadTerrain{"CutInTheHeader", cut(6), {}}, BadTerrain{"CutInTheDirectory", cut(60), {}},
+        BadTerrain{"CutInTheValues", cut(s_wholeLength - 16 * 4 - 4), {}},
+        BadTerrain{"CutAtThePixels", cut(s_wholeLength - 16 * 4), {}},
+        BadTerrain{"CutBeforeTheLastByte", cut(s_wholeLength - 1), {}}),
+    [](const auto & info) { return std::string(info.param.name); });
+
+TEST(Program, NoSuchTerrain) {
+    const RunFolder folder;
+    expectFailure(render(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
+    expectFailure(lod(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
+    expectFailure(zmt(folder, {"info", folder.in("none.tif")}), 1, {"no such file"}, folder);
+}
+
+TEST(Program, ATerrainIsNoDirectory) {
+    const RunFolder folder;
+    const std::string directory = folder.path() / "in";
+    expectFailure(render(folder, directory), 1, {"directory", directory}, folder);
+    expectFailure(lod(folder, directory), 1, {"directory", directory}, folder);
+    expectFailure(zmt(folder, {"info", directory}), 1, {"directory", directory}, folder);
+}
+
+TEST(Program, TwoByTwoCellsAreATerrain) {
+    for (const char * view : {"overview", "closeup", "north"}) {
+        const RunFolder folder;
+        expectPicture(
+            render(folder, folder.write("t.tif", slope(2, 2).encode()), {"--view", view, "--size", "48x32"}),
+            folder);
+    }
+    const RunFolder folder;
+    EXPECT_EQ(0, lod(folder, folder.write("t.tif", slope(2, 2).encode())).status);
+    EXPECT_NE(std::string::npos, readWhole(folder.out("r.json")).find("\"kind\":\"grid\""));
+}
+
+TEST(Program, HeightsThatAreNoNumbersAreUndefined) {
+    const float bad[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                         -std::numeric_limits<float>::infinity()};
+    SmallGeoTiff tiff = slope(12, 9);
+    for (unsigned i = 0; i < 3; ++i)
+        tiff.heights[14 + 20 * i] = bad[i];
+    const RunFolder folder;
+    const std::string path = folder.write("t.tif", tiff.encode());
+    for (const char * view : {"overview", "closeup", "north"})
+        expectPicture(render(folder, path, {"--view", view, "--size", "48x32"}), folder);
+    EXPECT_EQ(0, lod(folder, path).status);
+    EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("nan"));
+    EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("inf"));
+    EXPECT_NE(std::string::npos, zmt(folder, {"info", path}).output.find("undefined:  2.78 %"));
+}
+
+TEST(Program, OneDefinedHeightIsATerrain) {
+    SmallGeoTiff tiff = slope(5, 5);
+    tiff.heights.assign(25, s_undefined);
+    tiff.heights[12] = 7.0F;
+    for (const char * view : {"overview", "closeup", "north"}) {
+        const RunFolder folder;
+        expectPicture(
+            render(folder, folder.write("t.tif", tiff.encode()), {"--view", view, "--size", "48x32"}),
+            folder);
+    }
+}
+
+TEST(Program, TerrainsWithoutPlaceAreMeasuredInPixels) {
+    SmallGeoTiff tiff = slope(9, 7);
+    tiff.isPlaced = false;
+    const RunFolder folder;
+    const std::string path = folder.write("t.tif", tiff.encode());
+    expectPicture(render(folder, path), folder);
+    const RunResult info = zmt(folder, {"info", path});
+    EXPECT_EQ(0, info.status) << info.errors;
+    EXPECT_NE(std::string::npos, info.output.find("cell:       1 by 1")) << info.output;
+    EXPECT_NE(std::string::npos, info.output.find("system:     none")) << info.output;
+}
+
+TEST(Program, InfoTellsWhatAFileHolds) {
+    const RunFolder folder;
+    const RunResult info = zmt(folder, {"info", folder.write("t.tif", slope(9, 7).encode())});
+    EXPECT_EQ(0, info.status);
+    EXPECT_EQ("", info.errors);
+    for (const char * line :
+         {"format:     GTiff, bands: 1\n", "size:       9 by 7 cells\n", "cell:       32 by 32 metre\n",
+          "WGS 84 / UTM zone 45N\n", "x:          500016 to 500272\n", "y:          3099792 to 3099984\n",
+          "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
+        EXPECT_NE(std::string::npos, info.output.find(line)) << line << "is missing in\n" << info.output;
+}
+
+TEST(Program, ImagesElsewhereAreTold) {
+    const RunFolder folder;
+    expectFailure(render(folder, s_jacksboro, {"--image", s_jacksboroElsewhere}), 1,
+                  {"lies elsewhere", s_jacksboroElsewhere}, folder);
+    // On the same map, beside the terrain.
+    SmallGeoTiff image = greyImage(8, 8);
+    image.west += 100000.0;
+    const std::string path = folder.write("i.tif", image.encode());
+    expectFailure(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1,
+                  {"lies elsewhere", path}, folder);
+}
+
+TEST(Program, ImagesWithoutPlaceAreTold) {
+    const RunFolder folder;
+    SmallGeoTiff image = greyImage(8, 8);
+    image.isPlaced = false;
+    const std::string path = folder.write("i.tif", image.encode());
+    expectFailure(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1, {path},
+                  folder);
+}
+
+TEST(Program, ImagesThatCannotBeReadAreTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string text = folder.write("i.tif", "no image");
+    const std::string whole = greyImage(8, 8).encode();
+    const std::string shortened = folder.write("s.tif", whole.substr(0, whole.size() - 20));
+    expectFailure(render(folder, terrain, {"--image", text}), 1, {text}, folder);
+    expectFailure(render(folder, terrain, {"--image", folder.in("none.png")}), 1,
+                  {"no such file", folder.in("none.png")}, folder);
+    expectFailure(render(folder, terrain, {"--image", shortened}), 1, {shortened}, folder);
+}
+
+struct WrongUse {
+    const char * name;
+    std::vector<std::string> arguments;
+    const char * words;
+};
+
+std::ostream & operator<<(std::ostream & stream, const WrongUse & c) {
+    return stream << c.name;
+}
+
+class RenderUsage : public ::testing::TestWithParam<WrongUse> {};
+
+TEST_P(RenderUsage, IsTold) {
+    const RunFolder folder;
+    expectFailure(render(folder, s_jacksboro, GetParam().arguments), 2, {GetParam().words, "--help"}, folder);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Program, RenderUsage,
+    ::testing::Values(WrongUse{"SizeOfNothing", {"--size", "0x0"}, "--size must be"},
+                      WrongUse{"NoWidth", {"--size", "0x10"}, "--size must be"},
+                      WrongUse{"HugeSize", {"--size", "100000x100000"}, "--size must be"},
+                      WrongUse{"HugeHeight", {"--size", "10x100000"}, "--size must be"},
+                      WrongUse{"SizeBeyondNumbers", {"--size", "99999999999999999999x1"}, "--size must be"},
+                      WrongUse{"NegativeSize", {"--size=-4x4"}, "--size must be"},
+                      WrongUse{"SizeWithoutHeight", {"--size", "640"}, "--size must be"},
+                      WrongUse{"SizeWithMore", {"--size", "640x480x3"}, "--size must be"},
+                      WrongUse{"NoSize", {"--size", "large"}, "--size must be"},
+                      WrongUse{"UnknownView", {"--view", "south"}, "--view must be"},
+                      WrongUse{"FiveNumbers", {"--view", "1,2,3,4,5"}, "--view must be"},
+                      WrongUse{"SevenNumbers", {"--view", "1,2,3,4,5,6,7"}, "--view must be"},
+                      WrongUse{"NotANumberInView", {"--view", "1,2,nan,4,5,6"}, "--view must be"},
+                      WrongUse{"NothingToSee", {"--view", "1,2,3,1,2,3"}, "same point"},
+                      WrongUse{"NoExaggeration", {"--exaggeration", "0"}, "--exaggeration"},
+                      WrongUse{"ExaggerationIsNoNumber", {"--exaggeration", "nan"}, "--exaggeration"},
+                      WrongUse{"NegativeGeometryError", {"--geometry-error", "-1"}, "--geometry-error"},
+                      WrongUse{"NegativeTextureError", {"--texture-error", "-1"}, "--texture-error"},
+                      WrongUse{"SmallBudget", {"--max-vertices", "0"}, "--max-vertices must be"},
+                      WrongUse{"UnknownOption", {"--colour", "red"}, "--colour"},
+                      WrongUse{"Leftover", {"file"}, "file"},
+                      WrongUse{"OptionWithoutValue", {"--image"}, "--image"}),
+    [](const auto & info) { return std::string(info.param.name); });
+
+TEST(Program, UsageIsTold) {
+    const RunFolder folder;
+    expectFailure(zmt(folder, {}), 2, {"--help"}, folder);
+    expectFailure(zmt(folder, {"paint"}), 2, {"--help"}, folder);
+    expectFailure(zmt(folder, {"render"}), 2, {"--terrain", "--help"}, folder);
+    expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
+    expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
+}
+
+TEST(Program, HelpAndVersionAreNoErrors) {
+    const RunFolder folder;
+    for (const char * option : {"--help", "--version"}) {
+        const RunResult run = zmt(folder, {option});
+        EXPECT_EQ(0, run.status);
+        EXPECT_EQ("", run.errors);
+        EXPECT_NE("", run.output);
+    }
+    for (const char * command : {"render", "lod", "info"})
+        EXPECT_EQ(0, zmt(folder, {command, "--help"}).status);
+}
+
+/// Places where no file can be written, seen from a folder with a regular file "file" in it.
+TEST(Program, OutputsThatCannotBeWrittenAreTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    for (const std::string & out :
+         {folder.out("none/picture.png"), terrain + "/picture.png", std::string("/proc/picture.png"),
+          (folder.path() / "in").string(), std::string("/dev/full"), std::string("")}) {
+        const RunResult run = zmt(folder, {"render", "--terrain", terrain, "--size", "8x8", "--out", out});
+        expectFailure(run, 1, {out}, folder);
+        expectFailure(zmt(folder, {"lod", "--terrain", terrain, "--report", out}), 1, {out}, folder);
+    }
+    // The other output is not written either.
+    const std::string none = folder.out("none/s.json");
+    expectFailure(render(folder, terrain, {"--stats", none}), 1, {none}, folder);
+    EXPECT_EQ(std::vector<std::string>{"t.tif"}, folder.inputs());
+}
+
+TEST(Program, AFullDiskLeavesNothing) {
+    const RunFolder folder;
+    const RunLimits limits{2048, {}};
+    const RunResult picture =
+        zmt(folder, {"render", "--terrain", s_jacksboro, "--size", "320x200", "--out", folder.out("p.png")},
+            limits);
+    EXPECT_EQ(1, picture.status);
+    ASSERT_EQ(1U, picture.errorLines().size()) << picture.errors;
+    EXPECT_NE(std::string::npos, picture.errorLines()[0].find("p.png")) << picture.errors;
+    const RunResult tree =
+        zmt(folder, {"lod", "--terrain", s_jacksboro, "--report", folder.out("r.json")}, limits);
+    EXPECT_EQ(1, tree.status);
+    ASSERT_EQ(1U, tree.errorLines().size()) << tree.errors;
+    EXPECT_NE(std::string::npos, tree.errorLines()[0].find("r.json")) << tree.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+}
+
+TEST(Program, AFullDiskKeepsTheOldFile) {
+    const RunFolder folder;
+    ASSERT_EQ(0, std::system(("echo old > " + folder.out("r.json")).c_str()));
+    const RunResult run =
+        zmt(folder, {"lod", "--terrain", s_jacksboro, "--report", folder.out("r.json")}, {2048, {}});
+    EXPECT_EQ(1, run.status);
+    EXPECT_EQ("old\n", readWhole(folder.out("r.json")));
+    EXPECT_EQ(std::vector<std::string>{"r.json"}, folder.results());
+}
+
+TEST(Program, AnInterruptLeavesNothing) {
+    const std::string terrain = ZMT_DATA_DIR "/everest_srtm3.tif";
+    const std::vector<std::string> commands[] = {
+        {"render", "--terrain", terrain, "--out"},
+        {"lod", "--terrain", terrain, "--report"},
+    };
+    for (std::vector<std::string> arguments : commands) {
+        const RunFolder folder;
+        arguments.push_back(folder.out("result"));
+        const RunResult run = zmt(folder, arguments, {0, folder.path() / "out"});
+        EXPECT_EQ(1, run.status);
+        EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
+        EXPECT_EQ(std::vector<std::string>(), folder.results());
+    }
+}
+
+} // namespace

@@ -1,0 +1,242 @@
+#include <algorithm>
+#include <cstdlib>
+#include <ostream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <nbx/image/image.h>
+#include <nbx/math/color.h>
+
+#include "support/imagecompare.h"
+#include "support/smallgeotiff.h"
+#include "support/zmtrun.h"
+
+namespace {
+
+using NBX::Color;
+
+const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
+const std::string s_everest = s_data + "everest_heights.tif";
+const std::string s_everestImage = s_data + "everest_image.tif";
+const std::string s_everestDetail = s_data + "everest_image_detail.tif";
+const std::string s_jacksboro = s_data + "jacksboro_heights.tif";
+
+RunResult render(const RunFolder & folder, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "render");
+    arguments.insert(arguments.end(), {"--out", folder.out("picture.png")});
+    return runProcess(ZMT_EXECUTABLE, arguments, folder);
+}
+
+struct GoldenCase {
+    const char * name;
+    std::vector<std::string> arguments;
+};
+
+std::ostream & operator<<(std::ostream & stream, const GoldenCase & c) {
+    return stream << c.name;
+}
+
+class Golden : public ::testing::TestWithParam<GoldenCase> {};
+
+TEST_P(Golden, LooksAsBefore) {
+    const RunFolder folder;
+    std::vector<std::string> arguments = GetParam().arguments;
+    arguments.insert(arguments.end(), {"--size", "320x200"});
+    const RunResult run = render(folder, arguments);
+    ASSERT_EQ(0, run.status) << run.errors;
+    EXPECT_EQ("", compareWithGolden(folder.out("picture.png"), GetParam().name));
+}
+
+const GoldenCase s_goldenCases[] = {
+    {"overview", {"--terrain", s_everest, "--image", s_everestImage}},
+    {"closeup", {"--terrain", s_jacksboro, "--view", "closeup", "--exaggeration", "1.5"}},
+    {"north", {"--terrain", s_everest, "--image", s_everestImage, "--view", "north"}},
+    {"grazing", {"--terrain", s_jacksboro, "--view", "751300,4048700,700,745000,4055000,500"}},
+    {"walls",
+     {"--terrain", s_everest, "--image", s_everestImage, "--view",
+      "478500,3079500,7000,484500,3085500,4500"}},
+    {"patches", {"--terrain", s_jacksboro, "--patches", "--max-vertices", "200", "--geometry-error", "1"}},
+    {"wireframe", {"--terrain", s_jacksboro, "--wireframe", "--max-vertices", "200", "--exaggeration", "2"}},
+    {"two_images",
+     {"--terrain", s_everest, "--image", s_everestImage, "--image", s_everestDetail, "--view",
+      "484500,3084000,8500,484500,3091000,5000"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(RenderCommand, Golden, ::testing::ValuesIn(s_goldenCases),
+                         [](const auto & info) { return std::string(info.param.name); });
+
+constexpr unsigned s_cells = 17;
+
+/// A plain of height 0.
+SmallGeoTiff plain() {
+    SmallGeoTiff tiff{s_cells, s_cells};
+    tiff.heights.assign(s_cells * s_cells, 0.0F);
+    return tiff;
+}
+
+/// The picture from straight above, whose middle is the middle of the terrain.
+NBX::SO<NBX::Image> pictureFromAbove(const RunFolder & folder, std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--view", "north", "--size", "100x100"});
+    const RunResult run = render(folder, arguments);
+    EXPECT_EQ(0, run.status) << run.errors;
+    return readPng(folder.out("picture.png"));
+}
+
+/// An image over the plain: red in the north-west, green in the north-east, blue in the south-west, red in
+/// the south-east.
+SmallGeoTiff quarters() {
+    SmallGeoTiff tiff{16, 16};
+    tiff.pixels = SmallGeoTiff::Pixels::Colors;
+    tiff.cell = 34.0;
+    const std::uint8_t colors[2][2][3] = {{{255, 0, 0}, {0, 255, 0}}, {{0, 0, 255}, {255, 0, 0}}};
+    for (unsigned y = 0; y < 16; ++y)
+        for (unsigned x = 0; x < 16; ++x)
+            for (const std::uint8_t c : colors[y / 8][x / 8])
+                tiff.colors.push_back(c);
+    return tiff;
+}
+
+/// Index of the largest component.
+int hue(const Color & c) {
+    return int(std::max_element(c.data(), c.data() + 3) - c.data());
+}
+
+TEST(RenderCommand, ImagesLieWhereTheyBelong) {
+    const RunFolder folder;
+    const auto picture = pictureFromAbove(folder, {"--terrain", folder.write("t.tif", plain().encode()),
+                                                   "--image", folder.write("i.tif", quarters().encode())});
+    ASSERT_TRUE(picture);
+    // Line 0 of a picture is the lowest one.
+    EXPECT_EQ(0, hue(picture->getColor(35, 65))) << "north-west";
+    EXPECT_EQ(1, hue(picture->getColor(65, 65))) << "north-east";
+    EXPECT_EQ(2, hue(picture->getColor(35, 35))) << "south-west";
+    EXPECT_EQ(0, hue(picture->getColor(65, 35))) << "south-east";
+}
+
+TEST(RenderCommand, ImagesAreRegisteredToThePixel) {
+    const RunFolder folder;
+    const auto picture = pictureFromAbove(folder, {"--terrain", folder.write("t.tif", plain().encode()),
+                                                   "--image", folder.write("i.tif", quarters().encode())});
+    ASSERT_TRUE(picture);
+    for (const int y : {30, 70}) {
+        EXPECT_NE(hue(picture->getColor(48, y)), hue(picture->getColor(51, y)));
+        EXPECT_EQ(hue(picture->getColor(30, y)), hue(picture->getColor(48, y)));
+        EXPECT_EQ(hue(picture->getColor(70, y)), hue(picture->getColor(51, y)));
+    }
+    for (const int x : {30, 70}) {
+        EXPECT_NE(hue(picture->getColor(x, 48)), hue(picture->getColor(x, 51)));
+        EXPECT_EQ(hue(picture->getColor(x, 30)), hue(picture->getColor(x, 48)));
+        EXPECT_EQ(hue(picture->getColor(x, 70)), hue(picture->getColor(x, 51)));
+    }
+}
+
+TEST(RenderCommand, LaterImagesLieOnTop) {
+    const RunFolder folder;
+    SmallGeoTiff red = quarters();
+    for (std::size_t i = 0; i < red.colors.size(); ++i)
+        red.colors[i] = i % 3 == 0 ? 255 : 0;
+    const auto picture = pictureFromAbove(folder, {"--terrain", folder.write("t.tif", plain().encode()),
+                                                   "--image", folder.write("i.tif", quarters().encode()),
+                                                   "--image", folder.write("r.tif", red.encode())});
+    ASSERT_TRUE(picture);
+    for (const int x : {35, 65})
+        for (const int y : {35, 65})
+            EXPECT_EQ(0, hue(picture->getColor(x, y)));
+}
+
+TEST(RenderCommand, HillsLieWhereTheyBelong) {
+    // A hill in the north-east; only it differs from the plain in colour.
+    SmallGeoTiff hill = plain();
+    for (unsigned y = 2; y < 6; ++y)
+        for (unsigned x = 11; x < 15; ++x)
+            hill.heights[y * s_cells + x] = 60.0F;
+    const RunFolder folder;
+    const auto picture = pictureFromAbove(folder, {"--terrain", folder.write("t.tif", hill.encode())});
+    ASSERT_TRUE(picture);
+    const Color ground = picture->getColor(23, 23);
+    EXPECT_LT(colorDifference(ground, picture->getColor(23, 77)), 2.0) << "north-west";
+    EXPECT_LT(colorDifference(ground, picture->getColor(77, 23)), 2.0) << "south-east";
+    EXPECT_GT(colorDifference(ground, picture->getColor(77, 77)), 10.0) << "north-east";
+}
+
+TEST(RenderCommand, LightComesFromTheNorthWest) {
+    // A cone in the middle of the plain.
+    SmallGeoTiff cone = plain();
+    for (int y = 0; y < int(s_cells); ++y)
+        for (int x = 0; x < int(s_cells); ++x)
+            cone.heights[std::size_t(y) * s_cells + std::size_t(x)] =
+                float(std::max(0.0, 150.0 - 25.0 * std::hypot(x - 8, y - 8)));
+    const RunFolder folder;
+    const auto picture = pictureFromAbove(
+        folder, {"--terrain", folder.write("t.tif", cone.encode()), "--patches", "--max-vertices", "1000"});
+    ASSERT_TRUE(picture);
+    const auto brightness = [&](int x, int y) {
+        const Color c = picture->getColor(x, y);
+        return c[0] + c[1] + c[2];
+    };
+    EXPECT_GT(brightness(43, 57), brightness(57, 43) * 1.2F);
+}
+
+TEST(RenderCommand, SizeIsAsAsked) {
+    for (const auto & [width, height] : {std::pair(1, 1), std::pair(37, 113), std::pair(640, 2)}) {
+        const RunFolder folder;
+        const std::string size = std::to_string(width) + "x" + std::to_string(height);
+        const RunResult run =
+            render(folder, {"--terrain", folder.write("t.tif", plain().encode()), "--size", size});
+        ASSERT_EQ(0, run.status) << size << run.errors;
+        const auto picture = readPng(folder.out("picture.png"));
+        ASSERT_TRUE(picture) << size;
+        EXPECT_EQ(width, picture->width());
+        EXPECT_EQ(height, picture->height());
+    }
+}
+
+nlohmann::json statsOf(const std::vector<std::string> & more) {
+    const RunFolder folder;
+    std::vector<std::string> arguments = {"--terrain", s_jacksboro,          "--size", "160x100",
+                                          "--stats",   folder.out("s.json"), "--view", "closeup"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const RunResult run = render(folder, arguments);
+    EXPECT_EQ(0, run.status) << run.errors;
+    EXPECT_EQ((std::vector<std::string>{"picture.png", "s.json"}), folder.results());
+    return nlohmann::json::parse(readWhole(folder.out("s.json")));
+}
+
+TEST(RenderCommand, StatisticsTellWhatWasDrawn) {
+    const auto stats = statsOf({});
+    EXPECT_EQ(160, stats["width"]);
+    EXPECT_EQ(100, stats["height"]);
+    EXPECT_EQ(true, stats["complete"]);
+    EXPECT_GE(stats["frames"], 1);
+    EXPECT_GE(stats["patches"], 1);
+    EXPECT_GT(stats["build_ms"], 0.0);
+    EXPECT_GT(stats["frame_ms"], 0.0);
+    EXPECT_GT(stats["peak_rss_bytes"], 1 << 20);
+    EXPECT_FALSE(stats["renderer"].get<std::string>().empty());
+}
+
+TEST(RenderCommand, LessErrorTakesMoreTriangles) {
+    const std::vector<std::string> budget = {"--max-vertices", "200"};
+    const auto triangles = [&](const char * error) {
+        std::vector<std::string> arguments = budget;
+        arguments.insert(arguments.end(), {"--geometry-error", error});
+        return statsOf(arguments)["triangles"].get<unsigned>();
+    };
+    const unsigned coarse = triangles("50"), fine = triangles("0.5");
+    EXPECT_LT(0U, coarse);
+    EXPECT_LT(coarse, fine);
+}
+
+TEST(RenderCommand, AnExistingPictureIsReplaced) {
+    const RunFolder folder;
+    ASSERT_EQ(0, ::system(("echo old > " + folder.out("picture.png")).c_str()));
+    const RunResult run =
+        render(folder, {"--terrain", folder.write("t.tif", plain().encode()), "--size", "20x20"});
+    ASSERT_EQ(0, run.status) << run.errors;
+    EXPECT_TRUE(readPng(folder.out("picture.png")));
+    EXPECT_EQ(std::vector<std::string>{"picture.png"}, folder.results());
+    EXPECT_EQ(std::vector<std::string>{"t.tif"}, folder.inputs());
+}
+
+} // namespace

@@ -1,0 +1,29 @@
+#include "renderscene.h"
+
+#include <gtest/gtest.h>
+
+#include "commands.h"
+
+namespace {
+
+TEST(ParseView, NamesAreKept) {
+    for (const char * name : {"overview", "closeup", "north"}) {
+        const View view = parseView(name);
+        EXPECT_EQ(name, view.name);
+        EXPECT_FALSE(view.coordinates);
+    }
+}
+
+TEST(ParseView, SixNumbersAreEyeAndAim) {
+    const View view = parseView("1.5,-2,3e2,4,5,6");
+    ASSERT_TRUE(view.coordinates);
+    EXPECT_EQ((std::array<double, 6>{1.5, -2.0, 300.0, 4.0, 5.0, 6.0}), *view.coordinates);
+}
+
+TEST(ParseView, EverythingElseIsRefused) {
+    for (const char * text : {"", "North", "1,2,3", "1,2,3,4,5,6,", "1,2,3,4,5,x", "1,2,3,4,5,inf",
+                              "nan,2,3,4,5,6", "1 2 3 4 5 6", "1,2,3,1,2,3"})
+        EXPECT_THROW(parseView(text), UsageError) << text;
+}
+
+} // namespace

@@ -1,0 +1,126 @@
+#include "zmtrun.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr auto s_longest = std::chrono::minutes(2);
+
+std::vector<std::string> namesIn(const fs::path & folder) {
+    std::vector<std::string> names;
+    for (const auto & entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void redirect(int handle, const std::string & path) {
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::dup2(file, handle);
+    ::close(file);
+}
+
+[[noreturn]] void becomeProgram(std::vector<char *> & arguments, const std::string & output,
+                                const std::string & errors, unsigned long largestFile) {
+    redirect(STDOUT_FILENO, output);
+    redirect(STDERR_FILENO, errors);
+    ::signal(SIGINT, SIG_DFL);
+    if (largestFile > 0) {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{largestFile, largestFile};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ::execv(arguments[0], arguments.data());
+    ::_exit(127);
+}
+
+/// Waits for the end of a process, interrupts it when a file shows up, kills it when it takes too long.
+int waitFor(pid_t process, const fs::path & interruptWhenIn) {
+    const auto latest = std::chrono::steady_clock::now() + s_longest;
+    bool isInterrupted = interruptWhenIn.empty();
+    int status = 0;
+    while (::waitpid(process, &status, WNOHANG) == 0) {
+        if (!isInterrupted && !fs::is_empty(interruptWhenIn)) {
+            ::kill(process, SIGINT);
+            isInterrupted = true;
+        }
+        if (std::chrono::steady_clock::now() > latest) ::kill(process, SIGKILL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+} // namespace
+
+RunFolder::RunFolder() {
+    static std::atomic<unsigned> counter{0};
+    path_ = fs::temp_directory_path() /
+            ("zmt_run_" + std::to_string(::getpid()) + "_" + std::to_string(++counter));
+    fs::create_directories(path_ / "in");
+    fs::create_directories(path_ / "out");
+}
+
+RunFolder::~RunFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+std::string RunFolder::write(const std::string & name, const std::string & bytes) const {
+    std::ofstream(in(name), std::ios::binary) << bytes;
+    return in(name);
+}
+
+std::vector<std::string> RunFolder::results() const {
+    return namesIn(path_ / "out");
+}
+
+std::vector<std::string> RunFolder::inputs() const {
+    return namesIn(path_ / "in");
+}
+
+std::vector<std::string> RunResult::errorLines() const {
+    std::vector<std::string> lines;
+    std::istringstream stream(errors);
+    for (std::string line; std::getline(stream, line);)
+        if (line.rfind("zmt: ", 0) == 0) lines.push_back(line);
+    return lines;
+}
+
+RunResult runProcess(const std::string & program, const std::vector<std::string> & arguments,
+                     const RunFolder & folder, const RunLimits & limits) {
+    std::vector<std::string> texts = arguments;
+    texts.insert(texts.begin(), program);
+    std::vector<char *> pointers;
+    for (std::string & text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    const std::string output = (folder.path() / "output").string();
+    const std::string errors = (folder.path() / "errors").string();
+
+    RunResult result;
+    const pid_t process = ::fork();
+    if (process < 0) return result;
+    if (process == 0) becomeProgram(pointers, output, errors, limits.largestFile);
+    result.status = waitFor(process, limits.interruptWhenIn);
+    result.output = readWhole(output);
+    result.errors = readWhole(errors);
+    return result;
+}
+
+std::string readWhole(const std::string & path) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
+}
