@@ -163,4 +163,29 @@ protected:
         glDisable(GL_CULL_FACE);
         return count;
     }
+
+    /// Each curtain alone, seen from outside and from inside. `makePatch` gives a patch of `smallGrid`.
+    template <class Painter, class MakePatch>
+    void expectCurtainsLookOutwards(Painter & painter, const MakePatch & makePatch) {
+        const struct {
+            const char * name;
+            Point inwards;
+            NBX::Area withSkirt, withWall; ///< that have a skirt or a wall on this side alone
+        } sides[] = {{"low x", {1, 0, 0}, {5, 0, 3, 6}, {0, 1, 3, 4}},
+                     {"high x", {-1, 0, 0}, {0, 0, 3, 6}, {5, 1, 3, 4}},
+                     {"low y", {0, 0, 1}, {0, 4, 8, 2}, {2, 0, 3, 2}},
+                     {"high y", {0, 0, -1}, {0, 0, 8, 2}, {2, 4, 3, 2}}};
+        for (const auto & side : sides) {
+            SCOPED_TRACE(side.name);
+            const auto skirted = makePatch(side.withSkirt), walled = makePatch(side.withWall);
+            const auto drawSkirt = [&] { painter.renderPatch(engine.get(), skirted.get()); };
+            const auto drawWall = [&] { painter.renderOuterWall(engine.get(), walled.get()); };
+            // Steeply from below, where no surface shows its front.
+            const Point up(0, 9, 0);
+            EXPECT_GE(frontsSeen(up + side.inwards, drawSkirt), 2U);
+            EXPECT_EQ(frontsSeen(up - side.inwards, drawSkirt), 0U);
+            EXPECT_GE(frontsSeen(side.inwards, drawWall), 2U);
+            EXPECT_EQ(frontsSeen(side.inwards * -1.0, drawWall), 0U);
+        }
+    }
 };
