@@ -649,7 +649,7 @@ TEST_F(TerrainPictureGLTest, HasNoCracks) {
     const Bounds box = grid->boundingBox();
     const auto isOver = [&](const Point & p) { return box.containsPointInPlane(p, 0, 2); };
     unsigned looks = 0;
-    for (unsigned view = 0; view < 25; ++view) {
+    for (unsigned view = 0; view < 100; ++view) {
         const Point from(number(8, 56), number(9, 60), number(8, 56));
         const NBX::SO<NBX::LookAt> eye(new NBX::LookAt(from, {number(5, 59), 0, number(5, 59)}));
         const NBX::SO<NBX::Projection> projection(new NBX::Perspective(60.0, 0.5, 300.0));
