@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the release preset and renders the sample data into out/.
+# Builds the program and renders the sample data into out/.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -10,7 +10,7 @@ fail() {
 
 scripts/install_dependencies.sh || fail "the dependencies could not be installed"
 cmake --preset release || fail "the release preset could not be configured"
-cmake --build --preset release || fail "the release preset does not build"
+cmake --build --preset release --target zmt || fail "the program does not build"
 
 zmt=build/release/apps/zmt/zmt
 [[ -x "$zmt" ]] || fail "$zmt was not built"
