@@ -1,6 +1,7 @@
 #include "commands.h"
 #include "terraininput.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -121,9 +122,8 @@ void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel
             file.write(line);
         }
         mesh.forEachTriangle([&](unsigned a, unsigned b, unsigned c) {
-            std::snprintf(line, sizeof line, "f %llu %llu %llu\n", static_cast<unsigned long long>(first + a),
-                          static_cast<unsigned long long>(first + b),
-                          static_cast<unsigned long long>(first + c));
+            std::snprintf(line, sizeof line, "f %" PRIu64 " %" PRIu64 " %" PRIu64 "\n", first + a, first + b,
+                          first + c);
             file.write(line);
         });
         first += mesh.vertices();

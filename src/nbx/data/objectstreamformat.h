@@ -32,9 +32,9 @@ enum RecordType : std::uint8_t {
     RT_Superclass,
 };
 
-inline constexpr std::uint64_t s_vectorBytes = 3 * 8;
-inline constexpr std::uint64_t s_boundsBytes = 1 + 6 * 8;
-inline constexpr std::uint64_t s_matrixBytes = 16 * 8;
+inline constexpr std::uint64_t s_vectorBytes = 3 * std::uint64_t{8};
+inline constexpr std::uint64_t s_boundsBytes = 1 + 6 * std::uint64_t{8};
+inline constexpr std::uint64_t s_matrixBytes = 16 * std::uint64_t{8};
 inline constexpr std::uint64_t s_sectionSizeBytes = 8;
 
 } // namespace NBX

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -101,9 +102,9 @@ bool isKnown(unsigned compression) {
 /// The pixels [4 * column, + 4) of four lines, with the last ones repeated beyond the edges.
 void gatherBlock(const std::array<std::vector<unsigned char>, 4> & lines, int column, int width,
                  unsigned char * pixels) {
-    for (int i = 0; i < 16; ++i) {
+    for (int i = 0; i < 16; ++i, pixels += 4) {
         const int x = std::min(4 * column + i % 4, width - 1);
-        std::memcpy(pixels + 4 * i, lines[i / 4].data() + 4 * static_cast<std::size_t>(x), 4);
+        std::memcpy(pixels, lines[i / 4].data() + 4 * static_cast<std::size_t>(x), 4);
     }
 }
 
@@ -132,8 +133,8 @@ void decodeBlocks(S3TC::Format format, const unsigned char * block, Image & imag
     for (int y = 0; y < height; y += 4) {
         for (int column = 0; column < columns; ++column, block += S3TC::blockBytes(format)) {
             S3TC::decode(format, block, pixels.data());
-            for (int i = 0; i < 4; ++i)
-                std::memcpy(&lines[i * lineBytes + 16 * column], &pixels[16 * i], 16);
+            for (std::size_t i = 0; i < 4; ++i)
+                std::memcpy(&lines[i * lineBytes + std::size_t{16} * column], &pixels[16 * i], 16);
         }
         for (int i = 0; i < std::min(4, height - y); ++i)
             PixelLine::convert(&lines[i * lineBytes], LS_RGBA, Image::UInt8, image.lineComponents(y + i),

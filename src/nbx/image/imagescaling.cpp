@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 
 #include "pixelline.h"
@@ -118,11 +119,11 @@ private:
 
 /// Two lines of bytes to one of half the width; `right` is the distance of the second pixel of a pair, 0
 /// where the source is one pixel wide.
-template <int N>
-void halveLine(const std::uint8_t * lower, const std::uint8_t * upper, int right, std::uint8_t * to,
+template <std::size_t N>
+void halveLine(const std::uint8_t * lower, const std::uint8_t * upper, std::size_t right, std::uint8_t * to,
                int width) {
     for (int x = 0; x < width; ++x, lower += 2 * N, upper += 2 * N)
-        for (int c = 0; c < N; ++c)
+        for (std::size_t c = 0; c < N; ++c)
             *to++ = static_cast<std::uint8_t>(
                 (lower[c] + lower[c + right] + upper[c] + upper[c + right] + 2) >> 2);
 }
@@ -136,7 +137,7 @@ bool canHalve(const Image & source, const Image & target) {
 
 void halve(const Image & source, Image & target) {
     const int layers = source.numberOfLayers();
-    const int right = source.width() == 1 ? 0 : layers;
+    const std::size_t right = source.width() == 1 ? 0 : layers;
     for (int y = 0; y < target.height(); ++y) {
         const auto * lower = static_cast<const std::uint8_t *>(source.lineComponents(2 * y));
         const auto * upper = source.height() == 1

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -15,6 +16,7 @@ enum Source : signed char { One = -1, Luma = -2 };
 
 /// Number of pixels that pass through a buffer on the stack at a time.
 constexpr int chunkSize = 256;
+using ChunkValues = std::array<float, std::size_t{4} * chunkSize>;
 
 /// Index of the source layer that holds red, green, blue and alpha, or `One`.
 struct RgbaPlaces {
@@ -233,7 +235,7 @@ void fromFloat(const float * values, std::size_t count, int dataType, void * com
 
 void toRgba(const void * line, LayerSequence sequence, int dataType, int count, float * rgba) {
     const int layers = Image::numberOfLayers(sequence);
-    std::array<float, 4 * chunkSize> values;
+    ChunkValues values;
     inChunks(count, [&](int first, int n) {
         const auto * from = static_cast<const char *>(line) + first * bytesOf(sequence, dataType);
         toFloat(from, dataType, static_cast<std::size_t>(n) * layers, values.data());
@@ -243,7 +245,7 @@ void toRgba(const void * line, LayerSequence sequence, int dataType, int count, 
 
 void fromRgba(const float * rgba, int count, LayerSequence sequence, int dataType, void * line) {
     const int layers = Image::numberOfLayers(sequence);
-    std::array<float, 4 * chunkSize> values;
+    ChunkValues values;
     inChunks(count, [&](int first, int n) {
         reduce(rgba + 4 * static_cast<std::size_t>(first), n, sequence, values.data());
         auto * to = static_cast<char *>(line) + first * bytesOf(sequence, dataType);
@@ -272,7 +274,7 @@ void convert(const void * from, LayerSequence fromSequence, int fromType, void *
         swizzleBytes(from, fromSequence, to, toSequence, layer.data(), count);
         return;
     }
-    std::array<float, 4 * chunkSize> rgba;
+    ChunkValues rgba;
     inChunks(count, [&](int first, int n) {
         toRgba(static_cast<const char *>(from) + first * bytesOf(fromSequence, fromType), fromSequence,
                fromType, n, rgba.data());

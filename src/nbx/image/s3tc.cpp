@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -51,8 +52,8 @@ std::array<Pixel, 4> makePalette(std::uint16_t first, std::uint16_t second, bool
 
 void decodeColors(const unsigned char * block, bool alwaysFour, bool hole, unsigned char * pixels) {
     const std::array<Pixel, 4> palette = makePalette(readU16(block), readU16(block + 2), alwaysFour, hole);
-    for (int i = 0; i < 16; ++i)
-        std::memcpy(pixels + 4 * i, palette[block[4 + i / 4] >> (2 * (i % 4)) & 3].data(), 4);
+    for (int i = 0; i < 16; ++i, pixels += 4)
+        std::memcpy(pixels, palette[block[4 + i / 4] >> (2 * (i % 4)) & 3].data(), 4);
 }
 
 void decodeAlpha4(const unsigned char * block, unsigned char * pixels) {
@@ -117,7 +118,7 @@ bool isTransparent(const unsigned char * pixel) {
 /// A block with holes: the end colours of the opaque pixels, in rising order, and every pixel's best match.
 void encodeWithHoles(const unsigned char * pixels, unsigned char * block) {
     const unsigned char * opaque = nullptr;
-    for (int i = 0; i < 16 && !opaque; ++i)
+    for (std::size_t i = 0; i < 16 && !opaque; ++i)
         if (!isTransparent(pixels + 4 * i)) opaque = pixels + 4 * i;
     if (!opaque) {
         std::memset(block, 0, 4);
@@ -125,7 +126,7 @@ void encodeWithHoles(const unsigned char * pixels, unsigned char * block) {
         return;
     }
     std::array<unsigned char, 64> filled;
-    for (int i = 0; i < 16; ++i)
+    for (std::size_t i = 0; i < 16; ++i)
         std::memcpy(&filled[4 * i], isTransparent(pixels + 4 * i) ? opaque : pixels + 4 * i, 4);
     encodeColors(filled.data(), block);
     const std::uint16_t low = std::min(readU16(block), readU16(block + 2));
@@ -134,9 +135,8 @@ void encodeWithHoles(const unsigned char * pixels, unsigned char * block) {
     writeU16(block + 2, high);
     const std::array<Pixel, 4> palette = makePalette(low, high, false, true);
     std::memset(block + 4, 0, 4);
-    for (int i = 0; i < 16; ++i) {
-        const unsigned char * pixel = pixels + 4 * i;
-        const int index = isTransparent(pixel) ? 3 : nearest(palette, 3, pixel);
+    for (int i = 0; i < 16; ++i, pixels += 4) {
+        const int index = isTransparent(pixels) ? 3 : nearest(palette, 3, pixels);
         block[4 + i / 4] = static_cast<unsigned char>(block[4 + i / 4] | index << (2 * (i % 4)));
     }
 }
@@ -160,7 +160,7 @@ void reverseIndices(unsigned char * indices, int bits, int lines) {
 
 void encode(Format format, const unsigned char * pixels, unsigned char * block) {
     bool holes = false;
-    for (int i = 0; i < 16; ++i)
+    for (std::size_t i = 0; i < 16; ++i)
         holes = holes || isTransparent(pixels + 4 * i);
     if (format == Format::DXT5) {
         alignas(16) std::array<unsigned char, 64> aligned;
