@@ -2,6 +2,9 @@
 
 #include "commands.h"
 
+#include <string>
+#include <vector>
+
 #include <sys/resource.h>
 
 #include <nbx/object/nbxtime.h>
@@ -11,7 +14,6 @@
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>
-#include <zmt/raster/histogram.h>
 
 namespace {
 
