@@ -1,0 +1,78 @@
+#include <zmt/core/terrain/geometry/microindextable.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include <nbx/container/serializevalues.h>
+
+namespace ZMT::CORE {
+
+MicroIndexTable::MicroIndexTable() = default;
+
+MicroIndexTable::MicroIndexTable(unsigned sizeX, unsigned sizeY, std::vector<unsigned> cells,
+                                 std::vector<unsigned> ends, std::vector<unsigned> indices)
+    : sizeX_(sizeX), sizeY_(sizeY), cells_(std::move(cells)), ends_(std::move(ends)),
+      indices_(std::move(indices)) {
+    checkLists();
+    findRows();
+}
+
+MicroIndexTable::~MicroIndexTable() = default;
+
+void MicroIndexTable::checkLists() const {
+    const std::uint64_t cellCount = std::uint64_t(sizeX_) * sizeY_;
+    if (cellCount > UINT32_MAX) throw NBX::IOError(L"micro-structures of too many cells");
+    bool isConsistent =
+        ends_.size() == cells_.size() && indices_.size() == (ends_.empty() ? 0 : ends_.back());
+    for (std::size_t i = 0; isConsistent && i < cells_.size(); ++i) {
+        const unsigned begin = i > 0 ? ends_[i - 1] : 0;
+        isConsistent = cells_[i] < cellCount && (i == 0 || cells_[i - 1] < cells_[i]) && ends_[i] > begin &&
+                       (ends_[i] - begin) % 3 == 0;
+    }
+    if (!isConsistent) throw NBX::IOError(L"lists of micro-structures do not fit their cells");
+}
+
+// A stream may claim any number of rows, hence only as many are listed as there are cells for.
+void MicroIndexTable::findRows() {
+    rows_.clear();
+    if (cells_.empty()) return;
+    const unsigned rowCount = cells_.back() / sizeX_ + 1;
+    rows_.reserve(std::size_t(rowCount) + 1);
+    unsigned place = 0;
+    for (unsigned y = 0; y < rowCount; ++y) {
+        rows_.push_back(place);
+        while (place < cells_.size() && cells_[place] / sizeX_ == y)
+            ++place;
+    }
+    rows_.push_back(place);
+}
+
+std::vector<unsigned> MicroIndexTable::get(unsigned x, unsigned y) const {
+    NBX_CHECK(x < sizeX_ && y < sizeY_, L"place out of range");
+    if (x >= sizeX_ || y + std::size_t(1) >= rows_.size() || rows_[y] == rows_[y + 1]) return {};
+    const unsigned cell = x + y * sizeX_;
+    const auto end = cells_.begin() + rows_[y + 1];
+    const auto found = std::lower_bound(cells_.begin() + rows_[y], end, cell);
+    if (found == end || *found != cell) return {};
+    const std::size_t i = std::size_t(found - cells_.begin());
+    const unsigned begin = i > 0 ? ends_[i - 1] : 0;
+    return {indices_.begin() + begin, indices_.begin() + ends_[i]};
+}
+
+void MicroIndexTable::serialize(NBX::SerializationManager & m) {
+    m.enterObject();
+    NBX::serializeSuperclass<NBX::SharedObj>(m, static_cast<NBX::SharedObj *>(this));
+    m.attribute("sizeX", sizeX_);
+    m.attribute("sizeY", sizeY_);
+    NBX::serializeValue(m, "cells", cells_);
+    NBX::serializeValue(m, "ends", ends_);
+    NBX::serializeValue(m, "indices", indices_);
+    if (!m.isReading()) return;
+    checkLists();
+    findRows();
+}
+
+NBX_STORED_CLASS_IMPL(MicroIndexTable, MicroIndexTable::Base)
+
+} // namespace ZMT::CORE

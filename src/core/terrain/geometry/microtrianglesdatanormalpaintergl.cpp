@@ -1,0 +1,22 @@
+#include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
+
+#include "microtrianglesgl.h"
+#include "normalcolorgl.h"
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(MicroTrianglesDataNormalPainterGL, NBX::ShapePainter)
+
+NBX::ID MicroTrianglesDataNormalPainterGL::target() const {
+    return MicroTrianglesData::ClassNameNBX();
+}
+
+bool MicroTrianglesDataNormalPainterGL::render(NBX::Engine *, const NBX::Shape * shape) {
+    const auto * micro = dynamic_cast<const MicroTrianglesData *>(shape);
+    if (!micro) return false;
+    drawMicroTrianglesGL(*micro,
+                         [this](const NBX::Vector3Base<double> & normal) { normalColorGL(normal, scale_); });
+    return true;
+}
+
+} // namespace ZMT::CORE

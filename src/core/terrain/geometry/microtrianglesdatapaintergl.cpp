@@ -1,0 +1,28 @@
+#include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
+
+#include "microtrianglesgl.h"
+
+#include <nbx/gl/enginegl.h>
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(MicroTrianglesDataPainterGL, NBX::ShapePainter)
+
+NBX::ID MicroTrianglesDataPainterGL::target() const {
+    return MicroTrianglesData::ClassNameNBX();
+}
+
+bool MicroTrianglesDataPainterGL::render(NBX::Engine *, const NBX::Shape * shape) {
+    const auto * micro = dynamic_cast<const MicroTrianglesData *>(shape);
+    if (!micro) return false;
+    drawMicroTrianglesGL(*micro, [](const NBX::Vector3Base<double> & normal) { glNormal3dv(&normal.x); });
+    return true;
+}
+
+namespace {
+
+const bool registered = (NBX::EngineGL::registerHandler(new MicroTrianglesDataPainterGL), true);
+
+} // namespace
+
+} // namespace ZMT::CORE
