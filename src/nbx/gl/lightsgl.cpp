@@ -7,6 +7,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/scene/directionallight.h>
+#include <nbx/scene/distantlight.h>
 #include <nbx/scene/pointlight.h>
 
 namespace NBX {
@@ -34,6 +35,9 @@ bool findPosition(const Light & light, GLfloat (&position)[4]) {
     Vector3Base<double> p;
     if (const auto * directional = dynamic_cast<const DirectionalLight *>(&light)) {
         p = -directional->getDirection();
+        position[3] = 0.0F;
+    } else if (const auto * distant = dynamic_cast<const DistantLight *>(&light)) {
+        p = distant->getDirection();
         position[3] = 0.0F;
     } else if (const auto * point = dynamic_cast<const PointLight *>(&light)) {
         p = point->getPosition();

@@ -5,6 +5,7 @@
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
 #include <nbx/scene/directionallight.h>
+#include <nbx/scene/distantlight.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/pointlight.h>
 #include <nbx/scene/shapematerial.h>
@@ -45,6 +46,28 @@ TEST_F(LightsGLTest, LightFromAfarFallsAlongItsDirection) {
         root->append(box.get());
         EXPECT_NEAR(row.expected, middle()[0], 1)
             << row.direction.x << ", " << row.direction.y << ", " << row.direction.z;
+        root->remove(box.get());
+        root->remove(light.get());
+    }
+}
+
+TEST_F(LightsGLTest, ADistantLightComesFromItsDirectionAndALittleFromEverywhere) {
+    struct Row {
+        Vector3Base<double> direction;
+        double intensity, ambient;
+        int expected;
+    };
+    for (const Row & row : {Row{{0.0, 0.0, 1.0}, 1.0, 0.0, 255}, Row{{0.0, 0.0, 20.0}, 1.0, 0.5, 255},
+                            Row{{0.0, 0.0, -1.0}, 1.0, 0.0, 0}, Row{{0.0, 0.0, -1.0}, 1.0, 0.4, 102},
+                            Row{{0.0, 1.0, 1.0}, 1.0, 0.0, 180}, Row{{0.0, 0.0, 1.0}, 0.6, 0.5, 153},
+                            Row{{1.0, 0.0, 0.0}, 0.6, 0.5, 77}, Row{{1.0, 0.0, 0.0}, 1.0, 1.0, 255}}) {
+        const SO<DistantLight> light(
+            new DistantLight(row.direction, Color::white, row.intensity, row.ambient));
+        root->append(light.get());
+        root->append(box.get());
+        EXPECT_NEAR(row.expected, middle()[0], 1)
+            << row.direction.x << ", " << row.direction.y << ", " << row.direction.z << ", " << row.intensity
+            << ", " << row.ambient;
         root->remove(box.get());
         root->remove(light.get());
     }
