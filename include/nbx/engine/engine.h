@@ -42,9 +42,14 @@ public:
     /// one is reported under "handler" with "no handler".
     static void registerHandler(Handler * handler);
     /// The enabled handler of a service for objects of class `info`: that of the class itself, else of its
-    /// nearest parent; null without one. For each class this engine's own handlers come first, and of those
-    /// registered for one class the latest.
+    /// nearest parent; null without one. For each class those pushed come first, then those of this class of
+    /// engines, and among either the latest.
     Handler * findHandler(const ID & service, const ClassInfo * info) const;
+    /// Puts a handler in front of those registered for its target, in this engine, until it is popped. A
+    /// handler that stands in a scene node is pushed for what follows in the node. Popping another one than
+    /// the one pushed last is reported and does nothing.
+    void pushHandler(Handler * handler);
+    void popHandler(Handler * handler);
 
     /// Puts an attribute in force. A disabled mono attribute is left out; its `pop` does nothing.
     void push(Attribute * attribute);

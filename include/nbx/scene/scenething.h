@@ -10,7 +10,8 @@
 namespace NBX {
 
 /// The composite node: attributes, shapes and child nodes in one order. An attribute holds for what stands
-/// behind it in this node, and for all below that.
+/// behind it in this node, and for all below that, and so does a handler, which is asked before those that
+/// are registered.
 ///
 /// The operations that hand objects to an engine (`evaluate`, `install`, `deinstall`) live in the engine's
 /// folder, so that the scene itself needs no engine.

@@ -88,9 +88,11 @@ struct Engine::Impl {
     std::vector<View> cameras{View()};
     Matrix modelView;
 
+    std::vector<SO<Handler>> pushedHandlers;
     mutable std::unordered_map<HandlerKey, std::vector<Handler *>, HandlerKeyHash> chains;
     mutable std::uint64_t chainsOf = 0; ///< number of registrations that the chains know of
 
+    void findPushedHandlers(const ID & service, const ID & target, std::vector<Handler *> & result) const;
     AttributeSimplifier * enterSimplifier(Engine * engine, const Attribute * attribute);
     Application enter(Engine * engine, const MonoAttribute * attribute);
     void leave(Engine * engine, const Application & application, const MonoAttribute * attribute);
@@ -136,12 +138,35 @@ Handler * Engine::findHandler(const ID & service, const ClassInfo * info) const 
     std::vector<Handler *> & chain = entry->second;
     if (isNew)
         for (const ClassInfo * level = info; level; level = level->parent()) {
+            impl_->findPushedHandlers(service, level->name(), chain);
             if (const HandlerTable * own = ownHandlers()) own->find(service, level->name(), chain);
             commonHandlers().find(service, level->name(), chain);
         }
     const auto enabled = std::find_if(chain.begin(), chain.end(),
                                       [](const Handler * handler) { return handler->isEnabled(); });
     return enabled == chain.end() ? nullptr : *enabled;
+}
+
+void Engine::pushHandler(Handler * handler) {
+    NBX_CHECK(handler, L"no handler");
+    if (!handler) return;
+    impl_->pushedHandlers.emplace_back(handler);
+    impl_->chains.clear();
+}
+
+void Engine::popHandler(Handler * handler) {
+    const bool isLast = !impl_->pushedHandlers.empty() && impl_->pushedHandlers.back() == handler;
+    NBX_CHECK(isLast, L"handler is not the one pushed last");
+    if (!isLast) return;
+    impl_->chains.clear();
+    impl_->pushedHandlers.pop_back();
+}
+
+void Engine::Impl::findPushedHandlers(const ID & service, const ID & target,
+                                      std::vector<Handler *> & result) const {
+    for (auto handler = pushedHandlers.rbegin(); handler != pushedHandlers.rend(); ++handler)
+        if ((*handler)->service() == service && (*handler)->target() == target)
+            result.push_back(handler->get());
 }
 
 AttributeSimplifier * Engine::Impl::enterSimplifier(Engine * engine, const Attribute * attribute) {

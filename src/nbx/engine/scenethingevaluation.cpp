@@ -3,6 +3,7 @@
 #include <nbx/scene/scenething.h>
 
 #include <nbx/engine/engine.h>
+#include <nbx/engine/handler.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute.h>
 #include <nbx/scene/shape.h>
@@ -11,32 +12,57 @@ namespace NBX {
 
 namespace {
 
-/// Attributes pushed in one block, popped in reverse at its end.
-class PushedAttributes {
+/// Whether the object changes how what follows is drawn. Pushing and popping do nothing with others.
+bool push(Engine * engine, RenderObj * object) {
+    if (auto * attribute = dynamic_cast<Attribute *>(object))
+        engine->push(attribute);
+    else if (auto * handler = dynamic_cast<Handler *>(object))
+        engine->pushHandler(handler);
+    else
+        return false;
+    return true;
+}
+
+void pop(Engine * engine, RenderObj * object) {
+    if (auto * attribute = dynamic_cast<Attribute *>(object))
+        engine->pop(attribute);
+    else if (auto * handler = dynamic_cast<Handler *>(object))
+        engine->popHandler(handler);
+}
+
+/// Attributes and handlers pushed in one block, popped in reverse at its end.
+class PushedObjects {
 public:
-    explicit PushedAttributes(Engine * engine) : engine_(engine) {}
-    ~PushedAttributes() {
-        while (!attributes_.empty()) {
-            engine_->pop(attributes_.back().get());
-            attributes_.pop_back();
+    explicit PushedObjects(Engine * engine) : engine_(engine) {}
+    ~PushedObjects() {
+        while (!objects_.empty()) {
+            pop(engine_, objects_.back().get());
+            objects_.pop_back();
         }
     }
-    PushedAttributes(const PushedAttributes &) = delete;
-    PushedAttributes & operator=(const PushedAttributes &) = delete;
+    PushedObjects(const PushedObjects &) = delete;
+    PushedObjects & operator=(const PushedObjects &) = delete;
 
-    void push(Attribute * attribute) {
-        attributes_.emplace_back(attribute);
-        engine_->push(attribute);
+    bool push(const SO<RenderObj> & object) {
+        if (!NBX::push(engine_, object.get())) return false;
+        objects_.push_back(object);
+        return true;
     }
 
 private:
     Engine * engine_;
-    std::vector<SO<Attribute>> attributes_;
+    std::vector<SO<RenderObj>> objects_;
 };
 
-bool isActivePassEffect(const RenderObj * object) {
-    const auto * attribute = dynamic_cast<const Attribute *>(object);
-    return attribute && attribute->isPassEffect() && attribute->isEnabled();
+/// Null for other objects.
+Attribute * passEffect(RenderObj * object) {
+    auto * attribute = dynamic_cast<Attribute *>(object);
+    return attribute && attribute->isPassEffect() ? attribute : nullptr;
+}
+
+bool isActivePassEffect(RenderObj * object) {
+    const Attribute * effect = passEffect(object);
+    return effect && effect->isEnabled();
 }
 
 void paintObject(Engine * engine, RenderObj * object) {
@@ -82,17 +108,15 @@ unsigned SceneThing::endOfSegment(unsigned begin) const {
 }
 
 void SceneThing::evaluateObjects(Engine * engine, unsigned begin, unsigned end) {
-    PushedAttributes pushed(engine);
+    PushedObjects pushed(engine);
     GatheredEffects effects;
     for (unsigned i = begin; i < end && i < objects(); ++i) {
         const SO<RenderObj> object = objects_[i];
-        if (auto * attribute = dynamic_cast<Attribute *>(object.get())) {
-            if (!attribute->isPassEffect())
-                pushed.push(attribute);
-            else if (attribute->isEnabled())
-                effects.add(attribute);
+        if (auto * effect = passEffect(object.get())) {
+            if (effect->isEnabled()) effects.add(effect);
             continue;
         }
+        if (pushed.push(object)) continue;
         if (effects.isEmpty()) {
             paintObject(engine, object.get());
             continue;
@@ -102,9 +126,7 @@ void SceneThing::evaluateObjects(Engine * engine, unsigned begin, unsigned end) 
         effects.clear();
         // The segment's attributes hold for what comes behind it as well.
         for (; i + 1 < segmentEnd && i + 1 < objects(); ++i)
-            if (auto * later = dynamic_cast<Attribute *>(objects_[i + 1].get());
-                later && !later->isPassEffect())
-                pushed.push(later);
+            if (!passEffect(objects_[i + 1].get())) pushed.push(objects_[i + 1]);
     }
 }
 
@@ -112,14 +134,14 @@ void SceneThing::install(Engine * engine) {
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
     for (const SO<RenderObj> & object : objects_)
-        if (auto * attribute = dynamic_cast<Attribute *>(object.get())) engine->push(attribute);
+        push(engine, object.get());
 }
 
 void SceneThing::deinstall(Engine * engine) {
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
     for (auto object = objects_.rbegin(); object != objects_.rend(); ++object)
-        if (auto * attribute = dynamic_cast<Attribute *>(object->get())) engine->pop(attribute);
+        pop(engine, object->get());
 }
 
 } // namespace NBX

@@ -250,6 +250,64 @@ TEST_F(EngineTest, latestHandlerOfAClassIsAskedAndOwnOnesComeFirst) {
     EXPECT_EQ(reports.count(0, L"handler", L"no handler"), 1U);
 }
 
+TEST_F(EngineTest, pushedHandlersComeBeforeThoseRegistered) {
+    const SO<Shape> shape(new ProbeShape("own")), derived(new DerivedProbeShape("derived"));
+    const SO<OtherPainter> other(new OtherPainter());
+    const SO<Engine> plain(new Engine());
+    const auto painted = [&] {
+        engine->paint(shape.get());
+        engine->paint(derived.get());
+        return takeProbeLog();
+    };
+    EXPECT_EQ(painted(), "own derived");
+    engine->pushHandler(other.get());
+    EXPECT_EQ(painted(), "other other");
+    other->setEnableState(false);
+    EXPECT_EQ(painted(), "own derived");
+    other->setEnableState(true);
+    plain->paint(shape.get());
+    EXPECT_EQ(takeProbeLog(), "");
+    engine->popHandler(other.get());
+    EXPECT_EQ(painted(), "own derived");
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+/// Paints all shapes that have no painter of their own.
+class AnyShapePainter : public ShapePainter {
+    NBX_TEMPLATE_CLASS(AnyShapePainter, ShapePainter)
+public:
+    ID target() const override { return Shape::ClassNameNBX(); }
+    bool render(Engine *, const Shape *) override {
+        probeLog().push_back("any");
+        return true;
+    }
+};
+
+TEST_F(EngineTest, aPushedHandlerOfAParentClassDoesNotHideOneOfTheClass) {
+    const SO<AnyShapePainter> any(new AnyShapePainter());
+    engine->pushHandler(any.get());
+    engine->paint(SO<Shape>(new ProbeShape("own")).get());
+    engine->paint(SO<Shape>(new Shape(true)).get());
+    EXPECT_EQ(takeProbeLog(), "own any");
+    engine->popHandler(any.get());
+}
+
+TEST_F(EngineTest, handlersArePoppedInReverse) {
+    const SO<OtherPainter> first(new OtherPainter()), second(new OtherPainter());
+    engine->pushHandler(first.get());
+    engine->pushHandler(second.get());
+    engine->popHandler(first.get());
+    EXPECT_EQ(reports.count(0, L"isLast", L"handler is not the one pushed last"), 1U) << reports;
+    engine->popHandler(second.get());
+    engine->popHandler(first.get());
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    engine->popHandler(first.get());
+    engine->popHandler(nullptr);
+    engine->pushHandler(nullptr);
+    EXPECT_EQ(reports.count(0, L"isLast", L"handler is not the one pushed last"), 3U) << reports;
+    EXPECT_EQ(reports.count(0, L"handler", L"no handler"), 1U) << reports;
+}
+
 TEST_F(EngineTest, disabledAndUnknownShapesAreLeftOut) {
     const SO<Shape> shape(new ProbeShape("x"));
     shape->setEnableState(false);

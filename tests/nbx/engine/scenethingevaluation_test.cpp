@@ -43,6 +43,46 @@ TEST_F(SceneThingEvaluationTest, processesItsObjectsInOrderAndPopsInReverse) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+/// Paints what `ProbeShapePainter` paints under another name.
+class RenamingPainter : public ShapePainter {
+    NBX_TEMPLATE_CLASS(RenamingPainter, ShapePainter)
+public:
+    explicit RenamingPainter(std::string name) : name_(std::move(name)) {}
+    ID target() const override { return ProbeShape::ClassNameNBX(); }
+    bool render(Engine *, const Shape *) override {
+        probeLog().push_back(name_);
+        return true;
+    }
+
+private:
+    std::string name_;
+};
+
+TEST_F(SceneThingEvaluationTest, aHandlerHoldsForWhatFollowsInItsNodeAndBelow) {
+    SceneThing * below = make({shape("2"), new RenamingPainter("r"), shape("3")});
+    SceneThing * node = make({shape("0"), new RenamingPainter("q"), shape("1"), below, shape("4")});
+    EXPECT_EQ(evaluated(make({node, shape("5")})), "0 q q r q 5");
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(SceneThingEvaluationTest, aHandlerBetweenEffectsHoldsBehindThemToo) {
+    EXPECT_EQ(evaluated(make(
+                  {effect("e"), shape("0"), new RenamingPainter("q"), shape("1"), effect("f"), shape("2")})),
+              evaluated(make({effect("e"), shape("0"), shape("q"), effect("f"), shape("q")})));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(SceneThingEvaluationTest, handlersAreInstalledWithTheAttributes) {
+    const SO<SceneThing> thing(make({new RenamingPainter("q"), attribute("a")}));
+    const SO<Shape> painted(shape("x"));
+    thing->install(engine.get());
+    engine->paint(painted.get());
+    thing->deinstall(engine.get());
+    engine->paint(painted.get());
+    EXPECT_EQ(takeProbeLog(), "+a q -a x");
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
 TEST_F(SceneThingEvaluationTest, disabledNodesAndThoseThatDoNotRenderAreLeftOut) {
     const SO<SceneThing> off(make({shape("off")})), hidden(make({shape("hidden")}));
     off->setEnableState(false);
