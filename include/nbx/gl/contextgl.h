@@ -12,6 +12,9 @@ namespace NBX {
 /// All contexts of the process share buffers, textures, display lists and programs. Frame buffer objects
 /// and queries belong to the context they were made in.
 ///
+/// A subclass may stand for a context that a window system makes and makes current; see `enter`. It takes
+/// part in the sharing after `shareWithCurrent`.
+///
 /// A context is current on at most one thread. `create`, `makeCurrent` and `resize` report a failure of the
 /// platform at level 2 and give false.
 class ContextGL : public SharedObj {
@@ -34,23 +37,34 @@ public:
     static unsigned maxPixelBufferSize();
     /// The context that is current on the calling thread, or null.
     static ContextGL * current();
+    /// Lets the contexts of the process share with the EGL context of a window system that is current on this
+    /// thread, and with those that this one shares with. To be called before any context is made. False
+    /// without one, and when contexts on another display were made before.
+    static bool shareWithCurrent();
 
     /// Makes the context and its pixel buffer of `width` by `height` pixels. It is not made current.
     bool create(unsigned width, unsigned height, const Format & format);
     /// Frees the context. Names that only this context knew are gone with it. Does nothing without one.
-    void destroy();
-    bool isCreated() const;
+    virtual void destroy();
+    virtual bool isCreated() const;
 
     /// Makes the context current on this thread, and frees the names that were dropped meanwhile.
-    bool makeCurrent();
+    virtual bool makeCurrent();
     /// Leaves this thread without a context if this one is current on it.
-    void release();
+    virtual void release();
     bool isCurrent() const { return current() == this; }
 
     /// Gives the context a pixel buffer of another size, with undefined content.
-    bool resize(unsigned width, unsigned height);
+    virtual bool resize(unsigned width, unsigned height);
     /// What the pixel buffer really has; it may be more than was asked for in depth and stencil.
     const Format & format() const;
+
+protected:
+    /// Notes that this context is current now, and frees the names that were dropped meanwhile. `makeCurrent`
+    /// of a subclass calls it when the window system has made its context current, and `release` calls
+    /// `leave`.
+    bool enter();
+    void leave();
 
 private:
     friend class NameGL;

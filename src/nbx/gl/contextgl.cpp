@@ -123,11 +123,19 @@ EGLConfig chooseConfig(EGLDisplay display, const ContextGL::Format & format) {
     return best == configs.begin() + count ? nullptr : *best;
 }
 
+/// What contexts of a window system share with.
+struct SharedGroup {
+    EGLDisplay display = EGL_NO_DISPLAY;
+    EGLContext context = EGL_NO_CONTEXT;
+};
+
 /// The display of the process, and the context that keeps the shared objects while no other exists.
 class Platform {
 public:
-    static Platform & instance() {
-        static auto * platform = new Platform;
+    static Platform & instance() { return instanceIn({}); }
+    /// The platform is made by the first call; `group` has no meaning later.
+    static Platform & instanceIn(const SharedGroup & group) {
+        static auto * platform = new Platform(group);
         return *platform;
     }
     bool isUsable() const { return root_ != EGL_NO_CONTEXT; }
@@ -136,13 +144,14 @@ public:
     unsigned maxPixelBufferSize() const { return maxPixelBufferSize_; }
 
 private:
-    Platform() {
-        display_ = openSurfacelessDisplay();
+    explicit Platform(const SharedGroup & group) : display_(group.display) {
+        if (display_ == EGL_NO_DISPLAY) display_ = openSurfacelessDisplay();
         if (display_ == EGL_NO_DISPLAY) display_ = initialized(eglGetDisplay(EGL_DEFAULT_DISPLAY));
         if (display_ == EGL_NO_DISPLAY) return;
+        eglBindAPI(EGL_OPENGL_API);
         const EGLConfig config = chooseConfig(display_, ContextGL::Format());
         if (!config) return;
-        root_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, nullptr);
+        root_ = eglCreateContext(display_, config, group.context, nullptr);
         maxPixelBufferSize_ = unsigned(std::min(attributeOf(display_, config, EGL_MAX_PBUFFER_WIDTH),
                                                 attributeOf(display_, config, EGL_MAX_PBUFFER_HEIGHT)));
     }
@@ -213,6 +222,13 @@ ContextGL * ContextGL::current() {
     return currentContext;
 }
 
+bool ContextGL::shareWithCurrent() {
+    const SharedGroup group{eglGetCurrentDisplay(), eglGetCurrentContext()};
+    if (group.context == EGL_NO_CONTEXT) return false;
+    const Platform & platform = Platform::instanceIn(group);
+    return platform.isUsable() && platform.display() == group.display;
+}
+
 bool ContextGL::create(unsigned width, unsigned height, const Format & format) {
     NBX_CHECK(!isCreated(), L"the context exists already");
     if (isCreated()) return false;
@@ -257,13 +273,18 @@ bool ContextGL::makeCurrent() {
         NBX_FAILURE(L"cannot make the OpenGL context current");
         return false;
     }
-    currentContext = this;
-    if (!loadEntryPoints()) return false;
+    if (!enter()) return false;
     if (!impl_->everCurrent) {
         // A pixel buffer has a back buffer alone, but is read from the front at the start.
         glReadBuffer(GL_BACK);
         impl_->everCurrent = true;
     }
+    return true;
+}
+
+bool ContextGL::enter() {
+    currentContext = this;
+    if (!loadEntryPoints()) return false;
     freeDroppedNames();
     return true;
 }
@@ -271,7 +292,11 @@ bool ContextGL::makeCurrent() {
 void ContextGL::release() {
     if (currentContext != this) return;
     eglMakeCurrent(Impl::display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    currentContext = nullptr;
+    leave();
+}
+
+void ContextGL::leave() {
+    if (currentContext == this) currentContext = nullptr;
 }
 
 bool ContextGL::resize(unsigned width, unsigned height) {

@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include <EGL/egl.h>
 #include <GL/glew.h>
 
 #include "support/glfixture.h"
@@ -109,6 +110,67 @@ TEST_F(ContextGLTest, IsNotMadeTwice) {
     EXPECT_FALSE(context->create(4, 4, {}));
     EXPECT_EQ(1U, reports.count(0, L"!isCreated()", L"the context exists already"));
     reports.clear();
+}
+
+/// Stands for a context that somebody else makes current: that of `window`.
+class WindowContext : public ContextGL {
+public:
+    explicit WindowContext(const SO<ContextGL> & window) : window_(window) {}
+    bool isCreated() const override { return true; }
+    bool makeCurrent() override { return window_->makeCurrent() && enter(); }
+    void release() override {
+        leave();
+        window_->makeCurrent();
+        window_->release();
+    }
+
+private:
+    SO<ContextGL> window_;
+};
+
+TEST_F(ContextGLTest, ContextOfAWindowSystemIsCurrentAsLongAsItSays) {
+    const SO<ContextGL> window(new ContextGL);
+    ASSERT_TRUE(window->create(8, 8, {}));
+    const SO<WindowContext> context(new WindowContext(window));
+    ASSERT_TRUE(context->makeCurrent());
+    EXPECT_TRUE(context->isCurrent());
+    EXPECT_FALSE(window->isCurrent());
+    EXPECT_EQ(context.get(), ContextGL::current());
+    context->release();
+    EXPECT_EQ(nullptr, ContextGL::current());
+    context->release();
+    ASSERT_TRUE(canvas->makeContextCurrent());
+    context->destroy();
+    EXPECT_TRUE(canvas->isContextCurrent());
+    EXPECT_NE(context.get(), ContextGL::current());
+}
+
+TEST_F(ContextGLTest, ContextOfAWindowSystemOwnsNames) {
+    const SO<ContextGL> window(new ContextGL);
+    ASSERT_TRUE(window->create(8, 8, {}));
+    const SO<WindowContext> context(new WindowContext(window));
+    ASSERT_TRUE(context->makeCurrent());
+    NameGL query = NameGL::generate(NameGL::NK_Query);
+    const unsigned name = query.get();
+    glBeginQuery(GL_SAMPLES_PASSED, name);
+    glEndQuery(GL_SAMPLES_PASSED);
+    ASSERT_TRUE(glIsQuery(name));
+    context->release();
+    EXPECT_FALSE(query.isKnownHere());
+    query.drop();
+    ASSERT_TRUE(window->makeCurrent());
+    EXPECT_TRUE(glIsQuery(name)) << "freed although its context was not current";
+    ASSERT_TRUE(context->makeCurrent());
+    EXPECT_FALSE(glIsQuery(name)) << "not freed when its context became current";
+    context->release();
+    ASSERT_TRUE(canvas->makeContextCurrent());
+}
+
+TEST_F(ContextGLTest, SharesWithACurrentContextOfItsOwnDisplayOnly) {
+    EXPECT_TRUE(ContextGL::shareWithCurrent());
+    canvas->releaseContext();
+    EXPECT_FALSE(ContextGL::shareWithCurrent()) << "no context is current";
+    ASSERT_TRUE(canvas->makeContextCurrent());
 }
 
 } // namespace
