@@ -32,8 +32,12 @@ add_compile_options(
 if(ZMT_SANITIZE)
   add_compile_options(-fsanitize=${ZMT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   # The instrumentation hides initialisations from this analysis.
-  add_compile_options(-Wno-maybe-uninitialized)
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   add_link_options(-fsanitize=${ZMT_SANITIZE})
+endif()
+
+if(ZMT_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 if(ZMT_COVERAGE)
