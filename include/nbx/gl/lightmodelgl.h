@@ -23,9 +23,10 @@ public:
     int getMode() const { return mode_; }
     const Color & getAmbient() const { return ambient_; }
 
-    /// Switches lighting as the current attribute of `engine` says; without one by its enabled lights. To be
-    /// called when the lights have changed.
-    static void updateLighting(Engine * engine);
+    /// Switches lighting as the current attribute of `engine` says; without one by its enabled lights. Under
+    /// a `DisableShading` it is off. To be called when the lights have changed. `leaving` is an attribute
+    /// that is just ceasing to be the current one; null for none.
+    static void updateLighting(Engine * engine, const MonoAttribute * leaving = nullptr);
 
 private:
     int mode_;

@@ -4,6 +4,7 @@
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/enginegl.h>
+#include <nbx/scene/disableshading.h>
 #include <nbx/scene/light.h>
 
 namespace NBX {
@@ -15,8 +16,10 @@ LightModelGL::LightModelGL(int mode, const Color & ambient)
 
 namespace {
 
-void enableLighting(bool on) {
-    if (on)
+/// `leaving` is an attribute that is just ceasing to be the current one; null for none.
+void enableLighting(const Engine & engine, bool on, const MonoAttribute * leaving = nullptr) {
+    const MonoAttribute * disabling = engine.getAttribute(DisableShading::ClassNameNBX());
+    if (on && (!disabling || disabling == leaving))
         glEnable(GL_LIGHTING);
     else
         glDisable(GL_LIGHTING);
@@ -28,9 +31,9 @@ bool hasLights(const Engine & engine) {
 
 } // namespace
 
-void LightModelGL::updateLighting(Engine * engine) {
+void LightModelGL::updateLighting(Engine * engine, const MonoAttribute * leaving) {
     const auto * model = dynamic_cast<const LightModelGL *>(engine->getAttribute(ClassNameNBX()));
-    enableLighting(model ? (model->getMode() & M_Lighting) != 0 : hasLights(*engine));
+    enableLighting(*engine, model ? (model->getMode() & M_Lighting) != 0 : hasLights(*engine), leaving);
 }
 
 namespace {
@@ -44,12 +47,24 @@ public:
         const auto & model = entering ? static_cast<const LightModelGL &>(*attribute) : defaults;
         glLightModelfv(GL_LIGHT_MODEL_AMBIENT, model.getAmbient().data());
         glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, (model.getMode() & LightModelGL::M_TwoSided) != 0);
-        enableLighting(entering ? (model.getMode() & LightModelGL::M_Lighting) != 0 : hasLights(*engine));
+        enableLighting(*engine,
+                       entering ? (model.getMode() & LightModelGL::M_Lighting) != 0 : hasLights(*engine));
         return true;
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new LightModelPainterGL), true);
+class DisableShadingPainterGL : public MonoAttributePainter {
+public:
+    ID target() const override { return DisableShading::ClassNameNBX(); }
+
+    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
+        LightModelGL::updateLighting(engine, entering ? nullptr : attribute);
+        return true;
+    }
+};
+
+const bool registered = (EngineGL::registerHandler(new LightModelPainterGL),
+                         EngineGL::registerHandler(new DisableShadingPainterGL), true);
 
 } // namespace
 

@@ -3,6 +3,7 @@
 #include "support/glfixture.h"
 
 #include <nbx/scene/directionallight.h>
+#include <nbx/scene/disableshading.h>
 
 using namespace NBX;
 
@@ -44,5 +45,36 @@ TEST_F(LightModelGLTest, withoutAModelTheLightsDecide) {
     EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
     engine->pop(light.get());
     LightModelGL::updateLighting(engine.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+}
+
+TEST_F(LightModelGLTest, nothingIsLitWhileShadingIsDisabled) {
+    const SO<LightModelGL> lit = new LightModelGL(1), later = new LightModelGL(1);
+    const SO<DisableShading> outer = new DisableShading, inner = new DisableShading;
+    engine->push(lit.get());
+    engine->push(outer.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->push(later.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->push(inner.get());
+    engine->pop(inner.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->pop(later.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->pop(outer.get());
+    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
+    engine->pop(lit.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+}
+
+TEST_F(LightModelGLTest, lightsAreOutWhileShadingIsDisabled) {
+    const SO<DirectionalLight> light = new DirectionalLight();
+    const SO<DisableShading> disabling = new DisableShading;
+    engine->push(disabling.get());
+    engine->push(light.get());
+    EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+    engine->pop(disabling.get());
+    EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
+    engine->pop(light.get());
     EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
 }

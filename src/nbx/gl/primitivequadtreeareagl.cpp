@@ -1,0 +1,11 @@
+#include <nbx/gl/primitivequadtreeareagl.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(PrimitiveQuadTreeAreaGL, MonoAttribute)
+
+ID PrimitiveQuadTreeAreaGL::category() const {
+    return ClassNameNBX();
+}
+
+} // namespace NBX

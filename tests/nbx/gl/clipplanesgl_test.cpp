@@ -1,0 +1,93 @@
+#include <nbx/gl/clipplanesgl.h>
+
+#include "support/glfixture.h"
+
+#include <nbx/gl/enginegl.h>
+#include <nbx/scene/box.h>
+#include <nbx/scene/clipplane.h>
+#include <nbx/scene/translation.h>
+
+using namespace NBX;
+
+namespace {
+
+class ClipPlanesGLTest : public GLFixture {
+protected:
+    /// The middle line of the picture, a letter for each eight pixels: whether the box is seen there.
+    std::string columns() {
+        const SO<Image> image = draw();
+        std::string result;
+        for (int x = 4; x < 64; x += 8)
+            result += pixel(image, x, 32)[0] ? '#' : '.';
+        return result;
+    }
+    static unsigned active() {
+        unsigned count = 0;
+        for (unsigned i = 0; i < ClipPlane::maxPlanes; ++i)
+            count += glIsEnabled(GL_CLIP_PLANE0 + i) == GL_TRUE;
+        return count;
+    }
+    static SO<ClipPlane> rightOf(double x) { return new ClipPlane({1, 0, 0}, -x); }
+    static SO<ClipPlane> leftOf(double x) { return new ClipPlane({-1, 0, 0}, x); }
+    SO<Box> box{new Box(Bounds({-2, -2, -0.5}, {2, 2, 0.5}))};
+};
+
+} // namespace
+
+TEST_F(ClipPlanesGLTest, whatLiesBehindAPlaneIsCutAway) {
+    root->append(rightOf(-0.5).get());
+    root->append(box.get());
+    EXPECT_EQ("..######", columns());
+    EXPECT_EQ(0U, active());
+}
+
+TEST_F(ClipPlanesGLTest, allPlanesHoldTogether) {
+    root->append(rightOf(-0.5).get());
+    root->append(leftOf(0.25).get());
+    root->append(box.get());
+    EXPECT_EQ("..###...", columns());
+}
+
+TEST_F(ClipPlanesGLTest, aPlaneIsInTheFrameInWhichItIsPushed) {
+    root->append(new Translation({0.5, 0, 0}));
+    root->append(rightOf(-0.5).get());
+    root->append(new Translation({1.0, 0, 0}));
+    root->append(box.get());
+    EXPECT_EQ("....####", columns());
+}
+
+TEST_F(ClipPlanesGLTest, aPlaneMayBeMovedBetweenItsUses) {
+    const SO<ClipPlane> plane = rightOf(0.0);
+    for (const unsigned cut : {1U, 3U, 6U}) {
+        plane->setPlane({1, 0, 0}, 1.0 - cut / 4.0);
+        engine->push(plane.get());
+        GLdouble equation[4];
+        glGetClipPlane(GL_CLIP_PLANE0, equation);
+        EXPECT_EQ(1.0 - cut / 4.0, equation[3]);
+        engine->pop(plane.get());
+    }
+}
+
+TEST_F(ClipPlanesGLTest, aDisabledPlaneCutsNothing) {
+    const SO<ClipPlane> plane = rightOf(-0.5);
+    plane->setEnableState(false);
+    root->append(plane.get());
+    root->append(leftOf(0.5).get());
+    root->append(box.get());
+    EXPECT_EQ("######..", columns());
+}
+
+TEST_F(ClipPlanesGLTest, theFirstSixHold) {
+    std::vector<SO<ClipPlane>> planes;
+    for (unsigned i = 0; i < 7; ++i) {
+        planes.push_back(rightOf(-double(i)));
+        engine->push(planes.back().get());
+        EXPECT_EQ(std::min(i + 1, 6U), active());
+    }
+    EXPECT_EQ(1U, reports.size());
+    reports.clear();
+    for (unsigned i = 7; i-- > 0;) {
+        engine->pop(planes[i].get());
+        EXPECT_EQ(std::min(i, 6U), active());
+    }
+}

@@ -1,0 +1,201 @@
+#include <nbx/scene/polygonsettool.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+#include <nbx/container/array.h>
+#include <nbx/scene/polygonset.h>
+#include <support/recordedreports.h>
+
+namespace {
+
+using namespace NBX;
+using V = Vector3Base<double>;
+using Triangle = std::array<unsigned, 3>;
+using Sets = std::vector<SO<PolygonSet>>;
+
+SO<PolygonSet::Vertices> vectors(std::vector<V> values) {
+    return new Array<V>(std::move(values));
+}
+
+SO<PolygonSet::Indices> numbers(std::vector<unsigned> values) {
+    return new Array<unsigned>(std::move(values));
+}
+
+/// Vertex i is (first + i, (first + i)^2, 0), so that no three lie on a line.
+SO<PolygonSet::Vertices> points(unsigned n, unsigned first = 0) {
+    std::vector<V> values;
+    for (unsigned i = first; i < first + n; ++i)
+        values.emplace_back(i, double(i) * i, 0.0);
+    return vectors(std::move(values));
+}
+
+/// A triangle as the x of its corners, beginning with the least, in the direction in which it turns.
+std::vector<Triangle> trianglesOf(const PolygonSet & set) {
+    std::vector<Triangle> result;
+    Triangle t{};
+    for (unsigned i = 0; i < set.triangles(); ++i) {
+        if (!set.triangle(i, t)) continue;
+        for (unsigned & corner : t)
+            corner = static_cast<unsigned>(set.newVertexIterator()->get(corner).x);
+        if (t[0] == t[1] || t[1] == t[2] || t[2] == t[0]) continue;
+        std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+        result.push_back(t);
+    }
+    std::sort(result.begin(), result.end());
+    return result;
+}
+
+std::vector<Triangle> turned(std::vector<Triangle> triangles) {
+    for (Triangle & t : triangles)
+        std::swap(t[1], t[2]);
+    std::sort(triangles.begin(), triangles.end());
+    return triangles;
+}
+
+SO<PolygonSet> merged(const Sets & sets) {
+    const SO<Array<SO<PolygonSet>>> list(new Array<SO<PolygonSet>>(Sets(sets)));
+    return PolygonSetTool::mergePolygonSets(list.get());
+}
+
+const PolygonSet::PrimitiveType allTypes[] = {PolygonSet::PT_Triangles, PolygonSet::PT_TriangleStrip,
+                                              PolygonSet::PT_TriangleFan, PolygonSet::PT_Quads};
+
+TEST(PolygonSetTool, everyTriangleTurnsTheOtherWay) {
+    for (const auto type :
+         {PolygonSet::PT_Triangles, PolygonSet::PT_TriangleStrip, PolygonSet::PT_TriangleFan})
+        for (unsigned n = 0; n < 12; ++n) {
+            const SO<PolygonSet> set(new PolygonSet(type, points(n)));
+            const SO<PolygonSet> result = PolygonSetTool::invertOrientation(set.get());
+            EXPECT_EQ(turned(trianglesOf(*set)), trianglesOf(*result)) << type << ", corners: " << n;
+            EXPECT_EQ(type, result->getPrimitiveType());
+        }
+}
+
+TEST(PolygonSetTool, quadsTurnTheOtherWay) {
+    // A quad may be cut along its other diagonal; its corners in their order are what counts.
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Quads, points(9)));
+    const SO<PolygonSet> result = PolygonSetTool::invertOrientation(set.get());
+    const std::vector<unsigned> corners(result->newIndexIterator()->begin(),
+                                        result->newIndexIterator()->end());
+    EXPECT_EQ((std::vector<unsigned>{3, 2, 1, 0, 7, 6, 5, 4, 8}), corners);
+}
+
+TEST(PolygonSetTool, turningTwiceGivesTheSameTriangles) {
+    std::mt19937 random(7);
+    for (const auto type : allTypes)
+        for (unsigned n = 3; n < 20; ++n) {
+            std::vector<unsigned> indices(n);
+            for (unsigned & i : indices)
+                i = random() % 30;
+            const SO<PolygonSet> set(new PolygonSet(type, points(30), numbers(indices)));
+            const SO<PolygonSet> twice =
+                PolygonSetTool::invertOrientation(PolygonSetTool::invertOrientation(set.get()).get());
+            EXPECT_EQ(trianglesOf(*set), trianglesOf(*twice)) << type << ", corners: " << n;
+        }
+}
+
+TEST(PolygonSetTool, turningKeepsTheNumberOfCornersAndTheGivenSet) {
+    const SO<PolygonSet> set(
+        new PolygonSet(PolygonSet::PT_Triangles, points(6), numbers({0, 1, 2, 3, 4, 5, 2})));
+    set->setNormalIterator(vectors(std::vector<V>(6, V(0, 1, 0))));
+    const SO<PolygonSet> result = PolygonSetTool::invertOrientation(set.get());
+    EXPECT_EQ(7U, result->newIndexIterator()->size());
+    EXPECT_EQ(set->newVertexIterator(), result->newVertexIterator());
+    EXPECT_EQ(V(0, -1, 0), result->newNormalIterator()->get(5));
+    EXPECT_EQ(V(0, 1, 0), set->newNormalIterator()->get(5));
+    EXPECT_EQ(1U, set->newIndexIterator()->get(1));
+    EXPECT_FALSE(PolygonSetTool::invertOrientation(nullptr));
+}
+
+TEST(PolygonSetTool, anEmptySetStaysEmpty) {
+    const SO<PolygonSet> result = PolygonSetTool::invertOrientation(SO<PolygonSet>(new PolygonSet).get());
+    ASSERT_TRUE(result);
+    EXPECT_EQ(0U, result->triangles());
+}
+
+TEST(PolygonSetTool, nothingMergesToNull) {
+    EXPECT_FALSE(PolygonSetTool::mergePolygonSets(nullptr));
+    EXPECT_FALSE(merged({}));
+    EXPECT_FALSE(merged({nullptr, new PolygonSet, new PolygonSet(PolygonSet::PT_Triangles, points(2))}));
+}
+
+TEST(PolygonSetTool, theTrianglesOfAllKindsAreMerged) {
+    Sets sets;
+    std::vector<Triangle> expected;
+    unsigned first = 0;
+    for (const auto type : allTypes) {
+        sets.push_back(new PolygonSet(type, points(8, first)));
+        sets.push_back(new PolygonSet(type, points(8, first + 8), numbers({7, 0, 6, 1, 5, 2, 4, 3})));
+        first += 16;
+    }
+    for (const auto & set : sets) {
+        const std::vector<Triangle> triangles = trianglesOf(*set);
+        expected.insert(expected.end(), triangles.begin(), triangles.end());
+    }
+    const SO<PolygonSet> result = merged(sets);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(PolygonSet::PT_Triangles, result->getPrimitiveType());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(expected, trianglesOf(*result));
+}
+
+TEST(PolygonSetTool, quadsAloneStayQuads) {
+    const SO<PolygonSet> result =
+        merged({new PolygonSet(PolygonSet::PT_Quads, points(4)), nullptr,
+                new PolygonSet(PolygonSet::PT_Quads, points(8, 4), numbers({4, 5, 6, 7}))});
+    ASSERT_TRUE(result);
+    EXPECT_EQ(PolygonSet::PT_Quads, result->getPrimitiveType());
+    EXPECT_EQ((std::vector<Triangle>{{0, 1, 2}, {0, 2, 3}, {8, 9, 10}, {8, 10, 11}}), trianglesOf(*result));
+}
+
+TEST(PolygonSetTool, attributesThatNoSetHasAreNotMadeUp) {
+    const SO<PolygonSet> result = merged({new PolygonSet(PolygonSet::PT_Triangles, points(3))});
+    EXPECT_FALSE(result->newNormalIterator());
+    EXPECT_FALSE(result->newColorIterator());
+    for (unsigned unit = 0; unit < PolygonSet::maxTextureUnits; ++unit)
+        EXPECT_FALSE(result->newTextureIterator(unit));
+}
+
+TEST(PolygonSetTool, missingAttributesAreFilledIn) {
+    const SO<PolygonSet> plain(new PolygonSet(PolygonSet::PT_Triangles, points(3)));
+    const SO<PolygonSet> rich(new PolygonSet(PolygonSet::PT_Triangles, points(3, 3)));
+    rich->setNormalIterator(vectors(std::vector<V>(3, V(1, 0, 0))));
+    rich->setColorIterator(new Array<Color>(std::vector<Color>(3, Color(1.0F, 0.0F, 0.0F))));
+    rich->setTextureIterator(vectors(std::vector<V>(3, V(2, 2, 0))), 0);
+    rich->setTextureIterator(vectors(std::vector<V>(3, V(3, 3, 0))), 1);
+    plain->setTextureIterator(vectors(std::vector<V>(3, V(5, 5, 0))), 0);
+    for (const bool richFirst : {true, false}) {
+        const unsigned ofRich = richFirst ? 0 : 3, ofPlain = 3 - ofRich;
+        const SO<PolygonSet> result = merged(richFirst ? Sets{rich, plain} : Sets{plain, rich});
+        EXPECT_EQ(V(1, 0, 0), result->newNormalIterator()->get(ofRich));
+        EXPECT_EQ(V(0, 0, 1), result->newNormalIterator()->get(ofPlain));
+        EXPECT_EQ(Color(1.0F, 0.0F, 0.0F), result->newColorIterator()->get(ofRich));
+        EXPECT_EQ(Color::white, result->newColorIterator()->get(ofPlain));
+        EXPECT_EQ(V(5, 5, 0), result->newTextureIterator(0)->get(ofPlain));
+        EXPECT_EQ(V(3, 3, 0), result->newTextureIterator(1)->get(ofRich));
+        EXPECT_EQ(V(5, 5, 0), result->newTextureIterator(1)->get(ofPlain));
+    }
+}
+
+TEST(PolygonSetTool, tooFewAttributesAreCompleted) {
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, points(3)));
+    set->setColorIterator(new Array<Color>(std::vector<Color>(1, Color::black)));
+    const SO<PolygonSet> result = merged({set});
+    ASSERT_EQ(3U, result->newColorIterator()->size());
+    EXPECT_EQ(Color::white, result->newColorIterator()->get(2));
+}
+
+TEST(PolygonSetTool, cornersBeyondTheVerticesAreReported) {
+    RecordedReports reports;
+    const SO<PolygonSet> result =
+        merged({new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 1, 2, 0, 1, 3})),
+                new PolygonSet(PolygonSet::PT_Triangles, points(3, 10))});
+    EXPECT_EQ((std::vector<Triangle>{{0, 1, 2}, {10, 11, 12}}), trianglesOf(*result));
+    EXPECT_EQ(1U, reports.size());
+    EXPECT_FALSE(merged({new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 1, 3}))}));
+}
+
+} // namespace
