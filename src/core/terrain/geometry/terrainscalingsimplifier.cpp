@@ -1,0 +1,33 @@
+#include <zmt/core/terrain/geometry/terrainscalingsimplifier.h>
+
+#include <nbx/engine/engine.h>
+#include <nbx/scene/scaling.h>
+#include <zmt/core/terrain/geometry/terrainscaling.h>
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(TerrainScalingSimplifier, NBX::AttributeSimplifier)
+
+NBX::ID TerrainScalingSimplifier::target() const {
+    return TerrainScaling::ClassNameNBX();
+}
+
+bool TerrainScalingSimplifier::simplify(NBX::Engine * engine, const NBX::Attribute * attribute,
+                                        bool entering) {
+    const auto * terrainScaling = dynamic_cast<const TerrainScaling *>(attribute);
+    if (!terrainScaling) return false;
+    const NBX::SO<NBX::Scaling> scaling(new NBX::Scaling(terrainScaling->getScaling()));
+    if (entering)
+        engine->pushModelMatrix(scaling->getMatrix());
+    else
+        engine->popModelMatrix();
+    return true;
+}
+
+namespace {
+
+const bool registered = (NBX::Engine::registerHandler(new TerrainScalingSimplifier), true);
+
+} // namespace
+
+} // namespace ZMT::CORE
