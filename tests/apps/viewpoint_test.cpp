@@ -1,4 +1,4 @@
-#include "renderscene.h"
+#include "viewpoint.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,164 @@
+#include "viewpoint.h"
+
+#include "commands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+
+#include <nbx/scene/lookat.h>
+#include <nbx/scene/perspective.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+
+namespace {
+
+using Point = NBX::Vector3Base<double>;
+using ZMT::CORE::GridData;
+
+constexpr double s_fieldOfView = 45.0;
+constexpr unsigned s_largestSide = 16384;
+
+/// Where to stand for a view, in scene coordinates with the heights exaggerated.
+class ViewpointFinder {
+public:
+    /// `interest` is what a close-up should show, in scene coordinates; undefined for no preference.
+    ViewpointFinder(const GridData & grid, double exaggeration, const NBX::Bounds & interest)
+        : grid_(grid), exaggeration_(exaggeration), interest_(interest),
+          offset_(grid.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset()) {
+        const NBX::Bounds box = grid.boundingBox();
+        box_ = NBX::Bounds(scaled(box.getLLF() + offset_), scaled(box.getURB() + offset_));
+        size_ = std::max(box_.diagonal().x, box_.diagonal().z);
+    }
+
+    Viewpoint find(const View & view) const {
+        return view.coordinates ? given(*view.coordinates) : named(view.name);
+    }
+
+private:
+    Point scaled(const Point & p) const { return {p.x, p.y * exaggeration_, p.z}; }
+
+    Viewpoint given(const std::array<double, 6> & c) const {
+        const auto point = [this](double x, double y, double height) {
+            return scaled(ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y)));
+        };
+        return {point(c[0], c[1], c[2]), point(c[3], c[4], c[5])};
+    }
+
+    Viewpoint named(const std::string & name) const {
+        const Point centre = box_.center();
+        if (name == "north") return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
+        if (name == "closeup") return closeUp();
+        return {centre + Point(size_ * 0.12, size_ * 0.66 + box_.diagonal().y, -size_ * 1.05),
+                centre - Point(0.0, 0.0, size_ * 0.12)};
+    }
+
+    /// Over a slope, looking at the highest place around which all heights are known.
+    Viewpoint closeUp() const {
+        const Point summit = findSummit();
+        const double distance = size_ * 0.1;
+        Point eye = summit + Point(-distance * 0.4, 0.0, -distance);
+        eye.x = std::clamp(eye.x, box_.getLLF().x, box_.getURB().x);
+        eye.y = summit.y + distance * 0.35;
+        return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
+    }
+
+    /// The highest vertex among the blocks around which fewest heights are unknown.
+    Point findSummit() const {
+        Block best{grid_.vertex(0U, 0U), SIZE_MAX};
+        for (unsigned j = 1; j + 1 < s_blocks; ++j)
+            for (unsigned i = 1; i + 1 < s_blocks; ++i) {
+                const Block block = measureBlock(i, j);
+                if (!std::isfinite(block.summit.y) || !isOfInterest(block.summit)) continue;
+                const bool isHigher = block.unknown == best.unknown && block.summit.y > best.summit.y;
+                if (block.unknown < best.unknown || isHigher) best = block;
+            }
+        return scaled(best.summit + offset_);
+    }
+
+    struct Block {
+        Point summit;        ///< in coordinates of the grid
+        std::size_t unknown; ///< undefined heights in the block and in those around it
+    };
+
+    Block measureBlock(unsigned i, unsigned j) const {
+        const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / s_blocks; };
+        const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / s_blocks; };
+        Block result{Point(0.0, -HUGE_VAL, 0.0), 0};
+        for (std::size_t y = row(j - 1); y < row(j + 2); ++y)
+            for (std::size_t x = column(i - 1); x < column(i + 2); ++x) {
+                const Point p = grid_.vertex(unsigned(x), unsigned(y));
+                result.unknown += grid_.isUndefinedHeightValue(p.y);
+                const bool isInside = x >= column(i) && x < column(i + 1) && y >= row(j) && y < row(j + 1);
+                if (isInside && p.y > result.summit.y) result.summit = p;
+            }
+        return result;
+    }
+
+    bool isOfInterest(const Point & p) const {
+        return !interest_.isDefined() || interest_.containsPointInPlane(p + offset_, 0, 2);
+    }
+
+    static constexpr unsigned s_blocks = 48;
+
+    const GridData & grid_;
+    double exaggeration_;
+    NBX::Bounds interest_;
+    Point offset_; ///< from coordinates of the grid to the scene
+    NBX::Bounds box_;
+    double size_;
+};
+
+} // namespace
+
+View parseView(const std::string & text) {
+    if (text == "overview" || text == "closeup" || text == "north") return {text, {}};
+    std::array<double, 6> c{};
+    char rest = 0;
+    const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &c[0], &c[1], &c[2], &c[3], &c[4],
+                                 &c[5], &rest);
+    const bool isFinite = std::all_of(c.begin(), c.end(), [](double v) { return std::isfinite(v); });
+    if (read != 6 || !isFinite)
+        throw UsageError("--view must be overview, closeup, north or six numbers EX,EY,EZ,AX,AY,AZ: " + text);
+    if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3))
+        throw UsageError("--view: eye and aim are the same point");
+    return {"", c};
+}
+
+PictureSize parsePictureSize(const std::string & text) {
+    unsigned width = 0, height = 0;
+    char rest = 0;
+    const bool isSize = text.find('-') == std::string::npos &&
+                        std::sscanf(text.c_str(), "%6ux%6u%c", &width, &height, &rest) == 2;
+    if (!isSize || width < 1 || height < 1 || width > s_largestSide || height > s_largestSide)
+        throw UsageError("--size must be WIDTHxHEIGHT, each from 1 to " + std::to_string(s_largestSide) +
+                         ": " + text);
+    return {width, height};
+}
+
+void addViewOptions(CLI::App & command, std::string & view, std::string & size) {
+    command.add_option("--size", size, "Size of the picture in pixels, WIDTHxHEIGHT")->capture_default_str();
+    command
+        .add_option(
+            "--view", view,
+            "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
+            "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
+        ->capture_default_str();
+}
+
+Viewpoint findViewpoint(const View & view, const GridData & grid, double exaggeration,
+                        const NBX::Bounds & interest) {
+    return ViewpointFinder(grid, exaggeration, interest).find(view);
+}
+
+NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box) {
+    const auto & [eye, aim] = viewpoint;
+    const double depth = (box.center() - eye).length() + box.diagonal().length();
+    const double nearest = (box.nearestPoint(eye) - eye).length();
+    const double near = std::max(nearest * 0.5, depth * 1e-4);
+    NBX::SO<NBX::LookAt> lookAt(new NBX::LookAt(eye, aim, Point(0.0, 1.0, 0.0)));
+    if (eye.x == aim.x && eye.z == aim.z) lookAt->setUp(Point(0.0, 0.0, 1.0));
+    NBX::SO<NBX::Perspective> perspective(new NBX::Perspective(s_fieldOfView, near, depth));
+    return new NBX::Camera(lookAt.get(), perspective.get());
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include <nbx/math/bounds.h>
+#include <nbx/object/so.h>
+#include <nbx/scene/camera.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+
+namespace CLI {
+class App;
+}
+
+struct PictureSize {
+    unsigned width, height;
+};
+
+/// WIDTHxHEIGHT in pixels. Throws `UsageError`.
+PictureSize parsePictureSize(const std::string & text);
+
+/// A view by name, or eye and aim in map coordinates: x, y, height of each.
+struct View {
+    std::string name;
+    std::optional<std::array<double, 6>> coordinates;
+};
+
+/// Throws `UsageError`.
+View parseView(const std::string & text);
+
+/// Adds the options `--view` and `--size`.
+void addViewOptions(CLI::App & command, std::string & view, std::string & size);
+
+/// Where the camera stands and what it looks at, in scene coordinates.
+struct Viewpoint {
+    NBX::Vector3Base<double> eye, aim;
+};
+
+/// The viewpoint for `view` of a terrain whose heights are exaggerated. `interest` is what a close-up should
+/// show, in scene coordinates; undefined for no preference.
+Viewpoint findViewpoint(const View & view, const ZMT::CORE::GridData & grid, double exaggeration,
+                        const NBX::Bounds & interest);
+
+/// A camera that sees all of `box`, the scene's, as far as it lies in front.
+NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box);
