@@ -1,12 +1,47 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 
+#include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
+#include <nbx/scene/distantlight.h>
 #include <nbx/scene/polygonset.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/texture/createtexture.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 
 namespace ZMT::CORE {
+
+namespace {
+
+/// Of light maps, where the ground is no grid.
+constexpr int s_lightMapSize = 2100;
+/// The sun of a light map stands lower than it is given, so that gentle slopes show.
+constexpr double s_sunFlattening = 2.5;
+
+NBX::SO<NBX::MemoryImage> newLightMapImage(const GeometryData * data, NBX::LayerSequence layers) {
+    const auto * grid = dynamic_cast<const GridData *>(data);
+    const int width = grid ? static_cast<int>(grid->sizeX()) : s_lightMapSize;
+    const int height = grid ? static_cast<int>(grid->sizeY()) : s_lightMapSize;
+    return new NBX::MemoryImage(width, height, layers, NBX::Image::UInt8, 8, NBX::ML_Interleaved);
+}
+
+/// Puts the scene's origin where patches are drawn right, while it lives.
+class SceneOriginScope {
+public:
+    explicit SceneOriginScope(const Terrain::Point & origin) : before_(GeoTransformation::nbx2geoOffset()) {
+        GeoTransformation::setNBXOrigin(origin);
+    }
+    ~SceneOriginScope() { GeoTransformation::setNBXOrigin(before_); }
+    SceneOriginScope(const SceneOriginScope &) = delete;
+    SceneOriginScope & operator=(const SceneOriginScope &) = delete;
+
+private:
+    Terrain::Point before_;
+};
+
+} // namespace
 
 Terrain::Terrain() : NBX::Shape(true) {}
 
@@ -55,6 +90,20 @@ bool Terrain::resampleRasterData(RASTER::SimpleRasterData<float> * target) const
 
 NBX::SO<NBX::PolygonSet> Terrain::extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const {
     return data()->extractMesh(box, progress);
+}
+
+NBX::SO<TerrainTexture> Terrain::createStaticLightMap(double shade, const Point & direction) {
+    const Point flattened(direction.x, direction.y / s_sunFlattening, direction.z);
+    const NBX::SO<NBX::DistantLight> light(new NBX::DistantLight(flattened, NBX::Color::white, 1.0, 0.5));
+    const auto image = newLightMapImage(data().get(), NBX::LS_Luminance);
+    const SceneOriginScope scope(origin());
+    return CreateTexture::createShading(this, light, image, NBX::Color(1.0 - shade), Point(1, 1, 1));
+}
+
+NBX::SO<TerrainTexture> Terrain::createDynamicLightMap() {
+    const auto image = newLightMapImage(data().get(), NBX::LS_RGB);
+    const SceneOriginScope scope(origin());
+    return CreateTexture::createNormal(this, image, Point(1, 1, 1));
 }
 
 void Terrain::acceptChildren(std::vector<NBX::Visitable *> & children) const {

@@ -18,6 +18,7 @@ namespace ZMT::CORE {
 
 class GeometryData;
 class GeometryPatch;
+class TerrainTexture;
 
 /// What an application puts into a scene to show a landscape: the geometry of the whole area, and the root
 /// of a tree of levels of detail over it. Draws nothing itself; the engine finds the painter by its class.
@@ -45,6 +46,13 @@ public:
     virtual std::pair<double, double> getCellSize() const;
     virtual bool resampleRasterData(RASTER::SimpleRasterData<float> * target) const;
     virtual NBX::SO<NBX::PolygonSet> extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const;
+    /// The light that falls on the ground, to be modulated with what shows there. `direction` leads to the
+    /// light; it counts as if it stood lower, with its height divided by 2.5. The larger `shade`, from 0 to
+    /// 1, the darker the whole picture. One pixel for each vertex of a grid. Render thread.
+    virtual NBX::SO<TerrainTexture> createStaticLightMap(double shade, const Point & direction);
+    /// The normals of the ground, for light that is computed while drawing: each component, from -1 to 1, as
+    /// a colour from 0 to 1. The size is as above. Render thread.
+    virtual NBX::SO<TerrainTexture> createDynamicLightMap();
 
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;
