@@ -1,13 +1,20 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 
+#include <algorithm>
+#include <cmath>
+
+#include <nbx/container/array.h>
+#include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/scene/distantlight.h>
 #include <nbx/scene/polygonset.h>
+#include <nbx/scene/polygonsettool.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/createtexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
@@ -40,6 +47,20 @@ public:
 private:
     Terrain::Point before_;
 };
+
+/// What the terrain's textures take the place of.
+void clearAppearance(NBX::PolygonSet & set) {
+    set.setNormalIterator(nullptr);
+    set.setTextureIterator(nullptr, 0);
+    set.setColorIterator(nullptr);
+}
+
+/// One level for every factor of four above a thousand corners.
+unsigned levelsFor(const NBX::PolygonSet & set) {
+    unsigned n = set.newVertexIterator() ? set.newVertexIterator()->size() : 0;
+    if (set.newIndexIterator()) n = set.newIndexIterator()->size();
+    return static_cast<unsigned>(std::max(std::log(n / 1000.0), 0.0) / std::log(4.0) + 0.5);
+}
 
 } // namespace
 
@@ -104,6 +125,28 @@ NBX::SO<TerrainTexture> Terrain::createDynamicLightMap() {
     const auto image = newLightMapImage(data().get(), NBX::LS_RGB);
     const SceneOriginScope scope(origin());
     return CreateTexture::createNormal(this, image, Point(1, 1, 1));
+}
+
+NBX::SO<TerrainTexturedGeometry>
+Terrain::createTerrainTexturedTriangles(const std::vector<NBX::SO<NBX::PolygonSet>> & sets) {
+    for (const NBX::SO<NBX::PolygonSet> & set : sets)
+        if (set) clearAppearance(*set);
+    const NBX::SO<NBX::Array<NBX::SO<NBX::PolygonSet>>> list(
+        new NBX::Array<NBX::SO<NBX::PolygonSet>>(std::vector<NBX::SO<NBX::PolygonSet>>(sets)));
+    const NBX::SO<NBX::PolygonSet> merged = NBX::PolygonSetTool::mergePolygonSets(list.get());
+    return merged ? createTerrainTexturedTriangles(merged) : nullptr;
+}
+
+NBX::SO<TerrainTexturedGeometry> Terrain::createTerrainTexturedTriangles(NBX::SO<NBX::PolygonSet> set) {
+    if (!set) return nullptr;
+    // Terrains are painted with front faces that wind clockwise.
+    set = NBX::PolygonSetTool::invertOrientation(set.get());
+    clearAppearance(*set);
+    if (const auto vertices = set->newVertexIterator())
+        set->setVertexIterator(GeoTransformation::geo2nbxTf(vertices));
+    const NBX::SO<NBX::PrimitiveQuadTreeGL> tree(
+        new NBX::PrimitiveQuadTreeGL(levelsFor(*set), set, NBX::Bounds(), true));
+    return new TerrainTexturedTriangles(tree, Point());
 }
 
 void Terrain::acceptChildren(std::vector<NBX::Visitable *> & children) const {

@@ -29,6 +29,8 @@
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
+#include "terraintexgen.h"
+
 namespace ZMT::CORE {
 
 namespace {
@@ -51,10 +53,6 @@ const NBX::SO<NBX::ShapeMaterialGL>
 const NBX::SO<NBX::DepthBufferGL> outerWallDepth(new NBX::DepthBufferGL(8, true, true, GL_LESS, 0.0, 1.0));
 
 const NBX::SO<NBX::LightModelGL> outerWallLight(new NBX::LightModelGL(0));
-
-const NBX::SO<NBX::TexGenGL> terrainTexGen(
-    new NBX::TexGenGL(NBX::TexGenGL::M_ObjectLinear,
-                      NBX::Matrix4x4Base<double>({1, 0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1})));
 
 NBX::SO<NBX::AttributeComposite> outerWallAttributes() {
     NBX::SO<NBX::AttributeComposite> attributes(new NBX::AttributeComposite);
@@ -136,7 +134,7 @@ private:
 
         TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() = NBX::Bounds();
         const TerrainPainterFrameManager::Info info{engine_, inMotion_};
-        const NBX::AttributeScope texGen(engine_, terrainTexGen.get());
+        const NBX::AttributeScope texGen(engine_, terrainTexGen().get());
         TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
         traverse(*terrain.root(), 0, static_cast<unsigned>(rotation));
         TerrainPainterFrameManager::CallEndFrameCallbacks(info);
@@ -274,7 +272,7 @@ bool TerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
 
 namespace {
 
-const bool registered = (NBX::EngineGL::registerHandler(new TerrainPainterGL), true);
+const bool registered = (terrainTexGen(), NBX::EngineGL::registerHandler(new TerrainPainterGL), true);
 
 } // namespace
 

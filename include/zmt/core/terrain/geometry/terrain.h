@@ -1,6 +1,7 @@
 #pragma once
 
 #include <utility>
+#include <vector>
 
 #include <nbx/object/so.h>
 #include <nbx/scene/shape.h>
@@ -18,6 +19,7 @@ namespace ZMT::CORE {
 
 class GeometryData;
 class GeometryPatch;
+class TerrainTexturedGeometry;
 class TerrainTexture;
 
 /// What an application puts into a scene to show a landscape: the geometry of the whole area, and the root
@@ -53,6 +55,15 @@ public:
     /// The normals of the ground, for light that is computed while drawing: each component, from -1 to 1, as
     /// a colour from 0 to 1. The size is as above. Render thread.
     virtual NBX::SO<TerrainTexture> createDynamicLightMap();
+
+    /// Triangles that take the textures of the terrain, made of all the sets together as by the operation
+    /// below. Normals, colours and the texture coordinates of unit 0 are taken from the sets given. Null when
+    /// there are no triangles.
+    virtual NBX::SO<TerrainTexturedGeometry>
+    createTerrainTexturedTriangles(const std::vector<NBX::SO<NBX::PolygonSet>> & sets);
+    /// The triangles lie where the set has them, in geo coordinates and with its heights; they show where
+    /// they wind counter-clockwise as seen in the picture. Null for null.
+    virtual NBX::SO<TerrainTexturedGeometry> createTerrainTexturedTriangles(NBX::SO<NBX::PolygonSet> set);
 
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;
