@@ -1,0 +1,391 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <list>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <nbx/object/callback.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/nbxtime.h>
+#include <nbx/object/wo.h>
+#include <zmt/core/misc/mutex.h>
+#include <zmt/core/misc/thread.h>
+
+namespace ZMT::CORE {
+
+/// Maps keys to resources that take long to prepare: a cache within a budget, a queue of requests by
+/// priority, and a worker thread that serves them. It is paced by frames.
+///
+/// `request` answers at once with what is there; what is not is prepared later, or right away where the
+/// caller cannot wait. Wanting a resource is repeated every frame: the priorities of a request add up, fade
+/// by `s_fading` a frame, and a request that was not repeated for `requestAgeLimit` frames is forgotten.
+///
+/// (1) Only one preparation runs at a time. (2) A key is prepared once, unless its resource was dropped, or
+/// it was demanded at once while it was being prepared. (3) At the end of a frame the cache is cut to the
+/// budget, those used longest ago first; what was used since the frame began stays even over budget. (4) The
+/// resource of a key that has died goes at the end of the frame. (5) Keys, resources and preparers are
+/// released by the threads that call `beginFrame`, `endFrame` and `request`, never by the worker.
+///
+/// Everything belongs to the render thread, but for the calls of the preparer, of `sizeOf` and of `now`. The
+/// destructor of a subclass calls `shutdown`. An exception of a preparer on the worker ends the process.
+template <class K, class V> class ResourceManager : public Thread {
+    using Self = ResourceManager;
+    NBX_TEMPLATE_CLASS(Self, Thread)
+public:
+    using Preparer = NBX::CallbackR1<NBX::SO<V>, NBX::SO<K>>;
+
+    /// From this priority on, the resource is prepared within the call.
+    static constexpr double s_immediately = 1e42;
+    /// A priority that asks only for what is there, as any of 0 or less.
+    static constexpr double s_lookOnly = -1e42;
+    /// What is left of a request's priority after one frame.
+    static constexpr double s_fading = 0.8;
+    /// Seconds without work after which the worker ends; the next frame with requests starts it again.
+    static constexpr double s_idleTime = 1.0;
+
+    /// `maxMemory` in bytes; `requestAgeLimit` in frames; `idleSleep` in seconds is the worker's pause
+    /// between looks into an empty queue. Without `multiThreaded` each `beginFrame` prepares the one resource
+    /// that the frame before wanted most, and forgets the other requests.
+    ResourceManager(double maxMemory, bool multiThreaded, unsigned requestAgeLimit, double idleSleep)
+        : Thread(P_BelowNormal, true), maxMemory_(maxMemory), multiThreaded_(multiThreaded),
+          requestAgeLimit_(requestAgeLimit), idleSleep_(idleSleep),
+          mutex_(multiThreaded ? new Mutex : nullptr), prepareMutex_(multiThreaded ? new Mutex : nullptr) {}
+    ResourceManager(const ResourceManager &) = delete;
+    ResourceManager & operator=(const ResourceManager &) = delete;
+    ~ResourceManager() override {
+        NBX_CHECK(!multiThreaded_ || !isRunning(), L"shutdown() must be called before destruction");
+        ResourceManager::shutdown();
+    }
+
+    /// The worker: serves requests until none came for `s_idleTime`, or `shutdown` is called.
+    void run() override;
+
+    virtual void beginFrame();
+    virtual void endFrame();
+    /// The resource of `key`, which counts as a use; null when it is not there. A resource that is not there
+    /// is queued if `priority` is above 0, and prepared at once from `s_immediately` on; then the call waits
+    /// for a preparation that runs. Without `preparer` this is a look only.
+    virtual NBX::SO<V> request(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
+    /// Drops the resource of `key` now.
+    virtual void remove(const NBX::SO<K> & key);
+    /// Bytes of all that is cached.
+    virtual double usedMemory() const;
+    virtual double maxMemory() const;
+    /// Takes effect at the end of the frame.
+    virtual void setMaxMemory(double maxMemory);
+    /// Bytes that the resource of `key` takes. Called from any thread.
+    virtual double sizeOf(const NBX::SO<K> & key) const = 0;
+    /// Ends the worker, after the preparation that it is at.
+    virtual void shutdown();
+    /// Prepares the resource that is wanted most, the one requested first among equals.
+    virtual void prepareOne();
+
+protected:
+    struct Entry {
+        NBX::WO<K> key;
+        const K * address; ///< of the key, for the index only
+        NBX::SO<V> value;
+        double size;
+    };
+    using Entries = std::list<Entry>;
+    using Position = typename Entries::iterator;
+
+    struct Request {
+        NBX::SO<K> key;
+        double priority;
+        unsigned frame; ///< in which it was last made
+        NBX::SO<Preparer> preparer;
+    };
+    using Requests = std::list<Request>;
+
+    /// The worker's clock.
+    virtual NBX::NBXTime now() const { return NBX::NBXTime::now(); }
+
+    double maxMemory_;
+    double usedMemory_ = 0.0;
+    const bool multiThreaded_;
+    const unsigned requestAgeLimit_;
+    const double idleSleep_;
+    Entries cache_; ///< used last first
+    /// The entry whose first use in this frame lies back the farthest, and which therefore is the last one
+    /// used in this frame; `end` while none was. When it is used again, it leaves that place to its
+    /// neighbour.
+    Position frameMarker_ = cache_.end();
+    unsigned frame_ = 0;
+    Requests requests_; ///< in the order of their first request
+    /// Guards the cache, the requests, their indices, `released_` and `shutdownRequested_`. Null, as the next
+    /// one, without multi-threading. Taken before the next one.
+    const NBX::SO<Mutex> mutex_;
+    const NBX::SO<Mutex> prepareMutex_; ///< held around every call of a preparer
+    bool shutdownRequested_ = false;
+
+private:
+    using RequestName = std::pair<const K *, const Preparer *>;
+    struct RequestHash {
+        std::size_t operator()(const RequestName & name) const {
+            return std::hash<const void *>()(name.first) * 31 + std::hash<const void *>()(name.second);
+        }
+    };
+
+    static RequestName nameOf(const Request & request) { return {request.key.get(), request.preparer.get()}; }
+
+    // All of these expect `mutex_` to be held.
+    Position find(const K * key);
+    void use(Position entry);
+    void insert(const NBX::SO<K> & key, NBX::SO<V> value, double size);
+    void take(Position entry, Entries & taken);
+    void enqueue(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
+    typename Requests::iterator take(typename Requests::iterator request, Requests & taken);
+    bool takeMostWanted(Requests & taken);
+    void release(Requests & requests);
+    void startWorkerIfNeeded();
+
+    void fadeRequests();
+    void dropReleased();
+
+    /// By the address of the key. An entry whose key died may be followed by one for a new key at the same
+    /// address; then the index knows the new one only.
+    std::unordered_map<const K *, Position> index_;
+    std::unordered_map<RequestName, typename Requests::iterator, RequestHash> requestIndex_;
+    /// What the worker is done with.
+    std::vector<NBX::SO<NBX::SharedObj>> released_;
+};
+
+template <class K, class V> void ResourceManager<K, V>::run() {
+    double lastWork = now();
+    do {
+        bool hasWork;
+        {
+            const MutexLocker lock(mutex_.get());
+            if (shutdownRequested_) return;
+            hasWork = !requests_.empty();
+        }
+        if (hasWork) {
+            prepareOne();
+            lastWork = now();
+        } else {
+            sleep(idleSleep_);
+        }
+    } while (lastWork + s_idleTime > now());
+}
+
+template <class K, class V> void ResourceManager<K, V>::beginFrame() {
+    {
+        const MutexLocker lock(mutex_.get());
+        frameMarker_ = cache_.end();
+        ++frame_;
+    }
+    if (!multiThreaded_) {
+        prepareOne();
+        requestIndex_.clear();
+        requests_.clear();
+        return;
+    }
+    fadeRequests();
+    sleep(0.0);
+}
+
+template <class K, class V> void ResourceManager<K, V>::fadeRequests() {
+    Requests dropped;
+    const MutexLocker lock(mutex_.get());
+    for (auto i = requests_.begin(); i != requests_.end();) {
+        if (i->frame + requestAgeLimit_ < frame_) {
+            i = take(i, dropped);
+            continue;
+        }
+        i->priority *= s_fading;
+        ++i;
+    }
+    startWorkerIfNeeded();
+}
+
+template <class K, class V> void ResourceManager<K, V>::endFrame() {
+    dropReleased();
+    Entries dropped;
+    {
+        const MutexLocker lock(mutex_.get());
+        for (Position entry = cache_.begin(); entry != cache_.end();) {
+            const Position next = std::next(entry);
+            if (!entry->key) take(entry, dropped);
+            entry = next;
+        }
+        while (usedMemory() > maxMemory() && !cache_.empty()) {
+            const Position oldest = std::prev(cache_.end());
+            if (oldest == frameMarker_) break;
+            take(oldest, dropped);
+        }
+        if (multiThreaded_) startWorkerIfNeeded();
+    }
+    if (multiThreaded_) sleep(0.0);
+}
+
+template <class K, class V>
+NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer,
+                                          double priority) {
+    const MutexLocker lock(mutex_.get());
+    const Position entry = find(key.get());
+    if (entry != cache_.end()) {
+        use(entry);
+        return entry->value;
+    }
+    if (!key || !preparer || priority <= 0.0) return nullptr;
+    if (priority < s_immediately) {
+        enqueue(key, preparer, priority);
+        return nullptr;
+    }
+    const MutexLocker preparing(prepareMutex_.get());
+    const NBX::SO<V> value = preparer->call(key);
+    insert(key, value, sizeOf(key));
+    return value;
+}
+
+template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> & key) {
+    Entries dropped;
+    const MutexLocker lock(mutex_.get());
+    const Position entry = find(key.get());
+    if (entry != cache_.end()) take(entry, dropped);
+}
+
+template <class K, class V> double ResourceManager<K, V>::usedMemory() const {
+    const MutexLocker lock(mutex_.get());
+    return usedMemory_;
+}
+
+template <class K, class V> double ResourceManager<K, V>::maxMemory() const {
+    return maxMemory_;
+}
+
+template <class K, class V> void ResourceManager<K, V>::setMaxMemory(double maxMemory) {
+    maxMemory_ = maxMemory;
+}
+
+template <class K, class V> void ResourceManager<K, V>::shutdown() {
+    if (!multiThreaded_ || !isRunning()) return;
+    {
+        const MutexLocker lock(mutex_.get());
+        shutdownRequested_ = true;
+    }
+    while (isRunning())
+        sleep(idleSleep_);
+}
+
+template <class K, class V> void ResourceManager<K, V>::prepareOne() {
+    Requests taken;
+    {
+        const MutexLocker lock(mutex_.get());
+        if (!takeMostWanted(taken)) return;
+    }
+    const Request & request = taken.front();
+    NBX::SO<V> value;
+    {
+        const MutexLocker preparing(prepareMutex_.get());
+        value = request.preparer->call(request.key);
+    }
+    const double size = sizeOf(request.key);
+
+    const MutexLocker lock(mutex_.get());
+    insert(request.key, std::move(value), size);
+    for (auto i = requests_.begin(); i != requests_.end(); ++i)
+        if (i->key == request.key) {
+            take(i, taken);
+            break;
+        }
+    release(taken);
+}
+
+template <class K, class V> auto ResourceManager<K, V>::find(const K * key) -> Position {
+    const auto found = index_.find(key);
+    return found != index_.end() && found->second->key ? found->second : cache_.end();
+}
+
+template <class K, class V> void ResourceManager<K, V>::use(Position entry) {
+    if (entry == frameMarker_ && entry != cache_.begin()) frameMarker_ = std::prev(entry);
+    cache_.splice(cache_.begin(), cache_, entry);
+    if (frameMarker_ == cache_.end()) frameMarker_ = entry;
+}
+
+/// A resource that the key has already is replaced.
+template <class K, class V>
+void ResourceManager<K, V>::insert(const NBX::SO<K> & key, NBX::SO<V> value, double size) {
+    const Position known = find(key.get());
+    if (known != cache_.end()) {
+        use(known);
+        std::swap(known->value, value);
+        released_.emplace_back(value.get());
+        usedMemory_ += size - known->size;
+        known->size = size;
+        return;
+    }
+    cache_.push_front(Entry{NBX::WO<K>(key), key.get(), std::move(value), size});
+    index_[key.get()] = cache_.begin();
+    usedMemory_ += size;
+    if (frameMarker_ == cache_.end()) frameMarker_ = cache_.begin();
+}
+
+template <class K, class V> void ResourceManager<K, V>::take(Position entry, Entries & taken) {
+    usedMemory_ -= entry->size;
+    if (entry == frameMarker_) frameMarker_ = entry == cache_.begin() ? cache_.end() : std::prev(entry);
+    const auto found = index_.find(entry->address);
+    if (found != index_.end() && found->second == entry) index_.erase(found);
+    taken.splice(taken.end(), cache_, entry);
+}
+
+template <class K, class V>
+void ResourceManager<K, V>::enqueue(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer,
+                                    double priority) {
+    const auto found = requestIndex_.find({key.get(), preparer.get()});
+    if (found != requestIndex_.end()) {
+        found->second->priority += priority;
+        found->second->frame = frame_;
+        return;
+    }
+    requests_.push_back(Request{key, priority, frame_, preparer});
+    requestIndex_.emplace(nameOf(requests_.back()), std::prev(requests_.end()));
+}
+
+template <class K, class V>
+auto ResourceManager<K, V>::take(typename Requests::iterator request, Requests & taken) ->
+    typename Requests::iterator {
+    const auto next = std::next(request);
+    requestIndex_.erase(nameOf(*request));
+    taken.splice(taken.end(), requests_, request);
+    return next;
+}
+
+/// Requests whose resource has been demanded at once meanwhile are dropped.
+template <class K, class V> bool ResourceManager<K, V>::takeMostWanted(Requests & taken) {
+    while (!requests_.empty()) {
+        auto best = requests_.begin();
+        for (auto i = std::next(best); i != requests_.end(); ++i)
+            if (i->priority > best->priority) best = i;
+        take(best, taken);
+        if (find(taken.front().key.get()) == cache_.end()) return true;
+        release(taken);
+    }
+    return false;
+}
+
+/// Leaves the last word on the lifetime of what the worker held to the render thread.
+template <class K, class V> void ResourceManager<K, V>::release(Requests & requests) {
+    for (const Request & request : requests) {
+        released_.emplace_back(request.key.get());
+        released_.emplace_back(request.preparer.get());
+    }
+    requests.clear();
+}
+
+template <class K, class V> void ResourceManager<K, V>::dropReleased() {
+    std::vector<NBX::SO<NBX::SharedObj>> released;
+    const MutexLocker lock(mutex_.get());
+    released.swap(released_);
+}
+
+template <class K, class V> void ResourceManager<K, V>::startWorkerIfNeeded() {
+    if (!requests_.empty() && !isRunning()) start();
+}
+
+} // namespace ZMT::CORE

@@ -1,0 +1,714 @@
+#include <zmt/core/misc/resourcemanager.h>
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <support/recordedreports.h>
+
+#include <zmt/core/misc/semaphore.h>
+
+using NBX::SO;
+using ZMT::CORE::MutexLocker;
+using ZMT::CORE::ResourceManager;
+using ZMT::CORE::Semaphore;
+using ZMT::CORE::Thread;
+
+namespace {
+
+class Key : public NBX::SharedObj {
+    NBX_TEMPLATE_CLASS(Key, NBX::SharedObj)
+public:
+    explicit Key(std::string keyName, double keySize = 10.0) : name(std::move(keyName)), size(keySize) {}
+    const std::string name;
+    const double size;
+};
+
+class Resource : public NBX::SharedObj {
+    NBX_TEMPLATE_CLASS(Resource, NBX::SharedObj)
+public:
+    explicit Resource(std::string keyName) : name(std::move(keyName)) {}
+    ~Resource() override {
+        if (diedOn) *diedOn = std::this_thread::get_id();
+    }
+    const std::string name;
+    std::thread::id * diedOn = nullptr;
+};
+
+/// Notes the keys that it is called with.
+class Preparer : public NBX::CallbackR1<SO<Resource>, SO<Key>> {
+    using Base = NBX::CallbackR1<SO<Resource>, SO<Key>>;
+    NBX_TEMPLATE_CLASS(Preparer, Base)
+public:
+    SO<Resource> call(SO<Key> key) override {
+        if (during) during();
+        const std::lock_guard lock(mutex_);
+        calls_ += key->name;
+        thread_ = std::this_thread::get_id();
+        return givesNull ? nullptr : new Resource(key->name);
+    }
+    std::string calls() const {
+        const std::lock_guard lock(mutex_);
+        return calls_;
+    }
+    std::thread::id thread() const {
+        const std::lock_guard lock(mutex_);
+        return thread_;
+    }
+    std::function<void()> during;
+    bool givesNull = false;
+
+private:
+    mutable std::mutex mutex_;
+    std::string calls_;
+    std::thread::id thread_;
+};
+
+class Manager : public ResourceManager<Key, Resource> {
+    using Base = ResourceManager<Key, Resource>;
+    NBX_TEMPLATE_CLASS(Manager, Base)
+public:
+    explicit Manager(double maxMemory = 1000.0, bool multiThreaded = false, unsigned ageLimit = 5,
+                     double idleSleep = 0.001)
+        : ResourceManager(maxMemory, multiThreaded, ageLimit, idleSleep) {}
+    ~Manager() override {
+        if (shutsDown) shutdown();
+    }
+
+    double sizeOf(const SO<Key> & key) const override { return key->size; }
+    NBX::NBXTime now() const override { return clock ? NBX::NBXTime(clock()) : NBX::NBXTime::now(); }
+
+    /// The cached resources, used last first.
+    std::string cached() const {
+        const MutexLocker lock(mutex_.get());
+        std::string names;
+        for (const Entry & entry : cache_)
+            names += entry.value ? entry.value->name : "-";
+        return names;
+    }
+    /// The requested keys in the order of their first request.
+    std::string requested() const {
+        const MutexLocker lock(mutex_.get());
+        std::string names;
+        for (const Request & request : requests_)
+            names += request.key->name;
+        return names;
+    }
+    double priorityOf(const SO<Key> & key) const {
+        const MutexLocker lock(mutex_.get());
+        for (const Request & request : requests_)
+            if (request.key == key) return request.priority;
+        return 0.0;
+    }
+    void waitForWorker() const {
+        while (isRunning())
+            sleep(0.001);
+    }
+
+    std::function<double()> clock;
+    bool shutsDown = true;
+};
+
+SO<Key> key(const char * name, double size = 10.0) {
+    return new Key(name, size);
+}
+
+class ResourceManagerTest : public testing::Test {
+protected:
+    void TearDown() override { EXPECT_TRUE(reports.empty()) << reports; }
+
+    /// Prepared at once.
+    SO<Resource> demand(Manager & manager, const SO<Key> & wanted) {
+        return manager.request(wanted, preparer, Manager::s_immediately);
+    }
+    static SO<Resource> look(Manager & manager, const SO<Key> & wanted) {
+        return manager.request(wanted, nullptr, Manager::s_lookOnly);
+    }
+
+    RecordedReports reports;
+    const SO<Preparer> preparer{new Preparer};
+    const SO<Manager> manager{new Manager};
+    const SO<Key> a = key("a"), b = key("b"), c = key("c"), d = key("d");
+};
+
+TEST_F(ResourceManagerTest, ALookPreparesAndQueuesNothing) {
+    for (const double priority : {-1e42, -1.0, 0.0}) {
+        EXPECT_FALSE(manager->request(a, preparer, priority));
+        EXPECT_EQ(manager->requested(), "") << priority;
+    }
+    EXPECT_FALSE(manager->request(a, nullptr, 5.0)) << "nobody could prepare it";
+    EXPECT_FALSE(manager->request(a, nullptr, 1e42));
+    EXPECT_FALSE(manager->request(nullptr, preparer, 1e42));
+    EXPECT_EQ(manager->requested(), "");
+    EXPECT_EQ(preparer->calls(), "");
+}
+
+TEST_F(ResourceManagerTest, AtTheHighestPriorityTheResourceComesAtOnce) {
+    const SO<Resource> resource = demand(*manager, a);
+    ASSERT_TRUE(resource);
+    EXPECT_EQ(resource->name, "a");
+    EXPECT_EQ(preparer->thread(), std::this_thread::get_id());
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+    EXPECT_EQ(look(*manager, a), resource);
+    EXPECT_EQ(demand(*manager, a), resource);
+    EXPECT_EQ(preparer->calls(), "a");
+    EXPECT_FALSE(manager->request(b, preparer, std::nextafter(1e42, 0.0))) << "just below";
+    EXPECT_EQ(manager->requested(), "b");
+}
+
+TEST_F(ResourceManagerTest, RequestsQueueInOrderAndAddUp) {
+    EXPECT_FALSE(manager->request(a, preparer, 1.0));
+    EXPECT_FALSE(manager->request(b, preparer, 0.5));
+    EXPECT_FALSE(manager->request(a, preparer, 2.0));
+    EXPECT_EQ(manager->requested(), "ab");
+    EXPECT_EQ(manager->priorityOf(a), 3.0);
+    EXPECT_EQ(manager->priorityOf(b), 0.5);
+    const SO<Preparer> other(new Preparer);
+    manager->request(a, other, 4.0);
+    EXPECT_EQ(manager->requested(), "aba") << "another preparer is another request";
+    EXPECT_EQ(manager->priorityOf(a), 3.0);
+}
+
+TEST_F(ResourceManagerTest, OnePreparationServesTwoPreparersOfAKey) {
+    const SO<Preparer> other(new Preparer);
+    manager->request(a, preparer, 1.0);
+    manager->request(a, other, 2.0);
+    manager->prepareOne();
+    EXPECT_EQ(other->calls(), "a");
+    EXPECT_EQ(manager->requested(), "");
+    manager->prepareOne();
+    EXPECT_EQ(preparer->calls(), "");
+}
+
+TEST_F(ResourceManagerTest, OnlyOneFurtherRequestOfAKeyGoesWithIt) {
+    const SO<Preparer> second(new Preparer), third(new Preparer);
+    manager->request(a, preparer, 1.0);
+    manager->request(a, second, 1.0);
+    manager->request(a, third, 1.0);
+    manager->prepareOne();
+    EXPECT_EQ(manager->requested(), "a");
+    manager->prepareOne();
+    EXPECT_EQ(manager->requested(), "");
+    EXPECT_EQ(preparer->calls() + second->calls() + third->calls(), "a") << "it is there by now";
+}
+
+TEST_F(ResourceManagerTest, TheMostWantedIsPreparedFirstTheEarliestOnTies) {
+    manager->request(a, preparer, 1.0);
+    manager->request(b, preparer, 3.0);
+    manager->request(c, preparer, 3.0);
+    manager->request(d, preparer, 2.0);
+    for (int i = 0; i < 5; ++i)
+        manager->prepareOne();
+    EXPECT_EQ(preparer->calls(), "bcda");
+    EXPECT_EQ(manager->cached(), "adcb");
+    EXPECT_EQ(manager->usedMemory(), 40.0);
+}
+
+TEST_F(ResourceManagerTest, WhatWasDemandedMeanwhileIsNotPreparedAgain) {
+    manager->request(a, preparer, 2.0);
+    manager->request(b, preparer, 1.0);
+    demand(*manager, a);
+    manager->prepareOne();
+    EXPECT_EQ(preparer->calls(), "ab");
+    EXPECT_EQ(manager->usedMemory(), 20.0);
+}
+
+TEST_F(ResourceManagerTest, AKeyDemandedDuringItsPreparationIsCountedOnce) {
+    manager->request(a, preparer, 1.0);
+    SO<Resource> demanded;
+    const SO<Preparer> other(new Preparer);
+    preparer->during = [&] { demanded = manager->request(a, other, 1e42); };
+    manager->prepareOne();
+    ASSERT_TRUE(demanded);
+    EXPECT_EQ(manager->cached(), "a");
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+    EXPECT_NE(look(*manager, a), demanded);
+}
+
+TEST_F(ResourceManagerTest, ANullResourceIsCachedToo) {
+    preparer->givesNull = true;
+    EXPECT_FALSE(demand(*manager, a));
+    EXPECT_FALSE(manager->request(a, preparer, 1.0));
+    EXPECT_EQ(manager->requested(), "");
+    EXPECT_EQ(manager->cached(), "-");
+    EXPECT_EQ(preparer->calls(), "a");
+}
+
+TEST_F(ResourceManagerTest, RemovesOneResource) {
+    demand(*manager, a);
+    demand(*manager, b);
+    manager->remove(a);
+    manager->remove(a);
+    manager->remove(c);
+    manager->remove(nullptr);
+    EXPECT_EQ(manager->cached(), "b");
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+    EXPECT_FALSE(look(*manager, a));
+    demand(*manager, a);
+    EXPECT_EQ(preparer->calls(), "aba");
+}
+
+// Frames without a worker.
+
+TEST_F(ResourceManagerTest, WithoutAWorkerEachFramePreparesTheMostWantedOfTheFrameBefore) {
+    manager->beginFrame();
+    manager->request(a, preparer, 1.0);
+    manager->request(b, preparer, 2.0);
+    manager->endFrame();
+    EXPECT_EQ(preparer->calls(), "");
+    manager->beginFrame();
+    EXPECT_EQ(preparer->calls(), "b");
+    EXPECT_EQ(manager->requested(), "") << "the others have to ask again";
+    EXPECT_TRUE(look(*manager, b));
+    manager->endFrame();
+    manager->beginFrame();
+    EXPECT_EQ(preparer->calls(), "b");
+    EXPECT_FALSE(manager->isRunning());
+}
+
+TEST_F(ResourceManagerTest, TheCacheIsInOrderOfLastUse) {
+    for (const auto & wanted : {a, b, c})
+        demand(*manager, wanted);
+    EXPECT_EQ(manager->cached(), "cba");
+    look(*manager, a);
+    EXPECT_EQ(manager->cached(), "acb");
+    demand(*manager, a);
+    EXPECT_EQ(manager->cached(), "acb");
+}
+
+TEST_F(ResourceManagerTest, TheEndOfAFrameDropsWhatWasUsedLongestAgo) {
+    for (const auto & wanted : {a, b, c, d})
+        demand(*manager, wanted);
+    manager->beginFrame();
+    look(*manager, a);
+    manager->setMaxMemory(25.0);
+    EXPECT_EQ(manager->maxMemory(), 25.0);
+    EXPECT_EQ(manager->usedMemory(), 40.0) << "only the end of the frame looks";
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "ad");
+    EXPECT_EQ(manager->usedMemory(), 20.0);
+}
+
+TEST_F(ResourceManagerTest, AFullBudgetIsWithinTheBudget) {
+    for (const auto & wanted : {a, b})
+        demand(*manager, wanted);
+    manager->setMaxMemory(20.0);
+    manager->beginFrame();
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "ba");
+}
+
+TEST_F(ResourceManagerTest, WhatAFrameUsesStaysOverBudgetUntilAFrameDoesNot) {
+    manager->setMaxMemory(15.0);
+    manager->beginFrame();
+    for (const auto & wanted : {a, b, c})
+        demand(*manager, wanted);
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "cba");
+    EXPECT_GT(manager->usedMemory(), manager->maxMemory());
+
+    manager->beginFrame();
+    look(*manager, b);
+    look(*manager, c);
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "cb");
+
+    manager->beginFrame();
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "c");
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+}
+
+TEST_F(ResourceManagerTest, UsingTheFirstOneAgainKeepsTheOthersOfTheFrame) {
+    for (const auto & wanted : {d, a, b, c})
+        demand(*manager, wanted);
+    manager->setMaxMemory(5.0);
+    manager->beginFrame();
+    look(*manager, a);
+    look(*manager, b);
+    look(*manager, a);
+    look(*manager, a);
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "ab");
+    manager->beginFrame();
+    look(*manager, a);
+    manager->remove(a);
+    look(*manager, b);
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "b");
+}
+
+TEST_F(ResourceManagerTest, APreparationCountsAsUseInItsFrame) {
+    manager->setMaxMemory(5.0);
+    manager->beginFrame();
+    manager->request(a, preparer, 1.0);
+    manager->endFrame();
+    manager->beginFrame();
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "a");
+    manager->beginFrame();
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "");
+    EXPECT_EQ(manager->usedMemory(), 0.0);
+}
+
+TEST_F(ResourceManagerTest, TheResourceOfADeadKeyGoesAtTheEndOfTheFrame) {
+    SO<Key> dying = key("x", 7.0);
+    demand(*manager, a);
+    demand(*manager, dying);
+    manager->beginFrame();
+    look(*manager, dying);
+    look(*manager, a);
+    dying = nullptr;
+    EXPECT_EQ(manager->usedMemory(), 17.0);
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "a");
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+}
+
+TEST_F(ResourceManagerTest, ANewKeyInThePlaceOfADeadOneIsAnotherKey) {
+    // The storage is the same for all, so that the addresses are.
+    struct Placed : Key {
+        using Key::Key;
+        static void * operator new(std::size_t size) {
+            static void * const storage = ::operator new(size);
+            return storage;
+        }
+        static void operator delete(void *) {}
+    };
+    SO<Key> placed(new Placed("1"));
+    const Key * const address = placed.get();
+    demand(*manager, placed);
+    placed = nullptr;
+    placed = new Placed("2");
+    ASSERT_EQ(placed.get(), address);
+    EXPECT_FALSE(look(*manager, placed));
+    demand(*manager, placed);
+    EXPECT_EQ(manager->cached(), "21");
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "2");
+    EXPECT_EQ(look(*manager, placed)->name, "2");
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+}
+
+/// The linear look-ups that the index stands for, on names.
+struct Reference {
+    struct Entry {
+        std::string name;
+        double size;
+        bool isUsed;
+    };
+    bool use(const std::string & name) {
+        const auto found =
+            std::find_if(entries.begin(), entries.end(), [&](const Entry & e) { return e.name == name; });
+        if (found == entries.end()) return false;
+        found->isUsed = true;
+        entries.splice(entries.begin(), entries, found);
+        return true;
+    }
+    void insert(const std::string & name, double size) { entries.push_front({name, size, true}); }
+    void endFrame(double budget) {
+        while (used() > budget && !entries.empty() && !entries.back().isUsed)
+            entries.pop_back();
+        for (Entry & entry : entries)
+            entry.isUsed = false;
+    }
+    double used() const {
+        double sum = 0.0;
+        for (const Entry & entry : entries)
+            sum += entry.size;
+        return sum;
+    }
+    std::string names() const {
+        std::string text;
+        for (const Entry & entry : entries)
+            text += entry.name;
+        return text;
+    }
+    std::list<Entry> entries;
+};
+
+TEST_F(ResourceManagerTest, AgreesWithLinearLookUps) {
+    constexpr unsigned seed = 4711;
+    std::mt19937 random(seed);
+    std::vector<SO<Key>> keys;
+    for (int i = 0; i < 20; ++i)
+        keys.push_back(key(std::string(1, static_cast<char>('A' + i)).c_str(), 1.0 + i % 4));
+    Reference reference;
+    for (int frame = 0; frame < 500; ++frame) {
+        const double budget = random() % 30;
+        manager->setMaxMemory(budget);
+        manager->beginFrame();
+        for (unsigned uses = random() % 12; uses > 0; --uses) {
+            const SO<Key> & wanted = keys[random() % keys.size()];
+            const bool isThere = static_cast<bool>(look(*manager, wanted));
+            ASSERT_EQ(isThere, reference.use(wanted->name)) << "frame " << frame << ", seed " << seed;
+            if (isThere || random() % 3 == 0) continue;
+            demand(*manager, wanted);
+            reference.insert(wanted->name, wanted->size);
+        }
+        manager->endFrame();
+        reference.endFrame(budget);
+        ASSERT_EQ(manager->cached(), reference.names()) << "frame " << frame << ", seed " << seed;
+        ASSERT_EQ(manager->usedMemory(), reference.used());
+    }
+}
+
+// The worker's loop, on this thread and under a stepped clock.
+
+TEST_F(ResourceManagerTest, TheLoopServesAllAndEndsAfterASecondWithoutWork) {
+    double time = 100.0;
+    int looks = 0;
+    manager->clock = [&] {
+        ++looks;
+        return time += 0.25;
+    };
+    manager->request(a, preparer, 1.0);
+    manager->request(b, preparer, 2.0);
+    manager->run();
+    EXPECT_EQ(preparer->calls(), "ba");
+    // The start, two looks for each of two preparations, and four idle rounds of a quarter of a second.
+    EXPECT_EQ(looks, 1 + 2 * 2 + 3);
+}
+
+TEST_F(ResourceManagerTest, TheLoopEndsExactlyAtASecond) {
+    double time = 0.0;
+    int looks = 0;
+    manager->clock = [&] { return ++looks == 1 ? time : time = 1.0; };
+    manager->run();
+    EXPECT_EQ(looks, 2);
+}
+
+TEST_F(ResourceManagerTest, WorkKeepsTheLoopGoing) {
+    double time = 0.0;
+    manager->clock = [&] { return time += 0.3; };
+    int left = 10;
+    preparer->during = [&] {
+        if (--left > 0) manager->request(key("n"), preparer, 1.0);
+    };
+    manager->request(a, preparer, 1.0);
+    manager->run();
+    EXPECT_EQ(left, 0);
+}
+
+// With a worker.
+
+class ThreadedResourceManagerTest : public ResourceManagerTest {
+protected:
+    /// Lets the worker wait inside the preparation of its first key.
+    void holdWorker() {
+        preparer->during = [this, first = true]() mutable {
+            if (!std::exchange(first, false)) return;
+            arrived->increase();
+            go->decrease();
+        };
+    }
+
+    const SO<Semaphore> go{new Semaphore}, arrived{new Semaphore};
+    const SO<Manager> threaded{new Manager(1000.0, true)};
+};
+
+TEST_F(ThreadedResourceManagerTest, TheWorkerStartsWithRequestsOnly) {
+    threaded->beginFrame();
+    threaded->endFrame();
+    EXPECT_FALSE(threaded->isRunning());
+    threaded->request(a, preparer, 1.0);
+    EXPECT_FALSE(threaded->isRunning()) << "frames start it";
+    threaded->endFrame();
+    EXPECT_TRUE(threaded->isRunning());
+    while (!look(*threaded, a))
+        Thread::sleep(0.001);
+    EXPECT_EQ(preparer->calls(), "a");
+    EXPECT_NE(preparer->thread(), std::this_thread::get_id());
+}
+
+TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {
+    std::atomic<double> time{0.0};
+    threaded->clock = [&] { return time.load(); };
+    for (const auto & wanted : {a, b}) {
+        threaded->beginFrame();
+        threaded->request(wanted, preparer, 1.0);
+        threaded->endFrame();
+        while (!look(*threaded, wanted))
+            Thread::sleep(0.001);
+        EXPECT_TRUE(threaded->isRunning()) << "its second is not over";
+        while (threaded->isRunning()) {
+            time = time + 1.0;
+            Thread::sleep(0.001);
+        }
+    }
+    threaded->request(c, preparer, 1.0);
+    threaded->beginFrame();
+    EXPECT_TRUE(threaded->isRunning()) << "the begin of a frame starts it as well";
+}
+
+TEST_F(ThreadedResourceManagerTest, PrioritiesFadeAndAddUp) {
+    holdWorker();
+    threaded->request(a, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+
+    const double p = 3.0;
+    double expected = 0.0;
+    for (int frame = 0; frame < 5; ++frame) {
+        threaded->beginFrame();
+        threaded->request(b, preparer, p);
+        expected = expected * 0.8 + p;
+        EXPECT_DOUBLE_EQ(threaded->priorityOf(b), expected);
+        threaded->endFrame();
+    }
+    EXPECT_NEAR(expected, p * (1 + 0.8 + 0.64 + 0.512 + 0.4096), 1e-12);
+    go->increase();
+}
+
+TEST_F(ThreadedResourceManagerTest, ARequestNotRepeatedIsForgottenAfterItsAge) {
+    holdWorker();
+    threaded->request(a, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+
+    threaded->beginFrame();
+    threaded->request(b, preparer, 1.0);
+    for (int frame = 1; frame <= 5; ++frame) {
+        threaded->beginFrame();
+        EXPECT_EQ(threaded->requested(), "b") << frame;
+    }
+    EXPECT_DOUBLE_EQ(threaded->priorityOf(b), std::pow(0.8, 5));
+    threaded->beginFrame();
+    EXPECT_EQ(threaded->requested(), "");
+    EXPECT_EQ(b->references(), 1);
+    go->increase();
+}
+
+TEST_F(ThreadedResourceManagerTest, ALookDoesNotWaitForAPreparationADemandDoes) {
+    holdWorker();
+    threaded->request(a, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+    EXPECT_FALSE(look(*threaded, b));
+    EXPECT_FALSE(threaded->request(b, preparer, 1.0));
+    threaded->beginFrame();
+    threaded->endFrame();
+
+    const SO<Preparer> other(new Preparer);
+    class Releaser : public Thread {
+        NBX_TEMPLATE_CLASS(Releaser, Thread)
+    public:
+        explicit Releaser(Semaphore * go) : go_(go) {}
+        void run() override {
+            sleep(0.02);
+            go_->increase();
+        }
+
+    private:
+        SO<Semaphore> go_;
+    };
+    const SO<Releaser> releaser(new Releaser(go.get()));
+    releaser->start();
+    EXPECT_TRUE(threaded->request(c, other, 1e42));
+    EXPECT_EQ(preparer->calls().substr(0, 1), "a") << "prepared before the demanded one";
+    while (releaser->isRunning())
+        Thread::sleep(0.001);
+}
+
+TEST_F(ThreadedResourceManagerTest, ShutdownWaitsForThePreparationAndServesNoFurther) {
+    holdWorker();
+    threaded->request(a, preparer, 2.0);
+    threaded->request(b, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+    go->increase();
+    threaded->shutdown();
+    EXPECT_FALSE(threaded->isRunning());
+    EXPECT_EQ(preparer->calls().substr(0, 1), "a");
+    threaded->shutdown();
+}
+
+TEST_F(ThreadedResourceManagerTest, TheWorkerIsNeverTheLastToHoldAnything) {
+    holdWorker();
+    std::thread::id diedOn;
+    class Mortal : public Key {
+        NBX_TEMPLATE_CLASS(Mortal, Key)
+    public:
+        explicit Mortal(std::thread::id * diedOn) : Key("m"), diedOn_(diedOn) {}
+        ~Mortal() override { *diedOn_ = std::this_thread::get_id(); }
+
+    private:
+        std::thread::id * diedOn_;
+    };
+    SO<Key> mortal(new Mortal(&diedOn));
+    threaded->request(mortal, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+    mortal = nullptr;
+    go->increase();
+    threaded->shutdown();
+    EXPECT_EQ(diedOn, std::thread::id());
+    threaded->endFrame();
+    EXPECT_EQ(diedOn, std::this_thread::get_id());
+    EXPECT_EQ(threaded->cached(), "");
+    EXPECT_EQ(threaded->usedMemory(), 0.0);
+}
+
+TEST_F(ThreadedResourceManagerTest, DestructionWithAWorkerIsReported) {
+    NBX::ErrorHandler::Handler before = NBX::ErrorHandler::setHandler(nullptr);
+    int count = 0;
+    NBX::ErrorHandler::setHandler([&](const NBX::ErrorReport & report) {
+        ++count;
+        EXPECT_EQ(report.level, 0);
+        EXPECT_EQ(report.condition, L"!multiThreaded_ || !isRunning()");
+        EXPECT_EQ(report.message, L"shutdown() must be called before destruction");
+        go->increase();
+    });
+    class Holding : public Manager {
+        NBX_TEMPLATE_CLASS(Holding, Manager)
+    public:
+        explicit Holding(Semaphore * go) : Manager(1000.0, true), go_(go) { shutsDown = false; }
+        void run() override {
+            const SO<Semaphore> go = go_;
+            go->decrease();
+        }
+
+    private:
+        SO<Semaphore> go_;
+    };
+    {
+        const SO<Holding> holding(new Holding(go.get()));
+        holding->request(a, preparer, 1.0);
+        holding->endFrame();
+        // Until the worker holds the semaphore itself.
+        while (go->references() < 3)
+            Thread::sleep(0.001);
+    }
+    NBX::ErrorHandler::setHandler(before);
+    EXPECT_EQ(count, 1);
+}
+
+TEST_F(ThreadedResourceManagerTest, ServesMovingWishes) {
+    threaded->setMaxMemory(100.0);
+    const SO<Preparer> plain(new Preparer);
+    std::mt19937 random(7);
+    std::vector<SO<Key>> keys(50);
+    for (int frame = 0; frame < 300; ++frame) {
+        threaded->beginFrame();
+        for (int i = 0; i < 20; ++i) {
+            SO<Key> & wanted = keys[random() % keys.size()];
+            if (!wanted || random() % 10 == 0) wanted = key("k");
+            threaded->request(wanted, plain, random() % 100 == 0 ? 1e42 : 1.0 + random() % 10);
+        }
+        threaded->endFrame();
+    }
+    while (!threaded->requested().empty())
+        Thread::sleep(0.001);
+    threaded->shutdown();
+    keys.clear();
+    threaded->beginFrame();
+    threaded->endFrame();
+    EXPECT_EQ(threaded->cached(), "");
+    EXPECT_EQ(threaded->usedMemory(), 0.0);
+}
+
+} // namespace

@@ -1,0 +1,82 @@
+#include <zmt/core/misc/semaphore.h>
+
+#include <gtest/gtest.h>
+
+#include <nbx/object/so.h>
+#include <zmt/core/misc/thread.h>
+
+using ZMT::CORE::Semaphore;
+using ZMT::CORE::Thread;
+
+namespace {
+
+/// Takes `count` counts, one after the other.
+class Taker : public Thread {
+    NBX_TEMPLATE_CLASS(Taker, Thread)
+public:
+    Taker(Semaphore * semaphore, int count) : semaphore_(semaphore), count_(count) {}
+    void run() override {
+        for (int i = 0; i < count_; ++i) {
+            semaphore_->decrease();
+            ++taken;
+        }
+    }
+    std::atomic<int> taken{0};
+
+private:
+    NBX::SO<Semaphore> semaphore_;
+    int count_;
+};
+
+void waitForEnd(const Thread & thread) {
+    while (thread.isRunning())
+        Thread::sleep(0.001);
+}
+
+TEST(Semaphore, ANewOneBlocksUntilTheFirstIncrease) {
+    const NBX::SO<Semaphore> semaphore(new Semaphore);
+    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 1));
+    taker->start();
+    Thread::sleep(0.02);
+    EXPECT_EQ(taker->taken, 0);
+    semaphore->increase();
+    waitForEnd(*taker);
+    EXPECT_EQ(taker->taken, 1);
+}
+
+TEST(Semaphore, KeepsCountsForLater) {
+    const NBX::SO<Semaphore> semaphore(new Semaphore);
+    for (int i = 0; i < 3; ++i)
+        semaphore->increase();
+    for (int i = 0; i < 3; ++i)
+        semaphore->decrease();
+    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 2));
+    taker->start();
+    semaphore->increase();
+    Thread::sleep(0.02);
+    EXPECT_LE(taker->taken, 1) << "one count lets one pass";
+    semaphore->increase();
+    waitForEnd(*taker);
+    EXPECT_EQ(taker->taken, 2);
+}
+
+TEST(Semaphore, EachCountLetsOneOfSeveralPass) {
+    const NBX::SO<Semaphore> semaphore(new Semaphore);
+    const NBX::SO<Taker> a(new Taker(semaphore.get(), 50)), b(new Taker(semaphore.get(), 50));
+    a->start();
+    b->start();
+    for (int i = 0; i < 100; ++i)
+        semaphore->increase();
+    waitForEnd(*a);
+    waitForEnd(*b);
+    EXPECT_EQ(a->taken + b->taken, 100);
+}
+
+TEST(Semaphore, ACopyStandsForTheSameCount) {
+    const NBX::SO<Semaphore> semaphore(new Semaphore);
+    const NBX::SO<Semaphore> copy(new Semaphore(*semaphore));
+    copy->increase();
+    semaphore->decrease();
+}
+
+} // namespace

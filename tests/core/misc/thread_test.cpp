@@ -1,0 +1,220 @@
+#include <zmt/core/misc/thread.h>
+
+#include <functional>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <support/recordedreports.h>
+
+#include <nbx/object/nbxtime.h>
+#include <nbx/object/so.h>
+#include <zmt/core/misc/semaphore.h>
+
+using NBX::NBXTime;
+using ZMT::CORE::Semaphore;
+using ZMT::CORE::Thread;
+
+namespace {
+
+class Work : public Thread {
+    NBX_TEMPLATE_CLASS(Work, Thread)
+public:
+    explicit Work(std::function<void()> work, Priority priority = P_Normal, bool keepsRunning = true)
+        : Thread(priority, keepsRunning), work_(std::move(work)) {}
+    void run() override { work_(); }
+
+private:
+    std::function<void()> work_;
+};
+
+void waitForEnd(const Thread & thread) {
+    while (thread.isRunning())
+        Thread::sleep(0.001);
+}
+
+double secondsOf(double sleep) {
+    const double before = NBXTime::now();
+    Thread::sleep(sleep);
+    return NBXTime::now() - before;
+}
+
+TEST(Thread, RunsOnAThreadOfItsOwnAndSaysSo) {
+    const NBX::SO<Semaphore> go(new Semaphore);
+    pthread_t other = pthread_self();
+    const NBX::SO<Work> work(new Work([&] {
+        other = pthread_self();
+        go->decrease();
+    }));
+    EXPECT_FALSE(work->isRunning());
+    work->start();
+    EXPECT_TRUE(work->isRunning());
+    Thread::sleep(0.01);
+    EXPECT_TRUE(work->isRunning());
+    go->increase();
+    waitForEnd(*work);
+    EXPECT_FALSE(pthread_equal(other, pthread_self()));
+}
+
+TEST(Thread, MayBeStartedAgain) {
+    const RecordedReports reports;
+    int runs = 0;
+    const NBX::SO<Work> work(new Work([&] { ++runs; }));
+    for (int i = 1; i <= 20; ++i) {
+        work->start();
+        waitForEnd(*work);
+        EXPECT_EQ(runs, i);
+    }
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST(Thread, StartingARunningOneIsReportedAndStartsASecondThread) {
+    const RecordedReports reports;
+    const NBX::SO<Semaphore> go(new Semaphore), arrived(new Semaphore);
+    const NBX::SO<Work> work(new Work([&] {
+        arrived->increase();
+        go->decrease();
+    }));
+    work->start();
+    arrived->decrease();
+    EXPECT_TRUE(reports.empty()) << reports;
+    work->start();
+    arrived->decrease();
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    EXPECT_EQ(reports.count(0, L"!isRunning_", L"thread already running"), 1U) << reports;
+
+    // The first that ends clears the flag, so the end of both is seen elsewhere.
+    go->increase();
+    waitForEnd(*work);
+    go->increase();
+    Thread::sleep(0.05);
+}
+
+TEST(Thread, ObjectsWithoutAThreadDieQuietly) {
+    const RecordedReports reports;
+    for (const bool keepsRunning : {true, false})
+        NBX::SO<Work>(new Work([] {}, Thread::P_Normal, keepsRunning));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST(Thread, GoesOnWithoutItsObject) {
+    const NBX::SO<Semaphore> go(new Semaphore), done(new Semaphore);
+    // The object only has to live while `run` uses it: here, until its work was copied.
+    class Leaving : public Thread {
+        NBX_TEMPLATE_CLASS(Leaving, Thread)
+    public:
+        Leaving(Semaphore * go, Semaphore * done) : go_(go), done_(done) {}
+        void run() override {
+            const NBX::SO<Semaphore> done = done_;
+            go_->increase();
+            done->increase();
+        }
+
+    private:
+        NBX::SO<Semaphore> go_, done_;
+    };
+    NBX::SO<Leaving> thread(new Leaving(go.get(), done.get()));
+    thread->start();
+    go->decrease();
+    done->decrease();
+    waitForEnd(*thread);
+    thread = nullptr;
+}
+
+TEST(Thread, OneThatDoesNotKeepRunningIsEndedWithItsObject) {
+    std::atomic<int> steps{0};
+    NBX::SO<Work> work(new Work(
+        [&] {
+            while (true) {
+                ++steps;
+                Thread::sleep(0.001);
+            }
+        },
+        Thread::P_Normal, false));
+    work->start();
+    while (steps < 3)
+        Thread::sleep(0.001);
+    work = nullptr;
+    const int before = steps;
+    Thread::sleep(0.02);
+    EXPECT_EQ(steps, before);
+}
+
+TEST(Thread, OneThatDoesNotKeepRunningMayHaveEndedOrStartedAgain) {
+    int runs = 0;
+    NBX::SO<Work> work(new Work([&] { ++runs; }, Thread::P_Normal, false));
+    for (int i = 0; i < 3; ++i) {
+        work->start();
+        waitForEnd(*work);
+    }
+    work = nullptr;
+    EXPECT_EQ(runs, 3);
+}
+
+TEST(Thread, ACopyIsNoSecondThread) {
+    std::atomic<int> runs{0};
+    const NBX::SO<Semaphore> go(new Semaphore);
+    const NBX::SO<Work> work(new Work([&] {
+        ++runs;
+        go->decrease();
+    }));
+    work->start();
+    const NBX::SO<Work> copy(new Work(*work));
+    EXPECT_TRUE(copy->isRunning()) << "a copied field";
+    go->increase();
+    waitForEnd(*work);
+    EXPECT_EQ(runs, 1);
+}
+
+struct PriorityCase {
+    const char * name;
+    int priority;
+    int sign; ///< of what it does to the nice value
+};
+
+class ThreadPriorityTest : public testing::TestWithParam<PriorityCase> {};
+
+TEST_P(ThreadPriorityTest, ChangesTheNiceValueOfTheThreadAlone) {
+    const int own = getpriority(PRIO_PROCESS, 0);
+    int nice = 100;
+    const NBX::SO<Work> work(new Work([&] { nice = getpriority(PRIO_PROCESS, 0); },
+                                      static_cast<Thread::Priority>(GetParam().priority)));
+    work->start();
+    waitForEnd(*work);
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), own);
+    if (GetParam().sign == 0)
+        EXPECT_EQ(nice, own);
+    else if (GetParam().sign < 0)
+        EXPECT_LE(nice, own) << "raising needs rights";
+    else
+        EXPECT_GT(nice, std::min(own, 18));
+}
+
+INSTANTIATE_TEST_SUITE_P(Priorities, ThreadPriorityTest,
+                         testing::Values(PriorityCase{"idle", 0, 1}, PriorityCase{"lowest", 1, 1},
+                                         PriorityCase{"belowNormal", 2, 1}, PriorityCase{"normal", 3, 0},
+                                         PriorityCase{"aboveNormal", 4, -1}, PriorityCase{"highest", 5, -1},
+                                         PriorityCase{"timeCritical", 6, -1}, PriorityCase{"below", -1, 0},
+                                         PriorityCase{"above", 7, 0}),
+                         [](const auto & info) { return std::string(info.param.name); });
+
+TEST(Thread, SleepsWholeMilliseconds) {
+    EXPECT_GE(secondsOf(0.001), 0.001);
+    EXPECT_GE(secondsOf(0.0209), 0.020);
+    EXPECT_GE(secondsOf(-4294967.295), 0.001) << "modulo 2^32";
+}
+
+TEST(Thread, LessThanAMillisecondYields) {
+    for (const double seconds : {0.0, 0.0004, 0.00099, -0.0009, 4294967.296, 1e300, -1e300,
+                                 std::numeric_limits<double>::quiet_NaN()}) {
+        // Others may take the slice, so the shortest of several tries counts.
+        double shortest = 1.0;
+        for (int i = 0; i < 20; ++i)
+            shortest = std::min(shortest, secondsOf(seconds));
+        EXPECT_LT(shortest, 0.0005) << seconds;
+    }
+}
+
+} // namespace
