@@ -1,6 +1,7 @@
 #include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 
 #include "gridpatchstripsgl.h"
+#include "normalcolorgl.h"
 
 #include <nbx/gl/enginegl.h>
 
@@ -17,14 +18,11 @@ void GridPatchNormalPainterGL::renderPatch(NBX::EngineGL * engine, const Geometr
     if (!engine) return;
     glPushAttrib(GL_LIGHTING_BIT | GL_CURRENT_BIT);
     glDisable(GL_LIGHTING);
-    drawGridPatchStripsGL(
-        static_cast<const GridPatch &>(*patch), [this](const GridPatchRow & row, unsigned i) {
-            const auto & n = row.normals[i];
-            const auto unit =
-                NBX::Vector3Base<double>(n.x * scale_.x, n.y * scale_.y, n.z * scale_.z).normalized();
-            glColor3d(unit.x * 0.5 + 0.5, unit.y * 0.5 + 0.5, unit.z * 0.5 + 0.5);
-            glVertex3dv(&row.vertices[i].x);
-        });
+    drawGridPatchSurfaceGL(*engine, static_cast<const GridPatch &>(*patch),
+                           [this](const GridPatchRow & row, unsigned i) {
+                               normalColorGL(row.normals[i], scale_);
+                               glVertex3dv(&row.vertices[i].x);
+                           });
     glPopAttrib();
 }
 

@@ -59,7 +59,7 @@ void GridPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);
     // Other patches have no normals, and must not get those of this one.
     glPushAttrib(GL_CURRENT_BIT);
-    drawGridPatchStripsGL(gridPatch, [](const GridPatchRow & row, unsigned i) {
+    drawGridPatchSurfaceGL(*engine, gridPatch, [](const GridPatchRow & row, unsigned i) {
         glNormal3dv(&row.normals[i].x);
         glVertex3dv(&row.vertices[i].x);
     });

@@ -4,9 +4,11 @@
 
 #include <GL/gl.h>
 
+#include <nbx/gl/enginegl.h>
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
 namespace ZMT::CORE {
 
@@ -30,22 +32,75 @@ struct GridPatchRow {
     std::vector<Point> vertices, normals;
 };
 
-/// Draws the surface of a patch as one triangle strip a row of cells, in immediate mode, clockwise as seen
-/// from above. `emit(row, i)` issues vertex `i` of a row with what belongs to it.
-template <class Emit> void drawGridPatchStripsGL(const GridPatch & patch, const Emit & emit) {
-    const unsigned w = patch.domain().getWidth(), h = patch.domain().getHeight();
+/// Draws one row of cells as a triangle strip.
+template <class Emit>
+void drawGridPatchRowGL(const GridPatchRow & current, const GridPatchRow & next, const Emit & emit) {
+    glBegin(GL_TRIANGLE_STRIP);
+    for (unsigned i = 0; i < current.vertices.size(); ++i) {
+        emit(current, i);
+        emit(next, i);
+    }
+    glEnd();
+}
+
+/// The same for a row of a hybrid grid that begins at cell `x0`, `y`: the strip is open across plain cells
+/// only, and `engine` paints the others.
+template <class Emit>
+void drawHybridPatchRowGL(NBX::EngineGL & engine, const HybridData & hybrid, unsigned x0, unsigned y,
+                          const GridPatchRow & current, const GridPatchRow & next, const Emit & emit) {
+    bool isOpen = false;
+    const auto pair = [&](unsigned i) {
+        emit(current, i);
+        emit(next, i);
+    };
+    const auto close = [&isOpen] {
+        if (isOpen) glEnd();
+        isOpen = false;
+    };
+    for (unsigned i = 0; i + 1 < current.vertices.size(); ++i) {
+        if (const NBX::SO<MicroTrianglesData> micro = hybrid.microData(x0 + i, y)) {
+            close();
+            engine.paint(micro.get());
+            continue;
+        }
+        if (!isOpen) {
+            glBegin(GL_TRIANGLE_STRIP);
+            pair(i);
+            isOpen = true;
+        }
+        pair(i + 1);
+    }
+    close();
+}
+
+/// Calls `drawRow(j, current, next)` for each row of cells of a patch.
+template <class DrawRow> void forEachGridPatchRow(const GridPatch & patch, const DrawRow & drawRow) {
     GridPatchRow current, next;
     current.fill(patch, 0);
-    for (unsigned j = 0; j < h; ++j) {
+    for (unsigned j = 0; j < patch.domain().getHeight(); ++j) {
         next.fill(patch, j + 1);
-        glBegin(GL_TRIANGLE_STRIP);
-        for (unsigned i = 0; i <= w; ++i) {
-            emit(current, i);
-            emit(next, i);
-        }
-        glEnd();
+        drawRow(j, current, next);
         std::swap(current, next);
     }
+}
+
+/// Draws the grid of a patch in immediate mode, clockwise as seen from above: a triangle strip a row of
+/// cells. `emit(row, i)` issues vertex `i` of a row with what belongs to it.
+template <class Emit> void drawGridPatchStripsGL(const GridPatch & patch, const Emit & emit) {
+    forEachGridPatchRow(patch, [&](unsigned, const GridPatchRow & current, const GridPatchRow & next) {
+        drawGridPatchRowGL(current, next, emit);
+    });
+}
+
+/// The same with the micro-structures of a hybrid grid, which `engine` paints.
+template <class Emit>
+void drawGridPatchSurfaceGL(NBX::EngineGL & engine, const GridPatch & patch, const Emit & emit) {
+    const auto * hybrid = dynamic_cast<const HybridData *>(patch.grid().get());
+    if (!hybrid) return drawGridPatchStripsGL(patch, emit);
+    const unsigned x0 = unsigned(patch.domain().getX()), y0 = unsigned(patch.domain().getY());
+    forEachGridPatchRow(patch, [&](unsigned j, const GridPatchRow & current, const GridPatchRow & next) {
+        drawHybridPatchRowGL(engine, *hybrid, x0, y0 + j, current, next, emit);
+    });
 }
 
 } // namespace ZMT::CORE

@@ -9,6 +9,8 @@
 #include <nbx/gl/enginegl.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 
@@ -31,6 +33,19 @@ std::array<float, 3> colorOf(const GeometryPatch & patch) {
     for (unsigned c = 0; c < 3; ++c)
         color[c] = static_cast<float>(0.65 + 0.35 * std::cos(6.283185307 * (turn + c / 3.0)));
     return color;
+}
+
+/// The triangles that micro-structures have beyond those of plain cells.
+std::uint64_t microExcess(const GridPatch & patch) {
+    const auto * hybrid = dynamic_cast<const HybridData *>(patch.grid().get());
+    if (!hybrid) return 0;
+    const unsigned x0 = unsigned(patch.domain().getX()), y0 = unsigned(patch.domain().getY());
+    std::uint64_t excess = 0;
+    for (unsigned y = y0; y < y0 + patch.domain().getHeight(); ++y)
+        for (unsigned x = x0; x < x0 + patch.domain().getWidth(); ++x)
+            if (const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y))
+                excess += micro->vertices() / 3 - 2;
+    return excess;
 }
 
 } // namespace
@@ -58,7 +73,7 @@ void PatchInspectorGL::reset() {
 
 std::uint64_t PatchInspectorGL::trianglesOf(const GeometryPatch & patch) {
     if (const auto * grid = dynamic_cast<const GridPatch *>(&patch))
-        return 2 * std::uint64_t(grid->domain().getWidth()) * grid->domain().getHeight();
+        return 2 * std::uint64_t(grid->domain().getWidth()) * grid->domain().getHeight() + microExcess(*grid);
     const auto * tin = dynamic_cast<const TinPatch *>(&patch);
     if (!tin || !tin->stripIndices()) return 0;
     return std::uint64_t(tin->stripIndices()->size()) - 2 * std::uint64_t(tin->stripRanges()->size());
