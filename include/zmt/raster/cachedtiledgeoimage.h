@@ -34,6 +34,7 @@ public:
     /// The size of the tiles in the cache: that of the image's, but at least 64 and at most 1024 pixels.
     unsigned granularityX() const override;
     unsigned granularityY() const override;
+    bool failed() const override;
 
 private:
     struct Impl;

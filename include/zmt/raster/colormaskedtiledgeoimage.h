@@ -25,6 +25,7 @@ public:
     NBX::SO<NBX::Image> getImage(int x, int y, unsigned width, unsigned height) const override;
     unsigned granularityX() const override;
     unsigned granularityY() const override;
+    bool failed() const override;
 
     /// A copy of `image` as RGBA of 8 bits in which pixels of the colour are transparent. Null for null.
     static NBX::SO<NBX::Image> masked(const NBX::Image * image, const NBX::Color & maskColor);

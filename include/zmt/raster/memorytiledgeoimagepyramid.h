@@ -11,8 +11,8 @@ namespace ZMT::RASTER {
 
 /// An image in memory, of which each coarser level is half the size (rounded up) of the one before, down to
 /// one pixel. Several threads may read.
-/// Stored attributes: "image", "box", "masked", "maskColor". What does not fit together when read leaves a
-/// pyramid without levels.
+/// Stored attributes: "image", "box", "masked", "maskRed", "maskGreen", "maskBlue", "maskAlpha". What does
+/// not fit together when read leaves a pyramid without levels.
 class MemoryTiledGeoImagePyramid : public TiledGeoImagePyramid {
     NBX_STORED_CLASS(MemoryTiledGeoImagePyramid, TiledGeoImagePyramid)
 public:

@@ -47,6 +47,8 @@ public:
     /// Size of the tiles in which the image is stored, in pixels: what is read at once at no extra cost.
     virtual unsigned granularityX() const { return 1; }
     virtual unsigned granularityY() const { return 1; }
+    /// True once pixels could not be read, which tells that from a rectangle in which nothing is stored.
+    virtual bool failed() const { return false; }
 
     /// The outer edge of the last pixel.
     double maxX() const { return minX() + static_cast<double>(pixelsX()) * pixelSizeX(); }
@@ -59,11 +61,10 @@ public:
     PixelRect pixelRect(double minX, double minY, double maxX, double maxY) const;
 
     /// The part of the image in a box: whole pixels of the image, clipped to it. With a size above 0 the
-    /// result has at most `width` by `height` pixels: each of them is the average of a block of pixels
-    /// where there are more, and where there is room for it, one more pixel on each side for filters. With
-    /// the size 0 pixels are delivered as they are. Null where nothing lies there, where reading failed and
-    /// for sizes that no image can have. Memory: the result, and the pixels of one piece of at most 1024 by
-    /// 1024.
+    /// result has at most `width` by `height` pixels: where there are more, it is their average, and where
+    /// there is room for it, one more pixel on each side is delivered for filters. With the size 0 pixels
+    /// are delivered as they are. Null where nothing lies there, where reading failed and for sizes that no
+    /// image can have. Memory: the result, and a piece of about a million pixels.
     NBX::SO<GeoImage> getGeoImage(double minX, double minY, double maxX, double maxY, unsigned width,
                                   unsigned height) const;
 };

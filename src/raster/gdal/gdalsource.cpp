@@ -60,7 +60,7 @@ struct AppOptionsDestroyer {
     void operator()(GDALWarpAppOptions * options) const { GDALWarpAppOptionsFree(options); }
 };
 
-GdalDataset resampleUpright(GDALDataset & dataset, GdalSource::Outside outside) {
+GdalDataset resample(GDALDataset & dataset, GdalSource::Outside outside, const std::string & wkt) {
     CPLStringList words;
     for (const char * word : {"-of", "VRT"})
         words.AddString(word);
@@ -77,6 +77,10 @@ GdalDataset resampleUpright(GDALDataset & dataset, GdalSource::Outside outside) 
     } else {
         words.AddString("-dstalpha");
     }
+    if (!wkt.empty()) {
+        words.AddString("-t_srs");
+        words.AddString(wkt.c_str());
+    }
     const std::unique_ptr<GDALWarpAppOptions, AppOptionsDestroyer> options(
         GDALWarpAppOptionsNew(words.List(), nullptr));
     GDALDatasetH sources[] = {&dataset};
@@ -87,9 +91,9 @@ GdalDataset resampleUpright(GDALDataset & dataset, GdalSource::Outside outside) 
 
 } // namespace
 
-GdalSource::GdalSource(const std::string & path, Outside outside) : path_(path) {
+GdalSource::GdalSource(const std::string & path, Outside outside, const std::string & wkt) : path_(path) {
     open();
-    standUpright(outside);
+    standUpright(outside, wkt);
     readGeoTransform();
 }
 
@@ -106,18 +110,31 @@ void GdalSource::open() {
     dataset_ = opened_.get();
 }
 
-void GdalSource::standUpright(Outside outside) {
+bool GdalSource::isOfSystem(const std::string & wkt) const {
+    const OGRSpatialReference * own = opened_->GetSpatialRef();
+    if (!own) own = opened_->GetGCPSpatialRef();
+    if (wkt.empty() || !own || own->IsEmpty()) return true;
+    const OGRSpatialReference wanted = spatialReference(wkt);
+    const char * const options[] = {"IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES", nullptr};
+    return own->IsSame(&wanted, options);
+}
+
+void GdalSource::standUpright(Outside outside, const std::string & wkt) {
     GdalErrorTrap trap;
     double transform[6];
     const bool isPlaced = opened_->GetGeoTransform(transform) == CE_None;
     if (isPlaced && !isUsable(transform))
         throw NBX::InputException(L"its georeference is unusable; correct the file's geotransform", path_);
     const bool hasPoints = !isPlaced && opened_->GetGCPCount() >= 3;
-    if (!hasPoints && (!isPlaced || isUpright(transform, *opened_))) return;
-    resampled_ = resampleUpright(*opened_, outside);
+    const bool isWarped = (isPlaced || hasPoints) && !isOfSystem(wkt);
+    if (!isWarped && !hasPoints && (!isPlaced || isUpright(transform, *opened_))) return;
+    resampled_ = resample(*opened_, outside, isWarped ? wkt : "");
     if (!resampled_)
-        throw NBX::InputException(L"is rotated and cannot be set upright; resample it with gdalwarp", path_,
-                                  0, trap.text());
+        throw NBX::InputException(isWarped
+                                      ? L"cannot be brought into the wanted coordinate system; check "
+                                        L"the coordinate system of the file"
+                                      : L"is rotated and cannot be set upright; resample it with gdalwarp",
+                                  path_, 0, trap.text());
     dataset_ = resampled_.get();
 }
 

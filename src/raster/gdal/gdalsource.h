@@ -9,14 +9,15 @@
 namespace ZMT::RASTER {
 
 /// A raster file open for reading, with an upright grid: files that are rotated, or placed by control
-/// points, are seen through a resampling data set.
+/// points, or wanted in another coordinate system, are seen through a resampling data set.
 class GdalSource {
 public:
     /// What the resampling of a file that is not upright leaves where there is no data.
     enum class Outside { NaN, Transparent };
 
-    /// Throws `NBX::FileNotFoundException` or `NBX::InputException`.
-    GdalSource(const std::string & path, Outside outside);
+    /// `wkt` is the coordinate system in which the file is wanted; empty for its own. Where one of the two
+    /// is not known, they count as the same. Throws `NBX::FileNotFoundException` or `NBX::InputException`.
+    GdalSource(const std::string & path, Outside outside, const std::string & wkt = "");
 
     const std::string & path() const { return path_; }
     /// Short name of the file's format.
@@ -34,7 +35,8 @@ public:
 
 private:
     void open();
-    void standUpright(Outside outside);
+    bool isOfSystem(const std::string & wkt) const;
+    void standUpright(Outside outside, const std::string & wkt);
     void readGeoTransform();
 
     std::string path_;

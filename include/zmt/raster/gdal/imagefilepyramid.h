@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -8,21 +9,22 @@
 
 namespace ZMT::RASTER {
 
-/// An image in any raster format that GDAL reads as a pyramid. Levels are the file's pixels, its overviews
-/// and, where these do not go down to one tile, halvings:
-/// down to `memoryPixels` they are averaged from the next finer stored level when they are asked for; all
-/// coarser ones are made together when one of them is first read, in one walk over the coarsest stored
-/// level, and stay in memory (at most 4/3 * `memoryPixels` pixels).
-/// Images deliver 8 bits a component: luminance, RGB, or, where the file has alpha, a mask, a palette or a
-/// no-data value, or is warped, luminance with alpha or RGBA; as `ImageFile` finds them. One band of floating
-/// point or signed numbers is a raster of values: 32-bit float luminance, 0 where there is no value.
-/// A file that cannot be read any more delivers null; the first time is reported. Extents and sizes may be
-/// asked for from any thread; one thread at a time reads pixels.
-/// Stored attributes: "fileName" (absolute), "wkt".
+/// An image in any raster format that GDAL reads as a pyramid. Its levels are the file's pixels, the file's
+/// overviews and, where these do not go down to one pixel, halvings of the coarsest stored level. Halvings of
+/// more than `memoryPixels` pixels are averaged from it each time. All others are made together when one of
+/// them is first read, in one walk over the coarsest stored level, and stay in memory: at most
+/// 4/3 * `memoryPixels` pixels. So a large file without overviews takes its time once; `gdaladdo` adds them.
+/// Images deliver 8 bits a component: luminance or RGB, and with alpha where an alpha band, a mask, a
+/// palette, a no-data value or warping leaves pixels out, as `ImageFile` finds them. One band of signed or
+/// floating point numbers is a raster of values: 32-bit float luminance, 0 where there is no value. A file
+/// that cannot be read any more delivers null; the first time is reported. Extents and sizes may be asked for
+/// from any thread; one thread at a time reads pixels. Stored attributes: "fileName" (absolute), "wkt".
 class ImageFilePyramid : public TiledGeoImagePyramid {
     NBX_STORED_CLASS(ImageFilePyramid, TiledGeoImagePyramid)
 public:
-    static constexpr unsigned memoryPixels = 2048 * 2048;
+    static constexpr std::uint64_t memoryPixels = 2048 * 2048;
+    /// A file whose coarsest stored level has more pixels is not opened: reading it takes too long.
+    static constexpr std::uint64_t maxPixels = 40'000'000'000;
 
     /// Opens `path`, a file name in the encoding of the file system. With `wkt`, images of another
     /// coordinate system are warped to that one while they are read; where one of the two systems is not
@@ -40,8 +42,8 @@ public:
     double maxY() const override;
     unsigned overviews() const override;
     NBX::SO<TiledGeoImage> overview(unsigned index) const override;
-    /// A file that is missing when read is searched for in the working directory. What cannot be opened is
-    /// reported and leaves a pyramid without levels that keeps the name.
+    /// A file that is missing when read is searched for under its name in the working directory. What
+    /// cannot be opened is reported, and leaves a pyramid without levels that keeps the name.
     void serialize(NBX::SerializationManager & m) override;
 
 protected:
@@ -50,7 +52,7 @@ protected:
 private:
     class Level;
     struct Impl;
-    std::unique_ptr<Impl> m_impl;
+    std::shared_ptr<Impl> m_impl; ///< shared with the levels; never null
 };
 
 } // namespace ZMT::RASTER

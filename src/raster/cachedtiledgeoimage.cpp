@@ -1,0 +1,174 @@
+#include <zmt/raster/cachedtiledgeoimage.h>
+
+#include <algorithm>
+#include <list>
+#include <map>
+#include <utility>
+
+#include <nbx/image/image.h>
+#include <nbx/object/errorhandler.h>
+#include <zmt/raster/pixelblocks.h>
+
+namespace ZMT::RASTER {
+
+NBX_CLASS_IMPL(CachedTiledGeoImage, TiledGeoImage)
+
+namespace {
+
+constexpr unsigned minTile = 64, maxTile = 1024;
+
+unsigned tileSize(unsigned granularity) {
+    return std::clamp(granularity, minTile, maxTile);
+}
+
+std::uint64_t bytesOf(const NBX::Image & image) {
+    return static_cast<std::uint64_t>(image.width()) * static_cast<std::uint64_t>(image.height()) *
+           static_cast<std::uint64_t>(image.bitsPerPixel()) / 8;
+}
+
+} // namespace
+
+struct CachedTiledGeoImage::Impl {
+    using Position = std::pair<std::int64_t, std::int64_t>;
+    struct Tile {
+        Position position;
+        NBX::SO<NBX::Image> image; ///< null where nothing is stored
+        std::uint64_t bytes = 0;
+    };
+
+    NBX::SO<NBX::Image> tile(const Position & position);
+    NBX::SO<NBX::Image> load(const Position & position) const;
+    void keep(Tile tile);
+
+    NBX::SO<TiledGeoImage> source;
+    std::uint64_t maxBytes = 0, usedBytes = 0;
+    unsigned tileX = minTile, tileY = minTile;
+    std::list<Tile> tiles; ///< the last used one in front
+    std::map<Position, std::list<Tile>::iterator> index;
+};
+
+NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::tile(const Position & position) {
+    const auto known = index.find(position);
+    if (known != index.end()) {
+        tiles.splice(tiles.begin(), tiles, known->second);
+        return known->second->image;
+    }
+    NBX::SO<NBX::Image> image = load(position);
+    // An empty tile costs what its entry costs.
+    if (!source->failed()) keep({position, image, image ? bytesOf(*image) : sizeof(Tile) + 64});
+    return image;
+}
+
+NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::load(const Position & position) const {
+    const std::int64_t x = position.first * tileX, y = position.second * tileY;
+    const auto size = [](std::int64_t first, std::uint64_t all, unsigned tile) {
+        return static_cast<unsigned>(std::min<std::uint64_t>(tile, all - static_cast<std::uint64_t>(first)));
+    };
+    return source->getImage(static_cast<int>(x), static_cast<int>(y), size(x, source->pixelsX(), tileX),
+                            size(y, source->pixelsY(), tileY));
+}
+
+void CachedTiledGeoImage::Impl::keep(Tile tile) {
+    if (tile.bytes > maxBytes) return;
+    while (!tiles.empty() && usedBytes + tile.bytes > maxBytes) {
+        usedBytes -= tiles.back().bytes;
+        index.erase(tiles.back().position);
+        tiles.pop_back();
+    }
+    usedBytes += tile.bytes;
+    tiles.push_front(std::move(tile));
+    index[tiles.front().position] = tiles.begin();
+}
+
+CachedTiledGeoImage::CachedTiledGeoImage(TiledGeoImage * image, std::uint64_t maxBytes)
+    : m_impl(std::make_unique<Impl>()) {
+    NBX_CHECK(image, L"no image");
+    m_impl->source = image;
+    m_impl->maxBytes = maxBytes;
+    if (!image) return;
+    m_impl->tileX = tileSize(image->granularityX());
+    m_impl->tileY = tileSize(image->granularityY());
+}
+
+CachedTiledGeoImage::~CachedTiledGeoImage() = default;
+
+void CachedTiledGeoImage::clearCache() {
+    m_impl->index.clear();
+    m_impl->tiles.clear();
+    m_impl->usedBytes = 0;
+}
+
+std::uint64_t CachedTiledGeoImage::maxBytes() const {
+    return m_impl->maxBytes;
+}
+
+std::uint64_t CachedTiledGeoImage::usedBytes() const {
+    return m_impl->usedBytes;
+}
+
+unsigned CachedTiledGeoImage::bands() const {
+    return m_impl->source ? m_impl->source->bands() : 1;
+}
+
+double CachedTiledGeoImage::minX() const {
+    return m_impl->source ? m_impl->source->minX() : 0.0;
+}
+
+double CachedTiledGeoImage::minY() const {
+    return m_impl->source ? m_impl->source->minY() : 0.0;
+}
+
+double CachedTiledGeoImage::pixelSizeX() const {
+    return m_impl->source ? m_impl->source->pixelSizeX() : 1.0;
+}
+
+double CachedTiledGeoImage::pixelSizeY() const {
+    return m_impl->source ? m_impl->source->pixelSizeY() : 1.0;
+}
+
+std::uint64_t CachedTiledGeoImage::pixelsX() const {
+    return m_impl->source ? m_impl->source->pixelsX() : 0;
+}
+
+std::uint64_t CachedTiledGeoImage::pixelsY() const {
+    return m_impl->source ? m_impl->source->pixelsY() : 0;
+}
+
+unsigned CachedTiledGeoImage::granularityX() const {
+    return m_impl->tileX;
+}
+
+unsigned CachedTiledGeoImage::granularityY() const {
+    return m_impl->tileY;
+}
+
+bool CachedTiledGeoImage::failed() const {
+    return m_impl->source && m_impl->source->failed();
+}
+
+NBX::SO<NBX::Image> CachedTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
+    return m_impl->source ? m_impl->source->createEmptyImage(width, height)
+                          : TiledGeoImage::createEmptyImage(width, height);
+}
+
+NBX::SO<NBX::Image> CachedTiledGeoImage::getImage(int x, int y, unsigned width, unsigned height) const {
+    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
+    const std::int64_t x1 =
+        std::min(x + static_cast<std::int64_t>(width), static_cast<std::int64_t>(pixelsX()));
+    const std::int64_t y1 =
+        std::min(y + static_cast<std::int64_t>(height), static_cast<std::int64_t>(pixelsY()));
+    if (x0 >= x1 || y0 >= y1 || !PixelBlocks::isImageSize(width, height, 1)) return nullptr;
+    NBX::SO<NBX::Image> result;
+    for (std::int64_t row = y0 / m_impl->tileY; row * m_impl->tileY < y1; ++row) {
+        for (std::int64_t column = x0 / m_impl->tileX; column * m_impl->tileX < x1; ++column) {
+            const NBX::SO<NBX::Image> tile = m_impl->tile({column, row});
+            if (!tile) continue;
+            if (!result) result = createEmptyImage(width, height);
+            if (!result) return nullptr;
+            PixelBlocks::paste(*tile, column * m_impl->tileX - x, row * m_impl->tileY - y, *result);
+        }
+    }
+    return failed() ? nullptr : result;
+}
+
+} // namespace ZMT::RASTER

@@ -1,0 +1,341 @@
+#include <zmt/raster/gdal/imagefilepyramid.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <optional>
+#include <vector>
+
+#include "gdalimagereader.h"
+
+#include <nbx/data/file.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/exception.h>
+#include <nbx/object/serializationmanager.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/raster/geoimage.h>
+#include <zmt/raster/memorytiledgeoimagepyramid.h>
+#include <zmt/raster/pixelblocks.h>
+#include <zmt/raster/tiledgeoimage.h>
+
+namespace ZMT::RASTER {
+
+NBX_STORED_CLASS_IMPL(ImageFilePyramid, TiledGeoImagePyramid)
+
+namespace {
+
+struct PixelFormat {
+    NBX::LayerSequence sequence = NBX::LS_RGBA;
+    int dataType = NBX::Image::UInt8;
+    unsigned bytes() const { return static_cast<unsigned>(NBX::Image::bitsPerPixel(sequence, dataType)) / 8; }
+};
+
+PixelFormat formatOf(const GdalImageReader & reader) {
+    if (reader.isValues()) return {NBX::LS_Luminance, NBX::Image::Float};
+    const bool hasAlpha = reader.hasAlpha();
+    if (reader.isGray()) return {hasAlpha ? NBX::LS_LuminanceAlpha : NBX::LS_Luminance, NBX::Image::UInt8};
+    return {hasAlpha ? NBX::LS_RGBA : NBX::LS_RGB, NBX::Image::UInt8};
+}
+
+/// Where the pixels of a level come from.
+enum class Store { File, Halving, Memory };
+
+struct LevelInfo {
+    Store store;
+    int overview; ///< of the file, -1 for its own pixels; of the levels in memory, counted from 0
+    unsigned width, height;
+    unsigned blockWidth, blockHeight;
+};
+
+/// The channels of RGBA that an image of colours has.
+void packPixels(const std::vector<std::uint8_t> & rgba, NBX::Image & image) {
+    const int layers = image.numberOfLayers();
+    const std::uint8_t * pixel = rgba.data();
+    for (int y = 0; y < image.height(); ++y) {
+        unsigned char * target = image.lineComponentsU8(y);
+        for (int x = 0; x < image.width(); ++x, pixel += 4, target += layers) {
+            target[0] = pixel[0];
+            if (layers >= 3) std::copy(pixel + 1, pixel + layers, target + 1);
+            if (layers == 2) target[1] = pixel[3];
+        }
+    }
+}
+
+/// Names that are no files of the file system, such as those of parts of files, stay as they are.
+std::string absoluteName(const std::string & path) {
+    return NBX::File::exists(path) ? NBX::File::absolutePath(path) : path;
+}
+
+std::uint64_t pixelsOf(const LevelInfo & level) {
+    return static_cast<std::uint64_t>(level.width) * level.height;
+}
+
+} // namespace
+
+struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
+    std::string path, wkt;
+    std::optional<GdalSource> source;
+    std::optional<GdalImageReader> reader;
+    PixelFormat format;
+    GeoReference reference;
+    GeoExtent extent;
+    std::vector<LevelInfo> levels;
+    std::size_t storedLevels = 0;
+    NBX::SO<MemoryTiledGeoImagePyramid> memory; ///< null until a level in memory is first read
+    bool whiteIsKnown = false;
+    std::atomic<bool> failed{false};
+
+    void open();
+    void close();
+    void findLevels();
+    NBX::SO<NBX::Image> emptyImage(unsigned width, unsigned height) const;
+    /// Inside the level.
+    NBX::SO<NBX::Image> read(std::size_t level, const PixelRect & rect);
+    NBX::SO<NBX::Image> readFile(const LevelInfo & level, const PixelRect & rect);
+    NBX::SO<NBX::Image> readHalving(const LevelInfo & level, const PixelRect & rect);
+    NBX::SO<NBX::Image> readMemory(const LevelInfo & level, const PixelRect & rect);
+    void fail(const NBX::Exception & reason);
+};
+
+/// One level; it keeps the file open.
+class ImageFilePyramid::Level : public TiledGeoImage {
+    NBX_TEMPLATE_CLASS(Level, TiledGeoImage)
+public:
+    Level(std::shared_ptr<Impl> pyramid, std::size_t index)
+        : pyramid_(std::move(pyramid)), index_(index), info_(pyramid_->levels[index]) {}
+
+    unsigned bands() const override {
+        return static_cast<unsigned>(NBX::Image::numberOfLayers(pyramid_->format.sequence));
+    }
+    double minX() const override { return pyramid_->extent.minX; }
+    double minY() const override { return pyramid_->extent.minY; }
+    double pixelSizeX() const override {
+        return (pyramid_->extent.maxX - pyramid_->extent.minX) / info_.width;
+    }
+    double pixelSizeY() const override {
+        return (pyramid_->extent.maxY - pyramid_->extent.minY) / info_.height;
+    }
+    std::uint64_t pixelsX() const override { return info_.width; }
+    std::uint64_t pixelsY() const override { return info_.height; }
+    unsigned granularityX() const override { return info_.blockWidth; }
+    unsigned granularityY() const override { return info_.blockHeight; }
+    bool failed() const override { return pyramid_->failed; }
+    NBX::SO<NBX::Image> createEmptyImage(unsigned width, unsigned height) const override {
+        return pyramid_->emptyImage(width, height);
+    }
+    NBX::SO<NBX::Image> getImage(int x, int y, unsigned width, unsigned height) const override;
+
+private:
+    std::shared_ptr<Impl> pyramid_;
+    std::size_t index_;
+    LevelInfo info_;
+};
+
+NBX::SO<NBX::Image> ImageFilePyramid::Level::getImage(int x, int y, unsigned width, unsigned height) const {
+    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
+    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), info_.width);
+    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), info_.height);
+    if (x0 >= x1 || y0 >= y1 || !PixelBlocks::isImageSize(width, height, 4)) return nullptr;
+    const PixelRect rect = {x0, y0, static_cast<std::uint64_t>(x1 - x0), static_cast<std::uint64_t>(y1 - y0)};
+    NBX::SO<NBX::Image> pixels = pyramid_->read(index_, rect);
+    if (!pixels || (rect.width == width && rect.height == height)) return pixels;
+    NBX::SO<NBX::Image> result = createEmptyImage(width, height);
+    if (result) PixelBlocks::paste(*pixels, x0 - x, y0 - y, *result);
+    return result;
+}
+
+void ImageFilePyramid::Impl::open() {
+    GdalErrorTrap trap;
+    source.emplace(path, GdalSource::Outside::Transparent, wkt);
+    reader.emplace(*source);
+    // Numbers stay as they are where resampling leaves nothing; colours get an alpha for that.
+    if (reader->isValues()) {
+        reader.reset();
+        source.emplace(path, GdalSource::Outside::NaN, wkt);
+        reader.emplace(*source);
+    }
+    format = formatOf(*reader);
+    reference = source->reference();
+    const RasterGrid grid = source->grid();
+    extent = {grid.minX - 0.5 * grid.cellSizeX, grid.minY - 0.5 * grid.cellSizeY,
+              grid.minX + (grid.cellsX - 0.5) * grid.cellSizeX,
+              grid.minY + (grid.cellsY - 0.5) * grid.cellSizeY};
+    findLevels();
+}
+
+void ImageFilePyramid::Impl::close() {
+    levels.clear();
+    reader.reset();
+    source.reset();
+}
+
+void ImageFilePyramid::Impl::findLevels() {
+    for (int i = -1; i < reader->overviews(); ++i) {
+        const LevelInfo level = {Store::File,           i,
+                                 reader->width(i),      reader->height(i),
+                                 reader->blockWidth(i), reader->blockHeight(i)};
+        const bool isUseful = levels.empty() || (level.width > 0 && level.height > 0 &&
+                                                 pixelsOf(level) < pixelsOf(levels.back()));
+        if (isUseful) levels.push_back(level);
+    }
+    storedLevels = levels.size();
+    if (pixelsOf(levels.back()) > maxPixels)
+        throw NBX::InputException(L"the image is too large to be used without overviews; add some, for "
+                                  L"example with gdaladdo",
+                                  path);
+    int inMemory = 0;
+    while (levels.back().width > 1 || levels.back().height > 1) {
+        LevelInfo level = levels.back();
+        level.width = (level.width + 1) / 2;
+        level.height = (level.height + 1) / 2;
+        const bool fits = pixelsOf(level) <= memoryPixels;
+        level.store = fits ? Store::Memory : Store::Halving;
+        level.overview = fits ? inMemory++ : 0;
+        if (fits) level.blockWidth = level.blockHeight = 1;
+        levels.push_back(level);
+    }
+}
+
+NBX::SO<NBX::Image> ImageFilePyramid::Impl::emptyImage(unsigned width, unsigned height) const {
+    if (!PixelBlocks::isImageSize(width, height, format.bytes())) return nullptr;
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height),
+                                                   format.sequence, format.dataType));
+    return image->width() > 0 ? image : nullptr;
+}
+
+NBX::SO<NBX::Image> ImageFilePyramid::Impl::read(std::size_t level, const PixelRect & rect) {
+    const LevelInfo & info = levels[level];
+    try {
+        if (info.store == Store::File) return readFile(info, rect);
+        return info.store == Store::Halving ? readHalving(info, rect) : readMemory(info, rect);
+    } catch (const NBX::Exception & reason) {
+        fail(reason);
+        return nullptr;
+    }
+}
+
+NBX::SO<NBX::Image> ImageFilePyramid::Impl::readFile(const LevelInfo & level, const PixelRect & rect) {
+    const NBX::SO<NBX::Image> result =
+        emptyImage(static_cast<unsigned>(rect.width), static_cast<unsigned>(rect.height));
+    if (!result) return nullptr;
+    const int x = static_cast<int>(rect.x), y = static_cast<int>(rect.y);
+    const int w = result->width(), h = result->height();
+    const GdalWindow window = {source->isMirrored() ? static_cast<int>(level.width) - x - w : x,
+                               source->isSouthUp() ? y : static_cast<int>(level.height) - y - h, w, h};
+    const auto width = static_cast<unsigned>(w), height = static_cast<unsigned>(h);
+    if (format.dataType == NBX::Image::Float) {
+        std::vector<float> values = reader->readValues(level.overview, window);
+        for (float & value : values)
+            if (!std::isfinite(value)) value = 0.0F;
+        reader->orient(values.data(), width, height, sizeof(float));
+        for (int line = 0; line < h; ++line)
+            std::copy_n(values.data() + static_cast<std::ptrdiff_t>(line) * w, w,
+                        static_cast<float *>(result->lineComponents(line)));
+        return result;
+    }
+    if (!whiteIsKnown) reader->findWhite();
+    whiteIsKnown = true;
+    std::vector<std::uint8_t> rgba = reader->readRgba(level.overview, window, width, height);
+    reader->orient(rgba.data(), width, height, 4);
+    packPixels(rgba, *result);
+    return result;
+}
+
+NBX::SO<NBX::Image> ImageFilePyramid::Impl::readHalving(const LevelInfo & level, const PixelRect & rect) {
+    const std::size_t last = storedLevels - 1;
+    const NBX::SO<Level> from(new Level(shared_from_this(), last));
+    const double scaleX = static_cast<double>(levels[last].width) / level.width;
+    const double scaleY = static_cast<double>(levels[last].height) / level.height;
+    const auto x = static_cast<double>(rect.x), y = static_cast<double>(rect.y);
+    const auto w = static_cast<double>(rect.width), h = static_cast<double>(rect.height);
+    return PixelBlocks::read(*from, {x * scaleX, y * scaleY, (x + w) * scaleX, (y + h) * scaleY},
+                             static_cast<unsigned>(rect.width), static_cast<unsigned>(rect.height));
+}
+
+NBX::SO<NBX::Image> ImageFilePyramid::Impl::readMemory(const LevelInfo & level, const PixelRect & rect) {
+    if (!memory) {
+        if (failed) return nullptr;
+        const auto finest = std::find_if(levels.begin(), levels.end(),
+                                         [](const LevelInfo & l) { return l.store == Store::Memory; });
+        const NBX::SO<NBX::Image> image = readHalving(*finest, {0, 0, finest->width, finest->height});
+        if (!image) return nullptr;
+        memory = new MemoryTiledGeoImagePyramid(
+            image.get(), NBX::Bounds({extent.minX, extent.minY, 0.0}, {extent.maxX, extent.maxY, 0.0}));
+    }
+    const NBX::SO<TiledGeoImage> from = memory->overview(static_cast<unsigned>(level.overview));
+    return from ? from->getImage(static_cast<int>(rect.x), static_cast<int>(rect.y),
+                                 static_cast<unsigned>(rect.width), static_cast<unsigned>(rect.height))
+                : nullptr;
+}
+
+void ImageFilePyramid::Impl::fail(const NBX::Exception & reason) {
+    if (!failed.exchange(true)) NBX_FAILURE(NBX::StringUtils::Utf8String2WString(reason.what()));
+}
+
+ImageFilePyramid::ImageFilePyramid() : m_impl(std::make_shared<Impl>()) {}
+
+ImageFilePyramid::ImageFilePyramid(const std::string & path, const std::string & wkt) : ImageFilePyramid() {
+    m_impl->path = path;
+    m_impl->wkt = wkt;
+    m_impl->open();
+}
+
+ImageFilePyramid::~ImageFilePyramid() = default;
+
+const std::string & ImageFilePyramid::path() const {
+    return m_impl->path;
+}
+
+const GeoReference & ImageFilePyramid::reference() const {
+    return m_impl->reference;
+}
+
+double ImageFilePyramid::minX() const {
+    return m_impl->extent.minX;
+}
+
+double ImageFilePyramid::minY() const {
+    return m_impl->extent.minY;
+}
+
+double ImageFilePyramid::maxX() const {
+    return m_impl->extent.maxX;
+}
+
+double ImageFilePyramid::maxY() const {
+    return m_impl->extent.maxY;
+}
+
+unsigned ImageFilePyramid::overviews() const {
+    return static_cast<unsigned>(m_impl->levels.size());
+}
+
+NBX::SO<TiledGeoImage> ImageFilePyramid::overview(unsigned index) const {
+    NBX_CHECK(index < m_impl->levels.size(), L"no such level: " << index);
+    return index < m_impl->levels.size() ? new Level(m_impl, index) : nullptr;
+}
+
+void ImageFilePyramid::serialize(NBX::SerializationManager & m) {
+    m.enterObject();
+    NBX::serializeSuperclass<TiledGeoImagePyramid>(m, this);
+    std::wstring fileName = NBX::StringUtils::Utf8String2WString(absoluteName(m_impl->path));
+    std::wstring wkt = NBX::StringUtils::Utf8String2WString(m_impl->wkt);
+    attributeWithDefault(m, "fileName", fileName, std::wstring());
+    attributeWithDefault(m, "wkt", wkt, std::wstring());
+    if (!m.isReading()) return;
+    m_impl = std::make_shared<Impl>();
+    m_impl->path = NBX::StringUtils::WString2Utf8String(fileName);
+    m_impl->wkt = NBX::StringUtils::WString2Utf8String(wkt);
+    if (m_impl->path.empty()) return;
+    const std::string here = NBX::File::currentWorkingDir() + NBX::File::fileName(m_impl->path);
+    if (!NBX::File::exists(m_impl->path) && NBX::File::exists(here)) m_impl->path = here;
+    try {
+        m_impl->open();
+    } catch (const NBX::Exception & reason) {
+        m_impl->close();
+        NBX_FAILURE(NBX::StringUtils::Utf8String2WString(reason.what()));
+    }
+}
+
+} // namespace ZMT::RASTER
