@@ -1,0 +1,364 @@
+// How the painter of a terrain draws the triangles that lie on it.
+
+#include <map>
+#include <numbers>
+#include <random>
+
+#include <support/glfixture.h>
+
+#include <nbx/gl/additivemultitexturingeffectgl.h>
+#include <nbx/gl/colorbuffergl.h>
+#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/depthbuffergl.h>
+#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/scene/box.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/colorattribute.h>
+#include <nbx/scene/lookat.h>
+#include <nbx/scene/ortho.h>
+#include <nbx/scene/perspective.h>
+#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/polygontriangulation.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
+#include <zmt/core/terrain/texture/terraintexturingeffect.h>
+
+#include "testterrain.h"
+
+using NBX::Bounds;
+using NBX::EngineGL;
+using NBX::PolygonSet;
+using NBX::PrimitiveQuadTreeGL;
+using NBX::SO;
+using ZMT::CORE::GeometryPatch;
+using ZMT::CORE::Terrain;
+using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::CORE::TerrainTexturedTriangles;
+using Point = NBX::Vector3Base<double>;
+
+namespace {
+
+constexpr unsigned s_size = 200;
+/// Engines with fewer units use the stencil buffer.
+constexpr unsigned s_unitsWithStencil = 2;
+
+class DrapedTrianglesGLTest : public GLFixture {
+protected:
+    void SetUp() override {
+        GLFixture::SetUp();
+        canvas->setSize(s_size, s_size);
+    }
+    void TearDown() override {
+        EngineGL::setMaxTextureUnitsLimit(0);
+        GLFixture::TearDown();
+    }
+
+    /// A sheet of `n` by `n` squares around the origin, turned about the vertical, with bumps.
+    static SO<PolygonSet> sheet(unsigned n, double angle, double bumps = 0.1) {
+        std::vector<Point> vertices;
+        const auto at = [&](unsigned i, unsigned k) {
+            const double u = 2.0 * i / n - 1.0, v = 2.0 * k / n - 1.0;
+            return Point(u * std::cos(angle) - v * std::sin(angle), bumps * std::sin(5 * u) * std::cos(7 * v),
+                         u * std::sin(angle) + v * std::cos(angle));
+        };
+        for (unsigned i = 0; i < n; ++i)
+            for (unsigned k = 0; k < n; ++k) {
+                const Point a = at(i, k), b = at(i, k + 1), c = at(i + 1, k + 1), d = at(i + 1, k);
+                vertices.insert(vertices.end(), {a, b, c, a, c, d});
+            }
+        return new PolygonSet(PolygonSet::PT_Triangles, TestTerrain::array(std::move(vertices)));
+    }
+    /// Rectangles that share their sides, and cover -2..2 in x and z.
+    static std::vector<Bounds> patches(std::mt19937 & random, unsigned columns, unsigned rows) {
+        std::uniform_real_distribution<double> place(-0.9, 0.9);
+        const auto lines = [&](unsigned count) {
+            std::vector<double> result{-2.0, 2.0};
+            for (unsigned i = 1; i < count; ++i)
+                result.push_back(place(random));
+            std::sort(result.begin(), result.end());
+            return result;
+        };
+        const std::vector<double> x = lines(columns), z = lines(rows);
+        std::vector<Bounds> result;
+        for (unsigned i = 0; i < columns; ++i)
+            for (unsigned k = 0; k < rows; ++k)
+                result.emplace_back(Point(x[i], -1, z[k]), Point(x[i + 1], 1, z[k + 1]));
+        return result;
+    }
+    static SO<NBX::Camera> randomView(std::mt19937 & random) {
+        std::uniform_real_distribution<double> angle(0.0, 2.0 * std::numbers::pi), height(0.4, 3.0);
+        const double a = angle(random);
+        return new NBX::Camera(new NBX::LookAt({2.0 * std::cos(a), height(random), 2.0 * std::sin(a)}, {}),
+                               new NBX::Perspective(50.0, 0.1, 10.0));
+    }
+    void appendParts(const TerrainTexturedTriangles & triangles, const std::vector<Bounds> & boxes) {
+        for (const Bounds & box : boxes)
+            if (const auto part = triangles.geometry(box)) root->append(part.get());
+    }
+    static SO<NBX::Image> blank() { return new NBX::MemoryImage(s_size, s_size, NBX::LS_RGBA); }
+    static int differingPixels(const SO<NBX::Image> & a, const SO<NBX::Image> & b, int tolerance = 0) {
+        int count = 0;
+        for (int y = 0; y < a->height(); ++y)
+            for (int x = 0; x < a->width(); ++x) {
+                const auto p = pixel(a, x, y), q = pixel(b, x, y);
+                bool differs = false;
+                for (unsigned i = 0; i < 3; ++i)
+                    differs = differs || std::abs(p[i] - q[i]) > tolerance;
+                count += differs;
+            }
+        return count;
+    }
+};
+
+/// Without depth and with colours added up, a pixel that two patches draw is twice as bright, and one that
+/// they forget is black. The sheet is flat, so that it does not hide itself.
+TEST_F(DrapedTrianglesGLTest, PatchesSideBySideDrawEveryPixelOnce) {
+    std::mt19937 random(5);
+    int seamPixels = 0;
+    for (unsigned round = 0; round < 40; ++round) {
+        const SO<PrimitiveQuadTreeGL> tree(
+            new PrimitiveQuadTreeGL(2, sheet(20, 0.1 * round, 0.0), Bounds(), true));
+        const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+        const std::vector<Bounds> boxes = patches(random, 3, 4);
+        const SO<NBX::Camera> camera = randomView(random);
+        const auto picture = [&](bool whole) {
+            root->clear();
+            root->append(camera.get());
+            root->append(new NBX::DepthBufferGL(false, false));
+            root->append(NBX::ColorBufferGL::newBlending(true, GL_ONE, GL_ONE));
+            root->append(new NBX::ColorAttribute(NBX::Color(0.25)));
+            if (whole)
+                root->append(tree.get());
+            else
+                appendParts(*triangles, boxes);
+            return draw();
+        };
+        const auto whole = picture(true);
+        for (const unsigned units : {0U, s_unitsWithStencil}) {
+            EngineGL::setMaxTextureUnitsLimit(units);
+            const int differing = differingPixels(whole, picture(false));
+            EXPECT_LE(differing, 2) << "round " << round << ", units " << units;
+            seamPixels += differing;
+        }
+        EngineGL::setMaxTextureUnitsLimit(0);
+    }
+    RecordProperty("pixels", seamPixels);
+    EXPECT_LE(seamPixels, 10);
+}
+
+TEST_F(DrapedTrianglesGLTest, BothWaysDrawTheSamePixels) {
+    std::mt19937 random(17);
+    for (unsigned round = 0; round < 30; ++round) {
+        const SO<PrimitiveQuadTreeGL> tree(
+            new PrimitiveQuadTreeGL(2, sheet(12, 0.2 * round), Bounds(), true));
+        const SO<TerrainTexturedTriangles> triangles(
+            new TerrainTexturedTriangles(tree, round % 2 ? Point(0, 0.2, 0) : Point(0.1, 0, -0.3)));
+        const std::vector<Bounds> boxes = patches(random, 3, 3);
+        root->clear();
+        root->append(randomView(random).get());
+        root->append(new NBX::Box(Bounds({-0.5, -1, -0.5}, {0, 0.3, 0})));
+        for (std::size_t i = 0; i < boxes.size(); i += 2) {
+            root->append(new NBX::ColorAttribute(NBX::Color(0.1 * double(i), 1.0 - 0.1 * double(i), 0.5)));
+            appendParts(*triangles, {boxes[i]});
+        }
+        EngineGL::setMaxTextureUnitsLimit(0);
+        const auto clipped = draw();
+        EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
+        const auto stencilled = draw();
+        EXPECT_LE(differingPixels(clipped, stencilled), 2) << "round " << round;
+        EXPECT_GT(differingPixels(clipped, blank()), 500) << "round " << round;
+    }
+}
+
+TEST_F(DrapedTrianglesGLTest, TheStencilIsLeftAsItWas) {
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
+    const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+    EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
+    canvas->prepareRedisplay();
+    // More often than there are numbers.
+    for (unsigned i = 0; i < 300; ++i)
+        NBX::soCast<NBX::SceneThing>(triangles->geometry(Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})))
+            ->evaluate(engine.get());
+    std::vector<unsigned char> stencil(s_size * s_size, 1);
+    glReadPixels(0, 0, s_size, s_size, GL_STENCIL_INDEX, GL_UNSIGNED_BYTE, stencil.data());
+    EXPECT_EQ(std::ptrdiff_t(stencil.size()), std::count(stencil.begin(), stencil.end(), 0));
+    canvas->finishRedisplay();
+}
+
+TEST_F(DrapedTrianglesGLTest, TheStateIsLeftAsItWas) {
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
+    const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {0, 1, 0}));
+    const SO<NBX::SceneThing> part =
+        NBX::soCast<NBX::SceneThing>(triangles->geometry(Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})));
+    canvas->prepareRedisplay();
+    for (const unsigned units : {0U, 2U, 1U}) {
+        EngineGL::setMaxTextureUnitsLimit(units);
+        part->evaluate(engine.get());
+        const std::vector<int> before = stateOfGL();
+        part->evaluate(engine.get());
+        EXPECT_EQ(before, stateOfGL()) << units;
+        EXPECT_FALSE(glIsEnabled(GL_CLIP_PLANE0));
+        EXPECT_EQ(0U, engine->polyAttributeCount("ClipPlane", 3));
+    }
+    canvas->finishRedisplay();
+}
+
+TEST_F(DrapedTrianglesGLTest, BoxesWithoutAreaShowNothing) {
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
+    const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+    for (const unsigned units : {0U, s_unitsWithStencil}) {
+        EngineGL::setMaxTextureUnitsLimit(units);
+        root->clear();
+        appendParts(*triangles, {Bounds({0, 0, -0.5}, {0, 0, 0.5}), Bounds({-0.5, 0, 0}, {0.5, 0, 0})});
+        EXPECT_EQ(0, differingPixels(draw(), blank()));
+    }
+}
+
+/// Splits everything, and gives each patch a colour of its own.
+class ColoredPatchesEffect : public ZMT::CORE::TerrainTexturingEffect {
+    NBX_TEMPLATE_CLASS(ColoredPatchesEffect, ZMT::CORE::TerrainTexturingEffect)
+public:
+    enum Kind { Decal, Additive, Modulate };
+    explicit ColoredPatchesEffect(Kind kind) : kind_(kind) {}
+
+    bool refine(const GeometryPatch *, const NBX::ViewInfo *, unsigned, unsigned, const Point &, double,
+                bool) const override {
+        return true;
+    }
+    bool ignorePreviousEffects(const GeometryPatch *, const NBX::ViewInfo *, unsigned, unsigned,
+                               const Point &, double, bool) const override {
+        return false;
+    }
+    SO<NBX::TexturingEffectGL> request(const GeometryPatch * patch, EngineGL *, const NBX::ViewInfo *,
+                                       unsigned, unsigned, double, const Point &, double, bool, bool,
+                                       bool &) const override {
+        const SO<NBX::Array<SO<NBX::TextureGL>>> textures(new NBX::Array<SO<NBX::TextureGL>>);
+        textures->append(texture(patch, 0));
+        if (kind_ == Additive) textures->append(texture(patch, 1));
+        if (kind_ == Modulate) return new NBX::ModulateMultiTexturingEffectGL(textures.get(), nullptr, false);
+        if (kind_ == Decal) return new NBX::DecalMultiTexturingEffectGL(textures.get(), nullptr, false);
+        const SO<NBX::Array<double>> weights(new NBX::Array<double>(std::vector<double>{0.5, 0.5}));
+        return new NBX::AdditiveMultiTexturingEffectGL(textures.get(), weights.get(), nullptr, 0.25, false);
+    }
+
+private:
+    SO<NBX::TextureGL> texture(const GeometryPatch * patch, unsigned number) const {
+        SO<NBX::TextureGL> & result = textures_[{patch, number}];
+        if (!result) {
+            std::mt19937 random(unsigned(textures_.size()) * 31 + unsigned(kind_));
+            const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 1, NBX::LS_RGB));
+            for (unsigned i = 0; i < 3; ++i)
+                image->lineComponentsU8(0)[i] = static_cast<unsigned char>(100 + random() % 156);
+            result = new NBX::ImageTexture2DGL(image);
+        }
+        return result;
+    }
+
+    Kind kind_;
+    mutable std::map<std::pair<const GeometryPatch *, unsigned>, SO<NBX::TextureGL>> textures_;
+};
+
+class DrapedTerrainGLTest : public DrapedTrianglesGLTest {
+protected:
+    void SetUp() override {
+        DrapedTrianglesGLTest::SetUp();
+        grid = TestTerrain::grid({65, 65, 0.0, 0.0, 1.0, 1.0}, [](unsigned x, unsigned y) {
+            return 4.0 * std::sin(x * 0.2) * std::cos(y * 0.15);
+        });
+        testing::internal::CaptureStderr();
+        terrain = new Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 300).get());
+        testing::internal::GetCapturedStderr();
+        ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin());
+    }
+    void TearDown() override {
+        TerrainPainterGLSettings::enableRendering(true);
+        TerrainPainterGLSettings::setGeometryError(3.0);
+        ZMT::CORE::GeoTransformation::setNBXOrigin({});
+        DrapedTrianglesGLTest::TearDown();
+    }
+    /// A ring with a hole over the middle of the terrain.
+    SO<PolygonSet> ring(double lift) const {
+        std::vector<std::vector<Point>> rings(2);
+        for (unsigned i = 0; i < 40; ++i) {
+            const double a = 2.0 * std::numbers::pi * i / 40;
+            rings[0].emplace_back(32 + 25 * std::cos(a), 0, 32 + 20 * std::sin(a));
+            rings[1].emplace_back(32 + 12 * std::cos(a), 0, 32 + 10 * std::sin(a));
+        }
+        return ZMT::CORE::PolygonTriangulation::drape(*terrain, rings, 1.0, lift);
+    }
+    SO<NBX::Image> picture(const std::vector<SO<NBX::Attribute>> & attributes) {
+        root->clear();
+        root->append(camera.get());
+        for (const auto & attribute : attributes)
+            root->append(attribute.get());
+        root->append(terrain.get());
+        return draw();
+    }
+    static SO<NBX::Attribute> effect(ColoredPatchesEffect::Kind kind) {
+        return new ColoredPatchesEffect(kind);
+    }
+
+    SO<ZMT::CORE::GridData> grid;
+    SO<Terrain> terrain;
+    SO<NBX::Camera> camera =
+        new NBX::Camera(new NBX::LookAt({32, 45, -20}, {32, 0, 30}), new NBX::Perspective(50.0, 1.0, 200.0));
+};
+
+/// Seen from straight above, triangles hide the ground, and look like it.
+TEST_F(DrapedTerrainGLTest, TrianglesTakeTheTexturesOfTheGround) {
+    camera = new NBX::Camera(new NBX::LookAt({32, 50, 32}, {32, 0, 32}, {0, 0, 1}),
+                             new NBX::Ortho(-30, 30, -30, 30, 1, 100));
+    const SO<NBX::Attribute> decal = effect(ColoredPatchesEffect::Decal);
+    const auto ground = picture({decal});
+    for (const unsigned units : {0U, 2U, 1U}) {
+        EngineGL::setMaxTextureUnitsLimit(units);
+        const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(5.0)).get();
+        EXPECT_LE(differingPixels(ground, picture({decal, draped}), 2), 4) << units;
+    }
+    // The check above would see triangles of another colour.
+    TerrainPainterGLSettings::enableRendering(false);
+    const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(5.0)).get();
+    const int uncovered = differingPixels(ground, picture({decal, draped}), 2);
+    EXPECT_GT(uncovered, int(s_size * s_size / 4));
+    EXPECT_LT(uncovered, int(s_size * s_size * 3 / 4));
+}
+
+TEST_F(DrapedTerrainGLTest, OnePassAndSeveralShowTheSame) {
+    using Kind = ColoredPatchesEffect;
+    const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(2.0)).get();
+    const std::vector<std::vector<SO<NBX::Attribute>>> stacks = {
+        {effect(Kind::Additive), draped},
+        {effect(Kind::Decal), effect(Kind::Modulate), draped},
+        {effect(Kind::Decal), effect(Kind::Additive), effect(Kind::Modulate), draped}};
+    for (const bool withGround : {true, false})
+        for (const auto & stack : stacks) {
+            TerrainPainterGLSettings::enableRendering(withGround);
+            EngineGL::setMaxTextureUnitsLimit(0);
+            const auto all = picture(stack);
+            EXPECT_GT(differingPixels(all, blank()), int(s_size * s_size / 10));
+            for (const unsigned units : {3U, 2U, 1U}) {
+                EngineGL::setMaxTextureUnitsLimit(units);
+                EXPECT_LE(differingPixels(all, picture(stack), 3), 6) << units << " units";
+            }
+        }
+}
+
+TEST_F(DrapedTerrainGLTest, WithoutTexturesTrianglesAreStillDrawn) {
+    const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(2.0)).get();
+    TerrainPainterGLSettings::enableRendering(false);
+    for (const unsigned units : {0U, s_unitsWithStencil}) {
+        EngineGL::setMaxTextureUnitsLimit(units);
+        const auto image = picture({draped});
+        EXPECT_GT(differingPixels(image, blank()), int(s_size * s_size / 10));
+        EXPECT_EQ(0, differingPixels(picture({}), blank()));
+    }
+}
+
+} // namespace
