@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <system_error>
 
 #include <cpl_conv.h>
 #include <cpl_string.h>
@@ -15,21 +13,6 @@
 namespace ZMT::RASTER {
 
 namespace {
-
-/// Why `path` could not be opened, in words of the file system where it knows better than GDAL.
-[[noreturn]] void throwUnopened(const std::string & path, const GdalErrorTrap & trap) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found)
-        throw NBX::FileNotFoundException(L"no such file; check the name", path);
-    if (fs::is_directory(status)) throw NBX::InputException(L"is a directory; name a file in it", path);
-    if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
-        throw NBX::InputException(L"the file is empty; get it anew", path);
-    throw NBX::InputException(L"is no raster file that can be read, or is damaged; use a format such as "
-                              L"GeoTIFF, or get the file anew",
-                              path, 0, trap.text());
-}
 
 [[noreturn]] void throwWithoutBands(const std::string & path, GDALDataset & dataset) {
     CSLConstList parts = dataset.GetMetadata("SUBDATASETS");
@@ -103,7 +86,11 @@ void GdalSource::open() {
     const CPLConfigOptionSetter points("GTIFF_POINT_GEO_IGNORE", "FALSE", false);
     opened_.reset(
         GDALDataset::Open(path_.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
-    if (!opened_) throwUnopened(path_, trap);
+    if (!opened_)
+        throwUnopened(path_,
+                      L"is no raster file that can be read, or is damaged; use a format such as GeoTIFF, or "
+                      L"get the file anew",
+                      trap);
     if (opened_->GetRasterCount() == 0) throwWithoutBands(path_, *opened_);
     if (opened_->GetRasterXSize() <= 0 || opened_->GetRasterYSize() <= 0)
         throw NBX::InputException(L"the raster has no pixels; choose another file", path_);

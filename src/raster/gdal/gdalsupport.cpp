@@ -2,8 +2,10 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <mutex>
+#include <system_error>
 
 #include <cpl_conv.h>
 #include <cpl_string.h>
@@ -94,6 +96,18 @@ void GdalErrorTrap::clear() {
 void GdalErrorTrap::note(bool isError, const char * text) {
     if (!failed_) text_ = text;
     failed_ = failed_ || isError;
+}
+
+void throwUnopened(const std::string & path, const std::wstring & advice, const GdalErrorTrap & trap) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::not_found)
+        throw NBX::FileNotFoundException(L"no such file; check the name", path);
+    if (fs::is_directory(status)) throw NBX::InputException(L"is a directory; name a file in it", path);
+    if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
+        throw NBX::InputException(L"the file is empty; get it anew", path);
+    throw NBX::InputException(advice, path, 0, trap.text());
 }
 
 OGRSpatialReference spatialReference(const std::string & wkt) {

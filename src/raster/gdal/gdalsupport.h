@@ -48,6 +48,11 @@ struct GdalTransformerDestroyer {
 /// From pixels of a data set to map coordinates of a system, or to pixels of another data set.
 using GdalTransformer = std::unique_ptr<void, GdalTransformerDestroyer>;
 
+/// Says why `path` could not be opened, in words of the file system where it knows better than GDAL, and
+/// otherwise in those of `advice`.
+[[noreturn]] void throwUnopened(const std::string & path, const std::wstring & advice,
+                                const GdalErrorTrap & trap);
+
 /// The system `wkt` with x as longitude or easting; throws `NBX::InputException` for what is none.
 OGRSpatialReference spatialReference(const std::string & wkt);
 
