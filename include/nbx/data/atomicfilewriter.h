@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include <nbx/data/file.h>
@@ -8,7 +7,8 @@
 namespace NBX {
 
 /// Writes a file aside, in the folder of its target, and puts it in the target's place in one step: others
-/// see the old bytes or the new ones, never a part. Without `commit()` the target stays as it was.
+/// see the old bytes or the new ones, never a part. Without `commit()` the target stays as it was. Where the
+/// file system can, the file aside has no name, so that nothing of it is left when the process is killed.
 /// Throws `IOException`.
 class AtomicFileWriter {
 public:
@@ -26,9 +26,11 @@ public:
     void commit(bool synchronized = false);
 
 private:
+    void nameAside();
+
     std::string target_;
-    std::string aside_;
-    std::unique_ptr<File> file_;
+    std::string aside_; ///< empty while the file aside has no name
+    SO<File> file_;
 };
 
 } // namespace NBX

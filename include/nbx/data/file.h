@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <nbx/object/sharedobj.h>
+#include <nbx/object/so.h>
 
 namespace NBX {
 
@@ -44,6 +45,13 @@ public:
     /// The absolute path.
     const std::string & fullName() const { return fullName_; }
 
+    /// A new file, open for reading and writing, in the folder of `path` but without a name: it is gone when
+    /// it is closed or the process ends in whatever way. Messages call it `path`. Null where the file system
+    /// has no such files.
+    static SO<File> createUnnamed(const std::string & path);
+    /// Gives a file without a name one. False when it is taken, and where it cannot be done.
+    bool giveName(const std::string & path);
+
     static bool exists(const std::string & path);
     /// True for a regular file.
     static bool isFile(const std::string & path);
@@ -81,6 +89,8 @@ public:
                                                     bool files = true, bool folders = false);
 
 private:
+    File(const std::string & fullName, int handle);
+
     std::string fullName_;
     WriteMode mode_;
     int handle_ = -1;

@@ -25,20 +25,26 @@ std::string resolved(const std::string & path) {
     return error ? File::absolutePath(path) : goal.string();
 }
 
-std::string nameAside(const std::string & target) {
+std::string newNameAside(const std::string & target) {
     static std::atomic<unsigned> counter{0};
     return File::pathName(target) + "." + File::fileName(target) + "." + std::to_string(::getpid()) + "." +
            std::to_string(++counter) + ".tmp";
 }
 
 /// Names the target instead of the file aside when that cannot be made.
-std::unique_ptr<File> createAside(const std::string & aside, const std::string & target) {
+SO<File> createAside(const std::string & aside, const std::string & target) {
     try {
-        return std::make_unique<File>(aside, WM_Create);
+        return new File(aside, WM_Create);
     } catch (const IOException &) {
         const std::wstring reason = ErrorHandler::getLastError();
         throw IOException(L"cannot make a file in this folder, choose another one", target, 0, reason);
     }
+}
+
+/// A file without a name can be given one only where the system shows the process its own files.
+bool canBeNamed() {
+    static const bool result = ::access("/proc/self/fd", X_OK) == 0;
+    return result;
 }
 
 /// A file that is replaced hands its access rights on.
@@ -63,24 +69,40 @@ AtomicFileWriter::AtomicFileWriter(const std::string & path) : target_(resolved(
         throw IOException(L"cannot replace what is no regular file, choose another name", path);
     if (!File::isDir(File::pathName(target_)))
         throw IOException(L"cannot write the file, make its folder first", path);
-    aside_ = nameAside(target_);
+    if (canBeNamed()) file_ = File::createUnnamed(target_);
+    if (file_) return;
+    aside_ = newNameAside(target_);
     file_ = createAside(aside_, path);
 }
 
 AtomicFileWriter::~AtomicFileWriter() {
     if (!file_) return;
-    file_.reset();
-    File::remove(aside_);
+    file_ = nullptr;
+    if (!aside_.empty()) File::remove(aside_);
+}
+
+/// A name cannot be taken over from another file at once, but a file with a name can take its place.
+void AtomicFileWriter::nameAside() {
+    if (!aside_.empty()) return;
+    std::string name = newNameAside(target_);
+    if (!file_->giveName(name))
+        throw IOException(L"cannot put the written file in its place", target_, 0,
+                          ErrorHandler::getLastError());
+    aside_ = name;
 }
 
 void AtomicFileWriter::commit(bool synchronized) {
     if (!file_) throw IOException(L"the file was committed before", target_);
     if (synchronized) file_->synchronize();
-    takeAccessRights(target_, aside_);
-    if (std::rename(aside_.c_str(), target_.c_str()) != 0)
-        throw IOException(L"cannot put the written file in its place", target_, 0,
-                          ErrorHandler::getLastError());
-    file_.reset();
+    const bool isNew = aside_.empty() && !File::exists(target_);
+    if (!isNew || !file_->giveName(target_)) {
+        nameAside();
+        takeAccessRights(target_, aside_);
+        if (std::rename(aside_.c_str(), target_.c_str()) != 0)
+            throw IOException(L"cannot put the written file in its place", target_, 0,
+                              ErrorHandler::getLastError());
+    }
+    file_ = nullptr;
     if (synchronized) synchronizeFolder(File::pathName(target_));
 }
 

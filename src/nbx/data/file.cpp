@@ -106,6 +106,22 @@ File::File(const std::string & path, WriteMode mode)
     if (mode == WM_Append) position_ = size();
 }
 
+File::File(const std::string & fullName, int handle)
+    : fullName_(fullName), mode_(WM_Create), handle_(handle) {}
+
+SO<File> File::createUnnamed(const std::string & path) {
+    const std::string folder = pathName(absolutePath(path));
+    const int handle = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    return handle < 0 ? nullptr : new File(absolutePath(path), handle);
+}
+
+bool File::giveName(const std::string & path) {
+    const std::string link = "/proc/self/fd/" + std::to_string(handle_);
+    if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
+    fullName_ = absolutePath(path);
+    return true;
+}
+
 File::~File() {
     if (handle_ >= 0) ::close(handle_);
 }
