@@ -1,0 +1,78 @@
+#include <vector>
+
+#include <GL/gl.h>
+
+#include <nbx/gl/enginegl.h>
+#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/scene/composite.h>
+#include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
+#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+using NBX::BufferObjectGL;
+using VertexBuffer = NBX::SO<NBX::BaseVertexAttributeBufferObjectGL>;
+
+template <class T> NBX::SO<BufferObjectGL> upload(NBX::EngineGL * engine, const std::vector<T> & numbers) {
+    return new BufferObjectGL(engine, numbers.size() * sizeof(T), numbers.data(),
+                              BufferObjectGL::DT_VertexIndices, BufferObjectGL::UP_Static);
+}
+
+/// Nothing at all where there are no strips.
+NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const VertexBuffer & vertices,
+                           const ChunkedLodPatchMesh::Strips & strips) {
+    constexpr auto type = NBX::VertexAttributeShapeGL::PT_TriangleStrip;
+    if (strips.indices.empty()) return new NBX::Composite;
+    return new NBX::VertexAttributeShapeGL(type, vertices, upload(engine, strips.indices),
+                                           upload(engine, strips.ranges));
+}
+
+void createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
+    const ChunkedLodPatchMesh mesh(*patch);
+    patch->setThreshold(mesh.threshold);
+    const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
+        engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));
+    patch->surfaceMesh() = upload(engine, vertices, mesh.surface);
+    patch->outerWallMesh() = upload(engine, vertices, mesh.outerWall);
+}
+
+/// Draws a patch of a chunked terrain from buffers, which are made on first use and kept with the patch.
+class ChunkedLodTerrain_Patch_PainterGL : public GeometryPatchPainterGL {
+    NBX_TEMPLATE_CLASS(ChunkedLodTerrain_Patch_PainterGL, GeometryPatchPainterGL)
+public:
+    NBX::ID target() const override { return ChunkedLodTerrain::Patch::ClassNameNBX(); }
+    bool shouldUseDisplayLists() const override { return false; }
+
+    void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override {
+        NBX_CHECK(engine, L"no engine");
+        if (!engine) return;
+        const NBX::SO<NBX::Shape> & surfaceMesh_ = meshesOf(engine, patch).surfaceMesh();
+        NBX_CHECK(surfaceMesh_, L"internal error");
+        if (surfaceMesh_) engine->paint(surfaceMesh_.get());
+    }
+
+    void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) override {
+        NBX_CHECK(engine, L"no engine");
+        if (!engine) return;
+        const NBX::SO<NBX::Shape> & outerWallMesh_ = meshesOf(engine, patch).outerWallMesh();
+        NBX_CHECK(outerWallMesh_, L"internal error");
+        if (outerWallMesh_) engine->paint(outerWallMesh_.get());
+    }
+
+private:
+    static const ChunkedLodTerrain::Patch & meshesOf(NBX::EngineGL * engine, const GeometryPatch * patch) {
+        const auto & window = static_cast<const ChunkedLodTerrain::Patch &>(*patch);
+        if (!window.surfaceMesh() || !window.outerWallMesh()) createShapeForPatch(engine, &window);
+        return window;
+    }
+};
+
+const bool registered = (NBX::EngineGL::registerHandler(new ChunkedLodTerrain_Patch_PainterGL), true);
+
+} // namespace
+
+} // namespace ZMT::CORE

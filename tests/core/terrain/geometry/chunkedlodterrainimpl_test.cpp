@@ -1,0 +1,109 @@
+#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <nbx/object/exception.h>
+
+#include "chunkedfixture.h"
+
+using TestChunked::Lattice;
+
+namespace {
+
+/// A folder of its own for temporary files, for the length of a test.
+class TemporaryFolder {
+public:
+    TemporaryFolder() : path_(testing::TempDir() + "zmt_chunked_" + std::to_string(::getpid())) {
+        if (const char * before = std::getenv("TMPDIR")) before_ = before;
+        std::filesystem::create_directory(path_);
+        ::setenv("TMPDIR", path_.c_str(), 1);
+    }
+    ~TemporaryFolder() {
+        if (before_.empty())
+            ::unsetenv("TMPDIR");
+        else
+            ::setenv("TMPDIR", before_.c_str(), 1);
+        std::filesystem::remove_all(path_);
+    }
+    bool isEmpty() const { return std::filesystem::is_empty(path_); }
+
+private:
+    std::string path_, before_;
+};
+
+/// No file may become longer, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+TEST(ChunkedLodTerrainImpl, PadsToTheNextSquareWithACentre) {
+    const struct {
+        unsigned cellsX, cellsY, sizeX, sizeY, paddedSize, level;
+        bool isSquare;
+    } cases[] = {{1025, 1025, 1025, 1025, 1025, 10, true},
+                 {1000, 1025, 1000, 1025, 1025, 10, false},
+                 {1026, 3, 1026, 3, 2049, 11, false},
+                 {4, 4, 4, 4, 5, 2, false},
+                 {3, 3, 3, 3, 3, 1, true},
+                 {2, 2, 2, 2, 3, 1, false},
+                 {1, 1, 1, 1, 3, 1, false},
+                 {0, 0, 1, 1, 3, 1, false}};
+    for (const auto & c : cases) {
+        SCOPED_TRACE(testing::Message() << c.cellsX << " by " << c.cellsY);
+        const NBX::SO<Lattice> lattice(new Lattice(c.cellsX, c.cellsY));
+        EXPECT_EQ(lattice->sizeX(), c.sizeX);
+        EXPECT_EQ(lattice->sizeY(), c.sizeY);
+        EXPECT_EQ(lattice->paddedSize(), c.paddedSize);
+        EXPECT_EQ(lattice->level(), c.level);
+        EXPECT_EQ(lattice->isSquare(), c.isSquare);
+    }
+}
+
+TEST(ChunkedLodTerrainImpl, BeyondTheRasterTheLastColumnAndRowRepeat) {
+    const NBX::SO<Lattice> lattice(new Lattice(1000, 1025));
+    EXPECT_EQ(lattice->heightIndex(999, 5), 999U + 5 * 1000);
+    EXPECT_EQ(lattice->heightIndex(1000, 5), 999U + 5 * 1000);
+    EXPECT_EQ(lattice->heightIndex(1024, 1024), 999U + 1024 * 1000);
+    EXPECT_EQ(lattice->latticeIndex(1000, 5), 1000U + 5 * 1025);
+    const NBX::SO<Lattice> square(new Lattice(1025, 1025));
+    EXPECT_EQ(square->heightIndex(1000, 5), 1000U + 5 * 1025);
+}
+
+TEST(ChunkedLodTerrainImpl, LargeArraysLieInFilesThatAreGoneAtOnce) {
+    const TemporaryFolder folder;
+    // 8193 by 2 heights are small, the errors of their lattice are not.
+    const NBX::SO<Lattice> lattice(new Lattice(8194, 2));
+    EXPECT_EQ(lattice->sizeX(), 8193U);
+    EXPECT_TRUE(folder.isEmpty());
+    lattice->heights()[3] = 9;
+    lattice->computeErrors();
+    EXPECT_EQ(lattice->errors()[3], 9);
+    EXPECT_EQ(lattice->errors()[0], 65535);
+    EXPECT_EQ(lattice->errors()[std::size_t(8193) * 8193 - 1], 65535);
+}
+
+TEST(ChunkedLodTerrainImpl, AFullDiskIsAnErrorBeforeAnythingIsWritten) {
+    const TemporaryFolder folder;
+    const FileSizeLimit limit(1 << 20);
+    EXPECT_THROW(NBX::SO<Lattice>(new Lattice(8193, 2)), NBX::IOException);
+    EXPECT_TRUE(folder.isEmpty());
+}
+
+} // namespace
