@@ -666,22 +666,23 @@ TEST_F(ThreadedResourceManagerTest, DestructionWithAWorkerIsReported) {
     class Holding : public Manager {
         NBX_TEMPLATE_CLASS(Holding, Manager)
     public:
-        explicit Holding(Semaphore * go) : Manager(1000.0, true), go_(go) { shutsDown = false; }
+        Holding(Semaphore * arrived, Semaphore * go) : Manager(1000.0, true), arrived_(arrived), go_(go) {
+            shutsDown = false;
+        }
         void run() override {
             const SO<Semaphore> go = go_;
+            arrived_->increase();
             go->decrease();
         }
 
     private:
-        SO<Semaphore> go_;
+        SO<Semaphore> arrived_, go_;
     };
     {
-        const SO<Holding> holding(new Holding(go.get()));
+        const SO<Holding> holding(new Holding(arrived.get(), go.get()));
         holding->request(a, preparer, 1.0);
         holding->endFrame();
-        // Until the worker holds the semaphore itself.
-        while (go->references() < 3)
-            Thread::sleep(0.001);
+        arrived->decrease();
     }
     NBX::ErrorHandler::setHandler(before);
     EXPECT_EQ(count, 1);

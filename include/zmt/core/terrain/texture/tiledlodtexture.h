@@ -8,8 +8,6 @@
 
 namespace ZMT::CORE {
 
-class TiledLODTexture_Manager;
-
 /// Drapes an image pyramid of any size over a terrain. For each geometry patch one texture of at most 512 by
 /// 512 texels is cut from the level that fits. A worker thread prepares the textures in the order of their
 /// importance for the picture, within a budget shared by all objects of the class; meanwhile, and where
@@ -46,7 +44,6 @@ public:
     static void endFrame(const TerrainPainterFrameManager::Info & info);
     /// In bytes; 0 before the first frame.
     static unsigned usedTextureMemory();
-    static unsigned getMaxTextureMemory();
     /// 128 MiB at first. Takes effect at the end of the frame.
     static void setMaxTextureMemory(unsigned bytes);
     /// Ends the worker and drops all textures; the next frame begins anew. Done by itself at the end of the

@@ -1,0 +1,223 @@
+#include <zmt/core/terrain/texture/tiledlodtexture.h>
+
+#include <cstdlib>
+#include <exception>
+#include <limits>
+
+#include <nbx/gl/enginegl.h>
+#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/serializationmanager.h>
+#include <nbx/object/stringutils.h>
+#include <nbx/scene/viewinfo.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/texture/lodtexturerequest.h>
+#include <zmt/raster/geoimage.h>
+#include <zmt/raster/tiledgeoimage.h>
+
+namespace ZMT::CORE {
+
+NBX_STORED_CLASS_IMPL(TiledLODTexture, TerrainTexture)
+NBX_CLASS_IMPL(TiledLODTexture::Patch, NBX::SharedObj)
+NBX_CLASS_IMPL(TiledLODTexture::Mapper, Base)
+NBX_CLASS_IMPL(TiledLODTexture::Preparer, Base)
+
+namespace {
+
+using Point = NBX::Vector3Base<double>;
+using Levels = LODTextureRequest::Levels;
+
+constexpr double s_unbounded = 1e42;
+constexpr unsigned s_mapperBuckets = 1009;
+constexpr unsigned s_requestAgeLimit = 5;
+constexpr double s_idleSleep = 0.0;
+constexpr double s_bytesPerTexel = 4.0;
+constexpr unsigned s_luminance16F = 34846; // GL_LUMINANCE16F_ARB
+constexpr unsigned s_luminance32F = 34840; // GL_LUMINANCE32F_ARB
+
+unsigned s_maxTextureMemory = 128U << 20;
+
+Levels levelsOf(const RASTER::TiledGeoImagePyramid * pyramid) {
+    Levels levels;
+    const unsigned count = pyramid ? pyramid->overviews() : 0;
+    levels.reserve(count);
+    for (unsigned i = 0; i < count; ++i) {
+        const NBX::SO<RASTER::TiledGeoImage> level = pyramid->overview(i);
+        if (!level) break;
+        levels.push_back({level->pixelSizeX(), level->pixelSizeY(), level->pixelsX(), level->pixelsY(),
+                          level->granularityX(), level->granularityY()});
+    }
+    return levels;
+}
+
+/// Maps the scene's x and z on to the image, whose extent runs between the centres of its border pixels.
+NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image) {
+    using Matrix = NBX::Matrix4x4Base<double>;
+    const Point urb = GeoTransformation::geo2nbxTf(Point(image.maxX(), 0.0, image.maxY()));
+    const Point llf = GeoTransformation::geo2nbxTf(Point(image.minX(), 0.0, image.minY()));
+    const double pixelX = image.pixelSizeX(), pixelY = image.pixelSizeY();
+    return Matrix::scaling({1.0 / (urb.x - llf.x + pixelX), 1.0 / (urb.z - llf.z + pixelY), 1.0}) *
+           Matrix::translation({-llf.x + 0.5 * pixelX, -llf.z + 0.5 * pixelY, 0.0});
+}
+
+NBX::SO<NBX::TextureGL> makeTexture(const NBX::SO<RASTER::GeoImage> & image) {
+    using NBX::TextureGL;
+    const NBX::SO<NBX::ImageTexture2DGL> texture(
+        new NBX::ImageTexture2DGL(image->image(), TextureGL::WM_Repeat, TextureGL::WM_Repeat));
+    texture->setWrap(TextureGL::WM_ClampToBorder);
+    texture->setBorderColor(NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
+    texture->setMatrix(textureMatrix(*image));
+    if (image->dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
+    if (image->dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
+    texture->unrefImageAfterBinding();
+    return texture;
+}
+
+} // namespace
+
+/// The cache of all objects of the class, and the worker that fills it.
+class TiledLODTexture_Manager : public ResourceManager<TiledLODTexture::Patch, NBX::TextureGL> {
+    using Base = ResourceManager<TiledLODTexture::Patch, NBX::TextureGL>;
+    NBX_TEMPLATE_CLASS(TiledLODTexture_Manager, Base)
+public:
+    TiledLODTexture_Manager() : ResourceManager(s_maxTextureMemory, true, s_requestAgeLimit, s_idleSleep) {
+        NBX_REPORT(2, L"!USE_MULTI_THREADING",
+                   L"using multi-threading for TiledLODTexture; may lead to problems?");
+    }
+    ~TiledLODTexture_Manager() override { shutdown(); }
+
+    double sizeOf(const NBX::SO<TiledLODTexture::Patch> & key) const override {
+        return s_bytesPerTexel * key->width * key->height;
+    }
+};
+
+namespace {
+
+/// Null until the first frame. Never destroyed itself, since frames may come while libraries unload.
+NBX::SO<TiledLODTexture_Manager> & manager() {
+    static auto & instance = *new NBX::SO<TiledLODTexture_Manager>;
+    return instance;
+}
+
+using FrameCallback = NBX::FunctionCallback1<const TerrainPainterFrameManager::Info &>;
+
+const bool s_isInFrames =
+    TerrainPainterFrameManager::RegisterBeginFrameCallback(new FrameCallback(TiledLODTexture::beginFrame)) &&
+    TerrainPainterFrameManager::RegisterEndFrameCallback(new FrameCallback(TiledLODTexture::endFrame));
+
+} // namespace
+
+TiledLODTexture::Patch::Patch(RASTER::TiledGeoImagePyramid * patchPyramid, unsigned patchLevel,
+                              const NBX::Bounds & patchBounds, unsigned patchWidth, unsigned patchHeight,
+                              NBX::EngineGL * patchEngine)
+    : pyramid(patchPyramid), level(patchLevel), bounds(patchBounds), width(patchWidth), height(patchHeight),
+      engine(patchEngine) {}
+
+TiledLODTexture::Patch::~Patch() = default;
+
+TiledLODTexture::Mapper::Mapper() : NonPersistentDictionary(s_mapperBuckets) {}
+
+TiledLODTexture::Mapper::~Mapper() = default;
+
+NBX::SO<NBX::TextureGL> TiledLODTexture::Preparer::call(NBX::SO<Patch> patch) {
+    try {
+        const NBX::Bounds box = GeoTransformation::nbx2geoTf(patch->bounds);
+        const Point min = box.getLLF(), max = box.getURB();
+        const NBX::SO<RASTER::GeoImage> image =
+            patch->pyramid->getGeoImage(min.x, min.z, max.x, max.z, patch->width, patch->height);
+        return image && image->image() ? makeTexture(image) : EmptyTexture::texture();
+    } catch (const std::exception & e) {
+        // One report tells enough of a file that has vanished.
+        if (!hasReported_)
+            NBX_FAILURE(L"cannot read a part of the image: "
+                        << NBX::StringUtils::Utf8String2WString(e.what()));
+        hasReported_ = true;
+        return EmptyTexture::texture();
+    }
+}
+
+TiledLODTexture::TiledLODTexture() : TiledLODTexture(nullptr) {}
+
+TiledLODTexture::TiledLODTexture(RASTER::TiledGeoImagePyramid * pyramid)
+    : TerrainTexture(NBX::TextureGL::FM_Linear, NBX::TextureGL::FM_Linear), pyramid_(pyramid) {}
+
+TiledLODTexture::~TiledLODTexture() = default;
+
+NBX::Bounds TiledLODTexture::boundingBox() const {
+    if (!pyramid_) return {};
+    return GeoTransformation::geo2nbxTf(NBX::Bounds(Point(pyramid_->minX(), -s_unbounded, pyramid_->minY()),
+                                                    Point(pyramid_->maxX(), s_unbounded, pyramid_->maxY())));
+}
+
+bool TiledLODTexture::refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo, unsigned, unsigned,
+                             const Point & eye, double textureError, bool) const {
+    NBX_CHECK(patch, L"no geometry patch");
+    if (!patch) return false;
+    const NBX::Bounds shared = LODTextureRequest::overlap(boundingBox(), patch->boundingBox());
+    if (!shared.isDefined()) return false;
+    const Levels levels = levelsOf(pyramid_.get());
+    return !levels.empty() && LODTextureRequest::refine(levels, shared, *viewInfo, eye, textureError);
+}
+
+NBX::SO<NBX::TextureGL> TiledLODTexture::requestImpl(const GeometryPatch * patch, NBX::EngineGL * engine,
+                                                     const NBX::ViewInfo * viewInfo, unsigned, unsigned,
+                                                     double priority, const Point & eye, double textureError,
+                                                     bool, bool asynchronous, bool & incomplete) const {
+    NBX_CHECK(patch, L"no geometry patch");
+    const NBX::Bounds box = boundingBox();
+    if (!patch || !LODTextureRequest::overlap(box, patch->boundingBox()).isDefined())
+        return EmptyTexture::texture();
+    const Levels levels = levelsOf(pyramid_.get());
+    if (levels.empty()) return EmptyTexture::texture();
+
+    if (!mapper_) mapper_ = new Mapper;
+    const NBX::SO<const GeometryPatch> wanted(patch);
+    LODTextureRequest::map(*mapper_, wanted, [&](const GeometryPatch & geometryPatch) {
+        const NBX::Bounds shared = LODTextureRequest::overlap(box, geometryPatch.boundingBox());
+        const unsigned level = LODTextureRequest::chooseLevel(levels, shared);
+        return NBX::SO<Patch>(new Patch(pyramid_.get(), level, shared,
+                                        LODTextureRequest::textureSize(levels[level].pixelsX),
+                                        LODTextureRequest::textureSize(levels[level].pixelsY), engine));
+    });
+
+    if (!manager()) beginFrame({nullptr, false});
+    if (!preparer_) preparer_ = new Preparer;
+    const LODTextureRequest request(levels, *viewInfo, eye, textureError, asynchronous);
+    return request.find<Patch>(*manager(), *mapper_, wanted, preparer_, priority, incomplete);
+}
+
+void TiledLODTexture::serialize(NBX::SerializationManager & m) {
+    m.enterObject();
+    NBX::serializeSuperclass<TerrainTexture>(m, this);
+    NBX::attributeWithDefault(m, "pyramid", pyramid_, nullptr);
+}
+
+void TiledLODTexture::beginFrame(const TerrainPainterFrameManager::Info &) {
+    if (!manager()) {
+        manager() = new TiledLODTexture_Manager;
+        static const bool isRegistered = std::atexit(killManager) == 0;
+        static_cast<void>(isRegistered);
+    }
+    manager()->beginFrame();
+}
+
+void TiledLODTexture::endFrame(const TerrainPainterFrameManager::Info &) {
+    if (manager()) manager()->endFrame();
+}
+
+unsigned TiledLODTexture::usedTextureMemory() {
+    if (!manager()) return 0;
+    constexpr double limit = std::numeric_limits<unsigned>::max();
+    return static_cast<unsigned>(std::min(manager()->usedMemory(), limit));
+}
+
+void TiledLODTexture::setMaxTextureMemory(unsigned bytes) {
+    s_maxTextureMemory = bytes;
+    if (manager()) manager()->setMaxMemory(bytes);
+}
+
+void TiledLODTexture::killManager() {
+    manager() = nullptr;
+}
+
+} // namespace ZMT::CORE
