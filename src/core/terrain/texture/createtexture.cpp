@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
@@ -23,7 +22,8 @@
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
 #include <zmt/core/terrain/geometry/terrainwatcher.h>
-#include <zmt/core/terrain/texture/simpleterraintexture.h>
+#include <zmt/core/terrain/texture/tiledlodtexture.h>
+#include <zmt/raster/memorytiledgeoimagepyramid.h>
 
 namespace ZMT::CORE {
 
@@ -90,15 +90,19 @@ bool drawInto(NBX::Image & target, NBX::SceneThing & scene) {
     return drawn;
 }
 
-NBX::SO<TerrainTexture> newTexture(const Terrain & terrain, const NBX::SO<NBX::Image> & image) {
-    const NBX::SO<NBX::TextureGL> texture(
-        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge));
-    return new SimpleTerrainTexture(texture, terrain.boundingBox(), NBX::Matrix4x4Base<double>());
+/// Drapes the picture over the ground that it shows.
+NBX::SO<TerrainTexture> newTexture(const Terrain & terrain, NBX::Image & image) {
+    const NBX::Bounds box = GeoTransformation::nbx2geoTf(terrain.boundingBox());
+    const Point southWest = box.getLLF(), northEast = box.getURB();
+    const NBX::SO<RASTER::TiledGeoImagePyramid> pyramid(new RASTER::MemoryTiledGeoImagePyramid(
+        &image, NBX::Bounds({southWest.x, southWest.z, 0.0}, {northEast.x, northEast.z, 0.0}), false,
+        NBX::Color::black));
+    return new TiledLODTexture(pyramid.get());
 }
 
 NBX::SO<TerrainTexture> draw(Terrain & terrain, const NBX::SO<NBX::Image> & target, BirdsEyeView & view) {
     appendTerrain(*view.content, terrain);
-    if (drawInto(*target, *view.scene)) return newTexture(terrain, target);
+    if (drawInto(*target, *view.scene)) return newTexture(terrain, *target);
     NBX_FAILURE(L"the terrain could not be drawn from above");
     return nullptr;
 }

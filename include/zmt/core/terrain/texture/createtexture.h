@@ -15,7 +15,8 @@ class Terrain;
 class TerrainTexture;
 
 /// Makes textures of terrains by drawing them from straight above, at their finest level. The picture fills
-/// the whole image: its line 0 is the southern edge of the terrain's box, its column 0 the western one.
+/// the whole image: its line 0 is the southern edge of the terrain's box, its column 0 the western one. The
+/// textures are `TiledLODTexture`s that keep the image, which may not change any more.
 ///
 /// Render thread only. Patches are drawn where the scene's origin puts them, as in any other picture.
 class CreateTexture {
