@@ -29,6 +29,8 @@
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
+#include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/raster/gdal/rasterwarp.h>
 
 #include "testterrain.h"
 
@@ -48,6 +50,9 @@ namespace {
 constexpr unsigned s_size = 200;
 /// Engines with fewer units use the stencil buffer.
 constexpr unsigned s_unitsWithStencil = 2;
+/// Of a picture, through which the border of a patch runs so close to the middle that rounding decides whose
+/// they are.
+constexpr int s_borderPixels = 8;
 
 class DrapedTrianglesGLTest : public GLFixture {
 protected:
@@ -172,7 +177,7 @@ TEST_F(DrapedTrianglesGLTest, BothWaysDrawTheSamePixels) {
         const auto clipped = draw();
         EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
         const auto stencilled = draw();
-        EXPECT_LE(differingPixels(clipped, stencilled), 2) << "round " << round;
+        EXPECT_LE(differingPixels(clipped, stencilled), s_borderPixels) << "round " << round;
         EXPECT_GT(differingPixels(clipped, blank()), 500) << "round " << round;
     }
 }
@@ -320,7 +325,7 @@ TEST_F(DrapedTerrainGLTest, TrianglesTakeTheTexturesOfTheGround) {
     for (const unsigned units : {0U, 2U, 1U}) {
         EngineGL::setMaxTextureUnitsLimit(units);
         const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(5.0)).get();
-        EXPECT_LE(differingPixels(ground, picture({decal, draped}), 2), 4) << units;
+        EXPECT_LE(differingPixels(ground, picture({decal, draped}), 2), s_borderPixels) << units;
     }
     // The check above would see triangles of another colour.
     TerrainPainterGLSettings::enableRendering(false);
@@ -343,9 +348,9 @@ TEST_F(DrapedTerrainGLTest, OnePassAndSeveralShowTheSame) {
             EngineGL::setMaxTextureUnitsLimit(0);
             const auto all = picture(stack);
             EXPECT_GT(differingPixels(all, blank()), int(s_size * s_size / 10));
-            for (const unsigned units : {3U, 2U, 1U}) {
+            for (const unsigned units : {2U, 1U}) {
                 EngineGL::setMaxTextureUnitsLimit(units);
-                EXPECT_LE(differingPixels(all, picture(stack), 3), 6) << units << " units";
+                EXPECT_LE(differingPixels(all, picture(stack), 3), s_borderPixels) << units << " units";
             }
         }
 }
@@ -359,6 +364,62 @@ TEST_F(DrapedTerrainGLTest, WithoutTexturesTrianglesAreStillDrawn) {
         EXPECT_GT(differingPixels(image, blank()), int(s_size * s_size / 10));
         EXPECT_EQ(0, differingPixels(picture({}), blank()));
     }
+}
+
+/// A canvas need not have a stencil buffer; then planes cut, however few units there are.
+TEST_F(DrapedTerrainGLTest, NoStencilBufferIsNeeded) {
+    const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(ring(2.0)).get();
+    const SO<NBX::Attribute> decal = effect(ColoredPatchesEffect::Decal);
+    TerrainPainterGLSettings::enableRendering(false);
+    EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
+    const auto expected = picture({decal, draped});
+    canvas->releaseContext();
+    const SO<NBX::PBufferCanvasGL> plain(
+        new NBX::PBufferCanvasGL(s_size, s_size, NBX::GLCanvas::COLOR_BUFFER | NBX::GLCanvas::DEPTH_BUFFER));
+    ASSERT_TRUE(plain->isCreated());
+    plain->append(root.get());
+    plain->redisplay();
+    EXPECT_LE(differingPixels(expected, plain->snapshot(), 2), s_borderPixels);
+    plain->remove(root.get());
+    ASSERT_TRUE(canvas->makeContextCurrent());
+}
+
+/// Real ground, with undefined places in it, and a lake that is not there.
+TEST_F(DrapedTerrainGLTest, ALakeLiesOnRealGround) {
+    const ZMT::RASTER::GeoRaster raster = ZMT::RASTER::RasterWarp::toMetric(
+        ZMT::RASTER::RasterFile(ZMT_DATA_DIR "/../tests/data/everest_heights.tif").read());
+    grid = new ZMT::CORE::GridData(raster.raster.get());
+    testing::internal::CaptureStderr();
+    terrain = new Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 1000).get());
+    testing::internal::GetCapturedStderr();
+    ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin());
+    const Bounds box = terrain->boundingBox();
+    const Point size = box.diagonal();
+    std::vector<std::vector<Point>> shore(1);
+    for (const auto & [u, v] : std::vector<std::pair<double, double>>{
+             {0.2, 0.3}, {0.5, 0.15}, {0.7, 0.3}, {0.6, 0.5}, {0.8, 0.8}, {0.45, 0.6}, {0.25, 0.7}})
+        shore[0].push_back(box.point(u, 0.0, v) + grid->origin());
+    const SO<PolygonSet> lake = ZMT::CORE::PolygonTriangulation::drape(*terrain, shore, 60.0, 30.0);
+    ASSERT_TRUE(lake);
+    const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(lake).get();
+    const SO<NBX::Attribute> decal = effect(ColoredPatchesEffect::Decal);
+
+    // The finest ground, so that it is where the lake is.
+    TerrainPainterGLSettings::setGeometryError(1e-3);
+    const Point center = box.center();
+    camera =
+        new NBX::Camera(new NBX::LookAt(center + Point(0, size.x, 0), center, {0, 0, 1}),
+                        new NBX::Ortho(-size.x / 2, size.x / 2, -size.x / 2, size.x / 2, 10, 3 * size.x));
+    const auto ground = picture({decal});
+    EXPECT_LE(differingPixels(ground, picture({decal, draped}), 2), s_borderPixels) << "seen from above";
+
+    TerrainPainterGLSettings::enableRendering(false);
+    camera = new NBX::Camera(new NBX::LookAt(center + Point(0, 0.6 * size.x, -size.z), center),
+                             new NBX::Perspective(45.0, 100.0, 1e5));
+    const auto clipped = picture({decal, draped});
+    EXPECT_GT(differingPixels(clipped, blank()), int(s_size * s_size / 20));
+    EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
+    EXPECT_LE(differingPixels(clipped, picture({decal, draped}), 2), s_borderPixels);
 }
 
 } // namespace
