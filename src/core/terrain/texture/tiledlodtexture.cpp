@@ -6,6 +6,7 @@
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
@@ -60,15 +61,51 @@ NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image) {
            Matrix::translation({-llf.x + 0.5 * pixelX, -llf.z + 0.5 * pixelY, 0.0});
 }
 
-NBX::SO<NBX::TextureGL> makeTexture(const NBX::SO<RASTER::GeoImage> & image) {
-    using NBX::TextureGL;
-    const NBX::SO<NBX::ImageTexture2DGL> texture(
-        new NBX::ImageTexture2DGL(image->image(), TextureGL::WM_Repeat, TextureGL::WM_Repeat));
-    texture->setWrap(TextureGL::WM_ClampToBorder);
+/// The layers with alpha that stand for those of `image`; the same where there is nothing to add.
+NBX::LayerSequence withAlpha(const NBX::Image & image) {
+    if (image.dataType() == NBX::Image::Half || image.dataType() == NBX::Image::Float)
+        return image.layerSequence();
+    switch (image.layerSequence()) {
+    case NBX::LS_Luminance:
+        return NBX::LS_LuminanceAlpha;
+    case NBX::LS_RGB:
+        return NBX::LS_RGBA;
+    case NBX::LS_BGR:
+        return NBX::LS_BGRA;
+    default:
+        return image.layerSequence();
+    }
+}
+
+/// OpenGL ignores the alpha of the border of a texture that has none itself. So the image gets one, while the
+/// texture goes on to count as what it was: whatever takes a factor from it takes its luminance.
+class TiledTexture : public NBX::ImageTexture2DGL {
+    NBX_TEMPLATE_CLASS(TiledTexture, NBX::ImageTexture2DGL)
+public:
+    explicit TiledTexture(const NBX::SO<NBX::Image> & image)
+        : ImageTexture2DGL(imageWithAlpha(image), WM_Repeat, WM_Repeat),
+          channels_(NBX::ImageTexture2DGL(image).channels()) {}
+    Channels channels() const override { return channels_; }
+
+private:
+    static NBX::SO<NBX::Image> imageWithAlpha(const NBX::SO<NBX::Image> & image) {
+        const NBX::LayerSequence layers = withAlpha(*image);
+        if (layers == image->layerSequence()) return image;
+        const NBX::SO<NBX::Image> result(
+            new NBX::MemoryImage(image->width(), image->height(), layers, image->dataType()));
+        return result->copy(image.get()) ? result : image;
+    }
+
+    const Channels channels_;
+};
+
+NBX::SO<NBX::TextureGL> makeTexture(const RASTER::GeoImage & image) {
+    const NBX::SO<TiledTexture> texture(new TiledTexture(image.image()));
+    texture->setWrap(NBX::TextureGL::WM_ClampToBorder);
     texture->setBorderColor(NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
-    texture->setMatrix(textureMatrix(*image));
-    if (image->dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
-    if (image->dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
+    texture->setMatrix(textureMatrix(image));
+    if (image.dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
+    if (image.dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
     texture->unrefImageAfterBinding();
     return texture;
 }
@@ -125,7 +162,7 @@ NBX::SO<NBX::TextureGL> TiledLODTexture::Preparer::call(NBX::SO<Patch> patch) {
         const Point min = box.getLLF(), max = box.getURB();
         const NBX::SO<RASTER::GeoImage> image =
             patch->pyramid->getGeoImage(min.x, min.z, max.x, max.z, patch->width, patch->height);
-        return image && image->image() ? makeTexture(image) : EmptyTexture::texture();
+        return image && image->image() ? makeTexture(*image) : EmptyTexture::texture();
     } catch (const std::exception & e) {
         // One report tells enough of a file that has vanished.
         if (!hasReported_)

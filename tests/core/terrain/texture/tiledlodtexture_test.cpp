@@ -351,6 +351,21 @@ TEST_F(TiledLODTextureTest, FloatImagesKeepTheirPrecision) {
     }
 }
 
+TEST_F(TiledLODTextureTest, ImagesWithoutAlphaGetOneForTheirBorderAndStayWhatTheyAre) {
+    for (const auto & [layers, stored, channels] :
+         {std::tuple(NBX::LS_RGB, NBX::LS_RGBA, TextureGL::C_RGB),
+          std::tuple(NBX::LS_BGR, NBX::LS_BGRA, TextureGL::C_RGB),
+          std::tuple(NBX::LS_RGBA, NBX::LS_RGBA, TextureGL::C_RGBA),
+          std::tuple(NBX::LS_Luminance, NBX::LS_LuminanceAlpha, TextureGL::C_Luminance),
+          std::tuple(NBX::LS_LuminanceAlpha, NBX::LS_LuminanceAlpha, TextureGL::C_LuminanceAlpha)}) {
+        pyramid->layers = layers;
+        texture = new TiledLODTexture(pyramid.get());
+        const auto result = NBX::soCast<NBX::ImageTexture2DGL>(request(*root));
+        EXPECT_EQ(result->getImage()->layerSequence(), stored) << layers;
+        EXPECT_EQ(result->channels(), channels) << layers;
+    }
+}
+
 // The manager.
 
 TEST_F(TiledLODTextureTest, TheFirstFrameMakesTheManagerAndSaysSo) {
@@ -527,8 +542,8 @@ protected:
         root->append(terrain.get());
     }
     /// Of 256 by 256 pixels over the terrain and 16 units less on each side.
-    static SO<MemoryTiledGeoImagePyramid> fourColors() {
-        const SO<NBX::MemoryImage> image(new NBX::MemoryImage(256, 256, NBX::LS_RGBA));
+    static SO<MemoryTiledGeoImagePyramid> fourColors(NBX::LayerSequence layers = NBX::LS_RGBA) {
+        const SO<NBX::MemoryImage> image(new NBX::MemoryImage(256, 256, layers));
         for (int y = 0; y < 256; ++y)
             for (int x = 0; x < 256; ++x)
                 image->setColor(x, y, NBX::Color(x < 128 ? 0.0F : 1.0F, y < 128 ? 0.0F : 1.0F, 0.5F, 1.0F));
@@ -557,6 +572,11 @@ TEST_F(TiledLODTextureGLTest, ThePictureLiesWhereTheMapSays) {
     show(fourColors().get());
     expectFourColors(draw());
     EXPECT_FALSE(canvas->redisplayPending());
+}
+
+TEST_F(TiledLODTextureGLTest, BeyondAnImageWithoutAlphaIsTheGround) {
+    show(fourColors(NBX::LS_RGB).get());
+    expectFourColors(draw());
 }
 
 TEST_F(TiledLODTextureGLTest, APictureThatMayComeLaterIsTheSameInTheEnd) {
