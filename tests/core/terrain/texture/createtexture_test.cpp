@@ -7,9 +7,13 @@
 
 #include <support/glfixture.h>
 
+#include <nbx/container/array.h>
 #include <nbx/gl/glcanvas.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/scene/camera.h>
 #include <nbx/scene/distantlight.h>
+#include <nbx/scene/lookat.h>
+#include <nbx/scene/ortho.h>
 #include <nbx/scene/viewport.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
@@ -18,6 +22,8 @@
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
+#include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
@@ -401,6 +407,90 @@ TEST_F(CreateTextureTest, ShadingOfRealGroundIsThatOfReliefShading) {
         EXPECT_LE(worstDifference(*grid, *map, shade), 1.0) << azimuth;
         EXPECT_GT(correlation(shown, expected), 0.99) << azimuth;
     }
+}
+
+/// Draws light maps over the ground that they are made of.
+class LightMapViewTest : public CreateTextureTest {
+protected:
+    static constexpr int s_border = 8;
+
+    void SetUp() override {
+        CreateTextureTest::SetUp();
+        canvas->setSize(200, 160);
+        before = stateOfGL();
+    }
+    /// From straight above, north up, one pixel for a quarter of a cell.
+    NBX::SO<NBX::Image> seenFromAbove(const NBX::SO<Terrain> & terrain, NBX::Attribute * effect) {
+        GeoTransformation::setNBXOrigin(terrain->origin());
+        const Bounds box = terrain->boundingBox();
+        const Point half = box.diagonal() * 0.5;
+        root->clear();
+        root->append(
+            new NBX::Camera(new NBX::LookAt(box.center() + Point(0, 1000, 0), box.center(), {0, 0, 1}),
+                            new NBX::Ortho(-half.x, half.x, -half.z, half.z, 1.0, 2000.0)));
+        root->append(effect);
+        root->append(terrain.get());
+        return draw();
+    }
+    /// The mean difference of the picture from a formula, from 0 to 255, but for the border, which the
+    /// texture leaves half transparent.
+    static double meanDifference(const GridData & grid, const NBX::Image & picture,
+                                 const std::function<double(unsigned, unsigned)> & f) {
+        double sum = 0.0;
+        int count = 0;
+        for (int y = s_border; y < picture.height() - s_border; ++y)
+            for (int x = s_border; x < picture.width() - s_border; ++x, ++count) {
+                const Rgb expected =
+                    valueAtPixel(grid, picture, x, y, [&](unsigned i, unsigned j) { return Rgb{f(i, j)}; });
+                sum += std::abs(picture.getColor(x, y)[0] - expected[0]) * 255.0;
+            }
+        return sum / count;
+    }
+
+    const NBX::SO<GridData> grid = landscapeGrid({51, 41, 3000.0, 5000.0, 2.0, 2.0});
+    const NBX::SO<Terrain> terrain = wholeTerrain(grid);
+    const Point towardsLight{-1, 1.2, 0.4};
+};
+
+TEST_F(LightMapViewTest, ADynamicLightMapIsLitForEachPixel) {
+    const auto map = terrain->createDynamicLightMap();
+    ASSERT_TRUE(map);
+    const NBX::SO<ZMT::CORE::PerPixelTerrainLightingEffect> effect(
+        new ZMT::CORE::PerPixelTerrainLightingEffect(map.get(), towardsLight, 0.3));
+    const auto lambert = [&](const Point & direction) {
+        return [this, direction](unsigned x, unsigned y) {
+            const double facing = grid->normal(x, y).normalized().dot(direction.normalized());
+            return 0.3 + 0.7 * std::max(0.0, facing);
+        };
+    };
+    const auto picture = seenFromAbove(terrain, effect.get());
+    EXPECT_LE(meanDifference(*grid, *picture, lambert(towardsLight)), 3.0);
+    // The measure tells a turned light.
+    EXPECT_GT(meanDifference(*grid, *picture, lambert({0.4, 1.2, -1})), 12.0);
+    effect->setLightDirection({0.4, 1.2, -1});
+    EXPECT_LE(meanDifference(*grid, *seenFromAbove(terrain, effect.get()), lambert({0.4, 1.2, -1})), 3.0);
+}
+
+TEST_F(LightMapViewTest, AStaticLightMapIsModulated) {
+    const auto square = landscapeGrid({41, 41, 3000.0, 5000.0, 2.0, 2.0});
+    const auto ground = wholeTerrain(square);
+    const Point direction(-1, 2.5, 0.4), flattened(-1, 1, 0.4);
+    const auto map = ground->createStaticLightMap(0.25, direction);
+    ASSERT_TRUE(map);
+    const NBX::SO<NBX::Array<NBX::SO<ZMT::CORE::TerrainTexture>>> maps(
+        new NBX::Array<NBX::SO<ZMT::CORE::TerrainTexture>>);
+    maps->append(map);
+    const NBX::SO<NBX::Attribute> effect(new ZMT::CORE::ModulateTerrainTexturingEffect(maps.get()));
+    const auto picture = seenFromAbove(ground, effect.get());
+    EXPECT_LE(meanDifference(
+                  *square, *picture,
+                  [&](unsigned x, unsigned y) { return lit(square->normal(x, y), flattened, 0.5, 0.75); }),
+              3.0);
+    EXPECT_GT(meanDifference(*square, *picture,
+                             [&](unsigned x, unsigned y) {
+                                 return lit(square->normal(x, y), {0.4, 1, -1}, 0.5, 0.75);
+                             }),
+              8.0);
 }
 
 } // namespace
