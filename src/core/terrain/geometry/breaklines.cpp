@@ -33,12 +33,10 @@ private:
     BreakLines::Features features_;
 };
 
-/// The upper borders of a grid do not belong to it.
 FeatureCollector::FeatureCollector(const GridData & grid) : grid_(grid) {
-    const double infinity = std::numeric_limits<double>::infinity();
     const NBX::Bounds local = grid.boundingBox();
     const Point low = local.getLLF() + grid.origin(), high = local.getURB() + grid.origin();
-    extent_ = {low.x, low.z, std::nextafter(high.x, -infinity), std::nextafter(high.z, -infinity)};
+    extent_ = {low.x, low.z, high.x, high.z};
 }
 
 void FeatureCollector::add(const VectorLine & line) {
@@ -46,11 +44,12 @@ void FeatureCollector::add(const VectorLine & line) {
         const Point &a = line.points[i - 1], &b = line.points[i];
         const auto part = isPlace(a) && isPlace(b) ? VectorLine::clip(extent_, a, b) : std::nullopt;
         if (!part) continue;
-        // The rounding of a clipped point must not bring it outside.
+        // The upper borders do not belong to a grid, and the rounding of a clipped point must not bring it
+        // outside.
         const auto pointAt = [&](double t) {
             const Point p = t == 0.0 ? a : t == 1.0 ? b : a + (b - a) * t;
-            return Point(std::clamp(p.x, extent_.minX, extent_.maxX), p.y,
-                         std::clamp(p.z, extent_.minY, extent_.maxY));
+            return Point(std::clamp(p.x, extent_.minX, std::nextafter(extent_.maxX, extent_.minX)), p.y,
+                         std::clamp(p.z, extent_.minY, std::nextafter(extent_.maxY, extent_.minY)));
         };
         const Point from = pointAt(part->first), to = pointAt(part->second);
         if (from.x == to.x && from.z == to.z) continue;

@@ -1,6 +1,7 @@
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 
 #include <nbx/scene/contextdata.h>
+#include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 
@@ -37,6 +38,18 @@ TEST_F(PatchInspectorGLTest, CountsEachPatchOnce) {
     PatchInspectorGL::reset();
     EXPECT_EQ(PatchInspectorGL::statistics().patches, 0U);
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 0U);
+}
+
+TEST_F(PatchInspectorGLTest, CountsTheTrianglesOfMicroStructures) {
+    const auto data = ZMT::CORE::CreateHybridData::create(
+        grid,
+        std::vector<ZMT::CORE::CreateHybridData::Feature>{{{102.5, 9.0, 203.0}}, {{105.5, 9.0, 207.0}}});
+    const auto part = TestPatches::gridPatch(data, Area(0, 0, 4, 3));
+    EXPECT_EQ(PatchInspectorGL::trianglesOf(*part), 24U + 2U);
+    EXPECT_EQ(PatchInspectorGL::trianglesOf(*TestPatches::gridPatch(data, Area(0, 0, 8, 6))), 96U + 4U);
+    EXPECT_EQ(surface(*grids, *part).size(), 24U + 2U + 2U * (4 + 3));
+    EXPECT_TRUE(grids->render(engine.get(), part.get()));
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 24U + 2U);
 }
 
 TEST_F(PatchInspectorGLTest, WallsDoNotCount) {
