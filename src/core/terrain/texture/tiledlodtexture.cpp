@@ -1,12 +1,8 @@
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
-#include <cstdlib>
 #include <exception>
-#include <limits>
 
 #include <nbx/gl/enginegl.h>
-#include <nbx/gl/imagetexture2dgl.h>
-#include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
@@ -15,6 +11,9 @@
 #include <zmt/core/terrain/texture/lodtexturerequest.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
+
+#include "borderedtexture.h"
+#include "texturemanagerholder.h"
 
 namespace ZMT::CORE {
 
@@ -61,52 +60,11 @@ NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image) {
            Matrix::translation({-llf.x + 0.5 * pixelX, -llf.z + 0.5 * pixelY, 0.0});
 }
 
-/// The layers with alpha that stand for those of `image`; the same where there is nothing to add.
-NBX::LayerSequence withAlpha(const NBX::Image & image) {
-    if (image.dataType() == NBX::Image::Half || image.dataType() == NBX::Image::Float)
-        return image.layerSequence();
-    switch (image.layerSequence()) {
-    case NBX::LS_Luminance:
-        return NBX::LS_LuminanceAlpha;
-    case NBX::LS_RGB:
-        return NBX::LS_RGBA;
-    case NBX::LS_BGR:
-        return NBX::LS_BGRA;
-    default:
-        return image.layerSequence();
-    }
-}
-
-/// OpenGL ignores the alpha of the border of a texture that has none itself. So the image gets one, while the
-/// texture goes on to count as what it was: whatever takes a factor from it takes its luminance.
-class TiledTexture : public NBX::ImageTexture2DGL {
-    NBX_TEMPLATE_CLASS(TiledTexture, NBX::ImageTexture2DGL)
-public:
-    explicit TiledTexture(const NBX::SO<NBX::Image> & image)
-        : ImageTexture2DGL(imageWithAlpha(image), WM_Repeat, WM_Repeat),
-          channels_(NBX::ImageTexture2DGL(image).channels()) {}
-    Channels channels() const override { return channels_; }
-
-private:
-    static NBX::SO<NBX::Image> imageWithAlpha(const NBX::SO<NBX::Image> & image) {
-        const NBX::LayerSequence layers = withAlpha(*image);
-        if (layers == image->layerSequence()) return image;
-        const NBX::SO<NBX::Image> result(
-            new NBX::MemoryImage(image->width(), image->height(), layers, image->dataType()));
-        return result->copy(image.get()) ? result : image;
-    }
-
-    const Channels channels_;
-};
-
 NBX::SO<NBX::TextureGL> makeTexture(const RASTER::GeoImage & image) {
-    const NBX::SO<TiledTexture> texture(new TiledTexture(image.image()));
-    texture->setWrap(NBX::TextureGL::WM_ClampToBorder);
-    texture->setBorderColor(NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
+    const NBX::SO<BorderedTexture> texture(new BorderedTexture(image.image()));
     texture->setMatrix(textureMatrix(image));
     if (image.dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
     if (image.dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
-    texture->unrefImageAfterBinding();
     return texture;
 }
 
@@ -130,17 +88,9 @@ public:
 
 namespace {
 
-/// Null until the first frame. Never destroyed itself, since frames may come while libraries unload.
-NBX::SO<TiledLODTexture_Manager> & manager() {
-    static auto & instance = *new NBX::SO<TiledLODTexture_Manager>;
-    return instance;
-}
+using Holder = TextureManagerHolder<TiledLODTexture_Manager>;
 
-using FrameCallback = NBX::FunctionCallback1<const TerrainPainterFrameManager::Info &>;
-
-const bool s_isInFrames =
-    TerrainPainterFrameManager::RegisterBeginFrameCallback(new FrameCallback(TiledLODTexture::beginFrame)) &&
-    TerrainPainterFrameManager::RegisterEndFrameCallback(new FrameCallback(TiledLODTexture::endFrame));
+const bool s_isInFrames = Holder::registerFrames(TiledLODTexture::beginFrame, TiledLODTexture::endFrame);
 
 } // namespace
 
@@ -217,10 +167,10 @@ NBX::SO<NBX::TextureGL> TiledLODTexture::requestImpl(const GeometryPatch * patch
                                         LODTextureRequest::textureSize(levels[level].pixelsY), engine));
     });
 
-    if (!manager()) beginFrame({nullptr, false});
+    if (!Holder::manager()) beginFrame({nullptr, false});
     if (!preparer_) preparer_ = new Preparer;
     const LODTextureRequest request(levels, *viewInfo, eye, textureError, asynchronous);
-    return request.find<Patch>(*manager(), *mapper_, wanted, preparer_, priority, incomplete);
+    return request.find<Patch>(*Holder::manager(), *mapper_, wanted, preparer_, priority, incomplete);
 }
 
 void TiledLODTexture::serialize(NBX::SerializationManager & m) {
@@ -230,31 +180,24 @@ void TiledLODTexture::serialize(NBX::SerializationManager & m) {
 }
 
 void TiledLODTexture::beginFrame(const TerrainPainterFrameManager::Info &) {
-    if (!manager()) {
-        manager() = new TiledLODTexture_Manager;
-        static const bool isRegistered = std::atexit(killManager) == 0;
-        static_cast<void>(isRegistered);
-    }
-    manager()->beginFrame();
+    Holder::beginFrame();
 }
 
 void TiledLODTexture::endFrame(const TerrainPainterFrameManager::Info &) {
-    if (manager()) manager()->endFrame();
+    Holder::endFrame();
 }
 
 unsigned TiledLODTexture::usedTextureMemory() {
-    if (!manager()) return 0;
-    constexpr double limit = std::numeric_limits<unsigned>::max();
-    return static_cast<unsigned>(std::min(manager()->usedMemory(), limit));
+    return Holder::usedMemory();
 }
 
 void TiledLODTexture::setMaxTextureMemory(unsigned bytes) {
     s_maxTextureMemory = bytes;
-    if (manager()) manager()->setMaxMemory(bytes);
+    Holder::setMaxMemory(bytes);
 }
 
 void TiledLODTexture::killManager() {
-    manager() = nullptr;
+    Holder::kill();
 }
 
 } // namespace ZMT::CORE

@@ -11,6 +11,7 @@
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/viewinfo.h>
+#include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
