@@ -1,0 +1,185 @@
+#include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <nbx/data/zlibfilter.h>
+#include <nbx/image/image.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/exception.h>
+#include <nbx/object/serializationmanager.h>
+#include <zmt/raster/pixelblocks.h>
+
+#include "texturepyramidformat.h"
+#include "tilepixels.h"
+
+namespace ZMT::UTIL {
+
+NBX_CLASS_IMPL(TexturePyramidTiledGeoImage, RASTER::TiledGeoImage)
+
+namespace {
+
+using namespace TexturePyramidFormat;
+
+/// Deflate makes no more than this of one byte.
+constexpr std::uint64_t maxInflation = 1040;
+
+bool readAt(NBX::File & file, std::uint64_t position, void * data, std::uint64_t bytes) {
+    if (position > INT64_MAX) return false;
+    file.seek(static_cast<std::int64_t>(position));
+    return file.read(data, bytes) == bytes;
+}
+
+std::uint32_t tiles(std::uint32_t pixels, std::uint32_t tile) {
+    return pixels / tile + (pixels % tile != 0);
+}
+
+bool isSound(const LevelHeader & h) {
+    if (std::memcmp(h.magic, levelMagic, sizeof h.magic) != 0 || h.version < 1 || h.version > levelVersion)
+        return false;
+    if (h.pixelsX == 0 || h.pixelsY == 0 || h.tileWidth == 0 || h.tileHeight == 0) return false;
+    if (h.tilesX != tiles(h.pixelsX, h.tileWidth) || h.tilesY != tiles(h.pixelsY, h.tileHeight)) return false;
+    if (!CompressedTexture::isPixelFormat(h.pixelFormat)) return false;
+    const auto format = static_cast<CompressedTexture::PixelFormat>(h.pixelFormat);
+    return h.rawTileSize <= TexturePyramidTiledGeoImage::maxTileBytes &&
+           h.rawTileSize == CompressedTexture::tileBytes(format, h.tileWidth, h.tileHeight);
+}
+
+/// Pixels of version 1 and 2 lie between the ends of the extent, later ones fill it.
+double pixelSize(double extent, std::uint32_t pixels, std::uint32_t version) {
+    return extent / (version >= 3 || pixels == 1 ? pixels : pixels - 1);
+}
+
+} // namespace
+
+NBX::SO<TexturePyramidTiledGeoImage> TexturePyramidTiledGeoImage::read(NBX::SO<NBX::File> file,
+                                                                       std::uint64_t position,
+                                                                       const RASTER::GeoExtent & extent) {
+    LevelHeader h;
+    if (!readAt(*file, position, &h, sizeof h)) return nullptr;
+    scramble(h, CompressedTexture::getEncryptionKey());
+    if (!isSound(h)) return nullptr;
+    const Header header = {h.version, h.pixelsX, h.pixelsY,     h.tileWidth,   h.tileHeight,
+                           h.tilesX,  h.tilesY,  h.pixelFormat, h.rawTileSize, h.compression};
+    NBX::SO<TexturePyramidTiledGeoImage> level(new TexturePyramidTiledGeoImage(file, header, extent));
+    return level->readTables(position + headerSize) ? level : nullptr;
+}
+
+TexturePyramidTiledGeoImage::TexturePyramidTiledGeoImage(NBX::SO<NBX::File> file, const Header & header,
+                                                         const RASTER::GeoExtent & extent)
+    : file_(file), header_(header), minX_(extent.minX), minY_(extent.minY),
+      pixelSizeX_(pixelSize(extent.maxX - extent.minX, header.pixelsX, header.version)),
+      pixelSizeY_(pixelSize(extent.maxY - extent.minY, header.pixelsY, header.version)) {
+    if (header.version >= 3) return;
+    if (header.pixelsX > 1) minX_ -= 0.5 * pixelSizeX_;
+    if (header.pixelsY > 1) minY_ -= 0.5 * pixelSizeY_;
+}
+
+bool TexturePyramidTiledGeoImage::readTables(std::uint64_t position) {
+    const std::uint64_t tiles = static_cast<std::uint64_t>(header_.tilesX) * header_.tilesY;
+    const std::uint64_t size = file_->size();
+    if (position > size || tiles > (size - position) / (header_.version >= 2 ? 12 : 8)) return false;
+    positions_.resize(tiles);
+    sizes_.assign(tiles, header_.rawTileSize);
+    return readAt(*file_, position, positions_.data(), 8 * tiles) &&
+           (header_.version < 2 || readAt(*file_, position + 8 * tiles, sizes_.data(), 4 * tiles));
+}
+
+std::uint64_t TexturePyramidTiledGeoImage::tableBytes() const {
+    return headerSize + positions_.size() * (header_.version >= 2 ? 12 : 8);
+}
+
+std::uint64_t TexturePyramidTiledGeoImage::storedTiles() const {
+    return positions_.size() -
+           static_cast<std::uint64_t>(std::count(positions_.begin(), positions_.end(), 0));
+}
+
+std::uint64_t TexturePyramidTiledGeoImage::storedBytes() const {
+    std::uint64_t bytes = 0;
+    for (std::size_t i = 0; i < positions_.size(); ++i)
+        if (positions_[i] != 0) bytes += sizes_[i];
+    return bytes;
+}
+
+unsigned TexturePyramidTiledGeoImage::bands() const {
+    return static_cast<unsigned>(NBX::Image::numberOfLayers(CompressedTexture::layerSequence(pixelFormat())));
+}
+
+NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
+    return TilePixels::emptyImage(pixelFormat(), width, height);
+}
+
+/// The bytes of a tile as the file has them.
+bool TexturePyramidTiledGeoImage::readTile(std::uint64_t tile, std::vector<std::uint8_t> & stored) const {
+    std::uint64_t position = positions_[tile];
+    std::uint32_t size = sizes_[tile];
+    if (header_.version == 1 && header_.compression == CompressedTexture::C_Deflate) {
+        if (!readAt(*file_, position, &size, sizeof size)) return false;
+        position += sizeof size;
+    }
+    const std::uint64_t end = file_->size();
+    if (position > end || size > end - position || size > 2ULL * maxTileBytes ||
+        size * maxInflation < header_.rawTileSize)
+        return false;
+    stored.resize(size);
+    return readAt(*file_, position, stored.data(), size);
+}
+
+NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) const {
+    std::vector<std::uint8_t> stored;
+    bool isRead = false;
+    try {
+        isRead = readTile(tile, stored);
+    } catch (const NBX::IOException &) {
+        isRead = false; // reported like a tile that is cut off
+    }
+    if (!isRead) {
+        if (!failed_) NBX_FAILURE(L"a tile cannot be read; get the file anew");
+        failed_ = true;
+        return nullptr;
+    }
+    if (header_.compression > CompressedTexture::C_Deflate) {
+        NBX_REPORT(0, L"false", L"unsupported compression format");
+        failed_ = true;
+        return nullptr;
+    }
+    if (stored.size() == header_.rawTileSize)
+        return TilePixels::decode(pixelFormat(), stored.data(), header_.tileWidth, header_.tileHeight);
+    std::vector<std::uint8_t> raw(header_.rawTileSize);
+    const bool success = NBX::ZLibFilter::uncompress(stored.data(), static_cast<unsigned>(stored.size()),
+                                                     raw.data(), header_.rawTileSize);
+    NBX_CHECK(success, L"decompression of tile failed");
+    if (!success) failed_ = true;
+    return success ? TilePixels::decode(pixelFormat(), raw.data(), header_.tileWidth, header_.tileHeight)
+                   : nullptr;
+}
+
+NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned width,
+                                                          unsigned height) const {
+    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
+    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), header_.pixelsX);
+    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), header_.pixelsY);
+    if (x0 >= x1 || y0 >= y1 || !RASTER::PixelBlocks::isImageSize(width, height, 1)) return nullptr;
+    const std::int64_t tileWidth = header_.tileWidth, tileHeight = header_.tileHeight;
+    NBX::SO<NBX::Image> result;
+    for (std::int64_t row = y0 / tileHeight; row * tileHeight < y1; ++row) {
+        for (std::int64_t column = x0 / tileWidth; column * tileWidth < x1; ++column) {
+            const std::uint64_t tile =
+                static_cast<std::uint64_t>(row) * header_.tilesX + static_cast<std::uint64_t>(column);
+            const NBX::SO<NBX::Image> pixels = positions_[tile] ? tileImage(tile) : nullptr;
+            if (!pixels) continue;
+            if (!result) result = createEmptyImage(width, height);
+            if (!result) return nullptr;
+            RASTER::PixelBlocks::paste(*pixels, column * tileWidth - x, row * tileHeight - y, *result);
+        }
+    }
+    return result;
+}
+
+void TexturePyramidTiledGeoImage::serialize(NBX::SerializationManager &) {
+    NBX_REPORT(
+        0, L"false",
+        L"TexturePyramidTiledGeoImage cannot be serialized; serialize the parent TexturePyramid instead!");
+}
+
+} // namespace ZMT::UTIL

@@ -1,0 +1,458 @@
+#include <zmt/util/compressedtexture/compressedtexture.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <tuple>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <nbx/data/memorydataresource.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/image/pngwriter.h>
+#include <nbx/object/exception.h>
+#include <nbx/object/progress.h>
+#include <zmt/raster/gdal/imagefilepyramid.h>
+#include <zmt/raster/geoimage.h>
+#include <zmt/raster/memorytiledgeoimage.h>
+#include <zmt/util/compressedtexture/texturepyramid.h>
+#include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
+#include <zmt/util/compressedtexture/virtualtiledgeoimage.h>
+
+#include <support/recordedreports.h>
+
+#include "pyramidfile.h"
+
+namespace {
+
+using namespace ZMT::UTIL;
+using NBX::MemoryImage;
+using NBX::SO;
+using ZMT::RASTER::GeoImage;
+using ZMT::RASTER::ImageFilePyramid;
+using ZMT::RASTER::MemoryTiledGeoImage;
+using ZMT::RASTER::TiledGeoImage;
+using PixelFormat = CompressedTexture::PixelFormat;
+
+/// A smooth picture, so that formats with few bits keep it.
+SO<MemoryImage> picture(int width, int height, NBX::LayerSequence layers, int type = NBX::Image::UInt8) {
+    SO<MemoryImage> image(new MemoryImage(width, height, layers, type));
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            image->setColor(x, y, NBX::Color(0.2 + 0.6 * x / width, 0.2 + 0.6 * y / height, 0.5));
+    return image;
+}
+
+SO<TiledGeoImage> source(const SO<MemoryImage> & image) {
+    return new MemoryTiledGeoImage(
+        image.get(), {1000.0, 2000.0, 1000.0 + 10.0 * image->width(), 2000.0 + 5.0 * image->height()});
+}
+
+class StoppingDisplay : public NBX::ProgressDisplay {
+public:
+    explicit StoppingDisplay(double at) : at_(at), before_(NBX::Progress::setDisplay(this)) {}
+    ~StoppingDisplay() override { NBX::Progress::setDisplay(before_); }
+    void begin(const NBX::Progress & progress) override {
+        title = progress.title();
+        total = progress.totalValue();
+    }
+    bool update(const NBX::Progress & progress) override {
+        EXPECT_GE(progress.currentValue(), last);
+        last = progress.currentValue();
+        return last < at_;
+    }
+    void end(const NBX::Progress & progress) override { finished = progress.isFinished(); }
+
+    std::string title;
+    double total = 0.0, last = 0.0;
+    bool finished = false;
+
+private:
+    double at_;
+    NBX::ProgressDisplay * before_;
+};
+
+class CompressedTextureTest : public testing::Test {
+protected:
+    ~CompressedTextureTest() override { CompressedTexture::setEncryptionKey(0); }
+
+    SO<TexturePyramid> write(const SO<MemoryImage> & image, PixelFormat format, unsigned compression = 1,
+                             const NBX::Color * mask = nullptr) {
+        EXPECT_TRUE(
+            CompressedTexture::create(source(image), folder.wide("a.ztp"), format, compression, mask));
+        EXPECT_EQ(1U, folder.entries()) << "nothing else is left";
+        return CompressedTexture::load(folder.wide("a.ztp"));
+    }
+
+    PyramidFolder folder;
+};
+
+TEST_F(CompressedTextureTest, TilesOfAllFormatsHaveTheirSizes) {
+    const std::map<int, unsigned> sizes = {{CompressedTexture::PF_RGBA8, 262144},
+                                           {CompressedTexture::PF_BGRA4444, 131072},
+                                           {CompressedTexture::PF_BGRA5551, 131072},
+                                           {CompressedTexture::PF_RGB8, 196608},
+                                           {CompressedTexture::PF_LuminanceAlpha8, 131072},
+                                           {CompressedTexture::PF_DXT1, 32768},
+                                           {CompressedTexture::PF_DXT5, 65536},
+                                           {CompressedTexture::PF_Luminance8, 65536},
+                                           {CompressedTexture::PF_DXT3, 65536},
+                                           {CompressedTexture::PF_DXT1A, 32768},
+                                           {CompressedTexture::PF_LuminanceAlpha16, 262144},
+                                           {CompressedTexture::PF_RGBA16, 524288}};
+    ASSERT_EQ(12U, sizes.size());
+    for (const auto & [format, bytes] : sizes)
+        EXPECT_EQ(bytes, CompressedTexture::tileBytes(static_cast<PixelFormat>(format), 256, 256)) << format;
+    EXPECT_EQ(8U, CompressedTexture::tileBytes(CompressedTexture::PF_DXT1, 1, 1));
+    EXPECT_EQ(0U, CompressedTexture::tileBytes(CompressedTexture::PF_RGBA8, 0, 1));
+    EXPECT_EQ(0U, CompressedTexture::tileBytes(CompressedTexture::PF_RGBA8, 65537, 1));
+    EXPECT_TRUE(CompressedTexture::isPixelFormat(11));
+    EXPECT_FALSE(CompressedTexture::isPixelFormat(12));
+    EXPECT_FALSE(CompressedTexture::isPixelFormat(-1));
+}
+
+TEST_F(CompressedTextureTest, WritesTheFieldsOfTheFile) {
+    ASSERT_TRUE(write(picture(300, 200, NBX::LS_RGB), CompressedTexture::PF_RGB8));
+    const std::vector<std::uint8_t> bytes = folder.bytes("a.ztp");
+    char magic[32] = "ZMT-TEXTURE-PYRAMID", levelMagic[32] = "ZMT-TEXTURE-PYRAMID-LEVEL";
+    EXPECT_EQ(0, std::memcmp(bytes.data(), magic, 32));
+    EXPECT_EQ(1U, getAt<std::uint32_t>(bytes, 32));
+    ASSERT_EQ(3U, getAt<std::uint32_t>(bytes, 36));
+    EXPECT_EQ(1000.0, getAt<double>(bytes, 40));
+    EXPECT_EQ(2000.0, getAt<double>(bytes, 48));
+    EXPECT_EQ(4000.0, getAt<double>(bytes, 56));
+    EXPECT_EQ(3000.0, getAt<double>(bytes, 64));
+    for (std::size_t i = 72; i < 256; ++i)
+        EXPECT_EQ(0, bytes[i]);
+    const std::uint32_t levels[3][10] = {{3, 300, 200, 256, 256, 2, 1, 3, 196608, 1},
+                                         {3, 150, 100, 256, 256, 1, 1, 3, 196608, 1},
+                                         {3, 75, 50, 128, 128, 1, 1, 3, 49152, 1}};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto start = getAt<std::uint64_t>(bytes, 256 + 8 * i);
+        ASSERT_LT(start + 256, bytes.size());
+        EXPECT_EQ(0, std::memcmp(bytes.data() + start, levelMagic, 32)) << i;
+        for (std::size_t field = 0; field < 10; ++field)
+            EXPECT_EQ(levels[i][field], getAt<std::uint32_t>(bytes, start + 32 + 4 * field))
+                << i << " " << field;
+        for (std::size_t k = start + 72; k < start + 256; ++k)
+            EXPECT_EQ(0, bytes[k]);
+        const auto position = getAt<std::uint64_t>(bytes, start + 256);
+        const auto size = getAt<std::uint32_t>(bytes, start + 256 + 8 * levels[i][5] * levels[i][6]);
+        EXPECT_LE(position + size, bytes.size());
+        EXPECT_LT(size, levels[i][8]) << "deflated";
+    }
+}
+
+TEST_F(CompressedTextureTest, AllFormatsKeepThePicture) {
+    const double tolerances[] = {1 / 255.0, 1 / 15.0,  1 / 31.0, 1 / 255.0, 1 / 255.0, 0.04,
+                                 0.04,      1 / 255.0, 0.04,     0.04,      1e-4,      1e-4};
+    for (int format = 0; format < CompressedTexture::pixelFormats; ++format)
+        for (const unsigned compression : {0U, 1U}) {
+            const auto f = static_cast<PixelFormat>(format);
+            const SO<MemoryImage> image =
+                picture(300, 140, CompressedTexture::layerSequence(f), CompressedTexture::dataType(f));
+            const SO<TexturePyramid> pyramid = write(image, f, compression);
+            ASSERT_TRUE(pyramid) << format;
+            EXPECT_EQ(f, pyramid->level(0)->pixelFormat());
+            const SO<NBX::Image> read = pyramid->overview(0)->getImage(0, 0, 300, 140);
+            ASSERT_TRUE(read) << format;
+            EXPECT_EQ(static_cast<unsigned>(read->numberOfLayers()), pyramid->overview(0)->bands());
+            for (int y = 0; y < 140; y += 7)
+                for (int x = 0; x < 300; x += 7)
+                    for (unsigned i = 0; i < 4; ++i)
+                        ASSERT_NEAR(image->getColor(x, y)[i], read->getColor(x, y)[i], tolerances[format])
+                            << CompressedTexture::formatName(f) << " " << x << " " << y;
+        }
+}
+
+TEST_F(CompressedTextureTest, LevelsShowTheSamePictureInTheSamePlace) {
+    const SO<TexturePyramid> pyramid = write(picture(1001, 513, NBX::LS_RGB), CompressedTexture::PF_RGB8);
+    ASSERT_TRUE(pyramid);
+    const unsigned sizes[][2] = {{1001, 513}, {501, 257}, {251, 129}, {126, 65}};
+    ASSERT_EQ(4U, pyramid->overviews());
+    for (unsigned i = 0; i < 4; ++i) {
+        const SO<TiledGeoImage> level = pyramid->overview(i);
+        ASSERT_EQ(sizes[i][0], level->pixelsX()) << i;
+        ASSERT_EQ(sizes[i][1], level->pixelsY()) << i;
+        EXPECT_DOUBLE_EQ(pyramid->maxX(), level->maxX()) << i;
+        EXPECT_EQ(i < 3 ? 256U : 128U, level->granularityX()) << i;
+        const SO<NBX::Image> image = level->getImage(0, 0, sizes[i][0], sizes[i][1]);
+        ASSERT_TRUE(image);
+        for (int y = 0; y < image->height(); y += 5)
+            for (int x = 0; x < image->width(); x += 5) {
+                EXPECT_NEAR(0.2 + 0.6 * (x + 0.5) / image->width(), image->getColor(x, y)[0], 0.006) << i;
+                EXPECT_NEAR(0.2 + 0.6 * (y + 0.5) / image->height(), image->getColor(x, y)[1], 0.006) << i;
+            }
+    }
+}
+
+TEST_F(CompressedTextureTest, TinyImagesHaveOneLevel) {
+    for (const int size : {1, 127, 128}) {
+        const SO<TexturePyramid> pyramid = write(picture(size, 1, NBX::LS_RGBA), CompressedTexture::PF_RGBA8);
+        ASSERT_TRUE(pyramid);
+        EXPECT_EQ(1U, pyramid->overviews());
+        EXPECT_EQ(static_cast<unsigned>(size), pyramid->overview(0)->pixelsX());
+    }
+}
+
+TEST_F(CompressedTextureTest, TilesThatDoNotShrinkAreStoredPlain) {
+    const SO<MemoryImage> noise(new MemoryImage(128, 128, NBX::LS_Luminance));
+    for (int y = 0; y < 128; ++y)
+        for (int x = 0; x < 128; ++x)
+            *noise->pixelComponentsU8(x, y) = static_cast<unsigned char>(std::rand());
+    const SO<TexturePyramid> pyramid = write(noise, CompressedTexture::PF_Luminance8);
+    ASSERT_TRUE(pyramid);
+    EXPECT_EQ(128U * 128U, pyramid->level(0)->storedBytes());
+    const SO<NBX::Image> read = pyramid->overview(0)->getImage(0, 0, 128, 128);
+    for (int y = 0; y < 128; ++y)
+        EXPECT_EQ(0, std::memcmp(noise->lineComponentsU8(y), read->lineComponentsU8(y), 128));
+}
+
+TEST_F(CompressedTextureTest, WhatIsMaskedIsTransparentAndEmptyTilesAreNotStored) {
+    SO<MemoryImage> image(new MemoryImage(512, 256, NBX::LS_RGB));
+    for (int y = 0; y < 256; ++y)
+        for (int x = 0; x < 256; ++x)
+            image->setColor(x, y, x < 128 ? NBX::Color::red : NBX::Color::blue);
+    const NBX::Color blue = NBX::Color::blue;
+    const SO<TexturePyramid> pyramid = write(image, CompressedTexture::PF_RGBA8, 1, &blue);
+    ASSERT_TRUE(pyramid);
+    const SO<NBX::Image> read = pyramid->overview(0)->getImage(0, 0, 512, 256);
+    EXPECT_EQ(255, read->pixelComponentsU8(127, 9)[3]);
+    EXPECT_EQ(0, read->pixelComponentsU8(128, 9)[3]);
+    EXPECT_EQ(255, read->pixelComponentsU8(256, 9)[3]) << "black is not masked";
+    const NBX::Color black = NBX::Color::black;
+    const SO<TexturePyramid> half = write(image, CompressedTexture::PF_RGBA8, 1, &black);
+    EXPECT_EQ(1U, half->level(0)->storedTiles());
+    EXPECT_FALSE(half->overview(0)->getImage(256, 0, 256, 256));
+}
+
+TEST_F(CompressedTextureTest, FormatsOfOtherLayersAreConverted) {
+    const SO<TexturePyramid> pyramid =
+        write(picture(150, 150, NBX::LS_Luminance), CompressedTexture::PF_RGBA16);
+    ASSERT_TRUE(pyramid);
+    const SO<NBX::Image> read = pyramid->overview(0)->getImage(75, 75, 1, 1);
+    EXPECT_EQ(NBX::Image::UInt16, read->dataType());
+    EXPECT_NEAR(0.5, read->getColor(0, 0)[0], 0.05);
+    EXPECT_EQ(1.0F, read->getColor(0, 0)[3]);
+}
+
+TEST_F(CompressedTextureTest, WithAKeyTheFileNeedsIt) {
+    CompressedTexture::setEncryptionKey(0xFEDCBA9876543210);
+    EXPECT_TRUE(write(picture(300, 20, NBX::LS_RGB), CompressedTexture::PF_RGB8));
+    CompressedTexture::setEncryptionKey(0);
+    EXPECT_FALSE(CompressedTexture::load(folder.wide("a.ztp")));
+}
+
+TEST_F(CompressedTextureTest, ImageFilesAreSources) {
+    const std::string path = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_image.tif";
+    const std::wstring name = NBX::StringUtils::Utf8String2WString(path);
+    ASSERT_TRUE(CompressedTexture::create({name}, folder.wide("a.ztp")));
+    const SO<TexturePyramid> pyramid = CompressedTexture::load(folder.wide("a.ztp"));
+    ASSERT_TRUE(pyramid);
+    const SO<ImageFilePyramid> file(new ImageFilePyramid(path));
+    EXPECT_EQ(file->minX(), pyramid->minX());
+    EXPECT_EQ(file->maxY(), pyramid->maxY());
+    const auto width = static_cast<unsigned>(file->overview(0)->pixelsX());
+    const auto height = static_cast<unsigned>(file->overview(0)->pixelsY());
+    const SO<NBX::Image> expected = file->overview(0)->getImage(0, 0, width, height);
+    const SO<NBX::Image> read = pyramid->overview(0)->getImage(0, 0, width, height);
+    ASSERT_TRUE(expected && read);
+    ASSERT_EQ(expected->layerSequence(), read->layerSequence());
+    for (int y = 0; y < read->height(); ++y)
+        ASSERT_EQ(0, std::memcmp(expected->lineComponents(y), read->lineComponents(y),
+                                 NBX::Image::bytesPerLine(read->width(), read->layerSequence(), 1, 1)));
+}
+
+TEST_F(CompressedTextureTest, ThatNoImageFileCanBeOpenedIsReported) {
+    RecordedReports reports;
+    EXPECT_FALSE(CompressedTexture::create({folder.wide("none.tif")}, folder.wide("a.ztp")));
+    EXPECT_EQ(1U, reports.count(0, L"image", L"failed to open image file: " + folder.wide("none.tif")))
+        << reports;
+    EXPECT_FALSE(CompressedTexture::create(std::vector<std::wstring>(), folder.wide("a.ztp")));
+    EXPECT_EQ(0U, folder.entries());
+}
+
+TEST_F(CompressedTextureTest, WrongParametersAreReported) {
+    const SO<MemoryImage> image = picture(4, 4, NBX::LS_RGB);
+    const std::wstring path = folder.wide("a.ztp");
+    RecordedReports reports;
+    EXPECT_FALSE(CompressedTexture::create(SO<TiledGeoImage>(), path, CompressedTexture::PF_RGB8));
+    EXPECT_FALSE(CompressedTexture::create(source(image), path, static_cast<PixelFormat>(12)));
+    EXPECT_EQ(1U, reports.count(0, L"false", L"unsupported pixel format"));
+    EXPECT_FALSE(CompressedTexture::create(source(image), path, CompressedTexture::PF_RGB8, 2));
+    EXPECT_EQ(1U, reports.count(0, L"false", L"unsupported compression format"));
+    const SO<TiledGeoImage> flat(new MemoryTiledGeoImage(image.get(), {0, 0, 0, 1}));
+    EXPECT_FALSE(CompressedTexture::create(flat, path, CompressedTexture::PF_RGB8));
+    EXPECT_EQ(0U, folder.entries());
+}
+
+TEST_F(CompressedTextureTest, ImagesWithoutAFormatAreReported) {
+    RecordedReports reports;
+    EXPECT_EQ(CompressedTexture::PF_RGB8, CompressedTexture::pixelFormatOf(*picture(1, 1, NBX::LS_RGB)));
+    EXPECT_EQ(CompressedTexture::PF_RGBA16,
+              CompressedTexture::pixelFormatOf(*picture(1, 1, NBX::LS_RGBA, NBX::Image::UInt16)));
+    EXPECT_TRUE(reports.empty());
+    EXPECT_LT(CompressedTexture::pixelFormatOf(*picture(1, 1, NBX::LS_RGB, NBX::Image::Float)), 0);
+    EXPECT_EQ(1U, reports.count(0, L"false", L"unsupported pixel format"));
+}
+
+TEST_F(CompressedTextureTest, ProgressRunsToTheEnd) {
+    StoppingDisplay display(2.0);
+    EXPECT_TRUE(write(picture(2000, 600, NBX::LS_RGB), CompressedTexture::PF_RGB8));
+    EXPECT_EQ("compressing texture data", display.title);
+    EXPECT_EQ(1.0, display.total);
+    EXPECT_TRUE(display.finished);
+}
+
+TEST_F(CompressedTextureTest, CancellingLeavesNothing) {
+    StoppingDisplay display(-1.0);
+    EXPECT_FALSE(CompressedTexture::create(source(picture(600, 600, NBX::LS_RGB)), folder.wide("a.ztp"),
+                                           CompressedTexture::PF_RGB8));
+    EXPECT_EQ(0U, folder.entries());
+    EXPECT_FALSE(display.finished);
+}
+
+TEST_F(CompressedTextureTest, CancellingKeepsTheFileThatWasThere) {
+    folder.write("a.ztp", {1, 2, 3});
+    StoppingDisplay display(-1.0);
+    EXPECT_FALSE(CompressedTexture::create(source(picture(600, 600, NBX::LS_RGB)), folder.wide("a.ztp"),
+                                           CompressedTexture::PF_RGB8));
+    EXPECT_EQ((std::vector<std::uint8_t>{1, 2, 3}), folder.bytes("a.ztp"));
+    EXPECT_EQ(1U, folder.entries());
+}
+
+TEST_F(CompressedTextureTest, AFolderThatIsMissingThrows) {
+    EXPECT_THROW(CompressedTexture::create(source(picture(4, 4, NBX::LS_RGB)), folder.wide("no/a.ztp"),
+                                           CompressedTexture::PF_RGB8),
+                 NBX::IOException);
+}
+
+/// A source that fails in its second row of tiles.
+class FailingImage : public MemoryTiledGeoImage {
+public:
+    explicit FailingImage(NBX::Image * image) : MemoryTiledGeoImage(image, {0, 0, 1, 1}) {}
+    bool failed() const override { return failed_; }
+    SO<NBX::Image> getImage(int x, int y, unsigned width, unsigned height) const override {
+        failed_ = failed_ || y >= 256;
+        return failed_ ? nullptr : MemoryTiledGeoImage::getImage(x, y, width, height);
+    }
+
+private:
+    mutable bool failed_ = false;
+};
+
+TEST_F(CompressedTextureTest, ASourceThatFailsLeavesNothing) {
+    const SO<TiledGeoImage> failing(new FailingImage(picture(600, 600, NBX::LS_RGB).get()));
+    EXPECT_FALSE(CompressedTexture::create(failing, folder.wide("a.ztp"), CompressedTexture::PF_RGB8));
+    EXPECT_EQ(0U, folder.entries());
+}
+
+TEST_F(CompressedTextureTest, ADiskThatIsFullThrowsAndLeavesNothing) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {20000, 20000};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        RecordedReports reports;
+        int status = 1;
+        try {
+            CompressedTexture::create(source(picture(128, 128, NBX::LS_RGB)), folder.wide("a.ztp"),
+                                      CompressedTexture::PF_RGB8, 0);
+        } catch (const NBX::IOException &) {
+            status = reports.count(0, L"bytesWritten > 0", L"writing of tile failed") == 1 ? 0 : 2;
+        }
+        ::_exit(status);
+    }
+    int status = 0;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(0U, folder.entries());
+}
+
+TEST_F(CompressedTextureTest, LaterImagesLieAboveEarlierOnes) {
+    const auto writeImage = [&](const std::string & name, int size, const NBX::Color & colour, double west) {
+        SO<MemoryImage> image(new MemoryImage(size, size, NBX::LS_RGB));
+        for (int y = 0; y < size; ++y)
+            for (int x = 0; x < size; ++x)
+                image->setColor(x, y, colour);
+        const SO<NBX::PNGWriter> writer(new NBX::PNGWriter());
+        const SO<NBX::DataResource> png = writer->write(image.get());
+        const auto * first = static_cast<const std::uint8_t *>(png->pointer());
+        folder.write(name + ".png", {first, first + png->size()});
+        const double pixel = 100.0 / size;
+        const std::string world = std::to_string(pixel) + "\n0\n0\n" + std::to_string(-pixel) + "\n" +
+                                  std::to_string(west + pixel / 2) + "\n" +
+                                  std::to_string(100.0 - pixel / 2) + "\n";
+        folder.write(name + ".pgw", {world.begin(), world.end()});
+        return folder.wide(name + ".png");
+    };
+    const std::vector<std::wstring> images = {writeImage("red", 50, NBX::Color::red, 0.0),
+                                              writeImage("blue", 100, NBX::Color::blue, 60.0)};
+    ASSERT_TRUE(CompressedTexture::create(images, folder.wide("a.ztp")));
+    const SO<TexturePyramid> pyramid = CompressedTexture::load(folder.wide("a.ztp"));
+    ASSERT_TRUE(pyramid);
+    EXPECT_NEAR(160.0, pyramid->maxX(), 1e-9);
+    ASSERT_EQ(160U, pyramid->overview(0)->pixelsX());
+    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, 160, 100);
+    for (int x = 0; x < 160; ++x)
+        EXPECT_TRUE(image->getColor(x, 50) == (x < 60 ? NBX::Color::red : NBX::Color::blue)) << x;
+}
+
+/// Tiles whose gray tells their place.
+class Generated : public VirtualTiledGeoImage {
+public:
+    Generated(unsigned width, unsigned height, unsigned tile)
+        : VirtualTiledGeoImage(width, height, NBX::Bounds({0, 0, 0}, {1.0 * width, 1.0 * height, 0}), tile) {}
+    SO<NBX::Image> getImage(unsigned level, unsigned x, unsigned y) const override {
+        EXPECT_EQ(1, ++asked[std::tuple(level, x, y)]) << "asked for once";
+        if (level == 0 && y == 0) return nullptr;
+        const auto size = static_cast<int>(tileSize());
+        SO<MemoryImage> image(new MemoryImage(size, size - 1, NBX::LS_Luminance));
+        for (int line = 0; line < size - 1; ++line)
+            std::fill_n(image->lineComponentsU8(line), size,
+                        static_cast<unsigned char>(100 * level + 10 * y + x));
+        return image;
+    }
+    mutable std::map<std::tuple<unsigned, unsigned, unsigned>, int> asked;
+};
+
+TEST_F(CompressedTextureTest, GeneratedTilesAreWritten) {
+    const Generated generated(20, 12, 8);
+    EXPECT_EQ(3U, generated.levels());
+    EXPECT_EQ(5U, generated.pixelsX(2));
+    ASSERT_TRUE(CompressedTexture::create(generated, folder.wide("a.ztp")));
+    EXPECT_EQ(3U * 2U + 2U * 1U + 1U, generated.asked.size());
+    const SO<TexturePyramid> pyramid = CompressedTexture::load(folder.wide("a.ztp"));
+    ASSERT_TRUE(pyramid);
+    ASSERT_EQ(3U, pyramid->overviews());
+    EXPECT_EQ(CompressedTexture::PF_Luminance8, pyramid->level(0)->pixelFormat());
+    EXPECT_EQ(20.0, pyramid->maxX());
+    EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 20, 8));
+    EXPECT_EQ(12, *pyramid->overview(0)->getImage(16, 8, 1, 1)->pixelComponentsU8(0, 0));
+    EXPECT_EQ(101, *pyramid->overview(1)->getImage(9, 5, 1, 1)->pixelComponentsU8(0, 0));
+    EXPECT_EQ(200, *pyramid->overview(2)->getImage(2, 2, 1, 1)->pixelComponentsU8(0, 0));
+}
+
+class Nothing : public VirtualTiledGeoImage {
+public:
+    using VirtualTiledGeoImage::VirtualTiledGeoImage;
+    SO<NBX::Image> getImage(unsigned, unsigned, unsigned) const override { return nullptr; }
+};
+
+TEST_F(CompressedTextureTest, WithoutATileThereIsNoFile) {
+    const NBX::Bounds box({0, 0, 0}, {1, 1, 0});
+    EXPECT_FALSE(CompressedTexture::create(Nothing(20, 20, box, 8), folder.wide("a.ztp")));
+    RecordedReports reports;
+    EXPECT_FALSE(CompressedTexture::create(Nothing(0, 20, box, 8), folder.wide("a.ztp")));
+    EXPECT_FALSE(CompressedTexture::create(Nothing(20, 20, box, 0), folder.wide("a.ztp")));
+    EXPECT_EQ(2U, reports.count(L"an image without pixels")) << reports;
+    EXPECT_EQ(0U, folder.entries());
+}
+
+} // namespace
