@@ -1,0 +1,46 @@
+#pragma once
+
+#include <nbx/engine/rayintersector.h>
+
+namespace NBX {
+class Area;
+}
+
+namespace ZMT::CORE {
+
+class GridData;
+
+/// Intersects a grid patch at full resolution with a ray; micro-structures of a hybrid grid are handed to the
+/// engine. Both sides of the surface are hit; the normal looks at the ray's origin.
+///
+/// Laws: (1) the nearest hit is the one that comes of testing all triangles of all cells whose column, from
+/// the lower to the upper height limit, the ray meets: to the last bit, and of equally near ones the first of
+/// a recursive division of the patch into quarters, in the order low x low y, low x high y, high x low y,
+/// high x high y; (2) a ray that misses the box of the patch costs one test. A direction whose squared length
+/// is not a normal number hits nothing.
+///
+/// Whole regions are left out by `GridHeightBounds`, which are made at the first ray against a grid, and
+/// shared by its patches. So this handler is for one thread.
+class GridPatchRayIntersector : public NBX::RayIntersector {
+    NBX_CLASS(GridPatchRayIntersector, NBX::RayIntersector)
+public:
+    GridPatchRayIntersector() = default;
+
+    NBX::ID target() const override;
+    bool intersect(NBX::Engine * engine, const NBX::Matrix4x4Base<double> & modelview,
+                   const NBX::Matrix4x4Base<double> & inverse, const NBX::Shape * shape, const NBX::Ray & ray,
+                   NBX::RayTracingTechnique * technique) override;
+
+    /// Tests the cells of `domain` between the heights `minY` and `maxY`. `shape` is what is told as hit. A
+    /// null engine or grid, a domain that does not lie on the grid and turned heights are reported, and
+    /// nothing is hit.
+    static void checkGrid(NBX::Engine * engine, const NBX::Ray & ray, const GridData * grid,
+                          const NBX::Area & domain, double minY, double maxY,
+                          const NBX::Matrix4x4Base<double> & inverse, const NBX::Shape * shape,
+                          NBX::RayTracingTechnique * technique);
+
+private:
+    class Search;
+};
+
+} // namespace ZMT::CORE

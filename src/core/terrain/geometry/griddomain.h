@@ -1,0 +1,22 @@
+#pragma once
+
+#include <zmt/core/terrain/geometry/griddata.h>
+
+namespace ZMT::CORE {
+
+/// Whether `domain`, in cells, lies on the grid with at least one cell.
+inline bool isDomainOf(const GridData & grid, const NBX::Area & domain) {
+    const auto fits = [](int first, unsigned cells, unsigned size) {
+        return first >= 0 && unsigned(first) < size && cells >= 1 && cells < size - unsigned(first);
+    };
+    return fits(domain.getX(), domain.getWidth(), grid.sizeX()) &&
+           fits(domain.getY(), domain.getHeight(), grid.sizeY());
+}
+
+/// Positions of the corners of the two triangles of a plain cell, from its lowest vertex.
+struct CellCorner {
+    unsigned x, y;
+};
+inline constexpr CellCorner cellTriangles[2][3] = {{{0, 0}, {0, 1}, {1, 1}}, {{0, 0}, {1, 1}, {1, 0}}};
+
+} // namespace ZMT::CORE

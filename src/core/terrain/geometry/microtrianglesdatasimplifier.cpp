@@ -1,0 +1,36 @@
+#include <zmt/core/terrain/geometry/microtrianglesdatasimplifier.h>
+
+#include <nbx/engine/engine.h>
+#include <nbx/scene/polygonset.h>
+#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(MicroTrianglesDataSimplifier, NBX::ShapeSimplifier)
+
+NBX::ID MicroTrianglesDataSimplifier::target() const {
+    return MicroTrianglesData::ClassNameNBX();
+}
+
+bool MicroTrianglesDataSimplifier::simplify(NBX::Engine * engine, const NBX::Shape * shape) {
+    using Iterator = MicroTrianglesData_Iterator;
+    const NBX::SO<MicroTrianglesData> micro(
+        dynamic_cast<MicroTrianglesData *>(const_cast<NBX::Shape *>(shape)));
+    NBX_CHECK(engine, L"no engine");
+    NBX_CHECK(micro, L"no micro-structure");
+    if (!engine || !micro) return false;
+    const NBX::SO<NBX::PolygonSet> set(
+        new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles, new Iterator(micro.get(), Iterator::IM_Vertices)));
+    set->setNormalIterator(new Iterator(micro.get(), Iterator::IM_Normals));
+    engine->paint(set.get());
+    return true;
+}
+
+namespace {
+
+const bool registered = (NBX::Engine::registerHandler(new MicroTrianglesDataSimplifier), true);
+
+} // namespace
+
+} // namespace ZMT::CORE

@@ -1,0 +1,61 @@
+#include <zmt/core/terrain/geometry/terrainsimplifier.h>
+
+#include <nbx/engine/engine.h>
+#include <nbx/scene/scenenode.h>
+#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+/// Enabled and disabled ones.
+constexpr int s_allStates = 3;
+
+void paintData(NBX::Engine * engine, const Terrain & terrain) {
+    const NBX::SO<GeometryData> data = terrain.data();
+    if (!data) return;
+    engine->pushModelMatrix(
+        NBX::Matrix4x4Base<double>::translation(terrain.origin() + GeoTransformation::geo2nbxOffset()));
+    engine->paint(data.get());
+    engine->popModelMatrix();
+}
+
+/// The triangles stand in scene coordinates.
+void paintTexturedTriangles(NBX::Engine * engine) {
+    const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
+    for (unsigned i = 0; i < engine->polyAttributeCount(name, s_allStates); ++i) {
+        const auto * triangles =
+            dynamic_cast<TerrainTexturedTriangles *>(engine->polyAttribute(name, i, s_allStates));
+        if (!triangles) continue;
+        const NBX::SO<NBX::SceneNode> shape = triangles->geometry(triangles->boundingBox());
+        if (shape) shape->evaluate(engine);
+    }
+}
+
+} // namespace
+
+NBX_CLASS_IMPL(TerrainSimplifier, NBX::ShapeSimplifier)
+
+NBX::ID TerrainSimplifier::target() const {
+    return Terrain::ClassNameNBX();
+}
+
+bool TerrainSimplifier::simplify(NBX::Engine * E, const NBX::Shape * shape) {
+    NBX_CHECK(E, L"no engine");
+    const auto * terrain = dynamic_cast<const Terrain *>(shape);
+    if (!E || !terrain) return false;
+    paintData(E, *terrain);
+    paintTexturedTriangles(E);
+    return true;
+}
+
+namespace {
+
+const bool registered = (NBX::Engine::registerHandler(new TerrainSimplifier), true);
+
+} // namespace
+
+} // namespace ZMT::CORE
