@@ -7,11 +7,13 @@
 
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
+#include <zmt/core/terrain/geometry/chunkedlodlightmap.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>
 
 namespace ZMT::CORE {
@@ -148,6 +150,17 @@ NBX::Bounds ChunkedLodTerrain::calculateBoundingBox(unsigned x, unsigned y, unsi
     const double dx = cellSizeX_, dy = heightScale_, dz = cellSizeY_;
     return NBX::Bounds(origin + Point(dx * x, dy * low, dz * y),
                        origin + Point(dx * (x + size - 1), dy * high, dz * (y + size - 1)));
+}
+
+NBX::SO<TerrainTexture> ChunkedLodTerrain::createStaticLightMap(double ambient, const Point & direction) {
+    if (!impl_) return nullptr;
+    return ChunkedLodLightMap::createLightMap(*grid_->rasterData(), *impl_, false, ambient, direction);
+}
+
+NBX::SO<TerrainTexture> ChunkedLodTerrain::createDynamicLightMap() {
+    if (!impl_) return nullptr;
+    constexpr double ambient = 0.3;
+    return ChunkedLodLightMap::createLightMap(*grid_->rasterData(), *impl_, true, ambient, {-1.0, 2.5, 1.0});
 }
 
 void ChunkedLodTerrain::acceptChildren(std::vector<NBX::Visitable *> & children) const {

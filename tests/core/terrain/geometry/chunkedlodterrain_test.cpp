@@ -6,6 +6,7 @@
 #include <support/roundtrip.h>
 
 #include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 
 #include "chunkedfixture.h"
 
@@ -102,6 +103,8 @@ TEST_F(ChunkedLodTerrainTest, AMissingGridIsReported) {
     reports.clear();
     EXPECT_FALSE(terrain->data());
     EXPECT_FALSE(terrain->root());
+    EXPECT_FALSE(terrain->createStaticLightMap(0.5, {0, 1, 0}));
+    EXPECT_FALSE(terrain->createDynamicLightMap());
 }
 
 TEST_F(ChunkedLodTerrainTest, ShowsItsProgressAndCannotBeCancelled) {

@@ -1,15 +1,32 @@
+#include <nbx/container/array.h>
 #include <nbx/engine/handler.h>
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/lookat.h>
+#include <nbx/scene/perspective.h>
+#include <support/imagecompare.h>
+
+#include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
+#include <zmt/core/terrain/texture/reliefimage.h>
+#include <zmt/core/terrain/texture/simpleterraintexture.h>
+#include <zmt/raster/gdal/rasterfile.h>
 
 #include "chunkedfixture.h"
 #include "testpatches.h"
 
 using TestChunked::Patch;
+using ZMT::CORE::ChunkedLodTerrain;
 using ZMT::CORE::GeometryPatchPainterGL;
+using ZMT::CORE::GridData;
+using ZMT::CORE::Terrain;
+using ZMT::CORE::TerrainPainterGLSettings;
 
 namespace {
 
+using Point = NBX::Vector3Base<double>;
 using Sides = std::map<std::string, unsigned>;
 
 class ChunkedLodTerrainPatchPainterGLTest : public PatchPainterFixture {
@@ -116,6 +133,85 @@ TEST_F(ChunkedLodTerrainPatchPainterGLTest, ReportsAMissingEngine) {
     EXPECT_EQ(reports.count(0, L"engine", L"no engine"), 2U) << reports;
     EXPECT_EQ(reports.size(), 2U);
     reports.clear();
+}
+
+/// Real ground, drawn by way of 16-bit heights and strips, and by way of a tree of triangulations.
+class ChunkedLodPictureTest : public GLFixture {
+protected:
+    static constexpr double s_cell = 90.0;
+
+    void SetUp() override {
+        GLFixture::SetUp();
+        canvas->setSize(480, 320);
+        TerrainPainterGLSettings::setGeometryError(0.5);
+        const auto file =
+            ZMT::RASTER::RasterFile(ZMT_DATA_DIR "/../tests/data/everest_heights.tif").read().raster;
+        const ZMT::RASTER::RasterGrid layout{file->cellsX(), file->cellsY(), 0.0, 0.0, s_cell, s_cell};
+        // Both kinds have their own floor where nothing is defined.
+        constexpr double lake = 5000.0;
+        grid = TestTerrain::grid(layout, [&](unsigned x, unsigned y) {
+            const double height = static_cast<const ZMT::RASTER::RasterData &>(*file).value(x, y);
+            return file->isUndefValue(height) ? lake : height;
+        });
+        testing::internal::CaptureStderr();
+        tree = new Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 1000).get());
+        testing::internal::GetCapturedStderr();
+        chunked = new ChunkedLodTerrain(grid.get());
+        chunkedRoot = chunked->root();
+    }
+    void TearDown() override {
+        TerrainPainterGLSettings::setGeometryError(3.0);
+        chunkedRoot = nullptr;
+        GLFixture::TearDown();
+    }
+
+    NBX::SO<ZMT::CORE::DecalTerrainTexturingEffect> shading() const {
+        const auto image = ZMT::CORE::ReliefImage::createShading(*grid, Point(-1.0, 1.0, 1.0), 0.2);
+        const NBX::SO<NBX::TextureGL> texture(new NBX::ImageTexture2DGL(image));
+        texture->setWrap(NBX::TextureGL::WM_ClampToEdge);
+        using Texture = NBX::SO<ZMT::CORE::TerrainTexture>;
+        NBX::Bounds box = chunked->boundingBox();
+        const Point half(s_cell / 2.0, 0.0, s_cell / 2.0);
+        box = NBX::Bounds(box.getLLF() - half, box.getURB() + half);
+        const Texture draped(new ZMT::CORE::SimpleTerrainTexture(texture, box, NBX::Matrix4x4Base<double>()));
+        const NBX::SO<NBX::Array<Texture>> list(new NBX::Array<Texture>(std::vector<Texture>{draped}));
+        return new ZMT::CORE::DecalTerrainTexturingEffect(list.get());
+    }
+
+    /// The terrain from `eye`, which looks at `target`.
+    NBX::SO<NBX::Image> view(const NBX::SO<Terrain> & terrain, const Point & eye, const Point & target) {
+        root->clear();
+        const NBX::SO<NBX::LookAt> look(new NBX::LookAt(eye, target));
+        const NBX::SO<NBX::Perspective> lens(new NBX::Perspective(45.0, 100.0, 60000.0));
+        root->append(new NBX::Camera(look.get(), lens.get()));
+        root->append(shading().get());
+        root->append(terrain.get());
+        auto picture = draw();
+        root->clear();
+        return picture;
+    }
+
+    NBX::SO<GridData> grid;
+    NBX::SO<Terrain> tree;
+    NBX::SO<ChunkedLodTerrain> chunked;
+    NBX::SO<ZMT::CORE::GeometryPatch> chunkedRoot;
+};
+
+TEST_F(ChunkedLodPictureTest, LooksAsTheTreeDoes) {
+    const struct {
+        const char * name;
+        Point eye, target;
+    } views[] = {{"south", {7000, 14000, -9000}, {7000, 5000, 6000}},
+                 {"north-east", {20000, 11000, 17000}, {7000, 6000, 6000}},
+                 {"north-west, at the wall", {-9000, 7000, 15000}, {7000, 6000, 6000}},
+                 {"above", {7100, 30000, 5000}, {7100, 5000, 5800}},
+                 {"near", {6000, 8500, 1000}, {8000, 7500, 8000}}};
+    for (const auto & v : views) {
+        SCOPED_TRACE(v.name);
+        const auto expected = view(tree, v.eye, v.target), actual = view(chunked, v.eye, v.target);
+        const ImageDifference difference = compareImages(*actual, *expected, 12.0);
+        EXPECT_LT(difference.share, 0.01);
+    }
 }
 
 } // namespace

@@ -32,6 +32,11 @@ public:
     /// Made when nobody holds it any more; null without a grid.
     NBX::SO<GeometryPatch> root() const override;
 
+    /// `ambient` is the brightness, 0 to 1, where the sun towards which `direction` points does not shine.
+    /// Null for less than two columns or rows, when cancelled, and without room for temporary files.
+    NBX::SO<TerrainTexture> createStaticLightMap(double ambient, const Point & direction) override;
+    NBX::SO<TerrainTexture> createDynamicLightMap() override;
+
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;
 
