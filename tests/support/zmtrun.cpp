@@ -46,14 +46,23 @@ void redirect(int handle, const std::string & path) {
     ::_exit(127);
 }
 
-/// Waits for the end of a process, interrupts it when a file shows up, kills it when it takes too long.
-int waitFor(pid_t process, const fs::path & interruptWhenIn) {
+/// True when a process has a file open in a folder, one without a name included, or has left one there.
+bool hasFileIn(pid_t process, const fs::path & folder) {
+    std::error_code error;
+    if (!fs::is_empty(folder, error)) return true;
+    for (const auto & entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd", error))
+        if (fs::read_symlink(entry.path(), error).string().find(folder.string() + "/") == 0) return true;
+    return false;
+}
+
+/// Waits for the end of a process, sends it the signal when it opens a file, kills it when it takes too long.
+int waitFor(pid_t process, const fs::path & interruptWhenIn, int signal) {
     const auto latest = std::chrono::steady_clock::now() + s_longest;
     bool isInterrupted = interruptWhenIn.empty();
     int status = 0;
     while (::waitpid(process, &status, WNOHANG) == 0) {
-        if (!isInterrupted && !fs::is_empty(interruptWhenIn)) {
-            ::kill(process, SIGINT);
+        if (!isInterrupted && hasFileIn(process, interruptWhenIn)) {
+            ::kill(process, signal);
             isInterrupted = true;
         }
         if (std::chrono::steady_clock::now() > latest) ::kill(process, SIGKILL);
@@ -113,7 +122,7 @@ RunResult runProcess(const std::string & program, const std::vector<std::string>
     const pid_t process = ::fork();
     if (process < 0) return result;
     if (process == 0) becomeProgram(pointers, output, errors, limits.largestFile);
-    result.status = waitFor(process, limits.interruptWhenIn);
+    result.status = waitFor(process, limits.interruptWhenIn, limits.signal);
     result.output = readWhole(output);
     result.errors = readWhole(errors);
     return result;

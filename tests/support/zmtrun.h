@@ -40,8 +40,9 @@ struct RunResult {
 
 struct RunLimits {
     unsigned long largestFile = 0; ///< in bytes, like a disk that fills; 0: no limit
-    /// When a file shows up in this folder, the program gets an interrupt.
+    /// When the program opens a file in this folder, it gets the signal.
     std::filesystem::path interruptWhenIn = {};
+    int signal = SIGINT;
 };
 
 /// Runs `program` to its end, at most two minutes.
