@@ -14,6 +14,8 @@
 #include <nbx/container/array.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/mytintotristrips.h>
 #include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
@@ -23,6 +25,19 @@
 namespace ZMT::CORE {
 
 namespace {
+
+/// The box of the micro-structures of a hybrid grid in a domain; undefined without any.
+NBX::Bounds microBounds(const GridData & grid, const NBX::Area & domain) {
+    NBX::Bounds box;
+    const auto * hybrid = dynamic_cast<const HybridData *>(&grid);
+    if (!hybrid) return box;
+    const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
+    for (unsigned y = y0; y < y0 + domain.getHeight(); ++y)
+        for (unsigned x = x0; x < x0 + domain.getWidth(); ++x)
+            if (const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y))
+                box += micro->boundingBox();
+    return box;
+}
 
 using Accessor = MyTinPointAccessor;
 using Children = NBX::Array<NBX::SO<GeometryPatch>>;
@@ -208,6 +223,7 @@ private:
                 box += grid_->vertex(x, y);
                 vertices.push_back(grid_->index(x, y));
             }
+        box += microBounds(*grid_, domain);
         return new GridPatch(grid_, domain, box, 0.0, wall_, nullptr);
     }
 

@@ -390,9 +390,14 @@ TEST_F(CreateHybridDataTest, LeavesOfATreeAreOnTheHybridGrid) {
         const auto * leaf = dynamic_cast<const ZMT::CORE::GridPatch *>(patch.get());
         ASSERT_TRUE(leaf);
         EXPECT_EQ(leaf->grid().get(), data.get());
+        const NBX::Area & domain = leaf->domain();
+        const bool isStamped = domain.getX() <= 2 && 2 < domain.getX() + int(domain.getWidth()) &&
+                               domain.getY() <= 2 && 2 < domain.getY() + int(domain.getHeight());
+        EXPECT_EQ(leaf->boundingBox().getURB().y, isStamped ? 9.5 : 5.0);
         ++leaves;
     }
     EXPECT_GT(leaves, 1U);
+    EXPECT_EQ(root->boundingBox().getURB().y, 9.5);
 }
 
 /// Random features on far and near grids; every second end lies on a grid line or vertex.
