@@ -1,13 +1,18 @@
 #include "commands.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
+#include <nbx/object/stringutils.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/histogram.h>
+#include <zmt/util/compressedtexture/compressedtexture.h>
+#include <zmt/util/compressedtexture/texturepyramid.h>
+#include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 
 namespace {
 
@@ -24,7 +29,34 @@ void printHeights(const ZMT::RASTER::RasterData & raster) {
                 100.0 * static_cast<double>(histogram.numberOfUndefinedValues()) / cells);
 }
 
+/// Name and stored size of each level.
+void printLevels(const ZMT::UTIL::TexturePyramid & pyramid) {
+    for (unsigned i = 0; i < pyramid.overviews(); ++i) {
+        const auto level = pyramid.level(i);
+        const auto & header = level->header();
+        std::printf("level %-5u %u by %u pixels, %" PRIu64 " of %" PRIu64 " tiles of %u by %u, %" PRIu64
+                    " bytes\n",
+                    i, header.pixelsX, header.pixelsY, level->storedTiles(),
+                    static_cast<std::uint64_t>(header.tilesX) * header.tilesY, header.tileWidth,
+                    header.tileHeight, level->storedBytes());
+    }
+}
+
+void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & pyramid) {
+    const auto finest = pyramid.level(0);
+    std::printf("file:       %s\n", path.c_str());
+    std::printf("format:     texture pyramid, %s%s\n",
+                ZMT::UTIL::CompressedTexture::formatName(finest->pixelFormat()),
+                finest->header().compression == ZMT::UTIL::CompressedTexture::C_Deflate ? ", deflated" : "");
+    std::printf("pixel:      %.10g by %.10g\n", finest->pixelSizeX(), finest->pixelSizeY());
+    std::printf("x:          %.10g to %.10g\n", pyramid.minX(), pyramid.maxX());
+    std::printf("y:          %.10g to %.10g\n", pyramid.minY(), pyramid.maxY());
+    printLevels(pyramid);
+}
+
 void printInfo(const std::string & path) {
+    if (const auto pyramid = ZMT::UTIL::CompressedTexture::load(NBX::StringUtils::Utf8String2WString(path)))
+        return printPyramid(path, *pyramid);
     const ZMT::RASTER::RasterFile file(path);
     const auto raster = file.read();
     const auto & grid = raster.raster->grid();
@@ -43,7 +75,7 @@ void printInfo(const std::string & path) {
 } // namespace
 
 void addInfoCommand(CLI::App & app) {
-    auto * command = app.add_subcommand("info", "Tells what a raster file holds.");
+    auto * command = app.add_subcommand("info", "Tells what a raster file or a texture pyramid holds.");
     const auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, "The file")->required();
     command->callback([path] { printInfo(*path); });

@@ -48,6 +48,7 @@ int runProgram(int argc, const char * const * argv) {
     addRenderCommand(app);
     addLodCommand(app);
     addInfoCommand(app);
+    addBuildCommand(app);
 
     NBX::ConsoleProgressDisplay display;
     NBX::Progress::setDisplay(&display);

@@ -1,0 +1,111 @@
+#include "commands.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include <nbx/data/file.h>
+#include <nbx/image/image.h>
+#include <nbx/math/color.h>
+#include <nbx/object/progress.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/raster/gdal/imagefilepyramid.h>
+#include <zmt/raster/tiledgeoimage.h>
+#include <zmt/util/compressedtexture/compressedtexture.h>
+
+namespace {
+
+using ZMT::UTIL::CompressedTexture;
+
+struct PyramidOptions {
+    std::string image, out;
+    std::string format; ///< empty: that of the image
+    std::string mask;   ///< empty: none
+    bool deflates = false;
+};
+
+std::string upperCase(std::string text) {
+    for (char & letter : text)
+        letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    return text;
+}
+
+std::string formatNames() {
+    std::string names;
+    for (int i = 0; i < CompressedTexture::pixelFormats; ++i)
+        names += (i ? ", " : "") +
+                 std::string(CompressedTexture::formatName(static_cast<CompressedTexture::PixelFormat>(i)));
+    return names;
+}
+
+CompressedTexture::PixelFormat parseFormat(const std::string & text) {
+    for (int i = 0; i < CompressedTexture::pixelFormats; ++i) {
+        const auto format = static_cast<CompressedTexture::PixelFormat>(i);
+        if (upperCase(text) == upperCase(CompressedTexture::formatName(format))) return format;
+    }
+    throw UsageError("--format: no such format: " + text + "; choose one of " + formatNames());
+}
+
+/// "#RRGGBB", with or without the sign.
+NBX::Color parseColor(const std::string & text) {
+    const std::string digits = !text.empty() && text[0] == '#' ? text.substr(1) : text;
+    if (digits.size() != 6 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        throw UsageError("--mask: a colour is six hexadecimal digits, such as 000000 for black: " + text);
+    const unsigned long value = std::strtoul(digits.c_str(), nullptr, 16);
+    const auto channel = [value](unsigned shift) {
+        return static_cast<double>(value >> shift & 0xFF) / 255.0;
+    };
+    return NBX::Color(channel(16), channel(8), channel(0));
+}
+
+/// What stores the image without loss, with alpha where pixels are masked.
+CompressedTexture::PixelFormat formatOf(const ZMT::RASTER::TiledGeoImage & image, bool isMasked,
+                                        const std::string & path) {
+    if (isMasked) return CompressedTexture::PF_RGBA8;
+    const NBX::SO<NBX::Image> pixel = image.createEmptyImage(1, 1);
+    if (!pixel || pixel->dataType() != NBX::Image::UInt8)
+        throw DataError(path + ": holds numbers and no colours; choose an image, or a format with --format");
+    return static_cast<CompressedTexture::PixelFormat>(CompressedTexture::pixelFormatOf(*pixel));
+}
+
+void buildPyramid(const PyramidOptions & options) {
+    std::optional<CompressedTexture::PixelFormat> format;
+    std::optional<NBX::Color> mask;
+    if (!options.format.empty()) format = parseFormat(options.format);
+    if (!options.mask.empty()) mask = parseColor(options.mask);
+    const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(new ZMT::RASTER::ImageFilePyramid(options.image));
+    const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
+    if (!format) format = formatOf(*finest, mask.has_value(), options.image);
+    const bool written = CompressedTexture::create(
+        finest, NBX::StringUtils::Utf8String2WString(options.out), *format,
+        options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None, mask ? &*mask : nullptr);
+    if (written) return;
+    if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
+    throw DataError(options.image + ": the image is damaged or cut off; get it anew");
+}
+
+void addPyramidCommand(CLI::App & app) {
+    auto * command =
+        app.add_subcommand("pyramid", "Writes an image in all its resolutions into one file of tiles.");
+    const auto options = std::make_shared<PyramidOptions>();
+    command->add_option("IMAGE", options->image, "Image in any format that GDAL reads")->required();
+    command->add_option("OUT", options->out, "The file; its usual suffix is ztp")->required();
+    command->add_option("--format", options->format,
+                        "Pixel format: " + formatNames() + "; without it that of the image");
+    command->add_flag("--deflate", options->deflates, "Deflate the tiles");
+    command->add_option("--mask", options->mask, "Colour that becomes transparent")->type_name("RRGGBB");
+    command->callback([options] { buildPyramid(*options); });
+}
+
+} // namespace
+
+void addBuildCommand(CLI::App & app) {
+    auto * command = app.add_subcommand("build", "Builds files that are drawn while they are read.");
+    command->require_subcommand(1);
+    addPyramidCommand(*command);
+}
