@@ -5,7 +5,8 @@
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
-#include <nbx/image/image.h>
+#include <nbx/image/subimage.h>
+#include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
@@ -31,7 +32,7 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
-constexpr unsigned s_maxCanvasSize = 1024;
+constexpr int s_maxCanvasSize = 1024;
 
 /// While it lives, terrains are drawn at their finest level.
 class FinestLevel {
@@ -53,18 +54,30 @@ private:
     double geometryError_, textureError_;
 };
 
-/// A scene seen from straight above, north up. What `content` holds fills the whole picture.
+/// A scene seen from straight above, north up. What `content` holds fills the square from -1 to 1.
 struct BirdsEyeView {
     NBX::SO<NBX::SceneThing> scene{new NBX::SceneThing};
+    NBX::SO<NBX::Camera> camera;
     NBX::SO<TAdjuster> content;
 
     BirdsEyeView() {
-        const NBX::SO<NBX::Ortho> projection(new NBX::Ortho(-1.0, 1.0, -1.0, 1.0, 0.1, 100.0));
         const NBX::SO<NBX::LookAt> eye(new NBX::LookAt({0, 2, 0}, {0, 0, 0}, {0, 0, 1}));
-        scene->append(
-            new NBX::Camera(eye.get(), projection.get(), NBX::Camera::S_Global, NBX::Camera::SP_Fill));
+        camera = new NBX::Camera(eye.get(), newProjection(-1.0, 1.0, -1.0, 1.0).get(), NBX::Camera::S_Global,
+                                 NBX::Camera::SP_Fill);
+        scene->append(camera.get());
         const NBX::SO<NBX::Box> volume(new NBX::Box({1, 1, 1}, {-1, -1, -1}));
         content = new TAdjuster(scene.get(), volume.get(), false, false);
+    }
+    static NBX::SO<NBX::Ortho> newProjection(double left, double right, double bottom, double top) {
+        return new NBX::Ortho(left, right, bottom, top, 0.1, 100.0);
+    }
+    /// Directs the camera to the part `area` of the whole picture, which has the size of `picture`.
+    void look(const NBX::Area & area, const NBX::Image & picture) {
+        const auto x = [&](double column) { return 2.0 * column / picture.width() - 1.0; };
+        const auto y = [&](double line) { return 2.0 * line / picture.height() - 1.0; };
+        camera->setProjection(newProjection(x(area.getX()), x(double(area.getX()) + area.getWidth()),
+                                            y(area.getY()), y(double(area.getY()) + area.getHeight()))
+                                  .get());
     }
 };
 
@@ -76,16 +89,24 @@ void appendTerrain(TAdjuster & content, Terrain & terrain) {
     content.append(&terrain);
 }
 
-/// Draws the scene into the whole image, in pieces where it is larger than the canvas.
-bool drawInto(NBX::Image & target, NBX::SceneThing & scene) {
-    const unsigned width = unsigned(std::max(0, target.width()));
-    const unsigned height = unsigned(std::max(0, target.height()));
-    if (width == 0 || height == 0) return false;
+/// Draws the scene into the whole image, in pieces where it is larger than the canvas. Each piece has a view
+/// of its own, so that the terrain leaves out what lies in the others.
+bool drawInto(NBX::Image & target, BirdsEyeView & view) {
+    const int width = target.width(), height = target.height();
+    if (width <= 0 || height <= 0) return false;
     const FinestLevel finestLevel;
-    const NBX::SO<NBX::PBufferCanvasGL> canvas(
-        new NBX::PBufferCanvasGL(std::min(width, s_maxCanvasSize), std::min(height, s_maxCanvasSize)));
-    canvas->append(&scene);
-    const bool drawn = canvas->largeScaleSnapshot(&target, NBX::GLCanvas::COLOR_BUFFER);
+    const NBX::SO<NBX::PBufferCanvasGL> canvas(new NBX::PBufferCanvasGL(
+        unsigned(std::min(width, s_maxCanvasSize)), unsigned(std::min(height, s_maxCanvasSize))));
+    canvas->append(view.scene.get());
+    bool drawn = true;
+    for (int y = 0; drawn && y < height; y += s_maxCanvasSize)
+        for (int x = 0; drawn && x < width; x += s_maxCanvasSize) {
+            const NBX::Area area(x, y, unsigned(std::min(s_maxCanvasSize, width - x)),
+                                 unsigned(std::min(s_maxCanvasSize, height - y)));
+            view.look(area, target);
+            const NBX::SO<NBX::SubImage> part(new NBX::SubImage(&target, area));
+            drawn = canvas->largeScaleSnapshot(part.get(), NBX::GLCanvas::COLOR_BUFFER);
+        }
     canvas->destroy();
     return drawn;
 }
@@ -102,7 +123,7 @@ NBX::SO<TerrainTexture> newTexture(const Terrain & terrain, NBX::Image & image) 
 
 NBX::SO<TerrainTexture> draw(Terrain & terrain, const NBX::SO<NBX::Image> & target, BirdsEyeView & view) {
     appendTerrain(*view.content, terrain);
-    if (drawInto(*target, *view.scene)) return newTexture(terrain, *target);
+    if (drawInto(*target, view)) return newTexture(terrain, *target);
     NBX_FAILURE(L"the terrain could not be drawn from above");
     return nullptr;
 }

@@ -115,7 +115,7 @@ double lit(const Point & normal, const Point & direction, double ambient, double
     return std::min(1.0, color * (0.2 + ambient + (1.0 - ambient) * facing));
 }
 
-/// Notes the sizes of canvas and picture of each frame.
+/// Notes the sizes of canvas and picture of each frame, and the box of what it drew.
 class FrameSizes : public NBX::Callback1<const TerrainPainterFrameManager::Info &> {
     using Base = NBX::Callback1<const TerrainPainterFrameManager::Info &>;
     NBX_TEMPLATE_CLASS(FrameSizes, Base)
@@ -128,9 +128,11 @@ public:
         pictures.push_back({area.getWidth(), area.getHeight()});
         errors.push_back(TerrainPainterGLSettings::getGeometryError());
         errors.push_back(TerrainPainterGLSettings::getTextureError());
+        boxes.push_back(TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches());
     }
     std::vector<Size> canvases, pictures;
     std::vector<double> errors;
+    std::vector<Bounds> boxes;
 };
 
 class CreateTextureTest : public GLFixture {
@@ -141,12 +143,12 @@ protected:
         TerrainPainterFrameManager::CallBeginFrameCallbacks({engine.get(), false});
         TerrainPainterFrameManager::CallEndFrameCallbacks({engine.get(), false});
         reports.clear();
-        TerrainPainterFrameManager::RegisterBeginFrameCallback(frames);
+        TerrainPainterFrameManager::RegisterEndFrameCallback(frames);
         before = stateOfGL();
     }
     void TearDown() override {
         EXPECT_EQ(before, stateOfGL());
-        TerrainPainterFrameManager::UnregisterBeginFrameCallback(frames);
+        TerrainPainterFrameManager::UnregisterEndFrameCallback(frames);
         GeoTransformation::setNBXOrigin({});
         GLFixture::TearDown();
     }
@@ -185,7 +187,8 @@ TEST_F(CreateTextureTest, PicturesLargerThanACanvasHaveNoSeams) {
     const auto target = image(1400, 1100);
     ASSERT_TRUE(CreateTexture::createNormal(wholeTerrain(grid), target, {1, 1, 1}));
     EXPECT_EQ(frames->canvases, std::vector<FrameSizes::Size>(4, {1024, 1024}));
-    EXPECT_EQ(frames->pictures, std::vector<FrameSizes::Size>(4, {1400, 1100}));
+    EXPECT_EQ(frames->pictures,
+              (std::vector<FrameSizes::Size>{{1024, 1024}, {376, 1024}, {1024, 76}, {376, 76}}));
     EXPECT_LE(
         worstDifference(*grid, *target, [&](unsigned x, unsigned y) { return encoded(grid->normal(x, y)); }),
         4.0);
@@ -206,6 +209,22 @@ TEST_F(CreateTextureTest, ALargeTargetUsesTheLargestCanvas) {
     const auto grid = landscapeGrid({9, 9, 0.0, 0.0, 1.0, 1.0});
     ASSERT_TRUE(CreateTexture::createNormal(wholeTerrain(grid), image(4096, 4096), {1, 1, 1}));
     EXPECT_EQ(frames->canvases, std::vector<FrameSizes::Size>(16, {1024, 1024}));
+}
+
+TEST_F(CreateTextureTest, EachPieceDrawsItsOwnPartOfTheGround) {
+    const auto grid = landscapeGrid({65, 65, 0.0, 0.0, 1.0, 1.0});
+    const auto root = ZMT::CORE::CreateGeometryTree::create(grid.get(), 100);
+    const NBX::SO<Terrain> tree(new Terrain(grid.get(), root.get()));
+    ASSERT_TRUE(CreateTexture::createNormal(tree, image(2048, 2048), {1, 1, 1}));
+    ASSERT_EQ(frames->boxes.size(), 4U);
+    for (unsigned piece = 0; piece < 4; ++piece) {
+        const Bounds & box = frames->boxes[piece];
+        const double x = piece % 2 * 32.0, z = piece / 2 * 32.0, patch = 10.0;
+        EXPECT_TRUE(box.getLLF().x <= x && box.getLLF().x > x - patch) << piece;
+        EXPECT_TRUE(box.getLLF().z <= z && box.getLLF().z > z - patch) << piece;
+        EXPECT_TRUE(box.getURB().x >= x + 32.0 && box.getURB().x < x + 32.0 + patch) << piece;
+        EXPECT_TRUE(box.getURB().z >= z + 32.0 && box.getURB().z < z + 32.0 + patch) << piece;
+    }
 }
 
 TEST_F(CreateTextureTest, ShadingIsThatOfTheLight) {
@@ -337,7 +356,12 @@ TEST_F(CreateTextureTest, LightMapsOfWhatIsNoGridHaveAFixedSize) {
     const NBX::SO<Terrain> terrain(new Terrain(data.get(), wholePatch(grid).get()));
     ASSERT_TRUE(terrain->createStaticLightMap(0.3, {-1.0, 2.5, 1.0}));
     ASSERT_TRUE(terrain->createDynamicLightMap());
-    EXPECT_EQ(frames->pictures, std::vector<FrameSizes::Size>(18, {2100, 2100}));
+    std::vector<FrameSizes::Size> parts;
+    for (int map = 0; map < 2; ++map)
+        for (const unsigned height : {1024U, 1024U, 52U})
+            for (const unsigned width : {1024U, 1024U, 52U})
+                parts.push_back({width, height});
+    EXPECT_EQ(frames->pictures, parts) << "2100 by 2100 pixels each";
 }
 
 /// Real heights, as a square with cells of 90 metres.
