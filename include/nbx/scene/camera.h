@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include <nbx/math/ray.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/monoattribute.h>
@@ -36,6 +37,10 @@ public:
     Matrix4x4Base<double> viewMatrix() const { return eye_->matrix(); }
     /// For a viewport of `width` by `height` pixels.
     Matrix4x4Base<double> projectionMatrix(unsigned width, unsigned height) const;
+    /// What is seen at a place of a picture of `width` by `height` pixels; 0, 0 is its lower left corner, and
+    /// the middle of a pixel lies at one half. The ray begins at the near plane, and meets the far plane at
+    /// parameter 1.
+    Ray rayThrough(double x, double y, unsigned width, unsigned height) const;
 
     void acceptChildren(std::vector<Visitable *> & children) const override;
     /// Attributes "lookAt", "projection", "scope", "sizePolicy".

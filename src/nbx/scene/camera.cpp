@@ -33,6 +33,17 @@ Matrix4x4Base<double> Camera::projectionMatrix(unsigned width, unsigned height) 
     return projection_->matrix(fills ? static_cast<double>(width) / height : 1.0);
 }
 
+Ray Camera::rayThrough(double x, double y, unsigned width, unsigned height) const {
+    // One after the other, as the product would lose digits in scenes far from the origin.
+    const Matrix4x4Base<double> toView = projectionMatrix(width, height).inverse();
+    const Matrix4x4Base<double> toScene = viewMatrix().inverse();
+    const auto inScene = [&](double depth) {
+        return toScene * (toView * Vector3Base<double>(2.0 * x / width - 1.0, 2.0 * y / height - 1.0, depth));
+    };
+    const Vector3Base<double> near = inScene(-1.0);
+    return Ray(near, inScene(1.0) - near);
+}
+
 void Camera::acceptChildren(std::vector<Visitable *> & children) const {
     MonoAttribute::acceptChildren(children);
     children.insert(children.end(), {eye_.get(), projection_.get()});

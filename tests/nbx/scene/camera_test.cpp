@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/math/ray.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/perspective.h>
 #include <support/recordedreports.h>
@@ -85,6 +86,29 @@ TEST(Camera, sizePolicyDecidesWhatTheViewportsAspectDoes) {
     EXPECT_EQ(fills->projectionMatrix(200, 100), projection->matrix(2.0));
     EXPECT_EQ(keeps->projectionMatrix(200, 100), projection->matrix(1.0));
     EXPECT_EQ(fills->projectionMatrix(200, 0), projection->matrix(1.0));
+}
+
+TEST(Camera, raysRunThroughPlacesOfThePicture) {
+    const SO<LookAt> eye(new LookAt(V(5e5, 200, -4e6), V(5e5 + 300, -50, -4e6 + 900)));
+    const SO<Camera> cameras[] = {
+        new Camera(eye.get(), new Perspective(60, 2, 1000)),
+        new Camera(eye.get(), new Ortho(-20, 60, -10, 50, 3, 100)),
+        new Camera(eye.get(), new Perspective(30, 0.5, 20), Camera::S_Local, Camera::SP_KeepAspect)};
+    constexpr unsigned width = 320, height = 200;
+    for (const SO<Camera> & camera : cameras) {
+        const auto toView = camera->viewMatrix(), toCube = camera->projectionMatrix(width, height);
+        for (const auto & [x, y] : {std::pair(0.0, 0.0), {320.0, 200.0}, {160.5, 99.5}, {12.25, 180.75}}) {
+            const Ray ray = camera->rayThrough(x, y, width, height);
+            for (const double t : {0.0, 0.5, 1.0}) {
+                const V place = toCube * (toView * ray.point(t));
+                EXPECT_NEAR((place.x + 1.0) * width / 2.0, x, 1e-4);
+                EXPECT_NEAR((place.y + 1.0) * height / 2.0, y, 1e-4);
+                if (t == 0.0 || t == 1.0) {
+                    EXPECT_NEAR(place.z, 2.0 * t - 1.0, 1e-6);
+                }
+            }
+        }
+    }
 }
 
 TEST(Camera, missingPartsAreReportedAndReplaced) {
