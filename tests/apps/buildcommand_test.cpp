@@ -1,0 +1,150 @@
+#include <algorithm>
+#include <filesystem>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include <nbx/image/image.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/util/compressedtexture/compressedtexture.h>
+#include <zmt/util/compressedtexture/texturepyramid.h>
+#include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
+
+#include "support/smallgeotiff.h"
+#include "support/zmtrun.h"
+
+namespace {
+
+using ZMT::UTIL::CompressedTexture;
+using ZMT::UTIL::TexturePyramid;
+
+const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
+
+/// Noise, which takes its time to deflate, with a black corner in the south-west.
+SmallGeoTiff noise(unsigned width, unsigned height) {
+    SmallGeoTiff tiff{width, height};
+    tiff.pixels = SmallGeoTiff::Pixels::Colors;
+    tiff.colors.resize(3UL * width * height);
+    std::mt19937 random(3);
+    for (std::uint8_t & value : tiff.colors)
+        value = static_cast<std::uint8_t>(1 + random() % 250);
+    for (unsigned y = height - height / 4; y < height; ++y)
+        std::fill_n(tiff.colors.begin() + 3L * y * width, 3 * (width / 4), std::uint8_t(0));
+    return tiff;
+}
+
+class BuildPyramidTest : public testing::Test {
+protected:
+    RunResult build(const std::string & image, const std::vector<std::string> & more = {},
+                    const RunLimits & limits = {}) {
+        std::vector<std::string> arguments = {"build", "pyramid", image, folder.out("a.ztp")};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return runProcess(ZMT_EXECUTABLE, arguments, folder, limits);
+    }
+
+    NBX::SO<TexturePyramid> result() const {
+        return CompressedTexture::load(NBX::StringUtils::Utf8String2WString(folder.out("a.ztp")));
+    }
+
+    void expectFailure(const RunResult & run, int status, const std::string & word) {
+        EXPECT_EQ(status, run.status) << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find(word)) << run.errors;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_EQ(std::vector<std::string>(), folder.results());
+    }
+
+    RunFolder folder;
+};
+
+TEST_F(BuildPyramidTest, WritesAPyramidAndTellsWhatItHolds) {
+    const RunResult run = build(s_everest, {"--deflate"});
+    ASSERT_EQ(0, run.status) << run.errors;
+    EXPECT_EQ("", run.errors);
+    EXPECT_EQ(std::vector<std::string>{"a.ztp"}, folder.results());
+    const auto pyramid = result();
+    ASSERT_TRUE(pyramid);
+    EXPECT_GT(pyramid->overviews(), 1U);
+    const RunResult info = runProcess(ZMT_EXECUTABLE, {"info", folder.out("a.ztp")}, folder);
+    EXPECT_EQ(0, info.status) << info.errors;
+    for (const char * word : {"texture pyramid", "deflated", "level 0", "level 1", "x:  ", "pixels"})
+        EXPECT_NE(std::string::npos, info.output.find(word)) << word << "\n" << info.output;
+}
+
+TEST_F(BuildPyramidTest, PlainTilesInTheWantedFormat) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    ASSERT_EQ(0, build(image, {"--format", "dxt5"}).status);
+    const auto pyramid = result();
+    ASSERT_TRUE(pyramid);
+    EXPECT_EQ(CompressedTexture::PF_DXT5, pyramid->level(0)->pixelFormat());
+    EXPECT_EQ(0U, pyramid->level(0)->header().compression);
+    EXPECT_EQ(2U * 65536U, pyramid->level(0)->storedBytes());
+}
+
+TEST_F(BuildPyramidTest, TheMaskColourBecomesTransparent) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    for (const char * colour : {"000000", "#000000"}) {
+        ASSERT_EQ(0, build(image, {"--mask", colour}).status);
+        const auto pyramid = result();
+        ASSERT_TRUE(pyramid);
+        EXPECT_EQ(CompressedTexture::PF_RGBA8, pyramid->level(0)->pixelFormat());
+        const auto pixels = pyramid->overview(0)->getImage(0, 0, 300, 200);
+        EXPECT_EQ(0, pixels->pixelComponentsU8(10, 10)[3]);
+        EXPECT_EQ(255, pixels->pixelComponentsU8(10, 100)[3]);
+    }
+}
+
+TEST_F(BuildPyramidTest, WrongArguments) {
+    const std::string image = folder.write("image.tif", noise(8, 8).encode());
+    expectFailure(build(image, {"--format", "RGB9"}), 2, "LuminanceAlpha16");
+    expectFailure(build(image, {"--mask", "blue"}), 2, "000000");
+    expectFailure(build(folder.in("none.tif")), 1, "no such file");
+    expectFailure(build(folder.write("text.tif", "no image")), 1, "no raster file");
+    expectFailure(runProcess(ZMT_EXECUTABLE, {"build"}, folder), 2, "--help");
+    expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image}, folder), 2, "OUT");
+    expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.out("no/a.ztp")}, folder), 1,
+                  "folder");
+}
+
+TEST_F(BuildPyramidTest, HeightsAreNoColours) {
+    SmallGeoTiff heights{4, 4};
+    heights.heights.assign(16, 1.0F);
+    expectFailure(build(folder.write("heights.tif", heights.encode())), 1, "no colours");
+}
+
+TEST_F(BuildPyramidTest, AnImageThatIsCutOff) {
+    std::string bytes = noise(600, 600).encode();
+    bytes.resize(bytes.size() / 2);
+    const RunResult run = build(folder.write("image.tif", bytes));
+    EXPECT_EQ(1, run.status);
+    EXPECT_NE(std::string::npos, run.errors.find("damaged or cut off")) << run.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+}
+
+TEST_F(BuildPyramidTest, AnInterruptLeavesNothing) {
+    const std::string image = folder.write("image.tif", noise(4000, 3000).encode());
+    RunLimits limits;
+    limits.interruptWhenIn = folder.path() / "out";
+    expectFailure(build(image, {"--deflate"}, limits), 1, "cancelled");
+}
+
+TEST_F(BuildPyramidTest, AKillLeavesNothing) {
+    const std::string image = folder.write("image.tif", noise(4000, 3000).encode());
+    RunLimits limits;
+    limits.interruptWhenIn = folder.path() / "out";
+    limits.signal = SIGKILL;
+    EXPECT_EQ(1000 + SIGKILL, build(image, {"--deflate"}, limits).status);
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+    EXPECT_EQ(std::vector<std::string>{"image.tif"}, folder.inputs());
+}
+
+TEST_F(BuildPyramidTest, AFullDiskLeavesNothing) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    RunLimits limits;
+    limits.largestFile = 100000;
+    const RunResult run = build(image, {}, limits);
+    EXPECT_EQ(1, run.status);
+    EXPECT_NE(std::string::npos, run.errors.find("check the room on its disk")) << run.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+}
+
+} // namespace
