@@ -30,6 +30,8 @@ endif()
 if(apps IN_LIST ZMT_LAYERS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
+  # Only the window needs it.
+  find_package(Qt6 6.4 QUIET COMPONENTS Widgets OpenGLWidgets OPTIONAL_COMPONENTS Test)
 endif()
 
 if(ZMT_TESTS)

@@ -24,6 +24,7 @@ void addRenderCommand(CLI::App & app);
 void addLodCommand(CLI::App & app);
 void addInfoCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);
+void addViewCommand(CLI::App & app);
 
 /// Runs the program; the result is its exit status: 0, 1 for data, 2 for usage.
 int runProgram(int argc, const char * const * argv);

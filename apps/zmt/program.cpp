@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "reports.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -49,7 +50,9 @@ int runProgram(int argc, const char * const * argv) {
     addLodCommand(app);
     addInfoCommand(app);
     addBuildCommand(app);
+    addViewCommand(app);
 
+    Reports reports;
     NBX::ConsoleProgressDisplay display;
     NBX::Progress::setDisplay(&display);
     int status = ES_Data;
@@ -61,5 +64,7 @@ int runProgram(int argc, const char * const * argv) {
         writeError(error.what());
     }
     NBX::Progress::setDisplay(nullptr);
+    for (const std::string & message : reports.take())
+        writeError("warning: " + message);
     return status;
 }

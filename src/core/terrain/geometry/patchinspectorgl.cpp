@@ -58,8 +58,15 @@ PatchInspectorGL::PatchInspectorGL(GeometryPatchPainterGL * painter, bool colors
 }
 
 void PatchInspectorGL::registerAll(bool colorsPatches) {
-    NBX::EngineGL::registerHandler(new PatchInspectorGL(new GridPatchPainterGL, colorsPatches));
-    NBX::EngineGL::registerHandler(new PatchInspectorGL(new TinPatchPainterGL, colorsPatches));
+    const auto registered = [](GeometryPatchPainterGL * painter) {
+        auto * inspector = new PatchInspectorGL(painter, false);
+        NBX::EngineGL::registerHandler(inspector);
+        return inspector;
+    };
+    static const std::array inspectors = {registered(new GridPatchPainterGL),
+                                          registered(new TinPatchPainterGL)};
+    for (PatchInspectorGL * inspector : inspectors)
+        inspector->colorsPatches_ = colorsPatches;
 }
 
 PatchInspectorGL::Statistics PatchInspectorGL::statistics() {

@@ -21,7 +21,8 @@ public:
     /// Keeps `painter`. All inspectors of the process share the statistics.
     PatchInspectorGL(GeometryPatchPainterGL * painter, bool colorsPatches);
 
-    /// Registers inspectors for all patch painters of this library.
+    /// Registers inspectors for all patch painters of this library. Later calls only change whether they draw
+    /// in colours.
     static void registerAll(bool colorsPatches);
     static Statistics statistics();
     static void reset();

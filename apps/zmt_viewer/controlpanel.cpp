@@ -1,0 +1,73 @@
+#include "controlpanel.h"
+
+#include <QCheckBox>
+#include <QGroupBox>
+#include <QVBoxLayout>
+
+#include "valueslider.h"
+
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+
+namespace {
+
+using ZMT::CORE::TerrainPainterGLSettings;
+
+constexpr std::size_t s_keys = 9;
+
+} // namespace
+
+ControlPanel::ControlPanel(QWidget * parent)
+    : QWidget(parent), exaggeration_(new ValueSlider(tr("Exaggeration"), 0.1, 20.0, tr(" ×"))),
+      geometryError_(new ValueSlider(tr("Geometry error"), 0.5, 50.0, tr(" px"))),
+      textureError_(new ValueSlider(tr("Texture error"), 0.5, 50.0, tr(" px"))) {
+    auto * group = new QGroupBox(tr("Layers"));
+    layers_ = new QVBoxLayout(group);
+    auto * column = new QVBoxLayout(this);
+    column->setSpacing(14);
+    column->addWidget(group);
+    for (ValueSlider * slider : {exaggeration_, geometryError_, textureError_})
+        column->addWidget(slider);
+    column->addStretch(1);
+
+    exaggeration_->setObjectName("exaggeration");
+    exaggeration_->setToolTip(tr("Factor of the heights"));
+    exaggeration_->setValue(1.0);
+    geometryError_->setObjectName("geometryError");
+    geometryError_->setToolTip(tr("How far the surface may lie from the true one on the screen"));
+    geometryError_->setValue(TerrainPainterGLSettings::getGeometryError());
+    textureError_->setObjectName("textureError");
+    textureError_->setToolTip(tr("How large a texel may be on the screen"));
+    textureError_->setValue(TerrainPainterGLSettings::getTextureError());
+    connect(exaggeration_, &ValueSlider::valueChanged, this, &ControlPanel::exaggerationChanged);
+    connect(geometryError_, &ValueSlider::valueChanged, this, &ControlPanel::geometryErrorChanged);
+    connect(textureError_, &ValueSlider::valueChanged, this, &ControlPanel::textureErrorChanged);
+    setLandscape(nullptr);
+}
+
+void ControlPanel::setLandscape(const Landscape * landscape) {
+    for (QCheckBox * box : switches_)
+        delete box;
+    switches_.clear();
+    setEnabled(landscape != nullptr);
+    if (!landscape) return;
+    exaggeration_->setValue(landscape->exaggeration());
+    for (const auto & layer : landscape->layers()) {
+        const std::size_t number = switches_.size() + 1;
+        QString name = QString::fromStdString(layer.name);
+        auto * box = new QCheckBox(name.replace('&', "&&"));
+        box->setFocusPolicy(Qt::TabFocus);
+        box->setChecked(true);
+        box->setToolTip(number <= s_keys ? tr("Key %1").arg(number) : tr("Later layers lie on top"));
+        connect(box, &QCheckBox::toggled, this, &ControlPanel::layerSwitched);
+        layers_->addWidget(box);
+        switches_.push_back(box);
+    }
+}
+
+void ControlPanel::toggleLayer(std::size_t number) {
+    if (number < switches_.size()) switches_[number]->toggle();
+}
+
+bool ControlPanel::isLayerOn(std::size_t number) const {
+    return number < switches_.size() && switches_[number]->isChecked();
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <vector>
+
+#include <QWidget>
+
+#include "landscape.h"
+
+class QCheckBox;
+class QVBoxLayout;
+class ValueSlider;
+
+/// Switches for the layers of a landscape, and sliders for its heights and the allowed errors.
+class ControlPanel : public QWidget {
+    Q_OBJECT
+public:
+    explicit ControlPanel(QWidget * parent = nullptr);
+
+    /// Shows the switches of another landscape, all on; null shows none.
+    void setLandscape(const Landscape * landscape);
+    /// As if the user had clicked the switch; nothing for a number that no layer has.
+    void toggleLayer(std::size_t number);
+    bool isLayerOn(std::size_t number) const;
+
+signals:
+    void layerSwitched();
+    void exaggerationChanged(double exaggeration);
+    void geometryErrorChanged(double pixels);
+    void textureErrorChanged(double pixels);
+
+private:
+    QVBoxLayout * layers_;
+    std::vector<QCheckBox *> switches_;
+    ValueSlider * exaggeration_;
+    ValueSlider * geometryError_;
+    ValueSlider * textureError_;
+};

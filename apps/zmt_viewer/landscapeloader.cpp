@@ -1,0 +1,99 @@
+#include "landscapeloader.h"
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+#include <new>
+#include <utility>
+
+#include "commands.h"
+
+#include <zmt/raster/gdal/rasterfile.h>
+
+struct LandscapeLoader::Result {
+    LandscapeOptions options;
+    std::shared_ptr<Landscape> landscape;
+    QString error;
+};
+
+LandscapeLoader::LandscapeLoader() : previous_(NBX::Progress::setDisplay(this)) {}
+
+LandscapeLoader::~LandscapeLoader() {
+    cancel();
+    if (thread_.joinable()) thread_.join();
+    NBX::Progress::setDisplay(previous_);
+}
+
+LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
+                                            const std::vector<std::string> & files) {
+    bool hasNewTerrain = false;
+    std::vector<std::string> images;
+    for (const std::string & file : files) {
+        const bool isTerrain = !hasNewTerrain && ZMT::RASTER::RasterFile(file).bands() == 1;
+        hasNewTerrain |= isTerrain;
+        if (!isTerrain) {
+            images.push_back(file);
+            continue;
+        }
+        if (!options.terrain.empty()) options.images.clear();
+        options.terrain = file;
+    }
+    if (options.terrain.empty() && !images.empty())
+        throw DataError(images.front() + ": is an image; open the height raster that it lies on first");
+    options.images.insert(options.images.end(), images.begin(), images.end());
+    return options;
+}
+
+bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<std::string> & files) {
+    if (isRunning()) return false;
+    isCanceled_ = false;
+    const auto result = std::make_shared<Result>();
+    result->options = options;
+    thread_ = std::thread([this, result, files] {
+        load(*result, files);
+        QMetaObject::invokeMethod(
+            this, [this, result] { finish(*result); }, Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void LandscapeLoader::load(Result & result, const std::vector<std::string> & files) {
+    try {
+        result.options = withFiles(result.options, files);
+        result.landscape = std::make_shared<Landscape>(result.options);
+    } catch (const std::bad_alloc &) {
+        result.error = tr("out of memory; try a smaller raster or fewer vertices");
+    } catch (const std::exception & error) {
+        result.error = QString::fromStdString(error.what());
+    }
+}
+
+void LandscapeLoader::cancel() {
+    isCanceled_ = true;
+}
+
+void LandscapeLoader::finish(const Result & result) {
+    thread_.join();
+    if (isCanceled_)
+        emit canceled();
+    else if (result.landscape)
+        emit loaded(result.landscape, result.options);
+    else
+        emit failed(result.error);
+}
+
+void LandscapeLoader::begin(const NBX::Progress & progress) {
+    update(progress);
+}
+
+bool LandscapeLoader::update(const NBX::Progress & progress) {
+    const double total = progress.totalValue();
+    const double share = total > 0.0 ? std::clamp(progress.currentValue() / total, 0.0, 1.0) : 0.0;
+    const QString title = QString::fromStdString(progress.title());
+    const QString text = QString::fromStdString(progress.text());
+    QMetaObject::invokeMethod(
+        this, [this, title, text, share] { emit progressed(title, text, share); }, Qt::QueuedConnection);
+    return !isCanceled_;
+}
+
+void LandscapeLoader::end(const NBX::Progress &) {}

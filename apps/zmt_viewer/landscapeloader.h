@@ -1,0 +1,57 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <QObject>
+#include <QString>
+
+#include <nbx/object/progress.h>
+
+#include "landscape.h"
+
+/// Reads and builds landscapes on a thread of its own, and shows the progress of the process. Belongs to the
+/// thread of the window, where its signals arrive.
+class LandscapeLoader : public QObject, private NBX::ProgressDisplay {
+    Q_OBJECT
+public:
+    LandscapeLoader();
+    /// Cancels, and waits for the thread.
+    ~LandscapeLoader() override;
+
+    /// Loads `options` with `files` added: the first raster of one band becomes the terrain, in the place of
+    /// another one and its images; all others are images on it. Only one load runs at a time; false, and
+    /// nothing else, while one does.
+    bool start(const LandscapeOptions & options, const std::vector<std::string> & files);
+    /// Wishes that the load ends; one of the last three signals follows.
+    void cancel();
+    bool isRunning() const { return thread_.joinable(); }
+
+    /// What `options` become with `files`. Throws what the raster layer throws, and `DataError` where there
+    /// is no terrain for an image.
+    static LandscapeOptions withFiles(LandscapeOptions options, const std::vector<std::string> & files);
+
+signals:
+    /// `share` runs from 0 to 1.
+    void progressed(const QString & title, const QString & text, double share);
+    void loaded(const std::shared_ptr<Landscape> & landscape, const LandscapeOptions & options);
+    void failed(const QString & message);
+    void canceled();
+
+private:
+    // Called on any thread.
+    void begin(const NBX::Progress & progress) override;
+    bool update(const NBX::Progress & progress) override;
+    void end(const NBX::Progress & progress) override;
+
+    struct Result;
+    static void load(Result & result, const std::vector<std::string> & files);
+    void finish(const Result & result);
+
+    std::thread thread_;
+    std::atomic<bool> isCanceled_{false};
+    NBX::ProgressDisplay * previous_;
+};

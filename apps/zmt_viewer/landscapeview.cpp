@@ -1,0 +1,347 @@
+#include "landscapeview.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLocale>
+#include <QMouseEvent>
+#include <QOpenGLContext>
+#include <QWheelEvent>
+
+#include "commands.h"
+
+#include <nbx/data/atomicfilewriter.h>
+#include <nbx/data/memorydataresource.h>
+#include <nbx/gl/polygonmodegl.h>
+#include <nbx/image/image.h>
+#include <nbx/image/pngwriter.h>
+#include <nbx/object/nbxtime.h>
+#include <nbx/scene/perspective.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/texture/tiledlodtexture.h>
+
+namespace {
+
+using Point = NBX::Vector3Base<double>;
+
+constexpr unsigned s_glLine = 0x1B01;
+constexpr double s_fieldOfView = 45.0;
+constexpr int s_restMilliseconds = 250;
+constexpr int s_flightMilliseconds = 16;
+constexpr double s_longestFlightStep = 0.1;
+constexpr double s_wheelStep = 120.0;
+constexpr double s_mebibyte = 1024.0 * 1024.0;
+const NBX::Color s_sky(0.72, 0.81, 0.90, 1.0);
+
+struct FlightKey {
+    int key;
+    FlightController::Flight flight;
+};
+
+const std::array s_flightKeys = {
+    FlightKey{Qt::Key_W, {.forward = 1.0}},  FlightKey{Qt::Key_S, {.forward = -1.0}},
+    FlightKey{Qt::Key_D, {.right = 1.0}},    FlightKey{Qt::Key_A, {.right = -1.0}},
+    FlightKey{Qt::Key_E, {.up = 1.0}},       FlightKey{Qt::Key_Q, {.up = -1.0}},
+    FlightKey{Qt::Key_Right, {.turn = 1.0}}, FlightKey{Qt::Key_Left, {.turn = -1.0}},
+    FlightKey{Qt::Key_Up, {.tilt = 1.0}},    FlightKey{Qt::Key_Down, {.tilt = -1.0}},
+};
+
+bool isFlightKey(int key) {
+    return std::any_of(s_flightKeys.begin(), s_flightKeys.end(),
+                       [&](const FlightKey & known) { return known.key == key; });
+}
+
+QLabel * makeOverlay(QWidget * parent) {
+    auto * label = new QLabel(parent);
+    label->setObjectName("overlay");
+    label->setAttribute(Qt::WA_TransparentForMouseEvents);
+    label->setStyleSheet("QLabel { color: white; background: rgba(20, 28, 36, 150); border-radius: 6px; "
+                         "padding: 6px 9px; }");
+    label->move(12, 12);
+    label->hide();
+    return label;
+}
+
+} // namespace
+
+LandscapeView::LandscapeView(QWidget * parent)
+    : QOpenGLWidget(parent), scene_(new NBX::SceneThing),
+      motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
+      wireframe_(new NBX::PolygonModeGL(s_glLine)), overlay_(makeOverlay(this)) {
+    WindowCanvasGL::prepareWidget(this);
+    setFocusPolicy(Qt::StrongFocus);
+    setMouseTracking(true);
+    setMinimumSize(160, 120);
+    camera_ = new NBX::Camera(lookAt_.get(), new NBX::Perspective(s_fieldOfView, 0.1, 1000.0));
+    wireframe_->setEnableState(false);
+    for (QTimer * timer : {&redrawTimer_, &restTimer_})
+        timer->setSingleShot(true);
+    connect(&redrawTimer_, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    connect(&restTimer_, &QTimer::timeout, this, &LandscapeView::rest);
+    connect(&flightTimer_, &QTimer::timeout, this, &LandscapeView::flyOn);
+}
+
+LandscapeView::~LandscapeView() {
+    freeCanvas();
+}
+
+void LandscapeView::initializeGL() {
+    freeCanvas();
+    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &LandscapeView::freeCanvas);
+    const NBX::SO<WindowCanvasGL> canvas(new WindowCanvasGL(this));
+    if (!canvas->create()) return;
+    canvas->setBackgroundColor(s_sky);
+    canvas->setRenderingMode(1);
+    canvas->append(scene_.get());
+    canvas_ = canvas;
+}
+
+void LandscapeView::freeCanvas() {
+    if (!canvas_) return;
+    canvas_->destroy();
+    canvas_ = nullptr;
+}
+
+void LandscapeView::resizeGL(int width, int height) {
+    const auto pixels = [&](int side) { return unsigned(std::max(1.0, side * devicePixelRatioF())); };
+    if (canvas_) canvas_->setSize(pixels(width), pixels(height));
+    flight_.setLens(s_fieldOfView, double(std::max(width, 1)) / std::max(height, 1));
+}
+
+void LandscapeView::paintGL() {
+    if (!canvas_) return;
+    placeCamera();
+    ZMT::CORE::PatchInspectorGL::reset();
+    const double start = NBX::NBXTime::now();
+    canvas_->redisplay();
+    figures_.milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
+    figures_.drawn = ZMT::CORE::PatchInspectorGL::statistics();
+    ++figures_.frames;
+    // Where nothing more comes, the figures of the last frame stay.
+    showFigures();
+    scheduleRedraw();
+    emit frameDrawn();
+}
+
+void LandscapeView::placeCamera() {
+    const auto [near, far] = flight_.clipDistances();
+    lookAt_->setFrom(flight_.eye());
+    lookAt_->setTo(flight_.eye() + flight_.forward());
+    lookAt_->setUp(flight_.up());
+    camera_->setProjection(new NBX::Perspective(s_fieldOfView, near, far));
+}
+
+void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
+                                 const std::optional<View> & view) {
+    stopFlying();
+    landscape_ = landscape;
+    scene_->clear();
+    if (landscape_) {
+        for (NBX::RenderObj * object :
+             {static_cast<NBX::RenderObj *>(camera_.get()), static_cast<NBX::RenderObj *>(motion_.get()),
+              static_cast<NBX::RenderObj *>(wireframe_.get()),
+              static_cast<NBX::RenderObj *>(landscape_->node().get())})
+            scene_->append(object);
+        flight_.setGround(ground());
+        if (view) {
+            home_ =
+                findViewpoint(*view, landscape_->grid(), landscape_->exaggeration(), landscape_->interest());
+            flight_.setView(home_.eye, home_.aim);
+        }
+    } else {
+        flight_.setGround(FlightGround());
+        overlay_->hide();
+    }
+    redraw();
+}
+
+FlightGround LandscapeView::ground() const {
+    const NBX::SO<ZMT::CORE::Terrain> terrain = landscape_->terrain();
+    const double exaggeration = landscape_->exaggeration();
+    const auto heightAt = [terrain, exaggeration](double x, double z) {
+        const Point place = ZMT::CORE::GeoTransformation::nbx2geoTf(Point(x, 0.0, z));
+        const double height = terrain->calculateHeight(place, true);
+        return exaggeration * ZMT::CORE::GeoTransformation::geo2nbxTf(Point(0.0, height, 0.0)).y;
+    };
+    return {landscape_->box(), heightAt};
+}
+
+void LandscapeView::resetView() {
+    if (!landscape_) return;
+    flight_.setView(home_.eye, home_.aim);
+    noteMotion();
+}
+
+void LandscapeView::setExaggeration(double exaggeration) {
+    if (!landscape_) return;
+    landscape_->setExaggeration(exaggeration);
+    flight_.setGround(ground());
+    noteMotion();
+}
+
+void LandscapeView::setWireframe(bool enable) {
+    wireframe_->setEnableState(enable);
+    redraw();
+}
+
+void LandscapeView::redraw() {
+    if (canvas_) canvas_->postForRedisplay(0.0);
+    update();
+}
+
+/// The canvas says when it wants to be drawn again; at rest it does not.
+void LandscapeView::scheduleRedraw() {
+    if (!canvas_->redisplayPending()) return;
+    const double wait = canvas_->redisplayTime() - NBX::NBXTime::now();
+    redrawTimer_.start(std::max(0, int(std::ceil(wait * 1000.0))));
+}
+
+void LandscapeView::noteMotion() {
+    motion_->setValue(true);
+    restTimer_.start(s_restMilliseconds);
+    redraw();
+}
+
+void LandscapeView::rest() {
+    if (flightTimer_.isActive()) return;
+    motion_->setValue(false);
+    redraw();
+}
+
+bool LandscapeView::isComplete() const {
+    return landscape_ && canvas_ && figures_.frames > 0 && !canvas_->redisplayPending() && !isMoving();
+}
+
+void LandscapeView::showFigures() {
+    if (!landscape_) return;
+    const QLocale locale(QLocale::English);
+    QString text =
+        tr("%1 ms   %2 patches   %3 triangles")
+            .arg(locale.toString(figures_.milliseconds, 'f', 1), locale.toString(figures_.drawn.patches),
+                 locale.toString(qulonglong(figures_.drawn.triangles)));
+    const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
+    if (memory > 0.0) text += tr("   %1 MiB textures").arg(locale.toString(memory, 'f', 1));
+    if (!canvas_->redisplayPending()) text += tr("   complete");
+    if (text == overlay_->text() && overlay_->isVisible()) return;
+    overlay_->setText(text);
+    overlay_->adjustSize();
+    overlay_->show();
+}
+
+void LandscapeView::savePicture(const std::string & path) {
+    NBX::AtomicFileWriter out(path);
+    const NBX::SO<NBX::Image> picture = canvas_ ? canvas_->snapshot() : nullptr;
+    if (!picture) throw DataError("there is no picture to save");
+    const auto png = NBX::SO<NBX::PNGWriter>(new NBX::PNGWriter)->write(picture.get());
+    if (!png) throw DataError("the picture could not be encoded");
+    out.write(png->pointer(), png->size());
+    out.commit();
+}
+
+QPointF LandscapeView::placeInPicture(const QPointF & place) const {
+    return {2.0 * place.x() / std::max(width(), 1) - 1.0, 1.0 - 2.0 * place.y() / std::max(height(), 1)};
+}
+
+std::optional<Point> LandscapeView::groundAt(const QPointF & place) const {
+    if (!landscape_) return std::nullopt;
+    const QPointF p = placeInPicture(place);
+    auto hit = flight_.pick(flight_.ray(p.x(), p.y()));
+    if (!hit) return std::nullopt;
+    hit->y /= landscape_->exaggeration();
+    return ZMT::CORE::GeoTransformation::nbx2geoTf(*hit);
+}
+
+void LandscapeView::mousePressEvent(QMouseEvent * event) {
+    if (!landscape_ || drag_ != Drag::None) return;
+    drag_ = event->button() == Qt::LeftButton ? Drag::Orbit : Drag::Pan;
+    const QPointF place = placeInPicture(event->position());
+    flight_.grab(place.x(), place.y());
+}
+
+void LandscapeView::mouseMoveEvent(QMouseEvent * event) {
+    const QPointF place = placeInPicture(event->position());
+    if (drag_ != Drag::None && event->buttons() == Qt::NoButton) drag_ = Drag::None;
+    if (drag_ == Drag::None) {
+        emit pointed(event->position());
+        return;
+    }
+    if (drag_ == Drag::Orbit)
+        flight_.orbitTo(place.x(), place.y());
+    else
+        flight_.panTo(place.x(), place.y());
+    noteMotion();
+}
+
+void LandscapeView::mouseReleaseEvent(QMouseEvent * event) {
+    if (event->buttons() == Qt::NoButton) drag_ = Drag::None;
+}
+
+void LandscapeView::wheelEvent(QWheelEvent * event) {
+    event->accept();
+    if (!landscape_ || event->angleDelta().y() == 0) return;
+    const QPointF place = placeInPicture(event->position());
+    flight_.zoom(event->angleDelta().y() / s_wheelStep, place.x(), place.y());
+    noteMotion();
+}
+
+void LandscapeView::keyPressEvent(QKeyEvent * event) {
+    isFast_ = event->modifiers().testFlag(Qt::ShiftModifier);
+    if (!isFlightKey(event->key()) || !landscape_) {
+        QOpenGLWidget::keyPressEvent(event);
+        return;
+    }
+    if (event->isAutoRepeat()) return;
+    keys_.insert(event->key());
+    if (flightTimer_.isActive()) return;
+    lastFlight_ = NBX::NBXTime::now();
+    flightTimer_.start(s_flightMilliseconds);
+}
+
+void LandscapeView::keyReleaseEvent(QKeyEvent * event) {
+    isFast_ = event->modifiers().testFlag(Qt::ShiftModifier);
+    if (event->isAutoRepeat()) return;
+    if (keys_.count(event->key()) > 0) flyOn();
+    keys_.erase(event->key());
+    if (keys_.empty()) stopFlying();
+}
+
+/// The releases of keys would go elsewhere.
+void LandscapeView::focusOutEvent(QFocusEvent * event) {
+    stopFlying();
+    QOpenGLWidget::focusOutEvent(event);
+}
+
+FlightController::Flight LandscapeView::flightOfKeys() const {
+    FlightController::Flight sum;
+    for (const FlightKey & known : s_flightKeys) {
+        if (keys_.count(known.key) == 0) continue;
+        sum.forward += known.flight.forward;
+        sum.right += known.flight.right;
+        sum.up += known.flight.up;
+        sum.turn += known.flight.turn;
+        sum.tilt += known.flight.tilt;
+    }
+    sum.isFast = isFast_;
+    return sum;
+}
+
+/// A slow picture does not make the next step a leap.
+void LandscapeView::flyOn() {
+    const double now = NBX::NBXTime::now();
+    const double seconds = std::min(now - lastFlight_, s_longestFlightStep);
+    lastFlight_ = now;
+    const FlightController::Flight flight = flightOfKeys();
+    if (flight.isNone()) return;
+    flight_.fly(flight, seconds);
+    noteMotion();
+}
+
+void LandscapeView::stopFlying() {
+    keys_.clear();
+    if (!flightTimer_.isActive()) return;
+    flightTimer_.stop();
+    restTimer_.start(s_restMilliseconds);
+}

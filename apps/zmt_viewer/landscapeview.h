@@ -1,0 +1,116 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include <QOpenGLWidget>
+#include <QTimer>
+
+#include <nbx/object/so.h>
+#include <nbx/scene/camera.h>
+#include <nbx/scene/contextdata.h>
+#include <nbx/scene/scenething.h>
+#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+
+#include "flightcontroller.h"
+#include "landscape.h"
+#include "viewpoint.h"
+#include "windowcanvasgl.h"
+
+class QLabel;
+
+/// Shows a landscape and lets the user move through it: drag with the left button to turn, with the right or
+/// middle one to shift, wheel to zoom, W, A, S, D, Q, E and the arrow keys to fly, faster with shift.
+///
+/// Draws on demand alone: after a change, and when the canvas was asked for a redisplay. While the view moves
+/// the flag "MotionFlag" is true in the scene; some time after the last move the picture is drawn again
+/// without it.
+class LandscapeView : public QOpenGLWidget {
+    Q_OBJECT
+public:
+    explicit LandscapeView(QWidget * parent = nullptr);
+    ~LandscapeView() override;
+
+    /// Shows another landscape, or with null nothing. `view` says from where; without it the camera stays.
+    void setLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
+    const std::shared_ptr<Landscape> & landscape() const { return landscape_; }
+
+    /// Back to the view that was set with the landscape.
+    void resetView();
+    void setExaggeration(double exaggeration);
+    void setWireframe(bool enable);
+    /// Draws again, after something in the scene was changed.
+    void redraw();
+
+    /// The picture in a PNG file, without what lies over it. Throws `DataError` or `NBX::IOException`.
+    void savePicture(const std::string & path);
+
+    /// Whether a landscape is shown and nothing is to be refined.
+    bool isComplete() const;
+    bool isMoving() const { return motion_->getValue(); }
+    const FlightController & flight() const { return flight_; }
+    NBX::GLCanvas * canvas() const { return canvas_.get(); }
+
+    /// What was drawn last.
+    struct Figures {
+        unsigned frames = 0;
+        double milliseconds = 0.0;
+        ZMT::CORE::PatchInspectorGL::Statistics drawn;
+    };
+    const Figures & figures() const { return figures_; }
+
+    /// The ground under a place of the widget in map coordinates: x, height without exaggeration, y.
+    std::optional<NBX::Vector3Base<double>> groundAt(const QPointF & place) const;
+
+signals:
+    void frameDrawn();
+    void pointed(const QPointF & place);
+
+protected:
+    void initializeGL() override;
+    void resizeGL(int width, int height) override;
+    void paintGL() override;
+    void mousePressEvent(QMouseEvent * event) override;
+    void mouseMoveEvent(QMouseEvent * event) override;
+    void mouseReleaseEvent(QMouseEvent * event) override;
+    void wheelEvent(QWheelEvent * event) override;
+    void keyPressEvent(QKeyEvent * event) override;
+    void keyReleaseEvent(QKeyEvent * event) override;
+    void focusOutEvent(QFocusEvent * event) override;
+
+private:
+    enum class Drag { None, Orbit, Pan };
+
+    void freeCanvas();
+    void placeCamera();
+    FlightGround ground() const;
+    FlightController::Flight flightOfKeys() const;
+    void noteMotion();
+    void flyOn();
+    void stopFlying();
+    void rest();
+    void scheduleRedraw();
+    void showFigures();
+    QPointF placeInPicture(const QPointF & place) const;
+
+    NBX::SO<WindowCanvasGL> canvas_;
+    NBX::SO<NBX::SceneThing> scene_;
+    NBX::SO<NBX::ContextData<bool>> motion_;
+    NBX::SO<NBX::LookAt> lookAt_;
+    NBX::SO<NBX::Camera> camera_;
+    NBX::SO<NBX::Attribute> wireframe_;
+    std::shared_ptr<Landscape> landscape_;
+
+    FlightController flight_;
+    Viewpoint home_;
+    Drag drag_ = Drag::None;
+    std::set<int> keys_; ///< that are held down and fly
+    bool isFast_ = false;
+    double lastFlight_ = 0.0;
+
+    QTimer redrawTimer_, restTimer_, flightTimer_;
+    Figures figures_;
+    QLabel * overlay_;
+};

@@ -1,0 +1,53 @@
+#include "valueslider.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <QGridLayout>
+#include <QLabel>
+#include <QSignalBlocker>
+#include <QSlider>
+
+namespace {
+
+constexpr int s_positions = 200;
+
+} // namespace
+
+ValueSlider::ValueSlider(const QString & name, double least, double largest, const QString & unit)
+    : least_(least), largest_(largest), value_(least), unit_(unit), slider_(new QSlider(Qt::Horizontal)),
+      text_(new QLabel) {
+    slider_->setRange(0, s_positions);
+    slider_->setPageStep(s_positions / 20);
+    // A click must not take the keys away from the picture.
+    slider_->setFocusPolicy(Qt::TabFocus);
+    auto * layout = new QGridLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setVerticalSpacing(2);
+    layout->addWidget(new QLabel(name), 0, 0);
+    layout->addWidget(text_, 0, 1, Qt::AlignRight);
+    layout->addWidget(slider_, 1, 0, 1, 2);
+    connect(slider_, &QSlider::valueChanged, this, &ValueSlider::follow);
+    showValue();
+}
+
+void ValueSlider::setValue(double value) {
+    value_ = value;
+    const double share = std::log(std::clamp(value, least_, largest_) / least_) / std::log(largest_ / least_);
+    const QSignalBlocker blocker(slider_);
+    slider_->setValue(int(std::lround(share * s_positions)));
+    showValue();
+}
+
+/// Two digits are kept, so that round values are met.
+void ValueSlider::follow(int position) {
+    const double value = least_ * std::pow(largest_ / least_, double(position) / s_positions);
+    const double unit = std::pow(10.0, std::floor(std::log10(value)) - 1.0);
+    value_ = std::clamp(std::round(value / unit) * unit, least_, largest_);
+    showValue();
+    emit valueChanged(value_);
+}
+
+void ValueSlider::showValue() {
+    text_->setText(QString::number(value_, 'g', 3) + unit_);
+}

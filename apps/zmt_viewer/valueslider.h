@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QWidget>
+
+class QLabel;
+class QSlider;
+
+/// A slider over the decades of a positive number, with its name and its value.
+class ValueSlider : public QWidget {
+    Q_OBJECT
+public:
+    /// `unit` stands behind the value.
+    ValueSlider(const QString & name, double least, double largest, const QString & unit);
+
+    double value() const { return value_; }
+    /// Shows a value without telling; outside the range the slider stands at its end.
+    void setValue(double value);
+
+signals:
+    void valueChanged(double value);
+
+private:
+    void follow(int position);
+    void showValue();
+
+    double least_, largest_;
+    double value_;
+    QString unit_;
+    QSlider * slider_;
+    QLabel * text_;
+};

@@ -1,0 +1,276 @@
+#include "viewerwindow.h"
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+
+#include <QAction>
+#include <QDockWidget>
+#include <QDragEnterEvent>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLocale>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressDialog>
+#include <QStatusBar>
+#include <QVBoxLayout>
+
+#include "controlpanel.h"
+#include "landscapeview.h"
+
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+
+namespace {
+
+using ZMT::CORE::GeoTransformation;
+using ZMT::CORE::PatchInspectorGL;
+using ZMT::CORE::TerrainPainterGLSettings;
+
+constexpr int s_progressSteps = 1000;
+constexpr int s_progressDelay = 300;
+constexpr int s_messageMilliseconds = 8000;
+constexpr std::size_t s_layerKeys = 9;
+/// The layer that stays when patches have colours, so that the relief is still seen.
+const char * const s_shading = "shading";
+
+std::vector<std::string> localFiles(const QMimeData * data) {
+    std::vector<std::string> files;
+    for (const QUrl & url : data->urls())
+        if (url.isLocalFile()) files.push_back(url.toLocalFile().toStdString());
+    return files;
+}
+
+std::string fileName(const std::string & path) {
+    return std::filesystem::path(path).filename().string();
+}
+
+} // namespace
+
+ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
+    : options_(options), startView_(view), view_(new LandscapeView), panel_(new ControlPanel),
+      hint_(new QLabel(tr("Drop a height raster here, or open one with Ctrl+O"), view_)), place_(new QLabel) {
+    PatchInspectorGL::registerAll(false);
+    setCentralWidget(view_);
+    setAcceptDrops(true);
+    hint_->setStyleSheet("QLabel { color: #33475b; font-size: 16px; }");
+    hint_->setAlignment(Qt::AlignCenter);
+    hint_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    (new QVBoxLayout(view_))->addWidget(hint_);
+    statusBar()->addPermanentWidget(place_);
+    makePanel();
+    makeActions();
+    makeLayerKeys();
+    showTitle();
+    connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
+    connect(&loader_, &LandscapeLoader::progressed, this, &ViewerWindow::showProgress);
+    connect(&loader_, &LandscapeLoader::loaded, this, &ViewerWindow::showLoaded);
+    connect(&loader_, &LandscapeLoader::failed, this, [this](const QString & message) {
+        goBack();
+        showFailure(tr("The file cannot be shown"), message);
+    });
+    connect(&loader_, &LandscapeLoader::canceled, this, [this] {
+        goBack();
+        statusBar()->showMessage(tr("Loading was cancelled"), s_messageMilliseconds);
+    });
+}
+
+ViewerWindow::~ViewerWindow() = default;
+
+void ViewerWindow::makePanel() {
+    auto * dock = new QDockWidget(tr("Landscape"));
+    dock->setObjectName("panel");
+    dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
+    dock->setWidget(panel_);
+    panel_->setMinimumWidth(230);
+    addDockWidget(Qt::RightDockWidgetArea, dock);
+    connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
+    connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
+    connect(panel_, &ControlPanel::geometryErrorChanged, this, [this](double pixels) {
+        TerrainPainterGLSettings::setGeometryError(pixels);
+        view_->redraw();
+    });
+    connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
+        TerrainPainterGLSettings::setTextureError(pixels);
+        view_->redraw();
+    });
+}
+
+void ViewerWindow::makeActions() {
+    QMenu * file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
+    save_ = file->addAction(tr("&Save picture..."), QKeySequence::Save, this, &ViewerWindow::choosePicture);
+    file->addSeparator();
+    file->addAction(tr("&Close"), Qt::Key_Escape, this, &QWidget::close);
+
+    QMenu * view = menuBar()->addMenu(tr("&View"));
+    view->addAction(tr("&Reset view"), Qt::Key_R, view_, &LandscapeView::resetView);
+    QAction * wireframe = view->addAction(tr("&Wireframe"));
+    wireframe->setShortcut(Qt::Key_F);
+    wireframe->setCheckable(true);
+    connect(wireframe, &QAction::toggled, view_, &LandscapeView::setWireframe);
+    patches_ = view->addAction(tr("&Patches in colours"));
+    patches_->setShortcut(Qt::Key_P);
+    patches_->setCheckable(true);
+    connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
+    view->addSeparator();
+    view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
+    save_->setEnabled(false);
+}
+
+void ViewerWindow::makeLayerKeys() {
+    for (std::size_t number = 0; number < s_layerKeys; ++number) {
+        auto * action = new QAction(this);
+        action->setShortcut(QKeySequence(int(Qt::Key_1 + number)));
+        connect(action, &QAction::triggered, this, [this, number] { panel_->toggleLayer(number); });
+        addAction(action);
+    }
+}
+
+void ViewerWindow::chooseFiles() {
+    std::vector<std::string> files;
+    for (const QString & name : QFileDialog::getOpenFileNames(this, tr("Open height rasters and images")))
+        files.push_back(name.toStdString());
+    if (!files.empty()) open(files);
+}
+
+void ViewerWindow::choosePicture() {
+    const QString name =
+        QFileDialog::getSaveFileName(this, tr("Save picture"), "landscape.png", tr("PNG pictures (*.png)"));
+    if (!name.isEmpty()) savePicture(name.toStdString());
+}
+
+bool ViewerWindow::savePicture(const std::string & path) {
+    try {
+        view_->savePicture(path);
+    } catch (const std::exception & error) {
+        showFailure(tr("The picture was not saved"), QString::fromStdString(error.what()));
+        return false;
+    }
+    statusBar()->showMessage(tr("Saved %1").arg(QString::fromStdString(path)), s_messageMilliseconds);
+    return true;
+}
+
+void ViewerWindow::dragEnterEvent(QDragEnterEvent * event) {
+    if (!loader_.isRunning() && !localFiles(event->mimeData()).empty()) event->acceptProposedAction();
+}
+
+void ViewerWindow::dropEvent(QDropEvent * event) {
+    event->acceptProposedAction();
+    open(localFiles(event->mimeData()));
+}
+
+/// Nothing is shown meanwhile: the origin of the scene belongs to the process, and the loader sets it.
+void ViewerWindow::open(const std::vector<std::string> & files) {
+    if (loader_.isRunning()) {
+        statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
+        return;
+    }
+    if (files.empty() && options_.terrain.empty()) return;
+    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset()};
+    view_->setLandscape(nullptr, {});
+    panel_->setLandscape(nullptr);
+    save_->setEnabled(false);
+    hint_->hide();
+    lastError_.clear();
+    if (before_.landscape) options_.exaggeration = before_.landscape->exaggeration();
+    loader_.start(options_, files);
+
+    progress_ = new QProgressDialog(tr("Loading"), tr("Cancel"), 0, s_progressSteps, this);
+    progress_->setWindowTitle(tr("Loading"));
+    progress_->setWindowModality(Qt::WindowModal);
+    progress_->setAutoReset(false);
+    progress_->setAutoClose(false);
+    progress_->setMinimumDuration(s_progressDelay);
+    progress_->setMinimumWidth(420);
+    connect(progress_, &QProgressDialog::canceled, this, [this] {
+        loader_.cancel();
+        statusBar()->showMessage(tr("Cancelling ..."));
+    });
+    progress_->setValue(0);
+}
+
+void ViewerWindow::showProgress(const QString & title, const QString & text, double share) {
+    if (!progress_ || progress_->wasCanceled()) return;
+    progress_->setLabelText(text.isEmpty() ? title : title + "\n" + text);
+    progress_->setValue(int(share * s_progressSteps));
+}
+
+void ViewerWindow::closeProgress() {
+    if (progress_) progress_->deleteLater();
+    progress_ = nullptr;
+    statusBar()->clearMessage();
+}
+
+void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
+                              const LandscapeOptions & options) {
+    closeProgress();
+    const bool isSameTerrain = before_.landscape && options.terrain == options_.terrain;
+    options_ = options;
+    before_ = {};
+    view_->setLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
+    panel_->setLandscape(landscape.get());
+    save_->setEnabled(true);
+    applyLayers();
+    showTitle();
+    view_->setFocus();
+    // Coordinates of one terrain mean nothing on the next.
+    if (startView_.coordinates) startView_ = parseView("overview");
+}
+
+/// To what was shown before the load.
+void ViewerWindow::goBack() {
+    closeProgress();
+    const Before before = std::exchange(before_, {});
+    hint_->setVisible(!before.landscape);
+    if (!before.landscape) return;
+    GeoTransformation::setNBXOrigin(before.origin);
+    view_->setLandscape(before.landscape, {});
+    panel_->setLandscape(before.landscape.get());
+    save_->setEnabled(true);
+    applyLayers();
+}
+
+void ViewerWindow::showFailure(const QString & title, const QString & message) {
+    lastError_ = message;
+    statusBar()->showMessage(message);
+    auto * box = new QMessageBox(QMessageBox::Warning, title, title, QMessageBox::Ok, this);
+    box->setInformativeText(message);
+    box->setTextFormat(Qt::PlainText);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+void ViewerWindow::applyLayers() {
+    if (!view_->landscape()) return;
+    const auto & layers = view_->landscape()->layers();
+    for (std::size_t i = 0; i < layers.size(); ++i) {
+        const bool isHidden = patches_->isChecked() && layers[i].name != s_shading;
+        layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
+    }
+    view_->redraw();
+}
+
+void ViewerWindow::setPatchColors(bool enable) {
+    PatchInspectorGL::registerAll(enable);
+    applyLayers();
+}
+
+void ViewerWindow::showPlace(const QPointF & place) {
+    const auto ground = view_->groundAt(place);
+    if (!ground) {
+        place_->clear();
+        return;
+    }
+    const QLocale locale = QLocale::c();
+    place_->setText(tr("x %1   y %2   height %3")
+                        .arg(locale.toString(ground->x, 'f', 1), locale.toString(ground->z, 'f', 1),
+                             locale.toString(ground->y, 'f', 1)));
+}
+
+void ViewerWindow::showTitle() {
+    const QString name = QString::fromStdString(fileName(options_.terrain));
+    setWindowTitle(view_->landscape() ? tr("%1 - zmt").arg(name) : tr("zmt"));
+}

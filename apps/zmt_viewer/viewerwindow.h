@@ -1,0 +1,80 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QMainWindow>
+
+#include "landscape.h"
+#include "landscapeloader.h"
+#include "viewpoint.h"
+
+class ControlPanel;
+class LandscapeView;
+class QAction;
+class QLabel;
+class QProgressDialog;
+
+/// The window: a landscape, the panel beside it, menus and a status bar. Files are opened by the menu, or by
+/// being dropped.
+class ViewerWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    /// `options` and `view` are used for what is opened. Nothing is loaded yet.
+    ViewerWindow(const LandscapeOptions & options, const View & view);
+    ~ViewerWindow() override;
+
+    /// Loads in the background: a raster of one band becomes the terrain, images come on top. With
+    /// `options.terrain` set no file is needed.
+    void open(const std::vector<std::string> & files);
+    /// Saves the picture; a failure is shown.
+    bool savePicture(const std::string & path);
+
+    LandscapeView * view() const { return view_; }
+    ControlPanel * panel() const { return panel_; }
+    LandscapeLoader * loader() { return &loader_; }
+    /// The last thing that went wrong; empty without one.
+    const QString & lastError() const { return lastError_; }
+
+protected:
+    void dragEnterEvent(QDragEnterEvent * event) override;
+    void dropEvent(QDropEvent * event) override;
+
+private:
+    void makePanel();
+    void makeActions();
+    void makeLayerKeys();
+    void chooseFiles();
+    void choosePicture();
+
+    void showProgress(const QString & title, const QString & text, double share);
+    void closeProgress();
+    void showLoaded(const std::shared_ptr<Landscape> & landscape, const LandscapeOptions & options);
+    void showFailure(const QString & title, const QString & message);
+    void goBack();
+
+    void applyLayers();
+    void setPatchColors(bool enable);
+    void showPlace(const QPointF & place);
+    void showTitle();
+
+    LandscapeOptions options_; ///< of what is shown
+    View startView_;
+    LandscapeLoader loader_;
+
+    /// What was shown before a load began; it comes back when that fails.
+    struct Before {
+        std::shared_ptr<Landscape> landscape;
+        NBX::Vector3Base<double> origin;
+    } before_;
+
+    LandscapeView * view_;
+    ControlPanel * panel_;
+    QLabel * hint_;
+    QLabel * place_;
+    QAction * save_ = nullptr;
+    QAction * patches_ = nullptr;
+    QProgressDialog * progress_ = nullptr;
+    QString lastError_;
+};

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <nbx/gl/glcanvas.h>
+
+class QOpenGLWidget;
+
+/// The canvas of a widget: draws into the widget's frame buffer.
+class WindowCanvasGL : public NBX::GLCanvas {
+    NBX_CLASS(WindowCanvasGL, NBX::GLCanvas)
+public:
+    /// `widget` outlives the canvas or its `destroy`. Its context is current when `create` is called.
+    explicit WindowCanvasGL(QOpenGLWidget * widget);
+    ~WindowCanvasGL() override;
+
+    unsigned maxSize() const override { return maxSize_; }
+    unsigned frameBuffer() const override;
+    /// Whether the pictures that off-screen canvases make can be drawn here.
+    bool sharesWithOffscreenCanvases() const { return isShared_; }
+
+    /// The format that a widget for such a canvas has to ask for.
+    static void prepareWidget(QOpenGLWidget * widget);
+
+protected:
+    NBX::SO<NBX::ContextGL> createContext() override;
+    bool createBuffers() override;
+    bool resizeBuffers(unsigned width, unsigned height) override;
+
+private:
+    QOpenGLWidget * widget_;
+    unsigned maxSize_ = 0;
+    bool isShared_ = false;
+};
