@@ -19,8 +19,6 @@ using Vertex = NBX::Vector3Base<float>;
 
 constexpr unsigned s_sides = 4;
 constexpr unsigned short s_maxThreshold = 65535;
-/// Of surface and curtains together.
-constexpr std::size_t s_maxVertices = 65536;
 
 unsigned short coarser(unsigned threshold) {
     return static_cast<unsigned short>(std::min<unsigned>(s_maxThreshold, threshold * 3 / 2 + 1));
@@ -78,13 +76,6 @@ private:
 struct Outline {
     std::vector<unsigned> strip;
     std::array<std::vector<unsigned>, s_sides> sides;
-
-    std::size_t sideLength() const {
-        std::size_t length = 0;
-        for (const auto & side : sides)
-            length += side.size();
-        return length;
-    }
 };
 
 /// False when the strip is too long for 16 bits.
@@ -138,15 +129,12 @@ ChunkedLodPatchMesh::ChunkedLodPatchMesh(const Patch & patch) : threshold(patch.
     Outline outline;
     while (!buildOutline(patch, threshold, outline) && threshold < s_maxThreshold)
         threshold = coarser(threshold);
-    LocalNumbers locals(outline.strip);
-    while (locals.different().size() + outline.sideLength() > s_maxVertices) {
-        threshold = coarser(threshold);
-        buildOutline(patch, threshold, outline);
-        locals = LocalNumbers(outline.strip);
-    }
     const std::size_t meshIndicesSize = outline.strip.size();
     NBX_CHECK(meshIndicesSize < 0xffff, L"index strip too long");
 
+    // A strip has two triangles a vertex, fewer at the border: even with the curtains of the largest patch
+    // the vertices keep within 16 bits.
+    const LocalNumbers locals(outline.strip);
     surface.indices = locals.locals();
     surface.ranges.push_back(static_cast<unsigned>(meshIndicesSize));
     vertices = positionsOf(*patch.terrain(), locals.different());

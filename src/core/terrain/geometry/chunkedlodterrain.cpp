@@ -67,10 +67,7 @@ void ChunkedLodTerrain::init() {
     NBX_CHECK(grid_, L"no source grid");
     if (!grid_ || !grid_->rasterData()) return;
     const RASTER::RasterData & raster = *grid_->rasterData();
-    const NBX::SO<Impl> impl(new Impl(raster.cellsX(), raster.cellsY()));
-    impl_ = impl;
-    minX_ = static_cast<float>(raster.minX());
-    minY_ = static_cast<float>(raster.minY());
+    impl_ = new Impl(raster.cellsX(), raster.cellsY());
     cellSizeX_ = static_cast<float>(raster.cellSizeX());
     cellSizeY_ = static_cast<float>(raster.cellSizeY());
 

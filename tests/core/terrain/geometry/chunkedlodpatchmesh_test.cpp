@@ -135,17 +135,6 @@ TEST_F(ChunkedLodPatchMeshTest, StripsKeepWithinSixteenBits) {
     EXPECT_EQ(patch.threshold(), 0) << "changed by the painter alone";
 }
 
-TEST_F(ChunkedLodPatchMeshTest, SkirtsAreCountedAmongTheVertices) {
-    // Rough along the low side alone: few triangles for so many vertices on one side.
-    const auto terrain = TestChunked::terrain(
-        {8193, 3}, [](unsigned x, unsigned y) { return y == 0 ? double(x * 7919 % 10007) : 0.0; });
-    const ChunkedLodPatchMesh mesh(Patch(terrain, 0, 0, 8193, 1, s_wall));
-    EXPECT_LE(mesh.vertices.size(), 65536U);
-    for (const auto * strips : {&mesh.surface, &mesh.outerWall})
-        for (const unsigned short i : strips->indices)
-            ASSERT_LT(i, mesh.vertices.size());
-}
-
 TEST_F(ChunkedLodPatchMeshTest, TheSmallestGroundsHaveMeshes) {
     for (unsigned sizeX = 1; sizeX <= 3; ++sizeX)
         for (unsigned sizeY = 1; sizeY <= 3; ++sizeY) {

@@ -76,7 +76,6 @@ private:
 
     NBX::SO<GridData> grid_;
     NBX::SO<Impl> impl_;
-    float minX_ = 0.0F, minY_ = 0.0F;
     float minHeight_ = 0.0F;
     float cellSizeX_ = 1.0F, cellSizeY_ = 1.0F;
     float heightScale_ = 1.0F;
