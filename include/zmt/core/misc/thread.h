@@ -17,7 +17,7 @@ class Thread : public NBX::SharedObj {
 public:
     /// What the system's scheduler prefers. A thread gets a nice value above or below that of the thread
     /// that starts it; where the process lacks the right to raise it, it stays.
-    enum Priority {
+    enum Priority : int {
         P_Idle,
         P_Lowest,
         P_BelowNormal,
