@@ -9,6 +9,8 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
 
+#include "groundlayers.h"
+
 namespace CLI {
 class App;
 }
@@ -17,6 +19,11 @@ class App;
 struct LandscapeOptions {
     std::string terrain;
     std::vector<std::string> images;
+    std::vector<std::string> breakLines; ///< vector files
+    std::vector<std::string> draped;     ///< vector files
+    double drapeLift = 0.0;              ///< in units of the heights
+    std::string light;                   ///< empty for a light from the north-west
+    std::string lighting = "relief";
     std::string method = "tree";
     unsigned maxVertices = 4000;
     double exaggeration = 1.0;
@@ -40,12 +47,8 @@ public:
     /// How long the terrain took to build.
     double buildMilliseconds() const { return buildMilliseconds_; }
 
-    /// What lies on the terrain, lowest first; each may be switched off.
-    struct Layer {
-        std::string name;
-        NBX::SO<NBX::Attribute> effect;
-    };
-    const std::vector<Layer> & layers() const { return layers_; }
+    /// What lies on the terrain, lowest first; each effect may be switched off.
+    const std::vector<GroundLayer> & layers() const { return layers_; }
 
     double exaggeration() const;
     void setExaggeration(double exaggeration);
@@ -56,14 +59,14 @@ public:
     const NBX::Bounds & interest() const { return interest_; }
 
 private:
-    void layOnRelief(bool plain);
-    void layOn(const std::string & name, NBX::Attribute * effect);
+    void layOn(const GroundLayer & layer);
+    void lightVertices(const Sunlight & sun);
 
     NBX::SO<ZMT::CORE::GridData> grid_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;
     NBX::SO<ZMT::CORE::TerrainScaling> scaling_;
     NBX::SO<NBX::SceneThing> node_;
-    std::vector<Layer> layers_;
+    std::vector<GroundLayer> layers_;
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
 };

@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "landscape.h"
+#include "reports.h"
 #include "terraininput.h"
 #include "viewpoint.h"
 
@@ -138,12 +139,16 @@ void runRender(RenderOptions & options) {
     options.landscape.plain = options.patches;
     const Landscape landscape(options.landscape);
     const auto canvas = makeCanvas(size);
-    TerrainPainterGLSettings::setGeometryError(options.geometryError);
+    // Only the finest level has normals at its vertices.
+    const bool needsNormals = options.landscape.lighting == "vertex";
+    TerrainPainterGLSettings::setGeometryError(needsNormals ? 0.0 : options.geometryError);
     TerrainPainterGLSettings::setTextureError(options.textureError);
     PatchInspectorGL::registerAll(options.patches);
     const auto scene = makeScene(options, landscape);
     canvas->append(scene.get());
     const Frames frames = drawFrames(*canvas);
+    // A picture of half the data would look like one of the whole.
+    Reports::throwFirst();
 
     writePicture(*canvas, out);
     const std::string description =

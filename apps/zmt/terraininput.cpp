@@ -9,6 +9,7 @@
 
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
@@ -65,6 +66,17 @@ NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> &
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     if (!root) throw DataError("cancelled");
     return root;
+}
+
+NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & grid,
+                                         const std::string & method, unsigned maxVertices,
+                                         double & milliseconds) {
+    if (method == "tree")
+        return new ZMT::CORE::Terrain(grid.get(), buildTree(grid, maxVertices, milliseconds).get());
+    const double start = NBX::NBXTime::now();
+    NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::ChunkedLodTerrain(grid.get()));
+    milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
+    return terrain;
 }
 
 void checkMaxVertices(unsigned maxVertices) {

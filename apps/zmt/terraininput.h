@@ -6,6 +6,7 @@
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/raster/georaster.h>
 
 /// Reads a height raster for a terrain. Unless `native`, one that is not in metres is warped to a system that
@@ -19,6 +20,11 @@ NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster);
 /// that it took.
 NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned maxVertices,
                                             double & milliseconds);
+
+/// The terrain over `grid`, by "tree" or "chunked". Otherwise like `buildTree`.
+NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & grid,
+                                         const std::string & method, unsigned maxVertices,
+                                         double & milliseconds);
 
 /// Throws `UsageError` when a tree cannot be built with this budget.
 void checkMaxVertices(unsigned maxVertices);

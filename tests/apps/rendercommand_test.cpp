@@ -20,6 +20,7 @@ const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
 const std::string s_everest = s_data + "everest_heights.tif";
 const std::string s_everestImage = s_data + "everest_image.tif";
 const std::string s_everestDetail = s_data + "everest_image_detail.tif";
+const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
 const std::string s_jacksboro = s_data + "jacksboro_heights.tif";
 
 RunResult render(const RunFolder & folder, std::vector<std::string> arguments) {
@@ -61,6 +62,21 @@ const GoldenCase s_goldenCases[] = {
     {"two_images",
      {"--terrain", s_everest, "--image", s_everestImage, "--image", s_everestDetail, "--view",
       "484500,3084000,8500,484500,3091000,5000"}},
+    {"chunked", {"--terrain", s_everest, "--image", s_everestImage, "--method", "chunked"}},
+    {"static_light",
+     {"--terrain", s_jacksboro, "--lighting", "static", "--light", "90,30,0.2", "--exaggeration", "2"}},
+    {"dynamic_light",
+     {"--terrain", s_jacksboro, "--lighting", "dynamic", "--light", "90,30,0.2", "--exaggeration", "2"}},
+    {"vertex_light",
+     {"--terrain", s_jacksboro, "--lighting", "vertex", "--light", "90,30,0.2", "--exaggeration", "2"}},
+    {"chunked_light",
+     {"--terrain", s_jacksboro, "--lighting", "dynamic", "--method", "chunked", "--light", "90,30,0.2"}},
+    {"break_lines",
+     {"--terrain", s_everest, "--breaklines", s_glaciers, "--wireframe", "--view", "north",
+      "--geometry-error", "0.5"}},
+    {"draped",
+     {"--terrain", s_everest, "--image", s_everestImage, "--drape", s_glaciers, "--drape-lift", "150",
+      "--view", "closeup"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(RenderCommand, Golden, ::testing::ValuesIn(s_goldenCases),

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <nbx/math/bounds.h>
+#include <nbx/object/so.h>
+#include <nbx/scene/attribute.h>
+#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/raster/georaster.h>
+
+#include "sunlight.h"
+
+/// What lies on the ground of a landscape. Every effect belongs in front of the terrain, lowest first.
+struct GroundLayer {
+    std::string name;
+    NBX::SO<NBX::Attribute> effect;
+    NBX::Bounds box; ///< where it lies, in scene coordinates; undefined for everywhere
+};
+
+/// How a terrain is lit.
+enum class Lighting {
+    Relief,  ///< a shading of the heights, one texel a vertex at most
+    Vertex,  ///< OpenGL's lights on the normals of the vertices
+    Static,  ///< baked into a light map
+    Dynamic, ///< for each pixel, by a map of normals
+};
+
+/// relief, vertex, static or dynamic. Throws `UsageError`.
+Lighting parseLighting(const std::string & text);
+
+/// Colours from green lowlands to white summits.
+GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
+
+/// Everything but `Lighting::Vertex`, whose light is no layer. Throws `DataError` where OpenGL is missing.
+GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
+                        const ZMT::CORE::GridData & grid);
+
+/// A georeferenced image of any size, or a texture pyramid, streamed while the view moves. Throws
+/// `DataError`, and what the raster layer throws, for one that cannot be read or lies elsewhere.
+GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoRaster & terrain);

@@ -1,0 +1,51 @@
+#include "reports.h"
+
+#include "commands.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <nbx/object/stringutils.h>
+
+namespace {
+
+/// Reports repeat in every frame: as many different ones are enough to find what is wrong.
+constexpr std::size_t s_mostMessages = 20;
+
+Reports * s_current = nullptr;
+
+/// Tells how the library was built, not that something went wrong.
+bool isRemark(const NBX::ErrorReport & report) {
+    return report.condition == L"!USE_MULTI_THREADING";
+}
+
+} // namespace
+
+Reports::Reports() {
+    s_current = this;
+    previous_ = NBX::ErrorHandler::setHandler([this](const NBX::ErrorReport & report) { note(report); });
+}
+
+Reports::~Reports() {
+    NBX::ErrorHandler::setHandler(previous_);
+    s_current = nullptr;
+}
+
+void Reports::note(const NBX::ErrorReport & report) {
+    if (isRemark(report)) return;
+    const std::string message = NBX::StringUtils::WString2Utf8String(report.message);
+    const std::lock_guard lock(mutex_);
+    const bool isKnown = std::find(messages_.begin(), messages_.end(), message) != messages_.end();
+    if (!isKnown && messages_.size() < s_mostMessages) messages_.push_back(message);
+}
+
+std::vector<std::string> Reports::take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(messages_, {});
+}
+
+void Reports::throwFirst() {
+    if (!s_current) return;
+    const auto messages = s_current->take();
+    if (!messages.empty()) throw DataError(messages.front());
+}

@@ -1,0 +1,53 @@
+#include "vectorinput.h"
+
+#include "commands.h"
+
+#include <algorithm>
+#include <vector>
+
+#include <nbx/scene/polygonset.h>
+#include <zmt/core/terrain/geometry/breaklines.h>
+#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/polygontriangulation.h>
+#include <zmt/raster/gdal/vectorfile.h>
+
+namespace {
+
+using Point = NBX::Vector3Base<double>;
+using ZMT::RASTER::GeoExtent;
+
+/// In map coordinates, larger by the widths of `margin` boxes on each side.
+GeoExtent extentOf(const NBX::Bounds & box, const Point & origin, double margin) {
+    const Point wider = box.diagonal() * margin;
+    const Point low = box.getLLF() + origin - wider, high = box.getURB() + origin + wider;
+    return {low.x, low.z, high.x, high.z};
+}
+
+} // namespace
+
+NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
+                                        const ZMT::RASTER::GeoReference & reference) {
+    const auto lines =
+        ZMT::RASTER::VectorFile(path).read(reference.wkt, extentOf(grid->boundingBox(), grid->origin(), 0.0));
+    const auto features = ZMT::CORE::BreakLines::toFeatures(*grid, lines);
+    if (features.empty()) throw DataError(path + ": has no line on the terrain; choose one that covers it");
+    return ZMT::CORE::CreateHybridData::create(grid, features);
+}
+
+NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
+                                                       const std::string & path,
+                                                       const ZMT::RASTER::GeoReference & reference,
+                                                       double lift) {
+    // Areas are not cut at the terrain's edge, where they would not be closed any more.
+    constexpr double margin = 1.0;
+    const auto lines = ZMT::RASTER::VectorFile(path).read(
+        reference.wkt, extentOf(terrain->data()->boundingBox(), terrain->origin(), margin));
+    std::vector<ZMT::CORE::PolygonTriangulation::Ring> rings;
+    for (const auto & line : lines)
+        if (line.isClosed) rings.push_back(line.points);
+    const auto cell = terrain->getCellSize();
+    const auto triangles =
+        ZMT::CORE::PolygonTriangulation::drape(*terrain, rings, std::max(cell.first, cell.second), lift);
+    if (!triangles) throw DataError(path + ": has no area on the terrain; choose one that covers it");
+    return terrain->createTerrainTexturedTriangles(triangles);
+}
