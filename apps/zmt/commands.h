@@ -23,6 +23,7 @@ public:
 void addRenderCommand(CLI::App & app);
 void addLodCommand(CLI::App & app);
 void addInfoCommand(CLI::App & app);
+void addPickCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);
 void addViewCommand(CLI::App & app);
 

@@ -49,6 +49,7 @@ int runProgram(int argc, const char * const * argv) {
     addRenderCommand(app);
     addLodCommand(app);
     addInfoCommand(app);
+    addPickCommand(app);
     addBuildCommand(app);
     addViewCommand(app);
 

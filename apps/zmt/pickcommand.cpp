@@ -1,0 +1,129 @@
+#include "commands.h"
+#include "terraininput.h"
+#include "viewpoint.h"
+
+#include <cstdio>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <nbx/engine/engine.h>
+#include <nbx/engine/raytracingtechnique.h>
+#include <nbx/scene/scenething.h>
+#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/terrainscaling.h>
+
+namespace {
+
+using NBX::RayTracingTechnique;
+using Point = NBX::Vector3Base<double>;
+
+struct PickOptions {
+    std::string terrain;
+    std::string view = "overview";
+    std::string size = "1280x720";
+    double exaggeration = 1.0;
+    bool json = false;
+    std::string pixel;
+};
+
+struct Pixel {
+    unsigned column, row; ///< from the upper left corner
+};
+
+Pixel parsePixel(const std::string & text, PictureSize size) {
+    unsigned column = 0, row = 0;
+    char rest = 0;
+    const bool isPixel = text.find_first_of("+- ") == std::string::npos &&
+                         std::sscanf(text.c_str(), "%6u,%6u%c", &column, &row, &rest) == 2;
+    if (!isPixel || column >= size.width || row >= size.height)
+        throw UsageError("PIXEL must be X,Y in the picture, from 0,0 to " + std::to_string(size.width - 1) +
+                         "," + std::to_string(size.height - 1) + ": " + text);
+    return {column, row};
+}
+
+void checkOptions(const PickOptions & options) {
+    if (!(options.exaggeration > 0.0) || !(options.exaggeration <= 1000.0))
+        throw UsageError("--exaggeration must be above 0, and at most 1000");
+}
+
+/// The terrain at full resolution; no levels of detail are needed.
+struct PickScene {
+    PickScene(const PickOptions & options, const View & view)
+        : grid(makeGrid(readTerrainRaster(options.terrain, false))),
+          terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
+        node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
+        node->append(terrain.get());
+        const NBX::Bounds box = terrain->boundingBox();
+        const auto scaled = [&](const Point & p) { return Point(p.x, p.y * options.exaggeration, p.z); };
+        camera = makeCamera(findViewpoint(view, *grid, options.exaggeration, {}),
+                            NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
+    }
+
+    NBX::SO<ZMT::CORE::GridData> grid;
+    NBX::SO<ZMT::CORE::Terrain> terrain;
+    NBX::SO<NBX::SceneThing> node{new NBX::SceneThing};
+    NBX::SO<NBX::Camera> camera;
+};
+
+NBX::SO<RayTracingTechnique> trace(const PickScene & scene, PictureSize size, Pixel pixel) {
+    const NBX::SO<NBX::Engine> engine(new NBX::Engine);
+    const NBX::SO<RayTracingTechnique> technique(new RayTracingTechnique(scene.camera->rayThrough(
+        pixel.column + 0.5, size.height - (pixel.row + 0.5), size.width, size.height)));
+    technique->trace(engine.get(), scene.node.get());
+    return technique;
+}
+
+void printMiss(bool json) {
+    std::printf("%s\n", json ? "{\"hit\": false}" : "no hit");
+}
+
+void printHit(const Point & geo, bool isKnown, bool json) {
+    if (!json) {
+        std::printf("%.3f %.3f ", geo.x, geo.z);
+        isKnown ? std::printf("%.3f\n", geo.y) : std::printf("unknown\n");
+        return;
+    }
+    nlohmann::ordered_json object;
+    object["hit"] = true;
+    object["x"] = geo.x;
+    object["y"] = geo.z;
+    object["height"] = isKnown ? nlohmann::ordered_json(geo.y) : nlohmann::ordered_json();
+    std::printf("%s\n", object.dump().c_str());
+}
+
+void runPick(const PickOptions & options) {
+    checkOptions(options);
+    const PictureSize size = parsePictureSize(options.size);
+    const View view = parseView(options.view);
+    const Pixel pixel = parsePixel(options.pixel, size);
+    const PickScene scene(options, view);
+    const auto technique = trace(scene, size, pixel);
+    if (!technique->hasHit()) return printMiss(options.json);
+    Point hit = technique->nearestHit().point;
+    hit.y /= options.exaggeration;
+    const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(hit);
+    printHit(geo, !scene.terrain->hasUndefinedHeight(geo, false), options.json);
+}
+
+} // namespace
+
+void addPickCommand(CLI::App & app) {
+    auto * command = app.add_subcommand(
+        "pick", "Tells which place of a terrain a pixel shows: x, y and height in map coordinates.");
+    const auto options = std::make_shared<PickOptions>();
+    command->add_option("--terrain", options->terrain, "Height raster")->required();
+    addViewOptions(*command, options->view, options->size);
+    command->add_option("--exaggeration", options->exaggeration, "Factor of the heights")
+        ->capture_default_str();
+    command->add_flag("--json", options->json, "Write an object with hit, x, y and height");
+    command
+        ->add_option(
+            "PIXEL", options->pixel,
+            "X,Y: column and row of the pixel, counted from 0 at the upper left corner. A pixel that "
+            "shows no terrain gives 'no hit', with status 0")
+        ->required();
+    command->callback([options] { runPick(*options); });
+}

@@ -1,0 +1,155 @@
+#include <cmath>
+#include <cstdio>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/smallgeotiff.h"
+#include "support/zmtrun.h"
+
+namespace {
+
+constexpr unsigned s_width = 41, s_height = 29;
+constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
+
+/// The slope of the ground, at map coordinates.
+double slopeAt(double x, double y) {
+    return 800.0 + (x - s_west) / 8.0 + (s_north - y) / 4.0;
+}
+
+/// A slope with a hole in the data around column 10, line 10.
+SmallGeoTiff slope() {
+    SmallGeoTiff tiff{s_width, s_height};
+    for (unsigned line = 0; line < s_height; ++line)
+        for (unsigned column = 0; column < s_width; ++column) {
+            const bool isHole = std::abs(int(column) - 10) <= 2 && std::abs(int(line) - 10) <= 2;
+            const double x = s_west + (column + 0.5) * s_cell, y = s_north - (line + 0.5) * s_cell;
+            tiff.heights.push_back(isHole ? -9999.0F : float(slopeAt(x, y)));
+        }
+    tiff.noData = "-9999";
+    return tiff;
+}
+
+class PickCommand : public ::testing::Test {
+protected:
+    RunResult pick(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"pick", "--terrain", terrain});
+        return runProcess(ZMT_EXECUTABLE, arguments, folder);
+    }
+    /// The place that a run told; the height is not-a-number for an unknown one.
+    struct Place {
+        double x = 0.0, y = 0.0, height = 0.0;
+    };
+    static Place placeOf(const RunResult & run) {
+        Place place;
+        EXPECT_EQ(0, run.status) << run.errors;
+        EXPECT_EQ(3, std::sscanf(run.output.c_str(), "%lf %lf %lf\n", &place.x, &place.y, &place.height))
+            << run.output;
+        return place;
+    }
+    static void expectOnSlope(const Place & place) {
+        EXPECT_NEAR(slopeAt(place.x, place.y), place.height, 0.002);
+    }
+
+    RunFolder folder;
+    const std::string terrain = folder.write("slope.tif", slope().encode());
+};
+
+TEST_F(PickCommand, TheMiddleOfTheMapIsBelowTheMiddleOfThePicture) {
+    const Place place = placeOf(pick({"--view", "north", "--size", "101x101", "50,50"}));
+    EXPECT_NEAR(s_west + s_width * s_cell / 2.0, place.x, 0.001);
+    EXPECT_NEAR(s_north - s_height * s_cell / 2.0, place.y, 0.001);
+    expectOnSlope(place);
+}
+
+TEST_F(PickCommand, PixelsCountFromTheUpperLeftCorner) {
+    const std::vector<std::string> view{"--view", "north", "--size", "101x101"};
+    const auto at = [&](const std::string & pixel) {
+        std::vector<std::string> arguments = view;
+        arguments.push_back(pixel);
+        return placeOf(pick(arguments));
+    };
+    const Place northWest = at("45,42"), southEast = at("65,60");
+    EXPECT_LT(northWest.x, southEast.x - 200.0);
+    EXPECT_GT(northWest.y, southEast.y + 100.0);
+    expectOnSlope(northWest);
+    expectOnSlope(southEast);
+}
+
+/// The middle of a picture shows what the eye is directed at, whatever its heights are multiplied by.
+TEST_F(PickCommand, TheMiddleShowsTheAim) {
+    const double x = s_west + 900.0, y = s_north - 500.0, height = slopeAt(x, y);
+    const std::string view = "500300,3098000,4000,500900,3099500," + std::to_string(height);
+    for (const char * exaggeration : {"1", "3.5"}) {
+        const Place place =
+            placeOf(pick({"--exaggeration", exaggeration, "--view", view, "--size", "33x21", "16,10"}));
+        EXPECT_NEAR(x, place.x, 0.002);
+        EXPECT_NEAR(y, place.y, 0.002);
+        EXPECT_NEAR(height, place.height, 0.002);
+    }
+}
+
+TEST_F(PickCommand, TheSkyIsNoHit) {
+    const std::string upwards = "500300,3098000,4000,500900,3099500,9000";
+    const RunResult text = pick({"--view", upwards, "640,360"});
+    EXPECT_EQ(0, text.status) << text.errors;
+    EXPECT_EQ("no hit\n", text.output);
+    const RunResult json = pick({"--view", upwards, "--json", "640,360"});
+    EXPECT_EQ(0, json.status) << json.errors;
+    EXPECT_EQ(nlohmann::json::parse(R"({"hit": false})"), nlohmann::json::parse(json.output));
+}
+
+TEST_F(PickCommand, WritesAnObject) {
+    const RunResult run = pick({"--view", "north", "--size", "101x101", "--json", "50,50"});
+    EXPECT_EQ(0, run.status) << run.errors;
+    const auto object = nlohmann::json::parse(run.output);
+    EXPECT_EQ(4U, object.size());
+    EXPECT_TRUE(object.at("hit"));
+    EXPECT_NEAR(s_west + s_width * s_cell / 2.0, object.at("x").get<double>(), 1e-6);
+    EXPECT_NEAR(s_north - s_height * s_cell / 2.0, object.at("y").get<double>(), 1e-6);
+    EXPECT_NEAR(slopeAt(object.at("x"), object.at("y")), object.at("height").get<double>(), 1e-6);
+}
+
+TEST_F(PickCommand, HolesHaveNoHeight) {
+    const double x = s_west + 10.5 * s_cell, y = s_north - 10.5 * s_cell;
+    const std::string place = std::to_string(x) + "," + std::to_string(y) + ",";
+    const std::vector<std::string> view{"--view", place + "9000," + place + "0", "--size", "9x9", "4,4"};
+    const RunResult text = pick(view);
+    EXPECT_EQ(0, text.status) << text.errors;
+    EXPECT_EQ("500336.000 3099664.000 unknown\n", text.output);
+    std::vector<std::string> arguments = view;
+    arguments.emplace_back("--json");
+    EXPECT_TRUE(nlohmann::json::parse(pick(arguments).output).at("height").is_null());
+}
+
+TEST_F(PickCommand, TellsWhatIsWrong) {
+    const std::vector<std::vector<std::string>> wrong = {
+        {},
+        {"12"},
+        {"12,"},
+        {"12,x"},
+        {"-1,5"},
+        {"1,-5"},
+        {"1,5,7"},
+        {"1 ,5"},
+        {"99999999999,5"},
+        {"--size", "64x32", "64,5"},
+        {"--size", "64x32", "5,32"},
+        {"--size", "0x32", "5,5"},
+        {"--view", "sideways", "5,5"},
+        {"--exaggeration", "0", "5,5"},
+        {"--exaggeration", "nan", "5,5"},
+    };
+    for (const auto & arguments : wrong) {
+        const RunResult run = pick(arguments);
+        EXPECT_EQ(2, run.status) << (arguments.empty() ? "" : arguments.back());
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_EQ("", run.output);
+    }
+    const RunResult missing =
+        runProcess(ZMT_EXECUTABLE, {"pick", "--terrain", folder.in("none.tif"), "5,5"}, folder);
+    EXPECT_EQ(1, missing.status);
+    EXPECT_EQ(1U, missing.errorLines().size()) << missing.errors;
+}
+
+} // namespace
