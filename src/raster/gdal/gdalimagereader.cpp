@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include <nbx/object/exception.h>
@@ -239,10 +240,13 @@ void GdalImageReader::readBytes(const Reading & reading, std::vector<std::uint8_
     for (std::size_t channel = 0; channel < 3; ++channel)
         for (int value = 0; value < 256; ++value)
             if (isNoData(*colour_[channel], value)) noData[channel] = value;
-    for (std::size_t i = 0; i < rgba.size(); i += 4) {
-        if (isGray) rgba[i + 1] = rgba[i + 2] = rgba[i];
-        const bool hasData = rgba[i] != noData[0] || rgba[i + 1] != noData[1] || rgba[i + 2] != noData[2];
-        rgba[i + 3] = hasData ? 255 : 0;
+    const bool hasHoles = noData[0] >= 0 && noData[1] >= 0 && noData[2] >= 0;
+    std::uint8_t * pixel = rgba.data();
+    for (std::size_t i = reading.pixels(); i > 0; --i, pixel += 4) {
+        if (isGray) pixel[1] = pixel[2] = pixel[0];
+        const bool isHole =
+            hasHoles && pixel[0] == noData[0] && pixel[1] == noData[1] && pixel[2] == noData[2];
+        pixel[3] = isHole ? 0 : 255;
     }
 }
 
@@ -311,9 +315,13 @@ void GdalImageReader::orient(void * pixels, unsigned width, unsigned height,
     const auto pixel = [&](std::size_t x, std::size_t y) {
         return static_cast<unsigned char *>(pixels) + (y * width + x) * bytesPerPixel;
     };
-    if (!source_.isSouthUp())
-        for (unsigned y = 0; y < height / 2; ++y)
-            std::swap_ranges(pixel(0, y), pixel(width, y), pixel(0, height - 1 - y));
+    const std::size_t lineBytes = width * bytesPerPixel;
+    std::vector<unsigned char> line(lineBytes);
+    for (unsigned y = 0; y < height / 2 && !source_.isSouthUp(); ++y) {
+        std::memcpy(line.data(), pixel(0, y), lineBytes);
+        std::memcpy(pixel(0, y), pixel(0, height - 1 - y), lineBytes);
+        std::memcpy(pixel(0, height - 1 - y), line.data(), lineBytes);
+    }
     if (source_.isMirrored())
         for (unsigned y = 0; y < height; ++y)
             for (unsigned x = 0; x < width / 2; ++x)

@@ -48,18 +48,22 @@ struct LevelInfo {
     unsigned blockWidth, blockHeight;
 };
 
+template <int Layers> void packLine(const std::uint8_t * pixel, unsigned char * target, int width) {
+    for (int x = 0; x < width; ++x, pixel += 4, target += Layers) {
+        target[0] = pixel[0];
+        if constexpr (Layers == 2) target[1] = pixel[3];
+        if constexpr (Layers >= 3) std::copy(pixel + 1, pixel + Layers, target + 1);
+    }
+}
+
 /// The channels of RGBA that an image of colours has.
 void packPixels(const std::vector<std::uint8_t> & rgba, NBX::Image & image) {
-    const int layers = image.numberOfLayers();
-    const std::uint8_t * pixel = rgba.data();
-    for (int y = 0; y < image.height(); ++y) {
-        unsigned char * target = image.lineComponentsU8(y);
-        for (int x = 0; x < image.width(); ++x, pixel += 4, target += layers) {
-            target[0] = pixel[0];
-            if (layers >= 3) std::copy(pixel + 1, pixel + layers, target + 1);
-            if (layers == 2) target[1] = pixel[3];
-        }
-    }
+    using PackLine = void (*)(const std::uint8_t *, unsigned char *, int);
+    constexpr PackLine packers[] = {packLine<1>, packLine<2>, packLine<3>, packLine<4>};
+    const PackLine pack = packers[image.numberOfLayers() - 1];
+    const int width = image.width();
+    for (int y = 0; y < image.height(); ++y)
+        pack(rgba.data() + 4 * static_cast<std::ptrdiff_t>(y) * width, image.lineComponentsU8(y), width);
 }
 
 /// Names that are no files of the file system, such as those of parts of files, stay as they are.
