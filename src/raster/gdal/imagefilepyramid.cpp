@@ -25,6 +25,10 @@ NBX_STORED_CLASS_IMPL(ImageFilePyramid, TiledGeoImagePyramid)
 
 namespace {
 
+/// Whoever chooses a level by what whole blocks cost must not be kept from the fine ones by blocks as large
+/// as a texture, or by strips as wide as the image: blocks are cached here, and read in parts.
+constexpr unsigned s_largestGranularity = 128;
+
 struct PixelFormat {
     NBX::LayerSequence sequence = NBX::LS_RGBA;
     int dataType = NBX::Image::UInt8;
@@ -106,8 +110,13 @@ struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
 class ImageFilePyramid::Level : public TiledGeoImage {
     NBX_TEMPLATE_CLASS(Level, TiledGeoImage)
 public:
-    Level(std::shared_ptr<Impl> pyramid, std::size_t index)
-        : pyramid_(std::move(pyramid)), index_(index), info_(pyramid_->levels[index]) {}
+    /// With `inWholeBlocks` it tells the blocks of the file, for a walk over all of them.
+    Level(std::shared_ptr<Impl> pyramid, std::size_t index, bool inWholeBlocks = false)
+        : pyramid_(std::move(pyramid)), index_(index), info_(pyramid_->levels[index]) {
+        if (inWholeBlocks) return;
+        info_.blockWidth = std::min(info_.blockWidth, s_largestGranularity);
+        info_.blockHeight = std::min(info_.blockHeight, s_largestGranularity);
+    }
 
     unsigned bands() const override {
         return static_cast<unsigned>(NBX::Image::numberOfLayers(pyramid_->format.sequence));
@@ -248,7 +257,7 @@ NBX::SO<NBX::Image> ImageFilePyramid::Impl::readFile(const LevelInfo & level, co
 
 NBX::SO<NBX::Image> ImageFilePyramid::Impl::readHalving(const LevelInfo & level, const PixelRect & rect) {
     const std::size_t last = storedLevels - 1;
-    const NBX::SO<Level> from(new Level(shared_from_this(), last));
+    const NBX::SO<Level> from(new Level(shared_from_this(), last, true));
     const double scaleX = static_cast<double>(levels[last].width) / level.width;
     const double scaleY = static_cast<double>(levels[last].height) / level.height;
     const auto x = static_cast<double>(rect.x), y = static_cast<double>(rect.y);

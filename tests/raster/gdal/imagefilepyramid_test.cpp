@@ -136,6 +136,14 @@ TEST_F(ImageFilePyramidTest, CloudOptimizedFilesVirtualFilesAndJpeg2000) {
     }
 }
 
+TEST_F(ImageFilePyramidTest, StripsAsWideAsTheImageDoNotCountAsTiles) {
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(ramp(900, 700))));
+    for (unsigned i = 0; i < pyramid->overviews(); ++i) {
+        EXPECT_LE(pyramid->overview(i)->granularityX(), 128U) << i;
+        EXPECT_LE(pyramid->overview(i)->granularityY(), 128U) << i;
+    }
+}
+
 TEST_F(ImageFilePyramidTest, DeliversWindowsOfGeoImages) {
     const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(ramp(100, 60))));
     const SO<GeoImage> image = pyramid->getGeoImage(west + 10 * size, north - 20 * size, west + 20 * size,
