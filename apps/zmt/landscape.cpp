@@ -77,6 +77,7 @@ Landscape::Landscape(const LandscapeOptions & options) {
     for (const std::string & path : options.breakLines)
         grid_ = stampLines(grid_, path, raster.reference);
     terrain_ = buildTerrain(grid_, options.method, options.maxVertices, buildMilliseconds_);
+    root_ = terrain_->root();
 
     node_ = new NBX::SceneThing;
     scaling_ = new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0));

@@ -5,6 +5,7 @@
 
 #include <nbx/object/so.h>
 #include <nbx/scene/scenething.h>
+#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
@@ -64,6 +65,7 @@ private:
 
     NBX::SO<ZMT::CORE::GridData> grid_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;
+    NBX::SO<ZMT::CORE::GeometryPatch> root_; ///< a terrain may merely watch it
     NBX::SO<ZMT::CORE::TerrainScaling> scaling_;
     NBX::SO<NBX::SceneThing> node_;
     std::vector<GroundLayer> layers_;
