@@ -1,5 +1,6 @@
 #include "gdalsupport.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +23,16 @@ namespace {
 
 /// Source pixels by which a transformation may be off for the sake of speed.
 constexpr double transformTolerance = 0.01;
+
+/// Blocks of files that GDAL keeps in memory, unless the user's environment says otherwise: its own limit
+/// grows with the memory of the machine, which is not ours alone.
+constexpr GIntBig blockCacheBytes = GIntBig(256) << 20;
+
+void registerFormats() {
+    GDALAllRegister();
+    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr))
+        GDALSetCacheMax64(std::min(GDALGetCacheMax64(), blockCacheBytes));
+}
 
 void CPL_STDCALL noteMessage(CPLErr level, CPLErrorNum, const char * text) {
     if (level < CE_Warning) return;
@@ -75,7 +86,7 @@ void setBands(GDALWarpOptions & options, bool hasAlpha) {
 
 GdalErrorTrap::GdalErrorTrap() {
     static std::once_flag registered;
-    std::call_once(registered, [] { GDALAllRegister(); });
+    std::call_once(registered, registerFormats);
     CPLPushErrorHandlerEx(noteMessage, this);
 }
 
