@@ -4,7 +4,7 @@
 
 #include <QWidget>
 
-#include "landscape.h"
+#include "../zmt/landscape.h"
 
 class QCheckBox;
 class QVBoxLayout;

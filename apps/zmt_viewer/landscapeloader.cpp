@@ -6,7 +6,7 @@
 #include <new>
 #include <utility>
 
-#include "commands.h"
+#include "../zmt/commands.h"
 
 #include <zmt/raster/gdal/rasterfile.h>
 

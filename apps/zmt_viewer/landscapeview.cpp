@@ -11,7 +11,7 @@
 #include <QOpenGLContext>
 #include <QWheelEvent>
 
-#include "commands.h"
+#include "../zmt/commands.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/memorydataresource.h>
@@ -21,6 +21,7 @@
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/perspective.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
 namespace {
@@ -32,6 +33,9 @@ constexpr double s_fieldOfView = 45.0;
 constexpr int s_restMilliseconds = 250;
 constexpr int s_flightMilliseconds = 16;
 constexpr double s_longestFlightStep = 0.1;
+constexpr double s_slowMilliseconds = 70.0;
+constexpr double s_quickMilliseconds = 25.0;
+constexpr double s_largestCoarseness = 10.0;
 constexpr double s_wheelStep = 120.0;
 constexpr double s_mebibyte = 1024.0 * 1024.0;
 const NBX::Color s_sky(0.72, 0.81, 0.90, 1.0);
@@ -70,7 +74,8 @@ QLabel * makeOverlay(QWidget * parent) {
 LandscapeView::LandscapeView(QWidget * parent)
     : QOpenGLWidget(parent), scene_(new NBX::SceneThing),
       motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
-      wireframe_(new NBX::PolygonModeGL(s_glLine)), overlay_(makeOverlay(this)) {
+      wireframe_(new NBX::PolygonModeGL(s_glLine)),
+      geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()), overlay_(makeOverlay(this)) {
     WindowCanvasGL::prepareWidget(this);
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
@@ -113,17 +118,30 @@ void LandscapeView::resizeGL(int width, int height) {
 
 void LandscapeView::paintGL() {
     if (!canvas_) return;
+    if (!landscape_) {
+        canvas_->redisplay();
+        return;
+    }
     placeCamera();
+    const double coarseness = isMoving() ? coarseness_ : 1.0;
+    ZMT::CORE::TerrainPainterGLSettings::setGeometryError(geometryError_ * coarseness);
     ZMT::CORE::PatchInspectorGL::reset();
     const double start = NBX::NBXTime::now();
     canvas_->redisplay();
     figures_.milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     figures_.drawn = ZMT::CORE::PatchInspectorGL::statistics();
     ++figures_.frames;
-    // Where nothing more comes, the figures of the last frame stay.
+    if (isMoving()) adaptCoarseness();
     showFigures();
     scheduleRedraw();
     emit frameDrawn();
+}
+
+/// A slow picture is drawn coarser the next time, a quick one finer.
+void LandscapeView::adaptCoarseness() {
+    if (figures_.milliseconds > s_slowMilliseconds) coarseness_ *= 1.5;
+    if (figures_.milliseconds < s_quickMilliseconds) coarseness_ /= 1.25;
+    coarseness_ = std::clamp(coarseness_, 1.0, s_largestCoarseness);
 }
 
 void LandscapeView::placeCamera() {
@@ -146,16 +164,19 @@ void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
               static_cast<NBX::RenderObj *>(landscape_->node().get())})
             scene_->append(object);
         flight_.setGround(ground());
-        if (view) {
-            home_ =
-                findViewpoint(*view, landscape_->grid(), landscape_->exaggeration(), landscape_->interest());
-            flight_.setView(home_.eye, home_.aim);
-        }
+        if (view) goTo(*view);
     } else {
         flight_.setGround(FlightGround());
         overlay_->hide();
     }
     redraw();
+}
+
+void LandscapeView::goTo(const View & view) {
+    home_ = view;
+    const auto [eye, aim] =
+        findViewpoint(view, landscape_->grid(), landscape_->exaggeration(), landscape_->interest());
+    flight_.setView(eye, aim);
 }
 
 FlightGround LandscapeView::ground() const {
@@ -164,6 +185,7 @@ FlightGround LandscapeView::ground() const {
     const auto heightAt = [terrain, exaggeration](double x, double z) {
         const Point place = ZMT::CORE::GeoTransformation::nbx2geoTf(Point(x, 0.0, z));
         const double height = terrain->calculateHeight(place, true);
+        if (terrain->isUndefinedHeightValue(height)) return -HUGE_VAL;
         return exaggeration * ZMT::CORE::GeoTransformation::geo2nbxTf(Point(0.0, height, 0.0)).y;
     };
     return {landscape_->box(), heightAt};
@@ -171,7 +193,7 @@ FlightGround LandscapeView::ground() const {
 
 void LandscapeView::resetView() {
     if (!landscape_) return;
-    flight_.setView(home_.eye, home_.aim);
+    goTo(home_);
     noteMotion();
 }
 
@@ -180,6 +202,11 @@ void LandscapeView::setExaggeration(double exaggeration) {
     landscape_->setExaggeration(exaggeration);
     flight_.setGround(ground());
     noteMotion();
+}
+
+void LandscapeView::setGeometryError(double pixels) {
+    geometryError_ = pixels;
+    redraw();
 }
 
 void LandscapeView::setWireframe(bool enable) {

@@ -14,9 +14,9 @@
 #include <nbx/scene/scenething.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 
+#include "../zmt/landscape.h"
+#include "../zmt/viewpoint.h"
 #include "flightcontroller.h"
-#include "landscape.h"
-#include "viewpoint.h"
 #include "windowcanvasgl.h"
 
 class QLabel;
@@ -37,9 +37,12 @@ public:
     void setLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
     const std::shared_ptr<Landscape> & landscape() const { return landscape_; }
 
-    /// Back to the view that was set with the landscape.
+    /// Back to the view that was set with the landscape, at the present exaggeration.
     void resetView();
     void setExaggeration(double exaggeration);
+    /// Allowed error of the geometry at rest, in pixels. While the view moves a slow picture gets a larger
+    /// one.
+    void setGeometryError(double pixels);
     void setWireframe(bool enable);
     /// Draws again, after something in the scene was changed.
     void redraw();
@@ -84,6 +87,7 @@ private:
     enum class Drag { None, Orbit, Pan };
 
     void freeCanvas();
+    void goTo(const View & view);
     void placeCamera();
     FlightGround ground() const;
     FlightController::Flight flightOfKeys() const;
@@ -92,6 +96,7 @@ private:
     void stopFlying();
     void rest();
     void scheduleRedraw();
+    void adaptCoarseness();
     void showFigures();
     QPointF placeInPicture(const QPointF & place) const;
 
@@ -104,11 +109,13 @@ private:
     std::shared_ptr<Landscape> landscape_;
 
     FlightController flight_;
-    Viewpoint home_;
+    View home_;
     Drag drag_ = Drag::None;
     std::set<int> keys_; ///< that are held down and fly
     bool isFast_ = false;
     double lastFlight_ = 0.0;
+    double geometryError_;
+    double coarseness_ = 1.0; ///< factor of the geometry's error while the view moves
 
     QTimer redrawTimer_, restTimer_, flightTimer_;
     Figures figures_;

@@ -13,7 +13,7 @@
 #include <QApplication>
 #include <QTimer>
 
-#include "commands.h"
+#include "../zmt/commands.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
 
@@ -110,9 +110,7 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
         writeError("no display; the window needs one, 'zmt render' does not");
         return ES_Data;
     }
-    // Contexts of the engine and of the window share only where both are made by EGL.
-    if (!std::getenv("QT_XCB_GL_INTEGRATION")) qputenv("QT_XCB_GL_INTEGRATION", "xcb_egl");
-    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    prepareWindowSystem();
     QApplication application(argc, argv);
     QApplication::setApplicationName("zmt");
     TerrainPainterGLSettings::setGeometryError(options.geometryError);
@@ -129,6 +127,11 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
 }
 
 } // namespace
+
+void prepareWindowSystem() {
+    if (!std::getenv("QT_XCB_GL_INTEGRATION")) qputenv("QT_XCB_GL_INTEGRATION", "xcb_egl");
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+}
 
 int runViewer(int argc, char ** argv) {
     CLI::App app("Shows a landscape in a window.", "zmt view");

@@ -88,10 +88,7 @@ void ViewerWindow::makePanel() {
     addDockWidget(Qt::RightDockWidgetArea, dock);
     connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
     connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
-    connect(panel_, &ControlPanel::geometryErrorChanged, this, [this](double pixels) {
-        TerrainPainterGLSettings::setGeometryError(pixels);
-        view_->redraw();
-    });
+    connect(panel_, &ControlPanel::geometryErrorChanged, view_, &LandscapeView::setGeometryError);
     connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
         TerrainPainterGLSettings::setTextureError(pixels);
         view_->redraw();

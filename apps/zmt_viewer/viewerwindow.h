@@ -6,9 +6,9 @@
 
 #include <QMainWindow>
 
-#include "landscape.h"
+#include "../zmt/landscape.h"
+#include "../zmt/viewpoint.h"
 #include "landscapeloader.h"
-#include "viewpoint.h"
 
 class ControlPanel;
 class LandscapeView;

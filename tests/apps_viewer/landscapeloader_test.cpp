@@ -1,0 +1,149 @@
+#include "landscapeloader.h"
+
+#include <functional>
+
+#include <QCoreApplication>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include "commands.h"
+#include "support/zmtrun.h"
+#include "viewertest.h"
+
+#include <zmt/raster/gdal/rasterfile.h>
+
+namespace {
+
+using Paths = std::vector<std::string>;
+
+LandscapeOptions with(const std::string & terrain, const Paths & images) {
+    LandscapeOptions options;
+    options.terrain = terrain;
+    options.images = images;
+    return options;
+}
+
+TEST(LandscapeLoaderFiles, OneBandIsATerrainAndMoreAreAnImage) {
+    const auto options = LandscapeLoader::withFiles({}, {s_everestImage, s_everest, s_detailImage});
+    EXPECT_EQ(s_everest, options.terrain);
+    EXPECT_EQ((Paths{s_everestImage, s_detailImage}), options.images);
+}
+
+TEST(LandscapeLoaderFiles, ImagesComeOnTopOfWhatIsThere) {
+    const auto options = LandscapeLoader::withFiles(with(s_everest, {s_detailImage}), {s_everestImage});
+    EXPECT_EQ(s_everest, options.terrain);
+    EXPECT_EQ((Paths{s_detailImage, s_everestImage}), options.images);
+}
+
+TEST(LandscapeLoaderFiles, AnotherTerrainTakesTheImagesAway) {
+    const auto options =
+        LandscapeLoader::withFiles(with(s_everest, {s_detailImage}), {s_jacksboro, s_everestImage});
+    EXPECT_EQ(s_jacksboro, options.terrain);
+    EXPECT_EQ(Paths{s_everestImage}, options.images);
+}
+
+TEST(LandscapeLoaderFiles, FirstTerrainKeepsTheImagesOfTheCommandLine) {
+    const auto options = LandscapeLoader::withFiles(with("", {s_detailImage}), {s_everest});
+    EXPECT_EQ(Paths{s_detailImage}, options.images);
+}
+
+TEST(LandscapeLoaderFiles, OfTwoTerrainsTheSecondIsAnImage) {
+    const auto options = LandscapeLoader::withFiles({}, {s_everest, s_jacksboro});
+    EXPECT_EQ(s_everest, options.terrain);
+    EXPECT_EQ(Paths{s_jacksboro}, options.images);
+}
+
+TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
+    EXPECT_THROW(LandscapeLoader::withFiles({}, {s_everestImage}), DataError);
+    EXPECT_THROW(LandscapeLoader::withFiles({}, {"/nowhere/at/all.tif"}), std::exception);
+    const RunFolder folder;
+    EXPECT_THROW(LandscapeLoader::withFiles({}, {folder.write("bad.tif", "no raster")}), std::exception);
+}
+
+/// Counts what a loader says.
+struct Ear {
+    explicit Ear(LandscapeLoader & loader) {
+        QObject::connect(&loader, &LandscapeLoader::loaded, &loader,
+                         [this](const std::shared_ptr<Landscape> & l, const LandscapeOptions & o) {
+                             landscape = l;
+                             options = o;
+                             ++loaded;
+                         });
+        QObject::connect(&loader, &LandscapeLoader::failed, &loader, [this](const QString & text) {
+            message = text.toStdString();
+            ++failed;
+        });
+        QObject::connect(&loader, &LandscapeLoader::canceled, &loader, [this] { ++canceled; });
+        QObject::connect(&loader, &LandscapeLoader::progressed, &loader,
+                         [this](const QString &, const QString &, double share) {
+                             EXPECT_GE(share, 0.0);
+                             EXPECT_LE(share, 1.0);
+                             ++progressed;
+                         });
+    }
+    bool waitForEnd() const {
+        return QTest::qWaitFor([&] { return loaded + failed + canceled > 0; }, 60'000);
+    }
+
+    std::shared_ptr<Landscape> landscape;
+    LandscapeOptions options;
+    std::string message;
+    int loaded = 0, failed = 0, canceled = 0, progressed = 0;
+};
+
+TEST(LandscapeLoader, LoadsAndTellsItsProgress) {
+    LandscapeLoader loader;
+    Ear ear(loader);
+    EXPECT_FALSE(loader.isRunning());
+    EXPECT_TRUE(loader.start({}, {s_jacksboro}));
+    EXPECT_TRUE(loader.isRunning());
+    EXPECT_FALSE(loader.start({}, {s_everest})) << "one load runs already";
+    ASSERT_TRUE(ear.waitForEnd());
+    EXPECT_FALSE(loader.isRunning());
+    EXPECT_EQ(1, ear.loaded);
+    EXPECT_EQ(0, ear.failed + ear.canceled);
+    EXPECT_GT(ear.progressed, 0);
+    ASSERT_TRUE(ear.landscape);
+    EXPECT_EQ(s_jacksboro, ear.options.terrain);
+}
+
+TEST(LandscapeLoader, TellsWhatIsWrong) {
+    LandscapeLoader loader;
+    Ear ear(loader);
+    loader.start({}, {"/nowhere/at/all.tif"});
+    ASSERT_TRUE(ear.waitForEnd());
+    EXPECT_EQ(1, ear.failed);
+    EXPECT_EQ(0, ear.loaded + ear.canceled);
+    EXPECT_NE(std::string::npos, ear.message.find("/nowhere/at/all.tif"));
+}
+
+TEST(LandscapeLoader, EndsWhenItIsCanceledAndMayStartAgain) {
+    LandscapeLoader loader;
+    {
+        Ear ear(loader);
+        loader.start({}, {s_everest});
+        loader.cancel();
+        ASSERT_TRUE(ear.waitForEnd());
+        EXPECT_EQ(1, ear.canceled);
+        EXPECT_EQ(0, ear.loaded + ear.failed);
+        loader.disconnect();
+    }
+    Ear again(loader);
+    EXPECT_TRUE(loader.start({}, {s_jacksboro}));
+    ASSERT_TRUE(again.waitForEnd());
+    EXPECT_EQ(1, again.loaded);
+}
+
+TEST(LandscapeLoader, MayDieWhileItLoads) {
+    LandscapeLoader loader;
+    loader.start({}, {s_everest});
+}
+
+TEST(LandscapeLoader, GivesTheDisplayBack) {
+    const auto * before = NBX::Progress::setDisplay(nullptr);
+    { const LandscapeLoader loader; }
+    EXPECT_EQ(nullptr, NBX::Progress::setDisplay(const_cast<NBX::ProgressDisplay *>(before)));
+}
+
+} // namespace

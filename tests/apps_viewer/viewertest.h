@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <nbx/image/image.h>
+
+#include "landscapeview.h"
+#include "viewerwindow.h"
+
+// What the tests of the window open.
+inline const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_heights.tif";
+inline const std::string s_everestImage = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
+inline const std::string s_detailImage = ZMT_DATA_DIR "/../tests/data/everest_image_detail.tif";
+inline const std::string s_jacksboro = ZMT_DATA_DIR "/../tests/data/jacksboro_heights.tif";
+
+/// A window on the screen of the test, with nothing in it at first.
+class ViewerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        LandscapeOptions options;
+        options.maxVertices = 200;
+        window = std::make_unique<ViewerWindow>(options, parseView("overview"));
+        window->resize(700, 480);
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        activate();
+        view = window->view();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return view->canvas() != nullptr; }));
+    }
+
+    /// Waits until everything opened is shown and at rest.
+    bool settle() const {
+        return QTest::qWaitFor([&] { return !window->loader()->isRunning() && view->isComplete(); }, 60'000);
+    }
+    void load(const std::vector<std::string> & files) const {
+        window->open(files);
+        ASSERT_TRUE(settle()) << window->lastError().toStdString();
+        activate();
+    }
+    /// No window manager does it: keys go to the window, also after a dialog was closed.
+    void activate() const {
+        window->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    }
+
+    NBX::SO<NBX::Image> picture() const { return view->canvas()->snapshot(); }
+    /// Share of the pixels that differ; 1 for pictures of different size.
+    static double difference(const NBX::SO<NBX::Image> & a, const NBX::SO<NBX::Image> & b) {
+        if (!a || !b || a->width() != b->width() || a->height() != b->height()) return 1.0;
+        unsigned different = 0;
+        for (int y = 0; y < a->height(); ++y)
+            for (int x = 0; x < a->width(); ++x)
+                different += !std::equal(a->pixelComponentsU8(x, y), a->pixelComponentsU8(x, y) + 3,
+                                         b->pixelComponentsU8(x, y));
+        return double(different) / (double(a->width()) * a->height());
+    }
+    QPoint middle() const { return view->rect().center(); }
+
+    std::unique_ptr<ViewerWindow> window;
+    LandscapeView * view = nullptr;
+};

@@ -1,0 +1,241 @@
+#include "viewerwindow.h"
+
+#include <filesystem>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDropEvent>
+#include <QLabel>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QSlider>
+#include <QStatusBar>
+
+#include "controlpanel.h"
+#include "support/imagecompare.h"
+#include "support/zmtrun.h"
+#include "viewertest.h"
+
+namespace {
+
+class ViewerWindowTest : public ViewerTest {
+protected:
+    QSlider * slider(const char * name) const {
+        return window->panel()->findChild<QWidget *>(name)->findChild<QSlider *>();
+    }
+    QList<QCheckBox *> switches() const { return window->panel()->findChildren<QCheckBox *>(); }
+    void press(Qt::Key key) const { QTest::keyClick(view, key); }
+
+    void drop(const std::vector<std::string> & files) const {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const std::string & file : files)
+            urls.append(QUrl::fromLocalFile(QString::fromStdString(file)));
+        data.setUrls(urls);
+        QDragEnterEvent enter({20, 20}, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(window.get(), &enter);
+        EXPECT_TRUE(enter.isAccepted());
+        QDropEvent event(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(window.get(), &event);
+    }
+    void clickCancel() const {
+        auto * dialog = window->findChild<QProgressDialog *>();
+        ASSERT_TRUE(dialog);
+        dialog->findChild<QPushButton *>()->click();
+    }
+    /// Waits for the end of a load that fails, and answers the message box.
+    std::string failure() const {
+        if (!QTest::qWaitFor([&] { return !window->lastError().isEmpty(); }, 60'000)) return "no failure";
+        auto * box = window->findChild<QMessageBox *>();
+        if (!box) return "no message box";
+        const QString text = box->informativeText();
+        box->close();
+        return text.toStdString();
+    }
+};
+
+TEST_F(ViewerWindowTest, TellsWhatItShows) {
+    EXPECT_EQ("zmt", window->windowTitle());
+    load({s_everest});
+    EXPECT_EQ("everest_heights.tif - zmt", window->windowTitle());
+    EXPECT_EQ(2, switches().size());
+    QTest::mouseMove(view, middle());
+    QTest::mouseMove(view, middle() + QPoint(3, 3));
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        for (const QLabel * label : window->statusBar()->findChildren<QLabel *>())
+            if (label->text().contains("height")) return true;
+        return false;
+    }));
+}
+
+TEST_F(ViewerWindowTest, ImagesAreLayers) {
+    load({s_everest, s_everestImage, s_detailImage});
+    ASSERT_EQ(4, switches().size());
+    EXPECT_EQ("everest_image.tif", switches()[2]->text());
+}
+
+TEST_F(ViewerWindowTest, LayerThatIsOffIsNotSeen) {
+    load({s_everest, s_everestImage});
+    press(Qt::Key_R);
+    ASSERT_TRUE(settle());
+    const auto all = picture();
+    for (const Qt::Key key : {Qt::Key_1, Qt::Key_2, Qt::Key_3}) {
+        press(key);
+        ASSERT_TRUE(settle());
+        EXPECT_FALSE(switches()[key - Qt::Key_1]->isChecked());
+        EXPECT_GT(difference(all, picture()), 0.001) << char(key);
+        press(key);
+        ASSERT_TRUE(settle());
+        EXPECT_LT(difference(all, picture()), 1e-3) << char(key);
+    }
+    press(Qt::Key_9);
+    EXPECT_TRUE(settle());
+}
+
+TEST_F(ViewerWindowTest, LargerErrorDrawsLess) {
+    load({s_everest});
+    slider("geometryError")->setValue(slider("geometryError")->minimum());
+    ASSERT_TRUE(settle());
+    const auto fine = view->figures().drawn;
+    slider("geometryError")->setValue(slider("geometryError")->maximum());
+    ASSERT_TRUE(settle());
+    EXPECT_LT(view->figures().drawn.triangles, fine.triangles);
+    EXPECT_LT(view->figures().drawn.patches, fine.patches);
+    slider("textureError")->setValue(slider("textureError")->maximum());
+    EXPECT_TRUE(settle());
+}
+
+TEST_F(ViewerWindowTest, ExaggerationSliderChangesThePicture) {
+    load({s_everest});
+    const auto before = picture();
+    slider("exaggeration")->setValue(slider("exaggeration")->maximum() * 3 / 4);
+    ASSERT_TRUE(settle());
+    EXPECT_GT(view->landscape()->exaggeration(), 2.0);
+    EXPECT_GT(difference(before, picture()), 0.1);
+}
+
+TEST_F(ViewerWindowTest, WireframeAndPatchColorsComeAndGo) {
+    load({s_everest, s_everestImage});
+    const auto before = picture();
+    for (const Qt::Key key : {Qt::Key_F, Qt::Key_P}) {
+        press(key);
+        ASSERT_TRUE(settle());
+        EXPECT_GT(difference(before, picture()), 0.1) << char(key);
+        press(key);
+        ASSERT_TRUE(settle());
+        EXPECT_LT(difference(before, picture()), 1e-3) << char(key);
+    }
+}
+
+TEST_F(ViewerWindowTest, CanceledLoadLeavesAnEmptyWindow) {
+    window->open({s_everest});
+    clickCancel();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !window->loader()->isRunning(); }, 60'000));
+    EXPECT_FALSE(view->landscape());
+    EXPECT_TRUE(window->lastError().isEmpty());
+    EXPECT_TRUE(window->statusBar()->currentMessage().contains("cancelled"));
+    EXPECT_TRUE(switches().empty());
+    load({s_jacksboro});
+}
+
+TEST_F(ViewerWindowTest, CanceledLoadKeepsWhatWasShown) {
+    load({s_everest});
+    const auto before = picture();
+    window->open({s_jacksboro});
+    EXPECT_FALSE(view->landscape());
+    clickCancel();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ("everest_heights.tif - zmt", window->windowTitle());
+    EXPECT_LT(difference(before, picture()), 1e-3);
+    EXPECT_TRUE(view->groundAt(middle()));
+}
+
+TEST_F(ViewerWindowTest, DroppedImageLiesOnTop) {
+    load({s_everest});
+    QTest::keyClick(view, Qt::Key_R);
+    ASSERT_TRUE(settle());
+    const auto before = picture();
+    const auto eye = view->flight().eye();
+    drop({s_everestImage});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(3, switches().size());
+    EXPECT_EQ(0.0, (eye - view->flight().eye()).length()) << "the view stays";
+    EXPECT_GT(difference(before, picture()), 0.001);
+}
+
+TEST_F(ViewerWindowTest, DroppedHeightsTakeTheTerrainsPlace) {
+    load({s_everest, s_everestImage});
+    drop({s_jacksboro});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ("jacksboro_heights.tif - zmt", window->windowTitle());
+    EXPECT_EQ(2, switches().size());
+}
+
+TEST_F(ViewerWindowTest, BadFileIsReportedAndChangesNothing) {
+    const RunFolder folder;
+    load({s_everest});
+    const auto before = picture();
+    drop({folder.write("bad.tif", "this is no raster")});
+    EXPECT_NE(std::string::npos, failure().find("bad.tif"));
+    EXPECT_TRUE(window->statusBar()->currentMessage().contains("bad.tif"));
+    ASSERT_TRUE(settle());
+    EXPECT_LT(difference(before, picture()), 1e-3);
+}
+
+TEST_F(ViewerWindowTest, ImageWithoutATerrainIsReported) {
+    drop({s_everestImage});
+    EXPECT_NE(std::string::npos, failure().find("height raster"));
+    EXPECT_FALSE(view->landscape());
+}
+
+TEST_F(ViewerWindowTest, ImageThatLiesElsewhereIsReported) {
+    load({s_jacksboro});
+    drop({s_everestImage});
+    EXPECT_NE("no failure", failure());
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(2, switches().size());
+}
+
+TEST_F(ViewerWindowTest, DropsWithoutFilesAreRefused) {
+    QMimeData data;
+    data.setText("words");
+    QDragEnterEvent enter({20, 20}, Qt::CopyAction, &data, Qt::LeftButton, {});
+    enter.ignore();
+    QApplication::sendEvent(window.get(), &enter);
+    EXPECT_FALSE(enter.isAccepted());
+    data.setUrls({QUrl("http://localhost/a.tif")});
+    QApplication::sendEvent(window.get(), &enter);
+    EXPECT_FALSE(enter.isAccepted());
+}
+
+TEST_F(ViewerWindowTest, SecondLoadWaitsForTheFirst) {
+    window->open({s_everest});
+    window->open({s_jacksboro});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ("everest_heights.tif - zmt", window->windowTitle());
+}
+
+TEST_F(ViewerWindowTest, SavesThePicture) {
+    const RunFolder folder;
+    load({s_everest});
+    EXPECT_TRUE(window->savePicture(folder.out("picture.png")));
+    const auto saved = readPng(folder.out("picture.png"));
+    ASSERT_TRUE(saved);
+    EXPECT_LT(difference(saved, picture()), 1e-9);
+    EXPECT_FALSE(window->savePicture("/nowhere/at/all.png"));
+    EXPECT_NE(std::string::npos, failure().find("/nowhere"));
+}
+
+TEST_F(ViewerWindowTest, EscapeCloses) {
+    press(Qt::Key_Escape);
+    EXPECT_FALSE(window->isVisible());
+}
+
+TEST_F(ViewerWindowTest, ClosesWhileItLoads) {
+    window->open({s_everest});
+    window.reset();
+}
+
+} // namespace
