@@ -97,6 +97,9 @@ NBX::SO<NBX::Image> wholeTile(CompressedTexture::PixelFormat format, const NBX::
     return tile;
 }
 
+/// Memory for the tiles of the finest level; coarser levels have a quarter and a sixteenth of it.
+constexpr std::uint64_t storeMemory = 128ULL << 20;
+
 /// Writes a source and the levels made of it. Levels take turns with two files aside.
 class PyramidCreation {
 public:
@@ -163,13 +166,15 @@ bool PyramidCreation::writeLevel(std::size_t level) {
     const bool isLast = level + 1 == levels_.size();
     NBX::SO<NBX::File> & aside = aside_[level % 2];
     if (!isLast && !aside) aside = TileStore::createFile(path_ + (level % 2 ? ".2.tmp" : ".1.tmp"));
-    current_ = isLast ? nullptr : new TileStore(aside, format_, size.pixelsX, size.pixelsY, size.tileSize);
+    current_ = isLast ? nullptr
+                      : new TileStore(aside, format_, size.pixelsX, size.pixelsY, size.tileSize,
+                                      storeMemory >> std::min<std::size_t>(2 * level, 4));
     const bool written =
         writer_.writeLevel(size, [&](unsigned column, unsigned row, NBX::SO<NBX::Image> & tile) {
             if (!step()) return false;
             tile = level == 0 ? sourceTile(size, column, row) : reducedTile(level, column, row);
             if (source_.failed()) return false;
-            if (tile && current_) current_->put(column, row, *tile);
+            if (tile && current_) current_->put(column, row, tile);
             return true;
         });
     finer_ = current_;

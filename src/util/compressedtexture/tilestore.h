@@ -1,25 +1,27 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include <nbx/data/file.h>
+#include <nbx/image/image.h>
 #include <zmt/raster/tiledgeoimage.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
 namespace ZMT::UTIL {
 
-/// The decoded tiles of one level in a file aside, from which the next level is made. Its frame is that of
-/// its pixels.
+/// The decoded tiles of one level, from which the next level is made: as many as a budget allows in memory,
+/// the others in a file aside. Its frame is that of its pixels.
 class TileStore : public RASTER::TiledGeoImage {
     NBX_CLASS(TileStore, RASTER::TiledGeoImage)
 public:
     /// `file` is written from its start on. Throws `NBX::IOException`, as does all that follows.
     TileStore(NBX::SO<NBX::File> file, CompressedTexture::PixelFormat format, unsigned pixelsX,
-              unsigned pixelsY, unsigned tileSize);
+              unsigned pixelsY, unsigned tileSize, std::uint64_t maxMemory);
 
-    /// Each tile once, whole.
-    void put(unsigned column, unsigned row, const NBX::Image & tile);
+    /// Each tile once, whole; it may not change any more.
+    void put(unsigned column, unsigned row, const NBX::SO<NBX::Image> & tile);
 
     /// A file that is gone when it is closed or the process ends, in the folder of `path`.
     static NBX::SO<NBX::File> createFile(const std::string & path);
@@ -43,8 +45,10 @@ private:
     NBX::SO<NBX::File> file_;
     CompressedTexture::PixelFormat format_;
     unsigned pixelsX_, pixelsY_, tileSize_, tilesX_;
-    std::vector<std::uint32_t> slots_; ///< place in the file counted in tiles from 1; 0 for an empty tile
-    std::uint32_t used_ = 0;
+    std::uint64_t maxMemory_;
+    std::vector<std::uint32_t> slots_; ///< counted from 1, first those in memory; 0 for an empty tile
+    std::vector<NBX::SO<NBX::Image>> inMemory_;
+    std::uint32_t inFile_ = 0;
 };
 
 } // namespace ZMT::UTIL

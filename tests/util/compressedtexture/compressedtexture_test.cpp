@@ -191,6 +191,28 @@ TEST_F(CompressedTextureTest, LevelsShowTheSamePictureInTheSamePlace) {
     }
 }
 
+TEST_F(CompressedTextureTest, LevelsThatDoNotFitIntoMemoryAreMadeFromFiles) {
+    // The finest level takes 144 MB with 16 bits a layer, of which 128 MiB are kept in memory.
+    constexpr int size = 4250;
+    SO<MemoryImage> image(new MemoryImage(size, size, NBX::LS_Luminance));
+    for (int y = 0; y < size; ++y)
+        std::fill_n(image->lineComponentsU8(y), size, static_cast<unsigned char>(y / 17));
+    const SO<TexturePyramid> pyramid = write(image, CompressedTexture::PF_RGBA16);
+    ASSERT_TRUE(pyramid);
+    for (unsigned i = 0; i < pyramid->overviews(); ++i) {
+        const SO<TiledGeoImage> level = pyramid->overview(i);
+        const auto width = static_cast<unsigned>(level->pixelsX()),
+                   height = static_cast<unsigned>(level->pixelsY());
+        for (const unsigned x : {0U, width / 2, width - 1}) {
+            const SO<NBX::Image> column = level->getImage(static_cast<int>(x), 0, 1, height);
+            ASSERT_TRUE(column);
+            for (int y = 0; y < column->height(); ++y)
+                ASSERT_NEAR((y + 0.5) / height * 250.0 / 255.0, column->getColor(0, y)[0], 0.006)
+                    << i << ": " << y;
+        }
+    }
+}
+
 TEST_F(CompressedTextureTest, TinyImagesHaveOneLevel) {
     for (const int size : {1, 127, 128}) {
         const SO<TexturePyramid> pyramid = write(picture(size, 1, NBX::LS_RGBA), CompressedTexture::PF_RGBA8);

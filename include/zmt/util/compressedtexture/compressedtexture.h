@@ -20,7 +20,8 @@ class VirtualTiledGeoImage;
 /// Writes and opens files that hold an image in all its resolutions, tile by tile; docs/texture-pyramid.md
 /// describes them. A file appears under its name when it is complete: when writing is cancelled, fails or is
 /// killed, nothing of it is left. Needs room on the disk for the file, and for the pixels of the two largest
-/// levels aside; main memory does not depend on the size of the image. Several threads may write different
+/// levels aside. Main memory is bounded: 160 MiB for levels, a cache of at most 128 MiB of the source, and 16
+/// bytes a tile. Several threads may write different
 /// files at once.
 class CompressedTexture {
 public:
