@@ -8,13 +8,26 @@
 
 #include "../zmt/commands.h"
 
+#include <nbx/object/stringutils.h>
 #include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/util/compressedtexture/compressedtexture.h>
+#include <zmt/util/compressedtexture/texturepyramid.h>
 
 struct LandscapeLoader::Result {
     LandscapeOptions options;
     std::shared_ptr<Landscape> landscape;
     QString error;
 };
+
+namespace {
+
+/// A texture pyramid is an image, all other files tell by their bands.
+bool isHeights(const std::string & file) {
+    if (ZMT::UTIL::CompressedTexture::load(NBX::StringUtils::Utf8String2WString(file))) return false;
+    return ZMT::RASTER::RasterFile(file).bands() == 1;
+}
+
+} // namespace
 
 LandscapeLoader::LandscapeLoader() : previous_(NBX::Progress::setDisplay(this)) {}
 
@@ -29,7 +42,7 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
     bool hasNewTerrain = false;
     std::vector<std::string> images;
     for (const std::string & file : files) {
-        const bool isTerrain = !hasNewTerrain && ZMT::RASTER::RasterFile(file).bands() == 1;
+        const bool isTerrain = !hasNewTerrain && isHeights(file);
         hasNewTerrain |= isTerrain;
         if (!isTerrain) {
             images.push_back(file);

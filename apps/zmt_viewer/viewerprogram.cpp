@@ -136,9 +136,13 @@ void prepareWindowSystem() {
 int runViewer(int argc, char ** argv) {
     CLI::App app("Shows a landscape in a window.", "zmt view");
     ViewerOptions options;
+    options.landscape.method = "chunked";
     addOptions(app, options);
     try {
         app.parse(argc, argv);
+        // Only the tree has normals.
+        if (options.landscape.lighting == "vertex" && app.get_option("--method")->count() == 0)
+            options.landscape.method = "tree";
         checkOptions(options);
         return showWindow(options, 1, argv);
     } catch (const CLI::ParseError & error) {

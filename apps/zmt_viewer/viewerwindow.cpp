@@ -1,8 +1,10 @@
 #include "viewerwindow.h"
 
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <filesystem>
+#include <string_view>
 
 #include <QAction>
 #include <QDockWidget>
@@ -33,8 +35,8 @@ constexpr int s_progressSteps = 1000;
 constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
 constexpr std::size_t s_layerKeys = 9;
-/// The layer that stays when patches have colours, so that the relief is still seen.
-const char * const s_shading = "shading";
+/// The layers that stay when patches have colours, so that the relief is still seen.
+constexpr std::array<std::string_view, 3> s_shadings = {"shading", "light map", "light"};
 
 std::vector<std::string> localFiles(const QMimeData * data) {
     std::vector<std::string> files;
@@ -244,7 +246,9 @@ void ViewerWindow::applyLayers() {
     if (!view_->landscape()) return;
     const auto & layers = view_->landscape()->layers();
     for (std::size_t i = 0; i < layers.size(); ++i) {
-        const bool isHidden = patches_->isChecked() && layers[i].name != s_shading;
+        const bool isShading =
+            std::find(s_shadings.begin(), s_shadings.end(), layers[i].name) != s_shadings.end();
+        const bool isHidden = patches_->isChecked() && !isShading;
         layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
     }
     view_->redraw();

@@ -54,6 +54,16 @@ TEST(LandscapeLoaderFiles, OfTwoTerrainsTheSecondIsAnImage) {
     EXPECT_EQ(Paths{s_jacksboro}, options.images);
 }
 
+TEST(LandscapeLoaderFiles, TexturePyramidIsAnImage) {
+    const RunFolder folder;
+    const std::string pyramid = folder.out("image.ztp");
+    const char * arguments[] = {"zmt", "build", "pyramid", s_everestImage.c_str(), pyramid.c_str()};
+    ASSERT_EQ(0, runProgram(5, arguments));
+    const auto options = LandscapeLoader::withFiles({}, {pyramid, s_everest});
+    EXPECT_EQ(s_everest, options.terrain);
+    EXPECT_EQ(Paths{pyramid}, options.images);
+}
+
 TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
     EXPECT_THROW(LandscapeLoader::withFiles({}, {s_everestImage}), DataError);
     EXPECT_THROW(LandscapeLoader::withFiles({}, {"/nowhere/at/all.tif"}), std::exception);

@@ -214,6 +214,24 @@ TEST_F(LandscapeViewTest, OffscreenPicturesCanBeDrawnInTheWindow) {
     EXPECT_EQ(16, width);
 }
 
+class ChunkedViewTest : public LandscapeViewTest {
+    std::string method() const override { return "chunked"; }
+};
+
+TEST_F(ChunkedViewTest, IsShownWithItsFigures) {
+    load({s_everest, s_everestImage});
+    EXPECT_GT(view->figures().drawn.patches, 0U);
+    EXPECT_GT(view->figures().drawn.triangles, 100U);
+    EXPECT_TRUE(view->groundAt(middle()));
+    const auto still = picture();
+    QTest::keyClick(view, Qt::Key_P);
+    ASSERT_TRUE(settle());
+    EXPECT_GT(difference(still, picture()), 0.1);
+    QTest::keyClick(view, Qt::Key_P);
+    ASSERT_TRUE(settle());
+    EXPECT_LT(difference(still, picture()), 1e-3);
+}
+
 TEST_F(LandscapeViewTest, DrawingLeavesNoErrorBehind) {
     load({s_everest, s_everestImage});
     ASSERT_TRUE(view->canvas()->makeContextCurrent());

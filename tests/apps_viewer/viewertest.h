@@ -25,6 +25,7 @@ protected:
     void SetUp() override {
         LandscapeOptions options;
         options.maxVertices = 200;
+        options.method = method();
         window = std::make_unique<ViewerWindow>(options, parseView("overview"));
         window->resize(700, 480);
         window->show();
@@ -33,6 +34,8 @@ protected:
         view = window->view();
         ASSERT_TRUE(QTest::qWaitFor([&] { return view->canvas() != nullptr; }));
     }
+
+    virtual std::string method() const { return "tree"; }
 
     /// Waits until everything opened is shown and at rest.
     bool settle() const {

@@ -117,6 +117,14 @@ bool isOuter(const Patch & patch, unsigned side) {
     }
 }
 
+/// A strip turns by repeating vertices; what it repeats has no area.
+unsigned trianglesOf(const std::vector<unsigned> & strip) {
+    unsigned count = 0;
+    for (std::size_t i = 2; i < strip.size(); ++i)
+        count += strip[i] != strip[i - 1] && strip[i] != strip[i - 2] && strip[i - 1] != strip[i - 2];
+    return count;
+}
+
 float wallInScene(const Patch & patch) {
     const ChunkedLodTerrain & terrain = *patch.terrain();
     const double bottom = GeoTransformation::geo2nbxOffset().y + terrain.origin().y;
@@ -135,6 +143,7 @@ ChunkedLodPatchMesh::ChunkedLodPatchMesh(const Patch & patch) : threshold(patch.
     // A strip has two triangles a vertex, fewer at the border: even with the curtains of the largest patch
     // the vertices keep within 16 bits.
     const LocalNumbers locals(outline.strip);
+    triangles = trianglesOf(outline.strip);
     surface.indices = locals.locals();
     surface.ranges.push_back(static_cast<unsigned>(meshIndicesSize));
     vertices = positionsOf(*patch.terrain(), locals.different());

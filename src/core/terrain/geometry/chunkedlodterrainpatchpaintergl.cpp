@@ -1,3 +1,5 @@
+#include "chunkedlodterrainpatchpaintergl.h"
+
 #include <vector>
 
 #include <GL/gl.h>
@@ -34,6 +36,7 @@ NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const VertexBuffer & vertices
 void createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
     const ChunkedLodPatchMesh mesh(*patch);
     patch->setThreshold(mesh.threshold);
+    patch->setTriangles(mesh.triangles);
     const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
         engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));
     patch->surfaceMesh() = upload(engine, vertices, mesh.surface);
@@ -74,5 +77,9 @@ private:
 const bool registered = (NBX::EngineGL::registerHandler(new ChunkedLodTerrain_Patch_PainterGL), true);
 
 } // namespace
+
+GeometryPatchPainterGL * newChunkedLodTerrainPatchPainterGL() {
+    return new ChunkedLodTerrain_Patch_PainterGL;
+}
 
 } // namespace ZMT::CORE

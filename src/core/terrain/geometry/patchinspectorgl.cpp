@@ -7,12 +7,15 @@
 #include <GL/gl.h>
 
 #include <nbx/gl/enginegl.h>
+#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+
+#include "chunkedlodterrainpatchpaintergl.h"
 
 namespace ZMT::CORE {
 
@@ -64,7 +67,8 @@ void PatchInspectorGL::registerAll(bool colorsPatches) {
         return inspector;
     };
     static const std::array inspectors = {registered(new GridPatchPainterGL),
-                                          registered(new TinPatchPainterGL)};
+                                          registered(new TinPatchPainterGL),
+                                          registered(newChunkedLodTerrainPatchPainterGL())};
     for (PatchInspectorGL * inspector : inspectors)
         inspector->colorsPatches_ = colorsPatches;
 }
@@ -81,6 +85,8 @@ void PatchInspectorGL::reset() {
 std::uint64_t PatchInspectorGL::trianglesOf(const GeometryPatch & patch) {
     if (const auto * grid = dynamic_cast<const GridPatch *>(&patch))
         return 2 * std::uint64_t(grid->domain().getWidth()) * grid->domain().getHeight() + microExcess(*grid);
+    if (const auto * chunk = dynamic_cast<const ChunkedLodTerrain::Patch *>(&patch))
+        return chunk->triangles();
     const auto * tin = dynamic_cast<const TinPatch *>(&patch);
     if (!tin || !tin->stripIndices()) return 0;
     return std::uint64_t(tin->stripIndices()->size()) - 2 * std::uint64_t(tin->stripRanges()->size());
@@ -94,12 +100,14 @@ bool PatchInspectorGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     const auto * patch = dynamic_cast<const GeometryPatch *>(shape);
     if (!patch || engine->getAttribute("RenderOuterWallFlag")) return painter_->render(engine, shape);
 
-    if (s_drawn.insert(patch).second) s_triangles += trianglesOf(*patch);
-    if (!colorsPatches_) return painter_->render(engine, shape);
-    glPushAttrib(GL_CURRENT_BIT);
-    glColor3fv(colorOf(*patch).data());
+    if (colorsPatches_) {
+        glPushAttrib(GL_CURRENT_BIT);
+        glColor3fv(colorOf(*patch).data());
+    }
     const bool painted = painter_->render(engine, shape);
-    glPopAttrib();
+    if (colorsPatches_) glPopAttrib();
+    // Some patches know their mesh only now.
+    if (s_drawn.insert(patch).second) s_triangles += trianglesOf(*patch);
     return painted;
 }
 

@@ -51,6 +51,13 @@ TEST_F(ChunkedLodPatchMeshTest, VerticesAreInSceneCoordinates) {
     EXPECT_EQ(cells.size(), 63U);
 }
 
+TEST_F(ChunkedLodPatchMeshTest, CountsTheTrianglesOfTheSurface) {
+    const auto terrain = TestChunked::terrain({9, 9}, hilly);
+    EXPECT_EQ(128U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 0, s_wall)).triangles) << "two a cell";
+    EXPECT_EQ(32U, ChunkedLodPatchMesh(Patch(terrain, 4, 4, 5, 0, s_wall)).triangles);
+    EXPECT_EQ(4U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 65535, s_wall)).triangles);
+}
+
 TEST_F(ChunkedLodPatchMeshTest, InnerSidesHaveSkirtsAndOuterOnesWalls) {
     const auto terrain = TestChunked::terrain({9, 7}, hilly);
     const struct {

@@ -22,6 +22,7 @@ struct ChunkedLodPatchMesh {
     explicit ChunkedLodPatchMesh(const ChunkedLodTerrain::Patch & patch);
 
     unsigned short threshold;                      ///< of this mesh
+    unsigned triangles = 0;                        ///< of the surface, without skirts
     std::vector<NBX::Vector3Base<float>> vertices; ///< in scene coordinates; those of the skirts last
     Strips surface, outerWall;                     ///< without an outer side the wall is empty
 };

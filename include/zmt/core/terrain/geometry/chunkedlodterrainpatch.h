@@ -30,6 +30,10 @@ public:
     /// For the painter, which may have to make the mesh coarser.
     void setThreshold(unsigned short threshold) const { threshold_ = threshold; }
 
+    /// Triangles of the surface, without skirts; 0 before it was first painted, which tells.
+    unsigned triangles() const { return triangles_; }
+    void setTriangles(unsigned triangles) const { triangles_ = triangles; }
+
     /// The shapes that the painter builds on first use, and keeps here: the surface with skirts, and the
     /// outer wall. They belong to the engine that first painted the patch; render thread only.
     NBX::SO<NBX::Shape> & surfaceMesh() const { return surfaceMesh_; }
@@ -43,6 +47,7 @@ private:
     NBX::SO<ChunkedLodTerrain> terrain_;
     unsigned x_, y_, size_;
     mutable unsigned short threshold_;
+    mutable unsigned triangles_ = 0;
     mutable NBX::SO<NBX::Shape> surfaceMesh_;
     mutable NBX::SO<NBX::Shape> outerWallMesh_;
 };
