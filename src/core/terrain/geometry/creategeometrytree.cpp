@@ -26,19 +26,6 @@ namespace ZMT::CORE {
 
 namespace {
 
-/// The box of the micro-structures of a hybrid grid in a domain; undefined without any.
-NBX::Bounds microBounds(const GridData & grid, const NBX::Area & domain) {
-    NBX::Bounds box;
-    const auto * hybrid = dynamic_cast<const HybridData *>(&grid);
-    if (!hybrid) return box;
-    const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
-    for (unsigned y = y0; y < y0 + domain.getHeight(); ++y)
-        for (unsigned x = x0; x < x0 + domain.getWidth(); ++x)
-            if (const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y))
-                box += micro->boundingBox();
-    return box;
-}
-
 using Accessor = MyTinPointAccessor;
 using Children = NBX::Array<NBX::SO<GeometryPatch>>;
 
@@ -195,6 +182,7 @@ public:
         }
         if (isLeaf(domain, level)) return buildLeaf(domain, vertices);
 
+        const std::size_t firstMicroVertex = microVertices_.size();
         NBX::SO<Children> children(new Children);
         std::vector<unsigned> candidates;
         NBX::Bounds box;
@@ -205,7 +193,7 @@ public:
             children->append(child);
             box += child->boundingBox();
         }
-        return buildTin(domain, candidates, vertices, box, children);
+        return buildTin(domain, candidates, vertices, box, children, firstMicroVertex);
     }
 
 private:
@@ -215,7 +203,7 @@ private:
         return (w + 1) * (h + 1) <= maxVertices_;
     }
 
-    NBX::SO<GeometryPatch> buildLeaf(const NBX::Area & domain, std::vector<unsigned> & vertices) const {
+    NBX::SO<GeometryPatch> buildLeaf(const NBX::Area & domain, std::vector<unsigned> & vertices) {
         NBX::Bounds box;
         const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
         for (unsigned y = y0; y <= y0 + domain.getHeight(); ++y)
@@ -223,13 +211,53 @@ private:
                 box += grid_->vertex(x, y);
                 vertices.push_back(grid_->index(x, y));
             }
-        box += microBounds(*grid_, domain);
+        appendMicroVertices(domain, box);
         return new GridPatch(grid_, domain, box, 0.0, wall_, nullptr);
+    }
+
+    /// Extends `box` by the micro-structures of a leaf.
+    void appendMicroVertices(const NBX::Area & domain, NBX::Bounds & box) {
+        const auto * hybrid = dynamic_cast<const HybridData *>(grid_.get());
+        if (!hybrid) return;
+        std::vector<unsigned> numbers;
+        const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
+        for (unsigned y = y0; y < y0 + domain.getHeight(); ++y)
+            for (unsigned x = x0; x < x0 + domain.getWidth(); ++x) {
+                const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y);
+                if (!micro) continue;
+                box += micro->boundingBox();
+                for (unsigned v = 0; v < micro->vertices(); ++v)
+                    if (!micro->isGridVertex(v)) numbers.push_back(micro->convertToContainerIndex(v));
+            }
+        std::sort(numbers.begin(), numbers.end());
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        for (const unsigned number : numbers)
+            microVertices_.push_back(hybrid->vertex(number));
+    }
+
+    /// The largest vertical distance of a vertex of the micro-structures in `domain`, which begin with number
+    /// `first`, from the surface of the node.
+    double microDistance(const NBX::Area & domain, std::size_t first) const {
+        const unsigned x = unsigned(domain.getX()), y = unsigned(domain.getY());
+        const auto low = grid_->vertex(x, y);
+        const auto high = grid_->vertex(x + domain.getWidth(), y + domain.getHeight());
+        double distance = 0.0;
+        TinFace hint = tin_.face(0U);
+        for (std::size_t i = first; i < microVertices_.size(); ++i) {
+            const auto & v = microVertices_[i];
+            // One on the border may have been rounded to the other side.
+            const Accessor::Point p(std::clamp(v.x, low.x, high.x), std::clamp(v.z, low.z, high.z), v.y);
+            const TinFace face = tin_.locate(p, hint);
+            if (!face) continue;
+            distance = std::max(distance, std::abs(tin_.heightOn(face, p) - p.z));
+            hint = face;
+        }
+        return distance;
     }
 
     NBX::SO<GeometryPatch> buildTin(const NBX::Area & domain, std::vector<unsigned> & candidates,
                                     std::vector<unsigned> & vertices, const NBX::Bounds & box,
-                                    const NBX::SO<Children> & children) {
+                                    const NBX::SO<Children> & children, std::size_t firstMicroVertex) {
         const unsigned x = unsigned(domain.getX()), y = unsigned(domain.getY());
         const unsigned w = domain.getWidth(), h = domain.getHeight();
         Accessor::currentData = grid_;
@@ -243,7 +271,7 @@ private:
             vertices.push_back(tin_.number(tin_.node(n)));
 
         surface_.scan(tin_, domain);
-        const double error = surface_.distance();
+        const double error = std::max(surface_.distance(), microDistance(domain, firstMicroVertex));
         const MyTinToTristrips strips(tin_);
         const NBX::SO<NBX::Array<unsigned>> numbers = rankNodes();
         for (const auto & child : children->stl())
@@ -326,6 +354,9 @@ private:
     Tin<Accessor> tin_;
     TinAlgorithmPointsToTin<Accessor> refinement_;
     SurfaceScan surface_;
+    /// Those of the leaves so far that are not on the grid. Leaves are built in the order of the tree, hence
+    /// the ones below a node are the last when it is built.
+    std::vector<NBX::Vector3Base<double>> microVertices_;
     std::vector<unsigned> order_;       ///< nodes in the order of their numbers
     std::vector<unsigned short> ranks_; ///< of each node
 };

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -13,6 +14,7 @@
 
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
@@ -465,6 +467,37 @@ private:
     NBX::SO<GridData> grid_;
     unsigned maxVertices_;
 };
+
+/// Flat ground would never be refined otherwise, and what stands on it never shown.
+TEST(CreateGeometryTree, ErrorsIncludeMicroStructures) {
+    const RecordedReports reports;
+    // The second one is on the border of patches, so that both sides have it.
+    const std::vector<Point> towers{{10.5, 75.0, 10.5}, {16.0, 30.0, 8.5}, {25.25, 2.0, 3.75}};
+    const std::vector<std::vector<Point>> features{{towers[0]}, {towers[1]}, {towers[2]}};
+    const NBX::SO<GridData> hybrid = ZMT::CORE::CreateHybridData::create(flatGrid(32, 32), features).get();
+    unsigned nodes = 0, nodesWithTowers = 0;
+    const std::function<void(const GeometryPatch &)> check = [&](const GeometryPatch & patch) {
+        if (patch.children() == 0) {
+            EXPECT_EQ(patch.approximationError(), 0.0);
+            return;
+        }
+        const Area domain = PatchMesh(patch).domain();
+        double error = 1e-6;
+        for (const Point & tower : towers)
+            if (tower.x >= domain.getX() && tower.x <= domain.getX() + double(domain.getWidth()) &&
+                tower.z >= domain.getY() && tower.z <= domain.getY() + double(domain.getHeight()))
+                error = std::max(error, std::abs(tower.y - 5.0));
+        EXPECT_NEAR(patch.approximationError(), error, 1e-9) << domain.getX() << " " << domain.getY();
+        ++nodes;
+        nodesWithTowers += error > 1.0;
+        for (unsigned i = 0; i < patch.children(); ++i)
+            check(*patch.child(i));
+    };
+    check(*build(hybrid, 50));
+    EXPECT_GT(nodesWithTowers, 8U);
+    EXPECT_GT(nodes, 2 * nodesWithTowers);
+    EXPECT_TRUE(reports.empty()) << reports;
+}
 
 TEST(CreateGeometryTree, NodesAreRefinedOverWhatTheirChildrenKept) {
     for (const unsigned seed : {1U, 2U, 3U, 4U}) {

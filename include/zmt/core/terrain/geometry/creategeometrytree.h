@@ -11,8 +11,8 @@ class GeometryPatch;
 /// above them `TinPatch`es, found by greedy refinement over the vertices that their children kept.
 ///
 /// Laws: (1) a leaf's error is 0, that of any other patch is at least 1e-6; (2) no vertex of the grid in the
-/// area of a patch lies farther from its surface than its error; (3) equal seeds of `rand()` give equal
-/// trees.
+/// area of a patch, and no vertex of its micro-structures, lies farther from its surface than its error; (3)
+/// equal seeds of `rand()` give equal trees.
 class CreateGeometryTree {
 public:
     /// The root of the tree over `data`, which must be a `GridData`. `maxVertices`, at least 50, limits the
