@@ -4,6 +4,13 @@
 
 namespace ZMT::CORE {
 
+namespace {
+
+/// As many transformations of transformations may be read. Each takes a call on the stack.
+constexpr unsigned s_maxStoredDepth = 64;
+
+} // namespace
+
 GeoTransformation_CoordTransformIterator::GeoTransformation_CoordTransformIterator(NBX::SO<Points> master,
                                                                                    bool geo2nbx)
     : master_(std::move(master)), geo2nbx_(geo2nbx) {}
@@ -26,6 +33,18 @@ void GeoTransformation_CoordTransformIterator::serialize(NBX::SerializationManag
     NBX::serializeSuperclass<Points>(m, this);
     m.attribute("master", master_);
     m.attribute("geo2nbx", geo2nbx_);
+    if (m.isReading() && isTooDeep()) {
+        master_ = nullptr;
+        throw NBX::IOError(L"stored points are transformed too often, or are their own master");
+    }
+}
+
+bool GeoTransformation_CoordTransformIterator::isTooDeep() const {
+    unsigned depth = 0;
+    const GeoTransformation_CoordTransformIterator * iterator = this;
+    while (iterator && ++depth <= s_maxStoredDepth)
+        iterator = dynamic_cast<const GeoTransformation_CoordTransformIterator *>(iterator->master_.get());
+    return iterator;
 }
 
 NBX_STORED_CLASS_IMPL(GeoTransformation_CoordTransformIterator, Points)

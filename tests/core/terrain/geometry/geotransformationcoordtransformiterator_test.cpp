@@ -62,4 +62,36 @@ TEST_F(CoordTransformIteratorTest, StoresMasterAndDirection) {
     }
 }
 
+/// Asked for its points, one that is its own master would never answer.
+TEST_F(CoordTransformIteratorTest, NoStoredMasterIsItsOwn) {
+    const NBX::SO<NBX::Iterator<Point>> inner(new GeoTransformation_CoordTransformIterator(points_, true));
+    const NBX::SO<NBX::Iterator<Point>> outer(new GeoTransformation_CoordTransformIterator(inner, false));
+    const auto bytes = NBX::ObjectStreamWriter::write(*outer, true);
+    unsigned circles = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        for (std::uint8_t value = 0; value < 8; ++value) {
+            auto changed = bytes;
+            changed[i] = value;
+            try {
+                const auto object = NBX::ObjectStreamReader(changed.data(), changed.size()).read();
+                const auto * read = dynamic_cast<const NBX::Iterator<Point> *>(object.get());
+                for (unsigned k = 0; read && k < read->size(); ++k)
+                    read->get(k);
+            } catch (const NBX::IOError & e) {
+                circles += e.message().find(L"their own master") != std::wstring::npos;
+            } catch (const NBX::Exception &) {
+            }
+        }
+    EXPECT_GE(circles, 2U) << "the inner one has itself, and the outer one, as its master";
+}
+
+TEST_F(CoordTransformIteratorTest, StoredTransformationsMayBeNestedToSomeDepth) {
+    NBX::SO<NBX::Iterator<Point>> points(points_);
+    for (unsigned depth = 1; depth <= 64; ++depth)
+        points = new GeoTransformation_CoordTransformIterator(points, depth % 2 == 0);
+    EXPECT_EQ(roundTrip(points)->size(), 2U);
+    points = new GeoTransformation_CoordTransformIterator(points, true);
+    EXPECT_THROW(roundTrip(points), NBX::IOError);
+}
+
 } // namespace

@@ -16,10 +16,13 @@ public:
     unsigned size() const override;
     NBX::Vector3Base<double> get(unsigned i) const override;
     const NBX::SharedObj * container() const override;
+    /// Throws `NBX::IOError` for stored points that are their own master.
     void serialize(NBX::SerializationManager & m) override;
 
 private:
     GeoTransformation_CoordTransformIterator() = default;
+
+    bool isTooDeep() const;
 
     NBX::SO<Points> master_;
     bool geo2nbx_ = false;
