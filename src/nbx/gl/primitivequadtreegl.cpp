@@ -80,8 +80,9 @@ std::uint32_t cellOf(const Rectangle & rectangle, const Rectangle & split, unsig
     for (unsigned i = 0; i < 2; ++i) {
         const double size = double(split.max[i]) - split.min[i];
         const double center = (double(rectangle.min[i]) + rectangle.max[i]) / 2.0;
-        const double cell = size > 0.0 ? (center - split.min[i]) / size * cells : 0.0;
-        numbers[i] = static_cast<std::uint32_t>(std::clamp(cell, 0.0, cells - 1.0));
+        const double cell = (center - split.min[i]) / size * cells;
+        // A rectangle without extent, or with one that is not finite, has one cell.
+        numbers[i] = cell > 0.0 && size > 0.0 ? static_cast<std::uint32_t>(std::min(cell, cells - 1.0)) : 0;
     }
     return spread(numbers[0]) | spread(numbers[1]) << 1;
 }

@@ -159,6 +159,19 @@ TEST(PrimitiveQuadTree, aGivenBoxIsSplit) {
     EXPECT_EQ(4U, SO<Tree>(new Tree(1, squares(4), Bounds({1, 0, 1}, {3, 0, 3}), true))->leaves());
 }
 
+/// As a file may hold them.
+TEST(PrimitiveQuadTree, boxesOfAnyKindLoseNoTriangle) {
+    const double infinity = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const double low : {-infinity, -1e300, nan, 2.0})
+        for (const double high : {infinity, 1e300, nan, 2.0}) {
+            const SO<Tree> tree(new Tree(3, squares(4), Bounds({low, low, low}, {high, high, high}), true));
+            EXPECT_EQ(Bounds({0, 0, 0}, {4, 0, 4}), tree->boundingBox()) << low << " " << high;
+            EXPECT_EQ((Ranges{{0, 32}}), tree->rangesIn(Bounds({0, 0, 0}, {4, 0, 4}))) << low << " " << high;
+            EXPECT_EQ(8U, total(tree->rangesIn(Bounds({1, 0, 1}, {1, 0, 1})))) << low << " " << high;
+        }
+}
+
 TEST(PrimitiveQuadTree, touchingCountsAsInside) {
     const SO<Tree> tree(new Tree(2, squares(4), Bounds(), true));
     EXPECT_EQ(8U, total(tree->rangesIn(Bounds({1, 0, 1}, {1, 0, 1}))));
