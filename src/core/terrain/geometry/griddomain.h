@@ -1,6 +1,7 @@
 #pragma once
 
 #include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/gridpatch.h>
 
 namespace ZMT::CORE {
 
@@ -13,7 +14,13 @@ inline bool isDomainOf(const GridData & grid, const NBX::Area & domain) {
            fits(domain.getY(), domain.getHeight(), grid.sizeY());
 }
 
-/// Positions of the corners of the two triangles of a plain cell, from its lowest vertex.
+/// False for a patch that was made, and reported, without a grid or beside it.
+inline bool liesOnItsGrid(const GridPatch & patch) {
+    return patch.grid() && isDomainOf(*patch.grid(), patch.domain());
+}
+
+/// Positions of the corners of the two triangles of a plain cell, from its lowest vertex, for rays and
+/// simplified patches. Pictures divide a cell by the other diagonal, as triangle strips do.
 struct CellCorner {
     unsigned x, y;
 };

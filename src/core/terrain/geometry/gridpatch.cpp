@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/gridpatch.h>
 
-#include <zmt/core/terrain/geometry/griddata.h>
+#include "griddomain.h"
 
 namespace ZMT::CORE {
 
@@ -35,10 +35,7 @@ void GridPatch::serialize(NBX::SerializationManager & m) {
     }
     if (!m.isReading()) return;
     domain_ = NBX::Area(x, y, width, height);
-    const bool fits = grid_ && x >= 0 && y >= 0 && width > 0 && height > 0 && unsigned(x) < grid_->sizeX() &&
-                      unsigned(y) < grid_->sizeY() && width < grid_->sizeX() - unsigned(x) &&
-                      height < grid_->sizeY() - unsigned(y);
-    if (!fits) throw NBX::IOError(L"stored grid patch does not lie on its grid");
+    if (!liesOnItsGrid(*this)) throw NBX::IOError(L"stored grid patch does not lie on its grid");
 }
 
 NBX_STORED_CLASS_IMPL(GridPatch, GeometryPatch)

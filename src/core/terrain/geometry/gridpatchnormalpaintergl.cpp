@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 
+#include "griddomain.h"
 #include "gridpatchstripsgl.h"
 #include "normalcolorgl.h"
 
@@ -15,14 +16,14 @@ NBX::ID GridPatchNormalPainterGL::target() const {
 
 void GridPatchNormalPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
-    if (!engine) return;
+    const auto & gridPatch = static_cast<const GridPatch &>(*patch);
+    if (!engine || !liesOnItsGrid(gridPatch)) return;
     glPushAttrib(GL_LIGHTING_BIT | GL_CURRENT_BIT);
     glDisable(GL_LIGHTING);
-    drawGridPatchSurfaceGL(*engine, static_cast<const GridPatch &>(*patch),
-                           [this](const GridPatchRow & row, unsigned i) {
-                               normalColorGL(row.normals[i], scale_);
-                               glVertex3dv(&row.vertices[i].x);
-                           });
+    drawGridPatchSurfaceGL(*engine, gridPatch, [this](const GridPatchRow & row, unsigned i) {
+        normalColorGL(row.normals[i], scale_);
+        glVertex3dv(&row.vertices[i].x);
+    });
     glPopAttrib();
 }
 

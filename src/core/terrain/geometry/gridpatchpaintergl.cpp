@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 
+#include "griddomain.h"
 #include "gridpatchstripsgl.h"
 
 #include <nbx/gl/enginegl.h>
@@ -55,8 +56,8 @@ NBX::ID GridPatchPainterGL::target() const {
 
 void GridPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
-    if (!engine) return;
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);
+    if (!engine || !liesOnItsGrid(gridPatch)) return;
     // Other patches have no normals, and must not get those of this one.
     glPushAttrib(GL_CURRENT_BIT);
     drawGridPatchSurfaceGL(*engine, gridPatch, [](const GridPatchRow & row, unsigned i) {
@@ -70,8 +71,8 @@ void GridPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch
 
 void GridPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
-    if (!engine) return;
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);
+    if (!engine || !liesOnItsGrid(gridPatch)) return;
     for (const Side & side : sidesOf(gridPatch))
         if (side.isOuter) drawCurtain(gridPatch, side, false);
 }

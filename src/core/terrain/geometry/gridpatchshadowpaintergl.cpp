@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
 
+#include "griddomain.h"
 #include "gridpatchstripsgl.h"
 
 #include <nbx/gl/enginegl.h>
@@ -25,7 +26,7 @@ NBX::ID GridPatchShadowPainterGL::target() const {
 bool GridPatchShadowPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     NBX_CHECK(engine, L"no engine");
     const auto * patch = dynamic_cast<const GridPatch *>(shape);
-    if (!engine || !patch) return false;
+    if (!engine || !patch || !liesOnItsGrid(*patch)) return false;
 
     const double bottom = patch->boundingBox().getLLF().y;
     const std::size_t last = patch->domain().getWidth();

@@ -59,7 +59,7 @@ NBX::ID GridPatchSimplifier::target() const {
 bool GridPatchSimplifier::simplify(NBX::Engine * E, const NBX::Shape * shape) {
     NBX_CHECK(E, L"no engine");
     const auto * patch = dynamic_cast<const GridPatch *>(shape);
-    if (!E || !patch || !patch->grid() || !isDomainOf(*patch->grid(), patch->domain())) return false;
+    if (!E || !patch || !liesOnItsGrid(*patch)) return false;
     if (!fitsIntoOneSet(patch->domain())) {
         NBX_FAILURE(L"patch has too many cells for one polygon set");
         return false;

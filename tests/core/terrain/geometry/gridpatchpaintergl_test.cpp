@@ -1,6 +1,8 @@
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 
 #include <nbx/engine/handler.h>
+#include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
+#include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
 
 #include "testpatches.h"
 
@@ -73,6 +75,25 @@ TEST_F(GridPatchPainterGLTest, LeavesTheStateAsItWas) {
     painter->renderPatch(engine.get(), patch.get());
     painter->renderOuterWall(engine.get(), patch.get());
     EXPECT_EQ(stateOfGL(), before);
+}
+
+TEST_F(GridPatchPainterGLTest, APatchBesideItsGridDrawsNothing) {
+    const NBX::SO<GridPatch> patches[] = {
+        new GridPatch(grid, Area(5, 0, 4, 1), {}, 0.0, 0.0, nullptr),
+        new GridPatch(grid, Area(0, 0, 0, 1), {}, 0.0, 0.0, nullptr),
+        new GridPatch(grid, Area(-1, 0, 1, 1), {}, 0.0, 0.0, nullptr),
+        new GridPatch(nullptr, Area(0, 0, 1, 1), {}, 0.0, 0.0, nullptr),
+    };
+    reports.clear();
+    ZMT::CORE::GridPatchNormalPainterGL normals({1, 1, 1});
+    ZMT::CORE::GridPatchShadowPainterGL shadow;
+    for (const auto & patch : patches) {
+        EXPECT_TRUE(surface(*painter, *patch).empty());
+        EXPECT_TRUE(walls(*painter, *patch).empty());
+        EXPECT_TRUE(surface(normals, *patch).empty());
+        EXPECT_FALSE(shadow.render(engine.get(), patch.get()));
+    }
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST_F(GridPatchPainterGLTest, ReportsAMissingEngine) {

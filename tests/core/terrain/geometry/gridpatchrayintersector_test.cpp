@@ -238,6 +238,19 @@ TEST(GridPatchRayIntersector, OneCellTestsItsTwoTriangles) {
         << "it looks at the origin of the ray";
 }
 
+TEST(GridPatchRayIntersector, QueriesDifferByAQuarterOfTheBendAtMost) {
+    const auto grid =
+        TestTerrain::grid({2, 2, 0, 0, 1, 1}, [](unsigned x, unsigned y) { return x + y == 1 ? 4.0 : 0.0; });
+    constexpr double bend = 8.0;
+    double largest = 0.0;
+    for (double x = 1.0 / 16; x < 1.0; x += 1.0 / 16)
+        for (double z = 1.0 / 16; z < 1.0; z += 1.0 / 16) {
+            const auto hit = traced(Ray({x, 9, z}, {0, -1, 0}), wholePatch(grid))->nearestHit();
+            largest = std::max(largest, std::abs(hit.point.y - grid->calculateHeight({x, 0, z})));
+        }
+    EXPECT_DOUBLE_EQ(largest, bend / 4.0) << "in the middle";
+}
+
 TEST(GridPatchRayIntersector, OneCellIsItsMicroStructure) {
     const auto hybrid =
         SmallHybrid::hybrid({3, 3, 0, 0, 2, 2}, [](unsigned, unsigned) { return 0.0; }, {{0, 0, 9.0}});

@@ -14,7 +14,7 @@ namespace ZMT::CORE {
 ///
 /// Undefined cells lie a tenth of the height range below the lowest defined one, so that walls and normals
 /// stay sane; a raster that has any is replaced by a private copy. Immutable once made: may be read from
-/// any thread.
+/// any thread. `GridPatchRayIntersector` tells how heights between the vertices differ from the picture.
 class GridData : public GeometryData {
     NBX_STORED_CLASS(GridData, GeometryData)
 public:

@@ -13,6 +13,12 @@ class GridData;
 /// Intersects a grid patch at full resolution with a ray; micro-structures of a hybrid grid are handed to the
 /// engine. Both sides of the surface are hit; the normal looks at the ray's origin.
 ///
+/// Plain cells are divided into two triangles from (x, y) to (x + 1, y + 1), pictures from (x + 1, y) to
+/// (x, y + 1), and `GridData::calculateHeight` interpolates between all four corners where its raster does.
+/// Let the bend of a cell be the sum of the heights at the first two corners less that at the others: heights
+/// at one place differ by a quarter of it at most between a hit and a query, as between a query and the
+/// picture, and by half of it between a hit and the picture.
+///
 /// Laws: (1) the nearest hit is the one that comes of testing all triangles of all cells whose column, from
 /// the lower to the upper height limit, the ray meets: to the last bit, and of equally near ones the first of
 /// a recursive division of the patch into quarters, in the order low x low y, low x high y, high x low y,
