@@ -9,7 +9,10 @@
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
 #include <nbx/container/array2d.h>
+#include <nbx/engine/raytracingtechnique.h>
+#include <nbx/scene/scenething.h>
 
+#include "collectedshapes.h"
 #include "testterrain.h"
 
 using NBX::SO;
@@ -138,6 +141,48 @@ TEST(HybridDataTest, StoredPartsMustFit) {
     EXPECT_TRUE(read(write({1, 2, 5}, 4)));
     EXPECT_THROW(read(write({1, 2, s_gridVertices}, 4)), NBX::Exception);
     EXPECT_THROW(read(write({1, 2, 5}, 5)), NBX::Exception);
+
+    const auto writeList = [](const std::vector<unsigned> & list) {
+        const SO<NBX::Array2D<std::vector<unsigned>>> lists(new NBX::Array2D<std::vector<unsigned>>(4, 3));
+        lists->set(2, 1, list);
+        const SO<HybridData> data(
+            new HybridData(TestTerrain::raster(s_layout, TestTerrain::bumpy).get(), {}, lists.get()));
+        return NBX::ObjectStreamWriter::write(*data, true);
+    };
+    EXPECT_TRUE(read(writeList({6, 7, 11})));
+    EXPECT_THROW(read(writeList({6, 7})), NBX::Exception);
+    EXPECT_THROW(read(writeList({6, 7, 11, 10})), NBX::Exception);
+    EXPECT_THROW(read(writeList({6, 7, 4000000000U})), NBX::Exception);
+}
+
+/// In data that was not read, too: neither rays nor simplifiers are harmed.
+TEST(HybridDataTest, CellsThatDoNotFitDoNoHarm) {
+    const RecordedReports reports;
+    const auto raster = TestTerrain::raster(s_layout, TestTerrain::bumpy);
+    for (const unsigned size : {2U, 40U}) {
+        const SO<NBX::Array2D<std::vector<unsigned>>> lists(
+            new NBX::Array2D<std::vector<unsigned>>(size, size));
+        lists->set(0, 0, {0, 1});
+        lists->set(1, 0, {0, 1, 4000000000U, 9, 1});
+        lists->set(1, 1, {4000000000U, 4000000000U, 4000000000U});
+        const SO<HybridData> data(new HybridData(raster.get(), {}, lists.get()));
+        const SO<NBX::Engine> engine(new NBX::Engine);
+        const SO<NBX::SceneThing> scene(new NBX::SceneThing);
+        scene->append(data.get());
+        const SO<CollectedShapes::Technique> technique(new CollectedShapes::Technique);
+        engine->evaluate(scene.get(), technique.get());
+        EXPECT_EQ(technique->all<NBX::PolygonSet>().size(), 4U) << "three cells and the rest";
+
+        unsigned hits = 0;
+        for (double x = 0.5; x < 30.0; x += 1.0)
+            for (double z = 0.5; z < 40.0; z += 1.0) {
+                const SO<NBX::RayTracingTechnique> ray(
+                    new NBX::RayTracingTechnique(NBX::Ray({x, 900, z}, {0, -1, 0})));
+                ray->trace(engine.get(), scene.get());
+                hits += ray->hasHit();
+            }
+        EXPECT_GE(hits, 30U * 40 / 2) << "the plain cells";
+    }
 }
 
 } // namespace

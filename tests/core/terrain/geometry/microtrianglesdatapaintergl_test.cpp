@@ -4,6 +4,7 @@
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
+#include <nbx/container/array2d.h>
 #include <nbx/engine/handler.h>
 
 #include "testpatches.h"
@@ -154,6 +155,26 @@ TEST_F(MicroTrianglesDataPainterGLTest, ThereAreNoHoles) {
     glReadPixels(0, 0, 64, 64, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
     for (unsigned i = 0; i < 64 * 64; ++i)
         ASSERT_NEAR(pixels[4 * i], 64, 2) << "pixel " << i % 64 << ", " << i / 64;
+}
+
+/// Numbers beyond the vertices, and lists and tables of wrong sizes.
+TEST_F(MicroTrianglesDataPainterGLTest, CellsThatDoNotFitDoNoHarm) {
+    const auto raster = TestPatches::smallGrid()->rasterData();
+    const SO<NBX::Array2D<std::vector<unsigned>>> small(new NBX::Array2D<std::vector<unsigned>>(2, 2)),
+        large(new NBX::Array2D<std::vector<unsigned>>(40, 40));
+    for (const auto & table : {small, large}) {
+        table->set(0, 0, {0});
+        table->set(1, 0, {0, 1, 4000000000U, 9, 1});
+        table->set(0, 1, {0, 4000000000U, 1});
+        table->set(1, 1, {4000000000U, 4000000000U, 4000000000U});
+        const SO<HybridData> data(new HybridData(raster.get(), {}, table.get()));
+        const auto patch = TestPatches::gridPatch(data, Area(0, 0, 8, 6));
+        ZMT::CORE::GridPatchPainterGL patchPainter;
+        // A wrong vertex is at the origin; whole triangles are drawn.
+        EXPECT_EQ(surface(patchPainter, *patch).size(), 2U * (8 * 6 - 4) + 3);
+        EXPECT_GT(reports.count(0, L"v < vertices()", L"v out of range"), 0U) << reports;
+        reports.clear();
+    }
 }
 
 /// Cells are recorded in the display list of their patch.

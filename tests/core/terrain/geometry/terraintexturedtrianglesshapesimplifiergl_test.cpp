@@ -5,6 +5,7 @@
 #include <random>
 
 #include <support/glfixture.h>
+#include <support/roundtrip.h>
 
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/colorbuffergl.h>
@@ -224,6 +225,43 @@ TEST_F(DrapedTrianglesGLTest, BoxesWithoutAreaShowNothing) {
         appendParts(*triangles, {Bounds({0, 0, -0.5}, {0, 0, 0.5}), Bounds({-0.5, 0, 0}, {0.5, 0, 0})});
         EXPECT_EQ(0, differingPixels(draw(), blank()));
     }
+}
+
+/// Whatever bytes are changed: an exception, or something that can be drawn.
+TEST_F(DrapedTrianglesGLTest, BadStreamsDoNoHarm) {
+    const SO<PolygonSet> set = sheet(2, 0.3);
+    set->setIndexIterator(TestTerrain::array<unsigned>({0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    set->setVertexIterator(ZMT::CORE::GeoTransformation::geo2nbxTf(set->newVertexIterator()));
+    set->setColorIterator(TestTerrain::array<NBX::Color>(std::vector<NBX::Color>(24)));
+    const SO<PrimitiveQuadTreeGL> tree(
+        new PrimitiveQuadTreeGL(3, set, Bounds({-1, -1, -1}, {1, 1, 1}), true));
+    const SO<TerrainTexturedTriangles> whole(new TerrainTexturedTriangles(tree, {1, 2, 3}));
+    const auto bytes = NBX::ObjectStreamWriter::write(*whole, true);
+    unsigned drawn = 0;
+    canvas->prepareRedisplay();
+    const auto drawAll = [&](const std::vector<std::uint8_t> & stream) {
+        try {
+            const auto read = NBX::ObjectStreamReader(stream.data(), stream.size()).read();
+            const auto * triangles = dynamic_cast<const TerrainTexturedTriangles *>(read.get());
+            const SO<NBX::SceneNode> part =
+                triangles ? triangles->geometry(Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})) : nullptr;
+            if (!part) return;
+            part->evaluate(engine.get());
+            ++drawn;
+        } catch (const NBX::Exception &) {
+        }
+    };
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        drawAll({bytes.begin(), bytes.begin() + long(i)});
+        for (const int change : {1, 16, 128, 255}) {
+            auto changed = bytes;
+            changed[i] = std::uint8_t(changed[i] + change);
+            drawAll(changed);
+        }
+    }
+    canvas->finishRedisplay();
+    EXPECT_GT(drawn, bytes.size()) << "most bytes are coordinates";
+    reports.clear();
 }
 
 /// Splits everything, and gives each patch a colour of its own.
