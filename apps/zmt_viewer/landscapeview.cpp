@@ -89,7 +89,9 @@ LandscapeView::LandscapeView(QWidget * parent)
     connect(&flightTimer_, &QTimer::timeout, this, &LandscapeView::flyOn);
 }
 
+/// The context goes with the base class; it must not call back into this one.
 LandscapeView::~LandscapeView() {
+    if (context()) disconnect(context(), nullptr, this, nullptr);
     freeCanvas();
 }
 
