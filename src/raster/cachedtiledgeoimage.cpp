@@ -81,74 +81,74 @@ void CachedTiledGeoImage::Impl::keep(Tile tile) {
 }
 
 CachedTiledGeoImage::CachedTiledGeoImage(TiledGeoImage * image, std::uint64_t maxBytes)
-    : m_impl(std::make_unique<Impl>()) {
+    : impl_(std::make_unique<Impl>()) {
     NBX_CHECK(image, L"no image");
-    m_impl->source = image;
-    m_impl->maxBytes = maxBytes;
+    impl_->source = image;
+    impl_->maxBytes = maxBytes;
     if (!image) return;
-    m_impl->tileX = tileSize(image->granularityX());
-    m_impl->tileY = tileSize(image->granularityY());
+    impl_->tileX = tileSize(image->granularityX());
+    impl_->tileY = tileSize(image->granularityY());
 }
 
 CachedTiledGeoImage::~CachedTiledGeoImage() = default;
 
 void CachedTiledGeoImage::clearCache() {
-    m_impl->index.clear();
-    m_impl->tiles.clear();
-    m_impl->usedBytes = 0;
+    impl_->index.clear();
+    impl_->tiles.clear();
+    impl_->usedBytes = 0;
 }
 
 std::uint64_t CachedTiledGeoImage::maxBytes() const {
-    return m_impl->maxBytes;
+    return impl_->maxBytes;
 }
 
 std::uint64_t CachedTiledGeoImage::usedBytes() const {
-    return m_impl->usedBytes;
+    return impl_->usedBytes;
 }
 
 unsigned CachedTiledGeoImage::bands() const {
-    return m_impl->source ? m_impl->source->bands() : 1;
+    return impl_->source ? impl_->source->bands() : 1;
 }
 
 double CachedTiledGeoImage::minX() const {
-    return m_impl->source ? m_impl->source->minX() : 0.0;
+    return impl_->source ? impl_->source->minX() : 0.0;
 }
 
 double CachedTiledGeoImage::minY() const {
-    return m_impl->source ? m_impl->source->minY() : 0.0;
+    return impl_->source ? impl_->source->minY() : 0.0;
 }
 
 double CachedTiledGeoImage::pixelSizeX() const {
-    return m_impl->source ? m_impl->source->pixelSizeX() : 1.0;
+    return impl_->source ? impl_->source->pixelSizeX() : 1.0;
 }
 
 double CachedTiledGeoImage::pixelSizeY() const {
-    return m_impl->source ? m_impl->source->pixelSizeY() : 1.0;
+    return impl_->source ? impl_->source->pixelSizeY() : 1.0;
 }
 
 std::uint64_t CachedTiledGeoImage::pixelsX() const {
-    return m_impl->source ? m_impl->source->pixelsX() : 0;
+    return impl_->source ? impl_->source->pixelsX() : 0;
 }
 
 std::uint64_t CachedTiledGeoImage::pixelsY() const {
-    return m_impl->source ? m_impl->source->pixelsY() : 0;
+    return impl_->source ? impl_->source->pixelsY() : 0;
 }
 
 unsigned CachedTiledGeoImage::granularityX() const {
-    return m_impl->tileX;
+    return impl_->tileX;
 }
 
 unsigned CachedTiledGeoImage::granularityY() const {
-    return m_impl->tileY;
+    return impl_->tileY;
 }
 
 bool CachedTiledGeoImage::failed() const {
-    return m_impl->source && m_impl->source->failed();
+    return impl_->source && impl_->source->failed();
 }
 
 NBX::SO<NBX::Image> CachedTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
-    return m_impl->source ? m_impl->source->createEmptyImage(width, height)
-                          : TiledGeoImage::createEmptyImage(width, height);
+    return impl_->source ? impl_->source->createEmptyImage(width, height)
+                         : TiledGeoImage::createEmptyImage(width, height);
 }
 
 NBX::SO<NBX::Image> CachedTiledGeoImage::getImage(int x, int y, unsigned width, unsigned height) const {
@@ -159,13 +159,13 @@ NBX::SO<NBX::Image> CachedTiledGeoImage::getImage(int x, int y, unsigned width, 
         std::min(y + static_cast<std::int64_t>(height), static_cast<std::int64_t>(pixelsY()));
     if (x0 >= x1 || y0 >= y1 || !PixelBlocks::isImageSize(width, height, 1)) return nullptr;
     NBX::SO<NBX::Image> result;
-    for (std::int64_t row = y0 / m_impl->tileY; row * m_impl->tileY < y1; ++row) {
-        for (std::int64_t column = x0 / m_impl->tileX; column * m_impl->tileX < x1; ++column) {
-            const NBX::SO<NBX::Image> tile = m_impl->tile({column, row});
+    for (std::int64_t row = y0 / impl_->tileY; row * impl_->tileY < y1; ++row) {
+        for (std::int64_t column = x0 / impl_->tileX; column * impl_->tileX < x1; ++column) {
+            const NBX::SO<NBX::Image> tile = impl_->tile({column, row});
             if (!tile) continue;
             if (!result) result = createEmptyImage(width, height);
             if (!result) return nullptr;
-            PixelBlocks::paste(*tile, column * m_impl->tileX - x, row * m_impl->tileY - y, *result);
+            PixelBlocks::paste(*tile, column * impl_->tileX - x, row * impl_->tileY - y, *result);
         }
     }
     return failed() ? nullptr : result;

@@ -286,67 +286,67 @@ void ImageFilePyramid::Impl::fail(const NBX::Exception & reason) {
     if (!failed.exchange(true)) NBX_FAILURE(NBX::StringUtils::Utf8String2WString(reason.what()));
 }
 
-ImageFilePyramid::ImageFilePyramid() : m_impl(std::make_shared<Impl>()) {}
+ImageFilePyramid::ImageFilePyramid() : impl_(std::make_shared<Impl>()) {}
 
 ImageFilePyramid::ImageFilePyramid(const std::string & path, const std::string & wkt) : ImageFilePyramid() {
-    m_impl->path = path;
-    m_impl->wkt = wkt;
-    m_impl->open();
+    impl_->path = path;
+    impl_->wkt = wkt;
+    impl_->open();
 }
 
 ImageFilePyramid::~ImageFilePyramid() = default;
 
 const std::string & ImageFilePyramid::path() const {
-    return m_impl->path;
+    return impl_->path;
 }
 
 const GeoReference & ImageFilePyramid::reference() const {
-    return m_impl->reference;
+    return impl_->reference;
 }
 
 double ImageFilePyramid::minX() const {
-    return m_impl->extent.minX;
+    return impl_->extent.minX;
 }
 
 double ImageFilePyramid::minY() const {
-    return m_impl->extent.minY;
+    return impl_->extent.minY;
 }
 
 double ImageFilePyramid::maxX() const {
-    return m_impl->extent.maxX;
+    return impl_->extent.maxX;
 }
 
 double ImageFilePyramid::maxY() const {
-    return m_impl->extent.maxY;
+    return impl_->extent.maxY;
 }
 
 unsigned ImageFilePyramid::overviews() const {
-    return static_cast<unsigned>(m_impl->levels.size());
+    return static_cast<unsigned>(impl_->levels.size());
 }
 
 NBX::SO<TiledGeoImage> ImageFilePyramid::overview(unsigned index) const {
-    NBX_CHECK(index < m_impl->levels.size(), L"no such level: " << index);
-    return index < m_impl->levels.size() ? new Level(m_impl, index) : nullptr;
+    NBX_CHECK(index < impl_->levels.size(), L"no such level: " << index);
+    return index < impl_->levels.size() ? new Level(impl_, index) : nullptr;
 }
 
 void ImageFilePyramid::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<TiledGeoImagePyramid>(m, this);
-    std::wstring fileName = NBX::StringUtils::Utf8String2WString(absoluteName(m_impl->path));
-    std::wstring wkt = NBX::StringUtils::Utf8String2WString(m_impl->wkt);
+    std::wstring fileName = NBX::StringUtils::Utf8String2WString(absoluteName(impl_->path));
+    std::wstring wkt = NBX::StringUtils::Utf8String2WString(impl_->wkt);
     attributeWithDefault(m, "fileName", fileName, std::wstring());
     attributeWithDefault(m, "wkt", wkt, std::wstring());
     if (!m.isReading()) return;
-    m_impl = std::make_shared<Impl>();
-    m_impl->path = NBX::StringUtils::WString2Utf8String(fileName);
-    m_impl->wkt = NBX::StringUtils::WString2Utf8String(wkt);
-    if (m_impl->path.empty()) return;
-    const std::string here = NBX::File::currentWorkingDir() + NBX::File::fileName(m_impl->path);
-    if (!NBX::File::exists(m_impl->path) && NBX::File::exists(here)) m_impl->path = here;
+    impl_ = std::make_shared<Impl>();
+    impl_->path = NBX::StringUtils::WString2Utf8String(fileName);
+    impl_->wkt = NBX::StringUtils::WString2Utf8String(wkt);
+    if (impl_->path.empty()) return;
+    const std::string here = NBX::File::currentWorkingDir() + NBX::File::fileName(impl_->path);
+    if (!NBX::File::exists(impl_->path) && NBX::File::exists(here)) impl_->path = here;
     try {
-        m_impl->open();
+        impl_->open();
     } catch (const NBX::Exception & reason) {
-        m_impl->close();
+        impl_->close();
         NBX_FAILURE(NBX::StringUtils::Utf8String2WString(reason.what()));
     }
 }

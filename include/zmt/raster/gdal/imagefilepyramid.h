@@ -52,7 +52,7 @@ protected:
 private:
     class Level;
     struct Impl;
-    std::shared_ptr<Impl> m_impl; ///< shared with the levels; never null
+    std::shared_ptr<Impl> impl_; ///< shared with the levels; never null
 };
 
 } // namespace ZMT::RASTER
