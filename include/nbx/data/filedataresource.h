@@ -14,7 +14,8 @@ class FileDataResource : public DataResource {
 public:
     /// Writable: the file is made when missing, and gets exactly `size` bytes, all of them on the disk.
     /// Read only: the file must have at least `size` bytes; 0 takes all of it, up to the largest size.
-    /// Throws `FileNotFoundException` or `IOException`. The object name is `path`.
+    /// Throws `FileNotFoundException` or `IOException`; a file to be deleted with the resource is then gone.
+    /// The object name is `path`.
     FileDataResource(const std::string & path, unsigned size, bool writable,
                      bool deletedWithResource = false);
     ~FileDataResource() override;

@@ -33,6 +33,14 @@ struct Handle {
     }
 };
 
+/// Removes a file at the end of a scope, unless `path` was cleared.
+struct Removal {
+    const std::string * path;
+    ~Removal() {
+        if (path) ::unlink(path->c_str());
+    }
+};
+
 std::uint64_t fileSize(int file, const std::string & path) {
     struct stat status {};
     if (::fstat(file, &status) != 0) throwLastError(L"cannot tell the size of the file", path);
@@ -57,6 +65,7 @@ FileDataResource::FileDataResource(const std::string & path, unsigned size, bool
     setObjectName(StringUtils::Utf8String2WString(path));
     const Handle handle{::open(path.c_str(), (writable ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666)};
     if (handle.file < 0) throwLastError(L"cannot open the file", path);
+    Removal onFailure{deletedWithResource ? &path_ : nullptr};
 
     const std::uint64_t present = fileSize(handle.file, path);
     if (writable)
@@ -66,6 +75,7 @@ FileDataResource::FileDataResource(const std::string & path, unsigned size, bool
     else if (present < size)
         throw IOException(L"the file is too short", path);
     map(handle.file);
+    onFailure.path = nullptr;
 }
 
 FileDataResource::~FileDataResource() {

@@ -9,6 +9,7 @@
 #include <nbx/data/filedataresource.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/object/exception.h>
+#include <support/filesizelimit.h>
 #include <support/recordedreports.h>
 
 using namespace NBX;
@@ -142,6 +143,16 @@ TEST(FileDataResource, MayTakeItsFileWithIt) {
     EXPECT_TRUE(File::exists(file.path));
     resource = nullptr;
     EXPECT_FALSE(File::exists(file.path));
+}
+
+TEST(FileDataResource, WithoutRoomItThrowsAndTakesItsFileWithIt) {
+    const TemporaryFile file, kept;
+    const FileSizeLimit limit(1000);
+    EXPECT_THROW(FileDataResource(file.path, 1001, true, true), IOException);
+    EXPECT_FALSE(File::exists(file.path));
+    EXPECT_THROW(FileDataResource(kept.path, 1001, true), IOException);
+    EXPECT_TRUE(File::exists(kept.path));
+    EXPECT_NO_THROW(FileDataResource(kept.path, 1000, true));
 }
 
 TEST(FileDataResource, MissingFilesAndFoldersThrow) {

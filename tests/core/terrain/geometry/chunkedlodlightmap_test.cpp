@@ -2,7 +2,9 @@
 
 #include <cmath>
 
+#include <support/filesizelimit.h>
 #include <support/recordedreports.h>
+#include <support/temporaryfolder.h>
 
 #include <nbx/image/image.h>
 #include <nbx/object/progress.h>
@@ -145,6 +147,25 @@ TEST_F(ChunkedLodLightMapTest, CancellingGivesNone) {
     EXPECT_FALSE(terrain->createDynamicLightMap());
     NBX::Progress::setDisplay(before);
     EXPECT_EQ(impatient.title, "Calculating terrain shading");
+}
+
+TEST_F(ChunkedLodLightMapTest, LeavesNoFile) {
+    const TemporaryFolder folder;
+    const auto terrain = TestChunked::terrain(s_layout, hilly);
+    const auto map = terrain->createStaticLightMap(0.25, {-3.0, 2.0, 1.0});
+    EXPECT_TRUE(map);
+    EXPECT_TRUE(folder.isEmpty());
+}
+
+TEST_F(ChunkedLodLightMapTest, AFullDiskIsReportedAndLeavesNoFile) {
+    const TemporaryFolder folder;
+    const auto terrain = TestChunked::terrain(s_layout, hilly);
+    const FileSizeLimit limit(50);
+    EXPECT_FALSE(terrain->createDynamicLightMap());
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    EXPECT_EQ(reports.last().level, 2);
+    reports.clear();
+    EXPECT_TRUE(folder.isEmpty());
 }
 
 TEST_F(ChunkedLodLightMapTest, WithoutAFolderForTemporaryFilesThereIsNone) {

@@ -1,10 +1,7 @@
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 
-#include <csignal>
-#include <filesystem>
-
-#include <sys/resource.h>
-#include <unistd.h>
+#include <support/filesizelimit.h>
+#include <support/temporaryfolder.h>
 
 #include <nbx/object/exception.h>
 
@@ -13,45 +10,6 @@
 using TestChunked::Lattice;
 
 namespace {
-
-/// A folder of its own for temporary files, for the length of a test.
-class TemporaryFolder {
-public:
-    TemporaryFolder() : path_(testing::TempDir() + "zmt_chunked_" + std::to_string(::getpid())) {
-        if (const char * before = std::getenv("TMPDIR")) before_ = before;
-        std::filesystem::create_directory(path_);
-        ::setenv("TMPDIR", path_.c_str(), 1);
-    }
-    ~TemporaryFolder() {
-        if (before_.empty())
-            ::unsetenv("TMPDIR");
-        else
-            ::setenv("TMPDIR", before_.c_str(), 1);
-        std::filesystem::remove_all(path_);
-    }
-    bool isEmpty() const { return std::filesystem::is_empty(path_); }
-
-private:
-    std::string path_, before_;
-};
-
-/// No file may become longer, as on a full disk.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-
-private:
-    void (*handler_)(int);
-    rlimit before_{};
-};
 
 TEST(ChunkedLodTerrainImpl, PadsToTheNextSquareWithACentre) {
     const struct {
