@@ -15,6 +15,37 @@ namespace NBX {
 
 NBX_CLASS_IMPL(GLCanvas, Canvas)
 
+namespace {
+
+/// A picture in the making, which comes to its end also when a painter throws.
+class Redisplay {
+public:
+    explicit Redisplay(GLCanvas & canvas) : canvas_(canvas) { canvas_.prepareRedisplay(); }
+    ~Redisplay() { canvas_.finishRedisplay(); }
+    Redisplay(const Redisplay &) = delete;
+    Redisplay & operator=(const Redisplay &) = delete;
+
+private:
+    GLCanvas & canvas_;
+};
+
+/// While it lives, pictures are complete at once.
+class CompletePictures {
+public:
+    explicit CompletePictures(Canvas & canvas) : canvas_(canvas), mode_(canvas.getRenderingMode()) {
+        canvas_.setRenderingMode(0);
+    }
+    ~CompletePictures() { canvas_.setRenderingMode(mode_); }
+    CompletePictures(const CompletePictures &) = delete;
+    CompletePictures & operator=(const CompletePictures &) = delete;
+
+private:
+    Canvas & canvas_;
+    const int mode_;
+};
+
+} // namespace
+
 GLCanvas::GLCanvas(unsigned width, unsigned height, unsigned properties)
     : width_(std::max(1u, width)), height_(std::max(1u, height)), properties_(properties) {
     NBX_CHECK(width > 0 && height > 0, L"a canvas has at least one pixel");
@@ -104,10 +135,9 @@ void GLCanvas::finishRedisplay() {
 void GLCanvas::redisplay() {
     clearRedisplayRequests();
     if (!isCreated()) return;
-    prepareRedisplay();
+    const Redisplay redisplay(*this);
     const Area all(0, 0, width_, height_);
     drawPicture(all, all);
-    finishRedisplay();
 }
 
 void GLCanvas::drawPicture(const Area & picture, const Area & tile) {
@@ -186,13 +216,9 @@ bool GLCanvas::largeScaleSnapshot(Image * target, unsigned properties) {
     if (!target || properties != COLOR_BUFFER || !isCreated()) return false;
     if (target->width() <= 0 || target->height() <= 0) return false;
     // Nothing can come later: the tiles are drawn once.
-    const int mode = getRenderingMode();
-    setRenderingMode(0);
-    prepareRedisplay();
-    const bool result = drawTiles(target);
-    finishRedisplay();
-    setRenderingMode(mode);
-    return result;
+    const CompletePictures completePictures(*this);
+    const Redisplay redisplay(*this);
+    return drawTiles(target);
 }
 
 bool GLCanvas::drawTiles(Image * target) {

@@ -1,5 +1,7 @@
 #include <nbx/gl/glcanvas.h>
 
+#include <stdexcept>
+
 #include <nbx/container/array.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/contextgl.h>
@@ -35,6 +37,7 @@ struct Noted {
     int renderingMode = -1;
     int viewport[4] = {};
     GLCanvas * nested = nullptr;
+    bool throws = false;
 } noted;
 
 class NotesPainter : public ShapePainter {
@@ -48,6 +51,7 @@ public:
         noted.renderingMode = noted.canvas ? noted.canvas->getRenderingMode() : -1;
         glGetIntegerv(GL_VIEWPORT, noted.viewport);
         if (noted.nested) noted.nested->redisplay();
+        if (noted.throws) throw std::runtime_error("no more");
         return true;
     }
 };
@@ -193,6 +197,24 @@ TEST_F(GLCanvasTest, MayDrawAnotherCanvasWhileItIsDrawn) {
     const SO<Image> image = draw();
     EXPECT_EQ((std::array<int, 4>{255, 255, 255, 255}), pixel(image, 60, 60));
     EXPECT_EQ(Color::red, other->snapshot()->getColor(7, 7));
+}
+
+TEST_F(GLCanvasTest, APainterThatThrowsLeavesTheContextThatWasCurrent) {
+    const SO<PBufferCanvasGL> other(new PBufferCanvasGL(8, 8));
+    other->append(root.get());
+    other->setBackgroundColor(Color::red);
+    other->setRenderingMode(1);
+    root->append(new Notes);
+    noted.throws = true;
+    EXPECT_THROW(other->redisplay(), std::runtime_error);
+    EXPECT_TRUE(canvas->isContextCurrent());
+    EXPECT_THROW(other->largeScaleSnapshot(20, 20), std::runtime_error);
+    EXPECT_TRUE(canvas->isContextCurrent());
+    EXPECT_EQ(1, other->getRenderingMode());
+    noted.throws = false;
+    other->redisplay();
+    EXPECT_EQ(Color::red, other->snapshot()->getColor(7, 7));
+    EXPECT_TRUE(canvas->isContextCurrent());
 }
 
 TEST_F(GLCanvasTest, LeavesTheStateOfGLAsItIsFound) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <numbers>
 #include <numeric>
+#include <stdexcept>
 
 #include <support/glfixture.h>
 
@@ -133,6 +134,14 @@ public:
     std::vector<Size> canvases, pictures;
     std::vector<double> errors;
     std::vector<Bounds> boxes;
+};
+
+/// Ends the drawing of a terrain by an exception.
+class Thrower : public NBX::Callback1<const TerrainPainterFrameManager::Info &> {
+    using Base = NBX::Callback1<const TerrainPainterFrameManager::Info &>;
+    NBX_TEMPLATE_CLASS(Thrower, Base)
+public:
+    void call(const TerrainPainterFrameManager::Info &) override { throw std::runtime_error("no more"); }
 };
 
 class CreateTextureTest : public GLFixture {
@@ -329,6 +338,20 @@ TEST_F(CreateTextureTest, ATargetThatCannotTakeThePictureGivesNone) {
     EXPECT_EQ(reports.count(2, L"false", L"the terrain could not be drawn from above"), 1U) << reports;
     EXPECT_EQ(TerrainPainterGLSettings::getGeometryError(), 3.0);
     reports.clear();
+}
+
+TEST_F(CreateTextureTest, AnExceptionLeavesEverythingAsBefore) {
+    const auto terrain = wholeTerrain(landscapeGrid({9, 9, 700.0, 900.0, 1.0, 1.0}));
+    GeoTransformation::setNBXOrigin({3.0, 4.0, 5.0});
+    const NBX::SO<Thrower> thrower(new Thrower);
+    TerrainPainterFrameManager::RegisterEndFrameCallback(thrower);
+    EXPECT_THROW(terrain->createDynamicLightMap(), std::runtime_error);
+    EXPECT_THROW(terrain->createStaticLightMap(0.3, {-1.0, 2.5, 1.0}), std::runtime_error);
+    TerrainPainterFrameManager::UnregisterEndFrameCallback(thrower);
+    EXPECT_EQ(TerrainPainterGLSettings::getGeometryError(), 3.0);
+    EXPECT_EQ(TerrainPainterGLSettings::getTextureError(), 2.0);
+    EXPECT_EQ(GeoTransformation::nbx2geoOffset(), Point(3.0, 4.0, 5.0));
+    EXPECT_TRUE(terrain->createDynamicLightMap()) << "the next one is drawn";
 }
 
 TEST_F(CreateTextureTest, LightMapsHaveAPixelForEachVertex) {
