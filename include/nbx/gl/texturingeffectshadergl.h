@@ -16,7 +16,7 @@ class TexturingEffectShaderGL : public Handler {
 public:
     /// The name of this class.
     ID service() const override;
-    /// Whether the driver can do the effect; otherwise it is left out.
+    /// Whether the driver can do the effect; otherwise it is left out, which is reported once for its class.
     virtual bool canBeUsed(Engine * engine, const MonoAttribute * effect) const;
     /// Adds the effect on top of what `passes` has.
     virtual void updatePasses(EngineGL * engine, TexturingEffectGL * effect, PassesSetup & passes) = 0;

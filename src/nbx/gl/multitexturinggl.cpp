@@ -1,5 +1,7 @@
 #include <nbx/gl/multitexturinggl.h>
 
+#include <set>
+
 #include <GL/glew.h>
 
 #include <nbx/engine/handler.h>
@@ -8,10 +10,21 @@
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/stringutils.h>
 
 namespace NBX {
 
 namespace {
+
+/// Once for each class, as it goes on in every frame.
+void reportUnusable(const TexturingEffectGL & effect) {
+    static std::set<const ClassInfo *> reported;
+    const ClassInfo * info = effect.classInfoNBX();
+    if (reported.insert(info).second)
+        NBX_FAILURE(L"the graphics card cannot show this effect, which is left out: "
+                    << StringUtils::Utf8String2WString(info->name().text()));
+}
 
 void setUp(PassesSetup & passes, EngineGL * engine, const std::vector<Attribute *> & topFirst) {
     for (auto i = topFirst.rbegin(); i != topFirst.rend(); ++i) {
@@ -19,7 +32,11 @@ void setUp(PassesSetup & passes, EngineGL * engine, const std::vector<Attribute 
         if (!effect || !effect->isEnabled()) continue;
         auto * shader = dynamic_cast<TexturingEffectShaderGL *>(
             engine->findHandler(TexturingEffectShaderGL::ClassNameNBX(), effect->classInfoNBX()));
-        if (shader && shader->canBeUsed(engine, effect)) shader->updatePasses(engine, effect, passes);
+        if (!shader) continue;
+        if (shader->canBeUsed(engine, effect))
+            shader->updatePasses(engine, effect, passes);
+        else
+            reportUnusable(*effect);
     }
     passes.finish();
 }
