@@ -148,6 +148,70 @@ TEST_F(ChunkedLodMeshTest, MeshesAreClosedAndEndWithTheirSides) {
     }
 }
 
+/// The strip of a square lattice by its definition, vertex by vertex.
+class PlainStrip {
+public:
+    PlainStrip(const Lattice & lattice, const Window & w, unsigned short threshold)
+        : lattice_(lattice), threshold_(threshold) {
+        const unsigned pitch = lattice.paddedSize(), a = w.x + w.y * pitch, b = a + w.size - 1;
+        const unsigned d = a + (w.size - 1) * pitch, c = d + w.size - 1;
+        const unsigned centre = a + w.size / 2 * (pitch + 1);
+        unsigned levels = 0;
+        while ((1U << levels) + 1 < w.size)
+            ++levels;
+        levels = 2 * levels - 1;
+        numbers = {a, a};
+        s0_ = s1_ = a;
+        refine(levels, centre, a, b);
+        append(b, 0);
+        refine(levels, centre, b, c);
+        append(c, 0);
+        refine(levels, centre, c, d);
+        append(d, 0);
+        refine(levels, centre, d, a);
+        numbers.push_back(a);
+    }
+
+    Numbers numbers;
+
+private:
+    void refine(unsigned level, unsigned i, unsigned j, unsigned k) {
+        const unsigned m = (j + k) >> 1;
+        const bool goes = level != 0 && threshold_ <= lattice_.errors()[m];
+        if (goes) refine(level - 1, m, j, i);
+        append(i, level & 1);
+        if (goes) refine(level - 1, m, i, k);
+    }
+
+    void append(unsigned r, unsigned parity) {
+        if (r == s0_ || r == s1_) return;
+        if (parity == parity_) {
+            numbers.push_back(s0_);
+            s1_ = s0_;
+        }
+        numbers.push_back(r);
+        s0_ = s1_;
+        s1_ = r;
+        parity_ = parity;
+    }
+
+    const Lattice & lattice_;
+    unsigned short threshold_;
+    unsigned s0_ = 0, s1_ = 0, parity_ = 1;
+};
+
+TEST_F(ChunkedLodMeshTest, StripsOfSquareLatticesAreThoseOfTheDefinition) {
+    Random random(10);
+    for (unsigned run = 0; run < 500; ++run) {
+        const unsigned size = (1U << (1 + random() % 6)) + 1;
+        const auto lattice = TestChunked::randomLattice(size, size, random);
+        const Window w = TestChunked::randomWindow(*lattice, random);
+        const unsigned short threshold = TestChunked::randomThreshold(*lattice, random);
+        ASSERT_EQ(stripOf(*lattice, w, threshold), PlainStrip(*lattice, w, threshold).numbers)
+            << "run " << run;
+    }
+}
+
 TEST_F(ChunkedLodMeshTest, NoEdgeOfASquareLatticeHasMoreThanTwoTriangles) {
     Random random(6);
     for (unsigned run = 0; run < 500; ++run) {

@@ -1,10 +1,12 @@
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 
+#include <nbx/engine/handler.h>
 #include <nbx/scene/contextdata.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 
+#include "chunkedfixture.h"
 #include "testpatches.h"
 
 using NBX::Area;
@@ -17,6 +19,13 @@ protected:
     void SetUp() override {
         PatchPainterFixture::SetUp();
         PatchInspectorGL::reset();
+    }
+
+    /// An inspector of the painter of chunked patches.
+    NBX::SO<PatchInspectorGL> chunks(bool colorsPatches) {
+        auto * painter = dynamic_cast<ZMT::CORE::GeometryPatchPainterGL *>(
+            engine->findHandler(NBX::Painter::ClassNameNBX(), TestChunked::Patch::ClassInfoNBX()));
+        return new PatchInspectorGL(painter, colorsPatches);
     }
 
     NBX::SO<ZMT::CORE::GridData> grid = TestPatches::smallGrid();
@@ -50,6 +59,34 @@ TEST_F(PatchInspectorGLTest, CountsTheTrianglesOfMicroStructures) {
     EXPECT_EQ(surface(*grids, *part).size(), 24U + 2U + 2U * (4 + 3));
     EXPECT_TRUE(grids->render(engine.get(), part.get()));
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 24U + 2U);
+}
+
+TEST_F(PatchInspectorGLTest, CountsTheTrianglesOfChunksWithoutSkirtsAndTurns) {
+    const auto terrain = TestChunked::terrain(
+        {9, 7}, [](unsigned x, unsigned y) { return double((5 * x + 3 * y * y + x * y) % 7); });
+    const NBX::SO<TestChunked::Patch> fine(new TestChunked::Patch(terrain, 4, 0, 5, 0, TestPatches::s_wall)),
+        coarse(new TestChunked::Patch(terrain, 0, 0, 5, 65535, TestPatches::s_wall));
+    const auto painter = chunks(false);
+    for (unsigned pass = 0; pass < 2; ++pass) {
+        EXPECT_TRUE(painter->render(engine.get(), fine.get()));
+        EXPECT_TRUE(painter->render(engine.get(), coarse.get()));
+    }
+    EXPECT_EQ(PatchInspectorGL::trianglesOf(*fine), 32U);
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 2U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 32U + 4U);
+}
+
+TEST_F(PatchInspectorGLTest, ChunksHaveColors) {
+    const auto terrain = TestChunked::terrain({9, 9}, [](unsigned, unsigned) { return 0.0; });
+    const auto colorOf = [&](unsigned x, bool colorsPatches) {
+        const NBX::SO<TestChunked::Patch> patch(
+            new TestChunked::Patch(terrain, x, 0, 5, 0, TestPatches::s_wall));
+        const auto painter = chunks(colorsPatches);
+        return colorAt({x + 2.0, 0.0, 2.0}, [&] { painter->render(engine.get(), patch.get()); });
+    };
+    EXPECT_EQ(colorOf(0, false), (std::array<int, 3>{255, 255, 255}));
+    EXPECT_NE(colorOf(0, true), (std::array<int, 3>{255, 255, 255}));
+    EXPECT_NE(colorOf(0, true), colorOf(4, true));
 }
 
 TEST_F(PatchInspectorGLTest, WallsDoNotCount) {
