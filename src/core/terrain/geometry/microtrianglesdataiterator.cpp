@@ -1,11 +1,12 @@
 #include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
 
+#include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
 namespace ZMT::CORE {
 
 MicroTrianglesData_Iterator::MicroTrianglesData_Iterator(MicroTrianglesData * data, int mode)
-    : data_(data), mode_(mode) {
+    : data_(data), container_(data ? data->container() : nullptr), mode_(mode) {
     NBX_CHECK(data, L"no data");
 }
 

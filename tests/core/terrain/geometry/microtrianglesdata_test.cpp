@@ -8,6 +8,7 @@
 #include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
 
+#include <nbx/object/wo.h>
 #include <nbx/scene/polygonset.h>
 
 #include "testterrain.h"
@@ -96,6 +97,20 @@ TEST_F(MicroTrianglesDataTest, IteratorsGiveVerticesAndNormals) {
         EXPECT_EQ(normals->get(v), micro->normal(v));
     }
     EXPECT_EQ(vertices->container(), micro.get());
+}
+
+/// What a ray has hit may be asked when the terrain is gone.
+TEST_F(MicroTrianglesDataTest, IteratorsKeepTheGrid) {
+    SO<MicroTrianglesData_Iterator> vertices(
+        new MicroTrianglesData_Iterator(micro.get(), MicroTrianglesData_Iterator::IM_Vertices));
+    const Point top = micro->vertex(2);
+    const NBX::WO<ZMT::CORE::HybridData> grid(hybrid.get());
+    hybrid = nullptr;
+    micro = nullptr;
+    ASSERT_TRUE(grid);
+    EXPECT_EQ(vertices->get(2), top);
+    vertices = nullptr;
+    EXPECT_FALSE(grid) << "and no longer";
 }
 
 } // namespace

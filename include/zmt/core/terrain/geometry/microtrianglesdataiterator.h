@@ -5,6 +5,7 @@
 
 namespace ZMT::CORE {
 
+class HybridData;
 class MicroTrianglesData;
 
 /// Positions or normals of the corners of a cell's triangles.
@@ -14,7 +15,7 @@ class MicroTrianglesData_Iterator : public NBX::Iterator<NBX::Vector3Base<double
 public:
     enum Mode { IM_Vertices, IM_Normals };
 
-    /// Keeps `data`. `mode` is one of `Mode`.
+    /// Keeps `data` and its container. `mode` is one of `Mode`.
     MicroTrianglesData_Iterator(MicroTrianglesData * data, int mode);
     ~MicroTrianglesData_Iterator() override;
 
@@ -24,6 +25,7 @@ public:
 
 private:
     NBX::SO<MicroTrianglesData> data_;
+    NBX::SO<const HybridData> container_; ///< of `data_`, which does not own it
     int mode_;
 };
 

@@ -5,7 +5,7 @@
 namespace ZMT::CORE {
 
 /// Turns the micro-structure of a cell into triangles. They look up their corners in the hybrid grid, which
-/// must live as long as they do.
+/// they keep.
 class MicroTrianglesDataSimplifier : public NBX::ShapeSimplifier {
     NBX_CLASS(MicroTrianglesDataSimplifier, NBX::ShapeSimplifier)
 public:
