@@ -14,4 +14,4 @@ fail() {
 scripts/install_dependencies.sh || fail "the dependencies could not be installed"
 cmake --preset "$preset" || fail "preset $preset could not be configured"
 cmake --build --preset "$preset" || fail "preset $preset does not build"
-ctest --preset "$preset" --output-on-failure
+ctest --preset "$preset" --output-on-failure --parallel 2

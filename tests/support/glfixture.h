@@ -79,7 +79,7 @@ protected:
                           << ", queries " << n.queries;
         }
     };
-    static Names countNames(unsigned bound = 4000) {
+    static Names countNames(unsigned bound = 50000) {
         Names names;
         for (unsigned i = 1; i < bound; ++i) {
             names.buffers += glIsBuffer(i) == GL_TRUE;

@@ -253,7 +253,7 @@ bool ContextGL::create(unsigned width, unsigned height, const Format & format) {
 
 void ContextGL::destroy() {
     if (!isCreated()) return;
-    release();
+    if (isCurrent()) release();
     impl_->dropSurface();
     eglDestroyContext(Impl::display(), impl_->context);
     impl_->context = EGL_NO_CONTEXT;
