@@ -1,7 +1,10 @@
 #include <nbx/scene/distantlight.h>
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
+#include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 
 #include "storedcopy.h"
@@ -44,6 +47,12 @@ TEST(DistantLight, sharesOutOfRangeAreReportedAndCut) {
     EXPECT_EQ(reports.size(), 3U) << reports;
     EXPECT_EQ(light->getAmbient(), Color::black);
     EXPECT_EQ(light->getDiffuse(), Color::black);
+    const double nan = std::nan("");
+    light = new DistantLight(V(0, 1, 0), Color::white, nan, nan);
+    EXPECT_EQ(reports.size(), 5U) << reports;
+    EXPECT_EQ(light->getAmbient(), Color::black);
+    EXPECT_EQ(light->getDiffuse(), Color::black);
+    EXPECT_EQ(light->getSpecular(), Color::black);
 }
 
 TEST(DistantLight, changesAreNoted) {
@@ -58,6 +67,7 @@ TEST(DistantLight, changesAreNoted) {
 
 TEST(DistantLight, storedAndReadIsTheSame) {
     const SO<DistantLight> light(new DistantLight(V(1, 2, 3), Color::red, 0.5, 0.25));
+    EXPECT_EQ(RecordedAttributes::of(*light), std::vector<std::string>{"direction"});
     const SO<DistantLight> copy = storedCopy(*light);
     ASSERT_TRUE(copy);
     EXPECT_EQ(copy->getDirection(), V(1, 2, 3));

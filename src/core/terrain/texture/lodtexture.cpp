@@ -129,6 +129,7 @@ NBX::SO<NBX::TextureGL> LODTexture::Preparer::call(NBX::SO<Patch> patch) {
     NBX_CHECK(patch, L"no patch");
     if (!patch) return EmptyTexture::texture();
     NBX_CHECK(patch->image, L"no image");
+    NBX_CHECK(patch->engine, L"");
     if (!patch->image || patch->image->width() == 0 || !hasArea(patch->imageBounds) ||
         !hasArea(patch->bounds))
         return EmptyTexture::texture();

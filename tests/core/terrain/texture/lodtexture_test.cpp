@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <support/glfixture.h>
+#include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 
 #include <nbx/gl/enginegl.h>
@@ -161,10 +162,11 @@ TEST_F(LODTextureTest, WhatIsMissingIsReported) {
     EXPECT_EQ(reports.count(0, L"patch", L"no geometry patch"), 1U) << reports;
     texture->request(tree.get(), nullptr, view.get(), 1000, 1000, 1.0, eye, 0.0, false, false, incomplete);
     EXPECT_EQ(reports.count(0, L"engine", L"no engine"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, L"patch->engine", L""), 1U) << reports;
     LODTexture::killManager();
     EXPECT_EQ(request(*tree), EmptyTexture::texture());
     EXPECT_EQ(reports.count(0, L"MANAGER", L"manager not started"), 1U) << reports;
-    EXPECT_EQ(reports.size(), 3U) << reports;
+    EXPECT_EQ(reports.size(), 4U) << reports;
     reports.clear();
     LODTexture::beginFrame({nullptr, false});
 
@@ -201,6 +203,9 @@ TEST_F(LODTextureTest, HasABudgetOfItsOwn) {
 }
 
 TEST_F(LODTextureTest, IsReadFromOldScenesWithAWarning) {
+    EXPECT_EQ(RecordedAttributes::of(*texture),
+              (std::vector<std::string>{"srcSizeX", "srcSizeY", "bbox", "images", "bboxes", "texelSizeX",
+                                        "texelSizeY"}));
     texture->setBoundingBox(Bounds(Point(0.0, 0.0, 0.0), Point(512.0, 0.0, 512.0)));
     const SO<LODTexture> read = roundTrip(texture);
     ASSERT_TRUE(read);

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <support/filesizelimit.h>
+#include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/temporaryfolder.h>
 
 #include <nbx/image/memoryimage.h>
 #include <nbx/math/color.h>
@@ -38,6 +41,8 @@ TEST(LODTextureImage, HoldsAndStoresPixelsOfOneToFourLayers) {
         const SO<NBX::MemoryImage> source = numbered(5, 3, layers);
         const SO<LODTexture_Image> image(new LODTexture_Image(source.get(), 5, 3));
         EXPECT_TRUE(haveSamePixels(*image, *source)) << layers;
+        EXPECT_EQ(RecordedAttributes::of(*image),
+                  (std::vector<std::string>{"rawSize", "rawData", "data", "dummy", "sizeX", "sizeY"}));
         const SO<LODTexture_Image> read = roundTrip(image);
         ASSERT_TRUE(read);
         EXPECT_TRUE(haveSamePixels(*read, *source)) << layers;
@@ -65,6 +70,23 @@ TEST(LODTextureImage, WithoutPixelsItIsADummy) {
     EXPECT_EQ(SO<LODTexture_Image>(new LODTexture_Image(source.get(), 0, 3))->width(), 0);
     EXPECT_EQ(SO<LODTexture_Image>(new LODTexture_Image(source.get(), 3, -1))->width(), 0);
     EXPECT_EQ(reports.size(), 1U) << reports;
+}
+
+TEST(LODTextureImage, ItsFileGoesWithItAndOnAFullDisk) {
+    const RecordedReports reports;
+    const TemporaryFolder folder;
+    const SO<NBX::MemoryImage> source = numbered(5, 3, NBX::LS_RGB);
+    SO<LODTexture_Image> image(new LODTexture_Image(source.get(), 5, 3));
+    EXPECT_FALSE(folder.isEmpty());
+    image = nullptr;
+    EXPECT_TRUE(folder.isEmpty());
+    EXPECT_TRUE(reports.empty()) << reports;
+
+    const FileSizeLimit limit(20);
+    image = new LODTexture_Image(source.get(), 5, 3);
+    EXPECT_EQ(image->width(), 0);
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    EXPECT_TRUE(folder.isEmpty());
 }
 
 TEST(LODTextureImage, PixelsOutsideAreReported) {
