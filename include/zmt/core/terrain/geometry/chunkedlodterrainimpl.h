@@ -47,10 +47,10 @@ public:
     void computeErrors();
 
 private:
-    unsigned sizeX_, sizeY_;
-    unsigned level_ = 1, paddedSize_ = 3;
     NBX::SO<NBX::DataResource> heightResource_, errorResource_;
-    unsigned short *heights_, *errors_;
+    unsigned short *heights_ = nullptr, *errors_ = nullptr;
+    unsigned sizeX_, sizeY_;
+    unsigned paddedSize_ = 3, level_ = 1;
 };
 
 } // namespace ZMT::CORE

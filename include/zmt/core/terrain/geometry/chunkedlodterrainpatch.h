@@ -47,9 +47,9 @@ private:
     NBX::SO<ChunkedLodTerrain> terrain_;
     unsigned x_, y_, size_;
     mutable unsigned short threshold_;
-    mutable unsigned triangles_ = 0;
     mutable NBX::SO<NBX::Shape> surfaceMesh_;
     mutable NBX::SO<NBX::Shape> outerWallMesh_;
+    mutable unsigned triangles_ = 0;
 };
 
 } // namespace ZMT::CORE
