@@ -10,7 +10,7 @@ fail() {
 
 scripts/install_dependencies.sh || fail "the dependencies could not be installed"
 cmake --preset release || fail "the release preset could not be configured"
-cmake --build --preset release --target zmt || fail "the program does not build"
+cmake --build --preset release --target zmt zmt_viewer || fail "the programs do not build"
 
 zmt=build/release/apps/zmt/zmt
 [[ -x "$zmt" ]] || fail "$zmt was not built"
@@ -27,9 +27,40 @@ render() {
 }
 
 everest=(--terrain data/everest_srtm3.tif --image data/everest_landsat7_rgb.tif)
+chunked=("${everest[@]}" --method chunked)
+jacksboro=(--terrain data/jacksboro_srtm3.tif --exaggeration 2)
+glaciers=data/everest_glaciers.geojson
+
+# The best levels of detail, and those that start at once.
 render everest_overview "${everest[@]}"
 render everest_closeup "${everest[@]}" --view closeup
 render everest_closeup_patches "${everest[@]}" --view closeup --patches
-render jacksboro_overview --terrain data/jacksboro_srtm3.tif --exaggeration 2
+render everest_chunked "${chunked[@]}"
+render everest_chunked_closeup "${chunked[@]}" --view closeup
+render everest_chunked_patches "${chunked[@]}" --view closeup --patches
+
+# Light, and heights three times as high.
+render jacksboro_overview "${jacksboro[@]}"
+render jacksboro_static_light "${jacksboro[@]}" --lighting static --light 90,25,0.2
+render jacksboro_pixel_light "${jacksboro[@]}" --lighting dynamic --light 90,25,0.2
+render everest_exaggerated "${chunked[@]}" --exaggeration 3
+
+# What lies in and on the ground: the crest of a dam as edges of the terrain, and areas above it.
+render jacksboro_break_lines --terrain data/jacksboro_srtm3.tif --breaklines data/jacksboro_dam.geojson \
+    --lighting vertex --light 300,30,0.3 --view 755300,4038800,950,755300,4043000,300
+render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 \
+    --view 487000,3076000,9500,487000,3092000,5500
+
+# The image as a pyramid in one file, and where a pixel lies.
+"$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>/dev/null ||
+    fail "the pyramid was not built"
+"$zmt" info out/everest_landsat7.ztp
+render everest_pyramid --terrain data/everest_srtm3.tif --method chunked --image out/everest_landsat7.ztp
+"$zmt" pick --terrain data/everest_srtm3.tif 640,360 || fail "nothing was picked"
+
+# The window, on a screen in memory.
+echo "demo: out/window.png"
+xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view data/everest_srtm3.tif data/everest_landsat7_rgb.tif \
+    --view closeup --screenshot out/window.png 2>out/window.log || fail "$(tail -n 1 out/window.log)"
 
 echo "demo: the pictures and their statistics are in out/"
