@@ -172,6 +172,22 @@ TEST_F(ResourceManagerTest, RequestsQueueInOrderAndAddUp) {
     EXPECT_EQ(manager->priorityOf(a), 3.0);
 }
 
+TEST_F(ResourceManagerTest, CountsTheRequestsThatWait) {
+    EXPECT_EQ(manager->pendingRequests(), 0U);
+    manager->request(a, preparer, 1.0);
+    manager->request(b, preparer, 2.0);
+    manager->request(a, preparer, 1.0);
+    look(*manager, c);
+    demand(*manager, d);
+    EXPECT_EQ(manager->pendingRequests(), 2U);
+    std::size_t meanwhile = 0;
+    preparer->during = [&] { meanwhile = manager->pendingRequests(); };
+    manager->prepareOne();
+    EXPECT_EQ(meanwhile, 1U) << "the one that is being prepared does not wait";
+    manager->beginFrame();
+    EXPECT_EQ(manager->pendingRequests(), 0U);
+}
+
 TEST_F(ResourceManagerTest, OnePreparationServesTwoPreparersOfAKey) {
     const SO<Preparer> other(new Preparer);
     manager->request(a, preparer, 1.0);

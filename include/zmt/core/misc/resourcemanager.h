@@ -84,6 +84,9 @@ public:
     /// Prepares the resource that is wanted most, the one requested first among equals.
     virtual void prepareOne();
 
+    /// Number of requests that wait, without the one that is being prepared. May be asked for on any thread.
+    std::size_t pendingRequests() const;
+
 protected:
     struct Entry {
         NBX::WO<K> key;
@@ -253,6 +256,11 @@ template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> 
 template <class K, class V> double ResourceManager<K, V>::usedMemory() const {
     const MutexLocker lock(mutex_.get());
     return usedMemory_;
+}
+
+template <class K, class V> std::size_t ResourceManager<K, V>::pendingRequests() const {
+    const MutexLocker lock(mutex_.get());
+    return requests_.size();
 }
 
 template <class K, class V> double ResourceManager<K, V>::maxMemory() const {

@@ -37,6 +37,9 @@ public:
         constexpr double limit = std::numeric_limits<unsigned>::max();
         return static_cast<unsigned>(std::min(manager()->usedMemory(), limit));
     }
+    static unsigned pendingRequests() {
+        return manager() ? static_cast<unsigned>(manager()->pendingRequests()) : 0;
+    }
     static void setMaxMemory(unsigned bytes) {
         if (manager()) manager()->setMaxMemory(bytes);
     }

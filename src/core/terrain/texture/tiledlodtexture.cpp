@@ -191,6 +191,10 @@ unsigned TiledLODTexture::usedTextureMemory() {
     return Holder::usedMemory();
 }
 
+unsigned TiledLODTexture::pendingRequests() {
+    return Holder::pendingRequests();
+}
+
 void TiledLODTexture::setMaxTextureMemory(unsigned bytes) {
     s_maxTextureMemory = bytes;
     Holder::setMaxMemory(bytes);

@@ -455,6 +455,23 @@ TEST_F(TiledLODTextureTest, ATextureMayGoWhileItIsBeingPrepared) {
     reports.clear();
 }
 
+TEST_F(TiledLODTextureTest, CountsTheTexturesThatWait) {
+    request(*root);
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 0U);
+    request(*child);
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 1U);
+    request(*grandchild);
+    request(*child->child(1));
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 3U);
+    requestUntilComplete(*grandchild);
+    requestUntilComplete(*child->child(1));
+    requestUntilComplete(*child);
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 0U);
+    request(*root->child(1));
+    TiledLODTexture::killManager();
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 0U);
+}
+
 TEST_F(TiledLODTextureTest, KeepsItsPyramidWhenStored) {
     const SO<NBX::MemoryImage> image(new NBX::MemoryImage(4, 2, NBX::LS_RGB));
     const SO<MemoryTiledGeoImagePyramid> stored(

@@ -44,6 +44,8 @@ public:
     static void endFrame(const TerrainPainterFrameManager::Info & info);
     /// In bytes; 0 before the first frame.
     static unsigned usedTextureMemory();
+    /// Number of textures that wait for their preparation; 0 before the first frame.
+    static unsigned pendingRequests();
     /// 128 MiB at first. Takes effect at the end of the frame.
     static void setMaxTextureMemory(unsigned bytes);
     /// Ends the worker and drops all textures; the next frame begins anew. Done by itself at the end of the
