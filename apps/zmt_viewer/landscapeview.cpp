@@ -252,7 +252,10 @@ void LandscapeView::showFigures() {
             .arg(locale.toString(figures_.milliseconds, 'f', 1), locale.toString(figures_.drawn.patches),
                  locale.toString(qulonglong(figures_.drawn.triangles)));
     const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
-    if (memory > 0.0) text += tr("   %1 MiB textures").arg(locale.toString(memory, 'f', 1));
+    if (memory > 0.0)
+        text += tr("   %1 MiB textures, %2 pending")
+                    .arg(locale.toString(memory, 'f', 1),
+                         locale.toString(ZMT::CORE::TiledLODTexture::pendingRequests()));
     if (!canvas_->redisplayPending()) text += tr("   complete");
     if (text == overlay_->text() && overlay_->isVisible()) return;
     overlay_->setText(text);

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QLabel>
+#include <QRegularExpression>
 #include <QWheelEvent>
 
 #include <GL/gl.h>
@@ -9,6 +10,7 @@
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/texture2dgl.h>
+#include <zmt/core/terrain/texture/tiledlodtexture.h>
 
 #include "support/zmtrun.h"
 #include "viewertest.h"
@@ -59,10 +61,21 @@ TEST_F(LandscapeViewTest, ShowsWhatWasLoaded) {
     EXPECT_TRUE(overlay->isVisible());
     EXPECT_TRUE(overlay->text().contains("patches"));
     EXPECT_TRUE(overlay->text().contains("complete"));
+    EXPECT_FALSE(overlay->text().contains("pending")) << "there is no texture";
     const auto ground = view->groundAt(middle());
     ASSERT_TRUE(ground);
     EXPECT_GT(ground->y, 100.0);
     EXPECT_LT(ground->y, 9000.0);
+}
+
+TEST_F(LandscapeViewTest, ShowsHowManyTexturesWait) {
+    load({s_everest, s_everestImage});
+    const auto * overlay = view->findChild<QLabel *>("overlay");
+    ASSERT_TRUE(overlay);
+    const QRegularExpression figures("\\d+\\.\\d MiB textures, (\\d+) pending");
+    const auto match = figures.match(overlay->text());
+    ASSERT_TRUE(match.hasMatch()) << overlay->text().toStdString();
+    EXPECT_EQ(match.captured(1), QString::number(ZMT::CORE::TiledLODTexture::pendingRequests()));
 }
 
 TEST_F(LandscapeViewTest, FillsTheWholeWidgetAlsoAfterAChangeOfSize) {
