@@ -97,10 +97,24 @@ TEST(MemoryTiledGeoImagePyramidTest, AFilterFindsOneMorePixelWhereThereIsRoom) {
     EXPECT_EQ(9, image->pixelComponentsU8(0, 0)[0]);
     EXPECT_EQ(0, image->pixelComponentsU8(0, 0)[1]);
     EXPECT_DOUBLE_EQ(1095.0, image->minX());
-    const SO<GeoImage> tight = p->getGeoImage(1100.0, 500.0, 1200.0, 550.0, 10, 10);
-    ASSERT_TRUE(tight);
-    EXPECT_EQ(10, tight->width());
-    EXPECT_EQ(10, tight->pixelComponentsU8(0, 0)[0]);
+}
+
+TEST(MemoryTiledGeoImagePyramidTest, WithoutRoomForThatPixelTheNextLevelServes) {
+    const SO<MemoryTiledGeoImagePyramid> p = pyramid(100, 30);
+    for (const unsigned size : {10U, 11U}) {
+        EXPECT_EQ(0, p->getOverviewIndex(1100.0, 500.0, 1200.0, 550.0, size, 16));
+        const SO<GeoImage> coarser = p->getGeoImage(1100.0, 500.0, 1200.0, 550.0, size, 16);
+        ASSERT_TRUE(coarser);
+        EXPECT_EQ(7, coarser->width()) << "columns 5 to 9, and one more on each side";
+        EXPECT_DOUBLE_EQ(20.0, coarser->pixelSizeX());
+        EXPECT_DOUBLE_EQ(1090.0, coarser->minX());
+    }
+    EXPECT_EQ(12, p->getGeoImage(1100.0, 500.0, 1200.0, 550.0, 12, 11)->width());
+    EXPECT_EQ(7, p->getGeoImage(1100.0, 500.0, 1200.0, 550.0, 12, 10)->width()) << "none above";
+    EXPECT_EQ(100, p->getGeoImage(1000.0, 500.0, 2000.0, 650.0, 100, 30)->width()) << "nothing goes on";
+    const SO<MemoryTiledGeoImagePyramid> single = pyramid(1, 1);
+    EXPECT_EQ(1, single->getGeoImage(1000.0, 500.0, 1100.0, 550.0, 1, 1)->width());
+    EXPECT_EQ(1, single->getGeoImage(1002.0, 501.0, 1003.0, 502.0, 1, 1)->width()) << "less than a pixel";
 }
 
 TEST(MemoryTiledGeoImagePyramidTest, SizeZeroGivesThePixelsAsTheyAre) {

@@ -28,8 +28,9 @@ public:
     /// box, and where there are no levels.
     virtual int getOverviewIndex(double minX, double minY, double maxX, double maxY, unsigned width,
                                  unsigned height) const;
-    /// `TiledGeoImage::getGeoImage` of that level: at most `width` by `height` pixels; null where nothing
-    /// lies in the box. The size 0 stands for the finest level's pixels as they are.
+    /// `TiledGeoImage::getGeoImage` of that level, or of the next one where that leaves no room for the one
+    /// pixel more on each side that joins neighbouring pieces: at most `width` by `height` pixels; null where
+    /// nothing lies in the box. The size 0 stands for the finest level's pixels as they are.
     virtual NBX::SO<GeoImage> getGeoImage(double minX, double minY, double maxX, double maxY, unsigned width,
                                           unsigned height) const;
 };

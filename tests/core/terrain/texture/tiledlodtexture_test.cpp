@@ -535,12 +535,7 @@ protected:
     void SetUp() override {
         makeManagerQuietly();
         GLFixture::SetUp();
-        const auto grid =
-            TestTerrain::grid({65, 65, -0.5, -0.5, 1.0, 1.0}, [](unsigned, unsigned) { return 0.0; });
-        testing::internal::CaptureStderr();
-        terrain =
-            new ZMT::CORE::Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 50).get());
-        testing::internal::GetCapturedStderr();
+        terrain = makeTerrain(50);
         root->append(new NBX::Camera(new NBX::LookAt({32, 10, 32}, {32, 0, 32}, {0, 0, 1}),
                                      new NBX::Ortho(-32, 32, -32, 32, 1, 20)));
     }
@@ -551,6 +546,14 @@ protected:
         makeManagerQuietly();
     }
 
+    static SO<ZMT::CORE::Terrain> makeTerrain(unsigned verticesPerPatch) {
+        const auto grid =
+            TestTerrain::grid({65, 65, -0.5, -0.5, 1.0, 1.0}, [](unsigned, unsigned) { return 0.0; });
+        testing::internal::CaptureStderr();
+        const auto tree = ZMT::CORE::CreateGeometryTree::create(grid.get(), verticesPerPatch);
+        testing::internal::GetCapturedStderr();
+        return new ZMT::CORE::Terrain(grid.get(), tree.get());
+    }
     void show(ZMT::RASTER::TiledGeoImagePyramid * pyramid) {
         using Textures = NBX::Array<NBX::SO<ZMT::CORE::TerrainTexture>>;
         const SO<Textures> textures(new Textures);
@@ -603,6 +606,32 @@ TEST_F(TiledLODTextureGLTest, APictureThatMayComeLaterIsTheSameInTheEnd) {
     for (int i = 0; i < 1000 && canvas->redisplayPending(); ++i)
         picture = draw();
     expectFourColors(picture);
+}
+
+/// Patches meet in the middle of the picture. Each has 512 pixels of the finest level: as many as a texture
+/// takes.
+TEST_F(TiledLODTextureGLTest, TexturesMeetWithoutSeams) {
+    const NBX::Color blue(0.0F, 0.0F, 1.0F, 1.0F);
+    const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1024, 1024, NBX::LS_RGB));
+    for (int y = 0; y < image->height(); ++y)
+        for (int x = 0; x < image->width(); ++x)
+            image->setColor(x, y, blue);
+    const SO<MemoryTiledGeoImagePyramid> pyramid(
+        new MemoryTiledGeoImagePyramid(image.get(), Bounds(Point(0.0, 0.0, 0.0), Point(64.0, 64.0, 0.0))));
+    for (const unsigned vertices : {50U, 1200U}) {
+        terrain = makeTerrain(vertices);
+        for (const double half : {16.0, 4.0, 2.0, 1.0, 0.5}) {
+            // No centre of a pixel lies on the centre of a texel.
+            const double x = 32.0 + 0.01 * half;
+            root->clear();
+            root->append(new NBX::Camera(new NBX::LookAt({x, 10, 32}, {x, 0, 32}, {0, 0, 1}),
+                                         new NBX::Ortho(-half, half, -half, half, 1, 20)));
+            show(pyramid.get());
+            const SO<NBX::Image> picture = draw();
+            for (int i = 0; i < picture->width(); ++i)
+                ASSERT_EQ(pixel(picture, i, 20), (std::array<int, 4>{0, 0, 255, 255})) << i << ", " << half;
+        }
+    }
 }
 
 TEST_F(TiledLODTextureGLTest, TheOpenGLTexturesGoWithTheTexture) {
