@@ -135,7 +135,7 @@ protected:
 };
 
 TEST_F(ResourceManagerTest, ALookPreparesAndQueuesNothing) {
-    for (const double priority : {-1e42, -1.0, 0.0}) {
+    for (const double priority : {-1e42, -1.0, 0.0, std::nan("")}) {
         EXPECT_FALSE(manager->request(a, preparer, priority));
         EXPECT_EQ(manager->requested(), "") << priority;
     }

@@ -40,7 +40,7 @@ public:
 
     /// From this priority on, the resource is prepared within the call.
     static constexpr double s_immediately = 1e42;
-    /// A priority that asks only for what is there, as any of 0 or less.
+    /// A priority that asks only for what is there, as any that is not above 0.
     static constexpr double s_lookOnly = -1e42;
     /// What is left of a request's priority after one frame.
     static constexpr double s_fading = 0.8;
@@ -235,7 +235,7 @@ NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<
         use(entry);
         return entry->value;
     }
-    if (!key || !preparer || priority <= 0.0) return nullptr;
+    if (!key || !preparer || !(priority > 0.0)) return nullptr;
     if (priority < s_immediately) {
         enqueue(key, preparer, priority);
         return nullptr;

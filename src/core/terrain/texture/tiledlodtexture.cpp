@@ -51,18 +51,18 @@ Levels levelsOf(const RASTER::TiledGeoImagePyramid * pyramid) {
 }
 
 /// Maps the scene's x and z on to the image, whose extent runs between the centres of its border pixels.
-NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image) {
+NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image, const Point & origin) {
     using Matrix = NBX::Matrix4x4Base<double>;
-    const Point urb = GeoTransformation::geo2nbxTf(Point(image.maxX(), 0.0, image.maxY()));
-    const Point llf = GeoTransformation::geo2nbxTf(Point(image.minX(), 0.0, image.minY()));
+    const Point urb = Point(image.maxX(), 0.0, image.maxY()) - origin;
+    const Point llf = Point(image.minX(), 0.0, image.minY()) - origin;
     const double pixelX = image.pixelSizeX(), pixelY = image.pixelSizeY();
     return Matrix::scaling({1.0 / (urb.x - llf.x + pixelX), 1.0 / (urb.z - llf.z + pixelY), 1.0}) *
            Matrix::translation({-llf.x + 0.5 * pixelX, -llf.z + 0.5 * pixelY, 0.0});
 }
 
-NBX::SO<NBX::TextureGL> makeTexture(const RASTER::GeoImage & image) {
+NBX::SO<NBX::TextureGL> makeTexture(const RASTER::GeoImage & image, const Point & origin) {
     const NBX::SO<BorderedTexture> texture(new BorderedTexture(image.image()));
-    texture->setMatrix(textureMatrix(image));
+    texture->setMatrix(textureMatrix(image, origin));
     if (image.dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
     if (image.dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
     return texture;
@@ -97,7 +97,8 @@ const bool s_isInFrames = Holder::registerFrames(TiledLODTexture::beginFrame, Ti
 TiledLODTexture::Patch::Patch(RASTER::TiledGeoImagePyramid * patchPyramid, unsigned patchLevel,
                               const NBX::Bounds & patchBounds, unsigned patchWidth, unsigned patchHeight,
                               NBX::EngineGL * patchEngine)
-    : pyramid(patchPyramid), level(patchLevel), bounds(patchBounds), width(patchWidth), height(patchHeight),
+    : pyramid(patchPyramid), level(patchLevel), bounds(patchBounds),
+      origin(GeoTransformation::nbx2geoOffset()), width(patchWidth), height(patchHeight),
       engine(patchEngine) {}
 
 TiledLODTexture::Patch::~Patch() = default;
@@ -108,11 +109,11 @@ TiledLODTexture::Mapper::~Mapper() = default;
 
 NBX::SO<NBX::TextureGL> TiledLODTexture::Preparer::call(NBX::SO<Patch> patch) {
     try {
-        const NBX::Bounds box = GeoTransformation::nbx2geoTf(patch->bounds);
-        const Point min = box.getLLF(), max = box.getURB();
+        const Point min = patch->bounds.getLLF() + patch->origin;
+        const Point max = patch->bounds.getURB() + patch->origin;
         const NBX::SO<RASTER::GeoImage> image =
             patch->pyramid->getGeoImage(min.x, min.z, max.x, max.z, patch->width, patch->height);
-        return image && image->image() ? makeTexture(*image) : EmptyTexture::texture();
+        return image && image->image() ? makeTexture(*image, patch->origin) : EmptyTexture::texture();
     } catch (const std::exception & e) {
         // One report tells enough of a file that has vanished.
         if (!hasReported_)

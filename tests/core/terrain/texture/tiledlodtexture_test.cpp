@@ -455,6 +455,57 @@ TEST_F(TiledLODTextureTest, ATextureMayGoWhileItIsBeingPrepared) {
     reports.clear();
 }
 
+TEST_F(TiledLODTextureTest, TheManagerMayEndWhileATextureIsPrepared) {
+    request(*root);
+    const SO<Semaphore> arrived(new Semaphore);
+    std::atomic<bool> isDone{false};
+    pyramid->during = [&](double) {
+        arrived->increase();
+        Thread::sleep(0.02);
+        isDone = true;
+    };
+    request(*child);
+    request(*root->child(1));
+    endFrame();
+    arrived->decrease();
+    TiledLODTexture::killManager();
+    EXPECT_TRUE(isDone) << "it is waited for";
+    EXPECT_LE(pyramid->calls().size(), 3U);
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 0U);
+    pyramid->during = nullptr;
+    makeManagerQuietly();
+    EXPECT_TRUE(requestUntilComplete(*child));
+}
+
+TEST_F(TiledLODTextureTest, AnOriginSetWhileTexturesWaitIsThatOfTheNextScene) {
+    const SO<TextureGL> ofRoot = request(*root);
+    const SO<Semaphore> arrived(new Semaphore), go(new Semaphore);
+    const SO<FakePyramid> other(new FakePyramid(1024, 11));
+    other->during = [&](double width) {
+        if (width > 600.0) return;
+        arrived->increase();
+        go->decrease();
+    };
+    const SO<TiledLODTexture> holding(new TiledLODTexture(other.get()));
+    request(*holding, *child, 0.0);
+    request(*child);
+    endFrame();
+    arrived->decrease();
+    GeoTransformation::setNBXOrigin({5000.0, 0.0, 7000.0});
+    go->increase();
+    while (TiledLODTexture::pendingRequests() > 0)
+        Thread::sleep(0.001);
+    GeoTransformation::setNBXOrigin({});
+    const SO<TextureGL> ofChild = requestUntilComplete(*child);
+    ASSERT_NE(ofChild, ofRoot);
+    ASSERT_EQ(pyramid->widths(), "1024 512 ");
+    EXPECT_EQ(pyramid->calls()[1].minX, 0.0);
+    EXPECT_EQ(pyramid->calls()[1].maxY, 512.0);
+    const Point corner = ofChild->getMatrix() * Point(512.0, 512.0, 0.0);
+    EXPECT_NEAR(corner.x, 1.0, 1e-12);
+    EXPECT_NEAR(corner.y, 1.0, 1e-12);
+}
+
 TEST_F(TiledLODTextureTest, CountsTheTexturesThatWait) {
     request(*root);
     EXPECT_EQ(TiledLODTexture::pendingRequests(), 0U);

@@ -80,6 +80,8 @@ public:
     const unsigned level; ///< of the pyramid; 0 is the finest
     /// In scene coordinates: what the first geometry patch that needed it has in common with the pyramid.
     const NBX::Bounds bounds;
+    /// Of the scene whose coordinates these are: another one may be in use when the texture is prepared.
+    const NBX::Vector3Base<double> origin;
     const unsigned width, height; ///< greatest size in texels, powers of two
     const NBX::SO<NBX::EngineGL> engine;
 };
