@@ -256,11 +256,15 @@ std::uint64_t cacheBytes(const TiledGeoImage & source) {
     return std::clamp(width * tileSide * source.bands(), least, most);
 }
 
-bool isSource(const TiledGeoImage & source) {
-    const RASTER::GeoExtent extent = source.extent();
-    return source.pixelsX() > 0 && source.pixelsX() <= INT32_MAX && source.pixelsY() > 0 &&
-           source.pixelsY() <= INT32_MAX && extent.minX < extent.maxX && extent.minY < extent.maxY &&
+/// What a reader takes.
+bool hasArea(const RASTER::GeoExtent & extent) {
+    return extent.minX < extent.maxX && extent.minY < extent.maxY &&
            std::isfinite(extent.maxX - extent.minX) && std::isfinite(extent.maxY - extent.minY);
+}
+
+bool isSource(const TiledGeoImage & source) {
+    return source.pixelsX() > 0 && source.pixelsX() <= INT32_MAX && source.pixelsY() > 0 &&
+           source.pixelsY() <= INT32_MAX && hasArea(source.extent());
 }
 
 /// The images as one; null, and reported, when one of them is none.
@@ -369,8 +373,10 @@ bool CompressedTexture::create(const std::vector<std::wstring> & images, const s
 }
 
 bool CompressedTexture::create(const VirtualTiledGeoImage & source, const std::wstring & path) {
+    const bool isPlaced = hasArea({source.minX(), source.minY(), source.maxX(), source.maxY()});
+    NBX_CHECK(isPlaced, L"an image without area");
     VirtualTiles tiles(source);
-    if (!tiles.findFirst()) return false;
+    if (!isPlaced || !tiles.findFirst()) return false;
     const int format = pixelFormatOf(*tiles.first());
     if (format < 0) return false;
     const auto bytes = tileBytes(static_cast<PixelFormat>(format), source.tileSize(), source.tileSize());

@@ -461,6 +461,26 @@ TEST_F(CompressedTextureTest, GeneratedTilesAreWritten) {
     EXPECT_EQ(200, *pyramid->overview(2)->getImage(2, 2, 1, 1)->pixelComponentsU8(0, 0));
 }
 
+TEST_F(CompressedTextureTest, GeneratedTilesWithoutAreaMakeNoFile) {
+    class Placed : public VirtualTiledGeoImage {
+    public:
+        explicit Placed(const NBX::Bounds & box) : VirtualTiledGeoImage(8, 8, box, 8) {}
+        SO<NBX::Image> getImage(unsigned, unsigned, unsigned) const override {
+            return new MemoryImage(8, 8, NBX::LS_Luminance);
+        }
+    };
+    const double huge = 1.7e308;
+    for (const NBX::Bounds & box :
+         {NBX::Bounds(), NBX::Bounds({0, 0, 0}, {0, 1, 0}), NBX::Bounds({0, 3, 0}, {1, 3, 0}),
+          NBX::Bounds({-huge, 0, 0}, {huge, 1, 0}), NBX::Bounds({0, 0, 0}, {1, HUGE_VAL, 0})}) {
+        RecordedReports reports;
+        EXPECT_FALSE(CompressedTexture::create(Placed(box), folder.wide("a.ztp")));
+        EXPECT_EQ(1U, reports.count(L"an image without area")) << reports;
+        EXPECT_EQ(0U, folder.entries());
+    }
+    EXPECT_TRUE(CompressedTexture::create(Placed(NBX::Bounds({0, 0, 0}, {1, 1, 0})), folder.wide("a.ztp")));
+}
+
 class Nothing : public VirtualTiledGeoImage {
 public:
     using VirtualTiledGeoImage::VirtualTiledGeoImage;
