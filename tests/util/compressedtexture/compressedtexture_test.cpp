@@ -339,6 +339,16 @@ TEST_F(CompressedTextureTest, CancellingLeavesNothing) {
     EXPECT_FALSE(display.finished);
 }
 
+TEST_F(CompressedTextureTest, CancellingBetweenLevelsLeavesNothing) {
+    for (const double limit : {0.3, 0.6, 0.7, 0.78}) {
+        StoppingDisplay display(limit);
+        EXPECT_FALSE(CompressedTexture::create(source(picture(1200, 600, NBX::LS_RGB)), folder.wide("a.ztp"),
+                                               CompressedTexture::PF_RGB8));
+        EXPECT_EQ(0U, folder.entries()) << limit;
+        EXPECT_FALSE(display.finished) << limit;
+    }
+}
+
 TEST_F(CompressedTextureTest, CancellingKeepsTheFileThatWasThere) {
     folder.write("a.ztp", {1, 2, 3});
     StoppingDisplay display(-1.0);
