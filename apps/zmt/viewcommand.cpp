@@ -24,6 +24,7 @@ void becomeViewer(const std::vector<std::string> & arguments) {
     std::vector<std::string> texts = arguments;
     texts.insert(texts.begin(), path);
     std::vector<char *> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string & text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);

@@ -144,7 +144,8 @@ private:
 /// Averages of 2 by 2 pixels of 8 bits, which is what most levels of a pyramid are made by.
 void halveLine(const std::uint8_t * low, const std::uint8_t * high, std::uint8_t * target, int width,
                int layers, int alpha) {
-    for (int x = 0; x < width; ++x, low += 2 * layers, high += 2 * layers, target += layers) {
+    const std::ptrdiff_t pair = 2 * std::ptrdiff_t(layers);
+    for (int x = 0; x < width; ++x, low += pair, high += pair, target += layers) {
         const std::uint8_t * pixels[4] = {low, low + layers, high, high + layers};
         unsigned opacity = 4 * 255;
         if (alpha >= 0) {

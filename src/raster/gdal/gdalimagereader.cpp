@@ -61,7 +61,7 @@ public:
             (stored ? *stored : band)
                 .RasterIO(GF_Read, w.x, w.y, w.width, w.height, result, static_cast<int>(width_),
                           static_cast<int>(height_), type, static_cast<GSpacing>(pixelSpace),
-                          static_cast<GSpacing>(pixelSpace * width_), &extra);
+                          static_cast<GSpacing>(pixelSpace) * width_, &extra);
         if (error != CE_None || trap.failed())
             throw NBX::InputException(L"the image is damaged or cut off; get it anew", reader_.source_.path(),
                                       0, trap.text());

@@ -49,7 +49,7 @@ bool TexturePyramidWriter::writeLevel(const LevelSize & size, const TileSource &
     file.resize(start + headerSize + 12 * size.tiles());
     file.seek(0, NBX::SM_End);
 
-    TileEncoder encoder(format_, compression_ == CompressedTexture::C_Deflate, [&](EncodedTile tile) {
+    TileEncoder encoder(format_, compression_ == CompressedTexture::C_Deflate, [&](const EncodedTile & tile) {
         if (tile.bytes.empty()) return;
         positions[tile.index] = file.position();
         sizes[tile.index] = static_cast<std::uint32_t>(tile.bytes.size());

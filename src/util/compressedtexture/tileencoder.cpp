@@ -27,7 +27,7 @@ bool isBlank(const std::vector<std::uint8_t> & bytes) {
 } // namespace
 
 TileEncoder::TileEncoder(CompressedTexture::PixelFormat format, bool deflates,
-                         std::function<void(EncodedTile)> write)
+                         std::function<void(const EncodedTile &)> write)
     : format_(format), deflates_(deflates), write_(std::move(write)) {
     for (unsigned i = 0; i < numberOfThreads(); ++i)
         threads_.emplace_back([this] { work(); });
@@ -86,7 +86,7 @@ void TileEncoder::writeUntil(std::size_t left) {
         }
         const std::shared_ptr<Job> job = ordered_.front();
         ordered_.pop_front();
-        write_(std::move(job->tile));
+        write_(job->tile);
     }
 }
 

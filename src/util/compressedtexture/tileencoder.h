@@ -25,7 +25,8 @@ struct EncodedTile {
 /// out in the order in which they went in, and no more than a few a thread are under way. Used by one thread.
 class TileEncoder {
 public:
-    TileEncoder(CompressedTexture::PixelFormat format, bool deflates, std::function<void(EncodedTile)> write);
+    TileEncoder(CompressedTexture::PixelFormat format, bool deflates,
+                std::function<void(const EncodedTile &)> write);
     /// Drops what is under way.
     ~TileEncoder();
     TileEncoder(const TileEncoder &) = delete;
@@ -49,7 +50,7 @@ private:
 
     CompressedTexture::PixelFormat format_;
     bool deflates_;
-    std::function<void(EncodedTile)> write_;
+    std::function<void(const EncodedTile &)> write_;
 
     std::mutex mutex_; ///< guards what follows, and `done` of the jobs
     std::condition_variable jobAdded_, jobDone_;

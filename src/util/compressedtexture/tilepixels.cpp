@@ -56,7 +56,8 @@ NBX::SO<NBX::DataResource> rawData(int compression, const std::uint8_t * data, s
     auto * p = static_cast<std::uint8_t *>(result->pointer());
     const std::uint16_t kind[2] = {static_cast<std::uint16_t>(compression), 0};
     const std::uint32_t size[2] = {width, height};
-    std::memcpy(p, "CPRS", 4);
+    constexpr char magic[4] = {'C', 'P', 'R', 'S'};
+    std::memcpy(p, magic, sizeof(magic));
     std::memcpy(p + 4, kind, 4);
     std::memcpy(p + 8, size, 8);
     std::memcpy(p + Compressed::headerSize, data, bytes);

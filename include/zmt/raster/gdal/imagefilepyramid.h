@@ -22,7 +22,7 @@ namespace ZMT::RASTER {
 class ImageFilePyramid : public TiledGeoImagePyramid {
     NBX_STORED_CLASS(ImageFilePyramid, TiledGeoImagePyramid)
 public:
-    static constexpr std::uint64_t memoryPixels = 2048 * 2048;
+    static constexpr std::uint64_t memoryPixels = std::uint64_t(2048) * 2048;
     /// A file whose coarsest stored level has more pixels is not opened: reading it takes too long.
     static constexpr std::uint64_t maxPixels = 40'000'000'000;
 
