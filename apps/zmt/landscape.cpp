@@ -4,6 +4,8 @@
 #include "terraininput.h"
 #include "vectorinput.h"
 
+#include <cmath>
+
 #include <CLI/CLI.hpp>
 
 #include <nbx/gl/lightmodelgl.h>
@@ -23,8 +25,14 @@ void checkOptions(const LandscapeOptions & options) {
         throw UsageError("--method must be tree or chunked: " + options.method);
     if (!(options.exaggeration > 0.0) || !(options.exaggeration <= 1000.0))
         throw UsageError("--exaggeration must be above 0, and at most 1000");
-    if (options.lighting == "vertex" && options.method == "chunked")
-        throw UsageError("--lighting vertex needs normals, which --method chunked does not have");
+    if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
+    if (options.method == "chunked" && options.lighting == "vertex")
+        throw UsageError(
+            "--lighting vertex needs normals, which chunked terrains do not have; give --method tree");
+    if (options.method == "chunked" && !options.breakLines.empty())
+        throw UsageError(
+            "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
+            "--method tree");
 }
 
 } // namespace
@@ -76,6 +84,9 @@ Landscape::Landscape(const LandscapeOptions & options) {
         images.push_back(openImage(path, raster));
     for (const std::string & path : options.breakLines)
         grid_ = stampLines(grid_, path, raster.reference);
+    std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
+    for (const std::string & path : options.draped)
+        areas.push_back(readAreas(*grid_, path, raster.reference));
     terrain_ = buildTerrain(grid_, options.method, options.maxVertices, buildMilliseconds_);
     root_ = terrain_->root();
 
@@ -90,8 +101,8 @@ Landscape::Landscape(const LandscapeOptions & options) {
     for (const GroundLayer & image : images)
         if (!options.plain) layOn(image);
     if (!images.empty()) interest_ = images.back().box;
-    for (const std::string & path : options.draped)
-        node_->append(drapeAreas(terrain_, path, raster.reference, options.drapeLift).get());
+    for (std::size_t i = 0; i < areas.size(); ++i)
+        node_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
     node_->append(terrain_.get());
 }
 

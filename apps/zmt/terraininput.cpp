@@ -73,6 +73,10 @@ NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & gr
                                          double & milliseconds) {
     if (method == "tree")
         return new ZMT::CORE::Terrain(grid.get(), buildTree(grid, maxVertices, milliseconds).get());
+    constexpr unsigned most = ZMT::CORE::ChunkedLodTerrain::s_maxSize;
+    if (grid->sizeX() > most || grid->sizeY() > most)
+        throw DataError("chunked terrains have at most " + std::to_string(most) + " by " +
+                        std::to_string(most) + " heights; give --method tree or a smaller raster");
     const double start = NBX::NBXTime::now();
     NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::ChunkedLodTerrain(grid.get()));
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;

@@ -3,18 +3,21 @@
 #include "commands.h"
 
 #include <algorithm>
-#include <vector>
 
 #include <nbx/scene/polygonset.h>
 #include <zmt/core/terrain/geometry/breaklines.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/polygontriangulation.h>
 #include <zmt/raster/gdal/vectorfile.h>
 
 namespace {
 
 using Point = NBX::Vector3Base<double>;
+using ZMT::CORE::PolygonTriangulation;
 using ZMT::RASTER::GeoExtent;
+
+DataError noAreas(const std::string & path) {
+    return DataError(path + ": has no area on the terrain; choose one that covers it");
+}
 
 /// In map coordinates, larger by the widths of `margin` boxes on each side.
 GeoExtent extentOf(const NBX::Bounds & box, const Point & origin, double margin) {
@@ -34,20 +37,25 @@ NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & gri
     return ZMT::CORE::CreateHybridData::create(grid, features);
 }
 
-NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
-                                                       const std::string & path,
-                                                       const ZMT::RASTER::GeoReference & reference,
-                                                       double lift) {
+std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,
+                                                  const ZMT::RASTER::GeoReference & reference) {
     // Areas are not cut at the terrain's edge, where they would not be closed any more.
     constexpr double margin = 1.0;
     const auto lines = ZMT::RASTER::VectorFile(path).read(
-        reference.wkt, extentOf(terrain->data()->boundingBox(), terrain->origin(), margin));
-    std::vector<ZMT::CORE::PolygonTriangulation::Ring> rings;
+        reference.wkt, extentOf(grid.boundingBox(), grid.origin(), margin));
+    std::vector<PolygonTriangulation::Ring> rings;
     for (const auto & line : lines)
         if (line.isClosed) rings.push_back(line.points);
+    if (rings.empty()) throw noAreas(path);
+    return rings;
+}
+
+NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
+                                                       const std::vector<PolygonTriangulation::Ring> & areas,
+                                                       double lift, const std::string & path) {
     const auto cell = terrain->getCellSize();
     const auto triangles =
-        ZMT::CORE::PolygonTriangulation::drape(*terrain, rings, std::max(cell.first, cell.second), lift);
-    if (!triangles) throw DataError(path + ": has no area on the terrain; choose one that covers it");
+        PolygonTriangulation::drape(*terrain, areas, std::max(cell.first, cell.second), lift);
+    if (!triangles) throw noAreas(path);
     return terrain->createTerrainTexturedTriangles(triangles);
 }

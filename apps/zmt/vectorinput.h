@@ -1,9 +1,11 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/raster/georeference.h>
@@ -13,8 +15,14 @@
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference);
 
-/// The areas of a vector file as triangles `lift` above the ground. Throws as above.
-NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
-                                                       const std::string & path,
-                                                       const ZMT::RASTER::GeoReference & reference,
-                                                       double lift);
+/// The outlines of the areas of a vector file on and around `grid`. Throws as above.
+std::vector<ZMT::CORE::PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid,
+                                                             const std::string & path,
+                                                             const ZMT::RASTER::GeoReference & reference);
+
+/// Areas as triangles `lift` above the ground. Throws `DataError` where none lies on defined ground; the
+/// areas come from the file `path`.
+NBX::SO<ZMT::CORE::TerrainTexturedGeometry>
+drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
+           const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas, double lift,
+           const std::string & path);

@@ -270,10 +270,48 @@ INSTANTIATE_TEST_SUITE_P(
                       WrongUse{"NegativeGeometryError", {"--geometry-error", "-1"}, "--geometry-error"},
                       WrongUse{"NegativeTextureError", {"--texture-error", "-1"}, "--texture-error"},
                       WrongUse{"SmallBudget", {"--max-vertices", "0"}, "--max-vertices must be"},
+                      WrongUse{"UnknownMethod", {"--method", "flat"}, "--method must be"},
+                      WrongUse{"UnknownLighting", {"--lighting", "neon"}, "--lighting must be"},
+                      WrongUse{"SunBelowTheHorizon", {"--light", "90,-5"}, "--light must be"},
+                      WrongUse{"NoLift", {"--drape-lift", "nan"}, "--drape-lift must be"},
+                      WrongUse{"NoNormals", {"--lighting", "vertex", "--method", "chunked"}, "--method tree"},
+                      WrongUse{
+                          "NoEdges", {"--breaklines", "x.geojson", "--method", "chunked"}, "--method tree"},
                       WrongUse{"UnknownOption", {"--colour", "red"}, "--colour"},
                       WrongUse{"Leftover", {"file"}, "file"},
                       WrongUse{"OptionWithoutValue", {"--image"}, "--image"}),
     [](const auto & info) { return std::string(info.param.name); });
+
+TEST(Program, VectorFilesThatCannotBeUsedAreTold) {
+    const RunFolder folder;
+    const std::string elsewhere = folder.write(
+        "elsewhere.geojson", R"({"type":"Polygon","coordinates":[[[10,10],[11,10],[11,11],[10,10]]]})");
+    const std::string empty = folder.write("empty.geojson", R"({"type":"FeatureCollection","features":[]})");
+    const std::string noVectors = folder.write("text.geojson", "no vectors");
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    for (const char * option : {"--breaklines", "--drape"})
+        for (const std::string & path : {elsewhere, empty, noVectors, folder.in("missing.shp")})
+            expectFailure(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
+}
+
+TEST(Program, RastersTooLargeForChunkedTerrainsAreTold) {
+    const RunFolder folder;
+    expectFailure(render(folder, folder.write("t.tif", slope(8194, 2).encode()),
+                         {"--method", "chunked", "--size", "48x32"}),
+                  1, {"8193", "--method tree"}, folder);
+}
+
+TEST(Program, DamagedPyramidsAreTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string image = folder.write("i.tif", greyImage(8, 8).encode());
+    ASSERT_EQ(0, zmt(folder, {"build", "pyramid", image, folder.in("whole.ztp")}).status);
+    const std::string bytes = readWhole(folder.in("whole.ztp"));
+    for (const std::size_t length : {std::size_t(100), bytes.size() / 2, bytes.size() - 1}) {
+        const std::string path = folder.write("cut.ztp", bytes.substr(0, length));
+        expectFailure(render(folder, terrain, {"--image", path, "--size", "48x32"}), 1, {path}, folder);
+    }
+}
 
 TEST(Program, UsageIsTold) {
     const RunFolder folder;
@@ -292,7 +330,7 @@ TEST(Program, HelpAndVersionAreNoErrors) {
         EXPECT_EQ("", run.errors);
         EXPECT_NE("", run.output);
     }
-    for (const char * command : {"render", "lod", "info"})
+    for (const char * command : {"render", "lod", "info", "pick", "build"})
         EXPECT_EQ(0, zmt(folder, {command, "--help"}).status);
 }
 

@@ -8,6 +8,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
+#include <nbx/object/stringutils.h>
 #include <zmt/raster/pixelblocks.h>
 
 #include "texturepyramidformat.h"
@@ -134,7 +135,9 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) c
         isRead = false; // reported like a tile that is cut off
     }
     if (!isRead) {
-        if (!failed_) NBX_FAILURE(L"a tile cannot be read; get the file anew");
+        if (!failed_)
+            NBX_FAILURE(L"a tile cannot be read; get the file anew: "
+                        << NBX::StringUtils::Utf8String2WString(file_->fullName()));
         failed_ = true;
         return nullptr;
     }
