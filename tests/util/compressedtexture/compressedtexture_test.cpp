@@ -1,16 +1,11 @@
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <thread>
 #include <tuple>
-
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +21,7 @@
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 #include <zmt/util/compressedtexture/virtualtiledgeoimage.h>
 
+#include <support/filesizelimit.h>
 #include <support/recordedreports.h>
 
 #include "pyramidfile.h"
@@ -397,25 +393,14 @@ TEST_F(CompressedTextureTest, ASourceThatFailsLeavesNothing) {
 }
 
 TEST_F(CompressedTextureTest, ADiskThatIsFullThrowsAndLeavesNothing) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit = {20000, 20000};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        RecordedReports reports;
-        int status = 1;
-        try {
-            CompressedTexture::create(source(picture(128, 128, NBX::LS_RGB)), folder.wide("a.ztp"),
-                                      CompressedTexture::PF_RGB8, 0);
-        } catch (const NBX::IOException &) {
-            status = reports.count(0, L"bytesWritten > 0", L"writing of tile failed") == 1 ? 0 : 2;
-        }
-        ::_exit(status);
+    const RecordedReports full;
+    {
+        const FileSizeLimit limit(20000);
+        EXPECT_THROW(CompressedTexture::create(source(picture(128, 128, NBX::LS_RGB)), folder.wide("a.ztp"),
+                                               CompressedTexture::PF_RGB8, 0),
+                     NBX::IOException);
     }
-    int status = 0;
-    ASSERT_EQ(child, ::waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(1U, full.count(0, L"bytesWritten > 0", L"writing of tile failed"));
     EXPECT_EQ(0U, folder.entries());
 }
 
