@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
-#include <nbx/object/serializationmanager.h>
+#include <support/silentserializationmanager.h>
 
-/// Attributes by name, and the order in which they came. Parents have no part of their own.
-class MemoryStream : public NBX::SerializationManager {
+/// Plain attributes by name, and the order in which they came. Parents have no part of their own.
+class MemoryStream : public SilentSerializationManager {
 public:
+    using SilentSerializationManager::attribute;
+
     std::map<std::string, std::vector<unsigned char>> attributes;
     std::vector<std::string> order;
     bool reads = false;
@@ -22,10 +24,7 @@ public:
 
     bool isReading() const override { return reads; }
     bool isWriting() const override { return !reads; }
-    bool omitsDefaults() const override { return false; }
     bool beginContainer(const char *, const char *) override { return true; }
-    void endContainer(const char *, const char *) override {}
-    void enterObject() override {}
     bool rawAttribute(const char * name, void * pointer, std::uint64_t bytes) override {
         if (!reads) {
             const auto * first = static_cast<const unsigned char *>(pointer);
@@ -45,15 +44,6 @@ public:
     bool attribute(const char * name, std::uint64_t & value) override { return plain(name, value); }
     bool attribute(const char * name, float & value) override { return plain(name, value); }
     bool attribute(const char * name, double & value) override { return plain(name, value); }
-    bool attribute(const char *, std::wstring &) override { return false; }
-    bool attribute(const char *, NBX::Vector3Base<double> &) override { return false; }
-    bool attribute(const char *, NBX::Bounds &) override { return false; }
-    bool attribute(const char *, NBX::Matrix4x4Base<double> &) override { return false; }
-    bool attribute(const char *, NBX::SO<NBX::SharedObj> &) override { return false; }
-    void separateValues() override {}
-    void superclassReference(const NBX::ID &) override {}
-    void beginSuperclass(const char *) override {}
-    void endSuperclass(const char *) override {}
     std::uint64_t bytesLeft() const override { return left; }
 
 private:
