@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -28,6 +29,13 @@ public:
     TemporaryFolder & operator=(const TemporaryFolder &) = delete;
 
     bool isEmpty() const { return std::filesystem::is_empty(path_); }
+    /// Whether this process has a file mapped whose name began with `prefix`, even if it has none any more.
+    static bool isMapped(const std::string & prefix) {
+        std::ifstream maps("/proc/self/maps");
+        for (std::string line; std::getline(maps, line);)
+            if (line.find("/" + prefix) != std::string::npos) return true;
+        return false;
+    }
 
 private:
     std::string path_;

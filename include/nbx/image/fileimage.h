@@ -19,6 +19,11 @@ public:
               int alignment = 1, MemoryLayout layout = ML_Interleaved);
     ~FileImage() override;
 
+    /// An image in a temporary file whose name began with `prefix`: it has none any more, so that a process
+    /// that is killed leaves nothing. Null, and reported as a failure, where the file cannot be made.
+    static SO<FileImage> newTemporary(const std::string & prefix, int width, int height,
+                                      LayerSequence sequence);
+
     int width() const override { return width_; }
     int height() const override { return height_; }
     int alignment() const override { return alignment_; }

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include <nbx/data/file.h>
 #include <nbx/data/filedataresource.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
@@ -31,6 +32,19 @@ FileImage::FileImage(const std::string & path, int width, int height, LayerSeque
 }
 
 FileImage::~FileImage() = default;
+
+SO<FileImage> FileImage::newTemporary(const std::string & prefix, int width, int height,
+                                      LayerSequence sequence) {
+    try {
+        const std::string path = File::temporaryFileName(prefix);
+        const SO<FileImage> image(new FileImage(path, width, height, sequence));
+        File::remove(path);
+        return image->pixels_ ? image : nullptr;
+    } catch (const IOException & e) {
+        NBX_FAILURE(L"cannot make the file of an image: " << e.message() << L" " << e.what());
+        return nullptr;
+    }
+}
 
 int FileImage::padding() const {
     return static_cast<int>(pitch_ - bytesPerLine(width_, layerSequence(), dataType(), 1));

@@ -3,6 +3,7 @@
 #include <nbx/data/file.h>
 
 #include "support/recordedreports.h"
+#include "support/temporaryfolder.h"
 #include "testimages.h"
 
 using namespace NBX;
@@ -40,4 +41,32 @@ TEST(FileImageTest, UnusablePathsAndSizesAreReported) {
     EXPECT_EQ(reports.last().level, 0);
     EXPECT_EQ(none->lineComponents(0), nullptr);
     File::remove(path);
+}
+
+TEST(FileImageTest, ATemporaryOneHasNoName) {
+    RecordedReports reports;
+    const TemporaryFolder folder;
+    SO<FileImage> image = FileImage::newTemporary("nbx-file-image-", 7, 5, LS_RGB);
+    ASSERT_TRUE(image);
+    EXPECT_TRUE(folder.isMapped("nbx-file-image-"));
+    EXPECT_TRUE(folder.isEmpty());
+    const SO<MemoryImage> source = randomImage(7, 5, LS_RGB);
+    ASSERT_TRUE(image->copy(source.get()));
+    EXPECT_TRUE(samePixels(*image, *source));
+    image = nullptr;
+    EXPECT_FALSE(folder.isMapped("nbx-file-image-"));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST(FileImageTest, ATemporaryOneThatCannotBeMadeIsReported) {
+    RecordedReports reports;
+    const TemporaryFolder folder;
+    EXPECT_FALSE(FileImage::newTemporary("nbx-file-image-", 65536, 65536, LS_Luminance));
+    EXPECT_EQ(reports.size(), 1u) << reports;
+    EXPECT_EQ(reports.last().level, 2);
+    EXPECT_TRUE(folder.isEmpty());
+    std::filesystem::remove(std::getenv("TMPDIR"));
+    EXPECT_FALSE(FileImage::newTemporary("nbx-file-image-", 7, 5, LS_RGB));
+    EXPECT_EQ(reports.size(), 2u) << reports;
+    EXPECT_EQ(reports.last().level, 2);
 }

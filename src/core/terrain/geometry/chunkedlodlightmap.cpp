@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nbx/data/file.h>
 #include <nbx/image/fileimage.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/object/errorhandler.h>
-#include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
@@ -62,19 +59,6 @@ private:
     const unsigned short *low_ = nullptr, *middle_ = nullptr, *high_ = nullptr;
 };
 
-/// Null, and reported, where there is no room. The file has no name any more, so that no crash leaves it.
-NBX::SO<NBX::FileImage> makeTemporaryImage(int width, int height, NBX::LayerSequence layers) {
-    try {
-        const std::string path = NBX::File::temporaryFileName("zmt-clod-terrain-");
-        const NBX::SO<NBX::FileImage> image(new NBX::FileImage(path, width, height, layers));
-        NBX::File::remove(path);
-        if (image->width() == width) return image;
-    } catch (const NBX::IOException & e) {
-        NBX_FAILURE(L"cannot make the file of a light map: " << e.message() << L" " << e.what());
-    }
-    return nullptr;
-}
-
 void fillNormals(const Normals & normals, int width, Byte * line) {
     for (int x = 0; x < width; ++x, line += 3) {
         const Point n = normals.at(x);
@@ -99,7 +83,8 @@ NBX::SO<TerrainTexture> ChunkedLodLightMap::createLightMap(const RASTER::RasterD
     const int width = static_cast<int>(raster.cellsX()), height = static_cast<int>(raster.cellsY());
     if (width < 2 || height < 2) return nullptr;
     const NBX::LayerSequence layers = normals ? NBX::LS_RGB : NBX::LS_Luminance;
-    const NBX::SO<NBX::FileImage> image = makeTemporaryImage(width, height, layers);
+    const NBX::SO<NBX::FileImage> image =
+        NBX::FileImage::newTemporary("zmt-clod-terrain-", width, height, layers);
     if (!image) return nullptr;
 
     NBX::Progress progress("Calculating terrain shading", height);

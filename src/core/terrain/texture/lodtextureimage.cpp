@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-#include <nbx/data/file.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
@@ -38,8 +37,9 @@ void LODTexture_Image::allocate(std::uint64_t width, std::uint64_t height, NBX::
     sizeX_ = sizeY_ = 0;
     setFormat(sequence, UInt8);
     if (width == 0 || height == 0 || width > s_maxSize || height > s_maxSize) return;
-    const std::string path = NBX::File::temporaryFileName("zmt-lod-texture-");
-    pixels_ = new NBX::FileImage(path, static_cast<int>(width), static_cast<int>(height), sequence);
+    pixels_ = NBX::FileImage::newTemporary("zmt-lod-texture-", static_cast<int>(width),
+                                           static_cast<int>(height), sequence);
+    if (!pixels_) return;
     sizeX_ = static_cast<unsigned>(pixels_->width());
     sizeY_ = static_cast<unsigned>(pixels_->height());
 }

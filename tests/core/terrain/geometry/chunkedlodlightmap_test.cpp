@@ -138,8 +138,12 @@ TEST_F(ChunkedLodLightMapTest, ALineOfCellsHasNone) {
 TEST_F(ChunkedLodLightMapTest, CancellingGivesNone) {
     struct Impatient : NBX::ProgressDisplay {
         std::string title;
+        bool hasFile = false;
         void begin(const NBX::Progress & progress) override { title = progress.title(); }
-        bool update(const NBX::Progress &) override { return false; }
+        bool update(const NBX::Progress &) override {
+            hasFile = TemporaryFolder::isMapped("zmt-clod-terrain-");
+            return false;
+        }
         void end(const NBX::Progress &) override {}
     } impatient;
     const auto terrain = TestChunked::terrain(s_layout, hilly);
@@ -147,6 +151,8 @@ TEST_F(ChunkedLodLightMapTest, CancellingGivesNone) {
     EXPECT_FALSE(terrain->createDynamicLightMap());
     NBX::Progress::setDisplay(before);
     EXPECT_EQ(impatient.title, "Calculating terrain shading");
+    EXPECT_TRUE(impatient.hasFile);
+    EXPECT_FALSE(TemporaryFolder::isMapped("zmt-clod-terrain-"));
 }
 
 TEST_F(ChunkedLodLightMapTest, LeavesNoFile) {

@@ -72,21 +72,38 @@ TEST(LODTextureImage, WithoutPixelsItIsADummy) {
     EXPECT_EQ(reports.size(), 1U) << reports;
 }
 
-TEST(LODTextureImage, ItsFileGoesWithItAndOnAFullDisk) {
+TEST(LODTextureImage, ItsFileHasNoNameAndGoesWithIt) {
     const RecordedReports reports;
     const TemporaryFolder folder;
-    const SO<NBX::MemoryImage> source = numbered(5, 3, NBX::LS_RGB);
-    SO<LODTexture_Image> image(new LODTexture_Image(source.get(), 5, 3));
-    EXPECT_FALSE(folder.isEmpty());
+    SO<LODTexture_Image> image(new LODTexture_Image(numbered(5, 3, NBX::LS_RGB).get(), 5, 3));
+    EXPECT_TRUE(folder.isMapped("zmt-lod-texture-"));
+    EXPECT_TRUE(folder.isEmpty());
     image = nullptr;
-    EXPECT_TRUE(folder.isEmpty());
+    EXPECT_FALSE(folder.isMapped("zmt-lod-texture-"));
     EXPECT_TRUE(reports.empty()) << reports;
+}
 
-    const FileSizeLimit limit(20);
-    image = new LODTexture_Image(source.get(), 5, 3);
-    EXPECT_EQ(image->width(), 0);
-    EXPECT_EQ(reports.size(), 1U) << reports;
+TEST(LODTextureImage, WithoutRoomItHasNoPixels) {
+    const SO<NBX::MemoryImage> source = numbered(5, 3, NBX::LS_RGB);
+    const auto expectNone = [&](int width, int height) {
+        RecordedReports reports;
+        const SO<LODTexture_Image> image(new LODTexture_Image(source.get(), width, height));
+        EXPECT_EQ(image->width(), 0);
+        EXPECT_EQ(reports.size(), 1U) << reports;
+        EXPECT_EQ(reports.last().level, 2);
+        const SO<LODTexture_Image> read = roundTrip(image);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->width(), 0);
+    };
+    const TemporaryFolder folder;
+    expectNone(65536, 65536);
+    {
+        const FileSizeLimit limit(20);
+        expectNone(5, 3);
+    }
     EXPECT_TRUE(folder.isEmpty());
+    std::filesystem::remove(std::getenv("TMPDIR"));
+    expectNone(5, 3);
 }
 
 TEST(LODTextureImage, PixelsOutsideAreReported) {
