@@ -61,6 +61,13 @@ Point pixelSize(const NBX::Image & image, const NBX::Bounds & box) {
     return {size.x / image.width(), size.z / image.height(), 0.0};
 }
 
+/// Boxes from files may be too small for the pixels to have a size.
+bool hasPixels(const NBX::Image & image, const NBX::Bounds & box) {
+    if (image.width() == 0 || !hasArea(box)) return false;
+    const Point size = pixelSize(image, box);
+    return size.x > 0.0 && size.y > 0.0;
+}
+
 /// The pixels that the box from `min` to `max` touches, and one more on each side for filters. Both are in
 /// pixels of `image`.
 NBX::Area touchedPixels(const NBX::Image & image, const Point & min, const Point & max) {
@@ -130,8 +137,7 @@ NBX::SO<NBX::TextureGL> LODTexture::Preparer::call(NBX::SO<Patch> patch) {
     if (!patch) return EmptyTexture::texture();
     NBX_CHECK(patch->image, L"no image");
     NBX_CHECK(patch->engine, L"");
-    if (!patch->image || patch->image->width() == 0 || !hasArea(patch->imageBounds) ||
-        !hasArea(patch->bounds))
+    if (!patch->image || !hasPixels(*patch->image, patch->imageBounds) || !hasArea(patch->bounds))
         return EmptyTexture::texture();
 
     const Point llf = patch->imageBounds.getLLF(), size = pixelSize(*patch->image, patch->imageBounds);
@@ -251,7 +257,7 @@ bool LODTexture::isConsistent() const {
     if (!images_ || !bboxes_ || images_->size() != bboxes_->size() || !hasArea(bbox_)) return false;
     for (unsigned i = 0; i < images_->size(); ++i) {
         const NBX::SO<LODTexture_Image> image = images_->get(i);
-        if (!image || image->width() == 0 || !hasArea(bboxes_->get(i))) return false;
+        if (!image || !hasPixels(*image, bboxes_->get(i))) return false;
     }
     return true;
 }

@@ -1,5 +1,7 @@
 #include <zmt/core/terrain/texture/lodtexture.h>
 
+#include <limits>
+
 #include <gtest/gtest.h>
 
 #include <support/glfixture.h>
@@ -20,6 +22,7 @@ using NBX::TextureGL;
 using ZMT::CORE::EmptyTexture;
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::LODTexture;
+using ZMT::CORE::TerrainPainterFrameManager;
 using ZMT::CORE::Thread;
 using Point = NBX::Vector3Base<double>;
 
@@ -185,6 +188,42 @@ TEST_F(LODTextureTest, WhatIsMissingIsReported) {
     EXPECT_FALSE(none->refine(tree.get(), view.get(), 1000, 1000, eye, 0.0, false));
     EXPECT_EQ(reports.size(), 2U) << reports;
     reports.clear();
+}
+
+TEST_F(LODTextureTest, FramesOfTerrainsStartAndTidyItsManager) {
+    LODTexture::killManager();
+    TerrainPainterFrameManager::CallBeginFrameCallbacks({engine.get(), false});
+    EXPECT_NE(request(*tree), EmptyTexture::texture());
+    EXPECT_GT(LODTexture::usedTextureMemory(), 0U);
+    texture = nullptr;
+    TerrainPainterFrameManager::CallEndFrameCallbacks({engine.get(), false});
+    EXPECT_EQ(LODTexture::usedTextureMemory(), 0U);
+    EXPECT_EQ(reports.count(L"manager not started"), 0U) << reports;
+    reports.clear();
+}
+
+TEST_F(LODTextureTest, AnAncestorThatLiesElsewhereIsReported) {
+    const SO<FakePatch> inside = FakePatch::square(100.0, 200.0, 100.0, 0);
+    const SO<NBX::Array<SO<GeometryPatch>>> children(new NBX::Array<SO<GeometryPatch>>);
+    children->append(inside.get());
+    const SO<FakePatch> elsewhere(
+        new FakePatch(Bounds(Point(5000.0, 0.0, 0.0), Point(6000.0, 10.0, 1000.0)), children));
+    EXPECT_NE(request(*inside), EmptyTexture::texture());
+    EXPECT_EQ(reports.count(0, L"curIntersection.isDefined()", L""), 1U) << reports;
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    reports.clear();
+}
+
+TEST_F(LODTextureTest, ABoxTooSmallForItsPixelsShowsNothing) {
+    const SO<ZMT::CORE::LODTexture_Image> image(new ZMT::CORE::LODTexture_Image(ramps().get(), 1024, 512));
+    const double smallest = std::numeric_limits<double>::denorm_min();
+    const Bounds tiny(Point(0.0, 0.0, 0.0), Point(smallest, 0.0, smallest));
+    const SO<LODTexture::Preparer> preparer(new LODTexture::Preparer);
+    EXPECT_EQ(preparer->call(new LODTexture::Patch(image.get(), tiny, 0, box, engine.get())),
+              EmptyTexture::texture());
+    EXPECT_EQ(preparer->call(new LODTexture::Patch(image.get(), box, 0, Bounds(), engine.get())),
+              EmptyTexture::texture());
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST_F(LODTextureTest, HasABudgetOfItsOwn) {
