@@ -1,12 +1,15 @@
 #include <zmt/core/misc/semaphore.h>
 
 #include <cerrno>
+#include <climits>
 
 #include <semaphore.h>
 
 namespace ZMT::CORE {
 
 NBX_CLASS_IMPL(Semaphore, NBX::SharedObj)
+
+static_assert(SEM_VALUE_MAX == 0x7fffffff);
 
 struct Semaphore::Impl {
     Impl() { sem_init(&semaphore, 0, 0); }

@@ -1,6 +1,9 @@
 #include <zmt/core/misc/semaphore.h>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <support/interruptingsignal.h>
 
 #include <nbx/object/so.h>
 #include <zmt/core/misc/thread.h>
@@ -16,12 +19,14 @@ class Taker : public Thread {
 public:
     Taker(Semaphore * semaphore, int count) : semaphore_(semaphore), count_(count) {}
     void run() override {
+        systemThread = pthread_self();
         for (int i = 0; i < count_; ++i) {
             semaphore_->decrease();
             ++taken;
         }
     }
     std::atomic<int> taken{0};
+    std::atomic<pthread_t> systemThread{};
 
 private:
     NBX::SO<Semaphore> semaphore_;
@@ -42,6 +47,22 @@ TEST(Semaphore, ANewOneBlocksUntilTheFirstIncrease) {
     semaphore->increase();
     waitForEnd(*taker);
     EXPECT_EQ(taker->taken, 1);
+}
+
+TEST(Semaphore, ASignalDoesNotEndTheWait) {
+    const InterruptingSignal signal;
+    const NBX::SO<Semaphore> semaphore(new Semaphore);
+    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 1));
+    taker->start();
+    for (int i = 0; i < 5; ++i) {
+        Thread::sleep(0.005);
+        if (taker->systemThread) signal.sendTo(taker->systemThread);
+    }
+    Thread::sleep(0.005);
+    EXPECT_TRUE(taker->systemThread);
+    EXPECT_EQ(taker->taken, 0);
+    semaphore->increase();
+    waitForEnd(*taker);
 }
 
 TEST(Semaphore, KeepsCountsForLater) {
