@@ -49,8 +49,8 @@ public:
     virtual bool resampleRasterData(RASTER::SimpleRasterData<float> * target) const;
     virtual NBX::SO<NBX::PolygonSet> extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const;
     /// The light that falls on the ground, to be modulated with what shows there. `direction` leads to the
-    /// light; it counts as if it stood lower, with its height divided by 2.5. The larger `shade`, from 0 to
-    /// 1, the darker the whole picture. One pixel for each vertex of a grid. Render thread.
+    /// light, which counts as if its height were divided by 2.5. The larger `shade`, from 0 to 1, the darker
+    /// the whole picture. One pixel for each vertex of a grid; 2100 by 2100 of other data. Render thread.
     virtual NBX::SO<TerrainTexture> createStaticLightMap(double shade, const Point & direction);
     /// The normals of the ground, for light that is computed while drawing: each component, from -1 to 1, as
     /// a colour from 0 to 1. The size is as above. Render thread.
