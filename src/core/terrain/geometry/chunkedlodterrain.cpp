@@ -98,6 +98,8 @@ ChunkedLodTerrain::HeightRange ChunkedLodTerrain::findHeightRange() const {
                 maxHeight = std::max(maxHeight, height);
             }
     }
+    // Undefined cells of flat ground are filled with its height and so hide it; the box has kept it.
+    if (minHeight > maxHeight) minHeight = maxHeight = grid_->GridData::boundingBox().getLLF().y;
     if (maxHeight <= minHeight) {
         if (minHeight == 0.0)
             maxHeight = 1.0;

@@ -78,6 +78,18 @@ TEST_F(ChunkedLodTerrainTest, UndefinedCellsLieAtTheLowestHeight) {
     EXPECT_EQ(terrain->minHeight(), 10.0F);
 }
 
+TEST_F(ChunkedLodTerrainTest, FlatGroundWithUndefinedCellsKeepsItsHeight) {
+    for (const double height : {0.0, 200.0}) {
+        SCOPED_TRACE(height);
+        const auto terrain = TestChunked::terrain({3, 3}, [&](unsigned x, unsigned y) {
+            return x == 1 && y == 1 ? TestTerrain::s_undefined : height;
+        });
+        EXPECT_EQ(terrain->minHeight(), float(height));
+        EXPECT_EQ(stepsOf(*terrain), std::vector<unsigned short>(9, 0));
+        EXPECT_FLOAT_EQ(float(terrain->root()->boundingBox().getURB().y), float(height));
+    }
+}
+
 TEST_F(ChunkedLodTerrainTest, GroundWithoutADefinedHeightIsReported) {
     const auto terrain =
         TestChunked::terrain({3, 3}, [](unsigned, unsigned) { return TestTerrain::s_undefined; });
@@ -86,6 +98,18 @@ TEST_F(ChunkedLodTerrainTest, GroundWithoutADefinedHeightIsReported) {
     EXPECT_EQ(stepsOf(*terrain), std::vector<unsigned short>(9, 0));
     EXPECT_EQ(terrain->wall(), -0.2F);
     EXPECT_TRUE(terrain->root());
+}
+
+TEST_F(ChunkedLodTerrainTest, ColumnsBeyondTheLargestSizeAreLeftOut) {
+    // The highest cell is in the column that is left out, and still counts for the range.
+    const auto terrain = TestChunked::terrain(
+        {8194, 2}, [](unsigned x, unsigned y) { return x == 8193 ? 32767.0 : double(x + y); });
+    EXPECT_EQ(terrain->impl()->sizeX(), 8193U);
+    const auto steps = stepsOf(*terrain);
+    ASSERT_EQ(steps.size(), 2U * 8193);
+    EXPECT_EQ(steps[8192], 2 * 8192);
+    EXPECT_EQ(steps[8193], 2 * 1) << "the first one of the second row";
+    EXPECT_EQ(steps.back(), 2 * 8193);
 }
 
 TEST_F(ChunkedLodTerrainTest, InfiniteHeightsDoNoHarm) {
