@@ -1,5 +1,7 @@
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 
+#include <fstream>
+
 #include <support/filesizelimit.h>
 #include <support/temporaryfolder.h>
 
@@ -55,6 +57,29 @@ TEST(ChunkedLodTerrainImpl, LargeArraysLieInFilesThatAreGoneAtOnce) {
     EXPECT_EQ(lattice->errors()[3], 9);
     EXPECT_EQ(lattice->errors()[0], 65535);
     EXPECT_EQ(lattice->errors()[std::size_t(8193) * 8193 - 1], 65535);
+}
+
+/// How many mappings of files of chunked terrains this process has.
+unsigned mappedFiles() {
+    std::ifstream mappings("/proc/self/maps");
+    unsigned count = 0;
+    for (std::string line; std::getline(mappings, line);)
+        count += line.find("/zmt-clod-terrain-") != std::string::npos;
+    return count;
+}
+
+TEST(ChunkedLodTerrainImpl, ArraysOfFiftyMebibytesLieInFiles) {
+    static_assert(5120 * 5120 * sizeof(unsigned short) == Lattice::s_minFileSize);
+    ASSERT_EQ(mappedFiles(), 0U);
+    const struct {
+        unsigned cellsX, cellsY, files;
+    } cases[] = {{4097, 4097, 0}, {5120, 5119, 1}, {5120, 5120, 2}};
+    for (const auto & c : cases) {
+        SCOPED_TRACE(testing::Message() << c.cellsX << " by " << c.cellsY);
+        const NBX::SO<Lattice> lattice(new Lattice(c.cellsX, c.cellsY));
+        EXPECT_EQ(mappedFiles(), c.files);
+    }
+    EXPECT_EQ(mappedFiles(), 0U);
 }
 
 TEST(ChunkedLodTerrainImpl, AFullDiskIsAnErrorBeforeAnythingIsWritten) {
