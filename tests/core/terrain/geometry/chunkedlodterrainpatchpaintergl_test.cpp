@@ -91,13 +91,19 @@ TEST_F(ChunkedLodTerrainPatchPainterGLTest, BuildsItsShapesOnceAndFreesThem) {
     const Names before = countNames();
     EXPECT_FALSE(part->surfaceMesh());
     surface(*painter, *part);
-    const auto shape = part->surfaceMesh(), wall = part->outerWallMesh();
+    auto shape = part->surfaceMesh(), wall = part->outerWallMesh();
     ASSERT_TRUE(shape);
     surface(*painter, *part);
     walls(*painter, *part);
     EXPECT_EQ(part->surfaceMesh(), shape);
     EXPECT_EQ(part->outerWallMesh(), wall);
     EXPECT_EQ(countNames().buffers, before.buffers + 5) << "vertices, and indices and ranges of both shapes";
+    part = nullptr;
+    shape = wall = nullptr;
+    canvas->finishRedisplay();
+    canvas->redisplay();
+    canvas->prepareRedisplay();
+    EXPECT_EQ(countNames(), before);
 }
 
 TEST_F(ChunkedLodTerrainPatchPainterGLTest, TheWallOfAnInnerPatchHasNoBuffers) {
