@@ -6,7 +6,8 @@
 namespace ZMT::CORE {
 
 /// A square window of the lattice of a `ChunkedLodTerrain` and the threshold of its mesh, which halves from
-/// level to level. Box and mesh are in scene coordinates, as they were when the patch was made.
+/// level to level. The box is in scene coordinates as they were when the patch was made, and the mesh in
+/// those of its first picture.
 class ChunkedLodTerrain::Patch : public GeometryPatch {
     NBX_CLASS(ChunkedLodTerrain::Patch, GeometryPatch)
 public:
