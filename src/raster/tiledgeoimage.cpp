@@ -22,7 +22,7 @@ struct Range {
 
 /// The pixels that an interval, in pixels from the image's edge, touches.
 Range touched(double low, double high, double pixels) {
-    if (!(low < high) || !(high > 0.0) || !(low < pixels)) return {};
+    if (!(low < high) || !(high > 0.0) || !(low < pixels) || !(pixels > 0.0)) return {};
     const double first = std::clamp(std::floor(low + edgeTolerance), 0.0, pixels - 1.0);
     const double end = std::clamp(std::ceil(high - edgeTolerance), first + 1.0, pixels);
     return {first, end - first};

@@ -122,6 +122,7 @@ TEST_F(CachedTiledGeoImageTest, NoImageIsReported) {
     EXPECT_EQ(1U, reports.count(0, L"image", L"no image"));
     EXPECT_FALSE(none->getImage(0, 0, 10, 10));
     EXPECT_FALSE(none->getGeoImage(0, 0, 1, 1, 10, 10));
+    EXPECT_TRUE(none->pixelRect(-1, -1, 1, 1).isEmpty());
     const SO<ColorMaskedTiledGeoImage> masked(new ColorMaskedTiledGeoImage(nullptr, NBX::Color::black));
     EXPECT_EQ(2U, reports.count(0, L"image", L"no image"));
     EXPECT_FALSE(masked->getImage(0, 0, 10, 10));

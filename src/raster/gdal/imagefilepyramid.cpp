@@ -90,6 +90,8 @@ struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
     GeoExtent extent;
     std::vector<LevelInfo> levels;
     std::size_t storedLevels = 0;
+    NBX::SO<NBX::File> file; ///< null where GDAL notices by itself that bytes are missing
+    std::uint64_t fileSize = 0;
     NBX::SO<MemoryTiledGeoImagePyramid> memory; ///< null until a level in memory is first read
     bool whiteIsKnown = false;
     std::atomic<bool> failed{false};
@@ -97,6 +99,10 @@ struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
     void open();
     void close();
     void findLevels();
+    /// Notes the size of the file, for `checkFile`.
+    void watchFile();
+    /// Throws when the file has become smaller, or was cut off before.
+    void checkFile() const;
     NBX::SO<NBX::Image> emptyImage(unsigned width, unsigned height) const;
     /// Inside the level.
     NBX::SO<NBX::Image> read(std::size_t level, const PixelRect & rect);
@@ -175,12 +181,27 @@ void ImageFilePyramid::Impl::open() {
               grid.minX + (grid.cellsX - 0.5) * grid.cellSizeX,
               grid.minY + (grid.cellsY - 0.5) * grid.cellSizeY};
     findLevels();
+    watchFile();
 }
 
 void ImageFilePyramid::Impl::close() {
     levels.clear();
+    file = nullptr;
     reader.reset();
     source.reset();
+}
+
+void ImageFilePyramid::Impl::watchFile() {
+    if (source->format() == "GTiff" || !NBX::File::isFile(path)) return;
+    file = new NBX::File(path);
+    fileSize = file->size();
+}
+
+/// Several formats deliver blank pixels for the bytes that a file has no more. The JPEG library complains,
+/// but only once.
+void ImageFilePyramid::Impl::checkFile() const {
+    if ((file && file->size() < fileSize) || (failed && source->format() == "JPEG"))
+        throw NBX::InputException(L"the image is damaged or cut off; get it anew", path);
 }
 
 void ImageFilePyramid::Impl::findLevels() {
@@ -239,6 +260,7 @@ NBX::SO<NBX::Image> ImageFilePyramid::Impl::readFile(const LevelInfo & level, co
     const auto width = static_cast<unsigned>(w), height = static_cast<unsigned>(h);
     if (format.dataType == NBX::Image::Float) {
         std::vector<float> values = reader->readValues(level.overview, window);
+        checkFile();
         for (float & value : values)
             if (!std::isfinite(value)) value = 0.0F;
         reader->orient(values.data(), width, height, sizeof(float));
@@ -250,6 +272,7 @@ NBX::SO<NBX::Image> ImageFilePyramid::Impl::readFile(const LevelInfo & level, co
     if (!whiteIsKnown) reader->findWhite();
     whiteIsKnown = true;
     std::vector<std::uint8_t> rgba = reader->readRgba(level.overview, window, width, height);
+    checkFile();
     reader->orient(rgba.data(), width, height, 4);
     packPixels(rgba, *result);
     return result;

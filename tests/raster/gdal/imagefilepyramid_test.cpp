@@ -344,6 +344,54 @@ TEST_F(ImageFilePyramidTest, AFileThatIsCutOffInUseIsReportedOnce) {
     EXPECT_TRUE(pyramid->overview(0)->failed());
 }
 
+TEST_F(ImageFilePyramidTest, FilesOfEveryFormatThatShrinkInUseAreReported) {
+    TiffContent content = ramp(600, 600);
+    for (std::size_t i = 0; i < content.values.size(); ++i)
+        content.values[i] = static_cast<double>((i * i / 7) % 251);
+    const std::string path = write(content);
+    const char * formats[][2] = {{"GTiff", "copy.tif"}, {"ENVI", "image.img"},       {"EHdr", "image.bil"},
+                                 {"PNM", "image.ppm"},  {"BMP", "image.bmp"},        {"PNG", "image.png"},
+                                 {"JPEG", "image.jpg"}, {"JP2OpenJPEG", "image.jp2"}};
+    for (const auto & [format, name] : formats) {
+        if (!GetGDALDriverManager()->GetDriverByName(format)) continue;
+        const std::string copy = directory.file(name);
+        copyAs(format, path, copy);
+        const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(copy));
+        std::filesystem::resize_file(copy, std::filesystem::file_size(copy) / 2);
+        RecordedReports reports;
+        for (int i = 0; i < 2; ++i)
+            EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 64, 64)) << format;
+        EXPECT_EQ(1U, reports.size()) << format << ": " << reports;
+        EXPECT_EQ(2, reports.last().level) << format;
+    }
+}
+
+TEST_F(ImageFilePyramidTest, WhatIsLeftOfATiffFileThatShrinksIsDelivered) {
+    TiffContent content = ramp(600, 600);
+    content.options = {"TILED=YES"};
+    const std::string path = write(content);
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(path));
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
+    RecordedReports reports;
+    EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 64, 64));
+    EXPECT_TRUE(pyramid->overview(0)->getImage(0, 536, 64, 64)) << "the north comes first in the file";
+    EXPECT_EQ(1U, reports.size()) << reports;
+}
+
+TEST_F(ImageFilePyramidTest, AJpegFileThatWasCutOffIsNeverGray) {
+    TiffContent content = ramp(600, 600);
+    for (std::size_t i = 0; i < content.values.size(); ++i)
+        content.values[i] = static_cast<double>((i * i / 7) % 251);
+    const std::string copy = directory.file("image.jpg");
+    copyAs("JPEG", write(content), copy);
+    std::filesystem::resize_file(copy, std::filesystem::file_size(copy) / 2);
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(copy));
+    RecordedReports reports;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 64, 64)) << i;
+    EXPECT_EQ(1U, reports.size()) << reports;
+}
+
 TEST_F(ImageFilePyramidTest, ARemovedFileIsStillOpen) {
     const std::string path = write(ramp(64, 64));
     const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(path));
