@@ -15,7 +15,7 @@ MicroIndexTable::MicroIndexTable(unsigned sizeX, unsigned sizeY, std::vector<uns
     : sizeX_(sizeX), sizeY_(sizeY), cells_(std::move(cells)), ends_(std::move(ends)),
       indices_(std::move(indices)) {
     checkLists();
-    findRows();
+    findSlots();
 }
 
 MicroIndexTable::~MicroIndexTable() = default;
@@ -33,27 +33,26 @@ void MicroIndexTable::checkLists() const {
     if (!isConsistent) throw NBX::IOError(L"lists of micro-structures do not fit their cells");
 }
 
-// A stream may claim any number of rows, hence only as many are listed as there are cells for.
-void MicroIndexTable::findRows() {
-    rows_.clear();
+// A stream may claim any number of cells, hence there are no more slots than cells that have a list.
+void MicroIndexTable::findSlots() {
+    slots_.clear();
+    slotShift_ = 0;
     if (cells_.empty()) return;
-    const unsigned rowCount = cells_.back() / sizeX_ + 1;
-    rows_.reserve(std::size_t(rowCount) + 1);
-    unsigned place = 0;
-    for (unsigned y = 0; y < rowCount; ++y) {
-        rows_.push_back(place);
-        while (place < cells_.size() && cells_[place] / sizeX_ == y)
-            ++place;
-    }
-    rows_.push_back(place);
+    while (std::uint64_t(cells_.back()) >> slotShift_ >= cells_.size())
+        ++slotShift_;
+    for (std::size_t place = 0; place < cells_.size(); ++place)
+        slots_.resize((std::uint64_t(cells_[place]) >> slotShift_) + 1, static_cast<unsigned>(place));
+    slots_.push_back(static_cast<unsigned>(cells_.size()));
 }
 
 std::vector<unsigned> MicroIndexTable::get(unsigned x, unsigned y) const {
     NBX_CHECK(x < sizeX_ && y < sizeY_, L"place out of range");
-    if (x >= sizeX_ || y + std::size_t(1) >= rows_.size() || rows_[y] == rows_[y + 1]) return {};
+    if (x >= sizeX_ || y >= sizeY_) return {};
     const unsigned cell = x + y * sizeX_;
-    const auto end = cells_.begin() + rows_[y + 1];
-    const auto found = std::lower_bound(cells_.begin() + rows_[y], end, cell);
+    const std::uint64_t slot = std::uint64_t(cell) >> slotShift_;
+    if (slot + 1 >= slots_.size()) return {};
+    const auto end = cells_.begin() + slots_[slot + 1];
+    const auto found = std::lower_bound(cells_.begin() + slots_[slot], end, cell);
     if (found == end || *found != cell) return {};
     const std::size_t i = std::size_t(found - cells_.begin());
     const unsigned begin = i > 0 ? ends_[i - 1] : 0;
@@ -70,7 +69,7 @@ void MicroIndexTable::serialize(NBX::SerializationManager & m) {
     NBX::serializeValue(m, "indices", indices_);
     if (!m.isReading()) return;
     checkLists();
-    findRows();
+    findSlots();
 }
 
 NBX_STORED_CLASS_IMPL(MicroIndexTable, MicroIndexTable::Base)

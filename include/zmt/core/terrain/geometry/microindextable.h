@@ -22,13 +22,8 @@ public:
     unsigned sizeX() const override { return sizeX_; }
     unsigned sizeY() const override { return sizeY_; }
     using Base::get;
-    /// O(log of the stamped cells of the row).
+    /// O(log n) for n cells with a list, and O(1) where these lie evenly.
     std::vector<unsigned> get(unsigned x, unsigned y) const override;
-
-    /// The numbers of the cells with a list, ascending.
-    const std::vector<unsigned> & cells() const { return cells_; }
-    /// All lists, one behind the other.
-    const std::vector<unsigned> & indices() const { return indices_; }
 
     /// Attributes "sizeX", "sizeY", "cells", "ends", "indices".
     void serialize(NBX::SerializationManager & m) override;
@@ -37,12 +32,14 @@ private:
     MicroIndexTable();
 
     void checkLists() const;
-    void findRows();
+    void findSlots();
 
     unsigned sizeX_ = 0, sizeY_ = 0;
     std::vector<unsigned> cells_, ends_, indices_;
-    /// For each row the place of its first cell in `cells_`, then the end of the last row.
-    std::vector<unsigned> rows_;
+    /// A slot has the cells whose number is the slot's when shifted to the right. For each slot the place of
+    /// its first cell in `cells_`, then the end of the last slot.
+    std::vector<unsigned> slots_;
+    unsigned slotShift_ = 0;
 };
 
 } // namespace ZMT::CORE
