@@ -1,5 +1,7 @@
 #include <zmt/core/terrain/geometry/breaklines.h>
 
+#include "griddomain.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -34,9 +36,8 @@ private:
 };
 
 FeatureCollector::FeatureCollector(const GridData & grid) : grid_(grid) {
-    const NBX::Bounds local = grid.boundingBox();
-    const Point low = local.getLLF() + grid.origin(), high = local.getURB() + grid.origin();
-    extent_ = {low.x, low.z, high.x, high.z};
+    const NBX::Bounds place = placeOf(grid);
+    extent_ = {place.getLLF().x, place.getLLF().z, place.getURB().x, place.getURB().z};
 }
 
 void FeatureCollector::add(const VectorLine & line) {

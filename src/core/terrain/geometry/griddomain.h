@@ -14,6 +14,15 @@ inline bool isDomainOf(const GridData & grid, const NBX::Area & domain) {
            fits(domain.getY(), domain.getHeight(), grid.sizeY());
 }
 
+/// The rectangle of the grid in geo coordinates, with heights of 0: that of its raster, as boxes of a stored
+/// grid may be any.
+inline NBX::Bounds placeOf(const GridData & grid) {
+    const GridData::Point origin = grid.origin(), scale = grid.scale();
+    const auto cells = [](unsigned vertices) { return vertices > 0 ? vertices - 1.0 : 0.0; };
+    const GridData::Point size(scale.x * cells(grid.sizeX()), 0.0, scale.z * cells(grid.sizeY()));
+    return NBX::Bounds(origin, origin + size);
+}
+
 /// False for a patch that was made, and reported, without a grid or beside it.
 inline bool liesOnItsGrid(const GridPatch & patch) {
     return patch.grid() && isDomainOf(*patch.grid(), patch.domain());

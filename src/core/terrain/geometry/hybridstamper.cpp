@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cellarrangement.h"
+#include "griddomain.h"
 
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
@@ -76,10 +77,7 @@ struct HybridStamper::Cells {
 
 HybridStamper::HybridStamper(const GridData & grid)
     : origin_(grid.origin()), scale_(grid.scale()), sizeX_(grid.sizeX()), sizeY_(grid.sizeY()),
-      raster_(copyOf(*grid.rasterData())), cells_(new Cells) {
-    const NBX::Bounds local = grid.boundingBox();
-    bbox_ = NBX::Bounds(local.getLLF() + origin_, local.getURB() + origin_);
-}
+      bbox_(placeOf(grid)), raster_(copyOf(*grid.rasterData())), cells_(new Cells) {}
 
 HybridStamper::~HybridStamper() = default;
 

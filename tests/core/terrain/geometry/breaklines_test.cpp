@@ -113,6 +113,15 @@ TEST_F(BreakLinesTest, AGridWithoutCellsHasNone) {
     EXPECT_TRUE(features({{-1, 0, -1}, {1, 0, 3}}, false).empty());
 }
 
+/// A stored grid may have vertices anywhere.
+TEST_F(BreakLinesTest, VerticesFarAwayDoNotWidenTheGrid) {
+    const std::vector<Point> line{{-1e16, 0, 230}, {1e16, 0, 230}};
+    const auto expected = features(line, false);
+    ASSERT_EQ(expected.size(), 6U);
+    grid = new ZMT::CORE::HybridData(grid->rasterData().get(), {{1e17, 5, 1e17}, {-1e17, 5, -1e17}}, nullptr);
+    EXPECT_EQ(features(line, false), expected);
+}
+
 /// Contours of real land, with voids: stamped on the ground they change its triangles and not its shape.
 TEST_F(BreakLinesTest, ContoursChangeNoHeights) {
     using namespace ZMT::RASTER;

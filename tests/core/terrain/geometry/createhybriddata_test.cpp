@@ -239,6 +239,21 @@ TEST_F(CreateHybridDataTest, PointsOutsideAreRefused) {
     }
 }
 
+/// A stored grid may have vertices anywhere: they do not widen what can be stamped.
+TEST_F(CreateHybridDataTest, TheRasterTellsWhatIsInside) {
+    grid_ = new HybridData(grid_->rasterData().get(), {{1e17, 5.0, 1e17}, {-1e17, 5.0, 0.0}}, nullptr);
+    for (const double far : {170.0, 1e9, 9e16, -9e16}) {
+        SCOPED_TRACE(far);
+        const Point inside(123.25, 9.5, 247.5), outside(far, 7.0, 247.5);
+        reports_.clear();
+        const auto data = stamp({{inside}, {outside}, {inside, outside}, {inside, {130, 7, 280}, outside}});
+        EXPECT_EQ(reports_.size(), 3U) << reports_;
+        for (std::size_t i = 0; i < reports_.size(); ++i)
+            EXPECT_EQ(reports_[i].message.substr(0, 12), L"range error:");
+        EXPECT_EQ(stampedCells(*data), 1U);
+    }
+}
+
 TEST_F(CreateHybridDataTest, ASegmentIsCutAtGridLines) {
     const Point a(112.0, 10.0, 210.0), b(132.0, 30.0, 210.0);
     const auto data = stamp({{a, b}});
@@ -367,13 +382,22 @@ TEST_F(CreateHybridDataTest, UndefinedHeightsStayUndefined) {
 }
 
 TEST_F(CreateHybridDataTest, AGridWithoutCellsTakesNothing) {
-    for (const RasterGrid & layout : {RasterGrid{1, 1}, RasterGrid{1, 5}, RasterGrid{5, 1}}) {
+    for (const RasterGrid & layout : {RasterGrid{0, 0}, RasterGrid{0, 5}, RasterGrid{5, 0}, RasterGrid{1, 1},
+                                      RasterGrid{1, 5}, RasterGrid{5, 1}}) {
         const auto data = CreateHybridData::create(TestTerrain::grid(layout, plain), Features{{{0, 1, 0}}});
         ASSERT_TRUE(data);
         EXPECT_EQ(data->vertices(), layout.cellsX * layout.cellsY);
         EXPECT_FALSE(reports_.empty());
         reports_.clear();
     }
+}
+
+TEST_F(CreateHybridDataTest, WhatWasStampedBeforeIsNotTakenOver) {
+    grid_ = stamp({{{120.0, 9.5, 240.0}}, {{133.0, 7.0, 247.0}}});
+    const auto data = stamp({{{123.0, 6.0, 247.0}}});
+    EXPECT_EQ(data->vertex(2, 2).y, 9.5) << "heights are";
+    EXPECT_EQ(stampedCells(*data), 1U);
+    EXPECT_EQ(data->vertices(), 43U);
 }
 
 TEST_F(CreateHybridDataTest, LeavesOfATreeAreOnTheHybridGrid) {
