@@ -330,8 +330,8 @@ void GridPatchRayIntersector::checkGrid(NBX::Engine * engine, const NBX::Ray & r
                                         RayTracingTechnique * technique) {
     NBX_CHECK(engine, L"no engine");
     NBX_CHECK(grid, L"no grid");
-    NBX_CHECK(minY <= maxY, L"internal error");
     if (grid) checkDomain(grid, domain);
+    NBX_CHECK(minY <= maxY, L"internal error");
     if (!engine || !grid || !(minY <= maxY) || !isDomainOf(*grid, domain)) return;
     const Cells cells = cellsOf(domain);
     if (!RayTracingTechnique::checkBounds(ray, column(*grid, cells, minY, maxY)) || !Search::canSearch(ray))

@@ -1,6 +1,7 @@
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 
 #include <nbx/engine/handler.h>
+#include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
 
@@ -16,6 +17,18 @@ using Sides = std::map<std::string, unsigned>;
 
 class GridPatchPainterGLTest : public PatchPainterFixture {
 protected:
+    /// How many vertices of the surface are sent to OpenGL.
+    GLuint verticesOf(const GridPatch & patch) {
+        GLuint query = 0, count = 0;
+        glGenQueries(1, &query);
+        glBeginQuery(GL_VERTICES_SUBMITTED_ARB, query);
+        painter->renderPatch(engine.get(), &patch);
+        glEndQuery(GL_VERTICES_SUBMITTED_ARB);
+        glGetQueryObjectuiv(query, GL_QUERY_RESULT, &count);
+        glDeleteQueries(1, &query);
+        return count;
+    }
+
     NBX::SO<ZMT::CORE::GridData> grid = TestPatches::smallGrid();
     NBX::SO<GridPatchPainterGL> painter{new GridPatchPainterGL};
 };
@@ -57,6 +70,32 @@ TEST_F(GridPatchPainterGLTest, EverySideHasASkirtOrAWall) {
         for (const auto & t : wallTriangles)
             EXPECT_TRUE(TestPatches::isCurtain(t));
     }
+}
+
+/// A strip is open across plain cells, so that it has two vertices for each column of vertices, and is split
+/// by a cell that has its own triangles, three vertices each.
+TEST_F(GridPatchPainterGLTest, AStripGoesOnAcrossPlainCells) {
+    ASSERT_TRUE(engine->hasExtension("GL_ARB_pipeline_statistics_query"));
+    using Cells = std::vector<std::pair<unsigned, unsigned>>;
+    constexpr unsigned row = 2 * 9, pointInCell = 4 * 3;
+    const struct {
+        const char * name;
+        Cells cells;
+        GLuint vertices;
+    } cases[] = {{"none", {}, 6 * row},
+                 {"inside a row", {{3, 1}}, 5 * row + 2 * 4 + 2 * 5 + pointInCell},
+                 {"first of a row", {{0, 4}}, 5 * row + 2 * 8 + pointInCell},
+                 {"last of a row", {{7, 4}}, 5 * row + 2 * 8 + pointInCell},
+                 {"two in a row", {{2, 0}, {3, 0}}, 5 * row + 2 * 3 + 2 * 5 + 2 * pointInCell},
+                 {"two apart", {{2, 0}, {5, 0}}, 5 * row + 2 * 3 + 2 * 3 + 2 * 3 + 2 * pointInCell}};
+    for (const auto & c : cases) {
+        std::vector<ZMT::CORE::CreateHybridData::Feature> points;
+        for (const auto & [x, y] : c.cells)
+            points.push_back({{100.5 + x, 9.0, 201.0 + 2.0 * y}});
+        const auto hybrid = ZMT::CORE::CreateHybridData::create(grid, points);
+        EXPECT_EQ(verticesOf(*TestPatches::gridPatch(hybrid, Area(0, 0, 8, 6))), c.vertices) << c.name;
+    }
+    EXPECT_EQ(verticesOf(*TestPatches::gridPatch(grid, Area(0, 0, 8, 6))), 6 * row) << "of a plain grid";
 }
 
 TEST_F(GridPatchPainterGLTest, FrontsAreSeenFromAboveAndFromOutside) {

@@ -11,6 +11,7 @@
 #include <nbx/scene/scenething.h>
 #include <nbx/scene/translation.h>
 #include <support/recordedreports.h>
+#include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
@@ -203,6 +204,23 @@ TEST(GridPatchRayIntersector, FindsThemAtMicroStructures) {
     EXPECT_GT(expectHitsOfPlainDescent(wholePatch(hybrid), 1800), 300U);
 }
 
+/// On a map far from its origin, with corners of triangles on the borders of their cells.
+TEST(GridPatchRayIntersector, FindsThemAtStampedFeatures) {
+    const ZMT::RASTER::RasterGrid layout{60, 50, 500000.0, 5.2e6, s_cellX, s_cellY};
+    std::mt19937 random(23);
+    std::uniform_real_distribution<double> unit(0.0, 0.999);
+    std::vector<ZMT::CORE::CreateHybridData::Feature> features;
+    for (unsigned i = 0; i < 60; ++i) {
+        auto & feature = features.emplace_back();
+        const double x = 55.0 * unit(random), y = 45.0 * unit(random);
+        for (unsigned k = 0; k <= i % 3; ++k)
+            feature.push_back({layout.minX + s_cellX * (x + 4.0 * unit(random)), 60.0 * unit(random) - 30.0,
+                               layout.minY + s_cellY * (y + 4.0 * unit(random))});
+    }
+    const auto hybrid = ZMT::CORE::CreateHybridData::create(TestTerrain::grid(layout, hills), features);
+    EXPECT_GT(expectHitsOfPlainDescent(wholePatch(hybrid), 1800), 300U);
+}
+
 /// Two rays that the equally near triangles of a saddle and of a vertex share.
 TEST(GridPatchRayIntersector, OfEquallyNearHitsTheFirstInOrderOfDivisionCounts) {
     const auto grid =
@@ -360,6 +378,9 @@ TEST_F(CheckGridTest, ReportsTurnedHeights) {
     check(engine.get(), grid.get(), {0, 0, 4, 3}, 50, -50);
     EXPECT_EQ(reports.size(), 1U);
     EXPECT_EQ(reports.count(0, L"minY <= maxY", L"internal error"), 1U) << reports;
+    check(engine.get(), grid.get(), {4, 0, 1, 1}, 50, -50);
+    ASSERT_GE(reports.size(), 2U);
+    EXPECT_EQ(reports.last().condition, L"minY <= maxY") << "behind the domain";
 }
 
 TEST_F(CheckGridTest, ReportsADomainBesideTheGrid) {
