@@ -1,5 +1,7 @@
 #include <zmt/core/terrain/geometry/terrainwatcherpainter.h>
 
+#include <utility>
+
 #include <nbx/engine/engine.h>
 #include <nbx/gl/enginegl.h>
 #include <zmt/core/terrain/geometry/terrainwatcher.h>
@@ -15,6 +17,12 @@ void store(const Matrix & current, Matrix & matrix, Matrix & inverse) {
     inverse = current.inverse();
 }
 
+/// Null when there is but one watcher.
+const NBX::MonoAttribute * beneathTop(const NBX::Engine & engine) {
+    const auto * stack = engine.monoTable(TerrainWatcher::ClassNameNBX());
+    return stack && stack->size() > 1 ? stack->get(stack->size() - 2).get() : nullptr;
+}
+
 } // namespace
 
 NBX_CLASS_IMPL(TerrainWatcherPainter, NBX::MonoAttributePainter)
@@ -26,7 +34,8 @@ NBX::ID TerrainWatcherPainter::target() const {
 bool TerrainWatcherPainter::apply(NBX::Engine * engine, const NBX::MonoAttribute * attribute, bool entering) {
     auto * watcher = dynamic_cast<TerrainWatcher *>(const_cast<NBX::MonoAttribute *>(attribute));
     if (!watcher) return false;
-    if (!entering || watcher->freeze_) return true;
+    const bool returns = std::exchange(returning_, entering ? nullptr : beneathTop(*engine)) == watcher;
+    if (!entering || returns || watcher->freeze_) return true;
     store(engine->modelViewMatrix(), watcher->modelview_, watcher->inverseModelview_);
     store(engine->projectionMatrix(), watcher->projection_, watcher->inverseProjection_);
     store(engine->viewMatrix(), watcher->orientation_, watcher->inverseOrientation_);

@@ -31,7 +31,7 @@ protected:
     void SetUp() override {
         GLFixture::SetUp();
         root->append(camera.get());
-        NBX::SO<NBX::SceneThing> place(new NBX::SceneThing(root.get()));
+        root->append(place.get());
         place->append(new NBX::Translation({0, -5, 0}));
         place->append(new TerrainScaling({1, 2, 1}));
         place->append(watcher.get());
@@ -40,6 +40,7 @@ protected:
 
     const NBX::SO<NBX::LookAt> eye{new NBX::LookAt({3, 10, -20}, {})};
     const NBX::SO<NBX::Camera> camera{new NBX::Camera(eye.get(), new NBX::Perspective(50.0, 1.0, 300.0))};
+    const NBX::SO<NBX::SceneThing> place{new NBX::SceneThing};
     const NBX::SO<TerrainWatcher> watcher{new TerrainWatcher};
     const Matrix model = Matrix::translation({0, -5, 0}) * Matrix::scaling({1, 2, 1});
 };
@@ -99,6 +100,55 @@ TEST_F(TerrainWatcherPainterTest, ReadsOnEnteringAlone) {
     EXPECT_FALSE(watcher->viewinfo());
     EXPECT_TRUE(TerrainWatcherPainter().apply(engine.get(), watcher.get(), true));
     EXPECT_EQ(watcher->modelview(), model);
+    engine->popModelMatrix();
+}
+
+/// What stands behind the inner watcher lies elsewhere, and the outer one has not seen it.
+TEST_F(TerrainWatcherPainterTest, EachOfNestedWatchersKeepsTheViewOfItsOwnTerrain) {
+    const NBX::SO<TerrainWatcher> inner(new TerrainWatcher), innermost(new TerrainWatcher);
+    NBX::SceneThing * below = place.get();
+    for (const auto & nested : {inner, innermost}) {
+        below = new NBX::SceneThing(below);
+        below->append(new NBX::Translation({7, 0, 0}));
+        below->append(nested.get());
+        below->append(new NBX::Box);
+    }
+    for (const Point & from : {Point(3, 10, -20), Point(-8, 30, 4)}) {
+        eye->setFrom(from);
+        draw();
+        expectNear(watcher->modelview(), eye->matrix() * model);
+        expectNear(watcher->viewinfo()->modelView(), watcher->modelview());
+        expectNear(inner->modelview(), eye->matrix() * model * Matrix::translation({7, 0, 0}));
+        expectNear(innermost->modelview(), eye->matrix() * model * Matrix::translation({14, 0, 0}));
+    }
+}
+
+TEST_F(TerrainWatcherPainterTest, AWatcherInTwoPlacesSeesTheLast) {
+    auto * below = new NBX::SceneThing(place.get());
+    below->append(new NBX::Translation({7, 0, 0}));
+    below->append(watcher.get());
+    below->append(new NBX::Box);
+    for (const Point & from : {Point(3, 10, -20), Point(-8, 30, 4)}) {
+        eye->setFrom(from);
+        draw();
+        expectNear(watcher->modelview(), eye->matrix() * model * Matrix::translation({7, 0, 0}));
+    }
+}
+
+TEST_F(TerrainWatcherPainterTest, DisregardedWatchersSeeNothing) {
+    const NBX::SO<TerrainWatcher> inner(new TerrainWatcher);
+    const NBX::AttributeScope outerScope(engine.get(), watcher.get());
+    engine->disregard(TerrainWatcher::ClassNameNBX());
+    engine->push(inner.get());
+    EXPECT_FALSE(inner->viewinfo());
+    engine->pop(inner.get());
+    engine->regard(TerrainWatcher::ClassNameNBX());
+    engine->pushModelMatrix(model);
+    {
+        const NBX::AttributeScope innerScope(engine.get(), inner.get());
+        EXPECT_EQ(inner->modelview(), model);
+    }
+    EXPECT_EQ(watcher->modelview(), Matrix());
     engine->popModelMatrix();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/monoattribute.h>
@@ -8,7 +10,7 @@
 namespace ZMT::CORE {
 
 /// Keeps the view in which the terrains behind it were last painted. It stands directly in front of a
-/// terrain, behind the transformations of its node.
+/// terrain, behind the transformations of its node. One that stands further in takes its place there.
 ///
 /// Written on the rendering thread. Whoever reads on another one freezes the watcher first, and waits until
 /// the frame in which that was done has ended.
@@ -46,7 +48,7 @@ private:
     Matrix modelview_, inverseModelview_;
     Matrix projection_, inverseProjection_;
     Matrix orientation_, inverseOrientation_;
-    bool freeze_ = false;
+    std::atomic<bool> freeze_ = false;
 };
 
 } // namespace ZMT::CORE

@@ -12,6 +12,11 @@ public:
 
     NBX::ID target() const override;
     bool apply(NBX::Engine * engine, const NBX::MonoAttribute * attribute, bool entering) override;
+
+private:
+    /// Beneath the watcher that was left last: the engine calls for it again, but it is not reached anew.
+    /// Only compared.
+    const NBX::MonoAttribute * returning_ = nullptr;
 };
 
 } // namespace ZMT::CORE
