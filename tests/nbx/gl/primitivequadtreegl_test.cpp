@@ -235,7 +235,6 @@ TEST_F(PrimitiveQuadTreeGLTest, paintsWhatTouchesTheArea) {
 TEST_F(PrimitiveQuadTreeGLTest, leavesTheStateAsItWas) {
     canvas->prepareRedisplay();
     const SO<Tree> tree(new Tree(2, stripes(), Bounds(), false));
-    engine->paint(tree.get());
     const std::vector<int> before = stateOfGL();
     engine->paint(tree.get());
     EXPECT_EQ(before, stateOfGL());

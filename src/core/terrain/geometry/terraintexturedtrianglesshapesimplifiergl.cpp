@@ -28,6 +28,16 @@ using NBX::SO;
 
 /// Cards with fewer units spend them on clip planes.
 constexpr unsigned s_unitsForClipPlanes = 3;
+/// One for each side of a patch.
+constexpr unsigned s_planes = 4;
+constexpr int s_enabledOnes = 1;
+
+/// The scene may hold planes of its own.
+bool canUsePlanes(const NBX::EngineGL & engine) {
+    return engine.maxTextureUnits() >= s_unitsForClipPlanes &&
+           engine.polyAttributeCount(NBX::ClipPlane::ClassNameNBX(), s_enabledOnes) + s_planes <=
+               NBX::ClipPlane::maxPlanes;
+}
 
 bool canUseStencil() {
     GLint bits = 0;
@@ -37,8 +47,8 @@ bool canUseStencil() {
 
 /// Everything inside four planes around the rectangle of `box`.
 void paintClipped(NBX::Engine * engine, NBX::PrimitiveQuadTreeGL * tree, const NBX::Bounds & box) {
-    static const std::array<SO<NBX::ClipPlane>, 4> planes = {new NBX::ClipPlane, new NBX::ClipPlane,
-                                                             new NBX::ClipPlane, new NBX::ClipPlane};
+    static const std::array<SO<NBX::ClipPlane>, s_planes> planes = {new NBX::ClipPlane, new NBX::ClipPlane,
+                                                                    new NBX::ClipPlane, new NBX::ClipPlane};
     planes[0]->setPlane({1, 0, 0}, -box.getLLF().x);
     planes[1]->setPlane({-1, 0, 0}, box.getURB().x);
     planes[2]->setPlane({0, 0, 1}, -box.getLLF().z);
@@ -165,7 +175,7 @@ public:
 
         const AttributeScope texGen(engine, terrainTexGen().get());
         const AttributeScope area(engine, part->area());
-        if (gl->maxTextureUnits() < s_unitsForClipPlanes && canUseStencil())
+        if (!canUsePlanes(*gl) && canUseStencil())
             paintStencilled(gl, part->tree(), box);
         else
             paintClipped(gl, part->tree(), box);

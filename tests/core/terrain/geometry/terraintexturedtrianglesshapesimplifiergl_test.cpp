@@ -7,6 +7,7 @@
 #include <support/glfixture.h>
 #include <support/roundtrip.h>
 
+#include <nbx/engine/simplifier.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
@@ -18,6 +19,7 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
+#include <nbx/scene/clipplane.h>
 #include <nbx/scene/colorattribute.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/ortho.h>
@@ -183,6 +185,30 @@ TEST_F(DrapedTrianglesGLTest, BothWaysDrawTheSamePixels) {
     }
 }
 
+/// Six can be in force at a time, and a patch has four sides.
+TEST_F(DrapedTrianglesGLTest, TheSceneMayHaveClipPlanesOfItsOwn) {
+    std::mt19937 random(29);
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(2, sheet(12, 0.3), Bounds(), true));
+    const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+    const std::vector<Bounds> boxes = patches(random, 3, 3);
+    const SO<NBX::Camera> camera = randomView(random);
+    const auto picture = [&](unsigned planes) {
+        root->clear();
+        root->append(camera.get());
+        for (unsigned i = 0; i < planes; ++i)
+            root->append(new NBX::ClipPlane({1, 0, 0}, 0.3));
+        for (std::size_t i = 0; i < boxes.size(); i += 2)
+            appendParts(*triangles, {boxes[i]});
+        return draw();
+    };
+    const auto expected = picture(1);
+    EXPECT_GT(differingPixels(expected, blank()), 500);
+    EXPECT_GT(differingPixels(expected, picture(0)), 500);
+    for (const unsigned planes : {2U, 3U, 6U})
+        EXPECT_LE(differingPixels(expected, picture(planes)), s_borderPixels) << planes;
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
 TEST_F(DrapedTrianglesGLTest, TheStencilIsLeftAsItWas) {
     const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
     const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
@@ -206,7 +232,6 @@ TEST_F(DrapedTrianglesGLTest, TheStateIsLeftAsItWas) {
     canvas->prepareRedisplay();
     for (const unsigned units : {0U, 2U, 1U}) {
         EngineGL::setMaxTextureUnitsLimit(units);
-        part->evaluate(engine.get());
         const std::vector<int> before = stateOfGL();
         part->evaluate(engine.get());
         EXPECT_EQ(before, stateOfGL()) << units;
@@ -214,6 +239,20 @@ TEST_F(DrapedTrianglesGLTest, TheStateIsLeftAsItWas) {
         EXPECT_EQ(0U, engine->polyAttributeCount("ClipPlane", 3));
     }
     canvas->finishRedisplay();
+}
+
+TEST_F(DrapedTrianglesGLTest, EnginesThatDoNotDrawLeaveThemOut) {
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
+    const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {0, 1, 0}));
+    const SO<NBX::SceneThing> part =
+        NBX::soCast<NBX::SceneThing>(triangles->geometry(Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})));
+    const NBX::ClassInfo * shape = part->object(1)->classInfoNBX();
+    EXPECT_TRUE(engine->findHandler(NBX::Simplifier::ClassNameNBX(), shape));
+    const SO<NBX::Engine> plain(new NBX::Engine);
+    EXPECT_FALSE(plain->findHandler(NBX::Simplifier::ClassNameNBX(), shape));
+    part->evaluate(plain.get());
+    EXPECT_EQ(0U, plain->polyAttributeCount("ClipPlane", 3));
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST_F(DrapedTrianglesGLTest, BoxesWithoutAreaShowNothing) {
