@@ -6,6 +6,7 @@
 #include <random>
 
 #include <nbx/container/array.h>
+#include <nbx/container/constantiterator.h>
 #include <nbx/scene/polygonset.h>
 #include <support/recordedreports.h>
 
@@ -196,6 +197,18 @@ TEST(PolygonSetTool, cornersBeyondTheVerticesAreReported) {
     EXPECT_EQ((std::vector<Triangle>{{0, 1, 2}, {10, 11, 12}}), trianglesOf(*result));
     EXPECT_EQ(1U, reports.size());
     EXPECT_FALSE(merged({new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 1, 3}))}));
+}
+
+TEST(PolygonSetTool, moreVerticesThanCanBeNumberedAreReported) {
+    RecordedReports reports;
+    const auto setOf = [](unsigned vertices) {
+        return SO<PolygonSet>(new PolygonSet(PolygonSet::PT_Triangles, new ConstantIterator<V>({}, vertices),
+                                             numbers({0, 1, 2})));
+    };
+    EXPECT_FALSE(merged({setOf(3000000000U), setOf(3000000000U)}));
+    EXPECT_FALSE(merged({new PolygonSet(PolygonSet::PT_TriangleStrip, points(3),
+                                        new ConstantIterator<unsigned>(0, 2000000000U))}));
+    EXPECT_EQ(2U, reports.count(0, L"numbered", L"too many vertices for one polygon set")) << reports;
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/scene/scenething.h>
 #include <nbx/scene/translation.h>
+#include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
@@ -108,6 +109,9 @@ TEST(TerrainTexturedTriangles, AnOffsetIsATranslation) {
 }
 
 TEST(TerrainTexturedTriangles, IsStored) {
+    const std::vector<std::string> names{"tree", "offset"};
+    EXPECT_EQ(names, RecordedAttributes::of(*smallTriangles({1, 2, 3}), true));
+    EXPECT_EQ(names, RecordedAttributes::of(*smallTriangles(), false));
     const SO<TerrainTexturedTriangles> copy = roundTrip(smallTriangles({1, 2, 3}));
     ASSERT_TRUE(copy);
     EXPECT_EQ(Point(1, 2, 3), copy->getOffset());
@@ -115,6 +119,7 @@ TEST(TerrainTexturedTriangles, IsStored) {
     const SO<TerrainTexturedTriangles> none =
         roundTrip(SO<TerrainTexturedTriangles>(new TerrainTexturedTriangles(nullptr, {})));
     ASSERT_TRUE(none);
+    EXPECT_TRUE(RecordedAttributes::of(*none, true).empty()) << "both are at their defaults";
     EXPECT_FALSE(none->primitiveQuadTree());
     EXPECT_EQ(Point(), none->getOffset());
 }

@@ -95,7 +95,7 @@ protected:
     int worst(const std::vector<NBX::SO<NBX::Attribute>> & topFirst, const Color & color,
               const std::function<double(int x, int y, unsigned c)> & formula) {
         root->clear();
-        root->append(new NBX::TexGenGL);
+        root->append(texGen.get());
         for (const auto & effect : topFirst)
             root->append(effect.get());
         root->append(quad(color).get());
@@ -111,6 +111,7 @@ protected:
         return result;
     }
 
+    NBX::SO<NBX::TexGenGL> texGen = new NBX::TexGenGL;
     NBX::SO<NBX::MemoryImage> normals = new NBX::MemoryImage(s_size, s_size, NBX::LS_RGB);
     NBX::SO<NBX::MemoryImage> image = new NBX::MemoryImage(s_size, s_size, NBX::LS_RGB);
 };
@@ -127,6 +128,16 @@ TEST_F(PerPixelLightingShaderTest, LightsByTheNormalsOfItsTexture) {
                     << units << " units, " << direction.x << ", ambient " << ambient;
             }
     }
+}
+
+TEST_F(PerPixelLightingShaderTest, ItsOwnGeneratorMapsTheNormals) {
+    const NBX::SO<NBX::Attribute> effect(
+        new PerPixelLightingEffectGL(textureOf(normals).get(), texGen.get(), {-1, 1, 1}, 0.3));
+    texGen = new NBX::TexGenGL(NBX::TexGenGL::M_ObjectLinear,
+                               NBX::Matrix4x4Base<double>::translation({0.5, 0.25, 0.0}));
+    const auto formula = [&](int x, int y, unsigned) { return lightAt(x, y, {-1, 1, 1}, 0.3); };
+    EXPECT_LE(worst({effect}, Color::white, formula), s_tolerance);
+    EXPECT_GT(worst({light({-1, 1, 1}, 0.3)}, Color::white, formula), 50);
 }
 
 TEST_F(PerPixelLightingShaderTest, MultipliesThePictureBeneath) {
