@@ -16,8 +16,9 @@ class EngineGL;
 /// The triangles of a polygon set, sorted into a quadtree so that the part in a `PrimitiveQuadTreeAreaGL` is
 /// painted fast. They lie in buffers of the graphics card, in single precision and in the frame of the set.
 ///
-/// The set is read once, by the constructor: later changes of it are not seen. Building needs no context; the
-/// buffers are made when the tree is first painted. It belongs to the thread of the canvases that paint it.
+/// The triangles are read once, by the constructor, and the other attributes of their vertices when the tree
+/// is first painted: later changes of the set are not seen. Building needs no context; the buffers are made
+/// when the tree is first painted. It belongs to the thread of the canvases that paint it.
 ///
 /// Laws: (1) every triangle is in exactly one leaf; (2) the triangles below a node stand one behind the
 /// other; (3) those in an area are the ones whose rectangles touch it, in their order in the tree.

@@ -5,12 +5,13 @@
 
 namespace ZMT::CORE {
 
-/// Exaggerates the terrains behind it: scales them about the scene's origin when they are painted or
-/// intersected. Their data, height queries among them, stay as they are. Nested ones multiply.
+/// Exaggerates the terrains behind it: scales them about the origin of the frame in which it stands, when
+/// they are painted or intersected. Their data, height queries among them, stay as they are. Nested ones
+/// multiply.
 class TerrainScaling : public NBX::MonoAttribute {
     NBX_CLASS(TerrainScaling, NBX::MonoAttribute)
 public:
-    /// Factors along x, height and z of the scene.
+    /// Factors along x, height and z of that frame.
     explicit TerrainScaling(const NBX::Vector3Base<double> & scaling)
         : NBX::MonoAttribute(true), scaling_(scaling) {}
 
