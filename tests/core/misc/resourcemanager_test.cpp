@@ -103,6 +103,10 @@ public:
             if (request.key == key) return request.priority;
         return 0.0;
     }
+    bool isToEnd() const {
+        const MutexLocker lock(mutex_.get());
+        return shutdownRequested_;
+    }
     void waitForWorker() const {
         while (isRunning())
             sleep(0.001);
@@ -110,6 +114,21 @@ public:
 
     std::function<double()> clock;
     bool shutsDown = true;
+};
+
+/// Does something on a thread of its own, and is waited for.
+class Meanwhile : public Thread {
+    NBX_TEMPLATE_CLASS(Meanwhile, Thread)
+public:
+    explicit Meanwhile(std::function<void()> work) : work_(std::move(work)) { start(); }
+    ~Meanwhile() override {
+        while (isRunning())
+            sleep(0.001);
+    }
+    void run() override { work_(); }
+
+private:
+    std::function<void()> work_;
 };
 
 SO<Key> key(const char * name, double size = 10.0) {
@@ -385,6 +404,30 @@ TEST_F(ResourceManagerTest, TheResourceOfADeadKeyGoesAtTheEndOfTheFrame) {
     EXPECT_EQ(manager->usedMemory(), 10.0);
 }
 
+TEST_F(ResourceManagerTest, TheDeadGoBeforeTheBudgetIsLookedAt) {
+    SO<Key> dying = key("x");
+    for (const auto & wanted : {a, b, dying})
+        demand(*manager, wanted);
+    manager->setMaxMemory(20.0);
+    dying = nullptr;
+    manager->beginFrame();
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "ba");
+}
+
+TEST_F(ResourceManagerTest, TheOthersOfAFrameStayWhenItsFirstKeyDies) {
+    SO<Key> first = key("x");
+    for (const auto & wanted : {a, b, first, c})
+        demand(*manager, wanted);
+    manager->setMaxMemory(5.0);
+    manager->beginFrame();
+    for (const auto & wanted : {first, b, c})
+        look(*manager, wanted);
+    first = nullptr;
+    manager->endFrame();
+    EXPECT_EQ(manager->cached(), "cb");
+}
+
 TEST_F(ResourceManagerTest, ANewKeyInThePlaceOfADeadOneIsAnotherKey) {
     // The storage is the same for all, so that the addresses are.
     struct Placed : Key {
@@ -498,6 +541,17 @@ TEST_F(ResourceManagerTest, TheLoopEndsExactlyAtASecond) {
     EXPECT_EQ(looks, 2);
 }
 
+TEST_F(ResourceManagerTest, TheLoopPausesBetweenTwoLooks) {
+    constexpr double pause = 0.02;
+    const SO<Manager> pausing(new Manager(1000.0, false, 5, pause));
+    double time = 0.0;
+    pausing->clock = [&] { return time += 0.375; };
+    const double before = NBX::NBXTime::now();
+    pausing->run();
+    EXPECT_EQ(time, 4 * 0.375) << "three looks after the start";
+    EXPECT_GE(NBX::NBXTime::now() - before, 3 * pause);
+}
+
 TEST_F(ResourceManagerTest, WorkKeepsTheLoopGoing) {
     double time = 0.0;
     manager->clock = [&] { return time += 0.3; };
@@ -599,6 +653,24 @@ TEST_F(ThreadedResourceManagerTest, ARequestNotRepeatedIsForgottenAfterItsAge) {
     go->increase();
 }
 
+TEST_F(ThreadedResourceManagerTest, ARepeatedRequestIsAsYoungAsANewOne) {
+    holdWorker();
+    threaded->request(a, preparer, 1.0);
+    threaded->endFrame();
+    arrived->decrease();
+
+    for (int time = 0; time < 2; ++time) {
+        threaded->request(b, preparer, 1.0);
+        for (int frame = 1; frame <= 5; ++frame) {
+            threaded->beginFrame();
+            EXPECT_EQ(threaded->requested(), "b") << time << ", " << frame;
+        }
+    }
+    threaded->beginFrame();
+    EXPECT_EQ(threaded->requested(), "");
+    go->increase();
+}
+
 TEST_F(ThreadedResourceManagerTest, ALookDoesNotWaitForAPreparationADemandDoes) {
     holdWorker();
     threaded->request(a, preparer, 1.0);
@@ -610,24 +682,12 @@ TEST_F(ThreadedResourceManagerTest, ALookDoesNotWaitForAPreparationADemandDoes) 
     threaded->endFrame();
 
     const SO<Preparer> other(new Preparer);
-    class Releaser : public Thread {
-        NBX_TEMPLATE_CLASS(Releaser, Thread)
-    public:
-        explicit Releaser(Semaphore * go) : go_(go) {}
-        void run() override {
-            sleep(0.02);
-            go_->increase();
-        }
-
-    private:
-        SO<Semaphore> go_;
-    };
-    const SO<Releaser> releaser(new Releaser(go.get()));
-    releaser->start();
+    const SO<Meanwhile> releaser(new Meanwhile([this] {
+        Thread::sleep(0.02);
+        go->increase();
+    }));
     EXPECT_TRUE(threaded->request(c, other, 1e42));
     EXPECT_EQ(preparer->calls().substr(0, 1), "a") << "prepared before the demanded one";
-    while (releaser->isRunning())
-        Thread::sleep(0.001);
 }
 
 TEST_F(ThreadedResourceManagerTest, ShutdownWaitsForThePreparationAndServesNoFurther) {
@@ -636,11 +696,31 @@ TEST_F(ThreadedResourceManagerTest, ShutdownWaitsForThePreparationAndServesNoFur
     threaded->request(b, preparer, 1.0);
     threaded->endFrame();
     arrived->decrease();
-    go->increase();
+    const SO<Meanwhile> releaser(new Meanwhile([this] {
+        while (!threaded->isToEnd())
+            Thread::sleep(0.001);
+        go->increase();
+    }));
     threaded->shutdown();
     EXPECT_FALSE(threaded->isRunning());
-    EXPECT_EQ(preparer->calls().substr(0, 1), "a");
+    EXPECT_EQ(preparer->calls(), "a");
+    EXPECT_TRUE(look(*threaded, a));
+    EXPECT_EQ(threaded->requested(), "b");
     threaded->shutdown();
+
+    threaded->beginFrame();
+    threaded->waitForWorker();
+    EXPECT_EQ(preparer->calls(), "a") << "a worker that is started once more leaves at once";
+}
+
+TEST_F(ThreadedResourceManagerTest, ShutdownWithoutAWorkerLeavesNoTrace) {
+    threaded->shutdown();
+    EXPECT_FALSE(threaded->isToEnd());
+    threaded->request(a, preparer, 1.0);
+    threaded->endFrame();
+    while (!look(*threaded, a))
+        Thread::sleep(0.001);
+    EXPECT_EQ(preparer->calls(), "a");
 }
 
 TEST_F(ThreadedResourceManagerTest, TheWorkerIsNeverTheLastToHoldAnything) {

@@ -1,10 +1,22 @@
 #include <zmt/core/terrain/texture/lodtexturerequest.h>
 
+#include <algorithm>
+#include <climits>
+#include <cmath>
+
 #include <gtest/gtest.h>
+
+#include <support/recordedreports.h>
+
+#include <nbx/container/nonpersistentdictionary.h>
 
 #include "fakepyramid.h"
 
 using NBX::Bounds;
+using NBX::SO;
+using NBX::TextureGL;
+using ZMT::CORE::EmptyTexture;
+using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::LODTextureLevel;
 using ZMT::CORE::LODTextureRequest;
 using Levels = LODTextureRequest::Levels;
@@ -83,6 +95,163 @@ TEST(LODTextureRequest, OnlyAreaOverlaps) {
     EXPECT_FALSE(
         LODTextureRequest::overlap(texture, Bounds(Point(2.0, 0.0, 1.0), Point(2.0, 9.0, 5.0))).isDefined())
         << "a line";
+}
+
+// The search for the best piece that is ready.
+
+class Piece : public NBX::SharedObj {
+    NBX_TEMPLATE_CLASS(Piece, NBX::SharedObj)
+public:
+    explicit Piece(unsigned pieceLevel) : level(pieceLevel) {}
+    const unsigned level;
+};
+
+using Manager = ZMT::CORE::ResourceManager<Piece, TextureGL>;
+
+class Preparer : public Manager::Preparer {
+    NBX_TEMPLATE_CLASS(Preparer, Manager::Preparer)
+public:
+    SO<TextureGL> call(SO<Piece>) override { return nullptr; }
+};
+
+/// Notes what it is asked for. It has a texture at `ready`, one without content at `blank`, and makes one at
+/// once for whom cannot wait.
+class NotingManager : public Manager {
+    NBX_TEMPLATE_CLASS(NotingManager, Manager)
+public:
+    struct Note {
+        unsigned level;
+        bool mayPrepare;
+        double priority;
+        bool operator==(const Note &) const = default;
+        friend std::ostream & operator<<(std::ostream & stream, const Note & note) {
+            return stream << note.level << (note.mayPrepare ? " for " : " looked at with ") << note.priority;
+        }
+    };
+
+    NotingManager() : ResourceManager(0.0, false, 5, 0.0) {}
+    double sizeOf(const SO<Piece> &) const override { return 0.0; }
+    SO<TextureGL> request(const SO<Piece> & piece, const SO<Manager::Preparer> & preparer,
+                          double priority) override {
+        notes.push_back({piece->level, preparer != nullptr, priority});
+        if (piece->level == blank) return EmptyTexture::texture();
+        return piece->level == ready || priority >= s_immediately ? textures[piece->level] : nullptr;
+    }
+
+    std::vector<Note> notes;
+    std::vector<SO<TextureGL>> textures;
+    unsigned ready = UINT_MAX, blank = UINT_MAX;
+};
+
+NotingManager::Note looked(unsigned level) {
+    return {level, false, -1e42};
+}
+NotingManager::Note wanted(unsigned level, double priority) {
+    return {level, true, priority};
+}
+
+/// Four patches, each in the corner of the one above it, which has texels of four times the size.
+class FindTest : public testing::Test {
+protected:
+    using Mapper = NBX::NonPersistentDictionary<SO<const GeometryPatch>, SO<Piece>>;
+
+    FindTest() {
+        SO<const GeometryPatch> patch(root.get());
+        for (unsigned level = 4; level-- > 0; patch = patch->children() > 0 ? patch->child(0) : patch) {
+            mapper->insert(patch, new Piece(level));
+            finest = patch;
+        }
+        for (unsigned i = 0; i < 4; ++i) {
+            manager->textures.push_back(new NBX::ImageTexture2DGL(nullptr));
+            levels.push_back({std::pow(4.0, i), std::pow(4.0, i), 1, 1, 1, 1});
+        }
+    }
+    /// The level that is shown; 4 for none.
+    unsigned find(const SO<const GeometryPatch> & patch, double textureError, bool asynchronous = true) {
+        incomplete = false;
+        manager->notes.clear();
+        const Point eye;
+        const LODTextureRequest request(levels, *view, eye, textureError, asynchronous);
+        const SO<TextureGL> found =
+            request.find<Piece>(*manager, *mapper, patch, preparer, 100.0, incomplete);
+        const auto & all = manager->textures;
+        return static_cast<unsigned>(std::find(all.begin(), all.end(), found) - all.begin());
+    }
+
+    const SO<FakePatch> root = FakePatch::square(0.0, 0.0, 8.0, 3);
+    const SO<Mapper> mapper{new Mapper};
+    SO<const GeometryPatch> finest;
+    const SO<NotingManager> manager{new NotingManager};
+    const SO<Manager::Preparer> preparer{new Preparer};
+    const SO<NBX::ViewInfo> view = viewFromAbove(1.0);
+    Levels levels;
+    bool incomplete = false;
+};
+
+using Notes = std::vector<NotingManager::Note>;
+
+TEST_F(FindTest, ThePriorityIsHalvedFromPatchToParentAndGrowsWithTheTexels) {
+    EXPECT_EQ(find(finest, 0.0), 3U);
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(manager->notes, (Notes{looked(0), wanted(0, 100.0), looked(1), wanted(1, 200.0), looked(2),
+                                     wanted(2, 400.0), looked(3), wanted(3, 1e42)}));
+}
+
+TEST_F(FindTest, EndsAtTheFirstThatIsReady) {
+    manager->ready = 1;
+    EXPECT_EQ(find(finest, 0.0), 1U);
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(manager->notes, (Notes{looked(0), wanted(0, 100.0), looked(1)}));
+    manager->ready = 0;
+    EXPECT_EQ(find(finest, 0.0), 0U);
+    EXPECT_FALSE(incomplete);
+    EXPECT_EQ(manager->notes, (Notes{looked(0)}));
+}
+
+TEST_F(FindTest, WhatIsFinerThanNeededIsNotAskedForAndCostsNoPriority) {
+    EXPECT_EQ(find(finest, 16.0), 3U) << "exactly the allowed size of a texel";
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(manager->notes, (Notes{looked(2), wanted(2, 1600.0), looked(3), wanted(3, 1e42)}));
+    EXPECT_EQ(find(finest, 64.0), 3U);
+    EXPECT_FALSE(incomplete) << "the root is good enough";
+    EXPECT_EQ(manager->notes, (Notes{looked(3), wanted(3, 1e42)}));
+}
+
+TEST_F(FindTest, WhoCannotWaitGetsTheFinestAtOnce) {
+    EXPECT_EQ(find(finest, 0.0, false), 0U);
+    EXPECT_FALSE(incomplete);
+    EXPECT_EQ(manager->notes, (Notes{looked(0), wanted(0, 1e42)}));
+}
+
+TEST_F(FindTest, WhatHasNoContentIsPassedOver) {
+    manager->blank = 0;
+    manager->ready = 1;
+    EXPECT_EQ(find(finest, 0.0), 1U);
+    EXPECT_FALSE(incomplete) << "there is nothing to wait for";
+    EXPECT_EQ(manager->notes, (Notes{looked(0), looked(1)}));
+}
+
+TEST_F(FindTest, WithoutARootThereIsNothing) {
+    const RecordedReports reports;
+    EXPECT_EQ(find(nullptr, 0.0), 4U);
+    EXPECT_EQ(reports.count(0, L"false", L"internal error"), 1U) << reports;
+    EXPECT_TRUE(manager->notes.empty());
+}
+
+TEST_F(FindTest, PatchesAreMappedFromTheRootDownAndOnce) {
+    const SO<Mapper> fresh(new Mapper);
+    std::vector<const GeometryPatch *> asked;
+    const auto newPiece = [&](const GeometryPatch & patch) {
+        asked.push_back(&patch);
+        return SO<Piece>(new Piece(3 - static_cast<unsigned>(asked.size())));
+    };
+    LODTextureRequest::map(*fresh, finest, newPiece);
+    const SO<const GeometryPatch> child(root->child(0).get()), grandchild(child->child(0).get());
+    EXPECT_EQ(asked, (std::vector<const GeometryPatch *>{root.get(), child.get(), grandchild.get()}));
+    EXPECT_EQ(fresh->get(finest), fresh->get(grandchild)) << "there is nothing finer";
+    LODTextureRequest::map(*fresh, SO<const GeometryPatch>(grandchild->child(1).get()), newPiece);
+    EXPECT_EQ(asked.size(), 3U);
+    EXPECT_EQ(fresh->size(), 5U);
 }
 
 } // namespace

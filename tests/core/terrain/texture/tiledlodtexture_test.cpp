@@ -1,10 +1,15 @@
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include <support/glfixture.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/smallgeotiff.h>
+#include <support/temporaryfolder.h>
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/scene/camera.h>
@@ -17,6 +22,7 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/emptytexture.h>
+#include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 
 #include "../geometry/testterrain.h"
@@ -312,6 +318,62 @@ TEST_F(TiledLODTextureTest, AFileThatVanishesIsReportedOnceAndShowsWhatIsThere) 
     reports.clear();
 }
 
+/// Two levels of a file, each in a part of its own.
+class TwoPartFile {
+public:
+    TwoPartFile() {
+        write("fine.tif", tiff(1024, 200));
+        write("coarse.tif", tiff(512, 100));
+        std::string bands;
+        for (const char * band : {"1", "2", "3"})
+            bands += std::string("<VRTRasterBand dataType='Byte' band='") + band +
+                     "'><SimpleSource><SourceFilename relativeToVRT='1'>fine.tif</SourceFilename>"
+                     "<SourceBand>" +
+                     band +
+                     "</SourceBand></SimpleSource>"
+                     "<Overview><SourceFilename relativeToVRT='1'>coarse.tif</SourceFilename><SourceBand>" +
+                     band + "</SourceBand></Overview></VRTRasterBand>";
+        write("image.vrt", "<VRTDataset rasterXSize='1024' rasterYSize='1024'>" + bands + "</VRTDataset>");
+    }
+    static std::string path(const char * name) { return std::filesystem::temp_directory_path() / name; }
+
+private:
+    static std::string tiff(unsigned size, std::uint8_t value) {
+        SmallGeoTiff content{.width = size, .height = size, .pixels = SmallGeoTiff::Pixels::Colors};
+        content.colors.assign(std::size_t(3) * size * size, value);
+        content.isPlaced = false;
+        return content.encode();
+    }
+    static void write(const char * name, const std::string & bytes) {
+        std::ofstream(path(name), std::ios::binary) << bytes;
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(TiledLODTextureTest, AnImageFileThatShrinksInUseShowsWhatIsThere) {
+    const TwoPartFile file;
+    const SO<ZMT::RASTER::ImageFilePyramid> image(
+        new ZMT::RASTER::ImageFilePyramid(TwoPartFile::path("image.vrt")));
+    ASSERT_EQ(image->overview(1)->pixelsX(), 512U);
+    texture = new TiledLODTexture(image.get());
+    const SO<TextureGL> ofRoot = request(*root);
+    ASSERT_NE(ofRoot, EmptyTexture::texture());
+    std::filesystem::resize_file(TwoPartFile::path("fine.tif"), 1000);
+
+    const SO<TextureGL> ofChild = requestUntilComplete(*child);
+    EXPECT_NE(ofChild, ofRoot) << "its pixels are in the other part";
+    EXPECT_NE(ofChild, EmptyTexture::texture());
+    EXPECT_TRUE(reports.empty()) << reports;
+    EXPECT_EQ(requestUntilComplete(*grandchild), ofChild);
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    EXPECT_EQ(reports.last().level, 2);
+    EXPECT_EQ(requestUntilComplete(*child->child(1)), ofChild);
+    EXPECT_EQ(request(*child), ofChild);
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    reports.clear();
+}
+
 // The textures themselves.
 
 TEST_F(TiledLODTextureTest, TheTextureIsMappedByTheEdgesOfItsPixels) {
@@ -504,6 +566,31 @@ TEST_F(TiledLODTextureTest, AnOriginSetWhileTexturesWaitIsThatOfTheNextScene) {
     const Point corner = ofChild->getMatrix() * Point(512.0, 512.0, 0.0);
     EXPECT_NEAR(corner.x, 1.0, 1e-12);
     EXPECT_NEAR(corner.y, 1.0, 1e-12);
+}
+
+TEST_F(TiledLODTextureTest, ATextureThatIsNotAskedForAnyMoreIsForgottenAfterFiveFrames) {
+    request(*root);
+    const SO<Semaphore> arrived(new Semaphore), go(new Semaphore);
+    const SO<FakePyramid> other(new FakePyramid(1024, 11));
+    other->during = [&](double width) {
+        if (width > 600.0) return;
+        arrived->increase();
+        go->decrease();
+    };
+    const SO<TiledLODTexture> holding(new TiledLODTexture(other.get()));
+    request(*holding, *child, 0.0);
+    endFrame();
+    arrived->decrease();
+    request(*child);
+    for (int frame = 1; frame <= 5; ++frame) {
+        beginFrame();
+        EXPECT_EQ(TiledLODTexture::pendingRequests(), 1U) << frame;
+    }
+    beginFrame();
+    EXPECT_EQ(TiledLODTexture::pendingRequests(), 0U);
+    go->increase();
+    TiledLODTexture::killManager();
+    EXPECT_EQ(pyramid->widths(), "1024 ");
 }
 
 TEST_F(TiledLODTextureTest, CountsTheTexturesThatWait) {
