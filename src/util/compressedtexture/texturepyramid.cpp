@@ -32,8 +32,8 @@ std::wstring wide(const std::string & text) {
 
 bool isSound(const PyramidHeader & h) {
     return std::memcmp(h.magic, pyramidMagic, sizeof h.magic) == 0 && h.version == pyramidVersion &&
-           h.levels != 0 && h.minX < h.maxX && h.minY < h.maxY && std::isfinite(h.maxX - h.minX) &&
-           std::isfinite(h.maxY - h.minY);
+           h.levels != 0 && h.minX < h.maxX && h.minY < h.maxY && std::isnormal(h.maxX - h.minX) &&
+           std::isnormal(h.maxY - h.minY);
 }
 
 /// The file that a stored name means now; empty when there is none.

@@ -42,8 +42,10 @@ bool isSound(const LevelHeader & h) {
     if (h.tilesX != tiles(h.pixelsX, h.tileWidth) || h.tilesY != tiles(h.pixelsY, h.tileHeight)) return false;
     if (!CompressedTexture::isPixelFormat(h.pixelFormat)) return false;
     const auto format = static_cast<CompressedTexture::PixelFormat>(h.pixelFormat);
-    return h.rawTileSize <= TexturePyramidTiledGeoImage::maxTileBytes &&
-           h.rawTileSize == CompressedTexture::tileBytes(format, h.tileWidth, h.tileHeight);
+    const std::uint64_t bytes = CompressedTexture::tileBytes(format, h.tileWidth, h.tileHeight);
+    constexpr std::uint64_t most = TexturePyramidTiledGeoImage::maxTileBytes;
+    return bytes > 0 && bytes <= most && bytes == h.rawTileSize &&
+           TilePixels::imageBytes(format, h.tileWidth, h.tileHeight) <= most;
 }
 
 /// Pixels of version 1 and 2 lie between the ends of the extent, later ones fill it.

@@ -74,11 +74,17 @@ bool isFormatOf(Format format, const NBX::Image & image) {
 NBX::SO<NBX::Image> TilePixels::emptyImage(Format format, unsigned width, unsigned height) {
     const NBX::LayerSequence layers = CompressedTexture::layerSequence(format);
     const int type = CompressedTexture::dataType(format);
-    const auto bytes = static_cast<unsigned>(NBX::Image::bitsPerPixel(layers, type)) / 8;
+    const auto bytes = static_cast<unsigned>(imageBytes(format, 1, 1));
     if (!RASTER::PixelBlocks::isImageSize(width, height, bytes)) return nullptr;
     NBX::SO<NBX::Image> image(
         new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height), layers, type));
     return image->width() > 0 ? image : nullptr;
+}
+
+std::uint64_t TilePixels::imageBytes(Format format, std::uint64_t width, std::uint64_t height) {
+    const int bits = NBX::Image::bitsPerPixel(CompressedTexture::layerSequence(format),
+                                              CompressedTexture::dataType(format));
+    return width * height * static_cast<std::uint64_t>(bits) / 8;
 }
 
 NBX::SO<NBX::Image> TilePixels::decode(Format format, const std::uint8_t * data, unsigned width,

@@ -15,6 +15,9 @@ public:
     /// A blank image as `decode` gives it; null for a size that no image can have.
     static NBX::SO<NBX::Image> emptyImage(CompressedTexture::PixelFormat format, unsigned width,
                                           unsigned height);
+    /// Bytes of such an image; sides are at most 65536.
+    static std::uint64_t imageBytes(CompressedTexture::PixelFormat format, std::uint64_t width,
+                                    std::uint64_t height);
     /// `data` has `CompressedTexture::tileBytes` bytes.
     static NBX::SO<NBX::Image> decode(CompressedTexture::PixelFormat format, const std::uint8_t * data,
                                       unsigned width, unsigned height);

@@ -129,6 +129,25 @@ TEST_F(TexturePyramidTest, EmptyTilesLeaveTheTargetAsItIs) {
     EXPECT_EQ(3, geo->width()) << "with one more column for filters";
 }
 
+TEST_F(TexturePyramidTest, TilesAndTheirLinesGoFromTheSouthWestRowByRow) {
+    PyramidFile file;
+    file.pixelsY = 7;
+    file.tiles.assign(4, std::vector<std::uint8_t>(16));
+    for (unsigned i = 0; i < 64; ++i)
+        file.tiles[i / 16][i % 16] = static_cast<std::uint8_t>(100 + i);
+    const SO<TexturePyramid> pyramid = load(file);
+    ASSERT_TRUE(pyramid);
+    for (const int first : {0, 2}) {
+        const SO<NBX::Image> image = pyramid->overview(0)->getImage(first, first, 4, 5);
+        ASSERT_TRUE(image);
+        for (int y = first; y < first + 5; ++y)
+            for (int x = first; x < first + 4; ++x)
+                EXPECT_EQ(100 + 16 * (y / 4 * 2 + x / 4) + y % 4 * 4 + x % 4,
+                          *image->pixelComponentsU8(x - first, y - first))
+                    << x << " " << y;
+    }
+}
+
 TEST_F(TexturePyramidTest, HeadersThatCannotBeRightAreRejected) {
     struct Case {
         const char * name;
@@ -167,15 +186,41 @@ TEST_F(TexturePyramidTest, HeadersThatCannotBeRightAreRejected) {
 
 TEST_F(TexturePyramidTest, ExtentsThatAreNoneAreRejected) {
     const double nan = std::nan(""), infinite = HUGE_VAL;
-    const double cases[][4] = {{100, 200, 100, 240},      {100, 200, 160, 200},
-                               {160, 200, 100, 240},      {nan, 200, 160, 240},
-                               {100, 200, 160, nan},      {-infinite, 200, 160, 240},
-                               {100, 200, infinite, 240}, {-1.7e308, 200, 1.7e308, 240}};
+    const double cases[][4] = {
+        {100, 200, 100, 240},      {100, 200, 160, 200},          {160, 200, 100, 240},
+        {nan, 200, 160, 240},      {100, 200, 160, nan},          {-infinite, 200, 160, 240},
+        {100, 200, infinite, 240}, {-1.7e308, 200, 1.7e308, 240}, {0, 200, 4e-320, 240}};
     for (const auto & extent : cases) {
         std::vector<std::uint8_t> bytes = PyramidFile().encode();
         std::memcpy(bytes.data() + 40, extent, sizeof extent);
         EXPECT_FALSE(load(bytes)) << extent[0] << " " << extent[2];
     }
+}
+
+/// The usual file, the level of which has one tile.
+std::vector<std::uint8_t> withTile(std::uint32_t width, std::uint32_t height, std::uint32_t format,
+                                   std::uint32_t bytes) {
+    std::vector<std::uint8_t> result = PyramidFile().encode();
+    const std::uint32_t fields[] = {6, 4, width, height, 1, 1, format, bytes};
+    std::memcpy(result.data() + PyramidFile::level + 36, fields, sizeof fields);
+    return result;
+}
+
+TEST_F(TexturePyramidTest, TilesThatNoImageCanHaveAreRejected) {
+    constexpr std::uint32_t luminance = CompressedTexture::PF_Luminance8;
+    EXPECT_TRUE(load(withTile(65536, 4, luminance, 4 * 65536)));
+    EXPECT_FALSE(load(withTile(65537, 4, luminance, 4 * 65537)));
+    EXPECT_FALSE(load(withTile(65537, 4, luminance, 0))) << "no bytes for many pixels";
+    EXPECT_FALSE(load(withTile(6, 65537, luminance, 0)));
+    EXPECT_FALSE(load(withTile(0x80000000, 0x80000000, luminance, 0)));
+}
+
+TEST_F(TexturePyramidTest, TilesThatTakeTooMuchMemoryAreRejected) {
+    EXPECT_TRUE(load(withTile(8192, 8192, CompressedTexture::PF_Luminance8, 1U << 26)));
+    EXPECT_FALSE(load(withTile(8193, 8192, CompressedTexture::PF_Luminance8, (1U << 26) + 8192)));
+    EXPECT_TRUE(load(withTile(4096, 4096, CompressedTexture::PF_DXT1A, 1U << 23)));
+    EXPECT_FALSE(load(withTile(4100, 4096, CompressedTexture::PF_DXT1A, 2050 * 4096)))
+        << "pixels are larger than what is stored";
 }
 
 TEST_F(TexturePyramidTest, ATableBeyondTheFilesEndIsRejected) {
@@ -376,6 +421,24 @@ public:
 private:
     std::wstring name_;
 };
+
+TEST_F(StoredPyramidTest, ARelativeNameBecomesAbsolute) {
+    std::filesystem::current_path(folder.file(""));
+    const SO<TexturePyramid> pyramid(new TexturePyramid(folder.wide("moved/a.ztp")));
+    NameStream stream(L"moved/../moved/a.ztp");
+    pyramid->serialize(stream);
+    EXPECT_EQ(folder.wide("moved/a.ztp"), pyramid->fileName());
+    EXPECT_EQ(usual, row(pyramid));
+}
+
+TEST_F(StoredPyramidTest, AMissingNameIsNoPattern) {
+    std::filesystem::current_path(folder.file("moved"));
+    const SO<TexturePyramid> pyramid(new TexturePyramid(folder.wide("moved/a.ztp")));
+    NameStream stream(folder.wide("*.ztp"));
+    pyramid->serialize(stream);
+    EXPECT_EQ(L"", pyramid->fileName());
+    EXPECT_EQ(0U, pyramid->overviews());
+}
 
 TEST_F(StoredPyramidTest, ABadFileThrows) {
     const SO<TexturePyramid> pyramid(new TexturePyramid(folder.wide("moved/a.ztp")));

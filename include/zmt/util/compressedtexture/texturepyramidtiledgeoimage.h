@@ -22,7 +22,7 @@ public:
         std::uint32_t rawTileSize = 0;
         std::uint32_t compression = 0;
     };
-    /// Larger tiles are not read.
+    /// Tiles that are larger, as they are stored or as pixels, are not read.
     static constexpr std::uint32_t maxTileBytes = 1U << 26;
 
     /// The level whose header stands at `position` of the file; null where none stands that can be right.
@@ -37,7 +37,8 @@ public:
     }
     /// Bytes that header and tables take in the file.
     std::uint64_t tableBytes() const;
-    /// Number of tiles that are not empty, and the bytes they take in the file.
+    /// Number of tiles that are not empty, and the bytes they take in the file; in version 1, where the sizes
+    /// stand in front of the tiles, those they would take without deflating.
     std::uint64_t storedTiles() const;
     std::uint64_t storedBytes() const;
 
