@@ -259,7 +259,7 @@ std::uint64_t cacheBytes(const TiledGeoImage & source) {
 /// What a reader takes.
 bool hasArea(const RASTER::GeoExtent & extent) {
     return extent.minX < extent.maxX && extent.minY < extent.maxY &&
-           std::isfinite(extent.maxX - extent.minX) && std::isfinite(extent.maxY - extent.minY);
+           std::isnormal(extent.maxX - extent.minX) && std::isnormal(extent.maxY - extent.minY);
 }
 
 bool isSource(const TiledGeoImage & source) {
@@ -375,8 +375,10 @@ bool CompressedTexture::create(const std::vector<std::wstring> & images, const s
 bool CompressedTexture::create(const VirtualTiledGeoImage & source, const std::wstring & path) {
     const bool isPlaced = hasArea({source.minX(), source.minY(), source.maxX(), source.maxY()});
     NBX_CHECK(isPlaced, L"an image without area");
+    const bool isReachable = source.width() <= INT32_MAX && source.height() <= INT32_MAX;
+    NBX_CHECK(isReachable, L"an image that is too large");
     VirtualTiles tiles(source);
-    if (!isPlaced || !tiles.findFirst()) return false;
+    if (!isPlaced || !isReachable || !tiles.findFirst()) return false;
     const int format = pixelFormatOf(*tiles.first());
     if (format < 0) return false;
     const auto bytes = tileBytes(static_cast<PixelFormat>(format), source.tileSize(), source.tileSize());

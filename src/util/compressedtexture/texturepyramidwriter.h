@@ -14,8 +14,8 @@ namespace ZMT::UTIL {
 /// Size of one level and of its tiles.
 struct LevelSize {
     unsigned pixelsX = 0, pixelsY = 0, tileSize = 0;
-    unsigned tilesX() const { return (pixelsX + tileSize - 1) / tileSize; }
-    unsigned tilesY() const { return (pixelsY + tileSize - 1) / tileSize; }
+    unsigned tilesX() const { return pixelsX / tileSize + (pixelsX % tileSize != 0); }
+    unsigned tilesY() const { return pixelsY / tileSize + (pixelsY % tileSize != 0); }
     std::uint64_t tiles() const { return static_cast<std::uint64_t>(tilesX()) * tilesY(); }
 };
 

@@ -20,8 +20,14 @@ unsigned numberOfThreads() {
     return std::max(1U, std::thread::hardware_concurrency());
 }
 
-bool isBlank(const std::vector<std::uint8_t> & bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
+bool isBlank(const NBX::Image & image) {
+    const std::size_t bytes =
+        NBX::Image::bytesPerLine(image.width(), image.layerSequence(), image.dataType(), 1);
+    for (int y = 0; y < image.height(); ++y) {
+        const auto * line = static_cast<const std::uint8_t *>(image.lineComponents(y));
+        if (std::any_of(line, line + bytes, [](std::uint8_t byte) { return byte != 0; })) return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -60,9 +66,9 @@ void TileEncoder::work() {
 }
 
 void TileEncoder::encode(Job & job) const {
-    std::vector<std::uint8_t> bytes = TilePixels::encode(format_, *job.image);
-    job.image = nullptr;
-    if (TilePixels::hasAlpha(format_) && isBlank(bytes)) return;
+    const NBX::SO<NBX::Image> image = std::exchange(job.image, nullptr);
+    if (TilePixels::hasAlpha(format_) && isBlank(*image)) return;
+    std::vector<std::uint8_t> bytes = TilePixels::encode(format_, *image);
     if (deflates_) {
         const NBX::SO<NBX::DataResource> packed =
             NBX::ZLibFilter::compress(bytes.data(), static_cast<unsigned>(bytes.size()), deflateLevel);

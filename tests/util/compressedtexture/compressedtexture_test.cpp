@@ -251,6 +251,23 @@ TEST_F(CompressedTextureTest, WhatIsMaskedIsTransparentAndEmptyTilesAreNotStored
     EXPECT_FALSE(half->overview(0)->getImage(256, 0, 256, 256));
 }
 
+TEST_F(CompressedTextureTest, TransparentTilesAreEmptyInAllFormatsWithAlpha) {
+    const SO<MemoryImage> image(new MemoryImage(768, 256, NBX::LS_RGBA));
+    for (int y = 0; y < 256; ++y)
+        for (int x = 0; x < 512; ++x)
+            image->setColor(x, y, x < 256 ? NBX::Color::red : NBX::Color::black);
+    for (int format = 0; format < CompressedTexture::pixelFormats; ++format) {
+        const auto f = static_cast<PixelFormat>(format);
+        const bool hasAlpha = NBX::Image::numberOfLayers(CompressedTexture::layerSequence(f)) % 2 == 0;
+        const SO<TexturePyramid> pyramid = write(image, f);
+        ASSERT_TRUE(pyramid) << format;
+        EXPECT_EQ(hasAlpha ? 2U : 3U, pyramid->level(0)->storedTiles()) << CompressedTexture::formatName(f);
+        const SO<NBX::Image> black = pyramid->overview(0)->getImage(256, 0, 256, 256);
+        ASSERT_TRUE(black) << CompressedTexture::formatName(f);
+        EXPECT_EQ(1.0F, black->getColor(0, 0)[3]) << CompressedTexture::formatName(f);
+    }
+}
+
 TEST_F(CompressedTextureTest, FormatsOfOtherLayersAreConverted) {
     const SO<TexturePyramid> pyramid =
         write(picture(150, 150, NBX::LS_Luminance), CompressedTexture::PF_RGBA16);
@@ -266,6 +283,23 @@ TEST_F(CompressedTextureTest, WithAKeyTheFileNeedsIt) {
     EXPECT_TRUE(write(picture(300, 20, NBX::LS_RGB), CompressedTexture::PF_RGB8));
     CompressedTexture::setEncryptionKey(0);
     EXPECT_FALSE(CompressedTexture::load(folder.wide("a.ztp")));
+}
+
+TEST_F(CompressedTextureTest, TheKeyScramblesHeadersAndNothingElse) {
+    const SO<MemoryImage> image = picture(300, 300, NBX::LS_RGB);
+    ASSERT_TRUE(write(image, CompressedTexture::PF_RGB8));
+    const std::vector<std::uint8_t> plain = folder.bytes("a.ztp");
+    constexpr std::uint64_t key = 0xFEDCBA9876543210;
+    CompressedTexture::setEncryptionKey(key);
+    ASSERT_TRUE(write(image, CompressedTexture::PF_RGB8));
+    std::vector<std::uint8_t> bytes = folder.bytes("a.ztp");
+    std::vector<std::uint64_t> headers = {0};
+    for (std::size_t level = 0; level < 3; ++level)
+        headers.push_back(getAt<std::uint64_t>(bytes, 256 + 8 * level));
+    for (const std::uint64_t header : headers)
+        for (std::uint64_t i = header; i < header + 256; i += 8)
+            putAt(bytes, i, getAt<std::uint64_t>(bytes, i) ^ key);
+    EXPECT_EQ(plain, bytes);
 }
 
 TEST_F(CompressedTextureTest, ImageFilesAreSources) {
@@ -286,6 +320,16 @@ TEST_F(CompressedTextureTest, ImageFilesAreSources) {
     for (int y = 0; y < read->height(); ++y)
         ASSERT_EQ(0, std::memcmp(expected->lineComponents(y), read->lineComponents(y),
                                  NBX::Image::bytesPerLine(read->width(), read->layerSequence(), 1, 1)));
+}
+
+TEST_F(CompressedTextureTest, ImageFilesAreConvertedToAnyFormat) {
+    const std::string path = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_image.tif";
+    ASSERT_TRUE(CompressedTexture::create({NBX::StringUtils::Utf8String2WString(path)}, folder.wide("a.ztp"),
+                                          CompressedTexture::PF_BGRA4444));
+    const SO<TexturePyramid> pyramid = CompressedTexture::load(folder.wide("a.ztp"));
+    ASSERT_TRUE(pyramid);
+    EXPECT_EQ(CompressedTexture::PF_BGRA4444, pyramid->level(0)->pixelFormat());
+    EXPECT_EQ(1U, pyramid->level(0)->header().compression);
 }
 
 TEST_F(CompressedTextureTest, ThatNoImageFileCanBeOpenedIsReported) {
@@ -494,6 +538,14 @@ public:
     SO<NBX::Image> getImage(unsigned, unsigned, unsigned) const override { return nullptr; }
 };
 
+class OnePixel : public VirtualTiledGeoImage {
+public:
+    using VirtualTiledGeoImage::VirtualTiledGeoImage;
+    SO<NBX::Image> getImage(unsigned, unsigned, unsigned) const override {
+        return new MemoryImage(1, 1, NBX::LS_Luminance);
+    }
+};
+
 TEST_F(CompressedTextureTest, WithoutATileThereIsNoFile) {
     const NBX::Bounds box({0, 0, 0}, {1, 1, 0});
     EXPECT_FALSE(CompressedTexture::create(Nothing(20, 20, box, 8), folder.wide("a.ztp")));
@@ -501,6 +553,11 @@ TEST_F(CompressedTextureTest, WithoutATileThereIsNoFile) {
     EXPECT_FALSE(CompressedTexture::create(Nothing(0, 20, box, 8), folder.wide("a.ztp")));
     EXPECT_FALSE(CompressedTexture::create(Nothing(20, 20, box, 0), folder.wide("a.ztp")));
     EXPECT_EQ(2U, reports.count(L"an image without pixels")) << reports;
+    EXPECT_FALSE(CompressedTexture::create(Nothing(1U << 31, 20, box, 8), folder.wide("a.ztp")));
+    EXPECT_FALSE(CompressedTexture::create(Nothing(20, UINT32_MAX, box, 8), folder.wide("a.ztp")));
+    EXPECT_EQ(2U, reports.count(L"an image that is too large")) << reports;
+    EXPECT_FALSE(CompressedTexture::create(OnePixel(20, 12, box, UINT32_MAX), folder.wide("a.ztp")));
+    EXPECT_EQ(1U, reports.count(L"tiles of 4294967295 pixels are too large")) << reports;
     EXPECT_EQ(0U, folder.entries());
 }
 

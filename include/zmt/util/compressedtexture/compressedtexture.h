@@ -62,7 +62,8 @@ public:
     static bool create(const std::vector<std::wstring> & images, const std::wstring & path,
                        unsigned compression = C_Deflate, const NBX::Color * maskColor = nullptr);
     static bool create(const std::vector<std::wstring> & images, const std::wstring & path,
-                       PixelFormat format, unsigned compression, const NBX::Color * maskColor = nullptr);
+                       PixelFormat format, unsigned compression = C_Deflate,
+                       const NBX::Color * maskColor = nullptr);
     /// The same with a source that makes the tiles of all levels, deflated, in the format of its first tile.
     /// False also when it makes no tile at all.
     static bool create(const VirtualTiledGeoImage & source, const std::wstring & path);
