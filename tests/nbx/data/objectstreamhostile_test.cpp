@@ -1,0 +1,126 @@
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include <nbx/container/array.h>
+#include <nbx/container/dictionary.h>
+#include <nbx/container/dynamicspacetree.h>
+#include <nbx/data/memorydataresource.h>
+#include <nbx/math/color.h>
+
+#include <support/recordedreports.h>
+#include <support/streamobjects.h>
+
+using namespace streamtest;
+
+namespace {
+
+TEST(ObjectStreamHostile, StreamsOfOthersAreRefused) {
+    EXPECT_THROW(readBytes({}), IOError);
+    EXPECT_THROW(readBytes(Bytes(100, 0)), IOError);
+    const Bytes good = ObjectStreamWriter::write(*everything());
+    EXPECT_TRUE(ObjectStreamReader::hasMagic(good.data(), good.size()));
+    EXPECT_FALSE(ObjectStreamReader::hasMagic(good.data(), 7));
+    EXPECT_FALSE(ObjectStreamReader::hasMagic(nullptr, 0));
+    Bytes newer = good;
+    newer[8] = 2;
+    EXPECT_THROW(readBytes(newer), IOError);
+    Bytes longer = good;
+    longer.push_back(0);
+    EXPECT_THROW(readBytes(longer), IOError);
+}
+
+TEST(ObjectStreamHostile, StoredCountsAreCheckedAgainstTheFile) {
+    const auto claims = [](unsigned size, bool asRaw) {
+        return [=](SerializationManager & m) {
+            unsigned n = size;
+            bool raw = asRaw;
+            if (m.isReading()) {
+                std::vector<double> numbers;
+                EXPECT_THROW(serializeValues(m, "T", numbers), IOError);
+                EXPECT_LT(numbers.capacity(), 1000U);
+                return;
+            }
+            m.beginContainer("T", "Container");
+            m.attribute("Size", n);
+            m.attribute("asRaw", raw);
+            m.endContainer("T", "Container");
+        };
+    };
+    for (const unsigned size : {1U, 1000U, 0x20000000U, 0xFFFFFFFFU})
+        for (const bool asRaw : {true, false})
+            transfer(claims(size, asRaw), claims(size, asRaw));
+}
+
+/// A graph with everything in it.
+Bytes richStream() {
+    const SO<Link> root(new Link);
+    root->next = new Link;
+    root->next->other = everything().get();
+    const SO<List> list(new List);
+    list->members.push_back(root->next);
+    list->members.push_back(new Array<double>(5U, 1.0));
+    list->members.push_back(new Array<std::wstring>(3U, L"text"));
+    list->members.push_back(new MemoryDataResource("hello", 5));
+    const SO<DynamicSpaceTree<int, 2>> tree(new DynamicSpaceTree<int, 2>);
+    tree->createChildren(tree->root());
+    list->members.push_back(tree);
+    const SO<Dictionary<std::wstring, Color>> palette(new Dictionary<std::wstring, Color>);
+    palette->insert(L"sky", Color::blue);
+    list->members.push_back(palette);
+    root->other = list.get();
+    return ObjectStreamWriter::write(*root, false);
+}
+
+/// Any outcome but a crash, a hang or another kind of exception is good.
+void readHostile(const Bytes & bytes) {
+    try {
+        readBytes(bytes);
+    } catch (const Exception &) {
+    }
+    Tracked::releaseAll();
+}
+
+TEST(ObjectStreamHostile, EveryCutIsRefused) {
+    const Bytes good = richStream();
+    EXPECT_TRUE(readBytes(good));
+    Tracked::releaseAll();
+    for (std::size_t size = 0; size < good.size(); ++size)
+        EXPECT_THROW(readBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))),
+                     IOError)
+            << size;
+}
+
+TEST(ObjectStreamHostile, RandomChangesAreSurvived) {
+    const RecordedReports reports;
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const Bytes good = richStream();
+    for (int i = 0; i < 10000; ++i) {
+        Bytes bent = good;
+        for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
+            std::uint8_t & byte = bent[random() % bent.size()];
+            byte = random() % 2 ? static_cast<std::uint8_t>(random())
+                                : static_cast<std::uint8_t>(byte ^ (1U << random() % 8));
+        }
+        if (random() % 4 == 0) bent.erase(bent.begin() + static_cast<std::ptrdiff_t>(random() % bent.size()));
+        readHostile(bent);
+    }
+}
+
+/// Sections within sections, as deep as the bytes allow.
+TEST(ObjectStreamHostile, DeeplyNestedSectionsAreSurvived) {
+    const SO<Scripted> object(new Scripted);
+    Scripted::script = [](SerializationManager & m) {
+        for (int i = 0; i < 100000; ++i)
+            m.beginContainer("T", "a");
+        for (int i = 0; i < 100000; ++i)
+            m.endContainer("T", "a");
+    };
+    const Bytes bytes = ObjectStreamWriter::write(*object);
+    Scripted::script = nullptr;
+    EXPECT_TRUE(readBytes(bytes));
+}
+
+} // namespace
