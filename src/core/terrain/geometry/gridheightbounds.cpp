@@ -62,7 +62,15 @@ Heights heightsOfMicro(const GridData & grid, unsigned x, unsigned y, const Micr
     return keepsToCell ? Heights{box.getLLF().y, box.getURB().y} : Heights{-s_infinity, s_infinity};
 }
 
+bool isPlain(const HybridData & grid, const Block & block) {
+    for (unsigned y = block.y; y < block.endY; ++y)
+        for (unsigned x = block.x; x < block.endX; ++x)
+            if (grid.microData(x, y)) return false;
+    return true;
+}
+
 Heights heightsOfCells(const HybridData & grid, const Block & block) {
+    if (isPlain(grid, block)) return heightsOfVertices(grid, block);
     Heights heights;
     for (unsigned y = block.y; y < block.endY; ++y)
         for (unsigned x = block.x; x < block.endX; ++x) {
