@@ -41,12 +41,6 @@ void CPL_STDCALL noteMessage(CPLErr level, CPLErrorNum, const char * text) {
     static_cast<GdalErrorTrap *>(CPLGetErrorHandlerUserData())->note(isError, text);
 }
 
-int CPL_STDCALL showProgress(double complete, const char *, void * progress) {
-    if (!progress) return TRUE;
-    auto * shown = static_cast<NBX::Progress *>(progress);
-    return shown->update(complete * shown->totalValue());
-}
-
 struct WarpOptionsDestroyer {
     void operator()(GDALWarpOptions * options) const { GDALDestroyWarpOptions(options); }
 };
@@ -175,6 +169,35 @@ void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::
     options.SetNameValue("PIXELOFFSET", std::to_string(pixelOffset).c_str());
     options.SetNameValue("LINEOFFSET", std::to_string(lineOffset).c_str());
     dataset.AddBand(type, options.List());
+}
+
+GdalDataset wrapRaster(SimpleRasterData<float> & raster, const std::string & wkt) {
+    const double transform[6] = {raster.minX() - 0.5 * raster.cellSizeX(),
+                                 raster.cellSizeX(),
+                                 0.0,
+                                 raster.minY() - 0.5 * raster.cellSizeY(),
+                                 0.0,
+                                 raster.cellSizeY()};
+    GdalDataset dataset = newMemoryDataset(raster.cellsX(), raster.cellsY(), transform, wkt);
+    addMemoryBand(*dataset, GDT_Float32, raster.cells(), sizeof(float), sizeof(float) * raster.cellsX());
+    return dataset;
+}
+
+NBX::SO<SimpleRasterData<float>> copyWithNaN(const SimpleRasterData<float> & raster) {
+    constexpr float undefined = std::numeric_limits<float>::quiet_NaN();
+    NBX::SO<SimpleRasterData<float>> copy(
+        new SimpleRasterData<float>(raster.cellsX(), raster.cellsY(), raster.minX(), raster.minY(),
+                                    raster.cellSizeX(), raster.cellSizeY(), true, undefined));
+    const std::size_t cells = static_cast<std::size_t>(raster.cellsX()) * raster.cellsY();
+    std::transform(raster.cells(), raster.cells() + cells, copy->cells(),
+                   [&](float value) { return raster.isUndefValue(value) ? undefined : value; });
+    return copy;
+}
+
+int CPL_STDCALL showProgress(double complete, const char *, void * progress) {
+    if (!progress) return TRUE;
+    auto * shown = static_cast<NBX::Progress *>(progress);
+    return shown->update(complete * shown->totalValue());
 }
 
 GdalTransformer newTransformer(GDALDataset & source, GDALDataset * target, const std::string & wkt) {

@@ -8,6 +8,7 @@
 #include <ogr_spatialref.h>
 
 #include <zmt/raster/georeference.h>
+#include <zmt/raster/simplerasterdata.h>
 
 namespace NBX {
 class Progress;
@@ -66,6 +67,17 @@ GdalDataset newMemoryDataset(unsigned width, unsigned height, const double * geo
 /// Adds a band that is stored in the caller's memory; offsets count bytes.
 void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::size_t pixelOffset,
                    std::size_t lineOffset);
+
+/// A data set over the cells of `raster`, which it borrows. Its lines go from south to north. `wkt` may be
+/// empty.
+GdalDataset wrapRaster(SimpleRasterData<float> & raster, const std::string & wkt);
+
+/// The same heights, in which NaN is the only undefined value.
+NBX::SO<SimpleRasterData<float>> copyWithNaN(const SimpleRasterData<float> & raster);
+
+/// For GDAL's functions: updates the `NBX::Progress` given as `progress`, which may be null, and cancels with
+/// it.
+int CPL_STDCALL showProgress(double complete, const char * message, void * progress);
 
 /// From pixels of `source` to pixels of `target`; without a target to map coordinates of `wkt`, which are
 /// those of `source` where `wkt` is empty. Null where there is no such transformation.

@@ -63,26 +63,7 @@ NBX::SO<Raster> withoutRowsBehindPoles(const NBX::SO<Raster> & raster, double un
 
 /// The cells as the resampling wants them: NaN is the only undefined value.
 NBX::SO<Raster> withNaN(const NBX::SO<Raster> & raster) {
-    if (!raster->hasUndefValue() || std::isnan(raster->undefValue())) return raster;
-    NBX::SO<Raster> copy(new Raster(raster->cellsX(), raster->cellsY(), raster->minX(), raster->minY(),
-                                    raster->cellSizeX(), raster->cellSizeY(), true, undefined));
-    const std::size_t cells = static_cast<std::size_t>(raster->cellsX()) * raster->cellsY();
-    std::transform(raster->cells(), raster->cells() + cells, copy->cells(),
-                   [&](float value) { return raster->isUndefValue(value) ? undefined : value; });
-    return copy;
-}
-
-/// A data set over the cells of `raster`, which it borrows. Its lines go from south to north.
-GdalDataset wrap(Raster & raster, const std::string & wkt) {
-    const double transform[6] = {raster.minX() - 0.5 * raster.cellSizeX(),
-                                 raster.cellSizeX(),
-                                 0.0,
-                                 raster.minY() - 0.5 * raster.cellSizeY(),
-                                 0.0,
-                                 raster.cellSizeY()};
-    GdalDataset dataset = newMemoryDataset(raster.cellsX(), raster.cellsY(), transform, wkt);
-    addMemoryBand(*dataset, GDT_Float32, raster.cells(), sizeof(float), sizeof(float) * raster.cellsX());
-    return dataset;
+    return !raster->hasUndefValue() || std::isnan(raster->undefValue()) ? raster : copyWithNaN(*raster);
 }
 
 bool isPolar(const DegreeBox & box) {
@@ -221,7 +202,7 @@ GeoRaster warpDegrees(const GeoRaster & source, NBX::Progress * progress) {
     const double unit = source.reference.unit;
     const NBX::SO<Raster> raster = withNaN(withoutRowsBehindPoles(source.raster, unit));
     const DegreeBox box = degreeBox(*raster, unit);
-    const GdalDataset input = wrap(*raster, source.reference.wkt);
+    const GdalDataset input = wrapRaster(*raster, source.reference.wkt);
 
     const bool isCylindrical = !isPolar(box) && !isSmall(box);
     const std::string system = isPolar(box)    ? (box.north > 0.0 ? "EPSG:5041" : "EPSG:5042")
@@ -234,7 +215,7 @@ GeoRaster warpDegrees(const GeoRaster & source, NBX::Progress * progress) {
     result.reference = referenceOf(system);
     NBX::SO<Raster> warped(new Raster(grid.cellsX, grid.cellsY, grid.minX, grid.minY, grid.cellSizeX,
                                       grid.cellSizeY, true, undefined));
-    const GdalDataset output = wrap(*warped, result.reference.wkt);
+    const GdalDataset output = wrapRaster(*warped, result.reference.wkt);
     if (warpBilinear(*input, *output, false, "", progress)) result.raster = warped;
     return result;
 }

@@ -9,7 +9,7 @@
 #include "geotiff.h"
 
 #include <nbx/object/exception.h>
-#include <nbx/object/progress.h>
+#include <support/cancelingdisplay.h>
 #include <zmt/raster/histogram.h>
 
 namespace {
@@ -315,22 +315,13 @@ TEST_F(RasterFileTest, TooLargeIsRefusedBeforeMemoryIsTaken) {
     EXPECT_NO_THROW(RasterFile(write({.width = 2, .height = 2, .values = {1, 2, 3, 4}})).read(0, nullptr, 4));
 }
 
-class CancelingDisplay : public NBX::ProgressDisplay {
-public:
-    void begin(const NBX::Progress &) override {}
-    bool update(const NBX::Progress &) override { return false; }
-    void end(const NBX::Progress &) override {}
-};
-
 TEST_F(RasterFileTest, CancelledReadingGivesNull) {
-    CancelingDisplay display;
-    NBX::ProgressDisplay * before = NBX::Progress::setDisplay(&display);
     {
+        const CancelingDisplay display;
         NBX::Progress progress("reading", 10.0);
         EXPECT_FALSE(
             RasterFile(write({.width = 2, .height = 2, .values = {1, 2, 3, 4}})).read(0, &progress).raster);
     }
-    NBX::Progress::setDisplay(before);
     NBX::Progress progress("reading", 10.0);
     EXPECT_TRUE(
         RasterFile(write({.width = 2, .height = 2, .values = {1, 2, 3, 4}})).read(0, &progress).raster);

@@ -7,7 +7,7 @@
 #include <ogr_spatialref.h>
 
 #include <nbx/object/exception.h>
-#include <nbx/object/progress.h>
+#include <support/cancelingdisplay.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/histogram.h>
 
@@ -210,21 +210,10 @@ TEST(RasterWarp, FeetBecomeMetresWithoutResampling) {
     EXPECT_FALSE(RasterWarp::isNeeded(scaled.reference));
 }
 
-class CancelingDisplay : public NBX::ProgressDisplay {
-public:
-    void begin(const NBX::Progress &) override {}
-    bool update(const NBX::Progress &) override { return false; }
-    void end(const NBX::Progress &) override {}
-};
-
 TEST(RasterWarp, CancelledWarpGivesNull) {
-    CancelingDisplay display;
-    NBX::ProgressDisplay * before = NBX::Progress::setDisplay(&display);
-    {
-        NBX::Progress progress("warping", 5.0);
-        EXPECT_FALSE(RasterWarp::toMetric(degrees(50, 50, 86.0, 27.0, 0.01), &progress).raster);
-    }
-    NBX::Progress::setDisplay(before);
+    const CancelingDisplay display;
+    NBX::Progress progress("warping", 5.0);
+    EXPECT_FALSE(RasterWarp::toMetric(degrees(50, 50, 86.0, 27.0, 0.01), &progress).raster);
 }
 
 TEST(RasterWarp, RealHeightsKeepTheirRange) {
