@@ -1,13 +1,12 @@
 #include <zmt/raster/cachedtiledgeoimage.h>
 
 #include <algorithm>
-#include <list>
-#include <map>
-#include <utility>
+#include <optional>
 
 #include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/raster/pixelblocks.h>
+#include <zmt/raster/tilecache.h>
 
 namespace ZMT::RASTER {
 
@@ -21,46 +20,31 @@ unsigned tileSize(unsigned granularity) {
     return std::clamp(granularity, minTile, maxTile);
 }
 
-std::uint64_t bytesOf(const NBX::Image & image) {
-    return static_cast<std::uint64_t>(image.width()) * static_cast<std::uint64_t>(image.height()) *
-           static_cast<std::uint64_t>(image.bitsPerPixel()) / 8;
-}
-
 } // namespace
 
 struct CachedTiledGeoImage::Impl {
-    using Position = std::pair<std::int64_t, std::int64_t>;
-    struct Tile {
-        Position position;
-        NBX::SO<NBX::Image> image; ///< null where nothing is stored
-        std::uint64_t bytes = 0;
-    };
+    Impl(TiledGeoImage * image, std::uint64_t maxBytes) : source(image), cache(maxBytes) {}
 
-    NBX::SO<NBX::Image> tile(const Position & position);
-    NBX::SO<NBX::Image> load(const Position & position) const;
-    void keep(Tile tile);
+    NBX::SO<NBX::Image> tile(std::int64_t column, std::int64_t row);
+    NBX::SO<NBX::Image> load(std::int64_t column, std::int64_t row) const;
 
     NBX::SO<TiledGeoImage> source;
-    std::uint64_t maxBytes = 0, usedBytes = 0;
+    TileCache cache;
     unsigned tileX = minTile, tileY = minTile;
-    std::list<Tile> tiles; ///< the last used one in front
-    std::map<Position, std::list<Tile>::iterator> index;
 };
 
-NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::tile(const Position & position) {
-    const auto known = index.find(position);
-    if (known != index.end()) {
-        tiles.splice(tiles.begin(), tiles, known->second);
-        return known->second->image;
-    }
-    NBX::SO<NBX::Image> image = load(position);
-    // An empty tile costs what its entry costs.
-    if (!source->failed()) keep({position, image, image ? bytesOf(*image) : sizeof(Tile) + 64});
+NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::tile(std::int64_t column, std::int64_t row) {
+    const std::uint64_t columns = source->pixelsX() / tileX + 1;
+    const std::uint64_t number =
+        static_cast<std::uint64_t>(row) * columns + static_cast<std::uint64_t>(column);
+    if (const std::optional<NBX::SO<NBX::Image>> known = cache.find(number)) return *known;
+    NBX::SO<NBX::Image> image = load(column, row);
+    if (!source->failed()) cache.keep(number, image);
     return image;
 }
 
-NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::load(const Position & position) const {
-    const std::int64_t x = position.first * tileX, y = position.second * tileY;
+NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::load(std::int64_t column, std::int64_t row) const {
+    const std::int64_t x = column * tileX, y = row * tileY;
     const auto size = [](std::int64_t first, std::uint64_t all, unsigned tile) {
         return static_cast<unsigned>(std::min<std::uint64_t>(tile, all - static_cast<std::uint64_t>(first)));
     };
@@ -68,23 +52,9 @@ NBX::SO<NBX::Image> CachedTiledGeoImage::Impl::load(const Position & position) c
                             size(y, source->pixelsY(), tileY));
 }
 
-void CachedTiledGeoImage::Impl::keep(Tile tile) {
-    if (tile.bytes > maxBytes) return;
-    while (!tiles.empty() && usedBytes + tile.bytes > maxBytes) {
-        usedBytes -= tiles.back().bytes;
-        index.erase(tiles.back().position);
-        tiles.pop_back();
-    }
-    usedBytes += tile.bytes;
-    tiles.push_front(std::move(tile));
-    index[tiles.front().position] = tiles.begin();
-}
-
 CachedTiledGeoImage::CachedTiledGeoImage(TiledGeoImage * image, std::uint64_t maxBytes)
-    : impl_(std::make_unique<Impl>()) {
+    : impl_(std::make_unique<Impl>(image, maxBytes)) {
     NBX_CHECK(image, L"no image");
-    impl_->source = image;
-    impl_->maxBytes = maxBytes;
     if (!image) return;
     impl_->tileX = tileSize(image->granularityX());
     impl_->tileY = tileSize(image->granularityY());
@@ -93,17 +63,15 @@ CachedTiledGeoImage::CachedTiledGeoImage(TiledGeoImage * image, std::uint64_t ma
 CachedTiledGeoImage::~CachedTiledGeoImage() = default;
 
 void CachedTiledGeoImage::clearCache() {
-    impl_->index.clear();
-    impl_->tiles.clear();
-    impl_->usedBytes = 0;
+    impl_->cache.clear();
 }
 
 std::uint64_t CachedTiledGeoImage::maxBytes() const {
-    return impl_->maxBytes;
+    return impl_->cache.maxBytes();
 }
 
 std::uint64_t CachedTiledGeoImage::usedBytes() const {
-    return impl_->usedBytes;
+    return impl_->cache.usedBytes();
 }
 
 unsigned CachedTiledGeoImage::bands() const {
@@ -161,7 +129,7 @@ NBX::SO<NBX::Image> CachedTiledGeoImage::getImage(int x, int y, unsigned width, 
     NBX::SO<NBX::Image> result;
     for (std::int64_t row = y0 / impl_->tileY; row * impl_->tileY < y1; ++row) {
         for (std::int64_t column = x0 / impl_->tileX; column * impl_->tileX < x1; ++column) {
-            const NBX::SO<NBX::Image> tile = impl_->tile({column, row});
+            const NBX::SO<NBX::Image> tile = impl_->tile(column, row);
             if (!tile) continue;
             if (!result) result = createEmptyImage(width, height);
             if (!result) return nullptr;

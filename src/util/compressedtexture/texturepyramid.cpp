@@ -8,6 +8,7 @@
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/raster/tilecache.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 #include <zmt/util/externallinksolver.h>
@@ -83,11 +84,13 @@ bool TexturePyramid::readLevels() {
     std::vector<std::uint64_t> positions(header.levels);
     if (file_->read(positions.data(), 8 * positions.size()) != 8 * positions.size()) return false;
     // Tables that overlap could ask for far more memory than the file has bytes.
-    std::uint64_t tables = 0;
+    std::uint64_t tables = 0, tiles = 0;
+    const NBX::SO<RASTER::TileCache> cache(new RASTER::TileCache(maxCacheBytes));
     for (const std::uint64_t position : positions) {
         const NBX::SO<TexturePyramidTiledGeoImage> level = TexturePyramidTiledGeoImage::read(
-            file_, position, {header.minX, header.minY, header.maxX, header.maxY});
+            file_, position, {header.minX, header.minY, header.maxX, header.maxY}, cache, tiles);
         if (!level) return false;
+        tiles += level->tiles();
         tables += level->tableBytes();
         if (tables > size) return false;
         levels_.push_back(level);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include <nbx/data/zlibfilter.h>
 #include <nbx/image/image.h>
@@ -57,22 +58,28 @@ double pixelSize(double extent, std::uint32_t pixels, std::uint32_t version) {
 
 NBX::SO<TexturePyramidTiledGeoImage> TexturePyramidTiledGeoImage::read(NBX::SO<NBX::File> file,
                                                                        std::uint64_t position,
-                                                                       const RASTER::GeoExtent & extent) {
+                                                                       const RASTER::GeoExtent & extent,
+                                                                       NBX::SO<RASTER::TileCache> cache,
+                                                                       std::uint64_t firstTile) {
     LevelHeader h;
     if (!readAt(*file, position, &h, sizeof h)) return nullptr;
     scramble(h, CompressedTexture::getEncryptionKey());
     if (!isSound(h)) return nullptr;
     const Header header = {h.version, h.pixelsX, h.pixelsY,     h.tileWidth,   h.tileHeight,
                            h.tilesX,  h.tilesY,  h.pixelFormat, h.rawTileSize, h.compression};
-    NBX::SO<TexturePyramidTiledGeoImage> level(new TexturePyramidTiledGeoImage(file, header, extent));
+    NBX::SO<TexturePyramidTiledGeoImage> level(
+        new TexturePyramidTiledGeoImage(file, header, extent, cache, firstTile));
     return level->readTables(position + headerSize) ? level : nullptr;
 }
 
 TexturePyramidTiledGeoImage::TexturePyramidTiledGeoImage(NBX::SO<NBX::File> file, const Header & header,
-                                                         const RASTER::GeoExtent & extent)
+                                                         const RASTER::GeoExtent & extent,
+                                                         NBX::SO<RASTER::TileCache> cache,
+                                                         std::uint64_t firstTile)
     : file_(file), header_(header), minX_(extent.minX), minY_(extent.minY),
       pixelSizeX_(pixelSize(extent.maxX - extent.minX, header.pixelsX, header.version)),
-      pixelSizeY_(pixelSize(extent.maxY - extent.minY, header.pixelsY, header.version)) {
+      pixelSizeY_(pixelSize(extent.maxY - extent.minY, header.pixelsY, header.version)), cache_(cache),
+      firstTile_(firstTile) {
     if (header.version >= 3) return;
     if (header.pixelsX > 1) minX_ -= 0.5 * pixelSizeX_;
     if (header.pixelsY > 1) minY_ -= 0.5 * pixelSizeY_;
@@ -128,7 +135,7 @@ bool TexturePyramidTiledGeoImage::readTile(std::uint64_t tile, std::vector<std::
     return readAt(*file_, position, stored.data(), size);
 }
 
-NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) const {
+NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::decodeTile(std::uint64_t tile) const {
     std::vector<std::uint8_t> stored;
     bool isRead = false;
     try {
@@ -159,6 +166,15 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) c
                    : nullptr;
 }
 
+/// Null for an empty tile and for one that cannot be read. The image may not be changed.
+NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) const {
+    if (positions_[tile] == 0) return nullptr;
+    if (const std::optional<NBX::SO<NBX::Image>> known = cache_->find(firstTile_ + tile)) return *known;
+    const NBX::SO<NBX::Image> image = decodeTile(tile);
+    if (image) cache_->keep(firstTile_ + tile, image);
+    return image;
+}
+
 NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned width,
                                                           unsigned height) const {
     const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
@@ -171,7 +187,7 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned
         for (std::int64_t column = x0 / tileWidth; column * tileWidth < x1; ++column) {
             const std::uint64_t tile =
                 static_cast<std::uint64_t>(row) * header_.tilesX + static_cast<std::uint64_t>(column);
-            const NBX::SO<NBX::Image> pixels = positions_[tile] ? tileImage(tile) : nullptr;
+            const NBX::SO<NBX::Image> pixels = tileImage(tile);
             if (!pixels) continue;
             if (!result) result = createEmptyImage(width, height);
             if (!result) return nullptr;

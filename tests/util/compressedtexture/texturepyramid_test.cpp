@@ -1,6 +1,7 @@
 #include <zmt/util/compressedtexture/texturepyramid.h>
 
 #include <filesystem>
+#include <fstream>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -297,6 +298,58 @@ TEST_F(TexturePyramidTest, AFileThatShrinksInUseFails) {
     RecordedReports reports;
     EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 6, 4));
     EXPECT_EQ(1U, reports.size()) << reports;
+}
+
+TEST_F(TexturePyramidTest, TilesThatWereReadStayInMemory) {
+    const SO<TexturePyramid> pyramid = load(PyramidFile());
+    const SO<NBX::Image> first = pyramid->overview(0)->getImage(0, 0, 4, 4);
+    ASSERT_TRUE(first);
+    *first->pixelComponentsU8(0, 3) = 99; // belongs to the caller
+    std::filesystem::resize_file(folder.file("a.ztp"), 300);
+    RecordedReports reports;
+    EXPECT_EQ((std::vector<int>{10, 10, 10, 10, 0, 0}), row(pyramid)) << "the other tile was not read";
+    EXPECT_EQ(1U, reports.size()) << reports;
+}
+
+TEST_F(TexturePyramidTest, TilesThatCannotBeReadAreTriedAgain) {
+    const std::vector<std::uint8_t> whole = PyramidFile().encode();
+    const SO<TexturePyramid> pyramid = load(whole);
+    const std::string path = folder.file("a.ztp");
+    std::filesystem::resize_file(path, 300);
+    RecordedReports reports;
+    EXPECT_FALSE(pyramid->overview(0)->getImage(0, 0, 6, 4));
+    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+        .write(reinterpret_cast<const char *>(whole.data()), static_cast<std::streamsize>(whole.size()));
+    EXPECT_EQ(usual, row(pyramid));
+}
+
+TEST_F(TexturePyramidTest, LevelsKeepTheirTilesApart) {
+    PyramidFile file;
+    std::vector<std::uint8_t> bytes = file.encode();
+    file.tiles = {std::vector<std::uint8_t>(16, 30), std::vector<std::uint8_t>(16, 40)};
+    const std::vector<std::uint8_t> other = file.encode();
+    // The second level stands in a copy of the file behind the first, so that its positions move.
+    bytes.insert(bytes.begin() + 264, 8, 0);
+    const std::size_t second = bytes.size();
+    bytes.insert(bytes.end(), other.begin() + PyramidFile::level, other.end());
+    putAt<std::uint32_t>(bytes, 36, 2);
+    putAt<std::uint64_t>(bytes, 256, PyramidFile::level + 8);
+    putAt<std::uint64_t>(bytes, 264, second);
+    for (std::size_t i = 0; i < 2; ++i) {
+        const std::size_t entry = PyramidFile::table + 8 * i;
+        putAt(bytes, entry + 8, getAt<std::uint64_t>(bytes, entry + 8) + 8);
+        putAt(bytes, second + 256 + 8 * i, getAt<std::uint64_t>(other, entry) - PyramidFile::level + second);
+    }
+    const SO<TexturePyramid> pyramid = load(bytes);
+    ASSERT_TRUE(pyramid);
+    for (int turn = 0; turn < 2; ++turn)
+        for (int level = 0; level < 2; ++level)
+            for (int tile = 0; tile < 2; ++tile) {
+                const SO<NBX::Image> image =
+                    pyramid->overview(static_cast<unsigned>(level))->getImage(4 * tile, 0, 2, 2);
+                ASSERT_TRUE(image) << turn << level << tile;
+                EXPECT_EQ(20 * level + 10 * tile + 10, *image->pixelComponentsU8(0, 0)) << turn;
+            }
 }
 
 TEST_F(TexturePyramidTest, WithAKeyHeadersAreScrambledAndTilesPlain) {

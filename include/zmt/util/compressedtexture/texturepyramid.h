@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,12 +11,15 @@ namespace ZMT::UTIL {
 
 class TexturePyramidTiledGeoImage;
 
-/// The pyramid in a file that `CompressedTexture` wrote. One thread at a time reads pixels; extents and sizes
-/// may be asked for from any thread.
+/// The pyramid in a file that `CompressedTexture` wrote. The tiles that were used last, of all levels, stay
+/// decoded in memory. One thread at a time reads pixels; extents and sizes may be asked for from any thread.
 /// Stored attributes: "filename".
 class TexturePyramid : public RASTER::TiledGeoImagePyramid {
     NBX_STORED_CLASS(TexturePyramid, RASTER::TiledGeoImagePyramid)
 public:
+    /// Of pixels that stay in memory.
+    static constexpr std::uint64_t maxCacheBytes = 32ULL << 20;
+
     /// Throws `NBX::IOError` for a file that is none, and `NBX::FileNotFoundException` or `NBX::IOException`
     /// for one that cannot be opened.
     explicit TexturePyramid(const std::wstring & fileName);

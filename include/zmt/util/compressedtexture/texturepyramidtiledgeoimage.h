@@ -3,6 +3,7 @@
 #include <vector>
 
 #include <nbx/data/file.h>
+#include <zmt/raster/tilecache.h>
 #include <zmt/raster/tiledgeoimage.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
@@ -27,14 +28,19 @@ public:
 
     /// The level whose header stands at `position` of the file; null where none stands that can be right.
     /// `extent` is that of the pyramid. With a version below 3 it goes from the centre of the first pixel to
-    /// that of the last, otherwise to the outer edges.
+    /// that of the last, otherwise to the outer edges. The `cache` may be shared with other levels: the tiles
+    /// have the numbers from `firstTile` on in it.
     static NBX::SO<TexturePyramidTiledGeoImage> read(NBX::SO<NBX::File> file, std::uint64_t position,
-                                                     const RASTER::GeoExtent & extent);
+                                                     const RASTER::GeoExtent & extent,
+                                                     NBX::SO<RASTER::TileCache> cache,
+                                                     std::uint64_t firstTile);
 
     const Header & header() const { return header_; }
     CompressedTexture::PixelFormat pixelFormat() const {
         return static_cast<CompressedTexture::PixelFormat>(header_.pixelFormat);
     }
+    /// Number of tiles, empty ones included.
+    std::uint64_t tiles() const { return positions_.size(); }
     /// Bytes that header and tables take in the file.
     std::uint64_t tableBytes() const;
     /// Number of tiles that are not empty, and the bytes they take in the file; in version 1, where the sizes
@@ -61,10 +67,12 @@ public:
 
 private:
     TexturePyramidTiledGeoImage(NBX::SO<NBX::File> file, const Header & header,
-                                const RASTER::GeoExtent & extent);
+                                const RASTER::GeoExtent & extent, NBX::SO<RASTER::TileCache> cache,
+                                std::uint64_t firstTile);
 
     bool readTables(std::uint64_t position);
     bool readTile(std::uint64_t tile, std::vector<std::uint8_t> & stored) const;
+    NBX::SO<NBX::Image> decodeTile(std::uint64_t tile) const;
     NBX::SO<NBX::Image> tileImage(std::uint64_t tile) const;
 
     NBX::SO<NBX::File> file_;
@@ -72,6 +80,8 @@ private:
     double minX_, minY_, pixelSizeX_, pixelSizeY_;
     std::vector<std::uint64_t> positions_; ///< 0 for an empty tile
     std::vector<std::uint32_t> sizes_;
+    NBX::SO<RASTER::TileCache> cache_;
+    std::uint64_t firstTile_;
     mutable bool failed_ = false;
 };
 
