@@ -71,7 +71,8 @@ Terrain::Terrain(GeometryData * data, GeometryPatch * root) : NBX::Shape(true), 
 Terrain::~Terrain() = default;
 
 NBX::Bounds Terrain::boundingBox() const {
-    const NBX::Bounds box = data()->boundingBox();
+    const NBX::SO<GeometryData> geometry = data();
+    const NBX::Bounds box = geometry ? geometry->boundingBox() : NBX::Bounds();
     if (!box.isDefined()) return box;
     const Point offset = GeoTransformation::geo2nbxOffset() + origin();
     return NBX::Bounds(box.getLLF() + offset, box.getURB() + offset);

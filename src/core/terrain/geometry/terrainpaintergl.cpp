@@ -136,7 +136,8 @@ private:
         const TerrainPainterFrameManager::Info info{engine_, inMotion_};
         const NBX::AttributeScope texGen(engine_, terrainTexGen().get());
         TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
-        traverse(*terrain.root(), 0, static_cast<unsigned>(rotation));
+        if (const NBX::SO<GeometryPatch> root = terrain.root())
+            traverse(*root, 0, static_cast<unsigned>(rotation));
         TerrainPainterFrameManager::CallEndFrameCallbacks(info);
     }
 

@@ -55,6 +55,7 @@ TEST_F(TerrainTest, NothingIsCheckedAtConstruction) {
     const NBX::SO<Terrain> none(new Terrain(nullptr, nullptr));
     EXPECT_FALSE(none->data());
     EXPECT_FALSE(none->root());
+    EXPECT_FALSE(none->boundingBox().isDefined());
     EXPECT_TRUE(reports_.empty()) << reports_;
 }
 

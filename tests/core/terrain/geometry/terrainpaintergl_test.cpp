@@ -262,6 +262,10 @@ TEST_F(TerrainPainterGLTest, PaintsALeafWhateverItsError) {
     EXPECT_EQ(paint(patch.get()), (Log{"begin", "wall leaf", "paint leaf", "end"}));
 }
 
+TEST_F(TerrainPainterGLTest, ATerrainWithoutRootIsAnEmptyFrame) {
+    EXPECT_EQ(paint(nullptr), (Log{"begin", "end"}));
+}
+
 TEST_F(TerrainPainterGLTest, WallsAndSurfacesHaveTheirAttributes) {
     std::map<std::string, Log> seen;
     NamedPatchPainter::s_observe = [&](NBX::Engine * e, const std::string & what) {

@@ -27,7 +27,8 @@ class TerrainTexture;
 ///
 /// Both parts may be shared by several terrains. `boundingBox()` is in scene coordinates, height queries
 /// take geo coordinates. The flag that tells height queries to look at loaded data alone is heeded by
-/// terrains that stream.
+/// terrains that stream. A terrain that was read without its parts is drawn as nothing and has an undefined
+/// box; what else asks the data needs them.
 class Terrain : public NBX::Shape {
     NBX_STORED_CLASS(Terrain, NBX::Shape)
 public:
