@@ -9,6 +9,7 @@
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
 
+#include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
@@ -203,6 +204,28 @@ TEST(MemoryTiledGeoImagePyramidTest, SurvivesStoring) {
     ASSERT_TRUE(image);
     EXPECT_EQ(0, image->pixelComponentsU8(0, 1)[3]);
     EXPECT_EQ(4, image->pixelComponentsU8(4, 2)[0]);
+}
+
+TEST(MemoryTiledGeoImagePyramidTest, AttributesKeepTheirNamesAndOrder) {
+    const SO<MemoryTiledGeoImagePyramid> p = pyramid(2, 2);
+    EXPECT_EQ(
+        (std::vector<std::string>{"image", "box", "masked", "maskRed", "maskGreen", "maskBlue", "maskAlpha"}),
+        RecordedAttributes::of(*p));
+    EXPECT_EQ((std::vector<std::string>{"image", "box"}), RecordedAttributes::of(*p, true));
+}
+
+TEST(MemoryTiledGeoImagePyramidTest, WhatDoesNotFitTogetherWhenReadHasNoLevels) {
+    RecordedReports reports;
+    const SO<MemoryTiledGeoImagePyramid> flat(
+        new MemoryTiledGeoImagePyramid(ramp(2, 2).get(), box(0, 0, 0, 1)));
+    const SO<MemoryTiledGeoImagePyramid> none(new MemoryTiledGeoImagePyramid(nullptr, box(0, 0, 1, 1)));
+    reports.clear();
+    for (const auto & p : {flat, none}) {
+        const SO<MemoryTiledGeoImagePyramid> read = roundTrip(p);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(0U, read->overviews());
+    }
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
 
+#include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
@@ -422,6 +423,7 @@ TEST_F(ImageFilePyramidTest, StoresItsName) {
     EXPECT_EQ(pyramid->maxX(), read->maxX());
     EXPECT_EQ(pyramid->overviews(), read->overviews());
     EXPECT_TRUE(read->overview(0)->getImage(0, 0, 8, 8));
+    EXPECT_EQ((std::vector<std::string>{"fileName", "wkt"}), RecordedAttributes::of(*pyramid));
 }
 
 TEST_F(ImageFilePyramidTest, AMissingFileIsFoundInTheWorkingDirectory) {

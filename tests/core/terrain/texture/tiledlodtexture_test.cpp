@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <support/glfixture.h>
+#include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 #include <support/smallgeotiff.h>
@@ -626,6 +627,9 @@ TEST_F(TiledLODTextureTest, KeepsItsPyramidWhenStored) {
     ASSERT_TRUE(none);
     EXPECT_FALSE(none->pyramid());
     EXPECT_EQ(none->minFilter(), TextureGL::FM_Linear);
+
+    EXPECT_EQ(RecordedAttributes::of(*texture, true), std::vector<std::string>{"pyramid"});
+    EXPECT_TRUE(RecordedAttributes::of(*none, true).empty()) << "no pyramid is the default";
 }
 
 /// A moving view asks for a thousand patches of textures that come and go.
