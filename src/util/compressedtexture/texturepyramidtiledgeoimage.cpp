@@ -166,9 +166,8 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::decodeTile(std::uint64_t tile) 
                    : nullptr;
 }
 
-/// Null for an empty tile and for one that cannot be read. The image may not be changed.
+/// Of a tile that is not empty; null when it cannot be read. The image may not be changed.
 NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) const {
-    if (positions_[tile] == 0) return nullptr;
     if (const std::optional<NBX::SO<NBX::Image>> known = cache_->find(firstTile_ + tile)) return *known;
     const NBX::SO<NBX::Image> image = decodeTile(tile);
     if (image) cache_->keep(firstTile_ + tile, image);
@@ -187,8 +186,9 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned
         for (std::int64_t column = x0 / tileWidth; column * tileWidth < x1; ++column) {
             const std::uint64_t tile =
                 static_cast<std::uint64_t>(row) * header_.tilesX + static_cast<std::uint64_t>(column);
+            if (positions_[tile] == 0) continue;
             const NBX::SO<NBX::Image> pixels = tileImage(tile);
-            if (!pixels) continue;
+            if (!pixels) return nullptr; // a hole would hide what a coarser level has there
             if (!result) result = createEmptyImage(width, height);
             if (!result) return nullptr;
             RASTER::PixelBlocks::paste(*pixels, column * tileWidth - x, row * tileHeight - y, *result);

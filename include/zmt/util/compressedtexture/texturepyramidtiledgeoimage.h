@@ -60,7 +60,7 @@ public:
     /// True once a tile could not be read.
     bool failed() const override { return failed_; }
     NBX::SO<NBX::Image> createEmptyImage(unsigned width, unsigned height) const override;
-    /// Null where all tiles are empty or cannot be read; those that cannot are reported.
+    /// Null where all tiles are empty, and where one of them cannot be read, which is reported.
     NBX::SO<NBX::Image> getImage(int x, int y, unsigned width, unsigned height) const override;
     /// Reported: a level belongs to its pyramid.
     void serialize(NBX::SerializationManager & m) override;
