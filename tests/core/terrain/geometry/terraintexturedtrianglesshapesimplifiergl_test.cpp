@@ -7,6 +7,7 @@
 #include <support/glfixture.h>
 #include <support/roundtrip.h>
 
+#include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/colorbuffergl.h>
@@ -15,12 +16,15 @@
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
 #include <nbx/scene/clipplane.h>
 #include <nbx/scene/colorattribute.h>
+#include <nbx/scene/directionallight.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/perspective.h>
@@ -209,19 +213,150 @@ TEST_F(DrapedTrianglesGLTest, TheSceneMayHaveClipPlanesOfItsOwn) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+/// Where a box stands, counts the pixels that are marked, and those that are not black, instead of painting
+/// it.
+class PixelCounter : public NBX::ShapePainter {
+    NBX_TEMPLATE_CLASS(PixelCounter, NBX::ShapePainter)
+public:
+    NBX::ID target() const override { return NBX::Box::ClassNameNBX(); }
+    bool render(NBX::Engine *, const NBX::Shape *) override {
+        marked = count(GL_STENCIL_INDEX);
+        painted = count(GL_RED);
+        return true;
+    }
+
+    std::ptrdiff_t marked = -1, painted = -1;
+
+private:
+    static std::ptrdiff_t count(GLenum format) {
+        std::vector<unsigned char> values(s_size * s_size);
+        glReadPixels(0, 0, s_size, s_size, format, GL_UNSIGNED_BYTE, values.data());
+        return std::ptrdiff_t(values.size()) - std::count(values.begin(), values.end(), 0);
+    }
+};
+
 TEST_F(DrapedTrianglesGLTest, TheStencilIsLeftAsItWas) {
     const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(4, 0.3), Bounds(), true));
     const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+    const SO<PixelCounter> counter(new PixelCounter);
     EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
-    canvas->prepareRedisplay();
-    // More often than there are numbers.
-    for (unsigned i = 0; i < 300; ++i)
-        NBX::soCast<NBX::SceneThing>(triangles->geometry(Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})))
-            ->evaluate(engine.get());
-    std::vector<unsigned char> stencil(s_size * s_size, 1);
-    glReadPixels(0, 0, s_size, s_size, GL_STENCIL_INDEX, GL_UNSIGNED_BYTE, stencil.data());
-    EXPECT_EQ(std::ptrdiff_t(stencil.size()), std::count(stencil.begin(), stencil.end(), 0));
-    canvas->finishRedisplay();
+    std::mt19937 random(3);
+    root->append(randomView(random).get());
+    appendParts(*triangles, {Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})});
+    root->append(counter.get());
+    root->append(new NBX::Box);
+    canvas->redisplay();
+    EXPECT_GT(counter->painted, 500);
+    EXPECT_EQ(counter->marked, 0);
+}
+
+/// What is in force while a tree is painted.
+struct PaintedState {
+    bool hasArea, isLit, hasTexGen, showsTexture, writesColor, testsAlpha, testsDepth, writesDepth;
+    int depthFunction, stencilFunction, stencilReference, onPass;
+    unsigned planes;
+    bool operator==(const PaintedState &) const = default;
+};
+
+/// Paints nothing, and notes what is in force.
+class NotingPainter : public NBX::ShapePainter {
+    NBX_TEMPLATE_CLASS(NotingPainter, NBX::ShapePainter)
+public:
+    explicit NotingPainter(const Bounds & area) : area_(area) {}
+    NBX::ID target() const override { return PrimitiveQuadTreeGL::ClassNameNBX(); }
+    bool render(NBX::Engine * engine, const NBX::Shape *) override {
+        const auto isOn = [](GLenum name) {
+            GLboolean value = GL_FALSE;
+            glGetBooleanv(name, &value);
+            return value == GL_TRUE;
+        };
+        const auto number = [](GLenum name) {
+            GLint value = 0;
+            glGetIntegerv(name, &value);
+            return glIsEnabled(GL_STENCIL_TEST) || name == GL_DEPTH_FUNC ? value : -1;
+        };
+        const auto * area = dynamic_cast<const NBX::PrimitiveQuadTreeAreaGL *>(
+            engine->getAttribute(NBX::PrimitiveQuadTreeAreaGL::ClassNameNBX()));
+        glActiveTexture(GL_TEXTURE1);
+        const bool showsTexture = isOn(GL_TEXTURE_2D);
+        glActiveTexture(GL_TEXTURE0);
+        states.push_back({area && area->getBox() == area_, isOn(GL_LIGHTING), isOn(GL_TEXTURE_GEN_T),
+                          showsTexture, isOn(GL_COLOR_WRITEMASK), isOn(GL_ALPHA_TEST), isOn(GL_DEPTH_TEST),
+                          isOn(GL_DEPTH_WRITEMASK), number(GL_DEPTH_FUNC), number(GL_STENCIL_FUNC),
+                          number(GL_STENCIL_REF), number(GL_STENCIL_PASS_DEPTH_PASS),
+                          engine->polyAttributeCount(NBX::ClipPlane::ClassNameNBX(), 1)});
+        return true;
+    }
+
+    std::vector<PaintedState> states;
+
+private:
+    Bounds area_;
+};
+
+class PaintedStateTest : public DrapedTrianglesGLTest {
+protected:
+    void SetUp() override {
+        DrapedTrianglesGLTest::SetUp();
+        canvas->prepareRedisplay();
+        for (const auto & attribute : attributes)
+            engine->push(attribute.get());
+        engine->pushHandler(painter.get());
+    }
+    void TearDown() override {
+        engine->popHandler(painter.get());
+        for (auto i = attributes.rbegin(); i != attributes.rend(); ++i)
+            engine->pop(i->get());
+        canvas->finishRedisplay();
+        DrapedTrianglesGLTest::TearDown();
+    }
+    std::vector<PaintedState> statesWithUnits(unsigned units) {
+        const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(0, sheet(2, 0.3), Bounds(), true));
+        const SO<TerrainTexturedTriangles> triangles(new TerrainTexturedTriangles(tree, {}));
+        EngineGL::setMaxTextureUnitsLimit(units);
+        painter->states.clear();
+        triangles->geometry(box)->evaluate(engine.get());
+        return painter->states;
+    }
+
+    const Bounds box{{-0.5, 0, -0.5}, {0.5, 0, 0.5}};
+    const SO<NotingPainter> painter{new NotingPainter(box)};
+    /// What the mask must not be disturbed by.
+    const std::vector<SO<NBX::Attribute>> attributes{
+        new NBX::DirectionalLight(Point(0, -1, 0)),
+        new NBX::TextureUnitSettingGL(1, SO<NBX::TextureGL>(new NBX::ImageTexture2DGL(nullptr)).get())};
+};
+
+TEST_F(PaintedStateTest, FourPlanesCutTheTrianglesOfTheArea) {
+    EXPECT_EQ((std::vector<PaintedState>{
+                  {true, true, true, true, true, false, true, true, GL_LESS, -1, -1, -1, 4}}),
+              statesWithUnits(0));
+}
+
+TEST_F(PaintedStateTest, AMaskIsDrawnBeforeAndTakenAwayAfterwards) {
+    const auto expected = [](int reference, bool testsDepth) {
+        const PaintedState mark{true,       false,   true,      false,     false,      true, testsDepth,
+                                testsDepth, GL_LESS, GL_ALWAYS, reference, GL_REPLACE, 0};
+        PaintedState clear = mark;
+        clear.stencilReference = 0;
+        clear.depthFunction = testsDepth ? GL_LEQUAL : GL_LESS;
+        clear.writesDepth = false;
+        const PaintedState real{
+            true,     true,      true,    true, true, false, testsDepth, false, clear.depthFunction,
+            GL_EQUAL, reference, GL_KEEP, 0};
+        return std::vector<PaintedState>{mark, real, clear};
+    };
+    int reference = statesWithUnits(s_unitsWithStencil).at(0).stencilReference;
+    EXPECT_GE(reference, 1);
+    EXPECT_LE(reference, 255);
+    for (unsigned i = 0; i < 300; ++i) {
+        reference = reference == 255 ? 1 : reference + 1;
+        ASSERT_EQ(expected(reference, true), statesWithUnits(s_unitsWithStencil)) << reference;
+    }
+    const SO<NBX::DepthBufferGL> noDepth(new NBX::DepthBufferGL(false, false));
+    const NBX::AttributeScope scope(engine.get(), noDepth.get());
+    reference = reference == 255 ? 1 : reference + 1;
+    EXPECT_EQ(expected(reference, false), statesWithUnits(s_unitsWithStencil));
 }
 
 TEST_F(DrapedTrianglesGLTest, TheStateIsLeftAsItWas) {
