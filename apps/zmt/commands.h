@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -27,5 +28,12 @@ void addPickCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);
 void addViewCommand(CLI::App & app);
 
-/// Runs the program; the result is its exit status: 0, 1 for data, 2 for usage.
+enum ExitStatus { ES_Success = 0, ES_Data = 1, ES_Usage = 2 };
+
+/// Runs the program; the result is its exit status.
 int runProgram(int argc, const char * const * argv);
+
+/// One line on the standard error stream, whatever `message` holds.
+void writeError(std::string message);
+/// What to tell the user about `error`.
+std::string messageOf(const std::exception & error);

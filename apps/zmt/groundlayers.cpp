@@ -2,9 +2,11 @@
 
 #include "commands.h"
 #include "reports.h"
+#include "step.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 
 #include <nbx/container/array.h>
 #include <nbx/gl/imagetexture2dgl.h>
@@ -65,12 +67,10 @@ NBX::SO<NBX::Attribute> modulate(const NBX::SO<TerrainTexture> & texture) {
     return new ZMT::CORE::ModulateTerrainTexturingEffect(listOf(texture).get());
 }
 
-/// The light map of a terrain, with exactly the light that is asked for: the map that a plain terrain makes
-/// of itself has a light of its own measure.
+/// The light map of a plain terrain, with exactly the light that is asked for: the map that it makes of
+/// itself has a light of its own measure.
 NBX::SO<TerrainTexture> bakeLight(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridData & grid,
                                   const Sunlight & sun) {
-    if (dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain.get()))
-        return terrain->createStaticLightMap(sun.ambient, sun.direction);
     const NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(std::min(grid.sizeX(), s_largestLightMap)),
                                                          int(std::min(grid.sizeY(), s_largestLightMap)),
                                                          NBX::LS_Luminance));
@@ -80,9 +80,24 @@ NBX::SO<TerrainTexture> bakeLight(const NBX::SO<ZMT::CORE::Terrain> & terrain, c
                                                    Point(1.0, 1.0, 1.0));
 }
 
-template <class Texture> NBX::SO<Texture> orThrow(const NBX::SO<Texture> & texture) {
-    if (!texture) throw DataError("no light map could be made; install Mesa's software renderer");
-    return texture;
+/// The baked light, or the normals for light of each pixel.
+NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE::Terrain> & terrain,
+                                     const GridData & grid, const Sunlight & sun) {
+    const bool isChunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain.get());
+    std::optional<Step> step; // chunked terrains show theirs
+    if (!isChunked) step.emplace("making a light map");
+    NBX::SO<TerrainTexture> map;
+    if (lighting == Lighting::Dynamic)
+        map = terrain->createDynamicLightMap();
+    else if (isChunked)
+        map = terrain->createStaticLightMap(sun.ambient, sun.direction);
+    else
+        map = bakeLight(terrain, grid, sun);
+    if (step) step->finish();
+    if (map) return map;
+    // All other reasons are reported.
+    Reports::throwFirst();
+    throw DataError("cancelled");
 }
 
 NBX::SO<TiledGeoImagePyramid> openPyramid(const std::string & path, const std::string & wkt) {
@@ -92,10 +107,10 @@ NBX::SO<TiledGeoImagePyramid> openPyramid(const std::string & path, const std::s
     return new ZMT::RASTER::ImageFilePyramid(path, wkt);
 }
 
-void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::RasterData & terrain,
+void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
                 const std::string & path) {
-    const bool overlaps = image.minX() < terrain.maxX() && terrain.minX() < image.maxX() &&
-                          image.minY() < terrain.maxY() && terrain.minY() < image.maxY();
+    const bool overlaps = image.minX() < terrain.maxX && terrain.minX < image.maxX() &&
+                          image.minY() < terrain.maxY && terrain.minY < image.maxY();
     if (!overlaps) throw DataError(path + ": the image lies elsewhere; choose one that covers the area");
 }
 
@@ -127,10 +142,10 @@ GroundLayer makeHeightColors(const GridData & grid) {
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                         const GridData & grid) {
     if (lighting == Lighting::Static)
-        return {"light map", modulate(orThrow(bakeLight(terrain, grid, sun))), {}};
+        return {"light map", modulate(makeLightMap(lighting, terrain, grid, sun)), {}};
     if (lighting == Lighting::Dynamic)
         return {"light",
-                new ZMT::CORE::PerPixelTerrainLightingEffect(orThrow(terrain->createDynamicLightMap()).get(),
+                new ZMT::CORE::PerPixelTerrainLightingEffect(makeLightMap(lighting, terrain, grid, sun).get(),
                                                              sun.direction, sun.ambient),
                 {}};
     return {"shading",
@@ -139,10 +154,13 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
             {}};
 }
 
-GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoRaster & terrain) {
-    const auto pyramid = openPyramid(path, terrain.reference.wkt);
-    checkPlace(*pyramid, *terrain.raster, path);
+GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
+                      const std::string & wkt) {
+    Step step("reading " + path);
+    const auto pyramid = openPyramid(path, wkt);
+    checkPlace(*pyramid, terrain, path);
     checkContent(*pyramid, path);
+    step.finish();
     const NBX::SO<TerrainTexture> texture(new ZMT::CORE::TiledLODTexture(pyramid.get()));
     return {std::filesystem::path(path).filename().string(),
             new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()), texture->boundingBox()};

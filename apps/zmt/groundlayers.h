@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include <nbx/math/bounds.h>
@@ -8,7 +7,7 @@
 #include <nbx/scene/attribute.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/raster/georaster.h>
+#include <zmt/raster/geoimagedata.h>
 
 #include "sunlight.h"
 
@@ -33,10 +32,13 @@ Lighting parseLighting(const std::string & text);
 /// Colours from green lowlands to white summits.
 GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
 
-/// Everything but `Lighting::Vertex`, whose light is no layer. Throws `DataError` where OpenGL is missing.
+/// Everything but `Lighting::Vertex`, whose light is no layer. Throws `DataError` where OpenGL is missing,
+/// and when the user cancels.
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                         const ZMT::CORE::GridData & grid);
 
-/// A georeferenced image of any size, or a texture pyramid, streamed while the view moves. Throws
-/// `DataError`, and what the raster layer throws, for one that cannot be read or lies elsewhere.
-GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoRaster & terrain);
+/// A georeferenced image of any size, or a texture pyramid, streamed while the view moves, for a terrain with
+/// this extent in the system `wkt`. Throws `DataError`, and what the raster layer throws, for one that cannot
+/// be read or lies elsewhere.
+GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
+                      const std::string & wkt);

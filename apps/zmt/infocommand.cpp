@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/histogram.h>
@@ -58,7 +59,10 @@ void printInfo(const std::string & path) {
     if (const auto pyramid = ZMT::UTIL::CompressedTexture::load(NBX::StringUtils::Utf8String2WString(path)))
         return printPyramid(path, *pyramid);
     const ZMT::RASTER::RasterFile file(path);
-    const auto raster = file.read();
+    NBX::Progress reading("reading " + path);
+    const auto raster = file.read(0, &reading);
+    if (!raster.raster) throw DataError("cancelled");
+    reading.finish();
     const auto & grid = raster.raster->grid();
     const auto & reference = raster.reference;
     const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;

@@ -19,22 +19,6 @@ using Point = NBX::Vector3Base<double>;
 /// From the north-west, as on relief maps.
 const Sunlight s_defaultSun{Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 
-void checkOptions(const LandscapeOptions & options) {
-    checkMaxVertices(options.maxVertices);
-    if (options.method != "tree" && options.method != "chunked")
-        throw UsageError("--method must be tree or chunked: " + options.method);
-    if (!(options.exaggeration > 0.0) || !(options.exaggeration <= 1000.0))
-        throw UsageError("--exaggeration must be above 0, and at most 1000");
-    if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
-    if (options.method == "chunked" && options.lighting == "vertex")
-        throw UsageError(
-            "--lighting vertex needs normals, which chunked terrains do not have; give --method tree");
-    if (options.method == "chunked" && !options.breakLines.empty())
-        throw UsageError(
-            "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
-            "--method tree");
-}
-
 } // namespace
 
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
@@ -72,50 +56,83 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
         ->capture_default_str();
 }
 
+void checkLandscape(const LandscapeOptions & options) {
+    checkMaxVertices(options.maxVertices);
+    if (options.method != "tree" && options.method != "chunked")
+        throw UsageError("--method must be tree or chunked: " + options.method);
+    checkExaggeration(options.exaggeration);
+    parseLighting(options.lighting);
+    if (!options.light.empty()) parseSunlight(options.light);
+    if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
+    if (options.method == "chunked" && options.lighting == "vertex")
+        throw UsageError(
+            "--lighting vertex needs normals, which chunked terrains do not have; give --method tree");
+    if (options.method == "chunked" && !options.breakLines.empty())
+        throw UsageError(
+            "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
+            "--method tree");
+}
+
 Landscape::Landscape(const LandscapeOptions & options) {
-    checkOptions(options);
     const Lighting lighting = parseLighting(options.lighting);
     const Sunlight sun = options.light.empty() ? s_defaultSun : parseSunlight(options.light);
     const auto raster = readTerrainRaster(options.terrain, false);
-    // What cannot be read is noticed before the long work.
+    reference_ = raster.reference;
+    extent_ = {raster.raster->minX(), raster.raster->minY(), raster.raster->maxX(), raster.raster->maxY()};
     grid_ = makeGrid(raster);
+    // What cannot be read is noticed before the long work.
     std::vector<GroundLayer> images;
     for (const std::string & path : options.images)
-        images.push_back(openImage(path, raster));
+        images.push_back(readImage(path));
     for (const std::string & path : options.breakLines)
-        grid_ = stampLines(grid_, path, raster.reference);
+        grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
     for (const std::string & path : options.draped)
-        areas.push_back(readAreas(*grid_, path, raster.reference));
+        areas.push_back(readAreas(*grid_, path, reference_));
     terrain_ = buildTerrain(grid_, options.method, options.maxVertices, buildMilliseconds_);
     root_ = terrain_->root();
 
     node_ = new NBX::SceneThing;
+    ground_ = new NBX::SceneThing(node_.get());
     scaling_ = new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0));
-    node_->append(scaling_.get());
+    putBefore(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
     if (lighting == Lighting::Vertex)
         lightVertices(sun);
     else
         layOn(makeShading(lighting, sun, terrain_, *grid_));
     for (const GroundLayer & image : images)
-        if (!options.plain) layOn(image);
-    if (!images.empty()) interest_ = images.back().box;
+        if (!options.plain) addImage(image);
     for (std::size_t i = 0; i < areas.size(); ++i)
-        node_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
-    node_->append(terrain_.get());
+        ground_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
+    ground_->append(terrain_.get());
+}
+
+GroundLayer Landscape::readImage(const std::string & path) const {
+    return openImage(path, extent_, reference_.wkt);
+}
+
+void Landscape::addImage(const GroundLayer & image) {
+    layOn(image);
+    interest_ = image.box;
 }
 
 void Landscape::layOn(const GroundLayer & layer) {
     layers_.push_back(layer);
-    node_->append(layer.effect.get());
+    putBefore(layer.effect.get());
 }
 
 void Landscape::lightVertices(const Sunlight & sun) {
-    node_->append(new NBX::LightModelGL(NBX::LightModelGL::M_Lighting | NBX::LightModelGL::M_Ambient,
-                                        NBX::Color::black));
-    node_->append(new NBX::ShapeMaterialGL(NBX::Color::white, NBX::Color::black, 0.0));
-    node_->append(new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient));
+    putBefore(new NBX::LightModelGL(NBX::LightModelGL::M_Lighting | NBX::LightModelGL::M_Ambient,
+                                    NBX::Color::black));
+    putBefore(new NBX::ShapeMaterialGL(NBX::Color::white, NBX::Color::black, 0.0));
+    putBefore(new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient));
+    // Coarser levels have no normals at their vertices.
+    needsFullDetail_ = true;
+}
+
+void Landscape::putBefore(NBX::RenderObj * object) {
+    node_->insert(node_->objects() - 1, object);
 }
 
 double Landscape::exaggeration() const {

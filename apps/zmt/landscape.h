@@ -9,6 +9,8 @@
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
+#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/georeference.h>
 
 #include "groundlayers.h"
 
@@ -33,13 +35,20 @@ struct LandscapeOptions {
 
 /// Adds the options that make a landscape to `command`; all but the terrain itself.
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
+/// Throws `UsageError` for options that cannot be, whatever the files hold.
+void checkLandscape(const LandscapeOptions & options);
 
 /// A terrain with all that lies on it, read and built.
 class Landscape {
 public:
-    /// Reads and builds. Throws `UsageError` for options that cannot be, `DataError` and what the raster
-    /// layer throws for data that cannot be used and after a cancel.
+    /// Reads and builds what `checkLandscape` has passed. Throws `DataError` and what the raster layer throws
+    /// for data that cannot be used and after a cancel.
     explicit Landscape(const LandscapeOptions & options);
+
+    /// An image for this terrain; nothing is changed. Throws as above.
+    GroundLayer readImage(const std::string & path) const;
+    /// Lays what `readImage` gave on all others, below what is draped.
+    void addImage(const GroundLayer & image);
 
     const ZMT::CORE::GridData & grid() const { return *grid_; }
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
@@ -50,6 +59,9 @@ public:
 
     /// What lies on the terrain, lowest first; each effect may be switched off.
     const std::vector<GroundLayer> & layers() const { return layers_; }
+
+    /// Whether only the finest level has what its light needs, so that no error of the geometry is allowed.
+    bool needsFullDetail() const { return needsFullDetail_; }
 
     double exaggeration() const;
     void setExaggeration(double exaggeration);
@@ -62,13 +74,19 @@ public:
 private:
     void layOn(const GroundLayer & layer);
     void lightVertices(const Sunlight & sun);
+    /// Behind all that was put there, in front of the ground.
+    void putBefore(NBX::RenderObj * object);
 
+    ZMT::RASTER::GeoReference reference_;
+    ZMT::RASTER::GeoExtent extent_; ///< in the coordinates of `reference_`
     NBX::SO<ZMT::CORE::GridData> grid_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;
     NBX::SO<ZMT::CORE::GeometryPatch> root_; ///< a terrain may merely watch it
     NBX::SO<ZMT::CORE::TerrainScaling> scaling_;
     NBX::SO<NBX::SceneThing> node_;
+    NBX::SO<NBX::SceneThing> ground_; ///< the last in `node_`: what is draped, and the terrain
     std::vector<GroundLayer> layers_;
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
+    bool needsFullDetail_ = false;
 };

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "step.h"
 #include "terraininput.h"
 
 #include <cinttypes>
@@ -39,6 +40,10 @@ public:
         pending_ += text;
         if (pending_.size() > s_piece) flush();
     }
+    void flush() {
+        writer_.write(pending_.data(), pending_.size());
+        pending_.clear();
+    }
     void commit() {
         flush();
         writer_.commit();
@@ -47,32 +52,43 @@ public:
 private:
     static constexpr std::size_t s_piece = 1 << 20;
 
-    void flush() {
-        writer_.write(pending_.data(), pending_.size());
-        pending_.clear();
-    }
-
     NBX::AtomicFileWriter writer_;
     std::string pending_;
 };
 
-/// Visits the nodes parents first, and numbers them in this order.
+unsigned countNodes(const GeometryPatch & patch) {
+    unsigned nodes = 1;
+    for (unsigned i = 0; i < patch.children(); ++i)
+        nodes += countNodes(*patch.child(i));
+    return nodes;
+}
+
+/// Visits the nodes parents first, and numbers them in this order. The user may cancel.
 class NodeWalk {
 public:
     using Visit = std::function<void(const GeometryPatch &, unsigned id, std::optional<unsigned> parent,
                                      unsigned level)>;
 
-    explicit NodeWalk(Visit visit) : visit_(std::move(visit)) {}
-
-    void walk(const GeometryPatch & patch, std::optional<unsigned> parent = {}, unsigned level = 0) {
-        const unsigned id = next_++;
-        visit_(patch, id, parent, level);
-        for (unsigned i = 0; i < patch.children(); ++i)
-            walk(*patch.child(i), id, level + 1);
+    static void run(const std::string & title, const GeometryPatch & root, const Visit & visit) {
+        NodeWalk walk(title, root, visit);
+        walk.visit(root, {}, 0);
+        walk.step_.finish();
     }
 
 private:
-    Visit visit_;
+    NodeWalk(const std::string & title, const GeometryPatch & root, const Visit & visit)
+        : visit_(visit), step_(title, countNodes(root)) {}
+
+    void visit(const GeometryPatch & patch, std::optional<unsigned> parent, unsigned level) {
+        const unsigned id = next_++;
+        step_.goOn(id);
+        visit_(patch, id, parent, level);
+        for (unsigned i = 0; i < patch.children(); ++i)
+            visit(*patch.child(i), id, level + 1);
+    }
+
+    const Visit & visit_;
+    Step step_;
     unsigned next_ = 0;
 };
 
@@ -100,18 +116,20 @@ nlohmann::ordered_json describeNode(const GeometryPatch & patch, unsigned id, st
 void writeReport(TextFile & file, const GeometryPatch & root, double buildMilliseconds) {
     file.write("{\"build_ms\": " + nlohmann::json(buildMilliseconds).dump() +
                ",\n \"peak_rss_bytes\": " + std::to_string(peakResidentBytes()) + ",\n \"nodes\": [");
-    NodeWalk([&file](const GeometryPatch & patch, unsigned id, std::optional<unsigned> parent,
-                     unsigned level) {
-        file.write((id == 0 ? "\n" : ",\n") + describeNode(patch, id, parent, level).dump());
-    }).walk(root);
+    NodeWalk::run(
+        "writing the report", root,
+        [&](const GeometryPatch & patch, unsigned id, std::optional<unsigned> parent, unsigned level) {
+            file.write((id == 0 ? "\n" : ",\n") + describeNode(patch, id, parent, level).dump());
+        });
     file.write("\n]}\n");
-    file.commit();
+    file.flush();
 }
 
 /// The surfaces of all nodes of a level, and of leaves above it.
 void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel) {
     std::uint64_t first = 1;
-    NodeWalk([&](const GeometryPatch & patch, unsigned id, std::optional<unsigned>, unsigned level) {
+    const auto writePatch = [&](const GeometryPatch & patch, unsigned id, std::optional<unsigned>,
+                                unsigned level) {
         if (level > wantedLevel || (level < wantedLevel && patch.children() > 0)) return;
         const PatchMesh mesh(patch);
         file.write("g " + std::to_string(id) + "\n");
@@ -127,8 +145,9 @@ void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel
             file.write(line);
         });
         first += mesh.vertices();
-    }).walk(root);
-    file.commit();
+    };
+    NodeWalk::run("writing the mesh", root, writePatch);
+    file.flush();
 }
 
 unsigned parseLevel(const std::string & text) {
@@ -153,6 +172,8 @@ void runLod(const LodOptions & options) {
     const auto root = buildTree(grid, options.maxVertices, milliseconds);
     if (meshFile) writeMesh(*meshFile, *root, meshLevel);
     writeReport(report, *root, milliseconds);
+    if (meshFile) meshFile->commit();
+    report.commit();
 }
 
 } // namespace

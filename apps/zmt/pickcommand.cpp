@@ -44,11 +44,6 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
     return {column, row};
 }
 
-void checkOptions(const PickOptions & options) {
-    if (!(options.exaggeration > 0.0) || !(options.exaggeration <= 1000.0))
-        throw UsageError("--exaggeration must be above 0, and at most 1000");
-}
-
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     PickScene(const PickOptions & options, const View & view)
@@ -95,7 +90,7 @@ void printHit(const Point & geo, bool isKnown, bool json) {
 }
 
 void runPick(const PickOptions & options) {
-    checkOptions(options);
+    checkExaggeration(options.exaggeration);
     const PictureSize size = parsePictureSize(options.size);
     const View view = parseView(options.view);
     const Pixel pixel = parsePixel(options.pixel, size);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <new>
 
 #include <CLI/CLI.hpp>
@@ -13,17 +14,10 @@
 
 namespace {
 
-enum ExitStatus { ES_Success = 0, ES_Data = 1, ES_Usage = 2 };
-
-/// One line on the standard error stream, whatever `message` holds.
-void writeError(std::string message) {
-    std::replace(message.begin(), message.end(), '\n', ' ');
-    std::fprintf(stderr, "zmt: %s\n", message.c_str());
-}
-
 int usageError(const CLI::App & app, const std::string & message) {
-    const auto used = app.get_subcommands();
-    const std::string command = used.empty() ? "zmt" : "zmt " + used.front()->get_name();
+    std::string command = app.get_name();
+    for (auto used = app.get_subcommands(); !used.empty(); used = used.front()->get_subcommands())
+        command += " " + used.front()->get_name();
     writeError(message + " (see '" + command + " --help')");
     return ES_Usage;
 }
@@ -40,7 +34,26 @@ int parse(CLI::App & app, int argc, const char * const * argv) {
     }
 }
 
+/// What was printed may not have arrived, for example on a full disk.
+int flushOutput() {
+    std::cout.flush();
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return ES_Success;
+    writeError("the standard output cannot be written; check the room on its disk");
+    return ES_Data;
+}
+
 } // namespace
+
+void writeError(std::string message) {
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    std::fprintf(stderr, "zmt: %s\n", message.c_str());
+}
+
+std::string messageOf(const std::exception & error) {
+    if (dynamic_cast<const std::bad_alloc *>(&error))
+        return "out of memory; try a smaller raster or fewer vertices";
+    return error.what();
+}
 
 int runProgram(int argc, const char * const * argv) {
     CLI::App app("Turns height rasters into terrains and draws them.", "zmt");
@@ -59,10 +72,9 @@ int runProgram(int argc, const char * const * argv) {
     int status = ES_Data;
     try {
         status = parse(app, argc, argv);
-    } catch (const std::bad_alloc &) {
-        writeError("out of memory; try a smaller raster or fewer vertices");
+        if (status == ES_Success) status = flushOutput();
     } catch (const std::exception & error) {
-        writeError(error.what());
+        writeError(messageOf(error));
     }
     NBX::Progress::setDisplay(nullptr);
     for (const std::string & message : reports.take())

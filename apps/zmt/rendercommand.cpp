@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "landscape.h"
+#include "picture.h"
 #include "reports.h"
 #include "terraininput.h"
 #include "viewpoint.h"
@@ -14,11 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/data/memorydataresource.h>
 #include <nbx/gl/offscreencanvasgl.h>
-#include <nbx/gl/polygonmodegl.h>
-#include <nbx/image/image.h>
-#include <nbx/image/pngwriter.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
@@ -29,25 +26,18 @@ namespace {
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
 
-constexpr unsigned s_glLine = 0x1B01;
 constexpr unsigned s_mostFrames = 10000;
 
 struct RenderOptions {
     LandscapeOptions landscape;
     std::string view = "overview";
     std::string size = "1280x720";
-    double geometryError = 3.0;
-    double textureError = 2.0;
+    AllowedErrors errors;
     bool wireframe = false;
     bool patches = false;
     std::string stats;
     std::string out;
 };
-
-void checkOptions(const RenderOptions & options) {
-    if (!(options.geometryError >= 0.0) || !(options.textureError >= 0.0))
-        throw UsageError("--geometry-error and --texture-error must not be negative");
-}
 
 struct Frames {
     unsigned count = 0;
@@ -105,8 +95,7 @@ NBX::SO<NBX::OffscreenCanvasGL> makeCanvas(PictureSize size) {
     if (size.width > canvas->maxSize() || size.height > canvas->maxSize())
         throw UsageError("--size: this OpenGL renderer draws at most " + std::to_string(canvas->maxSize()) +
                          " pixels a side");
-    canvas->setBackgroundColor(NBX::Color(0.72, 0.81, 0.90));
-    canvas->setRenderingMode(1);
+    prepareCanvas(*canvas);
     return canvas;
 }
 
@@ -115,34 +104,26 @@ NBX::SO<NBX::SceneThing> makeScene(const RenderOptions & options, const Landscap
     const Viewpoint viewpoint = findViewpoint(parseView(options.view), landscape.grid(),
                                               landscape.exaggeration(), landscape.interest());
     scene->append(makeCamera(viewpoint, landscape.box()).get());
-    if (options.wireframe) scene->append(new NBX::PolygonModeGL(s_glLine));
+    if (options.wireframe) scene->append(makeWireframe().get());
     scene->append(landscape.node().get());
     return scene;
 }
 
-void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out) {
-    const NBX::SO<NBX::Image> picture = canvas.snapshot();
-    const auto png = NBX::SO<NBX::PNGWriter>(new NBX::PNGWriter)->write(picture.get());
-    if (!png) throw DataError("the picture could not be encoded");
-    out.write(png->pointer(), png->size());
-}
-
 void runRender(RenderOptions & options) {
-    checkOptions(options);
+    checkErrors(options.errors);
+    checkLandscape(options.landscape);
     const PictureSize size = parsePictureSize(options.size);
     parseView(options.view);
-    // An output that cannot be written is noticed before the long work.
+    // What cannot be written or drawn is noticed before the long work.
     NBX::AtomicFileWriter out(options.out);
     std::optional<NBX::AtomicFileWriter> stats;
     if (!options.stats.empty()) stats.emplace(options.stats);
+    const auto canvas = makeCanvas(size);
 
     options.landscape.plain = options.patches;
     const Landscape landscape(options.landscape);
-    const auto canvas = makeCanvas(size);
-    // Only the finest level has normals at its vertices.
-    const bool needsNormals = options.landscape.lighting == "vertex";
-    TerrainPainterGLSettings::setGeometryError(needsNormals ? 0.0 : options.geometryError);
-    TerrainPainterGLSettings::setTextureError(options.textureError);
+    TerrainPainterGLSettings::setGeometryError(landscape.needsFullDetail() ? 0.0 : options.errors.geometry);
+    TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
     const auto scene = makeScene(options, landscape);
     canvas->append(scene.get());
@@ -169,11 +150,7 @@ void addRenderCommand(CLI::App & app) {
     command->add_option("--terrain", options->landscape.terrain, "Height raster")->required();
     addLandscapeOptions(*command, options->landscape);
     addViewOptions(*command, options->view, options->size);
-    command
-        ->add_option("--geometry-error", options->geometryError, "Allowed error of the geometry, in pixels")
-        ->capture_default_str();
-    command->add_option("--texture-error", options->textureError, "Allowed size of a texel, in pixels")
-        ->capture_default_str();
+    addErrorOptions(*command, options->errors);
     command->add_flag("--wireframe", options->wireframe, "Draw edges");
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
     command->add_option("--stats", options->stats, "JSON file for what was drawn");

@@ -21,14 +21,13 @@ bool isRemark(const NBX::ErrorReport & report) {
 
 } // namespace
 
-Reports::Reports() {
-    s_current = this;
+Reports::Reports() : outer_(std::exchange(s_current, this)) {
     previous_ = NBX::ErrorHandler::setHandler([this](const NBX::ErrorReport & report) { note(report); });
 }
 
 Reports::~Reports() {
     NBX::ErrorHandler::setHandler(previous_);
-    s_current = nullptr;
+    s_current = outer_;
 }
 
 void Reports::note(const NBX::ErrorReport & report) {

@@ -6,7 +6,8 @@
 
 #include <nbx/object/errorhandler.h>
 
-/// Gathers what the libraries report while it lives. Any thread may report.
+/// Gathers what the libraries report while it lives, or while another one lives that was made later. Any
+/// thread may report.
 class Reports {
 public:
     Reports();
@@ -17,7 +18,7 @@ public:
     /// Takes what was gathered so far; equal messages come once.
     std::vector<std::string> take();
 
-    /// Throws `DataError` with the first message that was gathered in this process and not taken, if any.
+    /// Takes what the one made last has gathered, and throws `DataError` with the first message, if any.
     static void throwFirst();
 
 private:
@@ -25,5 +26,6 @@ private:
 
     std::mutex mutex_;
     std::vector<std::string> messages_;
+    Reports * outer_;
     NBX::ErrorHandler::Handler previous_;
 };

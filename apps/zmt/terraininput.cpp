@@ -89,6 +89,11 @@ void checkMaxVertices(unsigned maxVertices) {
                          std::to_string(s_mostVertices) + ": " + std::to_string(maxVertices));
 }
 
+void checkExaggeration(double exaggeration) {
+    if (!(exaggeration > 0.0) || !(exaggeration <= 1000.0))
+        throw UsageError("--exaggeration must be above 0, and at most 1000");
+}
+
 std::uint64_t peakResidentBytes() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);

@@ -29,5 +29,8 @@ NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & gr
 /// Throws `UsageError` when a tree cannot be built with this budget.
 void checkMaxVertices(unsigned maxVertices);
 
+/// Throws `UsageError` for a factor of the heights that nothing can be drawn with.
+void checkExaggeration(double exaggeration);
+
 /// The largest amount of memory that the program has used so far.
 std::uint64_t peakResidentBytes();

@@ -1,6 +1,7 @@
 #include "vectorinput.h"
 
 #include "commands.h"
+#include "step.h"
 
 #include <algorithm>
 
@@ -30,32 +31,43 @@ GeoExtent extentOf(const NBX::Bounds & box, const Point & origin, double margin)
 
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference) {
+    Step step("stamping " + path);
     const auto lines =
         ZMT::RASTER::VectorFile(path).read(reference.wkt, extentOf(grid->boundingBox(), grid->origin(), 0.0));
+    step.goOn(0.3);
     const auto features = ZMT::CORE::BreakLines::toFeatures(*grid, lines);
     if (features.empty()) throw DataError(path + ": has no line on the terrain; choose one that covers it");
-    return ZMT::CORE::CreateHybridData::create(grid, features);
+    step.goOn(0.5);
+    NBX::SO<ZMT::CORE::GridData> stamped = ZMT::CORE::CreateHybridData::create(grid, features);
+    step.finish();
+    return stamped;
 }
 
 std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,
                                                   const ZMT::RASTER::GeoReference & reference) {
     // Areas are not cut at the terrain's edge, where they would not be closed any more.
     constexpr double margin = 1.0;
+    Step step("reading " + path);
     const auto lines = ZMT::RASTER::VectorFile(path).read(
         reference.wkt, extentOf(grid.boundingBox(), grid.origin(), margin));
     std::vector<PolygonTriangulation::Ring> rings;
     for (const auto & line : lines)
         if (line.isClosed) rings.push_back(line.points);
     if (rings.empty()) throw noAreas(path);
+    step.finish();
     return rings;
 }
 
 NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
                                                        const std::vector<PolygonTriangulation::Ring> & areas,
                                                        double lift, const std::string & path) {
+    Step step("draping " + path);
     const auto cell = terrain->getCellSize();
     const auto triangles =
         PolygonTriangulation::drape(*terrain, areas, std::max(cell.first, cell.second), lift);
     if (!triangles) throw noAreas(path);
-    return terrain->createTerrainTexturedTriangles(triangles);
+    step.goOn(0.8);
+    auto draped = terrain->createTerrainTexturedTriangles(triangles);
+    step.finish();
+    return draped;
 }

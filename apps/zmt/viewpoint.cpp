@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -17,7 +18,6 @@ namespace {
 using Point = NBX::Vector3Base<double>;
 using ZMT::CORE::GridData;
 
-constexpr double s_fieldOfView = 45.0;
 constexpr unsigned s_largestSide = 16384;
 
 /// Where to stand for a view, in scene coordinates with the heights exaggerated.
@@ -64,36 +64,52 @@ private:
         return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
     }
 
-    /// The highest vertex among the blocks around which fewest heights are unknown.
+    /// A part of the grid.
+    struct Block {
+        Point summit{0.0, -HUGE_VAL, 0.0}; ///< in coordinates of the grid
+        std::size_t unknown = 0;           ///< undefined heights
+    };
+    using Blocks = std::vector<Block>; ///< row by row
+
+    /// The highest vertex among the blocks in and around which fewest heights are unknown.
     Point findSummit() const {
-        Block best{grid_.vertex(0U, 0U), SIZE_MAX};
+        Blocks blocks;
+        for (unsigned j = 0; j < s_blocks; ++j)
+            for (unsigned i = 0; i < s_blocks; ++i)
+                blocks.push_back(measureBlock(i, j));
+        Point summit = grid_.vertex(0U, 0U);
+        std::size_t fewest = SIZE_MAX;
         for (unsigned j = 1; j + 1 < s_blocks; ++j)
             for (unsigned i = 1; i + 1 < s_blocks; ++i) {
-                const Block block = measureBlock(i, j);
-                if (!std::isfinite(block.summit.y) || !isOfInterest(block.summit)) continue;
-                const bool isHigher = block.unknown == best.unknown && block.summit.y > best.summit.y;
-                if (block.unknown < best.unknown || isHigher) best = block;
+                const Point & top = blocks[j * s_blocks + i].summit;
+                if (!std::isfinite(top.y) || !isOfInterest(top)) continue;
+                const std::size_t unknown = unknownAround(blocks, i, j);
+                if (unknown > fewest || (unknown == fewest && top.y <= summit.y)) continue;
+                summit = top;
+                fewest = unknown;
             }
-        return scaled(best.summit + offset_);
+        return scaled(summit + offset_);
     }
-
-    struct Block {
-        Point summit;        ///< in coordinates of the grid
-        std::size_t unknown; ///< undefined heights in the block and in those around it
-    };
 
     Block measureBlock(unsigned i, unsigned j) const {
         const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / s_blocks; };
         const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / s_blocks; };
-        Block result{Point(0.0, -HUGE_VAL, 0.0), 0};
-        for (std::size_t y = row(j - 1); y < row(j + 2); ++y)
-            for (std::size_t x = column(i - 1); x < column(i + 2); ++x) {
+        Block result;
+        for (std::size_t y = row(j); y < row(j + 1); ++y)
+            for (std::size_t x = column(i); x < column(i + 1); ++x) {
                 const Point p = grid_.vertex(unsigned(x), unsigned(y));
                 result.unknown += grid_.isUndefinedHeightValue(p.y);
-                const bool isInside = x >= column(i) && x < column(i + 1) && y >= row(j) && y < row(j + 1);
-                if (isInside && p.y > result.summit.y) result.summit = p;
+                if (p.y > result.summit.y) result.summit = p;
             }
         return result;
+    }
+
+    static std::size_t unknownAround(const Blocks & blocks, unsigned i, unsigned j) {
+        std::size_t sum = 0;
+        for (unsigned y = j - 1; y <= j + 1; ++y)
+            for (unsigned x = i - 1; x <= i + 1; ++x)
+                sum += blocks[y * s_blocks + x].unknown;
+        return sum;
     }
 
     bool isOfInterest(const Point & p) const {

@@ -32,6 +32,9 @@ View parseView(const std::string & text);
 /// Adds the options `--view` and `--size`.
 void addViewOptions(CLI::App & command, std::string & view, std::string & size);
 
+/// Height of all pictures, in degrees.
+inline constexpr double s_fieldOfView = 45.0;
+
 /// Where the camera stands and what it looks at, in scene coordinates.
 struct Viewpoint {
     NBX::Vector3Base<double> eye, aim;

@@ -1,5 +1,7 @@
 #include "controlpanel.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QGroupBox>
 #include <QVBoxLayout>
@@ -70,4 +72,16 @@ void ControlPanel::toggleLayer(std::size_t number) {
 
 bool ControlPanel::isLayerOn(std::size_t number) const {
     return number < switches_.size() && switches_[number]->isChecked();
+}
+
+std::vector<bool> ControlPanel::layersOn() const {
+    std::vector<bool> on;
+    for (const QCheckBox * box : switches_)
+        on.push_back(box->isChecked());
+    return on;
+}
+
+void ControlPanel::setLayersOn(const std::vector<bool> & on) {
+    for (std::size_t i = 0; i < std::min(on.size(), switches_.size()); ++i)
+        switches_[i]->setChecked(on[i]);
 }

@@ -21,6 +21,10 @@ public:
     /// As if the user had clicked the switch; nothing for a number that no layer has.
     void toggleLayer(std::size_t number);
     bool isLayerOn(std::size_t number) const;
+    /// Which layers are on, lowest first.
+    std::vector<bool> layersOn() const;
+    /// Sets the first switches so; further ones stay.
+    void setLayersOn(const std::vector<bool> & on);
 
 signals:
     void layerSwitched();

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <filesystem>
-#include <new>
 #include <utility>
 
 #include "../zmt/commands.h"
@@ -16,6 +14,7 @@
 struct LandscapeLoader::Result {
     LandscapeOptions options;
     std::shared_ptr<Landscape> landscape;
+    std::vector<GroundLayer> images; ///< for a landscape that was there before
     QString error;
 };
 
@@ -48,7 +47,11 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
             images.push_back(file);
             continue;
         }
-        if (!options.terrain.empty()) options.images.clear();
+        if (!options.terrain.empty()) {
+            options.images.clear();
+            options.breakLines.clear();
+            options.draped.clear();
+        }
         options.terrain = file;
     }
     if (options.terrain.empty() && !images.empty())
@@ -57,27 +60,35 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
     return options;
 }
 
-bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<std::string> & files) {
+bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<std::string> & files,
+                            const std::shared_ptr<Landscape> & shown) {
     if (isRunning()) return false;
     isCanceled_ = false;
     const auto result = std::make_shared<Result>();
     result->options = options;
-    thread_ = std::thread([this, result, files] {
-        load(*result, files);
+    thread_ = std::thread([this, result, files, shown] {
+        load(*result, files, shown);
         QMetaObject::invokeMethod(
             this, [this, result] { finish(*result); }, Qt::QueuedConnection);
     });
     return true;
 }
 
-void LandscapeLoader::load(Result & result, const std::vector<std::string> & files) {
+void LandscapeLoader::load(Result & result, const std::vector<std::string> & files,
+                           const std::shared_ptr<Landscape> & shown) {
     try {
+        const std::size_t images = result.options.images.size();
         result.options = withFiles(result.options, files);
-        result.landscape = std::make_shared<Landscape>(result.options);
-    } catch (const std::bad_alloc &) {
-        result.error = tr("out of memory; try a smaller raster or fewer vertices");
+        const bool isMoreImages = result.options.images.size() == images + files.size();
+        if (!shown || !isMoreImages) {
+            result.landscape = std::make_shared<Landscape>(result.options);
+            return;
+        }
+        for (std::size_t i = images; i < result.options.images.size(); ++i)
+            result.images.push_back(shown->readImage(result.options.images[i]));
+        result.landscape = shown;
     } catch (const std::exception & error) {
-        result.error = QString::fromStdString(error.what());
+        result.error = QString::fromStdString(messageOf(error));
     }
 }
 
@@ -87,12 +98,15 @@ void LandscapeLoader::cancel() {
 
 void LandscapeLoader::finish(const Result & result) {
     thread_.join();
-    if (isCanceled_)
+    if (isCanceled_) {
         emit canceled();
-    else if (result.landscape)
+    } else if (result.landscape) {
+        for (const GroundLayer & image : result.images)
+            result.landscape->addImage(image);
         emit loaded(result.landscape, result.options);
-    else
+    } else {
         emit failed(result.error);
+    }
 }
 
 void LandscapeLoader::begin(const NBX::Progress & progress) {

@@ -23,9 +23,11 @@ public:
     ~LandscapeLoader() override;
 
     /// Loads `options` with `files` added: the first raster of one band becomes the terrain, in the place of
-    /// another one and its images; all others are images on it. Only one load runs at a time; false, and
-    /// nothing else, while one does.
-    bool start(const LandscapeOptions & options, const std::vector<std::string> & files);
+    /// another one and all that lies on it; all others are images. Images alone are laid on `shown`, which
+    /// was made of `options`, when they have been read; it must not be drawn meanwhile. Only one load runs at
+    /// a time; false, and nothing else, while one does.
+    bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
+               const std::shared_ptr<Landscape> & shown = nullptr);
     /// Wishes that the load ends; one of the last three signals follows.
     void cancel();
     bool isRunning() const { return thread_.joinable(); }
@@ -48,7 +50,8 @@ private:
     void end(const NBX::Progress & progress) override;
 
     struct Result;
-    static void load(Result & result, const std::vector<std::string> & files);
+    static void load(Result & result, const std::vector<std::string> & files,
+                     const std::shared_ptr<Landscape> & shown);
     void finish(const Result & result);
 
     std::thread thread_;

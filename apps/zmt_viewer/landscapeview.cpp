@@ -12,12 +12,9 @@
 #include <QWheelEvent>
 
 #include "../zmt/commands.h"
+#include "../zmt/picture.h"
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/data/memorydataresource.h>
-#include <nbx/gl/polygonmodegl.h>
-#include <nbx/image/image.h>
-#include <nbx/image/pngwriter.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/perspective.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
@@ -28,8 +25,6 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
-constexpr unsigned s_glLine = 0x1B01;
-constexpr double s_fieldOfView = 45.0;
 constexpr int s_restMilliseconds = 250;
 constexpr int s_flightMilliseconds = 16;
 constexpr double s_longestFlightStep = 0.1;
@@ -38,7 +33,6 @@ constexpr double s_quickMilliseconds = 25.0;
 constexpr double s_largestCoarseness = 10.0;
 constexpr double s_wheelStep = 120.0;
 constexpr double s_mebibyte = 1024.0 * 1024.0;
-const NBX::Color s_sky(0.72, 0.81, 0.90, 1.0);
 
 struct FlightKey {
     int key;
@@ -74,8 +68,8 @@ QLabel * makeOverlay(QWidget * parent) {
 LandscapeView::LandscapeView(QWidget * parent)
     : QOpenGLWidget(parent), scene_(new NBX::SceneThing),
       motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
-      wireframe_(new NBX::PolygonModeGL(s_glLine)),
-      geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()), overlay_(makeOverlay(this)) {
+      wireframe_(makeWireframe()), geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()),
+      overlay_(makeOverlay(this)) {
     WindowCanvasGL::prepareWidget(this);
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
@@ -100,8 +94,7 @@ void LandscapeView::initializeGL() {
     connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, &LandscapeView::freeCanvas);
     const NBX::SO<WindowCanvasGL> canvas(new WindowCanvasGL(this));
     if (!canvas->create()) return;
-    canvas->setBackgroundColor(s_sky);
-    canvas->setRenderingMode(1);
+    prepareCanvas(*canvas);
     canvas->append(scene_.get());
     canvas_ = canvas;
 }
@@ -125,7 +118,7 @@ void LandscapeView::paintGL() {
         return;
     }
     placeCamera();
-    const double coarseness = isMoving() ? coarseness_ : 1.0;
+    const double coarseness = landscape_->needsFullDetail() ? 0.0 : isMoving() ? coarseness_ : 1.0;
     ZMT::CORE::TerrainPainterGLSettings::setGeometryError(geometryError_ * coarseness);
     ZMT::CORE::PatchInspectorGL::reset();
     const double start = NBX::NBXTime::now();
@@ -265,11 +258,8 @@ void LandscapeView::showFigures() {
 
 void LandscapeView::savePicture(const std::string & path) {
     NBX::AtomicFileWriter out(path);
-    const NBX::SO<NBX::Image> picture = canvas_ ? canvas_->snapshot() : nullptr;
-    if (!picture) throw DataError("there is no picture to save");
-    const auto png = NBX::SO<NBX::PNGWriter>(new NBX::PNGWriter)->write(picture.get());
-    if (!png) throw DataError("the picture could not be encoded");
-    out.write(png->pointer(), png->size());
+    if (!canvas_) throw DataError("there is no picture to save");
+    writePicture(*canvas_, out);
     out.commit();
 }
 

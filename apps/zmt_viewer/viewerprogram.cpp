@@ -1,29 +1,30 @@
 #include "viewerprogram.h"
 
-#include <algorithm>
-#include <cstdio>
+#include <clocale>
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include <QApplication>
+#include <QBuffer>
 #include <QTimer>
 
 #include "../zmt/commands.h"
+#include "../zmt/picture.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
 
+#include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 
 namespace {
 
 using ZMT::CORE::TerrainPainterGLSettings;
-
-enum ExitStatus { ES_Success = 0, ES_Data = 1, ES_Usage = 2 };
 
 constexpr int s_pollMilliseconds = 50;
 constexpr int s_longestScreenshot = 120'000;
@@ -33,16 +34,11 @@ struct ViewerOptions {
     LandscapeOptions landscape;
     std::string view = "overview";
     std::string size = "1280x800";
-    double geometryError = 3.0;
-    double textureError = 2.0;
+    AllowedErrors errors;
+    bool wireframe = false;
+    bool patches = false;
     std::string screenshot;
 };
-
-/// One line on the standard error stream, whatever `message` holds.
-void writeError(std::string message) {
-    std::replace(message.begin(), message.end(), '\n', ' ');
-    std::fprintf(stderr, "zmt: %s\n", message.c_str());
-}
 
 int usageError(const std::string & message) {
     writeError(message + " (see 'zmt view --help')");
@@ -55,17 +51,16 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
                    "Height raster, and images to lie on it; without one the window is empty");
     addLandscapeOptions(app, options.landscape);
     addViewOptions(app, options.view, options.size);
-    app.add_option("--geometry-error", options.geometryError, "Allowed error of the geometry, in pixels")
-        ->capture_default_str();
-    app.add_option("--texture-error", options.textureError, "Allowed size of a texel, in pixels")
-        ->capture_default_str();
+    addErrorOptions(app, options.errors);
+    app.add_flag("--wireframe", options.wireframe, "Draw edges");
+    app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
     app.add_option("--screenshot", options.screenshot,
                    "Save the window as a PNG file when the picture is complete, and end");
 }
 
 void checkOptions(const ViewerOptions & options) {
-    if (!(options.geometryError >= 0.0) || !(options.textureError >= 0.0))
-        throw UsageError("--geometry-error and --texture-error must not be negative");
+    checkErrors(options.errors);
+    checkLandscape(options.landscape);
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
     parseView(options.view);
     parsePictureSize(options.size);
@@ -78,20 +73,30 @@ bool hasDisplay() {
 /// Saves the window when it is complete; ends the program with what became of it.
 class Screenshot {
 public:
-    Screenshot(ViewerWindow & window, const std::string & path) : window_(window), path_(path) {
+    /// Throws `NBX::IOException`: a file that cannot be written is noticed before the long work.
+    Screenshot(ViewerWindow & window, const std::string & path) : window_(window), out_(path) {
         QObject::connect(&timer_, &QTimer::timeout, &window, [this] { look(); });
         timer_.start(s_pollMilliseconds);
     }
 
 private:
     void look() {
-        waited_ += s_pollMilliseconds;
         if (!window_.lastError().isEmpty()) return fail(window_.lastError().toStdString());
+        if (window_.loader()->isRunning()) return;
+        waited_ += s_pollMilliseconds;
         if (waited_ > s_longestScreenshot) return fail("the picture did not become complete");
-        if (!window_.view()->isComplete()) return;
-        if (!window_.grab().save(QString::fromStdString(path_), "PNG"))
-            return fail(path_ + ": cannot be written");
-        QCoreApplication::exit(ES_Success);
+        if (window_.view()->isComplete()) save();
+    }
+    void save() {
+        try {
+            QBuffer png;
+            if (!window_.grab().save(&png, "PNG")) return fail("the picture could not be encoded");
+            out_.write(png.data().constData(), std::uint64_t(png.size()));
+            out_.commit();
+            QCoreApplication::exit(ES_Success);
+        } catch (const std::exception & error) {
+            fail(error.what());
+        }
     }
     void fail(const std::string & message) {
         timer_.stop();
@@ -100,29 +105,46 @@ private:
     }
 
     ViewerWindow & window_;
-    std::string path_;
+    NBX::AtomicFileWriter out_;
     QTimer timer_;
     int waited_ = 0;
 };
 
-int showWindow(const ViewerOptions & options, int argc, char ** argv) {
-    if (!hasDisplay()) {
-        writeError("no display; the window needs one, 'zmt render' does not");
-        return ES_Data;
-    }
+/// Qt ends the process where it can make no window. The first thing that it says is the reason.
+void tellWhyThereIsNoWindow(QtMsgType type, const QMessageLogContext &, const QString & message) {
+    static QString reason;
+    if (reason.isEmpty()) reason = message;
+    if (type != QtFatalMsg) return;
+    writeError("no window can be made: " + reason.toStdString() + "; 'zmt render' needs none");
+    std::_Exit(ES_Data);
+}
+
+std::unique_ptr<QApplication> makeApplication(int & argc, char ** argv) {
     prepareWindowSystem();
-    QApplication application(argc, argv);
+    const QtMessageHandler before = qInstallMessageHandler(tellWhyThereIsNoWindow);
+    auto application = std::make_unique<QApplication>(argc, argv);
+    qInstallMessageHandler(before);
+    // Qt sets the user's; numbers on the command line and in files have points.
+    std::setlocale(LC_NUMERIC, "C");
     QApplication::setApplicationName("zmt");
-    TerrainPainterGLSettings::setGeometryError(options.geometryError);
-    TerrainPainterGLSettings::setTextureError(options.textureError);
+    return application;
+}
+
+int showWindow(const ViewerOptions & options, int argc, char ** argv) {
+    if (!hasDisplay()) throw DataError("no display; the window needs one, 'zmt render' does not");
+    const auto application = makeApplication(argc, argv);
+    TerrainPainterGLSettings::setGeometryError(options.errors.geometry);
+    TerrainPainterGLSettings::setTextureError(options.errors.texture);
 
     ViewerWindow window(options.landscape, parseView(options.view));
+    std::optional<Screenshot> screenshot;
+    if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot);
     const PictureSize size = parsePictureSize(options.size);
     window.resize(int(size.width), int(size.height));
+    window.setWireframe(options.wireframe);
+    window.setPatches(options.patches);
     window.show();
     window.open(options.files);
-    std::unique_ptr<Screenshot> screenshot;
-    if (!options.screenshot.empty()) screenshot = std::make_unique<Screenshot>(window, options.screenshot);
     return QApplication::exec();
 }
 
@@ -140,9 +162,10 @@ int runViewer(int argc, char ** argv) {
     addOptions(app, options);
     try {
         app.parse(argc, argv);
-        // Only the tree has normals.
-        if (options.landscape.lighting == "vertex" && app.get_option("--method")->count() == 0)
-            options.landscape.method = "tree";
+        // Only the tree has normals, and triangles of any shape.
+        const bool needsTree =
+            options.landscape.lighting == "vertex" || !options.landscape.breakLines.empty();
+        if (needsTree && app.get_option("--method")->count() == 0) options.landscape.method = "tree";
         checkOptions(options);
         return showWindow(options, 1, argv);
     } catch (const CLI::ParseError & error) {
@@ -150,7 +173,7 @@ int runViewer(int argc, char ** argv) {
     } catch (const UsageError & error) {
         return usageError(error.what());
     } catch (const std::exception & error) {
-        writeError(error.what());
+        writeError(messageOf(error));
         return ES_Data;
     }
 }

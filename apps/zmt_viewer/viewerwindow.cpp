@@ -67,6 +67,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     makeLayerKeys();
     showTitle();
     connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
+    connect(view_, &LandscapeView::frameDrawn, this, &ViewerWindow::showReports);
     connect(&loader_, &LandscapeLoader::progressed, this, &ViewerWindow::showProgress);
     connect(&loader_, &LandscapeLoader::loaded, this, &ViewerWindow::showLoaded);
     connect(&loader_, &LandscapeLoader::failed, this, [this](const QString & message) {
@@ -106,10 +107,10 @@ void ViewerWindow::makeActions() {
 
     QMenu * view = menuBar()->addMenu(tr("&View"));
     view->addAction(tr("&Reset view"), Qt::Key_R, view_, &LandscapeView::resetView);
-    QAction * wireframe = view->addAction(tr("&Wireframe"));
-    wireframe->setShortcut(Qt::Key_F);
-    wireframe->setCheckable(true);
-    connect(wireframe, &QAction::toggled, view_, &LandscapeView::setWireframe);
+    wireframe_ = view->addAction(tr("&Wireframe"));
+    wireframe_->setShortcut(Qt::Key_F);
+    wireframe_->setCheckable(true);
+    connect(wireframe_, &QAction::toggled, view_, &LandscapeView::setWireframe);
     patches_ = view->addAction(tr("&Patches in colours"));
     patches_->setShortcut(Qt::Key_P);
     patches_->setCheckable(true);
@@ -168,14 +169,14 @@ void ViewerWindow::open(const std::vector<std::string> & files) {
         return;
     }
     if (files.empty() && options_.terrain.empty()) return;
-    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset()};
+    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn()};
     view_->setLandscape(nullptr, {});
     panel_->setLandscape(nullptr);
     save_->setEnabled(false);
     hint_->hide();
     lastError_.clear();
     if (before_.landscape) options_.exaggeration = before_.landscape->exaggeration();
-    loader_.start(options_, files);
+    loader_.start(options_, files, before_.landscape);
 
     progress_ = new QProgressDialog(tr("Loading"), tr("Cancel"), 0, s_progressSteps, this);
     progress_->setWindowTitle(tr("Loading"));
@@ -206,28 +207,33 @@ void ViewerWindow::closeProgress() {
 void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
                               const LandscapeOptions & options) {
     closeProgress();
-    const bool isSameTerrain = before_.landscape && options.terrain == options_.terrain;
+    const Before before = std::exchange(before_, {});
+    const bool isSameTerrain = before.landscape && options.terrain == options_.terrain;
     options_ = options;
-    before_ = {};
-    view_->setLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
-    panel_->setLandscape(landscape.get());
-    save_->setEnabled(true);
-    applyLayers();
+    showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
+    if (landscape == before.landscape) panel_->setLayersOn(before.layers);
     showTitle();
     view_->setFocus();
     // Coordinates of one terrain mean nothing on the next.
     if (startView_.coordinates) startView_ = parseView("overview");
 }
 
-/// To what was shown before the load.
+/// To what was shown before the load. What else was reported belongs to the failure that is told.
 void ViewerWindow::goBack() {
     closeProgress();
+    reports_.take();
     const Before before = std::exchange(before_, {});
     hint_->setVisible(!before.landscape);
     if (!before.landscape) return;
     GeoTransformation::setNBXOrigin(before.origin);
-    view_->setLandscape(before.landscape, {});
-    panel_->setLandscape(before.landscape.get());
+    showLandscape(before.landscape, {});
+    panel_->setLayersOn(before.layers);
+}
+
+void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
+                                 const std::optional<View> & view) {
+    view_->setLandscape(landscape, view);
+    panel_->setLandscape(landscape.get());
     save_->setEnabled(true);
     applyLayers();
 }
@@ -242,6 +248,14 @@ void ViewerWindow::showFailure(const QString & title, const QString & message) {
     box->open();
 }
 
+/// What went wrong while the picture was drawn, or on a thread that works for it.
+void ViewerWindow::showReports() {
+    const auto messages = reports_.take();
+    if (messages.empty()) return;
+    lastError_ = QString::fromStdString(messages.front());
+    statusBar()->showMessage(lastError_);
+}
+
 void ViewerWindow::applyLayers() {
     if (!view_->landscape()) return;
     const auto & layers = view_->landscape()->layers();
@@ -252,6 +266,14 @@ void ViewerWindow::applyLayers() {
         layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
     }
     view_->redraw();
+}
+
+void ViewerWindow::setWireframe(bool enable) {
+    wireframe_->setChecked(enable);
+}
+
+void ViewerWindow::setPatches(bool enable) {
+    patches_->setChecked(enable);
 }
 
 void ViewerWindow::setPatchColors(bool enable) {

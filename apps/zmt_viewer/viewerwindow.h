@@ -1,12 +1,14 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <QMainWindow>
 
 #include "../zmt/landscape.h"
+#include "../zmt/reports.h"
 #include "../zmt/viewpoint.h"
 #include "landscapeloader.h"
 
@@ -30,6 +32,9 @@ public:
     void open(const std::vector<std::string> & files);
     /// Saves the picture; a failure is shown.
     bool savePicture(const std::string & path);
+    /// As if the user had chosen it in the menu.
+    void setWireframe(bool enable);
+    void setPatches(bool enable);
 
     LandscapeView * view() const { return view_; }
     ControlPanel * panel() const { return panel_; }
@@ -50,30 +55,35 @@ private:
 
     void showProgress(const QString & title, const QString & text, double share);
     void closeProgress();
+    void showReports();
     void showLoaded(const std::shared_ptr<Landscape> & landscape, const LandscapeOptions & options);
     void showFailure(const QString & title, const QString & message);
     void goBack();
+    void showLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
 
     void applyLayers();
     void setPatchColors(bool enable);
     void showPlace(const QPointF & place);
     void showTitle();
 
+    Reports reports_;
     LandscapeOptions options_; ///< of what is shown
     View startView_;
-    LandscapeLoader loader_;
 
     /// What was shown before a load began; it comes back when that fails.
     struct Before {
         std::shared_ptr<Landscape> landscape;
         NBX::Vector3Base<double> origin;
+        std::vector<bool> layers; ///< which are on
     } before_;
+    LandscapeLoader loader_; ///< works on `before_`
 
     LandscapeView * view_;
     ControlPanel * panel_;
     QLabel * hint_;
     QLabel * place_;
     QAction * save_ = nullptr;
+    QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
     QProgressDialog * progress_ = nullptr;
     QString lastError_;

@@ -269,6 +269,13 @@ INSTANTIATE_TEST_SUITE_P(
                       WrongUse{"ExaggerationIsNoNumber", {"--exaggeration", "nan"}, "--exaggeration"},
                       WrongUse{"NegativeGeometryError", {"--geometry-error", "-1"}, "--geometry-error"},
                       WrongUse{"NegativeTextureError", {"--texture-error", "-1"}, "--texture-error"},
+                      WrongUse{"EndlessGeometryError", {"--geometry-error", "inf"}, "--geometry-error"},
+                      WrongUse{"TextureErrorIsNoNumber", {"--texture-error", "nan"}, "--texture-error"},
+                      WrongUse{"NegativeExaggeration", {"--exaggeration=-2"}, "--exaggeration"},
+                      WrongUse{"EndlessExaggeration", {"--exaggeration", "inf"}, "--exaggeration"},
+                      WrongUse{"NegativeBudget", {"--max-vertices=-100"}, "--max-vertices"},
+                      WrongUse{"EndlessView", {"--view", "1,2,inf,4,5,6"}, "--view must be"},
+                      WrongUse{"SunIsNoNumber", {"--light", "nan,30"}, "--light must be"},
                       WrongUse{"SmallBudget", {"--max-vertices", "0"}, "--max-vertices must be"},
                       WrongUse{"UnknownMethod", {"--method", "flat"}, "--method must be"},
                       WrongUse{"UnknownLighting", {"--lighting", "neon"}, "--lighting must be"},
@@ -320,6 +327,48 @@ TEST(Program, UsageIsTold) {
     expectFailure(zmt(folder, {"render"}), 2, {"--terrain", "--help"}, folder);
     expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
     expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
+    expectFailure(zmt(folder, {"build", "pyramid", "a", "b", "c"}), 2, {"zmt build pyramid --help"}, folder);
+}
+
+TEST(Program, WhatCannotBePrintedIsTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string errors = folder.out("errors");
+    for (const std::string & command : {"info " + terrain, "pick --terrain " + terrain + " 5,5",
+                                        std::string("--help"), std::string("render --help")}) {
+        const std::string line = ZMT_EXECUTABLE " " + command + " > /dev/full 2> " + errors;
+        EXPECT_EQ(1, WEXITSTATUS(std::system(line.c_str()))) << command;
+        EXPECT_NE(std::string::npos, readWhole(errors).find("zmt: the standard output")) << command;
+    }
+}
+
+/// A raster of which nobody could hold a part, in a file of some bytes.
+TEST(Program, RastersOfAnySizeAreTold) {
+    const RunFolder folder;
+    const std::string path =
+        folder.write("t.vrt", "<VRTDataset rasterXSize=\"2000000000\" rasterYSize=\"2000000000\">"
+                              "<VRTRasterBand dataType=\"Float32\" band=\"1\"/></VRTDataset>");
+    expectFailure(render(folder, path), 1, {path, "too large"}, folder);
+    expectFailure(lod(folder, path), 1, {path, "too large"}, folder);
+    expectFailure(zmt(folder, {"info", path}), 1, {path, "too large"}, folder);
+    expectFailure(zmt(folder, {"pick", "--terrain", path, "5,5"}), 1, {path, "too large"}, folder);
+    expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp"), "--format", "RGBA8"}), 1,
+                  {path, "too large"}, folder);
+    const std::string terrain = folder.write("small.tif", slope(8, 8).encode());
+    expectFailure(render(folder, terrain, {"--image", path}), 1, {path}, folder);
+}
+
+TEST(Program, ATreeIsDescribedWholeOrNotAtAll) {
+    const RunFolder folder;
+    // Room for the surface of the root, but not for the report.
+    const RunResult run = zmt(folder,
+                              {"lod", "--terrain", s_jacksboro, "--max-vertices", "50", "--report",
+                               folder.out("r.json"), "--mesh", "0", folder.out("m.obj")},
+                              {20000, {}});
+    EXPECT_EQ(1, run.status);
+    ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+    EXPECT_NE(std::string::npos, run.errorLines()[0].find("r.json")) << run.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
 }
 
 TEST(Program, HelpAndVersionAreNoErrors) {

@@ -43,6 +43,21 @@ TEST(LandscapeLoaderFiles, AnotherTerrainTakesTheImagesAway) {
     EXPECT_EQ(Paths{s_everestImage}, options.images);
 }
 
+TEST(LandscapeLoaderFiles, LinesAndAreasGoWithTheirTerrain) {
+    LandscapeOptions before = with(s_everest, {});
+    before.breakLines = {"lines.geojson"};
+    before.draped = {"areas.geojson"};
+    const auto more = LandscapeLoader::withFiles(before, {s_everestImage});
+    EXPECT_EQ(Paths{"lines.geojson"}, more.breakLines);
+    EXPECT_EQ(Paths{"areas.geojson"}, more.draped);
+    const auto another = LandscapeLoader::withFiles(before, {s_jacksboro});
+    EXPECT_TRUE(another.breakLines.empty());
+    EXPECT_TRUE(another.draped.empty());
+    before.terrain.clear();
+    const auto first = LandscapeLoader::withFiles(before, {s_everest});
+    EXPECT_EQ(Paths{"lines.geojson"}, first.breakLines);
+}
+
 TEST(LandscapeLoaderFiles, FirstTerrainKeepsTheImagesOfTheCommandLine) {
     const auto options = LandscapeLoader::withFiles(with("", {s_detailImage}), {s_everest});
     EXPECT_EQ(Paths{s_detailImage}, options.images);
@@ -116,6 +131,43 @@ TEST(LandscapeLoader, LoadsAndTellsItsProgress) {
     EXPECT_GT(ear.progressed, 0);
     ASSERT_TRUE(ear.landscape);
     EXPECT_EQ(s_jacksboro, ear.options.terrain);
+}
+
+TEST(LandscapeLoader, LaysImagesOnWhatIsShown) {
+    const auto shown = std::make_shared<Landscape>(with(s_everest, {s_everestImage}));
+    LandscapeLoader loader;
+    {
+        Ear ear(loader);
+        loader.start(with(s_everest, {s_everestImage}), {s_detailImage}, shown);
+        ASSERT_TRUE(ear.waitForEnd());
+        EXPECT_EQ(shown, ear.landscape);
+        EXPECT_EQ(4U, shown->layers().size());
+        EXPECT_EQ((Paths{s_everestImage, s_detailImage}), ear.options.images);
+        loader.disconnect();
+    }
+    // A terrain is built anew, also from the same file.
+    Ear again(loader);
+    loader.start(with(s_everest, {}), {s_everest}, shown);
+    ASSERT_TRUE(again.waitForEnd());
+    EXPECT_EQ(1, again.loaded);
+    EXPECT_NE(shown, again.landscape);
+}
+
+TEST(LandscapeLoader, LaysNothingOnWhatIsShownWhenItFailsOrIsCanceled) {
+    const RunFolder folder;
+    const std::string bad = folder.write("bad.ztp", "no image");
+    const auto shown = std::make_shared<Landscape>(with(s_everest, {}));
+    LandscapeLoader loader;
+    for (const bool isCanceled : {false, true}) {
+        Ear ear(loader);
+        loader.start(with(s_everest, {}), {s_everestImage, isCanceled ? s_detailImage : bad}, shown);
+        if (isCanceled) loader.cancel();
+        ASSERT_TRUE(ear.waitForEnd());
+        EXPECT_EQ(isCanceled ? 1 : 0, ear.canceled);
+        EXPECT_EQ(isCanceled ? 0 : 1, ear.failed);
+        EXPECT_EQ(2U, shown->layers().size());
+        loader.disconnect();
+    }
 }
 
 TEST(LandscapeLoader, TellsWhatIsWrong) {

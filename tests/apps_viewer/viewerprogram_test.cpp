@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -46,13 +48,76 @@ TEST(ViewerProgram, WrongArgumentsAreErrorsOfUsage) {
     expectFailure(view(folder, {s_everest, "--geometry-error", "-1"}), 2, "--geometry-error");
     expectFailure(view(folder, {s_everest, "--texture-error", "nan"}), 2, "--texture-error");
     expectFailure(view(folder, {"--screenshot", folder.out("w.png")}), 2, "--screenshot");
+    expectFailure(view(folder, {s_everest, "--method", "flat"}), 2, "--method");
+    expectFailure(view(folder, {s_everest, "--lighting", "neon"}), 2, "--lighting");
+    expectFailure(view(folder, {s_everest, "--light", "north"}), 2, "--light");
+    expectFailure(view(folder, {s_everest, "--exaggeration", "nan"}), 2, "--exaggeration");
+    expectFailure(view(folder, {s_everest, "--geometry-error", "inf"}), 2, "--geometry-error");
+    expectFailure(view(folder, {s_everest, "--max-vertices", "1"}), 2, "--max-vertices");
+}
+
+TEST(ViewerProgram, TakesTheOptionsOfPictures) {
+    const RunFolder folder;
+    const std::vector<std::vector<std::string>> cases = {
+        {"--wireframe", "--patches"},
+        {"--lighting", "static"},
+        {"--lighting", "dynamic", "--method", "tree"},
+        {"--lighting", "vertex", "--light", "300.5,30"},
+        {"--breaklines", ZMT_DATA_DIR "/everest_glaciers.geojson"},
+        {"--drape", ZMT_DATA_DIR "/everest_glaciers.geojson", "--drape-lift", "100"},
+        {"--image", s_everestImage, "--image", s_detailImage, "--exaggeration", "2", "--view", "closeup"},
+    };
+    for (const auto & options : cases) {
+        std::vector<std::string> arguments = {s_everest,       "--size",         "480x360", "--screenshot",
+                                              folder.out("w"), "--max-vertices", "200"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const RunResult run = view(folder, arguments);
+        EXPECT_EQ(0, run.status) << options[0] << run.errors;
+        EXPECT_TRUE(run.errorLines().empty()) << options[0] << run.errors;
+    }
+}
+
+TEST(ViewerProgram, AFullDiskLeavesNothing) {
+    const RunFolder folder;
+    RunLimits limits;
+    limits.largestFile = 4096;
+    const RunResult run = runProcess(ZMT_VIEWER_EXECUTABLE,
+                                     {s_everest, "--screenshot", folder.out("window.png")}, folder, limits);
+    expectFailure(run, 1, "window.png");
+    EXPECT_TRUE(folder.results().empty());
+}
+
+/// While it lives, a variable of the environment has another value.
+class Variable {
+public:
+    Variable(const char * name, const char * value) : name_(name), before_(qgetenv(name)) {
+        value ? ::setenv(name, value, 1) : ::unsetenv(name);
+    }
+    ~Variable() { before_.isEmpty() ? ::unsetenv(name_) : ::setenv(name_, before_.constData(), 1); }
+    Variable(const Variable &) = delete;
+    Variable & operator=(const Variable &) = delete;
+
+private:
+    const char * name_;
+    QByteArray before_;
+};
+
+TEST(ViewerProgram, AMissingDisplayIsToldInOneLine) {
+    const RunFolder folder;
+    const Variable wayland("WAYLAND_DISPLAY", nullptr), platform("QT_QPA_PLATFORM", nullptr);
+    for (const char * display : {static_cast<const char *>(nullptr), ":4711", "nowhere.invalid:0"}) {
+        const Variable variable("DISPLAY", display);
+        const RunResult run = view(folder, {s_everest});
+        expectFailure(run, 1, "display");
+        EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;
+    }
 }
 
 TEST(ViewerProgram, ExplainsItself) {
     const RunFolder folder;
     const RunResult run = view(folder, {"--help"});
     EXPECT_EQ(0, run.status);
-    for (const char * word : {"FILE", "--image", "--exaggeration", "--view", "--screenshot"})
+    for (const char * word : {"FILE", "--image", "--exaggeration", "--view", "--screenshot", "--patches"})
         EXPECT_NE(std::string::npos, run.output.find(word)) << word;
 }
 

@@ -15,8 +15,11 @@
 
 #include "controlpanel.h"
 #include "support/imagecompare.h"
+#include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
+
+#include <nbx/object/errorhandler.h>
 
 namespace {
 
@@ -163,6 +166,76 @@ TEST_F(ViewerWindowTest, DroppedImageLiesOnTop) {
     EXPECT_EQ(3, switches().size());
     EXPECT_EQ(0.0, (eye - view->flight().eye()).length()) << "the view stays";
     EXPECT_GT(difference(before, picture()), 0.001);
+}
+
+TEST_F(ViewerWindowTest, DroppedImageChangesNothingElse) {
+    load({s_everest, s_everestImage});
+    press(Qt::Key_1);
+    press(Qt::Key_3);
+    slider("exaggeration")->setValue(slider("exaggeration")->maximum() * 3 / 4);
+    ASSERT_TRUE(settle());
+    const auto landscape = view->landscape();
+    const double exaggeration = landscape->exaggeration();
+    drop({s_detailImage});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(landscape, view->landscape()) << "the terrain is not built again";
+    EXPECT_EQ(exaggeration, view->landscape()->exaggeration());
+    EXPECT_EQ((std::vector<bool>{false, true, false, true}), window->panel()->layersOn());
+    EXPECT_FALSE(landscape->layers()[0].effect->isEnabled());
+    EXPECT_TRUE(landscape->layers()[3].effect->isEnabled());
+}
+
+TEST_F(ViewerWindowTest, LayersStayOffAfterALoadThatFails) {
+    const RunFolder folder;
+    load({s_everest});
+    press(Qt::Key_2);
+    ASSERT_TRUE(settle());
+    const auto before = picture();
+    drop({folder.write("bad.tif", "this is no raster")});
+    EXPECT_NE(std::string::npos, failure().find("bad.tif"));
+    ASSERT_TRUE(settle());
+    EXPECT_EQ((std::vector<bool>{true, false}), window->panel()->layersOn());
+    EXPECT_LT(difference(before, picture()), 1e-3);
+}
+
+TEST_F(ViewerWindowTest, DamagedImageIsReported) {
+    const RunFolder folder;
+    SmallGeoTiff image{64, 64};
+    image.pixels = SmallGeoTiff::Pixels::Colors;
+    image.colors.assign(3UL * 64 * 64, 128);
+    image.west = 480000.0;
+    image.north = 3100000.0;
+    image.cell = 300.0;
+    const std::string whole = image.encode();
+    load({s_everest});
+    drop({folder.write("cut.tif", whole.substr(0, whole.size() / 2))});
+    EXPECT_NE(std::string::npos, failure().find("cut.tif"));
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(2, switches().size());
+}
+
+TEST_F(ViewerWindowTest, ReportsAreShown) {
+    load({s_everest});
+    NBX_REPORT(2, L"false", L"a tile is gone");
+    view->redraw();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->lastError() == "a tile is gone"; }));
+    EXPECT_EQ("a tile is gone", window->statusBar()->currentMessage());
+}
+
+TEST_F(ViewerWindowTest, EdgesAndPatchesMayBeShownFromTheStart) {
+    load({s_everest});
+    const auto before = picture();
+    window->setPatches(true);
+    ASSERT_TRUE(settle());
+    const auto patches = picture();
+    EXPECT_GT(difference(before, patches), 0.1);
+    window->setWireframe(true);
+    ASSERT_TRUE(settle());
+    EXPECT_GT(difference(patches, picture()), 0.1);
+    window->setWireframe(false);
+    window->setPatches(false);
+    ASSERT_TRUE(settle());
+    EXPECT_LT(difference(before, picture()), 1e-3);
 }
 
 TEST_F(ViewerWindowTest, DroppedHeightsTakeTheTerrainsPlace) {

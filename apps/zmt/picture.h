@@ -1,0 +1,30 @@
+#pragma once
+
+#include <nbx/data/atomicfilewriter.h>
+#include <nbx/gl/glcanvas.h>
+#include <nbx/object/so.h>
+#include <nbx/scene/attribute.h>
+
+namespace CLI {
+class App;
+}
+
+// What the pictures in files and those in the window have in common.
+
+/// How far a picture may be from the full detail, in pixels.
+struct AllowedErrors {
+    double geometry = 3.0;
+    double texture = 2.0;
+};
+
+/// Adds the options `--geometry-error` and `--texture-error`.
+void addErrorOptions(CLI::App & command, AllowedErrors & errors);
+/// Throws `UsageError`.
+void checkErrors(const AllowedErrors & errors);
+
+/// Sky behind the landscape, and pictures that are refined while time goes on.
+void prepareCanvas(NBX::GLCanvas & canvas);
+/// What lies behind it in a node is drawn by its edges.
+NBX::SO<NBX::Attribute> makeWireframe();
+/// Draws the canvas and writes a PNG file, which is not committed. Throws `DataError` and `NBX::IOException`.
+void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out);

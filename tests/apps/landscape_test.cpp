@@ -1,0 +1,177 @@
+#include "landscape.h"
+
+#include <cstdlib>
+#include <limits>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <nbx/object/progress.h>
+
+#include "commands.h"
+#include "reports.h"
+#include "support/smallgeotiff.h"
+#include "support/zmtrun.h"
+
+namespace {
+
+const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
+const std::string s_everest = s_data + "everest_heights.tif";
+const std::string s_image = s_data + "everest_image.tif";
+const std::string s_detail = s_data + "everest_image_detail.tif";
+const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
+
+LandscapeOptions options() {
+    LandscapeOptions result;
+    result.terrain = s_everest;
+    result.maxVertices = 200;
+    return result;
+}
+
+/// Everything that a plain terrain can have.
+LandscapeOptions everything() {
+    LandscapeOptions result = options();
+    result.images = {s_image};
+    result.breakLines = {s_glaciers};
+    result.draped = {s_glaciers};
+    result.lighting = "static";
+    return result;
+}
+
+/// Notes what is shown, and cancels what has a title.
+class Display : public NBX::ProgressDisplay {
+public:
+    explicit Display(const std::string & canceled = "") : canceled_(canceled) {
+        NBX::Progress::setDisplay(this);
+    }
+    ~Display() override { NBX::Progress::setDisplay(nullptr); }
+
+    void begin(const NBX::Progress &) override {}
+    bool update(const NBX::Progress & progress) override {
+        titles.insert(progress.title());
+        return progress.title() != canceled_;
+    }
+    void end(const NBX::Progress &) override {}
+
+    std::set<std::string> titles;
+
+private:
+    std::string canceled_;
+};
+
+std::string failureOf(const LandscapeOptions & options) {
+    try {
+        const Landscape landscape(options);
+        return "no failure";
+    } catch (const DataError & error) {
+        return error.what();
+    }
+}
+
+TEST(Landscape, EachStepIsShownAndMayBeCancelled) {
+    LandscapeOptions chunked = options();
+    chunked.method = "chunked";
+    chunked.lighting = "dynamic";
+    for (const LandscapeOptions & made : {everything(), chunked}) {
+        std::set<std::string> titles;
+        {
+            const Display display;
+            const Landscape landscape(made);
+            titles = display.titles;
+        }
+        EXPECT_GE(titles.size(), 4U);
+        for (const std::string & title : titles) {
+            // Seconds in all, and the picture comes next.
+            if (title == "converting height values" || title == "calculating LOD parameters") continue;
+            const Display display(title);
+            EXPECT_EQ("cancelled", failureOf(made)) << title;
+        }
+    }
+    const Display display;
+    const Landscape landscape(everything());
+    for (const std::string & title :
+         {"reading " + s_everest, std::string("warping to metres"), "reading " + s_image,
+          "stamping " + s_glaciers, "reading " + s_glaciers, std::string("generating terrain LOD model"),
+          "draping " + s_glaciers, std::string("making a light map")})
+        EXPECT_EQ(1U, display.titles.count(title)) << title;
+}
+
+TEST(Landscape, LaterImagesLieOnTheOthersAndBelowTheGround) {
+    LandscapeOptions made = everything();
+    Landscape landscape(made);
+    const auto node = landscape.node();
+    const auto terrain = landscape.terrain();
+    const unsigned objects = node->objects();
+    const NBX::RenderObj * ground = node->object(objects - 1);
+    landscape.addImage(landscape.readImage(s_detail));
+    ASSERT_EQ(4U, landscape.layers().size());
+    EXPECT_EQ("everest_image_detail.tif", landscape.layers()[3].name);
+    ASSERT_EQ(objects + 1, node->objects());
+    EXPECT_EQ(landscape.layers()[2].effect.get(), node->object(objects - 2));
+    EXPECT_EQ(landscape.layers()[3].effect.get(), node->object(objects - 1));
+    EXPECT_EQ(ground, node->object(objects));
+    EXPECT_EQ(terrain, landscape.terrain());
+    EXPECT_EQ(landscape.layers()[3].box.diagonal().x, landscape.interest().diagonal().x);
+}
+
+TEST(Landscape, AnImageThatCannotBeReadChangesNothing) {
+    const RunFolder folder;
+    const Landscape landscape(options());
+    const unsigned objects = landscape.node()->objects();
+    EXPECT_THROW(landscape.readImage(folder.write("bad.tif", "no image")), std::exception);
+    EXPECT_THROW(landscape.readImage(s_data + "jacksboro_heights.tif"), DataError) << "it lies elsewhere";
+    EXPECT_EQ(objects, landscape.node()->objects());
+    EXPECT_EQ(2U, landscape.layers().size());
+}
+
+TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
+    LandscapeOptions made = options();
+    EXPECT_FALSE(Landscape(made).needsFullDetail());
+    made.lighting = "vertex";
+    EXPECT_TRUE(Landscape(made).needsFullDetail());
+}
+
+TEST(Landscape, ALightMapWithoutRoomTellsWhy) {
+    const Reports reports;
+    LandscapeOptions made = options();
+    made.method = "chunked";
+    made.lighting = "static";
+    const char * before = std::getenv("TMPDIR");
+    const std::string folder = before ? before : "";
+    ::setenv("TMPDIR", "/nowhere/at/all", 1);
+    const std::string failure = failureOf(made);
+    before ? ::setenv("TMPDIR", folder.c_str(), 1) : ::unsetenv("TMPDIR");
+    EXPECT_NE(std::string::npos, failure.find("TMPDIR")) << failure;
+}
+
+struct BadOptions {
+    const char * name;
+    void (*spoil)(LandscapeOptions & options);
+};
+
+TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    constexpr double infinite = std::numeric_limits<double>::infinity();
+    const BadOptions cases[] = {
+        {"method", [](LandscapeOptions & o) { o.method = "flat"; }},
+        {"lighting", [](LandscapeOptions & o) { o.lighting = "neon"; }},
+        {"light", [](LandscapeOptions & o) { o.light = "90"; }},
+        {"few vertices", [](LandscapeOptions & o) { o.maxVertices = 49; }},
+        {"many vertices", [](LandscapeOptions & o) { o.maxVertices = 32001; }},
+        {"no exaggeration", [](LandscapeOptions & o) { o.exaggeration = 0.0; }},
+        {"negative exaggeration", [](LandscapeOptions & o) { o.exaggeration = -1.0; }},
+        {"exaggeration is no number", [](LandscapeOptions & o) { o.exaggeration = nan; }},
+        {"endless exaggeration", [](LandscapeOptions & o) { o.exaggeration = infinite; }},
+        {"lift is no number", [](LandscapeOptions & o) { o.drapeLift = nan; }},
+        {"endless lift", [](LandscapeOptions & o) { o.drapeLift = -infinite; }},
+    };
+    EXPECT_NO_THROW(checkLandscape(options()));
+    for (const BadOptions & c : cases) {
+        LandscapeOptions bad = options();
+        c.spoil(bad);
+        EXPECT_THROW(checkLandscape(bad), UsageError) << c.name;
+    }
+}
+
+} // namespace

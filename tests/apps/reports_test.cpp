@@ -1,0 +1,60 @@
+#include "reports.h"
+
+#include <gtest/gtest.h>
+
+#include "commands.h"
+
+namespace {
+
+void report(const std::wstring & message) {
+    NBX_REPORT(2, L"false", message);
+}
+
+using Messages = std::vector<std::string>;
+
+TEST(Reports, EqualMessagesComeOnceAndAreTakenOnce) {
+    Reports reports;
+    report(L"one");
+    report(L"two");
+    report(L"one");
+    EXPECT_EQ((Messages{"one", "two"}), reports.take());
+    EXPECT_EQ(Messages(), reports.take());
+}
+
+TEST(Reports, AreBounded) {
+    Reports reports;
+    for (int i = 0; i < 1000; ++i)
+        report(std::to_wstring(i));
+    EXPECT_EQ(20U, reports.take().size());
+}
+
+TEST(Reports, TheFirstIsThrown) {
+    EXPECT_NO_THROW(Reports::throwFirst()) << "nobody gathers";
+    Reports reports;
+    EXPECT_NO_THROW(Reports::throwFirst());
+    report(L"one");
+    report(L"two");
+    try {
+        Reports::throwFirst();
+        FAIL();
+    } catch (const DataError & error) {
+        EXPECT_STREQ("one", error.what());
+    }
+    EXPECT_EQ(Messages(), reports.take());
+}
+
+TEST(Reports, TheLaterGatherersComeFirst) {
+    Reports outer;
+    {
+        Reports inner;
+        report(L"inner");
+        EXPECT_EQ(Messages(), outer.take());
+        EXPECT_THROW(Reports::throwFirst(), DataError);
+    }
+    report(L"outer");
+    EXPECT_THROW(Reports::throwFirst(), DataError);
+    report(L"again");
+    EXPECT_EQ(Messages{"again"}, outer.take());
+}
+
+} // namespace
