@@ -52,9 +52,9 @@ render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 \
     --view 487000,3076000,9500,487000,3092000,5500
 
 # The image as a pyramid in one file, and where a pixel lies.
-"$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>/dev/null ||
-    fail "the pyramid was not built"
-"$zmt" info out/everest_landsat7.ztp
+"$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>out/pyramid.log ||
+    fail "$(tail -n 1 out/pyramid.log)"
+"$zmt" info out/everest_landsat7.ztp || fail "the pyramid cannot be read"
 render everest_pyramid --terrain data/everest_srtm3.tif --method chunked --image out/everest_landsat7.ztp
 "$zmt" pick --terrain data/everest_srtm3.tif 640,360 || fail "nothing was picked"
 
