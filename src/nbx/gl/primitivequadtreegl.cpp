@@ -1,7 +1,6 @@
 #include <nbx/gl/primitivequadtreegl.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <numeric>
 
@@ -11,6 +10,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/vertexattributebufferobjectgl.h>
+#include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -58,10 +58,6 @@ Rectangle rectangleOf(const std::vector<Position> & positions, const Corners & c
         result += {{p.x, p[second]}, {p.x, p[second]}};
     }
     return result;
-}
-
-bool isFinite(const Position & p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
 /// Spreads the low 16 bits to the even places.

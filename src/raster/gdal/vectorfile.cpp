@@ -7,6 +7,7 @@
 
 #include <ogrsf_frmts.h>
 
+#include <nbx/math/isfinite.h>
 #include <nbx/object/exception.h>
 
 namespace ZMT::RASTER {
@@ -18,10 +19,6 @@ using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 
 /// Collections in collections, of which no file needs more.
 constexpr unsigned maxDepth = 32;
-
-bool isFinite(const Point & p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
-}
 
 /// Collects the lines of a file.
 class LineCollector {

@@ -10,6 +10,7 @@
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
+#include <nbx/math/isfinite.h>
 #include <zmt/core/terrain/geometry/gridheightbounds.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
@@ -67,10 +68,6 @@ bool comesBefore(Cells cells, const Candidate & a, const Candidate & b) {
         if (!oneColumn) (highX ? cells.x : cells.endX) = middleX;
         if (!oneRow) (highY ? cells.y : cells.endY) = middleY;
     }
-}
-
-bool isFinite(const Point & p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
 double largest(const Point & p) {

@@ -6,6 +6,7 @@
 
 #include <nbx/container/array.h>
 #include <nbx/math/bounds.h>
+#include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/polygonset.h>
 #include <zmt/core/terrain/geometry/terrain.h>
@@ -30,10 +31,6 @@ using PlaneTin = Tin<CornerAccessor>;
 /// The plane of a triangulation is that of its first two components.
 Point toPlane(const Point & p) {
     return {p.x, p.z, p.y};
-}
-
-bool isFinite(const Point & p) {
-    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
 }
 
 bool isSameInPlan(const Point & a, const Point & b) {
