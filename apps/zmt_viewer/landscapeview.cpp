@@ -13,6 +13,7 @@
 
 #include "../zmt/commands.h"
 #include "../zmt/picture.h"
+#include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/object/nbxtime.h>
@@ -70,7 +71,7 @@ LandscapeView::LandscapeView(QWidget * parent)
       motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
       wireframe_(makeWireframe()), geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()),
       overlay_(makeOverlay(this)) {
-    WindowCanvasGL::prepareWidget(this);
+    WindowContextGL::prepareWidget(this);
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
     setMinimumSize(160, 120);

@@ -18,6 +18,7 @@
 #include "../zmt/picture.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
+#include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
@@ -123,7 +124,9 @@ std::unique_ptr<QApplication> makeApplication(int & argc, char ** argv) {
     prepareWindowSystem();
     const QtMessageHandler before = qInstallMessageHandler(tellWhyThereIsNoWindow);
     auto application = std::make_unique<QApplication>(argc, argv);
+    const bool isSupported = WindowContextGL::isSupported();
     qInstallMessageHandler(before);
+    if (!isSupported) throw DataError("the display has no OpenGL for windows; 'zmt render' needs no display");
     // Qt sets the user's; numbers on the command line and in files have points.
     std::setlocale(LC_NUMERIC, "C");
     QApplication::setApplicationName("zmt");

@@ -7,7 +7,6 @@
 #include "windowcontextgl.h"
 
 #include <QOpenGLWidget>
-#include <QSurfaceFormat>
 
 NBX_CLASS_IMPL(WindowCanvasGL, NBX::GLCanvas)
 
@@ -16,18 +15,6 @@ WindowCanvasGL::WindowCanvasGL(QOpenGLWidget * widget)
 
 WindowCanvasGL::~WindowCanvasGL() {
     destroy();
-}
-
-void WindowCanvasGL::prepareWidget(QOpenGLWidget * widget) {
-    QSurfaceFormat format;
-    format.setRenderableType(QSurfaceFormat::OpenGL);
-    format.setProfile(QSurfaceFormat::CompatibilityProfile);
-    format.setVersion(2, 1);
-    format.setDepthBufferSize(24);
-    format.setStencilBufferSize(8);
-    // What is transparent in the scene shall not show what lies behind the window.
-    format.setAlphaBufferSize(0);
-    widget->setFormat(format);
 }
 
 unsigned WindowCanvasGL::frameBuffer() const {

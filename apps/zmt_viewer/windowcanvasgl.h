@@ -17,9 +17,6 @@ public:
     /// Whether the pictures that off-screen canvases make can be drawn here.
     bool sharesWithOffscreenCanvases() const { return isShared_; }
 
-    /// The format that a widget for such a canvas has to ask for.
-    static void prepareWidget(QOpenGLWidget * widget);
-
 protected:
     NBX::SO<NBX::ContextGL> createContext() override;
     bool createBuffers() override;

@@ -2,10 +2,37 @@
 
 #include <QOpenGLContext>
 #include <QOpenGLWidget>
+#include <QSurfaceFormat>
 
 NBX_CLASS_IMPL(WindowContextGL, NBX::ContextGL)
 
+namespace {
+
+QSurfaceFormat surfaceFormat() {
+    QSurfaceFormat format;
+    format.setRenderableType(QSurfaceFormat::OpenGL);
+    format.setProfile(QSurfaceFormat::CompatibilityProfile);
+    format.setVersion(2, 1);
+    format.setDepthBufferSize(24);
+    format.setStencilBufferSize(8);
+    // What is transparent in the scene shall not show what lies behind the window.
+    format.setAlphaBufferSize(0);
+    return format;
+}
+
+} // namespace
+
 WindowContextGL::WindowContextGL(QOpenGLWidget * widget) : widget_(widget) {}
+
+bool WindowContextGL::isSupported() {
+    QOpenGLContext context;
+    context.setFormat(surfaceFormat());
+    return context.create();
+}
+
+void WindowContextGL::prepareWidget(QOpenGLWidget * widget) {
+    widget->setFormat(surfaceFormat());
+}
 
 void WindowContextGL::destroy() {
     release();

@@ -19,6 +19,11 @@ public:
     /// The widget itself follows its size.
     bool resize(unsigned, unsigned) override { return true; }
 
+    /// Whether the display has contexts for such widgets, which must not be made where it has none.
+    static bool isSupported();
+    /// Lets the widget ask for a context that the engine can use.
+    static void prepareWidget(QOpenGLWidget * widget);
+
 private:
     QOpenGLWidget * widget_;
     bool wasCurrent_ = false;

@@ -113,6 +113,17 @@ TEST(ViewerProgram, AMissingDisplayIsToldInOneLine) {
     }
 }
 
+TEST(ViewerProgram, ADisplayWithoutOpenGLIsToldInOneLine) {
+    const RunFolder folder;
+    for (const auto & [name, value] :
+         {std::pair("QT_QPA_PLATFORM", "minimal"), std::pair("QT_XCB_GL_INTEGRATION", "none")}) {
+        const Variable variable(name, value);
+        const RunResult run = view(folder, {s_everest});
+        expectFailure(run, 1, "OpenGL");
+        EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;
+    }
+}
+
 TEST(ViewerProgram, ExplainsItself) {
     const RunFolder folder;
     const RunResult run = view(folder, {"--help"});
