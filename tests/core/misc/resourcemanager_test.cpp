@@ -1,5 +1,6 @@
 #include <zmt/core/misc/resourcemanager.h>
 
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <random>
@@ -613,6 +614,27 @@ TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {
     threaded->request(c, preparer, 1.0);
     threaded->beginFrame();
     EXPECT_TRUE(threaded->isRunning()) << "the begin of a frame starts it as well";
+}
+
+TEST_F(ThreadedResourceManagerTest, AWorkerWithoutWorkSleepsUntilThereIsSome) {
+    const SO<Manager> sleeping(new Manager(1000.0, true, 5, 0.0));
+    std::atomic<int> looks{0};
+    sleeping->clock = [&] {
+        ++looks;
+        return 0.0;
+    };
+    sleeping->request(a, preparer, 1.0);
+    sleeping->endFrame();
+    while (!look(*sleeping, a))
+        Thread::sleep(0.001);
+    const int before = looks;
+    Thread::sleep(0.1);
+    EXPECT_LT(looks - before, 100) << "a worker that merely yields looks thousands of times";
+    EXPECT_TRUE(sleeping->isRunning());
+
+    sleeping->request(b, preparer, 1.0);
+    while (!look(*sleeping, b))
+        Thread::sleep(0.001);
 }
 
 TEST_F(ThreadedResourceManagerTest, PrioritiesFadeAndAddUp) {

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <iterator>
 #include <list>
+#include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -48,8 +51,9 @@ public:
     static constexpr double s_idleTime = 1.0;
 
     /// `maxMemory` in bytes; `requestAgeLimit` in frames; `idleSleep` in seconds is the worker's pause
-    /// between looks into an empty queue. Without `multiThreaded` each `beginFrame` prepares the one resource
-    /// that the frame before wanted most, and forgets the other requests.
+    /// between looks into an empty queue; with 0 it sleeps until there is work. Without `multiThreaded` each
+    /// `beginFrame` prepares the one resource that the frame before wanted most, and forgets the other
+    /// requests.
     ResourceManager(double maxMemory, bool multiThreaded, unsigned requestAgeLimit, double idleSleep)
         : Thread(P_BelowNormal, true), maxMemory_(maxMemory), multiThreaded_(multiThreaded),
           requestAgeLimit_(requestAgeLimit), idleSleep_(idleSleep),
@@ -125,8 +129,11 @@ protected:
     const NBX::SO<Mutex> mutex_;
     const NBX::SO<Mutex> prepareMutex_; ///< held around every call of a preparer
     bool shutdownRequested_ = false;
+    std::condition_variable_any wake_; ///< of the worker: a request has come, or the end
 
 private:
+    static constexpr std::chrono::milliseconds s_longestPause{20};
+
     using RequestName = std::pair<const K *, const Preparer *>;
     struct RequestHash {
         std::size_t operator()(const RequestName & name) const {
@@ -147,6 +154,7 @@ private:
     void release(Requests & requests);
     void startWorkerIfNeeded();
 
+    void pause();
     void fadeRequests();
     void dropReleased();
 
@@ -171,9 +179,19 @@ template <class K, class V> void ResourceManager<K, V>::run() {
             prepareOne();
             lastWork = now();
         } else {
-            sleep(idleSleep_);
+            pause();
         }
     } while (lastWork + s_idleTime > now());
+}
+
+/// A worker that merely gave up its time slices would keep a core busy that the render thread can use.
+template <class K, class V> void ResourceManager<K, V>::pause() {
+    if (!multiThreaded_ || idleSleep_ > 0.0) {
+        sleep(idleSleep_);
+        return;
+    }
+    std::unique_lock lock(*mutex_);
+    wake_.wait_for(lock, s_longestPause, [this] { return shutdownRequested_ || !requests_.empty(); });
 }
 
 template <class K, class V> void ResourceManager<K, V>::beginFrame() {
@@ -277,6 +295,7 @@ template <class K, class V> void ResourceManager<K, V>::shutdown() {
         const MutexLocker lock(mutex_.get());
         shutdownRequested_ = true;
     }
+    wake_.notify_one();
     while (isRunning())
         sleep(idleSleep_);
 }
@@ -353,6 +372,7 @@ void ResourceManager<K, V>::enqueue(const NBX::SO<K> & key, const NBX::SO<Prepar
     }
     requests_.push_back(Request{key, priority, frame_, preparer});
     requestIndex_.emplace(nameOf(requests_.back()), std::prev(requests_.end()));
+    wake_.notify_one();
 }
 
 template <class K, class V>

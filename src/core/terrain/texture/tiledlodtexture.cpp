@@ -137,14 +137,18 @@ NBX::Bounds TiledLODTexture::boundingBox() const {
                                                     Point(pyramid_->maxX(), s_unbounded, pyramid_->maxY())));
 }
 
+const Levels & TiledLODTexture::levels() const {
+    if (levels_.empty()) levels_ = levelsOf(pyramid_.get());
+    return levels_;
+}
+
 bool TiledLODTexture::refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo, unsigned, unsigned,
                              const Point & eye, double textureError, bool) const {
     NBX_CHECK(patch, L"no geometry patch");
     if (!patch) return false;
     const NBX::Bounds shared = LODTextureRequest::overlap(boundingBox(), patch->boundingBox());
     if (!shared.isDefined()) return false;
-    const Levels levels = levelsOf(pyramid_.get());
-    return !levels.empty() && LODTextureRequest::refine(levels, shared, *viewInfo, eye, textureError);
+    return !levels().empty() && LODTextureRequest::refine(levels(), shared, *viewInfo, eye, textureError);
 }
 
 NBX::SO<NBX::TextureGL> TiledLODTexture::requestImpl(const GeometryPatch * patch, NBX::EngineGL * engine,
@@ -155,22 +159,21 @@ NBX::SO<NBX::TextureGL> TiledLODTexture::requestImpl(const GeometryPatch * patch
     const NBX::Bounds box = boundingBox();
     if (!patch || !LODTextureRequest::overlap(box, patch->boundingBox()).isDefined())
         return EmptyTexture::texture();
-    const Levels levels = levelsOf(pyramid_.get());
-    if (levels.empty()) return EmptyTexture::texture();
+    if (levels().empty()) return EmptyTexture::texture();
 
     if (!mapper_) mapper_ = new Mapper;
     const NBX::SO<const GeometryPatch> wanted(patch);
     LODTextureRequest::map(*mapper_, wanted, [&](const GeometryPatch & geometryPatch) {
         const NBX::Bounds shared = LODTextureRequest::overlap(box, geometryPatch.boundingBox());
-        const unsigned level = LODTextureRequest::chooseLevel(levels, shared);
+        const unsigned level = LODTextureRequest::chooseLevel(levels(), shared);
         return NBX::SO<Patch>(new Patch(pyramid_.get(), level, shared,
-                                        LODTextureRequest::textureSize(levels[level].pixelsX),
-                                        LODTextureRequest::textureSize(levels[level].pixelsY), engine));
+                                        LODTextureRequest::textureSize(levels()[level].pixelsX),
+                                        LODTextureRequest::textureSize(levels()[level].pixelsY), engine));
     });
 
     if (!Holder::manager()) beginFrame({nullptr, false});
     if (!preparer_) preparer_ = new Preparer;
-    const LODTextureRequest request(levels, *viewInfo, eye, textureError, asynchronous);
+    const LODTextureRequest request(levels(), *viewInfo, eye, textureError, asynchronous);
     return request.find<Patch>(*Holder::manager(), *mapper_, wanted, preparer_, priority, incomplete);
 }
 
@@ -178,6 +181,7 @@ void TiledLODTexture::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<TerrainTexture>(m, this);
     NBX::attributeWithDefault(m, "pyramid", pyramid_, nullptr);
+    if (m.isReading()) levels_.clear();
 }
 
 void TiledLODTexture::beginFrame(const TerrainPainterFrameManager::Info &) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include <nbx/container/nonpersistentdictionary.h>
 #include <nbx/object/callback.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
@@ -7,6 +9,8 @@
 #include <zmt/raster/tiledgeoimagepyramid.h>
 
 namespace ZMT::CORE {
+
+struct LODTextureLevel;
 
 /// Drapes an image pyramid of any size over a terrain. For each geometry patch one texture of at most 512 by
 /// 512 texels is cut from the level that fits. A worker thread prepares the textures in the order of their
@@ -63,9 +67,12 @@ protected:
                                         bool inMotion, bool asynchronous, bool & incomplete) const override;
 
 private:
+    const std::vector<LODTextureLevel> & levels() const;
+
     NBX::SO<RASTER::TiledGeoImagePyramid> pyramid_;
-    mutable NBX::SO<Mapper> mapper_;     ///< null until the first request
-    mutable NBX::SO<Preparer> preparer_; ///< null until it is needed
+    mutable std::vector<LODTextureLevel> levels_; ///< of the pyramid; empty until they are needed
+    mutable NBX::SO<Mapper> mapper_;              ///< null until the first request
+    mutable NBX::SO<Preparer> preparer_;          ///< null until it is needed
 };
 
 /// Part of the pyramid that one or several geometry patches show: what a texture is prepared for.
