@@ -37,6 +37,7 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
              "Vector file whose areas become triangles that take the colours of the ground; may be repeated");
     command.add_option("--drape-lift", options.drapeLift, "Height of the areas above the ground")
         ->capture_default_str();
+    addVoidOption(command, options.fillVoids);
     command
         .add_option("--method", options.method,
                     "tree: the best levels of detail, built once; chunked: starts within seconds")
@@ -76,7 +77,7 @@ void checkLandscape(const LandscapeOptions & options) {
 Landscape::Landscape(const LandscapeOptions & options) {
     const Lighting lighting = parseLighting(options.lighting);
     const Sunlight sun = options.light.empty() ? s_defaultSun : parseSunlight(options.light);
-    const auto raster = readTerrainRaster(options.terrain, false);
+    const auto raster = readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids});
     reference_ = raster.reference;
     extent_ = {raster.raster->minX(), raster.raster->minY(), raster.raster->maxX(), raster.raster->maxY()};
     grid_ = makeGrid(raster);

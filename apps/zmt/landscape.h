@@ -21,6 +21,7 @@ class App;
 /// What a landscape is made of.
 struct LandscapeOptions {
     std::string terrain;
+    bool fillVoids = false; ///< interpolate where heights are missing
     std::vector<std::string> images;
     std::vector<std::string> breakLines; ///< vector files
     std::vector<std::string> draped;     ///< vector files

@@ -28,7 +28,7 @@ struct LodOptions {
     unsigned seed = 1;
     std::string report;
     std::vector<std::string> mesh; ///< level and file
-    bool native = false;
+    TerrainReading reading;
 };
 
 /// A text file that appears whole, written in large pieces.
@@ -165,7 +165,7 @@ void runLod(const LodOptions & options) {
     std::optional<TextFile> meshFile;
     if (!options.mesh.empty()) meshFile.emplace(options.mesh[1]);
 
-    const auto raster = readTerrainRaster(options.terrain, options.native);
+    const auto raster = readTerrainRaster(options.terrain, options.reading);
     const auto grid = makeGrid(raster);
     std::srand(options.seed);
     double milliseconds = 0.0;
@@ -190,7 +190,8 @@ void addLodCommand(CLI::App & app) {
     command->add_option("--mesh", options->mesh, "Level, and OBJ file for the surface of its nodes")
         ->expected(2)
         ->type_name("LEVEL FILE");
-    command->add_flag("--native", options->native,
+    command->add_flag("--native", options->reading.native,
                       "Keep the raster's own cells, even where they are degrees");
+    addVoidOption(*command, options->reading.fillVoids);
     command->callback([options] { runLod(*options); });
 }

@@ -22,6 +22,7 @@ using Point = NBX::Vector3Base<double>;
 
 struct PickOptions {
     std::string terrain;
+    bool fillVoids = false;
     std::string view = "overview";
     std::string size = "1280x720";
     double exaggeration = 1.0;
@@ -47,7 +48,7 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     PickScene(const PickOptions & options, const View & view)
-        : grid(makeGrid(readTerrainRaster(options.terrain, false))),
+        : grid(makeGrid(readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids}))),
           terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
@@ -110,6 +111,7 @@ void addPickCommand(CLI::App & app) {
         "pick", "Tells which place of a terrain a pixel shows: x, y and height in map coordinates.");
     const auto options = std::make_shared<PickOptions>();
     command->add_option("--terrain", options->terrain, "Height raster")->required();
+    addVoidOption(*command, options->fillVoids);
     addViewOptions(*command, options->view, options->size);
     command->add_option("--exaggeration", options->exaggeration, "Factor of the heights")
         ->capture_default_str();

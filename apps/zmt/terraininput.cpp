@@ -7,6 +7,8 @@
 
 #include <sys/resource.h>
 
+#include <CLI/CLI.hpp>
+
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
@@ -14,6 +16,7 @@
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>
 
 namespace {
@@ -37,13 +40,24 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
 
 } // namespace
 
-ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, bool native) {
+void addVoidOption(CLI::App & command, bool & fillVoids) {
+    command.add_flag("--fill-voids", fillVoids,
+                     "Interpolate where the raster has no heights, up to 200 cells far");
+}
+
+ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
     NBX::Progress reading("reading " + path);
     ZMT::RASTER::GeoRaster raster = ZMT::RASTER::RasterFile(path).read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
     checkTerrain(*raster.raster, path);
-    if (native || !ZMT::RASTER::RasterWarp::isNeeded(raster.reference)) return raster;
+    if (how.fillVoids) {
+        NBX::Progress filling("filling voids");
+        raster.raster = ZMT::RASTER::RasterVoids::fill(raster.raster, &filling);
+        if (!raster.raster) throw DataError("cancelled");
+        filling.finish();
+    }
+    if (how.native || !ZMT::RASTER::RasterWarp::isNeeded(raster.reference)) return raster;
 
     NBX::Progress warping("warping to metres");
     raster = ZMT::RASTER::RasterWarp::toMetric(raster, &warping);

@@ -9,9 +9,22 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/raster/georaster.h>
 
-/// Reads a height raster for a terrain. Unless `native`, one that is not in metres is warped to a system that
-/// is. Throws `DataError`, or what the raster layer throws, when it cannot be a terrain.
-ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, bool native);
+namespace CLI {
+class App;
+}
+
+/// What is done to a height raster when it is read.
+struct TerrainReading {
+    bool native = false;    ///< keep the cells, even where they are degrees
+    bool fillVoids = false; ///< interpolate where heights are missing
+};
+
+/// Adds the option "--fill-voids" to `command`.
+void addVoidOption(CLI::App & command, bool & fillVoids);
+
+/// Reads a height raster for a terrain. Unless told otherwise, one that is not in metres is warped to a
+/// system that is. Throws `DataError`, or what the raster layer throws, when it cannot be a terrain.
+ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how = {});
 
 /// Wraps a raster, and makes its origin the one of the scene, so that patches lie in scene coordinates.
 NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster);

@@ -120,6 +120,10 @@ TEST_F(PickCommand, HolesHaveNoHeight) {
     std::vector<std::string> arguments = view;
     arguments.emplace_back("--json");
     EXPECT_TRUE(nlohmann::json::parse(pick(arguments).output).at("height").is_null());
+
+    arguments.emplace_back("--fill-voids");
+    const auto filled = nlohmann::json::parse(pick(arguments).output);
+    EXPECT_NEAR(slopeAt(x, y), filled.at("height").get<double>(), 1.0);
 }
 
 TEST_F(PickCommand, TellsWhatIsWrong) {

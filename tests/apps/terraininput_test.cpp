@@ -23,22 +23,24 @@ TEST(TerrainInput, FilesCutAtAnyLengthAreRefused) {
     const RunFolder folder;
     const std::string whole = slope(3, 3).encode();
     for (std::size_t length = 0; length < whole.size(); ++length)
-        EXPECT_THROW(readTerrainRaster(folder.write("t.tif", whole.substr(0, length)), true), std::exception)
+        EXPECT_THROW(readTerrainRaster(folder.write("t.tif", whole.substr(0, length)), {.native = true}),
+                     std::exception)
             << "cut to " << length << " of " << whole.size() << " bytes";
-    EXPECT_NO_THROW(readTerrainRaster(folder.write("t.tif", whole), true));
+    EXPECT_NO_THROW(readTerrainRaster(folder.write("t.tif", whole), {.native = true}));
 }
 
 TEST(TerrainInput, CompressedFilesCutAnywhereAreRefused) {
     const RunFolder folder;
     const std::string whole = readWhole(s_jacksboro);
     for (std::size_t length = 1; length < whole.size(); length += 97)
-        EXPECT_THROW(readTerrainRaster(folder.write("t.tif", whole.substr(0, length)), true), std::exception)
+        EXPECT_THROW(readTerrainRaster(folder.write("t.tif", whole.substr(0, length)), {.native = true}),
+                     std::exception)
             << "cut to " << length << " of " << whole.size() << " bytes";
 }
 
 TEST(TerrainInput, DegreesBecomeMetresUnlessNative) {
-    EXPECT_EQ(120U, readTerrainRaster(s_jacksboro, true).raster->cellsX());
-    const auto warped = readTerrainRaster(s_jacksboro, false);
+    EXPECT_EQ(120U, readTerrainRaster(s_jacksboro, {.native = true}).raster->cellsX());
+    const auto warped = readTerrainRaster(s_jacksboro);
     EXPECT_GT(warped.raster->maxX() - warped.raster->minX(), 8000.0);
     EXPECT_LT(warped.raster->maxX() - warped.raster->minX(), 10000.0);
 }
