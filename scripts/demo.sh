@@ -49,8 +49,7 @@ render everest_exaggerated "${chunked[@]}" --exaggeration 3
 # What lies in and on the ground: the crest of a dam as edges of the terrain, and areas above it.
 render jacksboro_break_lines --terrain data/jacksboro_srtm3.tif --breaklines data/jacksboro_dam.geojson \
     --lighting vertex --light 300,30,0.3 --view 755300,4038800,950,755300,4043000,300
-render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 \
-    --view 487000,3076000,9500,487000,3092000,5500
+render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 --view closeup
 
 # The image as a pyramid in one file, and where a pixel lies.
 "$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>out/pyramid.log ||
