@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
@@ -133,6 +134,17 @@ TEST(Program, ATerrainIsNoDirectory) {
     expectFailure(render(folder, directory), 1, {"directory", directory}, folder);
     expectFailure(lod(folder, directory), 1, {"directory", directory}, folder);
     expectFailure(zmt(folder, {"info", directory}), 1, {"directory", directory}, folder);
+}
+
+TEST(Program, APipeIsNotWaitedFor) {
+    const RunFolder folder;
+    const std::string pipe = folder.in("pipe");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    expectFailure(render(folder, pipe), 1, {"pipe"}, folder);
+    expectFailure(render(folder, s_jacksboro, {"--image", pipe}), 1, {"pipe"}, folder);
+    expectFailure(render(folder, s_jacksboro, {"--drape", pipe}), 1, {"pipe"}, folder);
+    expectFailure(zmt(folder, {"info", pipe}), 1, {"pipe"}, folder);
+    expectFailure(zmt(folder, {"build", "pyramid", pipe, folder.out("p.ztp")}), 1, {"pipe"}, folder);
 }
 
 TEST(Program, TwoByTwoCellsAreATerrain) {

@@ -60,7 +60,8 @@ private:
 };
 
 /// Shows a bar, the share done and the time left on the standard error stream when that is a terminal,
-/// and cancels when the user presses Ctrl-C. At most one exists at a time.
+/// and cancels when the user presses Ctrl-C; the second time the process ends at once. At most one exists at
+/// a time.
 class ConsoleProgressDisplay : public ProgressDisplay {
 public:
     ConsoleProgressDisplay();

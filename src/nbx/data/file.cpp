@@ -35,7 +35,8 @@ constexpr std::uint64_t s_largestTransfer = std::uint64_t(1) << 30;
 int openFlags(WriteMode mode) {
     switch (mode) {
     case WM_ReadOnly:
-        return O_RDONLY;
+        // A pipe without a writer would keep the call waiting.
+        return O_RDONLY | O_NONBLOCK;
     case WM_Update:
         return O_RDWR;
     case WM_Create:
@@ -57,6 +58,11 @@ std::size_t extensionStart(const std::string & path) {
     return dot == std::string::npos || dot <= name || path.compare(name, std::string::npos, "..") == 0
                ? path.size()
                : dot;
+}
+
+bool isPipe(int handle) {
+    struct stat status {};
+    return ::fstat(handle, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 /// Steps over one UTF-8 character.
@@ -102,6 +108,10 @@ File::File(const std::string & path, WriteMode mode)
     if (isDir(path)) {
         ::close(handle_);
         throw IOException(L"cannot read a folder as a file", path);
+    }
+    if (isPipe(handle_)) {
+        ::close(handle_);
+        throw IOException(L"cannot read a pipe as a file", path);
     }
     if (mode == WM_Append) position_ = size();
 }

@@ -63,7 +63,9 @@ FileDataResource::FileDataResource(const std::string & path, unsigned size, bool
                                    bool deletedWithResource)
     : path_(path), size_(size), writable_(writable), deletedWithResource_(deletedWithResource) {
     setObjectName(StringUtils::Utf8String2WString(path));
-    const Handle handle{::open(path.c_str(), (writable ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666)};
+    // A pipe without a writer would keep the call waiting.
+    const int flags = writable ? O_RDWR | O_CREAT : O_RDONLY | O_NONBLOCK;
+    const Handle handle{::open(path.c_str(), flags | O_CLOEXEC, 0666)};
     if (handle.file < 0) throwLastError(L"cannot open the file", path);
     Removal onFailure{deletedWithResource ? &path_ : nullptr};
 

@@ -21,6 +21,8 @@ volatile std::sig_atomic_t s_interrupted = 0;
 
 void noteInterrupt(int) {
     s_interrupted = 1;
+    // A second one does not wait for a step that does not look.
+    std::signal(SIGINT, SIG_DFL);
 }
 
 std::string minutesAndSeconds(double seconds) {

@@ -81,6 +81,7 @@ GdalSource::GdalSource(const std::string & path, Outside outside, const std::str
 }
 
 void GdalSource::open() {
+    refusePipe(path_);
     GdalErrorTrap trap;
     // Points are to lie in the middle of their pixels, whatever the process's environment says.
     const CPLConfigOptionSetter points("GTIFF_POINT_GEO_IGNORE", "FALSE", false);

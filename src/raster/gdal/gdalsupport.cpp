@@ -103,6 +103,12 @@ void GdalErrorTrap::note(bool isError, const char * text) {
     failed_ = failed_ || isError;
 }
 
+void refusePipe(const std::string & path) {
+    std::error_code error;
+    if (std::filesystem::is_fifo(path, error))
+        throw NBX::InputException(L"is a pipe; save what it carries, and name that file", path);
+}
+
 void throwUnopened(const std::string & path, const std::wstring & advice, const GdalErrorTrap & trap) {
     namespace fs = std::filesystem;
     std::error_code error;

@@ -49,6 +49,9 @@ struct GdalTransformerDestroyer {
 /// From pixels of a data set to map coordinates of a system, or to pixels of another data set.
 using GdalTransformer = std::unique_ptr<void, GdalTransformerDestroyer>;
 
+/// Throws `NBX::InputException` for a pipe: opening one waits for somebody who writes into it.
+void refusePipe(const std::string & path);
+
 /// Says why `path` could not be opened, in words of the file system where it knows better than GDAL, and
 /// otherwise in those of `advice`.
 [[noreturn]] void throwUnopened(const std::string & path, const std::wstring & advice,

@@ -155,6 +155,7 @@ struct VectorFile::Impl {
 
 VectorFile::VectorFile(const std::string & path) : impl_(std::make_unique<Impl>()) {
     impl_->path = path;
+    refusePipe(path);
     GdalErrorTrap trap;
     impl_->dataset.reset(
         GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));

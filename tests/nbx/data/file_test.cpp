@@ -118,6 +118,8 @@ TEST_F(FileTest, FailuresNameTheFile) {
     EXPECT_THROW(File(path("")), IOException);
     EXPECT_THROW(File(path(""), WM_Create), IOException);
     EXPECT_THROW(File(""), IOException);
+    ASSERT_EQ(0, mkfifo(path("pipe").c_str(), 0600));
+    EXPECT_THROW(File(path("pipe")), IOException);
 }
 
 TEST_F(FileTest, AFullDiskThrows) {

@@ -135,4 +135,15 @@ TEST(ConsoleProgressDisplay, InterruptCancels) {
     Progress::setDisplay(before);
 }
 
+TEST(ConsoleProgressDisplay, ASecondCtrlCEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            const NBX::ConsoleProgressDisplay display;
+            std::raise(SIGINT);
+            if (NBX::ConsoleProgressDisplay::interrupted()) std::raise(SIGINT);
+            std::exit(0);
+        },
+        testing::KilledBySignal(SIGINT), "");
+}
+
 } // namespace
