@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <ctime>
 #include <iterator>
+#include <utility>
 
 #include <pthread.h>
 #include <sched.h>
@@ -39,31 +40,31 @@ std::uint32_t milliseconds(double seconds) {
 
 } // namespace
 
+/// What a system thread begins with.
+struct Thread::Start {
+    Thread * thread;
+    std::shared_ptr<std::atomic<bool>> hasEnded; ///< `run` has returned
+};
+
 /// One system thread.
 struct Thread::Impl {
-    Impl(pthread_t thread, bool detached) : handle(thread), keepsRunning(detached) {
-        if (keepsRunning) pthread_detach(handle);
-    }
+    Impl(pthread_t thread, bool goesOn, std::shared_ptr<const std::atomic<bool>> ended)
+        : handle(thread), keepsRunning(goesOn), hasEnded(std::move(ended)) {}
+    /// A thread whose work is done is waited for: at the end of the process it must not be about to go.
     ~Impl() {
-        if (keepsRunning) return;
-        if (pthread_equal(handle, pthread_self())) {
+        if (pthread_equal(handle, pthread_self()) || (keepsRunning && !*hasEnded)) {
             pthread_detach(handle);
             return;
         }
-        pthread_cancel(handle);
+        if (!keepsRunning) pthread_cancel(handle);
         pthread_join(handle, nullptr);
     }
     Impl(const Impl &) = delete;
     Impl & operator=(const Impl &) = delete;
 
-    /// The object forgets the thread, which goes on.
-    void leave() {
-        if (!keepsRunning) pthread_detach(handle);
-        keepsRunning = true;
-    }
-
     const pthread_t handle;
     bool keepsRunning;
+    const std::shared_ptr<const std::atomic<bool>> hasEnded;
 };
 
 Thread::Thread(Priority priority, bool keepsRunning) : priority_(priority), keepsRunning_(keepsRunning) {}
@@ -87,23 +88,29 @@ Thread::~Thread() = default;
 void Thread::start() {
     NBX_CHECK(!isRunning_, L"thread already running");
     isRunning_ = true;
+    auto start = std::make_unique<Start>(Start{this, std::make_shared<std::atomic<bool>>(false)});
+    const auto hasEnded = start->hasEnded;
     pthread_t handle;
-    if (pthread_create(&handle, nullptr, entry, this) != 0) {
+    if (pthread_create(&handle, nullptr, entry, start.get()) != 0) {
         isRunning_ = false;
         return;
     }
-    if (impl_) impl_->leave();
-    impl_ = std::make_shared<Impl>(handle, keepsRunning_);
+    static_cast<void>(start.release());
+    // The object forgets an earlier thread, which goes on.
+    if (impl_) impl_->keepsRunning = true;
+    impl_ = std::make_shared<Impl>(handle, keepsRunning_, hasEnded);
 }
 
-void * Thread::entry(void * thread) {
-    static_cast<Thread *>(thread)->callRun();
+void * Thread::entry(void * start) {
+    const std::unique_ptr<Start> owned(static_cast<Start *>(start));
+    owned->thread->callRun(*owned->hasEnded);
     return nullptr;
 }
 
-void Thread::callRun() {
+void Thread::callRun(std::atomic<bool> & hasEnded) {
     setOwnPriority(priority_);
     run();
+    hasEnded = true;
     // The owner may destroy this object from here on.
     isRunning_.store(false, std::memory_order_release);
 }

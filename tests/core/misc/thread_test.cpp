@@ -127,21 +127,30 @@ TEST(Thread, MayBeStartedAgain) {
 TEST(Thread, StartingARunningOneIsReportedAndStartsASecondThread) {
     const RecordedReports reports;
     const NBX::SO<Semaphore> go(new Semaphore), arrived(new Semaphore);
-    // The first that ends clears the flag, so that nobody sees the end of both: the object has to stay.
-    static const NBX::SO<Thread> & kept = *new NBX::SO<Thread>(new Work([go, arrived] {
+    // The first that ends clears the flag: what else can be seen of the second is that its variables die.
+    static std::atomic<int> gone{0};
+    struct Farewell {
+        ~Farewell() { ++gone; }
+        int touched = 0;
+    };
+    gone = 0;
+    NBX::SO<Work> work(new Work([go, arrived] {
+        static thread_local Farewell farewell;
+        ++farewell.touched;
         arrived->increase();
         go->decrease();
     }));
-    kept->start();
+    work->start();
     arrived->decrease();
     EXPECT_TRUE(reports.empty()) << reports;
-    kept->start();
+    work->start();
     arrived->decrease();
     EXPECT_EQ(reports.size(), 1U) << reports;
     EXPECT_EQ(reports.count(0, L"!isRunning_", L"thread already running"), 1U) << reports;
     go->increase();
     go->increase();
-    waitForEnd(*kept);
+    while (gone < 2)
+        Thread::sleep(0.001);
 }
 
 TEST(Thread, WithoutAThreadOfTheSystemItDoesNotRun) {
@@ -188,6 +197,26 @@ TEST(Thread, GoesOnWithoutItsObject) {
     done->decrease();
     waitForEnd(*thread);
     thread = nullptr;
+}
+
+TEST(Thread, OneWhoseWorkIsDoneIsGoneWithItsObject) {
+    static std::atomic<int> gone{0};
+    struct SlowFarewell {
+        ~SlowFarewell() {
+            Thread::sleep(0.02);
+            ++gone;
+        }
+        int touched = 0;
+    };
+    gone = 0;
+    NBX::SO<Work> thread(new Work([] {
+        static thread_local SlowFarewell farewell;
+        ++farewell.touched;
+    }));
+    thread->start();
+    waitForEnd(*thread);
+    thread = nullptr;
+    EXPECT_EQ(gone, 1);
 }
 
 TEST(Thread, OneThatDoesNotKeepRunningIsEndedWithItsObject) {

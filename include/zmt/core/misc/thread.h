@@ -29,7 +29,8 @@ public:
 
     /// Creates nothing in the system yet.
     ///
-    /// With `keepsRunning` the destructor lets a started thread go on by itself. Without, it cancels the
+    /// With `keepsRunning` the destructor lets a started thread go on by itself; when `run` has returned, the
+    /// system's thread is gone as well. Without, it cancels the
     /// thread and waits for its end: the thread ends where it next sleeps or waits, with its stack unwound,
     /// and one that never does so is waited for until `run` returns.
     explicit Thread(Priority priority = P_Normal, bool keepsRunning = true);
@@ -53,8 +54,9 @@ public:
 
 private:
     struct Impl;
-    static void * entry(void * thread);
-    void callRun();
+    struct Start;
+    static void * entry(void * start);
+    void callRun(std::atomic<bool> & hasEnded);
 
     /// The latest system thread; null until the first `start`.
     std::shared_ptr<Impl> impl_;
