@@ -102,8 +102,10 @@ Landscape::Landscape(const LandscapeOptions & options) {
         lightVertices(sun);
     else
         layOn(makeShading(lighting, sun, terrain_, *grid_));
-    for (const GroundLayer & image : images)
-        if (!options.plain) addImage(image);
+    for (const GroundLayer & image : images) {
+        if (!options.plain) layOn(image);
+        interest_ = image.box;
+    }
     for (std::size_t i = 0; i < areas.size(); ++i)
         ground_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
     ground_->append(terrain_.get());

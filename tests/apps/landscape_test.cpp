@@ -125,6 +125,18 @@ TEST(Landscape, AnImageThatCannotBeReadChangesNothing) {
     EXPECT_EQ(2U, landscape.layers().size());
 }
 
+TEST(Landscape, APlainOneIsOfInterestWhereItsImageWouldLie) {
+    LandscapeOptions plain = options();
+    plain.images = {s_image};
+    plain.plain = true;
+    const Landscape landscape(plain);
+    EXPECT_EQ(1U, landscape.layers().size()) << "the shading";
+    ASSERT_TRUE(landscape.interest().isDefined());
+    const GroundLayer image = landscape.readImage(s_image);
+    EXPECT_EQ(image.box.getLLF().x, landscape.interest().getLLF().x);
+    EXPECT_EQ(image.box.getURB().z, landscape.interest().getURB().z);
+}
+
 TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
     LandscapeOptions made = options();
     EXPECT_FALSE(Landscape(made).needsFullDetail());
