@@ -81,17 +81,14 @@ GdalSource::GdalSource(const std::string & path, Outside outside, const std::str
 }
 
 void GdalSource::open() {
-    refusePipe(path_);
     GdalErrorTrap trap;
     // Points are to lie in the middle of their pixels, whatever the process's environment says.
     const CPLConfigOptionSetter points("GTIFF_POINT_GEO_IGNORE", "FALSE", false);
-    opened_.reset(
-        GDALDataset::Open(path_.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
-    if (!opened_)
-        throwUnopened(path_,
-                      L"is no raster file that can be read, or is damaged; use a format such as GeoTIFF, or "
-                      L"get the file anew",
-                      trap);
+    opened_ =
+        openDataset(path_, GDAL_OF_RASTER,
+                    L"is no raster file that can be read, or is damaged; use a format such as GeoTIFF, or "
+                    L"get the file anew",
+                    trap);
     if (opened_->GetRasterCount() == 0) throwWithoutBands(path_, *opened_);
     if (opened_->GetRasterXSize() <= 0 || opened_->GetRasterYSize() <= 0)
         throw NBX::InputException(L"the raster has no pixels; choose another file", path_);

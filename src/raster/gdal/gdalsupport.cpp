@@ -103,13 +103,17 @@ void GdalErrorTrap::note(bool isError, const char * text) {
     failed_ = failed_ || isError;
 }
 
+namespace {
+
+/// Opening a pipe waits for somebody who writes into it.
 void refusePipe(const std::string & path) {
     std::error_code error;
     if (std::filesystem::is_fifo(path, error))
         throw NBX::InputException(L"is a pipe; save what it carries, and name that file", path);
 }
 
-void throwUnopened(const std::string & path, const std::wstring & advice, const GdalErrorTrap & trap) {
+[[noreturn]] void throwUnopened(const std::string & path, const std::wstring & advice,
+                                const GdalErrorTrap & trap) {
     namespace fs = std::filesystem;
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
@@ -119,6 +123,16 @@ void throwUnopened(const std::string & path, const std::wstring & advice, const 
     if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
         throw NBX::InputException(L"the file is empty; get it anew", path);
     throw NBX::InputException(advice, path, 0, trap.text());
+}
+
+} // namespace
+
+GdalDataset openDataset(const std::string & path, unsigned kind, const std::wstring & advice,
+                        const GdalErrorTrap & trap) {
+    refusePipe(path);
+    GdalDataset dataset(GDALDataset::Open(path.c_str(), kind | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
+    if (!dataset) throwUnopened(path, advice, trap);
+    return dataset;
 }
 
 OGRSpatialReference spatialReference(const std::string & wkt) {

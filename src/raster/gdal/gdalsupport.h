@@ -49,13 +49,11 @@ struct GdalTransformerDestroyer {
 /// From pixels of a data set to map coordinates of a system, or to pixels of another data set.
 using GdalTransformer = std::unique_ptr<void, GdalTransformerDestroyer>;
 
-/// Throws `NBX::InputException` for a pipe: opening one waits for somebody who writes into it.
-void refusePipe(const std::string & path);
-
-/// Says why `path` could not be opened, in words of the file system where it knows better than GDAL, and
-/// otherwise in those of `advice`.
-[[noreturn]] void throwUnopened(const std::string & path, const std::wstring & advice,
-                                const GdalErrorTrap & trap);
+/// Opens `path` for reading; `kind` is `GDAL_OF_RASTER` or `GDAL_OF_VECTOR`. Throws
+/// `NBX::FileNotFoundException` or `NBX::InputException`, which say why in words of the file system where it
+/// knows better than GDAL, and otherwise in those of `advice`.
+GdalDataset openDataset(const std::string & path, unsigned kind, const std::wstring & advice,
+                        const GdalErrorTrap & trap);
 
 /// The system `wkt` with x as longitude or easting; throws `NBX::InputException` for what is none.
 OGRSpatialReference spatialReference(const std::string & wkt);

@@ -1,7 +1,6 @@
 #include <zmt/raster/gdal/rastervoids.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <limits>
 
@@ -21,7 +20,7 @@ std::size_t countVoids(const SimpleRasterData<float> & raster) {
     const float * first = raster.cells();
     const std::size_t cells = static_cast<std::size_t>(raster.cellsX()) * raster.cellsY();
     return static_cast<std::size_t>(
-        std::count_if(first, first + cells, [](float value) { return std::isnan(value); }));
+        std::count_if(first, first + cells, [&](float value) { return raster.isUndefValue(value); }));
 }
 
 bool fillBand(GDALRasterBand & band, NBX::Progress * progress) {
@@ -36,9 +35,9 @@ bool fillBand(GDALRasterBand & band, NBX::Progress * progress) {
 
 NBX::SO<SimpleRasterData<float>> RasterVoids::fill(const NBX::SO<SimpleRasterData<float>> & raster,
                                                    NBX::Progress * progress) {
-    const NBX::SO<SimpleRasterData<float>> filled = copyWithNaN(*raster);
-    const std::size_t voids = countVoids(*filled);
+    const std::size_t voids = countVoids(*raster);
     if (voids == 0 || voids == static_cast<std::size_t>(raster->cellsX()) * raster->cellsY()) return raster;
+    const NBX::SO<SimpleRasterData<float>> filled = copyWithNaN(*raster);
     GdalErrorTrap trap;
     const GdalDataset dataset = wrapRaster(*filled, "");
     const bool worked = fillBand(*dataset->GetRasterBand(1), progress);

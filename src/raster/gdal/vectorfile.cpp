@@ -155,15 +155,12 @@ struct VectorFile::Impl {
 
 VectorFile::VectorFile(const std::string & path) : impl_(std::make_unique<Impl>()) {
     impl_->path = path;
-    refusePipe(path);
     GdalErrorTrap trap;
-    impl_->dataset.reset(
-        GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR));
-    if (!impl_->dataset)
-        throwUnopened(path,
-                      L"is no file of lines or areas that can be read, or is damaged; use a format such as "
-                      L"GeoPackage or GeoJSON, or get the file anew",
-                      trap);
+    impl_->dataset =
+        openDataset(path, GDAL_OF_VECTOR,
+                    L"is no file of lines or areas that can be read, or is damaged; use a format such "
+                    L"as GeoPackage or GeoJSON, or get the file anew",
+                    trap);
     if (impl_->dataset->GetLayerCount() == 0)
         throw NBX::InputException(L"the file has no layers; choose a file with lines or areas", path);
     const OGRSpatialReference * system = impl_->dataset->GetLayer(0)->GetSpatialRef();
