@@ -18,7 +18,7 @@ function(zmt_add_library target alias)
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:include>)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:Threads::Threads>)
-  # Saves a quarter of the time. The other builds see that every source names what it needs.
+  # These builds are slow. The other ones see that every source names what it needs.
   if(ZMT_SANITIZE)
     target_precompile_headers(${target} PRIVATE
       <algorithm> <cmath> <cstdint> <functional> <memory> <string> <vector>)

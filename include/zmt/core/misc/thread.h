@@ -30,9 +30,9 @@ public:
     /// Creates nothing in the system yet.
     ///
     /// With `keepsRunning` the destructor lets a started thread go on by itself; when `run` has returned, the
-    /// system's thread is gone as well. Without, it cancels the
-    /// thread and waits for its end: the thread ends where it next sleeps or waits, with its stack unwound,
-    /// and one that never does so is waited for until `run` returns.
+    /// system's thread is gone as well. Without, it cancels the thread and waits for its end: the thread ends
+    /// where it next sleeps or waits, with its stack unwound, and one that never does so is waited for until
+    /// `run` returns.
     explicit Thread(Priority priority = P_Normal, bool keepsRunning = true);
     /// Has the fields of `other`; it is no second thread.
     Thread(const Thread & other);

@@ -105,7 +105,24 @@ protected:
         return nullptr;
     }
 
+    /// In the preparation of another texture, until `go` is increased.
+    void holdWorker() {
+        const SO<Semaphore> arrived(new Semaphore);
+        const SO<FakePyramid> other(new FakePyramid(1024, 11));
+        other->during = [arrived, go = go](double width) {
+            if (width > 600.0) return;
+            arrived->increase();
+            go->decrease();
+        };
+        holding = new TiledLODTexture(other.get());
+        request(*holding, *child, 0.0);
+        endFrame();
+        arrived->decrease();
+    }
+
     RecordedReports reports;
+    const SO<Semaphore> go{new Semaphore};
+    SO<TiledLODTexture> holding; ///< what the worker is held in
     SO<FakePyramid> pyramid{new FakePyramid(1024, 11)};
     SO<TiledLODTexture> texture{new TiledLODTexture(pyramid.get())};
     const SO<FakePatch> root = FakePatch::square(0.0, 0.0, 1024.0, 3);
@@ -238,18 +255,7 @@ TEST_F(TiledLODTextureTest, UntilItIsThereThePatchShowsItsNearestAncestor) {
 
 TEST_F(TiledLODTextureTest, TheFinerIsWantedMoreWhereItWinsMore) {
     request(*root);
-    // The worker is held in another preparation, until all wishes are known.
-    const SO<Semaphore> arrived(new Semaphore), go(new Semaphore);
-    const SO<FakePyramid> other(new FakePyramid(1024, 11));
-    other->during = [&](double width) {
-        if (width > 600.0) return;
-        arrived->increase();
-        go->decrease();
-    };
-    const SO<TiledLODTexture> holding(new TiledLODTexture(other.get()));
-    request(*holding, *child, 0.0);
-    endFrame();
-    arrived->decrease();
+    holdWorker();
 
     // 1 * 1 for the grandchild, 0.5 * 2 for the child, and again for its sibling's sake.
     request(*grandchild);
@@ -571,17 +577,7 @@ TEST_F(TiledLODTextureTest, AnOriginSetWhileTexturesWaitIsThatOfTheNextScene) {
 
 TEST_F(TiledLODTextureTest, ATextureThatIsNotAskedForAnyMoreIsForgottenAfterFiveFrames) {
     request(*root);
-    const SO<Semaphore> arrived(new Semaphore), go(new Semaphore);
-    const SO<FakePyramid> other(new FakePyramid(1024, 11));
-    other->during = [&](double width) {
-        if (width > 600.0) return;
-        arrived->increase();
-        go->decrease();
-    };
-    const SO<TiledLODTexture> holding(new TiledLODTexture(other.get()));
-    request(*holding, *child, 0.0);
-    endFrame();
-    arrived->decrease();
+    holdWorker();
     request(*child);
     for (int frame = 1; frame <= 5; ++frame) {
         beginFrame();
