@@ -19,6 +19,8 @@ if(installed_targets)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+  # One line each, at the paths where the headers were before the folders had rooms.
+  install(DIRECTORY forwarding/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
   install(EXPORT zmt-targets NAMESPACE zmt:: DESTINATION ${ZMT_PACKAGE_DIR})
   configure_package_config_file(cmake/zmt-config.cmake.in ${PROJECT_BINARY_DIR}/zmt-config.cmake
     INSTALL_DESTINATION ${ZMT_PACKAGE_DIR})

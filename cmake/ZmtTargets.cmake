@@ -17,6 +17,7 @@ function(zmt_add_library target alias)
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:include>)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:Threads::Threads>)
   # These builds are slow. The other ones see that every source names what it needs.
   if(ZMT_SANITIZE)
@@ -34,11 +35,11 @@ function(zmt_link_existing target)
   endforeach()
 endfunction()
 
-# Collects into <result> the sources of the chosen folders of the engine.
+# Collects into <result> the sources of the chosen folders of the engine and of their rooms.
 function(zmt_collect_nbx_sources result)
   set(sources)
   foreach(folder IN LISTS NBX_FOLDERS)
-    file(GLOB found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/${folder}/*.cpp)
+    file(GLOB_RECURSE found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/${folder}/*.cpp)
     list(APPEND sources ${found})
   endforeach()
   set(${result} ${sources} PARENT_SCOPE)
