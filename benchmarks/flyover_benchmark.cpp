@@ -18,7 +18,7 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/gl/texturegl.h>

@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <nbx/container/array.h>
 #include <nbx/container/dictionary.h>
 #include <nbx/container/dynamicspacetree.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/math/bounds.h>

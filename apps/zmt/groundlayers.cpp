@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <optional>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/stringutils.h>

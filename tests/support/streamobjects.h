@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/serializevalues.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/math/bounds.h>

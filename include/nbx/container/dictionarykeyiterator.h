@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/container/dictionaryitem.h>
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 
 namespace NBX {
 

@@ -2,7 +2,7 @@
 
 #include <deque>
 
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/serializevalues.h>
 #include <nbx/container/spacetree.h>
 
 namespace NBX {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/container/nonpersistenthashtable.h>
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/serializevalues.h>
 
 namespace NBX {
 

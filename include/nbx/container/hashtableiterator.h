@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/container/iterator.h>
 #include <nbx/container/nonpersistenthashtable.h>
+#include <nbx/container/sequence/iterator.h>
 
 namespace NBX {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include <nbx/container/stack.h>
+#include <nbx/container/sequence/stack.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/classpattern.h>
 #include <nbx/object/id.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/gl/texgengl.h>
 #include <nbx/gl/texturegl.h>
 #include <nbx/gl/texturingeffectgl.h>

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/math/color.h>
 #include <nbx/math/vector3base.h>
 

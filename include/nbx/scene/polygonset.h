@@ -3,7 +3,7 @@
 #include <array>
 #include <vector>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/math/color.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/shape.h>

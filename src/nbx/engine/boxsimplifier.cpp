@@ -1,4 +1,4 @@
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/engine/shapesimplifier.h>
 #include <nbx/scene/box.h>

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/polygonset.h>
 

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/data/file.h>
 #include <nbx/data/objectsaver.h>
 #include <nbx/object/exception.h>

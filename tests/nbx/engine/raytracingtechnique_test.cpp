@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
 #include <nbx/scene/box.h>

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/contextgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>

@@ -5,7 +5,7 @@
 #include "support/glfixture.h"
 #include "support/roundtrip.h"
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/contextgl.h>
 #include <nbx/gl/imageopengltool.h>
 #include <nbx/image/compressedimage.h>

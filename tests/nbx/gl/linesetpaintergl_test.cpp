@@ -1,6 +1,6 @@
 #include <nbx/gl/linesetpaintergl.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/scene/lineset.h>
 
 #include "support/glfixture.h"

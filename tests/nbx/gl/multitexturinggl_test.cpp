@@ -6,7 +6,7 @@
 
 #include "support/glfixture.h"
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/colorbuffergl.h>

@@ -1,6 +1,6 @@
 #include <nbx/gl/polygonsetpaintergl.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/scene/polygonset.h>
 
 #include "support/glfixture.h"

@@ -4,7 +4,7 @@
 #include <limits>
 #include <random>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>

@@ -2,7 +2,7 @@
 
 #include "support/glfixture.h"
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/scene/polygonset.h>
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 
 #include "storedcopy.h"
 

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <random>
 
-#include <nbx/container/array.h>
-#include <nbx/container/constantiterator.h>
+#include <nbx/container/sequence/array.h>
+#include <nbx/container/sequence/constantiterator.h>
 #include <nbx/scene/polygonset.h>
 #include <support/recordedreports.h>
 

@@ -11,7 +11,7 @@
 #include <numeric>
 #include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>

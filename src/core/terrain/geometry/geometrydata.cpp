@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/geometrydata.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <zmt/core/terrain/geometry/geometrydataindexiterator.h>
 #include <zmt/core/terrain/geometry/geometrydatamappingiterator.h>
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 
 namespace ZMT::CORE {
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/scene/polygonset.h>
 #include <zmt/raster/simplerasterdata.h>
 

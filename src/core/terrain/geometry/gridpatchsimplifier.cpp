@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/scene/polygonset.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
-#include <nbx/container/iterator2d.h>
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/iterator2d.h>
+#include <nbx/container/sequence/serializevalues.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/raster/rasterdata.h>
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <utility>
 
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/serializevalues.h>
 
 namespace ZMT::CORE {
 

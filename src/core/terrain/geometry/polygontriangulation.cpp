@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>

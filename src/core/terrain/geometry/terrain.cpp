@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/additiveterraintexturingeffect.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/texture/texturelist.h>

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/interpolatedterraintexturingeffect.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/interpolatedmultitexturingeffectgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>

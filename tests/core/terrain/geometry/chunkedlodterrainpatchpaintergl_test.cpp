@@ -1,4 +1,4 @@
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/handler.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/scene/camera.h>

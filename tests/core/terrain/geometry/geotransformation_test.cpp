@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 
 #include <support/recordedreports.h>

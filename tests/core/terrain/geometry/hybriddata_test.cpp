@@ -8,7 +8,7 @@
 #include <zmt/core/terrain/geometry/microindextable.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
-#include <nbx/container/array2d.h>
+#include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/scene/scenething.h>
 

@@ -4,7 +4,7 @@
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
-#include <nbx/container/array2d.h>
+#include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/handler.h>
 
 #include "testpatches.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/array2d.h>
+#include <nbx/container/sequence/array2d.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 
 #include "testterrain.h"

@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/engine/handler.h>
 #include <nbx/engine/pathnavigation.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>

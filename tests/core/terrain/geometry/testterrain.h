@@ -3,7 +3,7 @@
 #include <functional>
 #include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/scene/polygonset.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/raster/simplerasterdata.h>

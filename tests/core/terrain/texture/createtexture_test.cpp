@@ -8,7 +8,7 @@
 
 #include <support/glfixture.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/glcanvas.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/camera.h>

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/viewinfo.h>

@@ -5,7 +5,7 @@
 
 #include <support/glfixture.h>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/math/bounds.h>
 #include <nbx/scene/shape.h>
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/object/so.h>
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/math/vector3base.h>
 
 namespace ZMT::CORE {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/iterator2d.h>
+#include <nbx/container/sequence/iterator2d.h>
 
 namespace ZMT::CORE {
 

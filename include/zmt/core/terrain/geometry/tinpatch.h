@@ -4,7 +4,7 @@
 #include <bitset>
 #include <memory>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 
 namespace ZMT::CORE {

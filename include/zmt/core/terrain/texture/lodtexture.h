@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/container/array.h>
 #include <nbx/container/nonpersistentdictionary.h>
+#include <nbx/container/sequence/array.h>
 #include <nbx/object/callback.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/lodtextureimage.h>

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
 namespace ZMT::CORE {

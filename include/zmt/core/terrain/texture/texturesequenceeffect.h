@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 

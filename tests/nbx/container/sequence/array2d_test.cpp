@@ -1,8 +1,8 @@
-#include <nbx/container/array2d.h>
+#include <nbx/container/sequence/array2d.h>
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/array2diterator2d.h>
+#include <nbx/container/sequence/array2diterator2d.h>
 #include <support/recordedreports.h>
 
 using namespace NBX;

@@ -1,18 +1,16 @@
 #pragma once
 
-#include <nbx/container/nonpersistentstaticarray.h>
+#include <nbx/container/sequence/nonpersistentarray.h>
 
 namespace NBX {
 
-/// Sequence of the elements of a static array, which it keeps alive and whose changes it shows.
-template <class T> class StaticArrayIterator : public Iterator<T> {
+/// Sequence of the elements of an array, which it keeps alive and whose changes it shows.
+template <class T> class ArrayIterator : public Iterator<T> {
     using Base = Iterator<T>;
-    NBX_TEMPLATE_CLASS(StaticArrayIterator, Base)
+    NBX_TEMPLATE_CLASS(ArrayIterator, Base)
 public:
     /// A null array is reported and gives an empty sequence.
-    explicit StaticArrayIterator(NonPersistentStaticArray<T> * array) : array_(array) {
-        NBX_CHECK(array, L"no array");
-    }
+    explicit ArrayIterator(NonPersistentArray<T> * array) : array_(array) { NBX_CHECK(array, L"no array"); }
 
     unsigned size() const override { return array_ ? array_->size() : 0; }
     T get(unsigned i) const override { return array_ ? array_->get(i) : T(); }
@@ -20,7 +18,7 @@ public:
     const SharedObj * container() const override { return array_.get(); }
 
 private:
-    SO<NonPersistentStaticArray<T>> array_;
+    SO<NonPersistentArray<T>> array_;
 };
 
 } // namespace NBX

@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <memory>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 
 namespace NBX {
 

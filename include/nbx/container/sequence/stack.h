@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 
 namespace NBX {
 

@@ -1,14 +1,14 @@
 // The sequences that stand over other sequences, by one table of laws.
 
-#include <nbx/container/array.h>
-#include <nbx/container/arrayiterator.h>
-#include <nbx/container/constantiterator.h>
-#include <nbx/container/dataiterator.h>
-#include <nbx/container/fixedsizeiterator.h>
-#include <nbx/container/skipiterator.h>
-#include <nbx/container/staticarray.h>
-#include <nbx/container/staticarrayiterator.h>
-#include <nbx/container/subiterator.h>
+#include <nbx/container/sequence/array.h>
+#include <nbx/container/sequence/arrayiterator.h>
+#include <nbx/container/sequence/constantiterator.h>
+#include <nbx/container/sequence/dataiterator.h>
+#include <nbx/container/sequence/fixedsizeiterator.h>
+#include <nbx/container/sequence/skipiterator.h>
+#include <nbx/container/sequence/staticarray.h>
+#include <nbx/container/sequence/staticarrayiterator.h>
+#include <nbx/container/sequence/subiterator.h>
 
 #include <gtest/gtest.h>
 

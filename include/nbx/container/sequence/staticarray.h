@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/container/nonpersistentstaticarray.h>
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/nonpersistentstaticarray.h>
+#include <nbx/container/sequence/serializevalues.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/container/stack.h>
+#include <nbx/container/sequence/stack.h>
 
 #include <gtest/gtest.h>
 

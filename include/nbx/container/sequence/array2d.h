@@ -4,8 +4,8 @@
 #include <limits>
 #include <vector>
 
-#include <nbx/container/iterator2d.h>
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/iterator2d.h>
+#include <nbx/container/sequence/serializevalues.h>
 
 namespace NBX {
 

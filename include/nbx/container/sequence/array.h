@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/container/nonpersistentarray.h>
-#include <nbx/container/serializevalues.h>
+#include <nbx/container/sequence/nonpersistentarray.h>
+#include <nbx/container/sequence/serializevalues.h>
 
 namespace NBX {
 

@@ -1,16 +1,18 @@
 #pragma once
 
-#include <nbx/container/nonpersistentarray.h>
+#include <nbx/container/sequence/nonpersistentstaticarray.h>
 
 namespace NBX {
 
-/// Sequence of the elements of an array, which it keeps alive and whose changes it shows.
-template <class T> class ArrayIterator : public Iterator<T> {
+/// Sequence of the elements of a static array, which it keeps alive and whose changes it shows.
+template <class T> class StaticArrayIterator : public Iterator<T> {
     using Base = Iterator<T>;
-    NBX_TEMPLATE_CLASS(ArrayIterator, Base)
+    NBX_TEMPLATE_CLASS(StaticArrayIterator, Base)
 public:
     /// A null array is reported and gives an empty sequence.
-    explicit ArrayIterator(NonPersistentArray<T> * array) : array_(array) { NBX_CHECK(array, L"no array"); }
+    explicit StaticArrayIterator(NonPersistentStaticArray<T> * array) : array_(array) {
+        NBX_CHECK(array, L"no array");
+    }
 
     unsigned size() const override { return array_ ? array_->size() : 0; }
     T get(unsigned i) const override { return array_ ? array_->get(i) : T(); }
@@ -18,7 +20,7 @@ public:
     const SharedObj * container() const override { return array_.get(); }
 
 private:
-    SO<NonPersistentArray<T>> array_;
+    SO<NonPersistentStaticArray<T>> array_;
 };
 
 } // namespace NBX

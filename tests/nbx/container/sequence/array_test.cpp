@@ -1,8 +1,8 @@
-#include <nbx/container/array.h>
+#include <nbx/container/sequence/array.h>
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/staticarray.h>
+#include <nbx/container/sequence/staticarray.h>
 #include <support/recordedreports.h>
 #include <support/silentserializationmanager.h>
 

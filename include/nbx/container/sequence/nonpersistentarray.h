@@ -3,7 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include <nbx/container/iterator.h>
+#include <nbx/container/sequence/iterator.h>
 #include <nbx/object/stringutils.h>
 
 namespace NBX {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include <nbx/container/array2d.h>
+#include <nbx/container/sequence/array2d.h>
 
 namespace NBX {
 

@@ -1,0 +1,1 @@
+#include "nbx/container/sequence/iterator2d.h"
