@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <nbx/container/dictionary.h>
 #include <nbx/container/dynamicspacetree.h>
+#include <nbx/container/map/dictionary.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/data/objectstreamwriter.h>

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <optional>
 
-#include <nbx/container/lrumap.h>
+#include <nbx/container/map/lrumap.h>
 #include <nbx/image/image.h>
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/dictionary.h>
 #include <nbx/container/dynamicspacetree.h>
-#include <nbx/container/hashtable.h>
+#include <nbx/container/map/dictionary.h>
+#include <nbx/container/map/hashtable.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/container/sequence/staticarray.h>

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/dictionary.h>
 #include <nbx/container/dynamicspacetree.h>
+#include <nbx/container/map/dictionary.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/math/color.h>

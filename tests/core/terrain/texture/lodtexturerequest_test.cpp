@@ -8,7 +8,7 @@
 
 #include <support/recordedreports.h>
 
-#include <nbx/container/nonpersistentdictionary.h>
+#include <nbx/container/map/nonpersistentdictionary.h>
 
 #include "fakepyramid.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/nonpersistentdictionary.h>
+#include <nbx/container/map/nonpersistentdictionary.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/object/callback.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>

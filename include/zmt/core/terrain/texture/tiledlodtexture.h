@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/nonpersistentdictionary.h>
+#include <nbx/container/map/nonpersistentdictionary.h>
 #include <nbx/object/callback.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/terraintexture.h>

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/nonpersistenthashtable.h>
+#include <nbx/container/map/nonpersistenthashtable.h>
 #include <nbx/container/sequence/serializevalues.h>
 
 namespace NBX {

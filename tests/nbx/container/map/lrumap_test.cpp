@@ -1,4 +1,4 @@
-#include <nbx/container/lrumap.h>
+#include <nbx/container/map/lrumap.h>
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <nbx/container/dictionaryitem.h>
-#include <nbx/container/dictionarykeyiterator.h>
-#include <nbx/container/dictionaryvalueiterator.h>
-#include <nbx/container/nonpersistenthashtable.h>
+#include <nbx/container/map/dictionaryitem.h>
+#include <nbx/container/map/dictionarykeyiterator.h>
+#include <nbx/container/map/dictionaryvalueiterator.h>
+#include <nbx/container/map/nonpersistenthashtable.h>
 
 namespace NBX {
 

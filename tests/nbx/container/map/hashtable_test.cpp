@@ -1,11 +1,11 @@
-#include <nbx/container/hashtable.h>
+#include <nbx/container/map/hashtable.h>
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <set>
 
-#include <nbx/container/hashtableiterator.h>
+#include <nbx/container/map/hashtableiterator.h>
 #include <support/recordedreports.h>
 #include <support/silentserializationmanager.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/container/nonpersistenthashtable.h>
+#include <nbx/container/map/nonpersistenthashtable.h>
 #include <nbx/container/sequence/iterator.h>
 
 namespace NBX {

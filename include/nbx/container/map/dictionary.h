@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/container/nonpersistentdictionary.h>
+#include <nbx/container/map/nonpersistentdictionary.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/container/dictionary.h>
+#include <nbx/container/map/dictionary.h>
 
 #include <gtest/gtest.h>
 
