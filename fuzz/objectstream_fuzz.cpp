@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <nbx/container/dynamicspacetree.h>
 #include <nbx/container/map/dictionary.h>
 #include <nbx/container/sequence/array.h>
+#include <nbx/container/space/dynamicspacetree.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/math/bounds.h>

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/dynamicspacetree.h>
 #include <nbx/container/map/dictionary.h>
 #include <nbx/container/map/hashtable.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/container/sequence/staticarray.h>
+#include <nbx/container/space/dynamicspacetree.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/math/color.h>
 

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/container/dynamicspacetree.h>
 #include <nbx/container/map/dictionary.h>
 #include <nbx/container/sequence/array.h>
+#include <nbx/container/space/dynamicspacetree.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/math/color.h>
 

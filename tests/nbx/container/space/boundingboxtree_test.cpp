@@ -1,4 +1,4 @@
-#include <nbx/container/boundingboxtree.h>
+#include <nbx/container/space/boundingboxtree.h>
 
 #include <gtest/gtest.h>
 

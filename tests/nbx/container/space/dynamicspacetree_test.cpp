@@ -1,4 +1,4 @@
-#include <nbx/container/dynamicspacetree.h>
+#include <nbx/container/space/dynamicspacetree.h>
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <deque>
 
 #include <nbx/container/sequence/serializevalues.h>
-#include <nbx/container/spacetree.h>
+#include <nbx/container/space/spacetree.h>
 
 namespace NBX {
 

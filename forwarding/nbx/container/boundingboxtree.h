@@ -1,0 +1,1 @@
+#include "nbx/container/space/boundingboxtree.h"
