@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/bounds.h>
-#include <nbx/scene/renderobj.h>
+#include <nbx/scene/base/renderobj.h>
 
 namespace NBX {
 

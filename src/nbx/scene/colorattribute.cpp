@@ -1,6 +1,6 @@
 #include <nbx/scene/colorattribute.h>
 
-#include "serializecolor.h"
+#include "nbx/scene/base/serializecolor.h"
 
 namespace NBX {
 

@@ -5,8 +5,8 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
-#include "reaches.h"
-#include "serializeobjects.h"
+#include "nbx/scene/base/reaches.h"
+#include "nbx/scene/base/serializeobjects.h"
 
 namespace NBX {
 

@@ -2,7 +2,7 @@
 
 #include <nbx/object/serializationmanager.h>
 
-#include "serializecolor.h"
+#include "nbx/scene/base/serializecolor.h"
 
 namespace NBX {
 

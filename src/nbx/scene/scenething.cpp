@@ -7,8 +7,8 @@
 #include <nbx/scene/shape.h>
 #include <nbx/scene/tf.h>
 
-#include "reaches.h"
-#include "serializeobjects.h"
+#include "nbx/scene/base/reaches.h"
+#include "nbx/scene/base/serializeobjects.h"
 
 namespace NBX {
 

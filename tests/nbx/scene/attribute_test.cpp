@@ -7,7 +7,7 @@
 #include <nbx/scene/translation.h>
 #include <nbx/scene/viewport.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <nbx/scene/perspective.h>
 #include <support/recordedreports.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

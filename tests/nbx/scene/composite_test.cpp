@@ -5,7 +5,7 @@
 #include <nbx/scene/box.h>
 #include <support/recordedreports.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

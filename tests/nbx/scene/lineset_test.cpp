@@ -4,7 +4,7 @@
 
 #include <nbx/container/sequence/array.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <nbx/scene/translation.h>
 #include <support/recordedreports.h>
 
-#include "storedcopy.h"
+#include "support/storedcopy.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/renderobj.h>
+#include <nbx/scene/base/renderobj.h>
 
 #include <nbx/object/serializationmanager.h>
 
