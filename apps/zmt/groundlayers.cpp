@@ -12,7 +12,7 @@
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/stringutils.h>
-#include <nbx/scene/distantlight.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/texture/createtexture.h>

@@ -10,7 +10,7 @@
 
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/shapematerialgl.h>
-#include <nbx/scene/distantlight.h>
+#include <nbx/scene/attribute/distantlight.h>
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/gl/glcanvas.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/attribute.h>
+#include <nbx/scene/attribute/attribute.h>
 
 namespace CLI {
 class App;

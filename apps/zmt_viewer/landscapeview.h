@@ -9,8 +9,8 @@
 #include <QTimer>
 
 #include <nbx/object/so.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/scenething.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 

@@ -10,8 +10,8 @@
 #include <nbx/object/id.h>
 #include <nbx/object/sharedobj.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/monoattribute.h>
-#include <nbx/scene/polyattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
+#include <nbx/scene/attribute/polyattribute.h>
 
 namespace NBX {
 

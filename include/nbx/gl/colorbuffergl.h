@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/color.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {
 

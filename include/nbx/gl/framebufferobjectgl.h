@@ -5,7 +5,7 @@
 
 #include <nbx/gl/namegl.h>
 #include <nbx/gl/renderbuffergl.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {
 

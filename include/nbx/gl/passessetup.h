@@ -7,7 +7,7 @@
 #include <nbx/gl/texgengl.h>
 #include <nbx/gl/texturegl.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/attributecomposite.h>
+#include <nbx/scene/attribute/attributecomposite.h>
 
 namespace NBX {
 

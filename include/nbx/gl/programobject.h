@@ -6,7 +6,7 @@
 #include <nbx/gl/baseuniformvariable.h>
 #include <nbx/gl/shaderobject.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX::GL2 {
 

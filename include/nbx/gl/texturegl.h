@@ -5,7 +5,7 @@
 #include <nbx/gl/namegl.h>
 #include <nbx/math/color.h>
 #include <nbx/math/matrix4x4base.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {
 

@@ -4,8 +4,8 @@
 
 #include <nbx/math/ray.h>
 #include <nbx/object/so.h>
+#include <nbx/scene/attribute/monoattribute.h>
 #include <nbx/scene/lookat.h>
-#include <nbx/scene/monoattribute.h>
 #include <nbx/scene/projection.h>
 
 namespace NBX {

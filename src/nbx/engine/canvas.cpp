@@ -5,8 +5,8 @@
 #include <nbx/engine/engine.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/nbxtime.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/scenething.h>
 #include <nbx/scene/viewport.h>
 

@@ -9,7 +9,7 @@
 #include <nbx/engine/shapesimplifier.h>
 #include <nbx/engine/technique.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/attributecomposite.h>
+#include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/scenenode.h>
 #include <nbx/scene/shape.h>
 #include <nbx/scene/viewinfo.h>

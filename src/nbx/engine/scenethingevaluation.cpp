@@ -5,7 +5,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/handler.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/attribute.h>
+#include <nbx/scene/attribute/attribute.h>
 #include <nbx/scene/shape.h>
 
 namespace NBX {

@@ -6,7 +6,7 @@
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/clipplane.h>
+#include <nbx/scene/attribute/clipplane.h>
 
 namespace NBX {
 

@@ -2,7 +2,7 @@
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/enginegl.h>
-#include <nbx/scene/colorattribute.h>
+#include <nbx/scene/attribute/colorattribute.h>
 
 namespace NBX {
 

@@ -6,7 +6,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/polygonmodegl.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/facestyle.h>
+#include <nbx/scene/attribute/facestyle.h>
 
 namespace NBX {
 

@@ -4,8 +4,8 @@
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/enginegl.h>
-#include <nbx/scene/disableshading.h>
-#include <nbx/scene/light.h>
+#include <nbx/scene/attribute/disableshading.h>
+#include <nbx/scene/attribute/light.h>
 
 namespace NBX {
 

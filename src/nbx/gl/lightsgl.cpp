@@ -6,9 +6,9 @@
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/scene/directionallight.h>
-#include <nbx/scene/distantlight.h>
-#include <nbx/scene/pointlight.h>
+#include <nbx/scene/attribute/directionallight.h>
+#include <nbx/scene/attribute/distantlight.h>
+#include <nbx/scene/attribute/pointlight.h>
 
 namespace NBX {
 

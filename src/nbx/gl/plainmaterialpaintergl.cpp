@@ -3,7 +3,7 @@
 #include <GL/glew.h>
 
 #include <nbx/gl/enginegl.h>
-#include <nbx/scene/shapematerial.h>
+#include <nbx/scene/attribute/shapematerial.h>
 
 namespace NBX {
 

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/scenething.h>
 #include <nbx/scene/viewport.h>

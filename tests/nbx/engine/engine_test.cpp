@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/scene/attributecomposite.h>
+#include <nbx/scene/attribute/attributecomposite.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
 #include <nbx/scene/composite.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/polygonset.h>
 #include <nbx/scene/translation.h>

@@ -9,8 +9,8 @@
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/shapesimplifier.h>
-#include <nbx/scene/monoattribute.h>
-#include <nbx/scene/polyattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
+#include <nbx/scene/attribute/polyattribute.h>
 #include <nbx/scene/shape.h>
 
 /// What the handlers of the probes below did, in order, such as "+a", "-a", "box".

@@ -3,8 +3,8 @@
 #include "support/glfixture.h"
 
 #include <nbx/gl/enginegl.h>
+#include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/clipplane.h>
 #include <nbx/scene/translation.h>
 
 using namespace NBX;

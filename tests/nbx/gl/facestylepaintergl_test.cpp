@@ -1,10 +1,10 @@
-#include <nbx/scene/facestyle.h>
+#include <nbx/scene/attribute/facestyle.h>
 
 #include "support/glfixture.h"
 #include "support/roundtrip.h"
 
 #include <nbx/gl/polygonmodegl.h>
-#include <nbx/scene/colorattribute.h>
+#include <nbx/scene/attribute/colorattribute.h>
 
 using namespace NBX;
 

@@ -7,9 +7,9 @@
 #include <nbx/gl/contextgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/perspective.h>
 #include <nbx/scene/polygonset.h>

@@ -2,8 +2,8 @@
 
 #include "support/glfixture.h"
 
-#include <nbx/scene/directionallight.h>
-#include <nbx/scene/disableshading.h>
+#include <nbx/scene/attribute/directionallight.h>
+#include <nbx/scene/attribute/disableshading.h>
 
 using namespace NBX;
 

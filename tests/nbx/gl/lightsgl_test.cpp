@@ -2,13 +2,13 @@
 
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/shapematerialgl.h>
+#include <nbx/scene/attribute/directionallight.h>
+#include <nbx/scene/attribute/distantlight.h>
+#include <nbx/scene/attribute/pointlight.h>
+#include <nbx/scene/attribute/shapematerial.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/directionallight.h>
-#include <nbx/scene/distantlight.h>
 #include <nbx/scene/ortho.h>
-#include <nbx/scene/pointlight.h>
-#include <nbx/scene/shapematerial.h>
 #include <nbx/scene/tf.h>
 
 #include "support/glfixture.h"

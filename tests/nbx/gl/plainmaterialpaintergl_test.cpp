@@ -1,8 +1,8 @@
 #include <nbx/gl/plainmaterialpaintergl.h>
 
 #include <nbx/gl/lightmodelgl.h>
+#include <nbx/scene/attribute/shapematerial.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/shapematerial.h>
 
 #include "support/glfixture.h"
 

@@ -8,7 +8,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
-#include <nbx/scene/directionallight.h>
+#include <nbx/scene/attribute/directionallight.h>
 
 #include "support/glfixture.h"
 #include "support/roundtrip.h"

@@ -4,8 +4,8 @@
 
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/object/exception.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/scaling.h>
 #include <nbx/scene/translation.h>
 #include <support/recordedreports.h>

@@ -4,7 +4,7 @@
 
 #include <nbx/engine/canvas.h>
 #include <nbx/gl/enginegl.h>
-#include <nbx/scene/contextdata.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 

@@ -7,7 +7,7 @@
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
-#include <nbx/scene/distantlight.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/polygonset.h>
 #include <nbx/scene/polygonsettool.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>

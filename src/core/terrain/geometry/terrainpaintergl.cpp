@@ -16,9 +16,9 @@
 #include <nbx/gl/shapematerialgl.h>
 #include <nbx/gl/texgengl.h>
 #include <nbx/gl/texturingeffectgl.h>
-#include <nbx/scene/attributecomposite.h>
+#include <nbx/scene/attribute/attributecomposite.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/composite.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/scenething.h>
 #include <nbx/scene/viewinfo.h>
 #include <nbx/scene/viewport.h>

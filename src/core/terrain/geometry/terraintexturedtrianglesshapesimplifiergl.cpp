@@ -13,8 +13,8 @@
 #include <nbx/gl/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/clipplane.h>
-#include <nbx/scene/disableshading.h>
+#include <nbx/scene/attribute/clipplane.h>
+#include <nbx/scene/attribute/disableshading.h>
 
 #include "terraintexgen.h"
 #include "terraintexturedtrianglesshape.h"

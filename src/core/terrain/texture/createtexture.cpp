@@ -8,9 +8,9 @@
 #include <nbx/image/subimage.h>
 #include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/distantlight.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/scenething.h>

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
 
-#include <nbx/scene/contextdata.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 
 #include "testpatches.h"

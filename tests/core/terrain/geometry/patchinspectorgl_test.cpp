@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 
 #include <nbx/engine/handler.h>
-#include <nbx/scene/contextdata.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>

@@ -16,8 +16,8 @@
 #include <nbx/gl/texgengl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/contextdata.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/perspective.h>
 #include <nbx/scene/viewinfo.h>

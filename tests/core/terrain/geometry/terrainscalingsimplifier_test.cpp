@@ -5,8 +5,8 @@
 
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
+#include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/directionallight.h>
 #include <nbx/scene/perspective.h>
 #include <nbx/scene/scaling.h>
 #include <zmt/core/terrain/geometry/terrain.h>

@@ -20,11 +20,11 @@
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/gl/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/scene/attribute/clipplane.h>
+#include <nbx/scene/attribute/colorattribute.h>
+#include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/box.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/clipplane.h>
-#include <nbx/scene/colorattribute.h>
-#include <nbx/scene/directionallight.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/perspective.h>

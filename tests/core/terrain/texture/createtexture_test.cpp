@@ -11,8 +11,8 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/glcanvas.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/camera.h>
-#include <nbx/scene/distantlight.h>
 #include <nbx/scene/lookat.h>
 #include <nbx/scene/ortho.h>
 #include <nbx/scene/viewport.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace ZMT::CORE {
 

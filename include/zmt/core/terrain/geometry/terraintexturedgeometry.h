@@ -2,7 +2,7 @@
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/polyattribute.h>
+#include <nbx/scene/attribute/polyattribute.h>
 
 namespace NBX {
 class SceneNode;

@@ -4,7 +4,7 @@
 
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 #include <nbx/scene/viewinfo.h>
 
 namespace ZMT::CORE {

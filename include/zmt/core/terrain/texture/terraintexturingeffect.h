@@ -2,7 +2,7 @@
 
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/monoattribute.h>
+#include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {
 class EngineGL;

@@ -1,0 +1,7 @@
+#include <nbx/scene/attribute/polyattribute.h>
+
+namespace NBX {
+
+NBX_CLASS_IMPL(PolyAttribute, Attribute)
+
+} // namespace NBX

@@ -1,7 +1,0 @@
-#include <nbx/scene/monoattribute.h>
-
-namespace NBX {
-
-NBX_CLASS_IMPL(MonoAttribute, Attribute)
-
-} // namespace NBX
