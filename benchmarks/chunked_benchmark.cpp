@@ -11,10 +11,10 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/perspective.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/chunkedloderrorfield.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>

@@ -24,10 +24,10 @@
 #include <nbx/gl/texturegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/perspective.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>

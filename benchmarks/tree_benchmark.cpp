@@ -12,9 +12,9 @@
 #include <nbx/engine/canvas.h>
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/perspective.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>

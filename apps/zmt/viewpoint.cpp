@@ -9,8 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 
 namespace {

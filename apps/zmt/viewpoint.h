@@ -6,7 +6,7 @@
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/camera.h>
+#include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 
 namespace CLI {

@@ -17,7 +17,7 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/object/nbxtime.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>

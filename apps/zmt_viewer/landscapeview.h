@@ -10,8 +10,8 @@
 
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/camera.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 
 #include "../zmt/landscape.h"

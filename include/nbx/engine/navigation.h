@@ -3,7 +3,7 @@
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/lookat.h>
+#include <nbx/scene/view/lookat.h>
 
 namespace NBX {
 

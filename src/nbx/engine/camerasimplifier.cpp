@@ -1,7 +1,7 @@
 #include <nbx/engine/attributesimplifier.h>
 #include <nbx/engine/engine.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

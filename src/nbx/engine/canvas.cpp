@@ -6,9 +6,9 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/camera.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

@@ -12,8 +12,8 @@
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/scenenode.h>
 #include <nbx/scene/shape.h>
-#include <nbx/scene/viewinfo.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/viewinfo.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

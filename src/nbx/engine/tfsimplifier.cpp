@@ -1,6 +1,6 @@
 #include <nbx/engine/attributesimplifier.h>
 #include <nbx/engine/engine.h>
-#include <nbx/scene/tf.h>
+#include <nbx/scene/view/tf.h>
 
 namespace NBX {
 

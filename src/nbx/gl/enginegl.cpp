@@ -15,7 +15,7 @@
 #include <nbx/gl/glcanvas.h>
 #include <nbx/gl/namegl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

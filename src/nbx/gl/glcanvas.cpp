@@ -9,7 +9,7 @@
 #include <nbx/gl/framereadergl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/viewport.h>
 #include <support/recordedreports.h>
 
 #include "engineprobes.h"

@@ -5,13 +5,13 @@
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
 #include <nbx/scene/composite.h>
-#include <nbx/scene/ortho.h>
 #include <nbx/scene/polygonset.h>
-#include <nbx/scene/translation.h>
-#include <nbx/scene/viewinfo.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/translation.h>
+#include <nbx/scene/view/viewinfo.h>
+#include <nbx/scene/view/viewport.h>
 #include <support/recordedreports.h>
 
 #include "engineprobes.h"

@@ -11,9 +11,9 @@
 #include <nbx/scene/box.h>
 #include <nbx/scene/composite.h>
 #include <nbx/scene/polygonset.h>
-#include <nbx/scene/scaling.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/scaling.h>
+#include <nbx/scene/view/translation.h>
 
 #include "engineprobes.h"
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/engine/technique.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
 
 #include "engineprobes.h"

@@ -1,8 +1,8 @@
 #include <nbx/gl/boxpaintergl.h>
 
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
 
 #include "support/glfixture.h"
 

@@ -5,7 +5,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/translation.h>
 
 using namespace NBX;
 

@@ -9,13 +9,13 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
 #include <nbx/scene/polygonset.h>
 #include <nbx/scene/shape.h>
-#include <nbx/scene/translation.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/translation.h>
+#include <nbx/scene/view/viewport.h>
 
 #include "support/glfixture.h"
 

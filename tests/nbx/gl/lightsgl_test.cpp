@@ -7,9 +7,9 @@
 #include <nbx/scene/attribute/pointlight.h>
 #include <nbx/scene/attribute/shapematerial.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/tf.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/tf.h>
 
 #include "support/glfixture.h"
 

@@ -21,10 +21,10 @@
 #include <nbx/gl/vertexattributebufferobjectgl.h>
 #include <nbx/gl/vertexattributeshapegl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
 #include <nbx/scene/polygonset.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
 
 using namespace NBX;
 

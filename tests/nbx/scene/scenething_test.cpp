@@ -6,8 +6,8 @@
 #include <nbx/object/exception.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/scaling.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/scaling.h>
+#include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"

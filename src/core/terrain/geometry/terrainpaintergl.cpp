@@ -20,8 +20,8 @@
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/composite.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/viewinfo.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/viewinfo.h>
+#include <nbx/scene/view/viewport.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/terrainscalingsimplifier.h>
 
 #include <nbx/engine/engine.h>
-#include <nbx/scene/scaling.h>
+#include <nbx/scene/view/scaling.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
 
 namespace ZMT::CORE {

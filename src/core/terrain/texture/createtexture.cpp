@@ -10,10 +10,10 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/ortho.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
 #include <zmt/core/misc/tadjuster.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

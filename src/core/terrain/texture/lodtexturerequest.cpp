@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 
 namespace ZMT::CORE {
 

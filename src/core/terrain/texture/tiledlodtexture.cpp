@@ -6,7 +6,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/texture/lodtexturerequest.h>
 #include <zmt/raster/geoimage.h>

@@ -1,9 +1,9 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/handler.h>
 #include <nbx/gl/imagetexture2dgl.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/perspective.h>
 #include <support/imagecompare.h>
 
 #include <zmt/core/terrain/geometry/creategeometrytree.h>

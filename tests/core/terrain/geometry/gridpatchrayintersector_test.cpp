@@ -7,9 +7,9 @@
 
 #include <nbx/scene/box.h>
 #include <nbx/scene/polygonset.h>
-#include <nbx/scene/scaling.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/scaling.h>
+#include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

@@ -7,8 +7,8 @@
 #include <support/glfixture.h>
 
 #include <nbx/engine/raytracingtechnique.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

@@ -17,10 +17,10 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
 #include <zmt/core/terrain/geometry/terrainpainterglsettings.h>

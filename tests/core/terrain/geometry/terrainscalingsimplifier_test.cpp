@@ -6,9 +6,9 @@
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/attribute/directionallight.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/perspective.h>
-#include <nbx/scene/scaling.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/scaling.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
 

@@ -4,7 +4,7 @@
 
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/scene/scenething.h>
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/translation.h>
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

@@ -24,10 +24,10 @@
 #include <nbx/scene/attribute/colorattribute.h>
 #include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

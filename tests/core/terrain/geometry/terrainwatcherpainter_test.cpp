@@ -4,10 +4,10 @@
 
 #include <nbx/engine/painter.h>
 #include <nbx/scene/box.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/perspective.h>
-#include <nbx/scene/translation.h>
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/translation.h>
+#include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>
 #include <zmt/core/terrain/geometry/terrainwatcher.h>
 

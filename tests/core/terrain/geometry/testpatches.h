@@ -8,7 +8,7 @@
 #include <support/glfixture.h>
 
 #include <nbx/math/area.h>
-#include <nbx/scene/lookat.h>
+#include <nbx/scene/view/lookat.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>

@@ -12,10 +12,10 @@
 #include <nbx/gl/glcanvas.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/distantlight.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/viewport.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>

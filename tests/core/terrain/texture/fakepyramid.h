@@ -10,7 +10,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/raster/geoimage.h>

@@ -13,9 +13,9 @@
 #include <support/temporaryfolder.h>
 
 #include <nbx/gl/enginegl.h>
-#include <nbx/scene/camera.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/ortho.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
 #include <zmt/core/misc/semaphore.h>
 #include <zmt/core/misc/thread.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>

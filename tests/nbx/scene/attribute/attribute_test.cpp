@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/scaling.h>
-#include <nbx/scene/translation.h>
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/scaling.h>
+#include <nbx/scene/view/translation.h>
+#include <nbx/scene/view/viewport.h>
 
 #include "support/storedcopy.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"

@@ -5,7 +5,7 @@
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/monoattribute.h>
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/translation.h>
+#include <nbx/scene/view/translation.h>
 
 #include <nbx/object/serializationmanager.h>
 

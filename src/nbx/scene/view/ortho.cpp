@@ -1,4 +1,4 @@
-#include <nbx/scene/ortho.h>
+#include <nbx/scene/view/ortho.h>
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>

@@ -1,4 +1,4 @@
-#include <nbx/scene/projection.h>
+#include <nbx/scene/view/projection.h>
 
 namespace NBX {
 

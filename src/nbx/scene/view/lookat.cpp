@@ -1,4 +1,4 @@
-#include <nbx/scene/lookat.h>
+#include <nbx/scene/view/lookat.h>
 
 #include <cmath>
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/tf.h>
+#include <nbx/scene/view/tf.h>
 
 #include <nbx/object/serializationmanager.h>
 

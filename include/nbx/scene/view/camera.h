@@ -5,8 +5,8 @@
 #include <nbx/math/ray.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/monoattribute.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/projection.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/projection.h>
 
 namespace NBX {
 

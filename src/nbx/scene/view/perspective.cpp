@@ -1,4 +1,4 @@
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/perspective.h>
 
 #include <cmath>
 #include <numbers>

@@ -1,4 +1,4 @@
-#include <nbx/scene/scaling.h>
+#include <nbx/scene/view/scaling.h>
 
 #include <nbx/object/serializationmanager.h>
 

@@ -3,7 +3,7 @@
 // "Fast Extraction of Viewing Frustum Planes from the World-View-Projection Matrix", 2001. We add the test of
 // the volume's own box, which drops the large boxes that lie outside although no single plane shows it.
 
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/scene/projection.h>
+#include <nbx/scene/view/projection.h>
 
 namespace NBX {
 

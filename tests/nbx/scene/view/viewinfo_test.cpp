@@ -1,4 +1,4 @@
-#include <nbx/scene/viewinfo.h>
+#include <nbx/scene/view/viewinfo.h>
 
 #include <chrono>
 #include <cmath>
@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <nbx/object/so.h>
-#include <nbx/scene/lookat.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
 
 namespace {
 

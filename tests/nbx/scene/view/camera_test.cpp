@@ -1,12 +1,12 @@
-#include <nbx/scene/camera.h>
+#include <nbx/scene/view/camera.h>
 
 #include <cmath>
 
 #include <gtest/gtest.h>
 
 #include <nbx/math/ray.h>
-#include <nbx/scene/ortho.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/perspective.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"

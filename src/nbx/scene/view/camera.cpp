@@ -1,8 +1,8 @@
-#include <nbx/scene/camera.h>
+#include <nbx/scene/view/camera.h>
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
-#include <nbx/scene/perspective.h>
+#include <nbx/scene/view/perspective.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/viewport.h>
+#include <nbx/scene/view/viewport.h>
 
 namespace NBX {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/scene/tf.h>
+#include <nbx/scene/view/tf.h>
 
 namespace NBX {
 
