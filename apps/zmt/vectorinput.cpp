@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/breaklines.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/raster/gdal/vectorfile.h>

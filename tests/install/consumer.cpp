@@ -6,7 +6,7 @@
 
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/data/objectstreamwriter.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #ifdef ZMT_WITH_raster
 #include <zmt/raster/simplerasterdata.h>

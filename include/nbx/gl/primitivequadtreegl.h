@@ -6,8 +6,8 @@
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/polygonset.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/polygonset.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

@@ -6,7 +6,7 @@
 
 #include <nbx/gl/basevertexattributebufferobjectgl.h>
 #include <nbx/math/bounds.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

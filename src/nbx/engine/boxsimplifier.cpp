@@ -1,8 +1,8 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/engine/shapesimplifier.h>
-#include <nbx/scene/box.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/box.h>
+#include <nbx/scene/shape/polygonset.h>
 
 namespace NBX {
 

@@ -1,6 +1,6 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/shapesimplifier.h>
-#include <nbx/scene/composite.h>
+#include <nbx/scene/shape/composite.h>
 
 namespace NBX {
 

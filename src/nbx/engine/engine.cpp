@@ -11,7 +11,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/scenenode.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <nbx/scene/view/viewport.h>
 

@@ -1,7 +1,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
 #include <nbx/engine/raytracingtechnique.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 namespace NBX {
 

@@ -6,7 +6,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

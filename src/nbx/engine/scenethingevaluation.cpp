@@ -6,7 +6,7 @@
 #include <nbx/engine/handler.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/attribute.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

@@ -4,7 +4,7 @@
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 namespace NBX {
 

@@ -5,7 +5,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/lineset.h>
+#include <nbx/scene/shape/lineset.h>
 
 namespace NBX {
 

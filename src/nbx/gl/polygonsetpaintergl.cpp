@@ -8,7 +8,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 namespace NBX {
 

@@ -4,7 +4,7 @@
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 #include <nbx/scene/view/tf.h>
 
 #include "nbx/scene/base/reaches.h"

@@ -4,9 +4,9 @@
 
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/box.h>
-#include <nbx/scene/composite.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/box.h>
+#include <nbx/scene/shape/composite.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/translation.h>

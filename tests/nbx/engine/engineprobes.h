@@ -11,7 +11,7 @@
 #include <nbx/engine/shapesimplifier.h>
 #include <nbx/scene/attribute/monoattribute.h>
 #include <nbx/scene/attribute/polyattribute.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 /// What the handlers of the probes below did, in order, such as "+a", "-a", "box".
 inline std::vector<std::string> & probeLog() {

@@ -8,10 +8,10 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
-#include <nbx/scene/box.h>
-#include <nbx/scene/composite.h>
-#include <nbx/scene/polygonset.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/shape/box.h>
+#include <nbx/scene/shape/composite.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/scaling.h>
 #include <nbx/scene/view/translation.h>
 

@@ -1,6 +1,6 @@
 #include <nbx/gl/boxpaintergl.h>
 
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 

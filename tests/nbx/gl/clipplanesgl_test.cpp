@@ -4,7 +4,7 @@
 
 #include <nbx/gl/enginegl.h>
 #include <nbx/scene/attribute/clipplane.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/translation.h>
 
 using namespace NBX;

@@ -2,7 +2,7 @@
 
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/contextgl.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/tf.h>
 
 #include "support/glfixture.h"

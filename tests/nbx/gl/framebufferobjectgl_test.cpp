@@ -2,7 +2,7 @@
 
 #include <nbx/gl/texture2dgl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #include "support/glfixture.h"
 

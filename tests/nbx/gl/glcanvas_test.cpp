@@ -8,9 +8,9 @@
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/box.h>
-#include <nbx/scene/polygonset.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/box.h>
+#include <nbx/scene/shape/polygonset.h>
+#include <nbx/scene/shape/shape.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>

@@ -11,7 +11,7 @@
 #include <nbx/image/compressedimage.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/image/subimage.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 using namespace NBX;
 

@@ -6,7 +6,7 @@
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/attribute/pointlight.h>
 #include <nbx/scene/attribute/shapematerial.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/tf.h>

@@ -1,7 +1,7 @@
 #include <nbx/gl/linesetpaintergl.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/scene/lineset.h>
+#include <nbx/scene/shape/lineset.h>
 
 #include "support/glfixture.h"
 

@@ -21,7 +21,7 @@
 #include <nbx/gl/vertexattributebufferobjectgl.h>
 #include <nbx/gl/vertexattributeshapegl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>

@@ -1,6 +1,6 @@
 #include <nbx/gl/occlusionquerygl.h>
 
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #include "support/glfixture.h"
 

@@ -2,7 +2,7 @@
 
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/scene/attribute/shapematerial.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #include "support/glfixture.h"
 

@@ -1,7 +1,7 @@
 #include <nbx/gl/polygonsetpaintergl.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 #include "support/glfixture.h"
 

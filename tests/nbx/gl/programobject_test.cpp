@@ -4,7 +4,7 @@
 #include <nbx/gl/samplervariable.h>
 #include <nbx/gl/uniformvariable.h>
 #include <nbx/gl/vertexshaderobject.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #include "support/glfixture.h"
 

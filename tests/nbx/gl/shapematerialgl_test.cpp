@@ -4,7 +4,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 using namespace NBX;
 

@@ -5,7 +5,7 @@
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/object/exception.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/scaling.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>

@@ -3,8 +3,8 @@
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/box.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/shape/box.h>
 
 namespace ZMT::CORE {
 

@@ -7,7 +7,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/composite.h>
+#include <nbx/scene/shape/composite.h>
 #include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/raster/simplerasterdata.h>
 
 namespace ZMT::CORE {

@@ -6,7 +6,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>

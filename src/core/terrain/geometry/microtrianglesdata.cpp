@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 
 namespace ZMT::CORE {

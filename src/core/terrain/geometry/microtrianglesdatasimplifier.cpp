@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/microtrianglesdatasimplifier.h>
 
 #include <nbx/engine/engine.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
 

@@ -8,7 +8,7 @@
 #include <nbx/math/bounds.h>
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tin.h>
 

@@ -8,8 +8,8 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/scene/attribute/distantlight.h>
-#include <nbx/scene/polygonset.h>
-#include <nbx/scene/polygonsettool.h>
+#include <nbx/scene/shape/polygonset.h>
+#include <nbx/scene/shape/polygonsettool.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

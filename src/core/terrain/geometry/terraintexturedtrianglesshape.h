@@ -2,7 +2,7 @@
 
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/primitivequadtreegl.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace ZMT::CORE {
 

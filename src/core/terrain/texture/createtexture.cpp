@@ -9,8 +9,8 @@
 #include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/distantlight.h>
-#include <nbx/scene/box.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>

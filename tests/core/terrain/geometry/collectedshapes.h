@@ -7,7 +7,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/handler.h>
 #include <nbx/engine/technique.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 /// What simplifiers hand to the engine.
 namespace CollectedShapes {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 
 /// Vertices from a list, with the normal (v, 1, 0), and answers that can be told apart. Notes the queries.

@@ -5,9 +5,9 @@
 #include <limits>
 #include <random>
 
-#include <nbx/scene/box.h>
-#include <nbx/scene/polygonset.h>
 #include <nbx/scene/scenething.h>
+#include <nbx/scene/shape/box.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/scaling.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>

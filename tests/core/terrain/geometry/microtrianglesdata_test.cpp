@@ -9,7 +9,7 @@
 #include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
 
 #include <nbx/object/wo.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 #include "testterrain.h"
 

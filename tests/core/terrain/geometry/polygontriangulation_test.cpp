@@ -6,7 +6,7 @@
 #include <numbers>
 #include <random>
 
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 

@@ -23,7 +23,7 @@
 #include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/attribute/colorattribute.h>
 #include <nbx/scene/attribute/directionallight.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>

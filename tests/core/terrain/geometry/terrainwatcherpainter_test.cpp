@@ -3,7 +3,7 @@
 #include <support/glfixture.h>
 
 #include <nbx/engine/painter.h>
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/translation.h>

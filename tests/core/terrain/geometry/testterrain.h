@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/raster/simplerasterdata.h>
 

@@ -4,7 +4,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 #include "testterrain.h"

@@ -12,7 +12,7 @@
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texgengl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/texture/perpixellightingeffectgl.h>
 
 using NBX::Color;

@@ -4,7 +4,7 @@
 
 #include <nbx/container/sequence/iterator.h>
 #include <nbx/math/bounds.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 class PolygonSet;

@@ -5,7 +5,7 @@
 #include <nbx/container/sequence/iterator.h>
 #include <nbx/object/so.h>
 #include <nbx/object/wo.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace ZMT::CORE {
 

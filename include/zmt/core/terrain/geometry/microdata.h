@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace ZMT::CORE {
 

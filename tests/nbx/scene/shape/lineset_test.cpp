@@ -1,4 +1,4 @@
-#include <nbx/scene/lineset.h>
+#include <nbx/scene/shape/lineset.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/composite.h>
+#include <nbx/scene/shape/composite.h>
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include <nbx/container/sequence/iterator.h>
 #include <nbx/math/color.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

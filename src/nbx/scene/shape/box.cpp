@@ -1,4 +1,4 @@
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 
 #include <nbx/object/serializationmanager.h>
 

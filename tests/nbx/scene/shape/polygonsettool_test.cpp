@@ -1,4 +1,4 @@
-#include <nbx/scene/polygonsettool.h>
+#include <nbx/scene/shape/polygonsettool.h>
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/container/sequence/constantiterator.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <support/recordedreports.h>
 
 namespace {

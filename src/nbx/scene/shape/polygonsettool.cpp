@@ -1,4 +1,4 @@
-#include <nbx/scene/polygonsettool.h>
+#include <nbx/scene/shape/polygonsettool.h>
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 namespace NBX {
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/object/so.h>
-#include <nbx/scene/shape.h>
+#include <nbx/scene/shape/shape.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/polygonset.h>
+#include <nbx/scene/shape/polygonset.h>
 
 #include <gtest/gtest.h>
 

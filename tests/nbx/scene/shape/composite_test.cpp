@@ -1,8 +1,8 @@
-#include <nbx/scene/composite.h>
+#include <nbx/scene/shape/composite.h>
 
 #include <gtest/gtest.h>
 
-#include <nbx/scene/box.h>
+#include <nbx/scene/shape/box.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"

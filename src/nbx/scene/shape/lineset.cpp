@@ -1,4 +1,4 @@
-#include <nbx/scene/lineset.h>
+#include <nbx/scene/shape/lineset.h>
 
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
