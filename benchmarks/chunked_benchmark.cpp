@@ -11,7 +11,7 @@
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>

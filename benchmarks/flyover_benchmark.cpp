@@ -24,7 +24,7 @@
 #include <nbx/gl/texturegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>

@@ -12,7 +12,7 @@
 #include <nbx/engine/canvas.h>
 #include <nbx/gl/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <nbx/object/so.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>

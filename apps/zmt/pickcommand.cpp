@@ -10,7 +10,7 @@
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terrainscaling.h>

@@ -10,7 +10,7 @@
 
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 

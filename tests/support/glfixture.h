@@ -12,7 +12,7 @@
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/image/image.h>
 #include <nbx/math/color.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 
 #include "support/recordedreports.h"
 

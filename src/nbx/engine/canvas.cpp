@@ -6,7 +6,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/viewport.h>
 

@@ -10,7 +10,7 @@
 #include <nbx/engine/technique.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/attributecomposite.h>
-#include <nbx/scene/scenenode.h>
+#include <nbx/scene/node/scenenode.h>
 #include <nbx/scene/shape/shape.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <nbx/scene/view/viewport.h>

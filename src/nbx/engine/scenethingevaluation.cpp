@@ -1,6 +1,6 @@
 // The part of SceneThing that speaks to an engine, kept out of the scene's own folder.
 
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/handler.h>

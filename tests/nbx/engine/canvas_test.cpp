@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/viewport.h>

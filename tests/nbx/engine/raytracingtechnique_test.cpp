@@ -8,7 +8,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/shape/composite.h>
 #include <nbx/scene/shape/polygonset.h>

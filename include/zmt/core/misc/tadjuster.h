@@ -3,7 +3,7 @@
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/shape/box.h>
 
 namespace ZMT::CORE {

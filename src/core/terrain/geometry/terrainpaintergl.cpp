@@ -18,7 +18,7 @@
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/shape/composite.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <nbx/scene/view/viewport.h>

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/terrainsimplifier.h>
 
 #include <nbx/engine/engine.h>
-#include <nbx/scene/scenenode.h>
+#include <nbx/scene/node/scenenode.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>

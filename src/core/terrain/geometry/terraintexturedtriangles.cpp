@@ -2,7 +2,7 @@
 
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/object/serializationmanager.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/translation.h>
 
 #include "terraintexturedtrianglesshape.h"

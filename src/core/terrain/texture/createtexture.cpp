@@ -9,7 +9,7 @@
 #include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/distantlight.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/griddatasimplifier.h>
 
 #include <nbx/engine/simplifier.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>

@@ -5,7 +5,7 @@
 #include <limits>
 #include <random>
 
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/scaling.h>

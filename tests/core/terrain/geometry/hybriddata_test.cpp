@@ -10,7 +10,7 @@
 
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/raytracingtechnique.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 
 #include "collectedshapes.h"
 #include "testterrain.h"

@@ -2,7 +2,7 @@
 
 #include <nbx/engine/simplifier.h>
 #include <nbx/gl/primitivequadtreegl.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/engine/engine.h>
-#include <nbx/scene/scenenode.h>
+#include <nbx/scene/node/scenenode.h>
 
 using ZMT::CORE::TerrainTexturedGeometry;
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/gl/primitivequadtreegl.h>
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>

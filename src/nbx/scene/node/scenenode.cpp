@@ -1,4 +1,4 @@
-#include <nbx/scene/scenenode.h>
+#include <nbx/scene/node/scenenode.h>
 
 #include <nbx/object/serializationmanager.h>
 

@@ -5,7 +5,7 @@
 
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/scenenode.h>
+#include <nbx/scene/node/scenenode.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/scene/scenething.h>
+#include <nbx/scene/node/scenething.h>
 
 #include <algorithm>
 

@@ -1,0 +1,1 @@
+#include "nbx/scene/node/scenething.h"
