@@ -8,7 +8,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
 #include <nbx/scene/node/scenething.h>

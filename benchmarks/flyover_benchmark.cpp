@@ -19,7 +19,7 @@
 #include <unistd.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/gl/texturegl.h>
 #include <nbx/image/memoryimage.h>

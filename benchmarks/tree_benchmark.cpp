@@ -10,7 +10,7 @@
 #include <sys/resource.h>
 
 #include <nbx/engine/canvas.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/offscreencanvasgl.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
 

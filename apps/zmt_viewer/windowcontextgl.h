@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 
 class QOpenGLWidget;
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <vector>
 
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/gl/renderbuffergl.h>
 #include <nbx/scene/attribute/monoattribute.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {

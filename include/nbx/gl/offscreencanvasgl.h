@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 
 namespace NBX {
 

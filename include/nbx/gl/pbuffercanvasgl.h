@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 
 namespace NBX {
 

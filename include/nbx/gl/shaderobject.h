@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/object/sharedobj.h>
 
 namespace NBX::GL2 {

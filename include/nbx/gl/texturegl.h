@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/math/color.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/scene/attribute/monoattribute.h>

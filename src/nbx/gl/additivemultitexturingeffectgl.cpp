@@ -1,6 +1,6 @@
 #include <nbx/gl/additivemultitexturingeffectgl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/texturingeffectshadergl.h>
 
 #include "mappedtexturesgl.h"

@@ -1,7 +1,7 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/attribute/colorattribute.h>
 
 namespace NBX {

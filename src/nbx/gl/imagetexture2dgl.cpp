@@ -6,7 +6,7 @@
 #include <GL/glew.h>
 
 #include <nbx/data/dataresource.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/imageopengltool.h>
 #include <nbx/image/compressedimage.h>
 #include <nbx/image/memoryimage.h>

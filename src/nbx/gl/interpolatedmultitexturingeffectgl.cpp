@@ -1,6 +1,6 @@
 #include <nbx/gl/interpolatedmultitexturingeffectgl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texturingeffectshadergl.h>
 #include <nbx/object/errorhandler.h>

@@ -4,7 +4,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/attribute/distantlight.h>

@@ -2,7 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/lineset.h>

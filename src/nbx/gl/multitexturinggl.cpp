@@ -5,8 +5,8 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/handler.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/enginegl.h>
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/gl/texturingeffectshadergl.h>

@@ -4,7 +4,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

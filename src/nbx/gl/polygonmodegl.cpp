@@ -3,7 +3,7 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

@@ -7,7 +7,7 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/shapepainter.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/vertexattributebufferobjectgl.h>
 #include <nbx/math/isfinite.h>

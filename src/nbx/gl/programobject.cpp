@@ -5,8 +5,8 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/contextgl.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/contextgl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/stringutils.h>
 

@@ -2,7 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/stringutils.h>
 

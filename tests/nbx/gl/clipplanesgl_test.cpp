@@ -2,7 +2,7 @@
 
 #include "support/glfixture.h"
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/translation.h>

@@ -6,7 +6,7 @@
 #include "support/roundtrip.h"
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/imageopengltool.h>
 #include <nbx/image/compressedimage.h>
 #include <nbx/image/memoryimage.h>

@@ -1,6 +1,6 @@
 #include <nbx/gl/offscreencanvasgl.h>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 
 #include "support/glfixture.h"
 

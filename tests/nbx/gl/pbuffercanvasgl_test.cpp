@@ -1,6 +1,6 @@
 #include <nbx/gl/pbuffercanvasgl.h>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/texture2dgl.h>
 
 #include "support/glfixture.h"

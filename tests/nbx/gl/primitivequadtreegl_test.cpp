@@ -5,7 +5,7 @@
 #include <random>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/scene/attribute/directionallight.h>

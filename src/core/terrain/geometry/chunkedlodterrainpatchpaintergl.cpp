@@ -4,7 +4,7 @@
 
 #include <GL/gl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>

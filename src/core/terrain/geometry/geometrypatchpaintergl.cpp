@@ -3,7 +3,7 @@
 #include <GL/gl.h>
 
 #include <nbx/engine/canvas.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>

@@ -4,7 +4,7 @@
 #include "gridpatchstripsgl.h"
 #include "normalcolorgl.h"
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 namespace ZMT::CORE {
 

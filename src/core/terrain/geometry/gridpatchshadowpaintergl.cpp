@@ -3,7 +3,7 @@
 #include "griddomain.h"
 #include "gridpatchstripsgl.h"
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 namespace ZMT::CORE {
 

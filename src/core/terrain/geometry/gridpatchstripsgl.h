@@ -4,7 +4,7 @@
 
 #include <GL/gl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/math/vector3base.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>

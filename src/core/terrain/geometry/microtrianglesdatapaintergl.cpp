@@ -2,7 +2,7 @@
 
 #include "microtrianglesgl.h"
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 namespace ZMT::CORE {
 

@@ -6,7 +6,7 @@
 
 #include <GL/gl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/gridpatchpaintergl.h>

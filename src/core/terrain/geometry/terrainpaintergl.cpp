@@ -9,8 +9,8 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/navigation.h>
 #include <nbx/engine/pathnavigation.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>

@@ -4,8 +4,8 @@
 
 #include <nbx/engine/shapesimplifier.h>
 #include <nbx/gl/colorbuffergl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/enginegl.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/stencilbuffergl.h>
 #include <nbx/gl/texenvgl.h>

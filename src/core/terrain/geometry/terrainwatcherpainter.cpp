@@ -3,7 +3,7 @@
 #include <utility>
 
 #include <nbx/engine/engine.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/terrainwatcher.h>
 
 namespace ZMT::CORE {

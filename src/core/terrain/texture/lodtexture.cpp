@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/image/subimage.h>
 #include <nbx/math/area.h>

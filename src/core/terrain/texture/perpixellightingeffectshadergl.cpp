@@ -5,7 +5,7 @@
 #include <GL/gl.h>
 #include <GL/glext.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texenvcombinegl.h>
 #include <nbx/object/errorhandler.h>

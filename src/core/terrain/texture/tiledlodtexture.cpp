@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>

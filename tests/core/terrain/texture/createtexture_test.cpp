@@ -9,7 +9,7 @@
 #include <support/glfixture.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/view/camera.h>

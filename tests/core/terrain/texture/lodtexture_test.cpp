@@ -8,7 +8,7 @@
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/misc/thread.h>

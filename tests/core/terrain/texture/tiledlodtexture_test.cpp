@@ -12,7 +12,7 @@
 #include <support/smallgeotiff.h>
 #include <support/temporaryfolder.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>

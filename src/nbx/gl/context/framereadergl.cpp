@@ -1,4 +1,4 @@
-#include <nbx/gl/framereadergl.h>
+#include <nbx/gl/context/framereadergl.h>
 
 #include <cstring>
 #include <vector>

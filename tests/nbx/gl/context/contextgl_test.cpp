@@ -1,4 +1,4 @@
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 
 #include <thread>
 

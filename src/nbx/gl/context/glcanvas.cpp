@@ -1,12 +1,12 @@
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 
 #include <algorithm>
 
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/contextgl.h>
-#include <nbx/gl/framereadergl.h>
+#include <nbx/gl/context/contextgl.h>
+#include <nbx/gl/context/framereadergl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/object/sharedobj.h>
 
 namespace NBX {

@@ -1,4 +1,4 @@
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 #include <algorithm>
 #include <array>
@@ -11,9 +11,9 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/handlertable.h>
-#include <nbx/gl/contextgl.h>
-#include <nbx/gl/glcanvas.h>
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/contextgl.h>
+#include <nbx/gl/context/glcanvas.h>
+#include <nbx/gl/context/namegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>
 

@@ -1,7 +1,7 @@
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 #include <nbx/engine/shapepainter.h>
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/tf.h>
 

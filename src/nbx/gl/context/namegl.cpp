@@ -1,10 +1,10 @@
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 
 #include <utility>
 
 #include <GL/glew.h>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

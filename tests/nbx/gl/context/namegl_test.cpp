@@ -1,8 +1,8 @@
-#include <nbx/gl/namegl.h>
+#include <nbx/gl/context/namegl.h>
 
 #include <thread>
 
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 
 #include "support/glfixture.h"
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/engine/canvas.h>
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 #include <nbx/image/image.h>
 #include <nbx/math/area.h>
 #include <nbx/math/color.h>

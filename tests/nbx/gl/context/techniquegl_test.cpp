@@ -1,4 +1,4 @@
-#include <nbx/gl/techniquegl.h>
+#include <nbx/gl/context/techniquegl.h>
 
 #include "support/glfixture.h"
 

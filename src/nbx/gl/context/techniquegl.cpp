@@ -1,6 +1,6 @@
-#include <nbx/gl/techniquegl.h>
+#include <nbx/gl/context/techniquegl.h>
 
-#include <nbx/gl/enginegl.h>
+#include <nbx/gl/context/enginegl.h>
 
 namespace NBX {
 

@@ -1,10 +1,10 @@
-#include <nbx/gl/glcanvas.h>
+#include <nbx/gl/context/glcanvas.h>
 
 #include <stdexcept>
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
-#include <nbx/gl/contextgl.h>
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/contextdata.h>
