@@ -9,7 +9,7 @@
 #include <optional>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/attribute/distantlight.h>

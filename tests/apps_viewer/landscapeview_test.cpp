@@ -7,9 +7,9 @@
 
 #include <GL/gl.h>
 
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
 #include "support/zmtrun.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/gl/texgengl.h>
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texgengl.h>
+#include <nbx/gl/texture/texturegl.h>
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/object/so.h>
 

@@ -3,9 +3,9 @@
 #include <vector>
 
 #include <nbx/gl/colorbuffergl.h>
-#include <nbx/gl/texenvcombinegl.h>
-#include <nbx/gl/texgengl.h>
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texenvcombinegl.h>
+#include <nbx/gl/texture/texgengl.h>
+#include <nbx/gl/texture/texturegl.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 

@@ -5,8 +5,8 @@
 #include <GL/glew.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/imagetexture2dgl.h>
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

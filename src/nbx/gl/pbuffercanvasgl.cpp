@@ -5,7 +5,7 @@
 #include <GL/glew.h>
 
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

@@ -1,6 +1,6 @@
 #include <nbx/gl/framebufferobjectgl.h>
 
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/shape/box.h>
 

@@ -12,11 +12,11 @@
 #include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/interpolatedmultitexturingeffectgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/passessetup.h>
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texturingeffectshadergl.h>
 #include <nbx/gl/vertexattributebufferobjectgl.h>
 #include <nbx/gl/vertexattributeshapegl.h>

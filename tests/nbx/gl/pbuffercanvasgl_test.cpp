@@ -1,7 +1,7 @@
 #include <nbx/gl/pbuffercanvasgl.h>
 
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 
 #include "support/glfixture.h"
 

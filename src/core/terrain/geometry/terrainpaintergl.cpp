@@ -14,7 +14,7 @@
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/contextdata.h>

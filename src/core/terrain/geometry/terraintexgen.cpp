@@ -1,6 +1,6 @@
 #include "terraintexgen.h"
 
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/texgengl.h>
 
 namespace ZMT::CORE {
 

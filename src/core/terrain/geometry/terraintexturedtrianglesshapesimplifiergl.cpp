@@ -6,11 +6,11 @@
 #include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/stencilbuffergl.h>
-#include <nbx/gl/texenvgl.h>
-#include <nbx/gl/texgengl.h>
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texenvgl.h>
+#include <nbx/gl/texture/texgengl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/clipplane.h>

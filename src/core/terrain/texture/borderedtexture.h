@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 
 namespace ZMT::CORE {
 

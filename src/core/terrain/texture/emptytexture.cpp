@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/emptytexture.h>
 
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 
 namespace ZMT::CORE {

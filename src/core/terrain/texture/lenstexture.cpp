@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
 

@@ -7,7 +7,7 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/passessetup.h>
-#include <nbx/gl/texenvcombinegl.h>
+#include <nbx/gl/texture/texenvcombinegl.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/texture/perpixellightingeffectgl.h>
 

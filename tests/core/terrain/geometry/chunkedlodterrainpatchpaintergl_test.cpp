@@ -1,6 +1,6 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/handler.h>
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>

@@ -9,11 +9,11 @@
 #include <nbx/engine/pathnavigation.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texgengl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>

@@ -13,12 +13,12 @@
 #include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/pbuffercanvasgl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/primitivequadtreegl.h>
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/attribute/colorattribute.h>

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>

@@ -9,7 +9,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 
 #include "faketerraintexture.h"
 

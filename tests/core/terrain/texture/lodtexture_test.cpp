@@ -9,7 +9,7 @@
 #include <support/roundtrip.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/misc/thread.h>
 #include <zmt/core/terrain/texture/emptytexture.h>

@@ -8,7 +8,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 
 using ZMT::CORE::PerPixelLightingEffectGL;
 using Point = NBX::Vector3Base<double>;

@@ -7,10 +7,10 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/imagetexture2dgl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/passessetup.h>
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texgengl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/texture/perpixellightingeffectgl.h>

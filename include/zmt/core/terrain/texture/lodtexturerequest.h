@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texturegl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/vector3base.h>
 #include <zmt/core/misc/resourcemanager.h>

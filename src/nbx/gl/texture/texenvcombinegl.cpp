@@ -1,4 +1,4 @@
-#include <nbx/gl/texenvcombinegl.h>
+#include <nbx/gl/texture/texenvcombinegl.h>
 
 #include <GL/glew.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 
 #include <string>
 #include <vector>

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include <nbx/gl/texture2dgl.h>
+#include <nbx/gl/texture/texture2dgl.h>
 #include <nbx/image/image.h>
 
 namespace NBX {

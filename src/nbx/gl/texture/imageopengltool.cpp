@@ -1,4 +1,4 @@
-#include <nbx/gl/imageopengltool.h>
+#include <nbx/gl/texture/imageopengltool.h>
 
 #include <algorithm>
 #include <cstddef>

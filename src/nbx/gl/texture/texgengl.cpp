@@ -1,10 +1,10 @@
-#include <nbx/gl/texgengl.h>
+#include <nbx/gl/texture/texgengl.h>
 
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 
 namespace NBX {
 

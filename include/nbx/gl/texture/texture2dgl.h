@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texturegl.h>
 
 namespace NBX {
 

@@ -1,10 +1,10 @@
-#include <nbx/gl/texenvgl.h>
+#include <nbx/gl/texture/texenvgl.h>
 
 #include <GL/glew.h>
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 
 namespace NBX {
 

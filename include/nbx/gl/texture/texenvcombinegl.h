@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/texenvgl.h>
+#include <nbx/gl/texture/texenvgl.h>
 
 namespace NBX {
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texturegl.h>
 
 #include <algorithm>
 #include <vector>
@@ -7,7 +7,7 @@
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 

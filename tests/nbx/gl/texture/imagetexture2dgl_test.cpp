@@ -1,4 +1,4 @@
-#include <nbx/gl/imagetexture2dgl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
 
 #include <thread>
 
@@ -7,7 +7,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/imageopengltool.h>
+#include <nbx/gl/texture/imageopengltool.h>
 #include <nbx/image/compressedimage.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/image/subimage.h>

@@ -1,10 +1,10 @@
-#include <nbx/gl/textureunitsettinggl.h>
+#include <nbx/gl/texture/textureunitsettinggl.h>
 
 #include "support/glfixture.h"
 #include "support/roundtrip.h"
 
-#include <nbx/gl/imagetexture2dgl.h>
-#include <nbx/gl/texenvcombinegl.h>
+#include <nbx/gl/texture/imagetexture2dgl.h>
+#include <nbx/gl/texture/texenvcombinegl.h>
 
 using namespace NBX;
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <nbx/gl/texenvgl.h>
-#include <nbx/gl/texgengl.h>
-#include <nbx/gl/texturegl.h>
+#include <nbx/gl/texture/texenvgl.h>
+#include <nbx/gl/texture/texgengl.h>
+#include <nbx/gl/texture/texturegl.h>
 #include <nbx/object/so.h>
 
 namespace NBX {
