@@ -9,7 +9,7 @@
 #include <benchmark/benchmark.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>

@@ -20,7 +20,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/gl/texture/texturegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/nbxtime.h>

@@ -11,7 +11,7 @@
 
 #include <nbx/engine/canvas.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>

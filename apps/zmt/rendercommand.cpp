@@ -15,7 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>

@@ -7,7 +7,7 @@
 
 #include <GL/gl.h>
 
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texture2dgl.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>

@@ -9,7 +9,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/image/image.h>
 #include <nbx/math/color.h>
 #include <nbx/scene/node/scenething.h>

@@ -12,7 +12,7 @@
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texturingeffectgl.h>

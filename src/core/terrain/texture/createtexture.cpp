@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
 #include <nbx/image/subimage.h>
 #include <nbx/math/area.h>

@@ -10,7 +10,7 @@
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/shapematerialgl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>

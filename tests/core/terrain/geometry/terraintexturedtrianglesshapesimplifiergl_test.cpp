@@ -14,7 +14,7 @@
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/primitivequadtreeareagl.h>
 #include <nbx/gl/primitivequadtreegl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>

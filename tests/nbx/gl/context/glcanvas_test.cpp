@@ -5,7 +5,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/shape/box.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/offscreencanvasgl.h>
+#include <nbx/gl/offscreen/offscreencanvasgl.h>
 
 #include <algorithm>
 

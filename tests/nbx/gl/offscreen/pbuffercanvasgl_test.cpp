@@ -1,4 +1,4 @@
-#include <nbx/gl/pbuffercanvasgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
 
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/texture/texture2dgl.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/framebufferobjectgl.h>
+#include <nbx/gl/offscreen/framebufferobjectgl.h>
 
 #include <nbx/gl/texture/texture2dgl.h>
 #include <nbx/image/memoryimage.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/renderbuffergl.h>
+#include <nbx/gl/offscreen/renderbuffergl.h>
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/framebufferobjectgl.h>
+#include <nbx/gl/offscreen/framebufferobjectgl.h>
 
 #include <GL/glew.h>
 

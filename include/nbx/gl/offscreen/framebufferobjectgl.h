@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <nbx/gl/context/namegl.h>
-#include <nbx/gl/renderbuffergl.h>
+#include <nbx/gl/offscreen/renderbuffergl.h>
 #include <nbx/scene/attribute/monoattribute.h>
 
 namespace NBX {
