@@ -13,13 +13,13 @@
 #include <nbx/gl/decalmultitexturingeffectgl.h>
 #include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/passessetup.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texturingeffectshadergl.h>
-#include <nbx/gl/vertexattributebufferobjectgl.h>
-#include <nbx/gl/vertexattributeshapegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/camera.h>

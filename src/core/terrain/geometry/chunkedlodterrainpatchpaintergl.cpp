@@ -5,7 +5,7 @@
 #include <GL/gl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>
 #include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/scene/attribute/distantlight.h>

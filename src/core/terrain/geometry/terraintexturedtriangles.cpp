@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/translation.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <nbx/gl/primitivequadtreeareagl.h>
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreeareagl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/scene/shape/shape.h>
 
 namespace ZMT::CORE {

@@ -5,7 +5,7 @@
 #include <GL/gl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/terrainsimplifier.h>
 
 #include <nbx/engine/simplifier.h>
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/geotransformation.h>

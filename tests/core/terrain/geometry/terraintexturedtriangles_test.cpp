@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedattributes.h>

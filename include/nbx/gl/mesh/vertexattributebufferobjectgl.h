@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include <nbx/gl/basevertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/basevertexattributebufferobjectgl.h>
 #include <nbx/math/vector3base.h>
 
 namespace NBX {

@@ -1,7 +1,7 @@
-#include <nbx/gl/vertexattributeshapepaintergl.h>
+#include <nbx/gl/mesh/vertexattributeshapepaintergl.h>
 
-#include <nbx/gl/vertexattributebufferobjectgl.h>
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 
 #include "support/glfixture.h"
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/bufferobjectgl.h>
+#include <nbx/gl/mesh/bufferobjectgl.h>
 
 #include <cstring>
 #include <numeric>

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <nbx/gl/basevertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/basevertexattributebufferobjectgl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/scene/shape/shape.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/boxpaintergl.h>
+#include <nbx/gl/mesh/boxpaintergl.h>
 
 #include <GL/glew.h>
 

@@ -1,11 +1,11 @@
-#include <nbx/gl/vertexattributeshapepaintergl.h>
+#include <nbx/gl/mesh/vertexattributeshapepaintergl.h>
 
 #include <algorithm>
 
 #include <GL/glew.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

@@ -1,4 +1,4 @@
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/basevertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/basevertexattributebufferobjectgl.h>
 
 #include <GL/glew.h>
 

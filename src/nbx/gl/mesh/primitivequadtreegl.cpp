@@ -1,4 +1,4 @@
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -8,8 +8,8 @@
 
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/primitivequadtreeareagl.h>
-#include <nbx/gl/vertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/primitivequadtreeareagl.h>
+#include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
 

@@ -1,6 +1,6 @@
-#include <nbx/gl/vertexattributeshapegl.h>
+#include <nbx/gl/mesh/vertexattributeshapegl.h>
 
-#include <nbx/gl/vertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 
 #include "support/glfixture.h"
 

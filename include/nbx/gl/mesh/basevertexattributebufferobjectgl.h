@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/bufferobjectgl.h>
+#include <nbx/gl/mesh/bufferobjectgl.h>
 
 namespace NBX {
 

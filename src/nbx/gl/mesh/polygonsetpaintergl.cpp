@@ -1,4 +1,4 @@
-#include <nbx/gl/polygonsetpaintergl.h>
+#include <nbx/gl/mesh/polygonsetpaintergl.h>
 
 #include <array>
 #include <vector>
@@ -6,7 +6,7 @@
 #include <GL/glew.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/vertexarraysgl.h>
+#include <nbx/gl/mesh/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/vertexattributebufferobjectgl.h>
+#include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 
 #include "support/glfixture.h"
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/primitivequadtreeareagl.h>
+#include <nbx/gl/mesh/primitivequadtreeareagl.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/vertexarraysgl.h>
+#include <nbx/gl/mesh/vertexarraysgl.h>
 
 #include <GL/glew.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/primitivequadtreegl.h>
+#include <nbx/gl/mesh/primitivequadtreegl.h>
 
 #include <algorithm>
 #include <limits>
@@ -7,7 +7,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/primitivequadtreeareagl.h>
+#include <nbx/gl/mesh/primitivequadtreeareagl.h>
 #include <nbx/scene/attribute/directionallight.h>
 
 #include "support/glfixture.h"
