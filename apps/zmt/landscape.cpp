@@ -8,8 +8,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/scene/attribute/distantlight.h>
 
 namespace {

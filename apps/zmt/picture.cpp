@@ -7,7 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <nbx/data/memorydataresource.h>
-#include <nbx/gl/polygonmodegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/image/image.h>
 #include <nbx/image/pngwriter.h>
 #include <nbx/math/color.h>

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <nbx/gl/colorbuffergl.h>
+#include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/texture/texenvcombinegl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texture/texturegl.h>

@@ -6,8 +6,8 @@
 
 #include <nbx/engine/handler.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/passessetup.h>
+#include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/texturingeffectgl.h>
 #include <nbx/gl/texturingeffectshadergl.h>
 #include <nbx/object/errorhandler.h>

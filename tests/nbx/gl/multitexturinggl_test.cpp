@@ -9,14 +9,14 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
-#include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/interpolatedmultitexturingeffectgl.h>
 #include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/passessetup.h>
+#include <nbx/gl/state/colorbuffergl.h>
+#include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texturingeffectshadergl.h>

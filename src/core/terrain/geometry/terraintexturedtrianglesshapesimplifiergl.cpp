@@ -3,10 +3,10 @@
 #include <GL/glew.h>
 
 #include <nbx/engine/shapesimplifier.h>
-#include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/stencilbuffergl.h>
+#include <nbx/gl/state/colorbuffergl.h>
+#include <nbx/gl/state/depthbuffergl.h>
+#include <nbx/gl/state/stencilbuffergl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texenvgl.h>
 #include <nbx/gl/texture/texgengl.h>

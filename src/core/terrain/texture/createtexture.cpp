@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/image/subimage.h>
 #include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>

@@ -8,10 +8,10 @@
 #include <nbx/engine/handler.h>
 #include <nbx/engine/pathnavigation.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
-#include <nbx/gl/depthbuffergl.h>
-#include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/depthbuffergl.h>
+#include <nbx/gl/state/lightmodelgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/image/memoryimage.h>

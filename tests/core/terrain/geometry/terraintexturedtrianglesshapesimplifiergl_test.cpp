@@ -10,13 +10,13 @@
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
 #include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/colorbuffergl.h>
 #include <nbx/gl/decalmultitexturingeffectgl.h>
-#include <nbx/gl/depthbuffergl.h>
 #include <nbx/gl/mesh/primitivequadtreeareagl.h>
 #include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
+#include <nbx/gl/state/colorbuffergl.h>
+#include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/textureunitsettinggl.h>
 #include <nbx/image/memoryimage.h>

@@ -6,8 +6,8 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/lightmodelgl.h>
 #include <nbx/gl/mesh/primitivequadtreeareagl.h>
+#include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/attribute/directionallight.h>
 
 #include "support/glfixture.h"

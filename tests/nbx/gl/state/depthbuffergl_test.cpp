@@ -1,4 +1,4 @@
-#include <nbx/gl/depthbuffergl.h>
+#include <nbx/gl/state/depthbuffergl.h>
 
 #include "support/glfixture.h"
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 
 #include <algorithm>
 

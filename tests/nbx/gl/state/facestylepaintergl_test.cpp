@@ -3,7 +3,7 @@
 #include "support/glfixture.h"
 #include "support/roundtrip.h"
 
-#include <nbx/gl/polygonmodegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/scene/attribute/colorattribute.h>
 
 using namespace NBX;

@@ -1,4 +1,4 @@
-#include <nbx/gl/plainmaterialpaintergl.h>
+#include <nbx/gl/state/plainmaterialpaintergl.h>
 
 #include <GL/glew.h>
 

@@ -1,7 +1,7 @@
-#include <nbx/gl/lightsgl.h>
+#include <nbx/gl/state/lightsgl.h>
 
-#include <nbx/gl/lightmodelgl.h>
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/attribute/pointlight.h>

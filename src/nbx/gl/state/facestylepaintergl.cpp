@@ -4,7 +4,7 @@
 
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/polygonmodegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/facestyle.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/stencilbuffergl.h>
+#include <nbx/gl/state/stencilbuffergl.h>
 
 #include <GL/glew.h>
 

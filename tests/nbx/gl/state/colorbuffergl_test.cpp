@@ -1,4 +1,4 @@
-#include <nbx/gl/colorbuffergl.h>
+#include <nbx/gl/state/colorbuffergl.h>
 
 #include "support/glfixture.h"
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/polygonoffsetgl.h>
+#include <nbx/gl/state/polygonoffsetgl.h>
 
 #include <GL/glew.h>
 

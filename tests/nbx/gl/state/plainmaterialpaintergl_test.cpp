@@ -1,6 +1,6 @@
-#include <nbx/gl/plainmaterialpaintergl.h>
+#include <nbx/gl/state/plainmaterialpaintergl.h>
 
-#include <nbx/gl/lightmodelgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/attribute/shapematerial.h>
 #include <nbx/scene/shape/box.h>
 

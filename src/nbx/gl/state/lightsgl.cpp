@@ -1,11 +1,11 @@
-#include <nbx/gl/lightsgl.h>
+#include <nbx/gl/state/lightsgl.h>
 
 #include <algorithm>
 
 #include <GL/glew.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/lightmodelgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/attribute/pointlight.h>

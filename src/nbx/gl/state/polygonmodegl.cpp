@@ -1,4 +1,4 @@
-#include <nbx/gl/polygonmodegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 
 #include <GL/glew.h>
 

@@ -1,8 +1,8 @@
-#include <nbx/gl/polygonoffsetgl.h>
+#include <nbx/gl/state/polygonoffsetgl.h>
 
 #include "support/glfixture.h"
 
-#include <nbx/gl/polygonmodegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 
 using namespace NBX;
 

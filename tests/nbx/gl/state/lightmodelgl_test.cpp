@@ -1,4 +1,4 @@
-#include <nbx/gl/lightmodelgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
 
 #include "support/glfixture.h"
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/occlusionquerygl.h>
+#include <nbx/gl/state/occlusionquerygl.h>
 
 #include <nbx/scene/shape/box.h>
 

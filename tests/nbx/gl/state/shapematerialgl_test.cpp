@@ -1,9 +1,9 @@
-#include <nbx/gl/shapematerialgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 
 #include "support/glfixture.h"
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/lightmodelgl.h>
+#include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/shape/polygonset.h>
 
 using namespace NBX;
