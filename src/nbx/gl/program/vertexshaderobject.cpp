@@ -1,4 +1,4 @@
-#include <nbx/gl/vertexshaderobject.h>
+#include <nbx/gl/program/vertexshaderobject.h>
 
 #include <GL/glew.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/shaderobject.h>
+#include <nbx/gl/program/shaderobject.h>
 
 namespace NBX::GL2 {
 

@@ -1,9 +1,9 @@
-#include <nbx/gl/programobject.h>
+#include <nbx/gl/program/programobject.h>
 
-#include <nbx/gl/fragmentshaderobject.h>
-#include <nbx/gl/samplervariable.h>
-#include <nbx/gl/uniformvariable.h>
-#include <nbx/gl/vertexshaderobject.h>
+#include <nbx/gl/program/fragmentshaderobject.h>
+#include <nbx/gl/program/samplervariable.h>
+#include <nbx/gl/program/uniformvariable.h>
+#include <nbx/gl/program/vertexshaderobject.h>
 #include <nbx/scene/shape/box.h>
 
 #include "support/glfixture.h"

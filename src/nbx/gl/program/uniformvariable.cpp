@@ -1,4 +1,4 @@
-#include <nbx/gl/uniformvariable.h>
+#include <nbx/gl/program/uniformvariable.h>
 
 #include <GL/glew.h>
 

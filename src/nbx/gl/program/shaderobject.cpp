@@ -1,4 +1,4 @@
-#include <nbx/gl/shaderobject.h>
+#include <nbx/gl/program/shaderobject.h>
 
 #include <GL/glew.h>
 

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include <nbx/gl/baseuniformvariable.h>
-#include <nbx/gl/shaderobject.h>
+#include <nbx/gl/program/baseuniformvariable.h>
+#include <nbx/gl/program/shaderobject.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/monoattribute.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/baseuniformvariable.h>
+#include <nbx/gl/program/baseuniformvariable.h>
 
 namespace NBX::GL2 {
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/programobject.h>
+#include <nbx/gl/program/programobject.h>
 
 #include <algorithm>
 

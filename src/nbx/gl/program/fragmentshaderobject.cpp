@@ -1,4 +1,4 @@
-#include <nbx/gl/fragmentshaderobject.h>
+#include <nbx/gl/program/fragmentshaderobject.h>
 
 #include <GL/glew.h>
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include <nbx/gl/baseuniformvariable.h>
+#include <nbx/gl/program/baseuniformvariable.h>
 #include <nbx/math/color.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/math/vector3base.h>

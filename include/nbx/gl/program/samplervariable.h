@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/uniformvariable.h>
+#include <nbx/gl/program/uniformvariable.h>
 
 namespace NBX::GL2 {
 

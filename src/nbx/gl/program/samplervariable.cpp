@@ -1,4 +1,4 @@
-#include <nbx/gl/samplervariable.h>
+#include <nbx/gl/program/samplervariable.h>
 
 namespace NBX::GL2 {
 
