@@ -10,12 +10,12 @@
 #include <nbx/engine/navigation.h>
 #include <nbx/engine/pathnavigation.h>
 #include <nbx/gl/context/enginegl.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/gl/texture/texgengl.h>
-#include <nbx/gl/texturingeffectgl.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>

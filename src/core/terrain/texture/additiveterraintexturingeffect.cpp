@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/texture/additiveterraintexturingeffect.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/texture/texturelist.h>
 

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 
-#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 
 namespace ZMT::CORE {

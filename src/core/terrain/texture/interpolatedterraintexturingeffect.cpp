@@ -1,9 +1,9 @@
 #include <zmt/core/terrain/texture/interpolatedterraintexturingeffect.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/interpolatedmultitexturingeffectgl.h>
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 

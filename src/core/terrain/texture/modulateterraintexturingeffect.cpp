@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 
 namespace ZMT::CORE {

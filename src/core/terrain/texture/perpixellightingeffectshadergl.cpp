@@ -6,7 +6,7 @@
 #include <GL/glext.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/passessetup.h>
+#include <nbx/gl/effect/passessetup.h>
 #include <nbx/gl/texture/texenvcombinegl.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/texture/perpixellightingeffectgl.h>

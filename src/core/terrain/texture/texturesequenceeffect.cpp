@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/texture/texturesequenceeffect.h>
 
-#include <nbx/gl/texturingeffectgl.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/texture/texturelist.h>
 

@@ -7,7 +7,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/handler.h>
 #include <nbx/engine/pathnavigation.h>
-#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/state/lightmodelgl.h>

@@ -9,11 +9,11 @@
 
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
-#include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/mesh/primitivequadtreeareagl.h>
 #include <nbx/gl/mesh/primitivequadtreegl.h>
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/depthbuffergl.h>

@@ -4,7 +4,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <nbx/gl/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
 #include <zmt/core/terrain/texture/additiveterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 

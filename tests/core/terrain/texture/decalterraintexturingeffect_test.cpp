@@ -1,4 +1,4 @@
-#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 
 #include "collectingeffecttests.h"

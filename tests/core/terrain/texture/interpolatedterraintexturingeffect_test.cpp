@@ -4,9 +4,9 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/interpolatedmultitexturingeffectgl.h>
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <zmt/core/terrain/texture/interpolatedterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 

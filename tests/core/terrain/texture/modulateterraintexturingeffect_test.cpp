@@ -1,4 +1,4 @@
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 
 #include "collectingeffecttests.h"

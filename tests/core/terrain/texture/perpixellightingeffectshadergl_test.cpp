@@ -6,9 +6,9 @@
 #include <support/glfixture.h>
 
 #include <nbx/container/sequence/array.h>
-#include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
-#include <nbx/gl/passessetup.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/passessetup.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/image/memoryimage.h>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texture/texturegl.h>
-#include <nbx/gl/texturingeffectgl.h>
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
 

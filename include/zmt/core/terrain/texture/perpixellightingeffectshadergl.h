@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 
 namespace ZMT::CORE {
 

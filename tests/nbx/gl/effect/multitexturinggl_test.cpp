@@ -1,4 +1,4 @@
-#include <nbx/gl/multitexturinggl.h>
+#include <nbx/gl/effect/multitexturinggl.h>
 
 #include <algorithm>
 #include <functional>
@@ -8,18 +8,18 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/shapepainter.h>
-#include <nbx/gl/additivemultitexturingeffectgl.h>
-#include <nbx/gl/decalmultitexturingeffectgl.h>
-#include <nbx/gl/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/effect/additivemultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/passessetup.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 #include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
-#include <nbx/gl/passessetup.h>
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
-#include <nbx/gl/texturingeffectshadergl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/camera.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 
 namespace NBX {
 

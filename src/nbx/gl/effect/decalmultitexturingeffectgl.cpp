@@ -1,7 +1,7 @@
-#include <nbx/gl/decalmultitexturingeffectgl.h>
+#include <nbx/gl/effect/decalmultitexturingeffectgl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 
 #include "mappedtexturesgl.h"
 

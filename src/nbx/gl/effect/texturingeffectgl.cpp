@@ -1,4 +1,4 @@
-#include <nbx/gl/texturingeffectgl.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
 
 namespace NBX {
 

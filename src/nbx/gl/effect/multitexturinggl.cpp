@@ -1,4 +1,4 @@
-#include <nbx/gl/multitexturinggl.h>
+#include <nbx/gl/effect/multitexturinggl.h>
 
 #include <set>
 
@@ -6,10 +6,10 @@
 
 #include <nbx/engine/handler.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/passessetup.h>
+#include <nbx/gl/effect/passessetup.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 #include <nbx/gl/state/depthbuffergl.h>
-#include <nbx/gl/texturingeffectgl.h>
-#include <nbx/gl/texturingeffectshadergl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/stringutils.h>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <nbx/container/sequence/iterator.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/gl/texture/texturegl.h>
-#include <nbx/gl/texturingeffectgl.h>
 #include <nbx/object/so.h>
 
 namespace NBX {

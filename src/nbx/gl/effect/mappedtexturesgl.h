@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/container/sequence/iterator.h>
-#include <nbx/gl/passessetup.h>
+#include <nbx/gl/effect/passessetup.h>
 
 namespace NBX {
 

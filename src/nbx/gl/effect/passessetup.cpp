@@ -1,4 +1,4 @@
-#include <nbx/gl/passessetup.h>
+#include <nbx/gl/effect/passessetup.h>
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
-#include <nbx/gl/interpolatedmultitexturingeffectgl.h>
+#include <nbx/gl/effect/interpolatedmultitexturingeffectgl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/passessetup.h>
-#include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/gl/effect/passessetup.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {

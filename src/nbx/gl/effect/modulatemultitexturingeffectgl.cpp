@@ -1,7 +1,7 @@
-#include <nbx/gl/modulatemultitexturingeffectgl.h>
+#include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/texturingeffectshadergl.h>
+#include <nbx/gl/effect/texturingeffectshadergl.h>
 
 #include "mappedtexturesgl.h"
 

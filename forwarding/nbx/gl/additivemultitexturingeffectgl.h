@@ -1,0 +1,1 @@
+#include "nbx/gl/effect/additivemultitexturingeffectgl.h"
