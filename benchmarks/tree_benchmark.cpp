@@ -15,12 +15,12 @@
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 
 #include "syntheticterrain.h"

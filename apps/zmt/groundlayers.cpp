@@ -13,8 +13,8 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/attribute/distantlight.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/texture/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>

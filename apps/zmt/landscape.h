@@ -5,10 +5,10 @@
 
 #include <nbx/object/so.h>
 #include <nbx/scene/node/scenething.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
 #include <zmt/raster/geoimagedata.h>
 #include <zmt/raster/georeference.h>
 

@@ -11,9 +11,9 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/scene/node/scenething.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
 
 namespace {
 

@@ -18,8 +18,8 @@
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "valueslider.h"
 
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
 

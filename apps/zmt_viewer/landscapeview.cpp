@@ -18,8 +18,8 @@
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/view/perspective.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
 namespace {

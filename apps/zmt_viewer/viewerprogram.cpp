@@ -21,7 +21,7 @@
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
 

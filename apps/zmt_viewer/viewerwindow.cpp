@@ -22,8 +22,8 @@
 #include "controlpanel.h"
 #include "landscapeview.h"
 
-#include <zmt/core/terrain/geometry/geotransformation.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <support/recordedreports.h>
 
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <bit>
 
 #include <nbx/object/errorhandler.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 
 namespace ZMT::CORE {
 

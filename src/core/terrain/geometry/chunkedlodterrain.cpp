@@ -7,11 +7,11 @@
 
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunkedlodlightmap.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>

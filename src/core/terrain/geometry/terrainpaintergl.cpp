@@ -22,14 +22,14 @@
 #include <nbx/scene/shape/composite.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <nbx/scene/view/viewport.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
-#include "terraintexgen.h"
+#include "core/terrain/frame/terraintexgen.h"
 
 namespace ZMT::CORE {
 

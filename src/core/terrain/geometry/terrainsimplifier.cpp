@@ -2,8 +2,8 @@
 
 #include <nbx/engine/engine.h>
 #include <nbx/scene/node/scenenode.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/geometrydata.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 

@@ -16,7 +16,7 @@
 #include <nbx/scene/attribute/clipplane.h>
 #include <nbx/scene/attribute/disableshading.h>
 
-#include "terraintexgen.h"
+#include "core/terrain/frame/terraintexgen.h"
 #include "terraintexturedtrianglesshape.h"
 
 namespace ZMT::CORE {

@@ -16,13 +16,13 @@
 #include <nbx/scene/view/ortho.h>
 #include <zmt/core/misc/tadjuster.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
+#include <zmt/core/terrain/frame/terrainwatcher.h>
 #include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
-#include <zmt/core/terrain/geometry/terrainwatcher.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 

@@ -6,7 +6,7 @@
 
 #include <nbx/object/callback.h>
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 
 namespace ZMT::CORE {
 

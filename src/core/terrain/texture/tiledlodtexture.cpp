@@ -7,7 +7,7 @@
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/view/viewinfo.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/texture/lodtexturerequest.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>

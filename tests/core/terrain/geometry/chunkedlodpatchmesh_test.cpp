@@ -4,8 +4,8 @@
 
 #include <support/recordedreports.h>
 
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 
 #include "chunkedfixture.h"
 

@@ -5,7 +5,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
 #include "chunkedfixture.h"

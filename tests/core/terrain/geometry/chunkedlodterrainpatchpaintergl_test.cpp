@@ -6,9 +6,9 @@
 #include <nbx/scene/view/perspective.h>
 #include <support/imagecompare.h>
 
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>

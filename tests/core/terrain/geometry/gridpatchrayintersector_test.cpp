@@ -11,10 +11,10 @@
 #include <nbx/scene/view/scaling.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
 
 #include "plaindescent.h"
 #include "smallhybrid.h"

@@ -9,13 +9,13 @@
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>
 

@@ -21,9 +21,9 @@
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/viewinfo.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 

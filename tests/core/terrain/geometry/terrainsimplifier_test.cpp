@@ -4,7 +4,7 @@
 #include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 

@@ -7,7 +7,7 @@
 #include <nbx/scene/view/translation.h>
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
 #include "testterrain.h"

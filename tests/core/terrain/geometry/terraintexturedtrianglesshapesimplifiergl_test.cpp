@@ -28,12 +28,12 @@
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/geometrypatch.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 #include <zmt/raster/gdal/rasterfile.h>

@@ -16,12 +16,12 @@
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/viewport.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>

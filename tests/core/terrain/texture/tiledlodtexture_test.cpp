@@ -18,8 +18,8 @@
 #include <nbx/scene/view/ortho.h>
 #include <zmt/core/misc/semaphore.h>
 #include <zmt/core/misc/thread.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/emptytexture.h>

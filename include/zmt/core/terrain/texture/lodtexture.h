@@ -3,7 +3,7 @@
 #include <nbx/container/map/nonpersistentdictionary.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/object/callback.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/lodtextureimage.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 

@@ -4,7 +4,7 @@
 
 #include <nbx/container/map/nonpersistentdictionary.h>
 #include <nbx/object/callback.h>
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/tiledgeoimagepyramid.h>
 

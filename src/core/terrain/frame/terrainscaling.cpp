@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainscaling.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 
 namespace ZMT::CORE {
 

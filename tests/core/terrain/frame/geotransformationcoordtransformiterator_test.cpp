@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/geotransformation.h>
-#include <zmt/core/terrain/geometry/geotransformationcoordtransformiterator.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
 
-#include "testterrain.h"
+#include "core/terrain/geometry/testterrain.h"
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terraingeometryeffect.h>
+#include <zmt/core/terrain/frame/terraingeometryeffect.h>
 
 namespace ZMT::CORE {
 

@@ -1,10 +1,10 @@
-#include <zmt/core/terrain/geometry/terrainwatcherpainter.h>
+#include <zmt/core/terrain/frame/terrainwatcherpainter.h>
 
 #include <utility>
 
 #include <nbx/engine/engine.h>
 #include <nbx/gl/context/enginegl.h>
-#include <zmt/core/terrain/geometry/terrainwatcher.h>
+#include <zmt/core/terrain/frame/terrainwatcher.h>
 
 namespace ZMT::CORE {
 

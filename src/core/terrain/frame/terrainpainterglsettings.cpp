@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 #include <nbx/engine/engine.h>
 

@@ -3,7 +3,7 @@
 #include <random>
 
 #include <nbx/container/sequence/array.h>
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 
 #include <support/recordedreports.h>
 

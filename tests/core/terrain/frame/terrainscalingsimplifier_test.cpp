@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainscalingsimplifier.h>
+#include <zmt/core/terrain/frame/terrainscalingsimplifier.h>
 
 #include <cmath>
 #include <numbers>
@@ -9,10 +9,10 @@
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/scaling.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
 
-#include "testpatches.h"
+#include "core/terrain/geometry/testpatches.h"
 
 using ZMT::CORE::Terrain;
 using ZMT::CORE::TerrainScaling;

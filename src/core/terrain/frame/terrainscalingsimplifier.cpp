@@ -1,8 +1,8 @@
-#include <zmt/core/terrain/geometry/terrainscalingsimplifier.h>
+#include <zmt/core/terrain/frame/terrainscalingsimplifier.h>
 
 #include <nbx/engine/engine.h>
 #include <nbx/scene/view/scaling.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainpainterframemanager.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 
 #include <string>
 #include <vector>

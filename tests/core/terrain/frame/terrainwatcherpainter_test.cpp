@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainwatcherpainter.h>
+#include <zmt/core/terrain/frame/terrainwatcherpainter.h>
 
 #include <support/glfixture.h>
 
@@ -8,8 +8,8 @@
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/translation.h>
 #include <nbx/scene/view/viewinfo.h>
-#include <zmt/core/terrain/geometry/terrainscaling.h>
-#include <zmt/core/terrain/geometry/terrainwatcher.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
+#include <zmt/core/terrain/frame/terrainwatcher.h>
 
 using ZMT::CORE::TerrainScaling;
 using ZMT::CORE::TerrainWatcher;

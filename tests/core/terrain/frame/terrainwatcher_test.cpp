@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainwatcher.h>
+#include <zmt/core/terrain/frame/terrainwatcher.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include <zmt/core/terrain/geometry/geotransformationcoordtransformiterator.h>
+#include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
 
-#include <zmt/core/terrain/geometry/geotransformation.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 
 namespace ZMT::CORE {
 
