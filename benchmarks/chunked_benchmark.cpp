@@ -15,11 +15,11 @@
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunkedloderrorfield.h>
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 
 #include "syntheticterrain.h"

@@ -16,8 +16,8 @@
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 #include <zmt/core/terrain/geometry/terrain.h>

@@ -12,9 +12,9 @@
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>

@@ -4,7 +4,7 @@
 #include <string>
 
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/raster/georaster.h>

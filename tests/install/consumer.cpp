@@ -12,8 +12,8 @@
 #include <zmt/raster/simplerasterdata.h>
 #endif
 #ifdef ZMT_WITH_core
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #endif
 

@@ -8,9 +8,9 @@
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 #include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
 
 namespace ZMT::CORE {
 

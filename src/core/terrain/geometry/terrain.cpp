@@ -11,8 +11,8 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/shape/polygonsettool.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/createtexture.h>

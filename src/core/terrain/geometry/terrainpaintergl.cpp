@@ -24,7 +24,7 @@
 #include <nbx/scene/view/viewport.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>

@@ -3,7 +3,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/scene/node/scenenode.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 

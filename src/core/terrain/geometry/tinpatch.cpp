@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 namespace ZMT::CORE {
 

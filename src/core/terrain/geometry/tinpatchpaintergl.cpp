@@ -6,7 +6,7 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 namespace ZMT::CORE {

@@ -5,7 +5,7 @@
 #include <nbx/gl/effect/interpolatedmultitexturingeffectgl.h>
 #include <nbx/gl/effect/modulatemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 namespace ZMT::CORE {
 

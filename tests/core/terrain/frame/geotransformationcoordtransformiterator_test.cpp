@@ -3,7 +3,7 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
 
-#include "core/terrain/geometry/testterrain.h"
+#include "support/testterrain.h"
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 

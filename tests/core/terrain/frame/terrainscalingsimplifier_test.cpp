@@ -12,7 +12,7 @@
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
-#include "core/terrain/geometry/testpatches.h"
+#include "support/testpatches.h"
 
 using ZMT::CORE::Terrain;
 using ZMT::CORE::TerrainScaling;

@@ -12,7 +12,7 @@
 #include <zmt/raster/gdal/vectorfile.h>
 #include <zmt/raster/simplerasterdata.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::SO;
 using ZMT::CORE::BreakLines;

@@ -8,7 +8,7 @@
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 /// Chunked terrains and their lattices for tests.
 namespace TestChunked {

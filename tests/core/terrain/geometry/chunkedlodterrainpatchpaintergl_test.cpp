@@ -7,15 +7,15 @@
 #include <support/imagecompare.h>
 
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
 #include "chunkedfixture.h"
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using TestChunked::Patch;
 using ZMT::CORE::ChunkedLodTerrain;

@@ -21,7 +21,7 @@
 #include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Area;
 using ZMT::CORE::CreateGeometryTree;

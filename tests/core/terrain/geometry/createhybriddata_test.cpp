@@ -14,7 +14,7 @@
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/raster/simplerasterdata.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::SO;
 using ZMT::CORE::CreateHybridData;

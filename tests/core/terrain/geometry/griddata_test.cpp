@@ -7,7 +7,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Area;
 using NBX::Bounds;

@@ -6,8 +6,8 @@
 #include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 
-#include "collectedshapes.h"
-#include "testterrain.h"
+#include "support/collectedshapes.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::GridData;
 using ZMT::CORE::GridDataSimplifier;

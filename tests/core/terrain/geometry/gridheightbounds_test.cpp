@@ -4,7 +4,7 @@
 #include <limits>
 #include <random>
 
-#include "smallhybrid.h"
+#include "support/smallhybrid.h"
 
 using ZMT::CORE::GridData;
 using ZMT::CORE::GridHeightBounds;

@@ -6,7 +6,7 @@
 
 #include <zmt/core/terrain/geometry/gridpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Area;
 using ZMT::CORE::GridPatch;

@@ -5,7 +5,7 @@
 #include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Area;
 using ZMT::CORE::GridPatch;

@@ -17,7 +17,7 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 
 #include "plaindescent.h"
-#include "smallhybrid.h"
+#include "support/smallhybrid.h"
 
 using NBX::Area;
 using NBX::Bounds;

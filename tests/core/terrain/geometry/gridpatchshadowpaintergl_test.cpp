@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Area;
 using ZMT::CORE::GridPatchShadowPainterGL;

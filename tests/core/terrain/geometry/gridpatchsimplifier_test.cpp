@@ -6,8 +6,8 @@
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
-#include "collectedshapes.h"
-#include "smallhybrid.h"
+#include "support/collectedshapes.h"
+#include "support/smallhybrid.h"
 
 using CollectedShapes::Point;
 using ZMT::CORE::GridData;

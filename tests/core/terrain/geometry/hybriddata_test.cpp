@@ -12,8 +12,8 @@
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/scene/node/scenething.h>
 
-#include "collectedshapes.h"
-#include "testterrain.h"
+#include "support/collectedshapes.h"
+#include "support/testterrain.h"
 
 using NBX::SO;
 using ZMT::CORE::HybridData;

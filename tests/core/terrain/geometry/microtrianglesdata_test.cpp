@@ -11,7 +11,7 @@
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape/polygonset.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::SO;
 using ZMT::CORE::MicroTrianglesData;

@@ -5,7 +5,7 @@
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::SO;
 using ZMT::CORE::CreateHybridData;

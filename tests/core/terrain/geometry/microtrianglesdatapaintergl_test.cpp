@@ -7,7 +7,7 @@
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/handler.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Area;
 using NBX::SO;

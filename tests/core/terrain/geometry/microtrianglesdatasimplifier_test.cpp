@@ -5,8 +5,8 @@
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 
-#include "collectedshapes.h"
-#include "smallhybrid.h"
+#include "support/collectedshapes.h"
+#include "support/smallhybrid.h"
 
 using CollectedShapes::Point;
 using ZMT::CORE::MicroTrianglesData;

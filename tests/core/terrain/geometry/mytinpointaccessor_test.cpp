@@ -4,7 +4,7 @@
 
 #include <support/recordedreports.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::MyTinPointAccessor;
 using Point = NBX::Vector3Base<double>;

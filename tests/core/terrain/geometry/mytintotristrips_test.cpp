@@ -7,7 +7,7 @@
 
 #include <support/recordedreports.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::MyTinPointAccessor;
 using ZMT::CORE::MyTinToTristrips;

@@ -7,7 +7,7 @@
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 
 #include "chunkedfixture.h"
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Area;
 using ZMT::CORE::PatchInspectorGL;

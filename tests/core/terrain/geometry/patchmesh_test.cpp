@@ -5,7 +5,7 @@
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Area;
 using ZMT::CORE::PatchMesh;

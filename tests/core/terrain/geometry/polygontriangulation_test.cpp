@@ -10,7 +10,7 @@
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::PolygonTriangulation;
 using ZMT::CORE::Terrain;

@@ -8,8 +8,8 @@
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
-#include "fakegeometrydata.h"
-#include "testterrain.h"
+#include "support/fakegeometrydata.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using ZMT::CORE::GeometryData;

@@ -27,7 +27,7 @@
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Bounds;
 using ZMT::CORE::GeometryPatch;

@@ -8,8 +8,8 @@
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 
-#include "collectedshapes.h"
-#include "testterrain.h"
+#include "support/collectedshapes.h"
+#include "support/testterrain.h"
 
 using CollectedShapes::Matrix;
 using CollectedShapes::Point;

@@ -10,7 +10,7 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using NBX::PolygonSet;

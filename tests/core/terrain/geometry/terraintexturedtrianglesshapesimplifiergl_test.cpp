@@ -30,8 +30,8 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
 #include <zmt/core/terrain/geometry/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
@@ -39,7 +39,7 @@
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using NBX::EngineGL;

@@ -7,7 +7,7 @@
 #include <nbx/scene/shape/box.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using TestTerrain::array;
 using TestTerrain::values;

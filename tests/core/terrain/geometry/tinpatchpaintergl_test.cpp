@@ -4,7 +4,7 @@
 
 #include <nbx/engine/handler.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using NBX::Area;
 using ZMT::CORE::TinPatch;

@@ -28,8 +28,8 @@
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
-#include "../geometry/fakegeometrydata.h"
-#include "../geometry/testterrain.h"
+#include "support/fakegeometrydata.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using NBX::Color;

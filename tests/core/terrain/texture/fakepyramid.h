@@ -11,8 +11,8 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/view/viewinfo.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
 #include <zmt/raster/tiledgeoimagepyramid.h>

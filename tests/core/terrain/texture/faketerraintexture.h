@@ -7,7 +7,7 @@
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
-#include "../geometry/testterrain.h"
+#include "support/testterrain.h"
 
 /// The arguments of the operations of textures and effects. Engine and view are addresses only.
 struct TextureArguments {

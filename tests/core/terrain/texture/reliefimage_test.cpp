@@ -4,7 +4,7 @@
 
 #include <nbx/image/image.h>
 
-#include "../geometry/testterrain.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::ReliefImage;
 using Texel = std::array<int, 3>;

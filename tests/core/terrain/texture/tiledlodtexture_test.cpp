@@ -26,8 +26,8 @@
 #include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 
-#include "../geometry/testterrain.h"
 #include "fakepyramid.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using NBX::SO;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/area.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 namespace ZMT::RASTER {
 class RasterData;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/area.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 namespace ZMT::CORE {
 

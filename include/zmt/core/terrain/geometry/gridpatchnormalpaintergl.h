@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 
 namespace ZMT::CORE {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 
 namespace ZMT::CORE {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 
 namespace ZMT::CORE {
 

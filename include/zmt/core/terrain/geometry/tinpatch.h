@@ -5,7 +5,7 @@
 #include <memory>
 
 #include <nbx/container/sequence/iterator.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 namespace ZMT::CORE {
 

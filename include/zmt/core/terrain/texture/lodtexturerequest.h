@@ -9,7 +9,7 @@
 #include <nbx/math/bounds.h>
 #include <nbx/math/vector3base.h>
 #include <zmt/core/misc/resourcemanager.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/texture/emptytexture.h>
 
 namespace NBX {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 /// Vertices from a list, with the normal (v, 1, 0), and answers that can be told apart. Notes the queries.
 class FakeGeometryData : public ZMT::CORE::GeometryData {

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 
 #include <GL/gl.h>
 
@@ -6,7 +6,7 @@
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/geometrydataindexiterator.h>
+#include <zmt/core/terrain/geometry/base/geometrydataindexiterator.h>
 
 namespace ZMT::CORE {
 

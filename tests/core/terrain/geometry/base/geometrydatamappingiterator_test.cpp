@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/geometrydatamappingiterator.h>
+#include <zmt/core/terrain/geometry/base/geometrydatamappingiterator.h>
 
-#include "fakegeometrydata.h"
-#include "testterrain.h"
+#include "support/fakegeometrydata.h"
+#include "support/testterrain.h"
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/geometrydataindexiterator.h>
+#include <zmt/core/terrain/geometry/base/geometrydataindexiterator.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using ZMT::CORE::GeometryData_IndexIterator;
 

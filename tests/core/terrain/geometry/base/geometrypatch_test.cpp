@@ -4,10 +4,10 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/gridpatch.h>
 
-#include "testterrain.h"
+#include "support/testterrain.h"
 
 using NBX::Bounds;
 using ZMT::CORE::GeometryData;

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 #include <algorithm>
 #include <bit>

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/geometrypatchpaintergl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 
 #include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
 
-#include "testpatches.h"
+#include "support/testpatches.h"
 
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::GeometryPatchPainterGL;

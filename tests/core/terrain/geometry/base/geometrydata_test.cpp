@@ -2,8 +2,8 @@
 
 #include <random>
 
-#include "fakegeometrydata.h"
-#include "testterrain.h"
+#include "support/fakegeometrydata.h"
+#include "support/testterrain.h"
 #include <support/recordedreports.h>
 
 using Point = NBX::Vector3Base<double>;

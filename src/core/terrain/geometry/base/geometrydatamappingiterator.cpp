@@ -1,6 +1,6 @@
-#include <zmt/core/terrain/geometry/geometrydatamappingiterator.h>
+#include <zmt/core/terrain/geometry/base/geometrydatamappingiterator.h>
 
-#include <zmt/core/terrain/geometry/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 namespace ZMT::CORE {
 
