@@ -1,7 +1,7 @@
 // Exact predicates, insertion and greedy refinement, next to plain determinants and to CGAL's Delaunay
 // triangulation on the same points. Heights are fractal, as `float`.
 
-#include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 
 #include <benchmark/benchmark.h>
 

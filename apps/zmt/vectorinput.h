@@ -5,9 +5,9 @@
 
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/griddata.h>
-#include <zmt/core/terrain/geometry/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
+#include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/raster/georeference.h>
 
 /// A copy of `grid`, whose coordinates `reference` explains, in which the lines and outlines of a vector file

@@ -17,7 +17,7 @@
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/mytintotristrips.h>
-#include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/raster/histogram.h>
 #include <zmt/raster/rasterdata.h>

@@ -9,8 +9,8 @@
 #include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microindextable.h>
-#include <zmt/core/terrain/geometry/predicates.h>
-#include <zmt/core/terrain/geometry/tin.h>
+#include <zmt/core/terrain/geometry/tin/predicates.h>
+#include <zmt/core/terrain/geometry/tin/tin.h>
 #include <zmt/raster/simplerasterdata.h>
 
 namespace ZMT::CORE {

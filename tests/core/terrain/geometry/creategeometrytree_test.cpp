@@ -18,7 +18,7 @@
 #include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
-#include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 #include "support/testterrain.h"

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <zmt/core/terrain/geometry/mytinpointaccessor.h>
-#include <zmt/core/terrain/geometry/tinalgorithmtintotristrips.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmtintotristrips.h>
 
 namespace ZMT::CORE {
 

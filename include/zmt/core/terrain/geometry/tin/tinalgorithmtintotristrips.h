@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zmt/core/terrain/geometry/tin.h>
+#include <zmt/core/terrain/geometry/tin/tin.h>
 
 namespace ZMT::CORE {
 

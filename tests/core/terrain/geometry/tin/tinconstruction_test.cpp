@@ -1,6 +1,6 @@
 #include "tinfixture.h"
 
-#include <zmt/core/terrain/geometry/tinconstruction.h>
+#include <zmt/core/terrain/geometry/tin/tinconstruction.h>
 
 using namespace ZMT::CORE;
 

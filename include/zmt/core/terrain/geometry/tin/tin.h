@@ -1,8 +1,8 @@
 #pragma once
 
 #include <nbx/object/errorhandler.h>
-#include <zmt/core/terrain/geometry/predicates.h>
-#include <zmt/core/terrain/geometry/tinconstruction.h>
+#include <zmt/core/terrain/geometry/tin/predicates.h>
+#include <zmt/core/terrain/geometry/tin/tinconstruction.h>
 
 #include <algorithm>
 #include <cmath>

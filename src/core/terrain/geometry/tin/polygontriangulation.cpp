@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/polygontriangulation.h>
+#include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/tin.h>
+#include <zmt/core/terrain/geometry/tin/tin.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/polygontriangulation.h>
+#include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 
 #include <algorithm>
 #include <cmath>

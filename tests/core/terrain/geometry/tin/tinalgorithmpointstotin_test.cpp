@@ -2,7 +2,7 @@
 
 #include <support/recordedreports.h>
 
-#include <zmt/core/terrain/geometry/tinalgorithmpointstotin.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 
 #include <limits>
 #include <list>

@@ -5,7 +5,7 @@
 // tails one after the other; and inputs on a lattice, which are degenerate all the time, leave early
 // (rectangles along the axes, differences that fit integers).
 
-#include <zmt/core/terrain/geometry/predicates.h>
+#include <zmt/core/terrain/geometry/tin/predicates.h>
 
 #include <algorithm>
 #include <array>

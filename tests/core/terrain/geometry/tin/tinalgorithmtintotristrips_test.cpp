@@ -2,7 +2,7 @@
 
 #include <support/recordedreports.h>
 
-#include <zmt/core/terrain/geometry/tinalgorithmtintotristrips.h>
+#include <zmt/core/terrain/geometry/tin/tinalgorithmtintotristrips.h>
 
 #include <set>
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/tin.h>
+#include <zmt/core/terrain/geometry/tin/tin.h>
 
 #include <array>
 #include <map>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/predicates.h>
+#include <zmt/core/terrain/geometry/tin/predicates.h>
 
 #include <gmpxx.h>
 #include <gtest/gtest.h>
