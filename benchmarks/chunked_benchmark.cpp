@@ -20,7 +20,7 @@
 #include <zmt/core/terrain/geometry/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include "syntheticterrain.h"
 

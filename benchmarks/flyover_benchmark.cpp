@@ -30,7 +30,7 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>

@@ -18,10 +18,10 @@
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
-#include <zmt/core/terrain/geometry/griddata.h>
-#include <zmt/core/terrain/geometry/gridheightbounds.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
-#include <zmt/core/terrain/geometry/gridpatchrayintersector.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchrayintersector.h>
 
 #include "syntheticterrain.h"
 

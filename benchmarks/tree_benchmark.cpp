@@ -18,8 +18,8 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 

@@ -5,7 +5,7 @@
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/raster/geoimagedata.h>
 

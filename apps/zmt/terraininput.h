@@ -5,7 +5,7 @@
 
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/raster/georaster.h>
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>

@@ -7,7 +7,7 @@
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/view/camera.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace CLI {
 class App;

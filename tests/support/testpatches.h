@@ -10,8 +10,8 @@
 #include <nbx/math/area.h>
 #include <nbx/scene/view/lookat.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 #include "feedbackgl.h"

@@ -5,7 +5,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/raster/simplerasterdata.h>
 
 /// Small terrains for the tests of this folder.

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/breaklines.h>
 
-#include "griddomain.h"
+#include "core/terrain/geometry/regular/griddomain.h"
 
 #include <algorithm>
 #include <cmath>

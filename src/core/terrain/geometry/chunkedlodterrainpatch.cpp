@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
 
 #include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 

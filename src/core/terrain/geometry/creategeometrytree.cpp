@@ -13,10 +13,10 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/object/progress.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/mytintotristrips.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/raster/histogram.h>

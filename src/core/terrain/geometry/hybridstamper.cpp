@@ -4,11 +4,11 @@
 #include <cmath>
 
 #include "cellarrangement.h"
-#include "griddomain.h"
+#include "core/terrain/geometry/regular/griddomain.h"
 
-#include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microindextable.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/predicates.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>
 #include <zmt/raster/simplerasterdata.h>

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
 
+#include "core/terrain/geometry/regular/normalcolorgl.h"
 #include "microtrianglesgl.h"
-#include "normalcolorgl.h"
 
 namespace ZMT::CORE {
 

@@ -8,10 +8,10 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
-#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include <zmt/core/terrain/geometry/griddata.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 namespace ZMT::CORE {

@@ -13,7 +13,7 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/createtexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>

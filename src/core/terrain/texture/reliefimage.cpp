@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include <nbx/image/memoryimage.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 

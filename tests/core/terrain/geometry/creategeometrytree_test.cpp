@@ -15,9 +15,9 @@
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 

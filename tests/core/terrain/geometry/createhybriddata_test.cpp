@@ -10,8 +10,8 @@
 
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/raster/simplerasterdata.h>
 
 #include "support/testterrain.h"

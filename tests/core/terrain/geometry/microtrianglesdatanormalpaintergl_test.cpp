@@ -1,9 +1,9 @@
 #include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
 
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
 
 #include "support/testpatches.h"
 

@@ -1,8 +1,8 @@
 #include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
 
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/handler.h>

@@ -3,7 +3,7 @@
 #include <nbx/engine/handler.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 
 #include "chunkedfixture.h"

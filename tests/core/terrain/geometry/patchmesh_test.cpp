@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>
 
 #include "support/testterrain.h"

@@ -5,7 +5,7 @@
 #include <support/roundtrip.h>
 
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
 #include "support/fakegeometrydata.h"

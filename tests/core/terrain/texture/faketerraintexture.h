@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/gl/texture/imagetexture2dgl.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 

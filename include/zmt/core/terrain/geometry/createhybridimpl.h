@@ -1,9 +1,9 @@
 #pragma once
 
 #include <nbx/object/errorhandler.h>
-#include <zmt/core/terrain/geometry/griddata.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybridstamper.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 

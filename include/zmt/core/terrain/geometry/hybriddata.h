@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace NBX {
 template <class T> class Iterator2D;

@@ -2,7 +2,7 @@
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 

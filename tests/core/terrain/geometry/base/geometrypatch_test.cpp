@@ -5,7 +5,7 @@
 #include <support/roundtrip.h>
 
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "support/testterrain.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
 
 #include "griddomain.h"
 #include "gridpatchstripsgl.h"

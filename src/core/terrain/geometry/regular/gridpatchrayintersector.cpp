@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchrayintersector.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchrayintersector.h>
 
 #include "griddomain.h"
 
@@ -11,10 +11,10 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/math/isfinite.h>
-#include <zmt/core/terrain/geometry/gridheightbounds.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
 

@@ -4,7 +4,7 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "support/testterrain.h"
 

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 
 #include <nbx/engine/handler.h>
 #include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/gridpatchnormalpaintergl.h>
-#include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchshadowpaintergl.h>
 
 #include "support/testpatches.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchsimplifier.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchsimplifier.h>
 
 #include "griddomain.h"
 
@@ -7,9 +7,9 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/hybriddata.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
 

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/griddatasimplifier.h>
+#include <zmt/core/terrain/geometry/regular/griddatasimplifier.h>
 
 #include <nbx/engine/engine.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
-#include <zmt/core/terrain/geometry/griddata.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
 

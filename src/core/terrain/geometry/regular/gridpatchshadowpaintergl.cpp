@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchshadowpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchshadowpaintergl.h>
 
 #include "griddomain.h"
 #include "gridpatchstripsgl.h"

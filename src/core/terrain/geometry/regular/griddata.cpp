@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/griddata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include <algorithm>
 #include <cmath>

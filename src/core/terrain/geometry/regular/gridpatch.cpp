@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "griddomain.h"
 

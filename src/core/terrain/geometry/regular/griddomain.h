@@ -1,7 +1,7 @@
 #pragma once
 
-#include <zmt/core/terrain/geometry/griddata.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
 

@@ -1,10 +1,10 @@
-#include <zmt/core/terrain/geometry/griddatasimplifier.h>
+#include <zmt/core/terrain/geometry/regular/griddatasimplifier.h>
 
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/misc/usedisplaylistgl.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "support/collectedshapes.h"
 #include "support/testterrain.h"

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 
 #include "griddomain.h"
 #include "gridpatchstripsgl.h"

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/gridpatchrayintersector.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchrayintersector.h>
 
 #include <cmath>
 #include <functional>

@@ -1,10 +1,10 @@
-#include <zmt/core/terrain/geometry/gridpatchsimplifier.h>
+#include <zmt/core/terrain/geometry/regular/gridpatchsimplifier.h>
 
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/gridpatch.h>
 #include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "support/collectedshapes.h"
 #include "support/smallhybrid.h"
