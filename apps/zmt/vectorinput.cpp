@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/breaklines.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/breaklines.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/raster/gdal/vectorfile.h>
 
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/container/sequence/array2d.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 
 #include "testterrain.h"
 

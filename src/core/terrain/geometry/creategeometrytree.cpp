@@ -13,8 +13,8 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/object/progress.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/mytintotristrips.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>

@@ -8,8 +8,8 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatch.h>

@@ -20,7 +20,7 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/frame/terrainwatcher.h>
-#include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatanormalpaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>

@@ -14,7 +14,7 @@
 
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/object/progress.h>
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>

@@ -2,7 +2,7 @@
 
 #include <nbx/engine/handler.h>
 #include <nbx/scene/attribute/contextdata.h>
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
 

@@ -7,8 +7,8 @@
 #include <unordered_map>
 
 #include <nbx/object/wo.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 namespace ZMT::CORE {
 

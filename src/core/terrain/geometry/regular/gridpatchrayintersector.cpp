@@ -11,8 +11,8 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/math/isfinite.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 

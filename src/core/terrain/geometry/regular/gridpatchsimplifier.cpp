@@ -7,8 +7,8 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {

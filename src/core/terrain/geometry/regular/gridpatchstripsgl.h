@@ -6,8 +6,8 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {

@@ -1,7 +1,7 @@
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 
 #include <nbx/engine/handler.h>
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchshadowpaintergl.h>
 

@@ -13,7 +13,7 @@
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 
 #include "plaindescent.h"

@@ -3,7 +3,7 @@
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 #include "support/collectedshapes.h"

@@ -3,8 +3,8 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/rayintersector.h>
 #include <nbx/engine/raytracingtechnique.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 /// A grid patch that rays test by dividing it into quarters down to the cells, by plan and height limits

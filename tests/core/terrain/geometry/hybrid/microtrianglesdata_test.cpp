@@ -1,12 +1,12 @@
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
 
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape/polygonset.h>

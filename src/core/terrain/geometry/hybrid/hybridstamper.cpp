@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/hybridstamper.h>
+#include <zmt/core/terrain/geometry/hybrid/hybridstamper.h>
 
 #include <algorithm>
 #include <cmath>
@@ -6,8 +6,8 @@
 #include "cellarrangement.h"
 #include "core/terrain/geometry/regular/griddomain.h"
 
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microindextable.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/predicates.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatasimplifier.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatasimplifier.h>
 
 #include <nbx/engine/engine.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
 
 namespace ZMT::CORE {
 

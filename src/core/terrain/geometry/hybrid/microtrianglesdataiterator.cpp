@@ -1,7 +1,7 @@
-#include <zmt/core/terrain/geometry/microtrianglesdataiterator.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
 
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 namespace ZMT::CORE {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zmt/core/terrain/geometry/createhybridimpl.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybridimpl.h>
 
 namespace ZMT::CORE {
 

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatasimplifier.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatasimplifier.h>
 
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 #include "support/collectedshapes.h"
 #include "support/smallhybrid.h"

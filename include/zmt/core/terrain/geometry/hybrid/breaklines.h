@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/raster/vectorline.h>
 
 namespace ZMT::CORE {

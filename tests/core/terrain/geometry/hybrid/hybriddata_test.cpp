@@ -1,12 +1,12 @@
-#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 
 #include <gtest/gtest.h>
 
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
-#include <zmt/core/terrain/geometry/microindextable.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 #include <nbx/container/sequence/array2d.h>
 #include <nbx/engine/raytracingtechnique.h>

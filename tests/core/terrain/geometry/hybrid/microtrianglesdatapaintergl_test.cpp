@@ -1,7 +1,7 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatapaintergl.h>
 
-#include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 
 #include <nbx/container/sequence/array2d.h>

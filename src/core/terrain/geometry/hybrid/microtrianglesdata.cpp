@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 #include <limits>
 
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/breaklines.h>
+#include <zmt/core/terrain/geometry/hybrid/breaklines.h>
 
 #include "core/terrain/geometry/regular/griddomain.h"
 

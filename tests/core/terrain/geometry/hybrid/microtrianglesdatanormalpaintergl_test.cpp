@@ -1,8 +1,8 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatanormalpaintergl.h>
 
-#include <zmt/core/terrain/geometry/createhybriddata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
-#include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatapaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
 
 #include "support/testpatches.h"

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/microdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microdata.h>
 
 #include <nbx/object/errorhandler.h>
 

@@ -5,7 +5,7 @@
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/microdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microdata.h>
 
 namespace NBX {
 class PolygonSet;

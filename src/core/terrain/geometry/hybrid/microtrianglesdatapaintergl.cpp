@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatapaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatapaintergl.h>
 
 #include "microtrianglesgl.h"
 

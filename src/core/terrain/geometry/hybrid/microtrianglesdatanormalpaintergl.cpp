@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/microtrianglesdatanormalpaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdatanormalpaintergl.h>
 
 #include "core/terrain/geometry/regular/normalcolorgl.h"
 #include "microtrianglesgl.h"

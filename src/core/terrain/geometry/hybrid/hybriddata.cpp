@@ -1,11 +1,11 @@
-#include <zmt/core/terrain/geometry/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 
 #include <algorithm>
 #include <cstdint>
 
 #include <nbx/container/sequence/iterator2d.h>
 #include <nbx/container/sequence/serializevalues.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/raster/rasterdata.h>
 
 namespace ZMT::CORE {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <nbx/object/errorhandler.h>
-#include <zmt/core/terrain/geometry/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybridstamper.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/hybridstamper.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {

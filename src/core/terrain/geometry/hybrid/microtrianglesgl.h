@@ -5,7 +5,7 @@
 #include <GL/gl.h>
 
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 namespace ZMT::CORE {
 

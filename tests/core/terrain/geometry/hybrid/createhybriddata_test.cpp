@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/createhybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/creategeometrytree.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/raster/simplerasterdata.h>
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/breaklines.h>
+#include <zmt/core/terrain/geometry/hybrid/breaklines.h>
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <limits>
 
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/vectorfile.h>
 #include <zmt/raster/simplerasterdata.h>
