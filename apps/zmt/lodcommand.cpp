@@ -15,7 +15,7 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/geometry/patchmesh.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>

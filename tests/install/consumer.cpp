@@ -13,8 +13,8 @@
 #endif
 #ifdef ZMT_WITH_core
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #endif
 
 namespace {

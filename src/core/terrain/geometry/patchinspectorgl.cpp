@@ -12,8 +12,8 @@
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
-#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include "chunkedlodterrainpatchpaintergl.h"
 

@@ -4,7 +4,7 @@
 
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 namespace ZMT::CORE {
 

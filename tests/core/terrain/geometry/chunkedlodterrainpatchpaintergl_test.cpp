@@ -8,7 +8,7 @@
 
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>

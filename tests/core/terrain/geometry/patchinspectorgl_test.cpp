@@ -4,7 +4,7 @@
 #include <nbx/scene/attribute/contextdata.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
-#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include "chunkedfixture.h"
 #include "support/testpatches.h"

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 #include "support/testterrain.h"
 

@@ -31,10 +31,10 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>

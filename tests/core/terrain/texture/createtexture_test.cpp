@@ -19,10 +19,10 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>
 #include <zmt/core/terrain/texture/terraintexture.h>

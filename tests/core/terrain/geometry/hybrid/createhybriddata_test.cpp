@@ -9,9 +9,9 @@
 #include <random>
 
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/raster/simplerasterdata.h>
 
 #include "support/testterrain.h"

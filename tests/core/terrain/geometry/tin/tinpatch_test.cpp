@@ -5,7 +5,7 @@
 #include <support/roundtrip.h>
 
 #include <nbx/scene/shape/box.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 #include "support/testterrain.h"
 

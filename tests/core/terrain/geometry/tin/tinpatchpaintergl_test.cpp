@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include <support/roundtrip.h>
 

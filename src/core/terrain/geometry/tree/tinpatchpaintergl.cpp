@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/tinpatchpaintergl.h>
+#include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include <vector>
 
@@ -7,7 +7,7 @@
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 namespace ZMT::CORE {
 

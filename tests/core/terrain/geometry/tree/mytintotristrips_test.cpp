@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/mytintotristrips.h>
+#include <zmt/core/terrain/geometry/tree/mytintotristrips.h>
 
 #include <random>
 #include <set>

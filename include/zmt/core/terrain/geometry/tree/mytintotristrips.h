@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include <zmt/core/terrain/geometry/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmtintotristrips.h>
+#include <zmt/core/terrain/geometry/tree/mytinpointaccessor.h>
 
 namespace ZMT::CORE {
 

@@ -2,7 +2,7 @@
 // Fields, 1995, applied level by level: a node refines over what its children kept, and its error is then
 // measured against the full grid, so that errors do not add up.
 
-#include <zmt/core/terrain/geometry/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,10 +15,10 @@
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
-#include <zmt/core/terrain/geometry/mytintotristrips.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/mytintotristrips.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 #include <zmt/raster/histogram.h>
 #include <zmt/raster/rasterdata.h>
 

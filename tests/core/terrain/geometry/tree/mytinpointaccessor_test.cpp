@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/mytinpointaccessor.h>
+#include <zmt/core/terrain/geometry/tree/mytinpointaccessor.h>
 
 #include <gtest/gtest.h>
 

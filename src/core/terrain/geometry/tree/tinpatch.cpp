@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/tinpatch.h>
+#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 #include <algorithm>
 #include <string>
