@@ -17,10 +17,10 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 
 #include "syntheticterrain.h"

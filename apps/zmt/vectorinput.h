@@ -4,9 +4,9 @@
 #include <vector>
 
 #include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/raster/georeference.h>
 

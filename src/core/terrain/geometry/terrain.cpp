@@ -13,8 +13,8 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/texture/createtexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 

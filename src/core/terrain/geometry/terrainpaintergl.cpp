@@ -25,8 +25,8 @@
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "core/terrain/frame/terraintexgen.h"

@@ -4,8 +4,8 @@
 #include <nbx/scene/node/scenenode.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 
 namespace ZMT::CORE {
 

@@ -23,8 +23,8 @@
 #include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "support/testpatches.h"

@@ -5,8 +5,8 @@
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 
 #include "support/collectedshapes.h"
 #include "support/testterrain.h"

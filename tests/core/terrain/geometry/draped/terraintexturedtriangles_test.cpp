@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 
 #include <nbx/gl/mesh/primitivequadtreegl.h>
 #include <nbx/object/serializationmanager.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 
 namespace NBX {
 class PrimitiveQuadTreeGL;

@@ -31,8 +31,8 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/terrain.h>
-#include <zmt/core/terrain/geometry/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terraintexturedgeometry.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 
 #include <gtest/gtest.h>
 
