@@ -30,8 +30,8 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>

@@ -20,8 +20,8 @@
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/patchinspectorgl.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "syntheticterrain.h"
 

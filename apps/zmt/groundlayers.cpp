@@ -15,7 +15,7 @@
 #include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunkedlodterrain.h>
-#include <zmt/core/terrain/texture/createtexture.h>
+#include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>

@@ -6,7 +6,7 @@
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/geoimagedata.h>
 
 #include "sunlight.h"

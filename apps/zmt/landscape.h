@@ -8,7 +8,7 @@
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/geoimagedata.h>
 #include <zmt/raster/georeference.h>
 

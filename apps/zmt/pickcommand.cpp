@@ -13,7 +13,7 @@
 #include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 namespace {
 

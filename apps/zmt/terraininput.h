@@ -6,7 +6,7 @@
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/georaster.h>
 
 namespace CLI {

@@ -6,8 +6,8 @@
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/georeference.h>
 
 /// A copy of `grid`, whose coordinates `reference` explains, in which the lines and outlines of a vector file

@@ -10,7 +10,7 @@
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/scaling.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/testpatches.h"
 

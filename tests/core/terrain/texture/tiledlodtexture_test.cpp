@@ -19,8 +19,8 @@
 #include <zmt/core/misc/semaphore.h>
 #include <zmt/core/misc/thread.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/emptytexture.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <nbx/object/wo.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 namespace ZMT::CORE {
 

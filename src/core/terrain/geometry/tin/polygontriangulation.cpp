@@ -9,8 +9,8 @@
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 namespace ZMT::CORE {
 

@@ -8,7 +8,7 @@
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/testterrain.h"
 

@@ -32,9 +32,9 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>

@@ -8,7 +8,7 @@
 
 #include <nbx/scene/shape/polygonset.h>
 #include <support/recordedreports.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/testterrain.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/createtexture.h>
+#include <zmt/core/terrain/geometry/view/createtexture.h>
 
 #include <cmath>
 #include <functional>
@@ -20,9 +20,9 @@
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
-#include <zmt/core/terrain/geometry/terrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>
 #include <zmt/core/terrain/texture/terraintexture.h>

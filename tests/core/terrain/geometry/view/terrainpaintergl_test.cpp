@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainpaintergl.h>
+#include <zmt/core/terrain/geometry/view/terrainpaintergl.h>
 
 #include <optional>
 #include <random>
@@ -24,7 +24,7 @@
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "support/testpatches.h"

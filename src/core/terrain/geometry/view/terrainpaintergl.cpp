@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainpaintergl.h>
+#include <zmt/core/terrain/geometry/view/terrainpaintergl.h>
 
 #include <cmath>
 #include <numbers>
@@ -26,7 +26,7 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "core/terrain/frame/terraintexgen.h"

@@ -6,7 +6,7 @@
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/fakegeometrydata.h"
 #include "support/testterrain.h"

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include <algorithm>
 #include <cmath>
@@ -15,7 +15,7 @@
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/texture/createtexture.h>
+#include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
 namespace ZMT::CORE {

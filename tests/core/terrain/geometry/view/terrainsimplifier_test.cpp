@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/terrainsimplifier.h>
+#include <zmt/core/terrain/geometry/view/terrainsimplifier.h>
 
 #include <nbx/engine/simplifier.h>
 #include <nbx/gl/mesh/primitivequadtreegl.h>
@@ -6,7 +6,7 @@
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/collectedshapes.h"
 #include "support/testterrain.h"

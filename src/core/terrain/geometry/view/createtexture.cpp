@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/createtexture.h>
+#include <zmt/core/terrain/geometry/view/createtexture.h>
 
 #include <algorithm>
 
@@ -22,7 +22,7 @@
 #include <zmt/core/terrain/frame/terrainwatcher.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdatanormalpaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchnormalpaintergl.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 

@@ -1,11 +1,11 @@
-#include <zmt/core/terrain/geometry/terrainsimplifier.h>
+#include <zmt/core/terrain/geometry/view/terrainsimplifier.h>
 
 #include <nbx/engine/engine.h>
 #include <nbx/scene/node/scenenode.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
-#include <zmt/core/terrain/geometry/terrain.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 
 namespace ZMT::CORE {
 
