@@ -16,10 +16,10 @@
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/chunkedloderrorfield.h>
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedloderrorfield.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include "syntheticterrain.h"

@@ -14,7 +14,7 @@
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>

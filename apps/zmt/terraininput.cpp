@@ -13,7 +13,7 @@
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rastervoids.h>

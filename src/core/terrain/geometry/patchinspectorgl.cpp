@@ -7,7 +7,7 @@
 #include <GL/gl.h>
 
 #include <nbx/gl/context/enginegl.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
@@ -15,7 +15,7 @@
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
-#include "chunkedlodterrainpatchpaintergl.h"
+#include "core/terrain/geometry/chunked/chunkedlodterrainpatchpaintergl.h"
 
 namespace ZMT::CORE {
 

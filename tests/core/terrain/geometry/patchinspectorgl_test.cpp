@@ -6,7 +6,7 @@
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
-#include "chunkedfixture.h"
+#include "core/terrain/geometry/chunked/chunkedfixture.h"
 #include "support/testpatches.h"
 
 using NBX::Area;

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodpatchmesh.h>
 
 #include <algorithm>
 #include <array>
@@ -6,9 +6,9 @@
 
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 namespace ZMT::CORE {
 

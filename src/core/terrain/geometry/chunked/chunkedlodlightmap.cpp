@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodlightmap.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <nbx/image/fileimage.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/progress.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/rasterdata.h>

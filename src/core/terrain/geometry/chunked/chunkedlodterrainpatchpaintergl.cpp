@@ -9,8 +9,8 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>
 #include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
-#include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodpatchmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
 
 #include <array>
 #include <map>

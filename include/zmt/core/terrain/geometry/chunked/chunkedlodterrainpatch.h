@@ -1,7 +1,7 @@
 #pragma once
 
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 namespace ZMT::CORE {
 

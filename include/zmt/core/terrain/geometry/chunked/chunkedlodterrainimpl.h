@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include <nbx/data/dataresource.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodlightmap.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
 
 #include <cmath>
 

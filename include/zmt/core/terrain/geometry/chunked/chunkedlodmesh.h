@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 namespace ZMT::CORE {
 

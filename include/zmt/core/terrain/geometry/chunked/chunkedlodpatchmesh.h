@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 #include <nbx/object/progress.h>
 #include <support/recordedattributes.h>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 #include <array>
 #include <cmath>
@@ -8,10 +8,10 @@
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunkedlodlightmap.h>
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>

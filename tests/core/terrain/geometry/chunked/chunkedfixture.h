@@ -4,9 +4,9 @@
 #include <random>
 #include <vector>
 
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainpatch.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 #include "support/testterrain.h"
 
