@@ -18,10 +18,10 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
-#include <zmt/core/terrain/geometry/patchinspectorgl.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 #include "syntheticterrain.h"
 

@@ -14,8 +14,8 @@
 #include <nlohmann/json.hpp>
 
 #include <nbx/data/atomicfilewriter.h>
-#include <zmt/core/terrain/geometry/patchmesh.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/inspect/patchmesh.h>
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
-#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 #include "../zmt/landscape.h"
 #include "../zmt/viewpoint.h"

@@ -9,10 +9,10 @@
 
 #include <nbx/math/area.h>
 #include <nbx/scene/view/lookat.h>
-#include <zmt/core/terrain/geometry/patchmesh.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/inspect/patchmesh.h>
 
 #include "feedbackgl.h"
 #include "testterrain.h"

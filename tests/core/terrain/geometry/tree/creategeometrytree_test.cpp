@@ -15,11 +15,11 @@
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
-#include <zmt/core/terrain/geometry/patchmesh.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
 #include <zmt/core/terrain/geometry/tree/mytinpointaccessor.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/inspect/patchmesh.h>
 
 #include "support/testterrain.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 #include <array>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/patchinspectorgl.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 #include <nbx/engine/handler.h>
 #include <nbx/scene/attribute/contextdata.h>

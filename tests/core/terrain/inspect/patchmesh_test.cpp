@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/patchmesh.h>
+#include <zmt/core/terrain/inspect/patchmesh.h>
 
 #include <gtest/gtest.h>
 
