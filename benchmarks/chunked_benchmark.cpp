@@ -8,6 +8,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include "core/terrain/geometry/chunked/chunkedloderrorfield.h"
+#include "core/terrain/geometry/chunked/chunkedlodmesh.h"
+#include "core/terrain/geometry/chunked/chunkedlodterrainimpl.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
@@ -16,10 +19,7 @@
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedloderrorfield.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include "syntheticterrain.h"

@@ -16,10 +16,10 @@
 #include <embree3/rtcore.h>
 #endif
 
+#include "core/terrain/geometry/regular/gridheightbounds.h"
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchrayintersector.h>
 

@@ -1,4 +1,4 @@
-#include <zmt/raster/memorytiledgeoimage.h>
+#include "memorytiledgeoimage.h"
 
 #include <algorithm>
 #include <cmath>

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "memorytiledgeoimage.h"
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/raster/colormaskedtiledgeoimage.h>
-#include <zmt/raster/memorytiledgeoimage.h>
 #include <zmt/raster/pixelblocks.h>
 
 namespace ZMT::RASTER {

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "raster/memorytiledgeoimage.h"
 #include <nbx/image/memoryimage.h>
 #include <zmt/raster/colormaskedtiledgeoimage.h>
 #include <zmt/raster/geoimage.h>
-#include <zmt/raster/memorytiledgeoimage.h>
 
 #include <support/recordedreports.h>
 

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include "raster/memorytiledgeoimage.h"
 #include <nbx/image/memoryimage.h>
 #include <nbx/math/color.h>
-#include <zmt/raster/memorytiledgeoimage.h>
 
 #include <support/recordedreports.h>
 

@@ -4,8 +4,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "handlertable.h"
 #include <nbx/engine/attributesimplifier.h>
-#include <nbx/engine/handlertable.h>
 #include <nbx/engine/shapesimplifier.h>
 #include <nbx/engine/technique.h>
 #include <nbx/object/errorhandler.h>

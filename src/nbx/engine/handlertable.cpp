@@ -1,4 +1,4 @@
-#include <nbx/engine/handlertable.h>
+#include "handlertable.h"
 
 #include <atomic>
 

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "nbx/engine/handlertable.h"
 #include <nbx/engine/attributesimplifier.h>
 #include <nbx/engine/engine.h>
-#include <nbx/engine/handlertable.h>
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/shapesimplifier.h>

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "raster/memorytiledgeoimage.h"
 #include <nbx/data/memorydataresource.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/image/pngwriter.h>
@@ -16,7 +17,6 @@
 #include <nbx/object/progress.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/geoimage.h>
-#include <zmt/raster/memorytiledgeoimage.h>
 #include <zmt/util/compressedtexture/texturepyramid.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 #include <zmt/util/compressedtexture/virtualtiledgeoimage.h>

@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 
-#include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
+#include "geotransformationcoordtransformiterator.h"
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
+#include "geotransformationcoordtransformiterator.h"
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 

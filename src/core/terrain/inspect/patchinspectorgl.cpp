@@ -6,8 +6,8 @@
 
 #include <GL/gl.h>
 
+#include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>

@@ -1,9 +1,9 @@
 #include <zmt/core/terrain/texture/additiveterraintexturingeffect.h>
 
+#include "texturelist.h"
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/effect/additivemultitexturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/texture/texturelist.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/emptytexture.h>
+#include "emptytexture.h"
 
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>

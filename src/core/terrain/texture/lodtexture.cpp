@@ -2,13 +2,13 @@
 
 #include <cmath>
 
+#include "lodtexturerequest.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/image/subimage.h>
 #include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/texture/lodtexturerequest.h>
 
 #include "borderedtexture.h"
 #include "texturemanagerholder.h"

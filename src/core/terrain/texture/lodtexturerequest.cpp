@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/lodtexturerequest.h>
+#include "lodtexturerequest.h"
 
 #include <cmath>
 

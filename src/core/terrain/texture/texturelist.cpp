@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/texturelist.h>
+#include "texturelist.h"
 
 namespace ZMT::CORE {
 

@@ -1,8 +1,8 @@
 #include <zmt/core/terrain/texture/texturesequenceeffect.h>
 
+#include "texturelist.h"
 #include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/object/serializationmanager.h>
-#include <zmt/core/terrain/texture/texturelist.h>
 
 namespace ZMT::CORE {
 

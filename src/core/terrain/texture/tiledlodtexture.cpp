@@ -2,13 +2,13 @@
 
 #include <exception>
 
+#include "lodtexturerequest.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/texture/lodtexturerequest.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
 

@@ -10,7 +10,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/handlertable.h>
+#include "nbx/engine/handlertable.h"
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/gl/context/namegl.h>

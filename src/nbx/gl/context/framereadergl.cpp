@@ -1,4 +1,4 @@
-#include <nbx/gl/context/framereadergl.h>
+#include "framereadergl.h"
 
 #include <cstring>
 #include <vector>

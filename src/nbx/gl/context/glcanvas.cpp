@@ -4,9 +4,9 @@
 
 #include <GL/glew.h>
 
+#include "framereadergl.h"
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/context/framereadergl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/boxpaintergl.h>
+#include "boxpaintergl.h"
 
 #include <GL/glew.h>
 

@@ -1,9 +1,9 @@
-#include <nbx/gl/mesh/linesetpaintergl.h>
+#include "linesetpaintergl.h"
 
 #include <GL/glew.h>
 
+#include "vertexarraysgl.h"
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/mesh/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/lineset.h>
 

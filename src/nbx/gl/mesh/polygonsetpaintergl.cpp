@@ -1,12 +1,12 @@
-#include <nbx/gl/mesh/polygonsetpaintergl.h>
+#include "polygonsetpaintergl.h"
 
 #include <array>
 #include <vector>
 
 #include <GL/glew.h>
 
+#include "vertexarraysgl.h"
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/mesh/vertexarraysgl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
 

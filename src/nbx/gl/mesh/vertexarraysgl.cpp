@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/vertexarraysgl.h>
+#include "vertexarraysgl.h"
 
 #include <GL/glew.h>
 

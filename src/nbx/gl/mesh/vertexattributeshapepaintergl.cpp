@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/vertexattributeshapepaintergl.h>
+#include "vertexattributeshapepaintergl.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 
 #include <GL/glew.h>
 
+#include "nbx/gl/context/framereadergl.h"
 #include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/framereadergl.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>

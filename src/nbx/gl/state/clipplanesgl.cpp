@@ -1,4 +1,4 @@
-#include <nbx/gl/state/clipplanesgl.h>
+#include "clipplanesgl.h"
 
 #include <algorithm>
 

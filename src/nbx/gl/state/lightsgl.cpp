@@ -1,4 +1,4 @@
-#include <nbx/gl/state/lightsgl.h>
+#include "lightsgl.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/state/plainmaterialpaintergl.h>
+#include "plainmaterialpaintergl.h"
 
 #include <GL/glew.h>
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "core/terrain/frame/geotransformationcoordtransformiterator.h"
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/frame/geotransformationcoordtransformiterator.h>
 
 #include "support/testterrain.h"
 #include <support/recordedattributes.h>

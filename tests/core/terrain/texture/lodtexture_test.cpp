@@ -8,11 +8,11 @@
 #include <support/recordedattributes.h>
 #include <support/roundtrip.h>
 
+#include "core/terrain/texture/emptytexture.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/misc/thread.h>
-#include <zmt/core/terrain/texture/emptytexture.h>
 
 #include "fakepyramid.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/texture/lodtexturerequest.h>
+#include "core/terrain/texture/lodtexturerequest.h"
 
 #include <algorithm>
 #include <climits>

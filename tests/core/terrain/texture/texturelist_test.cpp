@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/texture/texturelist.h>
+#include "core/terrain/texture/texturelist.h"
 
 #include "faketerraintexture.h"
 

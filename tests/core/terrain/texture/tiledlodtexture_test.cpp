@@ -12,6 +12,7 @@
 #include <support/smallgeotiff.h>
 #include <support/temporaryfolder.h>
 
+#include "core/terrain/texture/emptytexture.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
@@ -22,7 +23,6 @@
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
-#include <zmt/core/terrain/texture/emptytexture.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/context/framereadergl.h>
+#include "nbx/gl/context/framereadergl.h"
 
 #include <nbx/image/memoryimage.h>
 

@@ -1,4 +1,4 @@
-#include <nbx/gl/effect/multitexturinggl.h>
+#include "nbx/gl/effect/multitexturinggl.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/boxpaintergl.h>
+#include "nbx/gl/mesh/boxpaintergl.h"
 
 #include <nbx/scene/shape/box.h>
 #include <nbx/scene/view/camera.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/linesetpaintergl.h>
+#include "nbx/gl/mesh/linesetpaintergl.h"
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/scene/shape/lineset.h>

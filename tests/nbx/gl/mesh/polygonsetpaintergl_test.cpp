@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/polygonsetpaintergl.h>
+#include "nbx/gl/mesh/polygonsetpaintergl.h"
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/scene/shape/polygonset.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/mesh/vertexattributeshapepaintergl.h>
+#include "nbx/gl/mesh/vertexattributeshapepaintergl.h"
 
 #include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>

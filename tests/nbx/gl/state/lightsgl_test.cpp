@@ -1,4 +1,4 @@
-#include <nbx/gl/state/lightsgl.h>
+#include "nbx/gl/state/lightsgl.h"
 
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>

@@ -1,4 +1,4 @@
-#include <nbx/gl/state/plainmaterialpaintergl.h>
+#include "nbx/gl/state/plainmaterialpaintergl.h"
 
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/attribute/shapematerial.h>

@@ -1,8 +1,8 @@
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 
+#include "geometrydataindexiterator.h"
+#include "geometrydatamappingiterator.h"
 #include <nbx/container/sequence/array.h>
-#include <zmt/core/terrain/geometry/base/geometrydataindexiterator.h>
-#include <zmt/core/terrain/geometry/base/geometrydatamappingiterator.h>
 
 namespace ZMT::CORE {
 

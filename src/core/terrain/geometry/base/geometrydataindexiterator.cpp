@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/base/geometrydataindexiterator.h>
+#include "geometrydataindexiterator.h"
 
 namespace ZMT::CORE {
 

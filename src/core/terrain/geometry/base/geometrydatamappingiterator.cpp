@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/base/geometrydatamappingiterator.h>
+#include "geometrydatamappingiterator.h"
 
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 

@@ -5,7 +5,7 @@
 // cache. A level works on rows of its own vertices alone, parted by even and odd columns, whose loops have
 // neither branches nor gaps.
 
-#include <zmt/core/terrain/geometry/chunked/chunkedloderrorfield.h>
+#include "chunkedloderrorfield.h"
 
 #include <algorithm>
 #include <array>

@@ -1,12 +1,12 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
+#include "chunkedlodlightmap.h"
 
 #include <algorithm>
 #include <cmath>
 
+#include "chunkedlodterrainimpl.h"
 #include <nbx/image/fileimage.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/progress.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/rasterdata.h>

@@ -1,12 +1,12 @@
 // P. Lindstrom, V. Pascucci: Visualization of large terrains made easy, 2001: the recursion that gives one
 // triangle strip, which turns back on itself where the parity of levels asks for it.
 
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
+#include "chunkedlodmesh.h"
 
 #include <algorithm>
 
+#include "chunkedlodterrainimpl.h"
 #include <nbx/object/errorhandler.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
 
 namespace ZMT::CORE {
 

@@ -1,14 +1,14 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodpatchmesh.h>
+#include "chunkedlodpatchmesh.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 
+#include "chunkedlodmesh.h"
+#include "chunkedlodterrainimpl.h"
+#include "chunkedlodterrainpatch.h"
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 namespace ZMT::CORE {
 

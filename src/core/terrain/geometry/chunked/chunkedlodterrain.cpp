@@ -5,13 +5,13 @@
 #include <limits>
 #include <vector>
 
+#include "chunkedlodlightmap.h"
+#include "chunkedlodmesh.h"
+#include "chunkedlodterrainimpl.h"
+#include "chunkedlodterrainpatch.h"
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>

@@ -1,9 +1,9 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include "chunkedlodterrainimpl.h"
 
+#include "chunkedloderrorfield.h"
 #include <nbx/data/file.h>
 #include <nbx/data/filedataresource.h>
 #include <nbx/data/memorydataresource.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedloderrorfield.h>
 
 namespace ZMT::CORE {
 

@@ -1,6 +1,6 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
+#include "chunkedlodterrainpatch.h"
 
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include "chunkedlodterrainimpl.h"
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {

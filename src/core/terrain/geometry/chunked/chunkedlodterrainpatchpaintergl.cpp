@@ -4,13 +4,13 @@
 
 #include <GL/gl.h>
 
+#include "chunkedlodpatchmesh.h"
+#include "chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>
 #include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodpatchmesh.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 namespace ZMT::CORE {
 

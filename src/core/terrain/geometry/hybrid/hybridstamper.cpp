@@ -6,8 +6,8 @@
 #include "cellarrangement.h"
 #include "core/terrain/geometry/regular/griddomain.h"
 
+#include "microindextable.h"
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/predicates.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
+#include "microindextable.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
+#include "microtrianglesdataiterator.h"
 
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>

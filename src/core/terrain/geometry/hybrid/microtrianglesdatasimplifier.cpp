@@ -1,9 +1,9 @@
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdatasimplifier.h>
 
+#include "microtrianglesdataiterator.h"
 #include <nbx/engine/engine.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
 
 namespace ZMT::CORE {
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
+#include "gridheightbounds.h"
 
 #include <algorithm>
 #include <cmath>

@@ -8,12 +8,12 @@
 #include <limits>
 #include <vector>
 
+#include "gridheightbounds.h"
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/math/isfinite.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
-#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/base/geometrydataindexiterator.h>
+#include "core/terrain/geometry/base/geometrydataindexiterator.h"
 
 #include "support/testterrain.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <zmt/core/terrain/geometry/base/geometrydatamappingiterator.h>
+#include "core/terrain/geometry/base/geometrydatamappingiterator.h"
 
 #include "support/fakegeometrydata.h"
 #include "support/testterrain.h"

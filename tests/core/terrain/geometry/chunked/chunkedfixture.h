@@ -4,9 +4,9 @@
 #include <random>
 #include <vector>
 
+#include "core/terrain/geometry/chunked/chunkedlodterrainimpl.h"
+#include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
 
 #include "support/testterrain.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedloderrorfield.h>
+#include "core/terrain/geometry/chunked/chunkedloderrorfield.h"
 
 #include <cstdlib>
 #include <random>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodlightmap.h>
+#include "core/terrain/geometry/chunked/chunkedlodlightmap.h"
 
 #include <cmath>
 

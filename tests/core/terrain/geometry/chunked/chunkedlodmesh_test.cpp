@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
+#include "core/terrain/geometry/chunked/chunkedlodmesh.h"
 
 #include <array>
 #include <map>

@@ -1,11 +1,11 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodpatchmesh.h>
+#include "core/terrain/geometry/chunked/chunkedlodpatchmesh.h"
 
 #include <set>
 
 #include <support/recordedreports.h>
 
+#include "core/terrain/geometry/chunked/chunkedlodmesh.h"
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodmesh.h>
 
 #include "chunkedfixture.h"
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainimpl.h>
+#include "core/terrain/geometry/chunked/chunkedlodterrainimpl.h"
 
 #include <fstream>
 

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrainpatch.h>
+#include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 
 #include <support/recordedreports.h>
 

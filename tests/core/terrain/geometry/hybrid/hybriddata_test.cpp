@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "core/terrain/geometry/hybrid/microindextable.h"
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
-#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 
 #include <nbx/container/sequence/array2d.h>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/hybrid/microindextable.h>
+#include "core/terrain/geometry/hybrid/microindextable.h"
 
 #include <gtest/gtest.h>
 

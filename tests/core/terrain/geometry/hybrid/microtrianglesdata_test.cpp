@@ -4,9 +4,9 @@
 
 #include <cmath>
 
+#include "core/terrain/geometry/hybrid/microtrianglesdataiterator.h"
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdataiterator.h>
 
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape/polygonset.h>

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/regular/gridheightbounds.h>
+#include "core/terrain/geometry/regular/gridheightbounds.h"
 
 #include <cmath>
 #include <limits>

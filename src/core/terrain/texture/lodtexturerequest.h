@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <vector>
 
+#include "emptytexture.h"
 #include <nbx/gl/texture/texturegl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/vector3base.h>
 #include <zmt/core/misc/resourcemanager.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/texture/emptytexture.h>
 
 namespace NBX {
 class ViewInfo;

@@ -1,1 +1,0 @@
-#include "nbx/gl/context/framereadergl.h"

@@ -1,1 +1,0 @@
-#include "nbx/gl/effect/multitexturinggl.h"

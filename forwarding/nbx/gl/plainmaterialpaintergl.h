@@ -1,1 +1,0 @@
-#include "nbx/gl/state/plainmaterialpaintergl.h"

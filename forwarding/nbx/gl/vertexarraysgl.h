@@ -1,1 +1,0 @@
-#include "nbx/gl/mesh/vertexarraysgl.h"
