@@ -40,14 +40,16 @@ std::array<float, 3> colorOf(const GeometryPatch & patch) {
 
 /// The triangles that micro-structures have beyond those of plain cells.
 std::uint64_t microExcess(const GridPatch & patch) {
-    const auto * hybrid = dynamic_cast<const HybridData *>(patch.grid().get());
-    if (!hybrid) return 0;
+    const GridData & grid = *patch.grid();
+    if (!grid.hasCellShapes()) return 0;
     const unsigned x0 = unsigned(patch.domain().getX()), y0 = unsigned(patch.domain().getY());
     std::uint64_t excess = 0;
     for (unsigned y = y0; y < y0 + patch.domain().getHeight(); ++y)
-        for (unsigned x = x0; x < x0 + patch.domain().getWidth(); ++x)
-            if (const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y))
+        for (unsigned x = x0; x < x0 + patch.domain().getWidth(); ++x) {
+            const NBX::SO<NBX::Shape> shape = grid.cellShape(x, y);
+            if (const auto * micro = dynamic_cast<const MicroTrianglesData *>(shape.get()))
                 excess += micro->vertices() / 3 - 2;
+        }
     return excess;
 }
 

@@ -55,6 +55,10 @@ NBX::SO<MicroTrianglesData> HybridData::microData(unsigned x, unsigned y) const 
     return new MicroTrianglesData(this, std::move(indices));
 }
 
+NBX::SO<NBX::Shape> HybridData::cellShape(unsigned x, unsigned y) const {
+    return microData(x, y);
+}
+
 void HybridData::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<GridData>(m, this);

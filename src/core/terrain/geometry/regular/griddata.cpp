@@ -7,6 +7,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/scene/shape/polygonset.h>
+#include <nbx/scene/shape/shape.h>
 #include <zmt/raster/simplerasterdata.h>
 
 namespace ZMT::CORE {
@@ -206,6 +207,10 @@ GridData::Indices * GridData::newIndexIterator(const NBX::Area & domain) const {
         for (unsigned x = x0; x <= x0 + domain.getWidth(); ++x)
             *number++ = x + y * sizeX_;
     return indices;
+}
+
+NBX::SO<NBX::Shape> GridData::cellShape(unsigned, unsigned) const {
+    return nullptr;
 }
 
 GridData::Indices * GridData::newIndexIterator(const NBX::Bounds & bbox) const {

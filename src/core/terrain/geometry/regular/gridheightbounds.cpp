@@ -7,8 +7,8 @@
 #include <unordered_map>
 
 #include <nbx/object/wo.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <nbx/scene/shape/shape.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 
@@ -54,29 +54,29 @@ Heights heightsOfVertices(const GridData & grid, const Block & block) {
     return heights;
 }
 
-Heights heightsOfMicro(const GridData & grid, unsigned x, unsigned y, const MicroTrianglesData & micro) {
-    const NBX::Bounds box = micro.boundingBox();
+Heights heightsOfShape(const GridData & grid, unsigned x, unsigned y, const NBX::Shape & shape) {
+    const NBX::Bounds box = shape.boundingBox();
     const NBX::Vector3Base<double> low = grid.vertex(x, y), high = grid.vertex(x + 1, y + 1);
     const bool keepsToCell = box.isDefined() && low.x <= box.getLLF().x && box.getURB().x <= high.x &&
                              low.z <= box.getLLF().z && box.getURB().z <= high.z;
     return keepsToCell ? Heights{box.getLLF().y, box.getURB().y} : Heights{-s_infinity, s_infinity};
 }
 
-bool isPlain(const HybridData & grid, const Block & block) {
+bool isPlain(const GridData & grid, const Block & block) {
     for (unsigned y = block.y; y < block.endY; ++y)
         for (unsigned x = block.x; x < block.endX; ++x)
-            if (grid.microData(x, y)) return false;
+            if (grid.cellShape(x, y)) return false;
     return true;
 }
 
-Heights heightsOfCells(const HybridData & grid, const Block & block) {
+Heights heightsOfCells(const GridData & grid, const Block & block) {
     if (isPlain(grid, block)) return heightsOfVertices(grid, block);
     Heights heights;
     for (unsigned y = block.y; y < block.endY; ++y)
         for (unsigned x = block.x; x < block.endX; ++x) {
-            const NBX::SO<MicroTrianglesData> micro = grid.microData(x, y);
+            const NBX::SO<NBX::Shape> shape = grid.cellShape(x, y);
             const Heights cell =
-                micro ? heightsOfMicro(grid, x, y, *micro) : heightsOfVertices(grid, {x, y, x + 1, y + 1});
+                shape ? heightsOfShape(grid, x, y, *shape) : heightsOfVertices(grid, {x, y, x + 1, y + 1});
             heights.add(cell.low);
             heights.add(cell.high);
         }
@@ -98,14 +98,14 @@ struct Entry {
 } // namespace
 
 GridHeightBounds::GridHeightBounds(const GridData & grid) {
-    const auto * hybrid = dynamic_cast<const HybridData *>(&grid);
+    const bool hasShapes = grid.hasCellShapes();
     const auto blocks = [](unsigned vertices) { return (vertices - 2) / blockCells + 1; };
     Level level{blocks(grid.sizeX()), blocks(grid.sizeY()), {}};
     level.ranges.reserve(std::size_t(level.sizeX) * level.sizeY);
     for (unsigned y = 0; y < level.sizeY; ++y)
         for (unsigned x = 0; x < level.sizeX; ++x) {
             const Block block = blockAt(grid, x, y);
-            const Heights heights = hybrid ? heightsOfCells(*hybrid, block) : heightsOfVertices(grid, block);
+            const Heights heights = hasShapes ? heightsOfCells(grid, block) : heightsOfVertices(grid, block);
             level.ranges.push_back(heights.rounded());
         }
     levels_.push_back(std::move(level));

@@ -12,8 +12,7 @@
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
 #include <nbx/math/isfinite.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <nbx/scene/shape/shape.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
@@ -46,13 +45,13 @@ NBX::Bounds column(const GridData & grid, const Cells & cells, double minY, doub
     return NBX::Bounds(Point(low.x, minY, low.z), Point(high.x, maxY, high.z));
 }
 
-/// A triangle that is hit, or a micro-structure that may be.
+/// A triangle that is hit, or the shape of a cell that may be.
 struct Candidate {
-    static constexpr unsigned micro = 2;
+    static constexpr unsigned shape = 2;
 
     unsigned x, y;     ///< of its cell
-    unsigned triangle; ///< 0, 1, or `micro`
-    double t;          ///< of the hit, along the ray; 0 for a micro-structure
+    unsigned triangle; ///< 0, 1, or `shape`
+    double t;          ///< of the hit, along the ray; 0 for a shape
 };
 
 /// Whether `a` comes before `b` where cells are divided again and again into quarters.
@@ -124,8 +123,8 @@ unsigned clampedLast(double value, unsigned low, unsigned high) {
 class GridPatchRayIntersector::Search {
 public:
     Search(const GridData & grid, const NBX::Ray & ray, const Cells & domain, double minY, double maxY)
-        : grid_(grid), hybrid_(dynamic_cast<const HybridData *>(&grid)), ray_(ray), domain_(domain),
-          minY_(minY), maxY_(maxY), cell_(grid.vertex(1, 1)) {
+        : grid_(grid), hasShapes_(grid.hasCellShapes()), ray_(ray), domain_(domain), minY_(minY), maxY_(maxY),
+          cell_(grid.vertex(1, 1)) {
         const Point & d = ray.getDirection();
         const Point end = grid.vertex(domain.endX, domain.endY);
         margin_ = s_relativeMargin * (largest(ray.getOrigin()) +
@@ -260,8 +259,8 @@ private:
     }
 
     void testCell(unsigned x, unsigned y, const Span & span) {
-        if (hybrid_ && hybrid_->microData(x, y)) {
-            if (meetsColumn(x, y)) candidates_.push_back({x, y, Candidate::micro, 0.0});
+        if (hasShapes_ && grid_.cellShape(x, y)) {
+            if (meetsColumn(x, y)) candidates_.push_back({x, y, Candidate::shape, 0.0});
             return;
         }
         if (passesAboveOrBelow(x, y, span)) return;
@@ -291,7 +290,7 @@ private:
     static constexpr double s_smallest = 1e-300;
 
     const GridData & grid_;
-    const HybridData * hybrid_;
+    bool hasShapes_;
     const NBX::Ray & ray_;
     Cells domain_;
     double minY_, maxY_;
@@ -337,17 +336,13 @@ void GridPatchRayIntersector::checkGrid(NBX::Engine * engine, const NBX::Ray & r
     Search search(*grid, ray, cells, minY, maxY);
     if (technique->hasHit()) search.limit(parameterOf(ray, inverse * technique->nearestHit().point));
     for (const Candidate & candidate : search.run()) {
-        if (candidate.triangle == Candidate::micro)
-            engine->paint(static_cast<const HybridData *>(grid)->microData(candidate.x, candidate.y).get());
+        if (candidate.triangle == Candidate::shape)
+            engine->paint(grid->cellShape(candidate.x, candidate.y).get());
         else
             reportHit(engine, *grid, ray, candidate, shape, technique);
     }
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new GridPatchRayIntersector), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(GridPatchRayIntersector)
 
 } // namespace ZMT::CORE

@@ -7,8 +7,6 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
@@ -32,17 +30,16 @@ void appendCell(const GridData & grid, unsigned x, unsigned y, Points & vertices
         }
 }
 
-/// Paints the cells that are micro-structures, and appends the others.
+/// Paints the cells that have shapes of their own, and appends the others.
 void simplifyCells(NBX::Engine * engine, const GridPatch & patch, Points & vertices, Points & normals) {
     const GridData & grid = *patch.grid();
-    const auto * hybrid = dynamic_cast<const HybridData *>(&grid);
+    const bool hasShapes = grid.hasCellShapes();
     const NBX::Area & domain = patch.domain();
     const auto x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
     for (unsigned y = y0; y < y0 + domain.getHeight(); ++y)
         for (unsigned x = x0; x < x0 + domain.getWidth(); ++x) {
-            const NBX::SO<MicroTrianglesData> micro = hybrid ? hybrid->microData(x, y) : nullptr;
-            if (micro)
-                engine->paint(micro.get());
+            if (const NBX::SO<NBX::Shape> shape = hasShapes ? grid.cellShape(x, y) : nullptr)
+                engine->paint(shape.get());
             else
                 appendCell(grid, x, y, vertices, normals);
         }
@@ -72,10 +69,6 @@ bool GridPatchSimplifier::simplify(NBX::Engine * E, const NBX::Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new GridPatchSimplifier), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(GridPatchSimplifier)
 
 } // namespace ZMT::CORE

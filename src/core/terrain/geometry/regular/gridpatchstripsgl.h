@@ -6,8 +6,7 @@
 
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/math/vector3base.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <nbx/scene/shape/shape.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace ZMT::CORE {
@@ -43,10 +42,10 @@ void drawGridPatchRowGL(const GridPatchRow & current, const GridPatchRow & next,
     glEnd();
 }
 
-/// The same for a row of a hybrid grid that begins at cell `x0`, `y`: the strip is open across plain cells
-/// only, and `engine` paints the others.
+/// The same for a row of a grid with cells of their own shapes that begins at cell `x0`, `y`: the strip is
+/// open across plain cells only, and `engine` paints the others.
 template <class Emit>
-void drawHybridPatchRowGL(NBX::EngineGL & engine, const HybridData & hybrid, unsigned x0, unsigned y,
+void drawShapedPatchRowGL(NBX::EngineGL & engine, const GridData & grid, unsigned x0, unsigned y,
                           const GridPatchRow & current, const GridPatchRow & next, const Emit & emit) {
     bool isOpen = false;
     const auto pair = [&](unsigned i) {
@@ -58,9 +57,9 @@ void drawHybridPatchRowGL(NBX::EngineGL & engine, const HybridData & hybrid, uns
         isOpen = false;
     };
     for (unsigned i = 0; i + 1 < current.vertices.size(); ++i) {
-        if (const NBX::SO<MicroTrianglesData> micro = hybrid.microData(x0 + i, y)) {
+        if (const NBX::SO<NBX::Shape> shape = grid.cellShape(x0 + i, y)) {
             close();
-            engine.paint(micro.get());
+            engine.paint(shape.get());
             continue;
         }
         if (!isOpen) {
@@ -92,14 +91,14 @@ template <class Emit> void drawGridPatchStripsGL(const GridPatch & patch, const 
     });
 }
 
-/// The same with the micro-structures of a hybrid grid, which `engine` paints.
+/// The same with the cells that have shapes of their own, which `engine` paints.
 template <class Emit>
 void drawGridPatchSurfaceGL(NBX::EngineGL & engine, const GridPatch & patch, const Emit & emit) {
-    const auto * hybrid = dynamic_cast<const HybridData *>(patch.grid().get());
-    if (!hybrid) return drawGridPatchStripsGL(patch, emit);
+    const GridData & grid = *patch.grid();
+    if (!grid.hasCellShapes()) return drawGridPatchStripsGL(patch, emit);
     const unsigned x0 = unsigned(patch.domain().getX()), y0 = unsigned(patch.domain().getY());
     forEachGridPatchRow(patch, [&](unsigned j, const GridPatchRow & current, const GridPatchRow & next) {
-        drawHybridPatchRowGL(engine, *hybrid, x0, y0 + j, current, next, emit);
+        drawShapedPatchRowGL(engine, grid, x0, y0 + j, current, next, emit);
     });
 }
 

@@ -35,6 +35,9 @@ public:
     Point normal(unsigned v) const override;
     using GridData::normal;
     using GridData::vertex;
+    bool hasCellShapes() const override { return true; }
+    /// Its micro-structure.
+    NBX::SO<NBX::Shape> cellShape(unsigned x, unsigned y) const override;
 
     bool isGridVertex(unsigned v) const { return v < gridVertices_; }
     /// The micro-structure of a cell, named by its lowest vertex, made anew; null for a plain cell. It must

@@ -1,7 +1,12 @@
 #pragma once
 
 #include <nbx/math/area.h>
+#include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
+
+namespace NBX {
+class Shape;
+}
 
 namespace ZMT::RASTER {
 class RasterData;
@@ -40,6 +45,11 @@ public:
     /// Numbers of the vertices of `domain`, row by row, its last column and row included. `domain` counts
     /// cells; one that does not lie on the grid is reported and gives none. The caller takes the result.
     virtual Indices * newIndexIterator(const NBX::Area & domain) const;
+    /// Whether some cell may have a shape of its own: false lets whoever draws skip the question.
+    virtual bool hasCellShapes() const { return false; }
+    /// What stands in the place of the cell with the lowest vertex (x, y), in local coordinates, made anew;
+    /// null for a plain cell, which is the two triangles of its corners. It must not outlive the grid.
+    virtual NBX::SO<NBX::Shape> cellShape(unsigned x, unsigned y) const;
 
     unsigned sizeX() const { return sizeX_; }
     unsigned sizeY() const { return sizeY_; }
