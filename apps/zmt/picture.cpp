@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr unsigned s_glLine = 0x1B01;
-
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
 }
@@ -40,7 +38,7 @@ void prepareCanvas(NBX::GLCanvas & canvas) {
 }
 
 NBX::SO<NBX::Attribute> makeWireframe() {
-    return new NBX::PolygonModeGL(s_glLine);
+    return new NBX::PolygonModeGL(NBX::PolygonModeGL::M_Line);
 }
 
 void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out) {

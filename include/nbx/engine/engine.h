@@ -60,8 +60,9 @@ public:
     /// The attributes of a category, the current one on top; null when none was ever pushed. Disregarding
     /// plays no part.
     const Stack<SO<MonoAttribute>> * monoTable(const ID & category) const;
-    /// The poly attributes of a category whose state is in `states`: 1 the enabled ones, 2 the disabled ones,
-    /// 3 all, in the order of pushing.
+    /// Which poly attributes count, by their state.
+    enum PolyStates { PS_Enabled = 1, PS_Disabled = 2, PS_All = 3 };
+    /// The poly attributes of a category whose state is in `states`, in the order of pushing.
     unsigned polyAttributeCount(const ID & category, int states) const;
     /// Null for a number out of range, which is reported.
     PolyAttribute * polyAttribute(const ID & category, unsigned i, int states) const;
@@ -132,3 +133,11 @@ private:
 };
 
 } // namespace NBX
+
+/// Registers a handler for every engine when its library loads. Stands at the end of its source, inside its
+/// namespace.
+#define NBX_REGISTER_HANDLER(HandlerClass)                                                                   \
+    namespace {                                                                                              \
+    [[maybe_unused]] const bool isRegistered##HandlerClass =                                                 \
+        (NBX::Engine::registerHandler(new HandlerClass), true);                                              \
+    }

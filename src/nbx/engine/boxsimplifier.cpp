@@ -48,8 +48,8 @@ public:
     }
 };
 
-[[maybe_unused]] const bool registered = (Engine::registerHandler(new BoxSimplifier()), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER(BoxSimplifier)
 
 } // namespace NBX

@@ -32,8 +32,8 @@ private:
     }
 };
 
-[[maybe_unused]] const bool registered = (Engine::registerHandler(new CameraSimplifier()), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER(CameraSimplifier)
 
 } // namespace NBX

@@ -21,8 +21,8 @@ public:
     }
 };
 
-[[maybe_unused]] const bool registered = (Engine::registerHandler(new CompositeSimplifier()), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER(CompositeSimplifier)
 
 } // namespace NBX

@@ -39,8 +39,8 @@ private:
     }
 };
 
-[[maybe_unused]] const bool registered = (Engine::registerHandler(new PolygonSetRayIntersector()), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER(PolygonSetRayIntersector)
 
 } // namespace NBX

@@ -24,8 +24,8 @@ public:
     }
 };
 
-[[maybe_unused]] const bool registered = (Engine::registerHandler(new TfSimplifier()), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER(TfSimplifier)
 
 } // namespace NBX

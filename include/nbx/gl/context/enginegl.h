@@ -99,3 +99,10 @@ private:
 };
 
 } // namespace NBX
+
+/// The same for a handler that needs OpenGL.
+#define NBX_REGISTER_HANDLER_GL(HandlerClass)                                                                \
+    namespace {                                                                                              \
+    [[maybe_unused]] const bool isRegistered##HandlerClass =                                                 \
+        (NBX::EngineGL::registerHandler(new HandlerClass), true);                                            \
+    }

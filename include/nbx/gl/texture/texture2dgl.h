@@ -9,6 +9,9 @@ namespace NBX {
 class Texture2DGL : public TextureGL {
     NBX_CLASS(Texture2DGL, TextureGL)
 public:
+    /// Formats for heights and the like, by OpenGL's own numbers.
+    enum InternalFormat { IF_Luminance32F = 0x8818, IF_Luminance16F = 0x881E };
+
     /// In texels, with an internal format such as GL_RGBA8, GL_RGBA32F_ARB or GL_DEPTH_COMPONENT24. With
     /// `mipmaps` it is minified through them; whoever changes the texels calls `contentChanged`. Otherwise it
     /// is minified linearly. The edges are clamped.

@@ -24,10 +24,6 @@ bool TerrainScalingSimplifier::simplify(NBX::Engine * engine, const NBX::Attribu
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new TerrainScalingSimplifier), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(TerrainScalingSimplifier)
 
 } // namespace ZMT::CORE

@@ -43,10 +43,6 @@ bool TerrainWatcherPainter::apply(NBX::Engine * engine, const NBX::MonoAttribute
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::EngineGL::registerHandler(new TerrainWatcherPainter), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(TerrainWatcherPainter)
 
 } // namespace ZMT::CORE

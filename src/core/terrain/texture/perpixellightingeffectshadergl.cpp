@@ -77,10 +77,6 @@ void PerPixelLightingEffectShaderGL::updatePasses(NBX::EngineGL * engine, NBX::T
     passes.appendStage(normals, newAmbientShare(shareOf(own.getLightAmbient())).get());
 }
 
-namespace {
-
-const bool registered = (NBX::EngineGL::registerHandler(new PerPixelLightingEffectShaderGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(PerPixelLightingEffectShaderGL)
 
 } // namespace ZMT::CORE

@@ -32,8 +32,6 @@ constexpr unsigned s_mapperBuckets = 1009;
 constexpr unsigned s_requestAgeLimit = 5;
 constexpr double s_idleSleep = 0.0;
 constexpr double s_bytesPerTexel = 4.0;
-constexpr unsigned s_luminance16F = 34846; // GL_LUMINANCE16F_ARB
-constexpr unsigned s_luminance32F = 34840; // GL_LUMINANCE32F_ARB
 
 unsigned s_maxTextureMemory = 128U << 20;
 
@@ -63,8 +61,8 @@ NBX::Matrix4x4Base<double> textureMatrix(const RASTER::GeoImage & image, const P
 NBX::SO<NBX::TextureGL> makeTexture(const RASTER::GeoImage & image, const Point & origin) {
     const NBX::SO<BorderedTexture> texture(new BorderedTexture(image.image()));
     texture->setMatrix(textureMatrix(image, origin));
-    if (image.dataType() == NBX::Image::Half) texture->setInternalFormat(s_luminance16F);
-    if (image.dataType() == NBX::Image::Float) texture->setInternalFormat(s_luminance32F);
+    if (image.dataType() == NBX::Image::Half) texture->setInternalFormat(NBX::Texture2DGL::IF_Luminance16F);
+    if (image.dataType() == NBX::Image::Float) texture->setInternalFormat(NBX::Texture2DGL::IF_Luminance32F);
     return texture;
 }
 

@@ -252,8 +252,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ViewportPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ViewportPainterGL)
 
 } // namespace NBX

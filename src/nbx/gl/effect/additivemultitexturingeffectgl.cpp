@@ -33,8 +33,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new AdditiveShaderGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(AdditiveShaderGL)
 
 } // namespace NBX

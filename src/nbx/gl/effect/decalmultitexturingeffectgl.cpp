@@ -26,8 +26,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new DecalShaderGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(DecalShaderGL)
 
 } // namespace NBX

@@ -35,8 +35,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new InterpolatedShaderGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(InterpolatedShaderGL)
 
 } // namespace NBX

@@ -27,8 +27,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ModulateShaderGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ModulateShaderGL)
 
 } // namespace NBX

@@ -52,10 +52,6 @@ bool BoxPainterGL::render(Engine * engine, const Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (EngineGL::registerHandler(new BoxPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(BoxPainterGL)
 
 } // namespace NBX

@@ -43,10 +43,6 @@ bool LineSetPainterGL::render(Engine * engine, const Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (EngineGL::registerHandler(new LineSetPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(LineSetPainterGL)
 
 } // namespace NBX

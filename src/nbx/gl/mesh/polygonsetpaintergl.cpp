@@ -79,10 +79,6 @@ bool PolygonSetPainterGL::render(Engine * engine, const Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (EngineGL::registerHandler(new PolygonSetPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(PolygonSetPainterGL)
 
 } // namespace NBX

@@ -392,8 +392,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new PrimitiveQuadTreePainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(PrimitiveQuadTreePainterGL)
 
 } // namespace NBX

@@ -96,10 +96,6 @@ bool VertexAttributeShapePainterGL::render(Engine * engine, const Shape * shape)
     return true;
 }
 
-namespace {
-
-const bool registered = (EngineGL::registerHandler(new VertexAttributeShapePainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(VertexAttributeShapePainterGL)
 
 } // namespace NBX

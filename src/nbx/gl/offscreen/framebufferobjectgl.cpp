@@ -155,8 +155,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new FrameBufferObjectPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(FrameBufferObjectPainterGL)
 
 } // namespace NBX

@@ -128,8 +128,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ProgramObjectPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ProgramObjectPainterGL)
 
 } // namespace NBX::GL2

@@ -12,8 +12,6 @@ namespace NBX {
 
 namespace {
 
-constexpr int enabledOnes = 1;
-
 /// Planes are switched on in the order of their numbers.
 unsigned activePlanes() {
     unsigned count = 0;
@@ -33,7 +31,7 @@ void activate(unsigned number, const ClipPlane & plane) {
 
 void ClipPlanesGL::update(EngineGL * engine) {
     const ID category = ClipPlane::ClassNameNBX();
-    const unsigned count = engine->polyAttributeCount(category, enabledOnes);
+    const unsigned count = engine->polyAttributeCount(category, Engine::PS_Enabled);
     NBX_CHECK(count <= ClipPlane::maxPlanes, L"too many clip planes: " << count);
     const unsigned wanted = std::min(ClipPlane::maxPlanes, count);
     unsigned active = activePlanes();
@@ -41,7 +39,7 @@ void ClipPlanesGL::update(EngineGL * engine) {
         glDisable(GL_CLIP_PLANE0 + active - 1);
     for (; active < wanted; ++active)
         if (const auto * plane =
-                dynamic_cast<const ClipPlane *>(engine->polyAttribute(category, active, enabledOnes)))
+                dynamic_cast<const ClipPlane *>(engine->polyAttribute(category, active, Engine::PS_Enabled)))
             activate(active, *plane);
 }
 

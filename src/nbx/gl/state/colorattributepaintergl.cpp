@@ -20,8 +20,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ColorAttributePainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ColorAttributePainterGL)
 
 } // namespace NBX

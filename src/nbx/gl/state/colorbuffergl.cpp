@@ -100,8 +100,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ColorBufferPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ColorBufferPainterGL)
 
 } // namespace NBX

@@ -62,8 +62,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new DepthBufferPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(DepthBufferPainterGL)
 
 } // namespace NBX

@@ -76,8 +76,8 @@ private:
     FaceOrders orders_;
 };
 
-const bool registered = (EngineGL::registerHandler(new FaceStylePainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(FaceStylePainterGL)
 
 } // namespace NBX

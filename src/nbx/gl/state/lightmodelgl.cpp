@@ -26,7 +26,7 @@ void enableLighting(const Engine & engine, bool on, const MonoAttribute * leavin
 }
 
 bool hasLights(const Engine & engine) {
-    return engine.polyAttributeCount(Light::ClassNameNBX(), 1) > 0;
+    return engine.polyAttributeCount(Light::ClassNameNBX(), Engine::PS_Enabled) > 0;
 }
 
 } // namespace
@@ -63,9 +63,9 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new LightModelPainterGL),
-                         EngineGL::registerHandler(new DisableShadingPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(LightModelPainterGL)
+NBX_REGISTER_HANDLER_GL(DisableShadingPainterGL)
 
 } // namespace NBX

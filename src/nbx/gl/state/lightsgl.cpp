@@ -14,8 +14,6 @@ namespace NBX {
 
 namespace {
 
-constexpr int enabledOnes = 1;
-
 unsigned maxLights() {
     GLint count = 0;
     glGetIntegerv(GL_MAX_LIGHTS, &count);
@@ -67,13 +65,13 @@ void shine(GLenum number, const Light & light) {
 void LightsGL::update(EngineGL * engine) {
     const ID category = Light::ClassNameNBX();
     const unsigned limit = maxLights();
-    const unsigned wanted = std::min(limit, engine->polyAttributeCount(category, enabledOnes));
+    const unsigned wanted = std::min(limit, engine->polyAttributeCount(category, Engine::PS_Enabled));
     unsigned shining = shiningLights(limit);
     for (; shining > wanted; --shining)
         glDisable(GL_LIGHT0 + shining - 1);
     for (; shining < wanted; ++shining)
         if (const auto * light =
-                dynamic_cast<const Light *>(engine->polyAttribute(category, shining, enabledOnes)))
+                dynamic_cast<const Light *>(engine->polyAttribute(category, shining, Engine::PS_Enabled)))
             shine(GL_LIGHT0 + shining, *light);
     LightModelGL::updateLighting(engine);
 }

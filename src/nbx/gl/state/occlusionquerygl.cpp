@@ -78,8 +78,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new OcclusionQueryPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(OcclusionQueryPainterGL)
 
 } // namespace NBX

@@ -48,10 +48,6 @@ bool PlainMaterialPainterGL::apply(Engine *, const MonoAttribute * attribute, bo
     return true;
 }
 
-namespace {
-
-const bool registered = (EngineGL::registerHandler(new PlainMaterialPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(PlainMaterialPainterGL)
 
 } // namespace NBX

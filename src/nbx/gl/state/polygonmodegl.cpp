@@ -10,6 +10,9 @@ namespace NBX {
 
 NBX_CLASS_IMPL(PolygonModeGL, MonoAttribute)
 
+static_assert(PolygonModeGL::M_Point == GL_POINT && PolygonModeGL::M_Line == GL_LINE &&
+              PolygonModeGL::M_Fill == GL_FILL);
+
 PolygonModeGL::PolygonModeGL(unsigned mode) : MonoAttribute(true), mode_(mode) {
     NBX_CHECK(mode == GL_FILL || mode == GL_LINE || mode == GL_POINT, L"no such mode: " << mode);
 }
@@ -27,8 +30,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new PolygonModePainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(PolygonModePainterGL)
 
 } // namespace NBX

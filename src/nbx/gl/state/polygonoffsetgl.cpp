@@ -39,8 +39,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new PolygonOffsetPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(PolygonOffsetPainterGL)
 
 } // namespace NBX

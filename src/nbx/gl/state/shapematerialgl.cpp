@@ -82,8 +82,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new ShapeMaterialPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ShapeMaterialPainterGL)
 
 } // namespace NBX

@@ -37,8 +37,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new StencilBufferPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(StencilBufferPainterGL)
 
 } // namespace NBX

@@ -65,8 +65,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new TexEnvPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(TexEnvPainterGL)
 
 } // namespace NBX

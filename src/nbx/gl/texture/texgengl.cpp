@@ -78,8 +78,8 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new TexGenPainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(TexGenPainterGL)
 
 } // namespace NBX

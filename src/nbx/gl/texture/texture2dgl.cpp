@@ -20,6 +20,9 @@ bool isOneOf(unsigned value, std::initializer_list<unsigned> values) {
 
 Texture2DGL::Texture2DGL(bool enabled) : TextureGL(enabled) {}
 
+static_assert(Texture2DGL::IF_Luminance32F == GL_LUMINANCE32F_ARB &&
+              Texture2DGL::IF_Luminance16F == GL_LUMINANCE16F_ARB);
+
 Texture2DGL::Texture2DGL(unsigned width, unsigned height, unsigned internalFormat, bool mipmaps)
     : TextureGL(true), width_(width), height_(height), internalFormat_(internalFormat) {
     NBX_CHECK(width > 0 && height > 0, L"empty texture");

@@ -135,9 +135,9 @@ public:
     }
 };
 
-const bool registered = (EngineGL::registerHandler(new TextureUnitSettingPainterGL),
-                         EngineGL::registerHandler(new TexturePainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(TextureUnitSettingPainterGL)
+NBX_REGISTER_HANDLER_GL(TexturePainterGL)
 
 } // namespace NBX

@@ -74,9 +74,9 @@ private:
     }
 };
 
-const bool registered = (NBX::EngineGL::registerHandler(new ChunkedLodTerrain_Patch_PainterGL), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(ChunkedLodTerrain_Patch_PainterGL)
 
 GeometryPatchPainterGL * newChunkedLodTerrainPatchPainterGL() {
     return new ChunkedLodTerrain_Patch_PainterGL;

@@ -30,12 +30,11 @@ using NBX::SO;
 constexpr unsigned s_unitsForClipPlanes = 3;
 /// One for each side of a patch.
 constexpr unsigned s_planes = 4;
-constexpr int s_enabledOnes = 1;
 
 /// The scene may hold planes of its own.
 bool canUsePlanes(const NBX::EngineGL & engine) {
     return engine.maxTextureUnits() >= s_unitsForClipPlanes &&
-           engine.polyAttributeCount(NBX::ClipPlane::ClassNameNBX(), s_enabledOnes) + s_planes <=
+           engine.polyAttributeCount(NBX::ClipPlane::ClassNameNBX(), NBX::Engine::PS_Enabled) + s_planes <=
                NBX::ClipPlane::maxPlanes;
 }
 
@@ -137,15 +136,17 @@ int nextReference() {
 /// that comes again finds none of its own.
 void paintStencilled(NBX::EngineGL * engine, NBX::PrimitiveQuadTreeGL * tree, const NBX::Bounds & box) {
     static const MaskAttributes mask;
-    static const SO<NBX::DepthBufferGL> keepDepth(new NBX::DepthBufferGL(14, false, true, GL_LEQUAL, 0, 1));
+    static const SO<NBX::DepthBufferGL> keepDepth(new NBX::DepthBufferGL(
+        NBX::DepthBufferGL::O_Write | NBX::DepthBufferGL::O_Function | NBX::DepthBufferGL::O_All, false, true,
+        GL_LEQUAL, 0, 1));
     mask.texture->setMatrix(maskMatrix(box));
     const int reference = nextReference();
-    const SO<NBX::StencilBufferGL> mark(
-        new NBX::StencilBufferGL(2, GL_ALWAYS, reference, 0xff, GL_KEEP, GL_KEEP, GL_REPLACE));
-    const SO<NBX::StencilBufferGL> marked(
-        new NBX::StencilBufferGL(2, GL_EQUAL, reference, 0xff, GL_KEEP, GL_KEEP, GL_KEEP));
-    const SO<NBX::StencilBufferGL> clear(
-        new NBX::StencilBufferGL(2, GL_ALWAYS, 0, 0xff, GL_KEEP, GL_REPLACE, GL_REPLACE));
+    const SO<NBX::StencilBufferGL> mark(new NBX::StencilBufferGL(
+        NBX::StencilBufferGL::O_Test, GL_ALWAYS, reference, 0xff, GL_KEEP, GL_KEEP, GL_REPLACE));
+    const SO<NBX::StencilBufferGL> marked(new NBX::StencilBufferGL(
+        NBX::StencilBufferGL::O_Test, GL_EQUAL, reference, 0xff, GL_KEEP, GL_KEEP, GL_KEEP));
+    const SO<NBX::StencilBufferGL> clear(new NBX::StencilBufferGL(NBX::StencilBufferGL::O_Test, GL_ALWAYS, 0,
+                                                                  0xff, GL_KEEP, GL_REPLACE, GL_REPLACE));
 
     const bool testsDepth = glIsEnabled(GL_DEPTH_TEST) == GL_TRUE;
     paintMasked(engine, tree, mask, mark.get());
@@ -183,8 +184,8 @@ public:
     }
 };
 
-const bool registered = (NBX::EngineGL::registerHandler(new TerrainTexturedTrianglesShapeSimplifier), true);
-
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(TerrainTexturedTrianglesShapeSimplifier)
 
 } // namespace ZMT::CORE

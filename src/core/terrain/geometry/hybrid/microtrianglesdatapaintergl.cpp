@@ -19,10 +19,6 @@ bool MicroTrianglesDataPainterGL::render(NBX::Engine *, const NBX::Shape * shape
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::EngineGL::registerHandler(new MicroTrianglesDataPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(MicroTrianglesDataPainterGL)
 
 } // namespace ZMT::CORE

@@ -27,10 +27,6 @@ bool MicroTrianglesDataSimplifier::simplify(NBX::Engine * engine, const NBX::Sha
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new MicroTrianglesDataSimplifier), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(MicroTrianglesDataSimplifier)
 
 } // namespace ZMT::CORE

@@ -27,10 +27,6 @@ bool GridDataSimplifier::simplify(NBX::Engine * E, const NBX::Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new GridDataSimplifier), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(GridDataSimplifier)
 
 } // namespace ZMT::CORE

@@ -77,10 +77,6 @@ void GridPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryP
         if (side.isOuter) drawCurtain(gridPatch, side, false);
 }
 
-namespace {
-
-const bool registered = (NBX::EngineGL::registerHandler(new GridPatchPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(GridPatchPainterGL)
 
 } // namespace ZMT::CORE

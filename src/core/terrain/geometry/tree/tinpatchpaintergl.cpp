@@ -118,10 +118,6 @@ void TinPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPa
     engine->paint(tin.wallShape().get());
 }
 
-namespace {
-
-const bool registered = (NBX::EngineGL::registerHandler(new TinPatchPainterGL), true);
-
-} // namespace
+NBX_REGISTER_HANDLER_GL(TinPatchPainterGL)
 
 } // namespace ZMT::CORE

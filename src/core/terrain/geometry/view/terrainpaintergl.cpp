@@ -40,7 +40,6 @@ using Point = NBX::Vector3Base<double>;
 constexpr double s_redisplayDelay = 0.05;
 constexpr int s_asynchronousMode = 1;
 /// Enabled and disabled ones.
-constexpr int s_allStates = 3;
 
 // The attributes of all terrains, made when the library loads and never changed.
 
@@ -50,7 +49,8 @@ const NBX::SO<NBX::ShapeMaterialGL>
     outerWallMaterial(new NBX::ShapeMaterialGL(NBX::Color(0.5), NBX::Color(0.5), 115.0, 3, NBX::Color(0.2),
                                                NBX::Color(0.5), NBX::Color(0.0), false, true));
 
-const NBX::SO<NBX::DepthBufferGL> outerWallDepth(new NBX::DepthBufferGL(8, true, true, GL_LESS, 0.0, 1.0));
+const NBX::SO<NBX::DepthBufferGL> outerWallDepth(new NBX::DepthBufferGL(NBX::DepthBufferGL::O_All, true, true,
+                                                                        GL_LESS, 0.0, 1.0));
 
 const NBX::SO<NBX::LightModelGL> outerWallLight(new NBX::LightModelGL(0));
 
@@ -118,9 +118,9 @@ private:
 
     void readTexturedGeometries() {
         const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
-        for (unsigned i = 0; i < engine_->polyAttributeCount(name, s_allStates); ++i) {
+        for (unsigned i = 0; i < engine_->polyAttributeCount(name, NBX::Engine::PS_All); ++i) {
             auto * geometry =
-                dynamic_cast<TerrainTexturedGeometry *>(engine_->polyAttribute(name, i, s_allStates));
+                dynamic_cast<TerrainTexturedGeometry *>(engine_->polyAttribute(name, i, NBX::Engine::PS_All));
             if (!geometry) continue;
             texturedGeometries_.push_back(geometry);
             texturedBox_ += geometry->boundingBox();
@@ -273,8 +273,10 @@ bool TerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
 
 namespace {
 
-const bool registered = (terrainTexGen(), NBX::EngineGL::registerHandler(new TerrainPainterGL), true);
+[[maybe_unused]] const bool hasTexGen = (terrainTexGen(), true);
 
 } // namespace
+
+NBX_REGISTER_HANDLER_GL(TerrainPainterGL)
 
 } // namespace ZMT::CORE

@@ -12,7 +12,6 @@ namespace ZMT::CORE {
 namespace {
 
 /// Enabled and disabled ones.
-constexpr int s_allStates = 3;
 
 void paintData(NBX::Engine * engine, const Terrain & terrain) {
     const NBX::SO<GeometryData> data = terrain.data();
@@ -26,9 +25,9 @@ void paintData(NBX::Engine * engine, const Terrain & terrain) {
 /// The triangles stand in scene coordinates.
 void paintTexturedTriangles(NBX::Engine * engine) {
     const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
-    for (unsigned i = 0; i < engine->polyAttributeCount(name, s_allStates); ++i) {
+    for (unsigned i = 0; i < engine->polyAttributeCount(name, NBX::Engine::PS_All); ++i) {
         const auto * triangles =
-            dynamic_cast<TerrainTexturedTriangles *>(engine->polyAttribute(name, i, s_allStates));
+            dynamic_cast<TerrainTexturedTriangles *>(engine->polyAttribute(name, i, NBX::Engine::PS_All));
         if (!triangles) continue;
         const NBX::SO<NBX::SceneNode> shape = triangles->geometry(triangles->boundingBox());
         if (shape) shape->evaluate(engine);
@@ -52,10 +51,6 @@ bool TerrainSimplifier::simplify(NBX::Engine * E, const NBX::Shape * shape) {
     return true;
 }
 
-namespace {
-
-const bool registered = (NBX::Engine::registerHandler(new TerrainSimplifier), true);
-
-} // namespace
+NBX_REGISTER_HANDLER(TerrainSimplifier)
 
 } // namespace ZMT::CORE
