@@ -13,7 +13,7 @@
 #endif
 #ifdef ZMT_WITH_core
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/griddata.h> // its path before there were rooms
+#include <zmt/core/terrain/geometry/regular/griddata.h> // its path before there were rooms
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #endif
 

@@ -12,12 +12,18 @@ namespace NBX {
 /// Throws `IOException`.
 class AtomicFileWriter {
 public:
-    /// A target that exists must be a regular file; through a symbolic link its goal is replaced.
+    /// The target is `goal(path)`. One that exists must be a regular file, and may not be write protected: by
+    /// its access rights, which also the superuser is held to.
     explicit AtomicFileWriter(const std::string & path);
     /// Removes what was written when it was not committed.
     ~AtomicFileWriter();
     AtomicFileWriter(const AtomicFileWriter &) = delete;
     AtomicFileWriter & operator=(const AtomicFileWriter &) = delete;
+
+    /// The file that is written under the name `path`, which need not exist: an absolute path without links.
+    /// Symbolic links stay, and what they point to is written, also where nothing is there yet. Throws
+    /// `IOException` for links that lead in a circle.
+    static std::string goal(const std::string & path);
 
     /// The open file; only before `commit()`.
     File & file() { return *file_; }

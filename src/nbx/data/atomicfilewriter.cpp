@@ -18,11 +18,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The goal of symbolic links, so that the link itself stays.
-std::string resolved(const std::string & path) {
-    std::error_code error;
-    const fs::path goal = fs::canonical(path, error);
-    return error ? File::absolutePath(path) : goal.string();
+/// As many symbolic links as the system follows.
+constexpr int s_mostLinks = 40;
+
+/// The superuser could replace every file, so that the access rights themselves are looked at.
+bool isWriteProtected(const std::string & path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) return false;
+    return (status.st_mode & 0222) == 0 || ::access(path.c_str(), W_OK) != 0;
 }
 
 std::string newNameAside(const std::string & target) {
@@ -63,12 +66,33 @@ void synchronizeFolder(const std::string & folder) {
 
 } // namespace
 
-AtomicFileWriter::AtomicFileWriter(const std::string & path) : target_(resolved(path)) {
+std::string AtomicFileWriter::goal(const std::string & path) {
+    std::error_code error;
+    if (fs::exists(path, error)) {
+        const fs::path file = fs::canonical(path, error);
+        return error ? File::absolutePath(path) : file.string(); // a pipe of the process has no other name
+    }
+    fs::path place = path;
+    for (int links = 0; links <= s_mostLinks; ++links) {
+        // Only the system knows where ".." leads behind a link.
+        const fs::path folder = fs::canonical(place.has_parent_path() ? place.parent_path() : ".", error);
+        if (error) return File::absolutePath(place.string());
+        place = folder / place.filename();
+        if (!fs::is_symlink(fs::symlink_status(place, error))) return place.string();
+        place = folder / fs::read_symlink(place, error);
+    }
+    throw IOException(L"the symbolic links lead in a circle, choose another name", path);
+}
+
+AtomicFileWriter::AtomicFileWriter(const std::string & path) : target_(goal(path)) {
     if (File::fileName(target_).empty()) throw IOException(L"cannot write a file without a name", path);
     if (File::exists(target_) && !File::isFile(target_))
         throw IOException(L"cannot replace what is no regular file, choose another name", path);
     if (!File::isDir(File::pathName(target_)))
         throw IOException(L"cannot write the file, make its folder first", path);
+    if (isWriteProtected(target_))
+        throw IOException(L"the file is write protected, choose another name or change its access rights",
+                          path);
     if (canBeNamed()) file_ = File::createUnnamed(target_);
     if (file_) return;
     aside_ = newNameAside(target_);

@@ -329,6 +329,57 @@ TEST_F(AtomicFileWriterTest, KeepsLinksAndAccessRights) {
     EXPECT_EQ(fs::status(path("a")).permissions(), fs::perms(0640));
 }
 
+TEST_F(AtomicFileWriterTest, ALinkToNothingIsFollowed) {
+    fs::create_directory(path("folder"));
+    fs::create_symlink("folder/b", path("link"));
+    fs::create_symlink("link", path("second"));
+    AtomicFileWriter writer(path("second"));
+    writer.write("new", 3);
+    writer.commit();
+    EXPECT_EQ(content("folder/b"), "new");
+    EXPECT_TRUE(fs::is_symlink(path("link")));
+    EXPECT_TRUE(fs::is_symlink(path("second")));
+    fs::create_symlink("none/b", path("lost"));
+    EXPECT_THROW(AtomicFileWriter(path("lost")), IOException);
+    EXPECT_TRUE(fs::is_symlink(path("lost")));
+}
+
+TEST_F(AtomicFileWriterTest, LinksInACircleAreRefused) {
+    fs::create_symlink("b", path("a"));
+    fs::create_symlink("a", path("b"));
+    EXPECT_THROW(AtomicFileWriter(path("a")), IOException);
+    EXPECT_TRUE(fs::is_symlink(path("a")));
+}
+
+/// The superuser, as whom tests may run, could replace it.
+TEST_F(AtomicFileWriterTest, AWriteProtectedFileStays) {
+    write("a", "old");
+    fs::create_symlink("a", path("link"));
+    ::chmod(path("a").c_str(), 0444);
+    for (const char * name : {"a", "link"}) {
+        try {
+            AtomicFileWriter writer(path(name));
+            writer.commit();
+            ADD_FAILURE() << name;
+        } catch (const IOException & error) {
+            EXPECT_NE(std::string(error.what()).find("write protected"), std::string::npos) << error.what();
+        }
+    }
+    EXPECT_EQ(content("a"), "old");
+}
+
+TEST_F(AtomicFileWriterTest, TheGoalIsOneForAllNamesOfAFile) {
+    const std::string folder = fs::canonical(folder_).string() + "/";
+    fs::create_directories(path("folder/inner"));
+    fs::create_symlink("folder/inner", path("away"));
+    fs::create_symlink("folder/b", path("link"));
+    for (const char * name : {"folder/b", "link", "./folder/b", "folder/../folder/b", "away/../b"})
+        EXPECT_EQ(AtomicFileWriter::goal(path(name)), folder + "folder/b") << name;
+    fs::create_directory(path("b"));
+    write("folder/b", "now it exists");
+    EXPECT_EQ(AtomicFileWriter::goal(path("away/../b")), folder + "folder/b");
+}
+
 TEST_F(AtomicFileWriterTest, WhatIsNoFileIsRefused) {
     EXPECT_THROW(AtomicFileWriter("/dev/null"), IOException);
     EXPECT_THROW(AtomicFileWriter(folder_ + "."), IOException);
