@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "outputfiles.h"
 
 #include <cctype>
 #include <cstdio>
@@ -78,6 +79,7 @@ void buildPyramid(const PyramidOptions & options) {
     std::optional<NBX::Color> mask;
     if (!options.format.empty()) format = parseFormat(options.format);
     if (!options.mask.empty()) mask = parseColor(options.mask);
+    checkOutputs({{"IMAGE", options.image}}, {{"OUT", options.out}});
     const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(new ZMT::RASTER::ImageFilePyramid(options.image));
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
     if (!format) format = formatOf(*finest, mask.has_value(), options.image);
@@ -99,6 +101,7 @@ void addPyramidCommand(CLI::App & app) {
                         "Pixel format: " + formatNames() + "; without it that of the image");
     command->add_flag("--deflate", options->deflates, "Deflate the tiles");
     command->add_option("--mask", options->mask, "Colour that becomes transparent")->type_name("RRGGBB");
+    addOutputNote(*command);
     command->callback([options] { buildPyramid(*options); });
 }
 

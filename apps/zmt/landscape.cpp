@@ -74,6 +74,17 @@ void checkLandscape(const LandscapeOptions & options) {
             "--method tree");
 }
 
+std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
+    std::vector<NamedFile> files = {{"--terrain", options.terrain}};
+    for (const std::string & path : options.images)
+        files.push_back({"--image", path});
+    for (const std::string & path : options.breakLines)
+        files.push_back({"--breaklines", path});
+    for (const std::string & path : options.draped)
+        files.push_back({"--drape", path});
+    return files;
+}
+
 Landscape::Landscape(const LandscapeOptions & options) {
     const Lighting lighting = parseLighting(options.lighting);
     const Sunlight sun = options.light.empty() ? s_defaultSun : parseSunlight(options.light);

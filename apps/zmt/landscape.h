@@ -13,6 +13,7 @@
 #include <zmt/raster/georeference.h>
 
 #include "groundlayers.h"
+#include "outputfiles.h"
 
 namespace CLI {
 class App;
@@ -38,6 +39,9 @@ struct LandscapeOptions {
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
 /// Throws `UsageError` for options that cannot be, whatever the files hold.
 void checkLandscape(const LandscapeOptions & options);
+
+/// The files that `options` name, for `checkOutputs`.
+std::vector<NamedFile> inputFiles(const LandscapeOptions & options);
 
 /// A terrain with all that lies on it, read and built.
 class Landscape {

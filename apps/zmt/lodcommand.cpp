@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "outputfiles.h"
 #include "step.h"
 #include "terraininput.h"
 
@@ -161,6 +162,8 @@ unsigned parseLevel(const std::string & text) {
 void runLod(const LodOptions & options) {
     checkMaxVertices(options.maxVertices);
     const unsigned meshLevel = options.mesh.empty() ? 0 : parseLevel(options.mesh[0]);
+    checkOutputs({{"--terrain", options.terrain}},
+                 {{"--report", options.report}, {"--mesh", options.mesh.empty() ? "" : options.mesh[1]}});
     TextFile report(options.report);
     std::optional<TextFile> meshFile;
     if (!options.mesh.empty()) meshFile.emplace(options.mesh[1]);
@@ -193,5 +196,6 @@ void addLodCommand(CLI::App & app) {
     command->add_flag("--native", options->reading.native,
                       "Keep the raster's own cells, even where they are degrees");
     addVoidOption(*command, options->reading.fillVoids);
+    addOutputNote(*command);
     command->callback([options] { runLod(*options); });
 }

@@ -114,6 +114,7 @@ void runRender(RenderOptions & options) {
     checkLandscape(options.landscape);
     const PictureSize size = parsePictureSize(options.size);
     parseView(options.view);
+    checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     // What cannot be written or drawn is noticed before the long work.
     NBX::AtomicFileWriter out(options.out);
     std::optional<NBX::AtomicFileWriter> stats;
@@ -155,5 +156,6 @@ void addRenderCommand(CLI::App & app) {
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
     command->add_option("--stats", options->stats, "JSON file for what was drawn");
     command->add_option("--out", options->out, "PNG file")->required();
+    addOutputNote(*command);
     command->callback([options] { runRender(*options); });
 }

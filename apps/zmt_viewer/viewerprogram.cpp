@@ -55,6 +55,7 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     addErrorOptions(app, options.errors);
     app.add_flag("--wireframe", options.wireframe, "Draw edges");
     app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
+    addOutputNote(app);
     app.add_option("--screenshot", options.screenshot,
                    "Save the window as a PNG file when the picture is complete, and end");
 }
@@ -65,6 +66,10 @@ void checkOptions(const ViewerOptions & options) {
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
     parseView(options.view);
     parsePictureSize(options.size);
+    std::vector<NamedFile> inputs = inputFiles(options.landscape);
+    for (const std::string & path : options.files)
+        inputs.push_back({"FILE", path});
+    checkOutputs(inputs, {{"--screenshot", options.screenshot}});
 }
 
 bool hasDisplay() {

@@ -144,6 +144,7 @@ void ViewerWindow::choosePicture() {
 
 bool ViewerWindow::savePicture(const std::string & path) {
     try {
+        checkOutputs(inputFiles(options_), {{"the picture", path}});
         view_->savePicture(path);
     } catch (const std::exception & error) {
         showFailure(tr("The picture was not saved"), QString::fromStdString(error.what()));

@@ -56,6 +56,16 @@ TEST(ViewerProgram, WrongArgumentsAreErrorsOfUsage) {
     expectFailure(view(folder, {s_everest, "--max-vertices", "1"}), 2, "--max-vertices");
 }
 
+TEST(ViewerProgram, AScreenshotIsNoneOfTheFilesThatAreShown) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", readWhole(s_jacksboro));
+    const std::string image = folder.write("i.tif", readWhole(s_everestImage));
+    expectFailure(view(folder, {terrain, "--screenshot", folder.in("./t.tif")}), 2, "FILE");
+    expectFailure(view(folder, {terrain, "--image", image, "--screenshot", image}), 2, "--image");
+    EXPECT_EQ(readWhole(s_jacksboro), readWhole(terrain));
+    EXPECT_EQ(readWhole(s_everestImage), readWhole(image));
+}
+
 TEST(ViewerProgram, TakesTheOptionsOfPictures) {
     const RunFolder folder;
     const std::vector<std::vector<std::string>> cases = {

@@ -301,6 +301,20 @@ TEST_F(ViewerWindowTest, SavesThePicture) {
     EXPECT_NE(std::string::npos, failure().find("/nowhere"));
 }
 
+TEST_F(ViewerWindowTest, DoesNotSaveAPictureOverAFileThatItShows) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", readWhole(s_everest));
+    const std::string image = folder.write("i.tif", readWhole(s_everestImage));
+    load({terrain, image});
+    for (const std::string & path : {terrain, image}) {
+        EXPECT_FALSE(window->savePicture(path));
+        EXPECT_TRUE(window->lastError().contains(QString::fromStdString(path)))
+            << window->lastError().toStdString();
+    }
+    EXPECT_EQ(readWhole(s_everest), readWhole(terrain));
+    EXPECT_EQ(readWhole(s_everestImage), readWhole(image));
+}
+
 TEST_F(ViewerWindowTest, EscapeCloses) {
     press(Qt::Key_Escape);
     EXPECT_FALSE(window->isVisible());

@@ -34,6 +34,21 @@ RasterFile::RasterFile(const std::string & path) : impl_(std::make_unique<Impl>(
 
 RasterFile::~RasterFile() = default;
 
+std::vector<std::string> RasterFile::partsOf(const std::string & path) {
+    GdalErrorTrap trap;
+    std::vector<std::string> parts;
+    try {
+        const GdalDataset dataset = openDataset(path, GDAL_OF_RASTER, L"", trap);
+        char ** files = dataset->GetFileList();
+        for (char ** file = files; file && *file; ++file)
+            parts.emplace_back(*file);
+        CSLDestroy(files);
+    } catch (const NBX::InputException &) {
+        // Who reads it says why.
+    }
+    return parts;
+}
+
 const std::string & RasterFile::path() const {
     return impl_->source->path();
 }

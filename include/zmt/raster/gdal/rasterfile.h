@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <nbx/object/so.h>
 #include <zmt/raster/georaster.h>
@@ -29,6 +30,10 @@ public:
     ~RasterFile();
     RasterFile(const RasterFile &) = delete;
     RasterFile & operator=(const RasterFile &) = delete;
+
+    /// The files that are read for the raster or image `path`, itself included: those beside it, and the
+    /// sources of a virtual one. None where it cannot be opened.
+    static std::vector<std::string> partsOf(const std::string & path);
 
     const std::string & path() const;
     /// Short name of the file's format, such as "GTiff".
