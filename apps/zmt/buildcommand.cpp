@@ -16,11 +16,13 @@
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
+#include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/tiledgeoimage.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
 namespace {
 
+using ZMT::RASTER::ProjectionFile;
 using ZMT::UTIL::CompressedTexture;
 
 struct PyramidOptions {
@@ -79,13 +81,15 @@ void buildPyramid(const PyramidOptions & options) {
     std::optional<NBX::Color> mask;
     if (!options.format.empty()) format = parseFormat(options.format);
     if (!options.mask.empty()) mask = parseColor(options.mask);
-    checkOutputs({{"IMAGE", options.image}}, {{"OUT", options.out}});
+    checkOutputs({{"IMAGE", options.image}},
+                 {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
     const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(new ZMT::RASTER::ImageFilePyramid(options.image));
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
     if (!format) format = formatOf(*finest, mask.has_value(), options.image);
-    const bool written = CompressedTexture::create(
-        finest, NBX::StringUtils::Utf8String2WString(options.out), *format,
-        options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None, mask ? &*mask : nullptr);
+    const bool written =
+        CompressedTexture::create(finest, NBX::StringUtils::Utf8String2WString(options.out), *format,
+                                  options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None,
+                                  mask ? &*mask : nullptr, image->reference().wkt);
     if (written) return;
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
     throw DataError(options.image + ": the image is damaged or cut off; get it anew");
@@ -96,7 +100,11 @@ void addPyramidCommand(CLI::App & app) {
         app.add_subcommand("pyramid", "Writes an image in all its resolutions into one file of tiles.");
     const auto options = std::make_shared<PyramidOptions>();
     command->add_option("IMAGE", options->image, "Image in any format that GDAL reads")->required();
-    command->add_option("OUT", options->out, "The file; its usual suffix is ztp")->required();
+    command
+        ->add_option("OUT", options->out,
+                     "The file; its usual suffix is ztp. The coordinate system of the image stands in a file "
+                     "beside it, with the suffix prj")
+        ->required();
     command->add_option("--format", options->format,
                         "Pixel format: " + formatNames() + "; without it that of the image");
     command->add_flag("--deflate", options->deflates, "Deflate the tiles");

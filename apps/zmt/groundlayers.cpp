@@ -23,6 +23,8 @@
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
+#include <zmt/raster/gdal/projectionfile.h>
+#include <zmt/raster/gdal/warpedimagepyramid.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/simplerasterdata.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
@@ -103,7 +105,8 @@ NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE:
 NBX::SO<TiledGeoImagePyramid> openPyramid(const std::string & path, const std::string & wkt) {
     const std::wstring name = NBX::StringUtils::Utf8String2WString(path);
     if (const NBX::SO<ZMT::UTIL::TexturePyramid> pyramid = ZMT::UTIL::CompressedTexture::load(name))
-        return pyramid;
+        return ZMT::RASTER::WarpedImagePyramid::create(pyramid, ZMT::RASTER::ProjectionFile::read(path).wkt,
+                                                       wkt, path);
     return new ZMT::RASTER::ImageFilePyramid(path, wkt);
 }
 

@@ -9,6 +9,7 @@
 
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/histogram.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
@@ -30,6 +31,10 @@ void printHeights(const ZMT::RASTER::RasterData & raster) {
                 100.0 * static_cast<double>(histogram.numberOfUndefinedValues()) / cells);
 }
 
+void printSystem(const ZMT::RASTER::GeoReference & reference) {
+    std::printf("system:     %s\n", reference.name.empty() ? "none" : reference.name.c_str());
+}
+
 /// Name and stored size of each level.
 void printLevels(const ZMT::UTIL::TexturePyramid & pyramid) {
     for (unsigned i = 0; i < pyramid.overviews(); ++i) {
@@ -45,11 +50,13 @@ void printLevels(const ZMT::UTIL::TexturePyramid & pyramid) {
 
 void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & pyramid) {
     const auto finest = pyramid.level(0);
+    const ZMT::RASTER::GeoReference reference = ZMT::RASTER::ProjectionFile::read(path);
     std::printf("file:       %s\n", path.c_str());
     std::printf("format:     texture pyramid, %s%s\n",
                 ZMT::UTIL::CompressedTexture::formatName(finest->pixelFormat()),
                 finest->header().compression == ZMT::UTIL::CompressedTexture::C_Deflate ? ", deflated" : "");
     std::printf("pixel:      %.10g by %.10g\n", finest->pixelSizeX(), finest->pixelSizeY());
+    printSystem(reference);
     std::printf("x:          %.10g to %.10g\n", pyramid.minX(), pyramid.maxX());
     std::printf("y:          %.10g to %.10g\n", pyramid.minY(), pyramid.maxY());
     printLevels(pyramid);
@@ -70,7 +77,7 @@ void printInfo(const std::string & path) {
     std::printf("format:     %s, bands: %u\n", file.format().c_str(), file.bands());
     std::printf("size:       %u by %u cells\n", grid.cellsX, grid.cellsY);
     std::printf("cell:       %.10g by %.10g%s\n", grid.cellSizeX, grid.cellSizeY, unit.c_str());
-    std::printf("system:     %s\n", reference.name.empty() ? "none" : reference.name.c_str());
+    printSystem(reference);
     std::printf("x:          %.10g to %.10g\n", raster.raster->minX(), raster.raster->maxX());
     std::printf("y:          %.10g to %.10g\n", raster.raster->minY(), raster.raster->maxY());
     printHeights(*raster.raster);

@@ -11,6 +11,7 @@
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/scene/attribute/distantlight.h>
+#include <zmt/raster/gdal/projectionfile.h>
 
 namespace {
 
@@ -76,8 +77,10 @@ void checkLandscape(const LandscapeOptions & options) {
 
 std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
     std::vector<NamedFile> files = {{"--terrain", options.terrain}};
-    for (const std::string & path : options.images)
+    for (const std::string & path : options.images) {
         files.push_back({"--image", path});
+        files.push_back({"the .prj beside --image", ZMT::RASTER::ProjectionFile::pathFor(path)});
+    }
     for (const std::string & path : options.breakLines)
         files.push_back({"--breaklines", path});
     for (const std::string & path : options.draped)

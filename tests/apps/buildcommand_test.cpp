@@ -60,13 +60,14 @@ TEST_F(BuildPyramidTest, WritesAPyramidAndTellsWhatItHolds) {
     const RunResult run = build(s_everest, {"--deflate"});
     ASSERT_EQ(0, run.status) << run.errors;
     EXPECT_EQ("", run.errors);
-    EXPECT_EQ(std::vector<std::string>{"a.ztp"}, folder.results());
+    EXPECT_EQ((std::vector<std::string>{"a.prj", "a.ztp"}), folder.results());
     const auto pyramid = result();
     ASSERT_TRUE(pyramid);
     EXPECT_GT(pyramid->overviews(), 1U);
     const RunResult info = runProcess(ZMT_EXECUTABLE, {"info", folder.out("a.ztp")}, folder);
     EXPECT_EQ(0, info.status) << info.errors;
-    for (const char * word : {"texture pyramid", "deflated", "level 0", "level 1", "x:  ", "pixels"})
+    for (const char * word :
+         {"texture pyramid", "deflated", "WGS 84 / UTM zone 45N", "level 0", "level 1", "x:  ", "pixels"})
         EXPECT_NE(std::string::npos, info.output.find(word)) << word << "\n" << info.output;
 }
 
@@ -103,6 +104,43 @@ TEST_F(BuildPyramidTest, WrongArguments) {
     expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image}, folder), 2, "OUT");
     expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.out("no/a.ztp")}, folder), 1,
                   "folder");
+}
+
+TEST_F(BuildPyramidTest, AnImageWithoutASystemLeavesNoneBesideItsPyramid) {
+    SmallGeoTiff image = noise(300, 200);
+    ASSERT_EQ(0, build(folder.write("image.tif", image.encode())).status);
+    EXPECT_EQ((std::vector<std::string>{"a.prj", "a.ztp"}), folder.results());
+    image.isPlaced = false;
+    ASSERT_EQ(0, build(folder.write("image.tif", image.encode())).status);
+    EXPECT_EQ(std::vector<std::string>{"a.ztp"}, folder.results());
+    const RunResult info = runProcess(ZMT_EXECUTABLE, {"info", folder.out("a.ztp")}, folder);
+    EXPECT_NE(std::string::npos, info.output.find("system:     none")) << info.output;
+}
+
+TEST_F(BuildPyramidTest, AFailureKeepsAPyramidWithItsSystem) {
+    ASSERT_EQ(0, build(folder.write("image.tif", noise(300, 200).encode())).status);
+    const std::string pyramid = readWhole(folder.out("a.ztp")), system = readWhole(folder.out("a.prj"));
+    SmallGeoTiff other = noise(900, 800);
+    other.system = 32644;
+    const std::string image = folder.write("other.tif", other.encode());
+    std::string cut = other.encode();
+    cut.resize(cut.size() / 2);
+    EXPECT_EQ(1, build(folder.write("cut.tif", cut)).status);
+    RunLimits full;
+    full.largestFile = 100000;
+    EXPECT_EQ(1, build(image, {}, full).status);
+    EXPECT_EQ((std::vector<std::string>{"a.prj", "a.ztp"}), folder.results());
+    EXPECT_TRUE(pyramid == readWhole(folder.out("a.ztp")));
+    EXPECT_EQ(system, readWhole(folder.out("a.prj")));
+}
+
+TEST_F(BuildPyramidTest, TheSystemHasItsOwnFile) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.out("a.prj")}, folder), 2,
+                  ".prj");
+    const std::string disguised = folder.write("b.prj", noise(300, 200).encode());
+    expectFailure(runProcess(ZMT_EXECUTABLE, {"build", "pyramid", disguised, folder.in("b.ztp")}, folder), 2,
+                  "IMAGE");
 }
 
 TEST_F(BuildPyramidTest, HeightsAreNoColours) {

@@ -160,6 +160,9 @@ INSTANTIATE_TEST_SUITE_P(
         Overwriting{"ReportAndMesh",
                     {"lod", "--terrain", "IN/t.tif", "--report", "IN/a", "--mesh", "0", "IN/a"},
                     {"--mesh", "--report", "a"}},
+        Overwriting{"PictureAndSystemOfAPyramid",
+                    {"render", "--terrain", "IN/t.tif", "--image", "IN/i.ztp", "--out", "IN/i.prj"},
+                    {"--out", "--image", "i.prj"}},
         Overwriting{
             "PyramidAndImage", {"build", "pyramid", "IN/i.tif", "IN/i.tif"}, {"OUT", "IMAGE", "i.tif"}}),
     [](const auto & info) { return std::string(info.param.name); });

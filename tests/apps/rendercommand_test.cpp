@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <ostream>
 
 #include <gtest/gtest.h>
@@ -128,6 +129,59 @@ TEST(RenderCommand, ImagesLieWhereTheyBelong) {
     EXPECT_EQ(1, hue(picture->getColor(65, 65))) << "north-east";
     EXPECT_EQ(2, hue(picture->getColor(35, 35))) << "south-west";
     EXPECT_EQ(0, hue(picture->getColor(65, 35))) << "south-east";
+}
+
+/// The quarters in degrees, over a bit more than the plain.
+SmallGeoTiff quartersInDegrees() {
+    SmallGeoTiff tiff = quarters();
+    tiff.isInDegrees = true;
+    tiff.system = 4326;
+    tiff.cell = 0.0056 / 16;
+    tiff.west = 86.99997;
+    tiff.north = 28.0256;
+    return tiff;
+}
+
+TEST(RenderCommand, PyramidsOfImagesInDegreesLieWhereTheImagesLie) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const std::string image = folder.write("i.tif", quartersInDegrees().encode());
+    const RunResult build =
+        runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.in("p.ztp")}, folder);
+    ASSERT_EQ(0, build.status) << build.errors;
+    const auto expected = pictureFromAbove(folder, {"--terrain", terrain, "--image", image});
+    const auto found = pictureFromAbove(folder, {"--terrain", terrain, "--image", folder.in("p.ztp")});
+    ASSERT_TRUE(expected && found);
+    EXPECT_EQ(1, hue(found->getColor(65, 65))) << "north-east";
+    EXPECT_EQ(2, hue(found->getColor(35, 35))) << "south-west";
+    EXPECT_LT(compareImages(*found, *expected).share, 0.02);
+}
+
+TEST(RenderCommand, APyramidWithoutASystemIsInThatOfTheTerrain) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const std::string image = folder.write("i.tif", quarters().encode());
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.in("p.ztp")}, folder).status);
+    const auto expected = pictureFromAbove(folder, {"--terrain", terrain, "--image", folder.in("p.ztp")});
+    std::filesystem::remove(folder.in("p.prj"));
+    const auto found = pictureFromAbove(folder, {"--terrain", terrain, "--image", folder.in("p.ztp")});
+    ASSERT_TRUE(expected && found);
+    EXPECT_EQ(0.0, compareImages(*found, *expected).share);
+}
+
+TEST(RenderCommand, ASystemBesideAPyramidThatCannotBeReadIsTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const std::string image = folder.write("i.tif", quarters().encode());
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE, {"build", "pyramid", image, folder.in("p.ztp")}, folder).status);
+    folder.write("p.prj", "no system");
+    for (const RunResult & run : {render(folder, {"--terrain", terrain, "--image", folder.in("p.ztp")}),
+                                  runProcess(ZMT_EXECUTABLE, {"info", folder.in("p.ztp")}, folder)}) {
+        EXPECT_EQ(1, run.status);
+        ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find("p.prj")) << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find("WKT")) << run.errors;
+    }
 }
 
 TEST(RenderCommand, ImagesAreRegisteredToThePixel) {

@@ -80,8 +80,9 @@ std::string SmallGeoTiff::encode() const {
     if (isPlaced) {
         fields.push_back(doubles(33550, {cell, cell, 0.0}));
         fields.push_back(doubles(33922, {0.0, 0.0, 0.0, west, north, 0.0}));
-        // Version, a projected system, pixels are areas, code of the system.
-        fields.push_back(shorts(34735, {1, 1, 0, 3, 1024, 0, 1, 1, 1025, 0, 1, 1, 3072, 0, 1, system}));
+        const auto kind = std::uint16_t(isInDegrees ? 2 : 1), code = std::uint16_t(isInDegrees ? 2048 : 3072);
+        // Version, kind of the system, pixels are areas, code of the system.
+        fields.push_back(shorts(34735, {1, 1, 0, 3, 1024, 0, 1, kind, 1025, 0, 1, 1, code, 0, 1, system}));
     }
     if (!noData.empty()) fields.push_back({42113, FT_Ascii, std::uint32_t(noData.size() + 1), noData + '\0'});
     return assemble(std::move(fields), data);

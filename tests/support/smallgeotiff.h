@@ -16,6 +16,7 @@ struct SmallGeoTiff {
     bool isPlaced = true;
     double west = 500000.0, north = 3100000.0, cell = 32.0; ///< outer edge, in metres
     std::uint16_t system = 32645;                           ///< EPSG code: UTM zone 45 north
+    bool isInDegrees = false;                               ///< the code is that of a geographic system
     std::string noData = "";
 
     std::string encode() const;

@@ -99,9 +99,7 @@ bool GdalSource::isOfSystem(const std::string & wkt) const {
     const OGRSpatialReference * own = opened_->GetSpatialRef();
     if (!own) own = opened_->GetGCPSpatialRef();
     if (wkt.empty() || !own || own->IsEmpty()) return true;
-    const OGRSpatialReference wanted = spatialReference(wkt);
-    const char * const options[] = {"IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES", nullptr};
-    return own->IsSame(&wanted, options);
+    return isSameSystem(*own, spatialReference(wkt));
 }
 
 void GdalSource::standUpright(Outside outside, const std::string & wkt) {

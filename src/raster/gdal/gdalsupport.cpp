@@ -144,6 +144,11 @@ OGRSpatialReference spatialReference(const std::string & wkt) {
     return system;
 }
 
+bool isSameSystem(const OGRSpatialReference & a, const OGRSpatialReference & b) {
+    const char * const options[] = {"IGNORE_DATA_AXIS_TO_SRS_AXIS_MAPPING=YES", nullptr};
+    return a.IsSame(&b, options);
+}
+
 GeoReference describe(const OGRSpatialReference * system) {
     GeoReference result;
     if (!system || system->IsEmpty()) return result;
@@ -189,6 +194,13 @@ void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::
     options.SetNameValue("PIXELOFFSET", std::to_string(pixelOffset).c_str());
     options.SetNameValue("LINEOFFSET", std::to_string(lineOffset).c_str());
     dataset.AddBand(type, options.List());
+}
+
+void addRgbaBands(GDALDataset & dataset, std::uint8_t * rgba) {
+    for (std::size_t channel = 0; channel < 4; ++channel)
+        addMemoryBand(dataset, GDT_Byte, rgba + channel, 4,
+                      4 * static_cast<std::size_t>(dataset.GetRasterXSize()));
+    dataset.GetRasterBand(4)->SetColorInterpretation(GCI_AlphaBand);
 }
 
 GdalDataset wrapRaster(SimpleRasterData<float> & raster, const std::string & wkt) {

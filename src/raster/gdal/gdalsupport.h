@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -58,6 +59,9 @@ GdalDataset openDataset(const std::string & path, unsigned kind, const std::wstr
 /// The system `wkt` with x as longitude or easting; throws `NBX::InputException` for what is none.
 OGRSpatialReference spatialReference(const std::string & wkt);
 
+/// True for two names of one system, whatever the order of its axes.
+bool isSameSystem(const OGRSpatialReference & a, const OGRSpatialReference & b);
+
 /// What `system` says of coordinates; it may be null or empty.
 GeoReference describe(const OGRSpatialReference * system);
 
@@ -68,6 +72,9 @@ GdalDataset newMemoryDataset(unsigned width, unsigned height, const double * geo
 /// Adds a band that is stored in the caller's memory; offsets count bytes.
 void addMemoryBand(GDALDataset & dataset, GDALDataType type, void * cells, std::size_t pixelOffset,
                    std::size_t lineOffset);
+
+/// Adds the bands of pixels of red, green, blue and alpha bytes, which are the caller's.
+void addRgbaBands(GDALDataset & dataset, std::uint8_t * rgba);
 
 /// A data set over the cells of `raster`, which it borrows. Its lines go from south to north. `wkt` may be
 /// empty.

@@ -160,12 +160,6 @@ std::string targetSystem(const std::string & own, const std::string & wanted) {
     return own.empty() ? std::string() : wanted;
 }
 
-void addRgbaBands(GDALDataset & dataset, std::vector<std::uint8_t> & rgba, unsigned width) {
-    for (std::size_t channel = 0; channel < 4; ++channel)
-        addMemoryBand(dataset, GDT_Byte, rgba.data() + channel, 4, 4 * static_cast<std::size_t>(width));
-    dataset.GetRasterBand(4)->SetColorInterpretation(GCI_AlphaBand);
-}
-
 } // namespace
 
 struct ImageFile::Impl {
@@ -260,9 +254,9 @@ std::optional<GeoImageData> ImageFile::warp(const std::string & wkt, const GeoEx
     const double to[6] = {overlap.box.minX,     sizeX / result.width, 0.0, overlap.box.minY, 0.0,
                           sizeY / result.height};
     const GdalDataset input = newMemoryDataset(width, height, from, system.empty() ? "" : reference().wkt);
-    addRgbaBands(*input, pixels, width);
+    addRgbaBands(*input, pixels.data());
     const GdalDataset output = newMemoryDataset(result.width, result.height, to, system);
-    addRgbaBands(*output, result.rgba, result.width);
+    addRgbaBands(*output, result.rgba.data());
     if (!warpBilinear(*input, *output, true, path(), progress)) return std::nullopt;
     return result;
 }

@@ -104,11 +104,11 @@ constexpr std::uint64_t storeMemory = 128ULL << 20;
 class PyramidCreation {
 public:
     PyramidCreation(TiledGeoImage & source, const std::string & path, CompressedTexture::PixelFormat format,
-                    unsigned compression)
+                    unsigned compression, const std::string & wkt)
         : source_(source), path_(path), format_(format),
           levels_(
               levelSizes(static_cast<unsigned>(source.pixelsX()), static_cast<unsigned>(source.pixelsY()))),
-          writer_(path, source.extent(), static_cast<unsigned>(levels_.size()), format, compression),
+          writer_(path, source.extent(), static_cast<unsigned>(levels_.size()), format, compression, wkt),
           progress_("compressing texture data", 1.0) {
         for (const LevelSize & level : levels_)
             tilesLeft_ += static_cast<double>(level.tiles());
@@ -216,7 +216,7 @@ public:
     bool write(const std::string & path, CompressedTexture::PixelFormat format) {
         const RASTER::GeoExtent extent = {source_.minX(), source_.minY(), source_.maxX(), source_.maxY()};
         TexturePyramidWriter writer(path, extent, static_cast<unsigned>(levels_.size()), format,
-                                    CompressedTexture::C_Deflate);
+                                    CompressedTexture::C_Deflate, "");
         NBX::Progress progress("compressing texture data", 1.0);
         double all = 0.0, done = 0.0;
         for (const LevelSize & size : levels_)
@@ -267,8 +267,8 @@ bool isSource(const TiledGeoImage & source) {
            source.pixelsY() <= INT32_MAX && hasArea(source.extent());
 }
 
-/// The images as one; null, and reported, when one of them is none.
-NBX::SO<TiledGeoImage> openImages(const std::vector<std::wstring> & images) {
+/// The images as one, and their system; null, and reported, when one of them is none.
+NBX::SO<TiledGeoImage> openImages(const std::vector<std::wstring> & images, std::string & wkt) {
     std::vector<NBX::SO<RASTER::ImageFilePyramid>> opened;
     for (const std::wstring & name : images) {
         NBX::SO<RASTER::ImageFilePyramid> image;
@@ -284,6 +284,7 @@ NBX::SO<TiledGeoImage> openImages(const std::vector<std::wstring> & images) {
         opened.push_back(image);
     }
     if (opened.empty()) return nullptr;
+    wkt = opened[0]->reference().wkt;
     if (opened.size() == 1) return opened[0]->overview(0);
     return new MosaicTiledGeoImage({opened.begin(), opened.end()});
 }
@@ -339,7 +340,7 @@ NBX::SO<TexturePyramid> CompressedTexture::load(const std::wstring & path) {
 }
 
 bool CompressedTexture::create(NBX::SO<TiledGeoImage> source, const std::wstring & path, PixelFormat format,
-                               unsigned compression, const NBX::Color * maskColor) {
+                               unsigned compression, const NBX::Color * maskColor, const std::string & wkt) {
     NBX_CHECK(source, L"no image");
     if (!source) return false;
     if (!isPixelFormat(format)) {
@@ -354,22 +355,24 @@ bool CompressedTexture::create(NBX::SO<TiledGeoImage> source, const std::wstring
     if (!isSource(*source)) return false;
     if (maskColor) source = new RASTER::ColorMaskedTiledGeoImage(source.get(), *maskColor);
     source = new CachedTiledGeoImage(source.get(), cacheBytes(*source));
-    return PyramidCreation(*source, utf8(path), format, compression).run();
+    return PyramidCreation(*source, utf8(path), format, compression, wkt).run();
 }
 
 bool CompressedTexture::create(const std::vector<std::wstring> & images, const std::wstring & path,
                                unsigned compression, const NBX::Color * maskColor) {
-    const NBX::SO<TiledGeoImage> source = openImages(images);
+    std::string wkt;
+    const NBX::SO<TiledGeoImage> source = openImages(images, wkt);
     if (!source) return false;
     const NBX::SO<NBX::Image> pixel = source->createEmptyImage(1, 1);
     const int format = maskColor ? static_cast<int>(PF_RGBA8) : pixel ? pixelFormatOf(*pixel) : -1;
-    return format >= 0 && create(source, path, static_cast<PixelFormat>(format), compression, maskColor);
+    return format >= 0 && create(source, path, static_cast<PixelFormat>(format), compression, maskColor, wkt);
 }
 
 bool CompressedTexture::create(const std::vector<std::wstring> & images, const std::wstring & path,
                                PixelFormat format, unsigned compression, const NBX::Color * maskColor) {
-    const NBX::SO<TiledGeoImage> source = openImages(images);
-    return source && create(source, path, format, compression, maskColor);
+    std::string wkt;
+    const NBX::SO<TiledGeoImage> source = openImages(images, wkt);
+    return source && create(source, path, format, compression, maskColor, wkt);
 }
 
 bool CompressedTexture::create(const VirtualTiledGeoImage & source, const std::wstring & path) {

@@ -14,8 +14,8 @@ using namespace TexturePyramidFormat;
 
 TexturePyramidWriter::TexturePyramidWriter(const std::string & path, const RASTER::GeoExtent & extent,
                                            unsigned levels, CompressedTexture::PixelFormat format,
-                                           unsigned compression)
-    : file_(path), extent_(extent), format_(format), compression_(compression),
+                                           unsigned compression, const std::string & wkt)
+    : file_(path), projection_(path, wkt), extent_(extent), format_(format), compression_(compression),
       key_(CompressedTexture::getEncryptionKey()), levels_(levels) {
     file_.file().resize(headerSize + 8ULL * levels);
     file_.file().seek(0, NBX::SM_End);
@@ -104,7 +104,7 @@ void TexturePyramidWriter::commit() {
     NBX_CHECK(positions_.size() == levels_, L"not all levels were written");
     if (positions_.size() != levels_) return;
     writeHeader();
-    file_.commit();
+    projection_.commitWith([this] { file_.commit(); });
 }
 
 } // namespace ZMT::UTIL

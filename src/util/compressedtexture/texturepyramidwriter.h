@@ -6,6 +6,7 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/image/image.h>
+#include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/geoimagedata.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
@@ -28,11 +29,13 @@ public:
     using TileSource = std::function<bool(unsigned column, unsigned row, NBX::SO<NBX::Image> & tile)>;
 
     TexturePyramidWriter(const std::string & path, const RASTER::GeoExtent & extent, unsigned levels,
-                         CompressedTexture::PixelFormat format, unsigned compression);
+                         CompressedTexture::PixelFormat format, unsigned compression,
+                         const std::string & wkt);
 
     /// The next level; false when `source` ended it.
     bool writeLevel(const LevelSize & size, const TileSource & source);
-    /// Writes the file's header, and puts the file in its place. `source` of all levels has been called.
+    /// Writes the file's header, and puts the file in its place, with the system `wkt` beside it. `source` of
+    /// all levels has been called.
     void commit();
 
 private:
@@ -41,6 +44,7 @@ private:
     void padTo8();
 
     NBX::AtomicFileWriter file_;
+    RASTER::ProjectionFile projection_;
     RASTER::GeoExtent extent_;
     CompressedTexture::PixelFormat format_;
     unsigned compression_;

@@ -54,8 +54,11 @@ public:
     /// tile of 128 by 128 pixels holds all. Pixels of `maskColor`, if there is one, become transparent. False
     /// when cancelled, when `source` cannot be read, and for parameters that are no formats or sizes, which
     /// are reported. Throws `NBX::IOException` where the file cannot be written.
+    /// `wkt` is the system of its coordinates; it is written beside the file, as `RASTER::ProjectionFile`
+    /// describes, and without one there is no such file any more.
     static bool create(NBX::SO<RASTER::TiledGeoImage> source, const std::wstring & path, PixelFormat format,
-                       unsigned compression = C_Deflate, const NBX::Color * maskColor = nullptr);
+                       unsigned compression = C_Deflate, const NBX::Color * maskColor = nullptr,
+                       const std::string & wkt = "");
     /// The same with image files in any format that GDAL reads. Of several, the later lie above the earlier,
     /// in the coordinate system of the first and in the resolution of the finest. The format is the one that
     /// holds all of them.
