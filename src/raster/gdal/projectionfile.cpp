@@ -1,6 +1,8 @@
 #include <zmt/raster/gdal/projectionfile.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <vector>
 
 #include "gdalsupport.h"
@@ -16,6 +18,15 @@ using NBX::File;
 
 /// No system takes more.
 constexpr std::uint64_t s_largestFile = 1 << 20;
+
+/// Formats that keep their system in the same place.
+constexpr const char * s_sharing[] = {"shp", "asc", "flt", "bil", "bip", "bsq"};
+
+bool isOfAnotherFile(const std::string & path) {
+    return std::any_of(std::begin(s_sharing), std::end(s_sharing), [&](const char * suffix) {
+        return File::exists(File::replaceExtensionName(path, suffix));
+    });
+}
 
 bool saysTheSame(const std::string & path, const std::string & wkt) {
     try {
@@ -62,6 +73,9 @@ ProjectionFile::ProjectionFile(const std::string & path, const std::string & wkt
     if (path_ == AtomicFileWriter::goal(path))
         throw NBX::IOException(L"files with this suffix hold coordinate systems, choose another name", path);
     if (File::exists(path_) ? hasSystem_ && saysTheSame(path, wkt) : !hasSystem_) return;
+    if (File::exists(path_) && isOfAnotherFile(path_))
+        throw NBX::IOException(L"gives another file of this name its coordinate system, choose another name",
+                               path_);
     // Also what will be removed must be a file that may be replaced.
     writer_.emplace(path_);
     if (hasSystem_) writer_->write((wkt + "\n").data(), wkt.size() + 1);

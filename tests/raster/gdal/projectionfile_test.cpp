@@ -118,6 +118,16 @@ TEST_F(ProjectionFileTest, AFileThatSaysTheSameIsNotTouched) {
     EXPECT_EQ(before, bytes());
 }
 
+TEST_F(ProjectionFileTest, TheSystemOfAnotherFileStays) {
+    put(wktOf("EPSG:32645"));
+    directory.write("a.shp", "shapes");
+    const std::string before = bytes();
+    EXPECT_THROW(put(wktOf("EPSG:4326")), NBX::IOException);
+    EXPECT_THROW(put(""), NBX::IOException);
+    EXPECT_NO_THROW(put(wktOf("EPSG:32645")));
+    EXPECT_EQ(before, bytes());
+}
+
 TEST_F(ProjectionFileTest, WhatHoldsNoSystemIsTold) {
     for (const char * content : {"", "no system", "EPSG:4326", "/etc/passwd", "GEOGCS[", "PROJCS[\"x\"]]]"}) {
         directory.write("a.prj", content);

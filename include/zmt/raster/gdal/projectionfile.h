@@ -23,8 +23,8 @@ public:
     static GeoReference read(const std::string & path);
 
     /// Prepares that `path` gets the system `wkt`; without one there will be no file beside it. A file that
-    /// says the same already is not touched. Throws `NBX::IOException` where it cannot be written, and where
-    /// `path` has the suffix itself.
+    /// says the same already is not touched. Throws `NBX::IOException` where it cannot be written, where it
+    /// belongs to another file, such as a shapefile, as well, and where `path` has the suffix itself.
     ProjectionFile(const std::string & path, const std::string & wkt);
 
     /// Puts the file in its place, or removes the one that is there, and calls `commit`, which does it for
