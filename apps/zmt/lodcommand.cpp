@@ -3,6 +3,7 @@
 #include "step.h"
 #include "terraininput.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -62,6 +63,14 @@ unsigned countNodes(const GeometryPatch & patch) {
     for (unsigned i = 0; i < patch.children(); ++i)
         nodes += countNodes(*patch.child(i));
     return nodes;
+}
+
+/// The level of the nodes farthest from the root, which has the level 0.
+unsigned lastLevel(const GeometryPatch & patch) {
+    unsigned level = 0;
+    for (unsigned i = 0; i < patch.children(); ++i)
+        level = std::max(level, 1 + lastLevel(*patch.child(i)));
+    return level;
 }
 
 /// Visits the nodes parents first, and numbers them in this order. The user may cancel.
@@ -173,6 +182,9 @@ void runLod(const LodOptions & options) {
     std::srand(options.seed);
     double milliseconds = 0.0;
     const auto root = buildTree(grid, options.maxVertices, milliseconds);
+    if (meshLevel > lastLevel(*root))
+        throw UsageError("--mesh: the tree has the levels 0 to " + std::to_string(lastLevel(*root)) + ": " +
+                         options.mesh[0]);
     if (meshFile) writeMesh(*meshFile, *root, meshLevel);
     writeReport(report, *root, milliseconds);
     if (meshFile) meshFile->commit();

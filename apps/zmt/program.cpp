@@ -14,6 +14,24 @@
 
 namespace {
 
+/// The sub-command that was reached.
+const CLI::App & commandOf(const CLI::App & app) {
+    const auto used = app.get_subcommands();
+    return used.empty() ? app : commandOf(*used.front());
+}
+
+/// A word in the place of a sub-command that is none; empty where that is not the fault.
+std::string unknownCommand(const CLI::App & app) {
+    const CLI::App & command = commandOf(app);
+    const auto words = command.remaining();
+    const bool hasCommands = !command.get_subcommands([](const CLI::App *) { return true; }).empty();
+    if (!hasCommands || words.empty() || words.front().rfind('-', 0) == 0) return "";
+    std::string names;
+    for (const CLI::App * known : command.get_subcommands([](const CLI::App *) { return true; }))
+        names += (names.empty() ? "" : ", ") + known->get_name();
+    return "unknown command: " + words.front() + "; choose one of " + names;
+}
+
 int usageError(const CLI::App & app, const std::string & message) {
     std::string command = app.get_name();
     for (auto used = app.get_subcommands(); !used.empty(); used = used.front()->get_subcommands())
@@ -28,7 +46,8 @@ int parse(CLI::App & app, int argc, const char * const * argv) {
         return ES_Success;
     } catch (const CLI::ParseError & error) {
         if (error.get_exit_code() == 0) return app.exit(error);
-        return usageError(app, error.what());
+        const std::string unknown = unknownCommand(app);
+        return usageError(app, unknown.empty() ? error.what() : unknown);
     } catch (const UsageError & error) {
         return usageError(app, error.what());
     }

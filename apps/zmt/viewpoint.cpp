@@ -19,6 +19,8 @@ using Point = NBX::Vector3Base<double>;
 using ZMT::CORE::GridData;
 
 constexpr unsigned s_largestSide = 16384;
+/// No map is larger, in whatever unit; what is much larger is lost among the numbers of the scene.
+constexpr double s_largestCoordinate = 1e12;
 
 /// Where to stand for a view, in scene coordinates with the heights exaggerated.
 class ViewpointFinder {
@@ -134,9 +136,12 @@ View parseView(const std::string & text) {
     char rest = 0;
     const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &c[0], &c[1], &c[2], &c[3], &c[4],
                                  &c[5], &rest);
-    const bool isFinite = std::all_of(c.begin(), c.end(), [](double v) { return std::isfinite(v); });
-    if (read != 6 || !isFinite)
-        throw UsageError("--view must be overview, closeup, north or six numbers EX,EY,EZ,AX,AY,AZ: " + text);
+    const bool isOnMap =
+        std::all_of(c.begin(), c.end(), [](double v) { return std::abs(v) <= s_largestCoordinate; });
+    if (read != 6 || !isOnMap)
+        throw UsageError("--view must be overview, closeup, north or six numbers EX,EY,EZ,AX,AY,AZ, each at "
+                         "most 1e12: " +
+                         text);
     if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3))
         throw UsageError("--view: eye and aim are the same point");
     return {"", c};

@@ -287,6 +287,8 @@ INSTANTIATE_TEST_SUITE_P(
                       WrongUse{"EndlessExaggeration", {"--exaggeration", "inf"}, "--exaggeration"},
                       WrongUse{"NegativeBudget", {"--max-vertices=-100"}, "--max-vertices"},
                       WrongUse{"EndlessView", {"--view", "1,2,inf,4,5,6"}, "--view must be"},
+                      WrongUse{"ViewBeyondAllMaps", {"--view", "1e300,2,3,4,5,6"}, "--view must be"},
+                      WrongUse{"AimBeyondAllMaps", {"--view", "1,2,3,4,-1e13,6"}, "--view must be"},
                       WrongUse{"SunIsNoNumber", {"--light", "nan,30"}, "--light must be"},
                       WrongUse{"SmallBudget", {"--max-vertices", "0"}, "--max-vertices must be"},
                       WrongUse{"UnknownMethod", {"--method", "flat"}, "--method must be"},
@@ -335,7 +337,10 @@ TEST(Program, DamagedPyramidsAreTold) {
 TEST(Program, UsageIsTold) {
     const RunFolder folder;
     expectFailure(zmt(folder, {}), 2, {"--help"}, folder);
-    expectFailure(zmt(folder, {"paint"}), 2, {"--help"}, folder);
+    expectFailure(zmt(folder, {"paint"}), 2, {"unknown command: paint", "render", "--help"}, folder);
+    expectFailure(zmt(folder, {"build", "house"}), 2, {"unknown command: house", "pyramid"}, folder);
+    expectFailure(zmt(folder, {"--paint"}), 2, {"--help"}, folder);
+    expectFailure(zmt(folder, {"build"}), 2, {"zmt build --help"}, folder);
     expectFailure(zmt(folder, {"render"}), 2, {"--terrain", "--help"}, folder);
     expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
     expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
@@ -381,6 +386,17 @@ TEST(Program, ATreeIsDescribedWholeOrNotAtAll) {
     ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
     EXPECT_NE(std::string::npos, run.errorLines()[0].find("r.json")) << run.errors;
     EXPECT_EQ(std::vector<std::string>(), folder.results());
+}
+
+TEST(Program, ALevelThatTheTreeDoesNotHaveIsTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const auto run = [&](const std::string & level) {
+        return zmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", level,
+                            folder.out("m.obj")});
+    };
+    expectFailure(run("99"), 2, {"--mesh", "levels 0 to ", "99"}, folder);
+    EXPECT_EQ(0, run("0").status);
 }
 
 TEST(Program, HelpAndVersionAreNoErrors) {
