@@ -2,14 +2,14 @@
 
 #include "commands.h"
 
+#include <cctype>
 #include <cmath>
 
 #include <CLI/CLI.hpp>
 
-#include <nbx/data/memorydataresource.h>
 #include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/image/image.h>
-#include <nbx/image/pngwriter.h>
+#include <nbx/image/imagewriter.h>
 #include <nbx/math/color.h>
 
 namespace {
@@ -41,10 +41,19 @@ NBX::SO<NBX::Attribute> makeWireframe() {
     return new NBX::PolygonModeGL(NBX::PolygonModeGL::M_Line);
 }
 
-void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out) {
+void checkPictureName(const std::string & option, const std::string & path) {
+    std::string suffix = NBX::File::extensionName(path);
+    for (char & letter : suffix)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    if (suffix.empty() || suffix == "png" || NBX::ImageWriter::isJPEG(path)) return;
+    throw UsageError(
+        option + ": pictures are PNG or JPEG files; choose a name that ends in png, jpg or jpeg: " + path);
+}
+
+void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path) {
     const NBX::SO<NBX::Image> picture = canvas.snapshot();
     if (!picture) throw DataError("there is no picture to save");
-    const auto png = NBX::SO<NBX::PNGWriter>(new NBX::PNGWriter)->write(picture.get());
-    if (!png) throw DataError("the picture could not be encoded");
-    out.write(png->pointer(), png->size());
+    const auto bytes = NBX::ImageWriter::encode(picture.get(), path);
+    if (!bytes) throw DataError("the picture could not be encoded");
+    out.write(bytes->pointer(), bytes->size());
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/object/so.h>
@@ -26,5 +28,8 @@ void checkErrors(const AllowedErrors & errors);
 void prepareCanvas(NBX::GLCanvas & canvas);
 /// What lies behind it in a node is drawn by its edges.
 NBX::SO<NBX::Attribute> makeWireframe();
-/// Draws the canvas and writes a PNG file, which is not committed. Throws `DataError` and `NBX::IOException`.
-void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out);
+/// Throws `UsageError` for a name that promises another format than PNG or JPEG.
+void checkPictureName(const std::string & option, const std::string & path);
+/// Draws the canvas and writes the file of the name `path`, JPEG where it says so and PNG otherwise, to
+/// `out`, which is not committed. Throws `DataError` and `NBX::IOException`.
+void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path);

@@ -115,6 +115,7 @@ void runRender(RenderOptions & options) {
     const PictureSize size = parsePictureSize(options.size);
     parseView(options.view);
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
+    checkPictureName("--out", options.out);
     // What cannot be written or drawn is noticed before the long work.
     NBX::AtomicFileWriter out(options.out);
     std::optional<NBX::AtomicFileWriter> stats;
@@ -132,7 +133,7 @@ void runRender(RenderOptions & options) {
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
 
-    writePicture(*canvas, out);
+    writePicture(*canvas, out, options.out);
     const std::string description =
         describe(size, frames, rendererOf(*canvas), landscape.buildMilliseconds());
     if (stats) {
@@ -146,7 +147,7 @@ void runRender(RenderOptions & options) {
 } // namespace
 
 void addRenderCommand(CLI::App & app) {
-    auto * command = app.add_subcommand("render", "Draws a terrain into a PNG file.");
+    auto * command = app.add_subcommand("render", "Draws a terrain into a picture.");
     const auto options = std::make_shared<RenderOptions>();
     command->add_option("--terrain", options->landscape.terrain, "Height raster")->required();
     addLandscapeOptions(*command, options->landscape);
@@ -155,7 +156,9 @@ void addRenderCommand(CLI::App & app) {
     command->add_flag("--wireframe", options->wireframe, "Draw edges");
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
     command->add_option("--stats", options->stats, "JSON file for what was drawn");
-    command->add_option("--out", options->out, "PNG file")->required();
+    command
+        ->add_option("--out", options->out, "The picture: JPEG where the name ends in jpg or jpeg, else PNG")
+        ->required();
     addOutputNote(*command);
     command->callback([options] { runRender(*options); });
 }

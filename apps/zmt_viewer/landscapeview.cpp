@@ -260,7 +260,7 @@ void LandscapeView::showFigures() {
 void LandscapeView::savePicture(const std::string & path) {
     NBX::AtomicFileWriter out(path);
     if (!canvas_) throw DataError("there is no picture to save");
-    writePicture(*canvas_, out);
+    writePicture(*canvas_, out, path);
     out.commit();
 }
 

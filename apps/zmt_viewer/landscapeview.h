@@ -47,7 +47,8 @@ public:
     /// Draws again, after something in the scene was changed.
     void redraw();
 
-    /// The picture in a PNG file, without what lies over it. Throws `DataError` or `NBX::IOException`.
+    /// The picture in a file, JPEG where its name says so and PNG otherwise, without what lies over it.
+    /// Throws `DataError` or `NBX::IOException`.
     void savePicture(const std::string & path);
 
     /// Whether a landscape is shown and nothing is to be refined.

@@ -22,12 +22,14 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <nbx/image/imagewriter.h>
 
 namespace {
 
 using ZMT::CORE::TerrainPainterGLSettings;
 
 constexpr int s_pollMilliseconds = 50;
+constexpr int s_pictureQuality = 90;
 constexpr int s_longestScreenshot = 120'000;
 
 struct ViewerOptions {
@@ -57,7 +59,8 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
     addOutputNote(app);
     app.add_option("--screenshot", options.screenshot,
-                   "Save the window as a PNG file when the picture is complete, and end");
+                   "Save the window when the picture is complete, and end: JPEG where the name ends in jpg "
+                   "or jpeg, else PNG");
 }
 
 void checkOptions(const ViewerOptions & options) {
@@ -70,6 +73,7 @@ void checkOptions(const ViewerOptions & options) {
     for (const std::string & path : options.files)
         inputs.push_back({"FILE", path});
     checkOutputs(inputs, {{"--screenshot", options.screenshot}});
+    checkPictureName("--screenshot", options.screenshot);
 }
 
 bool hasDisplay() {
@@ -80,7 +84,8 @@ bool hasDisplay() {
 class Screenshot {
 public:
     /// Throws `NBX::IOException`: a file that cannot be written is noticed before the long work.
-    Screenshot(ViewerWindow & window, const std::string & path) : window_(window), out_(path) {
+    Screenshot(ViewerWindow & window, const std::string & path)
+        : window_(window), format_(NBX::ImageWriter::isJPEG(path) ? "JPEG" : "PNG"), out_(path) {
         QObject::connect(&timer_, &QTimer::timeout, &window, [this] { look(); });
         timer_.start(s_pollMilliseconds);
     }
@@ -95,9 +100,10 @@ private:
     }
     void save() {
         try {
-            QBuffer png;
-            if (!window_.grab().save(&png, "PNG")) return fail("the picture could not be encoded");
-            out_.write(png.data().constData(), std::uint64_t(png.size()));
+            QBuffer picture;
+            if (!window_.grab().save(&picture, format_, s_pictureQuality))
+                return fail("the picture could not be encoded");
+            out_.write(picture.data().constData(), std::uint64_t(picture.size()));
             out_.commit();
             QCoreApplication::exit(ES_Success);
         } catch (const std::exception & error) {
@@ -111,6 +117,7 @@ private:
     }
 
     ViewerWindow & window_;
+    const char * format_;
     NBX::AtomicFileWriter out_;
     QTimer timer_;
     int waited_ = 0;

@@ -19,6 +19,7 @@
 #include <QStatusBar>
 #include <QVBoxLayout>
 
+#include "../zmt/picture.h"
 #include "controlpanel.h"
 #include "landscapeview.h"
 
@@ -137,14 +138,15 @@ void ViewerWindow::chooseFiles() {
 }
 
 void ViewerWindow::choosePicture() {
-    const QString name =
-        QFileDialog::getSaveFileName(this, tr("Save picture"), "landscape.png", tr("PNG pictures (*.png)"));
+    const QString name = QFileDialog::getSaveFileName(this, tr("Save picture"), "landscape.png",
+                                                      tr("Pictures (*.png *.jpg *.jpeg)"));
     if (!name.isEmpty()) savePicture(name.toStdString());
 }
 
 bool ViewerWindow::savePicture(const std::string & path) {
     try {
         checkOutputs(inputFiles(options_), {{"the picture", path}});
+        checkPictureName("the picture", path);
         view_->savePicture(path);
     } catch (const std::exception & error) {
         showFailure(tr("The picture was not saved"), QString::fromStdString(error.what()));

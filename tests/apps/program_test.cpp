@@ -399,6 +399,22 @@ TEST(Program, ALevelThatTheTreeDoesNotHaveIsTold) {
     EXPECT_EQ(0, run("0").status);
 }
 
+TEST(Program, APictureIsWhatItsNameSays) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const auto run = [&](const std::string & name) {
+        return zmt(folder, {"render", "--terrain", terrain, "--size", "48x32", "--out", folder.out(name)});
+    };
+    for (const char * name : {"p.tif", "p.bmp", "p.jpg.txt"})
+        expectFailure(run(name), 2, {"--out", "PNG or JPEG", name}, folder);
+    for (const char * name : {"p.jpg", "p.JPEG", "p.png", "p.PNG", "p"}) {
+        EXPECT_EQ(0, run(name).status) << name;
+        const std::string begin = readWhole(folder.out(name)).substr(0, 4);
+        const bool isJpeg = std::string(name).find_first_of("jJ") != std::string::npos;
+        EXPECT_EQ(isJpeg ? "\xFF\xD8\xFF\xE0" : "\x89PNG", begin) << name;
+    }
+}
+
 TEST(Program, HelpAndVersionAreNoErrors) {
     const RunFolder folder;
     for (const char * option : {"--help", "--version"}) {

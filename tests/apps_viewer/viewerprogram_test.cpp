@@ -56,6 +56,14 @@ TEST(ViewerProgram, WrongArgumentsAreErrorsOfUsage) {
     expectFailure(view(folder, {s_everest, "--max-vertices", "1"}), 2, "--max-vertices");
 }
 
+TEST(ViewerProgram, AScreenshotIsWhatItsNameSays) {
+    const RunFolder folder;
+    expectFailure(view(folder, {s_jacksboro, "--screenshot", folder.out("w.tif")}), 2, "PNG or JPEG");
+    EXPECT_EQ(0,
+              view(folder, {s_jacksboro, "--size", "480x360", "--screenshot", folder.out("w.jpg")}).status);
+    EXPECT_EQ("\xFF\xD8\xFF", readWhole(folder.out("w.jpg")).substr(0, 3));
+}
+
 TEST(ViewerProgram, AScreenshotIsNoneOfTheFilesThatAreShown) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", readWhole(s_jacksboro));

@@ -4,7 +4,6 @@
 #include <cctype>
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/data/memorydataresource.h>
 #include <nbx/data/objectsaver.h>
 #include <nbx/image/jpegwriter.h>
 #include <nbx/image/pngwriter.h>
@@ -18,19 +17,19 @@ namespace {
 
 constexpr int jpegQuality = 90;
 
-bool isJPEG(const std::string & path) {
+} // namespace
+
+bool ImageWriter::isJPEG(const std::string & path) {
     std::string suffix = File::extensionName(path);
     std::transform(suffix.begin(), suffix.end(), suffix.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return suffix == "jpg" || suffix == "jpeg";
 }
 
-SO<MemoryDataResource> encode(const Image * image, bool asJPEG) {
-    if (asJPEG) return SO<JPEGWriter>(new JPEGWriter(jpegQuality))->write(image);
+SO<MemoryDataResource> ImageWriter::encode(const Image * image, const std::string & path) {
+    if (isJPEG(path)) return SO<JPEGWriter>(new JPEGWriter(jpegQuality))->write(image);
     return SO<PNGWriter>(new PNGWriter())->write(image);
 }
-
-} // namespace
 
 bool ImageWriter::canWrite(const SharedObj * object) const {
     return dynamic_cast<const Image *>(object);
@@ -46,7 +45,7 @@ std::string ImageWriter::objectFormatName() const {
 
 void ImageWriter::write(const SharedObj * object, const std::string & path) {
     const auto * image = dynamic_cast<const Image *>(object);
-    const SO<MemoryDataResource> bytes = image ? encode(image, isJPEG(path)) : nullptr;
+    const SO<MemoryDataResource> bytes = image ? encode(image, path) : nullptr;
     if (!bytes) throw IOException(L"image cannot be encoded", path);
     AtomicFileWriter file(path);
     file.write(bytes->pointer(), bytes->size());
