@@ -4,6 +4,7 @@
 #include "step.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/hybrid/breaklines.h>
@@ -20,11 +21,34 @@ DataError noAreas(const std::string & path) {
     return DataError(path + ": has no area on the terrain; choose one that covers it");
 }
 
-/// In map coordinates, larger by the widths of `margin` boxes on each side.
-GeoExtent extentOf(const NBX::Bounds & box, const Point & origin, double margin) {
-    const Point wider = box.diagonal() * margin;
-    const Point low = box.getLLF() + origin - wider, high = box.getURB() + origin + wider;
+/// Of the vertices, in map coordinates.
+GeoExtent extentOf(const ZMT::CORE::GridData & grid) {
+    const Point low = grid.boundingBox().getLLF() + grid.origin();
+    const Point high = grid.boundingBox().getURB() + grid.origin();
     return {low.x, low.z, high.x, high.z};
+}
+
+/// Where heights are asked for after some rounding: the outermost edges do not belong to a grid.
+GeoExtent groundOf(const ZMT::CORE::GridData & grid) {
+    constexpr double margin = 1e-6; // of a cell
+    const auto [cellX, cellY] = grid.getCellSize();
+    const GeoExtent extent = extentOf(grid);
+    return {extent.minX + cellX * margin, extent.minY + cellY * margin, extent.maxX - cellX * margin,
+            extent.maxY - cellY * margin};
+}
+
+/// The largest distance of draped points.
+double spacingOn(const std::pair<double, double> & cell) {
+    return std::max(cell.first, cell.second);
+}
+
+void checkPoints(const std::vector<PolygonTriangulation::Ring> & areas, double spacing,
+                 const std::string & path) {
+    const double points = PolygonTriangulation::pointsToDrape(areas, spacing);
+    if (points > PolygonTriangulation::maxPoints)
+        throw DataError(path + ": draping its areas takes " + std::to_string(std::llround(points)) +
+                        " points, at most " + std::to_string(PolygonTriangulation::maxPoints) +
+                        " can be; choose fewer areas, or a terrain with larger cells");
 }
 
 } // namespace
@@ -32,8 +56,7 @@ GeoExtent extentOf(const NBX::Bounds & box, const Point & origin, double margin)
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference) {
     Step step("stamping " + path);
-    const auto lines =
-        ZMT::RASTER::VectorFile(path).read(reference.wkt, extentOf(grid->boundingBox(), grid->origin(), 0.0));
+    const auto lines = ZMT::RASTER::VectorFile(path).read(reference.wkt, extentOf(*grid));
     step.goOn(0.3);
     const auto features = ZMT::CORE::BreakLines::toFeatures(*grid, lines);
     if (features.empty()) throw DataError(path + ": has no line on the terrain; choose one that covers it");
@@ -45,16 +68,18 @@ NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & gri
 
 std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,
                                                   const ZMT::RASTER::GeoReference & reference) {
-    // Areas are not cut at the terrain's edge, where they would not be closed any more.
-    constexpr double margin = 1.0;
     Step step("reading " + path);
-    const auto lines = ZMT::RASTER::VectorFile(path).read(
-        reference.wkt, extentOf(grid.boundingBox(), grid.origin(), margin));
+    const auto areas = ZMT::RASTER::VectorFile(path).readAreas(reference.wkt, groundOf(grid));
+    if (areas.outlines.empty()) throw noAreas(path);
     std::vector<PolygonTriangulation::Ring> rings;
-    for (const auto & line : lines)
-        if (line.isClosed) rings.push_back(line.points);
-    if (rings.empty()) throw noAreas(path);
+    for (const auto & outline : areas.outlines)
+        rings.push_back(outline.points);
+    checkPoints(rings, spacingOn(grid.getCellSize()), path);
     step.finish();
+    if (areas.outside > 0)
+        writeError(path + ": " + std::to_string(areas.outside) + " of " +
+                   std::to_string(areas.inside + areas.outside) +
+                   " areas lie beyond the terrain and are left out");
     return rings;
 }
 
@@ -62,9 +87,8 @@ NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::
                                                        const std::vector<PolygonTriangulation::Ring> & areas,
                                                        double lift, const std::string & path) {
     Step step("draping " + path);
-    const auto cell = terrain->getCellSize();
     const auto triangles =
-        PolygonTriangulation::drape(*terrain, areas, std::max(cell.first, cell.second), lift);
+        PolygonTriangulation::drape(*terrain, areas, spacingOn(terrain->getCellSize()), lift);
     if (!triangles) throw noAreas(path);
     step.goOn(0.8);
     auto draped = terrain->createTerrainTexturedTriangles(triangles);

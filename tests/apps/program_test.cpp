@@ -315,6 +315,49 @@ TEST(Program, VectorFilesThatCannotBeUsedAreTold) {
             expectFailure(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
 }
 
+TEST(Program, AreasBeyondTheTerrainAreCounted) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const auto square = [](int x, int y, int size) {
+        const auto corner = [](int a, int b) {
+            return "[" + std::to_string(a) + "," + std::to_string(b) + "]";
+        };
+        return "[[" + corner(x, y) + "," + corner(x + size, y) + "," + corner(x + size, y + size) + "," +
+               corner(x, y + size) + "," + corner(x, y) + "]]";
+    };
+    const auto areas = [&](const std::vector<std::string> & coordinates) {
+        std::string text;
+        for (const std::string & c : coordinates)
+            text += (text.empty() ? "" : ",") +
+                    std::string(R"({"type":"Feature","properties":{},"geometry":{"type":"Polygon",)") +
+                    R"("coordinates":)" + c + "}}";
+        return R"({"type":"FeatureCollection","crs":{"type":"name","properties":{"name":"EPSG:32645"}},)"
+               R"("features":[)" +
+               text + "]}";
+    };
+    // The terrain is nothing beside the first one.
+    const std::string all = square(-3000000, -1000000, 9000000), beyond = square(700000, 0, 10);
+    const RunResult whole =
+        render(folder, terrain, {"--drape", folder.write("a.geojson", areas({all})), "--size", "48x32"});
+    EXPECT_EQ(0, whole.status);
+    EXPECT_EQ(0U, whole.errorLines().size()) << whole.errors;
+    const RunResult run =
+        render(folder, terrain,
+               {"--drape", folder.write("b.geojson", areas({beyond, all, beyond})), "--size", "48x32"});
+    EXPECT_EQ(0, run.status);
+    ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+    EXPECT_NE(std::string::npos, run.errorLines()[0].find("b.geojson: 2 of 3 areas")) << run.errors;
+}
+
+TEST(Program, AreasTooLargeToBeDrapedAreToldOnce) {
+    const RunFolder folder;
+    const std::string all = folder.write(
+        "all.geojson", R"({"type":"Polygon","coordinates":[[[80,20],[95,20],[95,40],[80,40],[80,20]]]})");
+    expectFailure(render(folder, folder.write("t.tif", slope(2100, 2100).encode()),
+                         {"--drape", all, "--size", "48x32"}),
+                  1, {all, "points", "4000000", "larger cells"}, folder);
+}
+
 TEST(Program, RastersTooLargeForChunkedTerrainsAreTold) {
     const RunFolder folder;
     expectFailure(render(folder, folder.write("t.tif", slope(8194, 2).encode()),

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+#include "areacollector.h"
 #include "gdalsupport.h"
+#include "sourcewindows.h"
 
 #include <ogrsf_frmts.h>
 
@@ -20,19 +22,48 @@ using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 /// Collections in collections, of which no file needs more.
 constexpr unsigned maxDepth = 32;
 
+const Point nowhere(NAN, NAN, NAN);
+
+std::vector<Point> pointsOf(const OGRSimpleCurve & curve) {
+    std::vector<Point> points;
+    for (int i = 0; i < curve.getNumPoints(); ++i)
+        points.emplace_back(curve.getX(i), curve.getZ(i), curve.getY(i));
+    return points;
+}
+
+/// The line where it is in `window`, with more points on long edges, as what is straight in one system is not
+/// in another; `nowhere` between what is inside.
+std::vector<Point> pointsIn(const GeoExtent & window, const std::vector<Point> & points) {
+    const double step = std::hypot(window.maxX - window.minX, window.maxY - window.minY) / edgesAcrossWindow;
+    std::vector<Point> result;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const Point & b = points[i];
+        if (i > 0) {
+            const Point & a = points[i - 1];
+            const auto [from, to] = VectorLine::clip(window, a, b).value_or(std::pair(0.0, 0.0));
+            const double edges = std::ceil(std::hypot(b.x - a.x, b.z - a.z) * (to - from) / step);
+            for (double k = 0.0; k <= edges; ++k)
+                if (const double t = from + (to - from) * (k / edges); t > 0.0 && t < 1.0)
+                    result.push_back(a + (b - a) * t);
+        }
+        result.push_back(VectorLine::clip(window, b, b) ? b : nowhere);
+    }
+    return result;
+}
+
 /// Collects the lines of a file.
 class LineCollector {
 public:
     LineCollector(const std::string & path, const GeoExtent & extent, std::uint64_t maxPoints)
         : path_(path), extent_(extent), maxPoints_(maxPoints) {}
 
-    void setTransformation(Transformation transformation) { transformation_ = std::move(transformation); }
+    void setTransformation(Transformation transformation);
     void add(const OGRGeometry & geometry, unsigned depth = 0);
     std::vector<VectorLine> take() { return std::move(lines_); }
 
 private:
     void addCurve(const OGRSimpleCurve & curve);
-    std::vector<Point> pointsOf(const OGRSimpleCurve & curve);
+    void transform(std::vector<Point> & points);
     void cut(const std::vector<Point> & points, bool isClosed, bool hasHeights);
     void append(VectorLine & line, const Point & p);
     void finish(VectorLine & line);
@@ -41,6 +72,7 @@ private:
     GeoExtent extent_;
     std::uint64_t maxPoints_, points_ = 0;
     Transformation transformation_;
+    std::vector<GeoExtent> windows_; ///< in the system of the file
     std::vector<double> x_, y_, z_;
     std::vector<int> isKnown_;
     std::vector<VectorLine> lines_;
@@ -70,29 +102,31 @@ void LineCollector::addCurve(const OGRSimpleCurve & curve) {
     if (curve.getNumPoints() < 2) return;
     if (static_cast<std::uint64_t>(curve.getNumPoints()) > maxPoints_)
         throw NBX::InputException(L"has a line of more points than can be held; simplify it", path_);
-    cut(pointsOf(curve), curve.get_IsClosed(), curve.Is3D());
+    const std::vector<Point> points = pointsOf(curve);
+    if (!transformation_) return cut(points, curve.get_IsClosed(), curve.Is3D());
+    for (const GeoExtent & window : windows_) {
+        std::vector<Point> part = isBounded(window) ? pointsIn(window, points) : points;
+        transform(part);
+        cut(part, curve.get_IsClosed(), curve.Is3D());
+    }
 }
 
-/// In the wanted system; what has no place there is not finite.
-std::vector<Point> LineCollector::pointsOf(const OGRSimpleCurve & curve) {
-    const auto count = static_cast<std::size_t>(curve.getNumPoints());
-    x_.resize(count);
-    y_.resize(count);
-    z_.resize(count);
-    for (std::size_t i = 0; i < count; ++i) {
-        x_[i] = curve.getX(static_cast<int>(i));
-        y_[i] = curve.getY(static_cast<int>(i));
-        z_[i] = curve.getZ(static_cast<int>(i));
+/// Into the wanted system; what has no place there is not finite.
+void LineCollector::transform(std::vector<Point> & points) {
+    x_.clear();
+    y_.clear();
+    z_.clear();
+    for (const Point & p : points) {
+        x_.push_back(p.x);
+        y_.push_back(p.z);
+        z_.push_back(p.y);
     }
-    isKnown_.assign(count, TRUE);
-    if (transformation_) {
-        const GdalErrorTrap trap; // points outside of a projection are no fault of the file
-        transformation_->Transform(static_cast<int>(count), x_.data(), y_.data(), z_.data(), isKnown_.data());
-    }
-    std::vector<Point> points(count);
-    for (std::size_t i = 0; i < count; ++i)
-        points[i] = isKnown_[i] ? Point(x_[i], z_[i], y_[i]) : Point(NAN, NAN, NAN);
-    return points;
+    isKnown_.assign(points.size(), TRUE);
+    const GdalErrorTrap trap; // points outside of a projection are no fault of the file
+    transformation_->Transform(static_cast<int>(points.size()), x_.data(), y_.data(), z_.data(),
+                               isKnown_.data());
+    for (std::size_t i = 0; i < points.size(); ++i)
+        points[i] = isKnown_[i] && isFinite(points[i]) ? Point(x_[i], z_[i], y_[i]) : nowhere;
 }
 
 void LineCollector::cut(const std::vector<Point> & points, bool isClosed, bool hasHeights) {
@@ -128,6 +162,11 @@ void LineCollector::finish(VectorLine & line) {
     line = {};
 }
 
+void LineCollector::setTransformation(Transformation transformation) {
+    transformation_ = std::move(transformation);
+    if (transformation_) windows_ = sourceWindows(*transformation_, extent_);
+}
+
 /// Null where there is nothing to convert.
 Transformation transformationTo(const std::string & wkt, const OGRSpatialReference * source,
                                 const std::string & path) {
@@ -143,6 +182,20 @@ Transformation transformationTo(const std::string & wkt, const OGRSpatialReferen
                                   L"system of the file",
                                   path, 0, trap.text());
     return transformation;
+}
+
+/// Calls `setLayer` with the transformation of each layer, and `work` with each geometry in it.
+template <class SetLayer, class Work>
+void forEachGeometry(GDALDataset & dataset, const std::string & path, const std::string & wkt,
+                     const SetLayer & setLayer, const Work & work) {
+    GdalErrorTrap trap;
+    for (OGRLayer * layer : dataset.GetLayers()) {
+        setLayer(transformationTo(wkt, layer->GetSpatialRef(), path));
+        layer->ResetReading();
+        for (const OGRFeatureUniquePtr & feature : *layer)
+            if (const OGRGeometry * geometry = feature->GetGeometryRef()) work(*geometry);
+        if (trap.failed()) throw NBX::InputException(L"is damaged; get the file anew", path, 0, trap.text());
+    }
 }
 
 } // namespace
@@ -188,16 +241,25 @@ const GeoReference & VectorFile::reference() const {
 
 std::vector<VectorLine> VectorFile::read(const std::string & wkt, const GeoExtent & extent,
                                          std::uint64_t maxPoints) const {
-    GdalErrorTrap trap;
     LineCollector collector(impl_->path, extent, maxPoints);
-    for (OGRLayer * layer : impl_->dataset->GetLayers()) {
-        collector.setTransformation(transformationTo(wkt, layer->GetSpatialRef(), impl_->path));
-        layer->ResetReading();
-        for (const OGRFeatureUniquePtr & feature : *layer)
-            if (const OGRGeometry * geometry = feature->GetGeometryRef()) collector.add(*geometry);
-        if (trap.failed())
-            throw NBX::InputException(L"is damaged; get the file anew", impl_->path, 0, trap.text());
-    }
+    forEachGeometry(
+        *impl_->dataset, impl_->path, wkt,
+        [&](Transformation transformation) { collector.setTransformation(std::move(transformation)); },
+        [&](const OGRGeometry & geometry) { collector.add(geometry); });
+    return collector.take();
+}
+
+VectorAreas VectorFile::readAreas(const std::string & wkt, const GeoExtent & extent,
+                                  std::uint64_t maxPoints) const {
+    Transformation transformation;
+    AreaCollector collector(impl_->path, extent, maxPoints);
+    forEachGeometry(
+        *impl_->dataset, impl_->path, wkt,
+        [&](Transformation next) {
+            transformation = std::move(next);
+            collector.setTransformation(transformation.get());
+        },
+        [&](const OGRGeometry & geometry) { collector.add(geometry); });
     return collector.take();
 }
 

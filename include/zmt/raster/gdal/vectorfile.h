@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,6 +11,15 @@
 #include <zmt/raster/vectorline.h>
 
 namespace ZMT::RASTER {
+
+/// The areas of a file within an extent.
+struct VectorAreas {
+    /// Closed, without heights, in geo coordinates; they touch one another in single points at most. What
+    /// lies inside an odd number of them belongs to an area.
+    std::vector<VectorLine> outlines;
+    std::size_t inside = 0;  ///< features of which a part lies within the extent
+    std::size_t outside = 0; ///< features with areas, of which no part does
+};
 
 /// A file of lines and areas in any vector format that GDAL reads, with all its layers. One thread at a time
 /// uses a file.
@@ -39,6 +49,13 @@ public:
     /// Throws where there are more than `maxPoints` points, and where the file is damaged.
     std::vector<VectorLine> read(const std::string & wkt, const GeoExtent & extent,
                                  std::uint64_t maxPoints = defaultMaxPoints) const;
+
+    /// The areas, and the insides of closed lines, in the coordinate system `wkt`, cut at `extent`, along
+    /// which they are closed again. Areas that overlap are joined. Outlines that cross themselves have an
+    /// inside where they are crossed an odd number of times. Areas of degrees may lie around
+    /// the antimeridian or a pole. With an empty `wkt`, and throws, as above.
+    VectorAreas readAreas(const std::string & wkt, const GeoExtent & extent,
+                          std::uint64_t maxPoints = defaultMaxPoints) const;
 
 private:
     struct Impl;

@@ -78,12 +78,18 @@ public:
 
     bool contains(const Point & p) const {
         bool inside = false;
-        for (const Edge & edge : strips_[stripAt(p.z)]) {
-            const auto & [a, b] = edge;
-            if ((a.z > p.z) == (b.z > p.z)) continue;
-            if (p.x < a.x + (p.z - a.z) / (b.z - a.z) * (b.x - a.x)) inside = !inside;
-        }
+        forEachCrossing(p.z, [&](double x) {
+            if (p.x < x) inside = !inside;
+        });
         return inside;
+    }
+
+    /// Where the line at `z` goes in and out, in turn.
+    std::vector<double> crossings(double z) const {
+        std::vector<double> result;
+        forEachCrossing(z, [&](double x) { result.push_back(x); });
+        std::sort(result.begin(), result.end());
+        return result;
     }
 
 private:
@@ -91,6 +97,10 @@ private:
         Point a, b;
     };
 
+    template <class Work> void forEachCrossing(double z, const Work & work) const {
+        for (const auto & [a, b] : strips_[stripAt(z)])
+            if ((a.z > z) != (b.z > z)) work(a.x + (z - a.z) / (b.z - a.z) * (b.x - a.x));
+    }
     std::size_t stripAt(double z) const {
         const double strip = (z - first_) * scale_;
         return static_cast<std::size_t>(std::clamp(strip, 0.0, static_cast<double>(strips_.size() - 1)));
@@ -194,14 +204,28 @@ double lengthInPlan(const Point & a, const Point & b) {
     return std::hypot(b.x - a.x, b.z - a.z);
 }
 
-/// Number of points that `refined` and `addInnerPoints` may make.
+double areaOf(const Ring & ring) {
+    double sum = 0.0;
+    for (std::size_t i = 2; i < ring.size(); ++i) {
+        const Point a = ring[i - 1] - ring[0], b = ring[i] - ring[0];
+        sum += a.x * b.z - b.x * a.z;
+    }
+    return std::abs(sum) / 2.0;
+}
+
+/// Number of points that `refined` and `addInnerPoints` may make, and of rows: those of the outlines, and a
+/// grid over their box or, where that is less, over the sum of their areas, along whose outlines it may have
+/// more.
 double pointsFor(const Rings & rings, double spacing) {
     const Point size = boxOf(rings).diagonal();
-    double count = (size.x / spacing + 1.0) * (size.z / spacing + 1.0);
-    for (const Ring & ring : rings)
+    double outlines = 0.0, areas = 0.0;
+    for (const Ring & ring : rings) {
+        areas += areaOf(ring) / spacing / spacing;
         for (std::size_t i = 0; i < ring.size(); ++i)
-            count += lengthInPlan(ring[i], ring[(i + 1) % ring.size()]) / spacing + 1.0;
-    return count;
+            outlines += lengthInPlan(ring[i], ring[(i + 1) % ring.size()]) / spacing + 1.0;
+    }
+    const double box = (size.x / spacing + 1.0) * (size.z / spacing + 1.0);
+    return outlines + std::min(box, areas + outlines + size.z / spacing + 1.0);
 }
 
 Rings refined(const Rings & rings, double spacing) {
@@ -219,9 +243,16 @@ Rings refined(const Rings & rings, double spacing) {
 }
 
 void addInnerPoints(Triangulation & triangulation, const NBX::Bounds & box, double spacing) {
-    for (double z = box.getLLF().z + spacing / 2.0; z < box.getURB().z; z += spacing)
-        for (double x = box.getLLF().x + spacing / 2.0; x < box.getURB().x; x += spacing)
-            if (const Point p(x, 0.0, z); triangulation.inside().contains(p)) triangulation.add(p);
+    const Point first = box.getLLF() + Point(spacing, 0.0, spacing) / 2.0;
+    for (double row = 0.0; first.z + row * spacing < box.getURB().z; ++row) {
+        const double z = first.z + row * spacing;
+        const std::vector<double> crossings = triangulation.inside().crossings(z);
+        for (std::size_t i = 1; i < crossings.size(); i += 2) {
+            double column = std::ceil((crossings[i - 1] - first.x) / spacing);
+            for (double x; (x = first.x + column * spacing) < crossings[i]; ++column)
+                triangulation.add({x, 0.0, z});
+        }
+    }
 }
 
 } // namespace
@@ -232,13 +263,18 @@ NBX::SO<NBX::PolygonSet> PolygonTriangulation::triangulate(const std::vector<Rin
     return Triangulation(clean).filled([](const Point &) { return true; });
 }
 
+double PolygonTriangulation::pointsToDrape(const std::vector<Ring> & rings, double spacing) {
+    const Rings clean = cleaned(rings);
+    return spacing > 0.0 && haveArea(clean) ? pointsFor(clean, spacing) : 0.0;
+}
+
 NBX::SO<NBX::PolygonSet> PolygonTriangulation::drape(const Terrain & terrain, const std::vector<Ring> & rings,
                                                      double spacing, double lift) {
     const Rings clean = cleaned(rings);
     NBX_CHECK(spacing > 0.0, L"invalid spacing: " << spacing);
     if (!(spacing > 0.0) || !haveArea(clean)) return nullptr;
     const double points = pointsFor(clean, spacing);
-    NBX_CHECK(points <= maxPoints, L"too many points: " << points);
+    NBX_CHECK(points <= maxPoints, L"too many points: " << points << L", at most " << maxPoints);
     if (!(points <= maxPoints)) return nullptr;
 
     const Rings fine = refined(clean, spacing);

@@ -211,6 +211,30 @@ TEST_F(DrapeTest, UndefinedGroundIsLeftOut) {
     EXPECT_FALSE(beyond);
 }
 
+TEST_F(DrapeTest, SmallAreasFarFromOneAnotherAreFewPoints) {
+    const Rings rings = {rectangle(5, 5, 10, 10), rectangle(5e8, 5e4, 5e8 + 5, 5e4 + 5)};
+    EXPECT_LT(PolygonTriangulation::pointsToDrape(rings, 1.0), 1e5);
+    EXPECT_TRUE(PolygonTriangulation::drape(*terrain_, rings, 1.0, 0.0));
+    EXPECT_TRUE(reports_.empty()) << reports_;
+}
+
+TEST_F(DrapeTest, NotManyMorePointsAreMadeThanForetold) {
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (const double scale : {0.5, 2.0, 9.0})
+        for (unsigned points = 3; points < 60; points += 3)
+            for (const double spacing : {0.2, 1.0, 50.0}) {
+                const Rings rings = {star(random, {15, 0, 15}, points, scale)};
+                const auto set = PolygonTriangulation::drape(*terrain_, rings, spacing, 0.0);
+                ASSERT_TRUE(set);
+                EXPECT_LE(set->newVertexIterator()->size(),
+                          1.5 * PolygonTriangulation::pointsToDrape(rings, spacing));
+            }
+    EXPECT_EQ(0.0, PolygonTriangulation::pointsToDrape({}, 1.0));
+    EXPECT_EQ(0.0, PolygonTriangulation::pointsToDrape({rectangle(5, 5, 10, 10)}, 0.0));
+}
+
 TEST_F(DrapeTest, ASpacingThatCannotBeIsReported) {
     for (const double spacing : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN(), 1e-6}) {
         reports_.clear();

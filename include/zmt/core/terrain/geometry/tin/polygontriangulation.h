@@ -31,6 +31,10 @@ public:
     /// is filled.
     static NBX::SO<NBX::PolygonSet> triangulate(const std::vector<Ring> & rings);
 
+    /// How many points `drape` is taken to make, which decides whether there are too many; 0 where there is
+    /// nothing to drape. A few more come where outlines lie close to one another.
+    static double pointsToDrape(const std::vector<Ring> & rings, double spacing);
+
     /// Triangles that follow the ground, `lift` above it: no edge of a ring is longer than `spacing`, and
     /// there are points inside at that distance. Everything in geo coordinates. What has a corner over
     /// undefined ground is left out. A spacing that is not above 0, or that needs more than `maxPoints`, is
