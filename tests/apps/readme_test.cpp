@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -48,6 +49,33 @@ TEST(Readme, NamesTheOptionsThatThereAre) {
     Options documented = documentedOptions();
     documented.insert("--version"); // speaks for itself
     EXPECT_EQ(offered, documented);
+}
+
+std::string textOf(const std::string & path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/// The lines between two marks, with four columns less.
+std::string markedStretch(const std::string & text, const std::string & mark) {
+    std::istringstream lines(text);
+    std::string result;
+    bool isMarked = false;
+    for (std::string line; std::getline(lines, line);)
+        if (line.find(mark) != std::string::npos)
+            isMarked = !isMarked;
+        else if (isMarked)
+            result += line.substr(std::min<std::size_t>(4, line.size())) + "\n";
+    return result;
+}
+
+TEST(Readme, ShowsTheCodeOfTheExample) {
+    const std::string code =
+        markedStretch(textOf(ZMT_DATA_DIR "/../examples/firstpicture/firstpicture.cpp"), "// [draw]");
+    EXPECT_GT(std::count(code.begin(), code.end(), '\n'), 10);
+    EXPECT_NE(std::string::npos, textOf(ZMT_DATA_DIR "/../README.md").find("```cpp\n" + code + "```\n"))
+        << code;
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 # Needs: BUILD_DIR, SOURCE_DIR (of the consumer), WORK_DIR, COMPONENTS, GENERATOR,
 # COMPILER, FLAGS, CONSUMER_BUILD_TYPE.
 
+cmake_minimum_required(VERSION 3.25)
+
 set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 
@@ -22,9 +24,24 @@ foreach(file IN LISTS package_files)
   endforeach()
 endforeach()
 
-execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
-  -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_CXX_FLAGS=${FLAGS} -DCMAKE_BUILD_TYPE=${CONSUMER_BUILD_TYPE}
-  -DCMAKE_PREFIX_PATH=${prefix} "-DZMT_COMPONENTS=${COMPONENTS}"
-  COMMAND_ERROR_IS_FATAL ANY)
-execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build COMMAND_ERROR_IS_FATAL ANY)
+function(build source build)
+  execute_process(COMMAND ${CMAKE_COMMAND} -S ${source} -B ${build} -G ${GENERATOR}
+    -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_CXX_FLAGS=${FLAGS} -DCMAKE_BUILD_TYPE=${CONSUMER_BUILD_TYPE}
+    -DCMAKE_PREFIX_PATH=${prefix} "-DZMT_COMPONENTS=${COMPONENTS}" --no-warn-unused-cli
+    COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+build(${SOURCE_DIR} ${WORK_DIR}/build)
 execute_process(COMMAND ${WORK_DIR}/build/consumer COMMAND_ERROR_IS_FATAL ANY)
+
+# The example that README.md shows.
+if("core" IN_LIST COMPONENTS)
+  build(${SOURCE_DIR}/../../examples/firstpicture ${WORK_DIR}/firstpicture)
+  set(check ${WORK_DIR}/build/firstpicturecheck)
+  set(files ${WORK_DIR}/heights.tif ${WORK_DIR}/image.tif)
+  execute_process(COMMAND ${check} make ${files} COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${WORK_DIR}/firstpicture/firstpicture ${files} ${WORK_DIR}/picture.png
+    COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${check} check ${WORK_DIR}/picture.png COMMAND_ERROR_IS_FATAL ANY)
+endif()
