@@ -30,6 +30,7 @@
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "core/terrain/frame/terraintexgen.h"
+#include "core/terrain/geometry/originwatch.h"
 
 namespace ZMT::CORE {
 
@@ -268,6 +269,7 @@ bool TerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
                   TerrainPainterGLSettings::getTextureError(), TerrainPainterGLSettings::getGeometryError());
     }
     glFrontFace(GL_CCW);
+    if (TerrainPainterGLSettings::renderingEnabled()) OriginWatch::check(*terrain);
     return true;
 }
 
