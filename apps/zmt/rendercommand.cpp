@@ -109,6 +109,16 @@ NBX::SO<NBX::SceneThing> makeScene(const RenderOptions & options, const Landscap
     return scene;
 }
 
+void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
+    const auto low = grid.boundingBox().getLLF() + grid.origin();
+    const auto high = grid.boundingBox().getURB() + grid.origin();
+    char place[200];
+    std::snprintf(place, sizeof place, "%.10g,%.10g,%.10g to %.10g,%.10g,%.10g", low.x, low.z, low.y, high.x,
+                  high.z, high.y);
+    writeError(std::string("warning: --view: nothing of the terrain is in sight, which reaches from ") +
+               place);
+}
+
 void runRender(RenderOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
@@ -132,6 +142,7 @@ void runRender(RenderOptions & options) {
     const Frames frames = drawFrames(*canvas);
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
+    if (frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
 
     writePicture(*canvas, out, options.out);
     const std::string description =

@@ -315,6 +315,20 @@ TEST(Program, VectorFilesThatCannotBeUsedAreTold) {
             expectFailure(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
 }
 
+TEST(Program, APictureWithoutTerrainIsToldOf) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const RunResult away =
+        render(folder, terrain, {"--view", "500100,3000000,500,500100,2900000,0", "--size", "48x32"});
+    EXPECT_EQ(0, away.status);
+    ASSERT_EQ(1U, away.errorLines().size()) << away.errors;
+    EXPECT_NE(std::string::npos, away.errorLines()[0].find("in sight"));
+    EXPECT_NE(std::string::npos, away.errorLines()[0].find("500016,3099760,0 to 500240,3099984,63"));
+    const RunResult there = render(folder, terrain);
+    EXPECT_EQ(0, there.status);
+    EXPECT_EQ(0U, there.errorLines().size()) << there.errors;
+}
+
 TEST(Program, AreasBeyondTheTerrainAreCounted) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
