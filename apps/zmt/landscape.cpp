@@ -110,7 +110,8 @@ Landscape::Landscape(const LandscapeOptions & options) {
     node_ = new NBX::SceneThing;
     ground_ = new NBX::SceneThing(node_.get());
     scaling_ = new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0));
-    putBefore(scaling_.get());
+    // Behind all lights, which else would be raised and lowered with the heights.
+    ground_->append(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
     if (lighting == Lighting::Vertex)
         lightVertices(sun);

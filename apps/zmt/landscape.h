@@ -89,7 +89,7 @@ private:
     NBX::SO<ZMT::CORE::GeometryPatch> root_; ///< a terrain may merely watch it
     NBX::SO<ZMT::CORE::TerrainScaling> scaling_;
     NBX::SO<NBX::SceneThing> node_;
-    NBX::SO<NBX::SceneThing> ground_; ///< the last in `node_`: what is draped, and the terrain
+    NBX::SO<NBX::SceneThing> ground_; ///< the last in `node_`: the scaling, what is draped, the terrain
     std::vector<GroundLayer> layers_;
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;

@@ -6,15 +6,19 @@
 #include <nbx/engine/shapepainter.h>
 #include <nbx/engine/simplifier.h>
 #include <nbx/scene/attribute/directionallight.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/scaling.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/testpatches.h"
 
 using ZMT::CORE::Terrain;
+using ZMT::CORE::TerrainPainterGLSettings;
 using ZMT::CORE::TerrainScaling;
 using ZMT::CORE::TerrainScalingSimplifier;
 
@@ -24,9 +28,9 @@ using Matrix = NBX::Matrix4x4Base<double>;
 using Point = NBX::Vector3Base<double>;
 
 /// 64 by 64 cells of gentle hills around the origin of their local frame, over a tree of several levels.
-NBX::SO<Terrain> hills() {
-    const auto grid = TestTerrain::grid({65, 65, 0.0, 0.0, 1.0, 1.0}, [](unsigned x, unsigned y) {
-        return 2.0 + std::sin(x * 0.4) + std::cos(y * 0.3 + x * 0.1) + 0.3 * std::sin(x * 1.3 + y);
+NBX::SO<Terrain> hills(double factor = 1.0) {
+    const auto grid = TestTerrain::grid({65, 65, 0.0, 0.0, 1.0, 1.0}, [factor](unsigned x, unsigned y) {
+        return factor * (2.0 + std::sin(x * 0.4) + std::cos(y * 0.3 + x * 0.1) + 0.3 * std::sin(x * 1.3 + y));
     });
     return new Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 100).get());
 }
@@ -40,6 +44,17 @@ protected:
         root->append(new NBX::DirectionalLight(Point(0.3, -1.0, 0.2)));
         if (attribute) root->append(attribute);
         root->append(terrain.get());
+        return draw();
+    }
+
+    /// From straight above, without the walls.
+    NBX::SO<NBX::Image> middle(const NBX::SO<Terrain> & shown, NBX::Attribute * attribute) {
+        root->clear();
+        root->append(new NBX::Camera(new NBX::LookAt({32, 50, 32}, {32, 0, 32}, {0, 0, 1}),
+                                     new NBX::Ortho(-25, 25, -25, 25, 1.0, 300.0)));
+        root->append(new NBX::DistantLight(Point(-0.5, 1.0, 0.7), NBX::Color::white, 1.0, 0.2));
+        if (attribute) root->append(attribute);
+        root->append(shown.get());
         return draw();
     }
 
@@ -90,6 +105,18 @@ TEST_F(TerrainScalingSimplifierTest, ShowsThePictureOfAScaling) {
         EXPECT_GT(largestDifference(scaled, flat), 20);
     }
     EXPECT_EQ(largestDifference(picture(new TerrainScaling({1, 1, 1})), flat), 0);
+}
+
+/// Normals become those of the exaggerated surface, of length 1, and the light stays where it is.
+TEST_F(TerrainScalingSimplifierTest, IsLitAsATerrainOfThatHeight) {
+    const double allowed = TerrainPainterGLSettings::getGeometryError();
+    TerrainPainterGLSettings::setGeometryError(0.0);
+    for (const double factor : {0.2, 5.0}) {
+        const auto scaled = middle(hills(), new TerrainScaling({1, factor, 1}));
+        EXPECT_LE(largestDifference(scaled, middle(hills(factor), nullptr)), 1) << factor;
+        EXPECT_GT(largestDifference(scaled, middle(hills(), nullptr)), 20) << factor;
+    }
+    TerrainPainterGLSettings::setGeometryError(allowed);
 }
 
 /// Counts the patches that are painted, by the number of their children.

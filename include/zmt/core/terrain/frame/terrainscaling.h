@@ -7,7 +7,8 @@ namespace ZMT::CORE {
 
 /// Exaggerates the terrains behind it: scales them about the origin of the frame in which it stands, when
 /// they are painted or intersected. Their data, height queries among them, stay as they are. Nested ones
-/// multiply.
+/// multiply. Normals become those of the exaggerated surface; but the direction of a light behind it is
+/// scaled too, so that a sun belongs in front.
 class TerrainScaling : public NBX::MonoAttribute {
     NBX_CLASS(TerrainScaling, NBX::MonoAttribute)
 public:

@@ -30,7 +30,7 @@
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "core/terrain/frame/terraintexgen.h"
-#include "core/terrain/geometry/originwatch.h"
+#include "originwatch.h"
 
 namespace ZMT::CORE {
 
