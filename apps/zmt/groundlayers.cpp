@@ -5,6 +5,7 @@
 #include "step.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <optional>
 
@@ -42,6 +43,8 @@ constexpr double s_anisotropy = 16.0;
 constexpr unsigned s_largestLightMap = 8192;
 /// OpenGL adds its own light from everywhere, a fifth, to that of the sun.
 constexpr double s_unlitGround = 1.0 / 1.2;
+/// Where all light comes from everywhere, an effect hides what lies below instead of leaving it as it is.
+const double s_mostAmbient = std::nextafter(1.0, 0.0);
 
 NBX::SO<Textures> listOf(const NBX::SO<TerrainTexture> & texture) {
     NBX::SO<Textures> textures(new Textures);
@@ -149,7 +152,8 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
     if (lighting == Lighting::Dynamic)
         return {"light",
                 new ZMT::CORE::PerPixelTerrainLightingEffect(makeLightMap(lighting, terrain, grid, sun).get(),
-                                                             sun.direction, sun.ambient),
+                                                             sun.direction,
+                                                             std::min(sun.ambient, s_mostAmbient)),
                 {}};
     return {"shading",
             modulate(makeGridTexture(ZMT::CORE::ReliefImage::createShading(grid, sun.direction, sun.ambient),

@@ -108,7 +108,23 @@ TEST_P(Light, IsThatOfTheExaggeratedSurface) {
         }
 }
 
-const LightCase s_lights[] = {{"vertex", {"--lighting", "vertex"}}};
+TEST_P(Light, FromEverywhereLeavesTheColoursAsTheyAre) {
+    const std::string terrain = folder.write("t.tif", slope(s_slopes[1], 17, 17).encode());
+    const auto shown = [&](const char * ambient) {
+        Arguments arguments = {"--terrain", terrain, "--light", std::string("315,45,") + ambient};
+        arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+        return middleOf(folder, arguments);
+    };
+    const Color almost = shown("0.9999"), all = shown("1");
+    for (unsigned c = 0; c < 3; ++c)
+        EXPECT_NEAR(almost[c], all[c], 1.5 / 255.0);
+    EXPECT_LT(all[2], 0.9F) << "not white";
+}
+
+const LightCase s_lights[] = {{"relief", {"--lighting", "relief"}},
+                              {"vertex", {"--lighting", "vertex"}},
+                              {"static", {"--lighting", "static"}},
+                              {"dynamic", {"--lighting", "dynamic"}}};
 
 INSTANTIATE_TEST_SUITE_P(GroundLayers, Light, ::testing::ValuesIn(s_lights),
                          [](const auto & info) { return std::string(info.param.name); });
