@@ -7,15 +7,13 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <optional>
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/stringutils.h>
-#include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
@@ -27,6 +25,7 @@
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/gdal/warpedimagepyramid.h>
 #include <zmt/raster/geoimage.h>
+#include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/simplerasterdata.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramid.h>
@@ -35,14 +34,13 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 using ZMT::CORE::GridData;
+using ZMT::CORE::ReliefImage;
 using ZMT::CORE::TerrainTexture;
 using ZMT::RASTER::TiledGeoImagePyramid;
 using Textures = NBX::Array<NBX::SO<TerrainTexture>>;
 
 constexpr double s_anisotropy = 16.0;
 constexpr unsigned s_largestLightMap = 8192;
-/// OpenGL adds its own light from everywhere, a fifth, to that of the sun.
-constexpr double s_unlitGround = 1.0 / 1.2;
 /// Where all light comes from everywhere, an effect hides what lies below instead of leaving it as it is.
 const double s_mostAmbient = std::nextafter(1.0, 0.0);
 
@@ -52,12 +50,17 @@ NBX::SO<Textures> listOf(const NBX::SO<TerrainTexture> & texture) {
     return textures;
 }
 
-/// Where the cells of the grid lie in the scene.
+/// A picture of the ground, and its outer edges in geo coordinates.
+struct GroundImage {
+    NBX::SO<NBX::Image> image;
+    NBX::Bounds box;
+};
+
+/// Where the cells of the grid lie, in geo coordinates.
 NBX::Bounds cellBox(const GridData & grid) {
     const Point halfCell(grid.scale().x * 0.5, 0.0, grid.scale().z * 0.5);
-    return ZMT::CORE::GeoTransformation::geo2nbxTf(
-        NBX::Bounds(grid.boundingBox().getLLF() + grid.origin() - halfCell,
-                    grid.boundingBox().getURB() + grid.origin() + halfCell));
+    return {grid.boundingBox().getLLF() + grid.origin() - halfCell,
+            grid.boundingBox().getURB() + grid.origin() + halfCell};
 }
 
 /// `image` over all cells of the grid.
@@ -65,44 +68,72 @@ NBX::SO<TerrainTexture> makeGridTexture(const NBX::SO<NBX::Image> & image, const
     const auto wrap = NBX::TextureGL::WM_ClampToEdge;
     const NBX::SO<NBX::ImageTexture2DGL> texture(new NBX::ImageTexture2DGL(
         image, wrap, wrap, NBX::TextureGL::FM_LinearMipmapLinear, NBX::TextureGL::FM_Linear, s_anisotropy));
-    return new ZMT::CORE::SimpleTerrainTexture(texture, cellBox(grid), NBX::Matrix4x4Base<double>());
+    return new ZMT::CORE::SimpleTerrainTexture(
+        texture, ZMT::CORE::GeoTransformation::geo2nbxTf(cellBox(grid)), NBX::Matrix4x4Base<double>());
+}
+
+/// Of any size: the parts that the view needs go to OpenGL.
+NBX::SO<TerrainTexture> makeTiledTexture(const GroundImage & ground) {
+    const Point southWest = ground.box.getLLF(), northEast = ground.box.getURB();
+    const NBX::SO<TiledGeoImagePyramid> pyramid(new ZMT::RASTER::MemoryTiledGeoImagePyramid(
+        ground.image.get(), NBX::Bounds({southWest.x, southWest.z, 0.0}, {northEast.x, northEast.z, 0.0})));
+    return new ZMT::CORE::TiledLODTexture(pyramid.get());
 }
 
 NBX::SO<NBX::Attribute> modulate(const NBX::SO<TerrainTexture> & texture) {
     return new ZMT::CORE::ModulateTerrainTexturingEffect(listOf(texture).get());
 }
 
-/// The light map of a plain terrain, with exactly the light that is asked for: the map that it makes of
-/// itself has a light of its own measure.
-NBX::SO<TerrainTexture> bakeLight(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridData & grid,
-                                  const Sunlight & sun) {
+/// A picture of the terrain from above, whose colours are the normals of its exaggerated surface.
+GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridData & grid,
+                        double exaggeration) {
     const NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(std::min(grid.sizeX(), s_largestLightMap)),
                                                          int(std::min(grid.sizeY(), s_largestLightMap)),
-                                                         NBX::LS_Luminance));
-    const NBX::SO<NBX::DistantLight> light(
-        new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient));
-    return ZMT::CORE::CreateTexture::createShading(terrain, light, image, NBX::Color(s_unlitGround),
-                                                   Point(1.0, 1.0, 1.0));
+                                                         NBX::LS_RGB));
+    const Point scale(1.0, 1.0 / exaggeration, 1.0);
+    if (!ZMT::CORE::CreateTexture::createNormal(terrain, image, scale)) {
+        // All other reasons are reported.
+        Reports::throwFirst();
+        throw DataError("cancelled");
+    }
+    return {image, ZMT::CORE::GeoTransformation::nbx2geoTf(terrain->boundingBox())};
 }
 
-/// The baked light, or the normals for light of each pixel.
+/// The share of light that a surface with these normals gives back.
+NBX::SO<NBX::Image> lit(const NBX::Image & normals, const Sunlight & sun) {
+    NBX::SO<NBX::Image> light(new NBX::MemoryImage(normals.width(), normals.height(), NBX::LS_Luminance));
+    for (int y = 0; y < normals.height(); ++y) {
+        const unsigned char * texel = normals.lineComponentsU8(y);
+        unsigned char * share = light->lineComponentsU8(y);
+        for (int x = 0; x < normals.width(); ++x, texel += 3) {
+            const Point normal(texel[0] - 127.5, texel[1] - 127.5, texel[2] - 127.5);
+            const double cosine = std::max(0.0, normal.normalized().dot(sun.direction));
+            share[x] =
+                static_cast<unsigned char>(std::lround(255.0 * (sun.ambient + (1.0 - sun.ambient) * cosine)));
+        }
+    }
+    return light;
+}
+
+/// The baked light, or the normals for light of each pixel. Terrains make such maps of themselves, but those
+/// know no exaggeration, and their sun is flattened and moves with the shape of the terrain. Break lines
+/// have normals that only painters know.
 NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE::Terrain> & terrain,
-                                     const GridData & grid, const Sunlight & sun) {
-    const bool isChunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain.get());
-    std::optional<Step> step; // chunked terrains show theirs
-    if (!isChunked) step.emplace("making a light map");
-    NBX::SO<TerrainTexture> map;
-    if (lighting == Lighting::Dynamic)
-        map = terrain->createDynamicLightMap();
-    else if (isChunked)
-        map = terrain->createStaticLightMap(sun.ambient, sun.direction);
-    else
-        map = bakeLight(terrain, grid, sun);
-    if (step) step->finish();
-    if (map) return map;
-    // All other reasons are reported.
-    Reports::throwFirst();
-    throw DataError("cancelled");
+                                     const GridData & grid, const Sunlight & sun, double exaggeration) {
+    Step step("making a light map");
+    GroundImage map{nullptr, cellBox(grid)};
+    const bool isStatic = lighting == Lighting::Static;
+    if (dynamic_cast<const ZMT::CORE::HybridData *>(&grid)) {
+        map = drawNormals(terrain, grid, exaggeration);
+        if (isStatic) map.image = lit(*map.image, sun);
+    } else if (isStatic) {
+        map.image =
+            ReliefImage::createShading(grid, sun.direction, sun.ambient, s_largestLightMap, exaggeration);
+    } else {
+        map.image = ReliefImage::createNormals(grid, s_largestLightMap, exaggeration);
+    }
+    step.finish();
+    return makeTiledTexture(map);
 }
 
 NBX::SO<TiledGeoImagePyramid> openPyramid(const std::string & path, const std::string & wkt) {
@@ -140,25 +171,22 @@ Lighting parseLighting(const std::string & text) {
 }
 
 GroundLayer makeHeightColors(const GridData & grid) {
-    return {"colours by height",
-            modulate(makeGridTexture(ZMT::CORE::ReliefImage::createHeightColors(grid), grid)),
-            {}};
+    return {"colours by height", modulate(makeGridTexture(ReliefImage::createHeightColors(grid), grid)), {}};
 }
 
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
-                        const GridData & grid) {
+                        const GridData & grid, double exaggeration) {
     if (lighting == Lighting::Static)
-        return {"light map", modulate(makeLightMap(lighting, terrain, grid, sun)), {}};
+        return {"light map", modulate(makeLightMap(lighting, terrain, grid, sun, exaggeration)), {}};
     if (lighting == Lighting::Dynamic)
         return {"light",
-                new ZMT::CORE::PerPixelTerrainLightingEffect(makeLightMap(lighting, terrain, grid, sun).get(),
-                                                             sun.direction,
-                                                             std::min(sun.ambient, s_mostAmbient)),
+                new ZMT::CORE::PerPixelTerrainLightingEffect(
+                    makeLightMap(lighting, terrain, grid, sun, exaggeration).get(), sun.direction,
+                    std::min(sun.ambient, s_mostAmbient)),
                 {}};
-    return {"shading",
-            modulate(makeGridTexture(ZMT::CORE::ReliefImage::createShading(grid, sun.direction, sun.ambient),
-                                     grid)),
-            {}};
+    const auto shading =
+        ReliefImage::createShading(grid, sun.direction, sun.ambient, ReliefImage::s_maxSide, exaggeration);
+    return {"shading", modulate(makeGridTexture(shading, grid)), {}};
 }
 
 GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,

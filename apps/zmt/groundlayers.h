@@ -32,10 +32,12 @@ Lighting parseLighting(const std::string & text);
 /// Colours from green lowlands to white summits.
 GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
 
-/// Everything but `Lighting::Vertex`, whose light is no layer. Throws `DataError` where OpenGL is missing,
+/// Everything but `Lighting::Vertex`, whose light is no layer: of the surface of `terrain`, made of `grid`,
+/// with its heights times `exaggeration`. Ground gives back the sun's ambient share of its colour, and of the
+/// rest the cosine of the angle between its normal and the sun. Throws `DataError` where OpenGL is missing,
 /// and when the user cancels.
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
-                        const ZMT::CORE::GridData & grid);
+                        const ZMT::CORE::GridData & grid, double exaggeration);
 
 /// A georeferenced image of any size, or a texture pyramid, streamed while the view moves, for a terrain with
 /// this extent in the system `wkt`. Throws `DataError`, and what the raster layer throws, for one that cannot

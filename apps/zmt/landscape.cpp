@@ -116,7 +116,7 @@ Landscape::Landscape(const LandscapeOptions & options) {
     if (lighting == Lighting::Vertex)
         lightVertices(sun);
     else
-        layOn(makeShading(lighting, sun, terrain_, *grid_));
+        layOn(makeShading(lighting, sun, terrain_, *grid_, options.exaggeration));
     for (const GroundLayer & image : images) {
         if (!options.plain) layOn(image);
         interest_ = image.box;

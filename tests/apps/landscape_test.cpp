@@ -1,6 +1,5 @@
 #include "landscape.h"
 
-#include <cstdlib>
 #include <limits>
 #include <set>
 #include <string>
@@ -10,7 +9,6 @@
 #include <nbx/object/progress.h>
 
 #include "commands.h"
-#include "reports.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
@@ -142,19 +140,6 @@ TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
     EXPECT_FALSE(Landscape(made).needsFullDetail());
     made.lighting = "vertex";
     EXPECT_TRUE(Landscape(made).needsFullDetail());
-}
-
-TEST(Landscape, ALightMapWithoutRoomTellsWhy) {
-    const Reports reports;
-    LandscapeOptions made = options();
-    made.method = "chunked";
-    made.lighting = "static";
-    const char * before = std::getenv("TMPDIR");
-    const std::string folder = before ? before : "";
-    ::setenv("TMPDIR", "/nowhere/at/all", 1);
-    const std::string failure = failureOf(made);
-    before ? ::setenv("TMPDIR", folder.c_str(), 1) : ::unsetenv("TMPDIR");
-    EXPECT_NE(std::string::npos, failure.find("TMPDIR")) << failure;
 }
 
 struct BadOptions {

@@ -55,6 +55,16 @@ void setHeightColor(double position, unsigned char * texel) {
         texel[c] = static_cast<unsigned char>(low.color[c] + t * (next->color[c] - low.color[c]) + 0.5);
 }
 
+/// Of length 1.
+NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
+    const auto normal = grid.normal(column, row);
+    return NBX::Vector3Base<double>(normal.x * exaggeration, normal.y, normal.z * exaggeration).normalized();
+}
+
+unsigned char byteOf(double share) {
+    return static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
+}
+
 } // namespace
 
 NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsigned maxSide) {
@@ -77,16 +87,31 @@ NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsig
 
 NBX::SO<NBX::Image> ReliefImage::createShading(const GridData & grid,
                                                const NBX::Vector3Base<double> & direction, double ambient,
-                                               unsigned maxSide) {
+                                               unsigned maxSide, double exaggeration) {
     const Sampling sampling(grid, maxSide);
     NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_Luminance));
     const auto light = direction.normalized();
     for (int y = 0; y < sampling.height(); ++y) {
         unsigned char * texel = image->lineComponentsU8(y);
         for (int x = 0; x < sampling.width(); ++x) {
-            const double cosine = grid.normal(sampling.column(x), sampling.row(y)).normalized().dot(light);
-            const double share = ambient + (1.0 - ambient) * std::max(cosine, 0.0);
-            texel[x] = static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
+            const double cosine =
+                normalOf(grid, sampling.column(x), sampling.row(y), exaggeration).dot(light);
+            texel[x] = byteOf(ambient + (1.0 - ambient) * std::max(cosine, 0.0));
+        }
+    }
+    return image;
+}
+
+NBX::SO<NBX::Image> ReliefImage::createNormals(const GridData & grid, unsigned maxSide, double exaggeration) {
+    const Sampling sampling(grid, maxSide);
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
+    for (int y = 0; y < sampling.height(); ++y) {
+        unsigned char * texel = image->lineComponentsU8(y);
+        for (int x = 0; x < sampling.width(); ++x, texel += 3) {
+            const auto normal = normalOf(grid, sampling.column(x), sampling.row(y), exaggeration);
+            texel[0] = byteOf(normal.x * 0.5 + 0.5);
+            texel[1] = byteOf(normal.y * 0.5 + 0.5);
+            texel[2] = byteOf(normal.z * 0.5 + 0.5);
         }
     }
     return image;

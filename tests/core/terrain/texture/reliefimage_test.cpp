@@ -99,4 +99,37 @@ TEST(ReliefImage, ShadingFollowsTheCosine) {
     }
 }
 
+/// As if the raster had been multiplied.
+TEST(ReliefImage, ShadingAndNormalsAreThoseOfTheExaggeratedSurface) {
+    const auto hills = [](double factor) {
+        return TestTerrain::grid({12, 9}, [factor](unsigned x, unsigned y) {
+            return factor * (std::sin(x * 0.7) + std::cos(y * 0.9));
+        });
+    };
+    for (const double factor : {0.2, 1.0, 5.0}) {
+        const NBX::Vector3Base<double> sun(-1.0, 1.2, 1.0);
+        const auto shading = ReliefImage::createShading(*hills(1.0), sun, 0.2, 100, factor);
+        const auto normals = ReliefImage::createNormals(*hills(1.0), 100, factor);
+        const auto expectedShading = ReliefImage::createShading(*hills(factor), sun, 0.2);
+        const auto expectedNormals = ReliefImage::createNormals(*hills(factor));
+        for (int y = 0; y < 9; ++y)
+            for (int x = 0; x < 12; ++x) {
+                EXPECT_NEAR(shading->lineComponentsU8(y)[x], expectedShading->lineComponentsU8(y)[x], 1);
+                for (unsigned c = 0; c < 3; ++c)
+                    EXPECT_NEAR(texel(*normals, x, y)[c], texel(*expectedNormals, x, y)[c], 1);
+            }
+    }
+}
+
+TEST(ReliefImage, NormalsAreColours) {
+    const auto grid = TestTerrain::grid({5, 5}, [](unsigned x, unsigned) { return double(x); });
+    const auto image = ReliefImage::createNormals(*grid);
+    EXPECT_EQ(image->layerSequence(), NBX::LS_RGB);
+    EXPECT_EQ(texel(*image, 2, 2), (Texel{37, 218, 128}))
+        << "half of 1 - 1/sqrt 2, of 1 + 1/sqrt 2, and of 1";
+    const auto flat = TestTerrain::grid({2, 2}, [](unsigned, unsigned) { return 3.0; });
+    EXPECT_EQ(texel(*ReliefImage::createNormals(*flat), 0, 0), (Texel{128, 255, 128}));
+    EXPECT_EQ(ReliefImage::createNormals(*ramp(), 4)->width(), 4);
+}
+
 } // namespace

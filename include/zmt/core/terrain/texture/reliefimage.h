@@ -12,7 +12,7 @@ namespace ZMT::CORE {
 class GridData;
 
 /// Pictures of a grid for terrains that have no image of their own: one texel a vertex, or one for several
-/// where the grid is larger than `maxSide` in a direction. Line 0 is the row of the least z. Both are meant
+/// where the grid is larger than `maxSide` in a direction. Line 0 is the row of the least z. All are meant
 /// to cover the grid's bounding box, enlarged by half a texel on each side.
 class ReliefImage {
 public:
@@ -23,10 +23,16 @@ public:
     static NBX::SO<NBX::Image> createHeightColors(const GridData & grid, unsigned maxSide = s_maxSide);
 
     /// The share of light that the surface gives back: `ambient` plus the rest times the cosine of the angle
-    /// between its normal and `direction`, which points to the light (Lambert's law). One layer of 8 bits.
+    /// between its normal and `direction`, which points to the light (Lambert's law). The surface is that of
+    /// the heights times `exaggeration`, which is above 0. One layer of 8 bits.
     static NBX::SO<NBX::Image> createShading(const GridData & grid,
                                              const NBX::Vector3Base<double> & direction, double ambient,
-                                             unsigned maxSide = s_maxSide);
+                                             unsigned maxSide = s_maxSide, double exaggeration = 1.0);
+
+    /// The normals of that surface as colours, each component from -1 to 1 as 0 to 1, for light of each
+    /// pixel. Three layers of 8 bits.
+    static NBX::SO<NBX::Image> createNormals(const GridData & grid, unsigned maxSide = s_maxSide,
+                                             double exaggeration = 1.0);
 };
 
 } // namespace ZMT::CORE
