@@ -5,6 +5,7 @@
 #include "vectorinput.h"
 
 #include <cmath>
+#include <cstdint>
 
 #include <CLI/CLI.hpp>
 
@@ -56,6 +57,11 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
                     "relief: a quick shading; vertex: the normals of the vertices, at full detail; static: "
                     "a baked light map; dynamic: light for each pixel")
         ->capture_default_str();
+    command.add_flag_function(
+        "--shade-images,!--no-shade-images",
+        [&options](std::int64_t count) { options.shadeImages = count > 0; },
+        "Whether the light falls on images as well, which have shadows of their own; by default with "
+        "--lighting dynamic and vertex");
 }
 
 void checkLandscape(const LandscapeOptions & options) {
@@ -66,6 +72,9 @@ void checkLandscape(const LandscapeOptions & options) {
     parseLighting(options.lighting);
     if (!options.light.empty()) parseSunlight(options.light);
     if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
+    if (options.lighting == "vertex" && options.shadeImages == false)
+        throw UsageError(
+            "--no-shade-images cannot go with --lighting vertex, which lights all; choose another lighting");
     if (options.method == "chunked" && options.lighting == "vertex")
         throw UsageError(
             "--lighting vertex needs normals, which chunked terrains do not have; give --method tree");
@@ -117,8 +126,10 @@ Landscape::Landscape(const LandscapeOptions & options) {
         lightVertices(sun);
     else
         layOn(makeShading(lighting, sun, terrain_, *grid_, options.exaggeration));
+    isShadingOnTop_ =
+        lighting != Lighting::Vertex && options.shadeImages.value_or(lighting == Lighting::Dynamic);
     for (const GroundLayer & image : images) {
-        if (!options.plain) layOn(image);
+        if (!options.plain) layImage(image);
         interest_ = image.box;
     }
     for (std::size_t i = 0; i < areas.size(); ++i)
@@ -131,13 +142,17 @@ GroundLayer Landscape::readImage(const std::string & path) const {
 }
 
 void Landscape::addImage(const GroundLayer & image) {
-    layOn(image);
+    layImage(image);
     interest_ = image.box;
 }
 
-void Landscape::layOn(const GroundLayer & layer) {
-    layers_.push_back(layer);
-    putBefore(layer.effect.get());
+void Landscape::layImage(const GroundLayer & image) {
+    layOn(image, isShadingOnTop_ ? 1 : 0);
+}
+
+void Landscape::layOn(const GroundLayer & layer, unsigned above) {
+    layers_.insert(layers_.end() - above, layer);
+    putBefore(layer.effect.get(), above);
 }
 
 void Landscape::lightVertices(const Sunlight & sun) {
@@ -149,8 +164,8 @@ void Landscape::lightVertices(const Sunlight & sun) {
     needsFullDetail_ = true;
 }
 
-void Landscape::putBefore(NBX::RenderObj * object) {
-    node_->insert(node_->objects() - 1, object);
+void Landscape::putBefore(NBX::RenderObj * object, unsigned above) {
+    node_->insert(node_->objects() - 1 - above, object);
 }
 
 double Landscape::exaggeration() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@ struct LandscapeOptions {
     double drapeLift = 0.0;              ///< in units of the heights
     std::string light;                   ///< empty for a light from the north-west
     std::string lighting = "relief";
+    std::optional<bool> shadeImages; ///< by default with dynamic lighting alone; vertex lighting always does
     std::string method = "tree";
     unsigned maxVertices = 4000;
     double exaggeration = 1.0;
@@ -52,7 +54,7 @@ public:
 
     /// An image for this terrain; nothing is changed. Throws as above.
     GroundLayer readImage(const std::string & path) const;
-    /// Lays what `readImage` gave on all others, below what is draped.
+    /// Lays what `readImage` gave on all other images, below what is draped and a shading that images have.
     void addImage(const GroundLayer & image);
 
     const ZMT::CORE::GridData & grid() const { return *grid_; }
@@ -77,10 +79,12 @@ public:
     const NBX::Bounds & interest() const { return interest_; }
 
 private:
-    void layOn(const GroundLayer & layer);
+    /// On all that lies there, or below the last `above` layers.
+    void layOn(const GroundLayer & layer, unsigned above = 0);
+    void layImage(const GroundLayer & image);
     void lightVertices(const Sunlight & sun);
-    /// Behind all that was put there, in front of the ground.
-    void putBefore(NBX::RenderObj * object);
+    /// In front of the ground and the last `above` objects before it.
+    void putBefore(NBX::RenderObj * object, unsigned above = 0);
 
     ZMT::RASTER::GeoReference reference_;
     ZMT::RASTER::GeoExtent extent_; ///< in the coordinates of `reference_`
@@ -94,4 +98,5 @@ private:
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
     bool needsFullDetail_ = false;
+    bool isShadingOnTop_ = false; ///< the last layer is the shading
 };

@@ -54,8 +54,6 @@ struct Sun {
     }
 };
 
-constexpr Sun s_everywhere{0.0, 90.0, 1.0};
-
 /// The middle of the terrain from straight above.
 Color middleOf(const RunFolder & folder, Arguments arguments) {
     const std::string out = folder.out("p.png");
@@ -78,10 +76,15 @@ std::ostream & operator<<(std::ostream & stream, const LightCase & c) {
 
 class Light : public ::testing::TestWithParam<LightCase> {
 protected:
-    Color shown(const std::string & terrain, const Sun & sun, double exaggeration) const {
-        Arguments arguments = {"--terrain",      terrain,          "--patches",
-                               "--max-vertices", "20000",          "--light",
-                               sun.text(),       "--exaggeration", std::to_string(exaggeration)};
+    /// Writes the terrain, and an image of one colour on it.
+    void write(const Slope & ground, unsigned width, unsigned height) {
+        folder.write("t.tif", slope(ground, width, height).encode());
+        SmallGeoTiff image{width, height, SmallGeoTiff::Pixels::Colors};
+        image.colors.assign(std::size_t(3) * width * height, 255);
+        folder.write("i.tif", image.encode());
+    }
+    Color shown(Arguments arguments) const {
+        arguments.insert(arguments.end(), {"--terrain", folder.in("t.tif"), "--image", folder.in("i.tif")});
         arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
         return middleOf(folder, arguments);
     }
@@ -93,38 +96,56 @@ protected:
 TEST_P(Light, IsThatOfTheExaggeratedSurface) {
     const struct {
         unsigned width, height;
+        double exaggeration;
         Sun sun;
-    } cases[] = {{33, 33, {315.0, 45.0, 0.0}}, {65, 17, {100.0, 30.0, 0.2}}, {17, 65, {20.0, 70.0, 0.35}}};
-    const Color full = shown(folder.write("t.tif", slope(s_slopes[0], 9, 9).encode()), s_everywhere, 1.0);
-    for (const auto & [width, height, sun] : cases)
+    } cases[] = {{33, 33, 0.2, {315.0, 45.0, 0.0}},
+                 {65, 17, 1.0, {100.0, 30.0, 0.2}},
+                 {17, 65, 5.0, {20.0, 70.0, 0.35}}};
+    for (const auto & [width, height, exaggeration, sun] : cases)
         for (const Slope & s : s_slopes) {
-            const std::string terrain = folder.write("t.tif", slope(s, width, height).encode());
-            for (const double exaggeration : {0.2, 1.0, 5.0}) {
-                const Color color = shown(terrain, sun, exaggeration);
-                for (unsigned c = 0; c < 3; ++c)
-                    EXPECT_NEAR(color[c], full[c] * sun.on(s, exaggeration), 2.0 / 255.0)
-                        << s.name << ", " << width << " x " << height << ", times " << exaggeration;
-            }
+            write(s, width, height);
+            const Color color = shown(
+                {"--light", sun.text(), "--exaggeration", std::to_string(exaggeration), "--shade-images"});
+            for (unsigned c = 0; c < 3; ++c)
+                EXPECT_NEAR(color[c], sun.on(s, exaggeration), 2.0 / 255.0)
+                    << s.name << ", " << width << " x " << height << ", times " << exaggeration;
         }
+}
+
+TEST_P(Light, FallsOnImagesAsItIsAsked) {
+    const Sun sun{90.0, 30.0, 0.2};
+    const std::string lighting = GetParam().arguments[1];
+    const bool isUsual = lighting == "dynamic" || lighting == "vertex";
+    write(s_slopes[0], 17, 17);
+    const double on = sun.on(s_slopes[0], 1.0);
+    EXPECT_NEAR(shown({"--light", sun.text()})[0], isUsual ? on : 1.0, 2.0 / 255.0);
+    EXPECT_NEAR(shown({"--light", sun.text(), "--shade-images"})[0], on, 2.0 / 255.0);
+    if (lighting != "vertex") {
+        EXPECT_NEAR(shown({"--light", sun.text(), "--no-shade-images"})[0], 1.0, 2.0 / 255.0);
+    }
 }
 
 TEST_P(Light, FromEverywhereLeavesTheColoursAsTheyAre) {
     const std::string terrain = folder.write("t.tif", slope(s_slopes[1], 17, 17).encode());
-    const auto shown = [&](const char * ambient) {
+    const auto coloured = [&](const char * ambient) {
         Arguments arguments = {"--terrain", terrain, "--light", std::string("315,45,") + ambient};
         arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
         return middleOf(folder, arguments);
     };
-    const Color almost = shown("0.9999"), all = shown("1");
+    const Color almost = coloured("0.9999"), all = coloured("1");
     for (unsigned c = 0; c < 3; ++c)
         EXPECT_NEAR(almost[c], all[c], 1.5 / 255.0);
     EXPECT_LT(all[2], 0.9F) << "not white";
 }
 
-const LightCase s_lights[] = {{"relief", {"--lighting", "relief"}},
-                              {"vertex", {"--lighting", "vertex"}},
-                              {"static", {"--lighting", "static"}},
-                              {"dynamic", {"--lighting", "dynamic"}}};
+const LightCase s_lights[] = {
+    {"relief", {"--lighting", "relief"}},
+    {"vertex", {"--lighting", "vertex"}},
+    {"static", {"--lighting", "static"}},
+    {"dynamic", {"--lighting", "dynamic"}},
+    {"chunked_static", {"--lighting", "static", "--method", "chunked"}},
+    {"chunked_dynamic", {"--lighting", "dynamic", "--method", "chunked"}},
+};
 
 INSTANTIATE_TEST_SUITE_P(GroundLayers, Light, ::testing::ValuesIn(s_lights),
                          [](const auto & info) { return std::string(info.param.name); });

@@ -113,6 +113,22 @@ TEST(Landscape, LaterImagesLieOnTheOthersAndBelowTheGround) {
     EXPECT_EQ(landscape.layers()[3].box.diagonal().x, landscape.interest().diagonal().x);
 }
 
+TEST(Landscape, AShadingOfImagesLiesOnLaterOnesToo) {
+    LandscapeOptions made = options();
+    made.images = {s_image};
+    made.lighting = "static";
+    made.shadeImages = true;
+    Landscape landscape(made);
+    landscape.addImage(landscape.readImage(s_detail));
+    ASSERT_EQ(4U, landscape.layers().size());
+    EXPECT_EQ("everest_image.tif", landscape.layers()[1].name);
+    EXPECT_EQ("everest_image_detail.tif", landscape.layers()[2].name);
+    EXPECT_EQ("light map", landscape.layers()[3].name);
+    const auto node = landscape.node();
+    for (unsigned i = 0; i < 4; ++i)
+        EXPECT_EQ(landscape.layers()[i].effect.get(), node->object(node->objects() - 5 + i)) << i;
+}
+
 TEST(Landscape, AnImageThatCannotBeReadChangesNothing) {
     const RunFolder folder;
     const Landscape landscape(options());
@@ -154,6 +170,11 @@ TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
         {"method", [](LandscapeOptions & o) { o.method = "flat"; }},
         {"lighting", [](LandscapeOptions & o) { o.lighting = "neon"; }},
         {"light", [](LandscapeOptions & o) { o.light = "90"; }},
+        {"unlit images",
+         [](LandscapeOptions & o) {
+             o.lighting = "vertex";
+             o.shadeImages = false;
+         }},
         {"few vertices", [](LandscapeOptions & o) { o.maxVertices = 49; }},
         {"many vertices", [](LandscapeOptions & o) { o.maxVertices = 32001; }},
         {"no exaggeration", [](LandscapeOptions & o) { o.exaggeration = 0.0; }},
