@@ -29,7 +29,8 @@ enum class Lighting {
 /// relief, vertex, static or dynamic. Throws `UsageError`.
 Lighting parseLighting(const std::string & text);
 
-/// Colours from green lowlands to white summits.
+/// Colours from green lowlands to white summits, and blue ones of sea, where there are heights below 0 and
+/// above.
 GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
 
 /// Everything but `Lighting::Vertex`, whose light is no layer: of the surface of `terrain`, made of `grid`,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <span>
 
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
@@ -38,22 +39,42 @@ struct ColorStop {
 };
 
 /// After the usual tints of relief maps: lowland green, over yellow and brown, to white.
-constexpr std::array<ColorStop, 6> s_colors{{{0.0, {86, 130, 88}},
-                                             {0.2, {148, 172, 110}},
-                                             {0.4, {214, 203, 145}},
-                                             {0.6, {178, 141, 98}},
-                                             {0.8, {150, 122, 108}},
-                                             {1.0, {250, 250, 250}}}};
+constexpr ColorStop s_landColors[] = {{0.0, {86, 130, 88}},  {0.2, {148, 172, 110}}, {0.4, {214, 203, 145}},
+                                      {0.6, {178, 141, 98}}, {0.8, {150, 122, 108}}, {1.0, {250, 250, 250}}};
+/// The same for depths: from light to dark blue.
+constexpr ColorStop s_seaColors[] = {{0.0, {176, 212, 230}}, {0.1, {136, 184, 216}}, {1.0, {24, 58, 120}}};
 constexpr unsigned char s_undefinedGrey = 96;
 
-void setHeightColor(double position, unsigned char * texel) {
-    const auto next = std::find_if(s_colors.begin() + 1, s_colors.end() - 1,
+void setColor(std::span<const ColorStop> colors, double position, unsigned char * texel) {
+    const auto next = std::find_if(colors.begin() + 1, colors.end() - 1,
                                    [position](const ColorStop & stop) { return position < stop.position; });
     const ColorStop & low = *(next - 1);
     const double t = std::clamp((position - low.position) / (next->position - low.position), 0.0, 1.0);
     for (unsigned c = 0; c < 3; ++c)
         texel[c] = static_cast<unsigned char>(low.color[c] + t * (next->color[c] - low.color[c]) + 0.5);
 }
+
+/// The colours between two heights.
+class HeightColors {
+public:
+    HeightColors(double low, double high)
+        : hasSea_(low < 0.0 && high > 0.0), low_(hasSea_ ? 0.0 : low),
+          range_(std::max(high - low_, s_leastRange)), depth_(std::max(-low, high)) {}
+
+    void set(double height, unsigned char * texel) const {
+        if (hasSea_ && height < 0.0)
+            setColor(s_seaColors, -height / depth_, texel);
+        else
+            setColor(s_landColors, (height - low_) / range_, texel);
+    }
+
+private:
+    static constexpr double s_leastRange = 1e-12;
+
+    bool hasSea_;
+    double low_, range_;
+    double depth_; ///< not less than land is high, so that shallow water beside mountains looks shallow
+};
 
 /// Of length 1.
 NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
@@ -71,7 +92,7 @@ NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsig
     const Sampling sampling(grid, maxSide);
     NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
     const NBX::Bounds box = grid.boundingBox();
-    const double low = box.getLLF().y, range = std::max(box.getURB().y - low, 1e-12);
+    const HeightColors colors(box.getLLF().y, box.getURB().y);
     for (int y = 0; y < sampling.height(); ++y) {
         unsigned char * texel = image->lineComponentsU8(y);
         for (int x = 0; x < sampling.width(); ++x, texel += 3) {
@@ -79,7 +100,7 @@ NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsig
             if (grid.isUndefinedHeightValue(height))
                 std::fill(texel, texel + 3, s_undefinedGrey);
             else
-                setHeightColor((height - low) / range, texel);
+                colors.set(height, texel);
         }
     }
     return image;

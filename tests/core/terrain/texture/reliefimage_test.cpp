@@ -66,6 +66,38 @@ TEST(ReliefImage, UndefinedHeightsAreGrey) {
     EXPECT_EQ(texel(*ReliefImage::createHeightColors(*nothing), 0, 0), grey);
 }
 
+TEST(ReliefImage, SeaIsBlueBelowZero) {
+    const auto coast =
+        TestTerrain::grid({9, 2}, [](unsigned x, unsigned) { return x == 5 ? -0.01 : 100.0 * (int(x) - 4); });
+    const auto image = ReliefImage::createHeightColors(*coast);
+    const auto isBlue = [&](int x) {
+        const Texel t = texel(*image, x, 0);
+        return t[2] > t[1] && t[1] > t[0];
+    };
+    const auto brightness = [&](int x) {
+        const Texel t = texel(*image, x, 0);
+        return t[0] + t[1] + t[2];
+    };
+    for (const int x : {0, 1, 2, 3, 5})
+        EXPECT_TRUE(isBlue(x)) << x;
+    for (int x = 1; x < 4; ++x)
+        EXPECT_GT(brightness(x), brightness(x - 1)) << "deep water is dark, " << x;
+    EXPECT_GT(brightness(5), brightness(3));
+    EXPECT_EQ(texel(*image, 4, 0), texel(*ReliefImage::createHeightColors(*ramp()), 0, 0)) << "at 0";
+    EXPECT_EQ(texel(*image, 8, 0), (Texel{250, 250, 250}));
+}
+
+/// What is below beside mountains is shallow; a basin without a coast is no sea.
+TEST(ReliefImage, LowGroundIsNoDeepSea) {
+    const auto at = [](double low, double high) {
+        const auto grid = TestTerrain::grid({2, 2}, [=](unsigned x, unsigned) { return x ? high : low; });
+        return texel(*ReliefImage::createHeightColors(*grid), 0, 0);
+    };
+    EXPECT_EQ(at(-0.5, 4000.0), (Texel{176, 212, 230}));
+    EXPECT_EQ(at(-430.0, -10.0), at(10.0, 430.0));
+    EXPECT_EQ(at(-430.0, 0.0), at(10.0, 430.0));
+}
+
 TEST(ReliefImage, FlatGroundHasOneColor) {
     const auto grid = TestTerrain::grid({2, 2}, [](unsigned, unsigned) { return 7.0; });
     const auto image = ReliefImage::createHeightColors(*grid);
