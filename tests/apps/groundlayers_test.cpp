@@ -74,7 +74,7 @@ std::ostream & operator<<(std::ostream & stream, const LightCase & c) {
     return stream << c.name;
 }
 
-class Light : public ::testing::TestWithParam<LightCase> {
+class LitGround : public ::testing::Test {
 protected:
     /// Writes the terrain, and an image of one colour on it.
     void write(const Slope & ground, unsigned width, unsigned height) {
@@ -83,13 +83,20 @@ protected:
         image.colors.assign(std::size_t(3) * width * height, 255);
         folder.write("i.tif", image.encode());
     }
-    Color shown(Arguments arguments) const {
+    Color shown(Arguments arguments, const Arguments & lighting) const {
         arguments.insert(arguments.end(), {"--terrain", folder.in("t.tif"), "--image", folder.in("i.tif")});
-        arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+        arguments.insert(arguments.end(), lighting.begin(), lighting.end());
         return middleOf(folder, arguments);
     }
 
     const RunFolder folder;
+};
+
+class Light : public LitGround, public ::testing::WithParamInterface<LightCase> {
+protected:
+    Color shown(const Arguments & arguments) const {
+        return LitGround::shown(arguments, GetParam().arguments);
+    }
 };
 
 /// Whatever the shape of the terrain, which a picture from above fills.
@@ -136,6 +143,21 @@ TEST_P(Light, FromEverywhereLeavesTheColoursAsTheyAre) {
     for (unsigned c = 0; c < 3; ++c)
         EXPECT_NEAR(almost[c], all[c], 1.5 / 255.0);
     EXPECT_LT(all[2], 0.9F) << "not white";
+}
+
+/// Terrains with such lines are drawn as maps of normals.
+TEST_F(LitGround, HasTheSameLightWithBreakLines) {
+    const Sun sun{100.0, 30.0, 0.2};
+    write(s_slopes[1], 33, 33);
+    const std::string lines = folder.write("l.geojson", R"({"type": "LineString", "coordinates": )"
+                                                        "[[87.00203, 28.02345], [87.00814, 28.01894]]}");
+    for (const char * lighting : {"static", "dynamic"})
+        for (const double exaggeration : {0.2, 1.0}) {
+            const Color color = shown({"--light", sun.text(), "--exaggeration", std::to_string(exaggeration)},
+                                      {"--breaklines", lines, "--lighting", lighting, "--shade-images"});
+            EXPECT_NEAR(color[0], sun.on(s_slopes[1], exaggeration), 2.0 / 255.0)
+                << lighting << ", times " << exaggeration;
+        }
 }
 
 const LightCase s_lights[] = {
