@@ -26,10 +26,15 @@ public:
     static bool hasMagic(const void * data, std::uint64_t size);
 
     /// `data` stays the caller's, and must live as long as the reader.
-    ObjectStreamReader(const void * data, std::uint64_t size);
+    ObjectStreamReader(const void * data,
+                       std::uint64_t size); /// Visitors, painters and ray tests go down a scene by recursion.
+                                            /// At this depth they stay within a stack of
+    /// 512 KiB, and with the address sanitizer within 2 MiB; see docs/object-stream.md.
+    static constexpr unsigned maxDepth = 500;
 
     /// The root object; null when its class is unknown. Throws `IOError` for bytes that are no sound stream,
-    /// and what the root object's `serialize` throws.
+    /// for objects that a visitor would meet deeper than `maxDepth` or below themselves, and what the root
+    /// object's `serialize` throws.
     SO<SharedObj> read();
 
     /// The classes that were met and are not registered, in order of their first object.
@@ -64,6 +69,7 @@ public:
 
     /// Bytes of the current section that were not read yet.
     std::uint64_t bytesLeft() const override;
+    bool isBeingRead(const SharedObj * object) const override { return unfinished_.contains(object); }
 
 private:
     struct Record {
@@ -116,7 +122,8 @@ private:
     std::vector<std::string_view> names_;
     std::unordered_map<std::string_view, std::uint64_t> nameNumbers_;
     std::vector<ObjectEntry> objects_;
-    std::vector<Section> sections_; ///< the open ones, the innermost at the end
+    std::unordered_set<const SharedObj *> unfinished_; ///< those on the way from the root to the current one
+    std::vector<Section> sections_;                    ///< the open ones, the innermost at the end
     std::vector<std::string> unknownClasses_;
     std::unordered_set<std::uint64_t> unknownClassNames_;
 };

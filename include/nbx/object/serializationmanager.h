@@ -68,6 +68,13 @@ public:
     /// it before memory is taken. The largest number for streams that are not read.
     virtual std::uint64_t bytesLeft() const { return UINT64_MAX; }
 
+    /// While reading: `object` is not read in full yet, as what it refers to leads to the object that is read
+    /// now. A tree in which such a one came to stand below would contain itself.
+    virtual bool isBeingRead(const SharedObj * object) const {
+        (void)object;
+        return false;
+    }
+
     /// A shared object of a given class; one of another class is left out as null.
     template <class T>
     requires(!std::is_same_v<T, SharedObj>) bool attribute(const char * name, SO<T> & value) {

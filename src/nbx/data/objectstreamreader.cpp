@@ -100,6 +100,43 @@ std::uint64_t keyOf(std::uint8_t type, std::uint64_t name) {
     return name << 8 | type;
 }
 
+/// How many objects a visitor may have to hold on its way down from `root`, whom it counts as well. Each
+/// object is looked at once, without recursion. Throws for one that hangs below itself.
+unsigned depthBelow(const Visitable * root) {
+    struct Open {
+        const Visitable * object;
+        std::vector<Visitable *> children;
+        std::size_t next;
+        unsigned deepest; ///< of the children that were looked at
+    };
+    constexpr unsigned isOpen = 0;
+    std::unordered_map<const Visitable *, unsigned> depths;
+    std::vector<Open> open;
+    const auto enter = [&](const Visitable * object) {
+        depths[object] = isOpen;
+        open.push_back({object, {}, 0, 0});
+        object->acceptChildren(open.back().children);
+    };
+    enter(root);
+    for (;;) {
+        Open & top = open.back();
+        if (top.next == top.children.size()) {
+            const unsigned depth = depths[top.object] = top.deepest + 1;
+            open.pop_back();
+            if (open.empty()) return depth;
+            open.back().deepest = std::max(open.back().deepest, depth);
+        } else if (const Visitable * child = top.children[top.next++]) {
+            const auto known = depths.find(child);
+            if (known == depths.end())
+                enter(child);
+            else if (known->second == isOpen)
+                throwUnsound(L"an object contains itself");
+            else
+                top.deepest = std::max(top.deepest, known->second);
+        }
+    }
+}
+
 } // namespace
 
 bool ObjectStreamReader::hasMagic(const void * data, std::uint64_t size) {
@@ -115,6 +152,9 @@ SO<SharedObj> ObjectStreamReader::read() {
     readReferenced(0);
     const ObjectEntry & root = objects_.front();
     if (root.failure) std::rethrow_exception(root.failure);
+    if (root.object && depthBelow(root.object.get()) > maxDepth)
+        throw IOError(L"the objects are nested too deep",
+                      L"more than " + std::to_wstring(maxDepth) + L" lie within each other");
     return root.object;
 }
 
@@ -210,14 +250,19 @@ void ObjectStreamReader::readReferenced(std::uint64_t first) {
     const auto begin = [&](std::uint64_t object) {
         ObjectEntry & entry = objects_[object];
         make(entry);
-        if (entry.object) waiting.push_back({object, referencesIn(entry.begin, entry.end), 0});
+        if (!entry.object) return;
+        waiting.push_back({object, referencesIn(entry.begin, entry.end), 0});
+        unfinished_.insert(entry.object.get());
     };
 
     begin(first);
     while (!waiting.empty()) {
         Waiting & top = waiting.back();
         if (top.next == top.references.size()) {
-            fill(objects_[top.object]);
+            ObjectEntry & entry = objects_[top.object];
+            const SO<SharedObj> object = entry.object;
+            fill(entry);
+            unfinished_.erase(object.get());
             waiting.pop_back();
         } else if (const std::uint64_t object = top.references[top.next++];
                    objects_[object].state == State::Untouched) {

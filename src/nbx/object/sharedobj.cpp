@@ -1,6 +1,7 @@
 #include <nbx/object/sharedobj.h>
 
 #include <mutex>
+#include <vector>
 
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/wo.h>
@@ -19,6 +20,38 @@ std::mutex & weakMutex() {
 std::uint64_t nextTransactionNo() {
     static std::atomic<std::uint64_t> number{0};
     return ++number;
+}
+
+/// The destructors of this thread that run within each other.
+struct Deletions {
+    unsigned depth = 0;
+    std::vector<const SharedObj *> * waiting = nullptr; ///< null above the deepest level
+};
+
+constinit thread_local Deletions deletions;
+
+/// Below so many destructors within each other, objects wait for the deepest one to end, so that chains of
+/// any length need no deep stack. Up to there an object is gone as soon as its last holder lets go of it.
+constexpr unsigned s_deepestDeletion = 64;
+
+void destroy(const SharedObj * object) {
+    if (deletions.waiting) {
+        deletions.waiting->push_back(object);
+        return;
+    }
+    if (++deletions.depth < s_deepestDeletion) {
+        delete object;
+    } else {
+        std::vector<const SharedObj *> waiting{object};
+        deletions.waiting = &waiting;
+        while (!waiting.empty()) {
+            const SharedObj * next = waiting.back();
+            waiting.pop_back();
+            delete next;
+        }
+        deletions.waiting = nullptr;
+    }
+    --deletions.depth;
 }
 
 } // namespace
@@ -130,7 +163,7 @@ void SharedObj::unref(const void *) const {
         // again.
         references_.store(1, std::memory_order_relaxed);
     }
-    delete this;
+    destroy(this);
 }
 
 void SharedObj::registerWO(WOBase * pointer) const {

@@ -65,7 +65,8 @@ public:
     void serialize(SerializationManager & m) override;
 
 private:
-    bool traverse(const Visit & visit, Matrix4x4Base<double> matrix) const;
+    struct BoxLevel;
+    static const SceneThing * addToBox(BoxLevel & level, RenderObj * object, Engine * engine);
     bool closesCycle(const RenderObj * object) const;
     bool accepts(const RenderObj * object) const;
     void evaluateObjects(Engine * engine, unsigned begin, unsigned end);

@@ -55,9 +55,9 @@ void AttributeComposite::serialize(SerializationManager & m) {
     std::vector<SO<Attribute>> members = attributes_;
     serializeObjects(m, "attributes", members);
     if (!m.isReading()) return;
-    clear();
-    for (const SO<Attribute> & member : members)
-        append(member.get());
+    leaveOutCircles<AttributeComposite>(m, members);
+    attributes_.swap(members);
+    modified();
 }
 
 } // namespace NBX

@@ -33,4 +33,15 @@ void serializeObjects(SerializationManager & m, const char * name, std::vector<S
     m.endContainer(typeName, name);
 }
 
+/// While reading: leaves out what would come to stand below itself. `Node` is the class of those objects that
+/// hold others. In place of a walk for each object, as the stream reads what is below first.
+template <class Node, class T>
+void leaveOutCircles(const SerializationManager & m, std::vector<SO<T>> & objects) {
+    const auto closesCircle = [&m](const SO<T> & object) {
+        return dynamic_cast<const Node *>(object.get()) && m.isBeingRead(object.get());
+    };
+    if (std::erase_if(objects, closesCircle) > 0)
+        NBX_FAILURE(L"a stored object contains itself and is left out there");
+}
+
 } // namespace NBX

@@ -98,34 +98,67 @@ unsigned SceneThing::childNodes() const {
 }
 
 bool SceneThing::traverse(const Visit & visit) const {
-    return traverse(visit, Matrix4x4Base<double>());
-}
-
-bool SceneThing::traverse(const Visit & visit, Matrix4x4Base<double> matrix) const {
-    for (const SO<RenderObj> & object : objects_) {
-        if (!visit(object.get(), matrix)) return false;
-        if (const auto * tf = dynamic_cast<const Tf *>(object.get()); tf && tf->isEnabled())
-            matrix = matrix * tf->getMatrix();
-        if (const auto * thing = dynamic_cast<const SceneThing *>(object.get()))
-            if (!thing->traverse(visit, matrix)) return false;
+    struct Level {
+        const SceneThing * thing;
+        std::size_t next;
+        Matrix4x4Base<double> matrix;
+    };
+    std::vector<Level> levels{{this, 0, {}}};
+    while (!levels.empty()) {
+        Level & level = levels.back();
+        if (level.next == level.thing->objects_.size()) {
+            levels.pop_back();
+            continue;
+        }
+        RenderObj * object = level.thing->objects_[level.next++].get();
+        if (!visit(object, level.matrix)) return false;
+        if (const auto * tf = dynamic_cast<const Tf *>(object); tf && tf->isEnabled())
+            level.matrix = level.matrix * tf->getMatrix();
+        else if (const auto * thing = dynamic_cast<const SceneThing *>(object))
+            levels.push_back({thing, 0, Matrix4x4Base<double>(level.matrix)});
     }
     return true;
 }
 
-Bounds SceneThing::boundingBox(Engine * engine) {
-    Bounds box;
+struct SceneThing::BoxLevel {
+    const SceneThing * thing;
+    std::size_t next = 0;
     Matrix4x4Base<double> matrix;
-    for (const SO<RenderObj> & object : objects_) {
-        if (!object->isEnabled()) continue;
-        if (const auto * shape = dynamic_cast<const Shape *>(object.get())) {
-            box += shape->boundingBox().transform(matrix);
-        } else if (auto * node = dynamic_cast<SceneNode *>(object.get())) {
-            if (node->getNodeState() & NS_Bounds) box += node->boundingBox(engine).transform(matrix);
-        } else if (const auto * tf = dynamic_cast<const Tf *>(object.get())) {
-            matrix = matrix * tf->getMatrix();
-        }
+    Bounds box;
+
+    void add(const Bounds & part) { box += part.transform(matrix); }
+};
+
+/// The node whose objects are to be looked at for the box of `level`, null when `object` was dealt with.
+const SceneThing * SceneThing::addToBox(BoxLevel & level, RenderObj * object, Engine * engine) {
+    if (const auto * shape = dynamic_cast<const Shape *>(object)) {
+        level.add(shape->boundingBox());
+    } else if (auto * node = dynamic_cast<SceneNode *>(object)) {
+        if (!(node->getNodeState() & NS_Bounds)) return nullptr;
+        // Other nodes may have boxes of their own.
+        if (node->classInfoNBX() == ClassInfoNBX()) return static_cast<const SceneThing *>(node);
+        level.add(node->boundingBox(engine));
+    } else if (const auto * tf = dynamic_cast<const Tf *>(object)) {
+        level.matrix = level.matrix * tf->getMatrix();
     }
-    return box;
+    return nullptr;
+}
+
+Bounds SceneThing::boundingBox(Engine * engine) {
+    std::vector<BoxLevel> levels{{this, 0, {}, {}}};
+    for (;;) {
+        BoxLevel & level = levels.back();
+        if (level.next == level.thing->objects_.size()) {
+            const Bounds box = level.box;
+            levels.pop_back();
+            if (levels.empty()) return box;
+            levels.back().add(box);
+            continue;
+        }
+        RenderObj * object = level.thing->objects_[level.next++].get();
+        if (!object->isEnabled()) continue;
+        if (const SceneThing * below = addToBox(level, object, engine)) levels.push_back({below, 0, {}, {}});
+    }
 }
 
 void SceneThing::acceptChildren(std::vector<Visitable *> & children) const {
@@ -140,9 +173,9 @@ void SceneThing::serialize(SerializationManager & m) {
     std::vector<SO<RenderObj>> stored = objects_;
     serializeObjects(m, "objects", stored);
     if (!m.isReading()) return;
-    clear();
-    for (const SO<RenderObj> & object : stored)
-        append(object.get());
+    leaveOutCircles<SceneNode>(m, stored);
+    objects_.swap(stored);
+    modified();
 }
 
 } // namespace NBX

@@ -55,15 +55,25 @@ void Composite::serialize(SerializationManager & m) {
     std::vector<SO<Shape>> members = shapes_;
     serializeObjects(m, "shapes", members);
     if (!m.isReading()) return;
-    clear();
-    for (const SO<Shape> & member : members)
-        append(member.get());
+    leaveOutCircles<Composite>(m, members);
+    shapes_.swap(members);
+    modified();
 }
 
 Bounds Composite::boundingBox() const {
     Bounds box;
-    for (const SO<Shape> & member : shapes_)
-        if (member->isEnabled()) box += member->boundingBox();
+    std::vector<const Composite *> waiting{this};
+    while (!waiting.empty()) {
+        const Composite * composite = waiting.back();
+        waiting.pop_back();
+        for (const SO<Shape> & member : composite->shapes_) {
+            if (!member->isEnabled()) continue;
+            if (member->classInfoNBX() == ClassInfoNBX())
+                waiting.push_back(static_cast<const Composite *>(member.get()));
+            else
+                box += member->boundingBox();
+        }
+    }
     return box;
 }
 
