@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <type_traits>
 
@@ -28,6 +29,9 @@ public:
     static bool isRegistered(const ID & name);
     /// A new object of a registered class; null for an unknown name.
     static SharedObj * newInstance(const ID & name);
+
+    /// Reports that an attribute could not be read, and why, and that it has its default.
+    static void reportDefault(const char * attributeName, const std::exception & failure);
 
     virtual ~SerializationManager() = default;
 
@@ -97,7 +101,7 @@ template <class Parent, class T> void serializeSuperclass(SerializationManager &
 }
 
 /// An attribute with a default: what is missing or cannot be read gets the default, and what equals it
-/// need not be written.
+/// need not be written. Exceptions that are not ours, such as for memory, are reported.
 template <class T>
 void attributeWithDefault(SerializationManager & m, const char * attributeName, T & value,
                           const std::type_identity_t<T> & defaultValue) {
@@ -106,6 +110,9 @@ void attributeWithDefault(SerializationManager & m, const char * attributeName, 
         try {
             if (!m.attribute(attributeName, value)) value = defaultValue;
         } catch (const Exception &) {
+            value = defaultValue;
+        } catch (const std::exception & failure) {
+            SerializationManager::reportDefault(attributeName, failure);
             value = defaultValue;
         }
     } else if (!(m.omitsDefaults() && value == defaultValue)) {

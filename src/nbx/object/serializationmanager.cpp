@@ -3,6 +3,8 @@
 #include <mutex>
 #include <unordered_map>
 
+#include <nbx/object/stringutils.h>
+
 namespace NBX {
 
 namespace {
@@ -39,6 +41,13 @@ bool SerializationManager::isRegistered(const ID & name) {
 SharedObj * SerializationManager::newInstance(const ID & name) {
     const Factory factory = registry().find(name);
     return factory ? factory() : nullptr;
+}
+
+void SerializationManager::reportDefault(const char * attributeName, const std::exception & failure) {
+    NBX_FAILURE(L"the stored attribute "
+                << StringUtils::Utf8String2WString(attributeName ? attributeName : "")
+                << L" cannot be read and has its default: "
+                << StringUtils::Utf8String2WString(failure.what()));
 }
 
 } // namespace NBX

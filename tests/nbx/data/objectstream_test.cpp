@@ -165,4 +165,22 @@ TEST(ObjectStream, LongChainsNeedNoDeepStack) {
     EXPECT_EQ(length, 300000);
 }
 
+/// An object that fails costs what it stands for, not the file.
+TEST(ObjectStream, ObjectsThatFailForOtherReasonsAreLeftOutWithAReport) {
+    const SO<Link> root(new Link);
+    root->value = 7;
+    root->other = new Scripted;
+    const Bytes bytes = ObjectStreamWriter::write(*root);
+    Scripted::script = [](SerializationManager &) { throw std::length_error("too long"); };
+    const RecordedReports reports;
+    const auto back = soCast<Link>(readBytes(bytes));
+    Scripted::script = nullptr;
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->value, 7);
+    EXPECT_FALSE(back->other);
+    EXPECT_EQ(reports.count(2, L"false",
+                            L"the stored attribute other cannot be read and has its default: too long"),
+              1U);
+}
+
 } // namespace

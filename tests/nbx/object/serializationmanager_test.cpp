@@ -34,6 +34,7 @@ public:
     bool attribute(const char * name, int & value) override {
         log += std::string(name ? name : "") + " ";
         if (throws) throw NBX::IOError(L"unreadable");
+        if (runsOutOfMemory) throw std::bad_alloc();
         if (!isReading()) return values[name] = value, true;
         const auto found = values.find(name);
         if (found != values.end()) value = found->second;
@@ -65,7 +66,7 @@ public:
     std::string log;
     std::map<std::string, int> values;
     SO<SharedObj> object;
-    bool throws = false;
+    bool throws = false, runsOutOfMemory = false;
 
 private:
     Mode mode_;
@@ -103,6 +104,18 @@ TEST(AttributeWithDefault, WritesWhatDiffersFromTheDefault) {
     EXPECT_TRUE(m.values.empty());
     NBX::attributeWithDefault(m, "a", value, 4);
     EXPECT_EQ(m.values["a"], 3);
+}
+
+TEST(AttributeWithDefault, OneThatFailsForOtherReasonsHasTheDefaultWithAReport) {
+    Script m(Mode::Reading);
+    m.runsOutOfMemory = true;
+    int value = 3;
+    const RecordedReports reports;
+    NBX::attributeWithDefault(m, "a", value, 4);
+    EXPECT_EQ(value, 4);
+    EXPECT_EQ(reports.count(2, L"false",
+                            L"the stored attribute a cannot be read and has its default: std::bad_alloc"),
+              1U);
 }
 
 TEST(AttributeWithDefault, WritesDefaultsWhereTheyAreNotOmitted) {
