@@ -69,6 +69,33 @@ struct HandlerKeyHash {
     }
 };
 
+/// Puts a technique in force for the life of a block, and stops it at the end if it was started: also when
+/// the block is left by an exception.
+class Run {
+public:
+    Run(Engine * engine, SO<Technique> & current, Technique * technique)
+        : engine_(engine), current_(current), before_(current), technique_(technique) {
+        current = technique_;
+    }
+    ~Run() {
+        if (isStarted_) technique_->stop(engine_);
+        current_ = before_;
+    }
+    Run(const Run &) = delete;
+    Run & operator=(const Run &) = delete;
+
+    void start() {
+        technique_->start(engine_);
+        isStarted_ = true;
+    }
+
+private:
+    Engine * engine_;
+    SO<Technique> & current_;
+    const SO<Technique> before_, technique_;
+    bool isStarted_ = false;
+};
+
 bool isInState(const Attribute & attribute, int states) {
     return (states & (attribute.isEnabled() ? 1 : 2)) != 0;
 }
@@ -338,17 +365,14 @@ void Engine::evaluate(SceneNode * node, Technique * technique) {
     NBX_CHECK(node, L"no node");
     if (!node) return;
     const SO<SceneNode> held(node);
-    const SO<Technique> used(technique ? technique : impl_->plainDrawing.get());
-    const SO<Technique> before = std::exchange(impl_->technique, used);
+    Run run(this, impl_->technique, technique ? technique : impl_->plainDrawing.get());
     if (!technique) {
         node->evaluate(this);
     } else if (technique->canBeUsed(this)) {
-        technique->start(this);
+        run.start();
         for (bool active = technique->activePass() >= 0; active; active = technique->nextPass(this))
             node->evaluate(this);
-        technique->stop(this);
     }
-    impl_->technique = before;
 }
 
 Technique * Engine::technique() const {

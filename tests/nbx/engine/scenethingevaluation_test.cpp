@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/engine/technique.h>
+#include <nbx/object/exception.h>
 #include <nbx/scene/view/translation.h>
 #include <support/recordedreports.h>
 
@@ -167,6 +168,26 @@ TEST_F(SceneThingEvaluationTest, techniqueRunsEveryPassThatItUses) {
     EXPECT_EQ(takeProbeLog(), "x");
     engine->evaluate(nullptr);
     EXPECT_EQ(reports.count(0, L"node", L"no node"), 1U);
+}
+
+/// Throws when it is evaluated.
+class ThrowingNode : public SceneNode {
+    NBX_TEMPLATE_CLASS(ThrowingNode, SceneNode)
+public:
+    void evaluate(Engine *) override { throw IOError(L"out of order"); }
+    Bounds boundingBox(Engine *) override { return Bounds(); }
+};
+
+TEST_F(SceneThingEvaluationTest, techniqueIsStoppedAndGoneWhenANodeThrows) {
+    const SO<SceneThing> thing(make({attribute("a"), new Translation({1, 0, 0}), new ThrowingNode()}));
+    const SO<Technique> technique(new TwoPasses());
+    EXPECT_THROW(engine->evaluate(thing.get(), technique.get()), IOError);
+    EXPECT_EQ(takeProbeLog(), "pass1 +a -a pass-1");
+    EXPECT_EQ(technique->activePass(), -1);
+    EXPECT_EQ(engine->technique(), nullptr);
+    EXPECT_EQ(engine->modelMatrix(), Matrix4x4Base<double>());
+    EXPECT_THROW(engine->evaluate(thing.get()), IOError);
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 } // namespace
