@@ -4,6 +4,7 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -49,6 +50,7 @@ public:
         const std::lock_guard lock(mutex_);
         calls_ += key->name;
         thread_ = std::this_thread::get_id();
+        if (fails) throw std::runtime_error("unreadable");
         return givesNull ? nullptr : new Resource(key->name);
     }
     std::string calls() const {
@@ -61,6 +63,7 @@ public:
     }
     std::function<void()> during;
     bool givesNull = false;
+    std::atomic<bool> fails = false;
 
 private:
     mutable std::mutex mutex_;
@@ -271,6 +274,79 @@ TEST_F(ResourceManagerTest, ANullResourceIsCachedToo) {
     EXPECT_EQ(manager->requested(), "");
     EXPECT_EQ(manager->cached(), "-");
     EXPECT_EQ(preparer->calls(), "a");
+}
+
+using Outcome = Manager::Outcome;
+
+TEST_F(ResourceManagerTest, TellsWhatCameOfAPreparation) {
+    EXPECT_EQ(manager->outcome(a), Outcome::None);
+    EXPECT_EQ(manager->outcome(nullptr), Outcome::None);
+    manager->request(a, preparer, 1.0);
+    EXPECT_EQ(manager->outcome(a), Outcome::None) << "it waits";
+    manager->prepareOne();
+    EXPECT_EQ(manager->outcome(a), Outcome::Done);
+    preparer->givesNull = true;
+    demand(*manager, b);
+    EXPECT_EQ(manager->outcome(b), Outcome::Done) << "there is nothing";
+    preparer->fails = true;
+    demand(*manager, c);
+    EXPECT_EQ(manager->outcome(c), Outcome::Failed);
+    manager->remove(a);
+    EXPECT_EQ(manager->outcome(a), Outcome::None);
+}
+
+TEST_F(ResourceManagerTest, AFailureIsTriedAgainInTheFirstFrameAfterAWhile) {
+    double time = 100.0;
+    manager->clock = [&] { return time; };
+    preparer->fails = true;
+    EXPECT_FALSE(demand(*manager, a));
+    manager->request(b, preparer, 1.0);
+    manager->prepareOne();
+    EXPECT_EQ(preparer->calls(), "ab");
+    EXPECT_EQ(manager->usedMemory(), 0.0) << "there is no resource";
+
+    preparer->fails = false;
+    time = std::nextafter(100.0 + Manager::s_retryTime, 0.0);
+    manager->beginFrame();
+    EXPECT_FALSE(demand(*manager, a));
+    EXPECT_FALSE(manager->request(b, preparer, 1.0));
+    EXPECT_EQ(manager->requested(), "");
+    manager->endFrame();
+    EXPECT_EQ(preparer->calls(), "ab") << "not yet";
+
+    time = 100.0 + Manager::s_retryTime;
+    manager->beginFrame();
+    EXPECT_EQ(manager->outcome(a), Outcome::None);
+    EXPECT_TRUE(demand(*manager, a));
+    manager->request(b, preparer, 1.0);
+    manager->prepareOne();
+    EXPECT_TRUE(look(*manager, b));
+    manager->endFrame();
+    EXPECT_EQ(manager->usedMemory(), 20.0);
+}
+
+TEST_F(ResourceManagerTest, AFailureDoesNotReplaceAResourceThatWasDemandedMeanwhile) {
+    manager->request(a, preparer, 1.0);
+    SO<Resource> demanded;
+    const SO<Preparer> other(new Preparer);
+    preparer->during = [&] { demanded = manager->request(a, other, 1e42); };
+    preparer->fails = true;
+    manager->prepareOne();
+    ASSERT_TRUE(demanded);
+    EXPECT_EQ(look(*manager, a), demanded);
+    EXPECT_EQ(manager->usedMemory(), 10.0);
+}
+
+TEST_F(ResourceManagerTest, AFailureOnTheWorkerDoesNotEndIt) {
+    const SO<Manager> threaded(new Manager(1000.0, true));
+    preparer->fails = true;
+    threaded->request(a, preparer, 2.0);
+    const SO<Preparer> sound(new Preparer);
+    threaded->request(b, sound, 1.0);
+    threaded->endFrame();
+    while (!look(*threaded, b))
+        Thread::sleep(0.001);
+    EXPECT_EQ(threaded->outcome(a), Outcome::Failed);
 }
 
 TEST_F(ResourceManagerTest, RemovesOneResource) {

@@ -32,9 +32,11 @@ namespace ZMT::CORE {
 /// budget, those used longest ago first; what was used since the frame began stays even over budget. (4) The
 /// resource of a key that has died goes at the end of the frame. (5) Keys, resources and preparers are
 /// released by the threads that call `beginFrame`, `endFrame` and `request`, never by the worker.
+/// (6) A preparer that gives null has nothing for the key, which is cached as a resource is. One that throws
+/// has failed: until the first frame after `s_retryTime` its key takes no memory and is not prepared again.
 ///
 /// Everything belongs to the render thread, but for the calls of the preparer, of `sizeOf` and of `now`. The
-/// destructor of a subclass calls `shutdown`. An exception of a preparer on the worker ends the process.
+/// destructor of a subclass calls `shutdown`.
 template <class K, class V> class ResourceManager : public Thread {
     using Self = ResourceManager;
     NBX_TEMPLATE_CLASS(Self, Thread)
@@ -49,6 +51,15 @@ public:
     static constexpr double s_fading = 0.8;
     /// Seconds without work after which the worker ends; the next frame with requests starts it again.
     static constexpr double s_idleTime = 1.0;
+    /// Seconds after which what could not be prepared is tried again when it is requested.
+    static constexpr double s_retryTime = 10.0;
+
+    /// What came of the preparation of a key.
+    enum class Outcome {
+        None,   ///< there was none yet, or it was dropped
+        Done,   ///< the resource is cached; it may be null
+        Failed, ///< the preparer threw
+    };
 
     /// `maxMemory` in bytes; `requestAgeLimit` in frames; `idleSleep` in seconds is the worker's pause
     /// between looks into an empty queue; with 0 it sleeps until there is work. Without `multiThreaded` each
@@ -72,7 +83,8 @@ public:
     virtual void endFrame();
     /// The resource of `key`, which counts as a use; null when it is not there. A resource that is not there
     /// is queued if `priority` is above 0, and prepared at once from `s_immediately` on; then the call waits
-    /// for a preparation that runs. Without `preparer` this is a look only.
+    /// for a preparation that runs. Without `preparer` this is a look only. One that has failed is neither
+    /// queued nor prepared until `s_retryTime` has passed. See `outcome` for what null means.
     virtual NBX::SO<V> request(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
     /// Drops the resource of `key` now.
     virtual void remove(const NBX::SO<K> & key);
@@ -87,6 +99,9 @@ public:
     virtual void shutdown();
     /// Prepares the resource that is wanted most, the one requested first among equals.
     virtual void prepareOne();
+    /// As long as the render thread is not in a call, `None` may turn into something else at any time, the
+    /// others not.
+    virtual Outcome outcome(const NBX::SO<K> & key) const;
 
     /// Number of requests that wait, without the one that is being prepared. May be asked for on any thread.
     std::size_t pendingRequests() const;
@@ -97,6 +112,8 @@ protected:
         const K * address; ///< of the key, for the index only
         NBX::SO<V> value;
         double size;
+        bool failed = false;
+        double retryAt = 0.0; ///< by the clock, when failed
     };
     using Entries = std::list<Entry>;
     using Position = typename Entries::iterator;
@@ -109,7 +126,7 @@ protected:
     };
     using Requests = std::list<Request>;
 
-    /// The worker's clock.
+    /// The clock; asked on any thread.
     virtual NBX::NBXTime now() const { return NBX::NBXTime::now(); }
 
     double maxMemory_;
@@ -141,17 +158,28 @@ private:
         }
     };
 
+    /// What one call of a preparer gave.
+    struct Prepared {
+        NBX::SO<V> value;
+        double size = 0.0;
+        bool failed = true;
+    };
+
+    /// Expects `prepareMutex_` to be held.
+    Prepared prepare(const NBX::SO<K> & key, Preparer & preparer) const;
+
     static RequestName nameOf(const Request & request) { return {request.key.get(), request.preparer.get()}; }
 
     // All of these expect `mutex_` to be held.
     Position find(const K * key);
     void use(Position entry);
-    void insert(const NBX::SO<K> & key, NBX::SO<V> value, double size);
+    void insert(const NBX::SO<K> & key, Prepared prepared);
     void take(Position entry, Entries & taken);
     void enqueue(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
     typename Requests::iterator take(typename Requests::iterator request, Requests & taken);
     bool takeMostWanted(Requests & taken);
     void release(Requests & requests);
+    void forgetFailures();
     void startWorkerIfNeeded();
 
     void pause();
@@ -197,6 +225,7 @@ template <class K, class V> void ResourceManager<K, V>::pause() {
 template <class K, class V> void ResourceManager<K, V>::beginFrame() {
     {
         const MutexLocker lock(mutex_.get());
+        forgetFailures();
         frameMarker_ = cache_.end();
         ++frame_;
     }
@@ -208,6 +237,16 @@ template <class K, class V> void ResourceManager<K, V>::beginFrame() {
     }
     fadeRequests();
     sleep(0.0);
+}
+
+/// Those that are to be tried again. They have no resource, so nothing is released under the mutex.
+template <class K, class V> void ResourceManager<K, V>::forgetFailures() {
+    Entries dropped;
+    for (Position entry = cache_.begin(); entry != cache_.end();) {
+        const Position next = std::next(entry);
+        if (entry->failed && entry->retryAt <= now()) take(entry, dropped);
+        entry = next;
+    }
 }
 
 template <class K, class V> void ResourceManager<K, V>::fadeRequests() {
@@ -259,9 +298,19 @@ NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<
         return nullptr;
     }
     const MutexLocker preparing(prepareMutex_.get());
-    const NBX::SO<V> value = preparer->call(key);
-    insert(key, value, sizeOf(key));
-    return value;
+    const Prepared prepared = prepare(key, *preparer);
+    insert(key, prepared);
+    return prepared.value;
+}
+
+template <class K, class V>
+auto ResourceManager<K, V>::prepare(const NBX::SO<K> & key, Preparer & preparer) const -> Prepared {
+    try {
+        NBX::SO<V> value = preparer.call(key);
+        return {std::move(value), sizeOf(key), false};
+    } catch (...) {
+        return {};
+    }
 }
 
 template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> & key) {
@@ -307,15 +356,14 @@ template <class K, class V> void ResourceManager<K, V>::prepareOne() {
         if (!takeMostWanted(taken)) return;
     }
     const Request & request = taken.front();
-    NBX::SO<V> value;
+    Prepared prepared;
     {
         const MutexLocker preparing(prepareMutex_.get());
-        value = request.preparer->call(request.key);
+        prepared = prepare(request.key, *request.preparer);
     }
-    const double size = sizeOf(request.key);
 
     const MutexLocker lock(mutex_.get());
-    insert(request.key, std::move(value), size);
+    insert(request.key, std::move(prepared));
     for (auto i = requests_.begin(); i != requests_.end(); ++i)
         if (i->key == request.key) {
             take(i, taken);
@@ -335,22 +383,33 @@ template <class K, class V> void ResourceManager<K, V>::use(Position entry) {
     if (frameMarker_ == cache_.end()) frameMarker_ = entry;
 }
 
-/// A resource that the key has already is replaced.
-template <class K, class V>
-void ResourceManager<K, V>::insert(const NBX::SO<K> & key, NBX::SO<V> value, double size) {
+/// A resource that the key has already is replaced, unless nothing came of it this time.
+template <class K, class V> void ResourceManager<K, V>::insert(const NBX::SO<K> & key, Prepared prepared) {
+    const double retryAt = prepared.failed ? now() + s_retryTime : 0.0;
     const Position known = find(key.get());
     if (known != cache_.end()) {
         use(known);
-        std::swap(known->value, value);
-        released_.emplace_back(value.get());
-        usedMemory_ += size - known->size;
-        known->size = size;
+        if (prepared.failed && !known->failed) return;
+        std::swap(known->value, prepared.value);
+        released_.emplace_back(prepared.value.get());
+        usedMemory_ += prepared.size - known->size;
+        known->size = prepared.size;
+        known->failed = prepared.failed;
+        known->retryAt = retryAt;
         return;
     }
-    cache_.push_front(Entry{NBX::WO<K>(key), key.get(), std::move(value), size});
+    cache_.push_front(Entry{NBX::WO<K>(key), key.get(), std::move(prepared.value), prepared.size,
+                            prepared.failed, retryAt});
     index_[key.get()] = cache_.begin();
-    usedMemory_ += size;
+    usedMemory_ += prepared.size;
     if (frameMarker_ == cache_.end()) frameMarker_ = cache_.begin();
+}
+
+template <class K, class V> auto ResourceManager<K, V>::outcome(const NBX::SO<K> & key) const -> Outcome {
+    const MutexLocker lock(mutex_.get());
+    const auto found = index_.find(key.get());
+    if (found == index_.end() || !found->second->key) return Outcome::None;
+    return found->second->failed ? Outcome::Failed : Outcome::Done;
 }
 
 template <class K, class V> void ResourceManager<K, V>::take(Position entry, Entries & taken) {

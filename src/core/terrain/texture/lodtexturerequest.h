@@ -63,7 +63,9 @@ public:
     static void map(Mapper & mapper, const NBX::SO<const GeometryPatch> & patch, const NewPiece & newPiece);
 
     /// The texture of `patch`, which is mapped, or of its nearest ancestor that has one; the missing ones on
-    /// the way are queued, the finer with the higher priority. Null only when there is no root.
+    /// the way are queued, the finer with the higher priority, and those that could not be prepared are
+    /// passed over. The empty texture where the one found has nothing to show, or the root failed. Null only
+    /// when there is no root.
     template <class Piece, class Mapper>
     NBX::SO<NBX::TextureGL>
     find(ResourceManager<Piece, NBX::TextureGL> & manager, const Mapper & mapper,
@@ -107,6 +109,7 @@ LODTextureRequest::find(ResourceManager<Piece, NBX::TextureGL> & manager, const 
                         const NBX::SO<typename ResourceManager<Piece, NBX::TextureGL>::Preparer> & preparer,
                         double priority, bool & incomplete) const {
     using Manager = ResourceManager<Piece, NBX::TextureGL>;
+    using Outcome = typename Manager::Outcome;
     NBX::SO<const GeometryPatch> current = patch, parent;
     for (; current; current = parent) {
         parent = current->parent();
@@ -114,13 +117,18 @@ LODTextureRequest::find(ResourceManager<Piece, NBX::TextureGL> & manager, const 
         if (parentPiece && texelSize(**parentPiece) <= textureError_) continue;
 
         const NBX::SO<Piece> piece = mapper.get(current);
+        // Asked first, as the worker may be done at any time.
+        Outcome outcome = manager.outcome(piece);
         NBX::SO<NBX::TextureGL> texture = manager.request(piece, nullptr, Manager::s_lookOnly);
-        if (!parent) return texture ? texture : manager.request(piece, preparer, Manager::s_immediately);
-        const double wanted = asynchronous_ ? priority * texelSize(*piece) : Manager::s_immediately;
-        if (!texture) texture = manager.request(piece, preparer, wanted);
-        // What could not be read, or is not there, shows what its parent has.
-        if (texture && texture != EmptyTexture::texture()) return texture;
-        if (texture) continue;
+        if (!texture && outcome == Outcome::None) {
+            const bool atOnce = !parent || !asynchronous_;
+            const double wanted = atOnce ? Manager::s_immediately : priority * texelSize(*piece);
+            texture = manager.request(piece, preparer, wanted);
+            if (atOnce) outcome = manager.outcome(piece);
+        }
+        if (texture) return texture;
+        if (outcome == Outcome::Done || !parent) return EmptyTexture::texture();
+        if (outcome == Outcome::Failed) continue;
         priority *= 0.5;
         incomplete = true;
     }

@@ -5,6 +5,7 @@
 #include "lodtexturerequest.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
+#include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/view/viewinfo.h>
@@ -46,6 +47,14 @@ Levels levelsOf(const RASTER::TiledGeoImagePyramid * pyramid) {
                           level->granularityX(), level->granularityY()});
     }
     return levels;
+}
+
+/// Some pyramids give null, and tell so, for what they cannot read.
+bool hasFailed(const RASTER::TiledGeoImagePyramid & pyramid) {
+    for (unsigned i = 0; i < pyramid.overviews(); ++i)
+        if (const NBX::SO<RASTER::TiledGeoImage> level = pyramid.overview(i); level && level->failed())
+            return true;
+    return false;
 }
 
 /// Maps the scene's x and z on to the image, whose extent runs between the centres of its border pixels.
@@ -105,21 +114,26 @@ TiledLODTexture::Mapper::Mapper() : NonPersistentDictionary(s_mapperBuckets) {}
 
 TiledLODTexture::Mapper::~Mapper() = default;
 
-NBX::SO<NBX::TextureGL> TiledLODTexture::Preparer::call(NBX::SO<Patch> patch) {
+NBX::SO<RASTER::GeoImage> TiledLODTexture::Preparer::read(const Patch & patch) {
+    const Point min = patch.bounds.getLLF() + patch.origin, max = patch.bounds.getURB() + patch.origin;
     try {
-        const Point min = patch->bounds.getLLF() + patch->origin;
-        const Point max = patch->bounds.getURB() + patch->origin;
-        const NBX::SO<RASTER::GeoImage> image =
-            patch->pyramid->getGeoImage(min.x, min.z, max.x, max.z, patch->width, patch->height);
-        return image && image->image() ? makeTexture(*image, patch->origin) : EmptyTexture::texture();
+        return patch.pyramid->getGeoImage(min.x, min.z, max.x, max.z, patch.width, patch.height);
     } catch (const std::exception & e) {
         // One report tells enough of a file that has vanished.
         if (!hasReported_)
             NBX_FAILURE(L"cannot read a part of the image: "
                         << NBX::StringUtils::Utf8String2WString(e.what()));
         hasReported_ = true;
-        return EmptyTexture::texture();
+        throw;
     }
+}
+
+NBX::SO<NBX::TextureGL> TiledLODTexture::Preparer::call(NBX::SO<Patch> patch) {
+    const NBX::SO<RASTER::GeoImage> image = read(*patch);
+    if (image && image->image()) return makeTexture(*image, patch->origin);
+    // Null for nothing there would show a hole in what a coarser level has; the pyramid has reported it.
+    if (hasFailed(*patch->pyramid)) throw NBX::IOException(L"a part of the image cannot be read");
+    return EmptyTexture::texture();
 }
 
 TiledLODTexture::TiledLODTexture() : TiledLODTexture(nullptr) {}

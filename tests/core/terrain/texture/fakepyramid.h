@@ -32,8 +32,11 @@ public:
     std::uint64_t pixelsX() const override { return pixels_; }
     std::uint64_t pixelsY() const override { return pixels_; }
     NBX::SO<NBX::Image> getImage(int, int, unsigned, unsigned) const override { return nullptr; }
+    bool failed() const override { return hasFailed; }
     unsigned granularityX() const override { return granularity_; }
     unsigned granularityY() const override { return granularity_; }
+
+    bool hasFailed = false;
 
 private:
     double pixelSize_;

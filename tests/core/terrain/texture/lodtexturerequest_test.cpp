@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <map>
 
 #include <gtest/gtest.h>
 
@@ -135,10 +136,17 @@ public:
                           double priority) override {
         notes.push_back({piece->level, preparer != nullptr, priority});
         if (piece->level == blank) return EmptyTexture::texture();
+        if (outcome(piece) != Outcome::None) return nullptr;
         return piece->level == ready || priority >= s_immediately ? textures[piece->level] : nullptr;
     }
 
+    Outcome outcome(const SO<Piece> & piece) const override {
+        const auto known = outcomes.find(piece->level);
+        return known == outcomes.end() ? Outcome::None : known->second;
+    }
+
     std::vector<Note> notes;
+    std::map<unsigned, Outcome> outcomes;
     std::vector<SO<TextureGL>> textures;
     unsigned ready = UINT_MAX, blank = UINT_MAX;
 };
@@ -172,8 +180,7 @@ protected:
         manager->notes.clear();
         const Point eye;
         const LODTextureRequest request(levels, *view, eye, textureError, asynchronous);
-        const SO<TextureGL> found =
-            request.find<Piece>(*manager, *mapper, patch, preparer, 100.0, incomplete);
+        found = request.find<Piece>(*manager, *mapper, patch, preparer, 100.0, incomplete);
         const auto & all = manager->textures;
         return static_cast<unsigned>(std::find(all.begin(), all.end(), found) - all.begin());
     }
@@ -186,6 +193,7 @@ protected:
     const SO<NBX::ViewInfo> view = viewFromAbove(1.0);
     Levels levels;
     bool incomplete = false;
+    SO<TextureGL> found; ///< by the last call
 };
 
 using Notes = std::vector<NotingManager::Note>;
@@ -223,12 +231,37 @@ TEST_F(FindTest, WhoCannotWaitGetsTheFinestAtOnce) {
     EXPECT_EQ(manager->notes, (Notes{looked(0), wanted(0, 1e42)}));
 }
 
-TEST_F(FindTest, WhatHasNoContentIsPassedOver) {
+TEST_F(FindTest, WhatHasNoContentShowsTheEmptyTexture) {
     manager->blank = 0;
     manager->ready = 1;
-    EXPECT_EQ(find(finest, 0.0), 1U);
+    EXPECT_EQ(find(finest, 0.0), 4U);
+    EXPECT_EQ(found, EmptyTexture::texture());
     EXPECT_FALSE(incomplete) << "there is nothing to wait for";
-    EXPECT_EQ(manager->notes, (Notes{looked(0), looked(1)}));
+    EXPECT_EQ(manager->notes, (Notes{looked(0)}));
+}
+
+TEST_F(FindTest, APreparerThatGaveNullStandsForNoContentToo) {
+    manager->outcomes[0] = Manager::Outcome::Done;
+    EXPECT_EQ(find(finest, 0.0), 4U);
+    EXPECT_EQ(found, EmptyTexture::texture());
+    EXPECT_FALSE(incomplete);
+}
+
+TEST_F(FindTest, WhatHasFailedShowsTheParentAndIsNotAskedForAgain) {
+    manager->outcomes[0] = manager->outcomes[1] = Manager::Outcome::Failed;
+    manager->ready = 2;
+    EXPECT_EQ(find(finest, 0.0), 2U);
+    EXPECT_FALSE(incomplete) << "it may fail for ever";
+    EXPECT_EQ(manager->notes, (Notes{looked(0), looked(1), looked(2)}));
+    EXPECT_EQ(find(finest, 0.0, false), 2U);
+}
+
+TEST_F(FindTest, ARootThatHasFailedShowsTheEmptyTexture) {
+    for (unsigned level = 0; level < 4; ++level)
+        manager->outcomes[level] = Manager::Outcome::Failed;
+    EXPECT_EQ(find(finest, 0.0), 4U);
+    EXPECT_EQ(found, EmptyTexture::texture());
+    EXPECT_FALSE(incomplete);
 }
 
 TEST_F(FindTest, WithoutARootThereIsNothing) {

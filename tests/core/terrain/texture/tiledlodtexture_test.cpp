@@ -296,13 +296,13 @@ TEST_F(TiledLODTextureTest, TwoChildrenOfAFinestPatchAreServedByOnePreparation) 
     EXPECT_EQ(pyramid->widths(), "256 ");
 }
 
-TEST_F(TiledLODTextureTest, WhatHasNothingShowsTheParent) {
+TEST_F(TiledLODTextureTest, WhereThePyramidHasNothingThePatchShowsNothing) {
     pyramid->isBlank = [](double width) { return width < 300.0; };
     asynchronous = false;
-    const SO<TextureGL> ofChild = request(*child);
-    EXPECT_EQ(request(*grandchild), ofChild);
+    EXPECT_NE(request(*child), EmptyTexture::texture());
+    EXPECT_EQ(request(*grandchild), EmptyTexture::texture());
     EXPECT_FALSE(incomplete) << "there is nothing to wait for";
-    EXPECT_EQ(request(*grandchild), ofChild);
+    EXPECT_EQ(request(*grandchild), EmptyTexture::texture());
     EXPECT_EQ(pyramid->widths(), "512 256 ") << "it is not tried again in every frame";
     EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 2 * s_mebibyte);
     pyramid->isBlank = [](double) { return true; };
@@ -323,6 +323,18 @@ TEST_F(TiledLODTextureTest, AFileThatVanishesIsReportedOnceAndShowsWhatIsThere) 
     const SO<TiledLODTexture> fresh(new TiledLODTexture(pyramid.get()));
     EXPECT_EQ(request(*fresh, *root, 0.0), EmptyTexture::texture()) << "there is nothing coarser";
     reports.clear();
+}
+
+TEST_F(TiledLODTextureTest, WhatThePyramidGivesNothingForAsItCannotReadItShowsTheParent) {
+    asynchronous = false;
+    const SO<TextureGL> ofChild = request(*child);
+    pyramid->isBlank = [](double width) { return width < 300.0; };
+    static_cast<FakeLevel &>(*pyramid->overview(0)).hasFailed = true;
+    EXPECT_EQ(request(*grandchild), ofChild);
+    EXPECT_FALSE(incomplete) << "it may fail for ever";
+    EXPECT_EQ(request(*grandchild), ofChild);
+    EXPECT_EQ(pyramid->widths(), "512 256 ") << "it is not tried again in every frame";
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_mebibyte) << "of the child alone";
 }
 
 /// Two levels of a file, each in a part of its own.

@@ -14,8 +14,9 @@ struct LODTextureLevel;
 
 /// Drapes an image pyramid of any size over a terrain. For each geometry patch one texture of at most 512 by
 /// 512 texels is cut from the level that fits. A worker thread prepares the textures in the order of their
-/// importance for the picture, within a budget shared by all objects of the class; meanwhile, and where
-/// nothing could be read, a patch shows the texture of its nearest ancestor that has one.
+/// importance for the picture, within a budget shared by all objects of the class; meanwhile a patch shows
+/// the texture of its nearest ancestor that has one. So does a patch whose texture could not be read, which
+/// is tried again after a while. Where the pyramid has nothing the patch shows nothing.
 ///
 /// Everything belongs to the render thread; the worker reads the pyramid. The pyramid's pixels must not be
 /// read elsewhere meanwhile, unless it allows that by itself.
@@ -101,10 +102,9 @@ class TiledLODTexture::Mapper
 public:
     Mapper();
     ~Mapper() override;
-};
-
-/// Makes the texture of a `Patch`: the empty one where the pyramid has nothing, or cannot be read. Works on
-/// any thread, one call at a time.
+}; /// Makes the texture of a `Patch`: the empty one where the pyramid has nothing. Throws when the pyramid
+   /// cannot
+/// be read there, and reports that the first time. Works on any thread, one call at a time.
 class TiledLODTexture::Preparer : public NBX::CallbackR1<NBX::SO<NBX::TextureGL>, NBX::SO<Patch>> {
     using Base = NBX::CallbackR1<NBX::SO<NBX::TextureGL>, NBX::SO<Patch>>;
     NBX_CLASS(Preparer, Base)
@@ -112,6 +112,8 @@ public:
     NBX::SO<NBX::TextureGL> call(NBX::SO<Patch> patch) override;
 
 private:
+    NBX::SO<RASTER::GeoImage> read(const Patch & patch);
+
     bool hasReported_ = false;
 };
 
