@@ -12,28 +12,30 @@ namespace ZMT::CORE {
 
 namespace {
 
-/// A list inside a patch, which it keeps.
+/// A list of a patch. It keeps the block that holds it, which the patch may replace but never changes.
 template <class T> class PatchList : public NBX::Iterator<T> {
     using Base = NBX::Iterator<T>;
     NBX_TEMPLATE_CLASS(PatchList, Base)
 public:
-    PatchList(const TinPatch * patch, const T * first, unsigned size)
-        : patch_(patch), first_(first), size_(size) {}
+    PatchList(const TinPatch * patch, std::shared_ptr<const T> first, unsigned size)
+        : patch_(patch), first_(std::move(first)), size_(size) {}
 
     unsigned size() const override { return size_; }
-    T get(unsigned i) const override { return first_[i]; }
-    const T * pointer() const override { return first_; }
+    T get(unsigned i) const override { return pointer()[i]; }
+    const T * pointer() const override { return first_.get(); }
     const NBX::SharedObj * container() const override { return patch_.get(); }
 
 private:
     NBX::SO<const TinPatch> patch_;
-    const T * first_;
+    std::shared_ptr<const T> first_;
     unsigned size_;
 };
 
+/// The list at `first` in `block`; null when it is empty.
 template <class T>
-NBX::SO<const NBX::Iterator<T>> listOf(const TinPatch * patch, const T * first, unsigned size) {
-    return size > 0 ? new PatchList<T>(patch, first, size) : nullptr;
+NBX::SO<const NBX::Iterator<T>> listOf(const TinPatch * patch, const auto & block, const T * first,
+                                       unsigned size) {
+    return size > 0 ? new PatchList<T>(patch, std::shared_ptr<const T>(block, first), size) : nullptr;
 }
 
 unsigned sizeOf(const auto & sequence) {
@@ -81,7 +83,7 @@ void TinPatch::Lists::allocate() {
     std::size_t shorts = strips;
     for (const unsigned border : borders)
         shorts += border;
-    block.reset(new unsigned[vertices + std::size_t(ranges) + (shorts + 1) / 2]);
+    block = std::make_shared_for_overwrite<unsigned[]>(vertices + std::size_t(ranges) + (shorts + 1) / 2);
 }
 
 unsigned short * TinPatch::Lists::borderNumbers(unsigned border) const {
@@ -123,31 +125,31 @@ NBX::SO<GeometryData> TinPatch::data() const {
 }
 
 TinPatch::VertexNumbers TinPatch::vertexIndices() const {
-    return listOf(this, lists_.vertexNumbers(), lists_.vertices);
+    return listOf(this, lists_.block, lists_.vertexNumbers(), lists_.vertices);
 }
 
 TinPatch::LocalNumbers TinPatch::stripIndices() const {
-    return listOf(this, lists_.stripNumbers(), lists_.strips);
+    return listOf(this, lists_.block, lists_.stripNumbers(), lists_.strips);
 }
 
 TinPatch::VertexNumbers TinPatch::stripRanges() const {
-    return listOf(this, lists_.rangeEnds(), lists_.ranges);
+    return listOf(this, lists_.block, lists_.rangeEnds(), lists_.ranges);
 }
 
 TinPatch::LocalNumbers TinPatch::borderIndices(Border border) const {
-    return listOf(this, lists_.borderNumbers(border), lists_.borders[border]);
+    return listOf(this, lists_.block, lists_.borderNumbers(border), lists_.borders[border]);
 }
 
 TinPatch::Heights TinPatch::parentHeights() const {
-    return listOf(this, parentHeights_.get(), parentHeightCount_);
+    return listOf(this, parentHeights_, parentHeights_.get(), parentHeightCount_);
 }
 
 void TinPatch::setParentHeights(const Heights & heights) {
     const unsigned count = sizeOf(heights);
-    std::unique_ptr<float[]> copy(count > 0 ? new float[count] : nullptr);
+    const auto copy = std::make_shared_for_overwrite<float[]>(count);
     isArray_[L_ParentHeights] = copyTo(copy.get(), heights);
     parentHeightCount_ = count;
-    parentHeights_ = std::move(copy);
+    parentHeights_ = copy;
 }
 
 void TinPatch::serialize(NBX::SerializationManager & m) {
@@ -195,8 +197,9 @@ void TinPatch::readLists(NBX::SerializationManager & m) {
     for (unsigned i = 0; i < s_borders; ++i)
         std::copy(borders[i].begin(), borders[i].end(), lists_.borderNumbers(i));
     parentHeightCount_ = static_cast<unsigned>(heights.size());
-    parentHeights_.reset(heights.empty() ? nullptr : new float[heights.size()]);
-    std::copy(heights.begin(), heights.end(), parentHeights_.get());
+    const auto copy = std::make_shared_for_overwrite<float[]>(heights.size());
+    std::copy(heights.begin(), heights.end(), copy.get());
+    parentHeights_ = copy;
     if (!listsFit()) throw NBX::IOError(L"stored patch refers to vertices that do not exist");
     wallShape_ = nullptr;
     patchShape_ = nullptr;

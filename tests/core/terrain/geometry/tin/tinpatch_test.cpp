@@ -88,6 +88,17 @@ TEST_F(TinPatchTest, AListOutlivesThePatch) {
     EXPECT_EQ(values<unsigned short>(strips.get()), Lists().strips);
 }
 
+TEST_F(TinPatchTest, ListsHandedOutStayWhatTheyAre) {
+    const auto square = patch();
+    square->setParentHeights(array<float>({1.5F, 2.5F, 3.5F, 4.5F}));
+    const auto before = square->parentHeights();
+    square->setParentHeights(array<float>({5, 6, 7, 8}));
+    EXPECT_EQ(values<float>(before.get()), (std::vector<float>{1.5F, 2.5F, 3.5F, 4.5F}));
+    square->setParentHeights(nullptr);
+    EXPECT_EQ(values<float>(before.get()), (std::vector<float>{1.5F, 2.5F, 3.5F, 4.5F}));
+    EXPECT_EQ(before->container(), square.get());
+}
+
 TEST_F(TinPatchTest, ParentHeightsCanBeSetAndTakenAway) {
     const auto square = patch();
     square->setParentHeights(array<float>({1.5F, 2.5F, 3.5F, 4.5F}));

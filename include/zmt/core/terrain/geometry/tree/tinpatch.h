@@ -42,7 +42,7 @@ public:
     NBX::SO<GeometryData> data() const override;
     void serialize(NBX::SerializationManager & m) override;
 
-    /// The lists are views that keep the patch; null where empty.
+    /// The lists are views that keep the patch and show what it had when they were made; null where empty.
     VertexNumbers vertexIndices() const;
     LocalNumbers stripIndices() const;
     VertexNumbers stripRanges() const;
@@ -67,7 +67,7 @@ private:
     struct Lists {
         unsigned vertices = 0, strips = 0, ranges = 0;
         std::array<unsigned, s_borders> borders{};
-        std::unique_ptr<unsigned[]> block;
+        std::shared_ptr<unsigned[]> block; ///< not changed once it is filled, as views share it
 
         void allocate();
         unsigned * vertexNumbers() const { return block.get(); }
@@ -90,7 +90,7 @@ private:
     /// By `List`: the list was given in contiguous memory.
     std::bitset<L_Count> isArray_ = std::bitset<L_Count>().set();
     std::array<bool, s_borders> isOuterBorder_{};
-    std::unique_ptr<float[]> parentHeights_;
+    std::shared_ptr<const float[]> parentHeights_; ///< shared by views
     mutable NBX::SO<NBX::Shape> patchShape_;
     mutable NBX::SO<NBX::Shape> wallShape_;
 };
