@@ -3,6 +3,9 @@
 #include <support/recordedreports.h>
 
 #include <limits>
+#include <new>
+#include <set>
+#include <utility>
 
 using namespace ZMT::CORE;
 
@@ -52,6 +55,28 @@ unsigned chainLength(const TestTin & tin, TinNode a, TinNode b) {
         ++length;
     }
     return length;
+}
+
+/// Whether constrained edges lead from `a` to `b` over nodes that lie within `tolerance` of the straight way.
+bool isConnected(const TestTin & tin, TinNode a, TinNode b, double tolerance) {
+    const Point & from = tin.position(a);
+    const Point & to = tin.position(b);
+    const double length = std::hypot(to.x - from.x, to.y - from.y);
+    std::set<TinNode> seen{a};
+    std::vector<TinNode> waiting{a};
+    std::vector<TinEdge> ring;
+    while (!waiting.empty()) {
+        const TinNode n = waiting.back();
+        waiting.pop_back();
+        if (n == b) return true;
+        tin.collectRing(n, ring);
+        for (const TinEdge e : ring) {
+            const TinNode next = tin.destination(e);
+            const bool isNear = std::fabs(orient2d(from, to, tin.position(next))) <= tolerance * length;
+            if (tin.constrained(e) && isNear && seen.insert(next).second) waiting.push_back(next);
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -466,14 +491,95 @@ TEST(Tin, ConstraintsThatCrossEnd) {
         tin.constrain(c, d);
         expectConsistent(tin);
         EXPECT_LT(tin.nodes(), 1000u);
-        EXPECT_GE(chainLength(tin, a, b), 1u);
+        EXPECT_TRUE(isConnected(tin, a, b, 1e-12));
+        EXPECT_TRUE(isConnected(tin, c, d, 1e-12));
+        EXPECT_TRUE(reports.empty()) << reports;
     }
+}
+
+TEST(Tin, WaysThatCrossLeaveNoGap) {
+    constexpr unsigned seed = 31;
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> place(0.05, 0.95);
+    for (int round = 0; round < 500; ++round) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", round " + std::to_string(round));
+        const RecordedReports reports;
+        const double shift = round % 3 == 0 ? 0.0 : round % 3 == 1 ? -0.5 : 1000.0;
+        TestPoints::points = {
+            {shift, shift, 0}, {1 + shift, shift, 0}, {1 + shift, 1 + shift, 0}, {shift, 1 + shift, 0}};
+        TestTin tin;
+        tin.init(0, 1, 2, 3);
+        std::vector<TinNode> ends;
+        for (int i = 0; i < 6; ++i)
+            ends.push_back(tin.insert({Point(place(random) + shift, place(random) + shift, 0), 9}));
+        for (unsigned i = 0; i < ends.size(); i += 2)
+            tin.constrain(ends[i], ends[i + 1]);
+        expectConsistent(tin);
+        EXPECT_NEAR(area(tin), 1.0, 1e-9);
+        EXPECT_LT(tin.nodes(), 2000U);
+        for (unsigned i = 0; i < ends.size(); i += 2)
+            EXPECT_TRUE(isConnected(tin, ends[i], ends[i + 1], 1e-12 * (1.0 + std::fabs(shift)))) << i;
+        EXPECT_TRUE(reports.empty()) << reports;
+        if (testing::Test::HasFailure()) return;
+    }
+}
+
+TEST(Tin, AWayAcrossAnotherIsAsHighAsThatThere) {
+    setSquare();
+    TestTin tin;
+    initOnLattice(tin, 2, 2);
+    const TinNode a = tin.insert({Point(0.1, 0.3, 5), 0}), b = tin.insert({Point(0.9, 0.7, 5), 0});
+    const TinNode c = tin.insert({Point(0.3, 0.9, 5), 0}), d = tin.insert({Point(0.7, 0.2, 5), 0});
+    tin.constrain(a, b);
+    tin.constrain(c, d);
+    for (unsigned i = 4; i < tin.nodes(); ++i)
+        EXPECT_NEAR(tin.position(tin.node(i)).z, 5.0, 1e-9) << i;
+}
+
+namespace {
+
+/// Throws when it is to insert, once.
+class BreakingTin : public TestTin {
+public:
+    using TestTin::insert;
+    TinNode insert(const ZMT::CORE::TinPoint & point, ZMT::CORE::TinFace hint) override {
+        if (std::exchange(breaks, false)) throw std::bad_alloc();
+        return TestTin::insert(point, hint);
+    }
+    bool breaks = false;
+};
+
+void breakConstraint(BreakingTin & tin) {
+    setSquare();
+    initOnLattice(tin, 2, 2);
+    tin.breaks = true;
+    EXPECT_THROW(tin.constrain(tin.node(1), tin.node(3)), std::bad_alloc);
+}
+
+} // namespace
+
+TEST(Tin, AfterClearConstraintsWorkAsInANewOne) {
+    BreakingTin tin;
+    breakConstraint(tin);
+    tin.clear();
+    initOnLattice(tin, 2, 2);
+    tin.constrain(tin.node(1), tin.node(3));
+    EXPECT_EQ(chainLength(tin, tin.node(1), tin.node(3)), 2u);
+}
+
+TEST(Tin, SwapExchangesWhatIsGoingOnToo) {
+    BreakingTin broken, other;
+    breakConstraint(broken);
+    other.swap(broken);
+    initOnLattice(broken, 2, 2);
+    broken.constrain(broken.node(1), broken.node(3));
+    EXPECT_EQ(chainLength(broken, broken.node(1), broken.node(3)), 2u);
 }
 
 TEST(Tin, ManyRandomConstraintsEndAndKeepTheMeshConsistent) {
     constexpr unsigned seed = 29;
     SCOPED_TRACE(seed);
-    RecordedReports reports; // of ways that cannot be resolved
+    RecordedReports reports;
     setRandomPoints(60, seed);
     TestTin tin;
     tin.init(0, 1, 2, 3);
@@ -484,6 +590,9 @@ TEST(Tin, ManyRandomConstraintsEndAndKeepTheMeshConsistent) {
         tin.constrain(nodes[i], nodes[i + 1]);
     expectConsistent(tin);
     EXPECT_NEAR(area(tin), 1.0, 1e-9);
+    for (unsigned i = 0; i + 1 < nodes.size(); i += 2)
+        EXPECT_TRUE(isConnected(tin, nodes[i], nodes[i + 1], 1e-12)) << i;
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST(Tin, SwapExchangesEverything) {

@@ -21,8 +21,9 @@ struct TinPoint {
 /// heights are rounded.
 ///
 /// Laws, once `init` was given a convex quadrilateral: (1) no fourth corner lies strictly in the circle of a
-/// face, except across a constrained edge; (2) the faces cover the quadrilateral without overlap; (3) every
-/// operation ends, also for coordinates that are not finite.
+/// face, except across a constrained edge, and within rounding of the place where two constraints cross; (2)
+/// the faces cover the quadrilateral without overlap; (3) every operation ends, also for coordinates that are
+/// not finite.
 ///
 /// `locate` without a hint draws on `rand()`. Source of the structure: L. Guibas and J. Stolfi, Primitives
 /// for the Manipulation of General Subdivisions and the Computation of Voronoi Diagrams, ACM TOG 4, 1985.
@@ -47,7 +48,10 @@ public:
     virtual TinNode insert(const TinPoint & point, TinFace hint = TinFace());
 
     /// Makes the way between two nodes a chain of constrained edges, by inserting midpoints, with the number
-    /// 0, where there is no edge. Nodes exactly on the way become part of the chain.
+    /// 0, where there is no edge. Nodes exactly on the way become part of the chain. Where it crosses another
+    /// chain at no representable point, both lead through one node within the rounding of the crossing: a new
+    /// one with the number 0, or one of theirs. A way that stays open nevertheless is reported under
+    /// "isResolved" with "constraint cannot be resolved".
     virtual void constrain(TinNode a, TinNode b);
 
     /// The face that contains the plane position of `p`, border included; null outside or if not finite. It
@@ -127,6 +131,8 @@ protected:
 
 private:
     static constexpr unsigned maxHalvings = 64;
+    static constexpr double nearby = 4.0;        ///< in lengths of a way that cannot be halved
+    static constexpr unsigned maxCrossings = 64; ///< of one way, once it cannot be halved
 
     struct PendingConstraint {
         TinNode a, b;
@@ -147,6 +153,14 @@ private:
     void resolve(const PendingConstraint & pair);
     TinEdge edgeOnTheWay(TinNode from, TinNode to);
     TinNode insertMidpoint(TinNode a, TinNode b);
+    TinEdge crossedEdge(TinNode from, TinNode to);
+    Point crossing(TinEdge crossed, TinNode from, TinNode to) const;
+    bool canSplit(TinEdge edge, const Point & p) const;
+    bool isConvexAt(TinEdge edge) const;
+    bool crossAnew(TinNode from, TinNode to, unsigned halvings);
+    bool crossSharing(TinNode from, TinNode to, unsigned halvings);
+    bool passBy(TinNode from, TinNode to, unsigned halvings);
+    void setConstrained(TinNode a, TinNode b);
 
     double minX_ = std::numeric_limits<double>::max();
     double minY_ = std::numeric_limits<double>::max();
@@ -161,6 +175,8 @@ private:
 template <class Accessor> void Tin<Accessor>::clear() {
     Base::clearElements();
     pendingConstraints_.clear();
+    pendingEdges_.clear();
+    isProcessingConstraints_ = false;
     minX_ = minY_ = std::numeric_limits<double>::max();
     maxX_ = maxY_ = std::numeric_limits<double>::lowest();
 }
@@ -172,6 +188,8 @@ template <class Accessor> void Tin<Accessor>::swap(Tin & other) {
     std::swap(maxX_, other.maxX_);
     std::swap(maxY_, other.maxY_);
     pendingConstraints_.swap(other.pendingConstraints_);
+    pendingEdges_.swap(other.pendingEdges_);
+    std::swap(isProcessingConstraints_, other.isProcessingConstraints_);
 }
 
 template <class Accessor> void Tin<Accessor>::init(unsigned a, unsigned b, unsigned c, unsigned d) {
@@ -437,12 +455,7 @@ template <class Accessor> void Tin<Accessor>::flip(TinEdge edge) {
 
 template <class Accessor> bool Tin<Accessor>::isFlippable(TinEdge edge) const {
     const TinEdge opposite = this->twin(edge);
-    if (!this->face(edge) || !this->face(opposite) || this->constrained(edge)) return false;
-    const Point & a = this->position(this->origin(edge));
-    const Point & b = this->position(this->origin(opposite));
-    const Point & c = this->position(this->origin(this->previous(edge)));
-    const Point & d = this->position(this->origin(this->previous(opposite)));
-    return orient2d(c, a, d) > 0.0 && orient2d(d, b, c) > 0.0;
+    return this->face(edge) && this->face(opposite) && !this->constrained(edge) && isConvexAt(edge);
 }
 
 template <class Accessor> bool Tin<Accessor>::isIllegal(std::uint32_t e) const {
@@ -509,11 +522,17 @@ template <class Accessor> void Tin<Accessor>::resolve(const PendingConstraint & 
         mark(fromB);
         pendingConstraints_.push_back({a, this->destination(fromB), halvings});
     } else {
-        NBX_CHECK(halvings < maxHalvings, L"constraint cannot be resolved");
         const TinNode middle = halvings < maxHalvings ? insertMidpoint(a, b) : TinNode();
-        if (!middle || middle == a || middle == b) return;
-        pendingConstraints_.push_back({a, middle, halvings + 1});
-        pendingConstraints_.push_back({middle, b, halvings + 1});
+        if (middle && middle != a && middle != b) {
+            pendingConstraints_.push_back({a, middle, halvings + 1});
+            pendingConstraints_.push_back({middle, b, halvings + 1});
+            return;
+        }
+        const bool isResolved =
+            halvings < maxHalvings + maxCrossings &&
+            (crossAnew(a, b, halvings) || crossSharing(a, b, halvings) || crossSharing(b, a, halvings) ||
+             passBy(a, b, halvings) || passBy(b, a, halvings));
+        NBX_CHECK(isResolved, L"constraint cannot be resolved");
     }
 }
 
@@ -532,12 +551,119 @@ template <class Accessor> TinEdge Tin<Accessor>::edgeOnTheWay(TinNode from, TinN
 }
 
 // A node that happens to be there already is taken as it is. Where two constraints cross, the middle becomes
-// one of the ends in the end, as there is no number left between them.
+// one of the ends in the end, as there is no number left between them; then the ends lie beside the other
+// constraint, and what follows takes over.
 template <class Accessor> TinNode Tin<Accessor>::insertMidpoint(TinNode a, TinNode b) {
     const Point middle = (this->position(a) + this->position(b)) * 0.5;
     const TinFace hint = this->face(this->edge(a));
     const TinNode existing = findNode(middle, hint);
     return existing ? existing : insert({middle, 0}, hint);
+}
+
+/// The edge opposite to `from` through which the way to `to` leaves the faces around `from`. Null where no
+/// face lies beyond it.
+template <class Accessor> TinEdge Tin<Accessor>::crossedEdge(TinNode from, TinNode to) {
+    const Point & a = this->position(from);
+    const Point & b = this->position(to);
+    this->collectRing(from, ring_);
+    for (const TinEdge e : ring_) {
+        if (!this->face(e)) continue;
+        const TinEdge opposite = this->next(e);
+        if (orient2d(a, b, this->position(this->origin(opposite))) < 0.0 &&
+            orient2d(a, b, this->position(this->destination(opposite))) > 0.0)
+            return this->face(this->twin(opposite)) ? opposite : TinEdge();
+    }
+    return TinEdge();
+}
+
+/// Rounded, between `from` and `to`: of the predicates the signs are exact, not the values. The height is
+/// that of the edge.
+template <class Accessor>
+auto Tin<Accessor>::crossing(TinEdge crossed, TinNode from, TinNode to) const -> Point {
+    const Point & a = this->position(from);
+    const Point & b = this->position(to);
+    const Point & p = this->position(this->origin(crossed));
+    const Point & q = this->position(this->destination(crossed));
+    const double before = orient2d(p, q, a), behind = -orient2d(p, q, b);
+    const Point met = a + (b - a) * (before / (before + behind)), along = q - p;
+    const double way =
+        ((met.x - p.x) * along.x + (met.y - p.y) * along.y) / (along.x * along.x + along.y * along.y);
+    return {met.x, met.y, p.z + std::clamp(way, 0.0, 1.0) * along.z};
+}
+
+/// True if the four faces that splitting the edge at `p` gives turn counter-clockwise.
+template <class Accessor> bool Tin<Accessor>::canSplit(TinEdge edge, const Point & p) const {
+    const TinEdge opposite = this->twin(edge);
+    const Point & a = this->position(this->origin(edge));
+    const Point & b = this->position(this->destination(edge));
+    const Point & c = this->position(this->origin(this->previous(edge)));
+    const Point & d = this->position(this->origin(this->previous(opposite)));
+    return orient2d(p, c, a) > 0.0 && orient2d(p, a, d) > 0.0 && orient2d(p, d, b) > 0.0 &&
+           orient2d(p, b, c) > 0.0;
+}
+
+template <class Accessor> bool Tin<Accessor>::isConvexAt(TinEdge edge) const {
+    const TinEdge opposite = this->twin(edge);
+    const Point & a = this->position(this->origin(edge));
+    const Point & b = this->position(this->origin(opposite));
+    const Point & c = this->position(this->origin(this->previous(edge)));
+    const Point & d = this->position(this->origin(this->previous(opposite)));
+    return orient2d(c, a, d) > 0.0 && orient2d(d, b, c) > 0.0;
+}
+
+template <class Accessor> void Tin<Accessor>::setConstrained(TinNode a, TinNode b) {
+    if (const TinEdge e = this->findEdge(a, b)) Base::setConstrained(Base::inner(e), true);
+}
+
+/// Leads the way over a new node on the edge that it crosses first.
+template <class Accessor> bool Tin<Accessor>::crossAnew(TinNode from, TinNode to, unsigned halvings) {
+    const TinEdge crossed = crossedEdge(from, to);
+    if (!crossed) return false;
+    const Point p = crossing(crossed, from, to);
+    if (!canSplit(crossed, p)) return false;
+    const TinNode ends[] = {this->origin(crossed), this->destination(crossed)};
+    const bool isConstraint = this->constrained(crossed);
+    Base::setConstrained(Base::inner(crossed), false);
+    const TinNode n = splitEdge(crossed, {p, 0});
+    setConstrained(from, n);
+    for (const TinNode end : ends)
+        if (isConstraint) setConstrained(end, n);
+    this->collectRing(n, ring_);
+    for (const TinEdge spoke : std::vector<TinEdge>(ring_))
+        legalize(this->next(spoke), n);
+    pendingConstraints_.push_back({n, to, halvings + 1});
+    return true;
+}
+
+/// Leads a constraint that the way crosses first over `from` itself, which lies beside it.
+template <class Accessor> bool Tin<Accessor>::crossSharing(TinNode from, TinNode to, unsigned halvings) {
+    const TinEdge crossed = crossedEdge(from, to);
+    if (!crossed || !isConvexAt(crossed)) return false;
+    const TinNode ends[] = {this->origin(crossed), this->destination(crossed)};
+    const bool isConstraint = this->constrained(crossed);
+    Base::setConstrained(Base::inner(crossed), false);
+    flip(crossed);
+    for (const TinNode end : ends)
+        if (isConstraint) setConstrained(end, from);
+    pendingConstraints_.push_back({from, to, halvings + 1});
+    return true;
+}
+
+/// Leads the way over an end of the edge that it crosses first, which must be about as near as `to`.
+template <class Accessor> bool Tin<Accessor>::passBy(TinNode from, TinNode to, unsigned halvings) {
+    const TinEdge crossed = crossedEdge(from, to);
+    if (!crossed) return false;
+    const Point & a = this->position(from);
+    const auto distance = [&](TinNode n) {
+        const Point & p = this->position(n);
+        return std::hypot(p.x - a.x, p.y - a.y);
+    };
+    TinNode end = this->origin(crossed), other = this->destination(crossed);
+    if (distance(other) < distance(end)) std::swap(end, other);
+    if (!(distance(end) <= nearby * distance(to))) return false;
+    setConstrained(from, end);
+    pendingConstraints_.push_back({end, to, halvings + 1});
+    return true;
 }
 
 } // namespace ZMT::CORE
