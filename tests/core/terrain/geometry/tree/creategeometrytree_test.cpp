@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <random>
 #include <thread>
@@ -517,6 +518,84 @@ TEST(CreateGeometryTree, EqualSeedsGiveEqualTrees) {
     const auto grid = TestTerrain::grid({50, 60}, TestTerrain::bumpy);
     const auto first = NBX::ObjectStreamWriter::write(*build(grid, 50));
     EXPECT_EQ(first, NBX::ObjectStreamWriter::write(*build(grid, 50)));
+}
+
+/// A number for all that a tree holds besides its strips, whose cut is left to chance.
+class TreeHash {
+public:
+    explicit TreeHash(const GeometryPatch & root) { addPatch(root); }
+    std::uint64_t value() const { return value_; }
+
+private:
+    template <class T> void add(const T & value) {
+        unsigned char bytes[sizeof(T)];
+        std::memcpy(bytes, &value, sizeof(T));
+        for (const unsigned char byte : bytes)
+            value_ = (value_ ^ byte) * 0x100000001B3;
+    }
+    template <class T> void addAll(const NBX::Iterator<T> * sequence) {
+        add(sequence ? sequence->size() : 0U);
+        for (unsigned i = 0; sequence && i < sequence->size(); ++i)
+            add(sequence->get(i));
+    }
+    void addPatch(const GeometryPatch & patch) {
+        add(patch.children());
+        add(patch.approximationError());
+        add(patch.wall());
+        for (const Point & corner : {patch.boundingBox().getLLF(), patch.boundingBox().getURB()})
+            for (const double coordinate : {corner.x, corner.y, corner.z})
+                add(coordinate);
+        add(PatchMesh(patch).triangles());
+        if (const auto * tin = dynamic_cast<const TinPatch *>(&patch)) {
+            addAll(tin->vertexIndices().get());
+            addAll(tin->parentHeights().get());
+            for (const auto border :
+                 {TinPatch::B_LowX, TinPatch::B_HighY, TinPatch::B_HighX, TinPatch::B_LowY}) {
+                addAll(tin->borderIndices(border).get());
+                add(tin->isOuterBorder(border));
+            }
+        }
+        for (unsigned i = 0; i < patch.children(); ++i)
+            addPatch(*patch.child(i));
+    }
+
+    std::uint64_t value_ = 0xCBF29CE484222325;
+};
+
+struct KnownTree {
+    const char * name;
+    NBX::SO<GridData> grid;
+    unsigned maxVertices;
+    std::uint64_t hash;
+};
+
+std::vector<KnownTree> knownTrees() {
+    std::mt19937 random(7);
+    std::vector<unsigned> noise(200 * 200);
+    for (unsigned & n : noise)
+        n = static_cast<unsigned>(random() % 1000);
+    const auto rough = [noise](unsigned x, unsigned y) {
+        double height = 0.0;
+        for (const unsigned step : {1U, 4U, 16U, 64U})
+            height += step * noise[x / step + 200 * (y / step)];
+        return 0.01 * height;
+    };
+    const auto ties = [noise](unsigned x, unsigned y) { return double(noise[x + 200 * y] / 250); };
+    const std::vector<std::vector<Point>> towers{{{10.5, 75.0, 10.5}},
+                                                 {{16.0, 30.0, 8.5}},
+                                                 {{25.25, 2.0, 3.75}},
+                                                 {{3.5, 8.0, 3.5}, {29.0, 9.0, 30.5}}};
+    return {{"bumpy", TestTerrain::grid({50, 60}, TestTerrain::bumpy), 50, 0x484B9392995B09D5},
+            {"rough", TestTerrain::grid({193, 200, 3.0, 4.0, 10.0, 12.5}, rough), 300, 0x8A87D057FF2872BE},
+            {"ties", TestTerrain::grid({100, 41, -7.0, 0.5, 0.3, 0.7}, ties), 120, 0x4361C9361CFDB2E8},
+            {"long", TestTerrain::grid({190, 9}, rough), 60, 0xD7F12DB8D994F4B5},
+            {"hybrid", ZMT::CORE::CreateHybridData::create(flatGrid(32, 32), towers).get(), 50,
+             0xB6F8C0776F160984}};
+}
+
+TEST(CreateGeometryTree, GivesKnownTrees) {
+    for (const KnownTree & known : knownTrees())
+        EXPECT_EQ(TreeHash(*build(known.grid, known.maxVertices)).value(), known.hash) << known.name;
 }
 
 TEST(CreateGeometryTree, WritesTheStatisticsOfTheRaster) {
