@@ -7,6 +7,7 @@
 #include <sstream>
 #include <utility>
 
+#include <nbx/object/heldreports.h>
 #include <nbx/object/stringutils.h>
 
 namespace NBX {
@@ -44,6 +45,7 @@ std::wostream & ErrorHandler::newErrorOutputStringStream() {
 
 void ErrorHandler::callHandler(int level, const wchar_t * condition, const char * sourcePath, int line) {
     const ErrorReport report{level, condition, messageStream().str(), sourcePath, line};
+    if (HeldReports::hold(report)) return;
     const std::lock_guard lock(channel().mutex);
     const Handler handler = channel().handler;
     handler(report);
