@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include <nbx/object/sharedobj.h>
 #include <nbx/object/so.h>
 
@@ -21,7 +23,11 @@ protected:
 
 private:
     friend class SharedObj;
-    const SharedObj * object_ = nullptr;
+    class Watched;
+    void leave();
+
+    /// Changed under the lock of the object; the links are read under it as well.
+    std::atomic<const SharedObj *> object_{nullptr};
     WOBase * previous_ = nullptr;
     WOBase * next_ = nullptr;
 };

@@ -1,6 +1,7 @@
 #include <nbx/object/sharedobj.h>
 
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <nbx/object/serializationmanager.h>
@@ -10,11 +11,17 @@ namespace NBX {
 
 namespace {
 
-/// Guards the lists of weak pointers of all objects. Built on first use and never destroyed, since
-/// objects of file scope use it while libraries load and unload.
-std::mutex & weakMutex() {
-    static std::mutex & mutex = *new std::mutex;
-    return mutex;
+/// Guards the list of weak pointers of an object, and of those that share its stripe by their addresses, so
+/// that threads with objects of their own rarely meet. Built on first use and never destroyed, since objects
+/// of file scope use it while libraries load and unload.
+std::mutex & weakMutex(const SharedObj * object) {
+    struct alignas(64) Stripe {
+        std::mutex mutex;
+    };
+    constexpr std::size_t stripes = 64;
+    static Stripe * const all = new Stripe[stripes];
+    const auto address = reinterpret_cast<std::uintptr_t>(object);
+    return all[(address >> 5 ^ address >> 11) % stripes].mutex;
 }
 
 std::uint64_t nextTransactionNo() {
@@ -70,7 +77,7 @@ SharedObj & SharedObj::operator=(const SharedObj & other) {
 
 SharedObj::~SharedObj() {
     if (!everWeak_.load(std::memory_order_acquire)) return;
-    const std::lock_guard lock(weakMutex());
+    const std::lock_guard lock(weakMutex(this));
     clearWeakPointers();
 }
 
@@ -156,7 +163,7 @@ void SharedObj::unref(const void *) const {
 
     // This is the last holder, so only an existing weak pointer can bring in another.
     if (everWeak_.load(std::memory_order_acquire)) {
-        const std::lock_guard lock(weakMutex());
+        const std::lock_guard lock(weakMutex(this));
         if (references_.fetch_sub(1, std::memory_order_acq_rel) > 1) return;
         clearWeakPointers();
         // The count stands at 1 while the object dies, so that a holder in a destructor does not end it
@@ -167,29 +174,30 @@ void SharedObj::unref(const void *) const {
 }
 
 void SharedObj::registerWO(WOBase * pointer) const {
-    const std::lock_guard lock(weakMutex());
+    const std::lock_guard lock(weakMutex(this));
     link(pointer);
 }
 
 void SharedObj::unregisterWO(WOBase * pointer) const {
-    const std::lock_guard lock(weakMutex());
+    const std::lock_guard lock(weakMutex(this));
     if (pointer->object_ == this) unlink(pointer);
 }
 
 void SharedObj::link(WOBase * pointer) const {
     everWeak_.store(true, std::memory_order_release);
-    pointer->object_ = this;
     pointer->previous_ = nullptr;
     pointer->next_ = weakPointers_;
     if (weakPointers_) weakPointers_->previous_ = pointer;
     weakPointers_ = pointer;
+    pointer->object_ = this;
 }
 
 void SharedObj::unlink(WOBase * pointer) const {
     (pointer->previous_ ? pointer->previous_->next_ : weakPointers_) = pointer->next_;
     if (pointer->next_) pointer->next_->previous_ = pointer->previous_;
-    pointer->object_ = nullptr;
     pointer->previous_ = pointer->next_ = nullptr;
+    // The last step: the pointer's thread may end it as soon as it is null.
+    pointer->object_ = nullptr;
 }
 
 void SharedObj::clearWeakPointers() const {
@@ -199,6 +207,28 @@ void SharedObj::clearWeakPointers() const {
 
 // WOBase: its links belong to the list above, so it lives in this file. Pointers are copied under the lock,
 // without counting: an object may watch itself before anybody holds it.
+
+/// Keeps the object of a weak pointer from dying, while it lives.
+class WOBase::Watched {
+public:
+    explicit Watched(const WOBase & pointer) {
+        // Which lock it is, tells the object, which may die before it is locked; another one takes its place
+        // only by the thread of the pointer.
+        while (const SharedObj * object = pointer.object_) {
+            std::unique_lock lock(weakMutex(object));
+            if (pointer.object_ != object) continue;
+            object_ = object;
+            lock_ = std::move(lock);
+            return;
+        }
+    }
+    /// Null when it has died.
+    const SharedObj * object() const { return object_; }
+
+private:
+    const SharedObj * object_ = nullptr;
+    std::unique_lock<std::mutex> lock_;
+};
 
 WOBase::WOBase(const SharedObj * object) {
     if (object) object->registerWO(this);
@@ -210,25 +240,28 @@ WOBase::WOBase(const WOBase & other) {
 
 WOBase & WOBase::operator=(const WOBase & other) {
     if (this == &other) return *this;
-    const std::lock_guard lock(weakMutex());
-    if (object_) object_->unlink(this);
-    if (other.object_) other.object_->link(this);
+    leave();
+    const Watched watched(other);
+    if (watched.object()) watched.object()->link(this);
     return *this;
 }
 
 WOBase::~WOBase() {
-    const std::lock_guard lock(weakMutex());
-    if (object_) object_->unlink(this);
+    leave();
+}
+
+void WOBase::leave() {
+    const Watched watched(*this);
+    if (watched.object()) watched.object()->unlink(this);
 }
 
 const SharedObj * WOBase::lockedObject() const {
-    const std::lock_guard lock(weakMutex());
-    if (object_) object_->ref(this);
-    return object_;
+    const Watched watched(*this);
+    if (watched.object()) watched.object()->ref(this);
+    return watched.object();
 }
 
 bool WOBase::isNull() const {
-    const std::lock_guard lock(weakMutex());
     return object_ == nullptr;
 }
 
