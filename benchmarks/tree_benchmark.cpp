@@ -1,7 +1,8 @@
 // Building the tree of levels of detail of a large raster, and choosing patches from it.
 //
 // One tree is built a process, so that the peak of memory is its own:
-//     tree_benchmark --benchmark_filter=build/2049
+//     tree_benchmark --benchmark_filter=build/2049/1
+// builds 2049 by 2049 heights on one thread; the processor time is that of all threads.
 
 #include <cstdlib>
 #include <iostream>
@@ -37,10 +38,10 @@ double peakMegabytes() {
     return static_cast<double>(usage.ru_maxrss) / 1024.0;
 }
 
-NBX::SO<GeometryPatch> buildQuietly(GridData * grid, unsigned maxVertices = s_maxVertices) {
+NBX::SO<GeometryPatch> buildQuietly(GridData * grid, unsigned maxVertices, unsigned threads) {
     std::srand(1);
     std::cerr.setstate(std::ios::failbit);
-    NBX::SO<GeometryPatch> root = CreateGeometryTree::create(grid, maxVertices);
+    NBX::SO<GeometryPatch> root = CreateGeometryTree::create(grid, maxVertices, threads);
     std::cerr.clear();
     return root;
 }
@@ -56,13 +57,18 @@ void build(benchmark::State & state) {
     NBX::SO<GridData> grid(new GridData(makeSyntheticTerrain(unsigned(state.range(0))).get()));
     const double before = peakMegabytes();
     for (auto _ : state) {
-        const auto root = buildQuietly(grid.get());
+        const auto root = buildQuietly(grid.get(), s_maxVertices, unsigned(state.range(1)));
         state.counters["patches"] = countPatches(*root);
         state.counters["root_error"] = root->approximationError();
     }
     state.counters["MB_beyond_raster"] = peakMegabytes() - before;
 }
-BENCHMARK(build)->Arg(1025)->Arg(2049)->Arg(4097)->Arg(8193)->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(build)
+    ->ArgsProduct({{1025, 2049, 4097, 8193}, {1, 2}})
+    ->Unit(benchmark::kSecond)
+    ->Iterations(1)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 /// Makes the painter traverse without drawing: there is something to drape, and it has no part anywhere.
 class NothingDraped : public TerrainTexturedGeometry {
@@ -74,7 +80,7 @@ public:
 /// A frame without drawing. The counter tells how many patches it selects.
 void traverse(benchmark::State & state) {
     NBX::SO<GridData> grid(new GridData(makeSyntheticTerrain(1025).get()));
-    NBX::SO<Terrain> terrain(new Terrain(grid.get(), buildQuietly(grid.get(), 64).get()));
+    NBX::SO<Terrain> terrain(new Terrain(grid.get(), buildQuietly(grid.get(), 64, 1).get()));
     const double extent = 1024.0 * 30.0;
     NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(1280, 720));
     if (!canvas->create()) {

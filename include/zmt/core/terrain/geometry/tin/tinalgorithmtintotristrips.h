@@ -11,8 +11,8 @@ namespace ZMT::CORE {
 /// Laws: (1) decoded as triangle strips, with every second triangle turned, the strips hold each face once
 /// and nothing else; (2) all triangles turn as the faces do, counter-clockwise.
 ///
-/// The root is picked by `rand()`. The accessor's point 0xFFFFFFFF is the centre: an accessor with a static
-/// member `centerPoint` has it set.
+/// The root is picked by `rand()`, unless it is given. The accessor's point 0xFFFFFFFF is the centre: an
+/// accessor with a static member `centerPoint` has it set.
 template <class Accessor> class TinAlgorithmTinToTristrips {
 public:
     using Point = NBX::Vector3Base<double>;
@@ -22,6 +22,10 @@ public:
 protected:
     /// Hands all strips to the operations below. The mesh must not be empty.
     void run(const Tin<Accessor> & tin);
+    /// The same from a given face. Neither draws nor sets the accessor's point.
+    void run(const Tin<Accessor> & tin, TinFace root);
+    /// Where the strips of the latest run converge.
+    const Point & centre() const { return centre_; }
 
     /// Begins a strip with a face: ends the strip before, then takes the three corners.
     virtual void triangle(TinNode a, TinNode b, TinNode c) = 0;
@@ -31,7 +35,8 @@ protected:
     virtual void finishStrip() = 0;
 
 private:
-    TinFace findRoot(const Tin<Accessor> & tin);
+    void setCentre(const Tin<Accessor> & tin, TinFace f);
+    void cut(const Tin<Accessor> & tin, TinFace root);
     TinEdge parentEdge(const Tin<Accessor> & tin, TinFace f) const;
     bool isChild(const Tin<Accessor> & tin, TinEdge e) const;
     void visitAll(const Tin<Accessor> & tin, TinEdge e);
@@ -47,7 +52,28 @@ private:
 template <class Accessor> void TinAlgorithmTinToTristrips<Accessor>::run(const Tin<Accessor> & tin) {
     NBX_CHECK(tin.faces() > 0, L"empty tin");
     if (tin.empty()) return;
-    const TinFace f = findRoot(tin);
+    setCentre(tin, tin.face(static_cast<unsigned>(std::rand()) % tin.faces()));
+    if constexpr (requires { Accessor::centerPoint = Point(); }) Accessor::centerPoint = centre_;
+    cut(tin, tin.locate(centre_));
+}
+
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::run(const Tin<Accessor> & tin, TinFace root) {
+    NBX_CHECK(tin.faces() > 0, L"empty tin");
+    if (tin.empty()) return;
+    setCentre(tin, root);
+    cut(tin, tin.locate(centre_, root));
+}
+
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::setCentre(const Tin<Accessor> & tin, TinFace f) {
+    const auto corner = [&](unsigned k) { return tin.position(tin.corner(f, k)); };
+    centre_ = (corner(0) + corner(1) + corner(2)) / 3.0;
+}
+
+/// Cuts the mesh from the face in which the centre was found.
+template <class Accessor>
+void TinAlgorithmTinToTristrips<Accessor>::cut(const Tin<Accessor> & tin, TinFace f) {
     NBX_CHECK(f, L"internal error");
     root_ = f ? f : tin.face(0u);
     isDone_.assign(tin.faces(), 0);
@@ -59,14 +85,6 @@ template <class Accessor> void TinAlgorithmTinToTristrips<Accessor>::run(const T
     for (unsigned i = 0; i < tin.faces(); ++i)
         if (!isDone_[i]) emitFace(tin, tin.face(i));
     finishStrip();
-}
-
-template <class Accessor> TinFace TinAlgorithmTinToTristrips<Accessor>::findRoot(const Tin<Accessor> & tin) {
-    const TinFace f = tin.face(static_cast<unsigned>(std::rand()) % tin.faces());
-    const auto corner = [&](unsigned k) { return tin.position(tin.corner(f, k)); };
-    centre_ = (corner(0) + corner(1) + corner(2)) / 3.0;
-    if constexpr (requires { Accessor::centerPoint = Point(); }) Accessor::centerPoint = centre_;
-    return tin.locate(centre_);
 }
 
 /// The edge of a face across which its parent lies.

@@ -19,9 +19,13 @@ public:
     /// vertices of a leaf and the triangles of any other patch; it must not be above 32000, so that 16 bits
     /// number the vertices with their skirts. Null when the progress display cancelled.
     ///
+    /// `threads` above 1 builds on as many threads beside the calling one, which alone shows the progress;
+    /// the tree is the same, byte for byte. Reports and exceptions reach the calling thread in the order in
+    /// which one thread meets them.
+    ///
     /// Only one construction may run in the process. Writes the statistics of the raster to the standard
     /// error stream.
-    static NBX::SO<GeometryPatch> create(GeometryData * data, unsigned maxVertices);
+    static NBX::SO<GeometryPatch> create(GeometryData * data, unsigned maxVertices, unsigned threads = 1);
 };
 
 } // namespace ZMT::CORE

@@ -10,7 +10,12 @@ namespace ZMT::CORE {
 /// Collects the triangle strips of a triangulation.
 class MyTinToTristrips : public TinAlgorithmTinToTristrips<MyTinPointAccessor> {
 public:
+    using TinAlgorithmTinToTristrips::centre;
+
     explicit MyTinToTristrips(const Tin<MyTinPointAccessor> & tin) { run(tin); }
+    /// The strips converge on `root`. Draws nothing at random, and leaves what belongs to the process as it
+    /// is.
+    MyTinToTristrips(const Tin<MyTinPointAccessor> & tin, TinFace root) { run(tin, root); }
 
     /// The nodes of all strips, one strip behind the other.
     const std::vector<TinNode> & nodes() const { return nodes_; }
