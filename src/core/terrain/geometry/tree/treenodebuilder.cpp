@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <utility>
 
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
@@ -168,16 +167,16 @@ void TreeNodeBuilder::appendBorder(const NBX::Area & domain, std::vector<unsigne
 
 /// The numbers of all nodes, ascending. `ranks_` then holds the place of each node's number.
 NBX::SO<NBX::Array<unsigned>> TreeNodeBuilder::rankNodes() {
-    order_.resize(tin_.nodes());
-    std::iota(order_.begin(), order_.end(), 0U);
-    std::sort(order_.begin(), order_.end(), [this](unsigned a, unsigned b) {
-        return tin_.number(tin_.node(a)) < tin_.number(tin_.node(b));
-    });
+    // Number and node in one, since these are compared most quickly.
+    order_.clear();
+    for (unsigned n = 0; n < tin_.nodes(); ++n)
+        order_.push_back(std::uint64_t(tin_.number(tin_.node(n))) << 32 | n);
+    std::sort(order_.begin(), order_.end());
     ranks_.resize(order_.size());
     NBX::SO<NBX::Array<unsigned>> numbers(new NBX::Array<unsigned>(tin_.nodes()));
     for (unsigned rank = 0; rank < order_.size(); ++rank) {
-        ranks_[order_[rank]] = static_cast<unsigned short>(rank);
-        numbers->stl()[rank] = tin_.number(tin_.node(order_[rank]));
+        ranks_[static_cast<std::uint32_t>(order_[rank])] = static_cast<unsigned short>(rank);
+        numbers->stl()[rank] = static_cast<unsigned>(order_[rank] >> 32);
     }
     return numbers;
 }

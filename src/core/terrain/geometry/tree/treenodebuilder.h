@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <vector>
 
@@ -79,7 +80,7 @@ private:
     Tin<Accessor> tin_;
     TinAlgorithmPointsToTin<Accessor> refinement_;
     SurfaceScan surface_;
-    std::vector<unsigned> order_;       ///< nodes in the order of their numbers
+    std::vector<std::uint64_t> order_;  ///< number and place of each node, ascending
     std::vector<unsigned short> ranks_; ///< of each node
     Point centre_;
 };

@@ -99,6 +99,7 @@ private:
     bool finished(double threshold, unsigned budget) const;
     double maxError() const { return errors_.empty() ? 0.0 : errors_.front().error; }
     void takePoints(std::span<const unsigned> points);
+    bool hasShortCoordinates() const;
     void insertBest();
     void update(std::uint32_t inserted, TinNode node);
     void markChanged(std::uint32_t f);
@@ -108,11 +109,12 @@ private:
     void updateStar(std::uint32_t inserted, const Point & centre);
     void distribute(std::uint32_t first, std::uint32_t sector, std::uint32_t inserted, const Point & centre);
     bool turnTo(std::uint32_t & sector, double dx, double dy) const;
+    bool turnLikeWalk(std::uint32_t & sector, const Point & p, double dx, double dy) const;
     void settle(std::uint32_t candidate, std::uint32_t sector, const Point & centre);
     void updateByWalk(std::uint32_t inserted);
     void append(std::uint32_t candidate, std::uint32_t f);
     void evaluate(std::uint32_t f);
-    void addTo(List & list, std::uint32_t candidate, double error);
+    void addTo(Sector & sector, std::uint32_t candidate, const Weights & w, double origin);
 
     void setEntry(std::uint32_t f, const List & list);
     void removeEntry(std::uint32_t place);
@@ -131,6 +133,7 @@ private:
     std::uint32_t sequence_ = 0;
     std::vector<Sector> sectors_;     ///< counter-clockwise
     bool isClosed_ = false;           ///< the sectors go all around the node
+    bool isExact_ = false;            ///< determinants of differences of points are not rounded
     double certain_ = 0.0;            ///< determinants above it have the right sign, in the present star
     std::vector<std::uint32_t> last_; ///< last candidate of a face that is being filled by `append`
 };
@@ -179,9 +182,40 @@ void TinAlgorithmPointsToTin<Accessor>::takePoints(std::span<const unsigned> poi
         candidates_.back().next = none;
         states_[0].firstCandidate = 0;
     }
+    isExact_ = hasShortCoordinates();
     for (std::uint32_t f = 0; f < this->faces(); ++f)
         markChanged(f);
     update(none, this->node(0)); // two faces are the star of the first corner
+}
+
+/// Whether all points lie on a lattice of powers of two, at most 2^24 steps away in each direction, as those
+/// of grids with a cell size of few digits do. Differences are then below 2^25 steps, their products below
+/// 2^50, and a sum of six such products is exact.
+template <class Accessor> bool TinAlgorithmPointsToTin<Accessor>::hasShortCoordinates() const {
+    double largestX = 0.0, largestY = 0.0;
+    const auto extend = [&](const Point & p) {
+        largestX = std::max(largestX, std::fabs(p.x));
+        largestY = std::max(largestY, std::fabs(p.y));
+    };
+    for (const Candidate & candidate : candidates_)
+        extend(candidate.position);
+    for (const auto & node : nodes_)
+        extend(node.position);
+    // Steps are not so small that products vanish, nor so large that they overflow.
+    if (largestX > 1e100 || largestY > 1e100) return false;
+    const auto stepsOf = [](double largest) {
+        return std::ldexp(1.0, 24 - std::ilogb(std::max(largest, 1e-100)) - 1);
+    };
+    const double stepsX = stepsOf(largestX), stepsY = stepsOf(largestY);
+    const auto isShort = [&](const Point & p) {
+        constexpr double rounder = 0x1.8p52; // adding it leaves whole numbers
+        const double x = p.x * stepsX, y = p.y * stepsY;
+        return (x + rounder) - rounder == x && (y + rounder) - rounder == y;
+    };
+    return std::all_of(candidates_.begin(), candidates_.end(),
+                       [&](const Candidate & c) { return isShort(c.position); }) &&
+           std::all_of(nodes_.begin(), nodes_.end(),
+                       [&](const auto & node) { return isShort(node.position); });
 }
 
 template <class Accessor> void TinAlgorithmPointsToTin<Accessor>::insertBest() {
@@ -239,13 +273,16 @@ void TinAlgorithmPointsToTin<Accessor>::update(std::uint32_t inserted, TinNode n
 }
 
 template <class Accessor>
-void TinAlgorithmPointsToTin<Accessor>::addTo(List & list, std::uint32_t candidate, double error) {
-    (list.first == none ? list.first : candidates_[list.last].next) = candidate;
-    list.last = candidate;
-    candidates_[candidate].next = none;
+inline void TinAlgorithmPointsToTin<Accessor>::addTo(Sector & sector, std::uint32_t i, const Weights & w,
+                                                     double origin) {
+    List & list = sector.list;
+    (list.first == none ? list.first : candidates_[list.last].next) = i;
+    list.last = i;
+    candidates_[i].next = none;
+    const double error = std::fabs(w.height(sector, origin) - candidates_[i].position.z);
     if (error > list.error) {
         list.error = error;
-        list.best = candidate;
+        list.best = i;
     }
 }
 
@@ -280,7 +317,7 @@ template <class Accessor> bool TinAlgorithmPointsToTin<Accessor>::makeStar(TinNo
     isClosed_ = e == first;
     // Twice the bound of the sum of both products is the worst of one determinant; the third one of a face
     // comes from the other two and the area.
-    certain_ = 8.0 * predicateBounds.ccwA * 2.0 * extentX * extentY + 1e-300;
+    certain_ = isExact_ ? 0.0 : 8.0 * predicateBounds.ccwA * 2.0 * extentX * extentY + 1e-300;
     for (std::uint32_t s = 0; s < sectors_.size(); ++s)
         states_[sectors_[s].face].mark = s;
     return true;
@@ -303,24 +340,21 @@ void TinAlgorithmPointsToTin<Accessor>::updateStar(std::uint32_t inserted, const
         evaluate(changed_[i]);
 }
 
-// A point strictly inside a sector has no other face: which one, is found by turning from the sector of the
-// point before. The weights that decide are also those of the height. Whatever is too close to an edge goes
-// the long way, by the walk from the face that it was in.
+// The weights that decide on a sector are also those of the height. Whatever is too close to an edge goes the
+// long way, by the walk from the face that it was in.
 template <class Accessor>
 void TinAlgorithmPointsToTin<Accessor>::distribute(std::uint32_t first, std::uint32_t own,
                                                    std::uint32_t inserted, const Point & centre) {
-    std::uint32_t s = own;
     for (std::uint32_t i = first, next; i != none; i = next) {
         next = candidates_[i].next;
         if (i == inserted) continue;
         const Point & p = candidates_[i].position;
         const double dx = p.x - centre.x, dy = p.y - centre.y;
-        if (turnTo(s, dx, dy)) {
-            const Weights w(sectors_[s], dx, dy);
-            addTo(sectors_[s].list, i, std::fabs(w.height(sectors_[s], centre.z) - p.z));
-        } else {
+        std::uint32_t s = own;
+        if (turnLikeWalk(s, p, dx, dy) || turnTo(s = own, dx, dy))
+            addTo(sectors_[s], i, Weights(sectors_[s], dx, dy), centre.z);
+        else
             settle(i, own, centre);
-        }
     }
 }
 
@@ -345,6 +379,59 @@ inline bool TinAlgorithmPointsToTin<Accessor>::turnTo(std::uint32_t & s, double 
     return false;
 }
 
+/// Goes from `s` to the sector where the walk from its face would end, as long as that turns around the node:
+/// it makes the same comparisons in the same order. False where the walk leaves the star, or where a sign is
+/// not certain. Points on the edges, of which a grid has many, have their zeros from equal coordinates.
+template <class Accessor>
+bool TinAlgorithmPointsToTin<Accessor>::turnLikeWalk(std::uint32_t & s, const Point & p, double dx,
+                                                     double dy) const {
+    enum Side { S_Inside, S_Right, S_Unknown };
+    const auto sideOf = [&](double determinant, auto isZero) {
+        if (determinant > certain_) return S_Inside;
+        if (determinant < -certain_) return S_Right;
+        return isExact_ || isZero() ? S_Inside : S_Unknown;
+    };
+    const auto spoke = [&](double determinant, double x, double y) {
+        return sideOf(determinant, [&] { return (x == 0.0 && dx == 0.0) || (y == 0.0 && dy == 0.0); });
+    };
+    const auto outer = [&](const Sector & sector, const Weights & w) {
+        return sideOf(sector.area - w.first - w.second, [&] {
+            const auto & corner = faces_[sector.face].corner;
+            const Point & a = Base::positionOf(corner[1]);
+            const Point & b = Base::positionOf(corner[2]);
+            return (a.x == p.x && b.x == p.x) || (a.y == p.y && b.y == p.y);
+        });
+    };
+
+    const auto count = static_cast<std::uint32_t>(sectors_.size());
+    const Weights own(sectors_[s], dx, dy);
+    const Side low = spoke(own.second, sectors_[s].x1, sectors_[s].y1);
+    if (low == S_Unknown) return false;
+    Side high = S_Inside;
+    if (low == S_Inside) {
+        if (outer(sectors_[s], own) != S_Inside) return false;
+        high = spoke(own.first, sectors_[s].x2, sectors_[s].y2);
+        if (high == S_Unknown) return false;
+        if (high == S_Inside) return true;
+    }
+    const bool isClockwise = low == S_Right;
+    for (std::uint32_t turns = 1; turns < count; ++turns) {
+        const std::uint32_t last = isClockwise ? 0 : count - 1;
+        if (s == last && !isClosed_) return false;
+        s = s == last ? count - 1 - last : isClockwise ? s - 1 : s + 1;
+        const Sector & sector = sectors_[s];
+        const Weights w(sector, dx, dy);
+        // The spoke comes before the outer edge clockwise, and behind it the other way.
+        if (!isClockwise && outer(sector, w) != S_Inside) return false;
+        const Side side =
+            isClockwise ? spoke(w.second, sector.x1, sector.y1) : spoke(w.first, sector.x2, sector.y2);
+        if (side == S_Unknown) return false;
+        if (side == S_Right) continue;
+        return !isClockwise || outer(sector, w) == S_Inside;
+    }
+    return false;
+}
+
 /// Puts a candidate of a sector's face where the walk leads.
 template <class Accessor>
 void TinAlgorithmPointsToTin<Accessor>::settle(std::uint32_t i, std::uint32_t own, const Point & centre) {
@@ -353,12 +440,10 @@ void TinAlgorithmPointsToTin<Accessor>::settle(std::uint32_t i, std::uint32_t ow
     NBX_CHECK(f, L"point outside the triangulation");
     if (!f) return;
     const std::uint32_t s = states_[f.index()].mark;
-    if (s >= sectors_.size() || sectors_[s].face != f.index()) {
+    if (s >= sectors_.size() || sectors_[s].face != f.index())
         append(i, f.index());
-        return;
-    }
-    const Weights w(sectors_[s], p.x - centre.x, p.y - centre.y);
-    addTo(sectors_[s].list, i, std::fabs(w.height(sectors_[s], centre.z) - p.z));
+    else
+        addTo(sectors_[s], i, Weights(sectors_[s], p.x - centre.x, p.y - centre.y), centre.z);
 }
 
 /// Puts a candidate at the end of a face's list. A face that was not changed before is marked, and keeps what

@@ -37,8 +37,8 @@ protected:
 private:
     void setCentre(const Tin<Accessor> & tin, TinFace f);
     void cut(const Tin<Accessor> & tin, TinFace root);
-    TinEdge parentEdge(const Tin<Accessor> & tin, TinFace f) const;
-    bool isChild(const Tin<Accessor> & tin, TinEdge e) const;
+    TinEdge findParentEdge(const Tin<Accessor> & tin, TinFace f) const;
+    bool isChild(const Tin<Accessor> & tin, TinEdge e);
     void visitAll(const Tin<Accessor> & tin, TinEdge e);
     void followStrip(const Tin<Accessor> & tin, TinEdge e);
     void emitFace(const Tin<Accessor> & tin, TinFace f);
@@ -46,7 +46,8 @@ private:
     Point centre_;
     TinFace root_;
     std::vector<unsigned char> isDone_;
-    std::vector<TinEdge> pending_; ///< entries of the strips to come, last in, first out
+    std::vector<TinEdge> parentEdges_; ///< of the faces; null until asked for
+    std::vector<TinEdge> pending_;     ///< entries of the strips to come, last in, first out
 };
 
 template <class Accessor> void TinAlgorithmTinToTristrips<Accessor>::run(const Tin<Accessor> & tin) {
@@ -77,6 +78,7 @@ void TinAlgorithmTinToTristrips<Accessor>::cut(const Tin<Accessor> & tin, TinFac
     NBX_CHECK(f, L"internal error");
     root_ = f ? f : tin.face(0u);
     isDone_.assign(tin.faces(), 0);
+    parentEdges_.assign(tin.faces(), TinEdge());
 
     const TinEdge e = tin.edge(root_);
     visitAll(tin, e);
@@ -89,7 +91,7 @@ void TinAlgorithmTinToTristrips<Accessor>::cut(const Tin<Accessor> & tin, TinFac
 
 /// The edge of a face across which its parent lies.
 template <class Accessor>
-TinEdge TinAlgorithmTinToTristrips<Accessor>::parentEdge(const Tin<Accessor> & tin, TinFace f) const {
+TinEdge TinAlgorithmTinToTristrips<Accessor>::findParentEdge(const Tin<Accessor> & tin, TinFace f) const {
     const auto isRightOf = [&](TinEdge e) {
         return orient2d(tin.position(tin.origin(e)), tin.position(tin.destination(e)), centre_) < 0.0;
     };
@@ -104,10 +106,13 @@ TinEdge TinAlgorithmTinToTristrips<Accessor>::parentEdge(const Tin<Accessor> & t
 
 /// True if the face across `e` is there, still to be done, and has the face of `e` as its parent.
 template <class Accessor>
-bool TinAlgorithmTinToTristrips<Accessor>::isChild(const Tin<Accessor> & tin, TinEdge e) const {
+bool TinAlgorithmTinToTristrips<Accessor>::isChild(const Tin<Accessor> & tin, TinEdge e) {
     const TinEdge across = tin.twin(e);
     const TinFace f = tin.face(across);
-    return f && f != root_ && !isDone_[f.index()] && parentEdge(tin, f) == across;
+    if (!f || f == root_ || isDone_[f.index()]) return false;
+    TinEdge & parent = parentEdges_[f.index()];
+    if (!parent) parent = findParentEdge(tin, f);
+    return parent == across;
 }
 
 /// "visit" of the edge by which a face is entered, and of all that branches off behind it.
