@@ -9,11 +9,13 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/hybrid/breaklines.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/view/areadraping.h>
 #include <zmt/raster/gdal/vectorfile.h>
 
 namespace {
 
 using Point = NBX::Vector3Base<double>;
+using ZMT::CORE::AreaDraping;
 using ZMT::CORE::PolygonTriangulation;
 using ZMT::RASTER::GeoExtent;
 
@@ -44,7 +46,7 @@ double spacingOn(const std::pair<double, double> & cell) {
 
 void checkPoints(const std::vector<PolygonTriangulation::Ring> & areas, double spacing,
                  const std::string & path) {
-    const double points = PolygonTriangulation::pointsToDrape(areas, spacing);
+    const double points = PolygonTriangulation::pointsFor(areas, spacing);
     if (points > PolygonTriangulation::maxPoints)
         throw DataError(path + ": draping its areas takes " + std::to_string(std::llround(points)) +
                         " points, at most " + std::to_string(PolygonTriangulation::maxPoints) +
@@ -87,8 +89,7 @@ NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::
                                                        const std::vector<PolygonTriangulation::Ring> & areas,
                                                        double lift, const std::string & path) {
     Step step("draping " + path);
-    const auto triangles =
-        PolygonTriangulation::drape(*terrain, areas, spacingOn(terrain->getCellSize()), lift);
+    const auto triangles = AreaDraping::drape(*terrain, areas, spacingOn(terrain->getCellSize()), lift);
     if (!triangles) throw noAreas(path);
     step.goOn(0.8);
     auto draped = terrain->createTerrainTexturedTriangles(triangles);

@@ -10,7 +10,6 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>
-#include <zmt/core/terrain/geometry/view/terrain.h>
 
 namespace ZMT::CORE {
 
@@ -216,7 +215,7 @@ double areaOf(const Ring & ring) {
 /// Number of points that `refined` and `addInnerPoints` may make, and of rows: those of the outlines, and a
 /// grid over their box or, where that is less, over the sum of their areas, along whose outlines it may have
 /// more.
-double pointsFor(const Rings & rings, double spacing) {
+double countPoints(const Rings & rings, double spacing) {
     const Point size = boxOf(rings).diagonal();
     double outlines = 0.0, areas = 0.0;
     for (const Ring & ring : rings) {
@@ -263,28 +262,24 @@ NBX::SO<NBX::PolygonSet> PolygonTriangulation::triangulate(const std::vector<Rin
     return Triangulation(clean).filled([](const Point &) { return true; });
 }
 
-double PolygonTriangulation::pointsToDrape(const std::vector<Ring> & rings, double spacing) {
+double PolygonTriangulation::pointsFor(const std::vector<Ring> & rings, double spacing) {
     const Rings clean = cleaned(rings);
-    return spacing > 0.0 && haveArea(clean) ? pointsFor(clean, spacing) : 0.0;
+    return spacing > 0.0 && haveArea(clean) ? countPoints(clean, spacing) : 0.0;
 }
 
-NBX::SO<NBX::PolygonSet> PolygonTriangulation::drape(const Terrain & terrain, const std::vector<Ring> & rings,
-                                                     double spacing, double lift) {
+NBX::SO<NBX::PolygonSet> PolygonTriangulation::triangulateFinely(const std::vector<Ring> & rings,
+                                                                 double spacing, const Place & place) {
     const Rings clean = cleaned(rings);
     NBX_CHECK(spacing > 0.0, L"invalid spacing: " << spacing);
     if (!(spacing > 0.0) || !haveArea(clean)) return nullptr;
-    const double points = pointsFor(clean, spacing);
+    const double points = countPoints(clean, spacing);
     NBX_CHECK(points <= maxPoints, L"too many points: " << points << L", at most " << maxPoints);
     if (!(points <= maxPoints)) return nullptr;
 
     const Rings fine = refined(clean, spacing);
     Triangulation triangulation(fine);
     addInnerPoints(triangulation, boxOf(fine), spacing);
-    return triangulation.filled([&](Point & p) {
-        if (terrain.hasUndefinedHeight(p, false)) return false;
-        p.y = terrain.calculateHeight(p, false) + lift;
-        return std::isfinite(p.y);
-    });
+    return triangulation.filled(place);
 }
 
 } // namespace ZMT::CORE

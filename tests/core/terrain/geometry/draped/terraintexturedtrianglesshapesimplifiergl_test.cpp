@@ -32,8 +32,8 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
-#include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/areadraping.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 #include <zmt/raster/gdal/rasterfile.h>
@@ -508,7 +508,7 @@ protected:
             rings[0].emplace_back(32 + 25 * std::cos(a), 0, 32 + 20 * std::sin(a));
             rings[1].emplace_back(32 + 12 * std::cos(a), 0, 32 + 10 * std::sin(a));
         }
-        return ZMT::CORE::PolygonTriangulation::drape(*terrain, rings, 1.0, lift);
+        return ZMT::CORE::AreaDraping::drape(*terrain, rings, 1.0, lift);
     }
     SO<NBX::Image> picture(const std::vector<SO<NBX::Attribute>> & attributes) {
         root->clear();
@@ -611,7 +611,7 @@ TEST_F(DrapedTerrainGLTest, ALakeLiesOnRealGround) {
     for (const auto & [u, v] : std::vector<std::pair<double, double>>{
              {0.2, 0.3}, {0.5, 0.15}, {0.7, 0.3}, {0.6, 0.5}, {0.8, 0.8}, {0.45, 0.6}, {0.25, 0.7}})
         shore[0].push_back(box.point(u, 0.0, v) + grid->origin());
-    const SO<PolygonSet> lake = ZMT::CORE::PolygonTriangulation::drape(*terrain, shore, 60.0, 30.0);
+    const SO<PolygonSet> lake = ZMT::CORE::AreaDraping::drape(*terrain, shore, 60.0, 30.0);
     ASSERT_TRUE(lake);
     const SO<NBX::Attribute> draped = terrain->createTerrainTexturedTriangles(lake).get();
     const SO<NBX::Attribute> decal = effect(ColoredPatchesEffect::Decal);
