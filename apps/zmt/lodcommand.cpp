@@ -202,7 +202,9 @@ void addLodCommand(CLI::App & app) {
         ->capture_default_str();
     command->add_option("--seed", options->seed, "Seed of the random choices")->capture_default_str();
     command->add_option("--report", options->report, "JSON file with all nodes")->required();
-    command->add_option("--mesh", options->mesh, "Level, and OBJ file for the surface of its nodes")
+    command
+        ->add_option("--mesh", options->mesh,
+                     "Level of the tree, and OBJ file for the surface of its nodes and of leaves above it")
         ->expected(2)
         ->type_name("LEVEL FILE");
     command->add_flag("--native", options->reading.native,

@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned s_width = 41, s_height = 29;
 constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
 constexpr unsigned s_maxVertices = 120;
-constexpr unsigned s_deepest = 100;
+constexpr unsigned s_deepest = 5; ///< the last level of the trees here
 
 /// Hills with noise; `voids` leaves out a part.
 SmallGeoTiff hills(bool voids) {

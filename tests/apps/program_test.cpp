@@ -452,7 +452,12 @@ TEST(Program, ALevelThatTheTreeDoesNotHaveIsTold) {
         return zmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", level,
                             folder.out("m.obj")});
     };
-    expectFailure(run("99"), 2, {"--mesh", "levels 0 to ", "99"}, folder);
+    const RunResult refused = run("99");
+    EXPECT_EQ(2, refused.status);
+    ASSERT_EQ(1U, refused.errorLines().size()) << refused.errors;
+    EXPECT_NE(std::string::npos, refused.errorLines()[0].find("--mesh: the tree has the levels 0 to 2: 99"));
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+    EXPECT_EQ(0, run("2").status);
     EXPECT_EQ(0, run("0").status);
 }
 
