@@ -91,7 +91,10 @@ TEST(ViewerProgram, TakesTheOptionsOfPictures) {
         arguments.insert(arguments.end(), options.begin(), options.end());
         const RunResult run = view(folder, arguments);
         EXPECT_EQ(0, run.status) << options[0] << run.errors;
-        EXPECT_TRUE(run.errorLines().empty()) << options[0] << run.errors;
+        // Most of the glaciers lie beyond the small terrain, which is told.
+        const bool tells = options[0] == "--drape";
+        ASSERT_EQ(tells ? 1U : 0U, run.errorLines().size()) << options[0] << run.errors;
+        EXPECT_EQ(tells, run.errors.find("areas lie beyond the terrain") != std::string::npos) << run.errors;
     }
 }
 
