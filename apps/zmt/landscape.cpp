@@ -46,6 +46,7 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
         ->capture_default_str();
     command.add_option("--max-vertices", options.maxVertices, "Budget of a node of the tree, 50 to 32000")
         ->capture_default_str();
+    addThreadsOption(command, options.threads);
     command.add_option("--exaggeration", options.exaggeration, "Factor of the heights")
         ->capture_default_str();
     command.add_option(
@@ -66,6 +67,7 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
 
 void checkLandscape(const LandscapeOptions & options) {
     checkMaxVertices(options.maxVertices);
+    checkThreads(options.threads);
     if (options.method != "tree" && options.method != "chunked")
         throw UsageError("--method must be tree or chunked: " + options.method);
     checkExaggeration(options.exaggeration);
@@ -113,7 +115,7 @@ Landscape::Landscape(const LandscapeOptions & options) {
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
     for (const std::string & path : options.draped)
         areas.push_back(readAreas(*grid_, path, reference_));
-    terrain_ = buildTerrain(grid_, options.method, options.maxVertices, buildMilliseconds_);
+    terrain_ = buildTerrain(grid_, options.method, options.maxVertices, options.threads, buildMilliseconds_);
     root_ = terrain_->root();
 
     node_ = new NBX::SceneThing;

@@ -33,6 +33,7 @@ struct LandscapeOptions {
     std::optional<bool> shadeImages; ///< by default with dynamic lighting alone; vertex lighting always does
     std::string method = "tree";
     unsigned maxVertices = 4000;
+    unsigned threads = 1; ///< that build the tree
     double exaggeration = 1.0;
     bool plain = false; ///< shading alone, neither colours by height nor images
 };

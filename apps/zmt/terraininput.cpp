@@ -2,7 +2,9 @@
 
 #include "commands.h"
 
+#include <algorithm>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/resource.h>
@@ -23,6 +25,7 @@ namespace {
 
 constexpr unsigned s_leastVertices = 50;
 constexpr unsigned s_mostVertices = 32000;
+constexpr unsigned s_mostThreads = 1024;
 
 void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & path) {
     if (raster.cellsX() < 2 || raster.cellsY() < 2)
@@ -43,6 +46,17 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
 void addVoidOption(CLI::App & command, bool & fillVoids) {
     command.add_flag("--fill-voids", fillVoids,
                      "Interpolate where the raster has no heights, up to 200 cells far");
+}
+
+void addThreadsOption(CLI::App & command, unsigned & threads) {
+    threads = std::max(1U, std::thread::hardware_concurrency());
+    command.add_option("--threads", threads, "Threads that build the tree, without it one for each core");
+}
+
+void checkThreads(unsigned threads) {
+    if (threads < 1 || threads > s_mostThreads)
+        throw UsageError("--threads must be from 1 to " + std::to_string(s_mostThreads) + ": " +
+                         std::to_string(threads));
 }
 
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
@@ -74,19 +88,19 @@ NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {
 }
 
 NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned maxVertices,
-                                            double & milliseconds) {
+                                            unsigned threads, double & milliseconds) {
     const double start = NBX::NBXTime::now();
-    auto root = ZMT::CORE::CreateGeometryTree::create(grid.get(), maxVertices);
+    auto root = ZMT::CORE::CreateGeometryTree::create(grid.get(), maxVertices, threads);
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     if (!root) throw DataError("cancelled");
     return root;
 }
 
 NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & grid,
-                                         const std::string & method, unsigned maxVertices,
+                                         const std::string & method, unsigned maxVertices, unsigned threads,
                                          double & milliseconds) {
     if (method == "tree")
-        return new ZMT::CORE::Terrain(grid.get(), buildTree(grid, maxVertices, milliseconds).get());
+        return new ZMT::CORE::Terrain(grid.get(), buildTree(grid, maxVertices, threads, milliseconds).get());
     constexpr unsigned most = ZMT::CORE::ChunkedLodTerrain::s_maxSize;
     if (grid->sizeX() > most || grid->sizeY() > most)
         throw DataError("chunked terrains have at most " + std::to_string(most) + " by " +

@@ -1,20 +1,17 @@
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include <support/recordedreports.h>
 
 #include <nbx/data/objectstreamwriter.h>
-#include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tin/tinalgorithmpointstotin.h>
@@ -22,9 +19,13 @@
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
 #include <zmt/core/terrain/inspect/patchmesh.h>
 
+#include "core/terrain/geometry/treetest.h"
 #include "support/testterrain.h"
 
 using NBX::Area;
+using TreeTest::build;
+using TreeTest::flatGrid;
+using TreeTest::StoppingDisplay;
 using ZMT::CORE::CreateGeometryTree;
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::GridData;
@@ -36,19 +37,6 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 using Tin = ZMT::CORE::Tin<ZMT::CORE::MyTinPointAccessor>;
-
-/// The construction, without its statistics on the standard error stream.
-NBX::SO<GeometryPatch> build(const NBX::SO<GridData> & grid, unsigned maxVertices, unsigned threads = 1) {
-    testing::internal::CaptureStderr();
-    std::srand(1);
-    NBX::SO<GeometryPatch> root = CreateGeometryTree::create(grid.get(), maxVertices, threads);
-    testing::internal::GetCapturedStderr();
-    return root;
-}
-
-NBX::SO<GridData> flatGrid(unsigned cellsX, unsigned cellsY) {
-    return TestTerrain::grid({cellsX + 1, cellsY + 1}, [](unsigned, unsigned) { return 5.0; });
-}
 
 bool areBetween(std::int64_t low, std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t high) {
     return std::min({a, b, c}) >= low && std::max({a, b, c}) <= high;
@@ -595,23 +583,9 @@ std::vector<KnownTree> knownTrees() {
 
 TEST(CreateGeometryTree, GivesKnownTrees) {
     for (const KnownTree & known : knownTrees())
-        EXPECT_EQ(TreeHash(*build(known.grid, known.maxVertices)).value(), known.hash) << known.name;
-}
-
-/// Byte for byte, strips included.
-TEST(CreateGeometryTree, AnyNumberOfThreadsGivesTheSameTree) {
-    const RecordedReports reports;
-    for (const KnownTree & known : knownTrees()) {
-        const auto alone = NBX::ObjectStreamWriter::write(*build(known.grid, known.maxVertices));
-        const int next = std::rand();
-        for (const unsigned threads : {2U, 3U, 8U}) {
-            SCOPED_TRACE(testing::Message() << known.name << ", " << threads << " threads");
-            EXPECT_TRUE(alone ==
-                        NBX::ObjectStreamWriter::write(*build(known.grid, known.maxVertices, threads)));
-            EXPECT_EQ(std::rand(), next) << "as much was drawn";
-        }
-    }
-    EXPECT_TRUE(reports.empty()) << reports;
+        for (const unsigned threads : {1U, 2U})
+            EXPECT_EQ(TreeHash(*build(known.grid, known.maxVertices, threads)).value(), known.hash)
+                << known.name << ", " << threads;
 }
 
 /// The strips of a node follow from one number, so that nothing that runs meanwhile turns them.
@@ -624,71 +598,6 @@ TEST(CreateGeometryTree, EachNodeWithChildrenDrawsOnce) {
     for (unsigned node = 0; node < 3; ++node)
         std::rand();
     EXPECT_EQ(std::rand(), next);
-}
-
-TEST(CreateGeometryTree, ThreadsLeaveTheValuesOfTheProcessAsOneThreadDoes) {
-    const auto grid = TestTerrain::grid({50, 60}, TestTerrain::bumpy);
-    build(grid, 50);
-    const Point centre = ZMT::CORE::MyTinPointAccessor::centerPoint;
-    ZMT::CORE::MyTinPointAccessor::currentData = nullptr;
-    ZMT::CORE::MyTinPointAccessor::centerPoint = Point();
-    build(grid, 50, 4);
-    EXPECT_EQ(ZMT::CORE::MyTinPointAccessor::currentData, grid);
-    EXPECT_EQ(ZMT::CORE::MyTinPointAccessor::centerPoint, centre);
-    ZMT::CORE::MyTinPointAccessor::currentData = nullptr;
-}
-
-TEST(CreateGeometryTree, ReportsOfThreadsComeInTheOrderOfOne) {
-    // A column of vertices: each rectangle of it is reported.
-    const auto grid = TestTerrain::grid({1, 3000}, TestTerrain::bumpy);
-    const auto reported = [&](unsigned threads) {
-        const std::thread::id own = std::this_thread::get_id();
-        std::vector<std::wstring> messages;
-        const auto before = NBX::ErrorHandler::setHandler([&](const NBX::ErrorReport & report) {
-            EXPECT_EQ(std::this_thread::get_id(), own);
-            messages.push_back(report.condition + report.message);
-        });
-        build(grid, 50, threads);
-        NBX::ErrorHandler::setHandler(before);
-        return messages;
-    };
-    const auto alone = reported(1);
-    EXPECT_GT(alone.size(), 100U);
-    EXPECT_EQ(reported(4), alone);
-}
-
-/// Heights that cannot be read at some places.
-class BrokenRaster : public ZMT::RASTER::SimpleRasterData<double> {
-public:
-    BrokenRaster() : SimpleRasterData(200, 200, 0.0, 0.0, 1.0, 1.0, false, 0.0) {}
-    double value(unsigned x, unsigned y) const override {
-        if (isBroken && y >= 90 && x % 50 == 20) throw std::runtime_error(std::to_string(x));
-        return x * 3.0 + y;
-    }
-    bool isBroken = false;
-};
-
-TEST(CreateGeometryTree, TheFirstExceptionOfThreadsReachesTheCaller) {
-    NBX::SO<BrokenRaster> raster(new BrokenRaster);
-    const NBX::SO<GridData> grid(new GridData(raster.get()));
-    raster->isBroken = true;
-    const auto thrown = [&](unsigned threads) -> std::string {
-        testing::internal::CaptureStderr();
-        std::string what = "nothing";
-        try {
-            CreateGeometryTree::create(grid.get(), 50, threads);
-        } catch (const std::runtime_error & error) {
-            what = error.what();
-        }
-        testing::internal::GetCapturedStderr();
-        return what;
-    };
-    const std::string alone = thrown(1);
-    EXPECT_NE(alone, "nothing");
-    for (unsigned round = 0; round < 20; ++round)
-        EXPECT_EQ(thrown(4), alone);
-    raster->isBroken = false;
-    EXPECT_TRUE(build(grid, 50, 4)) << "nothing is left behind";
 }
 
 TEST(CreateGeometryTree, WritesTheStatisticsOfTheRaster) {
@@ -719,37 +628,6 @@ TEST(CreateGeometryTree, WritesTheStatisticsOfTheRaster) {
                                                       "\n");
 }
 
-/// Lets a number of updates pass and then asks to stop. Waits in each for the time of the next.
-class StoppingDisplay : public NBX::ProgressDisplay {
-public:
-    explicit StoppingDisplay(unsigned updates) : updates_(updates) { NBX::Progress::setDisplay(this); }
-    ~StoppingDisplay() override { NBX::Progress::setDisplay(nullptr); }
-
-    void begin(const NBX::Progress & progress) override {
-        title_ = progress.title();
-        total_ = progress.totalValue();
-    }
-    bool update(const NBX::Progress & progress) override {
-        values_.push_back(progress.currentValue());
-        if (values_.size() > updates_) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(101));
-        return true;
-    }
-    void end(const NBX::Progress & progress) override {
-        ++ends_;
-        isFinished_ = progress.isFinished();
-    }
-
-    std::string title_;
-    double total_ = 0.0;
-    std::vector<double> values_;
-    unsigned ends_ = 0;
-    bool isFinished_ = false;
-
-private:
-    unsigned updates_;
-};
-
 TEST(CreateGeometryTree, ACancelledConstructionGivesNull) {
     for (const unsigned updates : {0U, 1U, 3U}) {
         StoppingDisplay display(updates);
@@ -761,18 +639,6 @@ TEST(CreateGeometryTree, ACancelledConstructionGivesNull) {
     EXPECT_TRUE(build(flatGrid(30, 30), 50)) << "not from the run before";
 }
 
-TEST(CreateGeometryTree, ThreadsCanBeCancelled) {
-    const auto grid = TestTerrain::grid({400, 400}, TestTerrain::bumpy);
-    for (const unsigned updates : {0U, 1U}) {
-        StoppingDisplay display(updates);
-        EXPECT_FALSE(build(grid, 50, 3)) << updates;
-        EXPECT_EQ(display.values_.size(), updates + 1) << "nothing follows";
-        EXPECT_EQ(display.ends_, 1U);
-        EXPECT_FALSE(display.isFinished_);
-    }
-    EXPECT_TRUE(build(flatGrid(30, 30), 50, 3)) << "not from the run before";
-}
-
 TEST(CreateGeometryTree, ShowsItsProgress) {
     StoppingDisplay display(1000);
     EXPECT_TRUE(build(flatGrid(8, 4), 50));
@@ -782,22 +648,6 @@ TEST(CreateGeometryTree, ShowsItsProgress) {
     // Two children of 4 by 4 cells, with 4 each.
     EXPECT_EQ(display.values_,
               (std::vector<double>{0.0, 0.0, 0.0, 0.125, 0.25, 0.375, 0.5, 0.5, 0.625, 0.75, 0.875, 1.0}));
-}
-
-TEST(CreateGeometryTree, TheProgressOfThreadsIsShownByTheCallerAndNeverFalls) {
-    struct Display : StoppingDisplay {
-        using StoppingDisplay::StoppingDisplay;
-        bool update(const NBX::Progress & progress) override {
-            EXPECT_EQ(std::this_thread::get_id(), own);
-            return StoppingDisplay::update(progress);
-        }
-        std::thread::id own = std::this_thread::get_id();
-    } display(1000);
-    EXPECT_TRUE(build(TestTerrain::grid({400, 400}, TestTerrain::bumpy), 50, 3));
-    EXPECT_TRUE(display.isFinished_);
-    EXPECT_GE(display.values_.front(), 0.0);
-    EXPECT_EQ(display.values_.back(), 1.0);
-    EXPECT_TRUE(std::is_sorted(display.values_.begin(), display.values_.end()));
 }
 
 } // namespace
