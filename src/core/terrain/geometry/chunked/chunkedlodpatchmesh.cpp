@@ -1,6 +1,5 @@
 #include "chunkedlodpatchmesh.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 
@@ -18,11 +17,6 @@ using Patch = ChunkedLodTerrain::Patch;
 using Vertex = NBX::Vector3Base<float>;
 
 constexpr unsigned s_sides = 4;
-constexpr unsigned short s_maxThreshold = 65535;
-
-unsigned short coarser(unsigned threshold) {
-    return static_cast<unsigned short>(std::min<unsigned>(s_maxThreshold, threshold * 3 / 2 + 1));
-}
 
 /// Gives numbers of the store of heights local ones, in the order in which they come: a hash table with
 /// open addressing, since this is most of the work on a mesh.
@@ -78,15 +72,15 @@ struct Outline {
     std::array<std::vector<unsigned>, s_sides> sides;
 };
 
-/// False when the strip is too long for 16 bits.
-bool buildOutline(const Patch & patch, unsigned threshold, Outline & outline) {
+Outline buildOutline(const Patch & patch) {
     const ChunkedLodTerrain::Impl & lattice = *patch.terrain()->impl();
-    const auto error = static_cast<unsigned short>(threshold);
+    Outline outline;
     for (unsigned side = 0; side < s_sides; ++side)
-        ChunkedLodMesh::buildBoundary(lattice, patch.x(), patch.y(), patch.size(), error, outline.sides[side],
-                                      side);
-    return ChunkedLodMesh::buildMesh(lattice, patch.x(), patch.y(), patch.size(), error, outline.strip,
-                                     ChunkedLodPatchMesh::s_maxEntries);
+        ChunkedLodMesh::buildBoundary(lattice, patch.x(), patch.y(), patch.size(), patch.threshold(),
+                                      outline.sides[side], side);
+    ChunkedLodMesh::buildMesh(lattice, patch.x(), patch.y(), patch.size(), patch.threshold(), outline.strip,
+                              ChunkedLodPatchMesh::s_maxEntries);
+    return outline;
 }
 
 std::vector<Vertex> positionsOf(const ChunkedLodTerrain & terrain, const std::vector<unsigned> & numbers) {
@@ -133,10 +127,8 @@ float wallInScene(const Patch & patch) {
 
 } // namespace
 
-ChunkedLodPatchMesh::ChunkedLodPatchMesh(const Patch & patch) : threshold(patch.threshold()) {
-    Outline outline;
-    while (!buildOutline(patch, threshold, outline) && threshold < s_maxThreshold)
-        threshold = coarser(threshold);
+ChunkedLodPatchMesh::ChunkedLodPatchMesh(const Patch & patch) {
+    const Outline outline = buildOutline(patch);
     const std::size_t meshIndicesSize = outline.strip.size();
     NBX_CHECK(meshIndicesSize < 0xffff, L"index strip too long");
 

@@ -18,10 +18,9 @@ struct ChunkedLodPatchMesh {
         std::vector<unsigned> ranges; ///< where each strip ends
     };
 
-    /// At the patch's threshold, or at the first larger one whose strip is short enough.
+    /// At the patch's threshold.
     explicit ChunkedLodPatchMesh(const ChunkedLodTerrain::Patch & patch);
 
-    unsigned short threshold;                      ///< of this mesh
     unsigned triangles = 0;                        ///< of the surface, without skirts
     std::vector<NBX::Vector3Base<float>> vertices; ///< in scene coordinates; those of the skirts last
     Strips surface, outerWall;                     ///< without an outer side the wall is empty

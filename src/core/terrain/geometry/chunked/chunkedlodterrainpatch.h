@@ -2,19 +2,25 @@
 
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunkedlodwindow.h>
 
 namespace ZMT::CORE {
 
 /// A square window of the lattice of a `ChunkedLodTerrain` and the threshold of its mesh, which halves from
-/// level to level. The box is in scene coordinates as they were when the patch was made, and the mesh in
-/// those of its first picture.
+/// level to level, as far as 16-bit numbers permit. The box is in scene coordinates as they were when the
+/// patch was made, and the mesh in those of its first picture.
+///
+/// Law: no vertex of the grid in the patch's area lies farther from its mesh than
+/// `approximationError() * terrain()->worstErrorRatio() + terrain()->heightScale() / 2`. The second term is
+/// the rounding of the heights to 16 bits.
 class ChunkedLodTerrain::Patch : public GeometryPatch {
     NBX_CLASS(ChunkedLodTerrain::Patch, GeometryPatch)
 public:
     /// `size` is `2^k + 1` lattice vertices, and `x` and `y` are multiples of `2^k`; `threshold` is in steps
-    /// of the terrain's height scale.
+    /// of the terrain's height scale. A patch whose strip would be too long takes a larger one, up to
+    /// `coarsest`, and one without children takes 0; the error is that of the threshold taken.
     Patch(const NBX::SO<ChunkedLodTerrain> & terrain, unsigned x, unsigned y, unsigned size,
-          unsigned short threshold, double wall);
+          unsigned short threshold, double wall, unsigned short coarsest = 65535);
     ~Patch() override;
 
     NBX::SO<GeometryData> data() const override;
@@ -24,12 +30,11 @@ public:
     NBX::SO<GeometryPatch> child(unsigned i) const override;
 
     const NBX::SO<ChunkedLodTerrain> & terrain() const { return terrain_; }
-    unsigned x() const { return x_; }
-    unsigned y() const { return y_; }
-    unsigned size() const { return size_; }
-    unsigned short threshold() const { return threshold_; }
-    /// For the painter, which may have to make the mesh coarser.
-    void setThreshold(unsigned short threshold) const { threshold_ = threshold; }
+    unsigned x() const { return window_.x; }
+    unsigned y() const { return window_.y; }
+    unsigned size() const { return window_.size; }
+    /// That of the mesh as it is drawn.
+    unsigned short threshold() const { return window_.threshold; }
 
     /// Triangles of the surface, without skirts; 0 before it was first painted, which tells.
     unsigned triangles() const { return triangles_; }
@@ -41,13 +46,10 @@ public:
     NBX::SO<NBX::Shape> & outerWallMesh() const { return outerWallMesh_; }
 
 private:
-    bool isInsideX() const;
-    bool isInsideY() const;
-    void addChildAt(unsigned x, unsigned y);
+    Patch(const NBX::SO<ChunkedLodTerrain> & terrain, const ChunkedLodWindow & window, double wall);
 
     NBX::SO<ChunkedLodTerrain> terrain_;
-    unsigned x_, y_, size_;
-    mutable unsigned short threshold_;
+    ChunkedLodWindow window_;
     mutable NBX::SO<NBX::Shape> surfaceMesh_;
     mutable NBX::SO<NBX::Shape> outerWallMesh_;
     mutable unsigned triangles_ = 0;

@@ -35,7 +35,6 @@ NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const VertexBuffer & vertices
 
 void createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
     const ChunkedLodPatchMesh mesh(*patch);
-    patch->setThreshold(mesh.threshold);
     patch->setTriangles(mesh.triangles);
     const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
         engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));

@@ -115,13 +115,15 @@ TEST_F(ChunkedLodTerrainPatchPainterGLTest, TheWallOfAnInnerPatchHasNoBuffers) {
     EXPECT_EQ(countNames().buffers, before.buffers + 3);
 }
 
-TEST_F(ChunkedLodTerrainPatchPainterGLTest, KeepsTheThresholdOfTheMesh) {
+TEST_F(ChunkedLodTerrainPatchPainterGLTest, DrawsTheMeshWhoseErrorThePatchStates) {
     const auto noise = TestChunked::terrain(
         {257, 257}, [](unsigned x, unsigned y) { return double((x * 7919 + y * 104729) % 10007); });
     const NBX::SO<Patch> dense(new Patch(noise, 0, 0, 257, 0, -1.0));
+    const unsigned threshold = dense->threshold();
+    EXPECT_GT(threshold, 0U);
+    EXPECT_EQ(dense->approximationError(), double(noise->heightScale()) * threshold);
     painter->renderPatch(engine.get(), dense.get());
-    EXPECT_GT(dense->threshold(), 0);
-    EXPECT_EQ(dense->approximationError(), 0.0);
+    EXPECT_EQ(dense->threshold(), threshold);
 }
 
 TEST_F(ChunkedLodTerrainPatchPainterGLTest, LeavesTheStateAsItWas) {
