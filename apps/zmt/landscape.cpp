@@ -12,6 +12,7 @@
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/scene/attribute/distantlight.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/raster/gdal/projectionfile.h>
 
 namespace {
@@ -117,6 +118,8 @@ Landscape::Landscape(const LandscapeOptions & options) {
         areas.push_back(readAreas(*grid_, path, reference_));
     terrain_ = buildTerrain(grid_, options.method, options.maxVertices, options.threads, buildMilliseconds_);
     root_ = terrain_->root();
+    if (const auto * chunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain_.get()))
+        geometryErrorFactor_ = 1.0 / chunked->worstErrorRatio();
 
     node_ = new NBX::SceneThing;
     ground_ = new NBX::SceneThing(node_.get());
@@ -163,7 +166,7 @@ void Landscape::lightVertices(const Sunlight & sun) {
     putBefore(new NBX::ShapeMaterialGL(NBX::Color::white, NBX::Color::black, 0.0));
     putBefore(new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient));
     // Coarser levels have no normals at their vertices.
-    needsFullDetail_ = true;
+    geometryErrorFactor_ = 0.0;
 }
 
 void Landscape::putBefore(NBX::RenderObj * object, unsigned above) {

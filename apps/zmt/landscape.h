@@ -68,8 +68,10 @@ public:
     /// What lies on the terrain, lowest first; each effect may be switched off.
     const std::vector<GroundLayer> & layers() const { return layers_; }
 
-    /// Whether only the finest level has what its light needs, so that no error of the geometry is allowed.
-    bool needsFullDetail() const { return needsFullDetail_; }
+    /// What `TerrainPainterGLSettings` is given so that no error of the geometry larger than `pixels` shows:
+    /// less where patches lie farther from the heights than they state, and 0 where only the finest level has
+    /// what its light needs.
+    double geometryErrorFor(double pixels) const { return pixels * geometryErrorFactor_; }
 
     double exaggeration() const;
     void setExaggeration(double exaggeration);
@@ -98,6 +100,6 @@ private:
     std::vector<GroundLayer> layers_;
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
-    bool needsFullDetail_ = false;
+    double geometryErrorFactor_ = 1.0;
     bool isShadingOnTop_ = false; ///< the last layer is the shading
 };

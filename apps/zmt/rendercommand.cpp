@@ -134,7 +134,7 @@ void runRender(RenderOptions & options) {
 
     options.landscape.plain = options.patches;
     const Landscape landscape(options.landscape);
-    TerrainPainterGLSettings::setGeometryError(landscape.needsFullDetail() ? 0.0 : options.errors.geometry);
+    TerrainPainterGLSettings::setGeometryError(landscape.geometryErrorFor(options.errors.geometry));
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
     const auto scene = makeScene(options, landscape);

@@ -119,8 +119,9 @@ void LandscapeView::paintGL() {
         return;
     }
     placeCamera();
-    const double coarseness = landscape_->needsFullDetail() ? 0.0 : isMoving() ? coarseness_ : 1.0;
-    ZMT::CORE::TerrainPainterGLSettings::setGeometryError(geometryError_ * coarseness);
+    const double coarseness = isMoving() ? coarseness_ : 1.0;
+    ZMT::CORE::TerrainPainterGLSettings::setGeometryError(
+        landscape_->geometryErrorFor(geometryError_ * coarseness));
     ZMT::CORE::PatchInspectorGL::reset();
     const double start = NBX::NBXTime::now();
     canvas_->redisplay();

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 #include "commands.h"
 #include "support/smallgeotiff.h"
@@ -153,9 +154,18 @@ TEST(Landscape, APlainOneIsOfInterestWhereItsImageWouldLie) {
 
 TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
     LandscapeOptions made = options();
-    EXPECT_FALSE(Landscape(made).needsFullDetail());
+    EXPECT_EQ(3.0, Landscape(made).geometryErrorFor(3.0));
     made.lighting = "vertex";
-    EXPECT_TRUE(Landscape(made).needsFullDetail());
+    EXPECT_EQ(0.0, Landscape(made).geometryErrorFor(3.0));
+}
+
+TEST(Landscape, PatchesThatAreWorseThanTheyStateAreAllowedLess) {
+    LandscapeOptions made = options();
+    made.method = "chunked";
+    const Landscape landscape(made);
+    const auto & terrain = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain &>(*landscape.terrain());
+    EXPECT_GT(terrain.worstErrorRatio(), 1.0);
+    EXPECT_DOUBLE_EQ(3.0, landscape.geometryErrorFor(3.0) * terrain.worstErrorRatio());
 }
 
 struct BadOptions {

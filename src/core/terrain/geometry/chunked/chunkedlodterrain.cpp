@@ -12,6 +12,7 @@
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>
@@ -82,6 +83,7 @@ void ChunkedLodTerrain::init() {
         impl_->computeErrors();
     }
     rootThreshold_ = findRootThreshold();
+    worstErrorRatio_ = ChunkedLodWorstError::ratio(*impl_, rootThreshold_);
     wall_ = static_cast<float>(minHeight * 1.2 - maxHeight * 0.2);
 }
 

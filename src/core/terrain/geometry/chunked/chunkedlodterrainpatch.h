@@ -2,7 +2,7 @@
 
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunkedlodwindow.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodwindow.h>
 
 namespace ZMT::CORE {
 

@@ -4,14 +4,14 @@
 // state the error of a mesh that it never shows, and a child could be coarser than what it refines. The
 // finest patches are drawn whole: no finer ones could replace them where their error shows.
 
-#include <zmt/core/terrain/geometry/chunkedlodwindow.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodwindow.h>
 
 #include <algorithm>
 #include <vector>
 
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodterrainimpl.h>
+#include "chunkedlodmesh.h"
+#include "chunkedlodpatchmesh.h"
+#include "chunkedlodterrainimpl.h"
 
 namespace ZMT::CORE {
 

@@ -5,17 +5,6 @@
 
 namespace ZMT::CORE {
 
-namespace {
-
-std::int64_t floorDivide(std::int64_t a, std::int64_t b) {
-    // Divisions of 64 bits take several times as long.
-    const bool isShort = a == std::int32_t(a) && b == std::int32_t(b);
-    const std::int64_t q = isShort ? std::int32_t(a) / std::int32_t(b) : a / b;
-    return q * b > a ? q - 1 : q;
-}
-
-} // namespace
-
 /// The surface over a face, relative to its first corner.
 struct SurfaceScan::Plane {
     using Point = MyTinPointAccessor::Point;
@@ -58,29 +47,9 @@ void SurfaceScan::scanFace(const Mesh & tin, TinFace f) {
         }
         return;
     }
-    const auto [low, high] = std::minmax({a.row, b.row, c.row});
-    for (std::int64_t row = low; row <= high; ++row) {
-        std::int64_t first = INT64_MIN, last = INT64_MAX;
-        // Narrows the columns to those that are not right of the edge.
-        const auto clip = [row, &first, &last](const Corner & from, const Corner & to) {
-            const std::int64_t rise = to.row - from.row;
-            if (rise == 0) {
-                if (row != from.row) return;
-                first = std::max(first, std::min(from.column, to.column));
-                last = std::min(last, std::max(from.column, to.column));
-            } else if (rise > 0) {
-                const std::int64_t run = (row - from.row) * (to.column - from.column);
-                last = std::min(last, row == to.row ? to.column : from.column + floorDivide(run, rise));
-            } else {
-                const std::int64_t run = (row - from.row) * (to.column - from.column);
-                first = std::max(first, row == to.row ? to.column : from.column - floorDivide(run, -rise));
-            }
-        };
-        clip(a, b);
-        clip(b, c);
-        clip(c, a);
+    LatticeTriangle{{a, b, c}}.forEachRow([&](std::int64_t row, std::int64_t first, std::int64_t last) {
         scanRow(plane, static_cast<unsigned>(row), first, last);
-    }
+    });
 }
 
 void SurfaceScan::scanRow(const Plane & plane, unsigned row, std::int64_t first, std::int64_t last) {

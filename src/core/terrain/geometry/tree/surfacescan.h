@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "core/terrain/geometry/regular/latticetriangle.h"
 #include <nbx/math/area.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/tin.h>
@@ -30,9 +31,7 @@ public:
     }
 
 private:
-    struct Corner {
-        std::int64_t column, row;
-    };
+    using Corner = LatticeTriangle::Corner;
     struct Plane;
 
     void scanFace(const Mesh & tin, TinFace f);

@@ -15,7 +15,9 @@ class GeometryData;
 /// children that together cover the same part more exactly. Owns numbers only, coordinates stay in `data()`.
 ///
 /// Laws: (1) no vertex of the full data in the patch's area lies farther, vertically, from the patch's
-/// surface than `approximationError()`; (2) a patch at full resolution has error 0.
+/// surface than `approximationError()`, or, for patches of chunked terrains, which state what leaving out one
+/// vertex changes, than this times `ChunkedLodTerrain::worstErrorRatio()` and half a step of their 16-bit
+/// heights; (2) a patch at full resolution has error 0.
 ///
 /// The tree is owned from the root downwards; a patch only watches its parent.
 class GeometryPatch : public NBX::Shape {

@@ -54,6 +54,10 @@ public:
     float wall() const { return wall_; }
     /// The largest error in steps that the mesh of the root leaves out, so that about 3000 vertices remain.
     unsigned short rootThreshold() const { return rootThreshold_; }
+    /// How many times its `approximationError()` a patch may lie from the heights, at least 1. The patches
+    /// state the errors of single vertices, which add up; divide the pixels given to
+    /// `TerrainPainterGLSettings::setGeometryError` by this, so that no larger error shows.
+    double worstErrorRatio() const { return worstErrorRatio_; }
 
     /// The box, in scene coordinates and without the wall, of the mesh of the patch of `size` by `size`
     /// lattice vertices from (`x`, `y`) on.
@@ -81,6 +85,7 @@ private:
     float heightScale_ = 1.0F;
     float wall_ = 0.0F;
     unsigned short rootThreshold_ = 0;
+    double worstErrorRatio_ = 1.0;
     mutable NBX::WO<Patch> root_;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zmt/core/terrain/geometry/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 namespace ZMT::CORE {
 

@@ -28,7 +28,9 @@ struct LatticeTriangle {
 
 private:
     static std::int64_t floorDivide(std::int64_t a, std::int64_t b) {
-        const std::int64_t q = a / b;
+        // Divisions of 64 bits take several times as long.
+        const bool isShort = a == std::int32_t(a) && b == std::int32_t(b);
+        const std::int64_t q = isShort ? std::int32_t(a) / std::int32_t(b) : a / b;
         return q * b > a ? q - 1 : q;
     }
 
@@ -44,9 +46,9 @@ private:
         }
         const std::int64_t run = (row - a.row) * (b.column - a.column);
         if (rise > 0)
-            last = std::min(last, a.column + floorDivide(run, rise));
+            last = std::min(last, row == b.row ? b.column : a.column + floorDivide(run, rise));
         else
-            first = std::max(first, a.column - floorDivide(run, -rise));
+            first = std::max(first, row == b.row ? b.column : a.column - floorDivide(run, -rise));
     }
 };
 

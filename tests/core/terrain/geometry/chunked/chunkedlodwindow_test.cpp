@@ -1,7 +1,7 @@
-#include <zmt/core/terrain/geometry/chunkedlodwindow.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodwindow.h>
 
-#include <zmt/core/terrain/geometry/chunkedlodmesh.h>
-#include <zmt/core/terrain/geometry/chunkedlodpatchmesh.h>
+#include "core/terrain/geometry/chunked/chunkedlodmesh.h"
+#include "core/terrain/geometry/chunked/chunkedlodpatchmesh.h"
 
 #include "chunkedfixture.h"
 

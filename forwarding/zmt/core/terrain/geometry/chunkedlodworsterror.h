@@ -1,0 +1,1 @@
+#include "zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h"
