@@ -20,6 +20,7 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include "syntheticterrain.h"
@@ -169,6 +170,17 @@ public:
 private:
     NBX::ProgressDisplay * before_;
 };
+
+/// How far patches may be worse than they state, which is found while a terrain starts.
+void worstErrorRatio(benchmark::State & state) {
+    const auto size = unsigned(state.range(0));
+    const NBX::SO<GridData> grid(new GridData(makeSyntheticTerrain(size).get()));
+    const NBX::SO<ChunkedLodTerrain> terrain(new ChunkedLodTerrain(grid.get()));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ChunkedLodWorstError::ratio(*terrain->impl(), terrain->rootThreshold()));
+    state.counters["ratio"] = terrain->worstErrorRatio();
+}
+BENCHMARK(worstErrorRatio)->Arg(4097)->Unit(benchmark::kMillisecond);
 
 /// From a raster in memory to the first picture, and to the second one.
 void start(benchmark::State & state) {
