@@ -21,9 +21,10 @@ class ErrorHandler {
 public:
     using Handler = std::function<void(const ErrorReport &)>;
 
-    /// Begins a message; the stream belongs to the calling thread.
+    /// Begins a message; the stream belongs to the calling thread, up to its `callHandler`. Messages nest:
+    /// one may be begun and told while another one is streamed.
     static std::wostream & newErrorOutputStringStream();
-    /// Fires the handler with the message streamed by this thread since the stream was begun.
+    /// Fires the handler with the message that this thread began last and has not told yet.
     static void callHandler(int level, const wchar_t * condition, const char * sourcePath, int line);
 
     /// Replaces the handler and returns the one before; an empty handler restores the first one. Handlers

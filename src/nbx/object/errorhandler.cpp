@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <list>
 #include <mutex>
 #include <sstream>
 #include <utility>
@@ -31,20 +32,31 @@ Channel & channel() {
     return instance;
 }
 
-std::wostringstream & messageStream() {
-    thread_local std::wostringstream stream;
-    return stream;
+/// More messages than this within each other are none: exceptions have left the outer ones behind.
+constexpr std::size_t s_deepestMessage = 16;
+
+/// The messages that this thread has begun, the innermost last: a value that is streamed may report itself.
+std::list<std::wostringstream> & messages() {
+    thread_local std::list<std::wostringstream> streams;
+    return streams;
+}
+
+std::wstring takeMessage() {
+    if (messages().empty()) return {};
+    std::wstring message = messages().back().str();
+    messages().pop_back();
+    return message;
 }
 
 } // namespace
 
 std::wostream & ErrorHandler::newErrorOutputStringStream() {
-    messageStream() = std::wostringstream();
-    return messageStream();
+    if (messages().size() >= s_deepestMessage) messages().pop_front();
+    return messages().emplace_back();
 }
 
 void ErrorHandler::callHandler(int level, const wchar_t * condition, const char * sourcePath, int line) {
-    const ErrorReport report{level, condition, messageStream().str(), sourcePath, line};
+    const ErrorReport report{level, condition, takeMessage(), sourcePath, line};
     if (HeldReports::hold(report)) return;
     const std::lock_guard lock(channel().mutex);
     const Handler handler = channel().handler;

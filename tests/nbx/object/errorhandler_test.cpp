@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -75,6 +76,33 @@ TEST(ErrorHandler, MessagesDoNotMixBetweenThreads) {
         const std::wstring number = std::to_wstring(t);
         EXPECT_EQ(reports.count(L"thread " + number + L" says " + number), 200U);
     }
+}
+
+TEST(ErrorHandler, AReportMadeWhileAMessageIsStreamedLeavesItWhole) {
+    const RecordedReports reports;
+    const auto value = [] {
+        NBX_FAILURE(L"inner " << [] {
+            NBX_FAILURE(L"innermost");
+            return 2;
+        }());
+        return 1;
+    };
+    NBX_REPORT(0, L"outer condition", L"before " << value() << L" behind");
+    ASSERT_EQ(reports.size(), 3U);
+    EXPECT_EQ(reports[0].message, L"innermost");
+    EXPECT_EQ(reports[1].message, L"inner 2");
+    EXPECT_EQ(reports[2].message, L"before 1 behind");
+    EXPECT_EQ(reports[2].condition, L"outer condition");
+}
+
+TEST(ErrorHandler, MessagesThatAnExceptionLeftBehindDoNotShow) {
+    const RecordedReports reports;
+    const auto fails = []() -> int { throw std::runtime_error("no value"); };
+    for (int i = 0; i < 100; ++i)
+        EXPECT_THROW(NBX_FAILURE(L"left behind " << fails()), std::runtime_error);
+    NBX_FAILURE(L"whole");
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_EQ(reports[0].message, L"whole");
 }
 
 TEST(ErrorHandler, AHandlerMayReportItself) {
