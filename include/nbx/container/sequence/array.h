@@ -6,7 +6,7 @@
 namespace NBX {
 
 /// Growable sequence in contiguous memory that can be stored.
-template <class T> class Array : public NonPersistentArray<T> {
+template <ArrayElement T> class Array : public NonPersistentArray<T> {
     using Base = NonPersistentArray<T>;
     NBX_STORED_TEMPLATE_CLASS(Array, Base)
 public:

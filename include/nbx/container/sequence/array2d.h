@@ -10,7 +10,7 @@
 namespace NBX {
 
 /// Rectangle of values in contiguous memory, row by row; can be stored.
-template <class T> class Array2D : public Iterator2D<T> {
+template <ArrayElement T> class Array2D : public Iterator2D<T> {
     using Base = Iterator2D<T>;
     NBX_STORED_TEMPLATE_CLASS(Array2D, Base)
 public:

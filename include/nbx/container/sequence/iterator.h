@@ -2,11 +2,17 @@
 
 #include <cstddef>
 #include <iterator>
+#include <type_traits>
 
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/sharedobj.h>
 
 namespace NBX {
+
+/// What arrays may hold: `std::vector<bool>` has no elements in memory to point to, so a sequence of truth
+/// values is one of `std::uint8_t`.
+template <class T>
+concept ArrayElement = !std::is_same_v<T, bool>;
 
 /// Abstract sequence of `size()` elements. Most interfaces pass and return sequences in this form, so
 /// that an array, a constant, a sub-range or a computed sequence can stand behind it.

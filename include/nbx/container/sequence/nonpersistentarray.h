@@ -9,7 +9,7 @@
 namespace NBX {
 
 /// Growable sequence in contiguous memory; cannot be stored.
-template <class T> class NonPersistentArray : public Iterator<T> {
+template <ArrayElement T> class NonPersistentArray : public Iterator<T> {
     using Base = Iterator<T>;
     NBX_TEMPLATE_CLASS(NonPersistentArray, Base)
 public:

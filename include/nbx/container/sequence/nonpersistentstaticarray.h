@@ -9,7 +9,7 @@
 namespace NBX {
 
 /// Sequence of a size fixed at construction; cannot be stored.
-template <class T> class NonPersistentStaticArray : public Iterator<T> {
+template <ArrayElement T> class NonPersistentStaticArray : public Iterator<T> {
     using Base = Iterator<T>;
     NBX_TEMPLATE_CLASS(NonPersistentStaticArray, Base)
 public:

@@ -7,7 +7,7 @@
 namespace NBX {
 
 /// Last in, first out. As a sequence it runs from the bottom, element 0, to the top.
-template <class T> class Stack : public Iterator<T> {
+template <ArrayElement T> class Stack : public Iterator<T> {
     using Base = Iterator<T>;
     NBX_TEMPLATE_CLASS(Stack, Base)
 public:

@@ -6,7 +6,7 @@
 namespace NBX {
 
 /// Sequence of a size fixed at construction, or by the stream it is read from; can be stored.
-template <class T> class StaticArray : public NonPersistentStaticArray<T> {
+template <ArrayElement T> class StaticArray : public NonPersistentStaticArray<T> {
     using Base = NonPersistentStaticArray<T>;
     NBX_STORED_TEMPLATE_CLASS(StaticArray, Base)
 public:

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/container/sequence/array2d.h>
+#include <nbx/container/sequence/stack.h>
 #include <nbx/container/sequence/staticarray.h>
 #include <support/recordedreports.h>
 #include <support/silentserializationmanager.h>
@@ -9,6 +11,20 @@
 using namespace NBX;
 
 namespace {
+
+template <class T>
+concept HasArrays = requires {
+    typename Array<T>;
+    typename StaticArray<T>;
+    typename Array2D<T>;
+    typename Stack<T>;
+};
+
+/// Their elements would not lie in memory.
+TEST(Array, OfTruthValuesIsRefusedWhenCompiled) {
+    EXPECT_FALSE(HasArrays<bool>);
+    EXPECT_TRUE(HasArrays<std::uint8_t>);
+}
 
 TEST(Array, GrowsAndShrinks) {
     const SO<Array<std::wstring>> array(new Array<std::wstring>);
