@@ -8,8 +8,8 @@ namespace NBX {
 class PlugIn {
 public:
     /// Loads the library `path`; with a `name`, the library of that base name in the folder `path`. It
-    /// stays loaded. A failure is reported at level 2 and gives false.
-    static bool load(const std::string & path, const std::string & name);
+    /// stays loaded. A failure gives false, and is reported at level 2 unless the caller tells it otherwise.
+    static bool load(const std::string & path, const std::string & name, bool reportsFailure = true);
 
     /// The absolute path of the loaded library with the base name of `name`, whatever prefix, suffix and
     /// version its file has: "zmt_core.dll" finds "libzmt_core.so.0.1". The empty name gives the program's

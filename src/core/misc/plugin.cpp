@@ -45,7 +45,7 @@ void loadMarkedLibraries(const std::string & folder, const std::string & markerF
         const std::string library = NBX::File::isRelative(line) ? folder + line : line;
         if (!NBX::File::isFile(library)) continue;
         std::cerr << "\tloading: " << library << "...\n";
-        isLoaded = NBX::PlugIn::load(library, "");
+        isLoaded = NBX::PlugIn::load(library, "", false);
     }
     std::cerr << "\t\t" << (isLoaded ? "OK" : "FAILED") << "!" << std::endl;
 }

@@ -53,12 +53,14 @@ std::string libraryPath(const std::string & path, const std::string & name) {
 
 } // namespace
 
-bool PlugIn::load(const std::string & path, const std::string & name) {
+bool PlugIn::load(const std::string & path, const std::string & name, bool reportsFailure) {
     // An absolute path, since the loader would search its own folders for a bare name.
     const std::string library = File::absolutePath(libraryPath(path, name));
     if (::dlopen(library.c_str(), RTLD_NOW | RTLD_GLOBAL)) return true;
     const char * reason = ::dlerror();
-    NBX_FAILURE(L"cannot load the plug-in: " << StringUtils::Utf8String2WString(reason ? reason : library));
+    if (reportsFailure)
+        NBX_FAILURE(L"cannot load the plug-in: "
+                    << StringUtils::Utf8String2WString(reason ? reason : library));
     return false;
 }
 

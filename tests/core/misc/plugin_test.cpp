@@ -122,6 +122,7 @@ TEST_F(PluginTest, TheLastLineThatNamesAFileDecides) {
 
     write(folder_ + "zmt_x64_a.qpi", plugin + "\nno_library.so\n");
     EXPECT_TRUE(initialized().ends_with("\t\tFAILED!\n"));
+    EXPECT_TRUE(reports_.empty()) << reports_;
 }
 
 TEST_F(PluginTest, AMarkerFileThatNamesNoFileFails) {
