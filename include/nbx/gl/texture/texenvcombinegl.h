@@ -7,8 +7,11 @@ namespace NBX {
 /// A texture environment that computes colour and alpha from up to three arguments each. All values are the
 /// numbers of OpenGL (1.3, and the crossbar sources GL_TEXTUREn of 1.4). At the start colour and alpha are
 /// those of the unit before.
+///
+/// Stored attributes: "color" and "alpha", each a mode, the number of arguments, and three arguments of two
+/// numbers, and "colorScale" (default 1).
 class TexEnvCombineGL : public TexEnvGL {
-    NBX_CLASS(TexEnvCombineGL, TexEnvGL)
+    NBX_STORED_CLASS(TexEnvCombineGL, TexEnvGL)
 public:
     /// A source, such as GL_TEXTURE, GL_CONSTANT, GL_PRIMARY_COLOR or GL_PREVIOUS, and what of it is used,
     /// such as GL_SRC_COLOR or GL_SRC_ALPHA.
@@ -37,12 +40,16 @@ public:
 
     void enable() const override;
 
+    void serialize(SerializationManager & m) override;
+
 private:
     struct Function {
         unsigned mode;
         unsigned count;
         Argument arguments[3];
     };
+
+    static void serializeFunction(SerializationManager & m, const char * name, Function & function);
 
     Function color_, alpha_;
     int colorScale_ = 1;

@@ -6,8 +6,10 @@
 namespace NBX {
 
 /// How a texture and the colour of the fragment become one colour. Pushed on an engine it holds for unit 0.
+///
+/// Stored attributes: "mode" (default 0) and "environmentColor" with its alpha (default transparent black).
 class TexEnvGL : public MonoAttribute {
-    NBX_CLASS(TexEnvGL, MonoAttribute)
+    NBX_STORED_CLASS(TexEnvGL, MonoAttribute)
 public:
     enum Mode {
         M_Modulate = 0,
@@ -30,6 +32,8 @@ public:
     /// Emits the environment for the active texture unit, and the default one.
     virtual void enable() const;
     static void disable();
+
+    void serialize(SerializationManager & m) override;
 
 private:
     Mode mode_;

@@ -10,7 +10,7 @@ namespace NBX {
 /// Everything about one texture unit as one attribute: a texture, how it is combined with what the units
 /// before made, and how its coordinates are generated. Each unit is a category of its own.
 ///
-/// Stored attributes: "unit" (default 0), "texture" and "texGen" (null).
+/// Stored attributes: "unit" (default 0), "texture", "texEnv" and "texGen" (null).
 class TextureUnitSettingGL : public MonoAttribute {
     NBX_STORED_CLASS(TextureUnitSettingGL, MonoAttribute)
 public:

@@ -1,14 +1,19 @@
 #include <nbx/gl/texture/texenvcombinegl.h>
 
+#include <iterator>
+
 #include <GL/glew.h>
 
 #include <nbx/object/errorhandler.h>
+#include <nbx/object/serializationmanager.h>
 
 namespace NBX {
 
-NBX_CLASS_IMPL(TexEnvCombineGL, TexEnvGL)
+NBX_STORED_CLASS_IMPL(TexEnvCombineGL, TexEnvGL)
 
 namespace {
+
+static_assert(sizeof(TexEnvCombineGL::Argument) == 8);
 
 const GLenum colorSources[] = {GL_SOURCE0_RGB, GL_SOURCE1_RGB, GL_SOURCE2_RGB};
 const GLenum colorOperands[] = {GL_OPERAND0_RGB, GL_OPERAND1_RGB, GL_OPERAND2_RGB};
@@ -65,6 +70,22 @@ void TexEnvCombineGL::enable() const {
     }
     glTexEnvf(GL_TEXTURE_ENV, GL_RGB_SCALE, static_cast<GLfloat>(colorScale_));
     glTexEnvf(GL_TEXTURE_ENV, GL_ALPHA_SCALE, 1.0F);
+}
+
+/// A damaged one is left as it was.
+void TexEnvCombineGL::serializeFunction(SerializationManager & m, const char * name, Function & function) {
+    Function stored = function;
+    if (!m.rawAttribute(name, &stored, sizeof stored)) return;
+    if (stored.count <= std::size(stored.arguments)) function = stored;
+}
+
+void TexEnvCombineGL::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<TexEnvGL>(m, this);
+    serializeFunction(m, "color", color_);
+    serializeFunction(m, "alpha", alpha_);
+    attributeWithDefault(m, "colorScale", colorScale_, 1);
+    if (colorScale_ != 1 && colorScale_ != 2 && colorScale_ != 4) colorScale_ = 1;
 }
 
 } // namespace NBX

@@ -6,9 +6,11 @@
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/texture/textureunitsettinggl.h>
 
+#include "nbx/scene/base/serializecolor.h"
+
 namespace NBX {
 
-NBX_CLASS_IMPL(TexEnvGL, MonoAttribute)
+NBX_STORED_CLASS_IMPL(TexEnvGL, MonoAttribute)
 
 namespace {
 
@@ -52,6 +54,15 @@ void TexEnvGL::enable() const {
 void TexEnvGL::disable() {
     static const TexEnvGL defaults(M_Modulate);
     defaults.TexEnvGL::enable();
+}
+
+void TexEnvGL::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<MonoAttribute>(m, this);
+    int mode = mode_;
+    attributeWithDefault(m, "mode", mode, int(M_Modulate));
+    if (m.isReading()) mode_ = M_Modulate <= mode && mode <= M_Combine ? static_cast<Mode>(mode) : M_Modulate;
+    serializeColor(m, "environmentColor", environmentColor_, Color(0.0F, 0.0F, 0.0F, 0.0F));
 }
 
 namespace {

@@ -110,6 +110,7 @@ void TextureUnitSettingGL::serialize(SerializationManager & m) {
     attributeWithDefault(m, "unit", unit_, 0U);
     if (unit_ >= maxUnits) unit_ = 0;
     attributeWithDefault(m, "texture", texture_, SO<TextureGL>());
+    attributeWithDefault(m, "texEnv", texEnv_, SO<TexEnvGL>());
     attributeWithDefault(m, "texGen", texGen_, SO<TexGenGL>());
 }
 

@@ -39,6 +39,20 @@ protected:
             states.push_back(unitState(unit));
         return states;
     }
+    /// What a combining environment sets.
+    static std::vector<GLint> combineState(unsigned unit) {
+        glActiveTexture(GL_TEXTURE0 + unit);
+        std::vector<GLint> state;
+        for (const GLenum name :
+             {GL_TEXTURE_ENV_MODE, GL_COMBINE_RGB, GL_COMBINE_ALPHA, GL_SOURCE0_RGB, GL_SOURCE1_RGB,
+              GL_OPERAND0_RGB, GL_OPERAND1_RGB, GL_SOURCE0_ALPHA, GL_SOURCE1_ALPHA, GL_RGB_SCALE}) {
+            GLint value = 0;
+            glGetTexEnviv(GL_TEXTURE_ENV, name, &value);
+            state.push_back(value);
+        }
+        glActiveTexture(GL_TEXTURE0);
+        return state;
+    }
     static SO<TextureGL> newTexture(double scale) {
         SO<TextureGL> texture = new ImageTexture2DGL(nullptr);
         texture->setMatrix(Matrix4x4Base<double>::scaling({scale, scale, 1.0}));
@@ -124,4 +138,29 @@ TEST_F(TextureUnitSettingGLTest, isStored) {
     EXPECT_EQ(setting->texture()->getMatrix(), read->texture()->getMatrix());
     EXPECT_EQ(TexGenGL::M_EyeLinear, read->texGen()->getMode());
     EXPECT_EQ(texGen->getPlanes(), read->texGen()->getPlanes());
+}
+
+TEST_F(TextureUnitSettingGLTest, isStoredWithItsEnvironment) {
+    const SO<TexEnvGL> blend = new TexEnvGL(TexEnvGL::M_Blend);
+    blend->setEnvironmentColor(Color(0.25F, 0.5F, 0.75F, 1.0F));
+    const SO<TextureUnitSettingGL> plain =
+        roundTrip(SO<TextureUnitSettingGL>(new TextureUnitSettingGL(0, newTexture(1.0).get(), blend.get())));
+    ASSERT_TRUE(plain && plain->texEnv());
+    EXPECT_EQ(TexEnvGL::M_Blend, plain->texEnv()->getMode());
+    EXPECT_EQ(blend->getEnvironmentColor(), plain->texEnv()->getEnvironmentColor());
+
+    const SO<TexEnvCombineGL> combine = new TexEnvCombineGL();
+    combine->setColor(GL_MODULATE, {GL_TEXTURE, GL_SRC_COLOR}, {GL_CONSTANT, GL_ONE_MINUS_SRC_COLOR});
+    combine->setAlpha(GL_ADD, {GL_TEXTURE, GL_SRC_ALPHA}, {GL_PREVIOUS, GL_SRC_ALPHA});
+    combine->setColorScale(4);
+    const SO<TextureUnitSettingGL> setting =
+        new TextureUnitSettingGL(1, newTexture(1.0).get(), combine.get());
+    const SO<TextureUnitSettingGL> read = roundTrip(setting);
+    ASSERT_TRUE(read && dynamic_cast<TexEnvCombineGL *>(read->texEnv()));
+    engine->push(setting.get());
+    const auto before = combineState(1);
+    engine->pop(setting.get());
+    engine->push(read.get());
+    EXPECT_EQ(before, combineState(1));
+    engine->pop(read.get());
 }
