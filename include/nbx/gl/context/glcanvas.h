@@ -100,6 +100,7 @@ protected:
     unsigned properties_;
 
 private:
+    void bindFrameBuffer() const;
     bool createEngine();
     void initializeState();
     void clear();

@@ -19,9 +19,14 @@ class Image;
 class FrameBufferObjectGL : public MonoAttribute {
     NBX_CLASS(FrameBufferObjectGL, MonoAttribute)
 public:
-    /// `width` and `height` are those of all attachments, in pixels. A null engine is reported.
+    /// `width` and `height` are those of all attachments, in pixels. A null engine is reported. Where the
+    /// driver has no such objects, that is reported at level 2, and nothing done with the object has an
+    /// effect: it is never complete, and drawing goes to the canvas.
     FrameBufferObjectGL(EngineGL * engine, unsigned width, unsigned height);
     ~FrameBufferObjectGL() override;
+
+    /// Whether the driver of the current context has frame buffer objects.
+    static bool isSupported();
 
     /// Attaches level 0 of the texture `name` of the target `target` as colour `index`. `keeper` owns the
     /// name and is kept alive.

@@ -7,6 +7,7 @@
 #include "framereadergl.h"
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/contextgl.h>
+#include <nbx/gl/offscreen/framebufferobjectgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>
@@ -121,9 +122,14 @@ bool GLCanvas::isContextCurrent() const {
     return context_ && context_->isCurrent();
 }
 
+/// Without frame buffer objects there is nothing but the canvas to draw on.
+void GLCanvas::bindFrameBuffer() const {
+    if (FrameBufferObjectGL::isSupported()) glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+}
+
 void GLCanvas::prepareRedisplay() {
     if (!makeContextCurrent()) return;
-    glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    bindFrameBuffer();
     engine_->freeUnusedDisplayLists();
 }
 
@@ -196,7 +202,7 @@ SO<Image> GLCanvas::snapshot() {
 bool GLCanvas::snapshot(Image * target) {
     NBX_CHECK(target, L"no target image");
     if (!target || !isCreated() || !makeContextCurrent()) return false;
-    glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    bindFrameBuffer();
     const unsigned width = std::min(width_, unsigned(std::max(0, target->width())));
     const unsigned height = std::min(height_, unsigned(std::max(0, target->height())));
     const bool result = FrameReaderGL::read(target, Area(0, 0, width, height));

@@ -38,10 +38,18 @@ bool hasStencil(unsigned format) {
 FrameBufferObjectGL::FrameBufferObjectGL(EngineGL * engine, unsigned width, unsigned height)
     : MonoAttribute(true), width_(width), height_(height) {
     NBX_CHECK(engine, L"no engine");
-    if (engine) name_ = NameGL::generate(NameGL::NK_FrameBuffer);
+    if (!engine) return;
+    if (isSupported())
+        name_ = NameGL::generate(NameGL::NK_FrameBuffer);
+    else
+        NBX_FAILURE(L"the graphics driver has no frame buffer objects");
 }
 
 FrameBufferObjectGL::~FrameBufferObjectGL() = default;
+
+bool FrameBufferObjectGL::isSupported() {
+    return GLEW_EXT_framebuffer_object != GL_FALSE;
+}
 
 void FrameBufferObjectGL::attachColorTexture(unsigned index, SO<SharedObj> keeper, unsigned target,
                                              unsigned name) {
@@ -96,8 +104,8 @@ bool FrameBufferObjectGL::isComplete() const {
 
 void FrameBufferObjectGL::bind(EngineGL * engine) const {
     NBX_CHECK(engine, L"no engine");
+    if (!engine || !isSupported()) return;
     NBX_CHECK(name_.isKnownHere(), L"the frame buffer object belongs to another context");
-    if (!engine) return;
     Found found;
     glGetIntegerv(GL_FRAMEBUFFER_BINDING_EXT, &found.frameBuffer);
     glGetIntegerv(GL_VIEWPORT, found.viewport);
@@ -109,8 +117,9 @@ void FrameBufferObjectGL::bind(EngineGL * engine) const {
 
 void FrameBufferObjectGL::unbind(EngineGL * engine) const {
     NBX_CHECK(engine, L"no engine");
+    if (!engine || !isSupported()) return;
     NBX_CHECK(!found_.empty(), L"the frame buffer object is not bound");
-    if (!engine || found_.empty()) return;
+    if (found_.empty()) return;
     const Found found = found_.back();
     found_.pop_back();
     glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, GLuint(found.frameBuffer));
@@ -143,7 +152,7 @@ public:
         auto * gl = dynamic_cast<EngineGL *>(engine);
         const auto * object = dynamic_cast<const FrameBufferObjectGL *>(attribute);
         NBX_CHECK(gl, L"no engine");
-        if (!gl || !object) return false;
+        if (!gl || !object || !FrameBufferObjectGL::isSupported()) return false;
         if (on) {
             glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, object->name());
             glViewport(0, 0, GLsizei(object->width()), GLsizei(object->height()));

@@ -5,6 +5,7 @@
 #include <GL/glew.h>
 
 #include <nbx/gl/context/contextgl.h>
+#include <nbx/gl/offscreen/framebufferobjectgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -62,6 +63,10 @@ SO<ContextGL> OffscreenCanvasGL::createContext() {
 }
 
 bool OffscreenCanvasGL::createBuffers() {
+    if (!FrameBufferObjectGL::isSupported()) {
+        NBX_FAILURE(L"the graphics driver has no frame buffer objects; use a canvas with pixel buffers");
+        return false;
+    }
     GLint renderBuffer = 0;
     GLint viewport[2] = {0, 0};
     glGetIntegerv(GL_MAX_RENDERBUFFER_SIZE_EXT, &renderBuffer);

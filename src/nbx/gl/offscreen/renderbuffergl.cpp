@@ -4,6 +4,7 @@
 
 #include <GL/glew.h>
 
+#include <nbx/gl/offscreen/framebufferobjectgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -13,7 +14,7 @@ NBX_CLASS_IMPL(RenderBufferGL, SharedObj)
 RenderBufferGL::RenderBufferGL(EngineGL * engine, unsigned width, unsigned height, unsigned format)
     : width_(width), height_(height), format_(format) {
     NBX_CHECK(engine, L"no engine");
-    if (!engine) return;
+    if (!engine || !FrameBufferObjectGL::isSupported()) return;
     const unsigned limit = maxSize();
     NBX_CHECK_RANGE(1u, std::min(width, height), limit + 1);
     NBX_CHECK_RANGE(1u, std::max(width, height), limit + 1);

@@ -164,4 +164,60 @@ TEST_F(FrameBufferObjectGLTest, RenderBuffersHaveALimit) {
     reports.clear();
 }
 
+/// A driver without the extension, whose functions GLEW leaves null.
+class OldDriver {
+public:
+    OldDriver() {
+        __glewBindFramebufferEXT = nullptr;
+        __glewGenFramebuffersEXT = nullptr;
+        __glewGenRenderbuffersEXT = nullptr;
+        __glewCheckFramebufferStatusEXT = nullptr;
+        flag_ = GL_FALSE;
+    }
+    ~OldDriver() {
+        flag_ = before_;
+        __glewBindFramebufferEXT = bind_;
+        __glewGenFramebuffersEXT = generate_;
+        __glewGenRenderbuffersEXT = generateBuffers_;
+        __glewCheckFramebufferStatusEXT = check_;
+    }
+
+private:
+    GLboolean & flag_ = __GLEW_EXT_framebuffer_object;
+    const GLboolean before_ = flag_;
+    const PFNGLBINDFRAMEBUFFEREXTPROC bind_ = __glewBindFramebufferEXT;
+    const PFNGLGENFRAMEBUFFERSEXTPROC generate_ = __glewGenFramebuffersEXT;
+    const PFNGLGENRENDERBUFFERSEXTPROC generateBuffers_ = __glewGenRenderbuffersEXT;
+    const PFNGLCHECKFRAMEBUFFERSTATUSEXTPROC check_ = __glewCheckFramebufferStatusEXT;
+};
+
+TEST_F(FrameBufferObjectGLTest, WithoutTheExtensionNothingHasAnEffect) {
+    const OldDriver driver;
+    EXPECT_FALSE(FrameBufferObjectGL::isSupported());
+    const auto object = newFrameBuffer(20, 10);
+    EXPECT_EQ(reports.count(2, L"false", L"the graphics driver has no frame buffer objects"), 1U) << reports;
+    EXPECT_FALSE(object->isComplete());
+    object->bind(engine.get());
+    object->unbind(engine.get());
+    const SO<Image> image(new MemoryImage(20, 10, LS_RGBA));
+    EXPECT_FALSE(object->renderImage(engine.get(), image.get()));
+    root->append(object.get());
+    canvas->redisplay();
+    EXPECT_TRUE(canvas->snapshot());
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    reports.clear();
+}
+
+TEST_F(FrameBufferObjectGLTest, WithoutTheExtensionThereIsNoCanvasOfBuffers) {
+    const OldDriver driver;
+    const SO<OffscreenCanvasGL> other(new OffscreenCanvasGL(8, 8));
+    EXPECT_FALSE(other->isCreated());
+    EXPECT_EQ(
+        reports.count(2, L"false",
+                      L"the graphics driver has no frame buffer objects; use a canvas with pixel buffers"),
+        1U)
+        << reports;
+    reports.clear();
+}
+
 } // namespace
