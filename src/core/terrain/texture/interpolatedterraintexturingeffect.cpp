@@ -123,6 +123,7 @@ NBX::SO<NBX::TexturingEffectGL> InterpolatedTerrainTexturingEffect::request(
         else if (outsideWeight_ <= 0.0 && textures_[0])
             useSecond = false;
     }
+    if (useSecond) NBX_CHECK(textures_[1], L"no texture #2");
     const auto requested = [&](bool wanted,
                                const NBX::SO<TerrainTexture> & texture) -> NBX::SO<NBX::TextureGL> {
         if (!wanted || !texture) return nullptr;
@@ -133,6 +134,8 @@ NBX::SO<NBX::TexturingEffectGL> InterpolatedTerrainTexturingEffect::request(
     const auto tex1 = requested(useFirst, textures_[0]);
     const auto tex2 = requested(useSecond, textures_[1]);
 
+    // Without anything to lead over to, the first texture shows alone.
+    if (interpolator && !tex2) return tex1 ? modulateWith(tex1) : nullptr;
     if (interpolator)
         return new NBX::InterpolatedMultiTexturingEffectGL(interpolator.get(), tex1.get(), tex2.get(),
                                                            nullptr, nullptr, nullptr, false);

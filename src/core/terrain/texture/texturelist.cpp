@@ -24,8 +24,11 @@ TextureList::requestAll(const Textures * textures,
 }
 
 void TextureList::acceptChildren(const Textures * textures, std::vector<NBX::Visitable *> & children) {
-    for (unsigned i = 0; textures && i < textures->size(); ++i)
-        children.push_back(textures->get(i).get());
+    for (unsigned i = 0; textures && i < textures->size(); ++i) {
+        const NBX::SO<TerrainTexture> texture = textures->get(i);
+        const bool isHeldElsewhere = !texture || texture->references() > 1;
+        if (isHeldElsewhere) children.push_back(texture.get());
+    }
 }
 
 } // namespace ZMT::CORE

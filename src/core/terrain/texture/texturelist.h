@@ -20,7 +20,8 @@ public:
     static NBX::SO<EngineTextures>
     requestAll(const Textures * textures,
                const std::function<NBX::SO<NBX::TextureGL>(const TerrainTexture &)> & requests);
-    /// Appends the entries to the children of a visit.
+    /// Appends the entries to the children of a visit. Those that a sequence makes anew for each call are
+    /// nobody's children, and left out.
     static void acceptChildren(const Textures * textures, std::vector<NBX::Visitable *> & children);
 };
 

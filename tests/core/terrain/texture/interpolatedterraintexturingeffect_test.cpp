@@ -196,6 +196,25 @@ TEST_F(InterpolatedEffectTest, AtFullWeightTheSecondMustShow) {
     EXPECT_EQ(reports_.count(0, L"tex2", L"no texture #2"), 1U) << reports_;
 }
 
+TEST_F(InterpolatedEffectTest, ASecondTextureWithoutAnswerLeavesTheFirstAlone) {
+    interpolator_->box = s_around;
+    second_->answer = nullptr;
+    expectModulatedBy(first_->answer, *effect(0.25));
+    EXPECT_EQ(requests(), (std::vector<int>{1, 1, 1}));
+    first_->answer = nullptr;
+    EXPECT_FALSE(arguments_.request(*effect(0.25)));
+    EXPECT_TRUE(reports_.empty()) << reports_;
+}
+
+TEST_F(InterpolatedEffectTest, ANullSecondTextureIsReportedAndLeavesTheFirstAlone) {
+    interpolator_->box = s_around;
+    const auto e = effect(0.25);
+    e->setTexture(1, nullptr);
+    expectModulatedBy(first_->answer, *e);
+    EXPECT_EQ(reports_.count(0, L"textures_[1]", L"no texture #2"), 1U) << reports_;
+    EXPECT_EQ(reports_.size(), 1U) << reports_;
+}
+
 TEST_F(InterpolatedEffectTest, RefinementAsksInterpolatorSecondFirst) {
     struct Row {
         const char * name;

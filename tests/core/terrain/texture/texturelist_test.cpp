@@ -48,4 +48,21 @@ TEST_F(TextureListTest, ListsItsEntriesForAVisit) {
     EXPECT_EQ(children, (std::vector<NBX::Visitable *>{fakes_[0].get(), fakes_[1].get(), fakes_[2].get()}));
 }
 
+/// Makes a texture anew each time it is asked.
+class MadeTextures : public TextureList::Textures {
+public:
+    unsigned size() const override { return 2; }
+    NBX::SO<TerrainTexture> get(unsigned i) const override {
+        return i == 0 ? held : NBX::SO<TerrainTexture>(fakeTextures(1)[0].get());
+    }
+    NBX::SO<TerrainTexture> held{fakeTextures(1)[0].get()};
+};
+
+TEST_F(TextureListTest, TexturesThatNobodyHoldsAreNoChildren) {
+    const NBX::SO<MadeTextures> made(new MadeTextures);
+    std::vector<NBX::Visitable *> children;
+    TextureList::acceptChildren(made.get(), children);
+    EXPECT_EQ(children, (std::vector<NBX::Visitable *>{made->held.get()}));
+}
+
 } // namespace
