@@ -33,6 +33,20 @@ Matrix fit(const NBX::Bounds & content, const NBX::Bounds & target, bool keepAsp
            Matrix::translation(-content.center());
 }
 
+/// On the model stack for the life of a block.
+class PushedMatrix {
+public:
+    PushedMatrix(NBX::Engine * engine, const Matrix & matrix) : engine_(engine) {
+        engine_->pushModelMatrix(matrix);
+    }
+    ~PushedMatrix() { engine_->popModelMatrix(); }
+    PushedMatrix(const PushedMatrix &) = delete;
+    PushedMatrix & operator=(const PushedMatrix &) = delete;
+
+private:
+    NBX::Engine * engine_;
+};
+
 } // namespace
 
 TAdjuster::TAdjuster() = default;
@@ -69,8 +83,12 @@ void TAdjuster::modified() {
 void TAdjuster::update(NBX::Engine * engine) {
     NBX_CHECK(engine, L"no engine");
     const NBX::Bounds content = NBX::SceneThing::boundingBox(engine);
+    matrix_ = Matrix();
+    bounds_ = NBX::Bounds();
+    // Content may yet come, and nothing tells this node.
+    if (!content.isDefined()) return;
     const NBX::Bounds target = volume_ ? volume_->boundingBox() : NBX::Bounds();
-    matrix_ = content.isDefined() && target.isDefined() ? fit(content, target, keepAspect_) : Matrix();
+    if (target.isDefined()) matrix_ = fit(content, target, keepAspect_);
     bounds_ = content.transform(matrix_);
     valid_ = true;
 }
@@ -79,9 +97,8 @@ void TAdjuster::evaluate(NBX::Engine * engine) {
     if (!renders()) return;
     if (needsUpdate()) update(engine);
     if (!engine) return;
-    engine->pushModelMatrix(matrix_);
+    const PushedMatrix pushed(engine, matrix_);
     NBX::SceneThing::evaluate(engine);
-    engine->popModelMatrix();
 }
 
 NBX::Bounds TAdjuster::boundingBox(NBX::Engine * engine) {
@@ -90,11 +107,6 @@ NBX::Bounds TAdjuster::boundingBox(NBX::Engine * engine) {
     else
         NBX_CHECK(engine, L"no engine");
     return bounds_;
-}
-
-void TAdjuster::acceptChildren(std::vector<NBX::Visitable *> & children) const {
-    NBX::SceneThing::acceptChildren(children);
-    children.push_back(volume_.get());
 }
 
 void TAdjuster::serialize(NBX::SerializationManager & m) {

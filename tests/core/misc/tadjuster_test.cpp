@@ -161,6 +161,18 @@ TEST_F(TAdjusterTest, PaintsItsContentUnderTheFit) {
     EXPECT_EQ(content_->paintedUnder[0] * Point(5, 5, 5), Point(110, 15, 25));
 }
 
+TEST_F(TAdjusterTest, ContentThatThrowsLeavesTheModelMatrixAsItWas) {
+    class Throwing : public NBX::SceneNode {
+    public:
+        void evaluate(NBX::Engine *) override { throw NBX::IOError(L"out of order"); }
+        Bounds boundingBox(NBX::Engine *) override { return {}; }
+    };
+    const auto node = fitted(Point(5, 5, 5), true);
+    node->append(new Throwing);
+    EXPECT_THROW(node->evaluate(engine_.get()), NBX::IOError);
+    EXPECT_EQ(engine_->modelMatrix(), Matrix());
+}
+
 TEST_F(TAdjusterTest, EvaluatesOnlyInAStateThatRenders) {
     const auto node = fitted(Point(5, 5, 5), true);
     node->setNodeState(NBX::SceneNode::NS_Bounds);
@@ -178,6 +190,21 @@ TEST_F(TAdjusterTest, FitsAgainWhenItWasModified) {
     expectNear(node->boundingBox(engine_.get()), before);
     node->modified();
     expectNear(node->boundingBox(engine_.get()), Bounds(Point(0, 0, 0), Point(10, 20, 40)));
+}
+
+TEST_F(TAdjusterTest, FitsContentThatComesLater) {
+    const NBX::SO<TAdjuster> node(new TAdjuster(nullptr, volume_.get(), true, false));
+    const NBX::SO<NBX::SceneThing> below(new NBX::SceneThing(node.get()));
+    EXPECT_FALSE(node->boundingBox(engine_.get()).isDefined());
+    below->append(new Box(Point(), Point(5, 5, 5)));
+    expectNear(node->boundingBox(engine_.get()), Bounds(Point(0, 5, 15), Point(10, 15, 25)));
+}
+
+TEST_F(TAdjusterTest, VisitorsDoNotMeetTheTargetBox) {
+    const auto node = fitted(Point(5, 5, 5), true);
+    std::vector<NBX::Visitable *> children;
+    node->acceptChildren(children);
+    EXPECT_EQ(children, (std::vector<NBX::Visitable *>{content_.get()}));
 }
 
 TEST_F(TAdjusterTest, WithDynamicsFitsAgainEveryTime) {

@@ -11,8 +11,14 @@ namespace ZMT::CORE {
 /// A node that moves and scales its content into the middle of a given box. The vertical scale is never
 /// larger than the other two.
 ///
-/// The fit is computed when it is first needed after a change of this node, or every time with dynamics:
-/// changes of the content are not noticed otherwise.
+/// The fit is computed when it is first needed after a change of this node, or every time with dynamics or
+/// while there is no content: changes of the content are not noticed otherwise. Without content, without a
+/// target box or with an undefined one the content stays where it is. An axis along which the content has no
+/// width gets the largest finite scale, unless another one counts: that takes points beside the middle out of
+/// all numbers, so that content of no width at all, or with a flat side and no `keepAspect`, should not be
+/// given.
+///
+/// The target box is no part of the scene: it is not painted, and visitors do not meet it.
 class TAdjuster : public NBX::SceneThing {
     NBX_STORED_CLASS(TAdjuster, NBX::SceneThing)
 public:
@@ -32,7 +38,6 @@ public:
     /// The box of the fitted content, in the frame of the parent; undefined without content. `engine` must
     /// not be null.
     NBX::Bounds boundingBox(NBX::Engine * engine) override;
-    void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;
 
 protected:
