@@ -160,7 +160,8 @@ private:
             if (effectsRefine(patch, eye)) {
                 const unsigned n = patch.children();
                 for (unsigned i = 0; i < n; ++i)
-                    traverse(*patch.child((rotation + i) % n), cullState, rotation);
+                    if (const auto child = patch.child((rotation + i) % n))
+                        traverse(*child, cullState, rotation);
                 return;
             }
             NBX::SO<NBX::Composite> composite(new NBX::Composite);

@@ -572,6 +572,13 @@ TEST_F(TerrainPainterGLTest, AMissingChildIsReported) {
     reports.clear();
 }
 
+TEST_F(TerrainPainterGLTest, AMissingChildOfASplitPatchIsLeftOut) {
+    const NBX::SO<GeometryPatch> patch(new ForgetfulPatch("p", cube(10), 100.0));
+    top->refined_ = {"p"};
+    EXPECT_EQ(paint(patch.get(), {top.get()}), (Log{"begin", "refine top p", "end"}));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
 /// Pictures of real terrains.
 class TerrainPictureGLTest : public TerrainPainterGLTest {
 protected:
