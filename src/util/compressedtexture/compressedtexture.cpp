@@ -267,17 +267,17 @@ bool isSource(const TiledGeoImage & source) {
            source.pixelsY() <= INT32_MAX && hasArea(source.extent());
 }
 
-/// The images as one, and their system; null, and reported, when one of them is none.
+/// The images as one, and their system; null, and reported with the reason in front, when one of them is
+/// none.
 NBX::SO<TiledGeoImage> openImages(const std::vector<std::wstring> & images, std::string & wkt) {
     std::vector<NBX::SO<RASTER::ImageFilePyramid>> opened;
     for (const std::wstring & name : images) {
         NBX::SO<RASTER::ImageFilePyramid> image;
-        std::wstring reason;
         try {
             image =
                 new RASTER::ImageFilePyramid(utf8(name), opened.empty() ? "" : opened[0]->reference().wkt);
         } catch (const NBX::Exception & failure) {
-            reason = failure.message();
+            NBX_FAILURE(NBX::StringUtils::Utf8String2WString(failure.what()));
         }
         NBX_CHECK(image, L"failed to open image file: " << name);
         if (!image) return nullptr;

@@ -181,7 +181,8 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned
     const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), header_.pixelsY);
     if (x0 >= x1 || y0 >= y1 || !RASTER::PixelBlocks::isImageSize(width, height, 1)) return nullptr;
     const std::int64_t tileWidth = header_.tileWidth, tileHeight = header_.tileHeight;
-    NBX::SO<NBX::Image> result;
+    const auto insideWidth = static_cast<unsigned>(x1 - x0), insideHeight = static_cast<unsigned>(y1 - y0);
+    NBX::SO<NBX::Image> inside; // tiles at the border are larger than what the level has there
     for (std::int64_t row = y0 / tileHeight; row * tileHeight < y1; ++row) {
         for (std::int64_t column = x0 / tileWidth; column * tileWidth < x1; ++column) {
             const std::uint64_t tile =
@@ -189,11 +190,14 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned
             if (positions_[tile] == 0) continue;
             const NBX::SO<NBX::Image> pixels = tileImage(tile);
             if (!pixels) return nullptr; // a hole would hide what a coarser level has there
-            if (!result) result = createEmptyImage(width, height);
-            if (!result) return nullptr;
-            RASTER::PixelBlocks::paste(*pixels, column * tileWidth - x, row * tileHeight - y, *result);
+            if (!inside) inside = createEmptyImage(insideWidth, insideHeight);
+            if (!inside) return nullptr;
+            RASTER::PixelBlocks::paste(*pixels, column * tileWidth - x0, row * tileHeight - y0, *inside);
         }
     }
+    if (!inside || (insideWidth == width && insideHeight == height)) return inside;
+    const NBX::SO<NBX::Image> result = createEmptyImage(width, height);
+    if (result) RASTER::PixelBlocks::paste(*inside, x0 - x, y0 - y, *result);
     return result;
 }
 

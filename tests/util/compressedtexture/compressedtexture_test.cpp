@@ -337,6 +337,8 @@ TEST_F(CompressedTextureTest, ThatNoImageFileCanBeOpenedIsReported) {
     EXPECT_FALSE(CompressedTexture::create({folder.wide("none.tif")}, folder.wide("a.ztp")));
     EXPECT_EQ(1U, reports.count(0, L"image", L"failed to open image file: " + folder.wide("none.tif")))
         << reports;
+    EXPECT_EQ(reports[0].level, 2);
+    EXPECT_NE(reports[0].message.find(L"no such file"), std::wstring::npos) << "the cause: " << reports;
     EXPECT_FALSE(CompressedTexture::create(std::vector<std::wstring>(), folder.wide("a.ztp")));
     EXPECT_EQ(0U, folder.entries());
 }

@@ -258,6 +258,22 @@ TEST_F(TexturePyramidTest, UnknownCompressionIsReportedWhenATileIsRead) {
     EXPECT_EQ(1U, reports.count(0, L"false", L"unsupported compression format"));
 }
 
+TEST_F(TexturePyramidTest, WhatTilesHaveBeyondTheLevelDoesNotShow) {
+    const SO<TexturePyramid> pyramid = load(PyramidFile());
+    ASSERT_TRUE(pyramid);
+    const SO<NBX::Image> image = pyramid->overview(0)->getImage(4, -1, 4, 6);
+    ASSERT_TRUE(image);
+    ASSERT_EQ(4, image->width());
+    ASSERT_EQ(6, image->height());
+    for (int y = 0; y < 6; ++y) {
+        const unsigned char * line = image->lineComponentsU8(y);
+        const bool isInside = y >= 1 && y <= 4;
+        EXPECT_EQ((std::vector<int>(line, line + 4)),
+                  isInside ? (std::vector<int>{20, 20, 0, 0}) : std::vector<int>(4, 0))
+            << y;
+    }
+}
+
 TEST_F(TexturePyramidTest, ADamagedTileIsReportedAndLeavesNoHole) {
     std::vector<std::uint8_t> bytes = PyramidFile().encode();
     bytes[getAt<std::uint64_t>(bytes, PyramidFile::table) + 2] ^= 0xFF;
