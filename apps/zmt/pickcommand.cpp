@@ -48,8 +48,8 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     PickScene(const PickOptions & options, const View & view)
-        : grid(makeGrid(readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids}))),
-          terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
+        : raster(readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids})),
+          grid(makeGrid(raster)), terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
@@ -58,6 +58,8 @@ struct PickScene {
                             NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
 
+    /// Where the terrain has no height; a flat grid with a hole counts as one of unknown heights.
+    ZMT::RASTER::GeoRaster raster;
     NBX::SO<ZMT::CORE::GridData> grid;
     NBX::SO<ZMT::CORE::Terrain> terrain;
     NBX::SO<NBX::SceneThing> node{new NBX::SceneThing};
@@ -101,7 +103,7 @@ void runPick(const PickOptions & options) {
     Point hit = technique->nearestHit().point;
     hit.y /= options.exaggeration;
     const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(hit);
-    printHit(geo, !scene.terrain->hasUndefinedHeight(geo, false), options.json);
+    printHit(geo, !scene.raster.raster->isUndef(geo.x, geo.z), options.json);
 }
 
 } // namespace

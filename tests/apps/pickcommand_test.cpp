@@ -76,6 +76,18 @@ TEST_F(PickCommand, PixelsCountFromTheUpperLeftCorner) {
     expectOnSlope(southEast);
 }
 
+TEST_F(PickCommand, AHoleInFlatGroundDoesNotMakeTheGroundUnknown) {
+    SmallGeoTiff flat{9, 9};
+    flat.heights.assign(81, 700.0F);
+    flat.heights[0] = -9999.0F;
+    flat.noData = "-9999";
+    const RunResult run = runProcess(ZMT_EXECUTABLE,
+                                     {"pick", "--terrain", folder.write("flat.tif", flat.encode()), "--view",
+                                      "north", "--size", "33x33", "16,16"},
+                                     folder);
+    EXPECT_NEAR(700.0, placeOf(run).height, 0.001) << run.errors;
+}
+
 /// The middle of a picture shows what the eye is directed at, whatever its heights are multiplied by.
 TEST_F(PickCommand, TheMiddleShowsTheAim) {
     const double x = s_west + 900.0, y = s_north - 500.0, height = slopeAt(x, y);

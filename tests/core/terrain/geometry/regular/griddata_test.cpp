@@ -81,6 +81,15 @@ TEST_F(GridDataTest, AnUndefinedCellIsFilledInAPrivateCopy) {
     EXPECT_TRUE(grid->boundingBox() == Bounds(Point(0.0, low, 0.0), Point(30.0, high, 40.0)));
 }
 
+TEST_F(GridDataTest, InAFlatRasterAHoleMakesAllHeightsUndefined) {
+    const auto grid = TestTerrain::grid(
+        s_layout, [](unsigned x, unsigned y) { return x == 1 && y == 1 ? s_undefined : 5.0; });
+    EXPECT_EQ(grid->vertex(1U, 1U).y, 5.0) << "there is no range to go below by a tenth";
+    EXPECT_TRUE(grid->isUndefinedHeightValue(5.0));
+    EXPECT_EQ(grid->boundingBox().getLLF().y, 5.0);
+    EXPECT_EQ(grid->boundingBox().getURB().y, 5.0);
+}
+
 TEST_F(GridDataTest, NotANumberCountsAsUndefined) {
     const auto grid = TestTerrain::grid(
         s_layout, [](unsigned x, unsigned y) { return x + y == 0 ? std::nan("") : bumpy(x, y); });

@@ -18,8 +18,11 @@ namespace ZMT::CORE {
 /// `index(x, y)` is `x + y * sizeX()`.
 ///
 /// Undefined cells lie a tenth of the height range below the lowest defined one, so that walls and normals
-/// stay sane; a raster that has any is replaced by a private copy. Immutable once made: may be read from
-/// any thread. `GridPatchRayIntersector` tells how heights between the vertices differ from the picture.
+/// stay sane; a raster that has any is replaced by a private copy, which has that height as its undefined
+/// value. Where all defined heights are the same, or too near for a `float` below them, that is a defined
+/// height too: then all cells as low count as undefined. Ask the given raster where that matters. Immutable
+/// once made: may be read from any thread. `GridPatchRayIntersector` tells how heights between the vertices
+/// differ from the picture.
 class GridData : public GeometryData {
     NBX_STORED_CLASS(GridData, GeometryData)
 public:
