@@ -61,9 +61,13 @@ void checkThreads(unsigned threads) {
 
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
     NBX::Progress reading("reading " + path);
-    ZMT::RASTER::GeoRaster raster = ZMT::RASTER::RasterFile(path).read(0, &reading);
+    const ZMT::RASTER::RasterFile file(path);
+    ZMT::RASTER::GeoRaster raster = file.read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
+    if (file.bands() > 1)
+        writeError("warning: " + path + ": has " + std::to_string(file.bands()) +
+                   " bands, of which the first is taken as heights; give another one as a file of its own");
     checkTerrain(*raster.raster, path);
     if (how.fillVoids) {
         NBX::Progress filling("filling voids");

@@ -29,6 +29,25 @@ TEST(TerrainInput, FilesCutAtAnyLengthAreRefused) {
     EXPECT_NO_THROW(readTerrainRaster(folder.write("t.tif", whole), {.native = true}));
 }
 
+TEST(TerrainInput, OfSeveralBandsTheFirstIsTakenAndThatIsSaid) {
+    const RunFolder folder;
+    SmallGeoTiff image{3, 3};
+    image.pixels = SmallGeoTiff::Pixels::Colors;
+    for (unsigned i = 0; i < 9; ++i)
+        image.colors.insert(image.colors.end(), {std::uint8_t(i), 100, 200});
+    const std::string path = folder.write("image.tif", image.encode());
+    testing::internal::CaptureStderr();
+    const auto raster = readTerrainRaster(path, {.native = true});
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(),
+        "zmt: warning: " + path +
+            ": has 3 bands, of which the first is taken as heights; give another one as a file of its own\n");
+    EXPECT_EQ(raster.raster->value(1U, 1U), 4.0);
+    testing::internal::CaptureStderr();
+    readTerrainRaster(folder.write("slope.tif", slope(3, 3).encode()), {.native = true});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST(TerrainInput, CompressedFilesCutAnywhereAreRefused) {
     const RunFolder folder;
     const std::string whole = readWhole(s_jacksboro);
