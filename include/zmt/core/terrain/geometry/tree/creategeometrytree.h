@@ -15,9 +15,11 @@ class GeometryPatch;
 /// equal seeds of `rand()` give equal trees.
 class CreateGeometryTree {
 public:
-    /// The root of the tree over `data`, which must be a `GridData`. `maxVertices`, at least 50, limits the
-    /// vertices of a leaf and the triangles of any other patch; it must not be above 32000, so that 16 bits
-    /// number the vertices with their skirts. Null when the progress display cancelled.
+    /// The root of the tree over `data`, which must be a `GridData`; null, reported, without one.
+    /// `maxVertices` limits the vertices of a leaf. Any other patch is refined up to as many triangles, and
+    /// on while insertions raise its error. Below 50 it is reported, and counts as 50; it must not be above
+    /// 32000, so that 16 bits number the vertices with their skirts, which is not checked. Null when the
+    /// progress display cancelled.
     ///
     /// `threads` above 1 builds on as many threads beside the calling one, which alone shows the progress;
     /// the tree is the same, byte for byte. Reports and exceptions reach the calling thread in the order in
