@@ -7,7 +7,6 @@
 #include "framereadergl.h"
 #include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/offscreen/framebufferobjectgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>
@@ -124,7 +123,7 @@ bool GLCanvas::isContextCurrent() const {
 
 /// Without frame buffer objects there is nothing but the canvas to draw on.
 void GLCanvas::bindFrameBuffer() const {
-    if (FrameBufferObjectGL::isSupported()) glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    if (GLEW_EXT_framebuffer_object) glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
 }
 
 void GLCanvas::prepareRedisplay() {
