@@ -1,3 +1,7 @@
+// Pictures of the ground first: made from the grid, drawn from above, or opened as pyramids and checked. Then
+// textures of them, and last the layers, each an effect over one texture. What is made here covers whole
+// cells, so it reaches half a cell beyond the outer vertices.
+
 #include "groundlayers.h"
 
 #include "commands.h"

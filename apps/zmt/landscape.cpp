@@ -1,3 +1,7 @@
+// The options and their checks first, then the landscape: raster, grid, images, break lines, areas, terrain,
+// and the node with the layers. Files are read before the terrain is built, which takes longest. Layers stand
+// in the node in front of the ground, the bottom one first; a light that falls on images stays the last.
+
 #include "landscape.h"
 
 #include "commands.h"

@@ -1,3 +1,7 @@
+// Reads the raster, builds the tree, and walks it once for the mesh and once for the report, which number the
+// nodes alike. Both files are opened before the work begins, are written node by node, and get their names
+// when all has gone well.
+
 #include "commands.h"
 #include "outputfiles.h"
 #include "step.h"

@@ -1,3 +1,7 @@
+// Checks, output files and canvas first, which fail fast; then the landscape, the frames and the picture. A
+// frame asks for another one while textures are on their way, so frames are drawn until none asks. The
+// statistics get their name before the picture does: where there is a picture, both are there.
+
 #include "commands.h"
 #include "landscape.h"
 #include "picture.h"

@@ -1,3 +1,7 @@
+// From the text of an option to a camera: names and numbers are parsed, then a viewpoint is found in scene
+// coordinates. A close-up looks for its summit in blocks of the grid, and takes the highest vertex of the
+// block around which fewest heights are unknown, so that it does not look at the border of the data.
+
 #include "viewpoint.h"
 
 #include "commands.h"

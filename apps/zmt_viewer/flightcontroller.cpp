@@ -1,3 +1,8 @@
+// The eye by heading and pitch, so that the horizon stays level. Each movement computes a new place of the
+// eye and ends in `moveTo`, which keeps it above the ground and near the landscape. Heights come from a
+// function alone, so a ray is followed in steps of one length, and the step that passes the ground is halved;
+// a ridge thinner than a step is missed.
+
 #include "flightcontroller.h"
 
 #include <algorithm>

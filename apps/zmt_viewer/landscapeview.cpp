@@ -1,3 +1,8 @@
+// The life of the canvas first, then pictures, then motion: mouse and keys move the flight controller, and
+// every movement asks for a picture. While something moves, and a quarter of a second longer, slow pictures
+// let the geometry error grow, and the motion flag keeps the terrain's painter asking for more; the picture
+// at rest has the error that was asked for.
+
 #include "landscapeview.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Options and their checks, then the application and its window, then the screenshot, which waits by a timer
+// until the picture is complete. Without a window system Qt ends the process, so its first message is caught
+// to tell why.
+
 #include "viewerprogram.h"
 
 #include <clocale>
@@ -21,8 +25,8 @@
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
-#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <nbx/image/imagewriter.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
 

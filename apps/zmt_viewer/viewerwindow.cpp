@@ -1,3 +1,7 @@
+// Panel, actions and keys are made first and connected to the view; below that a load runs from `open` to
+// `showLoaded`, or to `goBack`, which shows again what was there before. Layers are switched in one place,
+// `applyLayers`, by what the panel and the colours of the patches say together.
+
 #include "viewerwindow.h"
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Averages over areas, weighted by alpha where there is one: spans of weights for each axis, rows first, then
+// columns, with a shorter way for exact halves of bytes. Large windows are read in pieces of about a million
+// pixels, so that memory does not grow with the image.
+
 #include <zmt/raster/pixelblocks.h>
 
 #include <algorithm>

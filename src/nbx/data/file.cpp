@@ -1,3 +1,7 @@
+// Reading and writing by position, with calls that go on after an interruption and after a part; then the
+// file system; then the parts of names, which are pure text. Opening does not wait for the writer of a pipe,
+// which is then refused.
+
 #include <nbx/data/file.h>
 
 #include <algorithm>

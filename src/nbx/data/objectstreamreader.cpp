@@ -1,3 +1,9 @@
+// The tables and every record are checked first, so that nothing after that looks beyond the end. Then
+// objects are made and filled depth first, those that are referred to before those that refer to them, and
+// the depth of the result is limited. All walks use lists in place of recursion, since a file decides how
+// deep they go. Attributes are taken as they come while they are asked for in that order, else from an index
+// of the section.
+
 #include <nbx/data/objectstreamreader.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Objects are written in the order in which they are met, and get their numbers then; the list grows while it
+// is walked, so that cycles and depth need no care. The tables come in front, when all names and sizes are
+// known. A section's size is written as 0 and set at its end.
+
 #include <nbx/data/objectstreamwriter.h>
 
 #include <cstring>

@@ -1,3 +1,8 @@
+// Handlers first: a chain for each service and class, from the class to its ancestors, is kept until a
+// registration or a pushed handler changes it. Then attributes: of mono attributes the top of a stack holds,
+// of poly attributes all hold; each remembers the handler that brought it into effect, and the same one ends
+// it. Then painting, and the matrices.
+
 #include <nbx/engine/engine.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The data is a header and the pixels in one resource, so that it is stored and sent as it is. Compressing
+// and decoding go by four lines for blocks, and by lines for words of 16 bits. The decoded pixels are made by
+// the first who asks, and kept. The compression named JPEG holds plain bytes.
+
 #include <nbx/image/compressedimage.h>
 
 #include <algorithm>

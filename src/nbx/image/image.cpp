@@ -1,3 +1,6 @@
+// Formats first, then access to pixels, then copies: of one size line by line, of different sizes by the
+// filter of `imagescaling`. Pixels of a whole number of bytes are all that exists, so flipping moves bytes.
+
 #include <nbx/image/image.h>
 
 #include <algorithm>

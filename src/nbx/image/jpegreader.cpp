@@ -1,3 +1,7 @@
+// libjpeg-turbo reports errors by leaving the function, here by `longjmp`: each call into it that may do so
+// stands in a small function with a `setjmp` of its own. Sizes are checked against the bytes that there are
+// before memory is asked for. Lines come from the top and are stored from line `height - 1` down.
+
 #include <nbx/image/jpegreader.h>
 
 #include <csetjmp>

@@ -1,3 +1,7 @@
+// Three ways from format to format: the same is copied, bytes that only change places are swizzled, all else
+// goes through RGBA as floats in chunks that stay on the stack. Luminance has the weights of ITU-R BT.601;
+// halves are those of IEEE 754, rounded to nearest, ties to even.
+
 #include "pixelline.h"
 
 #include <algorithm>

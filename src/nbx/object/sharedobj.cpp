@@ -1,3 +1,8 @@
+// Counting first, then weak pointers, which form a list on each object under one of 64 locks. The count falls
+// without a lock while others hold the object; the last holder locks only where there ever was a weak
+// pointer, which alone could bring in another holder. Destructors that let go of the next object are run one
+// after the other beyond a depth.
+
 #include <nbx/object/sharedobj.h>
 
 #include <mutex>

@@ -1,3 +1,8 @@
+// A feature becomes polygons, each is made valid, cut at the windows of the source system, transformed, made
+// valid and cut at the extent; at the end all areas are joined. Cutting comes before the transformation, so
+// that nothing is transformed across the place where the target system is cut open. Edges are segmented, as
+// straight ones become curves.
+
 #include "areacollector.h"
 
 #include <cmath>

@@ -1,3 +1,8 @@
+// The bands are sorted out first: colours, alpha, palette, or numbers. A call reads a window of a level, from
+// the level where the file stores it for that band, else from the full pixels. Colours of more than 8 bits
+// are scaled by what the file declares as white, or by the greatest value found, so that dark 16-bit images
+// are seen.
+
 #include "gdalimagereader.h"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Errors first, which GDAL reports through a handler of the thread; then opening, coordinate systems, rasters
+// in memory that lend our pixels to GDAL, and the warp of one into another by bilinear interpolation.
+
 #include "gdalsupport.h"
 
 #include <algorithm>

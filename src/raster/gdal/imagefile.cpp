@@ -1,3 +1,8 @@
+// A placement tells where pixels lie in the target system: both rectangles are compared on lattices of
+// points, in both directions, since an image may be smaller than the steps of the one or leave the domain of
+// the other. A warp finds the overlap and the resolution, reads the window of the file that this needs,
+// reduced, and hands it to GDAL.
+
 #include <zmt/raster/gdal/imagefile.h>
 
 #include <algorithm>

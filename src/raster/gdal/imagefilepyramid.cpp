@@ -1,3 +1,7 @@
+// Levels come from three stores: those of the file while it has any, then reductions of its last one, read
+// anew for each request, then, as soon as one is small enough, a pyramid in memory. The first failure is
+// reported and remembered; some formats hide one, so the size of the file is watched as well.
+
 #include <zmt/raster/gdal/imagefilepyramid.h>
 
 #include <algorithm>

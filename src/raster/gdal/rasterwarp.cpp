@@ -1,3 +1,7 @@
+// Chooses a system in metres: polar stereographic near a pole, UTM for what is small, else equidistant
+// cylindrical. The first two bend the raster, so it is resampled on a grid that GDAL suggests, less the
+// wedges at the border; the last one keeps rows and columns. Lengths in other units are scaled.
+
 #include <zmt/raster/gdal/rasterwarp.h>
 
 #include <algorithm>

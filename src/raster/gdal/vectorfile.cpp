@@ -1,3 +1,7 @@
+// Layer by layer and geometry by geometry: a line is cut at the windows of the source system, gets more
+// points on long edges, is transformed, and is cut at the extent. Places that have no position in the target
+// system are NaN, which parts a line there. Areas go to `AreaCollector` instead.
+
 #include <zmt/raster/gdal/vectorfile.h>
 
 #include <algorithm>

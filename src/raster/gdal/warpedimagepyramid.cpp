@@ -1,3 +1,7 @@
+// The extent and the size of the finest level are those that GDAL suggests; each level of the source has one
+// here. A request is transformed on a lattice of points to the pixels that it needs, a level is chosen so
+// that these are not too many, and they are read and warped. No more than such a window is held.
+
 #include <zmt/raster/gdal/warpedimagepyramid.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The formats in one table first. A pyramid is made level by level, each from the tiles of the level before,
+// which lie in a file aside; only the first level asks the source. Generating sources bring all levels
+// themselves, and the format of their first tile that is not empty is that of the file.
+
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The finest pixels of the parts make the grid, stretched to whole numbers over the common extent. A request
+// is drawn part by part, later ones above: each from its coarsest level that is fine enough, averaged, and
+// blended by its alpha.
+
 #include "mosaictiledgeoimage.h"
 
 #include <algorithm>

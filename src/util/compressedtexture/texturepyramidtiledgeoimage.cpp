@@ -1,3 +1,8 @@
+// The header is checked before the tables are read, and these against the size of the file before memory is
+// asked for. A request gathers the tiles that it touches, which the cache keeps decoded; one unreadable tile
+// fails it, so that a coarser level is shown instead of a hole. Older versions of the form place pixels and
+// sizes otherwise.
+
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 
 #include <algorithm>

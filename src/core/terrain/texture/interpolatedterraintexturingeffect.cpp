@@ -1,3 +1,7 @@
+// Outside the interpolator's box a constant weight decides, so that textures of weight 0 are neither refined
+// nor asked for. `request` finds out which of the three are wanted, asks for these, and chooses the engine's
+// effect by what came.
+
 #include <zmt/core/terrain/texture/interpolatedterraintexturingeffect.h>
 
 #include <nbx/container/sequence/array.h>

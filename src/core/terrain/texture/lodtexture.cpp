@@ -1,3 +1,7 @@
+// A pyramid of images, each half of the one before, from which every geometry patch gets the piece that it
+// shows: the level is chosen, its pixels are cut with one more on each side for the filter, reduced to the
+// size of a texture, and placed by a matrix. The cache and its worker are shared by all objects of the class.
+
 #include <zmt/core/terrain/texture/lodtexture.h>
 
 #include <cmath>

@@ -1,3 +1,7 @@
+// Each geometry patch gets a piece of the level chosen for it, which a worker reads from the pyramid and
+// places by a matrix. A piece that cannot be read fails, so that a coarser one is shown in its place; one
+// that the pyramid has nothing for is an empty texture. The cache is shared by all objects of the class.
+
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
 #include <exception>

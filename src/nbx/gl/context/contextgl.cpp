@@ -1,3 +1,8 @@
+// One display for the process, and one root context on it, with which all contexts share their objects. Names
+// of dropped objects wait in a list, the shared ones in one and those of a context in its own, and are freed
+// when a context that knows them becomes current: objects are dropped on any thread, and outside of any
+// context.
+
 #include <nbx/gl/context/contextgl.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// What the context can do is read once. A picture may be larger than the canvas: it is drawn in tiles, by a
+// viewport that reaches beyond the tile, and where the driver has none so large, by cropping the view volume
+// with the same effect. Matrices and viewports reach OpenGL only while the canvas is current.
+
 #include <nbx/gl/context/enginegl.h>
 
 #include <algorithm>

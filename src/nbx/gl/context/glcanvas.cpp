@@ -1,3 +1,7 @@
+// Making and ending a context with its buffers and engine, then pictures, then copies of them. A context is
+// made current by pairs of calls, which may lie within each other and give back the one before. A large
+// picture is drawn tile by tile, each complete at once.
+
 #include <nbx/gl/context/glcanvas.h>
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// Pairs of ways for each operation: in the chain of texture stages while it fits there, else by blending a
+// pass on to the frame buffer. Stages work on colours from 0 to 1, so a sum is built by interpolations whose
+// interim results stay in that range, and what exceeds 1 is split into passes that add up in the frame
+// buffer.
+
 #include <nbx/gl/effect/passessetup.h>
 
 #include <algorithm>

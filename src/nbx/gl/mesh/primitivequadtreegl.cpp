@@ -1,3 +1,7 @@
+// The triangles are sorted by the cells of their centres in Morton order, so that each node of the quadtree
+// is one range of them, and an area a few ranges. Nodes know the extent of their triangles, which may reach
+// beyond their cells. The buffers are made by the first drawing.
+
 #include <nbx/gl/mesh/primitivequadtreegl.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// By GL_EXT_framebuffer_object, which drivers have that know no newer one. Attaching binds the object for a
+// moment and chooses the buffers to draw and read, since an object without colours is incomplete with the
+// default choice. `bind` and `unbind` keep what they found in a stack, as bindings may lie within each other.
+
 #include <nbx/gl/offscreen/framebufferobjectgl.h>
 
 #include <GL/glew.h>

@@ -1,3 +1,6 @@
+// The formats of OpenGL for an image, then how its lines lie in memory. Lines at even distances are sent in
+// place where row length or alignment can express the distance; others are gathered first.
+
 #include <nbx/gl/texture/imageopengltool.h>
 
 #include <algorithm>

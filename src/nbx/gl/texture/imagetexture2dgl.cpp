@@ -1,3 +1,7 @@
+// Images in memory in a compressed form are sent as they are, with mipmaps compressed here; all others are
+// reduced to what the driver takes, with mipmaps made by the driver. Without pixels a white texel stands in,
+// as an incomplete texture would switch its unit off.
+
 #include <nbx/gl/texture/imagetexture2dgl.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// `bind` makes the name, uploads what has changed, adds mipmaps when the filter first wants them, and emits
+// the parameters that differ from those last emitted. The luminance mask is read back from OpenGL, as kinds
+// of textures need not keep their pixels; weights of ITU-R BT.601.
+
 #include <nbx/gl/texture/texturegl.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// Changes of the list keep what they take out alive until the list is whole again, as a destructor may look
+// at it. The walks over nodes below nodes use lists of levels in place of recursion: scenes may be of any
+// depth. A transformation holds for the objects behind it in its node.
+
 #include <nbx/scene/node/scenething.h>
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Iterators are set by swapping, so that the one before ends after the set has the new one. All kinds of
+// primitives are read as triangles of one winding, through the indices where there are some.
+
 #include <nbx/scene/shape/polygonset.h>
 
 #include <string>

@@ -1,3 +1,7 @@
+// Turning orders the corners anew, in a way of its own for each kind of primitives, and negates the normals.
+// Merging brings all sets to one kind, then joins corners and attributes; a set without an attribute that
+// others have gets a stand-in: mean normals, white, the texture coordinates of unit 0.
+
 #include <nbx/scene/shape/polygonsettool.h>
 
 #include <algorithm>

@@ -1,3 +1,7 @@
+// The strip of the surface and the four border lines come as numbers of the lattice's vertices. They get
+// local numbers, then positions; last each border line gets a curtain down to the wall, whose lower vertices
+// are new. Curtains at the border of the terrain are kept apart, as the outer wall.
+
 #include "chunkedlodpatchmesh.h"
 
 #include <array>

@@ -1,3 +1,7 @@
+// The heights become 16-bit steps of their range, the errors are computed from these, and the errors give the
+// threshold of the root's mesh and the ratio of the worst error. Patches are made from that on demand.
+// Undefined heights stay step 0, the lowest height.
+
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
 #include <array>

@@ -1,3 +1,8 @@
+// Two ways to cut triangles at the borders of a patch. Four clip planes are the plain one. Where planes are
+// short, or texture units so few that planes cost some, the triangles are drawn into the stencil buffer
+// through a mask texture that is opaque over the patch alone, then drawn where it is marked, and then the
+// marks are taken away.
+
 #include <array>
 
 #include <GL/glew.h>

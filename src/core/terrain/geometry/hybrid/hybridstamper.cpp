@@ -1,3 +1,9 @@
+// Features are put on a lattice of 2^30 steps a cell and cut at the grid lines into pieces of single cells.
+// When the grid is built, each cell gets the crossings of its pieces, then the nodes on its sides that its
+// neighbours have, then a constrained Delaunay triangulation of its own.
+//
+// On whole numbers both cells beside a grid line see the same nodes, so that no crack opens between them.
+
 #include <zmt/core/terrain/geometry/hybrid/hybridstamper.h>
 
 #include <algorithm>

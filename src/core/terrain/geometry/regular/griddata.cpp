@@ -1,3 +1,8 @@
+// Layout and height range are read from the raster first; undefined heights are replaced, in a copy, by one a
+// tenth of the range below the lowest. Then come look-ups by number and by position, then parts of the grid:
+// lists of indices, and meshes that are cut at a box, with heights interpolated where its sides fall between
+// grid lines.
+
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include <algorithm>

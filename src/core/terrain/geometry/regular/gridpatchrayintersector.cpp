@@ -1,3 +1,8 @@
+// T. L. Kay, J. T. Kajiya, Ray Tracing Complex Scenes, 1986: the slabs that bound a part of the ray. Blocks
+// of the grid, with their height ranges, are searched from the largest to the smallest, the nearest child
+// first; in a block of the last level, rows, cells and their two triangles follow. The search ends behind the
+// nearest hit. Hits are reported in the order of a division into quarters, and not in that of the search.
+
 #include <zmt/core/terrain/geometry/regular/gridpatchrayintersector.h>
 
 #include "griddomain.h"

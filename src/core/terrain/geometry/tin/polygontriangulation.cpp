@@ -1,3 +1,8 @@
+// The rings are cleaned, inserted into a constrained Delaunay triangulation of a rectangle around them, and
+// the faces are kept whose centres lie inside an odd number of rings (M. Shimrat, Algorithm 112: Position of
+// Point Relative to Polygon, 1962). A fine triangulation splits the edges of the rings first, and adds rows
+// of points between where they cross.
+
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 
 #include <algorithm>

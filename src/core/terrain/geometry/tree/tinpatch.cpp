@@ -1,3 +1,7 @@
+// All numbers of a patch lie in one block: vertices, ends of the strips' ranges, strips, borders. Lists are
+// handed out as views that keep the patch and the block. What is read goes through vectors, is packed, and is
+// checked against the geometry data before anybody uses it.
+
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 #include <algorithm>

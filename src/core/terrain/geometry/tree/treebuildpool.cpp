@@ -1,3 +1,9 @@
+// The tasks are numbered in the order of the recursion, children before parents. Workers take the ready task
+// of the lowest number; who completes the last child of a node makes the node ready. The calling thread
+// watches and may stop them.
+//
+// Reports and failures stay with their tasks and are handed on at the end, in the order of one thread.
+
 #include "treebuildpool.h"
 
 #include <algorithm>

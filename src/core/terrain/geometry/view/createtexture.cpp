@@ -1,3 +1,7 @@
+// A scene seen from straight above is set up, with the terrain at its finest level, drawn piece by piece into
+// the image, and the image is draped over the ground. Shadings are lit by the given light; normals are drawn
+// as colours, by painters that stand in the scene in front of the terrain.
+
 #include <zmt/core/terrain/geometry/view/createtexture.h>
 
 #include <algorithm>

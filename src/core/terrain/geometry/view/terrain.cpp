@@ -1,3 +1,7 @@
+// All but light maps and draped triangles is passed on to the geometry data, so that kinds of terrain
+// override what they know better. Light maps are drawn with the scene's origin at the terrain's, where
+// patches and scene coordinates agree.
+
 #include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// Two levels of detail, one inside the other. The first walk goes down until no texturing effect wants finer
+// textures: there the effects give their textures to a patch, and the second walk collects below it the
+// patches whose error is small enough on the screen. So one texture serves many small patches. Draped
+// triangles are drawn with the textures of the first walk's patches.
+
 #include <zmt/core/terrain/geometry/view/terrainpaintergl.h>
 
 #include <cmath>
@@ -40,7 +45,6 @@ using Point = NBX::Vector3Base<double>;
 
 constexpr double s_redisplayDelay = 0.05;
 constexpr int s_asynchronousMode = 1;
-/// Enabled and disabled ones.
 
 // The attributes of all terrains, made when the library loads and never changed.
 
