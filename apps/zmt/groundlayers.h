@@ -7,7 +7,7 @@
 #include <nbx/scene/attribute/attribute.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 
 #include "sunlight.h"
 

@@ -10,7 +10,7 @@
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
 
 #include "groundlayers.h"

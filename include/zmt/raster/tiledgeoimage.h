@@ -5,7 +5,7 @@
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>
 #include <nbx/object/so.h>
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 
 namespace NBX {
 class Image;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <nbx/math/vector3base.h>
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 
 namespace ZMT::RASTER {
 

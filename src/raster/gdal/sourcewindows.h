@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 
 class OGRCoordinateTransformation;
 

@@ -7,7 +7,7 @@
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/image/image.h>
 #include <zmt/raster/gdal/projectionfile.h>
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 
 namespace ZMT::UTIL {

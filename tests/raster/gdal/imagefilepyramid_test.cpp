@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "geotiff.h"
+#include "raster/gdal/gdalimagereader.h"
 
 #include <nbx/image/image.h>
 #include <nbx/object/exception.h>
-#include <zmt/raster/gdal/imagefile.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/tiledgeoimage.h>
 
@@ -287,19 +287,20 @@ TEST_F(ImageFilePyramidTest, WarpedValuesHaveNothingAround) {
 
 TEST_F(ImageFilePyramidTest, AgreesWithTheImageReaderOnRealImages) {
     const std::string path = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_image.tif";
+    const GdalSource source(path, GdalSource::Outside::Transparent);
+    const GdalImageReader reader(source);
+    const unsigned width = source.width(), height = source.height();
+    auto whole = reader.readRgba(-1, {0, 0, int(width), int(height)}, width, height);
+    reader.orient(whole.data(), width, height, 4);
     const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(path));
-    const ImageFile file(path);
-    const auto whole = file.read(1 << 14);
-    ASSERT_TRUE(whole);
-    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, file.width(), file.height());
+    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, width, height);
     ASSERT_TRUE(image);
-    const int layers = image->numberOfLayers();
-    for (unsigned y = 0; y < whole->height; ++y)
-        for (unsigned x = 0; x < whole->width; ++x)
-            for (int layer = 0; layer < std::min(layers, 3); ++layer)
-                ASSERT_EQ(whole->rgba[4 * (static_cast<std::size_t>(y) * whole->width + x) +
-                                      static_cast<std::size_t>(layer)],
-                          image->pixelComponentsU8(static_cast<int>(x), static_cast<int>(y))[layer]);
+    const int layers = std::min(image->numberOfLayers(), 3);
+    for (unsigned y = 0; y < height; ++y)
+        for (unsigned x = 0; x < width; ++x)
+            for (int layer = 0; layer < layers; ++layer)
+                ASSERT_EQ(whole[4 * (std::size_t(y) * width + x) + std::size_t(layer)],
+                          image->pixelComponentsU8(int(x), int(y))[layer]);
 }
 
 TEST_F(ImageFilePyramidTest, LargeFilesKeepLittleInMemory) {

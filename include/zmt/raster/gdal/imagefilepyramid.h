@@ -15,10 +15,11 @@ namespace ZMT::RASTER {
 /// them is first read, in one walk over the coarsest stored level, and stay in memory: at most
 /// 4/3 * `memoryPixels` pixels. So a large file without overviews takes its time once; `gdaladdo` adds them.
 /// Images deliver 8 bits a component: luminance or RGB, and with alpha where an alpha band, a mask, a
-/// palette, a no-data value or warping leaves pixels out, as `ImageFile` finds them. One band of signed or
-/// floating point numbers is a raster of values: 32-bit float luminance, 0 where there is no value. A file
-/// that cannot be read any more delivers null; the first time is reported. Extents and sizes may be asked for
-/// from any thread; one thread at a time reads pixels. Stored attributes: "fileName" (absolute), "wkt".
+/// palette, a no-data value or warping leaves pixels out. Bands of more bits are scaled: by the range of
+/// their type where the format says so, else by the greatest value found. One band of signed or floating
+/// point numbers is a raster of values: 32-bit float luminance, 0 where there is no value. A file that cannot
+/// be read any more delivers null; the first time is reported. Extents and sizes may be asked for from any
+/// thread; one thread at a time reads pixels. Stored attributes: "fileName" (absolute), "wkt".
 class ImageFilePyramid : public TiledGeoImagePyramid {
     NBX_STORED_CLASS(ImageFilePyramid, TiledGeoImagePyramid)
 public:

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include <zmt/raster/geoimagedata.h>
+#include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
 #include <zmt/raster/vectorline.h>
 
