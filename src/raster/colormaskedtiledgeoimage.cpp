@@ -5,55 +5,20 @@
 #include <cstdint>
 
 #include <nbx/image/memoryimage.h>
-#include <nbx/object/errorhandler.h>
 
 namespace ZMT::RASTER {
 
-NBX_CLASS_IMPL(ColorMaskedTiledGeoImage, TiledGeoImage)
+NBX_CLASS_IMPL(ColorMaskedTiledGeoImage, DecoratedTiledGeoImage)
 
 ColorMaskedTiledGeoImage::ColorMaskedTiledGeoImage(TiledGeoImage * image, const NBX::Color & maskColor)
-    : image_(image), maskColor_(maskColor) {
-    NBX_CHECK(image, L"no image");
-}
+    : DecoratedTiledGeoImage(image), maskColor_(maskColor) {}
 
-double ColorMaskedTiledGeoImage::minX() const {
-    return image_ ? image_->minX() : 0.0;
-}
-
-double ColorMaskedTiledGeoImage::minY() const {
-    return image_ ? image_->minY() : 0.0;
-}
-
-double ColorMaskedTiledGeoImage::pixelSizeX() const {
-    return image_ ? image_->pixelSizeX() : 1.0;
-}
-
-double ColorMaskedTiledGeoImage::pixelSizeY() const {
-    return image_ ? image_->pixelSizeY() : 1.0;
-}
-
-std::uint64_t ColorMaskedTiledGeoImage::pixelsX() const {
-    return image_ ? image_->pixelsX() : 0;
-}
-
-std::uint64_t ColorMaskedTiledGeoImage::pixelsY() const {
-    return image_ ? image_->pixelsY() : 0;
-}
-
-unsigned ColorMaskedTiledGeoImage::granularityX() const {
-    return image_ ? image_->granularityX() : 1;
-}
-
-unsigned ColorMaskedTiledGeoImage::granularityY() const {
-    return image_ ? image_->granularityY() : 1;
-}
-
-bool ColorMaskedTiledGeoImage::failed() const {
-    return image_ && image_->failed();
+NBX::SO<NBX::Image> ColorMaskedTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
+    return TiledGeoImage::createEmptyImage(width, height);
 }
 
 NBX::SO<NBX::Image> ColorMaskedTiledGeoImage::getImage(int x, int y, unsigned width, unsigned height) const {
-    return image_ ? masked(image_->getImage(x, y, width, height).get(), maskColor_) : nullptr;
+    return masked(DecoratedTiledGeoImage::getImage(x, y, width, height).get(), maskColor_);
 }
 
 NBX::SO<NBX::Image> ColorMaskedTiledGeoImage::masked(const NBX::Image * image, const NBX::Color & maskColor) {

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nbx/image/memoryimage.h>
-#include <nbx/image/subimage.h>
-#include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/raster/pixelblocks.h>
 
@@ -42,11 +39,7 @@ std::uint64_t MemoryTiledGeoImage::pixelsY() const {
 
 NBX::SO<NBX::Image> MemoryTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
     if (!image_) return TiledGeoImage::createEmptyImage(width, height);
-    if (!PixelBlocks::isImageSize(width, height, static_cast<unsigned>(image_->bitsPerPixel()) / 8))
-        return nullptr;
-    NBX::SO<NBX::Image> image(new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height),
-                                                   image_->layerSequence(), image_->dataType()));
-    return image->width() > 0 ? image : nullptr;
+    return PixelBlocks::newImage(width, height, image_->layerSequence(), image_->dataType());
 }
 
 NBX::SO<NBX::Image> MemoryTiledGeoImage::getImage(int x, int y, unsigned width, unsigned height) const {

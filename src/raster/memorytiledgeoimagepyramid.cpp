@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "memorytiledgeoimage.h"
-#include <nbx/image/memoryimage.h>
+#include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/raster/colormaskedtiledgeoimage.h>
@@ -22,11 +22,12 @@ bool hasArea(const NBX::Bounds & box) {
 }
 
 NBX::SO<NBX::Image> halved(const NBX::Image & image) {
-    const int width = (image.width() + 1) / 2, height = (image.height() + 1) / 2;
-    NBX::SO<NBX::Image> result(new NBX::MemoryImage(width, height, image.layerSequence(), image.dataType()));
-    if (result->width() != width) return nullptr;
-    PixelBlocks::reduce(image, {0.0, 0.0, image.width() + 0.0, image.height() + 0.0}, *result, 0, 0, width,
-                        height);
+    const auto half = [](int size) { return PixelBlocks::halved(static_cast<unsigned>(size)); };
+    NBX::SO<NBX::Image> result = PixelBlocks::newImage(half(image.width()), half(image.height()),
+                                                       image.layerSequence(), image.dataType());
+    if (result)
+        PixelBlocks::reduce(image, {0.0, 0.0, image.width() + 0.0, image.height() + 0.0}, *result, 0, 0,
+                            result->width(), result->height());
     return result;
 }
 

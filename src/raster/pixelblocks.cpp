@@ -10,9 +10,8 @@
 #include <cstring>
 #include <vector>
 
+#include "nbx/image/boxfilter.h"
 #include <nbx/image/memoryimage.h>
-#include <nbx/image/subimage.h>
-#include <nbx/math/area.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/raster/tiledgeoimage.h>
 
@@ -145,26 +144,23 @@ private:
     std::vector<float> sums_;
 };
 
-/// Averages of 2 by 2 pixels of 8 bits, which is what most levels of a pyramid are made by.
-void halveLine(const std::uint8_t * low, const std::uint8_t * high, std::uint8_t * target, int width,
-               int layers, int alpha) {
+/// Averages of 2 by 2 pixels with alpha. Unlike the box filter of the engine's images, which takes every
+/// layer by itself, colours are weighted by alpha: levels of a pyramid lie above others.
+void halveWeighted(const std::uint8_t * low, const std::uint8_t * high, std::uint8_t * target, int width,
+                   int layers, int alpha) {
     const std::ptrdiff_t pair = 2 * std::ptrdiff_t(layers);
     for (int x = 0; x < width; ++x, low += pair, high += pair, target += layers) {
         const std::uint8_t * pixels[4] = {low, low + layers, high, high + layers};
-        unsigned opacity = 4 * 255;
-        if (alpha >= 0) {
-            opacity = 0;
-            for (const std::uint8_t * pixel : pixels)
-                opacity += pixel[alpha];
-            target[alpha] = static_cast<std::uint8_t>((opacity + 2) / 4);
+        unsigned opacity = 0;
+        for (const std::uint8_t * pixel : pixels)
+            opacity += pixel[alpha];
+        if (opacity == 4 * 255) {
+            NBX::halveLine(layers, low, high, static_cast<std::size_t>(layers), target, 1);
+            continue;
         }
+        target[alpha] = static_cast<std::uint8_t>((opacity + 2) / 4);
         for (int l = 0; l < layers; ++l) {
             if (l == alpha) continue;
-            if (opacity == 4 * 255) {
-                target[l] = static_cast<std::uint8_t>(
-                    (pixels[0][l] + pixels[1][l] + pixels[2][l] + pixels[3][l] + 2) / 4);
-                continue;
-            }
             unsigned sum = opacity / 2;
             for (const std::uint8_t * pixel : pixels)
                 sum += static_cast<unsigned>(pixel[l]) * pixel[alpha];
@@ -173,6 +169,7 @@ void halveLine(const std::uint8_t * low, const std::uint8_t * high, std::uint8_t
     }
 }
 
+/// Most levels of a pyramid are made this way.
 bool isHalving(const NBX::Image & source, const PixelWindow & w, int width, int height) {
     return source.dataType() == NBX::Image::UInt8 && w.minX == std::floor(w.minX) &&
            w.minY == std::floor(w.minY) && w.maxX - w.minX == 2.0 * width &&
@@ -186,9 +183,13 @@ void halve(const NBX::Image & source, const PixelWindow & window, NBX::Image & t
     const std::ptrdiff_t offset = static_cast<std::ptrdiff_t>(window.minX) * layers;
     for (int row = 0; row < height; ++row) {
         const int below = static_cast<int>(window.minY) + 2 * row;
-        halveLine(source.lineComponentsU8(below) + offset, source.lineComponentsU8(below + 1) + offset,
-                  target.lineComponentsU8(y + row) + static_cast<std::ptrdiff_t>(x) * layers, width, layers,
-                  alpha);
+        const std::uint8_t * low = source.lineComponentsU8(below) + offset;
+        const std::uint8_t * high = source.lineComponentsU8(below + 1) + offset;
+        std::uint8_t * to = target.lineComponentsU8(y + row) + static_cast<std::ptrdiff_t>(x) * layers;
+        if (alpha < 0)
+            NBX::halveLine(layers, low, high, static_cast<std::size_t>(layers), to, width);
+        else
+            halveWeighted(low, high, to, width, layers, alpha);
     }
 }
 
@@ -248,12 +249,32 @@ Range wholePixels(double & low, double & high, double limit, std::uint64_t size)
     return {static_cast<std::int64_t>(first), static_cast<unsigned>(end - first)};
 }
 
+/// The part of a rectangle that lies in the image.
+PixelRect inside(const TiledGeoImage & image, int x, int y, unsigned width, unsigned height) {
+    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
+    const std::int64_t x1 =
+        std::min(x + static_cast<std::int64_t>(width), static_cast<std::int64_t>(image.pixelsX()));
+    const std::int64_t y1 =
+        std::min(y + static_cast<std::int64_t>(height), static_cast<std::int64_t>(image.pixelsY()));
+    if (x0 >= x1 || y0 >= y1) return {};
+    return {x0, y0, static_cast<std::uint64_t>(x1 - x0), static_cast<std::uint64_t>(y1 - y0)};
+}
+
 } // namespace
 
 bool PixelBlocks::isImageSize(unsigned long long width, unsigned long long height, unsigned bytesPerPixel) {
     constexpr unsigned long long maxSide = INT32_MAX;
     return width > 0 && height > 0 && width <= maxSide && height <= maxSide &&
            width * height <= maxImageBytes / std::max(1u, bytesPerPixel);
+}
+
+NBX::SO<NBX::Image> PixelBlocks::newImage(unsigned long long width, unsigned long long height,
+                                          NBX::LayerSequence layers, int dataType) {
+    if (!isImageSize(width, height, static_cast<unsigned>(NBX::Image::bitsPerPixel(layers, dataType)) / 8))
+        return nullptr;
+    NBX::SO<NBX::Image> image(
+        new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height), layers, dataType));
+    return image->width() > 0 ? image : nullptr;
 }
 
 void PixelBlocks::paste(const NBX::Image & source, long long x, long long y, NBX::Image & target) {
@@ -321,6 +342,39 @@ NBX::SO<NBX::Image> PixelBlocks::read(const TiledGeoImage & source, const PixelW
         }
     }
     return found ? result : nullptr;
+}
+
+NBX::SO<NBX::Image>
+PixelBlocks::readInside(const TiledGeoImage & image, int x, int y, unsigned width, unsigned height,
+                        const std::function<NBX::SO<NBX::Image>(const PixelRect &)> & read) {
+    const PixelRect rect = inside(image, x, y, width, height);
+    if (rect.isEmpty() || !isImageSize(width, height, 4)) return nullptr;
+    NBX::SO<NBX::Image> pixels = read(rect);
+    if (!pixels || (rect.width == width && rect.height == height)) return pixels;
+    NBX::SO<NBX::Image> result = image.createEmptyImage(width, height);
+    if (result) paste(*pixels, rect.x - x, rect.y - y, *result);
+    return result;
+}
+
+NBX::SO<NBX::Image> PixelBlocks::readTiles(const TiledGeoImage & image, int x, int y, unsigned width,
+                                           unsigned height, unsigned tileX, unsigned tileY,
+                                           const TileReader & read) {
+    const PixelRect rect = inside(image, x, y, width, height);
+    if (rect.isEmpty() || !isImageSize(width, height, 1)) return nullptr;
+    const std::int64_t endX = rect.x + static_cast<std::int64_t>(rect.width);
+    const std::int64_t endY = rect.y + static_cast<std::int64_t>(rect.height);
+    NBX::SO<NBX::Image> result;
+    for (std::int64_t row = rect.y / tileY; row * tileY < endY; ++row) {
+        for (std::int64_t column = rect.x / tileX; column * tileX < endX; ++column) {
+            NBX::SO<NBX::Image> tile;
+            if (!read(column, row, tile)) return nullptr;
+            if (!tile) continue;
+            if (!result) result = image.createEmptyImage(width, height);
+            if (!result) return nullptr;
+            paste(*tile, column * tileX - x, row * tileY - y, *result);
+        }
+    }
+    return result;
 }
 
 } // namespace ZMT::RASTER

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include <nbx/image/memoryimage.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/pixelblocks.h>
 
@@ -40,11 +39,8 @@ void widen(std::int64_t & first, std::uint64_t & count, std::uint64_t pixels, un
 } // namespace
 
 NBX::SO<NBX::Image> TiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
-    const bool isGray = bands() == 1;
-    if (!PixelBlocks::isImageSize(width, height, isGray ? 1 : 4)) return nullptr;
-    NBX::SO<NBX::Image> image(new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height),
-                                                   isGray ? NBX::LS_Luminance : NBX::LS_RGBA));
-    return image->width() > 0 ? image : nullptr;
+    return PixelBlocks::newImage(width, height, bands() == 1 ? NBX::LS_Luminance : NBX::LS_RGBA,
+                                 NBX::Image::UInt8);
 }
 
 PixelRect TiledGeoImage::pixelRect(double minX, double minY, double maxX, double maxY) const {

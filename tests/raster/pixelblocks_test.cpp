@@ -170,7 +170,90 @@ TEST(PixelBlocksTest, OnePixelForHugeAreasIsMadeOfItsMiddle) {
     EXPECT_LE(tiled->largest, 1100U * 1100U);
 }
 
+TEST(PixelBlocksTest, OpaqueColoursAreHalvedAsWithoutAlpha) {
+    std::mt19937 random(7);
+    const SO<MemoryImage> rgb = image(64, 32, NBX::LS_RGB), rgba = image(64, 32, NBX::LS_RGBA);
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 64; ++x) {
+            for (int layer = 0; layer < 3; ++layer)
+                rgb->pixelComponentsU8(x, y)[layer] = rgba->pixelComponentsU8(x, y)[layer] =
+                    static_cast<unsigned char>(random());
+            rgba->pixelComponentsU8(x, y)[3] = 255;
+        }
+    const SO<MemoryImage> half = image(32, 16, NBX::LS_RGB), opaque = image(32, 16, NBX::LS_RGBA);
+    PixelBlocks::reduce(*rgb, {0, 0, 64, 32}, *half, 0, 0, 32, 16);
+    PixelBlocks::reduce(*rgba, {0, 0, 64, 32}, *opaque, 0, 0, 32, 16);
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 32; ++x) {
+            for (int layer = 0; layer < 3; ++layer)
+                ASSERT_EQ(half->pixelComponentsU8(x, y)[layer], opaque->pixelComponentsU8(x, y)[layer]);
+            ASSERT_EQ(255, opaque->pixelComponentsU8(x, y)[3]);
+        }
+}
+
+TEST(PixelBlocksTest, RectanglesThatReachBeyondTheImageAreReadInside) {
+    const SO<MemoryImage> source = gray(3, 2, {1, 2, 3, 4, 5, 6});
+    const SO<MemoryTiledGeoImage> tiled(new MemoryTiledGeoImage(source.get(), {0.0, 0.0, 3.0, 2.0}));
+    std::vector<PixelRect> asked;
+    const auto read = [&](const PixelRect & rect) {
+        asked.push_back(rect);
+        return tiled->getImage(int(rect.x), int(rect.y), unsigned(rect.width), unsigned(rect.height));
+    };
+    const SO<NBX::Image> image = PixelBlocks::readInside(*tiled, 1, -1, 4, 2, read);
+    ASSERT_TRUE(image);
+    ASSERT_EQ(4, image->width());
+    ASSERT_EQ(2, image->height());
+    EXPECT_EQ(0, *image->pixelComponentsU8(0, 0));
+    EXPECT_EQ(2, *image->pixelComponentsU8(0, 1));
+    EXPECT_EQ(3, *image->pixelComponentsU8(1, 1));
+    EXPECT_EQ(0, *image->pixelComponentsU8(2, 1));
+    ASSERT_EQ(1U, asked.size());
+    EXPECT_EQ(1, asked[0].x);
+    EXPECT_EQ(0, asked[0].y);
+    EXPECT_EQ(2U, asked[0].width);
+    EXPECT_EQ(1U, asked[0].height);
+    for (const auto & [x, y] : {std::pair(3, 0), std::pair(-4, 0), std::pair(0, 2), std::pair(0, -2)})
+        EXPECT_FALSE(PixelBlocks::readInside(*tiled, x, y, 4, 2, read)) << x << " " << y;
+    EXPECT_FALSE(PixelBlocks::readInside(*tiled, 0, 0, 0, 2, read));
+    EXPECT_FALSE(PixelBlocks::readInside(*tiled, 0, 0, 1U << 31, 1U << 31, read));
+    EXPECT_EQ(1U, asked.size());
+    EXPECT_FALSE(PixelBlocks::readInside(*tiled, 0, 0, 4, 2, [](const PixelRect &) { return nullptr; }));
+}
+
+TEST(PixelBlocksTest, ImagesArePutTogetherFromTiles) {
+    const SO<MemoryImage> source = gray(3, 2, {1, 2, 3, 4, 5, 6});
+    const SO<MemoryTiledGeoImage> tiled(new MemoryTiledGeoImage(source.get(), {0.0, 0.0, 3.0, 2.0}));
+    std::int64_t hole = -1, bad = -1;
+    const auto read = [&](std::int64_t column, std::int64_t row, SO<NBX::Image> & tile) {
+        const std::int64_t number = 2 * row + column;
+        if (number != hole) tile = tiled->getImage(int(2 * column), int(row), 2, 1);
+        return number != bad;
+    };
+    const auto values = [&](int x, int y, unsigned width, unsigned height) {
+        const SO<NBX::Image> image = PixelBlocks::readTiles(*tiled, x, y, width, height, 2, 1, read);
+        std::vector<int> result;
+        for (int j = 0; image && j < image->height(); ++j)
+            for (int i = 0; i < image->width(); ++i)
+                result.push_back(*image->pixelComponentsU8(i, j));
+        return result;
+    };
+    EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5, 6}), values(0, 0, 3, 2));
+    EXPECT_EQ((std::vector<int>{0, 0, 0, 2, 3, 0}), values(1, -1, 3, 2));
+    EXPECT_EQ((std::vector<int>{}), values(3, 0, 3, 2));
+    hole = 1;
+    EXPECT_EQ((std::vector<int>{1, 2, 0, 4, 5, 6}), values(0, 0, 3, 2));
+    EXPECT_EQ((std::vector<int>{}), values(2, 0, 1, 1)) << "nothing is stored there";
+    bad = 2;
+    EXPECT_EQ((std::vector<int>{}), values(0, 0, 3, 2)) << "a tile cannot be read";
+    EXPECT_EQ((std::vector<int>{1}), values(0, 0, 1, 1));
+}
+
 TEST(PixelBlocksTest, SizesThatNoImageCanHave) {
+    EXPECT_FALSE(PixelBlocks::newImage(1ULL << 30, 1ULL << 30, NBX::LS_Luminance, NBX::Image::UInt8));
+    EXPECT_FALSE(PixelBlocks::newImage(0, 5, NBX::LS_Luminance, NBX::Image::UInt8));
+    EXPECT_EQ(3U, PixelBlocks::halved(5));
+    EXPECT_EQ(1U, PixelBlocks::halved(1));
+    EXPECT_EQ(1U << 31, PixelBlocks::halved(~0U));
     EXPECT_TRUE(PixelBlocks::isImageSize(1, 1, 4));
     EXPECT_FALSE(PixelBlocks::isImageSize(0, 1, 4));
     EXPECT_FALSE(PixelBlocks::isImageSize(1ULL << 31, 1, 1));

@@ -3,13 +3,15 @@
 #include <cstdint>
 #include <memory>
 
-#include <zmt/raster/tiledgeoimage.h>
+#include <zmt/raster/decoratedtiledgeoimage.h>
 
 namespace ZMT::RASTER {
 
+class TileCache;
+
 /// Another image with those of its tiles in memory that were used last. One thread at a time reads.
-class CachedTiledGeoImage : public TiledGeoImage {
-    NBX_CLASS(CachedTiledGeoImage, TiledGeoImage)
+class CachedTiledGeoImage : public DecoratedTiledGeoImage {
+    NBX_CLASS(CachedTiledGeoImage, DecoratedTiledGeoImage)
 public:
     /// Keeps at most `maxBytes` of pixels; a tile larger than that is delivered and not kept. A null image
     /// is reported.
@@ -21,24 +23,18 @@ public:
     std::uint64_t maxBytes() const;
     std::uint64_t usedBytes() const;
 
-    unsigned bands() const override;
-    double minX() const override;
-    double minY() const override;
-    double pixelSizeX() const override;
-    double pixelSizeY() const override;
-    std::uint64_t pixelsX() const override;
-    std::uint64_t pixelsY() const override;
-    NBX::SO<NBX::Image> createEmptyImage(unsigned width, unsigned height) const override;
     /// Tiles that cannot be read are not remembered: the next call tries again.
     NBX::SO<NBX::Image> getImage(int x, int y, unsigned width, unsigned height) const override;
     /// The size of the tiles in the cache: that of the image's, but at least 64 and at most 1024 pixels.
-    unsigned granularityX() const override;
-    unsigned granularityY() const override;
-    bool failed() const override;
+    unsigned granularityX() const override { return tileX_; }
+    unsigned granularityY() const override { return tileY_; }
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> impl_;
+    NBX::SO<NBX::Image> tile(std::int64_t column, std::int64_t row) const;
+    NBX::SO<NBX::Image> load(std::int64_t column, std::int64_t row) const;
+
+    std::unique_ptr<TileCache> cache_;
+    unsigned tileX_, tileY_;
 };
 
 } // namespace ZMT::RASTER

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "boxfilter.h"
 #include "pixelline.h"
 
 namespace NBX {
@@ -117,17 +118,6 @@ private:
     std::array<int, 2> keptY_{-1, -1};
 };
 
-/// Two lines of bytes to one of half the width; `right` is the distance of the second pixel of a pair, 0
-/// where the source is one pixel wide.
-template <std::size_t N>
-void halveLine(const std::uint8_t * lower, const std::uint8_t * upper, std::size_t right, std::uint8_t * to,
-               int width) {
-    for (int x = 0; x < width; ++x, lower += 2 * N, upper += 2 * N)
-        for (std::size_t c = 0; c < N; ++c)
-            *to++ = static_cast<std::uint8_t>(
-                (lower[c] + lower[c + right] + upper[c] + upper[c + right] + 2) >> 2);
-}
-
 bool canHalve(const Image & source, const Image & target) {
     const auto halves = [](int from, int to) { return from == 2 * to || (from == 1 && to == 1); };
     return source.layerSequence() == target.layerSequence() && source.dataType() == Image::UInt8 &&
@@ -144,20 +134,7 @@ void halve(const Image & source, Image & target) {
                                  ? lower
                                  : static_cast<const std::uint8_t *>(source.lineComponents(2 * y + 1));
         auto * to = static_cast<std::uint8_t *>(target.lineComponents(y));
-        switch (layers) {
-        case 1:
-            halveLine<1>(lower, upper, right, to, target.width());
-            break;
-        case 2:
-            halveLine<2>(lower, upper, right, to, target.width());
-            break;
-        case 3:
-            halveLine<3>(lower, upper, right, to, target.width());
-            break;
-        default:
-            halveLine<4>(lower, upper, right, to, target.width());
-            break;
-        }
+        halveLine(layers, lower, upper, right, to, target.width());
     }
 }
 

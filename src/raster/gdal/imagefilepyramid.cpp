@@ -13,7 +13,6 @@
 #include "gdalimagereader.h"
 
 #include <nbx/data/file.h>
-#include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
@@ -36,7 +35,6 @@ constexpr unsigned s_largestGranularity = 128;
 struct PixelFormat {
     NBX::LayerSequence sequence = NBX::LS_RGBA;
     int dataType = NBX::Image::UInt8;
-    unsigned bytes() const { return static_cast<unsigned>(NBX::Image::bitsPerPixel(sequence, dataType)) / 8; }
 };
 
 PixelFormat formatOf(const GdalImageReader & reader) {
@@ -156,16 +154,8 @@ private:
 };
 
 NBX::SO<NBX::Image> ImageFilePyramid::Level::getImage(int x, int y, unsigned width, unsigned height) const {
-    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
-    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), info_.width);
-    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), info_.height);
-    if (x0 >= x1 || y0 >= y1 || !PixelBlocks::isImageSize(width, height, 4)) return nullptr;
-    const PixelRect rect = {x0, y0, static_cast<std::uint64_t>(x1 - x0), static_cast<std::uint64_t>(y1 - y0)};
-    NBX::SO<NBX::Image> pixels = pyramid_->read(index_, rect);
-    if (!pixels || (rect.width == width && rect.height == height)) return pixels;
-    NBX::SO<NBX::Image> result = createEmptyImage(width, height);
-    if (result) PixelBlocks::paste(*pixels, x0 - x, y0 - y, *result);
-    return result;
+    return PixelBlocks::readInside(*this, x, y, width, height,
+                                   [&](const PixelRect & rect) { return pyramid_->read(index_, rect); });
 }
 
 void ImageFilePyramid::Impl::open() {
@@ -225,8 +215,8 @@ void ImageFilePyramid::Impl::findLevels() {
     int inMemory = 0;
     while (levels.back().width > 1 || levels.back().height > 1) {
         LevelInfo level = levels.back();
-        level.width = (level.width + 1) / 2;
-        level.height = (level.height + 1) / 2;
+        level.width = PixelBlocks::halved(level.width);
+        level.height = PixelBlocks::halved(level.height);
         const bool fits = pixelsOf(level) <= memoryPixels;
         level.store = fits ? Store::Memory : Store::Halving;
         level.overview = fits ? inMemory++ : 0;
@@ -236,10 +226,7 @@ void ImageFilePyramid::Impl::findLevels() {
 }
 
 NBX::SO<NBX::Image> ImageFilePyramid::Impl::emptyImage(unsigned width, unsigned height) const {
-    if (!PixelBlocks::isImageSize(width, height, format.bytes())) return nullptr;
-    NBX::SO<NBX::Image> image(new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height),
-                                                   format.sequence, format.dataType));
-    return image->width() > 0 ? image : nullptr;
+    return PixelBlocks::newImage(width, height, format.sequence, format.dataType);
 }
 
 NBX::SO<NBX::Image> ImageFilePyramid::Impl::read(std::size_t level, const PixelRect & rect) {

@@ -13,7 +13,7 @@
 
 #include "gdalsupport.h"
 
-#include <nbx/image/memoryimage.h>
+#include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
@@ -56,15 +56,12 @@ PixelGrid gridOf(const TiledGeoImage & image) {
     return {image.minX(), image.minY(), image.pixelSizeX(), image.pixelSizeY()};
 }
 
-std::uint8_t * bytesOf(NBX::MemoryImage & image) {
+std::uint8_t * bytesOf(NBX::Image & image) {
     return static_cast<std::uint8_t *>(image.lineComponents(0));
 }
 
-NBX::SO<NBX::MemoryImage> newRgba(unsigned width, unsigned height) {
-    if (!PixelBlocks::isImageSize(width, height, 4)) return nullptr;
-    NBX::SO<NBX::MemoryImage> image(
-        new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height), NBX::LS_RGBA));
-    return image->width() > 0 ? image : nullptr;
+NBX::SO<NBX::Image> newRgba(std::uint64_t width, std::uint64_t height) {
+    return PixelBlocks::newImage(width, height, NBX::LS_RGBA, NBX::Image::UInt8);
 }
 
 } // namespace
@@ -118,16 +115,8 @@ private:
 };
 
 NBX::SO<NBX::Image> WarpedImagePyramid::Level::getImage(int x, int y, unsigned width, unsigned height) const {
-    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
-    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), size_.width);
-    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), size_.height);
-    if (x0 >= x1 || y0 >= y1 || !PixelBlocks::isImageSize(width, height, 4)) return nullptr;
-    const PixelRect rect = {x0, y0, static_cast<std::uint64_t>(x1 - x0), static_cast<std::uint64_t>(y1 - y0)};
-    NBX::SO<NBX::Image> pixels = pyramid_->read(index_, rect);
-    if (!pixels || (rect.width == width && rect.height == height)) return pixels;
-    NBX::SO<NBX::Image> result = createEmptyImage(width, height);
-    if (result) PixelBlocks::paste(*pixels, x0 - x, y0 - y, *result);
-    return result;
+    return PixelBlocks::readInside(*this, x, y, width, height,
+                                   [&](const PixelRect & rect) { return pyramid_->read(index_, rect); });
 }
 
 void WarpedImagePyramid::Impl::open() {
@@ -215,9 +204,8 @@ NBX::SO<NBX::Image> WarpedImagePyramid::Impl::warp(std::size_t level, const Pixe
     const NBX::SO<NBX::Image> stored =
         sources[from]->getImage(static_cast<int>(window.x), static_cast<int>(window.y), width, height);
     if (sources[from]->failed()) failed = true;
-    const NBX::SO<NBX::MemoryImage> pixels = stored ? newRgba(width, height) : nullptr;
-    const NBX::SO<NBX::MemoryImage> result =
-        newRgba(static_cast<unsigned>(rect.width), static_cast<unsigned>(rect.height));
+    const NBX::SO<NBX::Image> pixels = stored ? newRgba(width, height) : nullptr;
+    NBX::SO<NBX::Image> result = newRgba(rect.width, rect.height);
     if (!pixels || !result || !pixels->copy(stored.get())) return nullptr;
 
     const PixelGrid corner =

@@ -77,7 +77,7 @@ std::string utf8(const std::wstring & text) {
 /// The sizes of all levels. Only the last one, which is a single tile, has small tiles.
 std::vector<LevelSize> levelSizes(unsigned pixelsX, unsigned pixelsY) {
     std::vector<LevelSize> result;
-    const auto halved = [](unsigned size) { return size / 2 + size % 2; };
+    const auto halved = &RASTER::PixelBlocks::halved;
     for (; std::max(pixelsX, pixelsY) > lastTileSide; pixelsX = halved(pixelsX), pixelsY = halved(pixelsY))
         result.push_back({pixelsX, pixelsY, tileSide});
     result.push_back({pixelsX, pixelsY, lastTileSide});

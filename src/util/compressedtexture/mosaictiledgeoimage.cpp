@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstring>
 
-#include <nbx/image/memoryimage.h>
 #include <zmt/raster/pixelblocks.h>
 
 namespace ZMT::UTIL {
@@ -107,10 +106,7 @@ bool MosaicTiledGeoImage::failed() const {
 }
 
 NBX::SO<NBX::Image> MosaicTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
-    if (!PixelBlocks::isImageSize(width, height, 4)) return nullptr;
-    NBX::SO<NBX::Image> image(
-        new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height), layers_, dataType_));
-    return image->width() > 0 ? image : nullptr;
+    return PixelBlocks::newImage(width, height, layers_, dataType_);
 }
 
 bool MosaicTiledGeoImage::draw(const TiledGeoImagePyramid & part, int x, int y, NBX::Image & target) const {

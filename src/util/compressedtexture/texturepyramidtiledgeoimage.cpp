@@ -181,29 +181,18 @@ NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::tileImage(std::uint64_t tile) c
 
 NBX::SO<NBX::Image> TexturePyramidTiledGeoImage::getImage(int x, int y, unsigned width,
                                                           unsigned height) const {
-    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
-    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), header_.pixelsX);
-    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), header_.pixelsY);
-    if (x0 >= x1 || y0 >= y1 || !RASTER::PixelBlocks::isImageSize(width, height, 1)) return nullptr;
-    const std::int64_t tileWidth = header_.tileWidth, tileHeight = header_.tileHeight;
-    const auto insideWidth = static_cast<unsigned>(x1 - x0), insideHeight = static_cast<unsigned>(y1 - y0);
-    NBX::SO<NBX::Image> inside; // tiles at the border are larger than what the level has there
-    for (std::int64_t row = y0 / tileHeight; row * tileHeight < y1; ++row) {
-        for (std::int64_t column = x0 / tileWidth; column * tileWidth < x1; ++column) {
-            const std::uint64_t tile =
-                static_cast<std::uint64_t>(row) * header_.tilesX + static_cast<std::uint64_t>(column);
-            if (positions_[tile] == 0) continue;
-            const NBX::SO<NBX::Image> pixels = tileImage(tile);
-            if (!pixels) return nullptr; // a hole would hide what a coarser level has there
-            if (!inside) inside = createEmptyImage(insideWidth, insideHeight);
-            if (!inside) return nullptr;
-            RASTER::PixelBlocks::paste(*pixels, column * tileWidth - x0, row * tileHeight - y0, *inside);
-        }
-    }
-    if (!inside || (insideWidth == width && insideHeight == height)) return inside;
-    const NBX::SO<NBX::Image> result = createEmptyImage(width, height);
-    if (result) RASTER::PixelBlocks::paste(*inside, x0 - x, y0 - y, *result);
-    return result;
+    const auto readTile = [&](std::int64_t column, std::int64_t row, NBX::SO<NBX::Image> & pixels) {
+        const std::uint64_t tile =
+            static_cast<std::uint64_t>(row) * header_.tilesX + static_cast<std::uint64_t>(column);
+        if (positions_[tile] == 0) return true;
+        pixels = tileImage(tile);
+        return bool(pixels); // a hole would hide what a coarser level has there
+    };
+    // Tiles at the border are larger than what the level has there.
+    return RASTER::PixelBlocks::readInside(*this, x, y, width, height, [&](const RASTER::PixelRect & rect) {
+        return RASTER::PixelBlocks::readTiles(*this, int(rect.x), int(rect.y), rect.width, rect.height,
+                                              header_.tileWidth, header_.tileHeight, readTile);
+    });
 }
 
 void TexturePyramidTiledGeoImage::serialize(NBX::SerializationManager &) {

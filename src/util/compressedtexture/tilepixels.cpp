@@ -4,7 +4,6 @@
 
 #include <nbx/data/memorydataresource.h>
 #include <nbx/image/compressedimage.h>
-#include <nbx/image/memoryimage.h>
 #include <zmt/raster/pixelblocks.h>
 
 namespace ZMT::UTIL {
@@ -72,13 +71,8 @@ bool isFormatOf(Format format, const NBX::Image & image) {
 } // namespace
 
 NBX::SO<NBX::Image> TilePixels::emptyImage(Format format, unsigned width, unsigned height) {
-    const NBX::LayerSequence layers = CompressedTexture::layerSequence(format);
-    const int type = CompressedTexture::dataType(format);
-    const auto bytes = static_cast<unsigned>(imageBytes(format, 1, 1));
-    if (!RASTER::PixelBlocks::isImageSize(width, height, bytes)) return nullptr;
-    NBX::SO<NBX::Image> image(
-        new NBX::MemoryImage(static_cast<int>(width), static_cast<int>(height), layers, type));
-    return image->width() > 0 ? image : nullptr;
+    return RASTER::PixelBlocks::newImage(width, height, CompressedTexture::layerSequence(format),
+                                         CompressedTexture::dataType(format));
 }
 
 std::uint64_t TilePixels::imageBytes(Format format, std::uint64_t width, std::uint64_t height) {

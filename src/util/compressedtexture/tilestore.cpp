@@ -67,21 +67,12 @@ NBX::SO<NBX::Image> TileStore::tile(std::size_t index) const {
 }
 
 NBX::SO<NBX::Image> TileStore::getImage(int x, int y, unsigned width, unsigned height) const {
-    const std::int64_t x0 = std::max(x, 0), y0 = std::max(y, 0);
-    const std::int64_t x1 = std::min<std::int64_t>(x + static_cast<std::int64_t>(width), pixelsX_);
-    const std::int64_t y1 = std::min<std::int64_t>(y + static_cast<std::int64_t>(height), pixelsY_);
-    NBX::SO<NBX::Image> result;
-    const std::int64_t size = tileSize_;
-    for (std::int64_t row = y0 / size; row * size < y1; ++row) {
-        for (std::int64_t column = x0 / size; column * size < x1; ++column) {
-            const NBX::SO<NBX::Image> pixels = tile(static_cast<std::size_t>(row * tilesX_ + column));
-            if (!pixels) continue;
-            if (!result) result = createEmptyImage(width, height);
-            if (!result) return nullptr;
-            RASTER::PixelBlocks::paste(*pixels, column * size - x, row * size - y, *result);
-        }
-    }
-    return result;
+    return RASTER::PixelBlocks::readTiles(
+        *this, x, y, width, height, tileSize_, tileSize_,
+        [&](std::int64_t column, std::int64_t row, NBX::SO<NBX::Image> & pixels) {
+            pixels = tile(static_cast<std::size_t>(row * tilesX_ + column));
+            return true;
+        });
 }
 
 } // namespace ZMT::UTIL

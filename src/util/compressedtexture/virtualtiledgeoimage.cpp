@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <nbx/object/errorhandler.h>
+#include <zmt/raster/pixelblocks.h>
 
 namespace ZMT::UTIL {
 
@@ -12,7 +13,7 @@ namespace {
 
 unsigned halved(unsigned size, unsigned times) {
     for (; times > 0 && size > 1; --times)
-        size = size / 2 + size % 2;
+        size = RASTER::PixelBlocks::halved(size);
     return size;
 }
 
@@ -30,7 +31,7 @@ unsigned VirtualTiledGeoImage::levels() const {
     if (tileSize_ == 0) return 0;
     unsigned result = 1;
     for (unsigned size = std::max(width_, height_); size > tileSize_; ++result)
-        size = size / 2 + size % 2;
+        size = RASTER::PixelBlocks::halved(size);
     return result;
 }
 
