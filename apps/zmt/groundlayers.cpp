@@ -15,7 +15,6 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
@@ -25,14 +24,10 @@
 #include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
-#include <zmt/raster/gdal/imagefilepyramid.h>
-#include <zmt/raster/gdal/projectionfile.h>
-#include <zmt/raster/gdal/warpedimagepyramid.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/simplerasterdata.h>
-#include <zmt/util/compressedtexture/compressedtexture.h>
-#include <zmt/util/compressedtexture/texturepyramid.h>
 
 namespace {
 
@@ -140,14 +135,6 @@ NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE:
     return makeTiledTexture(map);
 }
 
-NBX::SO<TiledGeoImagePyramid> openPyramid(const std::string & path, const std::string & wkt) {
-    const std::wstring name = NBX::StringUtils::Utf8String2WString(path);
-    if (const NBX::SO<ZMT::UTIL::TexturePyramid> pyramid = ZMT::UTIL::CompressedTexture::load(name))
-        return ZMT::RASTER::WarpedImagePyramid::create(pyramid, ZMT::RASTER::ProjectionFile::read(path).wkt,
-                                                       wkt, path);
-    return new ZMT::RASTER::ImageFilePyramid(path, wkt);
-}
-
 void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
                 const std::string & path) {
     const bool overlaps = image.minX() < terrain.maxX && terrain.minX < image.maxX() &&
@@ -196,7 +183,7 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
 GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
                       const std::string & wkt) {
     Step step("reading " + path);
-    const auto pyramid = openPyramid(path, wkt);
+    const auto pyramid = ZMT::RASTER::GeoFile::openImage(path, wkt);
     checkPlace(*pyramid, terrain, path);
     checkContent(*pyramid, path);
     step.finish();

@@ -8,15 +8,16 @@
 #include <CLI/CLI.hpp>
 
 #include <nbx/object/progress.h>
-#include <nbx/object/stringutils.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/projectionfile.h>
-#include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/histogram.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramid.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 
 namespace {
+
+using ZMT::RASTER::GeoFile;
 
 void printHeights(const ZMT::RASTER::RasterData & raster) {
     const ZMT::RASTER::Histogram histogram(&raster);
@@ -48,6 +49,11 @@ void printLevels(const ZMT::UTIL::TexturePyramid & pyramid) {
     }
 }
 
+void printExtent(const ZMT::RASTER::GeoExtent & extent) {
+    std::printf("x:          %.10g to %.10g\n", extent.minX, extent.maxX);
+    std::printf("y:          %.10g to %.10g\n", extent.minY, extent.maxY);
+}
+
 void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & pyramid) {
     const auto finest = pyramid.level(0);
     const ZMT::RASTER::GeoReference reference = ZMT::RASTER::ProjectionFile::read(path);
@@ -57,36 +63,51 @@ void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & py
                 finest->header().compression == ZMT::UTIL::CompressedTexture::C_Deflate ? ", deflated" : "");
     std::printf("pixel:      %.10g by %.10g\n", finest->pixelSizeX(), finest->pixelSizeY());
     printSystem(reference);
-    std::printf("x:          %.10g to %.10g\n", pyramid.minX(), pyramid.maxX());
-    std::printf("y:          %.10g to %.10g\n", pyramid.minY(), pyramid.maxY());
+    printExtent({pyramid.minX(), pyramid.minY(), pyramid.maxX(), pyramid.maxY()});
     printLevels(pyramid);
 }
 
-void printInfo(const std::string & path) {
-    if (const auto pyramid = ZMT::UTIL::CompressedTexture::load(NBX::StringUtils::Utf8String2WString(path)))
-        return printPyramid(path, *pyramid);
-    const ZMT::RASTER::RasterFile file(path);
+void printRaster(const std::string & path) {
+    const auto file = GeoFile::openHeights(path);
     NBX::Progress reading("reading " + path);
-    const auto raster = file.read(0, &reading);
+    const auto raster = file->read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
     const auto & grid = raster.raster->grid();
     const auto & reference = raster.reference;
     const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;
     std::printf("file:       %s\n", path.c_str());
-    std::printf("format:     %s, bands: %u\n", file.format().c_str(), file.bands());
+    std::printf("format:     %s, bands: %u\n", file->format().c_str(), file->bands());
     std::printf("size:       %u by %u cells\n", grid.cellsX, grid.cellsY);
     std::printf("cell:       %.10g by %.10g%s\n", grid.cellSizeX, grid.cellSizeY, unit.c_str());
     printSystem(reference);
-    std::printf("x:          %.10g to %.10g\n", raster.raster->minX(), raster.raster->maxX());
-    std::printf("y:          %.10g to %.10g\n", raster.raster->minY(), raster.raster->maxY());
-    printHeights(*raster.raster);
+    const ZMT::RASTER::RasterData & cells = *raster.raster;
+    printExtent({cells.minX(), cells.minY(), cells.maxX(), cells.maxY()});
+    printHeights(cells);
+}
+
+void printVectors(const std::string & path) {
+    const auto file = GeoFile::openVectors(path);
+    std::printf("file:       %s\n", path.c_str());
+    std::printf("format:     %s, lines or areas, layers: %u\n", file->format().c_str(), file->layers());
+    printSystem(file->reference());
+}
+
+void printInfo(const std::string & path) {
+    if (GeoFile::formatOf(path)) {
+        const auto image = GeoFile::openImage(path);
+        if (const auto * pyramid = dynamic_cast<const ZMT::UTIL::TexturePyramid *>(image.get()))
+            return printPyramid(path, *pyramid);
+    }
+    if (GeoFile::kindOf(path) == ZMT::RASTER::GeoFileKind::Vectors) return printVectors(path);
+    printRaster(path);
 }
 
 } // namespace
 
 void addInfoCommand(CLI::App & app) {
-    auto * command = app.add_subcommand("info", "Tells what a raster file or a texture pyramid holds.");
+    auto * command = app.add_subcommand(
+        "info", "Tells what a raster, a texture pyramid or a file of lines and areas holds.");
     const auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, "The file")->required();
     command->callback([path] { printInfo(*path); });

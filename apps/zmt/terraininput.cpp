@@ -17,7 +17,7 @@
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
-#include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>
 
@@ -61,12 +61,12 @@ void checkThreads(unsigned threads) {
 
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
     NBX::Progress reading("reading " + path);
-    const ZMT::RASTER::RasterFile file(path);
-    ZMT::RASTER::GeoRaster raster = file.read(0, &reading);
+    const auto file = ZMT::RASTER::GeoFile::openHeights(path);
+    ZMT::RASTER::GeoRaster raster = file->read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
-    if (file.bands() > 1)
-        writeError("warning: " + path + ": has " + std::to_string(file.bands()) +
+    if (file->bands() > 1)
+        writeError("warning: " + path + ": has " + std::to_string(file->bands()) +
                    " bands, of which the first is taken as heights; give another one as a file of its own");
     checkTerrain(*raster.raster, path);
     if (how.fillVoids) {

@@ -10,7 +10,7 @@
 #include <zmt/core/terrain/geometry/hybrid/breaklines.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/areadraping.h>
-#include <zmt/raster/gdal/vectorfile.h>
+#include <zmt/raster/gdal/geofile.h>
 
 namespace {
 
@@ -58,7 +58,7 @@ void checkPoints(const std::vector<PolygonTriangulation::Ring> & areas, double s
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference) {
     Step step("stamping " + path);
-    const auto lines = ZMT::RASTER::VectorFile(path).read(reference.wkt, extentOf(*grid));
+    const auto lines = ZMT::RASTER::GeoFile::openVectors(path)->read(reference.wkt, extentOf(*grid));
     step.goOn(0.3);
     const auto features = ZMT::CORE::BreakLines::toFeatures(*grid, lines);
     if (features.empty()) throw DataError(path + ": has no line on the terrain; choose one that covers it");
@@ -71,7 +71,7 @@ NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & gri
 std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,
                                                   const ZMT::RASTER::GeoReference & reference) {
     Step step("reading " + path);
-    const auto areas = ZMT::RASTER::VectorFile(path).readAreas(reference.wkt, groundOf(grid));
+    const auto areas = ZMT::RASTER::GeoFile::openVectors(path)->readAreas(reference.wkt, groundOf(grid));
     if (areas.outlines.empty()) throw noAreas(path);
     std::vector<PolygonTriangulation::Ring> rings;
     for (const auto & outline : areas.outlines)

@@ -6,10 +6,7 @@
 
 #include "../zmt/commands.h"
 
-#include <nbx/object/stringutils.h>
-#include <zmt/raster/gdal/rasterfile.h>
-#include <zmt/util/compressedtexture/compressedtexture.h>
-#include <zmt/util/compressedtexture/texturepyramid.h>
+#include <zmt/raster/gdal/geofile.h>
 
 struct LandscapeLoader::Result {
     LandscapeOptions options;
@@ -20,10 +17,22 @@ struct LandscapeLoader::Result {
 
 namespace {
 
-/// A texture pyramid is an image, all other files tell by their bands.
+/// Throws for what can be neither heights nor an image.
 bool isHeights(const std::string & file) {
-    if (ZMT::UTIL::CompressedTexture::load(NBX::StringUtils::Utf8String2WString(file))) return false;
-    return ZMT::RASTER::RasterFile(file).bands() == 1;
+    using ZMT::RASTER::GeoFile;
+    using ZMT::RASTER::GeoFileKind;
+    switch (GeoFile::kindOf(file)) {
+    case GeoFileKind::Heights:
+        return true;
+    case GeoFileKind::Vectors:
+        throw DataError(file + ": holds lines or areas; name it with --breaklines or --drape");
+    case GeoFileKind::Unknown:
+        GeoFile::openHeights(file); // says why it is nothing
+        break;
+    case GeoFileKind::Image:
+        break;
+    }
+    return false;
 }
 
 } // namespace

@@ -315,6 +315,20 @@ TEST(Program, VectorFilesThatCannotBeUsedAreTold) {
             expectFailure(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
 }
 
+TEST(Program, FilesOfAnotherKindAreTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string areas =
+        folder.write("areas.tif", R"({"type":"Polygon","coordinates":[[[10,10],[11,10],[11,11],[10,10]]]})");
+    expectFailure(render(folder, areas), 1, {"holds lines or areas", areas}, folder);
+    expectFailure(render(folder, terrain, {"--image", areas}), 1, {"holds lines or areas", areas}, folder);
+    expectFailure(render(folder, terrain, {"--drape", terrain}), 1, {"holds a raster", terrain}, folder);
+    const RunResult info = zmt(folder, {"info", areas});
+    EXPECT_EQ(0, info.status) << info.errors;
+    EXPECT_NE(std::string::npos, info.output.find("format:     GeoJSON, lines or areas, layers: 1"))
+        << info.output;
+}
+
 TEST(Program, APictureWithoutTerrainIsToldOf) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());

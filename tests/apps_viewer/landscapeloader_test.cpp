@@ -11,8 +11,6 @@
 #include "support/zmtrun.h"
 #include "viewertest.h"
 
-#include <zmt/raster/gdal/rasterfile.h>
-
 namespace {
 
 using Paths = std::vector<std::string>;
@@ -84,6 +82,14 @@ TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
     EXPECT_THROW(LandscapeLoader::withFiles({}, {"/nowhere/at/all.tif"}), std::exception);
     const RunFolder folder;
     EXPECT_THROW(LandscapeLoader::withFiles({}, {folder.write("bad.tif", "no raster")}), std::exception);
+    const std::string areas =
+        folder.write("areas.tif", R"({"type":"Polygon","coordinates":[[[10,10],[11,10],[11,11],[10,10]]]})");
+    try {
+        LandscapeLoader::withFiles({}, {areas});
+        ADD_FAILURE() << "areas are no landscape";
+    } catch (const DataError & error) {
+        EXPECT_NE(std::string::npos, std::string(error.what()).find("--drape")) << error.what();
+    }
 }
 
 /// Counts what a loader says.

@@ -1,9 +1,20 @@
 #include <zmt/util/compressedtexture/texturepyramidreader.h>
 
+#include <cstring>
+#include <memory>
+
+#include <nbx/data/file.h>
 #include <nbx/data/objectloader.h>
 #include <nbx/object/errorhandler.h>
+#include <nbx/object/exception.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/raster/gdal/geofile.h>
+#include <zmt/raster/gdal/projectionfile.h>
+#include <zmt/raster/gdal/warpedimagepyramid.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramid.h>
+
+#include "texturepyramidformat.h"
 
 namespace ZMT::UTIL {
 
@@ -27,6 +38,41 @@ NBX::SO<NBX::SharedObj> TexturePyramidReader::read(NBX::DataResource * resource)
     return CompressedTexture::load(resource->getObjectName());
 }
 
-static const bool isInstalled = (NBX::ObjectLoader::install(new TexturePyramidReader()), true);
+namespace {
+
+/// Texture pyramids at the door for files.
+class TexturePyramidGeoFile : public RASTER::GeoFileFormat {
+public:
+    std::string name() const override { return "a texture pyramid"; }
+
+    RASTER::GeoFileKind kindOf(const std::string & path) const override {
+        using namespace TexturePyramidFormat;
+        PyramidHeader header;
+        try {
+            const NBX::SO<NBX::File> file(new NBX::File(path));
+            if (file->read(&header, sizeof header) != sizeof header) return RASTER::GeoFileKind::Unknown;
+        } catch (const NBX::Exception &) {
+            return RASTER::GeoFileKind::Unknown;
+        }
+        scramble(header, CompressedTexture::getEncryptionKey());
+        const bool isPyramid = std::memcmp(header.magic, pyramidMagic, sizeof header.magic) == 0;
+        return isPyramid ? RASTER::GeoFileKind::Image : RASTER::GeoFileKind::Unknown;
+    }
+
+    NBX::SO<RASTER::TiledGeoImagePyramid> openImage(const std::string & path,
+                                                    const std::string & wkt) const override {
+        const NBX::SO<TexturePyramid> pyramid =
+            CompressedTexture::load(NBX::StringUtils::Utf8String2WString(path));
+        if (!pyramid)
+            throw NBX::InputException(L"is a damaged texture pyramid, or one of a newer version; get it anew",
+                                      path);
+        return RASTER::WarpedImagePyramid::create(pyramid, RASTER::ProjectionFile::read(path).wkt, wkt, path);
+    }
+};
+
+const bool isInstalled = (NBX::ObjectLoader::install(new TexturePyramidReader()),
+                          RASTER::GeoFile::install(std::make_unique<const TexturePyramidGeoFile>()), true);
+
+} // namespace
 
 } // namespace ZMT::UTIL
