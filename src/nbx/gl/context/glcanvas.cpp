@@ -8,8 +8,9 @@
 
 #include <GL/glew.h>
 
+#include "attributepaintergl.h"
+
 #include "framereadergl.h"
-#include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
@@ -245,24 +246,15 @@ bool GLCanvas::drawTiles(Image * target) {
 
 namespace {
 
-class ViewportPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return Viewport::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        auto * gl = dynamic_cast<EngineGL *>(engine);
-        const auto * viewport = dynamic_cast<const Viewport *>(attribute);
-        NBX_CHECK(gl, L"no engine");
-        if (!gl || !viewport) return false;
-        if (entering)
-            gl->setViewport(viewport->getArea());
-        else
-            gl->resetViewport();
-        return true;
-    }
-};
+void apply(EngineGL & engine, const Viewport & viewport, bool entering) {
+    if (entering)
+        engine.setViewport(viewport.getArea());
+    else
+        engine.resetViewport();
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(ViewportPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(Viewport, apply)
 
 } // namespace NBX

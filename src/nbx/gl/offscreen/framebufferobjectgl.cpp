@@ -6,8 +6,8 @@
 
 #include <GL/glew.h>
 
+#include "nbx/gl/context/attributepaintergl.h"
 #include "nbx/gl/context/framereadergl.h"
-#include <nbx/engine/monoattributepainter.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>
@@ -149,27 +149,19 @@ bool FrameBufferObjectGL::renderImage(EngineGL * engine, Image * target, unsigne
 namespace {
 
 /// Directs drawing to the frame buffer object, or back to the canvas.
-class FrameBufferObjectPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return FrameBufferObjectGL::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool on) override {
-        auto * gl = dynamic_cast<EngineGL *>(engine);
-        const auto * object = dynamic_cast<const FrameBufferObjectGL *>(attribute);
-        NBX_CHECK(gl, L"no engine");
-        if (!gl || !object || !FrameBufferObjectGL::isSupported()) return false;
-        if (on) {
-            glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, object->name());
-            glViewport(0, 0, GLsizei(object->width()), GLsizei(object->height()));
-        } else if (const GLCanvas * canvas = gl->glCanvas()) {
-            glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, canvas->frameBuffer());
-            glViewport(0, 0, GLsizei(canvas->getWidth()), GLsizei(canvas->getHeight()));
-        }
-        return true;
+void apply(EngineGL & engine, const FrameBufferObjectGL & object, bool entering) {
+    if (!FrameBufferObjectGL::isSupported()) return;
+    if (entering) {
+        glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, object.name());
+        glViewport(0, 0, GLsizei(object.width()), GLsizei(object.height()));
+    } else if (const GLCanvas * canvas = engine.glCanvas()) {
+        glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, canvas->frameBuffer());
+        glViewport(0, 0, GLsizei(canvas->getWidth()), GLsizei(canvas->getHeight()));
     }
-};
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(FrameBufferObjectPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(FrameBufferObjectGL, apply)
 
 } // namespace NBX

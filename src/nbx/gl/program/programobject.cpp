@@ -4,9 +4,8 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/gl/context/contextgl.h>
-#include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/stringutils.h>
 
@@ -114,22 +113,15 @@ void ProgramObject::useNone() {
 
 namespace {
 
-class ProgramObjectPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return ProgramObject::ClassNameNBX(); }
-    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
-        const auto * program = dynamic_cast<const ProgramObject *>(attribute);
-        if (!program) return false;
-        if (entering)
-            program->use();
-        else
-            ProgramObject::useNone();
-        return true;
-    }
-};
+void apply(EngineGL &, const ProgramObject & program, bool entering) {
+    if (entering)
+        program.use();
+    else
+        ProgramObject::useNone();
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(ProgramObjectPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(ProgramObject, apply)
 
 } // namespace NBX::GL2

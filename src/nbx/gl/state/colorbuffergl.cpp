@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 
 namespace NBX {
 
@@ -70,38 +69,27 @@ void emitAlphaTest(const ColorBufferGL::AlphaTest & test) {
     glAlphaFunc(test.function, static_cast<GLclampf>(test.reference));
 }
 
-/// The attribute that says what `operation` is: the highest of the lower `count` entries that sets it; null
-/// for none.
-const ColorBufferGL * deciding(const Stack<SO<MonoAttribute>> * stack, unsigned count, unsigned operation) {
-    while (count-- > 0) {
-        const auto * entry = static_cast<const ColorBufferGL *>(stack->get(count).get());
-        if (entry->operations() & (operation | ColorBufferGL::O_All)) return entry;
-    }
-    return nullptr;
+/// The topmost attribute that sets it decides each of the values.
+void apply(EngineGL & engine, const ColorBufferGL & attribute, bool entering) {
+    ColorBufferGL::Blending blending;
+    ColorBufferGL::AlphaTest alphaTest;
+    GLboolean writes[4] = {GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE};
+    forEachInForce(engine, attribute, entering, [&](const ColorBufferGL & entry) {
+        const auto sets = [&](unsigned operation) {
+            return (entry.operations() & (operation | ColorBufferGL::O_All)) != 0;
+        };
+        if (sets(ColorBufferGL::O_Blending)) blending = entry.blending();
+        if (sets(ColorBufferGL::O_AlphaTest)) alphaTest = entry.alphaTest();
+        for (unsigned i = 0; i < 4 && sets(ColorBufferGL::O_Lock); ++i)
+            writes[i] = entry.writes(i);
+    });
+    emitBlending(blending);
+    emitAlphaTest(alphaTest);
+    glColorMask(writes[0], writes[1], writes[2], writes[3]);
 }
-
-class ColorBufferPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return ColorBufferGL::ClassNameNBX(); }
-
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        const auto * stack = engine->monoTable(attribute->category());
-        unsigned count = stack ? stack->size() : 0;
-        if (!entering && count > 0 && stack->top().get() == attribute) --count;
-
-        const ColorBufferGL * entry = deciding(stack, count, ColorBufferGL::O_Blending);
-        emitBlending(entry ? entry->blending() : ColorBufferGL::Blending());
-        entry = deciding(stack, count, ColorBufferGL::O_AlphaTest);
-        emitAlphaTest(entry ? entry->alphaTest() : ColorBufferGL::AlphaTest());
-        entry = deciding(stack, count, ColorBufferGL::O_Lock);
-        const auto writes = [&](unsigned i) -> GLboolean { return !entry || entry->writes(i); };
-        glColorMask(writes(0), writes(1), writes(2), writes(3));
-        return true;
-    }
-};
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(ColorBufferPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(ColorBufferGL, apply)
 
 } // namespace NBX

@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 
 namespace NBX {
 
@@ -46,24 +45,14 @@ void emit(const State & state) {
     glDepthRange(state.nearRange, state.farRange);
 }
 
-class DepthBufferPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return DepthBufferGL::ClassNameNBX(); }
-
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        State state;
-        const auto * stack = engine->monoTable(attribute->category());
-        unsigned count = stack ? stack->size() : 0;
-        if (!entering && count > 0 && stack->top().get() == attribute) --count;
-        for (unsigned i = 0; i < count; ++i)
-            takeOver(state, static_cast<const DepthBufferGL &>(*stack->get(i)));
-        emit(state);
-        return true;
-    }
-};
+void apply(EngineGL & engine, const DepthBufferGL & attribute, bool entering) {
+    State state;
+    forEachInForce(engine, attribute, entering, [&](const DepthBufferGL & entry) { takeOver(state, entry); });
+    emit(state);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(DepthBufferPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(DepthBufferGL, apply)
 
 } // namespace NBX

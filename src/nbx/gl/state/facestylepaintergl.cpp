@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/facestyle.h>
@@ -54,30 +53,22 @@ private:
     std::unordered_map<const Engine *, GLint> before_;
 };
 
-class FaceStylePainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return FaceStyle::ClassNameNBX(); }
-
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        static const SO<FaceStyle> defaults(new FaceStyle());
-        const auto & style = entering ? static_cast<const FaceStyle &>(*attribute) : *defaults;
-        const GLenum filled = modeOfFilledFaces(*engine);
-        emitMode(GL_FRONT, style.getFront(), filled);
-        emitMode(GL_BACK, style.getBack(), filled);
-        emitCulling(style.getFront() == FaceStyle::S_Culled, style.getBack() == FaceStyle::S_Culled);
-        if (entering)
-            orders_.enter(engine, style.getOrder());
-        else
-            orders_.leave(engine);
-        return true;
-    }
-
-private:
-    FaceOrders orders_;
-};
+void apply(EngineGL & engine, const FaceStyle & attribute, bool entering) {
+    static const SO<FaceStyle> defaults(new FaceStyle());
+    static FaceOrders orders;
+    const FaceStyle & style = entering ? attribute : *defaults;
+    const GLenum filled = modeOfFilledFaces(engine);
+    emitMode(GL_FRONT, style.getFront(), filled);
+    emitMode(GL_BACK, style.getBack(), filled);
+    emitCulling(style.getFront() == FaceStyle::S_Culled, style.getBack() == FaceStyle::S_Culled);
+    if (entering)
+        orders.enter(&engine, style.getOrder());
+    else
+        orders.leave(&engine);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(FaceStylePainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(FaceStyle, apply)
 
 } // namespace NBX

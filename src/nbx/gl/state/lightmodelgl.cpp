@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/scene/attribute/disableshading.h>
 #include <nbx/scene/attribute/light.h>
 
@@ -38,34 +37,21 @@ void LightModelGL::updateLighting(Engine * engine, const MonoAttribute * leaving
 
 namespace {
 
-class LightModelPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return LightModelGL::ClassNameNBX(); }
+void apply(EngineGL & engine, const LightModelGL & attribute, bool entering) {
+    static const LightModelGL defaults(0);
+    const LightModelGL & model = entering ? attribute : defaults;
+    glLightModelfv(GL_LIGHT_MODEL_AMBIENT, model.getAmbient().data());
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, (model.getMode() & LightModelGL::M_TwoSided) != 0);
+    enableLighting(engine, entering ? (model.getMode() & LightModelGL::M_Lighting) != 0 : hasLights(engine));
+}
 
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        static const LightModelGL defaults(0);
-        const auto & model = entering ? static_cast<const LightModelGL &>(*attribute) : defaults;
-        glLightModelfv(GL_LIGHT_MODEL_AMBIENT, model.getAmbient().data());
-        glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, (model.getMode() & LightModelGL::M_TwoSided) != 0);
-        enableLighting(*engine,
-                       entering ? (model.getMode() & LightModelGL::M_Lighting) != 0 : hasLights(*engine));
-        return true;
-    }
-};
-
-class DisableShadingPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return DisableShading::ClassNameNBX(); }
-
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        LightModelGL::updateLighting(engine, entering ? nullptr : attribute);
-        return true;
-    }
-};
+void disableShading(EngineGL & engine, const DisableShading & attribute, bool entering) {
+    LightModelGL::updateLighting(&engine, entering ? nullptr : &attribute);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(LightModelPainterGL)
-NBX_REGISTER_HANDLER_GL(DisableShadingPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(LightModelGL, apply)
+NBX_REGISTER_ATTRIBUTE_GL(DisableShading, disableShading)
 
 } // namespace NBX

@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -64,22 +63,15 @@ unsigned OcclusionQueryGL::fragmentCount() const {
 
 namespace {
 
-class OcclusionQueryPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return OcclusionQueryGL::ClassNameNBX(); }
-    bool apply(Engine *, const MonoAttribute * attribute, bool on) override {
-        const auto * query = dynamic_cast<const OcclusionQueryGL *>(attribute);
-        if (!query) return false;
-        if (on)
-            query->begin();
-        else
-            query->end();
-        return true;
-    }
-};
+void apply(EngineGL &, const OcclusionQueryGL & query, bool entering) {
+    if (entering)
+        query.begin();
+    else
+        query.end();
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(OcclusionQueryPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(OcclusionQueryGL, apply)
 
 } // namespace NBX

@@ -1,13 +1,9 @@
-#include "plainmaterialpaintergl.h"
-
 #include <GL/glew.h>
 
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/scene/attribute/shapematerial.h>
 
 namespace NBX {
-
-NBX_CLASS_IMPL(PlainMaterialPainterGL, MonoAttributePainter)
 
 namespace {
 
@@ -30,24 +26,19 @@ void restoreDefaults() {
     glGetMaterialfv(GL_FRONT, GL_AMBIENT, settled);
 }
 
-} // namespace
-
-ID PlainMaterialPainterGL::target() const {
-    return ShapeMaterial::ClassNameNBX();
-}
-
-bool PlainMaterialPainterGL::apply(Engine *, const MonoAttribute * attribute, bool entering) {
-    const auto * material = dynamic_cast<const ShapeMaterial *>(attribute);
-    if (!material) return false;
+/// The colour of ambient and diffuse light is also the plain colour of unlit surfaces, and gives way to
+/// colours of vertices. A `ShapeMaterialGL` should not be in force at once.
+void apply(EngineGL &, const ShapeMaterial & material, bool entering) {
     restoreDefaults();
-    if (!entering) return true;
+    if (!entering) return;
     glColorMaterial(GL_FRONT_AND_BACK, GL_AMBIENT_AND_DIFFUSE);
     glEnable(GL_COLOR_MATERIAL);
-    glColor4fv(material->getAmbientAndDiffuse().data());
-    emitHighlight(material->getSpecular(), material->getEmission(), material->getShininess());
-    return true;
+    glColor4fv(material.getAmbientAndDiffuse().data());
+    emitHighlight(material.getSpecular(), material.getEmission(), material.getShininess());
 }
 
-NBX_REGISTER_HANDLER_GL(PlainMaterialPainterGL)
+} // namespace
+
+NBX_REGISTER_ATTRIBUTE_GL(ShapeMaterial, apply)
 
 } // namespace NBX

@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -19,19 +18,12 @@ PolygonModeGL::PolygonModeGL(unsigned mode) : MonoAttribute(true), mode_(mode) {
 
 namespace {
 
-class PolygonModePainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return PolygonModeGL::ClassNameNBX(); }
-
-    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
-        glPolygonMode(GL_FRONT_AND_BACK,
-                      entering ? static_cast<const PolygonModeGL *>(attribute)->getMode() : GL_FILL);
-        return true;
-    }
-};
+void apply(EngineGL &, const PolygonModeGL & attribute, bool entering) {
+    glPolygonMode(GL_FRONT_AND_BACK, entering ? attribute.getMode() : GL_FILL);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(PolygonModePainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(PolygonModeGL, apply)
 
 } // namespace NBX

@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 
 namespace NBX {
 
@@ -28,19 +27,13 @@ void emit(const PolygonOffsetGL & state) {
     glPolygonOffset(static_cast<GLfloat>(state.getFactor()), static_cast<GLfloat>(state.getUnits()));
 }
 
-class PolygonOffsetPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return PolygonOffsetGL::ClassNameNBX(); }
-
-    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
-        static const PolygonOffsetGL none(0, 0.0, 0.0);
-        emit(entering ? static_cast<const PolygonOffsetGL &>(*attribute) : none);
-        return true;
-    }
-};
+void apply(EngineGL &, const PolygonOffsetGL & state, bool entering) {
+    static const PolygonOffsetGL none(0, 0.0, 0.0);
+    emit(entering ? state : none);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(PolygonOffsetPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(PolygonOffsetGL, apply)
 
 } // namespace NBX

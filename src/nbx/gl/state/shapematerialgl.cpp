@@ -4,8 +4,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -72,18 +71,12 @@ void emit(const ShapeMaterialGL & material) {
     if (component != 0) glEnable(GL_COLOR_MATERIAL);
 }
 
-class ShapeMaterialPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return ShapeMaterialGL::ClassNameNBX(); }
-
-    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
-        emit(entering ? static_cast<const ShapeMaterialGL &>(*attribute) : defaultMaterial());
-        return true;
-    }
-};
+void apply(EngineGL &, const ShapeMaterialGL & material, bool entering) {
+    emit(entering ? material : defaultMaterial());
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(ShapeMaterialPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(ShapeMaterialGL, apply)
 
 } // namespace NBX

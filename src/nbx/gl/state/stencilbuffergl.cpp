@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 
 namespace NBX {
 
@@ -25,20 +24,14 @@ void emit(const StencilBufferGL & state) {
     glStencilOp(state.onFail(), state.onDepthFail(), state.onPass());
 }
 
-class StencilBufferPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return StencilBufferGL::ClassNameNBX(); }
-
-    bool apply(Engine *, const MonoAttribute * attribute, bool entering) override {
-        static const StencilBufferGL defaults(StencilBufferGL::O_None, GL_ALWAYS, 0, ~0U, GL_KEEP, GL_KEEP,
-                                              GL_KEEP);
-        emit(entering ? static_cast<const StencilBufferGL &>(*attribute) : defaults);
-        return true;
-    }
-};
+void apply(EngineGL &, const StencilBufferGL & state, bool entering) {
+    static const StencilBufferGL defaults(StencilBufferGL::O_None, GL_ALWAYS, 0, ~0U, GL_KEEP, GL_KEEP,
+                                          GL_KEEP);
+    emit(entering ? state : defaults);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(StencilBufferPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(StencilBufferGL, apply)
 
 } // namespace NBX

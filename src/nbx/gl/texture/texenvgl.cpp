@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/gl/texture/textureunitsettinggl.h>
 
 #include "nbx/scene/base/serializecolor.h"
@@ -67,17 +66,12 @@ void TexEnvGL::serialize(SerializationManager & m) {
 
 namespace {
 
-class TexEnvPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return TexEnvGL::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        TextureUnitSettingGL::updateUnit(static_cast<EngineGL *>(engine), 0, entering ? nullptr : attribute);
-        return true;
-    }
-};
+void apply(EngineGL & engine, const TexEnvGL & attribute, bool entering) {
+    TextureUnitSettingGL::updateUnit(&engine, 0, entering ? nullptr : &attribute);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(TexEnvPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(TexEnvGL, apply)
 
 } // namespace NBX

@@ -2,8 +2,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/gl/texture/textureunitsettinggl.h>
 
 namespace NBX {
@@ -69,17 +68,12 @@ void TexGenGL::serialize(SerializationManager & m) {
 
 namespace {
 
-class TexGenPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return TexGenGL::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        TextureUnitSettingGL::updateTexGens(static_cast<EngineGL *>(engine), entering ? nullptr : attribute);
-        return true;
-    }
-};
+void apply(EngineGL & engine, const TexGenGL & attribute, bool entering) {
+    TextureUnitSettingGL::updateTexGens(&engine, entering ? nullptr : &attribute);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(TexGenPainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(TexGenGL, apply)
 
 } // namespace NBX

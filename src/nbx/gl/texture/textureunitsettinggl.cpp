@@ -5,8 +5,7 @@
 
 #include <GL/glew.h>
 
-#include <nbx/engine/monoattributepainter.h>
-#include <nbx/gl/context/enginegl.h>
+#include "nbx/gl/context/attributepaintergl.h"
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
@@ -116,29 +115,17 @@ void TextureUnitSettingGL::serialize(SerializationManager & m) {
 
 namespace {
 
-class TextureUnitSettingPainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return TextureUnitSettingGL::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        const auto * setting = static_cast<const TextureUnitSettingGL *>(attribute);
-        TextureUnitSettingGL::updateUnit(static_cast<EngineGL *>(engine), setting->unit(),
-                                         entering ? nullptr : attribute);
-        return true;
-    }
-};
+void apply(EngineGL & engine, const TextureUnitSettingGL & setting, bool entering) {
+    TextureUnitSettingGL::updateUnit(&engine, setting.unit(), entering ? nullptr : &setting);
+}
 
-class TexturePainterGL : public MonoAttributePainter {
-public:
-    ID target() const override { return TextureGL::ClassNameNBX(); }
-    bool apply(Engine * engine, const MonoAttribute * attribute, bool entering) override {
-        TextureUnitSettingGL::updateUnit(static_cast<EngineGL *>(engine), 0, entering ? nullptr : attribute);
-        return true;
-    }
-};
+void applyTexture(EngineGL & engine, const TextureGL & texture, bool entering) {
+    TextureUnitSettingGL::updateUnit(&engine, 0, entering ? nullptr : &texture);
+}
 
 } // namespace
 
-NBX_REGISTER_HANDLER_GL(TextureUnitSettingPainterGL)
-NBX_REGISTER_HANDLER_GL(TexturePainterGL)
+NBX_REGISTER_ATTRIBUTE_GL(TextureUnitSettingGL, apply)
+NBX_REGISTER_ATTRIBUTE_GL(TextureGL, applyTexture)
 
 } // namespace NBX

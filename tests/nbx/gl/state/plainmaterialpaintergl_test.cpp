@@ -1,5 +1,3 @@
-#include "nbx/gl/state/plainmaterialpaintergl.h"
-
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/scene/attribute/shapematerial.h>
 #include <nbx/scene/shape/box.h>
