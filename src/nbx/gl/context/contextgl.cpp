@@ -5,14 +5,15 @@
 
 #include <nbx/gl/context/contextgl.h>
 
-#include <algorithm>
-#include <array>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <EGL/egl.h>
-#include <EGL/eglext.h>
 #include <GL/glew.h>
+
+#include "eglplatformgl.h"
+#include "namekindsgl.h"
 
 #include <nbx/object/errorhandler.h>
 
@@ -50,122 +51,6 @@ DroppedNames & sharedNames() {
     return *names;
 }
 
-void freeName(NameGL::Kind kind, unsigned name) {
-    switch (kind) {
-    case NameGL::NK_Buffer:
-        glDeleteBuffers(1, &name);
-        break;
-    case NameGL::NK_Texture:
-        glDeleteTextures(1, &name);
-        break;
-    case NameGL::NK_DisplayList:
-        glDeleteLists(name, 1);
-        break;
-    case NameGL::NK_RenderBuffer:
-        glDeleteRenderbuffersEXT(1, &name);
-        break;
-    case NameGL::NK_ShaderObject:
-        glDeleteObjectARB(name);
-        break;
-    case NameGL::NK_FrameBuffer:
-        glDeleteFramebuffersEXT(1, &name);
-        break;
-    case NameGL::NK_Query:
-        glDeleteQueries(1, &name);
-        break;
-    }
-}
-
-EGLDisplay initialized(EGLDisplay display) {
-    if (display == EGL_NO_DISPLAY || !eglInitialize(display, nullptr, nullptr)) return EGL_NO_DISPLAY;
-    return eglBindAPI(EGL_OPENGL_API) ? display : EGL_NO_DISPLAY;
-}
-
-/// The platform without any display server.
-EGLDisplay openSurfacelessDisplay() {
-    const auto getDisplay =
-        reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(eglGetProcAddress("eglGetPlatformDisplayEXT"));
-    if (!getDisplay) return EGL_NO_DISPLAY;
-    return initialized(getDisplay(EGL_PLATFORM_SURFACELESS_MESA, nullptr, nullptr));
-}
-
-EGLint attributeOf(EGLDisplay display, EGLConfig config, EGLint attribute) {
-    EGLint value = 0;
-    eglGetConfigAttrib(display, config, attribute, &value);
-    return value;
-}
-
-/// The configuration without multisampling that has what `format` asks for; without alpha if it asks for
-/// none, where there is such a one.
-EGLConfig chooseConfig(EGLDisplay display, const ContextGL::Format & format) {
-    const EGLint wanted[] = {EGL_SURFACE_TYPE,
-                             EGL_PBUFFER_BIT,
-                             EGL_RENDERABLE_TYPE,
-                             EGL_OPENGL_BIT,
-                             EGL_RED_SIZE,
-                             8,
-                             EGL_GREEN_SIZE,
-                             8,
-                             EGL_BLUE_SIZE,
-                             8,
-                             EGL_ALPHA_SIZE,
-                             format.alpha ? 8 : 0,
-                             EGL_DEPTH_SIZE,
-                             format.depth ? 24 : 0,
-                             EGL_STENCIL_SIZE,
-                             format.stencil ? 8 : 0,
-                             EGL_NONE};
-    std::array<EGLConfig, 256> configs;
-    EGLint count = 0;
-    if (!eglChooseConfig(display, wanted, configs.data(), EGLint(configs.size()), &count)) return nullptr;
-    const auto penalty = [&](EGLConfig config) {
-        const bool alpha = attributeOf(display, config, EGL_ALPHA_SIZE) > 0;
-        const bool wide = attributeOf(display, config, EGL_RED_SIZE) > 8;
-        return 4 * (attributeOf(display, config, EGL_SAMPLES) > 0) + 2 * wide + (alpha != format.alpha);
-    };
-    const auto best = std::min_element(configs.begin(), configs.begin() + count,
-                                       [&](EGLConfig a, EGLConfig b) { return penalty(a) < penalty(b); });
-    return best == configs.begin() + count ? nullptr : *best;
-}
-
-/// What contexts of a window system share with.
-struct SharedGroup {
-    EGLDisplay display = EGL_NO_DISPLAY;
-    EGLContext context = EGL_NO_CONTEXT;
-};
-
-/// The display of the process, and the context that keeps the shared objects while no other exists.
-class Platform {
-public:
-    static Platform & instance() { return instanceIn({}); }
-    /// The platform is made by the first call; `group` has no meaning later.
-    static Platform & instanceIn(const SharedGroup & group) {
-        static auto * platform = new Platform(group);
-        return *platform;
-    }
-    bool isUsable() const { return root_ != EGL_NO_CONTEXT; }
-    EGLDisplay display() const { return display_; }
-    EGLContext root() const { return root_; }
-    unsigned maxPixelBufferSize() const { return maxPixelBufferSize_; }
-
-private:
-    explicit Platform(const SharedGroup & group) : display_(group.display) {
-        if (display_ == EGL_NO_DISPLAY) display_ = openSurfacelessDisplay();
-        if (display_ == EGL_NO_DISPLAY) display_ = initialized(eglGetDisplay(EGL_DEFAULT_DISPLAY));
-        if (display_ == EGL_NO_DISPLAY) return;
-        eglBindAPI(EGL_OPENGL_API);
-        const EGLConfig config = chooseConfig(display_, ContextGL::Format());
-        if (!config) return;
-        root_ = eglCreateContext(display_, config, group.context, nullptr);
-        maxPixelBufferSize_ = unsigned(std::min(attributeOf(display_, config, EGL_MAX_PBUFFER_WIDTH),
-                                                attributeOf(display_, config, EGL_MAX_PBUFFER_HEIGHT)));
-    }
-
-    EGLDisplay display_ = EGL_NO_DISPLAY;
-    EGLContext root_ = EGL_NO_CONTEXT;
-    unsigned maxPixelBufferSize_ = 0;
-};
-
 /// Loads the entry points beyond 1.1 for the process. The loader says that there is no GLX display when it
 /// is used under EGL; it has loaded everything by then.
 bool loadEntryPoints() {
@@ -187,7 +72,7 @@ struct ContextGL::Impl {
     bool everCurrent = false;
     DroppedNames dropped;
 
-    static EGLDisplay display() { return Platform::instance().display(); }
+    static EGLDisplay display() { return EglPlatformGL::instance().display(); }
 
     EGLSurface newSurface(unsigned width, unsigned height) const {
         const EGLint size[] = {EGL_WIDTH, EGLint(width), EGL_HEIGHT, EGLint(height), EGL_NONE};
@@ -203,9 +88,9 @@ struct ContextGL::Impl {
         surface = EGL_NO_SURFACE;
     }
     void readFormat() {
-        format.alpha = attributeOf(display(), config, EGL_ALPHA_SIZE) > 0;
-        format.depth = attributeOf(display(), config, EGL_DEPTH_SIZE) > 0;
-        format.stencil = attributeOf(display(), config, EGL_STENCIL_SIZE) > 0;
+        format.alpha = EglPlatformGL::attributeOf(display(), config, EGL_ALPHA_SIZE) > 0;
+        format.depth = EglPlatformGL::attributeOf(display(), config, EGL_DEPTH_SIZE) > 0;
+        format.stencil = EglPlatformGL::attributeOf(display(), config, EGL_STENCIL_SIZE) > 0;
     }
 };
 
@@ -216,11 +101,11 @@ ContextGL::~ContextGL() {
 }
 
 bool ContextGL::isSupported() {
-    return Platform::instance().isUsable();
+    return EglPlatformGL::instance().isUsable();
 }
 
 unsigned ContextGL::maxPixelBufferSize() {
-    return Platform::instance().maxPixelBufferSize();
+    return EglPlatformGL::instance().maxPixelBufferSize();
 }
 
 ContextGL * ContextGL::current() {
@@ -228,9 +113,9 @@ ContextGL * ContextGL::current() {
 }
 
 bool ContextGL::shareWithCurrent() {
-    const SharedGroup group{eglGetCurrentDisplay(), eglGetCurrentContext()};
+    const EglPlatformGL::Group group{eglGetCurrentDisplay(), eglGetCurrentContext()};
     if (group.context == EGL_NO_CONTEXT) return false;
-    const Platform & platform = Platform::instanceIn(group);
+    const EglPlatformGL & platform = EglPlatformGL::instanceIn(group);
     return platform.isUsable() && platform.display() == group.display;
 }
 
@@ -242,10 +127,10 @@ bool ContextGL::create(unsigned width, unsigned height, const Format & format) {
         return false;
     }
     eglBindAPI(EGL_OPENGL_API);
-    impl_->config = chooseConfig(Impl::display(), format);
+    impl_->config = EglPlatformGL::chooseConfig(Impl::display(), format);
     if (impl_->config)
         impl_->context =
-            eglCreateContext(Impl::display(), impl_->config, Platform::instance().root(), nullptr);
+            eglCreateContext(Impl::display(), impl_->config, EglPlatformGL::instance().root(), nullptr);
     if (impl_->context == EGL_NO_CONTEXT) {
         NBX_FAILURE(L"cannot make an OpenGL context");
         return false;
@@ -321,7 +206,7 @@ const ContextGL::Format & ContextGL::format() const {
 
 void ContextGL::dropShared(NameGL::Kind kind, unsigned name) {
     if (currentContext)
-        freeName(kind, name);
+        freeNameGL(kind, name);
     else
         sharedNames().add(kind, name);
 }
@@ -329,16 +214,16 @@ void ContextGL::dropShared(NameGL::Kind kind, unsigned name) {
 void ContextGL::dropOwn(NameGL::Kind kind, unsigned name) {
     if (!isCreated()) return;
     if (isCurrent())
-        freeName(kind, name);
+        freeNameGL(kind, name);
     else
         impl_->dropped.add(kind, name);
 }
 
 void ContextGL::freeDroppedNames() {
     for (const DroppedNames::Entry & entry : sharedNames().take())
-        freeName(entry.kind, entry.name);
+        freeNameGL(entry.kind, entry.name);
     for (const DroppedNames::Entry & entry : impl_->dropped.take())
-        freeName(entry.kind, entry.name);
+        freeNameGL(entry.kind, entry.name);
 }
 
 } // namespace NBX

@@ -2,43 +2,11 @@
 
 #include <utility>
 
-#include <GL/glew.h>
-
+#include "namekindsgl.h"
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/object/errorhandler.h>
 
 namespace NBX {
-
-namespace {
-
-unsigned newName(NameGL::Kind kind) {
-    GLuint name = 0;
-    switch (kind) {
-    case NameGL::NK_Buffer:
-        glGenBuffers(1, &name);
-        break;
-    case NameGL::NK_Texture:
-        glGenTextures(1, &name);
-        break;
-    case NameGL::NK_DisplayList:
-        name = glGenLists(1);
-        break;
-    case NameGL::NK_RenderBuffer:
-        glGenRenderbuffersEXT(1, &name);
-        break;
-    case NameGL::NK_FrameBuffer:
-        glGenFramebuffersEXT(1, &name);
-        break;
-    case NameGL::NK_Query:
-        glGenQueries(1, &name);
-        break;
-    case NameGL::NK_ShaderObject:
-        break;
-    }
-    return name;
-}
-
-} // namespace
 
 NameGL::NameGL(Kind kind, unsigned name) : kind_(kind), name_(name) {
     if (isOwnedByContext(kind)) context_ = WO<ContextGL>(ContextGL::current());
@@ -64,7 +32,7 @@ NameGL::~NameGL() {
 NameGL NameGL::generate(Kind kind) {
     NBX_CHECK(ContextGL::current(), L"no current context");
     if (!ContextGL::current()) return NameGL();
-    return NameGL(kind, newName(kind));
+    return NameGL(kind, newNameGL(kind));
 }
 
 bool NameGL::isKnownHere() const {
