@@ -43,6 +43,12 @@ public:
     explicit CompressedImage(DataResource * rawData);
     ~CompressedImage() override;
 
+    /// Whether data begin as `rawData()` does.
+    static bool isRawData(const DataResource & data);
+    /// What `rawData()` of a picture is, whose compressed pixels are `bytes` bytes; not for `JPEG`.
+    static SO<DataResource> newRawData(Compression compression, int width, int height, const void * pixels,
+                                       std::size_t bytes);
+
     Compression compression() const { return compression_; }
     /// The header and behind it `dataSize()` bytes of pixels; null when the image is empty.
     const SO<DataResource> & rawData() const { return rawData_; }

@@ -229,6 +229,20 @@ std::size_t CompressedImage::dataSize(Compression compression, int width, int he
     return 2 * w * h;
 }
 
+bool CompressedImage::isRawData(const DataResource & data) {
+    return data.size() >= headerSize && !std::memcmp(data.pointer(), magic, sizeof(magic));
+}
+
+SO<DataResource> CompressedImage::newRawData(Compression compression, int width, int height,
+                                             const void * pixels, std::size_t bytes) {
+    SO<DataResource> raw(new MemoryDataResource(headerSize + static_cast<unsigned>(bytes), true));
+    auto * start = static_cast<unsigned char *>(raw->pointer());
+    writeHeader(start, {static_cast<unsigned>(compression), 0, static_cast<std::uint32_t>(width),
+                        static_cast<std::uint32_t>(height)});
+    std::memcpy(start + headerSize, pixels, bytes);
+    return raw;
+}
+
 void CompressedImage::clear() {
     width_ = height_ = 0;
     dataSize_ = 0;

@@ -1,7 +1,5 @@
 #include <nbx/image/imagereader.h>
 
-#include <cstring>
-
 #include <nbx/data/objectloader.h>
 #include <nbx/image/compressedimage.h>
 #include <nbx/image/jpegreader.h>
@@ -25,12 +23,8 @@ SO<Image> readPNG(const DataResource * data) {
     return reader->read(data);
 }
 
-bool isCompressed(const DataResource * data) {
-    return data->size() >= CompressedImage::headerSize && !std::memcmp(data->pointer(), "CPRS", 4);
-}
-
 SO<Image> readCompressed(DataResource * data) {
-    if (!isCompressed(data)) return nullptr;
+    if (!CompressedImage::isRawData(*data)) return nullptr;
     const SO<CompressedImage> image(new CompressedImage(data));
     return image->dataSize() ? SO<Image>(image) : SO<Image>();
 }

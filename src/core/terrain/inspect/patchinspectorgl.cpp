@@ -100,7 +100,8 @@ NBX::ID PatchInspectorGL::target() const {
 
 bool PatchInspectorGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     const auto * patch = dynamic_cast<const GeometryPatch *>(shape);
-    if (!patch || engine->getAttribute("RenderOuterWallFlag")) return painter_->render(engine, shape);
+    if (!patch || engine->getAttribute(GeometryPatchPainterGL::outerWallFlag()))
+        return painter_->render(engine, shape);
 
     if (colorsPatches_) {
         glPushAttrib(GL_CURRENT_BIT);

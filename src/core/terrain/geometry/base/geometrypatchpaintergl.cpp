@@ -37,13 +37,18 @@ unsigned displayList(NBX::EngineGL & engine, GeometryPatchPainterGL & painter, c
 
 NBX_CLASS_IMPL(GeometryPatchPainterGL, NBX::ShapePainter)
 
+const NBX::ID & GeometryPatchPainterGL::outerWallFlag() {
+    static const NBX::ID flag("RenderOuterWallFlag");
+    return flag;
+}
+
 bool GeometryPatchPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     NBX_CHECK(engine, L"no engine");
     auto * engineGL = dynamic_cast<NBX::EngineGL *>(engine);
     const auto * patch = dynamic_cast<const GeometryPatch *>(shape);
     if (!engineGL || !patch) return false;
 
-    if (engine->getAttribute("RenderOuterWallFlag")) {
+    if (engine->getAttribute(outerWallFlag())) {
         renderOuterWall(engineGL, patch);
         return true;
     }

@@ -30,6 +30,7 @@
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
@@ -48,7 +49,8 @@ constexpr int s_asynchronousMode = 1;
 
 // The attributes of all terrains, made when the library loads and never changed.
 
-const NBX::SO<NBX::ContextData<bool>> outerWallFlag(new NBX::ContextData<bool>("RenderOuterWallFlag", true));
+const NBX::SO<NBX::ContextData<bool>>
+    outerWallFlag(new NBX::ContextData<bool>(GeometryPatchPainterGL::outerWallFlag(), true));
 
 const NBX::SO<NBX::ShapeMaterialGL>
     outerWallMaterial(new NBX::ShapeMaterialGL(NBX::Color(0.5), NBX::Color(0.5), 115.0, 3, NBX::Color(0.2),

@@ -10,11 +10,14 @@ namespace ZMT::CORE {
 
 class GeometryPatch;
 
-/// Draws a patch in one of two ways: with the attribute "RenderOuterWallFlag" the wall along the outer edge
-/// of the terrain, else the surface, with skirts that close the gaps to patches of other levels.
+/// Draws a patch in one of two ways: with an attribute of the category `outerWallFlag()` the wall along the
+/// outer edge of the terrain, else the surface, with skirts that close the gaps to patches of other levels.
 class GeometryPatchPainterGL : public NBX::ShapePainter {
     NBX_CLASS(GeometryPatchPainterGL, NBX::ShapePainter)
 public:
+    /// "RenderOuterWallFlag".
+    static const NBX::ID & outerWallFlag();
+
     bool render(NBX::Engine * engine, const NBX::Shape * shape) override;
     virtual void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) = 0;
     virtual void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) = 0;
