@@ -24,6 +24,9 @@ struct LevelSize {
 /// Throws `NBX::IOException`.
 class TexturePyramidWriter {
 public:
+    /// Of the progress; the file is put together by `commit` in the rest.
+    static constexpr double levelsShare = 0.8;
+
     /// Gives one tile of `tileSize` squared pixels in a format that converts to the file's; null for an
     /// empty one. False ends the writing.
     using TileSource = std::function<bool(unsigned column, unsigned row, NBX::SO<NBX::Image> & tile)>;

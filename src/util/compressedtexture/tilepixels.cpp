@@ -2,8 +2,9 @@
 
 #include <cstring>
 
-#include <nbx/data/memorydataresource.h>
+#include <nbx/data/dataresource.h>
 #include <nbx/image/compressedimage.h>
+#include <nbx/image/memoryimage.h>
 #include <zmt/raster/pixelblocks.h>
 
 namespace ZMT::UTIL {
@@ -47,22 +48,6 @@ void fillLines(NBX::Image & image, const std::uint8_t * data) {
         std::memcpy(image.lineComponents(y), data + static_cast<std::size_t>(y) * bytes, bytes);
 }
 
-/// Raw data of the engine's image: "CPRS", u16 compression, u16 layers, u32 width, u32 height.
-NBX::SO<NBX::DataResource> rawData(int compression, const std::uint8_t * data, std::size_t bytes,
-                                   unsigned width, unsigned height) {
-    NBX::SO<NBX::MemoryDataResource> result(
-        new NBX::MemoryDataResource(static_cast<unsigned>(bytes) + Compressed::headerSize));
-    auto * p = static_cast<std::uint8_t *>(result->pointer());
-    const std::uint16_t kind[2] = {static_cast<std::uint16_t>(compression), 0};
-    const std::uint32_t size[2] = {width, height};
-    constexpr char magic[4] = {'C', 'P', 'R', 'S'};
-    std::memcpy(p, magic, sizeof(magic));
-    std::memcpy(p + 4, kind, 4);
-    std::memcpy(p + 8, size, 8);
-    std::memcpy(p + Compressed::headerSize, data, bytes);
-    return result;
-}
-
 bool isFormatOf(Format format, const NBX::Image & image) {
     return image.layerSequence() == CompressedTexture::layerSequence(format) &&
            image.dataType() == CompressedTexture::dataType(format);
@@ -73,6 +58,23 @@ bool isFormatOf(Format format, const NBX::Image & image) {
 NBX::SO<NBX::Image> TilePixels::emptyImage(Format format, unsigned width, unsigned height) {
     return RASTER::PixelBlocks::newImage(width, height, CompressedTexture::layerSequence(format),
                                          CompressedTexture::dataType(format));
+}
+
+NBX::SO<NBX::Image> TilePixels::wholeTile(Format format, const NBX::SO<NBX::Image> & image,
+                                          unsigned tileSize) {
+    NBX::SO<NBX::Image> converted = image;
+    if (!isFormatOf(format, *image)) {
+        converted =
+            new NBX::MemoryImage(image->width(), image->height(), CompressedTexture::layerSequence(format),
+                                 CompressedTexture::dataType(format));
+        if (!converted->copy(image.get())) return nullptr;
+    }
+    const auto size = static_cast<int>(tileSize);
+    if (converted->width() == size && converted->height() == size && converted->padding() == 0)
+        return converted;
+    NBX::SO<NBX::Image> tile = emptyImage(format, tileSize, tileSize);
+    if (tile) RASTER::PixelBlocks::paste(*converted, 0, 0, *tile);
+    return tile;
 }
 
 std::uint64_t TilePixels::imageBytes(Format format, std::uint64_t width, std::uint64_t height) {
@@ -91,7 +93,9 @@ NBX::SO<NBX::Image> TilePixels::decode(Format format, const std::uint8_t * data,
     }
     const std::uint64_t bytes = CompressedTexture::tileBytes(format, width, height);
     const NBX::SO<Compressed> compressed(
-        new Compressed(rawData(compressionOf(format), data, bytes, width, height).get()));
+        new Compressed(Compressed::newRawData(static_cast<Compressed::Compression>(compressionOf(format)),
+                                              static_cast<int>(width), static_cast<int>(height), data, bytes)
+                           .get()));
     return image->copy(compressed.get()) ? image : nullptr;
 }
 

@@ -15,7 +15,11 @@ public:
     /// A blank image as `decode` gives it; null for a size that no image can have.
     static NBX::SO<NBX::Image> emptyImage(CompressedTexture::PixelFormat format, unsigned width,
                                           unsigned height);
-    /// Bytes of such an image; sides are at most 65536.
+    /// An image that may be smaller than a tile or of another format, as a tile of `tileSize` squared pixels;
+    /// null where it cannot be converted.
+    static NBX::SO<NBX::Image> wholeTile(CompressedTexture::PixelFormat format,
+                                         const NBX::SO<NBX::Image> & image, unsigned tileSize);
+    /// Bytes of an image of the format; sides are at most 65536.
     static std::uint64_t imageBytes(CompressedTexture::PixelFormat format, std::uint64_t width,
                                     std::uint64_t height);
     /// `data` has `CompressedTexture::tileBytes` bytes.
