@@ -4,69 +4,17 @@
 
 #include <zmt/core/terrain/geometry/view/terrain.h>
 
-#include <algorithm>
-#include <cmath>
-
-#include <nbx/container/sequence/array.h>
-#include <nbx/gl/mesh/primitivequadtreegl.h>
-#include <nbx/image/memoryimage.h>
+#include "core/terrain/geometry/draped/createtexturedtriangles.h"
+#include "terrainlightmap.h"
 #include <nbx/object/serializationmanager.h>
-#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/shape/polygonset.h>
-#include <nbx/scene/shape/polygonsettool.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
-#include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
-#include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/view/createtexture.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
 namespace ZMT::CORE {
-
-namespace {
-
-/// Of light maps, where the ground is no grid.
-constexpr int s_lightMapSize = 2100;
-/// The sun of a light map stands lower than it is given, so that gentle slopes show.
-constexpr double s_sunFlattening = 2.5;
-
-NBX::SO<NBX::MemoryImage> newLightMapImage(const GeometryData * data, NBX::LayerSequence layers) {
-    const auto * grid = dynamic_cast<const GridData *>(data);
-    const int width = grid ? static_cast<int>(grid->sizeX()) : s_lightMapSize;
-    const int height = grid ? static_cast<int>(grid->sizeY()) : s_lightMapSize;
-    return new NBX::MemoryImage(width, height, layers, NBX::Image::UInt8, 8, NBX::ML_Interleaved);
-}
-
-/// Puts the scene's origin where patches are drawn right, while it lives.
-class SceneOriginScope {
-public:
-    explicit SceneOriginScope(const Terrain::Point & origin) : before_(GeoTransformation::nbx2geoOffset()) {
-        GeoTransformation::setNBXOrigin(origin);
-    }
-    ~SceneOriginScope() { GeoTransformation::setNBXOrigin(before_); }
-    SceneOriginScope(const SceneOriginScope &) = delete;
-    SceneOriginScope & operator=(const SceneOriginScope &) = delete;
-
-private:
-    Terrain::Point before_;
-};
-
-/// What the terrain's textures take the place of.
-void clearAppearance(NBX::PolygonSet & set) {
-    set.setNormalIterator(nullptr);
-    set.setTextureIterator(nullptr, 0);
-    set.setColorIterator(nullptr);
-}
-
-/// One level for every factor of four above a thousand corners.
-unsigned levelsFor(const NBX::PolygonSet & set) {
-    unsigned n = set.newVertexIterator() ? set.newVertexIterator()->size() : 0;
-    if (set.newIndexIterator()) n = set.newIndexIterator()->size();
-    return static_cast<unsigned>(std::max(std::log(n / 1000.0), 0.0) / std::log(4.0) + 0.5);
-}
-
-} // namespace
 
 Terrain::Terrain() : NBX::Shape(true) {}
 
@@ -119,39 +67,21 @@ NBX::SO<NBX::PolygonSet> Terrain::extractMesh(const NBX::Bounds & box, NBX::Prog
 }
 
 NBX::SO<TerrainTexture> Terrain::createStaticLightMap(double shade, const Point & direction) {
-    const Point flattened(direction.x, direction.y / s_sunFlattening, direction.z);
-    const NBX::SO<NBX::DistantLight> light(new NBX::DistantLight(flattened, NBX::Color::white, 1.0, 0.5));
-    const auto image = newLightMapImage(data().get(), NBX::LS_Luminance);
-    const SceneOriginScope scope(origin());
-    return CreateTexture::createShading(this, light, image, NBX::Color(1.0 - shade), Point(1, 1, 1));
+    return TerrainLightMap::createStatic(*this, shade, direction);
 }
 
 NBX::SO<TerrainTexture> Terrain::createDynamicLightMap() {
-    const auto image = newLightMapImage(data().get(), NBX::LS_RGB);
-    const SceneOriginScope scope(origin());
-    return CreateTexture::createNormal(this, image, Point(1, 1, 1));
+    return TerrainLightMap::createDynamic(*this);
 }
 
 NBX::SO<TerrainTexturedGeometry>
 Terrain::createTerrainTexturedTriangles(const std::vector<NBX::SO<NBX::PolygonSet>> & sets) {
-    for (const NBX::SO<NBX::PolygonSet> & set : sets)
-        if (set) clearAppearance(*set);
-    const NBX::SO<NBX::Array<NBX::SO<NBX::PolygonSet>>> list(
-        new NBX::Array<NBX::SO<NBX::PolygonSet>>(std::vector<NBX::SO<NBX::PolygonSet>>(sets)));
-    const NBX::SO<NBX::PolygonSet> merged = NBX::PolygonSetTool::mergePolygonSets(list.get());
+    const NBX::SO<NBX::PolygonSet> merged = CreateTexturedTriangles::merged(sets);
     return merged ? createTerrainTexturedTriangles(merged) : nullptr;
 }
 
 NBX::SO<TerrainTexturedGeometry> Terrain::createTerrainTexturedTriangles(NBX::SO<NBX::PolygonSet> set) {
-    if (!set) return nullptr;
-    // Terrains are painted with front faces that wind clockwise.
-    set = NBX::PolygonSetTool::invertOrientation(set.get());
-    clearAppearance(*set);
-    if (const auto vertices = set->newVertexIterator())
-        set->setVertexIterator(GeoTransformation::geo2nbxTf(vertices));
-    const NBX::SO<NBX::PrimitiveQuadTreeGL> tree(
-        new NBX::PrimitiveQuadTreeGL(levelsFor(*set), set, NBX::Bounds(), true));
-    return new TerrainTexturedTriangles(tree, Point());
+    return CreateTexturedTriangles::create(set);
 }
 
 void Terrain::acceptChildren(std::vector<NBX::Visitable *> & children) const {
