@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include <nbx/engine/clock.h>
 #include <nbx/engine/engine.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
@@ -34,10 +34,11 @@ SO<Camera> findGlobalCamera(const SceneNode * node) {
 
 } // namespace
 
-NBX_CLASS_IMPL(Canvas, SharedObj)
+NBX_CLASS_IMPL(Canvas, Manager)
 
-Canvas::Canvas() {
+Canvas::Canvas(Clock * clock) : Manager(clock) {
     allCanvases().push_back(this);
+    this->clock()->watchManager(this);
 }
 
 Canvas::~Canvas() {
@@ -91,19 +92,39 @@ void Canvas::paintRootNodes(Engine * engine, const Area & viewport) {
         engine->evaluate(root.get());
 }
 
+void Canvas::activate() {
+    clock()->watchManager(this);
+    clock()->hasten();
+}
+
+void Canvas::tick(const NBXTime & now) {
+    if (isRedisplayEnabled_ && redisplayDue(now)) serveRequest();
+}
+
+NBXTime Canvas::nextTick(const NBXTime &) const {
+    return isRedisplayEnabled_ && pending_ ? NBXTime(due_) : Clock::never();
+}
+
+void Canvas::serveRequest() {
+    redisplay();
+}
+
+void Canvas::setRedisplayEnabled(bool enabled) {
+    isRedisplayEnabled_ = enabled;
+    if (enabled) clock()->hasten();
+}
+
 void Canvas::postForRedisplay(double seconds) {
-    const double due = currentTime() + std::max(seconds, 0.0);
-    due_ = pending_ ? std::min(due_, due) : due;
+    const double due = clock()->now() + std::max(0.0, seconds);
+    if (pending_ && due_ <= due) return;
+    due_ = due;
     pending_ = true;
+    clock()->hasten();
 }
 
 void Canvas::postAllForRedisplay(double seconds) {
     for (Canvas * canvas : allCanvases())
         canvas->postForRedisplay(seconds);
-}
-
-double Canvas::currentTime() const {
-    return NBXTime::now();
 }
 
 } // namespace NBX

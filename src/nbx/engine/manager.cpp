@@ -6,16 +6,30 @@ namespace NBX {
 
 NBX_CLASS_IMPL(Manager, SharedObj)
 
+namespace {
+
+constexpr double s_period = 0.02;
+
+} // namespace
+
+Manager::Manager(Clock * clock) : clock_(clock ? clock : Clock::systemClock()) {}
+
+Manager::~Manager() = default;
+
 void Manager::activate() {
-    Clock::systemClock()->addManager(this);
+    clock_->addManager(this);
 }
 
 void Manager::deactivate() {
-    Clock::systemClock()->removeManager(this);
+    clock_->removeManager(this);
 }
 
 bool Manager::isActive() const {
-    return Clock::systemClock()->hasManager(this);
+    return clock_->hasManager(this);
+}
+
+NBXTime Manager::nextTick(const NBXTime & lastTick) const {
+    return lastTick + s_period;
 }
 
 } // namespace NBX

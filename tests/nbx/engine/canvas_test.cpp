@@ -1,7 +1,10 @@
 #include <nbx/engine/canvas.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -11,6 +14,7 @@
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/viewport.h>
 #include <support/recordedreports.h>
+#include <support/steppedclock.h>
 
 #include "engineprobes.h"
 
@@ -18,19 +22,16 @@ namespace {
 
 using namespace NBX;
 
-/// A canvas with a probe engine and a clock that is set by hand.
+/// A canvas with a probe engine.
 class ProbeCanvas : public Canvas {
     NBX_TEMPLATE_CLASS(ProbeCanvas, Canvas)
 public:
+    explicit ProbeCanvas(Clock * clock) : Canvas(clock) {}
     SO<Engine> processor() const override { return engine; }
     unsigned getWidth() const override { return 320; }
     unsigned getHeight() const override { return 200; }
 
     SO<Engine> engine{new ProbeEngine()};
-    double now = 100.0;
-
-protected:
-    double currentTime() const override { return now; }
 };
 
 /// Calls a function when it is evaluated.
@@ -46,8 +47,19 @@ private:
 };
 
 struct CanvasTest : testing::Test {
-    SO<ProbeCanvas> canvas{new ProbeCanvas()};
+    /// Draws of `drawn`, by letters and times, in a node of `target`.
+    void note(Canvas & target, char letter, const std::function<void()> & then = {}) {
+        target.append(SO<SceneNode>(new ProbeNode([this, letter, then](Engine *) {
+                          drawn.emplace_back(letter, clock->time);
+                          if (then) then();
+                      })).get());
+    }
+    using Drawn = std::vector<std::pair<char, double>>;
+
+    SO<SteppedClock> clock{new SteppedClock()};
+    SO<ProbeCanvas> canvas{new ProbeCanvas(clock.get())};
     RecordedReports reports;
+    Drawn drawn;
 };
 
 TEST_F(CanvasTest, drawsItsRootNodesInOrder) {
@@ -111,7 +123,7 @@ TEST_F(CanvasTest, earliestRequestCounts) {
     EXPECT_FALSE(canvas->redisplayPending());
     EXPECT_FALSE(canvas->redisplayDue(1e9));
     canvas->postForRedisplay(5.0);
-    canvas->now = 101.0;
+    clock->time = 101.0;
     canvas->postForRedisplay(0.05);
     canvas->postForRedisplay(2.0);
     EXPECT_TRUE(canvas->redisplayPending());
@@ -134,8 +146,9 @@ TEST_F(CanvasTest, redisplayServesTheRequestsMadeBeforeAndKeepsThoseMadeMeanwhil
 }
 
 TEST_F(CanvasTest, allCanvasesCanBeAsked) {
-    const SO<ProbeCanvas> other(new ProbeCanvas());
-    other->now = 7.0;
+    const SO<SteppedClock> otherClock(new SteppedClock());
+    otherClock->time = 7.0;
+    const SO<ProbeCanvas> other(new ProbeCanvas(otherClock.get()));
     Canvas::postAllForRedisplay(1.0);
     EXPECT_DOUBLE_EQ(canvas->redisplayTime(), 101.0);
     EXPECT_DOUBLE_EQ(other->redisplayTime(), 8.0);
@@ -147,7 +160,7 @@ TEST_F(CanvasTest, allCanvasesCanBeAsked) {
 TEST(Canvas, leavesTheListWhenItDies) {
     const std::size_t before = Canvas::canvasList().size();
     {
-        const SO<ProbeCanvas> canvas(new ProbeCanvas());
+        const SO<ProbeCanvas> canvas(new ProbeCanvas(nullptr));
         EXPECT_EQ(Canvas::canvasList().size(), before + 1);
     }
     EXPECT_EQ(Canvas::canvasList().size(), before);
@@ -163,6 +176,146 @@ TEST_F(CanvasTest, withoutAnEngineNothingHappens) {
     canvas->engine = nullptr;
     canvas->redisplay();
     EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(CanvasTest, isDrawnByItsClockWhenARequestIsDue) {
+    note(*canvas, 'a');
+    EXPECT_FALSE(clock->step()) << "nothing was asked for";
+    canvas->postForRedisplay(0.5);
+    clock->time = 100.4;
+    EXPECT_FALSE(clock->serve());
+    clock->tick(clock->now());
+    EXPECT_EQ(drawn, Drawn());
+    clock->time = 100.5;
+    EXPECT_TRUE(clock->serve());
+    EXPECT_FALSE(clock->serve());
+    EXPECT_EQ(drawn, (Drawn{{'a', 100.5}}));
+}
+
+TEST_F(CanvasTest, isDrawnInTheOrderOfTheRequestsTimes) {
+    const SO<ProbeCanvas> second(new ProbeCanvas(clock.get())), third(new ProbeCanvas(clock.get()));
+    note(*canvas, 'a');
+    note(*second, 'b');
+    note(*third, 'c');
+    canvas->postForRedisplay(3.0);
+    second->postForRedisplay(1.0);
+    third->postForRedisplay(2.0);
+    second->postForRedisplay(4.0);
+    while (clock->step()) {
+    }
+    EXPECT_EQ(drawn, (Drawn{{'b', 101.0}, {'c', 102.0}, {'a', 103.0}}));
+    EXPECT_EQ(clock->sleeps, (std::vector<double>{1.0, 1.0, 1.0})) << "it sleeps until the next is due";
+}
+
+TEST_F(CanvasTest, whatIsDueAtOneTimeIsDrawnInTheOrderOfMaking) {
+    const SO<ProbeCanvas> second(new ProbeCanvas(clock.get()));
+    note(*canvas, 'a');
+    note(*second, 'b');
+    second->postForRedisplay(1.0);
+    canvas->postForRedisplay(1.0);
+    EXPECT_TRUE(clock->step());
+    EXPECT_EQ(drawn, (Drawn{{'a', 101.0}, {'b', 101.0}}));
+}
+
+TEST_F(CanvasTest, refinesUntilNothingAsksForAnotherFrame) {
+    unsigned left = 3;
+    note(*canvas, 'a', [&] {
+        if (left-- > 0) canvas->postForRedisplay(0.25);
+    });
+    canvas->postForRedisplay(0.0);
+    while (clock->step()) {
+    }
+    EXPECT_EQ(drawn, (Drawn{{'a', 100.0}, {'a', 100.25}, {'a', 100.5}, {'a', 100.75}}));
+    EXPECT_EQ(clock->sleeps.size(), 3U) << "one sleep for each wait, and none for what is due";
+}
+
+TEST_F(CanvasTest, mayDieWhileItWaits) {
+    SO<ProbeCanvas> other(new ProbeCanvas(clock.get()));
+    note(*other, 'b');
+    other->postForRedisplay(1.0);
+    EXPECT_EQ(other->references(), 1) << "its clock does not keep it";
+    EXPECT_EQ(clock->nextTick(), 101.0);
+    other = nullptr;
+    EXPECT_EQ(clock->nextTick(), Clock::never());
+    clock->time = 102.0;
+    clock->tick(clock->now());
+    EXPECT_EQ(drawn, Drawn());
+}
+
+TEST_F(CanvasTest, mayDieWhileAnotherIsDrawn) {
+    SO<ProbeCanvas> other(new ProbeCanvas(clock.get()));
+    note(*canvas, 'a', [&] { other = nullptr; });
+    note(*other, 'b');
+    canvas->postForRedisplay(0.0);
+    other->postForRedisplay(0.0);
+    EXPECT_TRUE(clock->step());
+    EXPECT_EQ(drawn, (Drawn{{'a', 100.0}}));
+    EXPECT_FALSE(clock->step());
+}
+
+TEST_F(CanvasTest, offItsClockItIsDrawnByItsOwnerAlone) {
+    note(*canvas, 'a');
+    EXPECT_TRUE(canvas->isActive());
+    EXPECT_TRUE(clock->removeManager(canvas.get()));
+    EXPECT_FALSE(clock->removeManager(canvas.get()));
+    canvas->postForRedisplay(0.0);
+    EXPECT_FALSE(clock->step());
+    canvas->redisplay();
+    EXPECT_EQ(drawn.size(), 1U);
+    canvas->postForRedisplay(0.0);
+    canvas->activate();
+    EXPECT_TRUE(clock->step());
+    EXPECT_EQ(drawn.size(), 2U);
+    EXPECT_EQ(canvas->references(), 1) << "it is watched, not kept";
+}
+
+TEST_F(CanvasTest, requestsWaitWhileRedisplayIsSwitchedOff) {
+    note(*canvas, 'a');
+    canvas->setRedisplayEnabled(false);
+    canvas->postForRedisplay(0.0);
+    clock->time = 200.0;
+    clock->tick(clock->now());
+    EXPECT_FALSE(clock->step()) << "there is nothing to sleep for";
+    EXPECT_EQ(drawn, Drawn());
+    EXPECT_TRUE(canvas->redisplayPending());
+    canvas->setRedisplayEnabled(true);
+    EXPECT_TRUE(clock->step());
+    EXPECT_EQ(drawn, (Drawn{{'a', 200.0}}));
+}
+
+TEST_F(CanvasTest, noFrameRunsWithinAFrame) {
+    note(*canvas, 'a', [&] {
+        canvas->postForRedisplay(0.0);
+        clock->tick(clock->now());
+    });
+    canvas->postForRedisplay(0.0);
+    EXPECT_TRUE(clock->serve());
+    EXPECT_EQ(drawn.size(), 1U);
+    EXPECT_TRUE(canvas->redisplayPending());
+}
+
+TEST_F(CanvasTest, alarmTellsThatANearerTimeWasAskedFor) {
+    std::vector<double> alarms;
+    clock->setAlarm([&] { alarms.push_back(clock->nextTick()); });
+    note(*canvas, 'a', [&] { canvas->postForRedisplay(0.0); });
+    canvas->postForRedisplay(2.0);
+    canvas->postForRedisplay(3.0);
+    canvas->postForRedisplay(1.0);
+    EXPECT_EQ(alarms, (std::vector<double>{102.0, 101.0}));
+    clock->step();
+    EXPECT_EQ(alarms.size(), 2U) << "whoever ticks asks again anyway";
+    clock->setAlarm({});
+}
+
+TEST_F(CanvasTest, oddDelaysDoNotStopTheClock) {
+    canvas->postForRedisplay(std::nan(""));
+    EXPECT_EQ(canvas->redisplayTime(), 100.0);
+    canvas->redisplay();
+    canvas->postForRedisplay(HUGE_VAL);
+    EXPECT_FALSE(clock->step());
+    canvas->postForRedisplay(1.0);
+    EXPECT_TRUE(clock->step());
+    EXPECT_FALSE(canvas->redisplayPending());
 }
 
 } // namespace
