@@ -11,6 +11,7 @@
 #include <nbx/image/image.h>
 #include <nbx/image/imagewriter.h>
 #include <nbx/math/color.h>
+#include <nbx/object/nbxtime.h>
 
 namespace {
 
@@ -30,6 +31,15 @@ void addErrorOptions(CLI::App & command, AllowedErrors & errors) {
 void checkErrors(const AllowedErrors & errors) {
     if (!isAllowed(errors.geometry) || !isAllowed(errors.texture))
         throw UsageError("--geometry-error and --texture-error must be numbers of pixels from 0 on");
+}
+
+void Frames::add(const std::function<void()> & draw) {
+    ZMT::CORE::PatchInspectorGL::reset();
+    const double start = NBX::NBXTime::now();
+    draw();
+    lastMilliseconds = (NBX::NBXTime::now() - start) * 1000.0;
+    drawn = ZMT::CORE::PatchInspectorGL::statistics();
+    ++count;
 }
 
 void prepareCanvas(NBX::GLCanvas & canvas) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 namespace CLI {
 class App;
@@ -23,6 +25,16 @@ struct AllowedErrors {
 void addErrorOptions(CLI::App & command, AllowedErrors & errors);
 /// Throws `UsageError`.
 void checkErrors(const AllowedErrors & errors);
+
+/// Frames of one picture, which is drawn until it is complete, and what was in the last one.
+struct Frames {
+    unsigned count = 0;
+    double lastMilliseconds = 0.0;
+    ZMT::CORE::PatchInspectorGL::Statistics drawn;
+
+    /// Calls `draw`, which draws one more.
+    void add(const std::function<void()> & draw);
+};
 
 /// Sky behind the landscape, and pictures that are refined while time goes on.
 void prepareCanvas(NBX::GLCanvas & canvas);

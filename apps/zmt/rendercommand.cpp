@@ -13,14 +13,13 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <thread>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <nbx/data/atomicfilewriter.h>
+#include <nbx/engine/clock.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
-#include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
@@ -43,29 +42,25 @@ struct RenderOptions {
     std::string out;
 };
 
-struct Frames {
-    unsigned count = 0;
-    bool complete = false;
-    double lastMilliseconds = 0.0;
-    PatchInspectorGL::Statistics drawn;
+/// A canvas that counts its frames.
+class CountedCanvas : public NBX::OffscreenCanvasGL {
+    NBX_TEMPLATE_CLASS(CountedCanvas, NBX::OffscreenCanvasGL)
+public:
+    explicit CountedCanvas(PictureSize size) : OffscreenCanvasGL(size.width, size.height) {}
+    void redisplay() override {
+        frames.add([this] { OffscreenCanvasGL::redisplay(); });
+    }
+
+    Frames frames;
 };
 
-/// Draws until nothing asks for another frame.
-Frames drawFrames(NBX::GLCanvas & canvas) {
-    Frames frames;
-    while (!frames.complete && frames.count < s_mostFrames) {
+/// Lets time go on until nothing asks for another frame.
+void drawFrames(CountedCanvas & canvas) {
+    canvas.postForRedisplay(0.0);
+    while (canvas.redisplayPending() && canvas.frames.count < s_mostFrames) {
         if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
-        const double wait = canvas.redisplayPending() ? canvas.redisplayTime() - NBX::NBXTime::now() : 0.0;
-        if (wait > 0.0) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
-        PatchInspectorGL::reset();
-        const double start = NBX::NBXTime::now();
-        canvas.redisplay();
-        frames.drawn = PatchInspectorGL::statistics();
-        frames.lastMilliseconds = (NBX::NBXTime::now() - start) * 1000.0;
-        frames.complete = !canvas.redisplayPending();
-        ++frames.count;
+        canvas.clock()->step();
     }
-    return frames;
 }
 
 /// The driver tells its name while the context is current.
@@ -76,14 +71,14 @@ std::string rendererOf(NBX::GLCanvas & canvas) {
     return name;
 }
 
-std::string describe(PictureSize size, const Frames & frames, const std::string & renderer,
-                     double buildMilliseconds) {
+std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
+    const Frames & frames = canvas.frames;
     nlohmann::ordered_json json;
-    json["renderer"] = renderer;
-    json["width"] = size.width;
-    json["height"] = size.height;
+    json["renderer"] = rendererOf(canvas);
+    json["width"] = canvas.getWidth();
+    json["height"] = canvas.getHeight();
     json["frames"] = frames.count;
-    json["complete"] = frames.complete;
+    json["complete"] = !canvas.redisplayPending();
     json["patches"] = frames.drawn.patches;
     json["triangles"] = frames.drawn.triangles;
     json["build_ms"] = buildMilliseconds;
@@ -92,8 +87,8 @@ std::string describe(PictureSize size, const Frames & frames, const std::string 
     return json.dump(1) + "\n";
 }
 
-NBX::SO<NBX::OffscreenCanvasGL> makeCanvas(PictureSize size) {
-    NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(size.width, size.height));
+NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
+    NBX::SO<CountedCanvas> canvas(new CountedCanvas(size));
     if (!canvas->create())
         throw DataError("no OpenGL context could be made; install Mesa's software renderer");
     if (size.width > canvas->maxSize() || size.height > canvas->maxSize())
@@ -143,14 +138,13 @@ void runRender(RenderOptions & options) {
     PatchInspectorGL::registerAll(options.patches);
     const auto scene = makeScene(options, landscape);
     canvas->append(scene.get());
-    const Frames frames = drawFrames(*canvas);
+    drawFrames(*canvas);
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
-    if (frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
+    if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
 
     writePicture(*canvas, out, options.out);
-    const std::string description =
-        describe(size, frames, rendererOf(*canvas), landscape.buildMilliseconds());
+    const std::string description = describe(*canvas, landscape.buildMilliseconds());
     if (stats) {
         stats->write(description.data(), description.size());
         stats->commit();

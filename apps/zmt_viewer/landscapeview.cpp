@@ -17,7 +17,7 @@
 #include <QWheelEvent>
 
 #include "../zmt/commands.h"
-#include "../zmt/picture.h"
+#include "clocktimer.h"
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
@@ -76,15 +76,16 @@ LandscapeView::LandscapeView(QWidget * parent)
       motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
       wireframe_(makeWireframe()), geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()),
       overlay_(makeOverlay(this)) {
+    ClockTimer::start();
     WindowContextGL::prepareWidget(this);
+    // What was drawn stays while redisplay is switched off.
+    setUpdateBehavior(QOpenGLWidget::PartialUpdate);
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
     setMinimumSize(160, 120);
     camera_ = new NBX::Camera(lookAt_.get(), new NBX::Perspective(s_fieldOfView, 0.1, 1000.0));
     wireframe_->setEnableState(false);
-    for (QTimer * timer : {&redrawTimer_, &restTimer_})
-        timer->setSingleShot(true);
-    connect(&redrawTimer_, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    restTimer_.setSingleShot(true);
     connect(&restTimer_, &QTimer::timeout, this, &LandscapeView::rest);
     connect(&flightTimer_, &QTimer::timeout, this, &LandscapeView::flyOn);
 }
@@ -119,30 +120,24 @@ void LandscapeView::resizeGL(int width, int height) {
 
 void LandscapeView::paintGL() {
     if (!canvas_) return;
-    if (!landscape_) {
-        canvas_->redisplay();
+    if (!landscape_ || !canvas_->isRedisplayEnabled()) {
+        canvas_->paint();
         return;
     }
     placeCamera();
     const double coarseness = isMoving() ? coarseness_ : 1.0;
     ZMT::CORE::TerrainPainterGLSettings::setGeometryError(
         landscape_->geometryErrorFor(geometryError_ * coarseness));
-    ZMT::CORE::PatchInspectorGL::reset();
-    const double start = NBX::NBXTime::now();
-    canvas_->redisplay();
-    figures_.milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
-    figures_.drawn = ZMT::CORE::PatchInspectorGL::statistics();
-    ++figures_.frames;
+    frames_.add([this] { canvas_->paint(); });
     if (isMoving()) adaptCoarseness();
     showFigures();
-    scheduleRedraw();
     emit frameDrawn();
 }
 
 /// A slow picture is drawn coarser the next time, a quick one finer.
 void LandscapeView::adaptCoarseness() {
-    if (figures_.milliseconds > s_slowMilliseconds) coarseness_ *= 1.5;
-    if (figures_.milliseconds < s_quickMilliseconds) coarseness_ /= 1.25;
+    if (frames_.lastMilliseconds > s_slowMilliseconds) coarseness_ *= 1.5;
+    if (frames_.lastMilliseconds < s_quickMilliseconds) coarseness_ /= 1.25;
     coarseness_ = std::clamp(coarseness_, 1.0, s_largestCoarseness);
 }
 
@@ -218,14 +213,6 @@ void LandscapeView::setWireframe(bool enable) {
 
 void LandscapeView::redraw() {
     if (canvas_) canvas_->postForRedisplay(0.0);
-    update();
-}
-
-/// The canvas says when it wants to be drawn again; at rest it does not.
-void LandscapeView::scheduleRedraw() {
-    if (!canvas_->redisplayPending()) return;
-    const double wait = canvas_->redisplayTime() - NBX::NBXTime::now();
-    redrawTimer_.start(std::max(0, int(std::ceil(wait * 1000.0))));
 }
 
 void LandscapeView::noteMotion() {
@@ -241,7 +228,7 @@ void LandscapeView::rest() {
 }
 
 bool LandscapeView::isComplete() const {
-    return landscape_ && canvas_ && figures_.frames > 0 && !canvas_->redisplayPending() && !isMoving();
+    return landscape_ && canvas_ && frames_.count > 0 && !canvas_->redisplayPending() && !isMoving();
 }
 
 void LandscapeView::showFigures() {
@@ -249,8 +236,8 @@ void LandscapeView::showFigures() {
     const QLocale locale(QLocale::English);
     QString text =
         tr("%1 ms   %2 patches   %3 triangles")
-            .arg(locale.toString(figures_.milliseconds, 'f', 1), locale.toString(figures_.drawn.patches),
-                 locale.toString(qulonglong(figures_.drawn.triangles)));
+            .arg(locale.toString(frames_.lastMilliseconds, 'f', 1), locale.toString(frames_.drawn.patches),
+                 locale.toString(qulonglong(frames_.drawn.triangles)));
     const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
     if (memory > 0.0)
         text += tr("   %1 MiB textures, %2 pending")

@@ -12,9 +12,9 @@
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
-#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 #include "../zmt/landscape.h"
+#include "../zmt/picture.h"
 #include "../zmt/viewpoint.h"
 #include "flightcontroller.h"
 #include "windowcanvasgl.h"
@@ -24,7 +24,8 @@ class QLabel;
 /// Shows a landscape and lets the user move through it: drag with the left button to turn, with the right or
 /// middle one to shift, wheel to zoom, W, A, S, D, Q, E and the arrow keys to fly, faster with shift.
 ///
-/// Draws on demand alone: after a change, and when the canvas was asked for a redisplay. While the view moves
+/// Draws on demand alone: after a change, and when the canvas was asked for a redisplay, by the clock of the
+/// process. While the view moves
 /// the flag "MotionFlag" is true in the scene; some time after the last move the picture is drawn again
 /// without it.
 class LandscapeView : public QOpenGLWidget {
@@ -57,13 +58,7 @@ public:
     const FlightController & flight() const { return flight_; }
     NBX::GLCanvas * canvas() const { return canvas_.get(); }
 
-    /// What was drawn last.
-    struct Figures {
-        unsigned frames = 0;
-        double milliseconds = 0.0;
-        ZMT::CORE::PatchInspectorGL::Statistics drawn;
-    };
-    const Figures & figures() const { return figures_; }
+    const Frames & frames() const { return frames_; }
 
     /// The ground under a place of the widget in map coordinates: x, height without exaggeration, y.
     std::optional<NBX::Vector3Base<double>> groundAt(const QPointF & place) const;
@@ -96,7 +91,6 @@ private:
     void flyOn();
     void stopFlying();
     void rest();
-    void scheduleRedraw();
     void adaptCoarseness();
     void showFigures();
     QPointF placeInPicture(const QPointF & place) const;
@@ -118,7 +112,7 @@ private:
     double geometryError_;
     double coarseness_ = 1.0; ///< factor of the geometry's error while the view moves
 
-    QTimer redrawTimer_, restTimer_, flightTimer_;
-    Figures figures_;
+    QTimer restTimer_, flightTimer_;
+    Frames frames_;
     QLabel * overlay_;
 };

@@ -4,6 +4,8 @@
 
 #include <GL/glew.h>
 
+#include <nbx/engine/clock.h>
+
 #include "windowcontextgl.h"
 
 #include <QOpenGLWidget>
@@ -15,6 +17,30 @@ WindowCanvasGL::WindowCanvasGL(QOpenGLWidget * widget)
 
 WindowCanvasGL::~WindowCanvasGL() {
     destroy();
+}
+
+void WindowCanvasGL::paint() {
+    isAwaited_ = false;
+    if (isRedisplayEnabled())
+        redisplay();
+    else
+        postForRedisplay(0.0);
+}
+
+void WindowCanvasGL::redisplay() {
+    isAwaited_ = false;
+    GLCanvas::redisplay();
+}
+
+/// A hidden widget paints when it is shown again; to ask it once more would not help.
+NBX::NBXTime WindowCanvasGL::nextTick(const NBX::NBXTime & lastTick) const {
+    return isAwaited_ ? NBX::Clock::never() : GLCanvas::nextTick(lastTick);
+}
+
+void WindowCanvasGL::serveRequest() {
+    if (isAwaited_) return;
+    isAwaited_ = true;
+    widget_->update();
 }
 
 unsigned WindowCanvasGL::frameBuffer() const {

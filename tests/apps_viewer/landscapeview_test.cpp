@@ -7,6 +7,7 @@
 
 #include <GL/gl.h>
 
+#include <nbx/engine/clock.h>
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texture2dgl.h>
@@ -54,8 +55,8 @@ TEST_F(LandscapeViewTest, EmptyWindowDrawsTheSkyAlone) {
 
 TEST_F(LandscapeViewTest, ShowsWhatWasLoaded) {
     load({s_everest});
-    EXPECT_GT(view->figures().drawn.patches, 1U);
-    EXPECT_GT(view->figures().drawn.triangles, 100U);
+    EXPECT_GT(view->frames().drawn.patches, 1U);
+    EXPECT_GT(view->frames().drawn.triangles, 100U);
     const auto * overlay = view->findChild<QLabel *>("overlay");
     ASSERT_TRUE(overlay);
     EXPECT_TRUE(overlay->isVisible());
@@ -96,16 +97,44 @@ TEST_F(LandscapeViewTest, DoesNotDrawAtRest) {
     load({s_everest});
     // The window system may ask for some pictures when windows come and go.
     QTest::qWait(500);
-    const unsigned frames = view->figures().frames;
+    const unsigned frames = view->frames().count;
     QTest::qWait(500);
-    EXPECT_EQ(frames, view->figures().frames);
+    EXPECT_EQ(frames, view->frames().count);
 }
 
 TEST_F(LandscapeViewTest, DrawsAgainWhenTheCanvasIsAskedForIt) {
     load({s_everest});
-    const unsigned frames = view->figures().frames;
+    const unsigned frames = view->frames().count;
     view->redraw();
-    EXPECT_TRUE(QTest::qWaitFor([&] { return view->figures().frames > frames; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return view->frames().count > frames; }));
+    EXPECT_TRUE(settle());
+}
+
+TEST_F(LandscapeViewTest, KeepsItsPictureWhileRedisplayIsSwitchedOff) {
+    load({s_everest});
+    const auto before = picture();
+    const unsigned frames = view->frames().count;
+    view->canvas()->setRedisplayEnabled(false);
+    view->setWireframe(true);
+    view->update();
+    QTest::qWait(200);
+    EXPECT_EQ(0.0, difference(before, picture()));
+    EXPECT_EQ(frames, view->frames().count);
+    EXPECT_FALSE(view->isComplete());
+    EXPECT_EQ(NBX::Clock::never(), NBX::Clock::systemClock()->nextTick());
+    view->canvas()->setRedisplayEnabled(true);
+    ASSERT_TRUE(settle());
+    EXPECT_GT(difference(before, picture()), 0.1);
+}
+
+TEST_F(LandscapeViewTest, HiddenWindowLetsTheClockRest) {
+    load({s_everest});
+    window->hide();
+    view->redraw();
+    QTest::qWait(50);
+    EXPECT_TRUE(view->canvas()->redisplayPending());
+    EXPECT_EQ(NBX::Clock::never(), NBX::Clock::systemClock()->nextTick());
+    window->show();
     EXPECT_TRUE(settle());
 }
 
@@ -235,8 +264,8 @@ class ChunkedViewTest : public LandscapeViewTest {
 
 TEST_F(ChunkedViewTest, IsShownWithItsFigures) {
     load({s_everest, s_everestImage});
-    EXPECT_GT(view->figures().drawn.patches, 0U);
-    EXPECT_GT(view->figures().drawn.triangles, 100U);
+    EXPECT_GT(view->frames().drawn.patches, 0U);
+    EXPECT_GT(view->frames().drawn.triangles, 100U);
     EXPECT_TRUE(view->groundAt(middle()));
     const auto still = picture();
     QTest::keyClick(view, Qt::Key_P);

@@ -101,11 +101,11 @@ TEST_F(ViewerWindowTest, LargerErrorDrawsLess) {
     load({s_everest});
     slider("geometryError")->setValue(slider("geometryError")->minimum());
     ASSERT_TRUE(settle());
-    const auto fine = view->figures().drawn;
+    const auto fine = view->frames().drawn;
     slider("geometryError")->setValue(slider("geometryError")->maximum());
     ASSERT_TRUE(settle());
-    EXPECT_LT(view->figures().drawn.triangles, fine.triangles);
-    EXPECT_LT(view->figures().drawn.patches, fine.patches);
+    EXPECT_LT(view->frames().drawn.triangles, fine.triangles);
+    EXPECT_LT(view->frames().drawn.patches, fine.patches);
     slider("textureError")->setValue(slider("textureError")->maximum());
     EXPECT_TRUE(settle());
 }
