@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <unordered_map>
@@ -16,7 +17,8 @@ namespace NBX {
 ///
 /// (1) Outside a frame the total never exceeds the budget. (2) What was added or touched in the present frame
 /// is not dropped for the budget's sake. (3) What goes first is what was used the longest time ago.
-/// Belongs to the rendering thread. The destructor of a resource may call the manager.
+/// Belongs to the rendering thread, but for `getBudget`, `total`, `addOthers` and `excess`. The destructor of
+/// a resource may call the manager.
 template <class Resource, class Size> class ResourceManager {
 public:
     explicit ResourceManager(Size budget) : budget_(budget) {}
@@ -30,6 +32,14 @@ public:
     }
     /// The sizes of all resources held.
     std::uint64_t total() const { return total_; }
+
+    /// Counts `size` units that others keep, on any thread: the resources have to do with what is left.
+    void addOthers(std::int64_t size) { others_ += size; }
+    /// By how much resources and others together exceed the budget.
+    std::uint64_t excess() const {
+        const std::uint64_t all = total_ + std::uint64_t(others_.load());
+        return all > budget_ ? all - budget_ : 0;
+    }
     std::size_t count() const { return entries_.size(); }
     bool contains(const Resource * resource) const { return index_.count(resource) != 0; }
 
@@ -132,7 +142,7 @@ private:
     }
 
     void evict() {
-        while (total_ > budget_ && !entries_.empty()) {
+        while (excess() > 0 && !entries_.empty()) {
             const Position tail = std::prev(entries_.end());
             if (hasBoundary_ && tail == boundary_) return;
             const SO<Resource> dropped = take(tail);
@@ -148,8 +158,9 @@ private:
         }
     }
 
-    Size budget_;
-    std::uint64_t total_ = 0;
+    std::atomic<Size> budget_;
+    std::atomic<std::uint64_t> total_ = 0;
+    std::atomic<std::int64_t> others_ = 0;
     std::list<Entry> entries_; ///< used last first
     std::unordered_map<const Resource *, Position> index_;
     Position boundary_{};

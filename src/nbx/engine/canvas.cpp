@@ -4,6 +4,8 @@
 
 #include <nbx/engine/clock.h>
 #include <nbx/engine/engine.h>
+#include <nbx/engine/graphicsmemorymanager.h>
+#include <nbx/engine/mainmemorymanager.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
@@ -31,6 +33,21 @@ SO<Camera> findGlobalCamera(const SceneNode * node) {
     }
     return nullptr;
 }
+
+/// What a picture uses is not dropped before its end.
+class MemoryFrame {
+public:
+    MemoryFrame() {
+        MainMemoryManager::instance()->beginFrame();
+        GraphicsMemoryManager::instance()->beginFrame();
+    }
+    ~MemoryFrame() {
+        GraphicsMemoryManager::instance()->endFrame();
+        MainMemoryManager::instance()->endFrame();
+    }
+    MemoryFrame(const MemoryFrame &) = delete;
+    MemoryFrame & operator=(const MemoryFrame &) = delete;
+};
 
 } // namespace
 
@@ -80,6 +97,7 @@ void Canvas::redisplay() {
 void Canvas::paintRootNodes(Engine * engine, const Area & viewport) {
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
+    const MemoryFrame memoryFrame;
     const std::vector<SO<SceneNode>> roots = roots_;
     SO<Camera> camera;
     for (auto root = roots.begin(); root != roots.end() && !camera; ++root)

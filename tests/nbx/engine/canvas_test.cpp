@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/engine/graphicsmemorymanager.h>
+#include <nbx/engine/mainmemorymanager.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
@@ -61,6 +63,24 @@ struct CanvasTest : testing::Test {
     RecordedReports reports;
     Drawn drawn;
 };
+
+TEST_F(CanvasTest, whatAPictureUsesIsNotDroppedBeforeItsEnd) {
+    auto * graphics = GraphicsMemoryManager::instance();
+    auto * main = MainMemoryManager::instance();
+    const unsigned tooLarge = MainMemoryManager::defaultBudget + 1;
+    bool isKept = false;
+    const SO<SceneNode> node(new ProbeNode([&](Engine *) {
+        const SO<SharedObj> a(new SharedObj), b(new SharedObj);
+        graphics->add(a.get(), tooLarge);
+        main->add(b.get(), tooLarge);
+        isKept = graphics->contains(a.get()) && main->contains(b.get());
+    }));
+    canvas->append(node.get());
+    canvas->redisplay();
+    EXPECT_TRUE(isKept);
+    EXPECT_EQ(graphics->count(), 0U);
+    EXPECT_EQ(main->count(), 0U);
+}
 
 TEST_F(CanvasTest, drawsItsRootNodesInOrder) {
     std::string log;
