@@ -41,12 +41,15 @@ public:
     /// The driver's name of the renderer.
     std::string rendererName() const;
 
+    static constexpr unsigned usualListBytes = 1U << 14U;
+
     /// The display list that `newDisplayList` made for `object`; 0 without one, and when the object was
     /// modified since.
     unsigned getDisplayList(SharedObj * object);
     /// An empty display list for `object`, in the place of one it had; 0 when the driver has none left. The
-    /// list is freed when the object dies or is modified, and at the latest with the engine.
-    unsigned newDisplayList(SharedObj * object);
+    /// list is freed when the object dies or is modified, when `GraphicsMemoryManager`, for which it takes
+    /// `bytes`, has no room for it, and at the latest with the engine. The last one made or found stays.
+    unsigned newDisplayList(SharedObj * object, unsigned bytes = usualListBytes);
     /// Number of display lists that live objects hold.
     std::size_t displayListCount() const;
 

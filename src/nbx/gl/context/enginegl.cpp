@@ -15,6 +15,7 @@
 #include <GL/glew.h>
 
 #include "nbx/engine/handlertable.h"
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/gl/context/namegl.h>
@@ -90,22 +91,45 @@ Area intersection(const Area & a, const Area & b) {
 } // namespace
 
 struct EngineGL::Impl {
+    /// The list itself, which the memory manager holds.
+    struct List : SharedObj {
+        NameGL name;
+        unsigned bytes = 0;
+    };
     struct DisplayList {
         WO<SharedObj> object;
         std::uint64_t transactionNo;
-        NameGL list;
+        WO<List> list;
 
         bool isValid() const {
             const SO<SharedObj> held = object.lock();
-            return held && held->lastTransactionNo() == transactionNo;
+            return held && held->lastTransactionNo() == transactionNo && list;
         }
     };
+    using Lists = std::unordered_map<const SharedObj *, DisplayList>;
+
+    unsigned use(const SO<List> & list) {
+        latestList = list;
+        GraphicsMemoryManager::instance()->use(list.get(), list->bytes);
+        return list->name.get();
+    }
+    void free(Lists::iterator list) {
+        const SO<List> held = list->second.list.lock();
+        lists.erase(list);
+        if (held == latestList) latestList = nullptr;
+        if (held) GraphicsMemoryManager::instance()->remove(held.get());
+    }
+    void freeAll() {
+        while (!lists.empty())
+            free(lists.begin());
+    }
 
     GLCanvas * canvas = nullptr;
     std::unordered_set<ID> extensions;
     int major = 0, minor = 0;
     unsigned units = 1;
-    std::unordered_map<const SharedObj *, DisplayList> lists;
+    Lists lists;
+    SO<List> latestList; ///< may be larger than the budget
     std::vector<SO<Callback1<SO<EngineGL>>>> cleanUps;
     Area picture;  ///< the whole picture
     Area tile;     ///< the part of it that fills the canvas
@@ -134,7 +158,9 @@ EngineGL::EngineGL(GLCanvas * canvas) : Engine(canvas), impl_(std::make_unique<I
     if (version) std::sscanf(version, "%d.%d", &impl_->major, &impl_->minor);
 }
 
-EngineGL::~EngineGL() = default;
+EngineGL::~EngineGL() {
+    impl_->freeAll();
+}
 
 unsigned EngineGL::maxTextureUnits() const {
     return textureUnitsLimit ? std::min(textureUnitsLimit, impl_->units) : impl_->units;
@@ -168,21 +194,21 @@ std::string EngineGL::rendererName() const {
 unsigned EngineGL::getDisplayList(SharedObj * object) {
     const auto found = impl_->lists.find(object);
     if (found == impl_->lists.end()) return 0;
-    if (found->second.isValid()) return found->second.list.get();
-    impl_->lists.erase(found);
+    if (found->second.isValid()) return impl_->use(found->second.list.lock());
+    impl_->free(found);
     return 0;
 }
 
-unsigned EngineGL::newDisplayList(SharedObj * object) {
+unsigned EngineGL::newDisplayList(SharedObj * object, unsigned bytes) {
     NBX_CHECK(object, L"no object");
     if (!object) return 0;
-    impl_->lists.erase(object);
-    NameGL list = NameGL::generate(NameGL::NK_DisplayList);
-    const unsigned name = list.get();
-    if (name == 0) return 0;
-    Impl::DisplayList entry{WO<SharedObj>(object), object->lastTransactionNo(), std::move(list)};
-    impl_->lists.emplace(object, std::move(entry));
-    return name;
+    if (const auto found = impl_->lists.find(object); found != impl_->lists.end()) impl_->free(found);
+    const SO<Impl::List> list(new Impl::List);
+    list->name = NameGL::generate(NameGL::NK_DisplayList);
+    list->bytes = bytes;
+    if (!list->name) return 0;
+    impl_->lists.emplace(object, Impl::DisplayList{WO<SharedObj>(object), object->lastTransactionNo(), list});
+    return impl_->use(list);
 }
 
 std::size_t EngineGL::displayListCount() const {
@@ -191,7 +217,11 @@ std::size_t EngineGL::displayListCount() const {
 }
 
 void EngineGL::freeUnusedDisplayLists() {
-    std::erase_if(impl_->lists, [](const auto & entry) { return !entry.second.isValid(); });
+    for (auto list = impl_->lists.begin(); list != impl_->lists.end();) {
+        const auto next = std::next(list);
+        if (!list->second.isValid()) impl_->free(list);
+        list = next;
+    }
 }
 
 void EngineGL::registerCleanUpCallback(SO<Callback1<SO<EngineGL>>> callback) {
@@ -206,7 +236,7 @@ void EngineGL::cleanUp() {
         impl_->cleanUps.pop_back();
         callback->call(self);
     }
-    impl_->lists.clear();
+    impl_->freeAll();
 }
 
 void EngineGL::detachCanvas() {

@@ -16,6 +16,10 @@ NBX_CLASS_IMPL(PolygonSetPainterGL, ShapePainter)
 
 namespace {
 
+/// About what a driver keeps of a triangle in a display list: position, normal, colour and texture
+/// coordinates of its corners.
+constexpr unsigned s_triangleBytes = 3 * 48;
+
 /// The corners of all triangles whose vertices exist.
 std::vector<unsigned> trianglesOf(const PolygonSet & set) {
     std::vector<unsigned> corners;
@@ -70,7 +74,7 @@ bool PolygonSetPainterGL::render(Engine * engine, const Shape * shape) {
     auto * key = const_cast<PolygonSet *>(set);
     unsigned list = gl->getDisplayList(key);
     if (!list) {
-        list = gl->newDisplayList(key);
+        list = gl->newDisplayList(key, set->triangles() * s_triangleBytes);
         if (list) glNewList(list, GL_COMPILE);
         draw(*set, gl->textureCoordinateSets());
         if (list) glEndList();

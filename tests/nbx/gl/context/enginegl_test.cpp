@@ -1,5 +1,6 @@
 #include <nbx/gl/context/enginegl.h>
 
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/scene/shape/box.h>
@@ -67,6 +68,25 @@ TEST_F(EngineGLTest, ForgetsTheDisplayListOfAChangedObject) {
     box->modified();
     canvas->redisplay();
     EXPECT_EQ(before, countNames()) << "freed by the next picture";
+}
+
+TEST_F(EngineGLTest, DropsDisplayListsForWhichThereIsNoRoom) {
+    auto * memory = GraphicsMemoryManager::instance();
+    memory->setBudget(1000);
+    const Names before = countNames();
+    const SO<Box> a(new Box), b(new Box), c(new Box);
+    compile(engine->newDisplayList(a.get(), 400));
+    compile(engine->newDisplayList(b.get(), 400));
+    EXPECT_NE(0U, engine->getDisplayList(a.get())) << "b was used the longest time ago";
+    compile(engine->newDisplayList(c.get(), 400));
+    EXPECT_EQ(0U, engine->getDisplayList(b.get()));
+    EXPECT_NE(0U, engine->getDisplayList(a.get()));
+    EXPECT_EQ(before.lists + 2, countNames().lists);
+    const unsigned large = engine->newDisplayList(b.get(), 2000);
+    compile(large);
+    EXPECT_EQ(large, engine->getDisplayList(b.get())) << "the last one stays, whatever its size";
+    EXPECT_EQ(before.lists + 1, countNames().lists);
+    memory->setBudget(GraphicsMemoryManager::defaultBudget);
 }
 
 TEST_F(EngineGLTest, ReplacesADisplayList) {

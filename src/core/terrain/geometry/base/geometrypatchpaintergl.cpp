@@ -25,7 +25,7 @@ unsigned displayList(NBX::EngineGL & engine, GeometryPatchPainterGL & painter, c
     auto * object = const_cast<GeometryPatch *>(&patch);
     unsigned id = engine.getDisplayList(object);
     if (id != 0) return id;
-    id = engine.newDisplayList(object);
+    id = engine.newDisplayList(object, painter.displayListBytes(&patch));
     if (id == 0) return 0;
     glNewList(id, GL_COMPILE);
     painter.renderPatch(&engine, &patch);
@@ -40,6 +40,10 @@ NBX_CLASS_IMPL(GeometryPatchPainterGL, NBX::ShapePainter)
 const NBX::ID & GeometryPatchPainterGL::outerWallFlag() {
     static const NBX::ID flag("RenderOuterWallFlag");
     return flag;
+}
+
+unsigned GeometryPatchPainterGL::displayListBytes(const GeometryPatch *) const {
+    return NBX::EngineGL::usualListBytes;
 }
 
 bool GeometryPatchPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {

@@ -69,6 +69,14 @@ void GridPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch
     glPopAttrib();
 }
 
+unsigned GridPatchPainterGL::displayListBytes(const GeometryPatch * patch) const {
+    const NBX::Area & domain = static_cast<const GridPatch &>(*patch).domain();
+    const unsigned width = domain.getWidth(), height = domain.getHeight();
+    // Strips and skirts have two vertices a column, each with a normal.
+    constexpr unsigned vertexBytes = 24;
+    return 2 * vertexBytes * ((width + 1) * height + 2 * (width + height));
+}
+
 void GridPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
     const auto & gridPatch = static_cast<const GridPatch &>(*patch);

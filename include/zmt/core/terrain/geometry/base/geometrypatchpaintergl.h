@@ -23,6 +23,8 @@ public:
     virtual void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) = 0;
     /// Whether the surface may be kept in a display list, where nothing else speaks against it.
     virtual bool shouldUseDisplayLists() const { return true; }
+    /// About what a display list of the surface takes of graphics memory.
+    virtual unsigned displayListBytes(const GeometryPatch * patch) const;
 };
 
 } // namespace ZMT::CORE

@@ -10,6 +10,7 @@ class GridPatchPainterGL : public GeometryPatchPainterGL {
 public:
     NBX::ID target() const override;
     void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override;
+    unsigned displayListBytes(const GeometryPatch * patch) const override;
     void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) override;
 };
 
