@@ -1,6 +1,7 @@
 #include "chunkedlodterrainpatch.h"
 
 #include "chunkedlodterrainimpl.h"
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
@@ -17,7 +18,24 @@ ChunkedLodTerrain::Patch::Patch(const NBX::SO<ChunkedLodTerrain> & terrain, cons
                     static_cast<double>(terrain->heightScale()) * w.threshold, wall, nullptr),
       terrain_(terrain), window_(w) {}
 
-ChunkedLodTerrain::Patch::~Patch() = default;
+ChunkedLodTerrain::Patch::~Patch() {
+    if (const NBX::SO<Meshes> held = meshes()) NBX::GraphicsMemoryManager::instance()->remove(held.get());
+}
+
+NBX::SO<NBX::Shape> ChunkedLodTerrain::Patch::surfaceMesh() const {
+    const NBX::SO<Meshes> held = meshes();
+    return held ? held->surface : nullptr;
+}
+
+NBX::SO<NBX::Shape> ChunkedLodTerrain::Patch::outerWallMesh() const {
+    const NBX::SO<Meshes> held = meshes();
+    return held ? held->outerWall : nullptr;
+}
+
+void ChunkedLodTerrain::Patch::setMeshes(const NBX::SO<Meshes> & meshes, unsigned triangles) const {
+    meshes_ = meshes;
+    triangles_ = triangles;
+}
 
 NBX::SO<GeometryData> ChunkedLodTerrain::Patch::data() const {
     return terrain_->data();

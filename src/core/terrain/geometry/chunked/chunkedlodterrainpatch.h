@@ -36,22 +36,28 @@ public:
     /// That of the mesh as it is drawn.
     unsigned short threshold() const { return window_.threshold; }
 
+    /// What the painter draws: the surface with skirts, and the outer wall.
+    struct Meshes : NBX::SharedObj {
+        NBX::SO<NBX::Shape> surface, outerWall;
+        unsigned bytes = 0; ///< of their buffers
+    };
+
     /// Triangles of the surface, without skirts; 0 before it was first painted, which tells.
     unsigned triangles() const { return triangles_; }
-    void setTriangles(unsigned triangles) const { triangles_ = triangles; }
 
-    /// The shapes that the painter builds on first use, and keeps here: the surface with skirts, and the
-    /// outer wall. They belong to the engine that first painted the patch; render thread only.
-    NBX::SO<NBX::Shape> & surfaceMesh() const { return surfaceMesh_; }
-    NBX::SO<NBX::Shape> & outerWallMesh() const { return outerWallMesh_; }
+    /// The shapes that the painter builds; null before the first use, and when `NBX::GraphicsMemoryManager`,
+    /// which holds them, had no room for them any more. Render thread only.
+    NBX::SO<Meshes> meshes() const { return meshes_.lock(); }
+    NBX::SO<NBX::Shape> surfaceMesh() const;
+    NBX::SO<NBX::Shape> outerWallMesh() const;
+    void setMeshes(const NBX::SO<Meshes> & meshes, unsigned triangles) const;
 
 private:
     Patch(const NBX::SO<ChunkedLodTerrain> & terrain, const ChunkedLodWindow & window, double wall);
 
     NBX::SO<ChunkedLodTerrain> terrain_;
     ChunkedLodWindow window_;
-    mutable NBX::SO<NBX::Shape> surfaceMesh_;
-    mutable NBX::SO<NBX::Shape> outerWallMesh_;
+    mutable NBX::WO<Meshes> meshes_;
     mutable unsigned triangles_ = 0;
 };
 

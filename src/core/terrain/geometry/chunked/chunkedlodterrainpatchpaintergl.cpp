@@ -6,6 +6,7 @@
 
 #include "chunkedlodpatchmesh.h"
 #include "chunkedlodterrainpatch.h"
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
@@ -33,16 +34,31 @@ NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const VertexBuffer & vertices
                                            upload(engine, strips.ranges));
 }
 
-void createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
-    const ChunkedLodPatchMesh mesh(*patch);
-    patch->setTriangles(mesh.triangles);
-    const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
-        engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));
-    patch->surfaceMesh() = upload(engine, vertices, mesh.surface);
-    patch->outerWallMesh() = upload(engine, vertices, mesh.outerWall);
+unsigned bytesOf(const ChunkedLodPatchMesh & mesh) {
+    const auto bytesOfStrips = [](const ChunkedLodPatchMesh::Strips & strips) {
+        return strips.indices.size() * sizeof strips.indices[0] +
+               strips.ranges.size() * sizeof strips.ranges[0];
+    };
+    return static_cast<unsigned>(mesh.vertices.size() * sizeof mesh.vertices[0] +
+                                 bytesOfStrips(mesh.surface) + bytesOfStrips(mesh.outerWall));
 }
 
-/// Draws a patch of a chunked terrain from buffers, which are made on first use and kept with the patch.
+using Meshes = ChunkedLodTerrain::Patch::Meshes;
+
+NBX::SO<Meshes> createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
+    const ChunkedLodPatchMesh mesh(*patch);
+    const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
+        engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));
+    NBX::SO<Meshes> meshes(new Meshes);
+    meshes->surface = upload(engine, vertices, mesh.surface);
+    meshes->outerWall = upload(engine, vertices, mesh.outerWall);
+    meshes->bytes = bytesOf(mesh);
+    patch->setMeshes(meshes, mesh.triangles);
+    return meshes;
+}
+
+/// Draws a patch of a chunked terrain from buffers, which are made on first use and kept as long as the
+/// graphics memory has room for them.
 class ChunkedLodTerrain_Patch_PainterGL : public GeometryPatchPainterGL {
     NBX_TEMPLATE_CLASS(ChunkedLodTerrain_Patch_PainterGL, GeometryPatchPainterGL)
 public:
@@ -52,7 +68,8 @@ public:
     void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override {
         NBX_CHECK(engine, L"no engine");
         if (!engine) return;
-        const NBX::SO<NBX::Shape> & surfaceMesh_ = meshesOf(engine, patch).surfaceMesh();
+        const NBX::SO<Meshes> meshes = meshesOf(engine, patch);
+        const NBX::SO<NBX::Shape> & surfaceMesh_ = meshes->surface;
         NBX_CHECK(surfaceMesh_, L"internal error");
         if (surfaceMesh_) engine->paint(surfaceMesh_.get());
     }
@@ -60,16 +77,19 @@ public:
     void renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) override {
         NBX_CHECK(engine, L"no engine");
         if (!engine) return;
-        const NBX::SO<NBX::Shape> & outerWallMesh_ = meshesOf(engine, patch).outerWallMesh();
+        const NBX::SO<Meshes> meshes = meshesOf(engine, patch);
+        const NBX::SO<NBX::Shape> & outerWallMesh_ = meshes->outerWall;
         NBX_CHECK(outerWallMesh_, L"internal error");
         if (outerWallMesh_) engine->paint(outerWallMesh_.get());
     }
 
 private:
-    static const ChunkedLodTerrain::Patch & meshesOf(NBX::EngineGL * engine, const GeometryPatch * patch) {
+    static NBX::SO<Meshes> meshesOf(NBX::EngineGL * engine, const GeometryPatch * patch) {
         const auto & window = static_cast<const ChunkedLodTerrain::Patch &>(*patch);
-        if (!window.surfaceMesh() || !window.outerWallMesh()) createShapeForPatch(engine, &window);
-        return window;
+        NBX::SO<Meshes> meshes = window.meshes();
+        if (!meshes) meshes = createShapeForPatch(engine, &window);
+        NBX::GraphicsMemoryManager::instance()->use(meshes.get(), meshes->bytes);
+        return meshes;
     }
 };
 

@@ -1,4 +1,5 @@
 #include <nbx/container/sequence/array.h>
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/handler.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/scene/view/camera.h>
@@ -19,6 +20,7 @@
 
 using TestChunked::Patch;
 using ZMT::CORE::ChunkedLodTerrain;
+using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::GeometryPatchPainterGL;
 using ZMT::CORE::GridData;
 using ZMT::CORE::Terrain;
@@ -204,6 +206,37 @@ protected:
     NBX::SO<ChunkedLodTerrain> chunked;
     NBX::SO<ZMT::CORE::GeometryPatch> chunkedRoot;
 };
+
+/// Patches of a root that have meshes.
+unsigned patchesWithMeshes(const Patch & patch) {
+    unsigned count = patch.meshes() ? 1 : 0;
+    for (unsigned i = 0; i < patch.GeometryPatch::children(); ++i)
+        count += patchesWithMeshes(dynamic_cast<const Patch &>(*patch.GeometryPatch::child(i)));
+    return count;
+}
+
+TEST_F(ChunkedLodPictureTest, MeshesThatWereDroppedAreMadeAgainAndNotWithinAView) {
+    auto * memory = NBX::GraphicsMemoryManager::instance();
+    const Point overview(7000, 14000, -9000), near(6000, 8500, 1000), target(7000, 5000, 6000);
+    const auto & patches = dynamic_cast<const Patch &>(*chunkedRoot);
+    const auto expected = view(chunked, near, target), expectedFar = view(chunked, overview, target);
+    const unsigned all = patchesWithMeshes(patches);
+
+    memory->setBudget(1);
+    const auto first = view(chunked, near, target);
+    EXPECT_EQ(largestDifference(expected, first), 0);
+    const unsigned ofView = patchesWithMeshes(patches);
+    EXPECT_GT(ofView, 1U);
+    EXPECT_LT(ofView, all);
+    const Names before = countNames();
+    EXPECT_EQ(largestDifference(expected, view(chunked, near, target)), 0);
+    EXPECT_EQ(patchesWithMeshes(patches), ofView) << "what the view needs stays";
+    EXPECT_EQ(countNames().buffers, before.buffers);
+    EXPECT_EQ(largestDifference(expectedFar, view(chunked, overview, target)), 0);
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    reports.clear();
+    memory->setBudget(NBX::GraphicsMemoryManager::defaultBudget);
+}
 
 TEST_F(ChunkedLodPictureTest, LooksAsTheTreeDoes) {
     const struct {
