@@ -26,8 +26,10 @@ std::uint64_t TileCache::usedBytes() const {
 
 std::optional<NBX::SO<NBX::Image>> TileCache::find(std::uint64_t number) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const NBX::SO<NBX::Image> * tile = tiles_.find(number);
-    return tile ? std::optional(*tile) : std::nullopt;
+    const NBX::SO<NBX::Image> * found = tiles_.find(number);
+    const std::optional<NBX::SO<NBX::Image>> tile = found ? std::optional(*found) : std::nullopt;
+    giveWay();
+    return tile;
 }
 
 void TileCache::keep(std::uint64_t number, const NBX::SO<NBX::Image> & tile) {
@@ -35,18 +37,33 @@ void TileCache::keep(std::uint64_t number, const NBX::SO<NBX::Image> & tile) {
     if (bytes > maxBytes_) return;
     const std::lock_guard<std::mutex> lock(mutex_);
     if (tiles_.contains(number)) return;
-    while (usedBytes_ + bytes > maxBytes_) {
-        usedBytes_ -= bytesOf(tiles_.oldest()->second);
-        tiles_.removeOldest();
-    }
-    usedBytes_ += bytes;
+    while (usedBytes_ + bytes > maxBytes_)
+        removeOldest();
     tiles_.insert(number, tile);
+    setUsedBytes(usedBytes_ + bytes);
+    giveWay();
 }
 
 void TileCache::clear() {
     const std::lock_guard<std::mutex> lock(mutex_);
     tiles_.clear();
-    usedBytes_ = 0;
+    setUsedBytes(0);
+}
+
+void TileCache::setUsedBytes(std::uint64_t bytes) {
+    usedBytes_ = bytes;
+    share_.setUsed(bytes);
+}
+
+void TileCache::removeOldest() {
+    const std::uint64_t bytes = bytesOf(tiles_.oldest()->second);
+    tiles_.removeOldest();
+    setUsedBytes(usedBytes_ - bytes);
+}
+
+void TileCache::giveWay() {
+    while (tiles_.size() > 1 && share_.excess() > 0)
+        removeOldest();
 }
 
 } // namespace ZMT::RASTER

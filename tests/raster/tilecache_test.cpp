@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/engine/mainmemorymanager.h>
 #include <nbx/image/memoryimage.h>
 
 namespace {
@@ -36,6 +37,26 @@ TEST(TileCache, GivesWhatItKeeps) {
     cache->clear();
     EXPECT_FALSE(cache->find(7));
     EXPECT_EQ(0U, cache->usedBytes());
+}
+
+TEST(TileCache, GivesWayWhereMainMemoryIsShort) {
+    auto * manager = NBX::MainMemoryManager::instance();
+    manager->setBudget(6000);
+    const SO<TileCache> cache(new TileCache(10000)), other(new TileCache(10000));
+    for (unsigned i = 0; i < 5; ++i)
+        cache->keep(i, tile());
+    EXPECT_EQ(5000U, cache->usedBytes());
+    for (unsigned i = 0; i < 5; ++i)
+        other->keep(i, tile());
+    EXPECT_EQ(3000U, other->usedBytes()) << "its half";
+    EXPECT_EQ(5000U, cache->usedBytes()) << "not before its own thread uses it";
+    EXPECT_TRUE(cache->find(4));
+    EXPECT_EQ("234", kept(*cache));
+    EXPECT_EQ(0U, manager->excess());
+    manager->setBudget(1000);
+    EXPECT_TRUE(cache->find(4));
+    EXPECT_EQ("4", kept(*cache)) << "the newest stays";
+    manager->setBudget(NBX::MainMemoryManager::defaultBudget);
 }
 
 TEST(TileCache, SmallTilesCountMoreThanTheirPixels) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include <nbx/container/map/lrumap.h>
+#include <nbx/engine/mainmemoryshare.h>
 #include <nbx/image/image.h>
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>
@@ -12,8 +13,9 @@
 
 namespace ZMT::RASTER {
 
-/// Decoded tiles by their numbers, as many as a budget allows, those that were used last. Any thread may use
-/// it; what is kept may not change any more.
+/// Decoded tiles by their numbers, as many as a budget allows, those that were used last. They count for
+/// `NBX::MainMemoryManager`; where that has too little, tiles go at the next use, on the thread of that use.
+/// Any thread may use it; what is kept may not change any more.
 class TileCache : public NBX::SharedObj {
     NBX_CLASS(TileCache, NBX::SharedObj)
 public:
@@ -34,9 +36,15 @@ public:
     void clear();
 
 private:
+    void setUsedBytes(std::uint64_t bytes);
+    void removeOldest();
+    /// Lets tiles go while main memory is short; the newest one stays.
+    void giveWay();
+
     const std::uint64_t maxBytes_;
     mutable std::mutex mutex_; ///< guards what follows
     std::uint64_t usedBytes_ = 0;
+    NBX::MainMemoryShare share_;
     NBX::LRUMap<std::uint64_t, NBX::SO<NBX::Image>> tiles_;
 };
 
