@@ -19,6 +19,10 @@ bool isRemark(const NBX::ErrorReport & report) {
     return report.condition == L"!USE_MULTI_THREADING";
 }
 
+bool isWarning(const NBX::ErrorReport & report) {
+    return report.condition == L"needed <= getBudget()";
+}
+
 } // namespace
 
 Reports::Reports() : outer_(std::exchange(s_current, this)) {
@@ -34,17 +38,25 @@ void Reports::note(const NBX::ErrorReport & report) {
     if (isRemark(report)) return;
     const std::string message = NBX::StringUtils::WString2Utf8String(report.message);
     const std::lock_guard lock(mutex_);
-    const bool isKnown = std::find(messages_.begin(), messages_.end(), message) != messages_.end();
-    if (!isKnown && messages_.size() < s_mostMessages) messages_.push_back(message);
+    std::vector<std::string> & messages = isWarning(report) ? warnings_ : messages_;
+    const bool isKnown = std::find(messages.begin(), messages.end(), message) != messages.end();
+    if (!isKnown && messages.size() < s_mostMessages) messages.push_back(message);
 }
 
 std::vector<std::string> Reports::take() {
     const std::lock_guard lock(mutex_);
-    return std::exchange(messages_, {});
+    std::vector<std::string> taken = std::exchange(messages_, {});
+    for (std::string & warning : std::exchange(warnings_, {}))
+        taken.push_back(std::move(warning));
+    return taken;
 }
 
 void Reports::throwFirst() {
     if (!s_current) return;
-    const auto messages = s_current->take();
+    std::vector<std::string> messages;
+    {
+        const std::lock_guard lock(s_current->mutex_);
+        messages.swap(s_current->messages_);
+    }
     if (!messages.empty()) throw DataError(messages.front());
 }

@@ -18,7 +18,8 @@ public:
     /// Takes what was gathered so far; equal messages come once.
     std::vector<std::string> take();
 
-    /// Takes what the one made last has gathered, and throws `DataError` with the first message, if any.
+    /// Takes what the one made last has gathered, and throws `DataError` with the first message, if any but
+    /// warnings, which stay.
     static void throwFirst();
 
 private:
@@ -26,6 +27,7 @@ private:
 
     std::mutex mutex_;
     std::vector<std::string> messages_;
+    std::vector<std::string> warnings_; ///< nothing is wrong with the picture
     Reports * outer_;
     NBX::ErrorHandler::Handler previous_;
 };

@@ -43,6 +43,14 @@ TEST(Reports, TheFirstIsThrown) {
     EXPECT_EQ(Messages(), reports.take());
 }
 
+TEST(Reports, AWarningIsToldButNotThrown) {
+    Reports reports;
+    NBX_REPORT(2, L"needed <= getBudget()", L"little memory");
+    EXPECT_NO_THROW(Reports::throwFirst());
+    EXPECT_EQ((std::vector<std::string>{"little memory"}), reports.take());
+    EXPECT_TRUE(reports.take().empty());
+}
+
 TEST(Reports, TheLaterGatherersComeFirst) {
     Reports outer;
     {
