@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include <sys/resource.h>
+
 #include <gtest/gtest.h>
 
 #include <support/recordedreports.h>
@@ -670,6 +672,17 @@ TEST_F(ThreadedResourceManagerTest, TheWorkerStartsWithRequestsOnly) {
         Thread::sleep(0.001);
     EXPECT_EQ(preparer->calls(), "a");
     EXPECT_NE(preparer->thread(), std::this_thread::get_id());
+}
+
+TEST_F(ThreadedResourceManagerTest, TheWorkerComesBehindTheRenderThread) {
+    const int own = getpriority(PRIO_PROCESS, 0);
+    std::atomic<int> nice{-100};
+    preparer->during = [&] { nice = getpriority(PRIO_PROCESS, 0); };
+    threaded->request(a, preparer, 1.0);
+    threaded->beginFrame();
+    while (!look(*threaded, a))
+        Thread::sleep(0.001);
+    EXPECT_EQ(nice, std::min(own + 5, 19));
 }
 
 TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {

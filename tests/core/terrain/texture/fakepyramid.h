@@ -21,31 +21,30 @@
 class FakeLevel : public ZMT::RASTER::TiledGeoImage {
     NBX_TEMPLATE_CLASS(FakeLevel, ZMT::RASTER::TiledGeoImage)
 public:
-    FakeLevel(double pixelSize, std::uint64_t pixels, unsigned granularity)
-        : pixelSize_(pixelSize), pixels_(pixels), granularity_(granularity) {}
+    FakeLevel(double pixelSizeX, double pixelSizeY, std::uint64_t pixelsX, std::uint64_t pixelsY)
+        : pixelSizeX_(pixelSizeX), pixelSizeY_(pixelSizeY), pixelsX_(pixelsX), pixelsY_(pixelsY) {}
 
     unsigned bands() const override { return 3; }
     double minX() const override { return 0.0; }
     double minY() const override { return 0.0; }
-    double pixelSizeX() const override { return pixelSize_; }
-    double pixelSizeY() const override { return pixelSize_; }
-    std::uint64_t pixelsX() const override { return pixels_; }
-    std::uint64_t pixelsY() const override { return pixels_; }
+    double pixelSizeX() const override { return pixelSizeX_; }
+    double pixelSizeY() const override { return pixelSizeY_; }
+    std::uint64_t pixelsX() const override { return pixelsX_; }
+    std::uint64_t pixelsY() const override { return pixelsY_; }
     NBX::SO<NBX::Image> getImage(int, int, unsigned, unsigned) const override { return nullptr; }
     bool failed() const override { return hasFailed; }
-    unsigned granularityX() const override { return granularity_; }
-    unsigned granularityY() const override { return granularity_; }
+    unsigned granularityX() const override { return 1; }
+    unsigned granularityY() const override { return 1; }
 
     bool hasFailed = false;
 
 private:
-    double pixelSize_;
-    std::uint64_t pixels_;
-    unsigned granularity_;
+    double pixelSizeX_, pixelSizeY_;
+    std::uint64_t pixelsX_, pixelsY_;
 };
 
-/// A square from the origin in levels of which each has half the resolution of the one before. Delivers small
-/// images of the box that it is asked for, and notes the boxes.
+/// An oblong from the origin, four times as wide as deep, in levels of which each has half the resolution of
+/// the one before. Delivers small images of the box that it is asked for, and notes the boxes.
 class FakePyramid : public ZMT::RASTER::TiledGeoImagePyramid {
     NBX_TEMPLATE_CLASS(FakePyramid, ZMT::RASTER::TiledGeoImagePyramid)
 public:
@@ -55,18 +54,18 @@ public:
         std::thread::id thread;
     };
 
-    /// The finest level has `pixels` of size 1 in each direction.
-    FakePyramid(std::uint64_t pixels, unsigned levels, unsigned granularity = 1)
-        : size_(static_cast<double>(pixels)) {
+    /// The finest level has `pixels` columns of size 1, and half as many rows of half that size.
+    FakePyramid(std::uint64_t pixels, unsigned levels) : width_(static_cast<double>(pixels)) {
         for (unsigned i = 0; i < levels; ++i)
-            levels_.emplace_back(new FakeLevel(static_cast<double>(1U << i),
-                                               std::max<std::uint64_t>(pixels >> i, 1), granularity));
+            levels_.emplace_back(new FakeLevel(1.0 * (1U << i), 0.5 * (1U << i),
+                                               std::max<std::uint64_t>(pixels >> i, 1),
+                                               std::max<std::uint64_t>(pixels >> i >> 1, 1)));
     }
 
     double minX() const override { return 0.0; }
     double minY() const override { return 0.0; }
-    double maxX() const override { return size_; }
-    double maxY() const override { return size_; }
+    double maxX() const override { return width_; }
+    double maxY() const override { return width_ / 4.0; }
     unsigned overviews() const override { return static_cast<unsigned>(levels_.size()); }
     NBX::SO<ZMT::RASTER::TiledGeoImage> overview(unsigned index) const override {
         return index < levels_.size() ? levels_[index] : nullptr;
@@ -78,8 +77,8 @@ public:
             calls_.push_back({minX, minY, maxX, maxY, width, height, std::this_thread::get_id()});
         }
         if (during) during(maxX - minX);
-        const NBX::SO<NBX::MemoryImage> image(new NBX::MemoryImage(4, 4, layers, dataType));
-        const double pixelX = (maxX - minX) / 4.0, pixelY = (maxY - minY) / 4.0;
+        const NBX::SO<NBX::MemoryImage> image(new NBX::MemoryImage(4, 2, layers, dataType));
+        const double pixelX = (maxX - minX) / 4.0, pixelY = (maxY - minY) / 2.0;
         return isBlank && isBlank(maxX - minX)
                    ? nullptr
                    : ZMT::RASTER::GeoImage::fromOrigin(image.get(), minX + 0.5 * pixelX, minY + 0.5 * pixelY,
@@ -105,7 +104,7 @@ public:
     int dataType = NBX::Image::UInt8;
 
 private:
-    double size_;
+    double width_;
     std::vector<NBX::SO<ZMT::RASTER::TiledGeoImage>> levels_;
     mutable std::mutex mutex_;
     mutable std::vector<Call> calls_;
@@ -121,14 +120,15 @@ public:
         : GeometryPatch(box, 0.0, 0.0, children) {}
     NBX::SO<ZMT::CORE::GeometryData> data() const override { return nullptr; }
 
-    /// The square from (x, z) with `depth` levels of four children each below it.
-    static NBX::SO<FakePatch> square(double x, double z, double size, unsigned depth) {
-        const NBX::Bounds box(Point(x, 0.0, z), Point(x + size, 10.0, z + size));
-        if (depth == 0) return new FakePatch(box);
+    /// The oblong from (x, z) with `levels` of four children each below it.
+    static NBX::SO<FakePatch> oblong(double x, double z, double width, double depth, unsigned levels) {
+        const NBX::Bounds box(Point(x, 0.0, z), Point(x + width, 10.0, z + depth));
+        if (levels == 0) return new FakePatch(box);
         std::vector<NBX::SO<GeometryPatch>> children;
         for (unsigned i = 0; i < 4; ++i)
-            children.emplace_back(
-                square(x + (i % 2) * size / 2.0, z + (i / 2) * size / 2.0, size / 2.0, depth - 1).get());
+            children.emplace_back(oblong(x + (i % 2) * width / 2.0, z + (i / 2) * depth / 2.0, width / 2.0,
+                                         depth / 2.0, levels - 1)
+                                      .get());
         return new FakePatch(box, new NBX::Array<NBX::SO<GeometryPatch>>(std::move(children)));
     }
 };

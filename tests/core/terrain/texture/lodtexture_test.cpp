@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/texture/lodtexture.h>
 
+#include <cstdlib>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/object/nbxtime.h>
 #include <zmt/core/misc/thread.h>
 
 #include "fakepyramid.h"
@@ -44,7 +46,7 @@ SO<NBX::MemoryImage> ramps() {
     return image;
 }
 
-/// The ramps over 2048 by 2048 units from (100, 200), and a quadtree over the same square.
+/// The ramps over 2048 by 3072 units from (100, 200), and a quadtree over the same box.
 class LODTextureTest : public GLFixture {
 protected:
     void SetUp() override {
@@ -75,9 +77,9 @@ protected:
                                static_cast<int>(p.y * image->height()));
     }
 
-    const Bounds box{Point(100.0, 0.0, 200.0), Point(2148.0, 10.0, 2248.0)};
+    const Bounds box{Point(100.0, 0.0, 200.0), Point(2148.0, 10.0, 3272.0)};
     SO<LODTexture> texture{new LODTexture(ramps().get(), box)};
-    const SO<FakePatch> tree = FakePatch::square(100.0, 200.0, 2048.0, 3);
+    const SO<FakePatch> tree = FakePatch::oblong(100.0, 200.0, 2048.0, 3072.0, 3);
     const SO<GeometryPatch> child = tree->child(3), grandchild = child->child(0);
     SO<NBX::ViewInfo> view = viewFromAbove(1.0);
     const Point eye{110.0, 0.0, 210.0};
@@ -86,21 +88,21 @@ protected:
 };
 
 TEST_F(LODTextureTest, CoversItsBox) {
-    EXPECT_EQ(texture->boundingBox(), Bounds(Point(100.0, -1e42, 200.0), Point(2148.0, 1e42, 2248.0)));
+    EXPECT_EQ(texture->boundingBox(), Bounds(Point(100.0, -1e42, 200.0), Point(2148.0, 1e42, 3272.0)));
     EXPECT_EQ(texture->width(), 1024U);
     EXPECT_EQ(texture->height(), 512U);
     EXPECT_EQ(texture->minFilter(), TextureGL::FM_Linear);
 }
 
 TEST_F(LODTextureTest, SplitsAPatchWhoseTexelsAreTooLarge) {
-    // Texels of level 0 are 2 by 4 units. The root takes level 2, as its 512 columns of level 1 and two more
+    // Texels of level 0 are 2 by 6 units. The root takes level 2, as its 512 columns of level 1 and two more
     // do not fit; the child takes level 1.
-    EXPECT_TRUE(refine(*tree, 15.9));
-    EXPECT_FALSE(refine(*tree, 16.0));
-    EXPECT_TRUE(refine(*child, 7.9));
-    EXPECT_FALSE(refine(*child, 8.0));
+    EXPECT_TRUE(refine(*tree, 23.9));
+    EXPECT_FALSE(refine(*tree, 24.0));
+    EXPECT_TRUE(refine(*child, 11.9));
+    EXPECT_FALSE(refine(*child, 12.0));
     EXPECT_FALSE(refine(*grandchild, 0.0));
-    EXPECT_FALSE(refine(*FakePatch::square(5000.0, 0.0, 100.0, 0), 0.0));
+    EXPECT_FALSE(refine(*FakePatch::oblong(5000.0, 0.0, 100.0, 50.0, 0), 0.0));
     EXPECT_FALSE(texture->refine(nullptr, view.get(), 1000, 1000, eye, 1.0, false));
     EXPECT_EQ(reports.count(0, L"patch", L"no geometry patch"), 1U) << reports;
     reports.clear();
@@ -113,7 +115,7 @@ TEST_F(LODTextureTest, ShowsThePartThatLiesUnderThePatch) {
         const Point center = patch->boundingBox().center();
         const NBX::Color color = colorAt(*shown, center.x, center.z);
         EXPECT_NEAR(color[0], (center.x - 100.0) / 2048.0, 0.01);
-        EXPECT_NEAR(color[1], (center.z - 200.0) / 2048.0, 0.01);
+        EXPECT_NEAR(color[1], (center.z - 200.0) / 3072.0, 0.01);
         EXPECT_EQ(shown->getWrapS(), engine->hasExtension("GL_ARB_texture_border_clamp")
                                          ? TextureGL::WM_ClampToBorder
                                          : TextureGL::WM_ClampToEdge);
@@ -138,7 +140,7 @@ TEST_F(LODTextureTest, ShowsTheParentUntilTheTextureIsThere) {
 }
 
 TEST_F(LODTextureTest, OutsideItShowsNothing) {
-    EXPECT_EQ(request(*FakePatch::square(5000.0, 0.0, 100.0, 0)), EmptyTexture::texture());
+    EXPECT_EQ(request(*FakePatch::oblong(5000.0, 0.0, 100.0, 50.0, 0)), EmptyTexture::texture());
     EXPECT_EQ(LODTexture::usedTextureMemory(), 0U);
 }
 
@@ -147,12 +149,17 @@ TEST_F(LODTextureTest, MovesToAnotherBox) {
     texture->setBoundingBox(texture->boundingBox());
     EXPECT_EQ(texture->lastTransactionNo(), before);
     request(*tree);
-    texture->setBoundingBox(Bounds(Point(0.0, 0.0, 0.0), Point(512.0, 0.0, 512.0)));
+    texture->setBoundingBox(Bounds(Point(0.0, 0.0, 0.0), Point(512.0, 0.0, 128.0)));
     EXPECT_GT(texture->lastTransactionNo(), before);
-    EXPECT_EQ(texture->boundingBox(), Bounds(Point(0.0, -1e42, 0.0), Point(512.0, 1e42, 512.0)));
-    const SO<TextureGL> shown = request(*FakePatch::square(0.0, 0.0, 512.0, 0));
-    EXPECT_NEAR(colorAt(*shown, 256.0, 256.0)[0], 0.5, 0.01);
-    EXPECT_EQ(request(*FakePatch::square(1000.0, 1000.0, 512.0, 0)), EmptyTexture::texture());
+    EXPECT_EQ(texture->boundingBox(), Bounds(Point(0.0, -1e42, 0.0), Point(512.0, 1e42, 128.0)));
+    const SO<TextureGL> shown = request(*FakePatch::oblong(0.0, 0.0, 512.0, 128.0, 0));
+    const NBX::Color color = colorAt(*shown, 128.0, 96.0);
+    EXPECT_NEAR(color[0], 0.25, 0.01);
+    EXPECT_NEAR(color[1], 0.75, 0.01);
+    EXPECT_EQ(request(*FakePatch::oblong(1000.0, 1000.0, 512.0, 512.0, 0)), EmptyTexture::texture());
+    // Texels of level 0 are 0.5 by 0.25 units; the box takes those of level 2.
+    EXPECT_TRUE(refine(*FakePatch::oblong(0.0, 0.0, 512.0, 128.0, 0), 1.9));
+    EXPECT_FALSE(refine(*FakePatch::oblong(0.0, 0.0, 512.0, 128.0, 0), 2.01));
 
     texture->setBoundingBox(Bounds());
     EXPECT_EQ(reports.count(0, L"bbox.isDefined()", L"undefined bbox"), 1U) << reports;
@@ -203,7 +210,7 @@ TEST_F(LODTextureTest, FramesOfTerrainsStartAndTidyItsManager) {
 }
 
 TEST_F(LODTextureTest, AnAncestorThatLiesElsewhereIsReported) {
-    const SO<FakePatch> inside = FakePatch::square(100.0, 200.0, 100.0, 0);
+    const SO<FakePatch> inside = FakePatch::oblong(100.0, 200.0, 100.0, 50.0, 0);
     const SO<NBX::Array<SO<GeometryPatch>>> children(new NBX::Array<SO<GeometryPatch>>);
     children->append(inside.get());
     const SO<FakePatch> elsewhere(
@@ -224,6 +231,28 @@ TEST_F(LODTextureTest, ABoxTooSmallForItsPixelsShowsNothing) {
     EXPECT_EQ(preparer->call(new LODTexture::Patch(image.get(), box, 0, Bounds(), engine.get())),
               EmptyTexture::texture());
     EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST(LODTextureDeathTest, The128MebibytesAreTheBudgetThatNobodySet) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(std::_Exit(static_cast<int>(LODTexture::getMaxTextureMemory() >> 20)),
+                testing::ExitedWithCode(128), "");
+}
+
+TEST_F(LODTextureTest, AnIdleWorkerEndsAtOnce) {
+    asynchronous = true;
+    request(*tree);
+    request(*child);
+    for (int i = 0; i < 5000 && incomplete; ++i) {
+        LODTexture::endFrame({nullptr, false});
+        LODTexture::beginFrame({nullptr, false});
+        request(*child);
+        Thread::sleep(0.001);
+    }
+    ASSERT_FALSE(incomplete);
+    const double before = NBX::NBXTime::now();
+    LODTexture::killManager();
+    EXPECT_LT(NBX::NBXTime::now() - before, 0.5);
 }
 
 TEST_F(LODTextureTest, HasABudgetOfItsOwn) {
@@ -254,7 +283,7 @@ TEST_F(LODTextureTest, IsReadFromOldScenesWithAWarning) {
     EXPECT_EQ(read->boundingBox(), texture->boundingBox());
     EXPECT_EQ(read->width(), 1024U);
     EXPECT_EQ(read->height(), 512U);
-    const SO<FakePatch> patch = FakePatch::square(0.0, 0.0, 512.0, 0);
+    const SO<FakePatch> patch = FakePatch::oblong(0.0, 0.0, 512.0, 512.0, 0);
     const SO<TextureGL> a = request(*texture, patch.get()), b = request(*read, patch.get());
     EXPECT_EQ(colorAt(*a, 100.0, 300.0), colorAt(*b, 100.0, 300.0));
     EXPECT_EQ(a->getMatrix(), b->getMatrix());

@@ -29,18 +29,18 @@ Bounds boxOf(double width, double depth) {
     return {Point(5.0, 0.0, 7.0), Point(5.0 + width, 1.0, 7.0 + depth)};
 }
 
-/// Levels of pixels of size 1, 2, 4 and 8.
-Levels levels(unsigned granularity) {
+/// Levels of columns of size 1, 2, 4 and 8, and of rows of twice that size.
+Levels levels(unsigned granularityX, unsigned granularityY) {
     Levels result;
     for (unsigned i = 0; i < 4; ++i)
         result.push_back(
-            {double(1U << i), double(1U << i), 10000U >> i, 10000U >> i, granularity, granularity});
+            {1.0 * (1U << i), 2.0 * (1U << i), 10000U >> i, 5000U >> i, granularityX, granularityY});
     return result;
 }
 
 struct LevelCase {
     const char * name;
-    unsigned granularity;
+    unsigned granularityX, granularityY;
     double width, depth;
     unsigned level;
 };
@@ -49,24 +49,33 @@ class ChooseLevelTest : public testing::TestWithParam<LevelCase> {};
 
 TEST_P(ChooseLevelTest, TakesTheFirstThatFitsWithItsTiles) {
     const LevelCase & c = GetParam();
-    EXPECT_EQ(LODTextureRequest::chooseLevel(levels(c.granularity), boxOf(c.width, c.depth)), c.level);
+    EXPECT_EQ(LODTextureRequest::chooseLevel(levels(c.granularityX, c.granularityY), boxOf(c.width, c.depth)),
+              c.level);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Boxes, ChooseLevelTest,
-    testing::Values(LevelCase{"all", 1, 510.0, 510.0, 0}, LevelCase{"onePixelTooMany", 1, 511.0, 10.0, 1},
-                    LevelCase{"roundedDown", 1, 510.49, 10.0, 0}, LevelCase{"roundedUp", 1, 510.5, 10.0, 1},
-                    LevelCase{"theLargerSideCounts", 1, 10.0, 1500.0, 2},
-                    LevelCase{"wholeTiles", 128, 383.0, 383.0, 0},
-                    LevelCase{"oneTileTooMany", 128, 384.0, 10.0, 1},
-                    LevelCase{"twoTilesAtLeast", 256, 255.0, 255.0, 0},
-                    LevelCase{"largeTiles", 256, 256.0, 10.0, 1}, LevelCase{"nothingFits", 1, 1e9, 1e9, 3},
-                    LevelCase{"tilesLargerThanTextures", 512, 1.0, 1.0, 3},
-                    LevelCase{"noGranularity", 0, 510.0, 510.0, 0}),
-    [](const auto & info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Boxes, ChooseLevelTest,
+                         testing::Values(LevelCase{"all", 1, 1, 510.0, 1020.0, 0},
+                                         LevelCase{"oneColumnTooMany", 1, 1, 511.0, 10.0, 1},
+                                         LevelCase{"oneRowTooMany", 1, 1, 10.0, 1022.0, 1},
+                                         LevelCase{"columnsRoundedDown", 1, 1, 510.49, 10.0, 0},
+                                         LevelCase{"columnsRoundedUp", 1, 1, 510.5, 10.0, 1},
+                                         LevelCase{"rowsRoundedDown", 1, 1, 10.0, 1020.9, 0},
+                                         LevelCase{"rowsRoundedUp", 1, 1, 10.0, 1021.0, 1},
+                                         LevelCase{"theLargerSideCounts", 1, 1, 10.0, 3000.0, 2},
+                                         LevelCase{"wholeTiles", 128, 64, 383.0, 894.0, 0},
+                                         LevelCase{"oneTileTooManyInX", 128, 64, 384.0, 10.0, 1},
+                                         LevelCase{"oneTileTooManyInY", 128, 64, 10.0, 896.0, 1},
+                                         LevelCase{"twoTilesAtLeast", 256, 256, 255.0, 510.0, 0},
+                                         LevelCase{"wideTiles", 256, 1, 256.0, 10.0, 1},
+                                         LevelCase{"deepTiles", 1, 256, 10.0, 512.0, 1},
+                                         LevelCase{"nothingFits", 1, 1, 1e9, 1e9, 3},
+                                         LevelCase{"tilesWiderThanTextures", 512, 1, 1.0, 1.0, 3},
+                                         LevelCase{"tilesDeeperThanTextures", 1, 512, 1.0, 1.0, 3},
+                                         LevelCase{"noGranularity", 0, 0, 510.0, 1020.0, 0}),
+                         [](const auto & info) { return std::string(info.param.name); });
 
 TEST(LODTextureRequest, AnUndefinedBoxHasTheLastLevel) {
-    EXPECT_EQ(LODTextureRequest::chooseLevel(levels(1), Bounds()), 3U);
+    EXPECT_EQ(LODTextureRequest::chooseLevel(levels(1, 1), Bounds()), 3U);
 }
 
 TEST(LODTextureRequest, TexturesArePowersOfTwoWithinTheLimit) {
@@ -83,7 +92,7 @@ TEST(LODTextureRequest, TheLargerSideOfATexelCountsOnTheScreen) {
 }
 
 TEST(LODTextureRequest, OnlyAreaOverlaps) {
-    const Bounds texture(Point(0.0, -1e42, 0.0), Point(10.0, 1e42, 10.0));
+    const Bounds texture(Point(0.0, -1e42, 0.0), Point(10.0, 1e42, 6.0));
     const Bounds shared =
         LODTextureRequest::overlap(texture, Bounds(Point(8.0, 3.0, -5.0), Point(20.0, 4.0, 5.0)));
     EXPECT_EQ(shared, Bounds(Point(8.0, 3.0, 0.0), Point(10.0, 4.0, 5.0)));
@@ -93,9 +102,16 @@ TEST(LODTextureRequest, OnlyAreaOverlaps) {
         EXPECT_FALSE(LODTextureRequest::overlap(texture, Bounds(Point(x, 0.0, 0.0), Point(x + 5.0, 0.0, 5.0)))
                          .isDefined())
             << x;
+    for (const double z : {6.0, -5.0, 7.0})
+        EXPECT_FALSE(LODTextureRequest::overlap(texture, Bounds(Point(0.0, 0.0, z), Point(5.0, 0.0, z + 5.0)))
+                         .isDefined())
+            << z;
     EXPECT_FALSE(
         LODTextureRequest::overlap(texture, Bounds(Point(2.0, 0.0, 1.0), Point(2.0, 9.0, 5.0))).isDefined())
-        << "a line";
+        << "a line to the north";
+    EXPECT_FALSE(
+        LODTextureRequest::overlap(texture, Bounds(Point(2.0, 0.0, 1.0), Point(5.0, 9.0, 1.0))).isDefined())
+        << "a line to the east";
 }
 
 // The search for the best piece that is ready.
@@ -185,7 +201,7 @@ protected:
         return static_cast<unsigned>(std::find(all.begin(), all.end(), found) - all.begin());
     }
 
-    const SO<FakePatch> root = FakePatch::square(0.0, 0.0, 8.0, 3);
+    const SO<FakePatch> root = FakePatch::oblong(0.0, 0.0, 8.0, 4.0, 3);
     const SO<Mapper> mapper{new Mapper};
     SO<const GeometryPatch> finest;
     const SO<NotingManager> manager{new NotingManager};

@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -14,6 +15,7 @@
 
 #include "core/terrain/texture/emptytexture.h"
 #include <nbx/gl/context/enginegl.h>
+#include <nbx/object/nbxtime.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>
@@ -46,8 +48,8 @@ namespace {
 
 constexpr unsigned s_maxTextureMemory = 134217728;
 constexpr unsigned s_mebibyte = 1048576;
-/// Of the texture of the root in these tests; those of the other patches are full ones.
-constexpr unsigned s_rootSize = 256 * 256 * 4;
+/// Of the textures of the root and of its children in these tests.
+constexpr unsigned s_rootSize = 256 * 128 * 4, s_childSize = 512 * 256 * 4;
 
 void beginFrame() {
     TerrainPainterFrameManager::CallBeginFrameCallbacks({nullptr, false});
@@ -70,9 +72,13 @@ void makeManagerQuietly() {
     endFrame();
 }
 
-/// A square of 1024 pixels and as many units, in levels down to one pixel, and a quadtree over the same
-/// square. A texture takes a whole patch at the level at which its pixels number at most 510, or half of that
-/// where `granularity` says so.
+/// The patch from (x, z), four times as wide as deep.
+SO<FakePatch> patchAt(double x, double z, double width) {
+    return FakePatch::oblong(x, z, width, width / 4.0, 0);
+}
+
+/// 1024 by 512 pixels over 1024 by 256 units, in levels down to one pixel, and a quadtree over the same box.
+/// A texture takes a whole patch at the level at which its columns number at most 510.
 class TiledLODTextureTest : public testing::Test {
 protected:
     void SetUp() override { makeManagerQuietly(); }
@@ -125,7 +131,7 @@ protected:
     SO<TiledLODTexture> holding; ///< what the worker is held in
     SO<FakePyramid> pyramid{new FakePyramid(1024, 11)};
     SO<TiledLODTexture> texture{new TiledLODTexture(pyramid.get())};
-    const SO<FakePatch> root = FakePatch::square(0.0, 0.0, 1024.0, 3);
+    const SO<FakePatch> root = FakePatch::oblong(0.0, 0.0, 1024.0, 256.0, 3);
     const SO<GeometryPatch> child = root->child(0), grandchild = child->child(0);
     SO<NBX::ViewInfo> view = viewFromAbove(1.0);
     const Point eye{10.0, 0.0, 10.0};
@@ -134,9 +140,9 @@ protected:
 };
 
 TEST_F(TiledLODTextureTest, CoversThePyramidAtEveryHeightInSceneCoordinates) {
-    EXPECT_EQ(texture->boundingBox(), Bounds(Point(0.0, -1e42, 0.0), Point(1024.0, 1e42, 1024.0)));
+    EXPECT_EQ(texture->boundingBox(), Bounds(Point(0.0, -1e42, 0.0), Point(1024.0, 1e42, 256.0)));
     GeoTransformation::setNBXOrigin({1000.0, 50.0, 2000.0});
-    EXPECT_EQ(texture->boundingBox(), Bounds(Point(-1000.0, -1e42, -2000.0), Point(24.0, 1e42, -976.0)));
+    EXPECT_EQ(texture->boundingBox(), Bounds(Point(-1000.0, -1e42, -2000.0), Point(24.0, 1e42, -1744.0)));
     GeoTransformation::setNBXOrigin({});
     EXPECT_FALSE(SO<TiledLODTexture>(new TiledLODTexture(nullptr))->boundingBox().isDefined());
 }
@@ -167,13 +173,16 @@ TEST_F(TiledLODTextureTest, SplitsNothingAtTheFinestLevel) {
 
 TEST_F(TiledLODTextureTest, SplitsNothingOutside) {
     for (const double x : {-2048.0, -1024.0, 1024.0, 5000.0})
-        EXPECT_FALSE(refine(*FakePatch::square(x, 0.0, 1024.0, 0), 0.0)) << x;
+        EXPECT_FALSE(refine(*patchAt(x, 0.0, 1024.0), 0.0)) << x;
+    for (const double z : {-512.0, -256.0, 256.0, 5000.0})
+        EXPECT_FALSE(refine(*patchAt(0.0, z, 1024.0), 0.0)) << z;
 }
 
 TEST_F(TiledLODTextureTest, OnlyThePartThatBothShareCounts) {
-    // 24 units of the patch lie on the texture, but all its depth.
-    EXPECT_TRUE(refine(*FakePatch::square(1000.0, 0.0, 1024.0, 0), 3.9));
-    EXPECT_FALSE(refine(*FakePatch::square(1000.0, 1000.0, 1024.0, 0), 0.0));
+    // 24 units of the patch lie on the texture, but all its depth, of which level 1 takes 256 rows.
+    EXPECT_TRUE(refine(*patchAt(1000.0, 0.0, 1024.0), 1.9));
+    EXPECT_FALSE(refine(*patchAt(1000.0, 0.0, 1024.0), 2.0));
+    EXPECT_FALSE(refine(*patchAt(1000.0, 250.0, 1024.0), 0.0));
 }
 
 TEST_F(TiledLODTextureTest, ANullPatchIsReported) {
@@ -186,9 +195,10 @@ TEST_F(TiledLODTextureTest, ANullPatchIsReported) {
 // What a patch shows.
 
 TEST_F(TiledLODTextureTest, OutsideItShowsTheEmptyTextureAndForgetsThePatch) {
-    for (const double x : {-2048.0, -1024.0, 1024.0}) {
-        const SO<FakePatch> outside = FakePatch::square(x, 0.0, 1024.0, 0);
-        EXPECT_EQ(request(*outside), EmptyTexture::texture()) << x;
+    for (const auto & [x, z] : {std::pair(-2048.0, 0.0), std::pair(-1024.0, 0.0), std::pair(1024.0, 0.0),
+                                std::pair(0.0, -256.0), std::pair(0.0, 256.0)}) {
+        const SO<FakePatch> outside = patchAt(x, z, 1024.0);
+        EXPECT_EQ(request(*outside), EmptyTexture::texture()) << x << " " << z;
         EXPECT_EQ(outside->references(), 1);
     }
     EXPECT_TRUE(pyramid->calls().empty());
@@ -213,9 +223,10 @@ TEST_F(TiledLODTextureTest, TheRootIsPreparedOnTheSameCallAndThread) {
     const FakePyramid::Call call = pyramid->calls()[0];
     EXPECT_EQ(call.thread, std::this_thread::get_id());
     EXPECT_EQ(call.minX, 0.0);
-    EXPECT_EQ(call.maxY, 1024.0);
+    EXPECT_EQ(call.maxX, 1024.0);
+    EXPECT_EQ(call.maxY, 256.0);
     EXPECT_EQ(call.width, 256U) << "what the level has";
-    EXPECT_EQ(call.height, 256U);
+    EXPECT_EQ(call.height, 128U);
     EXPECT_EQ(request(*root), result);
     EXPECT_EQ(pyramid->calls().size(), 1U);
     EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_rootSize);
@@ -224,9 +235,10 @@ TEST_F(TiledLODTextureTest, TheRootIsPreparedOnTheSameCallAndThread) {
 TEST_F(TiledLODTextureTest, ATextureIsNoLargerThanItsLevel) {
     pyramid = new FakePyramid(100, 7);
     texture = new TiledLODTexture(pyramid.get());
-    request(*FakePatch::square(0.0, 0.0, 100.0, 0));
+    request(*patchAt(0.0, 0.0, 100.0));
     EXPECT_EQ(pyramid->calls()[0].width, 128U);
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 128U * 128U * 4U);
+    EXPECT_EQ(pyramid->calls()[0].height, 64U);
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 128U * 64U * 4U);
 }
 
 TEST_F(TiledLODTextureTest, SynchronouslyEverythingComesInTheFrame) {
@@ -304,7 +316,7 @@ TEST_F(TiledLODTextureTest, WhereThePyramidHasNothingThePatchShowsNothing) {
     EXPECT_FALSE(incomplete) << "there is nothing to wait for";
     EXPECT_EQ(request(*grandchild), EmptyTexture::texture());
     EXPECT_EQ(pyramid->widths(), "512 256 ") << "it is not tried again in every frame";
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 2 * s_mebibyte);
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_childSize + s_mebibyte);
     pyramid->isBlank = [](double) { return true; };
     const SO<TiledLODTexture> blank(new TiledLODTexture(pyramid.get()));
     EXPECT_EQ(request(*blank, *root, 0.0), EmptyTexture::texture());
@@ -334,15 +346,15 @@ TEST_F(TiledLODTextureTest, WhatThePyramidGivesNothingForAsItCannotReadItShowsTh
     EXPECT_FALSE(incomplete) << "it may fail for ever";
     EXPECT_EQ(request(*grandchild), ofChild);
     EXPECT_EQ(pyramid->widths(), "512 256 ") << "it is not tried again in every frame";
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_mebibyte) << "of the child alone";
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_childSize) << "of the child alone";
 }
 
 /// Two levels of a file, each in a part of its own.
 class TwoPartFile {
 public:
     TwoPartFile() {
-        write("fine.tif", tiff(1024, 200));
-        write("coarse.tif", tiff(512, 100));
+        write("fine.tif", tiff(1024, 256, 200));
+        write("coarse.tif", tiff(512, 128, 100));
         std::string bands;
         for (const char * band : {"1", "2", "3"})
             bands += std::string("<VRTRasterBand dataType='Byte' band='") + band +
@@ -352,14 +364,14 @@ public:
                      "</SourceBand></SimpleSource>"
                      "<Overview><SourceFilename relativeToVRT='1'>coarse.tif</SourceFilename><SourceBand>" +
                      band + "</SourceBand></Overview></VRTRasterBand>";
-        write("image.vrt", "<VRTDataset rasterXSize='1024' rasterYSize='1024'>" + bands + "</VRTDataset>");
+        write("image.vrt", "<VRTDataset rasterXSize='1024' rasterYSize='256'>" + bands + "</VRTDataset>");
     }
     static std::string path(const char * name) { return std::filesystem::temp_directory_path() / name; }
 
 private:
-    static std::string tiff(unsigned size, std::uint8_t value) {
-        SmallGeoTiff content{.width = size, .height = size, .pixels = SmallGeoTiff::Pixels::Colors};
-        content.colors.assign(std::size_t(3) * size * size, value);
+    static std::string tiff(unsigned width, unsigned height, std::uint8_t value) {
+        SmallGeoTiff content{.width = width, .height = height, .pixels = SmallGeoTiff::Pixels::Colors};
+        content.colors.assign(std::size_t(3) * width * height, value);
         content.isPlaced = false;
         return content.encode();
     }
@@ -397,13 +409,15 @@ TEST_F(TiledLODTextureTest, AnImageFileThatShrinksInUseShowsWhatIsThere) {
 
 TEST_F(TiledLODTextureTest, TheTextureIsMappedByTheEdgesOfItsPixels) {
     GeoTransformation::setNBXOrigin({-100.0, 7.0, -200.0});
-    const SO<FakePatch> patch = FakePatch::square(100.0, 200.0, 512.0, 0);
+    const SO<FakePatch> patch = patchAt(100.0, 200.0, 512.0);
     const SO<TextureGL> result = request(*patch);
     GeoTransformation::setNBXOrigin({});
     EXPECT_EQ(pyramid->calls()[0].minX, 0.0);
     EXPECT_EQ(pyramid->calls()[0].minY, 0.0);
+    EXPECT_EQ(pyramid->calls()[0].maxX, 512.0);
+    EXPECT_EQ(pyramid->calls()[0].maxY, 128.0);
     const auto & matrix = result->getMatrix();
-    const Point low = matrix * Point(100.0, 200.0, 0.0), high = matrix * Point(612.0, 712.0, 0.0);
+    const Point low = matrix * Point(100.0, 200.0, 0.0), high = matrix * Point(612.0, 328.0, 0.0);
     EXPECT_NEAR(low.x, 0.0, 1e-12);
     EXPECT_NEAR(low.y, 0.0, 1e-12);
     EXPECT_NEAR(high.x, 1.0, 1e-12);
@@ -475,17 +489,17 @@ TEST_F(TiledLODTextureTest, ARequestOutsideAnyFrameMakesTheManager) {
 }
 
 TEST_F(TiledLODTextureTest, TheBudgetHoldsForWhatTheFrameDoesNotUse) {
-    TiledLODTexture::setMaxTextureMemory(2 << 20);
+    TiledLODTexture::setMaxTextureMemory(2 * s_childSize);
     asynchronous = false;
     beginFrame();
     for (unsigned i = 0; i < 4; ++i)
         request(*root->child(i));
     endFrame();
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 4 * s_mebibyte) << "all were used";
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 4 * s_childSize) << "all were used";
     beginFrame();
     request(*root->child(0));
     endFrame();
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 2 * s_mebibyte);
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 2 * s_childSize);
     beginFrame();
     request(*root->child(0));
     EXPECT_EQ(pyramid->calls().size(), 4U);
@@ -496,7 +510,7 @@ TEST_F(TiledLODTextureTest, TheBudgetHoldsForWhatTheFrameDoesNotUse) {
 
 TEST_F(TiledLODTextureTest, ANewManagerHasTheBudgetThatWasSet) {
     forgetManager();
-    TiledLODTexture::setMaxTextureMemory(1 << 20);
+    TiledLODTexture::setMaxTextureMemory(s_childSize);
     asynchronous = false;
     beginFrame();
     reports.clear();
@@ -504,7 +518,44 @@ TEST_F(TiledLODTextureTest, ANewManagerHasTheBudgetThatWasSet) {
     request(*root->child(1));
     beginFrame();
     endFrame();
-    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_mebibyte);
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), s_childSize);
+}
+
+/// The exit status of a process of its own, in which nobody has set a budget: the mebibytes that are kept.
+void exitWithMemoryKept() {
+    const RecordedReports reports;
+    const SO<FakePyramid> pyramid(new FakePyramid(8192, 1));
+    const SO<TiledLODTexture> texture(new TiledLODTexture(pyramid.get()));
+    const auto view = viewFromAbove(1.0);
+    const auto request = [&](const GeometryPatch & patch) {
+        bool incomplete = false;
+        texture->request(&patch, nullptr, view.get(), 1000, 1000, 1.0, Point(), 0.0, false, false,
+                         incomplete);
+    };
+    // Each patch is a root, and takes a texture of its own of 1 MiB.
+    std::vector<SO<FakePatch>> patches;
+    beginFrame();
+    for (unsigned i = 0; i < 140; ++i) {
+        patches.push_back(patchAt(8.0 * i, 0.0, 8.0));
+        request(*patches.back());
+    }
+    beginFrame();
+    request(*patches[0]);
+    endFrame();
+    std::_Exit(static_cast<int>(TiledLODTexture::usedTextureMemory() / s_mebibyte));
+}
+
+TEST(TiledLODTextureDeathTest, The128MebibytesAreTheBudgetThatNobodySet) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(exitWithMemoryKept(), testing::ExitedWithCode(128), "");
+}
+
+TEST_F(TiledLODTextureTest, AnIdleWorkerEndsAtOnce) {
+    request(*root);
+    requestUntilComplete(*child);
+    const double before = NBX::NBXTime::now();
+    TiledLODTexture::killManager();
+    EXPECT_LT(NBX::NBXTime::now() - before, 0.5);
 }
 
 TEST_F(TiledLODTextureTest, TheMemoryOfATextureThatGoesIsFreedAtTheEndOfTheFrame) {
@@ -581,8 +632,8 @@ TEST_F(TiledLODTextureTest, AnOriginSetWhileTexturesWaitIsThatOfTheNextScene) {
     ASSERT_NE(ofChild, ofRoot);
     ASSERT_EQ(pyramid->widths(), "1024 512 ");
     EXPECT_EQ(pyramid->calls()[1].minX, 0.0);
-    EXPECT_EQ(pyramid->calls()[1].maxY, 512.0);
-    const Point corner = ofChild->getMatrix() * Point(512.0, 512.0, 0.0);
+    EXPECT_EQ(pyramid->calls()[1].maxY, 128.0);
+    const Point corner = ofChild->getMatrix() * Point(512.0, 128.0, 0.0);
     EXPECT_NEAR(corner.x, 1.0, 1e-12);
     EXPECT_NEAR(corner.y, 1.0, 1e-12);
 }
@@ -642,7 +693,7 @@ TEST_F(TiledLODTextureTest, KeepsItsPyramidWhenStored) {
 
 /// A moving view asks for a thousand patches of textures that come and go.
 TEST_F(TiledLODTextureTest, ServesAMovingViewWhileTexturesComeAndGo) {
-    const SO<FakePatch> tree = FakePatch::square(0.0, 0.0, 1024.0, 5);
+    const SO<FakePatch> tree = FakePatch::oblong(0.0, 0.0, 1024.0, 256.0, 5);
     std::vector<GeometryPatch *> patches{tree.get()};
     for (std::size_t i = 0; i < patches.size(); ++i)
         for (unsigned k = 0; k < patches[i]->children(); ++k)
