@@ -175,6 +175,13 @@ TEST_F(AdditiveEffectTest, OnlyOtherValuesAreChanges) {
     EXPECT_EQ(e->getPreviousEffectWeight(), 1.0);
 }
 
+TEST_F(AdditiveEffectTest, AVisitReachesItsTextures) {
+    std::vector<NBX::Visitable *> children;
+    effect({1.0, 0.0})->acceptChildren(children);
+    EXPECT_EQ(children,
+              (std::vector<NBX::Visitable *>{textures_[0].get(), textures_[1].get(), textures_[2].get()}));
+}
+
 TEST_F(AdditiveEffectTest, IsMadeAnewEmpty) {
     const NBX::SO<AdditiveTerrainTexturingEffect> made(
         static_cast<AdditiveTerrainTexturingEffect *>(AdditiveTerrainTexturingEffect::newInstance()));

@@ -105,6 +105,13 @@ TYPED_TEST_P(CollectingEffectTest, OnlyOtherTexturesAreAChange) {
     EXPECT_FALSE(e->getTextures());
 }
 
+TYPED_TEST_P(CollectingEffectTest, AVisitReachesItsTextures) {
+    std::vector<NBX::Visitable *> children;
+    this->effect()->acceptChildren(children);
+    EXPECT_EQ(children, (std::vector<NBX::Visitable *>{this->textures_[0].get(), this->textures_[1].get(),
+                                                       this->textures_[2].get()}));
+}
+
 TYPED_TEST_P(CollectingEffectTest, StoresItsTextures) {
     using Effect = typename TestFixture::Effect;
     EXPECT_EQ(RecordedAttributes::of(*this->effect()), (std::vector<std::string>{"textures"}));
@@ -127,4 +134,4 @@ TYPED_TEST_P(CollectingEffectTest, StoresItsTextures) {
 REGISTER_TYPED_TEST_SUITE_P(CollectingEffectTest, WithoutTexturesItContributesNothing, NeverHidesLowerEffects,
                             GivesTheTexturesThatShowSomething, NothingToShowIsNull, NullEntriesAreLeftOut,
                             RefinementEndsAtTheFirstThatWantsIt, IncompleteComesThrough,
-                            OnlyOtherTexturesAreAChange, StoresItsTextures);
+                            OnlyOtherTexturesAreAChange, AVisitReachesItsTextures, StoresItsTextures);

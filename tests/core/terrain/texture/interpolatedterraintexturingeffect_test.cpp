@@ -151,6 +151,32 @@ TEST_F(InterpolatedEffectTest, OutsideBothShowAtConstantWeights) {
     EXPECT_EQ(requests(), (std::vector<int>{0, 1, 1}));
 }
 
+/// However near to the ends.
+TEST_F(InterpolatedEffectTest, AtEveryWeightBetweenBothTakePart) {
+    interpolator_->box = s_beside;
+    for (const double weight : {1.0 / 1024, 0.25, 0.5, 0.75, 1023.0 / 1024}) {
+        SCOPED_TRACE(weight);
+        const auto e = effect(weight);
+        expectAdded({first_->answer, second_->answer}, {1.0 - weight, weight}, 0.0, *e);
+        for (const auto & texture : {first_, second_}) {
+            texture->wantsRefinement = true;
+            EXPECT_TRUE(arguments_.refine(*e));
+            texture->wantsRefinement = false;
+        }
+        const NBX::SO<InterpolatedTerrainTexturingEffect> overPicture(
+            new InterpolatedTerrainTexturingEffect(interpolator_.get(), nullptr, second_.get(), weight));
+        EXPECT_FALSE(arguments_.ignorePreviousEffects(*overPicture));
+        interpolator_->answer = nullptr;
+        expectAdded({second_->answer}, {weight}, 1.0 - weight, *overPicture);
+        interpolator_->answer = new NBX::ImageTexture2DGL(nullptr);
+    }
+}
+
+TEST_F(InterpolatedEffectTest, ToTheNorthIsOutsideToo) {
+    interpolator_->box = Bounds(Point(0, -1e42, 21), Point(20, 1e42, 30));
+    expectModulatedBy(second_->answer, *effect(1.0));
+}
+
 TEST_F(InterpolatedEffectTest, OutsideAtNoWeightNothingIsLeftWithoutAnAnswer) {
     interpolator_->box = s_beside;
     first_->answer = nullptr;
@@ -308,6 +334,12 @@ TEST_F(InterpolatedEffectTest, OnlyOtherValuesAreChanges) {
     e->setOutsideWeight(0.5);
     EXPECT_TRUE(changed());
     EXPECT_EQ(e->getOutsideWeight(), 0.5);
+}
+
+TEST_F(InterpolatedEffectTest, AVisitReachesItsTextures) {
+    std::vector<NBX::Visitable *> children;
+    effect()->acceptChildren(children);
+    EXPECT_EQ(children, (std::vector<NBX::Visitable *>{interpolator_.get(), first_.get(), second_.get()}));
 }
 
 TEST_F(InterpolatedEffectTest, IsMadeAnewEmptyAtFullWeight) {

@@ -89,6 +89,12 @@ TEST_F(PerPixelLightingEffectGLTest, WrongValuesAreReported) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+TEST_F(PerPixelLightingEffectGLTest, AVisitReachesItsParts) {
+    std::vector<NBX::Visitable *> children;
+    effect()->acceptChildren(children);
+    EXPECT_EQ(children, (std::vector<NBX::Visitable *>{texture.get(), texGen.get()}));
+}
+
 TEST_F(PerPixelLightingEffectGLTest, StoresItsParts) {
     const auto e = effect();
     EXPECT_EQ(RecordedAttributes::of(*e),

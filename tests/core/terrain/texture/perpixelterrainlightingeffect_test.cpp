@@ -49,6 +49,12 @@ TEST_F(PerPixelTerrainLightingTest, RequestsTheNormalsOfAPatch) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+TEST_F(PerPixelTerrainLightingTest, AVisitReachesItsTexture) {
+    std::vector<NBX::Visitable *> children;
+    effect()->acceptChildren(children);
+    EXPECT_EQ(children, std::vector<NBX::Visitable *>{texture.get()});
+}
+
 TEST_F(PerPixelTerrainLightingTest, RefinesAsItsTextureWishes) {
     const auto e = effect();
     EXPECT_FALSE(arguments.refine(*e));
