@@ -450,33 +450,142 @@ TEST_F(CompressedTextureTest, ADiskThatIsFullThrowsAndLeavesNothing) {
     EXPECT_EQ(0U, folder.entries());
 }
 
-TEST_F(CompressedTextureTest, LaterImagesLieAboveEarlierOnes) {
-    const auto writeImage = [&](const std::string & name, int size, const NBX::Color & colour, double west) {
-        SO<MemoryImage> image(new MemoryImage(size, size, NBX::LS_RGB));
-        for (int y = 0; y < size; ++y)
-            for (int x = 0; x < size; ++x)
-                image->setColor(x, y, colour);
+/// Image files with world files beside them.
+class ImageFilesTest : public CompressedTextureTest {
+protected:
+    struct Frame {
+        double west, south, pixelX, pixelY;
+    };
+
+    std::wstring writeImage(const std::string & name, const SO<MemoryImage> & image, const Frame & frame) {
         const SO<NBX::PNGWriter> writer(new NBX::PNGWriter());
         const SO<NBX::DataResource> png = writer->write(image.get());
         const auto * first = static_cast<const std::uint8_t *>(png->pointer());
         folder.write(name + ".png", {first, first + png->size()});
-        const double pixel = 100.0 / size;
-        const std::string world = std::to_string(pixel) + "\n0\n0\n" + std::to_string(-pixel) + "\n" +
-                                  std::to_string(west + pixel / 2) + "\n" +
-                                  std::to_string(100.0 - pixel / 2) + "\n";
+        const std::string world = std::to_string(frame.pixelX) + "\n0\n0\n" + std::to_string(-frame.pixelY) +
+                                  "\n" + std::to_string(frame.west + frame.pixelX / 2) + "\n" +
+                                  std::to_string(frame.south + (image->height() - 0.5) * frame.pixelY) + "\n";
         folder.write(name + ".pgw", {world.begin(), world.end()});
         return folder.wide(name + ".png");
-    };
-    const std::vector<std::wstring> images = {writeImage("red", 50, NBX::Color::red, 0.0),
-                                              writeImage("blue", 100, NBX::Color::blue, 60.0)};
-    ASSERT_TRUE(CompressedTexture::create(images, folder.wide("a.ztp")));
-    const SO<TexturePyramid> pyramid = CompressedTexture::load(folder.wide("a.ztp"));
+    }
+    static SO<MemoryImage> plain(int width, int height, NBX::LayerSequence layers, const NBX::Color & colour,
+                                 int type = NBX::Image::UInt8) {
+        SO<MemoryImage> image(new MemoryImage(width, height, layers, type));
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                image->setColor(x, y, colour);
+        return image;
+    }
+    SO<TexturePyramid> pyramidOf(const std::vector<std::wstring> & images) {
+        EXPECT_TRUE(CompressedTexture::create(images, folder.wide("a.ztp")));
+        return CompressedTexture::load(folder.wide("a.ztp"));
+    }
+};
+
+/// Red covers 100 by 60 units, blue as many from (60, 30) on.
+TEST_F(ImageFilesTest, LaterImagesLieAboveEarlierOnes) {
+    const SO<TexturePyramid> pyramid = pyramidOf(
+        {writeImage("red", plain(50, 20, NBX::LS_RGB, NBX::Color::red), {0.0, 0.0, 2.0, 3.0}),
+         writeImage("blue", plain(100, 40, NBX::LS_RGB, NBX::Color::blue), {60.0, 30.0, 1.0, 1.5})});
     ASSERT_TRUE(pyramid);
+    EXPECT_NEAR(0.0, pyramid->minX(), 1e-9);
+    EXPECT_NEAR(0.0, pyramid->minY(), 1e-9);
     EXPECT_NEAR(160.0, pyramid->maxX(), 1e-9);
+    EXPECT_NEAR(90.0, pyramid->maxY(), 1e-9);
     ASSERT_EQ(160U, pyramid->overview(0)->pixelsX());
-    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, 160, 100);
-    for (int x = 0; x < 160; ++x)
-        EXPECT_TRUE(image->getColor(x, 50) == (x < 60 ? NBX::Color::red : NBX::Color::blue)) << x;
+    ASSERT_EQ(60U, pyramid->overview(0)->pixelsY());
+    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, 160, 60);
+    for (int y = 0; y < 60; ++y)
+        for (int x = 0; x < 160; ++x) {
+            const bool isBlue = x >= 60 && y >= 20, isRed = x < 100 && y < 40;
+            const NBX::Color expected = isBlue  ? NBX::Color::blue
+                                        : isRed ? NBX::Color::red
+                                                : NBX::Color(0.0F, 0.0F, 0.0F, 0.0F);
+            ASSERT_TRUE(image->getColor(x, y) == expected) << x << " " << y;
+        }
+}
+
+TEST_F(ImageFilesTest, TheFormatHoldsAllImages) {
+    const auto file = [&](const char * name, NBX::LayerSequence layers, double west) {
+        return writeImage(name, plain(4, 3, layers, NBX::Color(1.0F)), {west, 0.0, 1.0, 2.0});
+    };
+    const std::wstring gray = file("gray", NBX::LS_Luminance, 0.0),
+                       east = file("east", NBX::LS_Luminance, 4.0),
+                       alpha = file("alpha", NBX::LS_LuminanceAlpha, 8.0),
+                       color = file("color", NBX::LS_RGB, 12.0), clear = file("clear", NBX::LS_RGBA, 16.0);
+    const struct {
+        std::vector<std::wstring> images;
+        PixelFormat format;
+    } cases[] = {{{gray}, CompressedTexture::PF_Luminance8},
+                 {{alpha}, CompressedTexture::PF_LuminanceAlpha8},
+                 {{color}, CompressedTexture::PF_RGB8},
+                 {{clear}, CompressedTexture::PF_RGBA8},
+                 {{gray, east}, CompressedTexture::PF_LuminanceAlpha8},
+                 {{alpha, gray}, CompressedTexture::PF_LuminanceAlpha8},
+                 {{gray, color}, CompressedTexture::PF_RGBA8},
+                 {{color, gray}, CompressedTexture::PF_RGBA8}};
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const SO<TexturePyramid> pyramid = pyramidOf(cases[i].images);
+        ASSERT_TRUE(pyramid) << i;
+        EXPECT_EQ(cases[i].format, pyramid->level(0)->pixelFormat()) << i;
+    }
+}
+
+/// Its tiles take 16 bytes a pixel, and it counts how often they are read.
+class WideImage : public TiledGeoImage {
+public:
+    WideImage(unsigned width, unsigned height, unsigned claimedBands)
+        : width_(width), height_(height), bands_(claimedBands) {}
+    unsigned bands() const override { return bands_; }
+    double minX() const override { return 0.0; }
+    double minY() const override { return 0.0; }
+    double pixelSizeX() const override { return 1.0; }
+    double pixelSizeY() const override { return 1.0; }
+    std::uint64_t pixelsX() const override { return width_; }
+    std::uint64_t pixelsY() const override { return height_; }
+    unsigned granularityX() const override { return 1024; }
+    unsigned granularityY() const override { return 1024; }
+    bool failed() const override { return false; }
+    SO<NBX::Image> createEmptyImage(unsigned width, unsigned height) const override {
+        return new MemoryImage(static_cast<int>(width), static_cast<int>(height), NBX::LS_RGBA,
+                               NBX::Image::Float);
+    }
+    SO<NBX::Image> getImage(int, int, unsigned width, unsigned height) const override {
+        ++reads;
+        return createEmptyImage(width, height);
+    }
+    mutable unsigned reads = 0;
+
+private:
+    unsigned width_, height_, bands_;
+};
+
+/// Tiles of the source are 1024 lines high, those of the file 256: without room for a whole row of the
+/// source's, each is read for every row of the file's.
+TEST_F(CompressedTextureTest, KeepsARowOfItsSourceWithinBounds) {
+    const struct {
+        const char * name;
+        unsigned bands, width, lines;
+        bool isKept;
+    } cases[] = {
+        // 2048 * 512 * 16 bytes
+        {"16 MiB at least", 1, 2048, 512, true},
+        {"and no more", 1, 2048, 513, false},
+        // 4608 * 256 * 18 bytes, as the width is rounded up
+        {"256 lines of all bands", 18, 4500, 294, true},
+        {"and no more of them", 18, 4500, 295, false},
+        // 8192 * 1024 * 16 bytes
+        {"128 MiB at most", 1000, 8192, 1024, true},
+        {"and no more than that", 1000, 8200, 1024, false},
+    };
+    for (const auto & c : cases) {
+        const SO<WideImage> wide(new WideImage(c.width, c.lines, c.bands));
+        ASSERT_TRUE(CompressedTexture::create(SO<TiledGeoImage>(wide.get()), folder.wide("a.ztp"),
+                                              CompressedTexture::PF_Luminance8))
+            << c.name;
+        const unsigned tiles = (c.width + 1023) / 1024;
+        EXPECT_EQ(c.isKept, wide->reads == tiles) << c.name << ": " << wide->reads << " reads";
+    }
 }
 
 /// Tiles whose gray tells their place.

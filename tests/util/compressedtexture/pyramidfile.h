@@ -58,16 +58,19 @@ template <class T> T getAt(const std::vector<std::uint8_t> & bytes, std::size_t 
     return value;
 }
 
-/// The bytes of a pyramid of one level with tiles of luminance, written field by field.
+/// The bytes of a pyramid of one level with tiles of luminance, written field by field. Neither its pixels
+/// nor its tiles are square.
 struct PyramidFile {
     std::uint32_t version = 3, compression = 1;
-    std::uint32_t pixelsX = 6, pixelsY = 4, tileWidth = 4, tileHeight = 4;
+    std::uint32_t pixelsX = 6, pixelsY = 4, tileWidth = 4, tileHeight = 5;
     /// Row by row; an empty tile has no bytes.
-    std::vector<std::vector<std::uint8_t>> tiles = {std::vector<std::uint8_t>(16, 10),
-                                                    std::vector<std::uint8_t>(16, 20)};
+    std::vector<std::vector<std::uint8_t>> tiles = {tile(10), tile(20)};
     bool deflates = true;
 
     static constexpr std::size_t level = 256 + 8, table = level + 256;
+
+    /// A tile of the usual size in one gray.
+    static std::vector<std::uint8_t> tile(std::uint8_t gray) { return std::vector<std::uint8_t>(20, gray); }
 
     std::vector<std::uint8_t> encode() const {
         std::vector<std::uint8_t> bytes(table);
@@ -77,7 +80,7 @@ struct PyramidFile {
         putAt(bytes, 40, 100.0);
         putAt(bytes, 48, 200.0);
         putAt(bytes, 56, 160.0);
-        putAt(bytes, 64, 240.0);
+        putAt(bytes, 64, 212.0);
         putAt<std::uint64_t>(bytes, 256, level);
         std::memcpy(bytes.data() + level, "ZMT-TEXTURE-PYRAMID-LEVEL", 25);
         const std::uint32_t tilesX = (pixelsX + tileWidth - 1) / tileWidth;

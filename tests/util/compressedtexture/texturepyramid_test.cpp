@@ -56,15 +56,19 @@ TEST_F(TexturePyramidTest, TellsSizesAndExtent) {
     EXPECT_EQ(100.0, pyramid->minX());
     EXPECT_EQ(200.0, pyramid->minY());
     EXPECT_EQ(160.0, pyramid->maxX());
-    EXPECT_EQ(240.0, pyramid->maxY());
+    EXPECT_EQ(212.0, pyramid->maxY());
     ASSERT_EQ(1U, pyramid->overviews());
     const SO<TexturePyramidTiledGeoImage> level = pyramid->level(0);
     EXPECT_EQ(6U, level->pixelsX());
     EXPECT_EQ(4U, level->pixelsY());
     EXPECT_EQ(10.0, level->pixelSizeX());
-    EXPECT_EQ(10.0, level->pixelSizeY());
+    EXPECT_EQ(3.0, level->pixelSizeY());
     EXPECT_EQ(100.0, level->minX());
+    EXPECT_EQ(200.0, level->minY());
+    EXPECT_EQ(160.0, level->maxX());
+    EXPECT_EQ(212.0, level->maxY());
     EXPECT_EQ(4U, level->granularityX());
+    EXPECT_EQ(5U, level->granularityY());
     EXPECT_EQ(1U, level->bands());
     EXPECT_EQ(2U, level->storedTiles());
     RecordedReports reports;
@@ -81,6 +85,9 @@ TEST_F(TexturePyramidTest, PixelsOfOldVersionsReachFromCentreToCentre) {
         EXPECT_EQ(12.0, pyramid->overview(0)->pixelSizeX());
         EXPECT_EQ(94.0, pyramid->overview(0)->minX());
         EXPECT_EQ(166.0, pyramid->overview(0)->maxX());
+        EXPECT_EQ(4.0, pyramid->overview(0)->pixelSizeY());
+        EXPECT_EQ(198.0, pyramid->overview(0)->minY());
+        EXPECT_EQ(214.0, pyramid->overview(0)->maxY());
     }
 }
 
@@ -124,8 +131,8 @@ TEST_F(TexturePyramidTest, EmptyTilesLeaveTheTargetAsItIs) {
     const SO<NBX::Image> corner = pyramid->overview(0)->getImage(5, 3, 3, 3);
     ASSERT_TRUE(corner);
     EXPECT_EQ(20, *corner->pixelComponentsU8(0, 0));
-    EXPECT_FALSE(pyramid->getGeoImage(100.0, 200.0, 130.0, 240.0, 8, 8)) << "nothing lies there";
-    const SO<GeoImage> geo = pyramid->getGeoImage(140.0, 200.0, 160.0, 240.0, 8, 8);
+    EXPECT_FALSE(pyramid->getGeoImage(100.0, 200.0, 130.0, 212.0, 8, 8)) << "nothing lies there";
+    const SO<GeoImage> geo = pyramid->getGeoImage(140.0, 200.0, 160.0, 212.0, 8, 8);
     ASSERT_TRUE(geo);
     EXPECT_EQ(3, geo->width()) << "with one more column for filters";
 }
@@ -133,9 +140,9 @@ TEST_F(TexturePyramidTest, EmptyTilesLeaveTheTargetAsItIs) {
 TEST_F(TexturePyramidTest, TilesAndTheirLinesGoFromTheSouthWestRowByRow) {
     PyramidFile file;
     file.pixelsY = 7;
-    file.tiles.assign(4, std::vector<std::uint8_t>(16));
-    for (unsigned i = 0; i < 64; ++i)
-        file.tiles[i / 16][i % 16] = static_cast<std::uint8_t>(100 + i);
+    file.tiles.assign(4, PyramidFile::tile(0));
+    for (unsigned i = 0; i < 80; ++i)
+        file.tiles[i / 20][i % 20] = static_cast<std::uint8_t>(100 + i);
     const SO<TexturePyramid> pyramid = load(file);
     ASSERT_TRUE(pyramid);
     for (const int first : {0, 2}) {
@@ -143,7 +150,7 @@ TEST_F(TexturePyramidTest, TilesAndTheirLinesGoFromTheSouthWestRowByRow) {
         ASSERT_TRUE(image);
         for (int y = first; y < first + 5; ++y)
             for (int x = first; x < first + 4; ++x)
-                EXPECT_EQ(100 + 16 * (y / 4 * 2 + x / 4) + y % 4 * 4 + x % 4,
+                EXPECT_EQ(100 + 20 * (y / 5 * 2 + x / 4) + y % 5 * 4 + x % 4,
                           *image->pixelComponentsU8(x - first, y - first))
                     << x << " " << y;
     }
@@ -174,7 +181,7 @@ TEST_F(TexturePyramidTest, HeadersThatCannotBeRightAreRejected) {
                           {"tilesY does not match", level + 56, 2},
                           {"pixel format", level + 60, 12},
                           {"pixel format", level + 60, 0xFFFFFFFF},
-                          {"tile size", level + 64, 15},
+                          {"tile size", level + 64, 19},
                           {"level beyond the end", 256, 100000},
                           {"level far beyond the end", 260, 0xFFFFFFFF}};
     EXPECT_TRUE(load(PyramidFile()));
@@ -347,7 +354,7 @@ TEST_F(TexturePyramidTest, TilesThatCannotBeReadAreTriedAgain) {
 TEST_F(TexturePyramidTest, LevelsKeepTheirTilesApart) {
     PyramidFile file;
     std::vector<std::uint8_t> bytes = file.encode();
-    file.tiles = {std::vector<std::uint8_t>(16, 30), std::vector<std::uint8_t>(16, 40)};
+    file.tiles = {PyramidFile::tile(30), PyramidFile::tile(40)};
     const std::vector<std::uint8_t> other = file.encode();
     // The second level stands in a copy of the file behind the first, so that its positions move.
     bytes.insert(bytes.begin() + 264, 8, 0);
@@ -488,7 +495,7 @@ TEST_F(StoredPyramidTest, WithoutAnAnswerThereAreNoLevels) {
     EXPECT_EQ(L"", pyramid->fileName());
     EXPECT_EQ(0U, pyramid->overviews());
     EXPECT_EQ(0.0, pyramid->maxX());
-    EXPECT_FALSE(pyramid->getGeoImage(100.0, 200.0, 160.0, 240.0, 8, 8));
+    EXPECT_FALSE(pyramid->getGeoImage(100.0, 200.0, 160.0, 212.0, 8, 8));
 }
 
 /// Gives one attribute, a file name.
@@ -572,9 +579,9 @@ TEST_F(TexturePyramidTest, TheObjectLoaderKnowsTheFormat) {
 void readAll(const SO<TexturePyramid> & pyramid) {
     for (unsigned i = 0; i < pyramid->overviews(); ++i) {
         pyramid->overview(i)->getImage(-1, -1, 9, 7);
-        pyramid->overview(i)->getGeoImage(100.0, 200.0, 160.0, 240.0, 3, 3);
+        pyramid->overview(i)->getGeoImage(100.0, 200.0, 160.0, 212.0, 3, 3);
     }
-    pyramid->getGeoImage(100.0, 200.0, 160.0, 240.0, 8, 8);
+    pyramid->getGeoImage(100.0, 200.0, 160.0, 212.0, 8, 8);
 }
 
 TEST_F(TexturePyramidTest, EveryTruncatedLength) {
