@@ -29,6 +29,23 @@ bool isUpright(const double * t, GDALDataset & dataset) {
            std::abs(t[4]) * dataset.GetRasterXSize() <= 1e-3 * std::abs(t[5]);
 }
 
+/// Columns run along y and lines along x.
+bool isTurnedByARightAngle(const double * t) {
+    return t[1] == 0.0 && t[5] == 0.0;
+}
+
+/// Keeps the pixels of such a file as they are; by itself GDAL would make them square.
+void addTurnedGrid(CPLStringList & words, const double * t, GDALDataset & dataset) {
+    const double endX = t[0] + t[2] * dataset.GetRasterYSize(), endY = t[3] + t[4] * dataset.GetRasterXSize();
+    words.AddString("-te");
+    for (const double border :
+         {std::min(t[0], endX), std::min(t[3], endY), std::max(t[0], endX), std::max(t[3], endY)})
+        words.AddString(CPLSPrintf("%.17g", border));
+    words.AddString("-ts");
+    for (const int pixels : {dataset.GetRasterYSize(), dataset.GetRasterXSize()})
+        words.AddString(CPLSPrintf("%d", pixels));
+}
+
 /// What formats give for "not known".
 bool isUnset(const double * t) {
     return t[0] == 0.0 && t[1] == 1.0 && t[2] == 0.0 && t[3] == 0.0 && t[4] == 0.0 && std::abs(t[5]) == 1.0;
@@ -60,9 +77,12 @@ GdalDataset resample(GDALDataset & dataset, GdalSource::Outside outside, const s
     } else {
         words.AddString("-dstalpha");
     }
+    double transform[6];
     if (!wkt.empty()) {
         words.AddString("-t_srs");
         words.AddString(wkt.c_str());
+    } else if (dataset.GetGeoTransform(transform) == CE_None && isTurnedByARightAngle(transform)) {
+        addTurnedGrid(words, transform, dataset);
     }
     const std::unique_ptr<GDALWarpAppOptions, AppOptionsDestroyer> options(
         GDALWarpAppOptionsNew(words.List(), nullptr));

@@ -98,10 +98,14 @@ TEST_F(RasterFileTest, FileTurnedByARightAngle) {
     const GeoRaster raster = read({.width = 2,
                                    .height = 3,
                                    .values = {1, 2, 3, 4, 5, 6},
-                                   .geoTransform = {500000.0, 0.0, 30.0, 3100000.0, -30.0, 0.0}});
+                                   .geoTransform = {500000.0, 0.0, 30.0, 3100000.0, -20.0, 0.0}});
     ASSERT_EQ(3u, raster.raster->cellsX());
     ASSERT_EQ(2u, raster.raster->cellsY());
     expectCells({2, 4, 6, 1, 3, 5}, raster);
+    EXPECT_EQ(30.0, raster.raster->cellSizeX());
+    EXPECT_EQ(20.0, raster.raster->cellSizeY());
+    EXPECT_EQ(500015.0, raster.raster->minX());
+    EXPECT_EQ(3100000.0 - 30.0, raster.raster->minY());
 }
 
 TEST_F(RasterFileTest, RotatedFileHasUndefinedCorners) {
