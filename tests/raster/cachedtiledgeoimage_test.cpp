@@ -17,7 +17,7 @@ using NBX::SO;
 /// Counts reads, has a hole of nothing, and can fail.
 class Source : public MemoryTiledGeoImage {
 public:
-    explicit Source(NBX::Image * image) : MemoryTiledGeoImage(image, {0.0, 0.0, 300.0, 200.0}) {}
+    explicit Source(NBX::Image * image) : MemoryTiledGeoImage(image, {1000.0, 50.0, 1600.0, 100.0}) {}
     unsigned granularityX() const override { return 100; }
     unsigned granularityY() const override { return 10; }
     bool failed() const override { return fails; }
@@ -50,7 +50,24 @@ TEST_F(CachedTiledGeoImageTest, TilesHaveTheSizeOfTheImagesWithinLimits) {
     EXPECT_EQ(300U, cached->pixelsX());
     EXPECT_EQ(200U, cached->pixelsY());
     EXPECT_EQ(1U, cached->bands());
-    EXPECT_EQ(300.0, cached->maxX());
+    EXPECT_EQ(1600.0, cached->maxX());
+}
+
+/// Pixels are 2 by 0.25 units.
+TEST_F(CachedTiledGeoImageTest, LiesWhereItsSourceLies) {
+    const SO<CachedTiledGeoImage> cached(new CachedTiledGeoImage(source.get(), 1 << 20));
+    const SO<ColorMaskedTiledGeoImage> masked(new ColorMaskedTiledGeoImage(source.get(), NBX::Color::black));
+    for (const SO<TiledGeoImage> & image : {SO<TiledGeoImage>(cached), SO<TiledGeoImage>(masked)}) {
+        EXPECT_EQ(1000.0, image->minX());
+        EXPECT_EQ(50.0, image->minY());
+        EXPECT_EQ(1600.0, image->maxX());
+        EXPECT_EQ(100.0, image->maxY());
+        EXPECT_EQ(2.0, image->pixelSizeX());
+        EXPECT_EQ(0.25, image->pixelSizeY());
+        EXPECT_EQ(300U, image->pixelsX());
+        EXPECT_EQ(200U, image->pixelsY());
+    }
+    EXPECT_EQ(10U, masked->granularityY());
 }
 
 TEST_F(CachedTiledGeoImageTest, DeliversTheSamePixels) {

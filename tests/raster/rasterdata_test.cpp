@@ -28,7 +28,7 @@ NBX::SO<SimpleRasterData<float>> smallRaster() {
 /// A raster whose store is no block of floats.
 class Plane : public RasterData {
 public:
-    Plane() : RasterData({4, 4, 0.0, 0.0, 1.0, 1.0}, false, 0.0) {}
+    Plane() : RasterData({4, 3, 0.0, 0.0, 1.0, 2.0}, false, 0.0) {}
     using RasterData::value;
     double value(unsigned col, unsigned row) const override { return 2.0 * col + 0.5 * row; }
 };
@@ -102,10 +102,10 @@ TEST(RasterData, InfiniteUndefinedValueDoesNotSpoilNeighbours) {
 TEST(RasterData, PlaneIsReproducedByAnyStore) {
     const Plane plane;
     std::mt19937 random(7);
-    std::uniform_real_distribution<double> position(0.0, 3.0);
+    std::uniform_real_distribution<double> positionX(0.0, 3.0), positionY(0.0, 4.0);
     for (int i = 0; i < 1000; ++i) {
-        const double x = position(random), y = position(random);
-        EXPECT_NEAR(2.0 * x + 0.5 * y, plane.value(x, y), 1e-12) << x << " " << y;
+        const double x = positionX(random), y = positionY(random);
+        EXPECT_NEAR(2.0 * x + 0.25 * y, plane.value(x, y), 1e-12) << x << " " << y;
     }
     double row[4];
     plane.valueRow(2, row);

@@ -43,7 +43,7 @@ struct TiffContent {
     int bands = 1;
     GDALDataType type = GDT_Float32;
     bool isPlaced = true;
-    std::array<double, 6> geoTransform = {500000.0, 30.0, 0.0, 3100000.0, 0.0, -30.0};
+    std::array<double, 6> geoTransform = {500000.0, 30.0, 0.0, 3100000.0, 0.0, -20.0};
     std::string system = "EPSG:32645";
     bool hasNoData = false;
     double noData = 0.0;

@@ -22,7 +22,7 @@ namespace {
 using namespace ZMT::RASTER;
 using NBX::SO;
 
-constexpr double west = 500000.0, north = 3100000.0, size = 30.0;
+constexpr double west = 500000.0, north = 3100000.0, sizeX = 30.0, sizeY = 20.0;
 
 class ImageFilePyramidTest : public testing::Test {
 protected:
@@ -89,11 +89,11 @@ TEST_F(ImageFilePyramidTest, LevelsGoDownToOnePixelWithoutOverviews) {
     for (unsigned i = 0; i < 8; ++i)
         EXPECT_EQ(widths[i], pyramid->overview(i)->pixelsX()) << i;
     EXPECT_EQ(west, pyramid->minX());
-    EXPECT_EQ(west + 100 * size, pyramid->maxX());
-    EXPECT_EQ(north - 60 * size, pyramid->minY());
+    EXPECT_EQ(west + 100 * sizeX, pyramid->maxX());
+    EXPECT_EQ(north - 60 * sizeY, pyramid->minY());
     EXPECT_EQ(north, pyramid->maxY());
-    EXPECT_EQ(size, pyramid->overview(0)->pixelSizeX());
-    EXPECT_EQ(2 * size, pyramid->overview(1)->pixelSizeY());
+    EXPECT_EQ(sizeX, pyramid->overview(0)->pixelSizeX());
+    EXPECT_EQ(2 * sizeY, pyramid->overview(1)->pixelSizeY());
     EXPECT_TRUE(pyramid->reference().isGeoreferenced);
     expectRamp(*pyramid, 1.5);
 }
@@ -147,12 +147,12 @@ TEST_F(ImageFilePyramidTest, StripsAsWideAsTheImageDoNotCountAsTiles) {
 
 TEST_F(ImageFilePyramidTest, DeliversWindowsOfGeoImages) {
     const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(ramp(100, 60))));
-    const SO<GeoImage> image = pyramid->getGeoImage(west + 10 * size, north - 20 * size, west + 20 * size,
-                                                    north - 10 * size, 16, 16);
+    const SO<GeoImage> image = pyramid->getGeoImage(west + 10 * sizeX, north - 20 * sizeY, west + 20 * sizeX,
+                                                    north - 10 * sizeY, 16, 16);
     ASSERT_TRUE(image);
     EXPECT_EQ(12, image->width());
-    EXPECT_DOUBLE_EQ(west + 9.5 * size, image->minX());
-    EXPECT_DOUBLE_EQ(north - 9.5 * size, image->maxY());
+    EXPECT_DOUBLE_EQ(west + 9.5 * sizeX, image->minX());
+    EXPECT_DOUBLE_EQ(north - 9.5 * sizeY, image->maxY());
     EXPECT_NEAR(9 * 2.55, image->pixelComponentsU8(0, 0)[0], 1.0);
     EXPECT_NEAR(20 * 4.25, image->pixelComponentsU8(0, 0)[1], 1.0);
     EXPECT_FALSE(pyramid->getGeoImage(0.0, 0.0, 1.0, 1.0, 16, 16));
@@ -231,7 +231,7 @@ TEST_F(ImageFilePyramidTest, BrightnessIsThatOfTheWholeFile) {
 
 TEST_F(ImageFilePyramidTest, MirroredAndSouthUpFilesStandUpright) {
     TiffContent content = ramp(20, 10);
-    content.geoTransform = {west + 20 * size, -size, 0.0, north - 10 * size, 0.0, size};
+    content.geoTransform = {west + 20 * sizeX, -sizeX, 0.0, north - 10 * sizeY, 0.0, sizeY};
     const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(content)));
     EXPECT_DOUBLE_EQ(west, pyramid->minX());
     EXPECT_DOUBLE_EQ(north, pyramid->maxY());
@@ -257,8 +257,8 @@ TEST_F(ImageFilePyramidTest, WarpsToAnotherSystem) {
             ASSERT_TRUE(image) << i;
             ASSERT_EQ(NBX::LS_RGBA, image->layerSequence()) << i;
             const unsigned char * pixel = image->pixelComponentsU8(image->width() / 2, image->height() / 2);
-            EXPECT_NEAR(127, pixel[0], 6) << i;
-            EXPECT_NEAR(127, pixel[1], 6) << i;
+            EXPECT_NEAR(127, pixel[0], 8) << i;
+            EXPECT_NEAR(127, pixel[1], 8) << i;
             EXPECT_EQ(255, pixel[3]) << i;
         }
     }
