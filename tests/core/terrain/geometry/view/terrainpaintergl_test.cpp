@@ -310,6 +310,46 @@ TEST_F(TerrainPainterGLTest, WallsAndSurfacesHaveTheirAttributes) {
     EXPECT_EQ(seen["paint behind"], Log{"counter-clockwise"});
 }
 
+/// Whatever the scene has in force.
+TEST_F(TerrainPainterGLTest, TheOuterWallIsPlainAndFillsTheDepthBuffer) {
+    const NBX::SO<NBX::DepthBufferGL> sceneDepth(
+        new NBX::DepthBufferGL(NBX::DepthBufferGL::O_All, false, true, GL_GEQUAL, 0.25, 0.75));
+    std::map<std::string, std::array<double, 4>> depths;
+    NamedPatchPainter::s_observe = [&](NBX::Engine * e, const std::string & what) {
+        std::array<double, 4> & depth = depths[what];
+        glGetDoublev(GL_DEPTH_RANGE, depth.data());
+        glGetDoublev(GL_DEPTH_FUNC, &depth[2]);
+        glGetDoublev(GL_DEPTH_WRITEMASK, &depth[3]);
+        if (what != "wall leaf") return;
+        const auto * material =
+            dynamic_cast<NBX::ShapeMaterialGL *>(e->getAttribute(NBX::ShapeMaterialGL::ClassNameNBX()));
+        ASSERT_TRUE(material);
+        EXPECT_EQ(material->getComponent(), NBX::ShapeMaterialGL::C_AmbientAndDiffuse);
+        EXPECT_FALSE(material->isTwoSided());
+        EXPECT_TRUE(material->isEnabled());
+    };
+    paint(leaf("leaf").get(), {sceneDepth.get()});
+    EXPECT_EQ(depths["wall leaf"], (std::array<double, 4>{0.0, 1.0, GL_LESS, 1.0}));
+    EXPECT_EQ(depths["paint leaf"], (std::array<double, 4>{0.25, 0.75, GL_GEQUAL, 0.0}));
+}
+
+/// What frames begin and end with may rely on it.
+TEST_F(TerrainPainterGLTest, CallbacksOfFramesSeeTheCoordinatesOfTextures) {
+    static unsigned s_seen;
+    s_seen = 0;
+    const auto look = callback([](const TerrainPainterFrameManager::Info & info) {
+        if (info.engine->getAttribute(NBX::TexGenGL::ClassNameNBX())) ++s_seen;
+    });
+    TerrainPainterFrameManager::RegisterBeginFrameCallback(look);
+    paint(leaf("leaf").get());
+    EXPECT_EQ(s_seen, 1U) << "at the beginning";
+    TerrainPainterFrameManager::UnregisterBeginFrameCallback(look);
+    TerrainPainterFrameManager::RegisterEndFrameCallback(look);
+    paint(leaf("leaf").get());
+    EXPECT_EQ(s_seen, 2U) << "at the end";
+    TerrainPainterFrameManager::UnregisterEndFrameCallback(look);
+}
+
 TEST_F(TerrainPainterGLTest, NothingHappensWithoutRenderingAndDrapedTriangles) {
     TerrainPainterGLSettings::enableRendering(false);
     top->isIncomplete_ = true;
@@ -341,6 +381,20 @@ TEST_F(TerrainPainterGLTest, DrapedTrianglesAreAskedForTheBoxOfThePatch) {
     const NBX::SO<DrapedPatch> far(new DrapedPatch(Bounds({20, 5, 20}, {21, 25, 21})));
     paint(leaf("leaf").get(), {far.get()});
     EXPECT_EQ(far->asked_, std::vector<Bounds>{cube(10)}) << "it does not meet the patch";
+}
+
+/// By one point over its north-eastern corner, whatever the proportions of both boxes.
+TEST_F(TerrainPainterGLTest, OnlyTheTopOfABoxIsRaisedToThatOfDrapedTriangles) {
+    const Bounds draped({-30, -50, -29}, {28, 25, 27});
+    const NBX::SO<DrapedPatch> triangles(new DrapedPatch(draped));
+    for (const Bounds & box : {Bounds({-6, -9, -8}, {5, 20, 10}), Bounds({-6, -9, -8}, {10, 20, 5})}) {
+        paint(leaf("leaf", box).get(), {triangles.get()});
+        const Point &low = box.getLLF(), &high = box.getURB();
+        EXPECT_EQ(triangles->asked_.back(), Bounds(low, Point(high.x, 25, high.z)));
+    }
+    const Bounds higher({-6, -9, -8}, {5, 40, 10});
+    paint(leaf("leaf", higher).get(), {triangles.get()});
+    EXPECT_EQ(triangles->asked_.back(), higher);
 }
 
 TEST_F(TerrainPainterGLTest, DrapedTrianglesKeepTheirPatchInView) {
@@ -427,6 +481,31 @@ TEST_F(TerrainPainterGLTest, TheErrorIsMeasuredAtTheNearestPoint) {
     }
 }
 
+/// Half of it above the point and half below, which matters where the view looks down.
+TEST_F(TerrainPainterGLTest, TheErrorStandsAroundTheNearestPoint) {
+    camera = new NBX::Camera(new NBX::LookAt({0, 20, 0}, {0, 0, 15}), new NBX::Perspective(60.0, 1.0, 500.0));
+    const Bounds box({-5, -5, 10}, {5, 2, 50});
+    constexpr double error = 9.0;
+    const auto whatIsPainted = [&] {
+        const NBX::SO<GeometryPatch> patch(new NamedPatch("p", box, error, {leaf("a", box)}));
+        const Log log = paint(patch.get(), {top.get()});
+        return std::find(log.begin(), log.end(), "paint a") == log.end() ? "p" : "a";
+    };
+    whatIsPainted();
+    const Point eye = top->calls_.front().eye, half(0.0, error / 2.0, 0.0);
+    const auto view = top->calls_.front().viewInfo;
+    const auto pixels = [&](const Point & from, const Point & to) {
+        return std::sqrt(view->screenDistance2(from, to));
+    };
+    const double around = pixels(eye - half, eye + half);
+    EXPECT_GT(std::abs(pixels(eye, eye + half * 2.0) - around), 1.0) << "other places would show";
+    EXPECT_GT(std::abs(pixels(eye - half * 2.0, eye) - around), 1.0);
+    TerrainPainterGLSettings::setGeometryError(around - 0.01);
+    EXPECT_STREQ(whatIsPainted(), "a");
+    TerrainPainterGLSettings::setGeometryError(around + 0.01);
+    EXPECT_STREQ(whatIsPainted(), "p");
+}
+
 TEST_F(TerrainPainterGLTest, ABoxInsideTheViewSparesTheTestsBelow) {
     const Bounds outside = cube(5, {500, 0, 0});
     const NBX::SO<GeometryPatch> inView(
@@ -488,6 +567,14 @@ TEST_F(TerrainPainterGLTest, EffectsGetTheViewAndTheSettings) {
     }
     EXPECT_EQ(top->engine_, engine.get());
     EXPECT_EQ(top->priority_, 1.0);
+}
+
+/// The view begins at (0, 0, -50), which is in the middle of the patch.
+TEST_F(TerrainPainterGLTest, TheEyeIsWhereTheLineOfSightEntersTheView) {
+    const NBX::SO<GeometryPatch> patch(new NamedPatch("p", Bounds({-9, -9, -80}, {9, 9, 20})));
+    paint(patch.get(), {top.get()});
+    ASSERT_FALSE(top->calls_.empty());
+    EXPECT_NEAR((top->calls_.back().eye - Point(0, 0, -50)).length(), 0.0, 1e-9);
 }
 
 TEST_F(TerrainPainterGLTest, KeepsTheBoxOfWhatWasPainted) {
