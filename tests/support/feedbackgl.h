@@ -2,6 +2,7 @@
 
 #include <array>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,33 +29,13 @@ public:
     /// frame buffer are current.
     static std::vector<Triangle> triangles(const NBX::Matrix4x4Base<double> & toClip,
                                            const std::function<void()> & draw) {
-        constexpr int side = 256;
-        std::vector<GLfloat> buffer(400000);
-        GLint viewport[4];
-        glGetIntegerv(GL_VIEWPORT, viewport);
-        loadMatrices(toClip);
-        glViewport(0, 0, side, side);
-        glFeedbackBuffer(GLsizei(buffer.size()), GL_3D, buffer.data());
-        glRenderMode(GL_FEEDBACK);
-        draw();
-        const GLint size = glRenderMode(GL_RENDER);
-        glViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
-        EXPECT_GE(size, 0) << "too much for the buffer";
+        return corners(toClip, GL_3D, 3, draw).first;
+    }
 
-        std::vector<Triangle> result;
-        const auto toObject = toClip.inverse();
-        for (GLint i = 0; i < size;) {
-            EXPECT_EQ(buffer[i], GLfloat(GL_POLYGON_TOKEN));
-            EXPECT_EQ(buffer[i + 1], 3.0F);
-            Triangle & triangle = result.emplace_back();
-            for (unsigned k = 0; k < 3; ++k) {
-                const GLfloat * p = &buffer[i + 2 + 3 * int(k)];
-                triangle[k] =
-                    toObject * Point(p[0] * 2.0 / side - 1.0, p[1] * 2.0 / side - 1.0, p[2] * 2.0 - 1.0);
-            }
-            i += 11;
-        }
-        return result;
+    /// The same, and the red of the corners under the light in force.
+    static std::pair<std::vector<Triangle>, std::vector<std::array<double, 3>>>
+    litTriangles(const NBX::Matrix4x4Base<double> & toClip, const std::function<void()> & draw) {
+        return corners(toClip, GL_3D_COLOR, 7, draw);
     }
 
     static void loadMatrices(const NBX::Matrix4x4Base<double> & toClip) {
@@ -62,5 +43,41 @@ public:
         glLoadMatrixd(toClip.columns().data());
         glMatrixMode(GL_MODELVIEW);
         glLoadIdentity();
+    }
+
+private:
+    /// `numbers` are those of a corner of `type`; its fourth is the red.
+    static std::pair<std::vector<Triangle>, std::vector<std::array<double, 3>>>
+    corners(const NBX::Matrix4x4Base<double> & toClip, GLenum type, int numbers,
+            const std::function<void()> & draw) {
+        constexpr int side = 256;
+        std::vector<GLfloat> buffer(400000);
+        GLint viewport[4];
+        glGetIntegerv(GL_VIEWPORT, viewport);
+        loadMatrices(toClip);
+        glViewport(0, 0, side, side);
+        glFeedbackBuffer(GLsizei(buffer.size()), type, buffer.data());
+        glRenderMode(GL_FEEDBACK);
+        draw();
+        const GLint size = glRenderMode(GL_RENDER);
+        glViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
+        EXPECT_GE(size, 0) << "too much for the buffer";
+
+        std::pair<std::vector<Triangle>, std::vector<std::array<double, 3>>> result;
+        const auto toObject = toClip.inverse();
+        for (GLint i = 0; i < size;) {
+            EXPECT_EQ(buffer[i], GLfloat(GL_POLYGON_TOKEN));
+            EXPECT_EQ(buffer[i + 1], 3.0F);
+            Triangle & triangle = result.first.emplace_back();
+            std::array<double, 3> & red = result.second.emplace_back();
+            for (unsigned k = 0; k < 3; ++k) {
+                const GLfloat * p = &buffer[i + 2 + numbers * int(k)];
+                red[k] = numbers > 3 ? double(p[3]) : 0.0;
+                triangle[k] =
+                    toObject * Point(p[0] * 2.0 / side - 1.0, p[1] * 2.0 / side - 1.0, p[2] * 2.0 - 1.0);
+            }
+            i += 2 + 3 * numbers;
+        }
+        return result;
     }
 };

@@ -64,19 +64,29 @@ inline bool isCurtain(const FeedbackGL::Triangle & t) {
     return std::any_of(t.begin(), t.end(), [](const Point & p) { return isSame(p.y, s_wall); });
 }
 
-/// The lines x = ... or z = ... on which curtains stand, with the number of their triangles.
+/// The line x = ... or z = ... on which a curtain stands.
+inline std::string sideOf(const FeedbackGL::Triangle & t) {
+    if (isSame(t[0].x, t[1].x) && isSame(t[0].x, t[2].x)) return "x " + std::to_string(std::lround(t[0].x));
+    if (isSame(t[0].z, t[1].z) && isSame(t[0].z, t[2].z)) return "z " + std::to_string(std::lround(t[0].z));
+    return "leans";
+}
+
+/// The lines on which curtains stand, with the number of their triangles.
 inline std::map<std::string, unsigned> sidesOf(const Triangles & triangles) {
     std::map<std::string, unsigned> sides;
-    for (const auto & t : triangles) {
-        if (!isCurtain(t)) continue;
-        if (isSame(t[0].x, t[1].x) && isSame(t[0].x, t[2].x))
-            ++sides["x " + std::to_string(std::lround(t[0].x))];
-        else if (isSame(t[0].z, t[1].z) && isSame(t[0].z, t[2].z))
-            ++sides["z " + std::to_string(std::lround(t[0].z))];
-        else
-            ++sides["leans"];
-    }
+    for (const auto & t : triangles)
+        if (isCurtain(t)) ++sides[sideOf(t)];
     return sides;
+}
+
+/// What is drawn one after the other: "ground" and the lines on which curtains stand.
+inline std::vector<std::string> orderOf(const Triangles & triangles) {
+    std::vector<std::string> order;
+    for (const auto & t : triangles) {
+        const std::string name = isCurtain(t) ? sideOf(t) : "ground";
+        if (order.empty() || order.back() != name) order.push_back(name);
+    }
+    return order;
 }
 
 /// A triangle as its corners in thousandths, beginning with the least, in the direction in which it turns.

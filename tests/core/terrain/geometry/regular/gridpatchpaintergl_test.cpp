@@ -50,6 +50,41 @@ TEST_F(GridPatchPainterGLTest, DrawsTheMeshClockwiseFromAbove) {
     EXPECT_EQ(TestPatches::normalized(triangles), TestPatches::normalized(TestPatches::meshOf(*part)));
 }
 
+/// Told by the light that falls from one side. Each corner of a skirt has the normal of the ground above it.
+TEST_F(GridPatchPainterGLTest, EveryCornerHasTheNormalOfTheGround) {
+    const auto patch = TestPatches::gridPatch(grid, Area(2, 1, 3, 4));
+    glEnable(GL_LIGHTING);
+    glEnable(GL_LIGHT0);
+    glEnable(GL_NORMALIZE);
+    const GLfloat black[4] = {0, 0, 0, 1}, white[4] = {1, 1, 1, 1};
+    glLightModelfv(GL_LIGHT_MODEL_AMBIENT, black);
+    glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, white);
+    for (const Point & light :
+         {Point(1, 0, 0), Point(-1, 0, 0), Point(0, 1, 0), Point(0, 0, 1), Point(0, 0, -1)}) {
+        const auto toClip = FeedbackGL::fromAbove(TestPatches::s_halfSize);
+        const auto [triangles, reds] = FeedbackGL::litTriangles(toClip, [&] {
+            const GLfloat position[4] = {GLfloat(light.x), GLfloat(light.y), GLfloat(light.z), 0};
+            glLightfv(GL_LIGHT0, GL_POSITION, position);
+            painter->renderPatch(engine.get(), patch.get());
+        });
+        ASSERT_EQ(triangles.size(), 2U * 3 * 4 + 2U * 2 * (3 + 4));
+        for (std::size_t t = 0; t < triangles.size(); ++t)
+            for (unsigned k = 0; k < 3; ++k) {
+                const Point & p = triangles[t][k];
+                const Point normal =
+                    grid->normal(unsigned(std::lround(p.x)), unsigned(std::lround(p.z / 2.0)));
+                ASSERT_NEAR(reds[t][k], std::max(0.0, normal.normalized().dot(light)), 0.01)
+                    << p.x << ", " << p.y << ", " << p.z;
+            }
+    }
+    glDisable(GL_NORMALIZE);
+    glDisable(GL_LIGHT0);
+    glDisable(GL_LIGHTING);
+    const GLfloat ambient[4] = {0.2F, 0.2F, 0.2F, 1}, diffuse[4] = {0.8F, 0.8F, 0.8F, 1};
+    glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, diffuse);
+}
+
 /// Inner sides have skirts, and sides on the edge of the grid walls. A side has two triangles a cell.
 TEST_F(GridPatchPainterGLTest, EverySideHasASkirtOrAWall) {
     const struct {
@@ -70,6 +105,14 @@ TEST_F(GridPatchPainterGLTest, EverySideHasASkirtOrAWall) {
         for (const auto & t : wallTriangles)
             EXPECT_TRUE(TestPatches::isCurtain(t));
     }
+}
+
+TEST_F(GridPatchPainterGLTest, SidesComeInTheOrderOfAWalkFromTheLowCorner) {
+    using Order = std::vector<std::string>;
+    EXPECT_EQ(TestPatches::orderOf(surface(*painter, *TestPatches::gridPatch(grid, Area(2, 1, 3, 4)))),
+              (Order{"ground", "x 2", "z 2", "x 5", "z 10"}));
+    EXPECT_EQ(TestPatches::orderOf(walls(*painter, *TestPatches::gridPatch(grid, Area(0, 0, 8, 6)))),
+              (Order{"x 0", "z 0", "x 8", "z 12"}));
 }
 
 /// A strip is open across plain cells, so that it has two vertices for each column of vertices, and is split

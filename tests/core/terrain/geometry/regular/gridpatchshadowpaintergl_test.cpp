@@ -43,6 +43,30 @@ TEST_F(GridPatchShadowPainterGLTest, IsGreyWithAWhiteBorder) {
     glDisable(GL_LIGHTING);
 }
 
+/// Its cells are asked for one by one, while they are drawn.
+class WatchingRaster : public ZMT::RASTER::RasterData {
+public:
+    WatchingRaster() : RasterData({9, 7}, false, 0.0) {}
+    double value(unsigned col, unsigned row) const override {
+        state = {glIsEnabled(GL_NORMALIZE), glIsEnabled(GL_LIGHTING), glIsEnabled(GL_COLOR_MATERIAL)};
+        return col + row;
+    }
+    mutable std::array<GLboolean, 3> state{};
+};
+
+TEST_F(GridPatchShadowPainterGLTest, IsDrawnWithoutLightAndMaterial) {
+    const NBX::SO<WatchingRaster> raster(new WatchingRaster);
+    const NBX::SO<ZMT::CORE::GridData> watching(new ZMT::CORE::GridData(raster.get()));
+    const auto patch = TestPatches::gridPatch(watching, Area(1, 1, 4, 3));
+    glDisable(GL_NORMALIZE);
+    glEnable(GL_LIGHTING);
+    glEnable(GL_COLOR_MATERIAL);
+    painter->render(engine.get(), patch.get());
+    EXPECT_EQ(raster->state, (std::array<GLboolean, 3>{GL_TRUE, GL_FALSE, GL_FALSE}));
+    glDisable(GL_COLOR_MATERIAL);
+    glDisable(GL_LIGHTING);
+}
+
 TEST_F(GridPatchShadowPainterGLTest, LeavesTheStateAsItWas) {
     const auto patch = TestPatches::gridPatch(grid, Area(1, 1, 4, 3));
     glEnable(GL_COLOR_MATERIAL);

@@ -48,6 +48,14 @@ TEST_F(TinPatchPainterGLTest, EverySideHasASkirtOrAWall) {
     }
 }
 
+TEST_F(TinPatchPainterGLTest, SidesComeInTheOrderOfTheBorders) {
+    using Order = std::vector<std::string>;
+    EXPECT_EQ(TestPatches::orderOf(surface(*painter, *TestPatches::tinPatch(grid, Area(2, 1, 3, 4)))),
+              (Order{"ground", "x 2", "z 10", "x 5", "z 2"}));
+    EXPECT_EQ(TestPatches::orderOf(walls(*painter, *TestPatches::tinPatch(grid, Area(0, 0, 8, 6)))),
+              (Order{"x 0", "z 12", "x 8", "z 0"}));
+}
+
 TEST_F(TinPatchPainterGLTest, DrawsTheMeshOfABuiltTree) {
     const auto ground =
         TestTerrain::grid({33, 17}, [](unsigned x, unsigned y) { return double((x * x + 3 * y) % 11); });
