@@ -7,6 +7,8 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
+#include <nbx/object/progress.h>
+
 #include "support/testterrain.h"
 
 using NBX::Area;
@@ -198,6 +200,23 @@ TEST_F(GridDataTest, HeightsAreAskedInGeoCoordinates) {
 
 TEST_F(GridDataTest, CellSizeIsThatOfTheRaster) {
     EXPECT_EQ(grid_->getCellSize(), std::make_pair(10.0, 20.0));
+}
+
+class ChangingRaster : public SimpleRasterData<float> {
+public:
+    ChangingRaster() : SimpleRasterData<float>(4, 3, 100.0, 200.0, 10.0, 20.0, false, 0.0F) {}
+    void setCellSize(double x, double y) {
+        grid_.cellSizeX = x;
+        grid_.cellSizeY = y;
+    }
+};
+
+TEST_F(GridDataTest, CellSizeFollowsTheRasterAndScaleDoesNot) {
+    const NBX::SO<ChangingRaster> raster(new ChangingRaster);
+    const NBX::SO<GridData> grid(new GridData(raster.get()));
+    raster->setCellSize(7.0, 5.0);
+    EXPECT_EQ(grid->getCellSize(), std::make_pair(7.0, 5.0));
+    EXPECT_EQ(grid->scale(), Point(10.0, 1.0, 20.0));
 }
 
 TEST_F(GridDataTest, ResamplingGoesToTheRaster) {
@@ -397,6 +416,18 @@ TEST_F(ExtractMeshTest, NullForABoxThatOnlyTouches) {
 TEST_F(ExtractMeshTest, NullForNotANumber) {
     const double nan = std::nan("");
     EXPECT_FALSE(grid_->extractMesh(plan(nan, nan, nan, nan), nullptr));
+}
+
+TEST_F(ExtractMeshTest, LeavesTheProgressToItsCaller) {
+    NBX::Progress progress("cutting", 10.0);
+    progress.update(4.0, "text", "detail");
+    const auto set = grid_->extractMesh(plan(110, 200, 120, 220), &progress);
+    ASSERT_TRUE(set);
+    EXPECT_EQ(values<Point>(set->newVertexIterator().get()).size(), 4U);
+    EXPECT_EQ(progress.currentValue(), 4.0);
+    EXPECT_EQ(progress.text(), "text");
+    EXPECT_EQ(progress.detail(), "detail");
+    EXPECT_FALSE(progress.isFinished());
 }
 
 TEST_F(ExtractMeshTest, CornersOnGridLinesGiveNoExtraLine) {

@@ -16,6 +16,7 @@ using Triangle = std::array<unsigned, 3>;
 class Strips : public TinAlgorithmTinToTristrips<TestPoints> {
 public:
     explicit Strips(const TestTin & tin) { run(tin); }
+    using TinAlgorithmTinToTristrips::centre;
 
     const std::vector<std::vector<unsigned>> & all() const { return all_; }
 
@@ -33,6 +34,58 @@ private:
 
     std::vector<std::vector<unsigned>> all_;
     std::vector<unsigned> current_;
+};
+
+/// The strips in their order, by the recursion that defines them: what branches off a strip follows when all
+/// that lies behind the strip is done. Of meshes that are Delaunay.
+class StripsByRecursion {
+public:
+    StripsByRecursion(const TestTin & tin, const Point & centre)
+        : tin_(tin), centre_(centre), root_(tin.locate(centre)) {
+        const TinEdge e = tin.edge(root_);
+        visit(e);
+        if (isChild(e)) visit(tin.twin(e));
+    }
+
+    std::vector<std::vector<unsigned>> all;
+
+private:
+    bool isRightOf(TinEdge e) const {
+        return orient2d(tin_.position(tin_.origin(e)), tin_.position(tin_.destination(e)), centre_) < 0.0;
+    }
+    TinEdge parentEdge(TinFace f) const {
+        const TinEdge first = tin_.edge(f), second = tin_.next(first), third = tin_.previous(first);
+        if (isRightOf(first)) return isRightOf(third) ? third : first;
+        return isRightOf(second) ? second : third;
+    }
+    bool isChild(TinEdge e) const {
+        const TinFace f = tin_.face(tin_.twin(e));
+        return f && f != root_ && parentEdge(f) == tin_.twin(e);
+    }
+
+    void visit(TinEdge e) {
+        const unsigned a = tin_.origin(e).index(), b = tin_.origin(tin_.next(e)).index(),
+                       c = tin_.origin(tin_.previous(e)).index();
+        const bool byNext = isChild(tin_.next(e));
+        all.push_back(byNext ? std::vector<unsigned>{a, b, c} : std::vector<unsigned>{b, c, a});
+        follow(e, byNext, 1);
+    }
+    /// The strip goes on by the edge before the entry of its second face, by that after the entry of the
+    /// third, and so on in turn.
+    void follow(TinEdge e, bool byNext, unsigned face) {
+        const TinEdge onward = byNext ? tin_.next(e) : tin_.previous(e);
+        const TinEdge aside = byNext ? tin_.previous(e) : tin_.next(e);
+        if (isChild(onward)) {
+            const TinEdge entry = tin_.twin(onward);
+            all.back().push_back(tin_.origin(tin_.previous(entry)).index());
+            follow(entry, face % 2 == 0, face + 1);
+        }
+        if (isChild(aside)) visit(tin_.twin(aside));
+    }
+
+    const TestTin & tin_;
+    const Point centre_;
+    const TinFace root_;
 };
 
 /// With the smallest corner first, and the winding kept.
@@ -92,6 +145,18 @@ TEST(TinAlgorithmTinToTristrips, TwoFacesAreOneStripUnlessTheFirstEdgeOfTheRootI
         results.insert(strips.all());
     }
     EXPECT_EQ(results, (std::set<Result>{{{1, 2, 0, 3}}, {{2, 3, 0}, {0, 1, 2}}}));
+}
+
+TEST(TinAlgorithmTinToTristrips, StripsComeInTheOrderOfTheRecursion) {
+    for (unsigned seed = 0; seed < 200; ++seed) {
+        SCOPED_TRACE(seed);
+        std::srand(seed);
+        TestTin tin;
+        fillRandomly(tin, 4 + seed, seed);
+        const Strips strips(tin);
+        const StripsByRecursion expected(tin, strips.centre());
+        ASSERT_EQ(strips.all(), expected.all);
+    }
 }
 
 TEST(TinAlgorithmTinToTristrips, StripsHoldEachFaceOnceAndTurnAsItDoes) {

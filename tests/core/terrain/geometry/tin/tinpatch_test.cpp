@@ -3,6 +3,7 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/silentserializationmanager.h>
 
 #include <nbx/scene/shape/box.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -186,6 +187,25 @@ TEST_F(TinPatchTest, ShapesOfThePainterAreNotStored) {
     ASSERT_TRUE(read);
     EXPECT_FALSE(read->patchShape());
     EXPECT_FALSE(read->wallShape());
+}
+
+/// A stream in which a patch has its data and no list.
+class ListlessStream : public SilentSerializationManager {
+public:
+    using SilentSerializationManager::attribute;
+    bool isReading() const override { return true; }
+    bool isWriting() const override { return false; }
+};
+
+TEST_F(TinPatchTest, ReadingIntoAPatchAgainDropsBothShapes) {
+    const auto again = patch();
+    again->patchShape() = new NBX::Box;
+    again->wallShape() = new NBX::Box;
+    ListlessStream stream;
+    again->serialize(stream);
+    EXPECT_FALSE(again->patchShape());
+    EXPECT_FALSE(again->wallShape());
+    EXPECT_FALSE(again->stripIndices()) << "it has been read";
 }
 
 TEST_F(TinPatchTest, StoredNumbersBesideTheDataAreRefused) {

@@ -312,6 +312,26 @@ TEST(CreateGeometryTree, LongGridsAreCutAlongTheLongSide) {
     EXPECT_EQ(patch->children(), 4U);
 }
 
+TEST(CreateGeometryTree, OneAndAHalfTimesAsLongIsNotLongYet) {
+    const struct {
+        unsigned cellsX, cellsY, children;
+    } cases[] = {{12, 8, 4}, {13, 8, 2}, {8, 12, 4}, {8, 13, 2}, {15, 10, 4}, {10, 15, 4}};
+    for (const auto & c : cases)
+        EXPECT_EQ(build(flatGrid(c.cellsX, c.cellsY), 50)->children(), c.children)
+            << c.cellsX << " by " << c.cellsY;
+}
+
+TEST(CreateGeometryTree, TheDataStayWithTheAccessor) {
+    using ZMT::CORE::MyTinPointAccessor;
+    MyTinPointAccessor::currentData = nullptr;
+    const auto grid = flatGrid(12, 8);
+    build(grid, 50);
+    EXPECT_EQ(MyTinPointAccessor::currentData, grid);
+    build(flatGrid(1, 1), 50);
+    EXPECT_EQ(MyTinPointAccessor::currentData, grid) << "a leaf takes none";
+    MyTinPointAccessor::currentData = nullptr;
+}
+
 TEST(CreateGeometryTree, FlatGroundTakesTwoTriangles) {
     const auto grid = flatGrid(40, 30);
     const auto root = build(grid, 50);
