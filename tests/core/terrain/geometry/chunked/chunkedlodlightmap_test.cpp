@@ -83,6 +83,20 @@ TEST_F(ChunkedLodLightMapTest, LightFallsByTheAngleToTheSun) {
         }
 }
 
+/// A roof under a sun that stands low in the west.
+TEST_F(ChunkedLodLightMapTest, SlopesThatFaceAwayHaveAmbientLightAlone) {
+    const auto terrain =
+        TestChunked::terrain({12, 8}, [](unsigned x, unsigned) { return 1e3 * (x < 6 ? x : 11.0 - x); });
+    const auto image = pixelsOf(terrain->createStaticLightMap(0.25, {-1.0, 0.01, 0.0}));
+    ASSERT_TRUE(image);
+    const Point away = normalAt(*terrain->impl(), 12, 8, 9, 4);
+    EXPECT_LT(away.dot(Point(-1.0, 0.01, 0.0)), -0.02);
+    for (int y = 0; y < 4; ++y) {
+        EXPECT_GT(*image->pixelComponentsU8(1, y), 70) << "towards the sun";
+        EXPECT_EQ(*image->pixelComponentsU8(4, y), 63) << "away from it";
+    }
+}
+
 TEST_F(ChunkedLodLightMapTest, NormalsAreColours) {
     const auto terrain = TestChunked::terrain(s_layout, hilly);
     const auto image = pixelsOf(terrain->createDynamicLightMap());

@@ -158,6 +158,28 @@ TEST_F(ChunkedLodTerrainTest, TheRootShowsAboutThreeThousandVertices) {
                      double(terrain->heightScale()) * terrain->rootThreshold());
 }
 
+/// Flat ground on which more and more cells are noisy, until just so many vertices have an error.
+TEST_F(ChunkedLodTerrainTest, TheRootIsCoarsenedFromThreeThousandVerticesOn) {
+    const auto withErrors = [](std::ptrdiff_t wanted) -> NBX::SO<ChunkedLodTerrain> {
+        for (unsigned seed = 1; seed < 40; ++seed)
+            for (unsigned noisy = 2950; noisy < 3400; ++noisy) {
+                const auto terrain = TestChunked::terrain({65, 65}, [=](unsigned x, unsigned y) {
+                    const unsigned cell = x + 65 * y, noise = (cell * 2654435761U + seed * 40503U) >> 16;
+                    return cell == 4224 ? 65534.0 : cell == 4223 ? 0.0 : cell < noisy ? noise % 10 : 4.0;
+                });
+                const unsigned short * errors = terrain->impl()->errors();
+                const auto count = 65 * 65 - std::count(errors, errors + 65 * 65, 0);
+                if (count == wanted) return terrain;
+                if (count > wanted) break;
+            }
+        return nullptr;
+    };
+    const auto below = withErrors(2999), beyond = withErrors(3000);
+    ASSERT_TRUE(below && beyond);
+    EXPECT_EQ(below->rootThreshold(), 0);
+    EXPECT_EQ(beyond->rootThreshold(), 1) << "the least error";
+}
+
 TEST_F(ChunkedLodTerrainTest, SmallGroundIsShownWhole) {
     EXPECT_EQ(TestChunked::terrain({33, 33}, TestTerrain::bumpy)->rootThreshold(), 0);
 }

@@ -258,6 +258,30 @@ struct PaintedState {
     bool operator==(const PaintedState &) const = default;
 };
 
+/// What lets through only the pixels inside a box.
+struct MaskState {
+    GLint alphaFunction = 0, environment = 0, wrapS = 0, wrapT = 0, minFilter = 0, magFilter = 0;
+    GLfloat alphaReference = 0.0F;
+    std::vector<GLubyte> texels; ///< red, green, blue, alpha
+
+    static MaskState current() {
+        MaskState mask;
+        glGetIntegerv(GL_ALPHA_TEST_FUNC, &mask.alphaFunction);
+        glGetFloatv(GL_ALPHA_TEST_REF, &mask.alphaReference);
+        glGetTexEnviv(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, &mask.environment);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &mask.wrapS);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, &mask.wrapT);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &mask.minFilter);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &mask.magFilter);
+        GLint width = 0, height = 0;
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
+        glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
+        mask.texels.resize(std::size_t(4) * unsigned(width) * unsigned(height));
+        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, mask.texels.data());
+        return mask;
+    }
+};
+
 /// Paints nothing, and notes what is in force.
 class NotingPainter : public NBX::ShapePainter {
     NBX_TEMPLATE_CLASS(NotingPainter, NBX::ShapePainter)
@@ -285,10 +309,12 @@ public:
                           isOn(GL_DEPTH_WRITEMASK), number(GL_DEPTH_FUNC), number(GL_STENCIL_FUNC),
                           number(GL_STENCIL_REF), number(GL_STENCIL_PASS_DEPTH_PASS),
                           engine->polyAttributeCount(NBX::ClipPlane::ClassNameNBX(), 1)});
+        if (isOn(GL_ALPHA_TEST)) masks.push_back(MaskState::current());
         return true;
     }
 
     std::vector<PaintedState> states;
+    std::vector<MaskState> masks; ///< of those that test alpha
 
 private:
     Bounds area_;
@@ -357,6 +383,26 @@ TEST_F(PaintedStateTest, AMaskIsDrawnBeforeAndTakenAwayAfterwards) {
     const NBX::AttributeScope scope(engine.get(), noDepth.get());
     reference = reference == 255 ? 1 : reference + 1;
     EXPECT_EQ(expected(reference, false), statesWithUnits(s_unitsWithStencil));
+}
+
+/// Its middle covers the box, and what is beyond goes on as its border.
+TEST_F(PaintedStateTest, TheMaskIsOpaqueInItsMiddleAndNowhereElse) {
+    statesWithUnits(s_unitsWithStencil);
+    ASSERT_EQ(2U, painter->masks.size()) << "marking and taking away";
+    const std::vector<GLubyte> r{255, 0, 0, 0}, w{255, 255, 255, 255};
+    std::vector<GLubyte> expected;
+    for (const auto & texel : {r, r, r, r, r, w, w, r, r, w, w, r, r, r, r, r})
+        expected.insert(expected.end(), texel.begin(), texel.end());
+    for (const MaskState & mask : painter->masks) {
+        EXPECT_EQ(GL_GEQUAL, mask.alphaFunction);
+        EXPECT_EQ(0.5F, mask.alphaReference);
+        EXPECT_EQ(GL_REPLACE, mask.environment);
+        EXPECT_EQ(GL_CLAMP_TO_EDGE, mask.wrapS);
+        EXPECT_EQ(GL_CLAMP_TO_EDGE, mask.wrapT);
+        EXPECT_EQ(GL_NEAREST, mask.minFilter);
+        EXPECT_EQ(GL_NEAREST, mask.magFilter);
+        EXPECT_EQ(expected, mask.texels);
+    }
 }
 
 TEST_F(DrapedTrianglesGLTest, TheStateIsLeftAsItWas) {

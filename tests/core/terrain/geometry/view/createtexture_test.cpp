@@ -19,6 +19,7 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -189,6 +190,34 @@ TEST_F(CreateTextureTest, ThePictureBeginsInTheSouthWest) {
     EXPECT_NEAR(*target->pixelComponentsU8(45, 10, 2), 128, 1);
     EXPECT_NEAR(*target->pixelComponentsU8(45, 80, 0), 128, 1) << "level";
     EXPECT_NEAR(*target->pixelComponentsU8(80, 45, 2), 255, 12) << "falls to the north";
+}
+
+/// A pyramid stands in the middle cell of flat ground.
+TEST_F(CreateTextureTest, CellsWithTrianglesOfTheirOwnShowTheirNormals) {
+    using ZMT::CORE::CreateHybridData;
+    const auto hybrid =
+        CreateHybridData::create(TestTerrain::grid({6, 6}, [](unsigned, unsigned) { return 0.0; }),
+                                 std::vector<CreateHybridData::Feature>{{{2.2, 0, 2.2}, {2.2, 0, 2.8}},
+                                                                        {{2.2, 0, 2.8}, {2.8, 0, 2.8}},
+                                                                        {{2.8, 0, 2.8}, {2.8, 0, 2.2}},
+                                                                        {{2.8, 0, 2.2}, {2.2, 0, 2.2}},
+                                                                        {{2.5, 0.3, 2.5}}});
+    const auto target = image(100, 100);
+    ASSERT_TRUE(CreateTexture::createNormal(wholeTerrain(hybrid), target, {1, 1, 1}));
+    const int half = int(std::lround(127.5 * (1.0 + std::sqrt(0.5))));
+    const auto colorAt = [&](double x, double z) {
+        const auto * pixel = target->pixelComponentsU8(int(x * 20.0), int(z * 20.0));
+        return std::array<int, 3>{pixel[0], pixel[1], pixel[2]};
+    };
+    const auto expectNear = [](const std::array<int, 3> & a, const std::array<int, 3> & b) {
+        for (unsigned c = 0; c < 3; ++c)
+            EXPECT_NEAR(a[c], b[c], 3) << c;
+    };
+    expectNear(colorAt(2.3, 2.5), {255 - half, half, 128}); // to the west
+    expectNear(colorAt(2.7, 2.5), {half, half, 128});
+    expectNear(colorAt(2.5, 2.3), {128, half, 255 - half});
+    expectNear(colorAt(2.5, 2.7), {128, half, half});
+    expectNear(colorAt(0.5, 0.5), {128, 255, 128});
 }
 
 TEST_F(CreateTextureTest, PicturesLargerThanACanvasHaveNoSeams) {
