@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 46> order = {
+constexpr std::array<std::string_view, 47> order = {
     "nbx/object",
     "nbx/math",
     "nbx/container/sequence",
@@ -35,6 +35,7 @@ constexpr std::array<std::string_view, 46> order = {
     "nbx/scene/shape",
     "nbx/scene/node",
     "nbx/engine",
+    "nbx/engine/standard",
     "nbx/gl/context",
     "nbx/gl/texture",
     "nbx/gl/offscreen",
