@@ -25,6 +25,7 @@ public:
     /// Whether pass `pass`, counted from 0, exists and is to run. Passes beyond `maxPasses` are never asked
     /// for.
     virtual bool usesPass(int pass) const;
+    /// False: the engine leaves the whole run out.
     virtual bool canBeUsed(Engine * engine) const;
     int activePass() const { return activePass_; }
     static constexpr int maxPasses = 64;

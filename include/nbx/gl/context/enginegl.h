@@ -46,9 +46,10 @@ public:
     /// The display list that `newDisplayList` made for `object`; 0 without one, and when the object was
     /// modified since.
     unsigned getDisplayList(SharedObj * object);
-    /// An empty display list for `object`, in the place of one it had; 0 when the driver has none left. The
-    /// list is freed when the object dies or is modified, when `GraphicsMemoryManager`, for which it takes
-    /// `bytes`, has no room for it, and at the latest with the engine. The last one made or found stays.
+    /// An empty display list for `object`, in the place of one it had; 0 when the driver has none left, and
+    /// for a null object, which is reported. The list is freed before the next picture once the object has
+    /// died or was modified, when `GraphicsMemoryManager`, for which it takes `bytes`, has no room for it,
+    /// and at the latest with the engine. The last one made or found stays.
     unsigned newDisplayList(SharedObj * object, unsigned bytes = usualListBytes);
     /// Number of display lists that live objects hold.
     std::size_t displayListCount() const;

@@ -79,7 +79,8 @@ public:
     /// Draws the root nodes as a canvas of `width` by `height` would, in tiles of this canvas's size, and
     /// gives the whole picture. Null when nothing could be drawn.
     SO<Image> largeScaleSnapshot(unsigned width, unsigned height);
-    /// The same in the size of `target`. `properties` says what is copied: `COLOR_BUFFER`.
+    /// The same in the size of `target`; false when it could not be drawn or read. `properties` says what is
+    /// copied: `COLOR_BUFFER`, as anything else is reported.
     bool largeScaleSnapshot(Image * target, unsigned properties = COLOR_BUFFER);
 
 protected:

@@ -30,7 +30,7 @@ struct MappedTextureGL {
 /// The alpha that a pass leaves in the frame buffer is that of the shapes.
 class PassesSetup {
 public:
-    /// Starts with one pass that shows the lit colour.
+    /// Starts with one pass that shows the lit colour. `engine` is borrowed, and its context is current.
     explicit PassesSetup(EngineGL * engine);
     ~PassesSetup();
     PassesSetup(const PassesSetup &) = delete;
@@ -49,7 +49,7 @@ public:
     /// picture * texture.
     void modulate(const MappedTextureGL & texture);
     /// factor * texture * lit + (1 - factor) * picture, with the alpha of `factor` where it has one, else its
-    /// luminance.
+    /// luminance. With a single texture unit and no alpha buffer that is reported, and left out.
     void interpolate(const MappedTextureGL & factor, const MappedTextureGL & texture);
 
     /// For effects that bring their own stages.
@@ -67,7 +67,7 @@ public:
     void createNextPass(unsigned sourceFactor, unsigned targetFactor,
                         const Color & constant = Color(0.0F, 0.0F, 0.0F, 0.0F));
     /// Appends a stage on the next texture unit. Its arguments may use GL_PREVIOUS but in the first stage of
-    /// a pass, where that is the lit colour.
+    /// a pass, where that is the lit colour. Without a texture unit left it is reported, and left out.
     void appendStage(const MappedTextureGL & texture, TexEnvCombineGL * stage);
     /// Attributes that hold while the current pass is drawn.
     AttributeComposite * getCurrentPass() const;

@@ -54,11 +54,13 @@ public:
     /// The triangles in an area, as ranges that do not adjoin.
     std::vector<Range> rangesIn(const Bounds & area) const;
 
-    /// Draws ranges of triangles with the vertex attributes of the set. The engine's context is current.
+    /// Draws ranges of triangles with the vertex attributes of the set; one that reaches beyond them is
+    /// reported, and left out. Draws nothing where the driver had no memory. The engine's context is current.
     void draw(EngineGL * engine, const std::vector<Range> & ranges) const;
 
     void acceptChildren(std::vector<Visitable *> & children) const override;
-    /// Attributes "levels" (default 0), "polygonSet" (null), "box" (undefined), "horizontal" (true).
+    /// Attributes "levels" (default 0), "polygonSet" (null), "box" (undefined), "horizontal" (true). Throws
+    /// `IOError` for more than `maxLevels`.
     void serialize(SerializationManager & m) override;
 
 protected:

@@ -35,7 +35,7 @@ public:
     void attachColor(unsigned index, SO<RenderBufferGL> buffer);
     /// `buffer` has a depth format; with a depth and stencil format it serves as both.
     void attachDepth(SO<RenderBufferGL> buffer);
-    /// Whether the attachments can be drawn into together.
+    /// Whether the attachments can be drawn into together; false in another context.
     bool isComplete() const;
 
     /// Directs drawing and reading to the attachments, with the viewport on all of them. `unbind` restores

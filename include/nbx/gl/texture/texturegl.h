@@ -95,7 +95,7 @@ public:
 
     /// A texture with the same mapping whose red, green, blue and alpha are this one's luminance
     /// (0.299 R + 0.587 G + 0.114 B). Made on first use and when the content changed, by reading the texels
-    /// back. Null for depth textures.
+    /// back. Null for depth textures, and for targets other than GL_TEXTURE_2D. The context is current.
     SO<TextureGL> luminanceMask(EngineGL * engine) const;
 
     void serialize(SerializationManager & m) override;

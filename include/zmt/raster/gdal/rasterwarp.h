@@ -19,7 +19,8 @@ public:
     /// cylindrical system, true to scale in its middle, where it is larger. A raster in feet and the like
     /// keeps its cells and gets coordinates in metres. Any other raster is given back as it is. Heights are
     /// not touched. Undefined cells of the result are NaN. The raster is null when `progress` was
-    /// cancelled. Throws `NBX::InputException` where the coordinates are no positions on the globe.
+    /// cancelled. Throws `NBX::InputException` where the coordinates are no positions on the globe, and where
+    /// the system cannot be converted.
     static GeoRaster toMetric(const GeoRaster & source, NBX::Progress * progress = nullptr);
 };
 

@@ -12,7 +12,8 @@ namespace ZMT::CORE {
 class InterpolatedTerrainTexturingEffect : public TerrainTexturingEffect {
     NBX_STORED_CLASS(InterpolatedTerrainTexturingEffect, TerrainTexturingEffect)
 public:
-    /// `texture1` may be null. `outsideWeight` is the factor for patches outside the interpolator's box.
+    /// `texture1` may be null; other null ones are reported, and left out. `outsideWeight`, from 0 to 1, is
+    /// the factor for patches outside the interpolator's box.
     InterpolatedTerrainTexturingEffect(TerrainTexture * interpolator, TerrainTexture * texture1,
                                        TerrainTexture * texture2, double outsideWeight);
 

@@ -18,10 +18,12 @@ class GeometryPatch;
 ///
 /// `refine` and `request` are called by the terrain's painter, on the render thread, inside a frame. Their
 /// arguments are the same everywhere:
-/// - `patch`: what is about to be drawn; `engine`: that of the frame; `viewInfo`: the view;
+/// - `patch`: what is about to be drawn; `engine`: that of the frame;
+/// - `viewInfo`: the view, in the frame of the patches;
 /// - `viewportWidth`, `viewportHeight`: in pixels;
 /// - `priority`: starting weight of a streaming request, 1.0 from the painter;
-/// - `eye`: the point of the patch nearest to the viewer, where the screen size of a texel is measured;
+/// - `eye`: the point of the patch's box nearest to the viewer, in the same frame, where the screen size of a
+///   texel is measured;
 /// - `textureError`: allowed screen size of a texel, in pixels;
 /// - `inMotion`: the view is being navigated in this frame;
 /// - `asynchronous`: missing data may come later; otherwise it must come now;

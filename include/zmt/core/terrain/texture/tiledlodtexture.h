@@ -102,9 +102,10 @@ class TiledLODTexture::Mapper
 public:
     Mapper();
     ~Mapper() override;
-}; /// Makes the texture of a `Patch`: the empty one where the pyramid has nothing. Throws when the pyramid
-   /// cannot
-/// be read there, and reports that the first time. Works on any thread, one call at a time.
+};
+
+/// Makes the texture of a `Patch`: the empty one where the pyramid has nothing. Throws when the pyramid
+/// cannot be read there, and reports that the first time. Works on any thread, one call at a time.
 class TiledLODTexture::Preparer : public NBX::CallbackR1<NBX::SO<NBX::TextureGL>, NBX::SO<Patch>> {
     using Base = NBX::CallbackR1<NBX::SO<NBX::TextureGL>, NBX::SO<Patch>>;
     NBX_CLASS(Preparer, Base)

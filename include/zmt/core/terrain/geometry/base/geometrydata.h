@@ -36,16 +36,19 @@ public:
     virtual Point vertex(unsigned v) const = 0;
     /// Upwards, not of unit length.
     virtual Point normal(unsigned v) const = 0;
-    /// Height at the x and z of `p`, in geo coordinates; `p.y` is not read.
+    /// Height at the x and z of `p`, in geo coordinates; `p.y` is not read. Outside and over undefined cells
+    /// a value that `isUndefinedHeightValue` knows.
     virtual double calculateHeight(const Point & p) const = 0;
     /// True when the height at `p` would touch undefined cells.
     virtual bool hasUndefinedHeight(const Point & p) const = 0;
     virtual bool isUndefinedHeightValue(double height) const = 0;
     /// The size of a cell in x and y of the map.
     virtual std::pair<double, double> getCellSize() const = 0;
-    /// Fills `target`, which defines its own grid, with the heights of this data.
+    /// Fills `target`, which defines its own grid, with the heights of this data, and with its undefined
+    /// value where there are none. False where no cell of `target` lies on this data.
     virtual bool resampleRasterData(RASTER::SimpleRasterData<float> * target) const = 0;
-    /// The part of the surface in `box`, as triangles, all in geo coordinates; null where there is none.
+    /// The part of the surface over the rectangle of `box` in x and z, as triangles, all in geo coordinates;
+    /// null where there is none. `progress` may be null.
     virtual NBX::SO<NBX::PolygonSet> extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const = 0;
     /// The shift from local to geo coordinates.
     virtual Point origin() const;

@@ -35,6 +35,7 @@ public:
     /// `ambient` is the brightness, 0 to 1, where the sun towards which `direction` points does not shine.
     /// Null for less than two columns or rows, when cancelled, and without room for temporary files.
     NBX::SO<TerrainTexture> createStaticLightMap(double ambient, const Point & direction) override;
+    /// Null as above.
     NBX::SO<TerrainTexture> createDynamicLightMap() override;
 
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
@@ -60,7 +61,7 @@ public:
     double worstErrorRatio() const { return worstErrorRatio_; }
 
     /// The box, in scene coordinates and without the wall, of the mesh of the patch of `size` by `size`
-    /// lattice vertices from (`x`, `y`) on.
+    /// lattice vertices from (`x`, `y`) on, at `threshold` steps. `wall` is not read.
     NBX::Bounds calculateBoundingBox(unsigned x, unsigned y, unsigned size, unsigned short threshold,
                                      double wall) const;
 

@@ -16,7 +16,8 @@ class MicroTrianglesData;
 /// are grid vertices and further ones. `CreateHybridData` makes it.
 ///
 /// The vertices of the grid come first in the numbering, then those that are not on the grid, which have no
-/// normals of their own. Immutable once made: may be read from any thread.
+/// normals of their own. Height queries and `extractMesh` know the vertices of the grid alone, so that they
+/// may differ from a micro-structure. Immutable once made: may be read from any thread.
 class HybridData : public GridData {
     NBX_STORED_CLASS(HybridData, GridData)
 public:

@@ -30,8 +30,8 @@ public:
     /// `vertexIndices` are numbers of `data`, ascending; an entry's position is its local number.
     /// `stripRanges` holds the position in `stripIndices` at which each strip ends. `border0` to `border3`
     /// are the local numbers along the sides, corners included, and `outer0` to `outer3` tell whether the
-    /// side lies on the edge of the whole grid. The lists are copied; writing
-    /// reports those that were no arrays.
+    /// side lies on the edge of the whole grid. The lists are copied, but what they refer to is not checked;
+    /// writing reports those that were no arrays.
     TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & vertexIndices,
              const LocalNumbers & stripIndices, const VertexNumbers & stripRanges,
              const LocalNumbers & border0, bool outer0, const LocalNumbers & border1, bool outer1,
@@ -40,6 +40,7 @@ public:
     ~TinPatch() override;
 
     NBX::SO<GeometryData> data() const override;
+    /// Throws `NBX::IOError` where the stored lists do not fit together, or not to the data.
     void serialize(NBX::SerializationManager & m) override;
 
     /// The lists are views that keep the patch and show what it had when they were made; null where empty.

@@ -58,8 +58,8 @@ public:
     virtual NBX::SO<TerrainTexture> createDynamicLightMap();
 
     /// Triangles that take the textures of the terrain, made of all the sets together as by the operation
-    /// below. Normals, colours and the texture coordinates of unit 0 are taken from the sets given. Null when
-    /// there are no triangles.
+    /// below. The sets given are changed: they lose their normals, their colours and the texture coordinates
+    /// of unit 0. Null when there are no triangles.
     virtual NBX::SO<TerrainTexturedGeometry>
     createTerrainTexturedTriangles(const std::vector<NBX::SO<NBX::PolygonSet>> & sets);
     /// The triangles lie where the set has them, in geo coordinates and with its heights; they show where
