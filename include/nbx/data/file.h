@@ -24,6 +24,7 @@ enum SeekMode { SM_Begin, SM_Current, SM_End };
 class File : public SharedObj {
     NBX_CLASS(File, SharedObj)
 public:
+    /// Folders and pipes are no files: they throw, and a pipe keeps nobody waiting.
     explicit File(const std::string & path, WriteMode mode = WM_ReadOnly);
     ~File() override;
     File(const File &) = delete;

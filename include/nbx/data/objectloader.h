@@ -18,8 +18,8 @@ public:
     /// The object of class `className`, or of one derived from it, in the file; any object for the empty
     /// class name. The readers that may produce it and whose suffix fits are asked by falling priority, and
     /// where no suffix fits, all that may produce it; a file in our own object format is read whatever its
-    /// suffix. Null when there is no such file or no reader makes such an object of
-    /// it; with `reportsFailure` that is also reported at level 2.
+    /// suffix. Null when there is no such file or no reader makes such an object of it; with `reportsFailure`
+    /// that is also reported at level 2.
     static SO<SharedObj> readFile(const std::string & path, const ID & className, bool reportsFailure);
 };
 

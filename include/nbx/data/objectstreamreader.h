@@ -26,10 +26,10 @@ public:
     static bool hasMagic(const void * data, std::uint64_t size);
 
     /// `data` stays the caller's, and must live as long as the reader.
-    ObjectStreamReader(const void * data,
-                       std::uint64_t size); /// Visitors, painters and ray tests go down a scene by recursion.
-                                            /// At this depth they stay within a stack of
-    /// 512 KiB, and with the address sanitizer within 2 MiB; see docs/object-stream.md.
+    ObjectStreamReader(const void * data, std::uint64_t size);
+
+    /// Visitors, painters and ray tests go down a scene by recursion. At this depth they stay within a stack
+    /// of 512 KiB, and with the address sanitizer within 2 MiB; see docs/object-stream.md.
     static constexpr unsigned maxDepth = 500;
 
     /// The root object; null when its class is unknown. Throws `IOError` for bytes that are no sound stream,

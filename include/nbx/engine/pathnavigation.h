@@ -19,6 +19,7 @@ public:
     /// The keys are sorted by time.
     PathNavigation(LookAt * eye, std::vector<Key> keys);
 
+    /// Seconds from the first key to the last; 0 without keys.
     double duration() const;
     /// Eye and target go straight from key to key; before the first and behind the last they stand still.
     bool update(double time) override;

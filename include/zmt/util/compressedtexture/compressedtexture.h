@@ -21,8 +21,7 @@ class VirtualTiledGeoImage;
 /// describes them. A file appears under its name when it is complete: when writing is cancelled, fails or is
 /// killed, nothing of it is left. Needs room on the disk for the file, and for the pixels of the two largest
 /// levels aside. Main memory is bounded: 160 MiB for levels, a cache of at most 128 MiB of the source, and 16
-/// bytes a tile. Several threads may write different
-/// files at once.
+/// bytes a tile. Several threads may write different files at once.
 class CompressedTexture {
 public:
     /// How a tile's pixels are stored; the values are those of the files. Lines go from the south to the
