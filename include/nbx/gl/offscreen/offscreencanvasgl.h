@@ -15,7 +15,8 @@ public:
     OffscreenCanvasGL(unsigned width, unsigned height, GLCanvas * shareWith = nullptr);
     ~OffscreenCanvasGL() override;
 
-    /// True when this process can make such canvases.
+    /// True when this process can make contexts. Whether their driver has frame buffer objects shows when the
+    /// canvas is made.
     static bool isSupported();
 
     unsigned maxSize() const override;

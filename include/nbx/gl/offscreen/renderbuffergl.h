@@ -11,8 +11,9 @@ class EngineGL;
 class RenderBufferGL : public SharedObj {
     NBX_CLASS(RenderBufferGL, SharedObj)
 public:
-    /// `format` is an internal format such as GL_RGBA8 or GL_DEPTH24_STENCIL8. A null engine and a size
-    /// above the driver's limit are reported; the buffer then has no name.
+    /// `format` is an internal format such as GL_RGBA8 or GL_DEPTH24_STENCIL8. A null engine and a size of 0
+    /// or above the driver's limit are reported; the buffer then has no name, as where the driver has no
+    /// frame buffer objects.
     RenderBufferGL(EngineGL * engine, unsigned width, unsigned height, unsigned format);
 
     unsigned width() const { return width_; }
