@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include <nbx/object/classpattern.h>
@@ -15,7 +16,7 @@ namespace NBX {
 class Manager;
 
 /// What drives everything that goes on by itself: the managers that were added to it, canvases among them.
-/// Belongs to one thread.
+/// Belongs to the thread that made it.
 ///
 /// A program without an event loop calls `step` again and again. One with an event loop calls `serve` at the
 /// time of `nextTick`, which it asks for again after each call and after each alarm.
@@ -30,7 +31,8 @@ public:
     /// Keeps `manager`, once. Null is reported under "manager" with "no manager".
     void addManager(Manager * manager);
     /// The same without keeping it: it is off the clock when it dies. Does nothing for one that is kept. May
-    /// be called in the manager's constructor.
+    /// be called in the manager's constructor. Does nothing on another thread: what a canvas shows there is
+    /// its owner's business.
     void watchManager(Manager * manager);
     /// False when the manager was not there.
     bool removeManager(Manager * manager);
@@ -52,7 +54,8 @@ public:
 
     /// `alarm` is called when `nextTick` may have come nearer, but not from within `tick`. Empty for none.
     void setAlarm(std::function<void()> alarm);
-    /// To be called by a manager that wants to be called earlier than it said before.
+    /// To be called by a manager that wants to be called earlier than it said before. Does nothing on another
+    /// thread.
     void hasten();
 
 protected:
@@ -67,7 +70,9 @@ private:
     };
     std::vector<Entry>::iterator find(const Manager * manager);
     void enter(Manager * manager, bool isKept);
+    bool isOnItsThread() const { return std::this_thread::get_id() == thread_; }
 
+    const std::thread::id thread_ = std::this_thread::get_id();
     std::vector<Entry> entries_;
     std::function<void()> alarm_;
     NBXTime lastTick_ = -never();

@@ -1,6 +1,7 @@
 #include <nbx/engine/canvas.h>
 
 #include <algorithm>
+#include <mutex>
 
 #include <nbx/engine/clock.h>
 #include <nbx/engine/engine.h>
@@ -19,6 +20,12 @@ namespace {
 std::vector<Canvas *> & allCanvases() {
     static std::vector<Canvas *> canvases;
     return canvases;
+}
+
+/// Of the list: a thread that prepares data may have a canvas of its own.
+std::mutex & listMutex() {
+    static std::mutex & mutex = *new std::mutex;
+    return mutex;
 }
 
 /// The first global camera that stands in a node, or in one below, that is evaluated.
@@ -54,11 +61,15 @@ public:
 NBX_CLASS_IMPL(Canvas, Manager)
 
 Canvas::Canvas(Clock * clock) : Manager(clock) {
-    allCanvases().push_back(this);
+    {
+        const std::lock_guard lock(listMutex());
+        allCanvases().push_back(this);
+    }
     this->clock()->watchManager(this);
 }
 
 Canvas::~Canvas() {
+    const std::lock_guard lock(listMutex());
     std::vector<Canvas *> & canvases = allCanvases();
     canvases.erase(std::find(canvases.begin(), canvases.end(), this));
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <utility>
 
 #include <nbx/engine/manager.h>
@@ -56,7 +55,7 @@ void Clock::addManager(Manager * manager) {
 }
 
 void Clock::watchManager(Manager * manager) {
-    enter(manager, false);
+    if (isOnItsThread()) enter(manager, false);
 }
 
 bool Clock::removeManager(Manager * manager) {
@@ -115,7 +114,7 @@ void Clock::setAlarm(std::function<void()> alarm) {
 }
 
 void Clock::hasten() {
-    if (alarm_ && !isTicking_) alarm_();
+    if (isOnItsThread() && alarm_ && !isTicking_) alarm_();
 }
 
 void Clock::sleepUntil(const NBXTime & time) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -336,6 +337,21 @@ TEST_F(CanvasTest, oddDelaysDoNotStopTheClock) {
     canvas->postForRedisplay(1.0);
     EXPECT_TRUE(clock->step());
     EXPECT_FALSE(canvas->redisplayPending());
+}
+
+TEST_F(CanvasTest, thoseOfAnotherThreadAreNotTheClocksBusiness) {
+    unsigned alarms = 0;
+    clock->setAlarm([&] { ++alarms; });
+    std::thread([&] {
+        const SO<ProbeCanvas> other(new ProbeCanvas(clock.get()));
+        other->postForRedisplay(0.0);
+        EXPECT_FALSE(other->isActive());
+        EXPECT_TRUE(other->redisplayPending());
+        other->redisplay();
+    }).join();
+    EXPECT_EQ(alarms, 0U);
+    EXPECT_FALSE(clock->step());
+    clock->setAlarm({});
 }
 
 } // namespace
