@@ -16,6 +16,10 @@ public:
     /// Number of bytes.
     virtual unsigned size() const = 0;
     virtual bool isWritable() const = 0;
+    /// Copies up to `bytes` bytes from `offset` on to `target`, and gives their number, which is smaller only
+    /// where the block ends. Of a block that lies elsewhere only these are fetched, while `pointer` wants
+    /// all.
+    virtual unsigned read(unsigned offset, void * target, unsigned bytes) const;
 };
 
 } // namespace NBX

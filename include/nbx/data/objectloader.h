@@ -7,7 +7,7 @@
 
 namespace NBX {
 
-/// Reads object files with the reader that fits. May be used from any thread.
+/// Reads objects from files and servers with the reader that fits. May be used from any thread.
 class ObjectLoader {
 public:
     /// Called when libraries load; readers stay for the life of the process.
@@ -15,12 +15,14 @@ public:
     /// By falling priority, then in order of installation.
     static std::vector<SO<ObjectReader>> readers();
 
-    /// The object of class `className`, or of one derived from it, in the file; any object for the empty
-    /// class name. The readers that may produce it and whose suffix fits are asked by falling priority, and
-    /// where no suffix fits, all that may produce it; a file in our own object format is read whatever its
-    /// suffix. Null when there is no such file or no reader makes such an object of it; with `reportsFailure`
-    /// that is also reported at level 2.
-    static SO<SharedObj> readFile(const std::string & path, const ID & className, bool reportsFailure);
+    /// The object of class `className`, or of one derived from it, that lies at `locator`; any object for the
+    /// empty class name. A locator is a path or a URL; one of the scheme "file" stands for a path. Of the
+    /// readers that may produce the class, and read from the scheme of a URL, those whose suffix fits are
+    /// asked by falling priority, and where no suffix fits, all of them; a file in our own object format is
+    /// read whatever its suffix. Nothing of a file is read before a reader wants it. Null when there is no
+    /// such file or no reader makes such an object of it; with `reportsFailure` that is also reported at
+    /// level 2.
+    static SO<SharedObj> readFile(const std::string & locator, const ID & className, bool reportsFailure);
 };
 
 } // namespace NBX

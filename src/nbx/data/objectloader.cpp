@@ -1,17 +1,18 @@
 #include <nbx/data/objectloader.h>
 
 #include <algorithm>
-#include <cstdint>
+#include <array>
 #include <functional>
 #include <mutex>
 
-#include <nbx/data/file.h>
-#include <nbx/data/filedataresource.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/object/errorhandler.h>
-#include <nbx/object/exception.h>
 #include <nbx/object/stringutils.h>
+
+#include "lazyfileresource.h"
+#include "locator.h"
+#include "objectstreamformat.h"
 
 namespace NBX {
 
@@ -55,30 +56,29 @@ ObjectReader & nativeReader() {
     return *reader;
 }
 
-/// Files up to this size are read at once, so that one who makes the file shorter does no harm; of larger
-/// ones, readers mostly want a part only.
-constexpr std::uint64_t s_largestCopy = 256 << 20;
-
-SO<DataResource> resourceOf(const std::string & path) {
-    if (!File::isFile(path)) throw FileNotFoundException(L"file not found", path);
-    File file(path);
-    const std::uint64_t size = file.size();
-    if (size > s_largestCopy) return new FileDataResource(path, 0, false);
-    const SO<DataResource> resource(new MemoryDataResource(static_cast<unsigned>(size)));
-    if (file.read(resource->pointer(), size) != size) throw IOException(L"the file became shorter", path);
-    resource->setObjectName(StringUtils::Utf8String2WString(path));
+/// What a reader is given: the bytes of a file on demand, or for what lies elsewhere the name alone.
+SO<DataResource> resourceOf(const Locator & locator) {
+    if (locator.isFile()) return new LazyFileResource(locator.text());
+    SO<DataResource> resource(new MemoryDataResource(0, false));
+    resource->setObjectName(StringUtils::Utf8String2WString(locator.text()));
     return resource;
 }
 
+bool isNative(const DataResource & resource) {
+    std::array<char, sizeof s_streamMagic> start;
+    return ObjectStreamReader::hasMagic(start.data(), resource.read(0, start.data(), start.size()));
+}
+
 /// The readers to ask, in order.
-std::vector<SO<ObjectReader>> candidates(const DataResource & resource, const std::string & path,
+std::vector<SO<ObjectReader>> candidates(const DataResource & resource, const Locator & locator,
                                          const ID & className) {
-    if (ObjectStreamReader::hasMagic(resource.pointer(), resource.size())) return {&nativeReader()};
+    if (isNative(resource)) return {&nativeReader()};
     std::vector<SO<ObjectReader>> result = ObjectLoader::readers();
     std::erase_if(result, [&](const SO<ObjectReader> & reader) {
-        return !className.isEmpty() && !reader->canProduce(className);
+        return (!className.isEmpty() && !reader->canProduce(className)) ||
+               (!locator.isFile() && !reader->readsFrom(locator.scheme()));
     });
-    const std::string suffix = File::extensionName(path);
+    const std::string suffix = locator.suffix();
     const auto fits = [&](const SO<ObjectReader> & reader) { return reader->hasSuffix(suffix); };
     if (std::any_of(result.begin(), result.end(), fits)) std::erase_if(result, std::not_fn(fits));
     return result;
@@ -121,13 +121,17 @@ std::vector<SO<ObjectReader>> ObjectLoader::readers() {
     return table.readers;
 }
 
-SO<SharedObj> ObjectLoader::readFile(const std::string & path, const ID & className, bool reportsFailure) {
+SO<SharedObj> ObjectLoader::readFile(const std::string & text, const ID & className, bool reportsFailure) {
     std::wstring failure;
     SO<SharedObj> object;
     try {
-        const SO<DataResource> resource = resourceOf(path);
-        const auto readers = candidates(*resource, path, className);
-        if (readers.empty()) failure = L"no reader for this kind of file";
+        const Locator locator(text);
+        const SO<DataResource> resource = resourceOf(locator);
+        const auto readers = candidates(*resource, locator, className);
+        if (readers.empty())
+            failure = locator.isFile()
+                          ? L"no reader for this kind of file"
+                          : L"no reader fetches such objects from a server; use a copy in a file";
         for (const SO<ObjectReader> & reader : readers) {
             object = readWith(*reader, *resource, className, failure);
             if (object) return object;
@@ -136,7 +140,7 @@ SO<SharedObj> ObjectLoader::readFile(const std::string & path, const ID & classN
         failure = StringUtils::Utf8String2WString(e.what());
     }
     if (reportsFailure)
-        NBX_FAILURE(L"cannot load " << StringUtils::Utf8String2WString(path) << L": " << failure);
+        NBX_FAILURE(L"cannot load " << StringUtils::Utf8String2WString(text) << L": " << failure);
     return nullptr;
 }
 

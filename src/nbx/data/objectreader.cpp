@@ -10,6 +10,10 @@ int ObjectReader::priority() const {
     return 0;
 }
 
+bool ObjectReader::readsFrom(const std::string &) const {
+    return false;
+}
+
 bool ObjectReader::hasSuffix(const std::string & suffix) const {
     return isInSuffixList(objectFileSuffix(), suffix);
 }

@@ -230,7 +230,9 @@ std::size_t CompressedImage::dataSize(Compression compression, int width, int he
 }
 
 bool CompressedImage::isRawData(const DataResource & data) {
-    return data.size() >= headerSize && !std::memcmp(data.pointer(), magic, sizeof(magic));
+    std::array<char, sizeof(magic)> start;
+    return data.size() >= headerSize && data.read(0, start.data(), start.size()) == start.size() &&
+           !std::memcmp(start.data(), magic, start.size());
 }
 
 SO<DataResource> CompressedImage::newRawData(Compression compression, int width, int height,

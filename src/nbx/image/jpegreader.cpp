@@ -4,10 +4,10 @@
 
 #include <nbx/image/jpegreader.h>
 
+#include <array>
 #include <csetjmp>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 #include <jpeglib.h>
@@ -140,8 +140,9 @@ SO<Image> readLines(Decoder & decoder, Progress * progress) {
 } // namespace
 
 bool JPEGReader::recognizes(const DataResource * data) {
-    static const unsigned char start[] = {0xFF, 0xD8, 0xFF};
-    return data && data->size() >= sizeof(start) && !std::memcmp(data->pointer(), start, sizeof(start));
+    static constexpr std::array<unsigned char, 3> mark = {0xFF, 0xD8, 0xFF};
+    std::array<unsigned char, mark.size()> start;
+    return data && data->read(0, start.data(), start.size()) == start.size() && start == mark;
 }
 
 SO<Image> JPEGReader::read(const DataResource * data) {

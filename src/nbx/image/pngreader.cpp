@@ -1,5 +1,6 @@
 #include <nbx/image/pngreader.h>
 
+#include <array>
 #include <csetjmp>
 #include <cstdint>
 #include <cstring>
@@ -100,8 +101,9 @@ LayerSequence layersOf(int channels) {
 } // namespace
 
 bool PNGReader::recognizes(const DataResource * data) {
-    return data && data->size() >= signatureBytes &&
-           !png_sig_cmp(static_cast<png_const_bytep>(data->pointer()), 0, signatureBytes);
+    std::array<png_byte, signatureBytes> start;
+    return data && data->read(0, start.data(), start.size()) == start.size() &&
+           !png_sig_cmp(start.data(), 0, start.size());
 }
 
 SO<Image> PNGReader::read(const DataResource * data) {

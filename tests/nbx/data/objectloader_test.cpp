@@ -3,12 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/data/file.h>
 #include <nbx/data/objectsaver.h>
 #include <nbx/object/exception.h>
+#include <nbx/object/nbxtime.h>
+#include <nbx/object/stringutils.h>
 #include <support/recordedreports.h>
+#include <support/temporaryfolder.h>
 
 using namespace NBX;
 
@@ -53,6 +60,45 @@ private:
     int priority_;
 };
 
+/// Opens by itself what the name of the resource says, on servers as well. "refuse" in a name makes it give
+/// nothing.
+class RemoteReader : public ObjectReader {
+    NBX_TEMPLATE_CLASS(RemoteReader, ObjectReader)
+public:
+    int priority() const override { return -9; }
+    bool canProduce(const ID & name) const override { return Text::ClassInfoNBX()->isA(name); }
+    std::string objectFileSuffix() const override { return "remote"; }
+    std::string objectFormatName() const override { return "remote text"; }
+    bool readsFrom(const std::string & scheme) const override { return scheme == "http"; }
+    SO<SharedObj> read(DataResource * resource) override {
+        if (!resource || resource->getObjectName().find(L"refuse") != std::wstring::npos) return nullptr;
+        const SO<Text> object(new Text);
+        object->text = StringUtils::WString2Utf8String(resource->getObjectName());
+        object->reader = "remote";
+        return object;
+    }
+};
+
+/// Tells by the first bytes, and counts how often it was asked for all of them.
+class HeadReader : public ObjectReader {
+    NBX_TEMPLATE_CLASS(HeadReader, ObjectReader)
+public:
+    bool canProduce(const ID & name) const override { return Text::ClassInfoNBX()->isA(name); }
+    std::string objectFileSuffix() const override { return "head"; }
+    std::string objectFormatName() const override { return "headed text"; }
+    SO<SharedObj> read(DataResource * resource) override {
+        std::string head(4, ' ');
+        if (resource->read(0, head.data(), 4) != 4 || head != "HEAD") return nullptr;
+        // As another process may do at any moment.
+        if (isCut) std::filesystem::resize_file(resource->getObjectName(), 4);
+        const SO<Text> object(new Text);
+        object->text = std::string(static_cast<const char *>(resource->pointer()), resource->size());
+        object->reader = "head";
+        return object;
+    }
+    static inline bool isCut = false;
+};
+
 class TextWriter : public ObjectWriter {
     NBX_TEMPLATE_CLASS(TextWriter, ObjectWriter)
 public:
@@ -74,6 +120,8 @@ protected:
         ObjectLoader::install(new TagReader("low", "tst;text", -5));
         ObjectLoader::install(new TagReader("", "tst", -7));
         ObjectLoader::install(new TagReader("high", "tst", 5));
+        ObjectLoader::install(new RemoteReader);
+        ObjectLoader::install(new HeadReader);
         ObjectSaver::install(new TextWriter);
     }
     ~ObjectLoaderTest() override {
@@ -213,6 +261,89 @@ TEST_F(ObjectLoaderTest, ADamagedObjectFileIsNull) {
     const ID name = Array<double>::ClassNameNBX();
     EXPECT_FALSE(ObjectLoader::readFile(file(".nbx", "NBXO\r\n\x1a\n broken"), name, false));
     EXPECT_FALSE(ObjectLoader::readFile(file(".nbx", "something else"), name, false));
+}
+
+TEST_F(ObjectLoaderTest, WhatLiesOnAServerIsForReadersThatFetchIt) {
+    const RecordedReports reports;
+    for (const char * url :
+         {"http://host/a.remote", "HTTP://host/a.remote?x=1", "http://host/a", "http://h/a.tst"}) {
+        const SO<Text> object = load(url);
+        ASSERT_TRUE(object) << url;
+        EXPECT_EQ(object->reader, "remote") << url;
+        EXPECT_EQ(object->text, url) << "the name is the whole locator";
+    }
+    EXPECT_FALSE(load("ftp://host/a.remote"));
+    EXPECT_FALSE(load("http://host/refuse.remote"));
+    EXPECT_FALSE(load("http://host/a.remote", "NBX::Image"));
+    EXPECT_TRUE(reports.empty()) << reports;
+    EXPECT_FALSE(load("ftp://host/a.remote", ID(), true));
+    EXPECT_NE(reports.last().message.find(L"no reader fetches"), std::wstring::npos) << reports;
+    EXPECT_FALSE(load("http://host/refuse.remote", ID(), true));
+    EXPECT_NE(reports.last().message.find(L"unusable as remote text"), std::wstring::npos) << reports;
+}
+
+TEST_F(ObjectLoaderTest, FileUrlsArePaths) {
+    const std::string name = file(" 1.tst", "low");
+    std::string url = "file://" + name;
+    url.replace(url.find(' '), 1, "%20");
+    const SO<Text> object = load(url);
+    ASSERT_TRUE(object);
+    EXPECT_EQ(object->reader, "low");
+    EXPECT_EQ(object->getObjectName(), StringUtils::Utf8String2WString(name));
+}
+
+TEST_F(ObjectLoaderTest, NothingOfALargeFileIsReadUntilAReaderWantsIt) {
+    const std::string name = file(".head", "TAIL");
+    // Of so large a file all bytes do not fit into the memory that tests may take.
+    std::filesystem::resize_file(name, std::uint64_t(3) << 30);
+    const double start = NBXTime::now();
+    EXPECT_FALSE(load(name));
+    EXPECT_FALSE(ObjectLoader::readFile(name, "NBX::Image", false));
+    EXPECT_LT(NBXTime::now() - start, 0.5);
+    EXPECT_FALSE(TemporaryFolder::isMapped("nbx-loader-test-"));
+}
+
+TEST_F(ObjectLoaderTest, FileThatBecomesShorterWhileItIsReadIsAFailure) {
+    const RecordedReports reports;
+    const std::string name = file(".head", "HEAD and all that follows it");
+    HeadReader::isCut = true;
+    const SO<Text> object = load(name, Text::ClassNameNBX(), true);
+    HeadReader::isCut = false;
+    EXPECT_FALSE(object);
+    EXPECT_NE(reports.last().message.find(L"the file became shorter"), std::wstring::npos) << reports;
+    EXPECT_EQ(load(name)->text, "HEAD");
+}
+
+TEST_F(ObjectLoaderTest, LargeFileThatBecomesShorterDoesNotEndTheProcess) {
+    const std::string name = file(".head", "HEAD");
+    std::filesystem::resize_file(name, std::uint64_t(300) << 20);
+    HeadReader::isCut = true;
+    const SO<Text> object = load(name);
+    HeadReader::isCut = false;
+    EXPECT_FALSE(object);
+}
+
+TEST_F(ObjectLoaderTest, FoldersAndPipesAreFailures) {
+    const RecordedReports reports;
+    const std::string pipe = path(".tst");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string & name : {pipe, std::string("/tmp"), std::string("/dev/zero")}) {
+        EXPECT_FALSE(load(name, ID(), true));
+        EXPECT_NE(reports.last().message.find(L"is no regular file"), std::wstring::npos) << reports;
+    }
+    EXPECT_FALSE(load("", ID(), true));
+}
+
+TEST_F(ObjectLoaderTest, FilesWithoutTheRightToReadAreFailures) {
+    const std::string name = file(".tst", "low");
+    std::filesystem::permissions(name, std::filesystem::perms::none);
+    const RecordedReports reports;
+    if (::geteuid() == 0) {
+        EXPECT_TRUE(load(name)) << "nothing is hidden from root";
+        return;
+    }
+    EXPECT_FALSE(load(name, ID(), true));
+    EXPECT_NE(reports.last().message.find(L"access rights"), std::wstring::npos) << reports;
 }
 
 } // namespace

@@ -1,0 +1,59 @@
+#include "locator.h"
+
+#include <cctype>
+
+#include <nbx/data/file.h>
+
+namespace NBX {
+
+namespace {
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    const int letter = std::tolower(static_cast<unsigned char>(c));
+    return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
+
+/// "%20" becomes a space; what is no such code stays.
+std::string decoded(const std::string & text) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isCode =
+            text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0;
+        result += isCode ? static_cast<char>(16 * hexDigit(text[i + 1]) + hexDigit(text[i + 2])) : text[i];
+        if (isCode) i += 2;
+    }
+    return result;
+}
+
+/// Empty where `text` begins with none.
+std::string schemeOf(const std::string & text) {
+    const std::size_t end = text.find("://");
+    if (end == std::string::npos || end == 0 || !std::isalpha(static_cast<unsigned char>(text[0]))) return {};
+    std::string scheme;
+    for (const char c : text.substr(0, end)) {
+        const auto letter = static_cast<unsigned char>(c);
+        if (!std::isalnum(letter) && c != '+' && c != '-' && c != '.') return {};
+        scheme += static_cast<char>(std::tolower(letter));
+    }
+    return scheme;
+}
+
+} // namespace
+
+Locator::Locator(const std::string & text) : text_(text), scheme_(schemeOf(text)) {
+    if (scheme_ != "file") return;
+    // The host between the slashes is this one.
+    const std::size_t path = text.find('/', scheme_.size() + 3);
+    text_ = path == std::string::npos ? std::string() : decoded(text.substr(path));
+    scheme_.clear();
+}
+
+std::string Locator::suffix() const {
+    if (isFile()) return File::extensionName(text_);
+    const std::string whole = text_.substr(0, text_.find_first_of("?#"));
+    const std::size_t path = whole.find('/', scheme_.size() + 3);
+    return path == std::string::npos ? std::string() : File::extensionName(whole.substr(path));
+}
+
+} // namespace NBX
