@@ -9,11 +9,13 @@
 #include <array>
 #include <cmath>
 
+#include <QImage>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLocale>
 #include <QMouseEvent>
 #include <QOpenGLContext>
+#include <QPixmap>
 #include <QWheelEvent>
 
 #include "../zmt/commands.h"
@@ -21,6 +23,7 @@
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
+#include <nbx/image/image.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
@@ -58,6 +61,31 @@ bool isFlightKey(int key) {
                        [&](const FlightKey & known) { return known.key == key; });
 }
 
+/// Fills the widget, whatever size it gets.
+QLabel * makePicture(QWidget * parent) {
+    auto * label = new QLabel(parent);
+    label->setObjectName("picture");
+    label->setAttribute(Qt::WA_TransparentForMouseEvents);
+    label->setScaledContents(true);
+    label->hide();
+    return label;
+}
+
+/// Null for none.
+QImage imageOf(const NBX::SO<NBX::Image> & picture) {
+    if (!picture || picture->numberOfLayers() < 3) return {};
+    QImage image(picture->width(), picture->height(), QImage::Format_RGB32);
+    const int layers = picture->numberOfLayers();
+    for (int y = 0; y < image.height(); ++y) {
+        // The lowest line of a picture is its first.
+        const unsigned char * from = picture->lineComponentsU8(image.height() - 1 - y);
+        auto * to = reinterpret_cast<QRgb *>(image.scanLine(y));
+        for (int x = 0; x < image.width(); ++x, from += layers)
+            to[x] = qRgb(from[0], from[1], from[2]);
+    }
+    return image;
+}
+
 QLabel * makeOverlay(QWidget * parent) {
     auto * label = new QLabel(parent);
     label->setObjectName("overlay");
@@ -75,7 +103,7 @@ LandscapeView::LandscapeView(QWidget * parent)
     : QOpenGLWidget(parent), scene_(new NBX::SceneThing),
       motion_(new NBX::ContextData<bool>("MotionFlag", false)), lookAt_(new NBX::LookAt),
       wireframe_(makeWireframe()), geometryError_(ZMT::CORE::TerrainPainterGLSettings::getGeometryError()),
-      overlay_(makeOverlay(this)) {
+      picture_(makePicture(this)), overlay_(makeOverlay(this)) {
     ClockTimer::start();
     WindowContextGL::prepareWidget(this);
     // What was drawn stays while redisplay is switched off.
@@ -116,6 +144,7 @@ void LandscapeView::resizeGL(int width, int height) {
     const auto pixels = [&](int side) { return unsigned(std::max(1.0, side * devicePixelRatioF())); };
     if (canvas_) canvas_->setSize(pixels(width), pixels(height));
     flight_.setLens(s_fieldOfView, double(std::max(width, 1)) / std::max(height, 1));
+    picture_->resize(width, height);
 }
 
 void LandscapeView::paintGL() {
@@ -131,6 +160,7 @@ void LandscapeView::paintGL() {
     frames_.add([this] { canvas_->paint(); });
     if (isMoving()) adaptCoarseness();
     showFigures();
+    if (isComplete()) dropPicture();
     emit frameDrawn();
 }
 
@@ -167,6 +197,25 @@ void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
         overlay_->hide();
     }
     redraw();
+}
+
+void LandscapeView::keepPicture() {
+    if (!landscape_) return;
+    const QImage image = canvas_ && frames_.count > 0 ? imageOf(canvas_->snapshot()) : QImage();
+    setLandscape(nullptr, {});
+    if (image.isNull()) return;
+    picture_->setPixmap(QPixmap::fromImage(image));
+    picture_->setGeometry(rect());
+    picture_->show();
+}
+
+bool LandscapeView::isPictureKept() const {
+    return !picture_->isHidden();
+}
+
+void LandscapeView::dropPicture() {
+    picture_->hide();
+    picture_->clear();
 }
 
 void LandscapeView::goTo(const View & view) {
@@ -216,6 +265,7 @@ void LandscapeView::redraw() {
 }
 
 void LandscapeView::noteMotion() {
+    dropPicture();
     motion_->setValue(true);
     restTimer_.start(s_restMilliseconds);
     redraw();

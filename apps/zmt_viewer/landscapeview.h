@@ -37,6 +37,11 @@ public:
     /// Shows another landscape, or with null nothing. `view` says from where; without it the camera stays.
     void setLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
     const std::shared_ptr<Landscape> & landscape() const { return landscape_; }
+    /// Lets go of the landscape, whose scene must not be drawn any more, but keeps its last picture in sight
+    /// until one of the next landscape is complete, or is moved. Does nothing where none is shown.
+    void keepPicture();
+    /// Whether such a picture lies over what is drawn.
+    bool isPictureKept() const;
 
     /// Back to the view that was set with the landscape, at the present exaggeration.
     void resetView();
@@ -93,6 +98,7 @@ private:
     void rest();
     void adaptCoarseness();
     void showFigures();
+    void dropPicture();
     QPointF placeInPicture(const QPointF & place) const;
 
     NBX::SO<WindowCanvasGL> canvas_;
@@ -114,5 +120,6 @@ private:
 
     QTimer restTimer_, flightTimer_;
     Frames frames_;
+    QLabel * picture_; ///< the one that is kept; hidden without one
     QLabel * overlay_;
 };

@@ -169,7 +169,8 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
     open(localFiles(event->mimeData()));
 }
 
-/// Nothing is shown meanwhile: the origin of the scene belongs to the process, and the loader sets it.
+/// Nothing is drawn meanwhile: the origin of the scene belongs to the process, and the loader sets it. The
+/// last picture stays in sight.
 void ViewerWindow::open(const std::vector<std::string> & files) {
     if (loader_.isRunning()) {
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
@@ -177,7 +178,7 @@ void ViewerWindow::open(const std::vector<std::string> & files) {
     }
     if (files.empty() && options_.terrain.empty()) return;
     before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn()};
-    view_->setLandscape(nullptr, {});
+    view_->keepPicture();
     panel_->setLandscape(nullptr);
     save_->setEnabled(false);
     hint_->hide();

@@ -1,10 +1,13 @@
 #include "viewerwindow.h"
 
+#include <cstdlib>
 #include <filesystem>
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QColor>
 #include <QDropEvent>
+#include <QImage>
 #include <QLabel>
 #include <QMessageBox>
 #include <QMimeData>
@@ -30,6 +33,25 @@ protected:
     }
     QList<QCheckBox *> switches() const { return window->panel()->findChildren<QCheckBox *>(); }
     void press(Qt::Key key) const { QTest::keyClick(view, key); }
+
+    /// The view as the user sees it.
+    QImage seen() const { return view->grab().toImage(); }
+    using ViewerTest::difference;
+    /// Share of the pixels whose colours are far apart; of pictures of two sizes, one is scaled to the
+    /// other's.
+    static double difference(const QImage & a, const QImage & other) {
+        if (a.isNull() || other.isNull()) return 1.0;
+        const QImage b = other.scaled(a.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+        constexpr int far = 40;
+        unsigned different = 0;
+        for (int y = 0; y < a.height(); ++y)
+            for (int x = 0; x < a.width(); ++x) {
+                const QColor p = a.pixelColor(x, y), q = b.pixelColor(x, y);
+                different += std::abs(p.red() - q.red()) > far || std::abs(p.green() - q.green()) > far ||
+                             std::abs(p.blue() - q.blue()) > far;
+            }
+        return double(different) / (double(a.width()) * a.height());
+    }
 
     void drop(const std::vector<std::string> & files) const {
         QMimeData data;
@@ -153,6 +175,79 @@ TEST_F(ViewerWindowTest, CanceledLoadKeepsWhatWasShown) {
     EXPECT_EQ("everest_heights.tif - zmt", window->windowTitle());
     EXPECT_LT(difference(before, picture()), 1e-3);
     EXPECT_TRUE(view->groundAt(middle()));
+}
+
+TEST_F(ViewerWindowTest, LastPictureStaysUntilTheNextIsComplete) {
+    load({s_everest});
+    const QImage before = seen();
+    window->open({s_jacksboro});
+    EXPECT_FALSE(view->landscape()) << "nothing is drawn of a scene whose origin changes";
+    EXPECT_LT(difference(before, seen()), 0.1) << "all but the figures over it";
+    const auto * kept = view->findChild<QLabel *>("picture");
+    ASSERT_TRUE(kept);
+    bool isCovered = true;
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            isCovered = isCovered && (!view->isPictureKept() || kept->geometry() == view->rect());
+            return !view->isPictureKept();
+        },
+        60'000));
+    EXPECT_TRUE(isCovered);
+    EXPECT_TRUE(view->isComplete()) << "the picture behind it is whole";
+    EXPECT_GT(difference(before, seen()), 0.1);
+    EXPECT_EQ("jacksboro_heights.tif - zmt", window->windowTitle());
+}
+
+TEST_F(ViewerWindowTest, KeptPictureFollowsTheSizeOfTheWindow) {
+    load({s_everest});
+    window->open({s_jacksboro});
+    window->resize(900, 700);
+    QTest::qWait(20);
+    if (!view->isPictureKept()) GTEST_SKIP() << "the load was quicker";
+    const auto * kept = view->findChild<QLabel *>("picture");
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(view->rect(), kept->geometry());
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(view->isPictureKept());
+}
+
+TEST_F(ViewerWindowTest, KeptPictureGoesWhenTheLoadFailsOrIsCanceled) {
+    const RunFolder folder;
+    load({s_everest});
+    const QImage before = seen();
+    drop({folder.write("bad.tif", "this is no raster")});
+    EXPECT_TRUE(view->isPictureKept());
+    EXPECT_NE(std::string::npos, failure().find("bad.tif"));
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(view->isPictureKept());
+    EXPECT_LT(difference(before, seen()), 0.05);
+    window->open({s_jacksboro});
+    EXPECT_TRUE(view->isPictureKept());
+    clickCancel();
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(view->isPictureKept());
+    EXPECT_LT(difference(before, seen()), 0.05);
+}
+
+TEST_F(ViewerWindowTest, EmptyWindowHasNoPictureToKeep) {
+    window->open({s_everest});
+    EXPECT_FALSE(view->isPictureKept());
+    EXPECT_TRUE(settle());
+}
+
+TEST_F(ViewerWindowTest, KeptPictureGivesWayToTheFirstMove) {
+    load({s_everest});
+    const auto landscape = view->landscape();
+    view->keepPicture();
+    view->keepPicture();
+    ASSERT_TRUE(view->isPictureKept());
+    view->resetView();
+    EXPECT_TRUE(view->isPictureKept()) << "there is nothing to move";
+    view->setLandscape(landscape, {});
+    EXPECT_TRUE(view->isPictureKept()) << "nothing has been drawn yet";
+    view->resetView();
+    EXPECT_FALSE(view->isPictureKept());
+    EXPECT_TRUE(settle());
 }
 
 TEST_F(ViewerWindowTest, DroppedImageLiesOnTop) {
