@@ -16,6 +16,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
@@ -58,8 +59,8 @@ struct GroundImage {
 /// Where the cells of the grid lie, in geo coordinates.
 NBX::Bounds cellBox(const GridData & grid) {
     const Point halfCell(grid.scale().x * 0.5, 0.0, grid.scale().z * 0.5);
-    return {grid.boundingBox().getLLF() + grid.origin() - halfCell,
-            grid.boundingBox().getURB() + grid.origin() + halfCell};
+    const NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
+    return {geoBox.getLLF() - halfCell, geoBox.getURB() + halfCell};
 }
 
 /// `image` over all cells of the grid.

@@ -21,6 +21,7 @@
 #include <nbx/engine/clock.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
@@ -109,8 +110,8 @@ NBX::SO<NBX::SceneThing> makeScene(const RenderOptions & options, const Landscap
 }
 
 void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
-    const auto low = grid.boundingBox().getLLF() + grid.origin();
-    const auto high = grid.boundingBox().getURB() + grid.origin();
+    const NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
+    const auto low = geoBox.getLLF(), high = geoBox.getURB();
     char place[200];
     std::snprintf(place, sizeof place, "%.10g,%.10g,%.10g to %.10g,%.10g,%.10g", low.x, low.z, low.y, high.x,
                   high.z, high.y);

@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include <nbx/scene/shape/polygonset.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/hybrid/breaklines.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/areadraping.h>
@@ -25,8 +26,8 @@ DataError noAreas(const std::string & path) {
 
 /// Of the vertices, in map coordinates.
 GeoExtent extentOf(const ZMT::CORE::GridData & grid) {
-    const Point low = grid.boundingBox().getLLF() + grid.origin();
-    const Point high = grid.boundingBox().getURB() + grid.origin();
+    const NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
+    const Point low = geoBox.getLLF(), high = geoBox.getURB();
     return {low.x, low.z, high.x, high.z};
 }
 

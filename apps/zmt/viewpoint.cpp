@@ -16,6 +16,7 @@
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/localframe.h>
 
 namespace {
 
@@ -32,9 +33,9 @@ public:
     /// `interest` is what a close-up should show, in scene coordinates; undefined for no preference.
     ViewpointFinder(const GridData & grid, double exaggeration, const NBX::Bounds & interest)
         : grid_(grid), exaggeration_(exaggeration), interest_(interest),
-          offset_(grid.origin() + ZMT::CORE::GeoTransformation::geo2nbxOffset()) {
-        const NBX::Bounds box = grid.boundingBox();
-        box_ = NBX::Bounds(scaled(box.getLLF() + offset_), scaled(box.getURB() + offset_));
+          offset_(ZMT::CORE::LocalFrame(grid.origin()).originInScene()) {
+        const NBX::Bounds sceneBox = ZMT::CORE::LocalFrame(grid.origin()).toScene(grid.boundingBox());
+        box_ = NBX::Bounds(scaled(sceneBox.getLLF()), scaled(sceneBox.getURB()));
         size_ = std::max(box_.diagonal().x, box_.diagonal().z);
     }
 

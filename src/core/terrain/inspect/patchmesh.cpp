@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -55,11 +56,12 @@ NBX::Vector3Base<double> PatchMesh::geoPosition(unsigned v) const {
     if (grid_) {
         const GridData & data = *grid_->grid();
         const unsigned columns = grid_->domain().getWidth() + 1;
-        return data.vertex(unsigned(grid_->domain().getX()) + v % columns,
-                           unsigned(grid_->domain().getY()) + v / columns) +
-               data.origin();
+        return LocalFrame(data.origin())
+            .toGeo(data.vertex(unsigned(grid_->domain().getX()) + v % columns,
+                               unsigned(grid_->domain().getY()) + v / columns));
     }
-    return tin_->data()->vertex(tin_->vertexIndices()->get(v)) + tin_->data()->origin();
+    const NBX::SO<GeometryData> data = tin_->data();
+    return LocalFrame(data->origin()).toGeo(data->vertex(tin_->vertexIndices()->get(v)));
 }
 
 void PatchMesh::forEachTriangle(const std::function<void(unsigned, unsigned, unsigned)> & visit) const {

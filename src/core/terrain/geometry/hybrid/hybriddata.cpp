@@ -5,6 +5,7 @@
 
 #include <nbx/container/sequence/iterator2d.h>
 #include <nbx/container/sequence/serializevalues.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/raster/rasterdata.h>
 
@@ -17,7 +18,7 @@ HybridData::HybridData(const RASTER::RasterData * raster, const std::vector<Poin
     : GridData(raster), microIndices_(microIndices) {
     nonGridVertices_.reserve(nonGridVertices.size());
     for (const Point & geo : nonGridVertices) {
-        nonGridVertices_.push_back(geo - origin());
+        nonGridVertices_.push_back(LocalFrame(origin()).fromGeo(geo));
         nonGridBox_ += nonGridVertices_.back();
     }
     countVertices();

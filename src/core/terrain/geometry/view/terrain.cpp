@@ -9,6 +9,7 @@
 #include <nbx/object/serializationmanager.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
@@ -24,10 +25,8 @@ Terrain::~Terrain() = default;
 
 NBX::Bounds Terrain::boundingBox() const {
     const NBX::SO<GeometryData> geometry = data();
-    const NBX::Bounds box = geometry ? geometry->boundingBox() : NBX::Bounds();
-    if (!box.isDefined()) return box;
-    const Point offset = GeoTransformation::geo2nbxOffset() + origin();
-    return NBX::Bounds(box.getLLF() + offset, box.getURB() + offset);
+    const NBX::Bounds localBox = geometry ? geometry->boundingBox() : NBX::Bounds();
+    return localBox.isDefined() ? LocalFrame(origin()).toScene(localBox) : localBox;
 }
 
 NBX::SO<GeometryData> Terrain::data() const {

@@ -2,7 +2,7 @@
 
 #include <nbx/engine/engine.h>
 #include <nbx/scene/node/scenenode.h>
-#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/draped/terraintexturedtriangles.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
@@ -17,7 +17,7 @@ void paintData(NBX::Engine * engine, const Terrain & terrain) {
     const NBX::SO<GeometryData> data = terrain.data();
     if (!data) return;
     engine->pushModelMatrix(
-        NBX::Matrix4x4Base<double>::translation(terrain.origin() + GeoTransformation::geo2nbxOffset()));
+        NBX::Matrix4x4Base<double>::translation(LocalFrame(terrain.origin()).originInScene()));
     engine->paint(data.get());
     engine->popModelMatrix();
 }

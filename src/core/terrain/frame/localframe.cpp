@@ -1,0 +1,27 @@
+#include <zmt/core/terrain/frame/localframe.h>
+
+#include <zmt/core/terrain/frame/geotransformation.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+NBX::Bounds shifted(const NBX::Bounds & box, const LocalFrame::Point & offset) {
+    return box.isDefined() ? NBX::Bounds(box.getLLF() + offset, box.getURB() + offset) : box;
+}
+
+} // namespace
+
+LocalFrame::Point LocalFrame::originInScene() const {
+    return origin_ + GeoTransformation::geo2nbxOffset();
+}
+
+NBX::Bounds LocalFrame::toGeo(const NBX::Bounds & local) const {
+    return shifted(local, origin_);
+}
+
+NBX::Bounds LocalFrame::toScene(const NBX::Bounds & local) const {
+    return shifted(local, originInScene());
+}
+
+} // namespace ZMT::CORE
