@@ -8,19 +8,20 @@
 #include <unordered_set>
 #include <vector>
 
+#include <nbx/object/attributeruns.h>
 #include <nbx/object/serializationmanager.h>
 
 namespace NBX {
 
-/// Reads what `ObjectStreamWriter` wrote. The bytes are not trusted: the whole structure is checked before
-/// the first object is made, and memory is taken in proportion to the bytes only.
+/// Reads what `ObjectStreamWriter` wrote, also in its first version. The bytes are not trusted: the whole
+/// structure is checked before the first object is made, and memory is taken in proportion to the bytes only.
 ///
 /// Within a section, attributes are found by name and type, whatever stands between them; several of one
 /// name come in the order of the stream, each of them once. An object that another one refers to is read
 /// in full before, unless the two refer to each other in a circle. References to objects of unknown classes
 /// are null. An exception thrown by an object's `serialize` is thrown again for those that ask for the
 /// object.
-class ObjectStreamReader : public SerializationManager {
+class ObjectStreamReader : public SerializationManager, private AttributeRuns {
 public:
     /// True when the bytes begin like a stream of ours.
     static bool hasMagic(const void * data, std::uint64_t size);
@@ -72,20 +73,27 @@ public:
     bool isBeingRead(const SharedObj * object) const override { return unfinished_.contains(object); }
 
 private:
+    /// A record, or some values of a run, which counts as as many records of its numbers' type.
     struct Record {
         std::uint8_t type;
         std::uint64_t name;
+        std::uint64_t count; ///< of the values; 1 but in runs
         const std::uint8_t * payload;
         std::uint64_t bytes; ///< of the payload
         const std::uint8_t * end;
     };
+    /// Where reading goes on: a record, and how many of its values were read.
+    struct Place {
+        const std::uint8_t * record;
+        std::uint64_t taken = 0;
+    };
     /// The records of one name and type of a section that were not read yet.
     struct Queue {
-        std::vector<const std::uint8_t *> records;
+        std::vector<Place> records;
         std::size_t next = 0;
     };
     struct Section {
-        const std::uint8_t * next; ///< up to here the records have been read in their order
+        Place next; ///< up to here the records have been read in their order
         const std::uint8_t * end;
         std::uint64_t bytesLeft;
         bool isIndexed = false;
@@ -93,39 +101,55 @@ private:
     };
     enum class State { Untouched, Made, Complete, Failed };
     struct ObjectEntry {
-        std::uint64_t className;
-        const std::uint8_t * begin;
-        const std::uint8_t * end;
+        std::uint64_t className = 0;
+        const std::uint8_t * begin = nullptr;
+        std::uint64_t bytes = 0;
+        std::size_t references = 0; ///< where those of the object begin
         State state = State::Untouched;
         SO<SharedObj> object;
         std::exception_ptr failure;
     };
 
     void readTables();
-    void validate(const std::uint8_t * begin, const std::uint8_t * end) const;
-    static Record parse(const std::uint8_t * at, const std::uint8_t * end);
-    static std::vector<std::uint64_t> referencesIn(const std::uint8_t * begin, const std::uint8_t * end);
+    void readNames(const std::uint8_t *& at, const std::uint8_t * end);
+    void readObjects(const std::uint8_t *& at, const std::uint8_t * end);
+    void placeBodies(const std::uint8_t * at, const std::uint8_t * end);
+    void validate(ObjectEntry & entry);
+    Record parse(const std::uint8_t * at, const std::uint8_t * end) const;
+    std::uint64_t takePayloadSize(std::uint8_t type, const std::uint8_t *& at,
+                                  const std::uint8_t * end) const;
+
+    bool run(const char * name, int * values, std::uint64_t count) override;
+    bool run(const char * name, unsigned * values, std::uint64_t count) override;
+    bool run(const char * name, unsigned short * values, std::uint64_t count) override;
+    bool run(const char * name, float * values, std::uint64_t count) override;
+    bool run(const char * name, double * values, std::uint64_t count) override;
 
     void readReferenced(std::uint64_t first);
     void make(ObjectEntry & entry);
     void fill(ObjectEntry & entry);
 
-    bool find(std::uint8_t type, const char * name, Record & record);
-    static void index(Section & section);
-    static bool findIndexed(Section & section, std::uint64_t key, Record & record);
+    bool find(std::uint8_t type, const char * name, Record & record, std::uint64_t most = 1);
+    void index(Section & section) const;
+    bool findIndexed(Section & section, std::uint64_t key, Record & record, std::uint64_t most) const;
+    static bool take(Section & section, Place & place, Record & record, std::uint64_t most);
     bool enter(std::uint8_t type, const char * name);
     void leave();
-    template <class T> bool number(std::uint8_t type, const char * name, T & value);
+    template <class T> bool numbers(std::uint8_t type, const char * name, T * values, std::uint64_t count);
 
     const std::uint8_t * data_;
     std::uint64_t size_;
+    std::uint32_t version_ = 0;
     std::vector<std::string_view> names_;
     std::unordered_map<std::string_view, std::uint64_t> nameNumbers_;
     std::vector<ObjectEntry> objects_;
+    std::vector<std::uint64_t> references_;            ///< of all objects to others, counted from 0
     std::unordered_set<const SharedObj *> unfinished_; ///< those on the way from the root to the current one
+    std::vector<const std::uint8_t *> openEnds_;       ///< of sections that are checked
     std::vector<Section> sections_;                    ///< the open ones, the innermost at the end
     std::vector<std::string> unknownClasses_;
     std::unordered_set<std::uint64_t> unknownClassNames_;
+    std::unordered_map<std::uint64_t, ID> classes_; ///< by the number of the name
 };
 
 } // namespace NBX

@@ -1,7 +1,6 @@
 #include <nbx/data/objectsaver.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <mutex>
 #include <vector>
 
@@ -55,11 +54,9 @@ bool ObjectSaver::write(const SharedObj * object, const std::string & path) {
         writer->write(object, path);
         return true;
     }
-    const std::vector<std::uint8_t> bytes = ObjectStreamWriter::write(*object);
-    if (bytes.size() > UINT32_MAX) throw IOException(L"the object is too large for an object file", path);
-    AtomicFileWriter file(path);
-    file.write(bytes.data(), bytes.size());
-    file.commit();
+    AtomicFileWriter writer(path);
+    ObjectStreamWriter::write(*object, writer.file());
+    writer.commit();
     return true;
 }
 

@@ -58,46 +58,6 @@ Vector3Base<double> vectorAt(const std::uint8_t * at) {
     return {numberAt<double>(at), numberAt<double>(at + 8), numberAt<double>(at + 16)};
 }
 
-/// Bytes of the payload of a record, whose own size field, where it has one, is taken off the front.
-std::uint64_t takePayloadSize(std::uint8_t type, const std::uint8_t *& at, const std::uint8_t * end) {
-    switch (type) {
-    case RT_Bool:
-        return 1;
-    case RT_UnsignedShort:
-        return 2;
-    case RT_Int:
-    case RT_Unsigned:
-    case RT_Float:
-        return 4;
-    case RT_Unsigned64:
-    case RT_Double:
-        return 8;
-    case RT_Vector:
-        return s_vectorBytes;
-    case RT_Bounds:
-        return s_boundsBytes;
-    case RT_Matrix:
-        return s_matrixBytes;
-    case RT_String:
-    case RT_Raw:
-        return takeVarint(at, end);
-    case RT_Object: {
-        const std::uint8_t * behind = at;
-        takeVarint(behind, end);
-        return left(at, behind);
-    }
-    case RT_Container:
-    case RT_Superclass: {
-        if (left(at, end) < s_sectionSizeBytes) throwUnsound(L"it ends within a section's head");
-        const auto size = numberAt<std::uint64_t>(at);
-        at += s_sectionSizeBytes;
-        return size;
-    }
-    default:
-        throwUnsound(L"a record is of an unknown type");
-    }
-}
-
 bool isSection(std::uint8_t type) {
     return type == RT_Container || type == RT_Superclass;
 }
@@ -168,11 +128,31 @@ void ObjectStreamReader::readTables() {
     if (!hasMagic(data_, size_)) throw IOError(L"this is no object file");
     const std::uint8_t * at = data_ + sizeof s_streamMagic;
     const std::uint8_t * const end = data_ + size_;
-    if (left(at, end) < sizeof s_streamVersion) throwUnsound(L"it ends within its head");
-    if (numberAt<std::uint32_t>(at) != s_streamVersion)
+    if (left(at, end) < sizeof version_) throwUnsound(L"it ends within its head");
+    version_ = numberAt<std::uint32_t>(at);
+    at += sizeof version_;
+    if (version_ != s_streamVersion && version_ != s_firstStreamVersion)
         throw IOError(L"the object file was written by another version of this program");
-    at += sizeof s_streamVersion;
 
+    const std::uint8_t * bodies = nullptr;
+    const std::uint8_t * endOfBodies = end;
+    if (version_ != s_firstStreamVersion) {
+        if (left(at, end) < sizeof(std::uint64_t)) throwUnsound(L"it ends within its head");
+        const auto tables = numberAt<std::uint64_t>(at);
+        bodies = at + sizeof tables;
+        if (tables > size_ || tables < left(data_, bodies)) throwUnsound(L"its tables are missing");
+        at = endOfBodies = data_ + tables;
+    }
+    readNames(at, end);
+    readObjects(at, end);
+    if (bodies && at != end) throwUnsound(L"bytes follow behind the tables");
+    placeBodies(bodies ? bodies : at, endOfBodies);
+    references_.clear();
+    for (ObjectEntry & entry : objects_)
+        validate(entry);
+}
+
+void ObjectStreamReader::readNames(const std::uint8_t *& at, const std::uint8_t * end) {
     names_.clear();
     for (std::uint64_t count = takeCount(at, end); count > 0; --count) {
         const std::uint64_t length = takeCount(at, end);
@@ -180,30 +160,36 @@ void ObjectStreamReader::readTables() {
         nameNumbers_.try_emplace(names_.back(), names_.size() - 1);
         at += length;
     }
-
-    objects_.clear();
-    std::vector<std::uint64_t> sizes(takeCount(at, end));
-    if (sizes.empty()) throwUnsound(L"it holds no object");
-    for (std::uint64_t & size : sizes) {
-        const std::uint64_t className = takeVarint(at, end);
-        if (className >= names_.size()) throwUnsound(L"a class has no name");
-        size = takeVarint(at, end);
-        objects_.push_back({className, nullptr, nullptr, State::Untouched, nullptr, nullptr});
-    }
-    for (std::size_t i = 0; i < sizes.size(); ++i) {
-        if (sizes[i] > left(at, end)) throwUnsound(L"an object reaches beyond the end");
-        objects_[i].begin = at;
-        objects_[i].end = at += sizes[i];
-    }
-    if (at != end) throwUnsound(L"bytes follow behind the last object");
-    for (const ObjectEntry & entry : objects_)
-        validate(entry.begin, entry.end);
 }
 
-/// Sections of sections are walked without recursion: what is open is a list of ends.
-void ObjectStreamReader::validate(const std::uint8_t * begin, const std::uint8_t * end) const {
-    std::vector<const std::uint8_t *> ends{end};
-    for (const std::uint8_t * at = begin; !ends.empty();) {
+/// The places of the bodies are not known yet: of those only the sizes are noted, as ends.
+void ObjectStreamReader::readObjects(const std::uint8_t *& at, const std::uint8_t * end) {
+    objects_.clear();
+    objects_.resize(takeCount(at, end));
+    if (objects_.empty()) throwUnsound(L"it holds no object");
+    for (ObjectEntry & entry : objects_) {
+        entry.className = takeVarint(at, end);
+        if (entry.className >= names_.size()) throwUnsound(L"a class has no name");
+        entry.bytes = takeVarint(at, end);
+    }
+}
+
+void ObjectStreamReader::placeBodies(const std::uint8_t * at, const std::uint8_t * end) {
+    for (ObjectEntry & entry : objects_) {
+        if (entry.bytes > left(at, end)) throwUnsound(L"an object reaches beyond the end");
+        entry.begin = at;
+        at += entry.bytes;
+    }
+    if (at != end) throwUnsound(L"bytes follow behind the last object");
+}
+
+/// Also collects what the object refers to. Sections of sections are walked without recursion: what is open
+/// is a list of ends.
+void ObjectStreamReader::validate(ObjectEntry & entry) {
+    entry.references = references_.size();
+    std::vector<const std::uint8_t *> & ends = openEnds_;
+    ends.assign(1, entry.begin + entry.bytes);
+    for (const std::uint8_t * at = entry.begin; !ends.empty();) {
         if (at == ends.back()) {
             ends.pop_back();
             continue;
@@ -212,36 +198,78 @@ void ObjectStreamReader::validate(const std::uint8_t * begin, const std::uint8_t
         if (record.name >= names_.size()) throwUnsound(L"an attribute has no name");
         if (record.type == RT_Object) {
             const std::uint8_t * value = record.payload;
-            if (takeVarint(value, record.end) > objects_.size()) throwUnsound(L"an object is missing");
+            const std::uint64_t number = takeVarint(value, record.end);
+            if (number > objects_.size()) throwUnsound(L"an object is missing");
+            if (number > 0) references_.push_back(number - 1);
         }
         if (isSection(record.type)) ends.push_back(record.end);
         at = isSection(record.type) ? record.payload : record.end;
     }
 }
 
-ObjectStreamReader::Record ObjectStreamReader::parse(const std::uint8_t * at, const std::uint8_t * end) {
+ObjectStreamReader::Record ObjectStreamReader::parse(const std::uint8_t * at,
+                                                     const std::uint8_t * end) const {
     Record record{};
     record.type = *at++;
     record.name = takeVarint(at, end);
-    record.bytes = takePayloadSize(record.type, at, end);
-    if (record.bytes > left(at, end)) throwUnsound(L"an attribute reaches beyond the end");
+    record.count = 1;
+    if (record.type == RT_Run && version_ != s_firstStreamVersion) {
+        if (at == end) throwUnsound(L"it ends within a run");
+        record.type = *at++;
+        record.count = takeVarint(at, end);
+        const std::uint64_t bytes = runElementBytes(record.type);
+        if (bytes == 0 || record.count == 0) throwUnsound(L"a run is of an unknown type");
+        if (record.count > left(at, end) / bytes) throwUnsound(L"a run reaches beyond the end");
+        record.bytes = record.count * bytes;
+    } else {
+        record.bytes = takePayloadSize(record.type, at, end);
+        if (record.bytes > left(at, end)) throwUnsound(L"an attribute reaches beyond the end");
+    }
     record.payload = at;
     record.end = at + record.bytes;
     return record;
 }
 
-/// The objects that the one in `begin` to `end` refers to, counted from 0.
-std::vector<std::uint64_t> ObjectStreamReader::referencesIn(const std::uint8_t * begin,
-                                                            const std::uint8_t * end) {
-    std::vector<std::uint64_t> result;
-    for (const std::uint8_t * at = begin; at != end;) {
-        const Record record = parse(at, end);
-        const std::uint8_t * value = record.payload;
-        if (record.type == RT_Object)
-            if (const std::uint64_t number = takeVarint(value, record.end)) result.push_back(number - 1);
-        at = isSection(record.type) ? record.payload : record.end;
+/// Bytes of the payload of a record, whose own size field, where it has one, is taken off the front.
+std::uint64_t ObjectStreamReader::takePayloadSize(std::uint8_t type, const std::uint8_t *& at,
+                                                  const std::uint8_t * end) const {
+    switch (type) {
+    case RT_Bool:
+        return 1;
+    case RT_UnsignedShort:
+        return 2;
+    case RT_Int:
+    case RT_Unsigned:
+    case RT_Float:
+        return 4;
+    case RT_Unsigned64:
+    case RT_Double:
+        return 8;
+    case RT_Vector:
+        return s_vectorBytes;
+    case RT_Bounds:
+        return s_boundsBytes;
+    case RT_Matrix:
+        return s_matrixBytes;
+    case RT_String:
+    case RT_Raw:
+        return takeVarint(at, end);
+    case RT_Object: {
+        const std::uint8_t * behind = at;
+        takeVarint(behind, end);
+        return left(at, behind);
     }
-    return result;
+    case RT_Container:
+    case RT_Superclass: {
+        if (version_ != s_firstStreamVersion) return takeVarint(at, end);
+        if (left(at, end) < s_sectionSizeBytes) throwUnsound(L"it ends within a section's head");
+        const auto size = numberAt<std::uint64_t>(at);
+        at += s_sectionSizeBytes;
+        return size;
+    }
+    default:
+        throwUnsound(L"a record is of an unknown type");
+    }
 }
 
 /// Depth first with a list of its own in place of recursion: an object is filled when all that it refers
@@ -249,28 +277,29 @@ std::vector<std::uint64_t> ObjectStreamReader::referencesIn(const std::uint8_t *
 void ObjectStreamReader::readReferenced(std::uint64_t first) {
     struct Waiting {
         std::uint64_t object;
-        std::vector<std::uint64_t> references;
-        std::size_t next;
+        std::size_t next, end; ///< of its references
     };
     std::vector<Waiting> waiting;
     const auto begin = [&](std::uint64_t object) {
         ObjectEntry & entry = objects_[object];
         make(entry);
+        const std::size_t end =
+            object + 1 < objects_.size() ? objects_[object + 1].references : references_.size();
         if (!entry.object) return;
-        waiting.push_back({object, referencesIn(entry.begin, entry.end), 0});
+        waiting.push_back({object, entry.references, end});
         unfinished_.insert(entry.object.get());
     };
 
     begin(first);
     while (!waiting.empty()) {
         Waiting & top = waiting.back();
-        if (top.next == top.references.size()) {
+        if (top.next == top.end) {
             ObjectEntry & entry = objects_[top.object];
             const SO<SharedObj> object = entry.object;
             fill(entry);
             unfinished_.erase(object.get());
             waiting.pop_back();
-        } else if (const std::uint64_t object = top.references[top.next++];
+        } else if (const std::uint64_t object = references_[top.next++];
                    objects_[object].state == State::Untouched) {
             begin(object);
         }
@@ -279,16 +308,18 @@ void ObjectStreamReader::readReferenced(std::uint64_t first) {
 
 /// An object of an unknown class stays null and counts as complete.
 void ObjectStreamReader::make(ObjectEntry & entry) {
-    const std::string className(names_[entry.className]);
-    entry.object = SerializationManager::newInstance(ID(className));
+    auto known = classes_.find(entry.className);
+    if (known == classes_.end())
+        known = classes_.emplace(entry.className, ID(std::string(names_[entry.className]))).first;
+    entry.object = SerializationManager::newInstance(known->second);
     entry.state = entry.object ? State::Made : State::Complete;
     if (!entry.object && unknownClassNames_.insert(entry.className).second)
-        unknownClasses_.push_back(className);
+        unknownClasses_.emplace_back(names_[entry.className]);
 }
 
 void ObjectStreamReader::fill(ObjectEntry & entry) {
     sections_.clear();
-    sections_.push_back({entry.begin, entry.end, left(entry.begin, entry.end), false, {}});
+    sections_.push_back({{entry.begin}, entry.begin + entry.bytes, entry.bytes, false, {}});
     try {
         entry.object->serialize(*this);
         entry.state = State::Complete;
@@ -300,48 +331,68 @@ void ObjectStreamReader::fill(ObjectEntry & entry) {
     sections_.clear();
 }
 
-bool ObjectStreamReader::find(std::uint8_t type, const char * name, Record & record) {
+/// The next record of a type and name, or at most `most` values of a run.
+bool ObjectStreamReader::find(std::uint8_t type, const char * name, Record & record, std::uint64_t most) {
     if (sections_.empty()) return false;
-    const auto number = nameNumbers_.find(name ? name : "");
-    if (number == nameNumbers_.end()) return false;
-
+    const std::string_view text(name ? name : "");
     Section & section = sections_.back();
-    if (section.isIndexed) return findIndexed(section, keyOf(type, number->second), record);
-    if (section.next == section.end) return false;
-    record = parse(section.next, section.end);
-    if (record.type != type || record.name != number->second) {
-        index(section);
-        return findIndexed(section, keyOf(type, number->second), record);
+    if (!section.isIndexed) {
+        if (section.next.record == section.end) return false;
+        record = parse(section.next.record, section.end);
+        if (record.type == type && names_[record.name] == text)
+            return take(section, section.next, record, most);
     }
-    section.bytesLeft -= left(section.next, record.end);
-    section.next = record.end;
-    return true;
+    const auto number = nameNumbers_.find(text);
+    if (number == nameNumbers_.end()) return false;
+    if (!section.isIndexed) index(section);
+    return findIndexed(section, keyOf(type, number->second), record, most);
 }
 
-void ObjectStreamReader::index(Section & section) {
-    for (const std::uint8_t * at = section.next; at != section.end;) {
-        const Record record = parse(at, section.end);
-        section.index[keyOf(record.type, record.name)].records.push_back(at);
-        at = record.end;
+void ObjectStreamReader::index(Section & section) const {
+    for (Place place = section.next; place.record != section.end;) {
+        const Record record = parse(place.record, section.end);
+        section.index[keyOf(record.type, record.name)].records.push_back(place);
+        place = {record.end};
     }
     section.isIndexed = true;
 }
 
-bool ObjectStreamReader::findIndexed(Section & section, std::uint64_t key, Record & record) {
+bool ObjectStreamReader::findIndexed(Section & section, std::uint64_t key, Record & record,
+                                     std::uint64_t most) const {
     const auto found = section.index.find(key);
     if (found == section.index.end()) return false;
     Queue & queue = found->second;
     if (queue.next == queue.records.size()) return false;
-    const std::uint8_t * at = queue.records[queue.next++];
-    record = parse(at, section.end);
-    section.bytesLeft -= left(at, record.end);
+    Place & place = queue.records[queue.next];
+    const std::uint8_t * const start = place.record;
+    record = parse(start, section.end);
+    take(section, place, record, most);
+    if (place.record != start) ++queue.next;
+    return true;
+}
+
+/// Narrows `record`, which lies at `place`, to the next values of it, and goes on behind them.
+bool ObjectStreamReader::take(Section & section, Place & place, Record & record, std::uint64_t most) {
+    const std::uint64_t bytes = record.bytes / record.count;
+    if (place.taken == 0) section.bytesLeft -= left(place.record, record.payload);
+    const std::uint64_t taken = place.taken;
+    const std::uint64_t count = std::min(most, record.count - taken);
+    if (taken + count == record.count)
+        place = {record.end};
+    else
+        place.taken += count;
+    record.count = count;
+    record.payload += taken * bytes;
+    record.bytes = count * bytes;
+    record.end = record.payload + record.bytes;
+    section.bytesLeft -= record.bytes;
     return true;
 }
 
 bool ObjectStreamReader::enter(std::uint8_t type, const char * name) {
     Record record;
     if (!find(type, name, record)) return false;
-    sections_.push_back({record.payload, record.end, record.bytes, false, {}});
+    sections_.push_back({{record.payload}, record.end, record.bytes, false, {}});
     return true;
 }
 
@@ -360,7 +411,7 @@ void ObjectStreamReader::endContainer(const char *, const char *) {
 
 /// A parent that the stream does not know reads an empty section: its attributes get their defaults.
 void ObjectStreamReader::beginSuperclass(const char * typeName) {
-    if (!enter(RT_Superclass, typeName)) sections_.push_back({data_, data_, 0, false, {}});
+    if (!enter(RT_Superclass, typeName)) sections_.push_back({{data_}, data_, 0, false, {}});
 }
 
 void ObjectStreamReader::endSuperclass(const char *) {
@@ -378,42 +429,67 @@ bool ObjectStreamReader::rawAttribute(const char * name, void * pointer, std::ui
     return true;
 }
 
-template <class T> bool ObjectStreamReader::number(std::uint8_t type, const char * name, T & value) {
-    Record record;
-    if (!find(type, name, record)) return false;
-    value = numberAt<T>(record.payload);
+template <class T>
+bool ObjectStreamReader::numbers(std::uint8_t type, const char * name, T * values, std::uint64_t count) {
+    while (count > 0) {
+        Record record;
+        if (!find(type, name, record, count)) return false;
+        std::memcpy(values, record.payload, record.bytes);
+        values += record.count;
+        count -= record.count;
+    }
     return true;
 }
 
 bool ObjectStreamReader::attribute(const char * name, bool & value) {
     std::uint8_t byte = 0;
-    if (!number(RT_Bool, name, byte)) return false;
+    if (!numbers(RT_Bool, name, &byte, 1)) return false;
     value = byte != 0;
     return true;
 }
 
 bool ObjectStreamReader::attribute(const char * name, int & value) {
-    return number(RT_Int, name, value);
+    return numbers(RT_Int, name, &value, 1);
+}
+
+bool ObjectStreamReader::run(const char * name, int * values, std::uint64_t count) {
+    return numbers(RT_Int, name, values, count);
 }
 
 bool ObjectStreamReader::attribute(const char * name, unsigned & value) {
-    return number(RT_Unsigned, name, value);
+    return numbers(RT_Unsigned, name, &value, 1);
+}
+
+bool ObjectStreamReader::run(const char * name, unsigned * values, std::uint64_t count) {
+    return numbers(RT_Unsigned, name, values, count);
 }
 
 bool ObjectStreamReader::attribute(const char * name, unsigned short & value) {
-    return number(RT_UnsignedShort, name, value);
+    return numbers(RT_UnsignedShort, name, &value, 1);
+}
+
+bool ObjectStreamReader::run(const char * name, unsigned short * values, std::uint64_t count) {
+    return numbers(RT_UnsignedShort, name, values, count);
 }
 
 bool ObjectStreamReader::attribute(const char * name, std::uint64_t & value) {
-    return number(RT_Unsigned64, name, value);
+    return numbers(RT_Unsigned64, name, &value, 1);
 }
 
 bool ObjectStreamReader::attribute(const char * name, float & value) {
-    return number(RT_Float, name, value);
+    return numbers(RT_Float, name, &value, 1);
+}
+
+bool ObjectStreamReader::run(const char * name, float * values, std::uint64_t count) {
+    return numbers(RT_Float, name, values, count);
 }
 
 bool ObjectStreamReader::attribute(const char * name, double & value) {
-    return number(RT_Double, name, value);
+    return numbers(RT_Double, name, &value, 1);
+}
+
+bool ObjectStreamReader::run(const char * name, double * values, std::uint64_t count) {
+    return numbers(RT_Double, name, values, count);
 }
 
 bool ObjectStreamReader::attribute(const char * name, std::wstring & value) {

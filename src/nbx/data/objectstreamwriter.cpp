@@ -4,10 +4,14 @@
 
 #include <nbx/data/objectstreamwriter.h>
 
+#include <algorithm>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "objectstreamformat.h"
 
+#include <nbx/data/file.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/math/vector3base.h>
@@ -19,6 +23,9 @@ namespace NBX {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+
+/// Bytes that are handed on at once.
+constexpr std::size_t s_piece = 1 << 20;
 
 void append(Bytes & out, const void * data, std::size_t size) {
     const auto * bytes = static_cast<const std::uint8_t *>(data);
@@ -49,34 +56,67 @@ void appendVector(Bytes & out, const Vector3Base<double> & v) {
 } // namespace
 
 std::vector<std::uint8_t> ObjectStreamWriter::write(const SharedObj & root, bool omitsDefaults) {
-    ObjectStreamWriter m(omitsDefaults);
-    // Writing changes no object, but one function serves both directions.
-    if (m.reference(const_cast<SharedObj *>(&root)) == 0)
-        throw IOException(L"objects of this class cannot be stored", root.classInfoNBX()->name().text());
-
-    // Objects that are met enter the list at its end.
-    for (std::size_t i = 0; i < m.objects_.size(); ++i) {
-        const std::size_t start = m.body_.size();
-        m.objects_[i].object->serialize(m);
-        m.objects_[i].bytes = m.body_.size() - start;
-    }
-    return m.assembled();
+    Bytes stream;
+    ObjectStreamWriter m(omitsDefaults, [&stream](const std::uint8_t * bytes, std::size_t size) {
+        append(stream, bytes, size);
+    });
+    const std::uint64_t tables = m.writeAll(root);
+    std::memcpy(stream.data() + s_tablesPlace, &tables, sizeof tables);
+    return stream;
 }
 
-std::vector<std::uint8_t> ObjectStreamWriter::assembled() const {
-    Bytes stream;
-    append(stream, s_streamMagic, sizeof s_streamMagic);
-    appendNumber(stream, s_streamVersion);
-    appendVarint(stream, names_.size());
-    for (const std::string & name : names_)
-        appendText(stream, name);
-    appendVarint(stream, objects_.size());
-    for (const ObjectEntry & entry : objects_) {
-        appendVarint(stream, entry.className);
-        appendVarint(stream, entry.bytes);
+void ObjectStreamWriter::write(const SharedObj & root, File & file, bool omitsDefaults) {
+    ObjectStreamWriter m(omitsDefaults, [&file](const std::uint8_t * bytes, std::size_t size) {
+        if (file.position() + size > s_largestStream)
+            throw IOException(L"the object is too large for an object file", file.fullName());
+        file.write(bytes, size);
+    });
+    const std::uint64_t tables = m.writeAll(root);
+    file.seek(s_tablesPlace);
+    file.write(&tables, sizeof tables);
+}
+
+ObjectStreamWriter::ObjectStreamWriter(bool omitsDefaults, Sink sink)
+    : omitsDefaults_(omitsDefaults), sink_(std::move(sink)) {}
+
+std::uint64_t ObjectStreamWriter::writeAll(const SharedObj & root) {
+    // Writing changes no object, but one function serves both directions.
+    if (reference(const_cast<SharedObj *>(&root)) == 0)
+        throw IOException(L"objects of this class cannot be stored", root.classInfoNBX()->name().text());
+    append(body_, s_streamMagic, sizeof s_streamMagic);
+    appendNumber(body_, s_streamVersion);
+    appendNumber(body_, std::uint64_t(0)); // known at the end
+
+    // Objects that are met enter the list at its end.
+    for (std::size_t i = 0; i < objects_.size(); ++i) {
+        const std::size_t start = body_.size();
+        objects_[i].object->serialize(*this);
+        endRun();
+        objects_[i].bytes = body_.size() - start;
+        if (body_.size() >= s_piece) flush();
     }
-    append(stream, body_.data(), body_.size());
-    return stream;
+    flush();
+    const std::uint64_t tables = flushed_;
+    appendTables();
+    flush();
+    return tables;
+}
+
+void ObjectStreamWriter::flush() {
+    sink_(body_.data(), body_.size());
+    flushed_ += body_.size();
+    body_.clear();
+}
+
+void ObjectStreamWriter::appendTables() {
+    appendVarint(body_, names_.size());
+    for (const std::string & name : names_)
+        appendText(body_, name);
+    appendVarint(body_, objects_.size());
+    for (const ObjectEntry & entry : objects_) {
+        appendVarint(body_, entry.className);
+        appendVarint(body_, entry.bytes);
+    }
 }
 
 std::uint64_t ObjectStreamWriter::reference(SharedObj * object) {
@@ -94,29 +134,75 @@ std::uint64_t ObjectStreamWriter::reference(SharedObj * object) {
 }
 
 std::uint64_t ObjectStreamWriter::nameNumber(const char * name) {
-    const auto [entry, isNew] = nameNumbers_.try_emplace(name ? name : "", names_.size());
-    if (isNew) names_.push_back(entry->first);
-    return entry->second;
+    const std::string_view text(name ? name : "");
+    if (const auto known = nameNumbers_.find(text); known != nameNumbers_.end()) return known->second;
+    names_.emplace_back(text);
+    nameNumbers_.emplace(names_.back(), names_.size() - 1);
+    return names_.size() - 1;
 }
 
 void ObjectStreamWriter::beginRecord(std::uint8_t type, const char * name) {
+    endRun();
     body_.push_back(type);
     appendVarint(body_, nameNumber(name));
+}
+
+template <class T>
+bool ObjectStreamWriter::numbers(std::uint8_t type, const char * name, const T * values,
+                                 std::uint64_t count) {
+    static_assert(std::is_arithmetic_v<T>);
+    const std::uint64_t number = nameNumber(name);
+    if (type != run_.type || number != run_.name) endRun();
+    run_.type = type;
+    run_.name = number;
+    run_.count += count;
+    append(run_.bytes, values, count * sizeof(T));
+    return true;
+}
+
+/// One number is a record of its own.
+void ObjectStreamWriter::endRun() {
+    if (run_.count == 0) return;
+    body_.push_back(run_.count == 1 ? run_.type : std::uint8_t(RT_Run));
+    appendVarint(body_, run_.name);
+    if (run_.count > 1) {
+        body_.push_back(run_.type);
+        appendVarint(body_, run_.count);
+    }
+    append(body_, run_.bytes.data(), run_.bytes.size());
+    run_.count = 0;
+    run_.bytes.clear();
+}
+
+/// Bytes that are left for the size of a section with `around` sections around it. Sections are mostly short,
+/// and longer ones are shifted; deep inside, that would go on and on.
+std::size_t ObjectStreamWriter::roomForSize(std::size_t around) {
+    return around < 16 ? 1 : 5;
 }
 
 void ObjectStreamWriter::beginSection(std::uint8_t type, const char * name) {
     beginRecord(type, name);
     openSections_.push_back(body_.size());
-    appendNumber(body_, std::uint64_t(0));
+    body_.resize(body_.size() + roomForSize(openSections_.size()));
 }
 
 void ObjectStreamWriter::endSection() {
     NBX_CHECK(!openSections_.empty(), L"a section ends that did not begin");
     if (openSections_.empty()) return;
+    endRun();
     const std::size_t place = openSections_.back();
     openSections_.pop_back();
-    const std::uint64_t bytes = body_.size() - place - s_sectionSizeBytes;
-    std::memcpy(body_.data() + place, &bytes, sizeof bytes);
+    const std::size_t room = roomForSize(openSections_.size() + 1);
+    Bytes size;
+    appendVarint(size, body_.size() - place - room);
+    while (size.size() < room) {
+        size.back() |= 0x80;
+        size.push_back(0);
+    }
+    const auto target = body_.begin() + static_cast<std::ptrdiff_t>(place);
+    std::copy_n(size.begin(), room, target);
+    body_.insert(target + static_cast<std::ptrdiff_t>(room), size.begin() + static_cast<std::ptrdiff_t>(room),
+                 size.end());
 }
 
 bool ObjectStreamWriter::beginContainer(const char *, const char * attributeName) {
@@ -150,39 +236,47 @@ bool ObjectStreamWriter::attribute(const char * name, bool & value) {
 }
 
 bool ObjectStreamWriter::attribute(const char * name, int & value) {
-    beginRecord(RT_Int, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_Int, name, &value, 1);
+}
+
+bool ObjectStreamWriter::run(const char * name, int * values, std::uint64_t count) {
+    return numbers(RT_Int, name, values, count);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, unsigned & value) {
-    beginRecord(RT_Unsigned, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_Unsigned, name, &value, 1);
+}
+
+bool ObjectStreamWriter::run(const char * name, unsigned * values, std::uint64_t count) {
+    return numbers(RT_Unsigned, name, values, count);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, unsigned short & value) {
-    beginRecord(RT_UnsignedShort, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_UnsignedShort, name, &value, 1);
+}
+
+bool ObjectStreamWriter::run(const char * name, unsigned short * values, std::uint64_t count) {
+    return numbers(RT_UnsignedShort, name, values, count);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, std::uint64_t & value) {
-    beginRecord(RT_Unsigned64, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_Unsigned64, name, &value, 1);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, float & value) {
-    beginRecord(RT_Float, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_Float, name, &value, 1);
+}
+
+bool ObjectStreamWriter::run(const char * name, float * values, std::uint64_t count) {
+    return numbers(RT_Float, name, values, count);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, double & value) {
-    beginRecord(RT_Double, name);
-    appendNumber(body_, value);
-    return true;
+    return numbers(RT_Double, name, &value, 1);
+}
+
+bool ObjectStreamWriter::run(const char * name, double * values, std::uint64_t count) {
+    return numbers(RT_Double, name, values, count);
 }
 
 bool ObjectStreamWriter::attribute(const char * name, std::wstring & value) {

@@ -1,10 +1,14 @@
+#include <algorithm>
+#include <cstdlib>
 #include <random>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include <nbx/container/map/dictionary.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/container/space/dynamicspacetree.h>
+#include <nbx/data/file.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/math/color.h>
 
@@ -22,9 +26,11 @@ TEST(ObjectStreamHostile, StreamsOfOthersAreRefused) {
     EXPECT_TRUE(ObjectStreamReader::hasMagic(good.data(), good.size()));
     EXPECT_FALSE(ObjectStreamReader::hasMagic(good.data(), 7));
     EXPECT_FALSE(ObjectStreamReader::hasMagic(nullptr, 0));
-    Bytes newer = good;
-    newer[8] = 2;
-    EXPECT_THROW(readBytes(newer), IOError);
+    for (const std::uint8_t version : {0, 3, 255}) {
+        Bytes other = good;
+        other[8] = version;
+        EXPECT_THROW(readBytes(other), IOError) << unsigned(version);
+    }
     Bytes longer = good;
     longer.push_back(0);
     EXPECT_THROW(readBytes(longer), IOError);
@@ -72,6 +78,11 @@ Bytes richStream() {
     return ObjectStreamWriter::write(*root, false);
 }
 
+/// The same as the first version wrote it.
+Bytes firstVersion() {
+    return File::contents(std::getenv("ZMT_TEST_DATA") + std::string("/objectstream/version1.nbx"));
+}
+
 /// Any outcome but a crash, a hang or another kind of exception is good.
 void readHostile(const Bytes & bytes) {
     try {
@@ -81,14 +92,22 @@ void readHostile(const Bytes & bytes) {
     Tracked::releaseAll();
 }
 
-TEST(ObjectStreamHostile, EveryCutIsRefused) {
-    const Bytes good = richStream();
-    EXPECT_TRUE(readBytes(good));
+TEST(ObjectStreamHostile, TheFirstVersionIsRead) {
+    const SO<SharedObj> root = readBytes(firstVersion());
+    ASSERT_TRUE(root);
+    EXPECT_EQ(ObjectStreamWriter::write(*root, false), richStream());
     Tracked::releaseAll();
-    for (std::size_t size = 0; size < good.size(); ++size)
-        EXPECT_THROW(readBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))),
-                     IOError)
-            << size;
+}
+
+TEST(ObjectStreamHostile, EveryCutIsRefused) {
+    for (const Bytes & good : {richStream(), firstVersion()}) {
+        EXPECT_TRUE(readBytes(good));
+        Tracked::releaseAll();
+        for (std::size_t size = 0; size < good.size(); ++size)
+            EXPECT_THROW(readBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size))),
+                         IOError)
+                << size;
+    }
 }
 
 TEST(ObjectStreamHostile, RandomChangesAreSurvived) {
@@ -96,9 +115,9 @@ TEST(ObjectStreamHostile, RandomChangesAreSurvived) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    const Bytes good = richStream();
-    for (int i = 0; i < 10000; ++i) {
-        Bytes bent = good;
+    const Bytes streams[] = {richStream(), firstVersion()};
+    for (int i = 0; i < 20000; ++i) {
+        Bytes bent = streams[i % 2];
         for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
             std::uint8_t & byte = bent[random() % bent.size()];
             byte = random() % 2 ? static_cast<std::uint8_t>(random())
@@ -107,6 +126,38 @@ TEST(ObjectStreamHostile, RandomChangesAreSurvived) {
         if (random() % 4 == 0) bent.erase(bent.begin() + static_cast<std::ptrdiff_t>(random() % bent.size()));
         readHostile(bent);
     }
+}
+
+/// Runs that claim more than there is, or what cannot be in a run.
+TEST(ObjectStreamHostile, UnsoundRunsAreRefused) {
+    const SO<Scripted> object(new Scripted);
+    Scripted::script = [](SerializationManager & m) {
+        unsigned values[3] = {1, 2, 3};
+        attributes(m, "x", values, 3);
+    };
+    const Bytes good = ObjectStreamWriter::write(*object);
+    Scripted::script = nullptr;
+    const Bytes run{16, 1, 3, 3, 1, 0, 0, 0};
+    const auto at = std::search(good.begin(), good.end(), run.begin(), run.end()) - good.begin();
+    ASSERT_LT(std::size_t(at), good.size()) << "type, name, type of the numbers, count, numbers";
+    EXPECT_TRUE(readBytes(good));
+    const auto changed = [&](std::ptrdiff_t place, std::uint8_t byte) {
+        Bytes bytes = good;
+        bytes[std::size_t(at + place)] = byte;
+        return bytes;
+    };
+    for (const std::uint8_t type : {0, 1, 8, 9, 12, 13, 14, 15, 16, 17, 255})
+        EXPECT_THROW(readBytes(changed(2, type)), IOError) << unsigned(type);
+    for (const std::uint8_t count : {0, 4, 127, 255})
+        EXPECT_THROW(readBytes(changed(3, count)), IOError) << unsigned(count);
+    EXPECT_THROW(readBytes(changed(1, 100)), IOError) << "name";
+    for (std::size_t place = 12; place < 20; ++place)
+        for (const std::uint8_t byte : {0, 1, 128, 255}) {
+            Bytes bytes = good;
+            if (bytes[place] == byte) continue;
+            bytes[place] = byte;
+            EXPECT_THROW(readBytes(bytes), IOError) << "place of the tables";
+        }
 }
 
 /// Sections within sections, as deep as the bytes allow.

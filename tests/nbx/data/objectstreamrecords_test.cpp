@@ -78,6 +78,95 @@ TEST(ObjectStreamRecords, RepeatedAttributesComeInOrder) {
         });
 }
 
+void expectNumbers(SerializationManager & m, const char * name, std::initializer_list<unsigned> expected) {
+    std::vector<unsigned> values(expected.size());
+    EXPECT_TRUE(attributes(m, name, values.data(), values.size()));
+    EXPECT_EQ(values, std::vector<unsigned>(expected));
+}
+
+/// However numbers are written, they may be read one by one, at once, and in pieces.
+TEST(ObjectStreamRecords, RunsAreTheSameAsSingleAttributes) {
+    const auto single = [](SerializationManager & m) {
+        for (unsigned i = 0; i < 5; ++i)
+            m.attribute("x", i);
+    };
+    const auto run = [](SerializationManager & m) {
+        unsigned values[5] = {0, 1, 2, 3, 4};
+        attributes(m, "x", values, 5);
+    };
+    const auto pieces = [](SerializationManager & m) {
+        unsigned values[5] = {0, 1, 2, 3, 4}, other = 7;
+        attributes(m, "x", values, 2);
+        attributes(m, "x", values, 0);
+        m.attribute("y", other);
+        m.attribute("x", values[2]);
+        attributes(m, "x", values + 3, 2);
+    };
+    for (const Scripted::Script & writing :
+         {Scripted::Script(single), Scripted::Script(run), Scripted::Script(pieces)}) {
+        transfer(writing, [](SerializationManager & m) {
+            expectNumbers(m, "x", {0, 1, 2, 3, 4});
+            unsigned none = 9;
+            EXPECT_TRUE(attributes(m, "x", &none, 0));
+            EXPECT_FALSE(attributes(m, "x", &none, 1));
+            EXPECT_EQ(none, 9U);
+        });
+        transfer(writing, [](SerializationManager & m) {
+            for (unsigned i = 0, value = 0; i < 5; ++i) {
+                EXPECT_TRUE(m.attribute("x", value));
+                EXPECT_EQ(value, i);
+            }
+        });
+        transfer(writing, [](SerializationManager & m) {
+            expectNumbers(m, "x", {0});
+            expectNumbers(m, "x", {1, 2, 3});
+            std::vector<unsigned> tooMany(2);
+            EXPECT_FALSE(attributes(m, "x", tooMany.data(), 2));
+            EXPECT_EQ(tooMany[0], 4U);
+        });
+    }
+}
+
+/// An attribute out of order, from the middle of a run.
+TEST(ObjectStreamRecords, RunsAreFoundInAnyOrder) {
+    const auto writing = [](SerializationManager & m) {
+        unsigned values[4] = {1, 2, 3, 4};
+        float heights[3] = {0.5F, 1.5F, 2.5F};
+        attributes(m, "x", values, 4);
+        attributes(m, "x", heights, 3);
+        attributes(m, "x", values, 2);
+    };
+    transfer(writing, [](SerializationManager & m) {
+        const std::uint64_t all = m.bytesLeft();
+        expectNumbers(m, "x", {1});
+        EXPECT_LT(m.bytesLeft(), all);
+        EXPECT_GE(m.bytesLeft(), 3U * 4 + 3 * 4 + 2 * 4);
+        float height = 0.0F;
+        EXPECT_TRUE(m.attribute("x", height));
+        EXPECT_EQ(height, 0.5F);
+        expectNumbers(m, "x", {2, 3, 4, 1, 2});
+        float heights[2] = {};
+        EXPECT_TRUE(attributes(m, "x", heights, 2));
+        EXPECT_EQ(heights[1], 2.5F);
+        EXPECT_EQ(m.bytesLeft(), 0U);
+        unsigned none = 0;
+        EXPECT_FALSE(m.attribute("x", none));
+    });
+}
+
+TEST(ObjectStreamRecords, NumbersThatFollowEachOtherAreWrittenAsARun) {
+    const SO<Scripted> object(new Scripted);
+    double values[3] = {1.0, 2.0, 3.0};
+    Scripted::script = [&](SerializationManager & m) { attributes(m, "x", values, 3); };
+    const Bytes run = ObjectStreamWriter::write(*object);
+    Scripted::script = [&](SerializationManager & m) {
+        for (double & value : values)
+            m.attribute("x", value);
+    };
+    EXPECT_EQ(ObjectStreamWriter::write(*object), run);
+    Scripted::script = nullptr;
+}
+
 TEST(ObjectStreamRecords, ContainersNest) {
     const auto script = [](SerializationManager & m) {
         for (int i = 0; i < 3; ++i) {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include <nbx/object/serializationmanager.h>
+#include <nbx/object/attributeruns.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 namespace ZMT::CORE {
@@ -61,10 +61,7 @@ void writeSequence(NBX::SerializationManager & m, const T * values, unsigned siz
     m.attribute("size", size);
     const T * pointer = isArray ? values : nullptr;
     if (size > 0) NBX_CHECK(pointer, L"not an array");
-    for (unsigned i = 0; i < size; ++i) {
-        T value = values[i];
-        m.attribute("pointer", value);
-    }
+    NBX::attributes(m, "pointer", const_cast<T *>(values), size);
 }
 
 template <class T> std::vector<T> readSequence(NBX::SerializationManager & m) {
@@ -72,8 +69,7 @@ template <class T> std::vector<T> readSequence(NBX::SerializationManager & m) {
     m.attribute("size", size);
     if (size > m.bytesLeft()) throw NBX::IOError(L"stored patch is larger than its file");
     std::vector<T> values(size);
-    for (T & value : values)
-        if (!m.attribute("pointer", value)) throw NBX::IOError(L"stored patch is cut short");
+    if (!NBX::attributes(m, "pointer", values.data(), size)) throw NBX::IOError(L"stored patch is cut short");
     return values;
 }
 
