@@ -12,6 +12,7 @@
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/color.h>
+#include <nbx/object/attributeruns.h>
 #include <nbx/object/errorhandler.h>
 
 // Classes that a stream may name, besides those of the library.
@@ -21,6 +22,34 @@ template class NBX::Array<NBX::Bounds>;
 template class NBX::Array<NBX::SO<NBX::SharedObj>>;
 template class NBX::Dictionary<std::wstring, NBX::Color>;
 template class NBX::DynamicSpaceTree<int, 2>;
+
+/// Takes numbers one by one, many at once, and from the middle of what is there.
+class Numbers : public NBX::SharedObj {
+    NBX_STORED_CLASS(Numbers, NBX::SharedObj)
+public:
+    void serialize(NBX::SerializationManager & m) override {
+        m.enterObject();
+        NBX::serializeSuperclass<NBX::SharedObj>(m, static_cast<NBX::SharedObj *>(this));
+        auto size = static_cast<unsigned>(values_.size());
+        m.attribute("size", size);
+        if (m.isReading()) {
+            if (size > m.bytesLeft()) throw NBX::IOError(L"stored numbers are more than their file");
+            values_.resize(size);
+            shorts_.resize(size);
+        }
+        const unsigned half = size / 2;
+        const bool isWhole = NBX::attributes(m, "value", values_.data(), half) &&
+                             NBX::attributes(m, "short", shorts_.data(), size) &&
+                             NBX::attributes(m, "value", values_.data() + half, size - half);
+        if (!isWhole) throw NBX::IOError(L"stored numbers are cut short");
+    }
+
+private:
+    std::vector<unsigned> values_;
+    std::vector<unsigned short> shorts_;
+};
+
+NBX_STORED_CLASS_IMPL(Numbers, NBX::SharedObj)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     NBX::ErrorHandler::setHandler([](const NBX::ErrorReport &) {});

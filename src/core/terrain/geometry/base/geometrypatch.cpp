@@ -7,6 +7,13 @@
 
 namespace ZMT::CORE {
 
+namespace {
+
+/// A tree of the largest grid has some forty.
+constexpr unsigned s_mostStoredLevels = 200;
+
+} // namespace
+
 NBX_CLASS_IMPL(GeometryPatch, NBX::Shape)
 
 GeometryPatch::GeometryPatch() : NBX::Shape(true), bbox_(NBX::Vector3Base<double>()) {}
@@ -43,6 +50,8 @@ void GeometryPatch::addStoredChild(const NBX::SO<GeometryPatch> & child) {
     if (child->parent()) throw NBX::IOError(L"stored patch has two parents");
     for (NBX::SO<GeometryPatch> above(this); above; above = above->parent())
         if (above == child) throw NBX::IOError(L"stored patch lies below itself");
+    if (child->storedLevels_ >= s_mostStoredLevels) throw NBX::IOError(L"stored tree is too deep");
+    storedLevels_ = std::max<std::uint16_t>(storedLevels_, child->storedLevels_ + 1);
     addChild(child);
 }
 
@@ -72,6 +81,7 @@ void GeometryPatch::serialize(NBX::SerializationManager & m) {
     if (m.isReading()) {
         children_.reset();
         childCount_ = 0;
+        storedLevels_ = 0;
         for (unsigned i = 0; children && i < children->size(); ++i)
             if (children->get(i)) addStoredChild(children->get(i));
         if (!bbox_.isDefined()) bbox_ = NBX::Bounds(NBX::Vector3Base<double>());

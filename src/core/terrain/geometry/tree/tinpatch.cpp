@@ -64,14 +64,21 @@ void writeSequence(NBX::SerializationManager & m, const T * values, unsigned siz
     NBX::attributes(m, "pointer", const_cast<T *>(values), size);
 }
 
-template <class T> std::vector<T> readSequence(NBX::SerializationManager & m) {
+template <class T> void readSequence(NBX::SerializationManager & m, std::vector<T> & values) {
     unsigned size = 0;
     m.attribute("size", size);
     if (size > m.bytesLeft()) throw NBX::IOError(L"stored patch is larger than its file");
-    std::vector<T> values(size);
+    values.resize(size);
     if (!NBX::attributes(m, "pointer", values.data(), size)) throw NBX::IOError(L"stored patch is cut short");
-    return values;
 }
+
+/// The lists of a patch while it is read. Their memory serves the next patch as well.
+struct StoredLists {
+    std::vector<unsigned> vertices, ranges;
+    std::vector<unsigned short> strips;
+    std::vector<float> heights;
+    std::array<std::vector<unsigned short>, TinPatch::s_borders> borders;
+};
 
 template <class T> bool staysBelow(const T * numbers, unsigned size, unsigned limit) {
     return std::all_of(numbers, numbers + size, [limit](T number) { return number < limit; });
@@ -174,14 +181,15 @@ void TinPatch::writeLists(NBX::SerializationManager & m) {
 }
 
 void TinPatch::readLists(NBX::SerializationManager & m) {
-    const auto vertices = readSequence<unsigned>(m);
-    const auto strips = readSequence<unsigned short>(m);
-    const auto ranges = readSequence<unsigned>(m);
-    const auto heights = readSequence<float>(m);
-    std::array<std::vector<unsigned short>, s_borders> borders;
+    thread_local StoredLists stored;
+    auto & [vertices, ranges, strips, heights, borders] = stored;
+    readSequence(m, vertices);
+    readSequence(m, strips);
+    readSequence(m, ranges);
+    readSequence(m, heights);
     for (unsigned i = 0; i < s_borders; ++i) {
         m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
-        borders[i] = readSequence<unsigned short>(m);
+        readSequence(m, borders[i]);
     }
 
     lists_.vertices = static_cast<unsigned>(vertices.size());

@@ -127,7 +127,7 @@ TEST(TreeBuildPool, TheProgressOfThreadsIsShownByTheCallerAndNeverFalls) {
         }
         std::thread::id own = std::this_thread::get_id();
     } display(1000);
-    EXPECT_TRUE(build(TestTerrain::grid({400, 400}, TestTerrain::bumpy), 50, 3));
+    EXPECT_TRUE(build(TestTerrain::grid({150, 150}, TestTerrain::bumpy), 50, 3));
     EXPECT_TRUE(display.isFinished_);
     EXPECT_GE(display.values_.front(), 0.0);
     EXPECT_EQ(display.values_.back(), 1.0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include <nbx/container/sequence/iterator.h>
@@ -63,6 +64,8 @@ private:
     double approxError_ = 0.0;
     double wall_ = 0.0;
     unsigned childCount_ = 0;
+    /// While reading: levels below this one, which are bounded, since trees are walked by recursion.
+    std::uint16_t storedLevels_ = 0;
     std::unique_ptr<NBX::SO<GeometryPatch>[]> children_;
 };
 
