@@ -8,17 +8,17 @@
 namespace NBX {
 
 bool reaches(const Visitable * from, const Visitable * target) {
-    std::unordered_set<const Visitable *> seen{from};
-    std::vector<const Visitable *> waiting{from};
-    std::vector<Visitable *> children;
+    std::unordered_set<const Visitable *> seen;
+    std::vector<Visitable *> waiting{const_cast<Visitable *>(from)};
     while (!waiting.empty()) {
         const Visitable * current = waiting.back();
         waiting.pop_back();
         if (current == target) return true;
-        children.clear();
-        current->acceptChildren(children);
-        for (const Visitable * child : children)
-            if (child && seen.insert(child).second) waiting.push_back(child);
+        const std::size_t others = waiting.size();
+        if (current) current->acceptChildren(waiting);
+        // Only what has children can close a circle; most objects have none.
+        const bool isLeaf = waiting.size() == others;
+        if (!isLeaf && !seen.insert(current).second) waiting.resize(others);
     }
     return false;
 }
