@@ -103,16 +103,19 @@ TEST_F(TerrainSimplifierTest, DrapedTrianglesFollowInSceneCoordinates) {
     const NBX::SO<OtherGeometry> other(new OtherGeometry);
     const NBX::SO<Terrain> terrain(new Terrain(grid.get(), nullptr));
 
-    collect({empty.get(), other.get(), still.get(), moved.get()}, terrain.get());
-    std::vector<Matrix> places;
-    bool behindTheTerrain = false;
-    for (const auto & entry : technique->entries) {
-        if (dynamic_cast<const NBX::PolygonSet *>(entry.shape.get())) behindTheTerrain = true;
-        if (entry.shape->boundingBox() != tree->boundingBox()) continue;
-        EXPECT_TRUE(behindTheTerrain);
-        places.push_back(entry.model);
+    for (const bool isEnabled : {true, false}) {
+        moved->setEnableState(isEnabled); // which plays no part
+        collect({empty.get(), other.get(), still.get(), moved.get()}, terrain.get());
+        std::vector<Matrix> places;
+        bool behindTheTerrain = false;
+        for (const auto & entry : technique->entries) {
+            if (dynamic_cast<const NBX::PolygonSet *>(entry.shape.get())) behindTheTerrain = true;
+            if (entry.shape->boundingBox() != tree->boundingBox()) continue;
+            EXPECT_TRUE(behindTheTerrain);
+            places.push_back(entry.model);
+        }
+        EXPECT_EQ(places, (std::vector<Matrix>{Matrix(), Matrix::translation({0, 8, 0})})) << isEnabled;
     }
-    EXPECT_EQ(places, (std::vector<Matrix>{Matrix(), Matrix::translation({0, 8, 0})}));
 }
 
 } // namespace
