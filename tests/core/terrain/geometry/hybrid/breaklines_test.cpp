@@ -114,6 +114,14 @@ TEST_F(BreakLinesTest, AGridWithoutCellsHasNone) {
 }
 
 /// A stored grid may have vertices anywhere.
+TEST_F(BreakLinesTest, OneRowOrColumnOfCellsIsEnough) {
+    for (const ZMT::RASTER::RasterGrid & layout :
+         {ZMT::RASTER::RasterGrid{7, 2}, ZMT::RASTER::RasterGrid{2, 7}}) {
+        grid = TestTerrain::grid(layout, TestTerrain::bumpy);
+        EXPECT_EQ(features({{0.25, 3, 0.25}, {0.75, 4, 0.5}}, true).size(), 1U) << layout.cellsX;
+    }
+}
+
 TEST_F(BreakLinesTest, VerticesFarAwayDoNotWidenTheGrid) {
     const std::vector<Point> line{{-1e16, 0, 230}, {1e16, 0, 230}};
     const auto expected = features(line, false);
