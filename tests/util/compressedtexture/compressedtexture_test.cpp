@@ -169,23 +169,30 @@ TEST_F(CompressedTextureTest, AllFormatsKeepThePicture) {
 }
 
 TEST_F(CompressedTextureTest, LevelsShowTheSamePictureInTheSamePlace) {
-    const SO<TexturePyramid> pyramid = write(picture(1001, 513, NBX::LS_RGB), CompressedTexture::PF_RGB8);
-    ASSERT_TRUE(pyramid);
-    const unsigned sizes[][2] = {{1001, 513}, {501, 257}, {251, 129}, {126, 65}};
-    ASSERT_EQ(4U, pyramid->overviews());
-    for (unsigned i = 0; i < 4; ++i) {
-        const SO<TiledGeoImage> level = pyramid->overview(i);
-        ASSERT_EQ(sizes[i][0], level->pixelsX()) << i;
-        ASSERT_EQ(sizes[i][1], level->pixelsY()) << i;
-        EXPECT_DOUBLE_EQ(pyramid->maxX(), level->maxX()) << i;
-        EXPECT_EQ(i < 3 ? 256U : 128U, level->granularityX()) << i;
-        const SO<NBX::Image> image = level->getImage(0, 0, sizes[i][0], sizes[i][1]);
-        ASSERT_TRUE(image);
-        for (int y = 0; y < image->height(); y += 5)
-            for (int x = 0; x < image->width(); x += 5) {
-                EXPECT_NEAR(0.2 + 0.6 * (x + 0.5) / image->width(), image->getColor(x, y)[0], 0.006) << i;
-                EXPECT_NEAR(0.2 + 0.6 * (y + 0.5) / image->height(), image->getColor(x, y)[1], 0.006) << i;
-            }
+    const unsigned sides[][2] = {{1001, 513}, {501, 257}, {251, 129}, {126, 65}};
+    for (const bool isWide : {true, false}) {
+        SCOPED_TRACE(isWide);
+        const unsigned x0 = isWide ? 0 : 1, y0 = 1 - x0;
+        const SO<TexturePyramid> pyramid =
+            write(picture(int(sides[0][x0]), int(sides[0][y0]), NBX::LS_RGB), CompressedTexture::PF_RGB8);
+        ASSERT_TRUE(pyramid);
+        ASSERT_EQ(4U, pyramid->overviews());
+        for (unsigned i = 0; i < 4; ++i) {
+            const SO<TiledGeoImage> level = pyramid->overview(i);
+            const unsigned width = sides[i][x0], height = sides[i][y0];
+            ASSERT_EQ(width, level->pixelsX()) << i;
+            ASSERT_EQ(height, level->pixelsY()) << i;
+            EXPECT_DOUBLE_EQ(pyramid->maxX(), level->maxX()) << i;
+            EXPECT_DOUBLE_EQ(pyramid->maxY(), level->maxY()) << i;
+            EXPECT_EQ(i < 3 ? 256U : 128U, level->granularityX()) << i;
+            const SO<NBX::Image> image = level->getImage(0, 0, width, height);
+            ASSERT_TRUE(image);
+            for (int y = 0; y < image->height(); y += 5)
+                for (int x = 0; x < image->width(); x += 5) {
+                    EXPECT_NEAR(0.2 + 0.6 * (x + 0.5) / width, image->getColor(x, y)[0], 0.006) << i;
+                    EXPECT_NEAR(0.2 + 0.6 * (y + 0.5) / height, image->getColor(x, y)[1], 0.006) << i;
+                }
+        }
     }
 }
 
