@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/builtterrain.h>
+#include <zmt/core/terrain/geometry/view/builtterrain.h>
 
 #include <cstdlib>
 #include <random>
@@ -11,7 +11,7 @@
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
-#include "treetest.h"
+#include "core/terrain/geometry/treetest.h"
 
 using NBX::ObjectStreamReader;
 using NBX::ObjectStreamWriter;

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/builtterrain.h>
+#include <zmt/core/terrain/geometry/view/builtterrain.h>
 
 #include <algorithm>
 #include <map>

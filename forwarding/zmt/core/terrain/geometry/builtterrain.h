@@ -1,0 +1,1 @@
+#include "zmt/core/terrain/geometry/view/builtterrain.h"
