@@ -1,1 +1,0 @@
-#include "zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h"
