@@ -28,14 +28,15 @@ render() {
 
 everest_terrain=(--terrain data/everest_srtm3.tif --fill-voids)
 everest=("${everest_terrain[@]}" --image data/everest_landsat7_rgb.tif)
+tree=("${everest[@]}" --method tree)
 chunked=("${everest[@]}" --method chunked)
-jacksboro=(--terrain data/jacksboro_srtm3.tif --exaggeration 2)
+jacksboro=(--terrain data/jacksboro_srtm3.tif --method tree --exaggeration 2)
 glaciers=data/everest_glaciers.geojson
 
 # The best levels of detail, and those that start at once. The radar saw nothing of many a steep slope.
-render everest_overview "${everest[@]}"
-render everest_closeup "${everest[@]}" --view closeup
-render everest_closeup_patches "${everest[@]}" --view closeup --patches
+render everest_overview "${tree[@]}"
+render everest_closeup "${tree[@]}" --view closeup
+render everest_closeup_patches "${tree[@]}" --view closeup --patches
 render everest_chunked "${chunked[@]}"
 render everest_chunked_closeup "${chunked[@]}" --view closeup
 render everest_chunked_patches "${chunked[@]}" --view closeup --patches
@@ -47,7 +48,7 @@ render jacksboro_pixel_light "${jacksboro[@]}" --lighting dynamic --light 90,25,
 render everest_exaggerated "${chunked[@]}" --exaggeration 3
 
 # What lies in and on the ground: the crest of a dam as edges of the terrain, and areas above it.
-render jacksboro_break_lines --terrain data/jacksboro_srtm3.tif --breaklines data/jacksboro_dam.geojson \
+render jacksboro_break_lines --terrain data/jacksboro_srtm3.tif --method tree --breaklines data/jacksboro_dam.geojson \
     --lighting vertex --light 300,30,0.3 --view 755300,4038800,950,755300,4043000,300
 render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 --view closeup
 
@@ -61,6 +62,6 @@ render everest_pyramid "${everest_terrain[@]}" --method chunked --image out/ever
 # The window, on a screen in memory.
 echo "demo: out/window.png"
 xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view data/everest_srtm3.tif data/everest_landsat7_rgb.tif \
-    --fill-voids --view closeup --screenshot out/window.png 2>out/window.log || fail "$(tail -n 1 out/window.log)"
+    --fill-voids --method chunked --view closeup --screenshot out/window.png 2>out/window.log || fail "$(tail -n 1 out/window.log)"
 
 echo "demo: the pictures and their statistics are in out/"

@@ -1,5 +1,8 @@
 #include "commands.h"
 #include "outputfiles.h"
+#include "step.h"
+#include "terraininput.h"
+#include "vectorinput.h"
 
 #include <cctype>
 #include <cstdio>
@@ -7,14 +10,18 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
+#include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
+#include <nbx/data/objectstreamwriter.h>
 #include <nbx/image/image.h>
 #include <nbx/math/color.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/core/terrain/geometry/view/builtterrain.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/tiledgeoimage.h>
@@ -113,10 +120,68 @@ void addPyramidCommand(CLI::App & app) {
     command->callback([options] { buildPyramid(*options); });
 }
 
+struct TreeBuildOptions {
+    std::string heights, out;
+    TreeOptions tree;
+    unsigned seed = 1;
+    TerrainReading reading;
+    std::vector<std::string> breakLines;
+};
+
+/// What cannot be stored is noticed before the long work.
+void checkFileSize(const ZMT::CORE::GridData & grid, const TreeBuildOptions & options) {
+    const unsigned maxVertices = options.tree.maxVertices.value_or(TreeOptions::s_maxVertices);
+    const std::uint64_t bytes =
+        ZMT::CORE::BuiltTerrain::expectedBytes(grid.sizeX(), grid.sizeY(), maxVertices);
+    if (bytes <= UINT32_MAX) return;
+    throw DataError(options.heights + ": its tree would take " + std::to_string((bytes >> 30) + 1) +
+                    " GiB, and a file holds 4; give a smaller raster or fewer --max-vertices");
+}
+
+void buildTreeFile(const TreeBuildOptions & options) {
+    checkTreeOptions(options.tree);
+    if (isBuiltTerrain(options.heights)) throw UsageError(options.heights + " is built; give the heights");
+    NBX::AtomicFileWriter out(options.out);
+    const auto raster = readTerrainRaster(options.heights, options.reading);
+    auto grid = makeGrid(raster);
+    checkFileSize(*grid, options);
+    for (const std::string & path : options.breakLines)
+        grid = stampLines(grid, path, raster.reference);
+    std::srand(options.seed);
+    double milliseconds = 0.0;
+    const auto root = buildTree(grid, options.tree, milliseconds);
+    const NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::Terrain(grid.get(), root.get()));
+    const NBX::SO<ZMT::CORE::BuiltTerrain> built(
+        new ZMT::CORE::BuiltTerrain(terrain, raster.reference, options.seed,
+                                    options.tree.maxVertices.value_or(TreeOptions::s_maxVertices)));
+
+    Step writing("writing " + options.out);
+    NBX::ObjectStreamWriter::write(*built, out.file());
+    if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
+    out.commit();
+    writing.finish();
+}
+
+void addTreeCommand(CLI::App & app) {
+    auto * command = app.add_subcommand(
+        "tree",
+        "Writes a terrain with its tree of levels of detail, which render, view, pick and info take.");
+    const auto options = std::make_shared<TreeBuildOptions>();
+    command->add_option("HEIGHTS", options->heights, "Height raster")->required();
+    command->add_option("OUT", options->out, "The file; its usual suffix is nbx")->required();
+    addTreeOptions(*command, options->tree);
+    command->add_option("--seed", options->seed, "Seed of the random choices")->capture_default_str();
+    addFilesOption(*command, "--breaklines", options->breakLines,
+                   "Vector file whose lines and outlines become edges of the terrain; may be repeated");
+    addVoidOption(*command, options->reading.fillVoids);
+    command->callback([options] { buildTreeFile(*options); });
+}
+
 } // namespace
 
 void addBuildCommand(CLI::App & app) {
     auto * command = app.add_subcommand("build", "Builds files that are drawn while they are read.");
     command->require_subcommand(1);
     addPyramidCommand(*command);
+    addTreeCommand(*command);
 }

@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "terraininput.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -67,23 +68,40 @@ void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & py
     printLevels(pyramid);
 }
 
+unsigned countPatches(const ZMT::CORE::GeometryPatch & patch) {
+    unsigned count = 1;
+    for (unsigned i = 0; i < patch.children(); ++i)
+        count += countPatches(*patch.child(i));
+    return count;
+}
+
+void printPlace(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoReference & reference) {
+    const auto & grid = raster.grid();
+    const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;
+    std::printf("size:       %u by %u cells\n", grid.cellsX, grid.cellsY);
+    std::printf("cell:       %.10g by %.10g%s\n", grid.cellSizeX, grid.cellSizeY, unit.c_str());
+    printSystem(reference);
+    printExtent({raster.minX(), raster.minY(), raster.maxX(), raster.maxY()});
+    printHeights(raster);
+}
+
+void printBuilt(const std::string & path) {
+    const auto built = readBuiltTerrain(path);
+    std::printf("file:       %s\n", path.c_str());
+    std::printf("format:     built terrain, %u patches of at most %u vertices, seed %u\n",
+                countPatches(*built->terrain()->root()), built->maxVertices(), built->seed());
+    printPlace(*built->grid()->rasterData(), built->reference());
+}
+
 void printRaster(const std::string & path) {
     const auto file = GeoFile::openHeights(path);
     NBX::Progress reading("reading " + path);
     const auto raster = file->read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
-    const auto & grid = raster.raster->grid();
-    const auto & reference = raster.reference;
-    const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;
     std::printf("file:       %s\n", path.c_str());
     std::printf("format:     %s, bands: %u\n", file->format().c_str(), file->bands());
-    std::printf("size:       %u by %u cells\n", grid.cellsX, grid.cellsY);
-    std::printf("cell:       %.10g by %.10g%s\n", grid.cellSizeX, grid.cellSizeY, unit.c_str());
-    printSystem(reference);
-    const ZMT::RASTER::RasterData & cells = *raster.raster;
-    printExtent({cells.minX(), cells.minY(), cells.maxX(), cells.maxY()});
-    printHeights(cells);
+    printPlace(*raster.raster, raster.reference);
 }
 
 void printVectors(const std::string & path) {
@@ -94,6 +112,7 @@ void printVectors(const std::string & path) {
 }
 
 void printInfo(const std::string & path) {
+    if (isBuiltTerrain(path)) return printBuilt(path);
     if (GeoFile::formatOf(path)) {
         const auto image = GeoFile::openImage(path);
         if (const auto * pyramid = dynamic_cast<const ZMT::UTIL::TexturePyramid *>(image.get()))
@@ -107,7 +126,8 @@ void printInfo(const std::string & path) {
 
 void addInfoCommand(CLI::App & app) {
     auto * command = app.add_subcommand(
-        "info", "Tells what a raster, a texture pyramid or a file of lines and areas holds.");
+        "info",
+        "Tells what a raster, a built terrain, a texture pyramid or a file of lines and areas holds.");
     const auto path = std::make_shared<std::string>();
     command->add_option("FILE", *path, "The file")->required();
     command->callback([path] { printInfo(*path); });

@@ -29,29 +29,24 @@ const Sunlight s_defaultSun{Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 } // namespace
 
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
-    const auto addFiles = [&](const char * name, std::vector<std::string> & files, const char * description) {
-        command.add_option(name, files, description)
-            ->expected(1)
-            ->allow_extra_args(false)
-            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    };
-    addFiles(
-        "--image", options.images,
+    addFilesOption(
+        command, "--image", options.images,
         "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
-    addFiles("--breaklines", options.breakLines,
-             "Vector file whose lines and outlines become edges of the terrain; may be repeated");
-    addFiles("--drape", options.draped,
-             "Vector file whose areas become triangles that take the colours of the ground; may be repeated");
+    addFilesOption(command, "--breaklines", options.breakLines,
+                   "Vector file whose lines and outlines become edges of the terrain; may be repeated");
+    addFilesOption(
+        command, "--drape", options.draped,
+        "Vector file whose areas become triangles that take the colours of the ground; may be repeated");
     command.add_option("--drape-lift", options.drapeLift, "Height of the areas above the ground")
         ->capture_default_str();
     addVoidOption(command, options.fillVoids);
     command
         .add_option("--method", options.method,
-                    "tree: the best levels of detail, built once; chunked: starts within seconds")
+                    "tree: the best levels of detail, built once; chunked: starts within seconds; auto: "
+                    "chunked, but the tree of a built terrain, with --max-vertices, --breaklines or "
+                    "--lighting vertex, and for what is too large for chunks")
         ->capture_default_str();
-    command.add_option("--max-vertices", options.maxVertices, "Budget of a node of the tree, 50 to 32000")
-        ->capture_default_str();
-    addThreadsOption(command, options.threads);
+    addTreeOptions(command, options.tree);
     command.add_option("--exaggeration", options.exaggeration, "Factor of the heights")
         ->capture_default_str();
     command.add_option(
@@ -71,10 +66,9 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
 }
 
 void checkLandscape(const LandscapeOptions & options) {
-    checkMaxVertices(options.maxVertices);
-    checkThreads(options.threads);
-    if (options.method != "tree" && options.method != "chunked")
-        throw UsageError("--method must be tree or chunked: " + options.method);
+    checkTreeOptions(options.tree);
+    if (options.method != "tree" && options.method != "chunked" && options.method != "auto")
+        throw UsageError("--method must be auto, tree or chunked: " + options.method);
     checkExaggeration(options.exaggeration);
     parseLighting(options.lighting);
     if (!options.light.empty()) parseSunlight(options.light);
@@ -89,6 +83,12 @@ void checkLandscape(const LandscapeOptions & options) {
         throw UsageError(
             "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
             "--method tree");
+    if (!isBuiltTerrain(options.terrain)) return;
+    checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids});
+    const char * given = options.method == "chunked"   ? "--method chunked"
+                         : !options.breakLines.empty() ? "--breaklines"
+                                                       : nullptr;
+    if (given) throw UsageError(notForBuilt(given, options.terrain));
 }
 
 std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
@@ -107,20 +107,23 @@ std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
 Landscape::Landscape(const LandscapeOptions & options) {
     const Lighting lighting = parseLighting(options.lighting);
     const Sunlight sun = options.light.empty() ? s_defaultSun : parseSunlight(options.light);
-    const auto raster = readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids});
-    reference_ = raster.reference;
-    extent_ = {raster.raster->minX(), raster.raster->minY(), raster.raster->maxX(), raster.raster->maxY()};
-    grid_ = makeGrid(raster);
+    // A window may get a built terrain later, with options that were given for rasters.
+    const bool fillVoids = options.fillVoids && !isBuiltTerrain(options.terrain);
+    const TerrainInput input = readTerrain(options.terrain, {.fillVoids = fillVoids});
+    reference_ = input.reference;
+    grid_ = input.grid;
+    const auto & raster = *grid_->rasterData();
+    extent_ = {raster.minX(), raster.minY(), raster.maxX(), raster.maxY()};
     // What cannot be read is noticed before the long work.
     std::vector<GroundLayer> images;
     for (const std::string & path : options.images)
         images.push_back(readImage(path));
     for (const std::string & path : options.breakLines)
-        grid_ = stampLines(grid_, path, reference_);
+        if (!input.built) grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
     for (const std::string & path : options.draped)
         areas.push_back(readAreas(*grid_, path, reference_));
-    terrain_ = buildTerrain(grid_, options.method, options.maxVertices, options.threads, buildMilliseconds_);
+    terrain_ = makeTerrain(options, input);
     root_ = terrain_->root();
     if (const auto * chunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain_.get()))
         geometryErrorFactor_ = 1.0 / chunked->worstErrorRatio();
@@ -144,6 +147,17 @@ Landscape::Landscape(const LandscapeOptions & options) {
     for (std::size_t i = 0; i < areas.size(); ++i)
         ground_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
     ground_->append(terrain_.get());
+}
+
+NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & options,
+                                                   const TerrainInput & input) {
+    if (input.built) return input.built->terrain();
+    // Only the tree has normals, and triangles of any shape.
+    const bool needsTree = options.tree.maxVertices || !options.breakLines.empty() ||
+                           options.lighting == "vertex" || !fitsChunks(*grid_);
+    if (options.method == "tree" || (options.method == "auto" && needsTree))
+        return new ZMT::CORE::Terrain(grid_.get(), buildTree(grid_, options.tree, buildMilliseconds_).get());
+    return buildChunks(grid_, buildMilliseconds_);
 }
 
 GroundLayer Landscape::readImage(const std::string & path) const {

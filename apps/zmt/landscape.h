@@ -15,6 +15,7 @@
 
 #include "groundlayers.h"
 #include "outputfiles.h"
+#include "terraininput.h"
 
 namespace CLI {
 class App;
@@ -22,7 +23,7 @@ class App;
 
 /// What a landscape is made of.
 struct LandscapeOptions {
-    std::string terrain;
+    std::string terrain;    ///< a height raster, or a terrain that was built
     bool fillVoids = false; ///< interpolate where heights are missing
     std::vector<std::string> images;
     std::vector<std::string> breakLines; ///< vector files
@@ -31,16 +32,16 @@ struct LandscapeOptions {
     std::string light;                   ///< empty for a light from the north-west
     std::string lighting = "relief";
     std::optional<bool> shadeImages; ///< by default with dynamic lighting alone; vertex lighting always does
-    std::string method = "tree";
-    unsigned maxVertices = 4000;
-    unsigned threads = 1; ///< that build the tree
+    std::string method = "auto";
+    TreeOptions tree;
     double exaggeration = 1.0;
     bool plain = false; ///< shading alone, neither colours by height nor images
 };
 
 /// Adds the options that make a landscape to `command`; all but the terrain itself.
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
-/// Throws `UsageError` for options that cannot be, whatever the files hold.
+/// Throws `UsageError` for options that cannot be, for a raster or a built terrain as the first bytes of the
+/// file tell; whatever else the files hold.
 void checkLandscape(const LandscapeOptions & options);
 
 /// The files that `options` name, for `checkOutputs`.
@@ -49,8 +50,9 @@ std::vector<NamedFile> inputFiles(const LandscapeOptions & options);
 /// A terrain with all that lies on it, read and built.
 class Landscape {
 public:
-    /// Reads and builds what `checkLandscape` has passed. Throws `DataError` and what the raster layer throws
-    /// for data that cannot be used and after a cancel.
+    /// Reads and builds what `checkLandscape` has passed: by the tree where that was built, where the options
+    /// need it and where chunks cannot cover the raster, otherwise chunked. Throws `DataError` and what the
+    /// raster layer throws for data that cannot be used and after a cancel.
     explicit Landscape(const LandscapeOptions & options);
 
     /// An image for this terrain; nothing is changed. Throws as above.
@@ -82,6 +84,7 @@ public:
     const NBX::Bounds & interest() const { return interest_; }
 
 private:
+    NBX::SO<ZMT::CORE::Terrain> makeTerrain(const LandscapeOptions & options, const TerrainInput & input);
     /// On all that lies there, or below the last `above` layers.
     void layOn(const GroundLayer & layer, unsigned above = 0);
     void layImage(const GroundLayer & image);

@@ -30,9 +30,8 @@ using ZMT::CORE::PatchMesh;
 
 struct LodOptions {
     std::string terrain;
-    unsigned maxVertices = 4000;
+    TreeOptions tree;
     unsigned seed = 1;
-    unsigned threads = 1;
     std::string report;
     std::vector<std::string> mesh; ///< level and file
     TerrainReading reading;
@@ -174,8 +173,9 @@ unsigned parseLevel(const std::string & text) {
 }
 
 void runLod(const LodOptions & options) {
-    checkMaxVertices(options.maxVertices);
-    checkThreads(options.threads);
+    checkTreeOptions(options.tree);
+    if (isBuiltTerrain(options.terrain))
+        throw UsageError("--terrain: " + options.terrain + " is built; give the heights");
     const unsigned meshLevel = options.mesh.empty() ? 0 : parseLevel(options.mesh[0]);
     checkOutputs({{"--terrain", options.terrain}},
                  {{"--report", options.report}, {"--mesh", options.mesh.empty() ? "" : options.mesh[1]}});
@@ -187,7 +187,7 @@ void runLod(const LodOptions & options) {
     const auto grid = makeGrid(raster);
     std::srand(options.seed);
     double milliseconds = 0.0;
-    const auto root = buildTree(grid, options.maxVertices, options.threads, milliseconds);
+    const auto root = buildTree(grid, options.tree, milliseconds);
     if (meshLevel > lastLevel(*root))
         throw UsageError("--mesh: the tree has the levels 0 to " + std::to_string(lastLevel(*root)) + ": " +
                          options.mesh[0]);
@@ -204,9 +204,7 @@ void addLodCommand(CLI::App & app) {
         app.add_subcommand("lod", "Builds the tree of levels of detail of a height raster and describes it.");
     const auto options = std::make_shared<LodOptions>();
     command->add_option("--terrain", options->terrain, "Height raster")->required();
-    command->add_option("--max-vertices", options->maxVertices, "Budget of a node, 50 to 32000")
-        ->capture_default_str();
-    addThreadsOption(*command, options->threads);
+    addTreeOptions(*command, options->tree);
     command->add_option("--seed", options->seed, "Seed of the random choices")->capture_default_str();
     command->add_option("--report", options->report, "JSON file with all nodes")->required();
     command

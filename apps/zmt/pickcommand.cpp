@@ -48,8 +48,8 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     PickScene(const PickOptions & options, const View & view)
-        : raster(readTerrainRaster(options.terrain, {.fillVoids = options.fillVoids})),
-          grid(makeGrid(raster)), terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
+        : input(readTerrain(options.terrain, {.fillVoids = options.fillVoids})), grid(input.grid),
+          terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
@@ -58,8 +58,7 @@ struct PickScene {
                             NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
 
-    /// Where the terrain has no height; a flat grid with a hole counts as one of unknown heights.
-    ZMT::RASTER::GeoRaster raster;
+    TerrainInput input;
     NBX::SO<ZMT::CORE::GridData> grid;
     NBX::SO<ZMT::CORE::Terrain> terrain;
     NBX::SO<NBX::SceneThing> node{new NBX::SceneThing};
@@ -103,7 +102,7 @@ void runPick(const PickOptions & options) {
     Point hit = technique->nearestHit().point;
     hit.y /= options.exaggeration;
     const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(hit);
-    printHit(geo, !scene.raster.raster->isUndef(geo.x, geo.z), options.json);
+    printHit(geo, !scene.input.raster->isUndef(geo.x, geo.z), options.json);
 }
 
 } // namespace
@@ -112,7 +111,8 @@ void addPickCommand(CLI::App & app) {
     auto * command = app.add_subcommand(
         "pick", "Tells which place of a terrain a pixel shows: x, y and height in map coordinates.");
     const auto options = std::make_shared<PickOptions>();
-    command->add_option("--terrain", options->terrain, "Height raster")->required();
+    command->add_option("--terrain", options->terrain, "Height raster, or a terrain that was built")
+        ->required();
     addVoidOption(*command, options->fillVoids);
     addViewOptions(*command, options->view, options->size);
     command->add_option("--exaggeration", options->exaggeration, "Factor of the heights")

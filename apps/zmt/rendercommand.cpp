@@ -99,14 +99,12 @@ NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
     return canvas;
 }
 
-NBX::SO<NBX::SceneThing> makeScene(const RenderOptions & options, const Landscape & landscape) {
-    NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
+void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Landscape & landscape) {
     const Viewpoint viewpoint = findViewpoint(parseView(options.view), landscape.grid(),
                                               landscape.exaggeration(), landscape.interest());
-    scene->append(makeCamera(viewpoint, landscape.box()).get());
-    if (options.wireframe) scene->append(makeWireframe().get());
-    scene->append(landscape.node().get());
-    return scene;
+    scene.append(makeCamera(viewpoint, landscape.box()).get());
+    if (options.wireframe) scene.append(makeWireframe().get());
+    scene.append(landscape.node().get());
 }
 
 void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
@@ -137,8 +135,10 @@ void runRender(RenderOptions & options) {
     TerrainPainterGLSettings::setGeometryError(landscape.geometryErrorFor(options.errors.geometry));
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
-    const auto scene = makeScene(options, landscape);
+    const NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
+    // Empty, since what is appended is searched for circles.
     canvas->append(scene.get());
+    fillScene(*scene, options, landscape);
     drawFrames(*canvas);
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
@@ -159,7 +159,8 @@ void runRender(RenderOptions & options) {
 void addRenderCommand(CLI::App & app) {
     auto * command = app.add_subcommand("render", "Draws a terrain into a picture.");
     const auto options = std::make_shared<RenderOptions>();
-    command->add_option("--terrain", options->landscape.terrain, "Height raster")->required();
+    command->add_option("--terrain", options->landscape.terrain, "Height raster, or a terrain that was built")
+        ->required();
     addLandscapeOptions(*command, options->landscape);
     addViewOptions(*command, options->view, options->size);
     addErrorOptions(*command, options->errors);

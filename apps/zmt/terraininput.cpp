@@ -11,6 +11,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <nbx/data/file.h>
+#include <nbx/data/objectloader.h>
+#include <nbx/data/objectstreamreader.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
@@ -20,6 +23,8 @@
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>
+
+using ZMT::CORE::BuiltTerrain;
 
 namespace {
 
@@ -43,20 +48,86 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
 
 } // namespace
 
+void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
+                    const char * description) {
+    command.add_option(name, files, description)
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 void addVoidOption(CLI::App & command, bool & fillVoids) {
     command.add_flag("--fill-voids", fillVoids,
                      "Interpolate where the raster has no heights, up to 200 cells far");
 }
 
-void addThreadsOption(CLI::App & command, unsigned & threads) {
-    threads = std::max(1U, std::thread::hardware_concurrency());
-    command.add_option("--threads", threads, "Threads that build the tree, without it one for each core");
+void addTreeOptions(CLI::App & command, TreeOptions & options) {
+    command.add_option("--max-vertices", options.maxVertices,
+                       "Budget of a node of the tree, " + std::to_string(s_leastVertices) + " to " +
+                           std::to_string(s_mostVertices) + ", without it " +
+                           std::to_string(TreeOptions::s_maxVertices));
+    command.add_option("--threads", options.threads,
+                       "Threads that build the tree, without it one for each core");
 }
 
-void checkThreads(unsigned threads) {
+void checkTreeOptions(const TreeOptions & options) {
+    const unsigned maxVertices = options.maxVertices.value_or(s_leastVertices);
+    if (maxVertices < s_leastVertices || maxVertices > s_mostVertices)
+        throw UsageError("--max-vertices must be from " + std::to_string(s_leastVertices) + " to " +
+                         std::to_string(s_mostVertices) + ": " + std::to_string(maxVertices));
+    const unsigned threads = options.threads.value_or(1);
     if (threads < 1 || threads > s_mostThreads)
         throw UsageError("--threads must be from 1 to " + std::to_string(s_mostThreads) + ": " +
                          std::to_string(threads));
+}
+
+bool isBuiltTerrain(const std::string & path) {
+    if (!NBX::File::isFile(path)) return false;
+    NBX::File file(path);
+    std::uint8_t start[8];
+    return NBX::ObjectStreamReader::hasMagic(start, file.read(start, sizeof start));
+}
+
+NBX::SO<BuiltTerrain> readBuiltTerrain(const std::string & path) {
+    NBX::Progress reading("reading " + path);
+    const auto built =
+        NBX::soCast<BuiltTerrain>(NBX::ObjectLoader::readFile(path, BuiltTerrain::ClassNameNBX(), false));
+    if (!built)
+        throw DataError(path +
+                        ": is damaged, or no terrain that was built; build it anew with 'zmt build tree'");
+    reading.finish();
+    return built;
+}
+
+void checkBuiltOptions(const std::string & path, const TreeOptions & options, const TerrainReading & how) {
+    const char * given = options.maxVertices ? "--max-vertices"
+                         : options.threads   ? "--threads"
+                         : how.fillVoids     ? "--fill-voids"
+                         : how.native        ? "--native"
+                                             : nullptr;
+    if (given) throw UsageError(notForBuilt(given, path));
+}
+
+std::string notForBuilt(const std::string & option, const std::string & path) {
+    return option + " is for building, and " + path + " is built; leave it out, or give the heights";
+}
+
+TerrainInput readTerrain(const std::string & path, const TerrainReading & how) {
+    TerrainInput input;
+    if (isBuiltTerrain(path)) {
+        checkBuiltOptions(path, {}, how);
+        input.built = readBuiltTerrain(path);
+        input.grid = input.built->grid();
+        input.raster = input.grid->rasterData();
+        input.reference = input.built->reference();
+        ZMT::CORE::GeoTransformation::setNBXOrigin(input.grid->origin());
+        return input;
+    }
+    const auto raster = readTerrainRaster(path, how);
+    input.raster = raster.raster;
+    input.reference = raster.reference;
+    input.grid = makeGrid(raster);
+    return input;
 }
 
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
@@ -91,34 +162,31 @@ NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {
     return grid;
 }
 
-NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned maxVertices,
-                                            unsigned threads, double & milliseconds) {
+NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid,
+                                            const TreeOptions & options, double & milliseconds) {
     const double start = NBX::NBXTime::now();
-    auto root = ZMT::CORE::CreateGeometryTree::create(grid.get(), maxVertices, threads);
+    auto root = ZMT::CORE::CreateGeometryTree::create(
+        grid.get(), options.maxVertices.value_or(TreeOptions::s_maxVertices),
+        options.threads.value_or(std::max(1U, std::thread::hardware_concurrency())));
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     if (!root) throw DataError("cancelled");
     return root;
 }
 
-NBX::SO<ZMT::CORE::Terrain> buildTerrain(const NBX::SO<ZMT::CORE::GridData> & grid,
-                                         const std::string & method, unsigned maxVertices, unsigned threads,
-                                         double & milliseconds) {
-    if (method == "tree")
-        return new ZMT::CORE::Terrain(grid.get(), buildTree(grid, maxVertices, threads, milliseconds).get());
+bool fitsChunks(const ZMT::CORE::GridData & grid) {
     constexpr unsigned most = ZMT::CORE::ChunkedLodTerrain::s_maxSize;
-    if (grid->sizeX() > most || grid->sizeY() > most)
+    return grid.sizeX() <= most && grid.sizeY() <= most;
+}
+
+NBX::SO<ZMT::CORE::Terrain> buildChunks(const NBX::SO<ZMT::CORE::GridData> & grid, double & milliseconds) {
+    constexpr unsigned most = ZMT::CORE::ChunkedLodTerrain::s_maxSize;
+    if (!fitsChunks(*grid))
         throw DataError("chunked terrains have at most " + std::to_string(most) + " by " +
                         std::to_string(most) + " heights; give --method tree or a smaller raster");
     const double start = NBX::NBXTime::now();
     NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::ChunkedLodTerrain(grid.get()));
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     return terrain;
-}
-
-void checkMaxVertices(unsigned maxVertices) {
-    if (maxVertices < s_leastVertices || maxVertices > s_mostVertices)
-        throw UsageError("--max-vertices must be from " + std::to_string(s_leastVertices) + " to " +
-                         std::to_string(s_mostVertices) + ": " + std::to_string(maxVertices));
 }
 
 void checkExaggeration(double exaggeration) {

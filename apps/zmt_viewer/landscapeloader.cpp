@@ -19,6 +19,7 @@ namespace {
 
 /// Throws for what can be neither heights nor an image.
 bool isHeights(const std::string & file) {
+    if (isBuiltTerrain(file)) return true;
     using ZMT::RASTER::GeoFile;
     using ZMT::RASTER::GeoFileKind;
     switch (GeoFile::kindOf(file)) {

@@ -70,6 +70,11 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
 void checkOptions(const ViewerOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
+    for (const std::string & file : options.files) {
+        LandscapeOptions landscape = options.landscape;
+        landscape.terrain = file;
+        checkLandscape(landscape);
+    }
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
     parseView(options.view);
     parsePictureSize(options.size);
@@ -177,14 +182,9 @@ void prepareWindowSystem() {
 int runViewer(int argc, char ** argv) {
     CLI::App app("Shows a landscape in a window.", "zmt view");
     ViewerOptions options;
-    options.landscape.method = "chunked";
     addOptions(app, options);
     try {
         app.parse(argc, argv);
-        // Only the tree has normals, and triangles of any shape.
-        const bool needsTree =
-            options.landscape.lighting == "vertex" || !options.landscape.breakLines.empty();
-        if (needsTree && app.get_option("--method")->count() == 0) options.landscape.method = "tree";
         checkOptions(options);
         return showWindow(options, 1, argv);
     } catch (const CLI::ParseError & error) {

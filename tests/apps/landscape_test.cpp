@@ -24,7 +24,7 @@ const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
 LandscapeOptions options() {
     LandscapeOptions result;
     result.terrain = s_everest;
-    result.maxVertices = 200;
+    result.tree.maxVertices = 200;
     return result;
 }
 
@@ -159,6 +159,45 @@ TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
     EXPECT_EQ(0.0, Landscape(made).geometryErrorFor(3.0));
 }
 
+struct Change {
+    const char * name;
+    void (*make)(LandscapeOptions & options);
+};
+
+/// Whether the options give chunks.
+bool isChunked(const LandscapeOptions & options) {
+    return dynamic_cast<ZMT::CORE::ChunkedLodTerrain *>(Landscape(options).terrain().get()) != nullptr;
+}
+
+TEST(Landscape, IsChunkedUnlessTheTreeIsNeeded) {
+    LandscapeOptions made;
+    made.terrain = s_everest;
+    EXPECT_EQ("auto", made.method);
+    EXPECT_TRUE(isChunked(made));
+    for (const Change & c : {
+             Change{"budget", [](LandscapeOptions & o) { o.tree.maxVertices = 4000; }},
+             Change{"break lines", [](LandscapeOptions & o) { o.breakLines = {s_glaciers}; }},
+             Change{"normals", [](LandscapeOptions & o) { o.lighting = "vertex"; }},
+             Change{"asked for", [](LandscapeOptions & o) { o.method = "tree"; }},
+         }) {
+        LandscapeOptions needsTree = made;
+        c.make(needsTree);
+        EXPECT_FALSE(isChunked(needsTree)) << c.name;
+    }
+    made.tree.maxVertices = 4000;
+    made.method = "chunked";
+    EXPECT_TRUE(isChunked(made)) << "asked for";
+}
+
+TEST(Landscape, IsTheTreeWhereChunksDoNotReach) {
+    const RunFolder folder;
+    SmallGeoTiff wide{8194, 2};
+    wide.heights.assign(2 * 8194, 5.0F);
+    LandscapeOptions made;
+    made.terrain = folder.write("t.tif", wide.encode());
+    EXPECT_FALSE(isChunked(made));
+}
+
 TEST(Landscape, PatchesThatAreWorseThanTheyStateAreAllowedLess) {
     LandscapeOptions made = options();
     made.method = "chunked";
@@ -168,15 +207,10 @@ TEST(Landscape, PatchesThatAreWorseThanTheyStateAreAllowedLess) {
     EXPECT_DOUBLE_EQ(3.0, landscape.geometryErrorFor(3.0) * terrain.worstErrorRatio());
 }
 
-struct BadOptions {
-    const char * name;
-    void (*spoil)(LandscapeOptions & options);
-};
-
 TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     constexpr double infinite = std::numeric_limits<double>::infinity();
-    const BadOptions cases[] = {
+    const Change cases[] = {
         {"method", [](LandscapeOptions & o) { o.method = "flat"; }},
         {"lighting", [](LandscapeOptions & o) { o.lighting = "neon"; }},
         {"light", [](LandscapeOptions & o) { o.light = "90"; }},
@@ -185,8 +219,8 @@ TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
              o.lighting = "vertex";
              o.shadeImages = false;
          }},
-        {"few vertices", [](LandscapeOptions & o) { o.maxVertices = 49; }},
-        {"many vertices", [](LandscapeOptions & o) { o.maxVertices = 32001; }},
+        {"few vertices", [](LandscapeOptions & o) { o.tree.maxVertices = 49; }},
+        {"many vertices", [](LandscapeOptions & o) { o.tree.maxVertices = 32001; }},
         {"no exaggeration", [](LandscapeOptions & o) { o.exaggeration = 0.0; }},
         {"negative exaggeration", [](LandscapeOptions & o) { o.exaggeration = -1.0; }},
         {"exaggeration is no number", [](LandscapeOptions & o) { o.exaggeration = nan; }},
@@ -195,9 +229,9 @@ TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
         {"endless lift", [](LandscapeOptions & o) { o.drapeLift = -infinite; }},
     };
     EXPECT_NO_THROW(checkLandscape(options()));
-    for (const BadOptions & c : cases) {
+    for (const Change & c : cases) {
         LandscapeOptions bad = options();
-        c.spoil(bad);
+        c.make(bad);
         EXPECT_THROW(checkLandscape(bad), UsageError) << c.name;
     }
 }

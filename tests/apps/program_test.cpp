@@ -291,6 +291,7 @@ INSTANTIATE_TEST_SUITE_P(
                       WrongUse{"AimBeyondAllMaps", {"--view", "1,2,3,4,-1e13,6"}, "--view must be"},
                       WrongUse{"SunIsNoNumber", {"--light", "nan,30"}, "--light must be"},
                       WrongUse{"SmallBudget", {"--max-vertices", "0"}, "--max-vertices must be"},
+                      WrongUse{"NoThreads", {"--threads", "0"}, "--threads must be"},
                       WrongUse{"UnknownMethod", {"--method", "flat"}, "--method must be"},
                       WrongUse{"UnknownLighting", {"--lighting", "neon"}, "--lighting must be"},
                       WrongUse{"SunBelowTheHorizon", {"--light", "90,-5"}, "--light must be"},

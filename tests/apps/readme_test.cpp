@@ -33,8 +33,8 @@ Options documentedOptions() {
 
 Options offeredOptions() {
     const std::vector<std::vector<std::string>> commands = {
-        {"--help"},         {"render", "--help"}, {"lod", "--help"},
-        {"info", "--help"}, {"pick", "--help"},   {"build", "pyramid", "--help"}};
+        {"--help"},         {"render", "--help"},           {"lod", "--help"},          {"info", "--help"},
+        {"pick", "--help"}, {"build", "pyramid", "--help"}, {"build", "tree", "--help"}};
     const RunFolder folder;
     Options options;
     for (const auto & command : commands)

@@ -45,6 +45,9 @@ TEST_P(Golden, LooksAsBefore) {
     const RunFolder folder;
     std::vector<std::string> arguments = GetParam().arguments;
     arguments.insert(arguments.end(), {"--size", "320x200"});
+    // The pictures are those of the tree, where they name no other method.
+    if (std::find(arguments.begin(), arguments.end(), "--method") == arguments.end())
+        arguments.insert(arguments.end(), {"--method", "tree"});
     const RunResult run = render(folder, arguments);
     ASSERT_EQ(0, run.status) << run.errors;
     EXPECT_EQ("", compareWithGolden(folder.out("picture.png"), GetParam().name));
@@ -94,7 +97,7 @@ SmallGeoTiff plain() {
 
 /// The picture from straight above, whose middle is the middle of the terrain.
 NBX::SO<NBX::Image> pictureFromAbove(const RunFolder & folder, std::vector<std::string> arguments) {
-    arguments.insert(arguments.end(), {"--view", "north", "--size", "100x100"});
+    arguments.insert(arguments.end(), {"--view", "north", "--size", "100x100", "--method", "tree"});
     const RunResult run = render(folder, arguments);
     EXPECT_EQ(0, run.status) << run.errors;
     return readPng(folder.out("picture.png"));

@@ -65,10 +65,10 @@ TEST(TerrainInput, DegreesBecomeMetresUnlessNative) {
 }
 
 TEST(TerrainInput, BudgetsHaveBounds) {
-    EXPECT_THROW(checkMaxVertices(49), UsageError);
-    EXPECT_NO_THROW(checkMaxVertices(50));
-    EXPECT_NO_THROW(checkMaxVertices(32000));
-    EXPECT_THROW(checkMaxVertices(32001), UsageError);
+    EXPECT_THROW(checkTreeOptions({.maxVertices = 49, .threads = {}}), UsageError);
+    EXPECT_NO_THROW(checkTreeOptions({.maxVertices = 50, .threads = {}}));
+    EXPECT_NO_THROW(checkTreeOptions({.maxVertices = 32000, .threads = {}}));
+    EXPECT_THROW(checkTreeOptions({.maxVertices = 32001, .threads = {}}), UsageError);
 }
 
 TEST(TerrainInput, MemoryIsMeasuredInBytes) {

@@ -24,7 +24,7 @@ class ViewerTest : public ::testing::Test {
 protected:
     void SetUp() override {
         LandscapeOptions options;
-        options.maxVertices = 200;
+        options.tree.maxVertices = 200;
         options.method = method();
         window = std::make_unique<ViewerWindow>(options, parseView("overview"));
         window->resize(700, 480);
