@@ -141,6 +141,10 @@ void checkFileSize(const ZMT::CORE::GridData & grid, const TreeBuildOptions & op
 void buildTreeFile(const TreeBuildOptions & options) {
     checkTreeOptions(options.tree);
     if (isBuiltTerrain(options.heights)) throw UsageError(options.heights + " is built; give the heights");
+    std::vector<NamedFile> inputs = {{"HEIGHTS", options.heights}};
+    for (const std::string & path : options.breakLines)
+        inputs.push_back({"--breaklines", path});
+    checkOutputs(inputs, {{"OUT", options.out}});
     NBX::AtomicFileWriter out(options.out);
     const auto raster = readTerrainRaster(options.heights, options.reading);
     auto grid = makeGrid(raster);
@@ -174,6 +178,7 @@ void addTreeCommand(CLI::App & app) {
     addFilesOption(*command, "--breaklines", options->breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addVoidOption(*command, options->reading.fillVoids);
+    addOutputNote(*command);
     command->callback([options] { buildTreeFile(*options); });
 }
 
