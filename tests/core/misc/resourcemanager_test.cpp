@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -686,8 +687,9 @@ TEST_F(ThreadedResourceManagerTest, TheWorkerComesBehindTheRenderThread) {
 }
 
 TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {
-    std::atomic<double> time{0.0};
-    threaded->clock = [&] { return time.load(); };
+    // The worker may ask once more when the test is over.
+    const auto time = std::make_shared<std::atomic<double>>(0.0);
+    threaded->clock = [time] { return time->load(); };
     for (const auto & wanted : {a, b}) {
         threaded->beginFrame();
         threaded->request(wanted, preparer, 1.0);
@@ -696,7 +698,7 @@ TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {
             Thread::sleep(0.001);
         EXPECT_TRUE(threaded->isRunning()) << "its second is not over";
         while (threaded->isRunning()) {
-            time = time + 1.0;
+            *time = *time + 1.0;
             Thread::sleep(0.001);
         }
     }
@@ -706,8 +708,8 @@ TEST_F(ThreadedResourceManagerTest, TheWorkerEndsWhenIdleAndIsStartedAgain) {
 }
 
 TEST_F(ThreadedResourceManagerTest, AWorkerWithoutWorkSleepsUntilThereIsSome) {
-    const SO<Manager> sleeping(new Manager(1000.0, true, 5, 0.0));
     std::atomic<int> looks{0};
+    const SO<Manager> sleeping(new Manager(1000.0, true, 5, 0.0));
     sleeping->clock = [&] {
         ++looks;
         return 0.0;
