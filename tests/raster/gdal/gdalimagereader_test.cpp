@@ -74,7 +74,7 @@ TEST_F(GdalImageReaderTest, ColoursFromTheSouth) {
     EXPECT_EQ(2u, image.height);
     EXPECT_EQ(500000.0, image.extent.minX);
     EXPECT_EQ(500060.0, image.extent.maxX);
-    EXPECT_EQ(3099940.0, image.extent.minY);
+    EXPECT_EQ(3099960.0, image.extent.minY);
     EXPECT_EQ(3100000.0, image.extent.maxY);
     EXPECT_EQ((Rgba{3, 13, 23, 255}), pixel(image, 0, 0));
     EXPECT_EQ((Rgba{2, 12, 22, 255}), pixel(image, 1, 1));

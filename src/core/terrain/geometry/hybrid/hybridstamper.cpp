@@ -83,16 +83,16 @@ struct HybridStamper::Cells {
 
 HybridStamper::HybridStamper(const GridData & grid)
     : origin_(grid.origin()), scale_(grid.scale()), sizeX_(grid.sizeX()), sizeY_(grid.sizeY()),
-      geoBox_(placeOf(grid)), raster_(copyOf(*grid.rasterData())), cells_(new Cells) {}
+      bbox_(placeOf(grid)), raster_(copyOf(*grid.rasterData())), cells_(new Cells) {}
 
 HybridStamper::~HybridStamper() = default;
 
 bool HybridStamper::isInside(const Point & p) const {
-    NBX_CHECK_RANGE(geoBox_.getLLF()[0], p[0], geoBox_.getURB()[0]);
-    NBX_CHECK_RANGE(geoBox_.getLLF()[2], p[2], geoBox_.getURB()[2]);
+    NBX_CHECK_RANGE(bbox_.getLLF()[0], p[0], bbox_.getURB()[0]);
+    NBX_CHECK_RANGE(bbox_.getLLF()[2], p[2], bbox_.getURB()[2]);
     NBX_CHECK(std::isfinite(p[1]), L"height is not finite");
-    return geoBox_.getLLF()[0] <= p[0] && p[0] < geoBox_.getURB()[0] && geoBox_.getLLF()[2] <= p[2] &&
-           p[2] < geoBox_.getURB()[2] && std::isfinite(p[1]);
+    return bbox_.getLLF()[0] <= p[0] && p[0] < bbox_.getURB()[0] && bbox_.getLLF()[2] <= p[2] &&
+           p[2] < bbox_.getURB()[2] && std::isfinite(p[1]);
 }
 
 void HybridStamper::stamp(const std::vector<Point> & points) {

@@ -95,6 +95,35 @@ public:
         }
     }
 
+    /// Along borders and lines of the lattice, nearly along them, from far away, and grazing.
+    Ray nextOnALine() {
+        const double sign = unit() < 0.5 ? 1.0 : -1.0;
+        const Point low = box_.getLLF(), high = box_.getURB();
+        switch (kind_++ % 10) {
+        case 0:
+            return Ray(onLattice(), Point(sign, 0, 0));
+        case 1:
+            return Ray(onLattice(), Point(s_cellX, 0, sign * s_cellY));
+        case 2:
+            return Ray(onLattice(), Point(-s_cellX, -0.01, sign * s_cellY));
+        case 3:
+            return Ray(onLattice() + up(50), Point(sign * 1e-200, -1, 1e-310));
+        case 4:
+            return Ray(onLattice() + up(50), Point(-1e-17, -1, sign * 1e-14));
+        case 5:
+            return through(Point(unit() < 0.5 ? low.x : high.x, high.y, low.z), Point(low.x, low.y, high.z));
+        case 6:
+            return Ray(Point(unit() < 0.5 ? low.x : high.x, low.y + 0.5 * unit(), high.z),
+                       Point(0, 1e-3, -1));
+        case 7:
+            return through(Point(sign * 1e9, 1e8 * unit(), 1e9 * unit()), inside());
+        case 8:
+            return through(onLattice(), onLattice() + Point(1e-9, 0, -1e-9));
+        default:
+            return Ray(inside() * 1.5, Point(sign, 1e-7 * (unit() - 0.5), 1e-3));
+        }
+    }
+
 private:
     double unit() { return std::uniform_real_distribution<double>()(random_); }
     Point inside() { return box_.point(unit(), unit(), unit()); }
@@ -124,7 +153,8 @@ Bounds placeOf(const GridPatch & patch) {
 /// The nearest hits, in front of what `objects` there are and in their frame, are those of the plain descent.
 /// Gives how many rays hit the patch.
 unsigned expectHitsOfPlainDescent(const NBX::SO<GridPatch> & patch, unsigned rays,
-                                  const std::vector<NBX::RenderObj *> & objects = {}) {
+                                  const std::vector<NBX::RenderObj *> & objects = {},
+                                  Ray (Rays::*next)() = &Rays::next) {
     const NBX::SO<PlainPatch> plain(new PlainPatch(patch));
     std::vector<NBX::RenderObj *> search = objects, reference = objects;
     search.push_back(patch.get());
@@ -132,7 +162,7 @@ unsigned expectHitsOfPlainDescent(const NBX::SO<GridPatch> & patch, unsigned ray
     Rays source(placeOf(*patch));
     unsigned hits = 0;
     for (unsigned i = 0; i < rays; ++i) {
-        const Ray ray = source.next();
+        const Ray ray = (source.*next)();
         const auto a = traced(ray, search), b = traced(ray, reference);
         EXPECT_EQ(a->hasHit(), b->hasHit()) << "ray " << i;
         if (!a->hasHit() || !b->hasHit()) continue;
@@ -157,6 +187,15 @@ TEST(GridPatchRayIntersector, IsTheRayIntersectorOfGridPatches) {
 
 TEST(GridPatchRayIntersector, FindsTheHitsOfThePlainDescent) {
     EXPECT_GT(expectHitsOfPlainDescent(wholePatch(hillGrid()), 4500), 2000U);
+}
+
+TEST(GridPatchRayIntersector, FindsThemAlongLinesAndBorders) {
+    EXPECT_GT(expectHitsOfPlainDescent(wholePatch(hillGrid()), 4000, {}, &Rays::nextOnALine), 1000U);
+    const auto part = patchOf(hillGrid(60, 50), Area(13, 5, 33, 42), hillGrid(60, 50)->boundingBox());
+    EXPECT_GT(expectHitsOfPlainDescent(part, 2000, {}, &Rays::nextOnALine), 300U);
+    const auto hybrid =
+        SmallHybrid::hybrid({60, 50, 0, 0, s_cellX, s_cellY}, hills, {{8, 8, 45}, {30, 16, -9}});
+    EXPECT_GT(expectHitsOfPlainDescent(wholePatch(hybrid), 2000, {}, &Rays::nextOnALine), 300U);
 }
 
 TEST(GridPatchRayIntersector, FindsThemOnAnyPartOfAGrid) {

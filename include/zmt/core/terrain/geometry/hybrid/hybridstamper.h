@@ -67,7 +67,7 @@ private:
 
     Point origin_, scale_;
     unsigned sizeX_, sizeY_;
-    NBX::Bounds geoBox_; ///< its heights mean nothing
+    NBX::Bounds bbox_; ///< in geo coordinates; its heights mean nothing
     unsigned features_ = 0;
     NBX::SO<RASTER::SimpleRasterData<float>> raster_;
     std::unique_ptr<Cells> cells_;
