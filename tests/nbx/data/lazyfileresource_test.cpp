@@ -51,7 +51,7 @@ TEST_F(LazyFileResourceTest, GivesPartsAndTheWhole) {
     EXPECT_EQ(part(*resource, UINT32_MAX, UINT32_MAX / 1024), "");
     EXPECT_EQ(text(*resource), "0123456789");
     EXPECT_EQ(part(*resource, 2, 3), "234");
-    EXPECT_STREQ(static_cast<const char *>(resource->pointer(9)), "9");
+    EXPECT_EQ(*static_cast<const char *>(resource->pointer(9)), '9');
 }
 
 TEST_F(LazyFileResourceTest, EmptyFileHasNoBytes) {
