@@ -14,7 +14,8 @@ ColorMaskedTiledGeoImage::ColorMaskedTiledGeoImage(TiledGeoImage * image, const 
     : DecoratedTiledGeoImage(image), maskColor_(maskColor) {}
 
 NBX::SO<NBX::Image> ColorMaskedTiledGeoImage::createEmptyImage(unsigned width, unsigned height) const {
-    return TiledGeoImage::createEmptyImage(width, height);
+    // Masked pixels have an alpha channel, whatever those of the image have.
+    return TiledGeoImage::createEmptyImage(width, height); // NOLINT(bugprone-parent-virtual-call)
 }
 
 NBX::SO<NBX::Image> ColorMaskedTiledGeoImage::getImage(int x, int y, unsigned width, unsigned height) const {

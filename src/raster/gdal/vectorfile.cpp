@@ -30,6 +30,7 @@ const Point nowhere(NAN, NAN, NAN);
 
 std::vector<Point> pointsOf(const OGRSimpleCurve & curve) {
     std::vector<Point> points;
+    points.reserve(static_cast<std::size_t>(curve.getNumPoints()));
     for (int i = 0; i < curve.getNumPoints(); ++i)
         points.emplace_back(curve.getX(i), curve.getZ(i), curve.getY(i));
     return points;

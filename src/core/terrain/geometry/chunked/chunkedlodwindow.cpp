@@ -7,6 +7,7 @@
 #include <zmt/core/terrain/geometry/chunked/chunkedlodwindow.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "chunkedlodmesh.h"
@@ -25,7 +26,7 @@ constexpr unsigned short s_maxThreshold = 65535;
 /// Two triangles a cell, less than two nodes of the recursion for each, at most two entries a node: windows
 /// of this size fit always.
 constexpr unsigned s_largestFit = 65;
-static_assert(8 * (s_largestFit - 1) * (s_largestFit - 1) <= ChunkedLodPatchMesh::s_maxEntries);
+static_assert(std::size_t(8) * (s_largestFit - 1) * (s_largestFit - 1) <= ChunkedLodPatchMesh::s_maxEntries);
 
 unsigned short coarser(unsigned threshold) {
     return static_cast<unsigned short>(std::min<unsigned>(s_maxThreshold, threshold * 3 / 2 + 1));
