@@ -18,9 +18,6 @@ namespace {
 
 using Geometry = std::unique_ptr<OGRGeometry>;
 
-/// Collections in collections, of which no file needs more.
-constexpr unsigned maxDepth = 32;
-
 /// What a geometry operation gave, which says why it gave nothing.
 Geometry checked(OGRGeometry * result, const std::string & path, const GdalErrorTrap & trap) {
     if (!result)
@@ -143,8 +140,7 @@ void AreaCollector::add(const OGRGeometry & geometry) {
 }
 
 void AreaCollector::collect(const OGRGeometry & geometry, unsigned depth) {
-    if (depth > maxDepth)
-        throw NBX::InputException(L"collections lie too deep in one another; split them", path_);
+    checkCollectionDepth(depth, path_);
     if (geometry.hasCurveGeometry(TRUE)) {
         const Geometry lines(geometry.getLinearGeometry());
         if (lines && !lines->hasCurveGeometry(TRUE)) collect(*lines, depth + 1);

@@ -272,4 +272,10 @@ bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, con
     return true;
 }
 
+void checkCollectionDepth(unsigned depth, const std::string & path) {
+    constexpr unsigned deepest = 32;
+    if (depth > deepest)
+        throw NBX::InputException(L"collections lie too deep in one another; split them", path);
+}
+
 } // namespace ZMT::RASTER

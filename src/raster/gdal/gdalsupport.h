@@ -39,6 +39,14 @@ private:
     std::string text_;
 };
 
+/// Whoever chooses a level by what whole blocks cost must not be kept from the fine ones by blocks as large
+/// as a texture, or by strips as wide as the image: blocks are cached here, and read in parts.
+constexpr unsigned s_largestGranularity = 128;
+
+/// Throws `NBX::InputException`, which names `path`, for collections of shapes that lie deeper in one another
+/// than any file needs.
+void checkCollectionDepth(unsigned depth, const std::string & path);
+
 struct GdalDatasetCloser {
     void operator()(GDALDataset * dataset) const { GDALClose(dataset); }
 };

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "gdalimagereader.h"
+#include "gdalsupport.h"
 
 #include <nbx/data/file.h>
 #include <nbx/object/errorhandler.h>
@@ -27,10 +28,6 @@ namespace ZMT::RASTER {
 NBX_STORED_CLASS_IMPL(ImageFilePyramid, TiledGeoImagePyramid)
 
 namespace {
-
-/// Whoever chooses a level by what whole blocks cost must not be kept from the fine ones by blocks as large
-/// as a texture, or by strips as wide as the image: blocks are cached here, and read in parts.
-constexpr unsigned s_largestGranularity = 128;
 
 struct PixelFormat {
     NBX::LayerSequence sequence = NBX::LS_RGBA;

@@ -23,9 +23,6 @@ namespace {
 using Point = NBX::Vector3Base<double>;
 using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 
-/// Collections in collections, of which no file needs more.
-constexpr unsigned maxDepth = 32;
-
 const Point nowhere(NAN, NAN, NAN);
 
 std::vector<Point> pointsOf(const OGRSimpleCurve & curve) {
@@ -84,8 +81,7 @@ private:
 };
 
 void LineCollector::add(const OGRGeometry & geometry, unsigned depth) {
-    if (depth > maxDepth)
-        throw NBX::InputException(L"collections lie too deep in one another; split them", path_);
+    checkCollectionDepth(depth, path_);
     if (geometry.hasCurveGeometry(TRUE)) {
         const std::unique_ptr<OGRGeometry> lines(geometry.getLinearGeometry());
         if (lines && !lines->hasCurveGeometry(TRUE)) add(*lines, depth + 1);

@@ -34,8 +34,6 @@ constexpr double s_margin = 4.0;
 /// So many source pixels are read for one of the result before a coarser level is taken.
 constexpr double s_mostSourcePixels = 4.0;
 constexpr double s_smallWindow = 512.0 * 512.0;
-/// See `ImageFilePyramid`: whoever asks by whole tiles must not be kept from the fine levels.
-constexpr unsigned s_largestGranularity = 128;
 
 struct Size {
     unsigned width, height;
