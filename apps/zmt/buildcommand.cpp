@@ -1,8 +1,4 @@
 #include "commands.h"
-#include "outputfiles.h"
-#include "step.h"
-#include "terraininput.h"
-#include "vectorinput.h"
 
 #include <cctype>
 #include <cstdio>
@@ -13,6 +9,11 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#include "landscape/outputfiles.h"
+#include "landscape/step.h"
+#include "landscape/terraininput.h"
+#include "landscape/vectorinput.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>

@@ -1,5 +1,4 @@
 #include "commands.h"
-#include "terraininput.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -7,6 +6,9 @@
 #include <memory>
 
 #include <CLI/CLI.hpp>
+
+#include "landscape/errors.h"
+#include "landscape/terraininput.h"
 
 #include <nbx/object/progress.h>
 #include <zmt/raster/gdal/geofile.h>

@@ -3,9 +3,6 @@
 // when all has gone well.
 
 #include "commands.h"
-#include "outputfiles.h"
-#include "step.h"
-#include "terraininput.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -18,6 +15,10 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+
+#include "landscape/outputfiles.h"
+#include "landscape/step.h"
+#include "landscape/terraininput.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>

@@ -1,12 +1,14 @@
 #include "commands.h"
-#include "terraininput.h"
-#include "viewpoint.h"
 
 #include <cstdio>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+
+#include "landscape/errors.h"
+#include "landscape/terraininput.h"
+#include "landscape/viewpoint.h"
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>

@@ -1,13 +1,13 @@
 #include "commands.h"
-#include "reports.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iostream>
-#include <new>
 
 #include <CLI/CLI.hpp>
+
+#include "landscape/errors.h"
+#include "landscape/reports.h"
 
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
@@ -62,17 +62,6 @@ int flushOutput() {
 }
 
 } // namespace
-
-void writeError(std::string message) {
-    std::replace(message.begin(), message.end(), '\n', ' ');
-    std::fprintf(stderr, "zmt: %s\n", message.c_str());
-}
-
-std::string messageOf(const std::exception & error) {
-    if (dynamic_cast<const std::bad_alloc *>(&error))
-        return "out of memory; try a smaller raster or fewer vertices";
-    return error.what();
-}
 
 int runProgram(int argc, const char * const * argv) {
     CLI::App app("Turns height rasters into terrains and draws them.", "zmt");

@@ -3,11 +3,6 @@
 // statistics get their name before the picture does: where there is a picture, both are there.
 
 #include "commands.h"
-#include "landscape.h"
-#include "picture.h"
-#include "reports.h"
-#include "terraininput.h"
-#include "viewpoint.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +11,13 @@
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+
+#include "landscape/errors.h"
+#include "landscape/landscape.h"
+#include "landscape/picture.h"
+#include "landscape/reports.h"
+#include "landscape/terraininput.h"
+#include "landscape/viewpoint.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/engine/clock.h>

@@ -9,6 +9,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "landscape/errors.h"
+
 namespace {
 
 namespace fs = std::filesystem;

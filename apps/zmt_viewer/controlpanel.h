@@ -4,7 +4,7 @@
 
 #include <QWidget>
 
-#include "../zmt/landscape.h"
+#include "landscape/landscape.h"
 
 class QCheckBox;
 class QVBoxLayout;

@@ -4,7 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include "../zmt/commands.h"
+#include "landscape/errors.h"
 
 #include <zmt/raster/gdal/geofile.h>
 

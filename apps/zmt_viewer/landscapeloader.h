@@ -11,7 +11,7 @@
 
 #include <nbx/object/progress.h>
 
-#include "../zmt/landscape.h"
+#include "landscape/landscape.h"
 
 /// Reads and builds landscapes on a thread of its own, and shows the progress of the process. Belongs to the
 /// thread of the window, where its signals arrive.

@@ -18,8 +18,8 @@
 #include <QPixmap>
 #include <QWheelEvent>
 
-#include "../zmt/commands.h"
 #include "clocktimer.h"
+#include "landscape/errors.h"
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>

@@ -13,10 +13,10 @@
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 
-#include "../zmt/landscape.h"
-#include "../zmt/picture.h"
-#include "../zmt/viewpoint.h"
 #include "flightcontroller.h"
+#include "landscape/landscape.h"
+#include "landscape/picture.h"
+#include "landscape/viewpoint.h"
 #include "windowcanvasgl.h"
 
 class QLabel;

@@ -18,8 +18,8 @@
 #include <QBuffer>
 #include <QTimer>
 
-#include "../zmt/commands.h"
-#include "../zmt/picture.h"
+#include "landscape/errors.h"
+#include "landscape/picture.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"

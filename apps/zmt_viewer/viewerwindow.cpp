@@ -23,8 +23,8 @@
 #include <QStatusBar>
 #include <QVBoxLayout>
 
-#include "../zmt/picture.h"
 #include "controlpanel.h"
+#include "landscape/picture.h"
 #include "landscapeview.h"
 
 #include <zmt/core/terrain/frame/geotransformation.h>

@@ -7,9 +7,9 @@
 
 #include <QMainWindow>
 
-#include "../zmt/landscape.h"
-#include "../zmt/reports.h"
-#include "../zmt/viewpoint.h"
+#include "landscape/landscape.h"
+#include "landscape/reports.h"
+#include "landscape/viewpoint.h"
 #include "landscapeloader.h"
 
 class ControlPanel;

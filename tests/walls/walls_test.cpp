@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 47> order = {
+constexpr std::array<std::string_view, 48> order = {
     "nbx/object",
     "nbx/math",
     "nbx/container/sequence",
@@ -67,9 +67,13 @@ constexpr std::array<std::string_view, 47> order = {
     "zmt/core/texturedtriangles/texturedtriangletree_impl",
     "zmt/util",
     "zmt/util/compressedtexture",
+    "apps/landscape",
     "apps/zmt",
     "apps/zmt_viewer",
 };
+
+/// Rooms beside each other: none of them includes another one.
+constexpr std::array<std::string_view, 2> programs = {"apps/zmt", "apps/zmt_viewer"};
 
 /// A room that holds more sources, or more headers, is two rooms.
 constexpr std::size_t s_roomSize = 25;
@@ -126,6 +130,7 @@ std::string placeOfHeader(const std::string & header) {
         if (startsWith(header, top)) return header;
     for (const char * top : {"raster/", "core/", "util/"}) // private ones, seen from src/
         if (startsWith(header, top)) return "zmt/" + header;
+    if (startsWith(header, "landscape/")) return "apps/" + header;
     return {};
 }
 
@@ -145,7 +150,11 @@ std::optional<std::string> judgeOwn(const std::string & file, const std::string 
     const int used = rankOf(place);
     if (user < 0) return "the file lies in no known room";
     if (used < 0) return "the header lies in no known room";
-    if (used > user) return std::string(order[user]) + " may not include " + std::string(order[used]);
+    const auto isProgram = [](int rank) {
+        return std::find(programs.begin(), programs.end(), order[std::size_t(rank)]) != programs.end();
+    };
+    if (used > user || (used != user && isProgram(used)))
+        return std::string(order[user]) + " may not include " + std::string(order[used]);
     return std::nullopt;
 }
 
@@ -318,6 +327,8 @@ TEST(Walls, AllowedIncludesPass) {
         {"src/nbx/gl/effect/multitexturinggl.cpp", "nbx/gl/texture/texturegl.h"},
         {"apps/zmt/main.cpp", "CLI/CLI.hpp"},
         {"apps/zmt/main.cpp", "zmt/util/hachures.h"},
+        {"apps/zmt/main.cpp", "landscape/reports.h"},
+        {"apps/zmt_viewer/main.cpp", "landscape/reports.h"},
         {"include/zmt/raster/rasterdata.h", "vector"},
     };
     for (const Case & c : cases)
@@ -368,6 +379,19 @@ TEST(Walls, WrongIncludeInATreeIsReportedWithFileAndLine) {
     tree.write("src/nbx/math/bounds.cpp", "#include \"nbx/math/bounds.h\"\n\n  #  include <GL/gl.h>\n");
     EXPECT_EQ(joined(complaintsAbout(tree.root())),
               "src/nbx/math/bounds.cpp:3: GL/gl.h: this is not the home of OpenGL\n");
+}
+
+TEST(Walls, ProgramsDoNotKnowEachOther) {
+    const TemporaryTree tree;
+    for (const char * room : {"landscape", "zmt", "zmt_viewer"})
+        tree.write(std::string("apps/") + room + "/a.h", "");
+    tree.write("apps/zmt/a.cpp", "#include \"a.h\"\n#include \"../zmt_viewer/a.h\"\n");
+    tree.write("apps/zmt_viewer/a.cpp", "#include \"../landscape/a.h\"\n#include \"../zmt/a.h\"\n");
+    tree.write("apps/landscape/a.cpp", "#include \"../zmt/a.h\"\n");
+    EXPECT_EQ(joined(complaintsAbout(tree.root())),
+              "apps/landscape/a.cpp:1: ../zmt/a.h: apps/landscape may not include apps/zmt\n"
+              "apps/zmt/a.cpp:2: ../zmt_viewer/a.h: apps/zmt may not include apps/zmt_viewer\n"
+              "apps/zmt_viewer/a.cpp:2: ../zmt/a.h: apps/zmt_viewer may not include apps/zmt\n");
 }
 
 TEST(Walls, NeighbouringHeaderIsJudgedByItsPlace) {

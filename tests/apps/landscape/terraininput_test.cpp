@@ -1,10 +1,10 @@
-#include "terraininput.h"
+#include "landscape/terraininput.h"
 
 #include <gtest/gtest.h>
 
 #include <zmt/raster/rasterdata.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 

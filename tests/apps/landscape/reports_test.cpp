@@ -1,8 +1,8 @@
-#include "reports.h"
+#include "landscape/reports.h"
 
 #include <gtest/gtest.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 
 namespace {
 

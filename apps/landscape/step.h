@@ -4,7 +4,7 @@
 
 #include <nbx/object/progress.h>
 
-#include "commands.h"
+#include "errors.h"
 
 /// One step of a long run, shown while it lives. Steps whose parts cannot be cancelled end at the next one.
 class Step {

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "commands.h"
-#include "outputfiles.h"
+#include "landscape/errors.h"
+#include "landscape/outputfiles.h"
 
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"

@@ -1,6 +1,6 @@
 #include "outputfiles.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <cstddef>
 

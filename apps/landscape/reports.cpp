@@ -1,6 +1,6 @@
 #include "reports.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <algorithm>
 #include <utility>

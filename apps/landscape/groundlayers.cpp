@@ -4,7 +4,7 @@
 
 #include "groundlayers.h"
 
-#include "commands.h"
+#include "errors.h"
 #include "reports.h"
 #include "step.h"
 

@@ -1,6 +1,6 @@
 #include "terraininput.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <algorithm>
 #include <string>

@@ -4,7 +4,7 @@
 
 #include "landscape.h"
 
-#include "commands.h"
+#include "errors.h"
 #include "terraininput.h"
 #include "vectorinput.h"
 

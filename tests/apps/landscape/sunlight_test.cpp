@@ -1,8 +1,8 @@
-#include "sunlight.h"
+#include "landscape/sunlight.h"
 
 #include <gtest/gtest.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 
 namespace {
 

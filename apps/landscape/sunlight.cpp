@@ -1,6 +1,6 @@
 #include "sunlight.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <cmath>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "groundlayers.h"
+#include "landscape/groundlayers.h"
 
 #include <algorithm>
 #include <cmath>

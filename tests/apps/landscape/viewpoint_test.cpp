@@ -1,8 +1,8 @@
-#include "viewpoint.h"
+#include "landscape/viewpoint.h"
 
 #include <gtest/gtest.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 
 namespace {
 

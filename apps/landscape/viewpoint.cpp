@@ -4,7 +4,7 @@
 
 #include "viewpoint.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <algorithm>
 #include <cmath>

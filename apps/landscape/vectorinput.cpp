@@ -1,6 +1,6 @@
 #include "vectorinput.h"
 
-#include "commands.h"
+#include "errors.h"
 #include "step.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "landscape.h"
+#include "landscape/landscape.h"
 
 #include <limits>
 #include <set>
@@ -9,7 +9,7 @@
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "commands.h"
+#include "landscape/errors.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
 
@@ -70,8 +70,7 @@ TEST(LandscapeLoaderFiles, OfTwoTerrainsTheSecondIsAnImage) {
 TEST(LandscapeLoaderFiles, TexturePyramidIsAnImage) {
     const RunFolder folder;
     const std::string pyramid = folder.out("image.ztp");
-    const char * arguments[] = {"zmt", "build", "pyramid", s_everestImage.c_str(), pyramid.c_str()};
-    ASSERT_EQ(0, runProgram(5, arguments));
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE, {"build", "pyramid", s_everestImage, pyramid}, folder).status);
     const auto options = LandscapeLoader::withFiles({}, {pyramid, s_everest});
     EXPECT_EQ(s_everest, options.terrain);
     EXPECT_EQ(Paths{pyramid}, options.images);

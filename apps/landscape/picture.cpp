@@ -1,6 +1,6 @@
 #include "picture.h"
 
-#include "commands.h"
+#include "errors.h"
 
 #include <cctype>
 #include <cmath>

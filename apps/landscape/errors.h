@@ -1,0 +1,24 @@
+#pragma once
+
+#include <exception>
+#include <stdexcept>
+#include <string>
+
+/// Arguments that cannot be used; the program ends with status 2.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Data that cannot be used, or a run that was cancelled; the program ends with status 1.
+class DataError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+enum ExitStatus { ES_Success = 0, ES_Data = 1, ES_Usage = 2 };
+
+/// One line on the standard error stream, whatever `message` holds.
+void writeError(std::string message);
+/// What to tell the user about `error`.
+std::string messageOf(const std::exception & error);
