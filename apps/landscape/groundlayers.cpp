@@ -154,31 +154,30 @@ void checkContent(const TiledGeoImagePyramid & image, const std::string & path) 
 
 } // namespace
 
-Lighting parseLighting(const std::string & text) {
-    if (text == "relief") return Lighting::Relief;
-    if (text == "vertex") return Lighting::Vertex;
-    if (text == "static") return Lighting::Static;
-    if (text == "dynamic") return Lighting::Dynamic;
-    throw UsageError("--lighting must be relief, vertex, static or dynamic: " + text);
-}
-
 GroundLayer makeHeightColors(const GridData & grid) {
-    return {"colours by height", modulate(makeGridTexture(ReliefImage::createHeightColors(grid), grid)), {}};
+    return {LayerKind::HeightColors,
+            "colours by height",
+            modulate(makeGridTexture(ReliefImage::createHeightColors(grid), grid)),
+            {}};
 }
 
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                         const GridData & grid, double exaggeration) {
     if (lighting == Lighting::Static)
-        return {"light map", modulate(makeLightMap(lighting, terrain, grid, sun, exaggeration)), {}};
+        return {LayerKind::Shading,
+                "light map",
+                modulate(makeLightMap(lighting, terrain, grid, sun, exaggeration)),
+                {}};
     if (lighting == Lighting::Dynamic)
-        return {"light",
+        return {LayerKind::Shading,
+                "light",
                 new ZMT::CORE::PerPixelTerrainLightingEffect(
                     makeLightMap(lighting, terrain, grid, sun, exaggeration).get(), sun.direction,
                     std::min(sun.ambient, s_mostAmbient)),
                 {}};
     const auto shading =
         ReliefImage::createShading(grid, sun.direction, sun.ambient, ReliefImage::s_maxSide, exaggeration);
-    return {"shading", modulate(makeGridTexture(shading, grid)), {}};
+    return {LayerKind::Shading, "shading", modulate(makeGridTexture(shading, grid)), {}};
 }
 
 GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
@@ -189,6 +188,6 @@ GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & t
     checkContent(*pyramid, path);
     step.finish();
     const NBX::SO<TerrainTexture> texture(new ZMT::CORE::TiledLODTexture(pyramid.get()));
-    return {std::filesystem::path(path).filename().string(),
+    return {LayerKind::Image, std::filesystem::path(path).filename().string(),
             new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()), texture->boundingBox()};
 }

@@ -9,25 +9,22 @@
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/geoextent.h>
 
+#include "lighting.h"
 #include "sunlight.h"
+
+enum class LayerKind {
+    HeightColors,
+    Shading, ///< the light, of whatever `Lighting`
+    Image,
+};
 
 /// What lies on the ground of a landscape. Every effect belongs in front of the terrain, lowest first.
 struct GroundLayer {
-    std::string name;
+    LayerKind kind;
+    std::string name; ///< for people
     NBX::SO<NBX::Attribute> effect;
     NBX::Bounds box; ///< where it lies, in scene coordinates; undefined for everywhere
 };
-
-/// How a terrain is lit.
-enum class Lighting {
-    Relief,  ///< a shading of the heights, one texel a vertex at most
-    Vertex,  ///< OpenGL's lights on the normals of the vertices
-    Static,  ///< baked into a light map
-    Dynamic, ///< for each pixel, by a map of normals
-};
-
-/// relief, vertex, static or dynamic. Throws `UsageError`.
-Lighting parseLighting(const std::string & text);
 
 /// Colours from green lowlands to white summits, and blue ones of sea, where there are heights below 0 and
 /// above.

@@ -1,6 +1,6 @@
-// The options and their checks first, then the landscape: raster, grid, images, break lines, areas, terrain,
-// and the node with the layers. Files are read before the terrain is built, which takes longest. Layers stand
-// in the node in front of the ground, the bottom one first; a light that falls on images stays the last.
+// Raster, grid, images, break lines, areas, terrain, and the node with the layers. Files are read before the
+// terrain is built, which takes longest. Layers stand in the node in front of the ground, the bottom one
+// first; a light that falls on images stays the last.
 
 #include "landscape.h"
 
@@ -8,16 +8,10 @@
 #include "terraininput.h"
 #include "vectorinput.h"
 
-#include <cmath>
-#include <cstdint>
-
-#include <CLI/CLI.hpp>
-
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
-#include <zmt/raster/gdal/projectionfile.h>
 
 namespace {
 
@@ -28,85 +22,9 @@ const Sunlight s_defaultSun{Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 
 } // namespace
 
-void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
-    addFilesOption(
-        command, "--image", options.images,
-        "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
-    addFilesOption(command, "--breaklines", options.breakLines,
-                   "Vector file whose lines and outlines become edges of the terrain; may be repeated");
-    addFilesOption(
-        command, "--drape", options.draped,
-        "Vector file whose areas become triangles that take the colours of the ground; may be repeated");
-    command.add_option("--drape-lift", options.drapeLift, "Height of the areas above the ground")
-        ->capture_default_str();
-    addVoidOption(command, options.fillVoids);
-    command
-        .add_option("--method", options.method,
-                    "tree: the best levels of detail, built once; chunked: starts within seconds; auto: "
-                    "chunked, but the tree of a built terrain, with --max-vertices, --breaklines or "
-                    "--lighting vertex, and for what is too large for chunks")
-        ->capture_default_str();
-    addTreeOptions(command, options.tree);
-    command.add_option("--exaggeration", options.exaggeration, "Factor of the heights")
-        ->capture_default_str();
-    command.add_option(
-        "--light", options.light,
-        "AZIMUTH,ELEVATION[,AMBIENT]: degrees clockwise from north, degrees above the horizon, "
-        "and the share of light from everywhere");
-    command
-        .add_option("--lighting", options.lighting,
-                    "relief: a quick shading; vertex: the normals of the vertices, at full detail; static: "
-                    "a baked light map; dynamic: light for each pixel")
-        ->capture_default_str();
-    command.add_flag_function(
-        "--shade-images,!--no-shade-images",
-        [&options](std::int64_t count) { options.shadeImages = count > 0; },
-        "Whether the light falls on images as well, which have shadows of their own; by default with "
-        "--lighting dynamic and vertex");
-}
-
-void checkLandscape(const LandscapeOptions & options) {
-    checkTreeOptions(options.tree);
-    if (options.method != "tree" && options.method != "chunked" && options.method != "auto")
-        throw UsageError("--method must be auto, tree or chunked: " + options.method);
-    checkExaggeration(options.exaggeration);
-    parseLighting(options.lighting);
-    if (!options.light.empty()) parseSunlight(options.light);
-    if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
-    if (options.lighting == "vertex" && options.shadeImages == false)
-        throw UsageError(
-            "--no-shade-images cannot go with --lighting vertex, which lights all; choose another lighting");
-    if (options.method == "chunked" && options.lighting == "vertex")
-        throw UsageError(
-            "--lighting vertex needs normals, which chunked terrains do not have; give --method tree");
-    if (options.method == "chunked" && !options.breakLines.empty())
-        throw UsageError(
-            "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
-            "--method tree");
-    if (!isBuiltTerrain(options.terrain)) return;
-    checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids});
-    const char * given = options.method == "chunked"   ? "--method chunked"
-                         : !options.breakLines.empty() ? "--breaklines"
-                                                       : nullptr;
-    if (given) throw UsageError(notForBuilt(given, options.terrain));
-}
-
-std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
-    std::vector<NamedFile> files = {{"--terrain", options.terrain}};
-    for (const std::string & path : options.images) {
-        files.push_back({"--image", path});
-        files.push_back({"the .prj beside --image", ZMT::RASTER::ProjectionFile::pathFor(path)});
-    }
-    for (const std::string & path : options.breakLines)
-        files.push_back({"--breaklines", path});
-    for (const std::string & path : options.draped)
-        files.push_back({"--drape", path});
-    return files;
-}
-
 Landscape::Landscape(const LandscapeOptions & options) {
-    const Lighting lighting = parseLighting(options.lighting);
-    const Sunlight sun = options.light.empty() ? s_defaultSun : parseSunlight(options.light);
+    const Lighting lighting = options.lighting;
+    const Sunlight sun = options.light.value_or(s_defaultSun);
     // A window may get a built terrain later, with options that were given for rasters.
     const bool fillVoids = options.fillVoids && !isBuiltTerrain(options.terrain);
     const TerrainInput input = readTerrain(options.terrain, {.fillVoids = fillVoids});
@@ -154,8 +72,8 @@ NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & opti
     if (input.built) return input.built->terrain();
     // Only the tree has normals, and triangles of any shape.
     const bool needsTree = options.tree.maxVertices || !options.breakLines.empty() ||
-                           options.lighting == "vertex" || !fitsChunks(*grid_);
-    if (options.method == "tree" || (options.method == "auto" && needsTree))
+                           options.lighting == Lighting::Vertex || !fitsChunks(*grid_);
+    if (options.method == TerrainMethod::Tree || (options.method == TerrainMethod::Auto && needsTree))
         return new ZMT::CORE::Terrain(grid_.get(), buildTree(grid_, options.tree, buildMilliseconds_).get());
     return buildChunks(grid_, buildMilliseconds_);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,38 +13,8 @@
 #include <zmt/raster/georeference.h>
 
 #include "groundlayers.h"
-#include "outputfiles.h"
+#include "landscapeoptions.h"
 #include "terraininput.h"
-
-namespace CLI {
-class App;
-}
-
-/// What a landscape is made of.
-struct LandscapeOptions {
-    std::string terrain;    ///< a height raster, or a terrain that was built
-    bool fillVoids = false; ///< interpolate where heights are missing
-    std::vector<std::string> images;
-    std::vector<std::string> breakLines; ///< vector files
-    std::vector<std::string> draped;     ///< vector files
-    double drapeLift = 0.0;              ///< in units of the heights
-    std::string light;                   ///< empty for a light from the north-west
-    std::string lighting = "relief";
-    std::optional<bool> shadeImages; ///< by default with dynamic lighting alone; vertex lighting always does
-    std::string method = "auto";
-    TreeOptions tree;
-    double exaggeration = 1.0;
-    bool plain = false; ///< shading alone, neither colours by height nor images
-};
-
-/// Adds the options that make a landscape to `command`; all but the terrain itself.
-void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
-/// Throws `UsageError` for options that cannot be, for a raster or a built terrain as the first bytes of the
-/// file tell; whatever else the files hold.
-void checkLandscape(const LandscapeOptions & options);
-
-/// The files that `options` name, for `checkOutputs`.
-std::vector<NamedFile> inputFiles(const LandscapeOptions & options);
 
 /// A terrain with all that lies on it, read and built.
 class Landscape {

@@ -6,8 +6,6 @@
 
 #include <sys/stat.h>
 
-#include <CLI/CLI.hpp>
-
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
@@ -61,10 +59,4 @@ void checkOutputs(const std::vector<NamedFile> & inputs, const std::vector<Named
     for (const NamedFile & part : partsOf(inputs))
         for (const NamedFile & output : outputs)
             refuseSame(output, part);
-}
-
-void addOutputNote(CLI::App & command) {
-    command.footer("Files appear when they are complete, in the place of what was there. An output that is a "
-                   "symbolic link stays one: the file that it points to is replaced. Files that are write "
-                   "protected, devices and pipes are not, and neither is a file that the run reads.");
 }

@@ -3,10 +3,6 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 /// A file, and how messages call it: by the option that names it.
 struct NamedFile {
     std::string option; ///< such as "--out"
@@ -18,6 +14,3 @@ struct NamedFile {
 /// links and other spellings of a folder make no difference, also where a file does not exist yet. An input
 /// counts with all the files that are read for it, such as the sources of a virtual raster.
 void checkOutputs(const std::vector<NamedFile> & inputs, const std::vector<NamedFile> & outputs);
-
-/// Tells in the help of `command` what becomes of files that are there already.
-void addOutputNote(CLI::App & command);

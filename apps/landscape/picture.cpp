@@ -5,8 +5,6 @@
 #include <cctype>
 #include <cmath>
 
-#include <CLI/CLI.hpp>
-
 #include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/image/image.h>
 #include <nbx/image/imagewriter.h>
@@ -20,13 +18,6 @@ bool isAllowed(double error) {
 }
 
 } // namespace
-
-void addErrorOptions(CLI::App & command, AllowedErrors & errors) {
-    command.add_option("--geometry-error", errors.geometry, "Allowed error of the geometry, in pixels")
-        ->capture_default_str();
-    command.add_option("--texture-error", errors.texture, "Allowed size of a texel, in pixels")
-        ->capture_default_str();
-}
 
 void checkErrors(const AllowedErrors & errors) {
     if (!isAllowed(errors.geometry) || !isAllowed(errors.texture))

@@ -9,10 +9,6 @@
 #include <nbx/scene/attribute/attribute.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
-namespace CLI {
-class App;
-}
-
 // What the pictures in files and those in the window have in common.
 
 /// How far a picture may be from the full detail, in pixels.
@@ -21,8 +17,6 @@ struct AllowedErrors {
     double texture = 2.0;
 };
 
-/// Adds the options `--geometry-error` and `--texture-error`.
-void addErrorOptions(CLI::App & command, AllowedErrors & errors);
 /// Throws `UsageError`.
 void checkErrors(const AllowedErrors & errors);
 

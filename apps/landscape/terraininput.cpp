@@ -7,10 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
-
-#include <CLI/CLI.hpp>
-
 #include <nbx/data/file.h>
 #include <nbx/data/objectloader.h>
 #include <nbx/data/objectstreamreader.h>
@@ -28,10 +24,6 @@ using ZMT::CORE::BuiltTerrain;
 
 namespace {
 
-constexpr unsigned s_leastVertices = 50;
-constexpr unsigned s_mostVertices = 32000;
-constexpr unsigned s_mostThreads = 1024;
-
 void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & path) {
     if (raster.cellsX() < 2 || raster.cellsY() < 2)
         throw DataError(path + ": has " + std::to_string(raster.cellsX()) + " by " +
@@ -47,39 +39,6 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
 }
 
 } // namespace
-
-void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
-                    const char * description) {
-    command.add_option(name, files, description)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-}
-
-void addVoidOption(CLI::App & command, bool & fillVoids) {
-    command.add_flag("--fill-voids", fillVoids,
-                     "Interpolate where the raster has no heights, up to 200 cells far");
-}
-
-void addTreeOptions(CLI::App & command, TreeOptions & options) {
-    command.add_option("--max-vertices", options.maxVertices,
-                       "Budget of a node of the tree, " + std::to_string(s_leastVertices) + " to " +
-                           std::to_string(s_mostVertices) + ", without it " +
-                           std::to_string(TreeOptions::s_maxVertices));
-    command.add_option("--threads", options.threads,
-                       "Threads that build the tree, without it one for each core");
-}
-
-void checkTreeOptions(const TreeOptions & options) {
-    const unsigned maxVertices = options.maxVertices.value_or(s_leastVertices);
-    if (maxVertices < s_leastVertices || maxVertices > s_mostVertices)
-        throw UsageError("--max-vertices must be from " + std::to_string(s_leastVertices) + " to " +
-                         std::to_string(s_mostVertices) + ": " + std::to_string(maxVertices));
-    const unsigned threads = options.threads.value_or(1);
-    if (threads < 1 || threads > s_mostThreads)
-        throw UsageError("--threads must be from 1 to " + std::to_string(s_mostThreads) + ": " +
-                         std::to_string(threads));
-}
 
 bool isBuiltTerrain(const std::string & path) {
     if (!NBX::File::isFile(path)) return false;
@@ -97,19 +56,6 @@ NBX::SO<BuiltTerrain> readBuiltTerrain(const std::string & path) {
                         ": is damaged, or no terrain that was built; build it anew with 'zmt build tree'");
     reading.finish();
     return built;
-}
-
-void checkBuiltOptions(const std::string & path, const TreeOptions & options, const TerrainReading & how) {
-    const char * given = options.maxVertices ? "--max-vertices"
-                         : options.threads   ? "--threads"
-                         : how.fillVoids     ? "--fill-voids"
-                         : how.native        ? "--native"
-                                             : nullptr;
-    if (given) throw UsageError(notForBuilt(given, path));
-}
-
-std::string notForBuilt(const std::string & option, const std::string & path) {
-    return option + " is for building, and " + path + " is built; leave it out, or give the heights";
 }
 
 TerrainInput readTerrain(const std::string & path, const TerrainReading & how) {
@@ -187,15 +133,4 @@ NBX::SO<ZMT::CORE::Terrain> buildChunks(const NBX::SO<ZMT::CORE::GridData> & gri
     NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::ChunkedLodTerrain(grid.get()));
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     return terrain;
-}
-
-void checkExaggeration(double exaggeration) {
-    if (!(exaggeration > 0.0) || !(exaggeration <= 1000.0))
-        throw UsageError("--exaggeration must be above 0, and at most 1000");
-}
-
-std::uint64_t peakResidentBytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
 }

@@ -1,7 +1,3 @@
-// From the text of an option to a camera: names and numbers are parsed, then a viewpoint is found in scene
-// coordinates. A close-up looks for its summit in blocks of the grid, and takes the highest vertex of the
-// block around which fewest heights are unknown, so that it does not look at the border of the data.
-
 #include "viewpoint.h"
 
 #include "errors.h"
@@ -9,14 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
+#include <zmt/util/summit.h>
 
 namespace {
 
@@ -53,77 +47,28 @@ private:
         return {point(c[0], c[1], c[2]), point(c[3], c[4], c[5])};
     }
 
-    Viewpoint named(const std::string & name) const {
+    Viewpoint named(View::Name name) const {
         const Point centre = box_.center();
-        if (name == "north") return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
-        if (name == "closeup") return closeUp();
+        if (name == View::Name::North)
+            return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
+        if (name == View::Name::CloseUp) return closeUp();
         return {centre + Point(size_ * 0.12, size_ * 0.66 + box_.diagonal().y, -size_ * 1.05),
                 centre - Point(0.0, 0.0, size_ * 0.12)};
     }
 
     /// Over a slope, looking at the highest place around which all heights are known.
     Viewpoint closeUp() const {
-        const Point summit = findSummit();
+        NBX::Bounds plan;
+        if (interest_.isDefined())
+            plan = NBX::Bounds(interest_.getLLF() - offset_, interest_.getURB() - offset_);
+        const auto highest = ZMT::UTIL::Summit::find(grid_, plan);
+        const Point summit = highest ? scaled(*highest + offset_) : box_.center();
         const double distance = size_ * 0.1;
         Point eye = summit + Point(-distance * 0.4, 0.0, -distance);
         eye.x = std::clamp(eye.x, box_.getLLF().x, box_.getURB().x);
         eye.y = summit.y + distance * 0.35;
         return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
     }
-
-    /// A part of the grid.
-    struct Block {
-        Point summit{0.0, -HUGE_VAL, 0.0}; ///< in coordinates of the grid
-        std::size_t unknown = 0;           ///< undefined heights
-    };
-    using Blocks = std::vector<Block>; ///< row by row
-
-    /// The highest vertex among the blocks in and around which fewest heights are unknown.
-    Point findSummit() const {
-        Blocks blocks;
-        for (unsigned j = 0; j < s_blocks; ++j)
-            for (unsigned i = 0; i < s_blocks; ++i)
-                blocks.push_back(measureBlock(i, j));
-        Point summit = grid_.vertex(0U, 0U);
-        std::size_t fewest = SIZE_MAX;
-        for (unsigned j = 1; j + 1 < s_blocks; ++j)
-            for (unsigned i = 1; i + 1 < s_blocks; ++i) {
-                const Point & top = blocks[j * s_blocks + i].summit;
-                if (!std::isfinite(top.y) || !isOfInterest(top)) continue;
-                const std::size_t unknown = unknownAround(blocks, i, j);
-                if (unknown > fewest || (unknown == fewest && top.y <= summit.y)) continue;
-                summit = top;
-                fewest = unknown;
-            }
-        return scaled(summit + offset_);
-    }
-
-    Block measureBlock(unsigned i, unsigned j) const {
-        const auto column = [&](unsigned block) { return std::size_t(block) * grid_.sizeX() / s_blocks; };
-        const auto row = [&](unsigned block) { return std::size_t(block) * grid_.sizeY() / s_blocks; };
-        Block result;
-        for (std::size_t y = row(j); y < row(j + 1); ++y)
-            for (std::size_t x = column(i); x < column(i + 1); ++x) {
-                const Point p = grid_.vertex(unsigned(x), unsigned(y));
-                result.unknown += grid_.isUndefinedHeightValue(p.y);
-                if (p.y > result.summit.y) result.summit = p;
-            }
-        return result;
-    }
-
-    static std::size_t unknownAround(const Blocks & blocks, unsigned i, unsigned j) {
-        std::size_t sum = 0;
-        for (unsigned y = j - 1; y <= j + 1; ++y)
-            for (unsigned x = i - 1; x <= i + 1; ++x)
-                sum += blocks[y * s_blocks + x].unknown;
-        return sum;
-    }
-
-    bool isOfInterest(const Point & p) const {
-        return !interest_.isDefined() || interest_.containsPointInPlane(p + offset_, 0, 2);
-    }
-
-    static constexpr unsigned s_blocks = 48;
 
     const GridData & grid_;
     double exaggeration_;
@@ -136,7 +81,9 @@ private:
 } // namespace
 
 View parseView(const std::string & text) {
-    if (text == "overview" || text == "closeup" || text == "north") return {text, {}};
+    if (text == "overview") return {View::Name::Overview, {}};
+    if (text == "closeup") return {View::Name::CloseUp, {}};
+    if (text == "north") return {View::Name::North, {}};
     std::array<double, 6> c{};
     char rest = 0;
     const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &c[0], &c[1], &c[2], &c[3], &c[4],
@@ -149,7 +96,7 @@ View parseView(const std::string & text) {
                          text);
     if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3))
         throw UsageError("--view: eye and aim are the same point");
-    return {"", c};
+    return {View::Name::Overview, c};
 }
 
 PictureSize parsePictureSize(const std::string & text) {
@@ -161,16 +108,6 @@ PictureSize parsePictureSize(const std::string & text) {
         throw UsageError("--size must be WIDTHxHEIGHT, each from 1 to " + std::to_string(s_largestSide) +
                          ": " + text);
     return {width, height};
-}
-
-void addViewOptions(CLI::App & command, std::string & view, std::string & size) {
-    command.add_option("--size", size, "Size of the picture in pixels, WIDTHxHEIGHT")->capture_default_str();
-    command
-        .add_option(
-            "--view", view,
-            "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
-            "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
-        ->capture_default_str();
 }
 
 Viewpoint findViewpoint(const View & view, const GridData & grid, double exaggeration,

@@ -9,10 +9,6 @@
 #include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
-namespace CLI {
-class App;
-}
-
 struct PictureSize {
     unsigned width, height;
 };
@@ -20,17 +16,20 @@ struct PictureSize {
 /// WIDTHxHEIGHT in pixels. Throws `UsageError`.
 PictureSize parsePictureSize(const std::string & text);
 
-/// A view by name, or eye and aim in map coordinates: x, y, height of each.
 struct View {
-    std::string name;
+    enum class Name {
+        Overview, ///< from the south
+        CloseUp,  ///< of the highest place
+        North,    ///< straight down, north up
+    };
+
+    Name name = Name::Overview;
+    /// In the place of the name: eye and aim in map coordinates, x, y, height of each.
     std::optional<std::array<double, 6>> coordinates;
 };
 
-/// Throws `UsageError`.
+/// overview, closeup, north or EX,EY,EZ,AX,AY,AZ. Throws `UsageError`.
 View parseView(const std::string & text);
-
-/// Adds the options `--view` and `--size`.
-void addViewOptions(CLI::App & command, std::string & view, std::string & size);
 
 /// Height of all pictures, in degrees.
 inline constexpr double s_fieldOfView = 45.0;

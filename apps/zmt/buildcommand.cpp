@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "landscape/commandoptions.h"
 #include "landscape/outputfiles.h"
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
@@ -35,8 +34,8 @@ using ZMT::UTIL::CompressedTexture;
 
 struct PyramidOptions {
     std::string image, out;
-    std::string format; ///< empty: that of the image
-    std::string mask;   ///< empty: none
+    std::optional<CompressedTexture::PixelFormat> format; ///< without it that of the image
+    std::optional<NBX::Color> mask;                       ///< becomes transparent
     bool deflates = false;
 };
 
@@ -85,19 +84,16 @@ CompressedTexture::PixelFormat formatOf(const ZMT::RASTER::TiledGeoImage & image
 }
 
 void buildPyramid(const PyramidOptions & options) {
-    std::optional<CompressedTexture::PixelFormat> format;
-    std::optional<NBX::Color> mask;
-    if (!options.format.empty()) format = parseFormat(options.format);
-    if (!options.mask.empty()) mask = parseColor(options.mask);
     checkOutputs({{"IMAGE", options.image}},
                  {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
     const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(new ZMT::RASTER::ImageFilePyramid(options.image));
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
-    if (!format) format = formatOf(*finest, mask.has_value(), options.image);
+    const auto format =
+        options.format ? *options.format : formatOf(*finest, options.mask.has_value(), options.image);
     const bool written =
-        CompressedTexture::create(finest, NBX::StringUtils::Utf8String2WString(options.out), *format,
+        CompressedTexture::create(finest, NBX::StringUtils::Utf8String2WString(options.out), format,
                                   options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None,
-                                  mask ? &*mask : nullptr, image->reference().wkt);
+                                  options.mask ? &*options.mask : nullptr, image->reference().wkt);
     if (written) return;
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
     throw DataError(options.image + ": the image is damaged or cut off; get it anew");
@@ -113,10 +109,11 @@ void addPyramidCommand(CLI::App & app) {
                      "The file; its usual suffix is ztp. The coordinate system of the image stands in a file "
                      "beside it, with the suffix prj")
         ->required();
-    command->add_option("--format", options->format,
-                        "Pixel format: " + formatNames() + "; without it that of the image");
+    addParsedOption(*command, "--format", options->format, parseFormat,
+                    "Pixel format: " + formatNames() + "; without it that of the image");
     command->add_flag("--deflate", options->deflates, "Deflate the tiles");
-    command->add_option("--mask", options->mask, "Colour that becomes transparent")->type_name("RRGGBB");
+    addParsedOption(*command, "--mask", options->mask, parseColor, "Colour that becomes transparent")
+        ->type_name("RRGGBB");
     addOutputNote(*command);
     command->callback([options] { buildPyramid(*options); });
 }

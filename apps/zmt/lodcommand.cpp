@@ -3,6 +3,7 @@
 // when all has gone well.
 
 #include "commands.h"
+#include "peakmemory.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -13,9 +14,9 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "landscape/commandoptions.h"
 #include "landscape/outputfiles.h"
 #include "landscape/step.h"
 #include "landscape/terraininput.h"

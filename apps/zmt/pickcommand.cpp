@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <memory>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/terraininput.h"
 #include "landscape/viewpoint.h"
@@ -25,8 +25,8 @@ using Point = NBX::Vector3Base<double>;
 struct PickOptions {
     std::string terrain;
     bool fillVoids = false;
-    std::string view = "overview";
-    std::string size = "1280x720";
+    View view;
+    PictureSize size{1280, 720};
     double exaggeration = 1.0;
     bool json = false;
     std::string pixel;
@@ -49,14 +49,14 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
-    PickScene(const PickOptions & options, const View & view)
+    explicit PickScene(const PickOptions & options)
         : input(readTerrain(options.terrain, {.fillVoids = options.fillVoids})), grid(input.grid),
           terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
         const auto scaled = [&](const Point & p) { return Point(p.x, p.y * options.exaggeration, p.z); };
-        camera = makeCamera(findViewpoint(view, *grid, options.exaggeration, {}),
+        camera = makeCamera(findViewpoint(options.view, *grid, options.exaggeration, {}),
                             NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
 
@@ -95,11 +95,9 @@ void printHit(const Point & geo, bool isKnown, bool json) {
 
 void runPick(const PickOptions & options) {
     checkExaggeration(options.exaggeration);
-    const PictureSize size = parsePictureSize(options.size);
-    const View view = parseView(options.view);
-    const Pixel pixel = parsePixel(options.pixel, size);
-    const PickScene scene(options, view);
-    const auto technique = trace(scene, size, pixel);
+    const Pixel pixel = parsePixel(options.pixel, options.size);
+    const PickScene scene(options);
+    const auto technique = trace(scene, options.size, pixel);
     if (!technique->hasHit()) return printMiss(options.json);
     Point hit = technique->nearestHit().point;
     hit.y /= options.exaggeration;

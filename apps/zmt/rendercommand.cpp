@@ -3,20 +3,20 @@
 // statistics get their name before the picture does: where there is a picture, both are there.
 
 #include "commands.h"
+#include "peakmemory.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/landscape.h"
 #include "landscape/picture.h"
 #include "landscape/reports.h"
-#include "landscape/terraininput.h"
 #include "landscape/viewpoint.h"
 
 #include <nbx/data/atomicfilewriter.h>
@@ -36,8 +36,8 @@ constexpr unsigned s_mostFrames = 10000;
 
 struct RenderOptions {
     LandscapeOptions landscape;
-    std::string view = "overview";
-    std::string size = "1280x720";
+    View view;
+    PictureSize size{1280, 720};
     AllowedErrors errors;
     bool wireframe = false;
     bool patches = false;
@@ -102,8 +102,8 @@ NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
 }
 
 void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Landscape & landscape) {
-    const Viewpoint viewpoint = findViewpoint(parseView(options.view), landscape.grid(),
-                                              landscape.exaggeration(), landscape.interest());
+    const Viewpoint viewpoint =
+        findViewpoint(options.view, landscape.grid(), landscape.exaggeration(), landscape.interest());
     scene.append(makeCamera(viewpoint, landscape.box()).get());
     if (options.wireframe) scene.append(makeWireframe().get());
     scene.append(landscape.node().get());
@@ -122,15 +122,13 @@ void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
 void runRender(RenderOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
-    const PictureSize size = parsePictureSize(options.size);
-    parseView(options.view);
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     checkPictureName("--out", options.out);
     // What cannot be written or drawn is noticed before the long work.
     NBX::AtomicFileWriter out(options.out);
     std::optional<NBX::AtomicFileWriter> stats;
     if (!options.stats.empty()) stats.emplace(options.stats);
-    const auto canvas = makeCanvas(size);
+    const auto canvas = makeCanvas(options.size);
 
     options.landscape.plain = options.patches;
     const Landscape landscape(options.landscape);

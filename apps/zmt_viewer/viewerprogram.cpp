@@ -12,12 +12,11 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include <QApplication>
 #include <QBuffer>
 #include <QTimer>
 
+#include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/picture.h"
 #include "landscapeview.h"
@@ -39,8 +38,8 @@ constexpr int s_longestScreenshot = 120'000;
 struct ViewerOptions {
     std::vector<std::string> files;
     LandscapeOptions landscape;
-    std::string view = "overview";
-    std::string size = "1280x800";
+    View view;
+    PictureSize size{1280, 800};
     AllowedErrors errors;
     bool wireframe = false;
     bool patches = false;
@@ -76,8 +75,6 @@ void checkOptions(const ViewerOptions & options) {
         checkLandscape(landscape);
     }
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
-    parseView(options.view);
-    parsePictureSize(options.size);
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
     for (const std::string & path : options.files)
         inputs.push_back({"FILE", path});
@@ -160,11 +157,10 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     TerrainPainterGLSettings::setGeometryError(options.errors.geometry);
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
 
-    ViewerWindow window(options.landscape, parseView(options.view));
+    ViewerWindow window(options.landscape, options.view);
     std::optional<Screenshot> screenshot;
     if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot);
-    const PictureSize size = parsePictureSize(options.size);
-    window.resize(int(size.width), int(size.height));
+    window.resize(int(options.size.width), int(options.size.height));
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();

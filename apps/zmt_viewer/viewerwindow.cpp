@@ -4,11 +4,8 @@
 
 #include "viewerwindow.h"
 
-#include <algorithm>
-#include <array>
 #include <exception>
 #include <filesystem>
-#include <string_view>
 
 #include <QAction>
 #include <QDockWidget>
@@ -40,8 +37,6 @@ constexpr int s_progressSteps = 1000;
 constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
 constexpr std::size_t s_layerKeys = 9;
-/// The layers that stay when patches have colours, so that the relief is still seen.
-constexpr std::array<std::string_view, 3> s_shadings = {"shading", "light map", "light"};
 
 std::vector<std::string> localFiles(const QMimeData * data) {
     std::vector<std::string> files;
@@ -223,7 +218,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     showTitle();
     view_->setFocus();
     // Coordinates of one terrain mean nothing on the next.
-    if (startView_.coordinates) startView_ = parseView("overview");
+    if (startView_.coordinates) startView_ = View();
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.
@@ -268,9 +263,8 @@ void ViewerWindow::applyLayers() {
     if (!view_->landscape()) return;
     const auto & layers = view_->landscape()->layers();
     for (std::size_t i = 0; i < layers.size(); ++i) {
-        const bool isShading =
-            std::find(s_shadings.begin(), s_shadings.end(), layers[i].name) != s_shadings.end();
-        const bool isHidden = patches_->isChecked() && !isShading;
+        // Where patches have colours, the relief is still to be seen.
+        const bool isHidden = patches_->isChecked() && layers[i].kind != LayerKind::Shading;
         layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
     }
     view_->redraw();

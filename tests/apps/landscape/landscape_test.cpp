@@ -1,6 +1,5 @@
 #include "landscape/landscape.h"
 
-#include <limits>
 #include <set>
 #include <string>
 
@@ -34,7 +33,7 @@ LandscapeOptions everything() {
     result.images = {s_image};
     result.breakLines = {s_glaciers};
     result.draped = {s_glaciers};
-    result.lighting = "static";
+    result.lighting = Lighting::Static;
     return result;
 }
 
@@ -70,8 +69,8 @@ std::string failureOf(const LandscapeOptions & options) {
 
 TEST(Landscape, EachStepIsShownAndMayBeCancelled) {
     LandscapeOptions chunked = options();
-    chunked.method = "chunked";
-    chunked.lighting = "dynamic";
+    chunked.method = TerrainMethod::Chunked;
+    chunked.lighting = Lighting::Dynamic;
     for (const LandscapeOptions & made : {everything(), chunked}) {
         std::set<std::string> titles;
         {
@@ -117,7 +116,7 @@ TEST(Landscape, LaterImagesLieOnTheOthersAndBelowTheGround) {
 TEST(Landscape, AShadingOfImagesLiesOnLaterOnesToo) {
     LandscapeOptions made = options();
     made.images = {s_image};
-    made.lighting = "static";
+    made.lighting = Lighting::Static;
     made.shadeImages = true;
     Landscape landscape(made);
     landscape.addImage(landscape.readImage(s_detail));
@@ -128,6 +127,29 @@ TEST(Landscape, AShadingOfImagesLiesOnLaterOnesToo) {
     const auto node = landscape.node();
     for (unsigned i = 0; i < 4; ++i)
         EXPECT_EQ(landscape.layers()[i].effect.get(), node->object(node->objects() - 5 + i)) << i;
+}
+
+TEST(Landscape, LayersTellTheirKind) {
+    using Kinds = std::vector<LayerKind>;
+    const struct {
+        Lighting lighting;
+        Kinds kinds;
+    } cases[] = {
+        {Lighting::Relief, {LayerKind::HeightColors, LayerKind::Shading, LayerKind::Image}},
+        {Lighting::Static, {LayerKind::HeightColors, LayerKind::Shading, LayerKind::Image}},
+        {Lighting::Dynamic, {LayerKind::HeightColors, LayerKind::Image, LayerKind::Shading}},
+        {Lighting::Vertex, {LayerKind::HeightColors, LayerKind::Image}},
+    };
+    for (const auto & [lighting, expected] : cases) {
+        LandscapeOptions made = options();
+        made.images = {s_image};
+        made.lighting = lighting;
+        Kinds kinds;
+        const Landscape landscape(made);
+        for (const GroundLayer & layer : landscape.layers())
+            kinds.push_back(layer.kind);
+        EXPECT_EQ(expected, kinds) << "lighting " << int(lighting);
+    }
 }
 
 TEST(Landscape, AnImageThatCannotBeReadChangesNothing) {
@@ -155,7 +177,7 @@ TEST(Landscape, APlainOneIsOfInterestWhereItsImageWouldLie) {
 TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {
     LandscapeOptions made = options();
     EXPECT_EQ(3.0, Landscape(made).geometryErrorFor(3.0));
-    made.lighting = "vertex";
+    made.lighting = Lighting::Vertex;
     EXPECT_EQ(0.0, Landscape(made).geometryErrorFor(3.0));
 }
 
@@ -172,20 +194,19 @@ bool isChunked(const LandscapeOptions & options) {
 TEST(Landscape, IsChunkedUnlessTheTreeIsNeeded) {
     LandscapeOptions made;
     made.terrain = s_everest;
-    EXPECT_EQ("auto", made.method);
     EXPECT_TRUE(isChunked(made));
     for (const Change & c : {
              Change{"budget", [](LandscapeOptions & o) { o.tree.maxVertices = 4000; }},
              Change{"break lines", [](LandscapeOptions & o) { o.breakLines = {s_glaciers}; }},
-             Change{"normals", [](LandscapeOptions & o) { o.lighting = "vertex"; }},
-             Change{"asked for", [](LandscapeOptions & o) { o.method = "tree"; }},
+             Change{"normals", [](LandscapeOptions & o) { o.lighting = Lighting::Vertex; }},
+             Change{"asked for", [](LandscapeOptions & o) { o.method = TerrainMethod::Tree; }},
          }) {
         LandscapeOptions needsTree = made;
         c.make(needsTree);
         EXPECT_FALSE(isChunked(needsTree)) << c.name;
     }
     made.tree.maxVertices = 4000;
-    made.method = "chunked";
+    made.method = TerrainMethod::Chunked;
     EXPECT_TRUE(isChunked(made)) << "asked for";
 }
 
@@ -200,40 +221,11 @@ TEST(Landscape, IsTheTreeWhereChunksDoNotReach) {
 
 TEST(Landscape, PatchesThatAreWorseThanTheyStateAreAllowedLess) {
     LandscapeOptions made = options();
-    made.method = "chunked";
+    made.method = TerrainMethod::Chunked;
     const Landscape landscape(made);
     const auto & terrain = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain &>(*landscape.terrain());
     EXPECT_GT(terrain.worstErrorRatio(), 1.0);
     EXPECT_DOUBLE_EQ(3.0, landscape.geometryErrorFor(3.0) * terrain.worstErrorRatio());
-}
-
-TEST(Landscape, OptionsAreCheckedBeforeAnyFileIsRead) {
-    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-    constexpr double infinite = std::numeric_limits<double>::infinity();
-    const Change cases[] = {
-        {"method", [](LandscapeOptions & o) { o.method = "flat"; }},
-        {"lighting", [](LandscapeOptions & o) { o.lighting = "neon"; }},
-        {"light", [](LandscapeOptions & o) { o.light = "90"; }},
-        {"unlit images",
-         [](LandscapeOptions & o) {
-             o.lighting = "vertex";
-             o.shadeImages = false;
-         }},
-        {"few vertices", [](LandscapeOptions & o) { o.tree.maxVertices = 49; }},
-        {"many vertices", [](LandscapeOptions & o) { o.tree.maxVertices = 32001; }},
-        {"no exaggeration", [](LandscapeOptions & o) { o.exaggeration = 0.0; }},
-        {"negative exaggeration", [](LandscapeOptions & o) { o.exaggeration = -1.0; }},
-        {"exaggeration is no number", [](LandscapeOptions & o) { o.exaggeration = nan; }},
-        {"endless exaggeration", [](LandscapeOptions & o) { o.exaggeration = infinite; }},
-        {"lift is no number", [](LandscapeOptions & o) { o.drapeLift = nan; }},
-        {"endless lift", [](LandscapeOptions & o) { o.drapeLift = -infinite; }},
-    };
-    EXPECT_NO_THROW(checkLandscape(options()));
-    for (const Change & c : cases) {
-        LandscapeOptions bad = options();
-        c.make(bad);
-        EXPECT_THROW(checkLandscape(bad), UsageError) << c.name;
-    }
 }
 
 } // namespace

@@ -64,15 +64,4 @@ TEST(TerrainInput, DegreesBecomeMetresUnlessNative) {
     EXPECT_LT(warped.raster->maxX() - warped.raster->minX(), 10000.0);
 }
 
-TEST(TerrainInput, BudgetsHaveBounds) {
-    EXPECT_THROW(checkTreeOptions({.maxVertices = 49, .threads = {}}), UsageError);
-    EXPECT_NO_THROW(checkTreeOptions({.maxVertices = 50, .threads = {}}));
-    EXPECT_NO_THROW(checkTreeOptions({.maxVertices = 32000, .threads = {}}));
-    EXPECT_THROW(checkTreeOptions({.maxVertices = 32001, .threads = {}}), UsageError);
-}
-
-TEST(TerrainInput, MemoryIsMeasuredInBytes) {
-    EXPECT_GT(peakResidentBytes(), 1U << 20);
-}
-
 } // namespace

@@ -6,12 +6,12 @@
 
 namespace {
 
-TEST(ParseView, NamesAreKept) {
-    for (const char * name : {"overview", "closeup", "north"}) {
-        const View view = parseView(name);
-        EXPECT_EQ(name, view.name);
-        EXPECT_FALSE(view.coordinates);
-    }
+TEST(ParseView, KnowsThreeNames) {
+    EXPECT_EQ(View::Name::Overview, parseView("overview").name);
+    EXPECT_EQ(View::Name::CloseUp, parseView("closeup").name);
+    EXPECT_EQ(View::Name::North, parseView("north").name);
+    for (const char * name : {"overview", "closeup", "north"})
+        EXPECT_FALSE(parseView(name).coordinates) << name;
 }
 
 TEST(ParseView, SixNumbersAreEyeAndAim) {

@@ -259,7 +259,7 @@ TEST_F(LandscapeViewTest, OffscreenPicturesCanBeDrawnInTheWindow) {
 }
 
 class ChunkedViewTest : public LandscapeViewTest {
-    std::string method() const override { return "chunked"; }
+    TerrainMethod method() const override { return TerrainMethod::Chunked; }
 };
 
 TEST_F(ChunkedViewTest, IsShownWithItsFigures) {

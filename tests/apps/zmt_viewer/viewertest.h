@@ -26,7 +26,7 @@ protected:
         LandscapeOptions options;
         options.tree.maxVertices = 200;
         options.method = method();
-        window = std::make_unique<ViewerWindow>(options, parseView("overview"));
+        window = std::make_unique<ViewerWindow>(options, View());
         window->resize(700, 480);
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
@@ -35,7 +35,7 @@ protected:
         ASSERT_TRUE(QTest::qWaitFor([&] { return view->canvas() != nullptr; }));
     }
 
-    virtual std::string method() const { return "tree"; }
+    virtual TerrainMethod method() const { return TerrainMethod::Tree; }
 
     /// Waits until everything opened is shown and at rest.
     bool settle() const {

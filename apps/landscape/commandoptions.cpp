@@ -1,0 +1,82 @@
+#include "commandoptions.h"
+
+#include <cstdint>
+
+void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
+                    const char * description) {
+    command.add_option(name, files, description)
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addVoidOption(CLI::App & command, bool & fillVoids) {
+    command.add_flag("--fill-voids", fillVoids,
+                     "Interpolate where the raster has no heights, up to 200 cells far");
+}
+
+void addTreeOptions(CLI::App & command, TreeOptions & options) {
+    command.add_option("--max-vertices", options.maxVertices,
+                       "Budget of a node of the tree, " + std::to_string(TreeOptions::s_leastVertices) +
+                           " to " + std::to_string(TreeOptions::s_mostVertices) + ", without it " +
+                           std::to_string(TreeOptions::s_maxVertices));
+    command.add_option("--threads", options.threads,
+                       "Threads that build the tree, without it one for each core");
+}
+
+void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
+    addFilesOption(
+        command, "--image", options.images,
+        "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
+    addFilesOption(command, "--breaklines", options.breakLines,
+                   "Vector file whose lines and outlines become edges of the terrain; may be repeated");
+    addFilesOption(
+        command, "--drape", options.draped,
+        "Vector file whose areas become triangles that take the colours of the ground; may be repeated");
+    command.add_option("--drape-lift", options.drapeLift, "Height of the areas above the ground")
+        ->capture_default_str();
+    addVoidOption(command, options.fillVoids);
+    addParsedOption(command, "--method", options.method, parseMethod,
+                    "tree: the best levels of detail, built once; chunked: starts within seconds; auto: "
+                    "chunked, but the tree of a built terrain, with --max-vertices, --breaklines or "
+                    "--lighting vertex, and for what is too large for chunks")
+        ->default_str("auto");
+    addTreeOptions(command, options.tree);
+    command.add_option("--exaggeration", options.exaggeration, "Factor of the heights")
+        ->capture_default_str();
+    addParsedOption(command, "--light", options.light, parseSunlight,
+                    "AZIMUTH,ELEVATION[,AMBIENT]: degrees clockwise from north, degrees above the horizon, "
+                    "and the share of light from everywhere");
+    addParsedOption(command, "--lighting", options.lighting, parseLighting,
+                    "relief: a quick shading; vertex: the normals of the vertices, at full detail; static: "
+                    "a baked light map; dynamic: light for each pixel")
+        ->default_str("relief");
+    command.add_flag_function(
+        "--shade-images,!--no-shade-images",
+        [&options](std::int64_t count) { options.shadeImages = count > 0; },
+        "Whether the light falls on images as well, which have shadows of their own; by default with "
+        "--lighting dynamic and vertex");
+}
+
+void addViewOptions(CLI::App & command, View & view, PictureSize & size) {
+    addParsedOption(command, "--size", size, parsePictureSize, "Size of the picture in pixels, WIDTHxHEIGHT")
+        ->default_str(std::to_string(size.width) + "x" + std::to_string(size.height));
+    addParsedOption(
+        command, "--view", view, parseView,
+        "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
+        "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
+        ->default_str("overview");
+}
+
+void addErrorOptions(CLI::App & command, AllowedErrors & errors) {
+    command.add_option("--geometry-error", errors.geometry, "Allowed error of the geometry, in pixels")
+        ->capture_default_str();
+    command.add_option("--texture-error", errors.texture, "Allowed size of a texel, in pixels")
+        ->capture_default_str();
+}
+
+void addOutputNote(CLI::App & command) {
+    command.footer("Files appear when they are complete, in the place of what was there. An output that is a "
+                   "symbolic link stays one: the file that it points to is replaced. Files that are write "
+                   "protected, devices and pipes are not, and neither is a file that the run reads.");
+}

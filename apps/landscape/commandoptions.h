@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "landscapeoptions.h"
+#include "picture.h"
+#include "viewpoint.h"
+
+// The options that several commands have. Each text is parsed once, while the command line is read.
+
+/// Adds an option whose text becomes `value` by `parse`. What that throws comes out of the parsing of the
+/// command line.
+template <class Value, class Parsed>
+CLI::Option * addParsedOption(CLI::App & command, const char * name, Value & value,
+                              Parsed (*parse)(const std::string &), const std::string & description) {
+    return command.add_option_function<std::string>(
+        name, [&value, parse](const std::string & text) { value = parse(text); }, description);
+}
+
+/// Adds an option that takes one file each time it is given.
+void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
+                    const char * description);
+/// Adds the option `--fill-voids`.
+void addVoidOption(CLI::App & command, bool & fillVoids);
+/// Adds the options `--max-vertices` and `--threads`.
+void addTreeOptions(CLI::App & command, TreeOptions & options);
+/// Adds the options that make a landscape; all but the terrain itself.
+void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
+/// Adds the options `--view` and `--size`.
+void addViewOptions(CLI::App & command, View & view, PictureSize & size);
+/// Adds the options `--geometry-error` and `--texture-error`.
+void addErrorOptions(CLI::App & command, AllowedErrors & errors);
+/// Tells in the help of `command` what becomes of files that are there already.
+void addOutputNote(CLI::App & command);

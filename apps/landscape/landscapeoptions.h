@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lighting.h"
+#include "outputfiles.h"
+#include "sunlight.h"
+#include "terrainoptions.h"
+
+/// Which kind of terrain is made of a height raster.
+enum class TerrainMethod {
+    Auto,    ///< by chunks, unless something asks for a tree
+    Tree,    ///< the best levels of detail, built once
+    Chunked, ///< starts within seconds
+};
+
+/// auto, tree or chunked. Throws `UsageError`.
+TerrainMethod parseMethod(const std::string & text);
+
+/// What a landscape is made of.
+struct LandscapeOptions {
+    std::string terrain;    ///< a height raster, or a terrain that was built
+    bool fillVoids = false; ///< interpolate where heights are missing
+    std::vector<std::string> images;
+    std::vector<std::string> breakLines; ///< vector files
+    std::vector<std::string> draped;     ///< vector files
+    double drapeLift = 0.0;              ///< in units of the heights
+    std::optional<Sunlight> light;       ///< without it from the north-west
+    Lighting lighting = Lighting::Relief;
+    std::optional<bool> shadeImages; ///< by default with dynamic lighting alone; vertex lighting always does
+    TerrainMethod method = TerrainMethod::Auto;
+    TreeOptions tree;
+    double exaggeration = 1.0;
+    bool plain = false; ///< shading alone, neither colours by height nor images
+};
+
+/// Throws `UsageError` for options that cannot be, for a raster or a built terrain as the first bytes of the
+/// file tell; whatever else the files hold.
+void checkLandscape(const LandscapeOptions & options);
+
+/// The files that `options` name, for `checkOutputs`.
+std::vector<NamedFile> inputFiles(const LandscapeOptions & options);
