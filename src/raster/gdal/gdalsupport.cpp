@@ -243,7 +243,7 @@ GdalTransformer newTransformer(GDALDataset & source, GDALDataset * target, const
 }
 
 bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, const std::string & path,
-                  NBX::Progress * progress) {
+                  NBX::Progress * progress, Precision precision) {
     GdalErrorTrap trap;
     const auto fail = [&] {
         return NBX::InputException(L"cannot be brought into another coordinate system; check the "
@@ -253,13 +253,15 @@ bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, con
     const GdalTransformer exact = newTransformer(source, &target, "");
     if (!exact) throw fail();
     const GdalTransformer approximate(
-        GDALCreateApproxTransformer(GDALGenImgProjTransform, exact.get(), transformTolerance));
+        precision == Precision::Exact
+            ? nullptr
+            : GDALCreateApproxTransformer(GDALGenImgProjTransform, exact.get(), transformTolerance));
     const WarpOptions options(GDALCreateWarpOptions());
     options->hSrcDS = &source;
     options->hDstDS = &target;
     options->eResampleAlg = GRA_Bilinear;
-    options->pfnTransformer = GDALApproxTransform;
-    options->pTransformerArg = approximate.get();
+    options->pfnTransformer = approximate ? GDALApproxTransform : GDALGenImgProjTransform;
+    options->pTransformerArg = approximate ? approximate.get() : exact.get();
     options->pfnProgress = showProgress;
     options->pProgressArg = progress;
     setBands(*options, hasAlpha);

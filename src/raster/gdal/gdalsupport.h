@@ -99,10 +99,14 @@ int CPL_STDCALL showProgress(double complete, const char * message, void * progr
 /// those of `source` where `wkt` is empty. Null where there is no such transformation.
 GdalTransformer newTransformer(GDALDataset & source, GDALDataset * target, const std::string & wkt);
 
+/// How places are converted between systems: between some that are exact, or each by itself, which takes
+/// longer and does not depend on what else is converted.
+enum class Precision { Approximate, Exact };
+
 /// Resamples bilinearly. With `hasAlpha`, band 4 of both data sets is alpha and nothing is transparent;
 /// otherwise there is one band, in which NaN is nothing. False when `progress` was cancelled; throws
 /// `NBX::InputException` naming `path` where GDAL fails.
 bool warpBilinear(GDALDataset & source, GDALDataset & target, bool hasAlpha, const std::string & path,
-                  NBX::Progress * progress);
+                  NBX::Progress * progress, Precision precision = Precision::Approximate);
 
 } // namespace ZMT::RASTER

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <nbx/object/so.h>
+#include <zmt/raster/georeference.h>
+#include <zmt/raster/rasterband.h>
+
+namespace ZMT::RASTER {
+
+/// The heights of one raster file or of several, of any size, in a coordinate system in metres, which are
+/// read in windows. One thread at a time uses it and its band.
+///
+/// Several files are laid on one grid, in the system of the first and with the cells of the finest; where
+/// they overlap, the later ones lie above, as far as they are defined. Files whose cells lie on that grid are
+/// read as they are, others are resampled bilinearly. What is in degrees, feet and the like is brought to
+/// metres as by `RasterWarp::toMetric`, but in windows.
+class HeightSource {
+public:
+    /// Throws `NBX::FileNotFoundException` or `NBX::InputException`, which say what is wrong and what to do.
+    explicit HeightSource(const std::vector<std::string> & paths);
+
+    /// Keeps the files open.
+    const NBX::SO<RasterBand> & band() const { return band_; }
+    /// Of the band.
+    const GeoReference & reference() const { return reference_; }
+
+private:
+    NBX::SO<RasterBand> band_;
+    GeoReference reference_;
+};
+
+} // namespace ZMT::RASTER
