@@ -1,0 +1,59 @@
+#pragma once
+
+#include <utility>
+
+#include <nbx/math/matrix4x4base.h>
+#include <nbx/math/ray.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
+
+namespace NBX {
+class EngineGL;
+}
+
+namespace ZMT::CORE::GRID {
+
+class GridTerrainTile;
+
+/// A terrain that is a quadtree of square tiles, which need not all be in memory. Has neither data nor
+/// patches of subsystems that do: `data()` and `root()` are null. Spaces are those of `GridTerrainTile`.
+class GridTerrain : public Terrain {
+    NBX_CLASS(GridTerrain, Terrain)
+public:
+    using Matrix = NBX::Matrix4x4Base<double>;
+
+    NBX::SO<GeometryData> data() const override;
+    NBX::SO<GeometryPatch> root() const override;
+    Point origin() const override;
+    /// Negative infinity where there is no height. With `loadedOnly`, by what is in memory.
+    double calculateHeight(const Point & p, bool loadedOnly) const override;
+    bool hasUndefinedHeight(const Point & p, bool loadedOnly) const override;
+    bool isUndefinedHeightValue(double height) const override;
+    std::pair<double, double> getCellSize() const override;
+    bool resampleRasterData(RASTER::SimpleRasterData<float> * target) const override;
+    NBX::SO<NBX::PolygonSet> extractMesh(const NBX::Bounds & box, NBX::Progress * progress) const override;
+
+    /// L: a tile has 2^L cells along each side.
+    virtual unsigned gridLevel() const = 0;
+    virtual NBX::SO<GridTerrainTile> rootTile() const = 0;
+    virtual const Matrix & grid2geoTf() const = 0;
+    virtual Matrix grid2visTf() const;
+    virtual const Matrix & geo2gridTf() const = 0;
+    virtual Matrix vis2gridTf() const;
+    virtual const NBX::Bounds & gridBoundingBox() const = 0;
+    virtual const NBX::Bounds & geoBoundingBox() const = 0;
+    virtual NBX::Bounds visBoundingBox() const;
+    /// Where `ray`, in scene coordinates, first meets the terrain. With `loadedOnly` nothing is read.
+    virtual bool rayIntersection(const NBX::Ray & ray, Point & point, bool loadedOnly) const;
+    /// Opens and closes the bracket in which tiles are drawn.
+    virtual void preRender(NBX::EngineGL * engine, bool colors) const = 0;
+    virtual void postRender(NBX::EngineGL * engine, bool colors) const = 0;
+
+protected:
+    GridTerrain() = default;
+
+private:
+    NBX::Bounds boundingBox() const override;
+    NBX::Bounds superGeoBoundingBox() const;
+};
+
+} // namespace ZMT::CORE::GRID

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include <nbx/object/sharedobj.h>
+#include <nbx/object/so.h>
+
+namespace NBX {
+class BufferObjectGL;
+class EngineGL;
+} // namespace NBX
+
+namespace ZMT::CORE::GRID {
+
+/// A stretch of an index buffer.
+struct IndexRange {
+    std::uint32_t mode = 0;  ///< of OpenGL's primitives
+    std::uint32_t start = 0; ///< first index
+    std::uint32_t count = 0;
+};
+
+/// The triangles of every tile of a terrain, and those that close the borders of a tile towards coarser
+/// neighbours. Tiles have one topology, so that one buffer serves all.
+class GridTerrainTileIndexBuffer : public NBX::SharedObj {
+    NBX_CLASS(GridTerrainTileIndexBuffer, NBX::SharedObj)
+public:
+    /// For tiles of 2^`level` cells along a side; 1 to 7, since indices have 16 bits.
+    explicit GridTerrainTileIndexBuffer(unsigned level);
+    ~GridTerrainTileIndexBuffer() override;
+
+    /// Made on the card at the first use.
+    void bind(NBX::EngineGL * engine) const;
+    void unbind(NBX::EngineGL * engine) const;
+    /// A list of triangles in Z-order: each quarter of it is that quarter of the tile.
+    const IndexRange & tileIndices() const { return tileIndices_; }
+    /// Entry k closes a border towards a neighbour that is k levels coarser.
+    const std::vector<IndexRange> & borderLODIndices(unsigned border) const { return borderIndices_[border]; }
+    /// Draws with the bound buffers; the number of triangles.
+    unsigned drawElements(const IndexRange & range) const;
+
+    /// The indices, for those who draw nothing.
+    const std::vector<std::uint16_t> & indices() const { return indices_; }
+
+private:
+    std::vector<std::uint16_t> indices_;
+    IndexRange tileIndices_;
+    std::array<std::vector<IndexRange>, 4> borderIndices_;
+    mutable NBX::SO<NBX::BufferObjectGL> buffer_;
+};
+
+} // namespace ZMT::CORE::GRID
