@@ -27,6 +27,10 @@ if(raster IN_LIST ZMT_LAYERS)
   find_package(GDAL REQUIRED)
 endif()
 
+if(core IN_LIST ZMT_LAYERS)
+  zmt_find_module(liburing liburing)
+endif()
+
 if(apps IN_LIST ZMT_LAYERS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)

@@ -7,7 +7,7 @@ packages=(
     g++ cmake ninja-build ccache pkg-config
     libeigen3-dev libdeflate-dev zlib1g-dev libjpeg-dev libpng-dev libstb-dev
     libglew-dev libgl-dev libglu1-mesa-dev libegl-dev libegl-mesa0 libgl1-mesa-dri
-    libgdal-dev libcli11-dev nlohmann-json3-dev
+    libgdal-dev liburing-dev libcli11-dev nlohmann-json3-dev
     qt6-base-dev libqt6opengl6-dev fonts-dejavu-core
     libgtest-dev libgmock-dev libbenchmark-dev libgmp-dev xvfb xauth
 )

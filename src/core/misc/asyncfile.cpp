@@ -1,0 +1,90 @@
+// Where a file comes from: from memory, from a web server, else from a disk. What fails as a URL is tried as
+// a path as well, since a path may look like one; the text of the server is the one to tell then.
+
+#include <zmt/core/misc/asyncfile.h>
+
+#include <algorithm>
+
+#include <nbx/object/errorhandler.h>
+
+#include "asyncfile_mem.h"
+#include "asyncfile_win.h"
+#include "waitlimit.h"
+
+namespace ZMT::CORE {
+
+NBX_CLASS_IMPL(AsyncFile, NBX::SharedObj)
+NBX_CLASS_IMPL(AsyncFile::Request, NBX::SharedObj)
+
+namespace {
+
+/// What lies on a web server. Null where that does not open it, which `problem` tells, and for what is no
+/// URL.
+NBX::SO<AsyncFile> openUrl(const std::wstring & /*url*/, std::wstring & /*problem*/) {
+    return nullptr;
+}
+
+} // namespace
+
+bool AsyncFile::wait(const Requests & requests) {
+    const IMPL::WaitLimit limit;
+    return std::all_of(requests.begin(), requests.end(),
+                       [this](const NBX::SO<Request> & request) { return wait(request); });
+}
+
+bool AsyncFile::wait(const NBX::SO<Request> & request) {
+    return request && request->wait();
+}
+
+AsyncFile::Requests AsyncFile::requests(RequestState state) const {
+    Requests result = requests();
+    for (std::size_t i = result.size(); i-- > 0;)
+        if (result[i]->state() != state) result.erase(result.begin() + static_cast<std::ptrdiff_t>(i));
+    return result;
+}
+
+bool AsyncFile::remove(const Requests & requests) {
+    bool isAnyRemoved = false;
+    for (const NBX::SO<Request> & request : requests)
+        isAnyRemoved = remove(request) || isAnyRemoved;
+    return isAnyRemoved;
+}
+
+NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool deleteWhenClosed,
+                                     std::wstring * problem) {
+    std::wstring text;
+    if (NBX::SO<AsyncFile> remote = openUrl(urlOrPath, text)) return remote;
+    NBX::SO<AsyncFile> local(new IMPL::AsyncFile_Win(urlOrPath, deleteWhenClosed));
+    if (local->isOpen()) return local;
+    if (text.empty()) text = local->errorText();
+    NBX_FAILURE(text << L": " << urlOrPath);
+    if (problem) *problem = text;
+    return nullptr;
+}
+
+NBX::SO<AsyncFile> AsyncFile::create(NBX::SO<NBX::DataResource> resource) {
+    return new AsyncFile_Mem(resource);
+}
+
+bool AsyncFile::isLoading() {
+    return IMPL::AsyncFile_Win::isLoading();
+}
+
+bool AsyncFile::wait(double /*maxTime*/) {
+    return false;
+}
+
+std::uint64_t AsyncFile::TotalTransferedBytes() {
+    return 0;
+}
+
+std::uint64_t AsyncFile::TotalLocalBytes() {
+    return IMPL::AsyncFile_Win::totalBytes();
+}
+
+bool AsyncFile::Request::cancel() {
+    const NBX::SO<AsyncFile> owner = file();
+    return owner && owner->remove(NBX::SO<Request>(this));
+}
+
+} // namespace ZMT::CORE

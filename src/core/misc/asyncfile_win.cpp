@@ -1,0 +1,285 @@
+// Requests of all local files wait in one queue. Whoever looks at a request feeds it: `update` moves on what
+// has ended, and starts what waits.
+
+#include "asyncfile_win.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nbx/data/datasubresource.h>
+#include <nbx/data/file.h>
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/exception.h>
+#include <nbx/object/stringutils.h>
+
+#include "filecalls.h"
+#include "readengine.h"
+#include "waitlimit.h"
+
+namespace ZMT::CORE::IMPL {
+
+NBX_CLASS_IMPL(AsyncFile_Win, AsyncFile)
+NBX_CLASS_IMPL(AsyncFile_Win::Request_Win, AsyncFile::Request)
+
+namespace {
+
+constexpr std::uint64_t s_block = FileRead::s_block;
+
+/// How long a blocking call sleeps before it looks again.
+constexpr double s_sleepSeconds = 0.01;
+
+/// Whole pages of memory of their own, zeroed at first.
+class VirtualAllocDataResource : public NBX::DataResource {
+    NBX_TEMPLATE_CLASS(VirtualAllocDataResource, NBX::DataResource)
+public:
+    explicit VirtualAllocDataResource(unsigned size)
+        : m_buffer(size > 0 ? fileCalls().allocate(size) : nullptr), size_(size) {
+        if (size_ == 0) return;
+        NBX_CHECK(m_buffer,
+                  L"VirtualAlloc() failed for " << size_ << L" bytes: " << NBX::ErrorHandler::getLastError());
+        if (!m_buffer) size_ = 0;
+    }
+    ~VirtualAllocDataResource() override {
+        if (!m_buffer) return;
+        const bool success = fileCalls().release(m_buffer, size_) == 0;
+        NBX_CHECK(success,
+                  L"VirtualFree() failed for " << size_ << L" bytes: " << NBX::ErrorHandler::getLastError());
+    }
+    VirtualAllocDataResource(const VirtualAllocDataResource &) = delete;
+    VirtualAllocDataResource & operator=(const VirtualAllocDataResource &) = delete;
+
+    using NBX::DataResource::pointer;
+    void * pointer() const override { return m_buffer; }
+    unsigned size() const override { return size_; }
+    bool isWritable() const override { return true; }
+
+private:
+    void * m_buffer;
+    unsigned size_;
+};
+
+std::uint64_t s_totalBytes = 0;
+
+/// The whole blocks that `size` bytes from `offset` on touch; 0 where a block of memory cannot hold them.
+unsigned wholeBlocks(std::uint64_t offset, std::uint64_t size) {
+    constexpr std::uint64_t limit = std::numeric_limits<unsigned>::max() - (s_block - 1);
+    constexpr auto lastOffset = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    const std::uint64_t start = offset % s_block;
+    if (size > limit - start || offset > lastOffset - size - s_block) return 0;
+    return static_cast<unsigned>((start + size + s_block - 1) / s_block * s_block);
+}
+
+/// What is no number comes last.
+double rankOf(double priority) {
+    return std::isnan(priority) ? -std::numeric_limits<double>::infinity() : priority;
+}
+
+} // namespace
+
+/// What all local files of the process share. Never destroyed: see `ReadEngine::instance`.
+struct AsyncFile_Win::Request_Win::Schedule {
+    std::vector<NBX::SO<Request_Win>> active;
+    std::multimap<double, NBX::WO<Request_Win>, std::greater<>> queued;
+    bool updateAllowed = true;
+};
+
+AsyncFile_Win::Request_Win::Schedule & AsyncFile_Win::Request_Win::schedule() {
+    static Schedule & instance = *new Schedule;
+    return instance;
+}
+
+AsyncFile_Win::AsyncFile_Win(const std::wstring & path, bool deleteWhenClosed)
+    : path_(path), deleteWhenClosed_(deleteWhenClosed) {
+    try {
+        const std::string absolute = NBX::File::absolutePath(NBX::StringUtils::WString2Utf8String(path));
+        path_ = NBX::StringUtils::Utf8String2WString(absolute);
+        file_ = OpenFile::open(absolute, error_);
+    } catch (const NBX::Exception & failure) {
+        error_ = failure.message();
+    }
+}
+
+AsyncFile_Win::~AsyncFile_Win() {
+    if (!isOpen()) return;
+    for (const NBX::SO<Request> & request : requests_) {
+        auto & own = static_cast<Request_Win &>(*request);
+        own.dequeue();
+        if (own.read_) own.read_->cancel();
+    }
+    file_ = nullptr;
+    if (deleteWhenClosed_) fileCalls().unlink(NBX::StringUtils::WString2Utf8String(path_).c_str());
+}
+
+NBX::SO<AsyncFile::Request> AsyncFile_Win::request(std::uint64_t offset, std::uint64_t size,
+                                                   double priority) {
+    if (!isOpen()) return nullptr;
+    const NBX::SO<Request_Win> request(new Request_Win(this, offset, size, priority));
+    requests_.emplace_back(request);
+    if (request->state_ == RS_Queued) request->enqueue();
+    Request_Win::update();
+    return request;
+}
+
+bool AsyncFile_Win::remove(const NBX::SO<Request> & request) {
+    const auto known = std::find(requests_.begin(), requests_.end(), request);
+    if (known == requests_.end()) return false;
+    const NBX::SO<Request> held = *known;
+    requests_.erase(known);
+    auto & own = static_cast<Request_Win &>(*held);
+    if (own.dequeue()) own.fail(L"the request was removed");
+    return true;
+}
+
+bool AsyncFile_Win::isLoading() {
+    return !Request_Win::schedule().active.empty();
+}
+
+std::uint64_t AsyncFile_Win::totalBytes() {
+    return s_totalBytes;
+}
+
+AsyncFile_Win::Request_Win::Request_Win(AsyncFile_Win * file, std::uint64_t offset, std::uint64_t size,
+                                        double priority)
+    : file_(file), offset_(offset), size_(size), priority_(priority),
+      alignedOffset_(offset & ~(s_block - 1)) {
+    const unsigned blocks = wholeBlocks(offset, size);
+    buffer_ = data_ = new VirtualAllocDataResource(blocks);
+    if (blocks == 0 && size > 0)
+        fail(L"a range of " + std::to_wstring(size) + L" bytes at " + std::to_wstring(offset) +
+             L" is too large");
+    else if (buffer_->size() < blocks)
+        fail(L"no memory for " + std::to_wstring(blocks) + L" bytes");
+    else if (size > 0)
+        data_ = new NBX::DataSubResource(buffer_.get(), static_cast<unsigned>(offset % s_block),
+                                         static_cast<unsigned>(size), false);
+}
+
+AsyncFile_Win::Request_Win::~Request_Win() {
+    while (read_ && read_->isOwed())
+        engine_->wait(s_sleepSeconds);
+}
+
+NBX::SO<AsyncFile> AsyncFile_Win::Request_Win::file() const {
+    return file_.lock();
+}
+
+void AsyncFile_Win::Request_Win::enqueue() {
+    schedule().queued.emplace(rankOf(priority_), NBX::WO<Request_Win>(this));
+}
+
+/// False when it does not wait.
+bool AsyncFile_Win::Request_Win::dequeue() {
+    auto & queued = schedule().queued;
+    const auto [begin, end] = queued.equal_range(rankOf(priority_));
+    const auto own =
+        std::find_if(begin, end, [this](const auto & entry) { return entry.second.lock() == this; });
+    if (own == end) return false;
+    queued.erase(own);
+    return true;
+}
+
+bool AsyncFile_Win::Request_Win::setPriority(double priority) {
+    if (state_ != RS_Queued || !dequeue()) return false;
+    priority_ = priority;
+    enqueue();
+    return true;
+}
+
+AsyncFile::RequestState AsyncFile_Win::Request_Win::fail(const std::wstring & error) {
+    if (read_) read_->cancel();
+    error_ = error;
+    return state_ = RS_Failed;
+}
+
+AsyncFile::RequestState AsyncFile_Win::Request_Win::start() {
+    const RequestState m_state = state_;
+    NBX_CHECK(m_state == RS_Queued, L"can only start queued requests");
+    if (m_state != RS_Queued) return state_;
+    const NBX::SO<AsyncFile_Win> file = file_.lock();
+    if (!file) return fail(L"the file was closed");
+    read_ = std::make_unique<FileRead>(file->file_, alignedOffset_, buffer_->pointer(), buffer_->size());
+    engine_ = &ReadEngine::instance();
+    state_ = RS_Processing;
+    engine_->start(*read_);
+    return state_;
+}
+
+/// The read is no longer owed: what the system gave decides.
+void AsyncFile_Win::Request_Win::finish() {
+    const std::uint64_t got = read_->got(), end = alignedOffset_ + got;
+    s_totalBytes += got;
+    if (read_->error() != 0) {
+        errno = read_->error();
+        fail(NBX::ErrorHandler::getLastError());
+        return;
+    }
+    const NBX::SO<AsyncFile_Win> file = file_.lock();
+    if (end < offset_ + size_ && end < file->size()) {
+        fail(L"the file was cut");
+        return;
+    }
+    // Of the last block the disk may have sent more than the file has.
+    const std::uint64_t behind = (got + s_block - 1) / s_block * s_block;
+    std::memset(static_cast<char *>(buffer_->pointer()) + got, 0, behind - got);
+    transferred_ = static_cast<std::int64_t>(size_);
+    state_ = RS_Ready;
+}
+
+AsyncFile::RequestState AsyncFile_Win::Request_Win::state() {
+    if (state_ == RS_Queued || state_ == RS_Processing) {
+        if (!file_) return fail(L"the file was closed");
+        if (state_ == RS_Queued) {
+            update();
+        } else {
+            engine_->poll();
+            if (!read_->isOwed()) {
+                finish();
+                update();
+            }
+        }
+    }
+    return state_;
+}
+
+bool AsyncFile_Win::Request_Win::wait() {
+    const WaitLimit limit;
+    setPriority(topPriority);
+    while (true) {
+        const RequestState now = state();
+        if (now == RS_Ready || now == RS_Failed) return now == RS_Ready;
+        if (limit.hasPassed()) {
+            dequeue();
+            fail(L"the disk gave no answer");
+            return false;
+        }
+        ReadEngine::instance().wait(s_sleepSeconds);
+    }
+}
+
+void AsyncFile_Win::Request_Win::update() {
+    Schedule & all = schedule();
+    if (!all.updateAllowed) return;
+    all.updateAllowed = false;
+    for (std::size_t i = all.active.size(); i-- > 0;)
+        if (all.active[i]->state() != RS_Processing)
+            all.active.erase(all.active.begin() + static_cast<std::ptrdiff_t>(i));
+    const auto isRoom = [&all] {
+        // Requests that failed may have reads under way that cannot be taken back.
+        return all.active.size() < ReadEngine::s_mostReads && FileRead::countOwed() < ReadEngine::s_mostReads;
+    };
+    while (!all.queued.empty() && isRoom()) {
+        const NBX::SO<Request_Win> next = all.queued.begin()->second.lock();
+        all.queued.erase(all.queued.begin());
+        if (next && next->start() == RS_Processing) all.active.push_back(next);
+    }
+    all.updateAllowed = true;
+}
+
+} // namespace ZMT::CORE::IMPL
