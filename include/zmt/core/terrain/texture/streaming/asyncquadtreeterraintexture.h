@@ -25,15 +25,8 @@ class AsyncFile;
 class GeometryPatch;
 class TerrainTexture;
 
-/// Streaming textures: a quadtree of small images in one stream of bytes, which follows the patches of a
-/// terrain and is read, from a disk or a web server, while it is looked at. Writes them and opens them.
-///
-/// A `key` other than 0 scrambles the stream; whoever reads it needs the same. `docs/streaming-texture.md`
-/// has the format.
-class AsyncQuadtreeTerrainTexture {
-public:
-    AsyncQuadtreeTerrainTexture() = delete;
-
+/// How a streaming texture is written.
+struct StreamingTextureOptions {
     /// How the pixels of tiles are stored.
     enum Pixels {
         P_AsDelivered = 0, ///< luminance of 8 bits where the image has nothing else, RGBA otherwise
@@ -42,11 +35,19 @@ public:
         P_DXT1 = 3,        ///< S3TC blocks, 4 bits a pixel, alpha of 1 bit
         P_DXT3 = 4,        ///< S3TC blocks, 8 bits a pixel, alpha of 4 bits
     };
-    struct WriteOptions {
-        Pixels pixels = P_AsDelivered;
-        /// That compress; 0 for one for each core. The bytes are the same for any number.
-        unsigned threads = 0;
-    };
+    Pixels pixels = P_AsDelivered;
+    /// That compress; 0 for one for each core. The bytes are the same for any number.
+    unsigned threads = 0;
+};
+
+/// Streaming textures: a quadtree of small images in one stream of bytes, which follows the patches of a
+/// terrain and is read, from a disk or a web server, while it is looked at. Writes them and opens them.
+///
+/// A `key` other than 0 scrambles the stream; whoever reads it needs the same. `docs/streaming-texture.md`
+/// has the format.
+class AsyncQuadtreeTerrainTexture {
+public:
+    AsyncQuadtreeTerrainTexture() = delete;
 
     /// Writes the file `path` with a tile of at most `tileSize` pixels along each side for every patch of the
     /// tree below `root`, down to the finest level of `pyramid`. Patches are in scene coordinates, the
@@ -59,25 +60,25 @@ public:
     /// can load.
     static bool create(const std::wstring & path, const NBX::SO<GeometryPatch> & root,
                        const NBX::SO<RASTER::TiledGeoImagePyramid> & pyramid, unsigned tileSize,
-                       std::uint64_t key, const WriteOptions & options = {});
+                       std::uint64_t key, const StreamingTextureOptions & options = {});
     /// The same as a stream from the position of `file` on, which is at its end afterwards. What was begun
     /// stays when the result is false.
     static bool create(const NBX::SO<NBX::File> & file, const NBX::SO<GeometryPatch> & root,
                        const NBX::SO<RASTER::TiledGeoImagePyramid> & pyramid, unsigned tileSize,
-                       std::uint64_t key, const WriteOptions & options = {});
+                       std::uint64_t key, const StreamingTextureOptions & options = {});
 
     /// A stream, from the position of `file` on, of the light on `terrain`, whose tiles are read as they are
     /// needed: `ambient + (1 - ambient) * cos a` as luminance, with the angle a between the normal and the
     /// unit vector `lightDirection` to the sun (x to the east, y up, z to the north). With `asNormalMap`, the
     /// normals themselves as colours, transparent where the terrain has no height. Heights, in quantised
-    /// units, times `exaggeration` are map units. Tiles have at least half of `textureSize` pixels along a
-    /// side and less than `textureSize`. False when the user cancelled.
+    /// units, times `exaggeration` are map units. Tiles are at least half of `textureSize` pixels wide, and
+    /// less than `textureSize` where tiles of the terrain are. `threads` is as in the options. False when the
+    /// user cancelled, and, reported, when a tile of the terrain could not be read.
     static bool createGridTerrainLightMap(const NBX::SO<NBX::File> & file,
                                           const NBX::SO<GRID::GridTerrain> & terrain, double exaggeration,
                                           bool asNormalMap, double ambient,
                                           const NBX::Vector3Base<double> & lightDirection,
-                                          unsigned textureSize, std::uint64_t key,
-                                          const WriteOptions & options = {});
+                                          unsigned textureSize, std::uint64_t key, unsigned threads = 0);
 
     /// Opens a path or a URL; null when it is no streaming texture, or not with this key. What cannot be
     /// opened is reported by `AsyncFile::create`.
