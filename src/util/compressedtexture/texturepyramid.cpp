@@ -11,7 +11,7 @@
 #include <zmt/raster/tilecache.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
-#include <zmt/util/externallinksolver.h>
+#include <zmt/core/misc/externallinksolver.h>
 
 #include "texturepyramidformat.h"
 

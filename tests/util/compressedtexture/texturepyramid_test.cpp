@@ -14,7 +14,7 @@
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramidreader.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
-#include <zmt/util/externallinksolver.h>
+#include <zmt/core/misc/externallinksolver.h>
 
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>

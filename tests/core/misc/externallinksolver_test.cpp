@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <zmt/util/externallinksolver.h>
+#include <zmt/core/misc/externallinksolver.h>
 
 using ZMT::UTIL::ExternalLinkSolver;
 using ZMT::UTIL::LinkType;

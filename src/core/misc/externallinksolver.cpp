@@ -1,4 +1,4 @@
-#include <zmt/util/externallinksolver.h>
+#include <zmt/core/misc/externallinksolver.h>
 
 namespace ZMT::UTIL {
 

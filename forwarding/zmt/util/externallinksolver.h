@@ -1,0 +1,1 @@
+#include "zmt/core/misc/externallinksolver.h"
