@@ -28,6 +28,8 @@ public:
     /// False when it was not known.
     bool remove(const SharedObj * resource);
 
+    /// Whether a bracket is open, in which nothing that is added goes.
+    bool isInFrame() const { return depth_ > 0; }
     void beginFrame();
     void endFrame();
 

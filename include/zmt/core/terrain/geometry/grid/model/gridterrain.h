@@ -23,6 +23,7 @@ public:
 
     NBX::SO<GeometryData> data() const override;
     NBX::SO<GeometryPatch> root() const override;
+    /// The corner of the area with the least coordinates, at height 0.
     Point origin() const override;
     /// Negative infinity where there is no height. With `loadedOnly`, by what is in memory.
     double calculateHeight(const Point & p, bool loadedOnly) const override;
@@ -36,6 +37,7 @@ public:
     virtual unsigned gridLevel() const = 0;
     virtual NBX::SO<GridTerrainTile> rootTile() const = 0;
     virtual const Matrix & grid2geoTf() const = 0;
+    /// Follows the scene's origin, which belongs to the process.
     virtual Matrix grid2visTf() const;
     virtual const Matrix & geo2gridTf() const = 0;
     virtual Matrix vis2gridTf() const;
@@ -49,11 +51,12 @@ public:
     virtual void postRender(NBX::EngineGL * engine, bool colors) const = 0;
 
 protected:
-    GridTerrain() = default;
+    GridTerrain();
+    /// `gridBoundingBox()` in geo coordinates, for subclasses to keep.
+    NBX::Bounds superGeoBoundingBox() const;
 
 private:
     NBX::Bounds boundingBox() const override;
-    NBX::Bounds superGeoBoundingBox() const;
 };
 
 } // namespace ZMT::CORE::GRID

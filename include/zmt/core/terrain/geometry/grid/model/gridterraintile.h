@@ -54,6 +54,8 @@ public:
         FS_Occluded = 3 ///< chosen, but nothing of it was seen
     };
 
+    ~GridTerrainTile() override;
+
     /// Null for the root.
     virtual NBX::SO<GridTerrainTile> parent() const = 0;
     /// L of the terrain.
@@ -89,8 +91,9 @@ public:
     virtual void unloadChild(unsigned index) = 0;
     /// Drops heights, buffers and requests of this tile and of all below it.
     virtual void unloadData() = 0;
-    /// Draws the tile and what closes its borders; the number of triangles.
-    virtual unsigned renderGeometry(NBX::EngineGL * engine, bool colors) const = 0;
+    /// Draws the tile and what closes its borders towards coarser neighbours; the number of triangles. Inside
+    /// the bracket of the terrain.
+    virtual unsigned renderGeometry(NBX::EngineGL * engine, bool colors) const;
     /// Some sample is undefined.
     virtual bool hasUndefValues() const = 0;
     /// That of the terrain.
@@ -102,7 +105,8 @@ public:
     /// The height, in quantised units, at a position in grid space; negative infinity without any.
     virtual double verticalRayIntersection(double x, double y, bool loadedOnly) const;
 
-    /// Drawn beside this tile, at the same level or coarser; null without one.
+    /// What lies beside this tile at its level or above, where it is drawn; null without one. Where that is a
+    /// part of coarser heights that is split further, it counts as drawn, since all its parts show the same.
     NBX::SO<GridTerrainTile> neighbor(NeighborIndex index) const { return neighbors_[index].lock(); }
     void neighbor(NeighborIndex index, const NBX::SO<GridTerrainTile> & tile) { neighbors_[index] = tile; }
     FrameState frameState() const { return frameState_; }
@@ -110,7 +114,8 @@ public:
     /// Measured by the last occlusion query.
     std::uint32_t visibleFragments() const { return visibleFragments_; }
     void visibleFragments(std::uint32_t count) { visibleFragments_ = count; }
-    /// The tile as textures see it; lives for one call.
+    /// The tile as textures see it: one object while the tile lives, since caches of textures know patches by
+    /// their identity.
     NBX::SO<GeometryPatch> geometryPatchHACK(NBX::SO<GridTerrain> terrain) const;
 
     // Walks over the tree below this tile; the records say what is read and where it stops.
@@ -121,12 +126,21 @@ public:
     /// The children that exist, by the distance in the plane between `eye`, in grid space, and their boxes.
     std::vector<NBX::SO<GridTerrainTile>> distanceSortedChildren(const Point & eye) const;
 
+protected:
+    GridTerrainTile();
+
+    /// The row of the border tables that closes border `index` towards what is drawn there: the difference of
+    /// the levels of detail, or the last row; 0 where nothing is to be closed.
+    unsigned borderRow(NeighborIndex index) const;
+
 private:
+    friend class GridTerrainTileQuery;
     bool allChildrenAreLoaded() const;
 
     std::array<NBX::WO<GridTerrainTile>, 4> neighbors_;
     FrameState frameState_ = FS_Culled;
     std::uint32_t visibleFragments_ = 0;
+    mutable NBX::SO<GeometryPatch> patch_; ///< null until it is asked for
 };
 
 } // namespace ZMT::CORE::GRID

@@ -34,6 +34,10 @@ public:
     /// is the tile's own edge.
     virtual std::uint16_t borderValue(unsigned border, unsigned k, unsigned i) const = 0;
 
+    /// All samples row by row, then the borders' tables, each row by row, where they lie together in memory;
+    /// null otherwise. For loops over all of them.
+    virtual const std::uint16_t * samples() const { return nullptr; }
+
     /// The point where `ray`, in grid space, first meets the triangles of the tile. False when it misses.
     bool calculateRayIntersection(const NBX::Ray & ray, Point & point) const;
     /// The height of the triangles, in quantised units, at a position in grid space; negative infinity

@@ -16,6 +16,8 @@ namespace ZMT::CORE::GRID {
 
 /// A stretch of an index buffer.
 struct IndexRange {
+    static constexpr std::uint32_t triangles = 4, triangleStrip = 5, triangleFan = 6;
+
     std::uint32_t mode = 0;  ///< of OpenGL's primitives
     std::uint32_t start = 0; ///< first index
     std::uint32_t count = 0;
@@ -26,7 +28,10 @@ struct IndexRange {
 class GridTerrainTileIndexBuffer : public NBX::SharedObj {
     NBX_CLASS(GridTerrainTileIndexBuffer, NBX::SharedObj)
 public:
-    /// For tiles of 2^`level` cells along a side; 1 to 7, since indices have 16 bits.
+    static constexpr unsigned maxLevel = 7; ///< since indices have 16 bits
+
+    /// For tiles of 2^`level` cells along a side, 1 to `maxLevel`. Another level is reported, and gives a
+    /// buffer without indices.
     explicit GridTerrainTileIndexBuffer(unsigned level);
     ~GridTerrainTileIndexBuffer() override;
 
@@ -37,6 +42,9 @@ public:
     const IndexRange & tileIndices() const { return tileIndices_; }
     /// Entry k closes a border towards a neighbour that is k levels coarser.
     const std::vector<IndexRange> & borderLODIndices(unsigned border) const { return borderIndices_[border]; }
+    /// The part of entry `k`, from 1 on, that lies along `cells` cells of the border from cell `first` on.
+    /// The parts of neighbouring stretches together are the entry.
+    IndexRange borderStretch(unsigned border, unsigned k, unsigned first, unsigned cells) const;
     /// Draws with the bound buffers; the number of triangles.
     unsigned drawElements(const IndexRange & range) const;
 
@@ -44,6 +52,10 @@ public:
     const std::vector<std::uint16_t> & indices() const { return indices_; }
 
 private:
+    void appendCells(unsigned x, unsigned y, unsigned size);
+    void appendBorder(unsigned border);
+
+    unsigned cells_ = 0; ///< along a side
     std::vector<std::uint16_t> indices_;
     IndexRange tileIndices_;
     std::array<std::vector<IndexRange>, 4> borderIndices_;

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <vector>
+
 #include <nbx/math/bounds.h>
 #include <nbx/object/sharedobj.h>
 #include <nbx/object/so.h>
@@ -19,26 +23,44 @@ class GridTerrainTileData;
 class GridTerrainTileVertexBuffer : public NBX::SharedObj {
     NBX_CLASS(GridTerrainTileVertexBuffer, NBX::SharedObj)
 public:
+    /// As it lies on the card.
+    struct Vertex {
+        float x, y, z;
+        std::array<std::uint8_t, 4> color;
+    };
+
+    /// The grid row by row, then the tables of the four borders, row by row each. Null data are reported.
     explicit GridTerrainTileVertexBuffer(NBX::SO<GridTerrainTileData> data);
     ~GridTerrainTileVertexBuffer() override;
 
     /// Switches the arrays on and off that `bind` points to, with the colours or without.
     static void enable(bool colors);
     static void disable(bool colors);
+    /// The vertices go to the card at the first call. Notes the use.
     virtual void bind(NBX::EngineGL * engine, bool colors) const;
     /// Of the defined samples.
     virtual NBX::Bounds bbox() const;
     virtual bool hasUndefValues() const;
 
+    /// Null before the first `bind`.
     NBX::SO<NBX::BufferObjectGL> vertexArray() const;
     NBX::SO<GridTerrainTileData> tileData() const;
+    /// Of the vertices.
+    unsigned bytes() const { return bytes_; }
+    /// Those that wait for the card: all, or none.
+    const std::vector<Vertex> & waitingVertices() const { return vertices_; }
     /// In grid space.
     NBX::Vector3Base<double> lowestPoint() const { return lowestPoint_; }
     NBX::Vector3Base<double> highestPoint() const { return highestPoint_; }
 
 private:
-    NBX::SO<NBX::BufferObjectGL> buffer_;
+    void build();
+    void upload(NBX::EngineGL * engine) const;
+
+    mutable NBX::SO<NBX::BufferObjectGL> buffer_;
+    mutable std::vector<Vertex> vertices_;
     NBX::SO<GridTerrainTileData> data_;
+    unsigned bytes_ = 0;
     NBX::Bounds bbox_;
     NBX::Vector3Base<double> lowestPoint_, highestPoint_;
     bool hasUndefValues_ = false;

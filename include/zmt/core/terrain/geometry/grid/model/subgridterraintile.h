@@ -6,7 +6,8 @@
 namespace ZMT::CORE::GRID {
 
 /// A part of a tile whose heights it shows: what splits where images are finer than the terrain, and where a
-/// terrain has no detail of its own. Owns its children, keeps the tile with the heights, watches its parent.
+/// terrain has no detail of its own. Owns its children; watches its parent and the tile with the heights,
+/// which own it. The halves go down to single cells.
 class SubGridTerrainTile : public GridTerrainTile {
     NBX_CLASS(SubGridTerrainTile, GridTerrainTile)
 public:
@@ -38,12 +39,23 @@ public:
     NBX::SO<GridTerrainTileVertexBuffer> vertexBuffer() override;
 
 private:
-    NBX::SO<GridTerrainTile> master_;
+    /// The part of the master's cells: its first column and row, and how many there are along a side.
+    struct Cells {
+        unsigned x = 0, y = 0, size = 0;
+    };
+
+    /// Reported when it is gone.
+    NBX::SO<GridTerrainTile> checkedMaster() const;
+    IndexRange borderStretch(NeighborIndex border, unsigned row) const;
+
+    NBX::WO<GridTerrainTile> master_;
     NBX::WO<GridTerrainTile> parent_;
     ChildIndex index_;
     IndexRange range_;
     std::array<NBX::SO<GridTerrainTile>, 4> children_;
-    NBX::Bounds bounds_;
+    Cells cells_;
+    mutable NBX::Bounds bounds_;          ///< undefined where nothing is defined
+    mutable bool boundsAreKnown_ = false; ///< false until the heights were in memory
 };
 
 } // namespace ZMT::CORE::GRID

@@ -1,0 +1,107 @@
+// A border has a table of vertices for each level of difference, as coarse as the neighbour is. Row k and the
+// edge of the tile are joined by triangles: each cell of the edge goes to the nearest vertex of the row, and
+// halfway between two of them stands the triangle to both.
+
+#include <zmt/core/terrain/geometry/grid/model/gridterraintileindexbuffer.h>
+
+#include <bit>
+
+#include <nbx/gl/context/enginegl.h>
+#include <nbx/gl/mesh/bufferobjectgl.h>
+#include <nbx/object/errorhandler.h>
+
+namespace ZMT::CORE::GRID {
+
+namespace {
+
+constexpr unsigned s_borders = 4;
+
+/// Triangles of a border entry, whose row has a vertex at every `step` cells, before cell `i` of the edge.
+std::uint32_t trianglesBefore(unsigned i, unsigned step) {
+    return i + (i + step / 2) / step;
+}
+
+} // namespace
+
+NBX_CLASS_IMPL(GridTerrainTileIndexBuffer, NBX::SharedObj)
+
+GridTerrainTileIndexBuffer::GridTerrainTileIndexBuffer(unsigned level) {
+    NBX_CHECK_RANGE(1U, level, maxLevel + 1);
+    if (level < 1 || level > maxLevel) return;
+    cells_ = 1U << level;
+    appendCells(0, 0, cells_);
+    tileIndices_ = {IndexRange::triangles, 0, static_cast<std::uint32_t>(indices_.size())};
+    for (unsigned border = 0; border < s_borders; ++border)
+        appendBorder(border);
+}
+
+GridTerrainTileIndexBuffer::~GridTerrainTileIndexBuffer() = default;
+
+void GridTerrainTileIndexBuffer::appendCells(unsigned x, unsigned y, unsigned size) {
+    if (size > 1) {
+        const unsigned half = size / 2;
+        for (unsigned quarter = 0; quarter < 4; ++quarter)
+            appendCells(x + (quarter & 1U) * half, y + (quarter >> 1U) * half, half);
+        return;
+    }
+    const unsigned samples = cells_ + 1, i = x + y * samples;
+    for (const unsigned corner : {i, i + 1, i + samples, i + samples, i + 1, i + samples + 1})
+        indices_.push_back(static_cast<std::uint16_t>(corner));
+}
+
+// All triangles of an entry, and those of the tile, are one surface that turns the same way: an edge that two
+// of them share has opposite directions in both. For that, those along y = 0 and along the high x side are
+// turned, and so is each triangle that stands on the row instead of on the edge.
+void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
+    const unsigned samples = cells_ + 1;
+    const bool isAlongY = border % 2 == 0, isTurned = border == 1 || border == 2;
+    const unsigned corner = border == 2 ? cells_ : border == 3 ? cells_ * samples : 0;
+    const auto edge = [&](unsigned i) { return corner + i * (isAlongY ? samples : 1); };
+    const auto append = [&](unsigned a, unsigned b, unsigned c) {
+        for (const unsigned index : {isTurned ? b : a, isTurned ? a : b, c})
+            indices_.push_back(static_cast<std::uint16_t>(index));
+    };
+    std::vector<IndexRange> & entries = borderIndices_[border];
+    const auto close = [&](std::uint32_t mode, std::size_t start) {
+        entries.push_back(
+            {mode, static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(indices_.size() - start)});
+    };
+
+    // 2^(L-k) + 1 vertices in each of the L rows.
+    const unsigned tableSize = 2 * cells_ + static_cast<unsigned>(std::countr_zero(cells_)) - 2;
+    unsigned row = samples * samples + border * tableSize;
+    std::size_t start = indices_.size();
+    for (unsigned i = 0; i < samples; ++i)
+        for (const unsigned index : {edge(i), row + i})
+            indices_.push_back(static_cast<std::uint16_t>(index));
+    close(IndexRange::triangleStrip, start);
+
+    row += samples;
+    for (unsigned step = 2; step < cells_; step *= 2) {
+        start = indices_.size();
+        unsigned j = 0, switchPoint = step / 2 - 1;
+        for (unsigned i = 0; i < cells_; ++i) {
+            append(edge(i), edge(i + 1), row + j);
+            if (i != switchPoint) continue;
+            append(row + j + 1, row + j, edge(i + 1));
+            switchPoint += step;
+            ++j;
+        }
+        close(IndexRange::triangles, start);
+        row += cells_ / step + 1;
+    }
+}
+
+IndexRange GridTerrainTileIndexBuffer::borderStretch(unsigned border, unsigned k, unsigned first,
+                                                     unsigned cells) const {
+    const bool isInside = border < s_borders && k > 0 && k < borderIndices_[border].size() &&
+                          first <= cells_ && cells <= cells_ - first;
+    NBX_CHECK(isInside, L"no such stretch of a border");
+    if (!isInside) return {};
+    const IndexRange & entry = borderIndices_[border][k];
+    const std::uint32_t begin = trianglesBefore(first, 1U << k),
+                        end = trianglesBefore(first + cells, 1U << k);
+    return {entry.mode, entry.start + begin * 3, (end - begin) * 3};
+}
+
+} // namespace ZMT::CORE::GRID

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "tilereader.h"
+#include "tilesquare.h"
+#include "tilesurface.h"
+#include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
+
+namespace ZMT::CORE::GRID {
+
+/// One question about heights to a tree of tiles: which tiles answer it, and what is read for that. Goes down
+/// to the finest tiles, and reads no others than those that the answer lies in; with `loadedOnly` it reads
+/// nothing, and goes on below a tile only where all of its children are in memory.
+///
+/// Where a tile cannot be read, the finest one above it that is in memory stands in, with the part of it that
+/// lies there; unless nothing was to be read, that is reported. All coordinates are those of grid space;
+/// those that are no numbers, or lie anywhere, are answered by nothing.
+class GridTerrainTileQuery {
+public:
+    using Point = GridTerrainTile::Point;
+
+    explicit GridTerrainTileQuery(bool loadedOnly) : reader_(loadedOnly) {}
+    ~GridTerrainTileQuery();
+    GridTerrainTileQuery(const GridTerrainTileQuery &) = delete;
+    GridTerrainTileQuery & operator=(const GridTerrainTileQuery &) = delete;
+
+    /// Negative infinity where there is none.
+    double height(GridTerrainTile & tile, double x, double y);
+    /// Where `ray` first meets the surface below `tile`.
+    bool firstHit(GridTerrainTile & tile, const NBX::Ray & ray, Point & point);
+
+private:
+    /// A tile that a ray enters at the parameter `enter`.
+    struct Entered {
+        double enter;
+        NBX::SO<GridTerrainTile> tile;
+        TileSquare square;
+    };
+
+    bool goesOnBelow(const GridTerrainTile & tile) const;
+    void follow(GridTerrainTile & tile, const TileSquare & square, const GridRay & ray);
+    std::vector<Entered> enteredChildren(GridTerrainTile & tile, const TileSquare & square,
+                                         const GridRay & ray) const;
+    void test(const GridTerrainTileData * data, const TileSquare & square, const GridRay & ray);
+
+    TileReader reader_;
+    double nearest_ = std::numeric_limits<double>::infinity(); ///< parameter of the nearest hit
+};
+
+} // namespace ZMT::CORE::GRID
