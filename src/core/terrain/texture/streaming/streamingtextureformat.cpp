@@ -1,0 +1,197 @@
+#include "streamingtextureformat.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+
+#include "core/terrain/geometry/grid/model/tileblock.h"
+#include <nbx/data/datasubresource.h>
+#include <nbx/data/memorydataresource.h>
+#include <nbx/image/compressedimage.h>
+#include <nbx/image/decoratedimage.h>
+#include <nbx/image/memoryimage.h>
+#include <nbx/object/errorhandler.h>
+
+namespace ZMT::CORE::StreamingTextureFormat {
+
+// The records are copied as they lie in memory, and so are pixels of 16 and 32 bits.
+static_assert(std::endian::native == std::endian::little);
+
+namespace {
+
+using NBX::CompressedImage;
+using NBX::Image;
+
+/// So that differences and products of coordinates stay finite.
+constexpr double s_largestCoordinate = 1e100;
+
+bool isInterval(double min, double max) {
+    return min < max && std::abs(min) <= s_largestCoordinate && std::abs(max) <= s_largestCoordinate;
+}
+
+/// The compression of a format; -1 for those of plain images.
+int compressionOf(std::uint32_t format) {
+    switch (format) {
+    case PF_BGRA4444:
+        return CompressedImage::BGRA4444;
+    case PF_BGRA5551:
+        return CompressedImage::BGRA5551;
+    case PF_DXT3:
+        return CompressedImage::DXT3;
+    case PF_DXT1A:
+        return CompressedImage::DXT1A;
+    default:
+        return -1;
+    }
+}
+
+struct PlainFormat {
+    NBX::LayerSequence layers;
+    Image::DataType type;
+};
+
+PlainFormat plainFormat(std::uint32_t format) {
+    switch (format) {
+    case PF_LuminanceAlpha:
+        return {NBX::LS_LuminanceAlpha, Image::UInt8};
+    case PF_Luminance:
+        return {NBX::LS_Luminance, Image::UInt8};
+    case PF_Half:
+        return {NBX::LS_Luminance, Image::Half};
+    case PF_Float:
+        return {NBX::LS_Luminance, Image::Float};
+    default:
+        return {NBX::LS_RGBA, Image::UInt8};
+    }
+}
+
+/// Whether there are images of the format.
+bool isSupported(std::uint32_t format) {
+    switch (format) {
+    case PF_RGBA:
+    case PF_BGRA4444:
+    case PF_BGRA5551:
+    case PF_LuminanceAlpha:
+    case PF_Luminance:
+    case PF_DXT3:
+    case PF_DXT1A:
+    case PF_Half:
+    case PF_Float:
+        return true;
+    case 3:
+    case 5:
+    case 6:
+        NBX_NOT_IMPLEMENTED(L"compression for the specified pixel format has not been implemented yet");
+        return false;
+    default:
+        NBX_REPORT(0, L"false", L"unsupported pixel format");
+        return false;
+    }
+}
+
+} // namespace
+
+bool PlanBox::isSound() const {
+    return isInterval(minX, maxX) && isInterval(minY, maxY);
+}
+
+StreamHeader StreamHeader::blank() {
+    StreamHeader header{};
+    std::memcpy(header.magic, streamMagic, sizeof header.magic);
+    return header;
+}
+
+bool StreamHeader::isSound(std::uint64_t available) const {
+    return std::memcmp(magic, streamMagic, sizeof magic) == 0 && reserved0 == 0 && dataSize <= available &&
+           root.rawSize > headerSize && GRID::TileBlock::isPossible(root, dataSize, headerSize);
+}
+
+TileHeader TileHeader::blank() {
+    TileHeader header{};
+    std::memcpy(header.magic, tileMagic, sizeof header.magic);
+    return header;
+}
+
+bool TileHeader::isSound(const TileRef & ref, std::uint64_t streamSize) const {
+    if (std::memcmp(magic, tileMagic, sizeof magic) != 0 || reserved0 != 0) return false;
+    if (!patch.isSound() || !image.isSound()) return false;
+    // One pixel has no size, as centres alone are known.
+    if (width < 2 || height < 2 || width > maxTileSize || height > maxTileSize) return false;
+    return std::all_of(children.begin(), children.end(), [&](const TileRef & child) {
+        return child.rawSize == 0 ||
+               (child.rawSize > headerSize && GRID::TileBlock::isPossible(child, streamSize, headerSize) &&
+                child.offset + child.storedSize <= ref.offset);
+    });
+}
+
+void scramble(void * data, std::size_t size, std::uint64_t key) {
+    if (key == 0) return;
+    auto * bytes = static_cast<unsigned char *>(data);
+    for (std::size_t i = 0; i + sizeof key <= size; i += sizeof key) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes + i, sizeof word);
+        word ^= key;
+        std::memcpy(bytes + i, &word, sizeof word);
+    }
+}
+
+PixelFormat formatOf(const Image * image) {
+    NBX_CHECK(image, L"no image");
+    if (!image) return PF_RGBA;
+    if (const auto * decorated = dynamic_cast<const NBX::DecoratedImage *>(image))
+        return formatOf(decorated->master().get());
+    const auto * compressed = dynamic_cast<const CompressedImage *>(image);
+    if (!compressed || compressed->compression() == CompressedImage::JPEG)
+        return image->layerSequence() == NBX::LS_Luminance ? PF_Luminance : PF_RGBA;
+    for (const PixelFormat format : {PF_DXT1A, PF_DXT3, PF_BGRA5551, PF_BGRA4444})
+        if (compressionOf(format) == compressed->compression()) return format;
+    NBX_REPORT(0, L"false", L"not supported compression scheme");
+    return PF_RGBA;
+}
+
+unsigned bitsPerPixel(std::uint32_t format) {
+    static constexpr unsigned bits[] = {32, 16, 16, 8, 16, 8, 8, 8, 8, 4, 16, 32};
+    if (format < std::size(bits)) return bits[format];
+    NBX_REPORT(0, L"false", L"unsupported pixel format");
+    return 0;
+}
+
+std::uint64_t pixelBytes(std::uint32_t format, std::uint32_t width, std::uint32_t height) {
+    const auto sides = [&](std::uint64_t multiple) {
+        const auto whole = [&](std::uint64_t side) { return (side + multiple - 1) / multiple * multiple; };
+        return whole(width) * whole(height);
+    };
+    return sides(format == PF_DXT3 || format == PF_DXT1A ? 4 : 1) * bitsPerPixel(format) / 8;
+}
+
+NBX::SO<Image> newImage(std::uint32_t format, std::uint32_t width, std::uint32_t height,
+                        const void * pixels) {
+    if (!isSupported(format)) return nullptr;
+    const std::uint64_t bytes = pixelBytes(format, width, height);
+    const int w = static_cast<int>(width), h = static_cast<int>(height);
+    if (const int compression = compressionOf(format); compression >= 0) {
+        const auto scheme = static_cast<CompressedImage::Compression>(compression);
+        return new CompressedImage(CompressedImage::newRawData(scheme, w, h, pixels, bytes).get());
+    }
+    const PlainFormat plain = plainFormat(format);
+    const NBX::SO<Image> image(new NBX::MemoryImage(w, h, plain.layers, plain.type));
+    std::memcpy(image->lineComponents(0), pixels, bytes);
+    return image;
+}
+
+NBX::SO<NBX::DataResource> pixelsOf(const Image & image, PixelFormat format) {
+    const std::uint64_t bytes = pixelBytes(format, static_cast<std::uint32_t>(image.width()),
+                                           static_cast<std::uint32_t>(image.height()));
+    if (const auto * compressed = dynamic_cast<const CompressedImage *>(&image))
+        return new NBX::DataSubResource(compressed->rawData().get(), CompressedImage::headerSize,
+                                        static_cast<unsigned>(bytes), false);
+    const NBX::SO<NBX::MemoryDataResource> result(new NBX::MemoryDataResource(static_cast<unsigned>(bytes)));
+    const std::uint64_t perLine = bytes / static_cast<std::uint64_t>(image.height());
+    for (int y = 0; y < image.height(); ++y)
+        std::memcpy(static_cast<char *>(result->pointer()) + static_cast<std::uint64_t>(y) * perLine,
+                    image.lineComponents(y), perLine);
+    return result;
+}
+
+} // namespace ZMT::CORE::StreamingTextureFormat
