@@ -8,4 +8,7 @@ NBX::ID TerrainGeometryEffect::category() const {
     return TerrainGeometryEffect::ClassNameNBX();
 }
 
+void TerrainGeometryEffect::touch(GRID::GridTerrainTile *, const NBX::ViewInfo *, unsigned, unsigned,
+                                  const NBX::Vector3Base<double> &) const {}
+
 } // namespace ZMT::CORE

@@ -1,0 +1,160 @@
+// A tile is refined when one of its samples, or a texel on it, shows too large, and all of its children are
+// there. Otherwise it is drawn itself, in the place of all of them, so that no hole opens and no two tiles
+// overlap while they arrive.
+
+#include "gridterrainselection.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <nbx/object/errorhandler.h>
+#include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterraintilevertexbuffer.h>
+
+#include "core/terrain/geometry/view/terrainpaintinggl.h"
+#include "gridterrainframe.h"
+
+namespace ZMT::CORE::GRID {
+
+namespace {
+
+constexpr int s_inside = 1;
+constexpr int s_outside = -1;
+constexpr std::array s_neighbors = {GridTerrainTile::NI_LowX, GridTerrainTile::NI_LowY,
+                                    GridTerrainTile::NI_HighX, GridTerrainTile::NI_HighY};
+
+/// Draped triangles that rise above the ground are in view together with their tile.
+NBX::Bounds withDraped(const NBX::Bounds & box, const std::vector<NBX::Bounds> & drapedBoxes) {
+    NBX::Bounds result = box;
+    for (const NBX::Bounds & draped : drapedBoxes)
+        if (draped.intersects(box))
+            result += GridTerrainFrame::Point(box.getURB().x, box.getURB().y, draped.getURB().z);
+    return result;
+}
+
+bool isReady(GridTerrainTile & tile) {
+    return tile.tileData() && tile.vertexBuffer();
+}
+
+/// What is seen most comes first, and among that the coarsest. Levels are negative below the finest heights
+/// and may be large, so that nothing is shifted here.
+double priorityOf(const GridTerrainTile & tile) {
+    return std::ldexp(static_cast<double>(tile.visibleFragments()), tile.level());
+}
+
+} // namespace
+
+void GridTerrainSelection::run() {
+    select(frame_.root, 0);
+    setNeighbors(frame_.root);
+}
+
+/// `clip` is what was found of the parent.
+void GridTerrainSelection::select(const Tile & tile, int clip) {
+    if (clip != s_inside)
+        clip = frame_.viewInfo->cull(withDraped(tile->gridBoundingBox(), frame_.drapedBoxes));
+    if (clip == s_outside) {
+        tile->frameState(GridTerrainTile::FS_Culled);
+        return;
+    }
+    if (tile->hasChildren(false) && isToBeRefined(*tile) && refine(*tile, clip)) return;
+    choose(tile);
+}
+
+bool GridTerrainSelection::isToBeRefined(const GridTerrainTile & tile) const {
+    const TerrainPaintingGL & painting = frame_.painting;
+    return tile.shouldBeRefined(frame_.viewInfo.get(), painting.viewportWidth(), painting.viewportHeight(),
+                                frame_.geometryError) ||
+           frame_.wantsTextureDetail(tile);
+}
+
+/// False when the tile has to stand in for its children. In a picture that waits, that is so when one of
+/// them cannot be read: a hole would be worse.
+bool GridTerrainSelection::refine(GridTerrainTile & tile, int clip) {
+    Children children;
+    for (unsigned i = 0; i < 4; ++i)
+        children[i] = tile.child(i, false);
+    if (std::none_of(children.begin(), children.end(), [](const Tile & child) { return bool(child); }))
+        return false;
+    if (const unsigned missing = request(tile, children)) {
+        frame_.statistics.missingTiles += missing;
+        frame_.painting.setIncomplete();
+        return false;
+    }
+    tile.frameState(GridTerrainTile::FS_Refined);
+    for (const Tile & child : children)
+        if (child) select(child, clip);
+    return true;
+}
+
+/// The number of children that are not ready.
+unsigned GridTerrainSelection::request(const GridTerrainTile & tile, const Children & children) const {
+    const double priority = priorityOf(tile);
+    Children missing;
+    unsigned count = 0;
+    for (const Tile & child : children)
+        if (child && !isReady(*child)) {
+            child->requestTileData(priority, false, nullptr);
+            missing[count++] = child;
+        }
+    if (!frame_.isBlocking) return count;
+    return static_cast<unsigned>(
+        std::count_if(missing.begin(), missing.begin() + count, [&](const Tile & child) {
+            child->requestTileData(priority, true, nullptr);
+            return !isReady(*child);
+        }));
+}
+
+void GridTerrainSelection::choose(const Tile & tile) {
+    if (!tile->vertexBuffer()) {
+        if (tile->parent()) NBX_REPORT(2, L"!tile->parent()", L"no vertex buffer loaded for non-root tile");
+        tile->requestTileData(AsyncFile::topPriority, true, nullptr);
+    }
+    const TerrainPaintingGL & painting = frame_.painting;
+    const GridTerrainFrame::Point eye = tile->gridBoundingBox().nearestPoint(frame_.nearPoint);
+    for (const auto & effect : frame_.geometryEffects)
+        effect->touch(tile.get(), frame_.viewInfo.get(), painting.viewportWidth(), painting.viewportHeight(),
+                      eye);
+    tile->frameState(GridTerrainTile::FS_Drawn);
+    ++frame_.statistics.tilesCounted;
+    frame_.statistics.minLevel = std::min(frame_.statistics.minLevel, tile->level());
+    frame_.statistics.maxLevel = std::max(frame_.statistics.maxLevel, tile->level());
+    TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() += tile->visBoundingBox();
+}
+
+/// A chosen tile knows what is drawn beside it no finer than itself: finer ones close their borders
+/// themselves. Also one that was refined, when it is a part of a tile coarser than this one: what is drawn in
+/// its place has the same coarse heights, though it is cut smaller for its textures.
+void GridTerrainSelection::setNeighbors(const Tile & tile) {
+    if (tile->frameState() == GridTerrainTile::FS_Refined)
+        for (unsigned i = 0; i < 4; ++i)
+            if (const Tile child = tile->child(i, false)) setNeighbors(child);
+    if (tile->frameState() != GridTerrainTile::FS_Drawn) return;
+    for (const auto index : s_neighbors) {
+        Tile neighbor = findNeighbor(tile, index);
+        const bool counts = neighbor && (neighbor->frameState() == GridTerrainTile::FS_Drawn ||
+                                         (neighbor->frameState() == GridTerrainTile::FS_Refined &&
+                                          neighbor->detailLevel() > tile->detailLevel()));
+        tile->neighbor(index, counts ? neighbor : nullptr);
+    }
+}
+
+NBX::SO<GridTerrainTile> GridTerrainSelection::findNeighbor(const Tile & tile,
+                                                            GridTerrainTile::NeighborIndex index) {
+    const Tile parent = tile->parent();
+    if (!parent) return nullptr;
+    const unsigned child = parent->childIndex(tile);
+    const bool isAlongY = index == GridTerrainTile::NI_LowY || index == GridTerrainTile::NI_HighY;
+    const bool isHigh = index == GridTerrainTile::NI_HighX || index == GridTerrainTile::NI_HighY;
+    const unsigned half = isAlongY ? 2 : 1;
+    // The same child number serves a sibling and the child of a neighbour: it lies in the other half.
+    if (((child & half) != 0) != isHigh) return parent->child(child ^ half, false);
+    const Tile beside = findNeighbor(parent, index);
+    if (beside && beside->frameState() == GridTerrainTile::FS_Refined)
+        return beside->child(child ^ half, false);
+    return beside;
+}
+
+} // namespace ZMT::CORE::GRID

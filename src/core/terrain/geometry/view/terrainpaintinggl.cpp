@@ -1,0 +1,119 @@
+#include "terrainpaintinggl.h"
+
+#include <nbx/engine/engine.h>
+#include <nbx/engine/navigation.h>
+#include <nbx/engine/pathnavigation.h>
+#include <nbx/gl/context/enginegl.h>
+#include <nbx/gl/effect/texturingeffectgl.h>
+#include <nbx/gl/offscreen/pbuffercanvasgl.h>
+#include <nbx/scene/attribute/contextdata.h>
+#include <nbx/scene/node/scenething.h>
+#include <nbx/scene/view/viewport.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
+
+namespace ZMT::CORE {
+
+namespace {
+
+constexpr double s_redisplayDelay = 0.05;
+constexpr int s_asynchronousMode = 1;
+
+/// The canvas of this frame, unless its picture must be complete at once.
+NBX::GLCanvas * refinableCanvas(const NBX::Engine & engine) {
+    const auto * data =
+        dynamic_cast<NBX::ContextData<NBX::Canvas *> *>(engine.getAttribute(NBX::Canvas::ClassNameNBX()));
+    auto * canvas = data ? dynamic_cast<NBX::GLCanvas *>(data->getValue()) : nullptr;
+    return dynamic_cast<NBX::PBufferCanvasGL *>(canvas) ? nullptr : canvas;
+}
+
+/// Whether the view is being navigated. A flight that is being recorded must not lose detail.
+bool isNavigated(const NBX::Engine & engine) {
+    if (NBX::soCast<NBX::PathNavigation>(NBX::Navigation::activeNavigation())) return false;
+    const auto * flag = dynamic_cast<NBX::ContextData<bool> *>(engine.getAttribute("MotionFlag"));
+    return flag && flag->getValue();
+}
+
+} // namespace
+
+TerrainPaintingGL::TerrainPaintingGL(NBX::Engine * engine)
+    : engine_(engine), engineGL_(dynamic_cast<NBX::EngineGL *>(engine)), canvas_(refinableCanvas(*engine)),
+      textureError_(TerrainPainterGLSettings::getTextureError()),
+      isInMotion_(canvas_ && isNavigated(*engine)),
+      isAsynchronous_(canvas_ && canvas_->getRenderingMode() == s_asynchronousMode &&
+                      !TerrainPainterGLSettings::snapshotModeEnabled()),
+      viewInfo_(engine->viewInfo()), nearPoint_(nearPoint(*viewInfo_)) {
+    const NBX::Area area = engine->viewport()->getArea();
+    viewportWidth_ = area.getWidth();
+    viewportHeight_ = area.getHeight();
+    readEffects();
+    readTexturedGeometries();
+}
+
+TerrainPaintingGL::Point TerrainPaintingGL::nearPoint(const NBX::ViewInfo & viewInfo) {
+    return viewInfo.position() + viewInfo.direction() * viewInfo.nearDistance();
+}
+
+void TerrainPaintingGL::readEffects() {
+    const auto * stack = engine_->monoTable(TerrainTexturingEffect::ClassNameNBX());
+    for (unsigned i = stack ? stack->size() : 0; i > 0; --i)
+        if (auto effect = NBX::soCast<TerrainTexturingEffect>(stack->get(i - 1))) effects_.push_back(effect);
+}
+
+void TerrainPaintingGL::readTexturedGeometries() {
+    const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
+    for (unsigned i = 0; i < engine_->polyAttributeCount(name, NBX::Engine::PS_All); ++i) {
+        auto * geometry =
+            dynamic_cast<TerrainTexturedGeometry *>(engine_->polyAttribute(name, i, NBX::Engine::PS_All));
+        if (!geometry) continue;
+        texturedGeometries_.push_back(geometry);
+        texturedBox_ += geometry->boundingBox();
+    }
+}
+
+bool TerrainPaintingGL::isIdle() const {
+    return !TerrainPainterGLSettings::renderingEnabled() && texturedGeometries_.empty();
+}
+
+bool TerrainPaintingGL::wantsDetail(const GeometryPatch & patch, const Point & eye) const {
+    for (const auto & effect : effects_) {
+        if (effect->refine(&patch, viewInfo_.get(), viewportWidth_, viewportHeight_, eye, textureError_,
+                           isInMotion_))
+            return true;
+        if (ignoresPrevious(*effect, patch, eye)) return false;
+    }
+    return false;
+}
+
+bool TerrainPaintingGL::ignoresPrevious(const TerrainTexturingEffect & effect, const GeometryPatch & patch,
+                                        const Point & eye) const {
+    return effect.ignorePreviousEffects(&patch, viewInfo_.get(), viewportWidth_, viewportHeight_, eye,
+                                        textureError_, isInMotion_);
+}
+
+void TerrainPaintingGL::appendEffects(NBX::SceneThing & thing, const GeometryPatch & patch, double priority,
+                                      const Point & eye) {
+    for (const auto & effect : effects_) {
+        const auto attribute =
+            effect->request(&patch, engineGL_, viewInfo_.get(), viewportWidth_, viewportHeight_, priority,
+                            eye, textureError_, isInMotion_, isAsynchronous_, isIncomplete_);
+        if (attribute) thing.append(attribute.get());
+        if (ignoresPrevious(*effect, patch, eye)) break;
+    }
+}
+
+bool TerrainPaintingGL::appendTexturedGeometries(NBX::SceneThing & thing, const NBX::Bounds & box) const {
+    bool hasAny = false;
+    for (const auto & geometry : texturedGeometries_)
+        if (const auto part = geometry->geometry(box)) {
+            thing.append(part.get());
+            hasAny = true;
+        }
+    return hasAny;
+}
+
+void TerrainPaintingGL::postForRedisplay() const {
+    if (canvas_ && (isInMotion_ || isIncomplete_)) canvas_->postForRedisplay(s_redisplayDelay);
+}
+
+} // namespace ZMT::CORE
