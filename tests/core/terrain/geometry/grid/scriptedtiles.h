@@ -169,7 +169,11 @@ public:
     }
     void postRender(NBX::EngineGL *, bool colors) const override {
         s_log.emplace_back(colors ? "close depth" : "close color");
+        if (colors && s_finishesDepth) glFinish();
     }
+
+    /// Whether counts of fragments are there behind the depth pass.
+    static inline bool s_finishesDepth = true;
 
     NBX::SO<Tile> root;
 
