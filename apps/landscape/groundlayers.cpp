@@ -17,7 +17,6 @@
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
@@ -123,7 +122,7 @@ NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE:
     Step step("making a light map");
     GroundImage map{nullptr, cellBox(grid)};
     const bool isStatic = lighting == Lighting::Static;
-    if (dynamic_cast<const ZMT::CORE::HybridData *>(&grid)) {
+    if (grid.hasCellShapes()) {
         map = drawNormals(terrain, grid, exaggeration);
         if (isStatic) map.image = lit(*map.image, sun);
     } else if (isStatic) {

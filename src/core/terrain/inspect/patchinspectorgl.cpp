@@ -8,8 +8,7 @@
 
 #include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -46,9 +45,8 @@ std::uint64_t microExcess(const GridPatch & patch) {
     std::uint64_t excess = 0;
     for (unsigned y = y0; y < y0 + patch.domain().getHeight(); ++y)
         for (unsigned x = x0; x < x0 + patch.domain().getWidth(); ++x) {
-            const NBX::SO<NBX::Shape> shape = grid.cellShape(x, y);
-            if (const auto * micro = dynamic_cast<const MicroTrianglesData *>(shape.get()))
-                excess += micro->vertices() / 3 - 2;
+            const std::size_t corners = grid.cellCorners(x, y).size();
+            if (corners > 0) excess += corners / 3 - 2;
         }
     return excess;
 }

@@ -50,14 +50,17 @@ HybridData::Point HybridData::normal(unsigned v) const {
 }
 
 NBX::SO<MicroTrianglesData> HybridData::microData(unsigned x, unsigned y) const {
-    if (!microIndices_) return nullptr;
-    std::vector<unsigned> indices = microIndices_->get(x, y);
-    if (indices.empty()) return nullptr;
-    return new MicroTrianglesData(this, std::move(indices));
+    std::vector<unsigned> corners = cellCorners(x, y);
+    if (corners.empty()) return nullptr;
+    return new MicroTrianglesData(this, std::move(corners));
 }
 
 NBX::SO<NBX::Shape> HybridData::cellShape(unsigned x, unsigned y) const {
     return microData(x, y);
+}
+
+std::vector<unsigned> HybridData::cellCorners(unsigned x, unsigned y) const {
+    return microIndices_ ? microIndices_->get(x, y) : std::vector<unsigned>();
 }
 
 void HybridData::serialize(NBX::SerializationManager & m) {

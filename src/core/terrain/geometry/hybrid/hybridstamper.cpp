@@ -4,7 +4,7 @@
 //
 // On whole numbers both cells beside a grid line see the same nodes, so that no crack opens between them.
 
-#include <zmt/core/terrain/geometry/hybrid/hybridstamper.h>
+#include "hybridstamper.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,6 +13,7 @@
 #include "core/terrain/geometry/regular/griddomain.h"
 
 #include "microindextable.h"
+#include <zmt/core/terrain/geometry/hybrid/createhybridimpl.h>
 #include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/predicates.h>
@@ -24,7 +25,7 @@ namespace ZMT::CORE {
 namespace {
 
 using Point = HybridStamper::Point;
-using CellTin = Tin<HybridStamper::TinAccessor>;
+using CellTin = Tin<HybridCellAccessor>;
 
 constexpr std::int64_t s_cell = LatticeNode::s_cell;
 constexpr unsigned s_cellBits = LatticeNode::s_cellBits;
@@ -304,7 +305,7 @@ void HybridStamper::triangulate(std::size_t i, std::vector<Point> & vertices,
     const auto onPlane = [&](const LatticeNode & n) {
         return Point(double(n.u - x * s_cell), double(n.v - y * s_cell), n.position.y);
     };
-    TinAccessor accessor;
+    HybridCellAccessor accessor;
     for (unsigned k = 0; k < 4; ++k)
         accessor.corners[k] = onPlane(gridVertex(corners[k] % sizeX_, corners[k] / sizeX_));
     CellTin tin(accessor);

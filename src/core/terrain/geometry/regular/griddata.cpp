@@ -218,6 +218,10 @@ NBX::SO<NBX::Shape> GridData::cellShape(unsigned, unsigned) const {
     return nullptr;
 }
 
+std::vector<unsigned> GridData::cellCorners(unsigned, unsigned) const {
+    return {};
+}
+
 GridData::Indices * GridData::newIndexIterator(const NBX::Bounds & bbox) const {
     NBX_CHECK(bbox.isDefined(), L"bounding-box not defined");
     auto * indices = new NBX::Array<unsigned>;

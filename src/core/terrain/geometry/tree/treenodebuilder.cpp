@@ -8,8 +8,6 @@
 #include <cmath>
 #include <utility>
 
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/mytintotristrips.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -72,22 +70,20 @@ NBX::SO<GeometryPatch> TreeNodeBuilder::buildLeaf(const NBX::Area & domain, Kept
 /// Extends `box` by the micro-structures of a leaf.
 void TreeNodeBuilder::appendMicroVertices(const NBX::Area & domain, NBX::Bounds & box,
                                           KeptVertices & kept) const {
-    const auto * hybrid = dynamic_cast<const HybridData *>(&grid_);
-    if (!hybrid) return;
+    if (!grid_.hasCellShapes()) return;
+    const unsigned gridVertices = grid_.sizeX() * grid_.sizeY();
     std::vector<unsigned> numbers;
     const unsigned x0 = unsigned(domain.getX()), y0 = unsigned(domain.getY());
     for (unsigned y = y0; y < y0 + domain.getHeight(); ++y)
-        for (unsigned x = x0; x < x0 + domain.getWidth(); ++x) {
-            const NBX::SO<MicroTrianglesData> micro = hybrid->microData(x, y);
-            if (!micro) continue;
-            box += micro->boundingBox();
-            for (unsigned v = 0; v < micro->vertices(); ++v)
-                if (!micro->isGridVertex(v)) numbers.push_back(micro->convertToContainerIndex(v));
-        }
+        for (unsigned x = x0; x < x0 + domain.getWidth(); ++x)
+            for (const unsigned corner : grid_.cellCorners(x, y)) {
+                box += grid_.vertex(corner);
+                if (corner >= gridVertices) numbers.push_back(corner);
+            }
     std::sort(numbers.begin(), numbers.end());
     numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
     for (const unsigned number : numbers)
-        kept.microVertices.push_back(hybrid->vertex(number));
+        kept.microVertices.push_back(grid_.vertex(number));
 }
 
 NBX::SO<GeometryPatch> TreeNodeBuilder::buildTin(const NBX::Area & domain, const NBX::SO<Children> & children,

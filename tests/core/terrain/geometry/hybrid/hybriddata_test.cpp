@@ -51,6 +51,9 @@ void expectHybrid(const HybridData & data) {
     for (unsigned y = 0; y < 3; ++y)
         for (unsigned x = 0; x < 4; ++x)
             EXPECT_EQ(bool(data.microData(x, y)), x == 1 && y == 0) << x << " " << y;
+    EXPECT_TRUE(data.hasCellShapes());
+    EXPECT_EQ(data.cellCorners(1, 0), (std::vector<unsigned>{1, 2, 12, 2, 6, 12, 6, 5, 12, 5, 1, 12}));
+    EXPECT_TRUE(data.cellCorners(0, 1).empty()) << "a plain cell";
     const auto micro = data.microData(1, 0);
     EXPECT_EQ(micro->vertices(), 12U);
     EXPECT_EQ(micro->container(), &data);
@@ -76,6 +79,7 @@ TEST(HybridDataTest, WithoutMicroStructuresIsAGrid) {
         new HybridData(TestTerrain::raster(s_layout, TestTerrain::bumpy).get(), {}, nullptr));
     EXPECT_EQ(data->vertices(), s_gridVertices);
     EXPECT_FALSE(data->microData(1, 0));
+    EXPECT_TRUE(data->cellCorners(1, 0).empty());
     EXPECT_EQ(data->boundingBox(), TestTerrain::grid(s_layout, TestTerrain::bumpy)->boundingBox());
     EXPECT_EQ(TestTerrain::taken(data->newIndexIterator(data->boundingBox())).size(), s_gridVertices);
 }

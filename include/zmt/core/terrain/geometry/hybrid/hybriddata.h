@@ -39,6 +39,7 @@ public:
     bool hasCellShapes() const override { return true; }
     /// Its micro-structure.
     NBX::SO<NBX::Shape> cellShape(unsigned x, unsigned y) const override;
+    std::vector<unsigned> cellCorners(unsigned x, unsigned y) const override;
 
     bool isGridVertex(unsigned v) const { return v < gridVertices_; }
     /// The micro-structure of a cell, named by its lowest vertex, made anew; null for a plain cell. It must

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include <nbx/math/area.h>
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
@@ -53,6 +55,8 @@ public:
     /// What stands in the place of the cell with the lowest vertex (x, y), in local coordinates, made anew;
     /// null for a plain cell, which is the two triangles of its corners. It must not outlive the grid.
     virtual NBX::SO<NBX::Shape> cellShape(unsigned x, unsigned y) const;
+    /// The vertex numbers at the corners of the triangles of that shape, three each; none for a plain cell.
+    virtual std::vector<unsigned> cellCorners(unsigned x, unsigned y) const;
 
     unsigned sizeX() const { return sizeX_; }
     unsigned sizeY() const { return sizeY_; }

@@ -25,13 +25,6 @@ class HybridStamper {
 public:
     using Point = NBX::Vector3Base<double>;
 
-    /// The corners of one cell, in the plane of the lattice, with the height as the third component. All
-    /// other points of a cell are known by their coordinates.
-    struct TinAccessor {
-        const Point & point(unsigned number) const { return corners[number & 3u]; }
-        std::array<Point, 4> corners;
-    };
-
     /// Copies the heights of `grid`.
     explicit HybridStamper(const GridData & grid);
     ~HybridStamper();

@@ -1,1 +1,0 @@
-#include "zmt/core/terrain/geometry/hybrid/hybridstamper.h"
