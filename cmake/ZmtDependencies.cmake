@@ -28,7 +28,8 @@ if(raster IN_LIST ZMT_LAYERS)
 endif()
 
 if(core IN_LIST ZMT_LAYERS)
-  zmt_find_module(liburing liburing)
+  # Files on web servers.
+  find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
 endif()
 
 if(apps IN_LIST ZMT_LAYERS)

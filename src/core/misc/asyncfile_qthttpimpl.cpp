@@ -1,0 +1,200 @@
+#include "asyncfile_qthttpimpl.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/nbxtime.h>
+
+#include "asyncfilemanager.h"
+#include "httptimes.h"
+
+namespace ZMT::CORE::IMPL {
+
+namespace {
+
+double secondsSince1970() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
+
+QUrl usableHttpUrl(const std::wstring & text) {
+    QUrl url(QString::fromStdWString(text));
+    if (url.path().startsWith("/http:/")) {
+        const QUrl inner("http://" + url.path(QUrl::FullyEncoded).mid(7));
+        if (inner.port() >= 0) url.setPort(inner.port());
+        url.setHost(inner.host());
+        url.setPath(inner.path(QUrl::FullyEncoded), QUrl::StrictMode);
+    }
+    const bool isWeb = url.scheme() == "http" || url.scheme() == "https";
+    return url.isValid() && isWeb && !url.host().isEmpty() && !url.path().isEmpty() ? url : QUrl();
+}
+
+AsyncFile_QtHttpImpl::AsyncFile_QtHttpImpl(AsyncFile_QtHttp * file, const std::wstring & url)
+    : file_(file), url_(url), origin_(usableHttpUrl(url)), target_(origin_) {
+    for (std::unique_ptr<HttpClient> & client : clients_) {
+        client = std::make_unique<HttpClient>(*this);
+        idleClients_.push_back(client.get());
+    }
+    AsyncFileManager::instance().add(this);
+}
+
+AsyncFile_QtHttpImpl::~AsyncFile_QtHttpImpl() {
+    AsyncFileManager::instance().remove(this);
+    const bool wasWorking = !m_workingHttpClients.empty();
+    for (std::unique_ptr<HttpClient> & client : clients_)
+        client.reset();
+    // Their places are free for other files.
+    if (wasWorking) AsyncFileManager::instance().dispatchAll();
+}
+
+/// A server that is left alone for longer than it may be silent is not waited for.
+bool AsyncFile_QtHttpImpl::open() {
+    const HttpBackoff & backoff = AsyncFileManager::instance().backoff();
+    const double pause = backoff.remaining(server(), NBX::NBXTime::now());
+    if (1000.0 * pause > httpTimes().silenceMilliseconds) {
+        error_ = L"server '" + target_.host() + L"' is asked again in " +
+                 std::to_wstring(static_cast<int>(pause) + 1) + L" s: " + backoff.lastFailure(server());
+        return false;
+    }
+    const RequestPointer probe = request(0, 1, 0.0);
+    probe->wait();
+    if (version_.size == 0 && error_.empty()) error_ = probe->errorText();
+    remove(probe.get());
+    return version_.size != 0;
+}
+
+AsyncFile_QtHttpImpl::RequestPointer AsyncFile_QtHttpImpl::request(std::uint64_t offset, std::uint64_t size,
+                                                                   double priority) {
+    // What the server cannot have takes no memory and no request.
+    const std::uint64_t end = version_.size != 0 ? version_.size : 1;
+    const bool isInside = offset <= end && size <= end - offset;
+    const bool isPossible = isInside && size <= std::numeric_limits<unsigned>::max();
+    RequestPointer request(new AsyncFile_QtHttpRequest(file_, offset, isPossible ? size : 0, priority));
+    requests_.push_back(request);
+    if (!isPossible) {
+        request->fail(L"transfer incomplete");
+    } else if (size == 0) {
+        request->complete();
+    } else {
+        queue_.push_back(request);
+        AsyncFileManager::instance().dispatchAll();
+    }
+    return request;
+}
+
+bool AsyncFile_QtHttpImpl::remove(const AsyncFile::Request * request) {
+    const auto found = std::find(requests_.begin(), requests_.end(), request);
+    if (found == requests_.end()) return false;
+    if ((*found)->currentState() == AsyncFile::RS_Processing) {
+        (*found)->setRemoved();
+        return false;
+    }
+    std::erase(queue_, request);
+    requests_.erase(found);
+    return true;
+}
+
+void AsyncFile_QtHttpImpl::giveUp(const AsyncFile_QtHttpRequest * request, const std::wstring & why) {
+    const auto queued = std::find(queue_.begin(), queue_.end(), request);
+    if (queued != queue_.end()) {
+        const RequestPointer kept = *queued;
+        queue_.erase(queued);
+        kept->fail(why);
+        return;
+    }
+    for (const auto & [client, working] : m_workingHttpClients) {
+        if (working.get() != request) continue;
+        client->abort(why); // which changes the map
+        return;
+    }
+}
+
+double AsyncFile_QtHttpImpl::highestQueuedPriority() const {
+    return (*first())->priority();
+}
+
+void AsyncFile_QtHttpImpl::startNext() {
+    const auto best = first();
+    const RequestPointer request = *best;
+    queue_.erase(best);
+    HttpClient * client = idleClients_.back();
+    idleClients_.pop_back();
+    request->start();
+    m_workingHttpClients[client] = request;
+    client->get(target_, request->offset(), request->size());
+}
+
+void AsyncFile_QtHttpImpl::abortAll(const std::wstring & why) {
+    while (!m_workingHttpClients.empty())
+        m_workingHttpClients.begin()->first->abort(why);
+}
+
+std::wstring AsyncFile_QtHttpImpl::headReceived(HttpClient & client, const HttpReplyHead & head) {
+    const RequestPointer & request = m_workingHttpClients.at(&client);
+    const std::wstring problem = judgeRangeReply(client.target().host(), head, request->offset(), version_);
+    if (version_.size != 0) return problem;
+    error_ = problem;
+    if (problem.empty()) version_ = versionOf(head);
+    return problem;
+}
+
+std::wstring AsyncFile_QtHttpImpl::readyRead(HttpClient & client) {
+    AsyncFile_QtHttpRequest & request = *m_workingHttpClients.at(&client);
+    const qint64 bytesAvailable = client.bytesAvailable();
+    const qint64 bytesToRead = std::min(bytesAvailable, static_cast<qint64>(request.room()));
+    const qint64 count = client.read(request.target(), bytesToRead);
+    request.addTransferred(static_cast<std::uint64_t>(count));
+    AsyncFileManager::addTransferedBytes(static_cast<std::uint64_t>(count));
+    if (bytesAvailable <= bytesToRead) return {};
+    NBX_REPORT(2, L"bytesToRead <= bytesAvailable", L"too many bytes received");
+    return L"too many bytes received";
+}
+
+void AsyncFile_QtHttpImpl::done(HttpClient & client, const std::wstring & error) {
+    const RequestPointer request = release(client);
+    if (!request) return;
+    if (error.empty())
+        request->complete();
+    else
+        request->fail(error);
+    if (request->currentState() == AsyncFile::RS_Ready)
+        succeeded(client);
+    else
+        failed(client, request->errorText());
+    if (request->isRemoved()) std::erase(requests_, request);
+    AsyncFileManager::instance().dispatchAll();
+}
+
+/// Gives the client back and returns what it worked on.
+AsyncFile_QtHttpImpl::RequestPointer AsyncFile_QtHttpImpl::release(HttpClient & client) {
+    const auto pos = m_workingHttpClients.find(&client);
+    NBX_CHECK(pos != m_workingHttpClients.end(), L"corrupt request management");
+    if (pos == m_workingHttpClients.end()) return nullptr;
+    const RequestPointer request = pos->second;
+    m_workingHttpClients.erase(pos);
+    idleClients_.push_back(&client);
+    return request;
+}
+
+void AsyncFile_QtHttpImpl::succeeded(const HttpClient & client) {
+    AsyncFileManager::instance().backoff().succeeded(client.target().server(), client.startTime());
+    target_ = client.target();
+}
+
+void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring & error) {
+    AsyncFileManager::instance().backoff().failed(client.target().server(), client.startTime(),
+                                                  NBX::NBXTime::now(),
+                                                  retryAfter(client.head(), secondsSince1970()), error);
+    // The goal of a redirect may be good for a while only.
+    if (client.head().status >= 400 && client.head().status < 500) target_ = origin_;
+}
+
+std::vector<AsyncFile_QtHttpImpl::RequestPointer>::const_iterator AsyncFile_QtHttpImpl::first() const {
+    return std::max_element(queue_.begin(), queue_.end(),
+                            [](const auto & a, const auto & b) { return a->priority() < b->priority(); });
+}
+
+} // namespace ZMT::CORE::IMPL

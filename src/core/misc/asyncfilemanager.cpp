@@ -1,0 +1,144 @@
+#include "asyncfilemanager.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QTimer>
+
+#include <nbx/object/nbxtime.h>
+#include <nbx/object/so.h>
+
+#include "asyncfile_qthttpimpl.h"
+#include "httpproxy.h"
+
+namespace ZMT::CORE::IMPL {
+
+NBX_CLASS_IMPL(AsyncFileManager, NBX::SharedObj)
+
+namespace {
+
+std::atomic<std::uint64_t> s_transferedBytes{0};
+
+class EnvironmentProxies : public QNetworkProxyFactory {
+public:
+    QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery & query) override {
+        const std::string proxy = proxyFor(query.url().scheme().toStdString(),
+                                           query.url().host().toStdString(), environmentVariable);
+        const QUrl url(QString::fromStdString(proxy));
+        if (url.host().isEmpty()) return {QNetworkProxy(QNetworkProxy::NoProxy)};
+        const bool isSocks = url.scheme().startsWith("socks");
+        return {QNetworkProxy(isSocks ? QNetworkProxy::Socks5Proxy : QNetworkProxy::HttpProxy, url.host(),
+                              static_cast<quint16>(url.port(isSocks ? 1080 : 8080)), url.userName(),
+                              url.password())};
+    }
+};
+
+} // namespace
+
+/// What cannot be without an application object.
+struct AsyncFileManager::Network {
+    QNetworkAccessManager access;
+    QTimer resumption; ///< for the end of the pause that ends first
+};
+
+AsyncFileManager::AsyncFileManager() = default;
+AsyncFileManager::~AsyncFileManager() = default;
+
+AsyncFileManager & AsyncFileManager::instance() {
+    // Never released: files may be dropped by other objects that live until the process ends.
+    static AsyncFileManager * const manager = [] {
+        auto * made = new AsyncFileManager;
+        made->ref(nullptr);
+        return made;
+    }();
+    return *manager;
+}
+
+void AsyncFileManager::add(AsyncFile_QtHttpImpl * file) {
+    files_.push_back(file);
+}
+
+void AsyncFileManager::remove(const AsyncFile_QtHttpImpl * file) {
+    std::erase(files_, file);
+}
+
+bool AsyncFileManager::dispatch() {
+    if (!network() || working() >= s_mostTransfers) return false;
+    const double now = NBX::NBXTime::now();
+    double highest = -1.0;
+    AsyncFile_QtHttpImpl * chosen = nullptr;
+    for (AsyncFile_QtHttpImpl * file : files_) {
+        if (!file->canStart() || backoff_.remaining(file->server(), now) > 0.0) continue;
+        const double priority = file->highestQueuedPriority();
+        if (priority <= highest) continue;
+        highest = priority;
+        chosen = file;
+    }
+    if (chosen) chosen->startNext();
+    return chosen != nullptr;
+}
+
+void AsyncFileManager::dispatchAll() {
+    while (dispatch()) {
+    }
+    scheduleResumption();
+}
+
+unsigned AsyncFileManager::working() const {
+    unsigned count = 0;
+    for (const AsyncFile_QtHttpImpl * file : files_)
+        count += file->workingClients();
+    return count;
+}
+
+/// One transfer asks how the server is; if it answers well, the others follow.
+void AsyncFileManager::scheduleResumption() {
+    if (!network()) return;
+    const double now = NBX::NBXTime::now();
+    double next = std::numeric_limits<double>::infinity();
+    for (const AsyncFile_QtHttpImpl * file : files_) {
+        const double remaining = backoff_.remaining(file->server(), now);
+        if (file->canStart() && remaining > 0.0) next = std::min(next, remaining);
+    }
+    if (next < std::numeric_limits<double>::infinity())
+        network_->resumption.start(static_cast<int>(next * 1000.0) + 1);
+}
+
+QNetworkAccessManager * AsyncFileManager::network() {
+    if (!qApp || isEnding_) return nullptr;
+    if (!network_) {
+        network_ = std::make_unique<Network>();
+        network_->access.setProxyFactory(new EnvironmentProxies);
+        network_->resumption.setSingleShot(true);
+        QObject::connect(&network_->resumption, &QTimer::timeout, &network_->resumption, [this] {
+            dispatch();
+            scheduleResumption();
+        });
+        qAddPostRoutine(&AsyncFileManager::endNetwork);
+    }
+    return &network_->access;
+}
+
+/// At the end of the application object. Transfers under way fail.
+void AsyncFileManager::endNetwork() {
+    AsyncFileManager & manager = instance();
+    manager.isEnding_ = true;
+    for (AsyncFile_QtHttpImpl * file : std::vector<AsyncFile_QtHttpImpl *>(manager.files_))
+        file->abortAll(L"no QApplication running");
+    manager.network_.reset();
+    manager.isEnding_ = false;
+}
+
+void AsyncFileManager::addTransferedBytes(std::uint64_t count) {
+    s_transferedBytes += count;
+}
+
+std::uint64_t AsyncFileManager::TotalTransferedBytes() {
+    return s_transferedBytes;
+}
+
+} // namespace ZMT::CORE::IMPL

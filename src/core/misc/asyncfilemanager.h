@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <nbx/object/classpattern.h>
+#include <nbx/object/sharedobj.h>
+
+#include "httpbackoff.h"
+
+class QNetworkAccessManager;
+
+namespace ZMT::CORE::IMPL {
+
+class AsyncFile_QtHttpImpl;
+
+/// Knows all files on web servers, and says which one starts its next transfer. Made on first use and kept
+/// for the life of the process; what it needs of the network lives as long as the application object.
+class AsyncFileManager : public NBX::SharedObj {
+    NBX_CLASS(AsyncFileManager, NBX::SharedObj)
+public:
+    /// So many transfers run at once in the process.
+    static constexpr unsigned s_mostTransfers = 5;
+
+    static AsyncFileManager & instance();
+
+    void add(AsyncFile_QtHttpImpl * file);
+    void remove(const AsyncFile_QtHttpImpl * file);
+
+    /// Starts at most one transfer: of the file with the highest queued priority among those that have a
+    /// client idle and whose server is not left alone. Whether one was started.
+    bool dispatch();
+    /// As many as may start.
+    void dispatchAll();
+    /// The number of transfers under way.
+    unsigned working() const;
+
+    HttpBackoff & backoff() { return backoff_; }
+    /// Null without an application object.
+    QNetworkAccessManager * network();
+
+    static void addTransferedBytes(std::uint64_t count);
+    static std::uint64_t TotalTransferedBytes();
+
+private:
+    struct Network;
+    AsyncFileManager();
+    ~AsyncFileManager() override;
+    static void endNetwork();
+    void scheduleResumption();
+
+    std::vector<AsyncFile_QtHttpImpl *> files_;
+    HttpBackoff backoff_;
+    std::unique_ptr<Network> network_;
+    bool isEnding_ = false; ///< the application object is about to go: nothing starts
+};
+
+} // namespace ZMT::CORE::IMPL

@@ -1,0 +1,203 @@
+#include "httpclient.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+
+#include <nbx/object/errorhandler.h>
+#include <nbx/object/nbxtime.h>
+#include <zmt/core/misc/httpsettings.h>
+
+#include "asyncfilemanager.h"
+#include "httptimes.h"
+#include "netrc.h"
+
+namespace ZMT::CORE::IMPL {
+
+namespace {
+
+/// So much of a body is received before its head has been judged, or behind a redirect.
+constexpr qint64 s_readBufferSize = 64 * 1024;
+
+QByteArray authorizationFor(const QUrl & url) {
+    QByteArray login;
+    if (!url.userName().isEmpty()) {
+        login = (url.userName(QUrl::FullyDecoded) + ":" + url.password(QUrl::FullyDecoded)).toUtf8();
+    } else if (const auto entry = netrcLogin(url.host().toStdString())) {
+        login = QByteArray::fromStdString(entry->name + ":" + entry->password);
+    }
+    return login.isEmpty() ? login : "Basic " + login.toBase64();
+}
+
+HttpReplyHead headOf(const QNetworkReply & reply) {
+    HttpReplyHead head;
+    head.status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    head.reason = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString().toStdString();
+    for (const QNetworkReply::RawHeaderPair & field : reply.rawHeaderPairs())
+        head.fields.emplace_back(field.first.toStdString(), field.second.toStdString());
+    return head;
+}
+
+HttpPlace placeOf(const QUrl & url) {
+    return {url.scheme().toStdString(), url.host().toStdString()};
+}
+
+} // namespace
+
+HttpTarget::HttpTarget(const QUrl & givenUrl) : url(givenUrl), authorization(authorizationFor(givenUrl)) {
+    url.setUserInfo(QString());
+    url.setFragment(QString());
+}
+
+std::string HttpTarget::server() const {
+    return url.host().toStdString() + ":" + std::to_string(url.port(url.scheme() == "https" ? 443 : 80));
+}
+
+HttpClient::HttpClient(User & user) : user_(user), target_(QUrl()) {
+    timer_.setSingleShot(true);
+    QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] {
+        abort(L"server '" + target_.host() + L"' was silent for " +
+              std::to_wstring(httpTimes().silenceMilliseconds) + L" ms");
+    });
+}
+
+HttpClient::~HttpClient() {
+    dropReply();
+}
+
+void HttpClient::get(const HttpTarget & target, std::uint64_t offset, std::uint64_t size) {
+    target_ = target;
+    range_ = "bytes=" + QByteArray::number(static_cast<qulonglong>(offset)) + "-" +
+             QByteArray::number(static_cast<qulonglong>(offset + size - 1));
+    redirects_ = 0;
+    startTime_ = measuredFrom_ = NBX::NBXTime::now();
+    measuredBytes_ = 0;
+    send();
+}
+
+void HttpClient::send() {
+    head_ = {};
+    isRedirected_ = false;
+    skippedBytes_ = 0;
+    QNetworkRequest request(target_.url);
+    // The limits on connections count those of HTTP/1.1; there is one way to follow redirects and to log in.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    request.setRawHeader("Range", range_);
+    request.setRawHeader("Accept-Encoding", "identity");
+    if (!target_.authorization.isEmpty()) request.setRawHeader("Authorization", target_.authorization);
+    reply_ = AsyncFileManager::instance().network()->get(request);
+    reply_->setReadBufferSize(s_readBufferSize);
+    QObject::connect(reply_, &QNetworkReply::metaDataChanged, reply_, [this] { takeHead(); });
+    QObject::connect(reply_, &QNetworkReply::readyRead, reply_, [this] { takeBody(); });
+    QObject::connect(reply_, &QNetworkReply::finished, reply_, [this] { finish(); });
+    startTimer();
+    if (!timer_.isActive())
+        NBX_REPORT(0, L"request->timer()->start(CONNECTION_TIME_OUT, true) != 0", L"failed to start timer.");
+}
+
+void HttpClient::abort(const std::wstring & why) {
+    if (reply_) end(why);
+}
+
+qint64 HttpClient::read(char * bytes, qint64 size) {
+    const qint64 count = std::max<qint64>(0, reply_->read(bytes, size));
+    measuredBytes_ += count;
+    return count;
+}
+
+void HttpClient::takeHead() {
+    if (head_.status != 0) return;
+    head_ = headOf(*reply_);
+    if (head_.status == 0) return;
+    startTimer();
+    isRedirected_ = head_.isRedirect();
+    if (isRedirected_) return;
+    if (const std::wstring problem = user_.headReceived(*this, head_); !problem.empty()) end(problem);
+}
+
+void HttpClient::takeBody() {
+    takeHead();
+    if (!reply_ || reply_->bytesAvailable() == 0) return;
+    if (isRedirected_) {
+        skipBody();
+        return;
+    }
+    startTimer();
+    if (!timer_.isActive())
+        NBX_REPORT(0, L"req->timer()->start(CONNECTION_TIME_OUT, true) != 0", L"failed to start timer.");
+    if (const std::wstring problem = user_.readyRead(*this); !problem.empty()) {
+        end(problem);
+    } else if (isTooSlow()) {
+        end(L"server '" + target_.host() + L"' is too slow");
+    }
+}
+
+/// The text behind a redirect is read, so that the connection can be used again, unless it is long.
+void HttpClient::skipBody() {
+    skippedBytes_ += reply_->skip(reply_->bytesAvailable());
+    if (skippedBytes_ > s_readBufferSize) follow();
+}
+
+void HttpClient::finish() {
+    takeBody();
+    if (!reply_) return;
+    if (isRedirected_) {
+        follow();
+    } else if (reply_->error() != QNetworkReply::NoError) {
+        end(reply_->errorString().toStdWString());
+    } else if (head_.status == 0) {
+        end(L"server '" + target_.host() + L"' gave no answer");
+    } else {
+        end({});
+    }
+}
+
+void HttpClient::follow() {
+    const QUrl place = QUrl::fromEncoded(QByteArray::fromStdString(*head_.field("location")));
+    const HttpTarget next(target_.url.resolved(place));
+    const std::wstring problem = judgeRedirect(placeOf(target_.url), placeOf(next.url), ++redirects_,
+                                               HttpSettings::getFollowsRedirects());
+    if (!problem.empty()) {
+        end(problem);
+        return;
+    }
+    dropReply();
+    target_ = next;
+    send();
+}
+
+void HttpClient::end(const std::wstring & error) {
+    dropReply();
+    user_.done(*this, error);
+}
+
+/// The reply may be in the middle of a signal, so that it goes later.
+void HttpClient::dropReply() {
+    timer_.stop();
+    if (!reply_) return;
+    QNetworkReply * reply = reply_;
+    reply_ = nullptr;
+    reply->disconnect();
+    if (reply->isRunning()) reply->abort();
+    reply->deleteLater();
+}
+
+void HttpClient::startTimer() {
+    timer_.start(httpTimes().silenceMilliseconds);
+}
+
+/// Measured over spans of time, each by itself.
+bool HttpClient::isTooSlow() {
+    const double now = NBX::NBXTime::now();
+    if (now - measuredFrom_ < httpTimes().slowSeconds) return false;
+    const bool isSlow = measuredBytes_ < httpTimes().slowBytes;
+    measuredFrom_ = now;
+    measuredBytes_ = 0;
+    return isSlow;
+}
+
+} // namespace ZMT::CORE::IMPL
