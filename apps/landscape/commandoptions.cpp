@@ -10,6 +10,13 @@ void addFilesOption(CLI::App & command, const char * name, std::vector<std::stri
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
+void addTerrainOption(CLI::App & command, std::string & terrain) {
+    command
+        .add_option("--terrain", terrain,
+                    "Height raster, a terrain that was built, or a streaming one: its file or its URL")
+        ->required();
+}
+
 void addVoidOption(CLI::App & command, bool & fillVoids) {
     command.add_flag("--fill-voids", fillVoids,
                      "Interpolate where the raster has no heights, up to 200 cells far");
@@ -27,7 +34,11 @@ void addTreeOptions(CLI::App & command, TreeOptions & options) {
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addFilesOption(
         command, "--image", options.images,
-        "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
+        "Georeferenced image of any size, texture pyramid, or streaming texture or its URL, to drape; may be "
+        "repeated, later ones on top");
+    addParsedOption(command, "--key", options.key, parseKey,
+                    "Key of streaming textures that were written with one")
+        ->default_str("0");
     addFilesOption(command, "--breaklines", options.breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addFilesOption(
@@ -72,6 +83,17 @@ void addErrorOptions(CLI::App & command, AllowedErrors & errors) {
     command.add_option("--geometry-error", errors.geometry, "Allowed error of the geometry, in pixels")
         ->capture_default_str();
     command.add_option("--texture-error", errors.texture, "Allowed size of a texel, in pixels")
+        ->capture_default_str();
+}
+
+void addMemoryOptions(CLI::App & command, MemoryBudgets & budgets) {
+    command
+        .add_option("--memory", budgets.main,
+                    "MiB of heights and images that are kept to be drawn again, at most 4095")
+        ->capture_default_str();
+    command
+        .add_option("--graphics-memory", budgets.graphics,
+                    "MiB of buffers and textures that are kept on the card, at most 4095")
         ->capture_default_str();
 }
 

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "landscapeoptions.h"
+#include "memorybudgets.h"
 #include "picture.h"
 #include "viewpoint.h"
 
@@ -23,6 +24,8 @@ CLI::Option * addParsedOption(CLI::App & command, const char * name, Value & val
 /// Adds an option that takes one file each time it is given.
 void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
                     const char * description);
+/// Adds the option `--terrain`, which is needed.
+void addTerrainOption(CLI::App & command, std::string & terrain);
 /// Adds the option `--fill-voids`.
 void addVoidOption(CLI::App & command, bool & fillVoids);
 /// Adds the options `--max-vertices` and `--threads`.
@@ -33,5 +36,7 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
 void addViewOptions(CLI::App & command, View & view, PictureSize & size);
 /// Adds the options `--geometry-error` and `--texture-error`.
 void addErrorOptions(CLI::App & command, AllowedErrors & errors);
+/// Adds the options `--memory` and `--graphics-memory`.
+void addMemoryOptions(CLI::App & command, MemoryBudgets & budgets);
 /// Tells in the help of `command` what becomes of files that are there already.
 void addOutputNote(CLI::App & command);

@@ -15,6 +15,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
@@ -177,6 +178,52 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
     const auto shading =
         ReliefImage::createShading(grid, sun.direction, sun.ambient, ReliefImage::s_maxSide, exaggeration);
     return {LayerKind::Shading, "shading", modulate(makeGridTexture(shading, grid)), {}};
+}
+
+GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
+                                const NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> & terrain,
+                                const GridData & overview, double exaggeration) {
+    using ZMT::CORE::GRID::AsyncGridTerrain;
+    const AsyncGridTerrain::LightMap kind = terrain->lightMapKind();
+    const std::string name = NBX::StringUtils::WString2Utf8String(terrain->fileName());
+    const auto refuse = [&](const std::string & wish, const std::string & advice) {
+        throw UsageError(wish + ": the file has no such light; leave it out, or build " + name + " with " +
+                         advice);
+    };
+    if (lighting == Lighting::Static && kind != AsyncGridTerrain::LM_Light)
+        refuse("--lighting static", "--lighting static");
+    if (lighting == Lighting::Dynamic && kind != AsyncGridTerrain::LM_Normals)
+        refuse("--lighting dynamic", "--lighting normals");
+    if (sun && kind == AsyncGridTerrain::LM_Light)
+        throw UsageError("--light: the light of " + name +
+                         " is baked; leave it out, or build it with --lighting normals");
+    if (kind == AsyncGridTerrain::LM_Light)
+        return {LayerKind::Shading, "light map", modulate(terrain->createStaticLightMap(0.0, {})), {}};
+    const Sunlight light = sun.value_or(defaultSun());
+    if (kind == AsyncGridTerrain::LM_Normals)
+        return {LayerKind::Shading,
+                "light",
+                new ZMT::CORE::PerPixelTerrainLightingEffect(terrain->createDynamicLightMap().get(),
+                                                             light.direction,
+                                                             std::min(light.ambient, s_mostAmbient)),
+                {}};
+    return makeShading(Lighting::Relief, light, terrain, overview, exaggeration);
+}
+
+GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<TerrainTexture> & texture,
+                             const ZMT::RASTER::GeoExtent & terrain) {
+    const NBX::Bounds box = texture->boundingBox();
+    const Point low = box.getLLF(), high = box.getURB();
+    const bool overlaps =
+        low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
+    if (!overlaps) throw DataError(locator + ": the image lies elsewhere; choose one that covers the area");
+    return {LayerKind::Image, std::filesystem::path(locator).filename().string(),
+            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()),
+            ZMT::CORE::GeoTransformation::geo2nbxTf(box)};
+}
+
+Sunlight defaultSun() {
+    return {Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 }
 
 GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,

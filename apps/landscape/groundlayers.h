@@ -1,12 +1,15 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
+#include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/geoextent.h>
 
 #include "lighting.h"
@@ -36,6 +39,20 @@ GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
 /// and when the user cancels.
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                         const ZMT::CORE::GridData & grid, double exaggeration);
+
+/// The light on a streaming terrain: that of its file, which is either baked or computed while drawing, and
+/// otherwise a shading of `overview`, its coarse heights. Throws `UsageError` where the file's light is not
+/// what was asked for: by `lighting`, or, where it is baked, by `sun`.
+GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
+                                const NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> & terrain,
+                                const ZMT::CORE::GridData & overview, double exaggeration);
+
+/// A streaming texture that was opened. Throws `DataError` where it lies elsewhere than `terrain`.
+GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<ZMT::CORE::TerrainTexture> & texture,
+                             const ZMT::RASTER::GeoExtent & terrain);
+
+/// From the north-west, as on relief maps.
+Sunlight defaultSun();
 
 /// A georeferenced image of any size, or a texture pyramid, streamed while the view moves, for a terrain with
 /// this extent in the system `wkt`. Throws `DataError`, and what the raster layer throws, for one that cannot

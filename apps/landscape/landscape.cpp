@@ -17,17 +17,15 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
-/// From the north-west, as on relief maps.
-const Sunlight s_defaultSun{Point(-1.0, 1.2, 1.0).normalized(), 0.35};
-
 } // namespace
 
-Landscape::Landscape(const LandscapeOptions & options) {
+Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & streamed) {
     const Lighting lighting = options.lighting;
-    const Sunlight sun = options.light.value_or(s_defaultSun);
+    const Sunlight sun = options.light.value_or(defaultSun());
     // A window may get a built terrain later, with options that were given for rasters.
     const bool fillVoids = options.fillVoids && !isBuiltTerrain(options.terrain);
-    const TerrainInput input = readTerrain(options.terrain, {.fillVoids = fillVoids});
+    const TerrainInput input = readTerrain(options.terrain, {.fillVoids = fillVoids}, streamed);
+    isStreamed_ = bool(input.streamed);
     reference_ = input.reference;
     grid_ = input.grid;
     const auto & raster = *grid_->rasterData();
@@ -35,7 +33,7 @@ Landscape::Landscape(const LandscapeOptions & options) {
     // What cannot be read is noticed before the long work.
     std::vector<GroundLayer> images;
     for (const std::string & path : options.images)
-        images.push_back(readImage(path));
+        images.push_back(readImage(path, streamed));
     for (const std::string & path : options.breakLines)
         if (!input.built) grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
@@ -52,7 +50,9 @@ Landscape::Landscape(const LandscapeOptions & options) {
     // Behind all lights, which else would be raised and lowered with the heights.
     ground_->append(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
-    if (lighting == Lighting::Vertex)
+    if (input.streamed)
+        layOn(makeStreamedShading(lighting, options.light, input.streamed, *grid_, options.exaggeration));
+    else if (lighting == Lighting::Vertex)
         lightVertices(sun);
     else
         layOn(makeShading(lighting, sun, terrain_, *grid_, options.exaggeration));
@@ -70,6 +70,7 @@ Landscape::Landscape(const LandscapeOptions & options) {
 NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & options,
                                                    const TerrainInput & input) {
     if (input.built) return input.built->terrain();
+    if (input.streamed) return input.streamed;
     // Only the tree has normals, and triangles of any shape.
     const bool needsTree = options.tree.maxVertices || !options.breakLines.empty() ||
                            options.lighting == Lighting::Vertex || !fitsChunks(*grid_);
@@ -78,7 +79,8 @@ NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & opti
     return buildChunks(grid_, buildMilliseconds_);
 }
 
-GroundLayer Landscape::readImage(const std::string & path) const {
+GroundLayer Landscape::readImage(const std::string & path, const StreamedFiles & streamed) const {
+    if (const auto texture = streamed.texture(path)) return layStreamedImage(path, texture, extent_);
     return openImage(path, extent_, reference_.wkt);
 }
 

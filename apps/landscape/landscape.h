@@ -22,14 +22,18 @@ public:
     /// Reads and builds what `checkLandscape` has passed: by the tree where that was built, where the options
     /// need it and where chunks cannot cover the raster, otherwise chunked. Throws `DataError` and what the
     /// raster layer throws for data that cannot be used and after a cancel.
-    explicit Landscape(const LandscapeOptions & options);
+    /// Streaming files were opened before; they are released, as the landscape, on the thread of that.
+    explicit Landscape(const LandscapeOptions & options, const StreamedFiles & streamed = {});
 
     /// An image for this terrain; nothing is changed. Throws as above.
-    GroundLayer readImage(const std::string & path) const;
+    GroundLayer readImage(const std::string & path, const StreamedFiles & streamed = {}) const;
     /// Lays what `readImage` gave on all other images, below what is draped and a shading that images have.
     void addImage(const GroundLayer & image);
 
+    /// The heights; coarse ones of a terrain that streams.
     const ZMT::CORE::GridData & grid() const { return *grid_; }
+    /// Whether its tiles are read while it is looked at.
+    bool isStreamed() const { return isStreamed_; }
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
     /// The content of the scene, without a camera.
     const NBX::SO<NBX::SceneThing> & node() const { return node_; }
@@ -73,5 +77,6 @@ private:
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
     double geometryErrorFactor_ = 1.0;
+    bool isStreamed_ = false;
     bool isShadingOnTop_ = false; ///< the last layer is the shading
 };

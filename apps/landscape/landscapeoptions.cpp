@@ -1,10 +1,12 @@
 #include "landscapeoptions.h"
 
+#include <charconv>
 #include <cmath>
 
 #include <zmt/raster/gdal/projectionfile.h>
 
 #include "errors.h"
+#include "streamedfiles.h"
 #include "terraininput.h"
 
 TerrainMethod parseMethod(const std::string & text) {
@@ -13,6 +15,34 @@ TerrainMethod parseMethod(const std::string & text) {
     if (text == "chunked") return TerrainMethod::Chunked;
     throw UsageError("--method must be auto, tree or chunked: " + text);
 }
+
+std::uint64_t parseKey(const std::string & text) {
+    const bool isHexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+    const char * begin = text.data() + (isHexadecimal ? 2 : 0);
+    std::uint64_t key = 0;
+    const auto [end, error] = std::from_chars(begin, text.data() + text.size(), key, isHexadecimal ? 16 : 10);
+    if (error == std::errc() && end == text.data() + text.size()) return key;
+    throw UsageError("--key must be a whole number of 64 bits, decimal or 0x and hexadecimal: " + text);
+}
+
+namespace {
+
+/// What takes heights in memory, triangles of other shapes, or building.
+void checkStreamedOptions(const LandscapeOptions & options) {
+    const char * given = options.tree.maxVertices                ? "--max-vertices"
+                         : options.tree.threads                  ? "--threads"
+                         : options.fillVoids                     ? "--fill-voids"
+                         : options.method != TerrainMethod::Auto ? "--method"
+                         : !options.breakLines.empty()           ? "--breaklines"
+                         : !options.draped.empty()               ? "--drape"
+                         : options.lighting == Lighting::Vertex  ? "--lighting vertex"
+                                                                 : nullptr;
+    if (given)
+        throw UsageError(std::string(given) + " needs a height raster, and " + options.terrain +
+                         " is a streaming terrain; leave it out, or give the raster");
+}
+
+} // namespace
 
 void checkLandscape(const LandscapeOptions & options) {
     checkTreeOptions(options.tree);
@@ -28,6 +58,7 @@ void checkLandscape(const LandscapeOptions & options) {
         throw UsageError(
             "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
             "--method tree");
+    if (isStreamedTerrain(options.terrain)) return checkStreamedOptions(options);
     if (!isBuiltTerrain(options.terrain)) return;
     checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids});
     const char * given = options.method == TerrainMethod::Chunked ? "--method chunked"

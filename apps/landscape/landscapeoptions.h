@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,7 +22,7 @@ TerrainMethod parseMethod(const std::string & text);
 
 /// What a landscape is made of.
 struct LandscapeOptions {
-    std::string terrain;    ///< a height raster, or a terrain that was built
+    std::string terrain;    ///< a height raster, a terrain that was built, a streaming one or its URL
     bool fillVoids = false; ///< interpolate where heights are missing
     std::vector<std::string> images;
     std::vector<std::string> breakLines; ///< vector files
@@ -33,11 +34,15 @@ struct LandscapeOptions {
     TerrainMethod method = TerrainMethod::Auto;
     TreeOptions tree;
     double exaggeration = 1.0;
-    bool plain = false; ///< shading alone, neither colours by height nor images
+    std::uint64_t key = 0; ///< of streaming textures
+    bool plain = false;    ///< shading alone, neither colours by height nor images
 };
 
-/// Throws `UsageError` for options that cannot be, for a raster or a built terrain as the first bytes of the
-/// file tell; whatever else the files hold.
+/// 0 to 2^64 - 1, decimal, or hexadecimal behind "0x". Throws `UsageError`.
+std::uint64_t parseKey(const std::string & text);
+
+/// Throws `UsageError` for options that cannot be, for a raster, a built terrain or a streaming one as the
+/// first bytes of the file tell; whatever else the files hold.
 void checkLandscape(const LandscapeOptions & options);
 
 /// The files that `options` name, for `checkOutputs`.

@@ -10,8 +10,11 @@
 #include <nbx/image/imagewriter.h>
 #include <nbx/math/color.h>
 #include <nbx/object/nbxtime.h>
+#include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
 
 namespace {
+
+using ZMT::CORE::GRID::GridTerrainPainterGL;
 
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
@@ -26,10 +29,15 @@ void checkErrors(const AllowedErrors & errors) {
 
 void Frames::add(const std::function<void()> & draw) {
     ZMT::CORE::PatchInspectorGL::reset();
+    GridTerrainPainterGL::resetStatistics();
     const double start = NBX::NBXTime::now();
     draw();
     lastMilliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     drawn = ZMT::CORE::PatchInspectorGL::statistics();
+    const auto & streamed = GridTerrainPainterGL::statistics();
+    drawn.patches += streamed.tilesCounted;
+    drawn.triangles += streamed.triangles;
+    missingTiles = streamed.missingTiles;
     ++count;
 }
 

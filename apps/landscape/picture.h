@@ -24,7 +24,10 @@ void checkErrors(const AllowedErrors & errors);
 struct Frames {
     unsigned count = 0;
     double lastMilliseconds = 0.0;
+    /// Patches, or tiles of streaming terrains.
     ZMT::CORE::PatchInspectorGL::Statistics drawn;
+    /// Tiles of streaming terrains that were wanted and not there.
+    unsigned missingTiles = 0;
 
     /// Calls `draw`, which draws one more.
     void add(const std::function<void()> & draw);

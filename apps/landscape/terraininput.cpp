@@ -58,8 +58,17 @@ NBX::SO<BuiltTerrain> readBuiltTerrain(const std::string & path) {
     return built;
 }
 
-TerrainInput readTerrain(const std::string & path, const TerrainReading & how) {
+TerrainInput readTerrain(const std::string & path, const TerrainReading & how,
+                         const StreamedFiles & streamed) {
     TerrainInput input;
+    if (const StreamedTerrain * opened = streamed.terrain(path)) {
+        input.streamed = opened->terrain;
+        input.grid = opened->overview;
+        input.raster = input.grid->rasterData();
+        input.reference = opened->reference;
+        ZMT::CORE::GeoTransformation::setNBXOrigin(input.grid->origin());
+        return input;
+    }
     if (isBuiltTerrain(path)) {
         checkBuiltOptions(path, {}, how);
         input.built = readBuiltTerrain(path);

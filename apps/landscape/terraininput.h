@@ -9,6 +9,7 @@
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/georaster.h>
 
+#include "streamedfiles.h"
 #include "terrainoptions.h"
 
 /// Reads a height raster for a terrain. Unless told otherwise, one that is not in metres is warped to a
@@ -22,14 +23,18 @@ struct TerrainInput {
     NBX::SO<const ZMT::RASTER::RasterData> raster;
     ZMT::RASTER::GeoReference reference;
     NBX::SO<ZMT::CORE::BuiltTerrain> built; ///< null for a raster
+    /// Null for a raster; the grid then has coarse heights alone.
+    NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> streamed;
 };
 
 /// Whether the file was written by "build tree", as far as its first bytes tell.
 bool isBuiltTerrain(const std::string & path);
 /// Reads such a file. Throws `DataError` for one that is damaged or holds something else.
 NBX::SO<ZMT::CORE::BuiltTerrain> readBuiltTerrain(const std::string & path);
-/// Reads a height raster or a built terrain, and makes its origin the one of the scene. Throws as above.
-TerrainInput readTerrain(const std::string & path, const TerrainReading & how = {});
+/// Reads a height raster or a built terrain, or takes a streaming one that was opened, and makes its origin
+/// the one of the scene. Throws as above.
+TerrainInput readTerrain(const std::string & path, const TerrainReading & how = {},
+                         const StreamedFiles & streamed = {});
 
 /// Wraps a raster, and makes its origin the one of the scene, so that patches lie in scene coordinates.
 NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster);

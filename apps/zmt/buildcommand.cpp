@@ -187,4 +187,5 @@ void addBuildCommand(CLI::App & app) {
     command->require_subcommand(1);
     addPyramidCommand(*command);
     addTreeCommand(*command);
+    addStreamingBuildCommands(*command);
 }

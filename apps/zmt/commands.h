@@ -10,6 +10,8 @@ void addLodCommand(CLI::App & app);
 void addInfoCommand(CLI::App & app);
 void addPickCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);
+/// To those of the command above: what streams.
+void addStreamingBuildCommands(CLI::App & app);
 void addViewCommand(CLI::App & app);
 
 /// Runs the program; the result is its exit status.

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "landscape/errors.h"
+#include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
 
 #include <nbx/object/progress.h>
@@ -95,6 +96,36 @@ void printBuilt(const std::string & path) {
     printPlace(*built->grid()->rasterData(), built->reference());
 }
 
+void printStreamedTerrain(const std::string & locator) {
+    using ZMT::CORE::GRID::AsyncGridTerrain;
+    const StreamedTerrain opened = openStreamedTerrain(locator);
+    const AsyncGridTerrain & terrain = *opened.terrain;
+    const auto lightMap = terrain.lightMapKind();
+    const std::uint64_t side = (1U << terrain.gridLevel()) + 1;
+    const auto cellSize = terrain.getCellSize();
+    const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
+    const std::string unit = opened.reference.unitName.empty() ? "" : " " + opened.reference.unitName;
+    std::printf("file:       %s\n", locator.c_str());
+    std::printf("format:     streaming terrain, %" PRIu64 " bytes, tiles of %" PRIu64 " by %" PRIu64
+                " heights in %d levels\n",
+                terrain.file()->size(), side, side, terrain.rootTile()->level() + 1);
+    std::printf("light:      %s\n", lightMap == AsyncGridTerrain::LM_None    ? "none"
+                                    : lightMap == AsyncGridTerrain::LM_Light ? "baked"
+                                                                             : "normals");
+    std::printf("size:       %.0f by %.0f cells\n", cells.getURB().x, cells.getURB().y);
+    std::printf("cell:       %.10g by %.10g%s\n", cellSize.first, cellSize.second, unit.c_str());
+    printSystem(opened.reference);
+    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    std::printf("heights:    %.10g to %.10g\n", terrain.lowestPoint().y, terrain.highestPoint().y);
+}
+
+void printStreamedTexture(const std::string & locator) {
+    const NBX::Bounds box = openStreamedTexture(locator, 0)->boundingBox();
+    std::printf("file:       %s\n", locator.c_str());
+    std::printf("format:     streaming texture\n");
+    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+}
+
 void printRaster(const std::string & path) {
     const auto file = GeoFile::openHeights(path);
     NBX::Progress reading("reading " + path);
@@ -114,6 +145,8 @@ void printVectors(const std::string & path) {
 }
 
 void printInfo(const std::string & path) {
+    if (isStreamedTerrain(path)) return printStreamedTerrain(path);
+    if (isStreamingTextureFile(path)) return printStreamedTexture(path);
     if (isBuiltTerrain(path)) return printBuilt(path);
     if (GeoFile::formatOf(path)) {
         const auto image = GeoFile::openImage(path);
@@ -127,10 +160,10 @@ void printInfo(const std::string & path) {
 } // namespace
 
 void addInfoCommand(CLI::App & app) {
-    auto * command = app.add_subcommand(
-        "info",
-        "Tells what a raster, a built terrain, a texture pyramid or a file of lines and areas holds.");
+    auto * command = app.add_subcommand("info", "Tells what a raster, a built or streaming terrain, a "
+                                                "texture pyramid, a streaming texture or a file of "
+                                                "lines and areas holds.");
     const auto path = std::make_shared<std::string>();
-    command->add_option("FILE", *path, "The file")->required();
+    command->add_option("FILE", *path, "The file; of a streaming terrain also its URL")->required();
     command->callback([path] { printInfo(*path); });
 }

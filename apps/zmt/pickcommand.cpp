@@ -7,6 +7,7 @@
 
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
+#include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
 #include "landscape/viewpoint.h"
 
@@ -50,8 +51,9 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     explicit PickScene(const PickOptions & options)
-        : input(readTerrain(options.terrain, {.fillVoids = options.fillVoids})), grid(input.grid),
-          terrain(new ZMT::CORE::Terrain(grid.get(), nullptr)) {
+        : input(readTerrain(options.terrain, {.fillVoids = options.fillVoids}, opened(options))),
+          grid(input.grid), terrain(input.streamed) {
+        if (!terrain) terrain = new ZMT::CORE::Terrain(grid.get(), nullptr);
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
@@ -59,6 +61,16 @@ struct PickScene {
         camera = makeCamera(findViewpoint(options.view, *grid, options.exaggeration, {}),
                             NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
+
+    static StreamedFiles opened(const PickOptions & options) {
+        LandscapeOptions landscape;
+        landscape.terrain = options.terrain;
+        landscape.fillVoids = options.fillVoids;
+        checkLandscape(landscape);
+        return StreamedFiles(landscape);
+    }
+    /// Whether there is a height, and not one that stands in for a missing one.
+    bool isKnown(const Point & geo) const { return input.streamed || !input.raster->isUndef(geo.x, geo.z); }
 
     TerrainInput input;
     NBX::SO<ZMT::CORE::GridData> grid;
@@ -102,7 +114,7 @@ void runPick(const PickOptions & options) {
     Point hit = technique->nearestHit().point;
     hit.y /= options.exaggeration;
     const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(hit);
-    printHit(geo, !scene.input.raster->isUndef(geo.x, geo.z), options.json);
+    printHit(geo, scene.isKnown(geo), options.json);
 }
 
 } // namespace
@@ -111,8 +123,7 @@ void addPickCommand(CLI::App & app) {
     auto * command = app.add_subcommand(
         "pick", "Tells which place of a terrain a pixel shows: x, y and height in map coordinates.");
     const auto options = std::make_shared<PickOptions>();
-    command->add_option("--terrain", options->terrain, "Height raster, or a terrain that was built")
-        ->required();
+    addTerrainOption(*command, options->terrain);
     addVoidOption(*command, options->fillVoids);
     addViewOptions(*command, options->view, options->size);
     command->add_option("--exaggeration", options->exaggeration, "Factor of the heights")

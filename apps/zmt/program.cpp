@@ -1,16 +1,20 @@
 #include "commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "landscape/errors.h"
 #include "landscape/reports.h"
+#include "landscape/streamedfiles.h"
 
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/misc/eventloop.h>
 
 namespace {
 
@@ -74,6 +78,8 @@ int runProgram(int argc, const char * const * argv) {
     addBuildCommand(app);
     addViewCommand(app);
 
+    std::optional<ZMT::CORE::EventLoop> eventLoop;
+    if (std::any_of(argv + 1, argv + std::max(argc, 1), isUrl)) eventLoop.emplace();
     Reports reports;
     NBX::ConsoleProgressDisplay display;
     NBX::Progress::setDisplay(&display);

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "peakmemory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -22,25 +23,33 @@
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/engine/clock.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
+#include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 namespace {
 
+using ZMT::CORE::AsyncFile;
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::CORE::GRID::AsyncGridTerrain;
 
 constexpr unsigned s_mostFrames = 10000;
+constexpr double s_longestWait = 10.0; ///< for bytes of web servers, in milliseconds
 
 struct RenderOptions {
     LandscapeOptions landscape;
     View view;
     PictureSize size{1280, 720};
     AllowedErrors errors;
+    MemoryBudgets memory;
     bool wireframe = false;
     bool patches = false;
+    bool allowIncomplete = false;
     std::string stats;
     std::string out;
 };
@@ -57,13 +66,58 @@ public:
     Frames frames;
 };
 
-/// Lets time go on until nothing asks for another frame.
-void drawFrames(CountedCanvas & canvas) {
-    canvas.postForRedisplay(0.0);
-    while (canvas.redisplayPending() && canvas.frames.count < s_mostFrames) {
-        if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
-        canvas.clock()->step();
+/// Notices that nothing arrives any more of what is read while it is looked at.
+class Arrivals {
+public:
+    /// Seconds without a byte after which nothing more is expected.
+    static constexpr double s_patience = 10.0;
+
+    bool haveEnded() {
+        const std::uint64_t bytes = AsyncFile::TotalTransferedBytes() + AsyncFile::TotalLocalBytes();
+        const double now = NBX::NBXTime::now();
+        if (bytes != bytes_) {
+            bytes_ = bytes;
+            lastByte_ = now;
+        }
+        return now - lastByte_ > s_patience;
     }
+
+private:
+    std::uint64_t bytes_ = 0;
+    double lastByte_ = NBX::NBXTime::now();
+};
+
+/// Waits until a frame is due and draws it. What comes from web servers arrives meanwhile.
+void stepWithServers(NBX::Clock & clock) {
+    while (!clock.serve()) {
+        const double left = clock.nextTick() - clock.now();
+        AsyncFile::wait(std::clamp(left * 1000.0, 1.0, s_longestWait));
+    }
+}
+
+/// Lets time go on until nothing asks for another frame. False when a streaming landscape stays incomplete.
+bool drawFrames(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
+    Arrivals arrivals;
+    canvas.postForRedisplay(0.0);
+    while (canvas.redisplayPending() && (isStreamed || canvas.frames.count < s_mostFrames)) {
+        if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
+        if (isStreamed && arrivals.haveEnded()) return false;
+        if (usesServers)
+            stepWithServers(*canvas.clock());
+        else
+            canvas.clock()->step();
+    }
+    return true;
+}
+
+/// What to tell of a streaming landscape that stays incomplete.
+std::string missingParts(const CountedCanvas & canvas, const std::string & terrain) {
+    const auto failures = AsyncGridTerrain::readFailures();
+    const std::string reason = failures.empty()
+                                   ? "nothing more arrives"
+                                   : NBX::StringUtils::WString2Utf8String(failures.front().reason);
+    return terrain + ": " + std::to_string(canvas.frames.missingTiles) +
+           " of the tiles that the picture needs are missing: " + reason;
 }
 
 /// The driver tells its name while the context is current.
@@ -82,6 +136,9 @@ std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
     json["height"] = canvas.getHeight();
     json["frames"] = frames.count;
     json["complete"] = !canvas.redisplayPending();
+    json["missing_tiles"] = frames.missingTiles;
+    json["read_bytes"] = AsyncFile::TotalLocalBytes();
+    json["received_bytes"] = AsyncFile::TotalTransferedBytes();
     json["patches"] = frames.drawn.patches;
     json["triangles"] = frames.drawn.triangles;
     json["build_ms"] = buildMilliseconds;
@@ -122,6 +179,7 @@ void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
 void runRender(RenderOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
+    checkMemoryBudgets(options.memory);
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     checkPictureName("--out", options.out);
     // What cannot be written or drawn is noticed before the long work.
@@ -131,7 +189,8 @@ void runRender(RenderOptions & options) {
     const auto canvas = makeCanvas(options.size);
 
     options.landscape.plain = options.patches;
-    const Landscape landscape(options.landscape);
+    applyMemoryBudgets(options.memory);
+    const Landscape landscape(options.landscape, StreamedFiles(options.landscape));
     TerrainPainterGLSettings::setGeometryError(landscape.geometryErrorFor(options.errors.geometry));
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
@@ -139,7 +198,12 @@ void runRender(RenderOptions & options) {
     // Empty, since what is appended is searched for circles.
     canvas->append(scene.get());
     fillScene(*scene, options, landscape);
-    drawFrames(*canvas);
+    if (!drawFrames(*canvas, landscape.isStreamed(), hasUrls(options.landscape))) {
+        const std::string missing = missingParts(*canvas, options.landscape.terrain);
+        if (!options.allowIncomplete)
+            throw DataError(missing + "; try again later, or give --allow-incomplete");
+        writeError("warning: " + missing);
+    }
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
     if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
@@ -159,11 +223,13 @@ void runRender(RenderOptions & options) {
 void addRenderCommand(CLI::App & app) {
     auto * command = app.add_subcommand("render", "Draws a terrain into a picture.");
     const auto options = std::make_shared<RenderOptions>();
-    command->add_option("--terrain", options->landscape.terrain, "Height raster, or a terrain that was built")
-        ->required();
+    addTerrainOption(*command, options->landscape.terrain);
     addLandscapeOptions(*command, options->landscape);
     addViewOptions(*command, options->view, options->size);
     addErrorOptions(*command, options->errors);
+    addMemoryOptions(*command, options->memory);
+    command->add_flag("--allow-incomplete", options->allowIncomplete,
+                      "Write the picture also where parts of a streaming terrain cannot be read");
     command->add_flag("--wireframe", options->wireframe, "Draw edges");
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
     command->add_option("--stats", options->stats, "JSON file for what was drawn");

@@ -56,13 +56,16 @@ GeoReference ProjectionFile::read(const std::string & path) {
     const std::string from = pathFor(path);
     if (!File::exists(from)) return {};
     const std::vector<std::uint8_t> bytes = File::contents(from, s_largestFile);
-    const std::string text(bytes.begin(), bytes.end());
+    return parse(std::string(bytes.begin(), bytes.end()), from);
+}
+
+GeoReference ProjectionFile::parse(const std::string & wkt, const std::string & name) {
     GdalErrorTrap trap;
     OGRSpatialReference system;
-    if (system.importFromWkt(text.c_str()) != OGRERR_NONE)
+    if (system.importFromWkt(wkt.c_str()) != OGRERR_NONE)
         throw NBX::InputException(L"holds no coordinate system as WKT; correct it, or remove it where the "
                                   L"coordinates are those of the terrain",
-                                  from);
+                                  name);
     GeoReference reference = describe(&system);
     reference.isGeoreferenced = true;
     return reference;

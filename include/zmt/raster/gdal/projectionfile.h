@@ -22,6 +22,9 @@ public:
     /// `NBX::InputException` for a file that cannot be read, or holds no WKT.
     static GeoReference read(const std::string & path);
 
+    /// The system that `wkt`, the text of the file `name`, tells. Throws as above.
+    static GeoReference parse(const std::string & wkt, const std::string & name);
+
     /// Prepares that `path` gets the system `wkt`; without one there will be no file beside it. A file that
     /// says the same already is not touched. Throws `NBX::IOException` where it cannot be written, where it
     /// belongs to another file, such as a shapefile, as well, and where `path` has the suffix itself.

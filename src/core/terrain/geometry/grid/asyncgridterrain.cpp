@@ -340,10 +340,13 @@ NBX::SO<TerrainTexture> AsyncGridTerrain::createDynamicLightMap() {
 }
 
 NBX::SO<TerrainTexture> AsyncGridTerrain::lightMap() const {
-    if (!impl_) return nullptr;
-    const std::uint64_t end = impl_->terrain->header.dataSize;
-    if (impl_->terrain->file->size() <= end) return nullptr;
-    return AsyncQuadtreeTerrainTexture::load(impl_->terrain->file, end, 0);
+    const std::uint64_t offset = lightMapOffset();
+    if (!impl_ || impl_->terrain->file->size() <= offset) return nullptr;
+    return AsyncQuadtreeTerrainTexture::load(impl_->terrain->file, offset, 0);
+}
+
+std::uint64_t AsyncGridTerrain::lightMapOffset() const {
+    return impl_ ? impl_->terrain->header.dataSize : 0;
 }
 
 void AsyncGridTerrain::serialize(NBX::SerializationManager & m) {

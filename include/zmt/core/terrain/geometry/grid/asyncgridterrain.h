@@ -36,6 +36,13 @@ public:
         double secondsToRetry; ///< until it may be asked for again; 0 when that is now
     };
 
+    /// What lies behind the tiles of a file.
+    enum LightMap {
+        LM_None,
+        LM_Light,  ///< light of the sun for which it was made
+        LM_Normals ///< normals, for light that is computed while drawing
+    };
+
     /// Terrains of more than this many bytes are not embedded in scenes.
     static constexpr std::uint64_t maxEmbeddedBytes = 0x4000000;
 
@@ -75,6 +82,9 @@ public:
     std::wstring fileName() const;
     /// The file that is read; null without one.
     NBX::SO<AsyncFile> file() const;
+    /// What `createStaticLightMap` and `createDynamicLightMap` give. Reads a tile of the light map, and waits
+    /// for it; `LM_None` also where that cannot be read.
+    LightMap lightMapKind() const;
     /// Whether it can be stored in a scene: by its name, or embedded where the file goes with the terrain.
     bool serializable() const;
     /// Copies the whole file, with its light map and, of a local file, with the coordinate system beside it.
@@ -111,6 +121,8 @@ private:
     void restore(NBX::SerializationManager & m);
     void loadFrom(const std::wstring & path, bool isEmbedded);
     NBX::SO<TerrainTexture> lightMap() const;
+    /// Where it begins in the file, if there is one; 0 without a file.
+    std::uint64_t lightMapOffset() const;
 
     NBX::SO<Impl> impl_; ///< null without a file
 };

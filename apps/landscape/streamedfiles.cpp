@@ -1,0 +1,164 @@
+#include "streamedfiles.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "errors.h"
+#include "landscapeoptions.h"
+#include "reports.h"
+#include "step.h"
+
+#include <nbx/data/file.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
+#include <zmt/raster/gdal/projectionfile.h>
+#include <zmt/raster/simplerasterdata.h>
+
+namespace {
+
+using NBX::SO;
+using ZMT::CORE::AsyncFile;
+using ZMT::CORE::GRID::AsyncGridTerrain;
+using ZMT::RASTER::ProjectionFile;
+using Raster = ZMT::RASTER::SimpleRasterData<float>;
+
+/// Vertices along the longer side of an overview: those of two levels of tiles.
+constexpr unsigned s_overviewSide = 257;
+/// No coordinate system takes more.
+constexpr std::uint64_t s_largestProjection = 1 << 20;
+
+bool beginsWith(const std::string & path, const char (&magic)[9]) {
+    if (!NBX::File::isFile(path)) return false;
+    NBX::File file(path);
+    std::array<char, 8> start{};
+    return file.read(start.data(), start.size()) == start.size() &&
+           std::memcmp(start.data(), magic, start.size()) == 0;
+}
+
+/// The address of the file of the coordinate system beside `url`: with its query.
+std::string projectionUrl(const std::string & url) {
+    const std::size_t end = std::min(url.find_first_of("?#"), url.size());
+    const std::size_t name = url.rfind('/', end) + 1;
+    const std::size_t dot = url.rfind('.', end);
+    const std::size_t stem = dot != std::string::npos && dot > name ? dot : end;
+    return url.substr(0, stem) + ".prj" + url.substr(end);
+}
+
+/// Nothing is wrong where there is no such file.
+ZMT::RASTER::GeoReference readProjection(const std::string & locator) {
+    if (!isUrl(locator)) return ProjectionFile::read(locator);
+    const std::string url = projectionUrl(locator);
+    const Reports unheard;
+    const SO<AsyncFile> file = AsyncFile::create(NBX::StringUtils::Utf8String2WString(url));
+    if (!file || file->size() > s_largestProjection) return {};
+    const auto request = file->request(0, file->size(), AsyncFile::topPriority);
+    if (!request || !request->wait()) return {};
+    const auto bytes = request->data();
+    return ProjectionFile::parse({static_cast<const char *>(bytes->pointer()), bytes->size()}, url);
+}
+
+SO<ZMT::CORE::GridData> makeOverview(const AsyncGridTerrain & terrain) {
+    const NBX::Bounds box = terrain.geoBoundingBox();
+    const auto [cellX, cellY] = terrain.getCellSize();
+    const double width = box.diagonal().x, depth = box.diagonal().z;
+    const double step = std::max({width, depth, cellX, cellY}) / (s_overviewSide - 1.0);
+    const auto vertices = [](double length, double size) {
+        return std::clamp(static_cast<unsigned>(std::lround(length / size)) + 1, 2U, s_overviewSide);
+    };
+    // No finer than the terrain itself.
+    const unsigned columns = vertices(width, std::max(step, cellX));
+    const unsigned rows = vertices(depth, std::max(step, cellY));
+    const SO<Raster> raster(new Raster(columns, rows, box.getLLF().x, box.getLLF().z, width / (columns - 1.0),
+                                       depth / (rows - 1.0), true, std::numeric_limits<float>::quiet_NaN()));
+    terrain.resampleRasterData(raster.get());
+    return new ZMT::CORE::GridData(raster.get());
+}
+
+} // namespace
+
+bool isUrl(const std::string & locator) {
+    const auto startsWith = [&](const std::string & scheme) {
+        return locator.size() > scheme.size() &&
+               std::equal(scheme.begin(), scheme.end(), locator.begin(),
+                          [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 'a' - 'A' : b); });
+    };
+    return startsWith("http://") || startsWith("https://");
+}
+
+bool hasUrls(const LandscapeOptions & options) {
+    return isUrl(options.terrain) || std::any_of(options.images.begin(), options.images.end(), isUrl);
+}
+
+bool isStreamingTerrainFile(const std::string & path) {
+    return !isUrl(path) && beginsWith(path, "ZMT-AQTG");
+}
+
+bool isStreamingTextureFile(const std::string & path) {
+    return !isUrl(path) && beginsWith(path, "ZMT-AQTT");
+}
+
+bool isStreamedTerrain(const std::string & locator) {
+    return isUrl(locator) || isStreamingTerrainFile(locator);
+}
+
+bool isStreamedTexture(const std::string & locator) {
+    return isUrl(locator) || isStreamingTextureFile(locator);
+}
+
+StreamedTerrain openStreamedTerrain(const std::string & locator) {
+    Step opening("opening " + locator);
+    StreamedTerrain result;
+    std::wstring problem;
+    {
+        const Reports told; // by the problem
+        result.terrain =
+            AsyncGridTerrain::load(NBX::StringUtils::Utf8String2WString(locator), false, &problem);
+    }
+    if (!result.terrain) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
+    result.reference = readProjection(locator);
+    result.overview = makeOverview(*result.terrain);
+    opening.finish();
+    return result;
+}
+
+SO<ZMT::CORE::TerrainTexture> openStreamedTexture(const std::string & locator, std::uint64_t key) {
+    Step opening("opening " + locator);
+    const std::wstring path = NBX::StringUtils::Utf8String2WString(locator);
+    std::wstring problem;
+    SO<ZMT::CORE::TerrainTexture> texture;
+    {
+        const Reports told;
+        const SO<AsyncFile> file = AsyncFile::create(path, false, &problem);
+        if (file) texture = ZMT::CORE::AsyncQuadtreeTerrainTexture::load(file, 0, key);
+    }
+    if (!problem.empty()) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
+    if (!texture || !texture->boundingBox().isDefined())
+        throw DataError(locator + ": is no streaming texture, is damaged, or was written with another --key");
+    opening.finish();
+    return texture;
+}
+
+StreamedFiles::StreamedFiles(const LandscapeOptions & options, const std::vector<std::string> & more) {
+    if (isStreamedTerrain(options.terrain))
+        terrains_.emplace(options.terrain, openStreamedTerrain(options.terrain));
+    for (const std::string & image : options.images)
+        if (isStreamedTexture(image)) textures_.emplace(image, openStreamedTexture(image, options.key));
+    for (const std::string & file : more) {
+        if (isStreamingTerrainFile(file)) terrains_.emplace(file, openStreamedTerrain(file));
+        if (isStreamingTextureFile(file)) textures_.emplace(file, openStreamedTexture(file, options.key));
+    }
+}
+
+const StreamedTerrain * StreamedFiles::terrain(const std::string & locator) const {
+    const auto found = terrains_.find(locator);
+    return found == terrains_.end() ? nullptr : &found->second;
+}
+
+SO<ZMT::CORE::TerrainTexture> StreamedFiles::texture(const std::string & locator) const {
+    const auto found = textures_.find(locator);
+    return found == textures_.end() ? nullptr : found->second;
+}
