@@ -155,7 +155,8 @@ NBX::SO<AsyncGridTerrain> AsyncGridTerrain::load(const NBX::SO<AsyncFile> & file
         return nullptr;
     }
     const NBX::SO<AsyncGridTerrainFile> terrain(new AsyncGridTerrainFile(file, header));
-    const TerrainFileFormat::GridBox limits{{0, 0, 1}, {header.sizeX, header.sizeY, TerrainFileFormat::maxHeight}};
+    const TerrainFileFormat::GridBox limits{{0, 0, 1},
+                                            {header.sizeX, header.sizeY, TerrainFileFormat::maxHeight}};
     const NBX::SO<AsyncGridTerrainTile> root(new AsyncGridTerrainTile(
         terrain, nullptr, {header.tileLevel, header.treeDepth, 0, 0}, header.root, limits));
     if (!root->requestTileData(AsyncFile::topPriority, true, nullptr)) {
@@ -180,11 +181,11 @@ bool AsyncGridTerrain::create(const std::wstring & path, const NBX::SO<GridTerra
     return creation.run(path, band);
 }
 
-NBX::SO<AsyncGridTerrain>
-AsyncGridTerrain::createAndLoadTemp(const NBX::SO<GridTerrain> & oldTerrain,
-                                    const NBX::SO<RASTER::RasterBand> & band, unsigned level,
-                                    bool createShading, bool storesNormals, double ambientLight,
-                                    const Point & lightDirection) {
+NBX::SO<AsyncGridTerrain> AsyncGridTerrain::createAndLoadTemp(const NBX::SO<GridTerrain> & oldTerrain,
+                                                              const NBX::SO<RASTER::RasterBand> & band,
+                                                              unsigned level, bool createShading,
+                                                              bool storesNormals, double ambientLight,
+                                                              const Point & lightDirection) {
     const std::string path = NBX::File::temporaryFileName("terrain-");
     NBX::SO<AsyncGridTerrain> result;
     if (create(wide(path), oldTerrain, band, level, createShading, storesNormals, ambientLight,
@@ -212,7 +213,7 @@ std::vector<AsyncGridTerrain::ReadFailure> AsyncGridTerrain::readFailures() {
     std::vector<ReadFailure> result;
     const double now = AsyncGridTerrainRequests::now();
     for (const AsyncGridTerrainTile * tile : AsyncGridTerrainRequests::instance().failed())
-        result.push_back({tile->terrain()->file->url(), tile->ref().offset, tile->ref().storedSize,
+        result.push_back({tile->terrain()->file->url(), tile->tileRef().offset, tile->tileRef().storedSize,
                           tile->failure(), std::max(0.0, tile->retryTime() - now)});
     return result;
 }
@@ -235,9 +236,8 @@ bool AsyncGridTerrain::extract(const std::wstring & path) const {
     const std::wstring from = fileName();
     try {
         NBX::AtomicFileWriter writer(utf8(path));
-        copyAll(*impl_->terrain->file, [&writer](const NBX::DataResource & piece) {
-            writer.write(piece.pointer(), piece.size());
-        });
+        copyAll(*impl_->terrain->file,
+                [&writer](const NBX::DataResource & piece) { writer.write(piece.pointer(), piece.size()); });
         const auto commit = [&writer] { writer.commit(); };
         if (from.empty() || isUrl(from))
             commit();

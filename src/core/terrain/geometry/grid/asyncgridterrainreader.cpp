@@ -21,12 +21,12 @@ namespace {
 bool mayBeTerrain(const NBX::DataResource & resource) {
     std::array<char, 8> magic;
     const unsigned size = resource.size() == 0 ? 0 : resource.read(0, magic.data(), magic.size());
-    return resource.size() == 0 || (size == magic.size() && std::memcmp(magic.data(), TerrainFileFormat::fileMagic,
-                                                                       magic.size()) == 0);
+    return resource.size() == 0 ||
+           (size == magic.size() &&
+            std::memcmp(magic.data(), TerrainFileFormat::fileMagic, magic.size()) == 0);
 }
 
-[[maybe_unused]] const bool s_isInstalled =
-    (NBX::ObjectLoader::install(new AsyncGridTerrainReader()), true);
+[[maybe_unused]] const bool s_isInstalled = (NBX::ObjectLoader::install(new AsyncGridTerrainReader()), true);
 
 } // namespace
 
@@ -48,8 +48,9 @@ NBX::SO<NBX::SharedObj> AsyncGridTerrainReader::read(NBX::DataResource * resourc
     std::wstring problem;
     const std::wstring name = resource->getObjectName();
     const NBX::SO<AsyncGridTerrain> terrain =
-        name.empty() ? AsyncGridTerrain::load(AsyncFile::create(NBX::SO<NBX::DataResource>(resource)), false, &problem)
-                     : AsyncGridTerrain::load(name, false, &problem);
+        name.empty()
+            ? AsyncGridTerrain::load(AsyncFile::create(NBX::SO<NBX::DataResource>(resource)), false, &problem)
+            : AsyncGridTerrain::load(name, false, &problem);
     if (!terrain) throw NBX::IOError(problem);
     return terrain;
 }

@@ -71,13 +71,14 @@ int AsyncGridTerrainTile::detailLevel() const {
 
 bool AsyncGridTerrainTile::hasChildren(bool loadedOnly) const {
     if (loadedOnly)
-        return std::any_of(childRefs_.begin(), childRefs_.end(), [](const TileRef & r) { return r.isBlock(); });
+        return std::any_of(childRefs_.begin(), childRefs_.end(),
+                           [](const TileRef & r) { return r.isBlock(); });
     if (place_.depth == 0) return place_.tileLevel > 0;
     return std::any_of(childRefs_.begin(), childRefs_.end(), [](const TileRef & r) { return r.rawSize > 0; });
 }
 
 NBX::SO<GridTerrainTile> AsyncGridTerrainTile::child(unsigned index, bool onlyExisting) {
-    NBX_CHECK_RANGE(0U, index, 4U);
+    NBX_CHECK_RANGE(0, int(index), 4);
     if (index >= 4 || (onlyExisting && !childRefs_[index].isBlock())) return nullptr;
     walkTimes_[index] = Requests::now();
     if (!children_[index]) children_[index] = newChild(index);
@@ -114,7 +115,7 @@ GridTerrainTile::Matrix AsyncGridTerrainTile::geo2gridTf() const {
 }
 
 GridTerrainTile::Matrix AsyncGridTerrainTile::vis2gridTf() const {
-    return grid2visTf().inverse();
+    return terrain_->geo2grid * Matrix::translation(GeoTransformation::nbx2geoOffset());
 }
 
 const NBX::Bounds & AsyncGridTerrainTile::gridBoundingBox() const {
@@ -156,12 +157,16 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::usedData() const {
 /// A new request; null while it is too early to try again.
 NBX::SO<AsyncFile::Request> AsyncGridTerrainTile::ask(double priority) const {
     if (failures_ > 0 && Requests::now() < retryTime_) return nullptr;
-    NBX::SO<AsyncFile::Request> request;
-    if (TerrainFileFormat::isPossibleTile(ref_, place_.tileLevel, terrain_->header.dataSize))
-        request = terrain_->file->request(ref_.offset, ref_.storedSize, priority);
-    else
-        return fail(L"the file refers to a block that it cannot hold; get it anew"), nullptr;
-    if (!request) return fail(L"the file is not open"), nullptr;
+    if (!TerrainFileFormat::isPossibleTile(ref_, place_.tileLevel, terrain_->header.dataSize)) {
+        fail(L"the file refers to a block that it cannot hold; get it anew");
+        return nullptr;
+    }
+    NBX::SO<AsyncFile::Request> request =
+        terrain_->file->request(ref_.offset, ref_.storedSize, priority);
+    if (!request) {
+        fail(L"the file is not open");
+        return nullptr;
+    }
     request_ = request;
     Requests::instance().want(request, this);
     return request;
@@ -186,8 +191,7 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::take(bool blocking) cons
 }
 
 /// The heights of `block`; null where it is none of this tile.
-NBX::SO<AsyncGridTerrainTileData>
-AsyncGridTerrainTile::use(const NBX::SO<NBX::DataResource> & block) const {
+NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::use(const NBX::SO<NBX::DataResource> & block) const {
     TerrainFileFormat::TileHeader header;
     if (!block || block->size() != TerrainFileFormat::blockSize(place_.tileLevel)) return nullptr;
     std::memcpy(static_cast<void *>(&header), block->pointer(), sizeof header);
@@ -207,7 +211,8 @@ AsyncGridTerrainTile::use(const NBX::SO<NBX::DataResource> & block) const {
 }
 
 void AsyncGridTerrainTile::fail(const std::wstring & reason) const {
-    const double wait = std::min(s_lastRetry, std::ldexp(s_firstRetry, static_cast<int>(std::min(failures_, 30U))));
+    const double wait =
+        std::min(s_lastRetry, std::ldexp(s_firstRetry, static_cast<int>(std::min(failures_, 30U))));
     ++failures_;
     failure_ = reason;
     retryTime_ = Requests::now() + wait;
@@ -232,7 +237,7 @@ void AsyncGridTerrainTile::unloadChildren() {
 }
 
 void AsyncGridTerrainTile::unloadChild(unsigned index) {
-    NBX_CHECK_RANGE(0U, index, 4U);
+    NBX_CHECK_RANGE(0, int(index), 4);
     if (index >= 4 || !children_[index]) return;
     const NBX::SO<GridTerrainTile> child = children_[index];
     children_[index] = nullptr;

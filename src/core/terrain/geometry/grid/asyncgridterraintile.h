@@ -65,7 +65,7 @@ public:
     NBX::SO<GridTerrainTileIndexBuffer> indexBuffer() const override;
     NBX::SO<GridTerrainTileVertexBuffer> vertexBuffer() override;
 
-    const TileRef & ref() const { return ref_; }
+    const TileRef & tileRef() const { return ref_; }
     const NBX::SO<AsyncGridTerrainFile> & terrain() const { return terrain_; }
     /// Why the last read failed; empty when it did not.
     const std::wstring & failure() const { return failure_; }
@@ -103,7 +103,7 @@ private:
     mutable std::array<TileRef, 4> childRefs_{};
     mutable TerrainFileFormat::GridBox box_{};
     mutable NBX::Bounds bounds_;
-    mutable int undefFlag_ = -1; ///< -1 unknown, else 0 or 1
+    mutable int undefFlag_ = -1;    ///< -1 unknown, else 0 or 1
     mutable unsigned failures_ = 0; ///< since it was last read
     mutable double retryTime_ = 0.0;
     mutable std::wstring failure_;

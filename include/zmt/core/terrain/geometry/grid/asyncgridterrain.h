@@ -30,7 +30,7 @@ class AsyncGridTerrain : public GridTerrain {
 public:
     /// A tile that could not be read.
     struct ReadFailure {
-        std::wstring url;          ///< as `fileName`
+        std::wstring url;           ///< as `fileName`
         std::uint64_t offset, size; ///< of its block
         std::wstring reason;
         double secondsToRetry; ///< until it may be asked for again; 0 when that is now

@@ -1,0 +1,179 @@
+#include "heightpyramid.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include <nbx/object/progress.h>
+
+#include "unnamedfile.h"
+
+namespace ZMT::CORE::GRID {
+
+namespace {
+
+using Resampling = GridTerrainCreation::Resampling;
+
+constexpr float s_none = std::numeric_limits<float>::quiet_NaN();
+/// Points that are read at once.
+constexpr std::uint32_t s_pointsAtOnce = 1U << 21U;
+
+bool isDefined(float height) {
+    return height == height;
+}
+
+/// Three rows of a level, any of which may be missing, with columns by their place in the lattice.
+struct Rows {
+    const float *before, *centre, *behind;
+    std::uint32_t minX, maxX;
+
+    float at(const float * row, std::int64_t x) const {
+        return row && x >= minX && x <= maxX ? row[x - minX] : s_none;
+    }
+};
+
+/// The point at `x`, or where that is undefined, the nearest one: beside it, before and behind, at the
+/// corners.
+float nearest(const Rows & rows, std::int64_t x) {
+    const float height = rows.at(rows.centre, x);
+    if (isDefined(height)) return height;
+    for (const float other :
+         {rows.at(rows.centre, x - 1), rows.at(rows.centre, x + 1), rows.at(rows.before, x),
+          rows.at(rows.behind, x), rows.at(rows.before, x - 1), rows.at(rows.before, x + 1),
+          rows.at(rows.behind, x - 1), rows.at(rows.behind, x + 1)})
+        if (isDefined(other)) return other;
+    return s_none;
+}
+
+/// The mean of what is defined: the point itself weighs four times as much as one at a corner.
+float average(const Rows & rows, std::int64_t x) {
+    double sum = 0.0;
+    int weights = 0;
+    const float * const all[3] = {rows.before, rows.centre, rows.behind};
+    for (int j = 0; j < 3; ++j)
+        for (int i = 0; i < 3; ++i) {
+            const float height = rows.at(all[j], x + i - 1);
+            if (!isDefined(height)) continue;
+            const int weight = (i == 1 ? 2 : 1) * (j == 1 ? 2 : 1);
+            sum += double(height) * weight;
+            weights += weight;
+        }
+    return weights > 0 ? static_cast<float>(sum / weights) : s_none;
+}
+
+} // namespace
+
+HeightPyramid::HeightPyramid(const HeightSource & source, unsigned depth, Resampling resampling,
+                             const std::string & path, std::uint64_t inMemory)
+    : source_(source), resampling_(resampling), levels_(depth + 1),
+      minHeight_(std::numeric_limits<float>::infinity()), maxHeight_(-minHeight_) {
+    levels_[0].area = source.area();
+    std::uint64_t points = 0;
+    for (unsigned level = 1; level <= depth; ++level) {
+        levels_[level].area = levels_[level - 1].area.halved();
+        levels_[level].start = points;
+        points += std::uint64_t(levels_[level].area.width()) * levels_[level].area.height();
+    }
+    if (points * sizeof(float) > inMemory)
+        file_ = unnamedFile(path);
+    else
+        heights_.resize(points);
+}
+
+HeightPyramid::~HeightPyramid() = default;
+
+bool HeightPyramid::build(TileThreads & threads, NBX::Progress & progress) {
+    const LatticeArea area = levels_[0].area;
+    const std::uint32_t atOnce =
+        std::min(area.height(), std::max<std::uint32_t>(1, s_pointsAtOnce / area.width()));
+    std::array<std::vector<float>, 2> windows;
+    for (std::vector<float> & window : windows)
+        window.resize(std::size_t(atOnce) * area.width());
+    const AbandonedTileWork abandoned(threads);
+    // While one window is read, the one before is worked on.
+    std::uint32_t done = 0;
+    for (unsigned i = 0; done < area.height(); i ^= 1U) {
+        const std::uint32_t y = area.minY + done;
+        const std::uint32_t rows = std::min(atOnce, area.height() - done);
+        source_.read(area.minX, y, area.width(), rows, windows[i].data());
+        threads.finish();
+        threads.start(
+            1, [this, y, rows, &window = windows[i]](std::size_t) { addRows(y, rows, window.data()); });
+        done += rows;
+        if (!progress.update(done)) return false;
+    }
+    threads.finish();
+    return true;
+}
+
+void HeightPyramid::addRows(std::uint32_t y, std::uint32_t rows, const float * heights) {
+    const std::uint32_t width = levels_[0].area.width();
+    for (std::uint32_t row = 0; row < rows; ++row, heights += width) {
+        float low = minHeight_, high = maxHeight_;
+        for (std::uint32_t x = 0; x < width; ++x) {
+            // Comparisons with NaN are false.
+            low = heights[x] < low ? heights[x] : low;
+            high = heights[x] > high ? heights[x] : high;
+        }
+        minHeight_ = low;
+        maxHeight_ = high;
+        addRow(0, y + row, heights);
+    }
+}
+
+/// A row of the next level is made of up to three of this one, which come one by one.
+void HeightPyramid::addRow(unsigned level, std::uint32_t y, const float * row) {
+    if (level > 0) put(level, y, row);
+    if (level + 1 == levels_.size()) return;
+    Level & l = levels_[level];
+    const bool isLast = y == l.area.maxY;
+    const float * const before = l.hasBefore ? l.before.data() : nullptr;
+    if (y % 2 == 0) {
+        if (isLast) return makeRow(level + 1, y / 2, before, row, nullptr);
+        l.centre.assign(row, row + l.area.width());
+        l.hasCentre = true;
+        return;
+    }
+    makeRow(level + 1, y / 2, before, l.hasCentre ? l.centre.data() : nullptr, row);
+    if (isLast) return makeRow(level + 1, y / 2 + 1, row, nullptr, nullptr);
+    l.before.assign(row, row + l.area.width());
+    l.hasBefore = true;
+}
+
+void HeightPyramid::makeRow(unsigned level, std::uint32_t y, const float * before, const float * centre,
+                            const float * behind) {
+    const LatticeArea & from = levels_[level - 1].area;
+    Level & l = levels_[level];
+    const Rows rows{before, centre, behind, from.minX, from.maxX};
+    l.made.resize(l.area.width());
+    for (std::uint32_t i = 0; i < l.area.width(); ++i) {
+        const std::int64_t x = 2 * (std::int64_t(l.area.minX) + i);
+        l.made[i] = resampling_ == Resampling::Nearest ? nearest(rows, x) : average(rows, x);
+    }
+    addRow(level, y, l.made.data());
+}
+
+void HeightPyramid::put(unsigned level, std::uint32_t y, const float * row) {
+    const Level & l = levels_[level];
+    const std::uint64_t at = l.start + std::uint64_t(y - l.area.minY) * l.area.width();
+    if (file_) {
+        file_->seek(static_cast<std::int64_t>(at * sizeof(float)));
+        file_->write(row, l.area.width() * sizeof(float));
+    } else {
+        std::copy_n(row, l.area.width(), heights_.begin() + static_cast<std::ptrdiff_t>(at));
+    }
+}
+
+void HeightPyramid::read(unsigned level, std::uint32_t y, std::uint32_t rows, float * heights) {
+    const Level & l = levels_[level];
+    const std::uint64_t at = l.start + std::uint64_t(y - l.area.minY) * l.area.width();
+    const std::uint64_t count = std::uint64_t(rows) * l.area.width();
+    if (file_) {
+        file_->seek(static_cast<std::int64_t>(at * sizeof(float)));
+        file_->read(heights, count * sizeof(float));
+    } else {
+        std::copy_n(heights_.begin() + static_cast<std::ptrdiff_t>(at), count, heights);
+    }
+}
+
+} // namespace ZMT::CORE::GRID

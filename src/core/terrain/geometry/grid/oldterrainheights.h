@@ -1,0 +1,43 @@
+#pragma once
+
+#include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
+
+#include "tilesamples.h"
+
+namespace ZMT::CORE::GRID {
+
+/// The heights of the old terrain where a tile of the new one lies. Any thread.
+struct OldTile {
+    NBX::SO<GridTerrainTileData> data; ///< null where the old terrain has nothing
+    /// How many times finer the new tile is.
+    std::uint32_t halvings = 0;
+    /// The height of the old value v is `height0 + v * heightStep`.
+    double height0 = 0.0, heightStep = 0.0;
+
+    /// Gives undefined samples of `tile` their old heights. True where the old terrain has samples of this
+    /// resolution and some were taken.
+    bool merge(TileSamples & tile, const HeightScale & scale) const;
+};
+
+/// A terrain whose heights show where a new one has none. Its root covers the same square as the new one's,
+/// and its finest samples lie `halvings` times further apart. The thread of that terrain.
+class OldTerrainHeights {
+public:
+    OldTerrainHeights(const NBX::SO<GridTerrain> & terrain, std::uint32_t halvings);
+
+    /// Where the old terrain may have heights, in the new one's lattice.
+    LatticeArea area() const;
+    /// Lowest and highest height.
+    double minHeight() const;
+    double maxHeight() const;
+    /// Waits for the tile. Throws `NBX::IOError` when it cannot be read.
+    OldTile tileAt(const TerrainFileFormat::TilePlace & place) const;
+
+private:
+    NBX::SO<GridTerrain> terrain_;
+    std::uint32_t halvings_;
+};
+
+} // namespace ZMT::CORE::GRID
