@@ -67,13 +67,13 @@ private:
 
 std::uint64_t s_totalBytes = 0;
 
-/// The whole blocks that `size` bytes from `offset` on touch; 0 where a block of memory cannot hold them.
+/// The bytes of the whole blocks that `size` bytes from `offset` on touch; 0 where a block of memory cannot
+/// hold them, and for an empty range.
 unsigned wholeBlocks(std::uint64_t offset, std::uint64_t size) {
-    constexpr std::uint64_t limit = std::numeric_limits<unsigned>::max() - (s_block - 1);
-    constexpr auto lastOffset = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    constexpr std::uint64_t limit = std::numeric_limits<unsigned>::max() / s_block * s_block;
     const std::uint64_t start = offset % s_block;
-    if (size > limit - start || offset > lastOffset - size - s_block) return 0;
-    return static_cast<unsigned>((start + size + s_block - 1) / s_block * s_block);
+    const bool isHeld = size <= limit - start && offset <= std::numeric_limits<std::uint64_t>::max() - size;
+    return isHeld && size > 0 ? static_cast<unsigned>((start + size + s_block - 1) / s_block * s_block) : 0;
 }
 
 /// What is no number comes last.
@@ -150,20 +150,18 @@ AsyncFile_Win::Request_Win::Request_Win(AsyncFile_Win * file, std::uint64_t offs
     : file_(file), offset_(offset), size_(size), priority_(priority),
       alignedOffset_(offset & ~(s_block - 1)) {
     const unsigned blocks = wholeBlocks(offset, size);
-    buffer_ = data_ = new VirtualAllocDataResource(blocks);
-    if (blocks == 0 && size > 0)
-        fail(L"a range of " + std::to_wstring(size) + L" bytes at " + std::to_wstring(offset) +
-             L" is too large");
-    else if (buffer_->size() < blocks)
-        fail(L"no memory for " + std::to_wstring(blocks) + L" bytes");
-    else if (size > 0)
-        data_ = new NBX::DataSubResource(buffer_.get(), static_cast<unsigned>(offset % s_block),
-                                         static_cast<unsigned>(size), false);
+    buffer_ = new VirtualAllocDataResource(blocks);
+    const bool isHeld = blocks >= size && buffer_->size() == blocks;
+    data_ = new NBX::DataSubResource(buffer_.get(),
+                                     static_cast<unsigned>(isHeld && size > 0 ? offset % s_block : 0),
+                                     static_cast<unsigned>(isHeld ? size : 0), false);
+    if (isHeld) return;
+    fail(L"no memory for a range of " + std::to_wstring(size) + L" bytes at " + std::to_wstring(offset));
 }
 
 AsyncFile_Win::Request_Win::~Request_Win() {
     while (read_ && read_->isOwed())
-        engine_->wait(s_sleepSeconds);
+        ReadEngine::instance().wait(s_sleepSeconds);
 }
 
 NBX::SO<AsyncFile> AsyncFile_Win::Request_Win::file() const {
@@ -205,29 +203,32 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::start() {
     const NBX::SO<AsyncFile_Win> file = file_.lock();
     if (!file) return fail(L"the file was closed");
     read_ = std::make_unique<FileRead>(file->file_, alignedOffset_, buffer_->pointer(), buffer_->size());
-    engine_ = &ReadEngine::instance();
     state_ = RS_Processing;
-    engine_->start(*read_);
+    ReadEngine::instance().start(*read_);
     return state_;
 }
 
 /// The read is no longer owed: what the system gave decides.
 void AsyncFile_Win::Request_Win::finish() {
-    const std::uint64_t got = read_->got(), end = alignedOffset_ + got;
+    const std::uint64_t got = read_->got();
     s_totalBytes += got;
     if (read_->error() != 0) {
         errno = read_->error();
         fail(NBX::ErrorHandler::getLastError());
         return;
     }
-    const NBX::SO<AsyncFile_Win> file = file_.lock();
-    if (end < offset_ + size_ && end < file->size()) {
+    // The file has what it had when it was opened; behind that are zeros.
+    const std::uint64_t fileSize = file_.lock()->size();
+    const bool isBehind = size_ == 0 || offset_ >= fileSize;
+    if (!isBehind && alignedOffset_ + got < std::min(offset_ + size_, fileSize)) {
         fail(L"the file was cut");
         return;
     }
+    const std::uint64_t available = fileSize > alignedOffset_ ? fileSize - alignedOffset_ : 0;
     // Of the last block the disk may have sent more than the file has.
-    const std::uint64_t behind = (got + s_block - 1) / s_block * s_block;
-    std::memset(static_cast<char *>(buffer_->pointer()) + got, 0, behind - got);
+    if (available < buffer_->size())
+        std::memset(static_cast<char *>(buffer_->pointer()) + available, 0,
+                    std::min(s_block - available % s_block, buffer_->size() - available));
     transferred_ = static_cast<std::int64_t>(size_);
     state_ = RS_Ready;
 }
@@ -238,7 +239,7 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::state() {
         if (state_ == RS_Queued) {
             update();
         } else {
-            engine_->poll();
+            ReadEngine::instance().poll();
             if (!read_->isOwed()) {
                 finish();
                 update();

@@ -11,8 +11,6 @@
 
 namespace ZMT::CORE::IMPL {
 
-class ReadEngine;
-
 /// A file on a disk, read in whole blocks past the system's cache where its file system allows that. All
 /// files of the process share one queue, ordered by priority, of which at most 8 requests are read at a time.
 /// It goes on reading what it has opened when its path is removed, or comes to mean another file.
@@ -97,7 +95,6 @@ private:
     std::int64_t transferred_ = -1;
     RequestState state_ = RS_Queued;
     std::unique_ptr<FileRead> read_; ///< null before it is started
-    ReadEngine * engine_ = nullptr;  ///< which has the read
     std::wstring error_;
 };
 

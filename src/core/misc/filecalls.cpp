@@ -36,12 +36,30 @@ int peek(io_uring * ring, io_uring_cqe ** completion) {
     return ::io_uring_peek_cqe(ring, completion);
 }
 
+int wait(io_uring * ring, double seconds) {
+    io_uring_cqe * completion = nullptr;
+    __kernel_timespec limit{0, static_cast<long long>(seconds * 1e9)};
+    return ::io_uring_wait_cqe_timeout(ring, &completion, &limit);
+}
+
 } // namespace
 
 FileCalls & fileCalls() {
-    static FileCalls calls = {openFile,          ::fstat,  setFlags, ::pread, ::close,
-                              ::unlink,          allocate, ::munmap, now,     ::io_uring_queue_init,
-                              ::io_uring_submit, peek};
+    static FileCalls calls = {
+        .open = openFile,
+        .fstat = ::fstat,
+        .setFlags = setFlags,
+        .read = ::pread,
+        .close = ::close,
+        .unlink = ::unlink,
+        .allocate = allocate,
+        .release = ::munmap,
+        .now = now,
+        .ringInit = ::io_uring_queue_init,
+        .ringSubmit = ::io_uring_submit,
+        .ringPeek = peek,
+        .ringWait = wait,
+    };
     return calls;
 }
 

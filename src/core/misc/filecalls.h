@@ -25,10 +25,12 @@ struct FileCalls {
     int (*release)(void * pages, std::size_t bytes);
     /// In seconds, by a clock that is never set.
     double (*now)();
-    /// The next three give minus the number of the error.
+    /// The next four give minus the number of the error.
     int (*ringInit)(unsigned entries, io_uring * ring, unsigned flags);
     int (*ringSubmit)(io_uring * ring);
     int (*ringPeek)(io_uring * ring, io_uring_cqe ** completion);
+    /// For something to peek at.
+    int (*ringWait)(io_uring * ring, double seconds);
 };
 
 FileCalls & fileCalls();

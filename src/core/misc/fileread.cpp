@@ -78,6 +78,13 @@ bool OpenFile::makeBuffered() {
     return isDirect_.exchange(false) && fileCalls().setFlags(handle_, 0) == 0;
 }
 
+FileRead::FileRead(std::shared_ptr<OpenFile> file, std::uint64_t position, void * target, std::uint64_t bytes)
+    : file_(std::move(file)), position_(position), target_(static_cast<char *>(target)) {
+    // The kernel would find memory for all that it is asked for.
+    const std::uint64_t blocks = (file_->size() + s_block - 1) / s_block * s_block;
+    bytes_ = std::min(bytes, blocks > position ? blocks - position : 0);
+}
+
 void FileRead::begin() {
     ++s_owed;
     isOwed_.store(true, std::memory_order_relaxed);

@@ -42,8 +42,8 @@ public:
     /// Positions, sizes and targets are multiples of it.
     static constexpr std::uint64_t s_block = 4096;
 
-    FileRead(std::shared_ptr<OpenFile> file, std::uint64_t position, void * target, std::uint64_t bytes)
-        : file_(std::move(file)), position_(position), target_(static_cast<char *>(target)), bytes_(bytes) {}
+    /// Blocks behind the end of the file are left out.
+    FileRead(std::shared_ptr<OpenFile> file, std::uint64_t position, void * target, std::uint64_t bytes);
 
     /// For the engine: it has taken the read over, and has let go of it. What the read has written is seen by
     /// who sees that it is no longer owed.
@@ -80,7 +80,7 @@ private:
     std::shared_ptr<OpenFile> file_;
     std::uint64_t position_;
     char * target_;
-    std::uint64_t bytes_;
+    std::uint64_t bytes_;    ///< whole blocks
     std::uint64_t next_ = 0; ///< where the next part begins
     std::uint64_t got_ = 0;  ///< where the last one ended
     int error_ = 0;

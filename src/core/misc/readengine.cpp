@@ -1,5 +1,9 @@
 #include "readengine.h"
 
+#include <memory>
+#include <utility>
+
+#include "ringreadengine.h"
 #include "threadreadengine.h"
 
 namespace ZMT::CORE::IMPL {
@@ -11,8 +15,9 @@ ReadEngine & threads() {
     return engine;
 }
 
-/// Null before it is first asked for.
+/// Null before it is first asked for. The ring is null where there is none.
 ReadEngine * s_current = nullptr;
+RingReadEngine * s_ring = nullptr;
 
 } // namespace
 
@@ -22,8 +27,12 @@ ReadEngine & ReadEngine::instance() {
 }
 
 bool ReadEngine::use(Kind kind) {
-    if (kind == RE_Ring) return false;
-    s_current = &threads();
+    std::unique_ptr<RingReadEngine> ring;
+    if (kind != RE_Threads) ring = RingReadEngine::create(threads());
+    if (kind == RE_Ring && !ring) return false;
+    delete std::exchange(s_ring, ring.release());
+    s_current = s_ring;
+    if (!s_ring) s_current = &threads();
     return true;
 }
 
