@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <initializer_list>
@@ -42,6 +44,9 @@ public:
             return s_->releaseError == 0 ? result : failed(s_->releaseError);
         };
         calls.now = [] { return s_->before_.now() + s_->laterSeconds; };
+        calls.ringInit = [](unsigned entries, io_uring * ring, unsigned flags) {
+            return s_->ringInitError == 0 ? s_->before_.ringInit(entries, ring, flags) : -s_->ringInitError;
+        };
         calls.ringSubmit = [](io_uring * ring) { return s_->submit(ring); };
         calls.ringPeek = [](io_uring * ring, io_uring_cqe ** completion) {
             return s_->peek(ring, completion);
@@ -93,7 +98,9 @@ public:
     /// So many of the next calls to open are interrupted.
     int interruptedOpens = 0;
     /// What the ring gives when it is handed reads, or 0 for what it does; after so many more calls.
+    static constexpr int s_takesNothing = 1;
     int submitError = 0, submitsBefore = 0;
+    int interruptedSubmits = 0, ringInitError = 0;
     /// Reads that the system has, or has had, and those that have ended.
     std::atomic<int> begun{0}, reads{0};
     std::atomic<int> submits{0}, closes{0}, unlinks{0}, opens{0};
@@ -137,7 +144,8 @@ private:
 
     int submit(io_uring * ring) {
         ++submits;
-        if (submitError != 0 && submitsBefore-- <= 0) return submitError;
+        if (interruptedSubmits-- > 0) return -EINTR;
+        if (submitError != 0 && submitsBefore-- <= 0) return std::min(submitError, 0);
         const int taken = before_.ringSubmit(ring);
         if (taken > 0) begun += taken;
         return taken;
