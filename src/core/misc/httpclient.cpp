@@ -1,5 +1,7 @@
 #include "httpclient.h"
 
+#include <utility>
+
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 
@@ -61,7 +63,7 @@ HttpClient::HttpClient(User & user) : user_(user), target_(QUrl()) {
 }
 
 HttpClient::~HttpClient() {
-    dropReply();
+    delete takeReply();
 }
 
 void HttpClient::get(const HttpTarget & target, std::uint64_t offset, std::uint64_t size) {
@@ -100,7 +102,9 @@ void HttpClient::send() {
 }
 
 void HttpClient::abort(const std::wstring & why) {
-    if (reply_) end(why);
+    if (!reply_) return;
+    delete takeReply();
+    user_.done(*this, why);
 }
 
 qint64 HttpClient::read(char * bytes, qint64 size) {
@@ -165,25 +169,24 @@ void HttpClient::follow() {
         end(problem);
         return;
     }
-    dropReply();
+    takeReply()->deleteLater();
     target_ = next;
     send();
 }
 
+/// For the slots: the reply is in the middle of a signal, so that it goes later.
 void HttpClient::end(const std::wstring & error) {
-    dropReply();
+    takeReply()->deleteLater();
     user_.done(*this, error);
 }
 
-/// The reply may be in the middle of a signal, so that it goes later.
-void HttpClient::dropReply() {
+/// Leaves the reply, whose end aborts the transfer. To abort it by itself makes the network class complain
+/// where the reply has an error of its own.
+QNetworkReply * HttpClient::takeReply() {
     timer_.stop();
-    if (!reply_) return;
-    QNetworkReply * reply = reply_;
-    reply_ = nullptr;
-    reply->disconnect();
-    if (reply->isRunning()) reply->abort();
-    reply->deleteLater();
+    QNetworkReply * reply = std::exchange(reply_, nullptr);
+    if (reply) reply->disconnect();
+    return reply;
 }
 
 void HttpClient::startTimer() {

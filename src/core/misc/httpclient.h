@@ -73,7 +73,7 @@ private:
     void finish();
     void follow();
     void end(const std::wstring & error);
-    void dropReply();
+    QNetworkReply * takeReply();
     void startTimer();
     bool isTooSlow();
 

@@ -1,0 +1,255 @@
+#include "core/misc/asyncfilemanager.h"
+
+#include <gtest/gtest.h>
+
+#include "core/misc/httpfile.h"
+#include "support/webtest.h"
+
+using namespace ZMT::CORE;
+using namespace ZMT::CORE::IMPL;
+
+class AsyncFileManagerTest : public WebTest {
+protected:
+    void SetUp() override {
+        WebTest::SetUp();
+        bytes_ = pattern(1000);
+    }
+    NBX::SO<AsyncFile> open(ScriptedHttpServer & server) {
+        server.setFile("/f", bytes_);
+        std::wstring problem;
+        NBX::SO<AsyncFile> file = openHttpFile(server.url("/f"), problem);
+        EXPECT_TRUE(file);
+        server.resetCounts();
+        return file;
+    }
+    AsyncFile::Requests requestMany(AsyncFile & file, unsigned count, double priority = 1.0) {
+        AsyncFile::Requests requests;
+        for (unsigned i = 0; i < count; ++i)
+            requests.push_back(file.request(i, 10, priority));
+        return requests;
+    }
+    /// Offsets of what the server was asked for, in the order of arrival.
+    static std::vector<int> offsets(const ScriptedHttpServer & server) {
+        std::vector<int> result;
+        for (const auto & received : server.received())
+            result.push_back(std::stoi(received.fields.at("range").substr(6)));
+        return result;
+    }
+    bool allReady(AsyncFile & file, std::size_t count) {
+        return runUntil([&] { return file.requests(AsyncFile::RS_Ready).size() == count; });
+    }
+
+    std::string bytes_;
+};
+
+TEST_F(AsyncFileManagerTest, FourTransfersOfAFileRunAtOnce) {
+    const auto file = open(server_);
+    server_.setHeld(true);
+    requestMany(*file, 12);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 4; }));
+    runFor(0.1);
+    EXPECT_EQ(server_.requests(), 4u);
+    EXPECT_EQ(file->requests(AsyncFile::RS_Processing).size(), 4u);
+    server_.setHeld(false);
+    ASSERT_TRUE(allReady(*file, 12));
+    EXPECT_EQ(server_.requests(), 12u);
+    EXPECT_EQ(server_.mostAtOnce(), 4u);
+    EXPECT_LE(server_.mostConnectionsAtOnce(), 4u);
+    for (const auto & request : file->requests())
+        EXPECT_EQ(bytesOf(*request), bytes_.substr(request->offset(), 10));
+}
+
+TEST_F(AsyncFileManagerTest, FiveTransfersRunAtOnceInTheProcess) {
+    ScriptedHttpServer other;
+    const auto a = open(server_), b = open(server_), c = open(other);
+    server_.setHeld(true);
+    other.setHeld(true);
+    for (AsyncFile * file : {a.get(), b.get(), c.get()})
+        requestMany(*file, 10);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() + other.workingNow() == 5; }));
+    runFor(0.1);
+    EXPECT_EQ(server_.requests() + other.requests(), 5u);
+    EXPECT_EQ(AsyncFileManager::instance().working(), 5u);
+    server_.setHeld(false);
+    other.setHeld(false);
+    for (AsyncFile * file : {a.get(), b.get(), c.get()})
+        ASSERT_TRUE(allReady(*file, 10));
+    EXPECT_LE(server_.mostAtOnce(), 5u);
+    EXPECT_LE(server_.mostConnectionsAtOnce(), 5u);
+    EXPECT_EQ(AsyncFileManager::instance().working(), 0u);
+}
+
+TEST_F(AsyncFileManagerTest, HighestPriorityIsServedFirst) {
+    const auto file = open(server_);
+    server_.setHeld(true);
+    AsyncFile::Requests requests = requestMany(*file, 4, 100.0);
+    for (const double priority : {1.0, 5.0, 3.0, 2.0, 5.0})
+        requests.push_back(file->request(requests.size(), 10, priority));
+    EXPECT_TRUE(requests[7]->setPriority(4.0));
+    ASSERT_TRUE(runUntil([&] { return server_.requests() == 4; }));
+    server_.resetCounts();
+    // One by one, so that the order of arrival is that of the starts.
+    server_.always({.delay = 0.0});
+    server_.setHeld(false);
+    ASSERT_TRUE(allReady(*file, 9));
+    std::vector<int> order = offsets(server_);
+    ASSERT_EQ(order.size(), 5u);
+    // Those that start together may arrive in any order; the last to start is the last of all.
+    EXPECT_EQ(order.back(), 4);
+}
+
+TEST_F(AsyncFileManagerTest, OneWorkingClientServesInTheOrderOfPriorities) {
+    // Other files hold four of the five places, so that the order of arrival is that of the starts.
+    ScriptedHttpServer other;
+    const auto busy = open(other), file = open(server_);
+    other.setHeld(true);
+    requestMany(*busy, 4, 100.0);
+    ASSERT_TRUE(runUntil([&] { return other.workingNow() == 4; }));
+    server_.setHeld(true);
+    const auto running = file->request(0, 10, 100.0);
+    AsyncFile::Requests requests;
+    for (const double priority : {1.0, 5.0, 3.0, 2.0, 5.0, -0.5})
+        requests.push_back(file->request(requests.size() + 1, 10, priority));
+    EXPECT_TRUE(requests[3]->setPriority(4.0));
+    server_.setHeld(false);
+    ASSERT_TRUE(allReady(*file, 7));
+    EXPECT_EQ(offsets(server_), (std::vector<int>{0, 2, 5, 4, 3, 1, 6}));
+    other.setHeld(false);
+}
+
+TEST_F(AsyncFileManagerTest, FileWithTheHighestQueuedPriorityIsNext) {
+    ScriptedHttpServer other;
+    const auto busy = open(other), a = open(server_), b = open(server_);
+    other.setHeld(true);
+    requestMany(*busy, 4, 100.0);
+    server_.setHeld(true);
+    const auto running = a->request(0, 10, 100.0);
+    a->request(1, 10, 1.0);
+    a->request(3, 10, 3.0);
+    b->request(2, 10, 2.0);
+    b->request(4, 10, 4.0);
+    server_.setHeld(false);
+    ASSERT_TRUE(allReady(*a, 3));
+    ASSERT_TRUE(allReady(*b, 2));
+    EXPECT_EQ(offsets(server_), (std::vector<int>{0, 4, 3, 2, 1}));
+    other.setHeld(false);
+}
+
+TEST_F(AsyncFileManagerTest, AwaitedRequestOvertakesAllThatAreQueued) {
+    const auto file = open(server_);
+    server_.always({.delay = 0.05});
+    requestMany(*file, 12, 1e6);
+    const auto last = file->request(500, 10, 0.0);
+    EXPECT_TRUE(last->wait());
+    EXPECT_EQ(last->priority(), AsyncFile::topPriority);
+    EXPECT_LE(file->requests(AsyncFile::RS_Ready).size(), 9u);
+}
+
+TEST_F(AsyncFileManagerTest, PriorityBelowTheLowestIsNotServed) {
+    const auto file = open(server_);
+    const auto request = file->request(0, 10, -1.0);
+    runFor(0.1);
+    EXPECT_EQ(request->state(), AsyncFile::RS_Queued);
+    EXPECT_TRUE(request->setPriority(-0.5));
+    EXPECT_TRUE(file->request(1, 10, 0.0)->wait());
+    EXPECT_TRUE(runUntilDone(*request));
+}
+
+TEST_F(AsyncFileManagerTest, DroppedFileGivesItsPlacesToOthers) {
+    ScriptedHttpServer other;
+    auto a = open(server_), c = open(server_);
+    const auto b = open(other);
+    server_.setHeld(true);
+    requestMany(*a, 4);
+    requestMany(*c, 4);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 5; }));
+    const auto request = b->request(0, 10, 0.0);
+    EXPECT_EQ(request->state(), AsyncFile::RS_Queued);
+    a = nullptr;
+    c = nullptr;
+    EXPECT_EQ(request->state(), AsyncFile::RS_Processing);
+    EXPECT_TRUE(request->wait());
+}
+
+TEST_F(AsyncFileManagerTest, NothingStartsAtAHostForAWhileAfterAFailure) {
+    httpTimes().firstPause = 0.3;
+    ScriptedHttpServer other;
+    const auto file = open(server_), elsewhere = open(other);
+    server_.then({.status = 500, .reason = "Trouble"});
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    const double start = NBX::NBXTime::now();
+    const AsyncFile::Requests requests = requestMany(*file, 6);
+    for (const auto & request : requests)
+        EXPECT_EQ(request->state(), AsyncFile::RS_Queued);
+    EXPECT_TRUE(elsewhere->request(0, 10, 0.0)->wait());
+    ASSERT_TRUE(runUntil([&] { return server_.requests() == 2; }));
+    EXPECT_NEAR(NBX::NBXTime::now() - start, 0.35, 0.1);
+    ASSERT_TRUE(allReady(*file, 6));
+}
+
+TEST_F(AsyncFileManagerTest, ServerSaysWhenItIsToBeAskedAgain) {
+    const auto file = open(server_);
+    server_.then({.status = 429, .reason = "Too Many Requests", .lines = {"Retry-After: 1"}});
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    const auto again = file->request(0, 10, 1.0);
+    const double start = NBX::NBXTime::now();
+    EXPECT_TRUE(again->wait());
+    EXPECT_NEAR(NBX::NBXTime::now() - start, 1.1, 0.2);
+}
+
+TEST_F(AsyncFileManagerTest, ServerThatIsLeftAloneForLongIsNotWaitedFor) {
+    std::wstring problem;
+    server_.setFile("/f", bytes_);
+    server_.then({.status = 503, .reason = "Busy", .lines = {"Retry-After: 60"}});
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    const double start = NBX::NBXTime::now();
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    EXPECT_EQ(problem, L"server '127.0.0.1' is asked again in 60 s: server '127.0.0.1' answered 503 Busy");
+    EXPECT_LT(NBX::NBXTime::now() - start, 0.2);
+    EXPECT_EQ(server_.requests(), 1u);
+}
+
+/// A caller that asks anew for everything that fails, frame by frame.
+TEST_F(AsyncFileManagerTest, FailingServerIsNotStormedAndRecoveryIsComplete) {
+    const auto file = open(server_);
+    server_.always({.status = 503, .reason = "Busy"});
+    AsyncFile::Requests wanted = requestMany(*file, 40);
+    const auto frame = [&] {
+        for (auto & request : wanted) {
+            if (request->state() != AsyncFile::RS_Failed) continue;
+            file->remove(request);
+            request = file->request(request->offset(), 10, 1.0);
+        }
+    };
+    const auto isComplete = [&] {
+        frame();
+        return file->requests(AsyncFile::RS_Ready).size() == wanted.size();
+    };
+    EXPECT_FALSE(runUntil(isComplete, 1.5));
+    // 20, 40, 80, 160 and then 200 ms: at most eleven rounds of four.
+    EXPECT_GE(server_.requests(), 8u);
+    EXPECT_LE(server_.requests(), 44u);
+    server_.always({});
+    EXPECT_TRUE(runUntil(isComplete, 2.0));
+}
+
+TEST_F(AsyncFileManagerTest, FilesLiveOnWhenTheApplicationObjectIsReplaced) {
+    const auto file = open(server_);
+    server_.setHeld(true);
+    const AsyncFile::Requests requests = requestMany(*file, 6);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 4; }));
+    TearDownTestSuite();
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(requests[i]->state(), AsyncFile::RS_Failed);
+        EXPECT_EQ(requests[i]->errorText(), L"no QApplication running");
+    }
+    EXPECT_EQ(requests[4]->state(), AsyncFile::RS_Queued);
+    EXPECT_FALSE(AsyncFile::isLoading());
+    SetUpTestSuite();
+    server_.setHeld(false);
+    AsyncFileManager::instance().backoff() = {};
+    EXPECT_TRUE(requests[4]->setPriority(2.0));
+    EXPECT_TRUE(file->request(7, 10, 1.0)->wait());
+    EXPECT_TRUE(runUntilDone(*requests[4]));
+    EXPECT_EQ(bytesOf(*requests[4]), bytes_.substr(4, 10));
+}
