@@ -138,8 +138,8 @@ TEST_F(StreamingTextureFormatTest, TheKindsOfImages) {
     struct {
         unsigned format;
         int layers, type, compression;
-    } const kinds[] = {{0, 4, 1, -1}, {1, 4, 1, 6}, {2, 4, 1, 5},   {4, 2, 1, -1},  {7, 1, 1, -1},
-                       {8, 4, 1, 2},  {9, 4, 1, 1}, {10, 1, 8, -1}, {11, 1, 16, -1}};
+    } const kinds[] = {{0, 4, 1, -1}, {1, 11, 1, 6}, {2, 11, 1, 5},  {4, 2, 1, -1},  {7, 1, 1, -1},
+                       {8, 4, 1, 2},  {9, 4, 1, 1},  {10, 1, 8, -1}, {11, 1, 16, -1}};
     for (const auto & kind : kinds) {
         const SO<NBX::Image> image = newImage(kind.format, 4, 4, bytes.data());
         ASSERT_TRUE(image) << kind.format;
