@@ -90,20 +90,22 @@ NBX::SO<NBX::TextureGL> AsyncQuadtreeTerrainTexture_Impl::find(TexturePatchReque
     // Without the image the patch is not split, which it may have to be.
     if (texture && node.hasChildren() && !node.hasImage()) search.incomplete = true;
     if (texture && (error <= search.allowedError || !node.hasChildren())) return texture;
-    const NBX::SO<TexturePatchRequest> child = node.childWith(search.box);
+    NBX::SO<TexturePatchRequest> child = node.childWith(search.box);
     if (!child) {
         prefetchChildren(node, error, search);
         if (!texture) search.incomplete = true;
-        return texture;
+        // By force they are there, and may tell where they lie for the first time.
+        child = search.force ? node.childWith(search.box) : nullptr;
+        if (!child) return texture;
     }
     const double known = child->lastError(search.viewInfo, search.eye);
-    const NBX::SO<NBX::TextureGL> finer = find(*child, known > 0.0 ? known : error / 4.0, search);
+    const NBX::SO<NBX::TextureGL> finer = find(*child, known, search);
     if (finer) return finer;
     search.incomplete = true;
     return texture;
 }
 
-/// For when the patch is split.
+/// For when the patch is split, and because children tell where they lie only when they have been read.
 void AsyncQuadtreeTerrainTexture_Impl::prefetchChildren(const TexturePatchRequest & node, double error,
                                                         Search & search) const {
     for (const NBX::SO<TexturePatchRequest> & child : node.children())

@@ -214,12 +214,12 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, ShowsTheTileThatIsFineEnough) {
     EXPECT_EQ(held->asked, 1U) << "the root is fine enough";
     const SO<TextureGL> ofChild = requestUntilComplete(*grandchild, 4.0);
     EXPECT_NE(ofChild, ofRoot);
-    EXPECT_EQ(held->asked, 2U);
+    EXPECT_EQ(held->asked, 5U) << "where children lie they tell when they are read";
     const SO<TextureGL> ofGrandchild = requestUntilComplete(*grandchild, 2.0);
     EXPECT_NE(ofGrandchild, ofChild);
-    EXPECT_EQ(held->asked, 3U);
+    EXPECT_EQ(held->asked, 9U);
     EXPECT_EQ(requestUntilComplete(*grandchild->child(3), 0.0), ofGrandchild) << "the finest there is";
-    EXPECT_EQ(held->asked, 3U);
+    EXPECT_EQ(held->asked, 9U);
 }
 
 TEST_F(AsyncQuadtreeTerrainTextureImplTest, UntilItIsThereTheNearestAncestorShows) {
@@ -228,29 +228,41 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, UntilItIsThereTheNearestAncestorShow
     EXPECT_EQ(ofRoot, request(*patches, 100.0));
     EXPECT_TRUE(request(*grandchild, 0.0));
     EXPECT_TRUE(incomplete);
-    EXPECT_EQ(held->known.size(), 1U) << "of the child alone: of others nothing is known";
-    EXPECT_EQ(held->known[0]->offset(), tree.child(1).ref.offset);
-    held->setStates(AsyncFile::RS_Ready);
+    EXPECT_EQ(held->known.size(), 4U);
+    held->setState(tree.child(1).ref.offset, AsyncFile::RS_Ready);
+    EXPECT_EQ(request(*grandchild, 0.0), ofRoot);
+    EXPECT_TRUE(incomplete);
     const SO<TextureGL> ofChild = request(*grandchild, 0.0);
     EXPECT_NE(ofChild, ofRoot);
-    EXPECT_TRUE(incomplete) << "what has just come need not be the finest";
+    EXPECT_TRUE(incomplete) << "what has come need not be the finest";
 }
 
-TEST_F(AsyncQuadtreeTerrainTextureImplTest, ATileThatHasNotBeenReadIsWantedByHalfTheTexelsOfItsParent) {
+TEST_F(AsyncQuadtreeTerrainTextureImplTest, TilesAreWantedByTheSquareOfTheirTexels) {
     openWithRoot();
     request(*grandchild, 0.0, 3.0);
     // 8 pixels a texel of the root, squared; a quarter of it; three visible fragments.
-    ASSERT_EQ(held->known.size(), 1U);
-    EXPECT_NEAR(held->known[0]->priority(), 3.0 * 64.0 / 4.0, 1e-9);
+    ASSERT_EQ(held->known.size(), 4U);
+    EXPECT_NEAR(held->known[1]->priority(), 3.0 * 64.0 / 4.0, 1e-9);
     view = viewFromAbove(2.0);
     request(*grandchild, 0.0, 3.0);
-    EXPECT_NEAR(held->known[0]->priority(), 3.0 * 256.0 / 4.0, 1e-9) << "with the square of the nearness";
-    held->setStates(AsyncFile::RS_Ready);
+    EXPECT_NEAR(held->known[1]->priority(), 3.0 * 256.0 / 4.0, 1e-9) << "with the square of the nearness";
+    requestUntilComplete(*grandchild, 8.0);
     request(*grandchild, 0.0, 3.0);
+    ASSERT_EQ(held->known.size(), 4U);
+    HeldFile::HeldRequest * const request = held->find(tree.child(1).child(2).ref.offset);
+    ASSERT_TRUE(request);
+    EXPECT_NEAR(request->priority(), 3.0 * 64.0 / 4.0, 1e-9);
+}
+
+TEST_F(AsyncQuadtreeTerrainTextureImplTest, EvictedTilesAreWantedLikeThoseThatStay) {
+    openWithRoot();
+    requestUntilComplete(*grandchild, 4.0);
+    clearManagers();
+    nextFrame();
     request(*grandchild, 0.0, 3.0);
-    ASSERT_EQ(held->known.size(), 1U);
-    EXPECT_EQ(held->known[0]->offset(), tree.child(1).child(2).ref.offset);
-    EXPECT_NEAR(held->known[0]->priority(), 3.0 * 64.0 / 4.0, 1e-9);
+    HeldFile::HeldRequest * const request = held->find(tree.child(1).ref.offset);
+    ASSERT_TRUE(request);
+    EXPECT_NEAR(request->priority(), 3.0 * 16.0, 1e-9) << "the heights would go first for ever";
 }
 
 TEST_F(AsyncQuadtreeTerrainTextureImplTest, APatchThatWillBeSplitHasItsChildrenReadBefore) {
@@ -272,10 +284,12 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, AtOnceEverythingComesInTheFrame) {
     asynchronous = false;
     const SO<TextureGL> texture = request(*grandchild, 0.0);
     EXPECT_FALSE(incomplete);
-    EXPECT_EQ(held->asked, 3U) << "root, child, grandchild";
-    EXPECT_EQ(held->waits, 3U);
+    EXPECT_EQ(held->asked, 9U) << "the root and two times four";
+    EXPECT_EQ(held->waits, 9U);
     EXPECT_EQ(texture, request(*grandchild, 2.0));
     EXPECT_NE(texture, request(*grandchild, 4.0));
+    EXPECT_FALSE(refine(*grandchild, 0.0));
+    EXPECT_TRUE(refine(*child, 3.9)) << "the tile that is shown is the finest";
 }
 
 TEST_F(AsyncQuadtreeTerrainTextureImplTest, AtOnceWhatCannotBeReadIsReplacedAndSaid) {
@@ -286,7 +300,7 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, AtOnceWhatCannotBeReadIsReplacedAndS
     EXPECT_EQ(request(*grandchild, 0.0), ofRoot);
     EXPECT_TRUE(incomplete);
     EXPECT_EQ(request(*grandchild, 0.0), ofRoot);
-    EXPECT_EQ(held->waits, 2U) << "the root, and one try";
+    EXPECT_EQ(held->waits, 5U) << "the root, and one try each";
 }
 
 TEST_F(AsyncQuadtreeTerrainTextureImplTest, AFailureOnTheWayShowsWhatIsThereAndHealsByItself) {
@@ -298,7 +312,7 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, AFailureOnTheWayShowsWhatIsThereAndH
         EXPECT_TRUE(incomplete) << frame;
         nextFrame();
     }
-    EXPECT_EQ(held->asked, 2U) << "no storm";
+    EXPECT_EQ(held->asked, 5U) << "no storm";
     nextFrame(0.2);
     EXPECT_NE(requestUntilComplete(*grandchild, 0.0), ofRoot);
 }
