@@ -1,0 +1,223 @@
+// No hole shows in a streaming terrain, whatever has arrived of it. Heights are another noise at every level
+// of detail, so that borders of different levels are far apart and every crack is wide open.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <random>
+
+#include "support/glfixture.h"
+#include "support/memorygridterrain.h"
+
+#include <nbx/gl/effect/texturingeffectgl.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/perspective.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
+#include <zmt/core/terrain/texture/terraintexturingeffect.h>
+
+using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::CORE::GRID::GridTerrainPainterGL;
+using ZMT::CORE::GRID::GridTerrainTile;
+using Point = NBX::Vector3Base<double>;
+
+namespace {
+
+constexpr unsigned s_side = 128; ///< of pictures, in pixels
+constexpr double s_lowest = 10.0, s_highest = 90.0;
+
+/// A number at random that is always the same for the same numbers.
+unsigned hash(unsigned a, unsigned b, unsigned c) {
+    unsigned h = a * 0x9E3779B1U ^ b * 0x85EBCA77U ^ c * 0xC2B2AE3DU;
+    h ^= h >> 15U;
+    h *= 0x2C1B3C6DU;
+    h ^= h >> 12U;
+    h *= 0x297A2D39U;
+    return h ^ (h >> 15U);
+}
+
+/// A root of 16 by 16 tiles of 32 cells. Differences of levels go up to 4, for which tiles of 32 cells have
+/// rows; where a part stands for the heights of a tile, there are no finer ones below it.
+MemoryGrid noisyGrid() {
+    MemoryGrid grid;
+    grid.level = 5;
+    grid.depth = 4;
+    grid.sample = [](unsigned depth, unsigned x, unsigned y) {
+        const double hill = 50.0 + 25.0 * std::sin(x / 61.0) * std::cos(y / 47.0);
+        return static_cast<std::uint16_t>(hill + hash(depth, x, y) % 1000 / 1000.0 * 30.0 - 15.0);
+    };
+    grid.kind = [](const MemoryGrid::Key & key) {
+        return hash(key.depth + 100, key.x, key.y) % 5 == 0 ? 1U : 2U;
+    };
+    return grid;
+}
+
+/// Wants tiles split here and there, by the place of their centre.
+class SplittingEffect : public ZMT::CORE::TerrainTexturingEffect {
+    NBX_TEMPLATE_CLASS(SplittingEffect, ZMT::CORE::TerrainTexturingEffect)
+public:
+    bool refine(const ZMT::CORE::GeometryPatch * patch, const NBX::ViewInfo *, unsigned, unsigned,
+                const Point &, double, bool) const override {
+        const NBX::Bounds box = patch->boundingBox();
+        const Point size = box.diagonal(), centre = box.center();
+        return std::max(size.x, size.z) > 8.0 &&
+               hash(seed, unsigned(centre.x * 4.0), unsigned(centre.z * 4.0)) % 3 == 0;
+    }
+    bool ignorePreviousEffects(const ZMT::CORE::GeometryPatch *, const NBX::ViewInfo *, unsigned, unsigned,
+                               const Point &, double, bool) const override {
+        return false;
+    }
+    NBX::SO<NBX::TexturingEffectGL> request(const ZMT::CORE::GeometryPatch *, NBX::EngineGL *,
+                                            const NBX::ViewInfo *, unsigned, unsigned, double, const Point &,
+                                            double, bool, bool, bool &) const override {
+        return nullptr;
+    }
+    unsigned seed = 0;
+};
+
+class WatertightTest : public GLFixture {
+protected:
+    void SetUp() override {
+        GLFixture::SetUp();
+        ASSERT_TRUE(canvas->setSize(s_side, s_side));
+        canvas->setRenderingMode(1);
+        canvas->setBackgroundColor(NBX::Color(1.0, 0.0, 1.0, 1.0));
+    }
+    void TearDown() override {
+        TerrainPainterGLSettings::setGeometryError(3.0);
+        TerrainPainterGLSettings::enableOcclusionQueries(true);
+        GLFixture::TearDown();
+    }
+
+    double number(double low, double high) { return std::uniform_real_distribution<>(low, high)(random); }
+    unsigned index(std::size_t size) {
+        return unsigned(std::uniform_int_distribution<std::size_t>(0, size - 1)(random));
+    }
+
+    /// Everything is forgotten but the root.
+    void newTerrain() {
+        terrain = new MemoryGridTerrain(noisyGrid());
+        cells = noisyGrid().cells();
+    }
+    void show() {
+        root->clear();
+        root->append(camera.get());
+        root->append(effect.get());
+        root->append(terrain.get());
+    }
+    void look(double elevationDegrees) {
+        const double elevation = elevationDegrees * M_PI / 180.0, azimuth = number(0.0, 2.0 * M_PI);
+        const double distance = std::exp(number(std::log(30.0), std::log(900.0)));
+        const Point target(number(0.2, 0.8) * cells, number(s_lowest, s_highest), number(0.2, 0.8) * cells);
+        const Point back(std::cos(elevation) * std::sin(azimuth), std::sin(elevation),
+                         std::cos(elevation) * std::cos(azimuth));
+        Point eye = target + back * distance;
+        eye.y = std::max(eye.y, s_highest + 5.0);
+        camera = new NBX::Camera(new NBX::LookAt(eye, target),
+                                 new NBX::Perspective(number(20.0, 70.0), 1.0, 4000.0));
+    }
+
+    bool isInside(const Point & p) const {
+        constexpr double margin = 1.0;
+        return p.x > margin && p.z > margin && p.x < cells - margin && p.z < cells - margin;
+    }
+    /// Whether the ray through a pixel comes to the height of the highest peak and to that of the deepest
+    /// valley above the terrain: between them it meets any surface without holes.
+    bool mustBeCovered(int x, int y) const {
+        const NBX::Ray ray = camera->rayThrough(x + 0.5, y + 0.5, s_side, s_side);
+        const Point from = ray.getOrigin(), direction = ray.getDirection();
+        if (direction.y >= 0.0) return false;
+        return isInside(from + direction * ((s_highest - from.y) / direction.y)) &&
+               isInside(from + direction * ((s_lowest - from.y) / direction.y));
+    }
+    struct Count {
+        unsigned holes = 0, covered = 0;
+    };
+    Count countHoles() const {
+        const NBX::SO<NBX::Image> picture = canvas->snapshot();
+        Count count;
+        for (int y = 0; y < int(s_side); ++y)
+            for (int x = 0; x < int(s_side); ++x) {
+                if (!mustBeCovered(x, y)) continue;
+                ++count.covered;
+                const auto color = pixel(picture, x, y);
+                count.holes += color[0] == 255 && color[1] == 0 && color[2] == 255;
+            }
+        return count;
+    }
+    void keepPicture(const std::string & name) const {
+        if (const char * folder = std::getenv("ZMT_KEEP_PICTURES"))
+            keep(std::string(folder) + "/" + name + ".ppm");
+    }
+    void keep(const std::string & path) const {
+        const NBX::SO<NBX::Image> picture = canvas->snapshot();
+        std::FILE * file = std::fopen(path.c_str(), "wb");
+        if (!file) return;
+        std::fprintf(file, "P6 %d %d 255\n", picture->width(), picture->height());
+        for (int y = picture->height(); y-- > 0;)
+            for (int x = 0; x < picture->width(); ++x) {
+                const auto color = pixel(picture, x, y);
+                for (unsigned i = 0; i < 3; ++i)
+                    std::fputc(color[i], file);
+            }
+        std::fclose(file);
+    }
+    /// Lets one block arrive.
+    void deliverOne() {
+        auto & waiting = terrain->state().waiting;
+        if (waiting.empty()) return;
+        const auto chosen = std::next(waiting.begin(), index(waiting.size()));
+        terrain->state().arrived.insert(chosen->first);
+        waiting.erase(chosen);
+    }
+
+    const unsigned seed = std::getenv("ZMT_TEST_SEED") ? unsigned(std::atoi(std::getenv("ZMT_TEST_SEED")))
+                                                       : std::random_device()();
+    std::mt19937 random{seed};
+    NBX::SO<SplittingEffect> effect{new SplittingEffect};
+    NBX::SO<NBX::Camera> camera;
+    NBX::SO<MemoryGridTerrain> terrain;
+    double cells = 0.0;
+};
+
+TEST_F(WatertightTest, NoHoleShowsWhileTilesArriveOneByOne) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    constexpr unsigned views = 200;
+    std::uint64_t covered = 0;
+    unsigned parts = 0, failures = 0;
+    int finest = 256, coarsest = -256;
+    for (unsigned view = 0; view < views && failures < 3; ++view) {
+        if (view % 20 == 0) newTerrain();
+        effect->seed = unsigned(random());
+        look(number(5.0, 85.0));
+        show();
+        TerrainPainterGLSettings::setGeometryError(number(1.0, 12.0));
+        TerrainPainterGLSettings::enableOcclusionQueries(view % 2 == 0);
+        for (unsigned frame = 0; frame < 8; ++frame) {
+            GridTerrainPainterGL::resetStatistics();
+            canvas->redisplay();
+            const Count count = countHoles();
+            covered += count.covered;
+            EXPECT_EQ(count.holes, 0U) << "view " << view << ", frame " << frame;
+            if (count.holes > 0) {
+                keepPicture("hole" + std::to_string(view) + "_" + std::to_string(frame));
+                ++failures;
+                break;
+            }
+            const auto & statistics = GridTerrainPainterGL::statistics();
+            finest = std::min(finest, statistics.minLevel);
+            coarsest = std::max(coarsest, statistics.maxLevel);
+            parts += statistics.minLevel < 0;
+            for (unsigned i = 0; i < (frame < 5 ? 1U : 30U); ++i)
+                deliverOne();
+        }
+    }
+    // The views have seen what they are about.
+    EXPECT_GT(covered, 1000000U);
+    EXPECT_LT(finest, 0);
+    EXPECT_EQ(coarsest, 4);
+    EXPECT_GT(parts, 0U);
+}
+
+} // namespace
