@@ -12,6 +12,9 @@
 #include "landscape/terraininput.h"
 
 #include <nbx/object/progress.h>
+#include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/histogram.h>

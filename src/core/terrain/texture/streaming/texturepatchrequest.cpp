@@ -82,9 +82,21 @@ NBX::SO<NBX::TextureGL> TexturePatchRequest::ensureTexture(bool force) {
         TextureTransfers::countUpload();
         texture = newTexture(*image);
         texture_ = texture;
+        sceneOrigin_ = GeoTransformation::nbx2geoOffset();
     }
+    followSceneOrigin(*texture);
     NBX::GraphicsMemoryManager::instance()->use(texture.get(), textureSize_);
     return texture;
+}
+
+/// Textures may be made before the scene has its origin.
+void TexturePatchRequest::followSceneOrigin(NBX::TextureGL & texture) {
+    const Point origin = GeoTransformation::nbx2geoOffset();
+    if (origin == sceneOrigin_) return;
+    const Point shift = origin - sceneOrigin_;
+    texture.setMatrix(texture.getMatrix() *
+                      NBX::Matrix4x4Base<double>::translation({shift.x, shift.z, 0.0}));
+    sceneOrigin_ = origin;
 }
 
 void TexturePatchRequest::load(double priority, bool force) {
