@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <initializer_list>
 #include <limits>
@@ -35,11 +36,14 @@ public:
         calls.unlink = [](const char * path) { return ++s_->unlinks, s_->before_.unlink(path); };
         calls.close = [](int file) { return ++s_->closes, s_->before_.close(file); };
         calls.allocate = [](std::size_t bytes) -> void * {
+            if (s_->allocateError == 0) s_->allocated += static_cast<std::int64_t>(bytes);
             if (s_->allocateError == 0) return s_->before_.allocate(bytes);
             errno = s_->allocateError;
             return nullptr;
         };
         calls.release = [](void * pages, std::size_t bytes) {
+            ++s_->releases;
+            s_->allocated -= static_cast<std::int64_t>(bytes);
             const int result = s_->before_.release(pages, bytes);
             return s_->releaseError == 0 ? result : failed(s_->releaseError);
         };
@@ -103,7 +107,9 @@ public:
     int interruptedSubmits = 0, ringInitError = 0;
     /// Reads that the system has, or has had, and those that have ended.
     std::atomic<int> begun{0}, reads{0};
-    std::atomic<int> submits{0}, closes{0}, unlinks{0}, opens{0};
+    /// Bytes of memory that are taken.
+    std::atomic<std::int64_t> allocated{0};
+    std::atomic<int> releases{0}, submits{0}, closes{0}, unlinks{0}, opens{0};
     /// How far the clock is ahead of the system's.
     std::atomic<double> laterSeconds{0.0};
 

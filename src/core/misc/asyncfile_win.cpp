@@ -20,6 +20,7 @@
 #include <nbx/object/stringutils.h>
 
 #include "filecalls.h"
+#include "pagestore.h"
 #include "readengine.h"
 #include "waitlimit.h"
 
@@ -35,12 +36,12 @@ constexpr std::uint64_t s_block = FileRead::s_block;
 /// How long a blocking call sleeps before it looks again.
 constexpr double s_sleepSeconds = 0.01;
 
-/// Whole pages of memory of their own, zeroed at first.
+/// Whole pages of memory of their own.
 class VirtualAllocDataResource : public NBX::DataResource {
     NBX_TEMPLATE_CLASS(VirtualAllocDataResource, NBX::DataResource)
 public:
     explicit VirtualAllocDataResource(unsigned size)
-        : m_buffer(size > 0 ? fileCalls().allocate(size) : nullptr), size_(size) {
+        : m_buffer(size > 0 ? PageStore::take(size) : nullptr), size_(size) {
         if (size_ == 0) return;
         NBX_CHECK(m_buffer,
                   L"VirtualAlloc() failed for " << size_ << L" bytes: " << NBX::ErrorHandler::getLastError());
@@ -48,7 +49,7 @@ public:
     }
     ~VirtualAllocDataResource() override {
         if (!m_buffer) return;
-        const bool success = fileCalls().release(m_buffer, size_) == 0;
+        const bool success = PageStore::give(m_buffer, size_);
         NBX_CHECK(success,
                   L"VirtualFree() failed for " << size_ << L" bytes: " << NBX::ErrorHandler::getLastError());
     }
@@ -208,6 +209,16 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::start() {
     return state_;
 }
 
+/// Of the last block the disk may have sent more than the file has, and small blocks of memory may hold
+/// anything behind it; in large ones the pages behind it were never touched.
+void AsyncFile_Win::Request_Win::clearBehind(std::uint64_t available) {
+    const std::uint64_t size = buffer_->size();
+    if (available >= size) return;
+    const std::uint64_t end =
+        size > PageStore::s_largestKept ? std::min(size, available / s_block * s_block + s_block) : size;
+    std::memset(static_cast<char *>(buffer_->pointer()) + available, 0, end - available);
+}
+
 /// The read is no longer owed: what the system gave decides.
 void AsyncFile_Win::Request_Win::finish() {
     const std::uint64_t got = read_->got();
@@ -224,11 +235,7 @@ void AsyncFile_Win::Request_Win::finish() {
         fail(L"the file was cut");
         return;
     }
-    const std::uint64_t available = fileSize > alignedOffset_ ? fileSize - alignedOffset_ : 0;
-    // Of the last block the disk may have sent more than the file has.
-    if (available < buffer_->size())
-        std::memset(static_cast<char *>(buffer_->pointer()) + available, 0,
-                    std::min(s_block - available % s_block, buffer_->size() - available));
+    clearBehind(fileSize > alignedOffset_ ? fileSize - alignedOffset_ : 0);
     transferred_ = static_cast<std::int64_t>(size_);
     state_ = RS_Ready;
 }
@@ -240,10 +247,9 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::state() {
             update();
         } else {
             ReadEngine::instance().poll();
-            if (!read_->isOwed()) {
-                finish();
-                update();
-            }
+            if (!read_->isOwed()) finish();
+            // Whichever has ended makes room, also while this one is waited for.
+            if (FileRead::countOwed() < schedule().active.size()) update();
         }
     }
     return state_;

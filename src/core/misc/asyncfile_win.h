@@ -85,6 +85,7 @@ private:
     bool dequeue();
     RequestState fail(const std::wstring & error);
     void finish();
+    void clearBehind(std::uint64_t available);
 
     NBX::WO<AsyncFile_Win> file_;
     std::uint64_t offset_, size_;

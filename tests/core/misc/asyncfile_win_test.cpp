@@ -16,6 +16,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <core/misc/pagestore.h>
 #include <core/misc/readengine.h>
 #include <nbx/data/file.h>
 #include <nbx/object/stringutils.h>
@@ -28,6 +29,7 @@ using NBX::SO;
 using ZMT::CORE::AsyncFile;
 using ZMT::CORE::IMPL::AsyncFile_Win;
 using ZMT::CORE::IMPL::FileRead;
+using ZMT::CORE::IMPL::PageStore;
 using ZMT::CORE::IMPL::ReadEngine;
 using Request = AsyncFile::Request;
 using Request_Win = AsyncFile_Win::Request_Win;
@@ -736,6 +738,7 @@ TEST_P(AsyncFileWinTest, AClosedFileIsGivenBackToTheSystem) {
 }
 
 TEST_P(AsyncFileWinTest, WithoutMemoryARequestFails) {
+    PageStore::clear();
     ScriptedFileCalls calls;
     const SO<AsyncFile_Win> file = openedWith(noise(20000));
     calls.allocateError = ENOMEM;
@@ -753,13 +756,13 @@ TEST_P(AsyncFileWinTest, WithoutMemoryARequestFails) {
 TEST_P(AsyncFileWinTest, MemoryThatIsNotTakenBackIsReported) {
     ScriptedFileCalls calls;
     const SO<AsyncFile_Win> file = openedWith(noise(20000));
-    SO<Request> request = file->request(5000, 5000, 1.0);
+    SO<Request> request = file->request(5000, 2 << 20, 1.0);
     EXPECT_TRUE(request->wait());
     EXPECT_TRUE(file->remove(request));
     calls.releaseError = EINVAL;
     request = nullptr;
     EXPECT_EQ(reports_.size(), 1U);
-    EXPECT_EQ(reports_.count(0, L"success", L"VirtualFree() failed for 8192 bytes: " + textOf(EINVAL)), 1U)
+    EXPECT_EQ(reports_.count(0, L"success", L"VirtualFree() failed for 2101248 bytes: " + textOf(EINVAL)), 1U)
         << reports_;
 }
 
