@@ -35,7 +35,7 @@ endif()
 if(apps IN_LIST ZMT_LAYERS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
-  # Only the window needs it.
+  # Only the window needs these.
   find_package(Qt6 6.4 QUIET COMPONENTS Widgets OpenGLWidgets OPTIONAL_COMPONENTS Test)
 endif()
 

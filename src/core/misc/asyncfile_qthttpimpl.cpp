@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <set>
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/nbxtime.h>
@@ -180,16 +181,20 @@ AsyncFile_QtHttpImpl::RequestPointer AsyncFile_QtHttpImpl::release(HttpClient & 
 }
 
 void AsyncFile_QtHttpImpl::succeeded(const HttpClient & client) {
-    AsyncFileManager::instance().backoff().succeeded(client.target().server(), client.startTime());
+    for (const std::string & place : {client.target().server(), server()})
+        AsyncFileManager::instance().backoff().succeeded(place, client.startTime());
     target_ = client.target();
 }
 
+/// Both are left alone: the server that failed, and the one that leads to it, where the next transfer begins.
 void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring & error) {
-    AsyncFileManager::instance().backoff().failed(client.target().server(), client.startTime(),
-                                                  NBX::NBXTime::now(),
-                                                  retryAfter(client.head(), secondsSince1970()), error);
     // The goal of a redirect may be good for a while only.
     if (client.head().status >= 400 && client.head().status < 500) target_ = origin_;
+    const std::string goal = client.target().server();
+    const double pause = retryAfter(client.head(), secondsSince1970());
+    for (const std::string & place : std::set<std::string>{goal, server()})
+        AsyncFileManager::instance().backoff().failed(place, client.startTime(), NBX::NBXTime::now(), pause,
+                                                      error);
 }
 
 std::vector<AsyncFile_QtHttpImpl::RequestPointer>::const_iterator AsyncFile_QtHttpImpl::first() const {

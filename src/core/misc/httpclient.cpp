@@ -21,6 +21,7 @@ namespace {
 constexpr qint64 s_readBufferSize = 64 * 1024;
 
 QByteArray authorizationFor(const QUrl & url) {
+    if (url.host().isEmpty()) return {};
     QByteArray login;
     if (!url.userName().isEmpty()) {
         login = (url.userName(QUrl::FullyDecoded) + ":" + url.password(QUrl::FullyDecoded)).toUtf8();
@@ -90,6 +91,7 @@ void HttpClient::send() {
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     request.setRawHeader("Range", range_);
     request.setRawHeader("Accept-Encoding", "identity");
+    request.setRawHeader("User-Agent", "zmt");
     if (!target_.authorization.isEmpty()) request.setRawHeader("Authorization", target_.authorization);
     reply_ = AsyncFileManager::instance().network()->get(request);
     reply_->setReadBufferSize(s_readBufferSize);

@@ -1,5 +1,8 @@
 #include "core/misc/asyncfile_qthttp.h"
 
+#include <chrono>
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include <nbx/engine/canvas.h>
@@ -349,6 +352,19 @@ TEST_F(AsyncFile_QtHttpTest, FileThatChangesOnTheServerFailsUntilItIsBack) {
     const auto beyond = file->request(50000, 10, 1.0);
     EXPECT_FALSE(beyond->wait());
     EXPECT_EQ(beyond->errorText(), L"server '127.0.0.1' answered 416 Range Not Satisfiable");
+}
+
+TEST_F(AsyncFile_QtHttpTest, EventLoopThatIsHeldUpIsNoSilenceOfTheServer) {
+    httpTimes().silenceMilliseconds = 100;
+    const auto file = open();
+    for (int i = 0; i < 20; ++i) {
+        // More than is received without the event loop.
+        const auto request = file->request(0, 100000, 1.0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        ASSERT_TRUE(runUntilDone(*request));
+        EXPECT_EQ(request->state(), AsyncFile::RS_Ready) << narrow(request->errorText());
+        file->remove(request);
+    }
 }
 
 TEST_F(AsyncFile_QtHttpTest, SteadyDripIsNoSilence) {

@@ -233,6 +233,28 @@ TEST_F(AsyncFileManagerTest, FailingServerIsNotStormedAndRecoveryIsComplete) {
     EXPECT_TRUE(runUntil(isComplete, 2.0));
 }
 
+TEST_F(AsyncFileManagerTest, ServerThatLeadsToAFailingOneIsNotStormedEither) {
+    ScriptedHttpServer goal;
+    const std::wstring place = goal.url("/f");
+    goal.setFile("/f", bytes_);
+    server_.always({.status = 302,
+                    .reason = "Found",
+                    .lines = {"Location: " + std::string(place.begin(), place.end())}});
+    std::wstring problem;
+    const auto file = openHttpFile(server_.url("/f"), problem);
+    ASSERT_TRUE(file);
+    server_.resetCounts();
+    goal.always({.status = 403, .reason = "Expired"});
+    const double end = NBX::NBXTime::now() + 0.5;
+    while (NBX::NBXTime::now() < end)
+        EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    // At 0, 20, 60, 140, 300 and 500 ms; the first one goes to the goal itself.
+    EXPECT_GE(server_.requests(), 3u);
+    EXPECT_LE(server_.requests(), 6u);
+    goal.always({});
+    EXPECT_TRUE(file->request(0, 10, 1.0)->wait());
+}
+
 TEST_F(AsyncFileManagerTest, FilesLiveOnWhenTheApplicationObjectIsReplaced) {
     const auto file = open(server_);
     server_.setHeld(true);
