@@ -26,6 +26,7 @@ public:
     unsigned borderLODs() const override { return place_.tileLevel; }
     unsigned borderLODValues(unsigned k) const override;
     std::uint16_t borderValue(unsigned border, unsigned k, unsigned i) const override;
+    const std::uint16_t * samples() const override { return samples_; }
 
     /// Some sample is 0.
     bool hasUndefValues() const;

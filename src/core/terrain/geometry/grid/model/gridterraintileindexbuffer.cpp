@@ -26,12 +26,13 @@ std::uint32_t trianglesBefore(unsigned i, unsigned step) {
 NBX_CLASS_IMPL(GridTerrainTileIndexBuffer, NBX::SharedObj)
 
 GridTerrainTileIndexBuffer::GridTerrainTileIndexBuffer(unsigned level) {
-    NBX_CHECK_RANGE(1U, level, maxLevel + 1);
-    if (level < 1 || level > maxLevel) return;
+    NBX_CHECK(level <= maxLevel, L"range error: [0, " << maxLevel + 1 << L"), " << level);
+    if (level > maxLevel) return;
     cells_ = 1U << level;
     appendCells(0, 0, cells_);
     tileIndices_ = {IndexRange::triangles, 0, static_cast<std::uint32_t>(indices_.size())};
-    for (unsigned border = 0; border < s_borders; ++border)
+    // A single cell has no tables.
+    for (unsigned border = 0; level > 0 && border < s_borders; ++border)
         appendBorder(border);
 }
 

@@ -30,7 +30,7 @@ class GridTerrainTileIndexBuffer : public NBX::SharedObj {
 public:
     static constexpr unsigned maxLevel = 7; ///< since indices have 16 bits
 
-    /// For tiles of 2^`level` cells along a side, 1 to `maxLevel`. Another level is reported, and gives a
+    /// For tiles of 2^`level` cells along a side, 0 to `maxLevel`. Another level is reported, and gives a
     /// buffer without indices.
     explicit GridTerrainTileIndexBuffer(unsigned level);
     ~GridTerrainTileIndexBuffer() override;
