@@ -93,9 +93,9 @@ NBX::SO<NBX::TextureGL> AsyncQuadtreeTerrainTexture_Impl::find(TexturePatchReque
     NBX::SO<TexturePatchRequest> child = node.childWith(search.box);
     if (!child) {
         prefetchChildren(node, error, search);
-        if (!texture) search.incomplete = true;
-        // By force they are there, and may tell where they lie for the first time.
-        child = search.force ? node.childWith(search.box) : nullptr;
+        // One that came in this call tells for the first time where it lies.
+        child = node.childWith(search.box);
+        if (!child && !texture) search.incomplete = true;
         if (!child) return texture;
     }
     const double known = child->lastError(search.viewInfo, search.eye);

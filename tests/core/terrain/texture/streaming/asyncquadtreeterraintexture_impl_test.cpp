@@ -230,8 +230,6 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, UntilItIsThereTheNearestAncestorShow
     EXPECT_TRUE(incomplete);
     EXPECT_EQ(held->known.size(), 4U);
     held->setState(tree.child(1).ref.offset, AsyncFile::RS_Ready);
-    EXPECT_EQ(request(*grandchild, 0.0), ofRoot);
-    EXPECT_TRUE(incomplete);
     const SO<TextureGL> ofChild = request(*grandchild, 0.0);
     EXPECT_NE(ofChild, ofRoot);
     EXPECT_TRUE(incomplete) << "what has come need not be the finest";
@@ -248,7 +246,6 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, TilesAreWantedByTheSquareOfTheirTexe
     EXPECT_NEAR(held->known[1]->priority(), 3.0 * 256.0 / 4.0, 1e-9) << "with the square of the nearness";
     requestUntilComplete(*grandchild, 8.0);
     request(*grandchild, 0.0, 3.0);
-    ASSERT_EQ(held->known.size(), 4U);
     HeldFile::HeldRequest * const request = held->find(tree.child(1).child(2).ref.offset);
     ASSERT_TRUE(request);
     EXPECT_NEAR(request->priority(), 3.0 * 64.0 / 4.0, 1e-9);
