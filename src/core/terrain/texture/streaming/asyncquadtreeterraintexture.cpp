@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include <nbx/data/atomicfilewriter.h>
@@ -120,6 +121,15 @@ NBX::SO<TerrainTexture> AsyncQuadtreeTerrainTexture::load(const NBX::SO<AsyncFil
     StreamingTextureFormat::scramble(&header, sizeof header, key);
     if (!header.isSound(file->size() - offset)) return nullptr;
     return new AsyncQuadtreeTerrainTexture_Impl({file, offset, header.dataSize, key}, header.root);
+}
+
+std::vector<AsyncQuadtreeTerrainTexture::ReadFailure> AsyncQuadtreeTerrainTexture::readFailures() {
+    std::vector<ReadFailure> result;
+    for (const TexturePatchRequest * node : TexturePatchRequest::failed())
+        result.push_back({node->stream().file->url(), node->stream().offset + node->tileRef().offset,
+                          node->tileRef().storedSize, node->failure(),
+                          std::max(0.0, node->retryTime() - TextureTransfers::now())});
+    return result;
 }
 
 void AsyncQuadtreeTerrainTexture::beginFrame(const TerrainPainterFrameManager::Info &) {

@@ -56,6 +56,14 @@ NBX::SO<NBX::TextureGL> newTexture(const RASTER::GeoImage & image) {
     return texture;
 }
 
+using Nodes = std::set<const TexturePatchRequest *>;
+
+Nodes & failedNodes() {
+    // Never destroyed: textures may go while libraries unload.
+    static Nodes & instance = *new Nodes;
+    return instance;
+}
+
 } // namespace
 
 TexturePatchRequest::TexturePatchRequest(const TextureStream & stream, const TileRef & ref, unsigned level)
@@ -63,6 +71,7 @@ TexturePatchRequest::TexturePatchRequest(const TextureStream & stream, const Til
 
 TexturePatchRequest::~TexturePatchRequest() {
     dropRequest();
+    failedNodes().erase(this);
 }
 
 NBX::SO<NBX::TextureGL> TexturePatchRequest::get(double priority, bool force) {
@@ -122,16 +131,16 @@ void TexturePatchRequest::startLoad(double priority, bool force) {
     if (request_)
         TextureTransfers::want(request_);
     else
-        fail();
+        fail(L"the file is not open");
 }
 
 void TexturePatchRequest::takeLoaded(bool force) {
     switch (request_->state()) {
     case AsyncFile::RS_Ready:
-        if (TextureTransfers::mayUpload(force) && !finishLoad()) fail();
+        if (TextureTransfers::mayUpload(force) && !finishLoad()) fail(L"the block is damaged");
         break;
     case AsyncFile::RS_Failed:
-        fail();
+        fail(request_->errorText());
         break;
     default:
         break;
@@ -168,7 +177,7 @@ bool TexturePatchRequest::takeBlock(const NBX::SO<NBX::DataResource> & block) {
 
     const NBX::SO<RASTER::GeoImage> image = RASTER::GeoImage::fromOrigin(
         picture.get(), header.image.minX, header.image.minY, header.pixelSizeX(), header.pixelSizeY());
-    failures_ = 0;
+    succeed();
     imageAgainAt_ = TextureTransfers::now() + s_imagePause;
     pixelSizeX_ = header.pixelSizeX();
     pixelSizeY_ = header.pixelSizeY();
@@ -192,11 +201,23 @@ void TexturePatchRequest::makeChildren(const TileHeader & header) {
             children_[i] = new TexturePatchRequest(stream_, header.children[i], level_ + 1);
 }
 
-void TexturePatchRequest::fail() {
+void TexturePatchRequest::fail(const std::wstring & reason) {
     dropRequest();
     const double pause = std::min(s_longestPause, std::ldexp(s_firstPause, static_cast<int>(failures_)));
     failures_ = std::min(failures_ + 1, 16U);
     askAgainAt_ = TextureTransfers::now() + pause;
+    failure_ = reason;
+    failedNodes().insert(this);
+}
+
+void TexturePatchRequest::succeed() {
+    failures_ = 0;
+    failure_.clear();
+    failedNodes().erase(this);
+}
+
+const std::set<const TexturePatchRequest *> & TexturePatchRequest::failed() {
+    return failedNodes();
 }
 
 void TexturePatchRequest::dropRequest() {

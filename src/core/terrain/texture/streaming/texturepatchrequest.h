@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <set>
+#include <string>
 
 #include <nbx/gl/texture/texturegl.h>
 #include <nbx/math/bounds.h>
@@ -63,6 +65,14 @@ public:
     bool hasChildren() const;
     /// The first child that contains `box`, or null.
     NBX::SO<TexturePatchRequest> childWith(const NBX::Bounds & box) const;
+    /// The nodes of all textures whose last read failed.
+    static const std::set<const TexturePatchRequest *> & failed();
+    /// Why that was, and when it may be asked for again, by `TextureTransfers::now`.
+    const std::wstring & failure() const { return failure_; }
+    double retryTime() const { return askAgainAt_; }
+    const TextureStream & stream() const { return stream_; }
+    const TileRef & tileRef() const { return ref_; }
+
     bool hasImage() const { return bool(image_); }
     bool hasTexture() const { return bool(texture_); }
 
@@ -75,7 +85,8 @@ private:
     bool finishLoad();
     bool takeBlock(const NBX::SO<NBX::DataResource> & block);
     void makeChildren(const StreamingTextureFormat::TileHeader & header);
-    void fail();
+    void fail(const std::wstring & reason);
+    void succeed();
     void dropRequest();
     NBX::SO<NBX::DataResource> plainData(const NBX::SO<NBX::DataResource> & stored) const;
 
@@ -85,6 +96,7 @@ private:
 
     NBX::SO<AsyncFile::Request> request_; ///< under way, or null
     unsigned failures_ = 0;               ///< since the last success
+    std::wstring failure_;                ///< the last one
     double askAgainAt_ = 0.0;             ///< after a failure; in seconds of `TextureTransfers::now`
     double imageAgainAt_ = 0.0;           ///< for the sake of the image alone
     NBX::WO<RASTER::GeoImage> image_;

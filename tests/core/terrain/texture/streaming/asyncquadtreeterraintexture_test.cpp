@@ -1,5 +1,6 @@
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -13,6 +14,7 @@
 
 #include "core/terrain/texture/streaming/asyncquadtreeterraintexture_impl.h"
 #include <nbx/object/stringutils.h>
+#include <zmt/core/misc/thread.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/raster/geoimage.h>
 
@@ -123,6 +125,14 @@ void expectTree(const Tile & tile, const TiledGeoImagePyramid & pyramid, const F
     EXPECT_FALSE(level == 0 && parentLevel == 0) << "nothing can be gained";
     EXPECT_LE(std::max(tile.width, tile.height), tileSize);
     expectPixels(tile, pyramid, unsigned(level));
+    // The pixels that the patch and 2 % on each side touch, and no other ones.
+    const auto rect =
+        pyramid.overview(unsigned(level))->pixelRect(low.x - dx, low.z - dy, high.x + dx, high.z + dy);
+    const SO<TiledGeoImage> overview = pyramid.overview(unsigned(level));
+    EXPECT_EQ(tile.width, rect.width);
+    EXPECT_EQ(tile.height, rect.height);
+    EXPECT_NEAR(tile.image[0], overview->minX() + (double(rect.x) + 0.5) * overview->pixelSizeX(), 1e-9);
+    EXPECT_NEAR(tile.image[1], overview->minY() + (double(rect.y) + 0.5) * overview->pixelSizeY(), 1e-9);
     for (unsigned i = 0; i < 4; ++i) {
         EXPECT_EQ(tile.hasChild(i), patch.children() > i && level > 0) << i;
         if (!tile.hasChild(i)) continue;
@@ -391,6 +401,52 @@ public:
 private:
     NBX::ProgressDisplay * before_;
 };
+
+/// Notes all values; the clock of a progress lets few of them through.
+class WatchingDisplay : public NBX::ProgressDisplay {
+public:
+    WatchingDisplay() : before_(NBX::Progress::setDisplay(this)) {}
+    ~WatchingDisplay() override { NBX::Progress::setDisplay(before_); }
+    void begin(const NBX::Progress &) override {}
+    bool update(const NBX::Progress & progress) override {
+        values.push_back(progress.currentValue());
+        return true;
+    }
+    void end(const NBX::Progress & progress) override { isFinished = progress.isFinished(); }
+
+    std::vector<double> values;
+    bool isFinished = false;
+
+private:
+    NBX::ProgressDisplay * before_;
+};
+
+/// Takes its time with every image.
+class SlowPyramid : public FakePyramid {
+    NBX_TEMPLATE_CLASS(SlowPyramid, FakePyramid)
+public:
+    SlowPyramid() : FakePyramid(1, 1) {}
+    unsigned overviews() const override { return image_->overviews(); }
+    SO<TiledGeoImage> overview(unsigned index) const override {
+        Thread::sleep(0.01);
+        return image_->overview(index);
+    }
+
+private:
+    const SO<TiledGeoImagePyramid> image_ = OblongSource::pyramid();
+};
+
+TEST_F(AsyncQuadtreeTerrainTextureTest, TheProgressGoesFromPatchToPatch) {
+    WatchingDisplay display;
+    const SO<TiledGeoImagePyramid> slow(new SlowPyramid);
+    write(OblongSource::patches(2), slow);
+    EXPECT_TRUE(display.isFinished);
+    ASSERT_GE(display.values.size(), 3U);
+    EXPECT_TRUE(std::is_sorted(display.values.begin(), display.values.end()));
+    EXPECT_GE(display.values.front(), 0.0);
+    EXPECT_GT(display.values.back(), 0.5);
+    EXPECT_LE(display.values.back(), 1.0);
+}
 
 TEST_F(AsyncQuadtreeTerrainTextureTest, CancelledAStreamStaysAsItIsAndNobodyReadsIt) {
     LateCancelingDisplay display;

@@ -12,6 +12,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
 #include "../fakepyramid.h"
 #include "heldfile.h"
@@ -301,6 +302,37 @@ TEST_F(TexturePatchRequestTest, AFailureIsRepeatedAfterOneSecondAndThenTwiceAsMu
     EXPECT_TRUE(getLoaded()) << "a success ends the row";
 }
 
+TEST_F(TexturePatchRequestTest, FailuresAreKnownUntilTheyHeal) {
+    using Texture = AsyncQuadtreeTerrainTexture;
+    EXPECT_TRUE(Texture::readFailures().empty());
+    get();
+    held->setStates(AsyncFile::RS_Failed);
+    get();
+    nextFrame(0.25);
+    ASSERT_EQ(Texture::readFailures().size(), 1U);
+    EXPECT_EQ(Texture::readFailures()[0].offset, root.offset);
+    EXPECT_EQ(Texture::readFailures()[0].size, root.storedSize);
+    EXPECT_EQ(Texture::readFailures()[0].reason, L"held");
+    EXPECT_EQ(Texture::readFailures()[0].secondsToRetry, 0.75);
+    nextFrame(5.0);
+    EXPECT_EQ(Texture::readFailures()[0].secondsToRetry, 0.0);
+    held->bytes[root.offset + 40] ^= 0xff;
+    getLoaded();
+    ASSERT_EQ(Texture::readFailures().size(), 1U);
+    EXPECT_EQ(Texture::readFailures()[0].reason, L"the block is damaged");
+    held->bytes[root.offset + 40] ^= 0xff;
+    nextFrame(5.0);
+    EXPECT_TRUE(getLoaded());
+    EXPECT_TRUE(Texture::readFailures().empty());
+    clearManagers();
+    get();
+    held->setStates(AsyncFile::RS_Failed);
+    get();
+    EXPECT_EQ(Texture::readFailures().size(), 1U);
+    node = nullptr;
+    EXPECT_TRUE(Texture::readFailures().empty()) << "with the texture they go";
+}
+
 TEST_F(TexturePatchRequestTest, AFailureThatIsSeenLateCountsAsOne) {
     get();
     held->setStates(AsyncFile::RS_Failed);
@@ -402,7 +434,8 @@ TEST_F(TexturePatchRequestTest, ALevelThatNoTreeHasGetsNoChildren) {
     }
 }
 
-/// Files that were made to do harm.
+// Files that were made to do harm.
+
 TEST_F(TexturePatchRequestTest, ATreeThatComesBackToItselfFails) {
     StreamingTextureFile::Encoder encoder;
     const Ref itself{256, 256 + 16, 256 + 16};

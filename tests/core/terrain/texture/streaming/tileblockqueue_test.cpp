@@ -179,11 +179,34 @@ TEST_F(TileBlockQueueTest, FewTilesAreInMemoryAtOnce) {
 }
 
 TEST_F(TileBlockQueueTest, WhatFailsInAThreadIsThrownToTheCaller) {
+    const auto fail = [this] {
+        TileBlockQueue queue(newFile(), 0, 0, 2);
+        const auto child = queue.add([] { return block(300, 1); }, {});
+        queue.add([]() -> TileBlockQueue::Block { throw std::runtime_error("no memory"); }, {child});
+        queue.finish();
+    };
+    EXPECT_THROW(fail(), std::runtime_error);
+}
+
+TEST_F(TileBlockQueueTest, DeflatesAtTheNinthLevel) {
+    // Repetitions of many lengths, at many distances, with a change here and there.
+    auto raw = block(60000, -7);
+    std::mt19937 random{11};
+    for (std::size_t i = 500; i < raw.size();) {
+        const std::size_t from = 160 + random() % (i - 200), length = 3 + random() % 30;
+        for (std::size_t k = 0; k < length && i < raw.size(); ++k, ++i)
+            raw[i] = raw[from + k % 40];
+        if (i < raw.size()) raw[i++] = std::uint8_t(random());
+    }
     const SO<NBX::File> file = newFile();
-    TileBlockQueue queue(file, 0, 0, 2);
-    const auto child = queue.add([] { return block(300, 1); }, {});
-    queue.add([]() -> TileBlockQueue::Block { throw std::runtime_error("no memory"); }, {child});
-    EXPECT_THROW(queue.finish(), std::runtime_error);
+    TileBlockQueue queue(file, 0, 0, 1);
+    const auto tile = queue.add([&] { return raw; }, {});
+    queue.finish();
+    const auto size = [&](unsigned level) {
+        return NBX::ZLibFilter::compress(raw.data(), static_cast<unsigned>(raw.size()), level)->size();
+    };
+    ASSERT_NE(size(9), size(8)) << "levels are told apart";
+    EXPECT_EQ(TileBlockQueue::refOf(tile).storedSize, size(9));
 }
 
 TEST_F(TileBlockQueueTest, MayEndAtAnyTime) {

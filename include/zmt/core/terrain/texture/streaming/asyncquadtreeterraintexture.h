@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
@@ -49,6 +50,14 @@ class AsyncQuadtreeTerrainTexture {
 public:
     AsyncQuadtreeTerrainTexture() = delete;
 
+    /// A tile that could not be read.
+    struct ReadFailure {
+        std::wstring url;           ///< of the file; empty for bytes in memory
+        std::uint64_t offset, size; ///< of its block in the file
+        std::wstring reason;
+        double secondsToRetry; ///< until it may be asked for again; 0 when that is now
+    };
+
     /// Writes the file `path` with a tile of at most `tileSize` pixels along each side for every patch of the
     /// tree below `root`, down to the finest level of `pyramid`. Patches are in scene coordinates, the
     /// pyramid in map coordinates. The coarsest level of the pyramid has to fit a tile where the root lies:
@@ -87,6 +96,10 @@ public:
     /// painted.
     static NBX::SO<TerrainTexture> load(const NBX::SO<AsyncFile> & file, std::uint64_t offset,
                                         std::uint64_t key);
+
+    /// The tiles of all textures whose last read failed. A tile that is wanted is asked for again after 1 s,
+    /// and after twice the time before each time it fails, up to 60 s.
+    static std::vector<ReadFailure> readFailures();
 
     /// Called when the painting of a terrain begins and ends.
     static void beginFrame(const TerrainPainterFrameManager::Info & info);
