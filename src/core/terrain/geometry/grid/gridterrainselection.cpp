@@ -34,6 +34,37 @@ NBX::Bounds withDraped(const NBX::Bounds & box, const std::vector<NBX::Bounds> &
     return result;
 }
 
+constexpr bool isAlongY(GridTerrainTile::NeighborIndex index) {
+    return index == GridTerrainTile::NI_LowY || index == GridTerrainTile::NI_HighY;
+}
+
+constexpr bool isHigh(GridTerrainTile::NeighborIndex index) {
+    return index == GridTerrainTile::NI_HighX || index == GridTerrainTile::NI_HighY;
+}
+
+/// The bit of a child's number that says on which side of a parent it lies.
+constexpr unsigned halfBit(GridTerrainTile::NeighborIndex index) {
+    return isAlongY(index) ? 2 : 1;
+}
+
+/// Whether `tile` lies at that border of the tile whose heights it shows.
+bool reachesBorder(const NBX::SO<GridTerrainTile> & tile, GridTerrainTile::NeighborIndex index) {
+    if (tile->level() == tile->detailLevel()) return true;
+    const NBX::SO<GridTerrainTile> parent = tile->parent();
+    if (!parent) return true;
+    const bool isInHighHalf = (parent->childIndex(tile) & halfBit(index)) != 0;
+    return isInHighHalf == isHigh(index) && reachesBorder(parent, index);
+}
+
+/// With what closes the borders of the tile, or of tiles below it, towards coarser ones outside.
+NBX::Bounds withBorders(const NBX::SO<GridTerrainTile> & tile) {
+    NBX::Bounds box = tile->gridBoundingBox();
+    const NBX::SO<GridTerrainTileVertexBuffer> vertices = tile->vertexBuffer();
+    for (const auto index : s_neighbors)
+        if (vertices && reachesBorder(tile, index)) box += vertices->borderBox(index);
+    return box;
+}
+
 bool isReady(GridTerrainTile & tile) {
     return tile.tileData() && tile.vertexBuffer();
 }
@@ -56,7 +87,11 @@ void GridTerrainSelection::select(const Tile & tile, int clip) {
     if (clip != s_inside)
         clip = frame_.viewInfo->cull(withDraped(tile->gridBoundingBox(), frame_.drapedBoxes));
     if (clip == s_outside) {
-        tile->frameState(GridTerrainTile::FS_Culled);
+        // Its borders may be in view all the same, whatever level closes them.
+        if (frame_.viewInfo->cull(withBorders(tile)) != s_outside)
+            choose(tile);
+        else
+            tile->frameState(GridTerrainTile::FS_Culled);
         return;
     }
     if (tile->hasChildren(false) && isToBeRefined(*tile) && refine(*tile, clip)) return;
@@ -125,8 +160,9 @@ void GridTerrainSelection::choose(const Tile & tile) {
 }
 
 /// A chosen tile knows what is drawn beside it no finer than itself: finer ones close their borders
-/// themselves. Also one that was refined, when it is a part of a tile coarser than this one: what is drawn in
-/// its place has the same coarse heights, though it is cut smaller for its textures.
+/// themselves. It also knows what has coarser heights and is not drawn as such. That may be refined: a part
+/// of a coarse tile is cut smaller for its textures, and shows the same heights. Or it is out of view, while
+/// what closes the border towards it is not.
 void GridTerrainSelection::setNeighbors(const Tile & tile) {
     if (tile->frameState() == GridTerrainTile::FS_Refined)
         for (unsigned i = 0; i < 4; ++i)
@@ -135,8 +171,7 @@ void GridTerrainSelection::setNeighbors(const Tile & tile) {
     for (const auto index : s_neighbors) {
         Tile neighbor = findNeighbor(tile, index);
         const bool counts = neighbor && (neighbor->frameState() == GridTerrainTile::FS_Drawn ||
-                                         (neighbor->frameState() == GridTerrainTile::FS_Refined &&
-                                          neighbor->detailLevel() > tile->detailLevel()));
+                                         neighbor->detailLevel() > tile->detailLevel());
         tile->neighbor(index, counts ? neighbor : nullptr);
     }
 }
@@ -146,11 +181,9 @@ NBX::SO<GridTerrainTile> GridTerrainSelection::findNeighbor(const Tile & tile,
     const Tile parent = tile->parent();
     if (!parent) return nullptr;
     const unsigned child = parent->childIndex(tile);
-    const bool isAlongY = index == GridTerrainTile::NI_LowY || index == GridTerrainTile::NI_HighY;
-    const bool isHigh = index == GridTerrainTile::NI_HighX || index == GridTerrainTile::NI_HighY;
-    const unsigned half = isAlongY ? 2 : 1;
+    const unsigned half = halfBit(index);
     // The same child number serves a sibling and the child of a neighbour: it lies in the other half.
-    if (((child & half) != 0) != isHigh) return parent->child(child ^ half, false);
+    if (((child & half) != 0) != isHigh(index)) return parent->child(child ^ half, false);
     const Tile beside = findNeighbor(parent, index);
     if (beside && beside->frameState() == GridTerrainTile::FS_Refined)
         return beside->child(child ^ half, false);

@@ -11,6 +11,7 @@
 
 #include <nbx/gl/effect/texturingeffectgl.h>
 #include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
@@ -61,8 +62,8 @@ public:
                 const Point &, double, bool) const override {
         const NBX::Bounds box = patch->boundingBox();
         const Point size = box.diagonal(), centre = box.center();
-        return std::max(size.x, size.z) > 8.0 &&
-               hash(seed, unsigned(centre.x * 4.0), unsigned(centre.z * 4.0)) % 3 == 0;
+        return std::max(size.x, size.z) > smallest &&
+               hash(seed, unsigned(centre.x * 4.0), unsigned(centre.z * 4.0)) % 3 < splitShare;
     }
     bool ignorePreviousEffects(const ZMT::CORE::GeometryPatch *, const NBX::ViewInfo *, unsigned, unsigned,
                                const Point &, double, bool) const override {
@@ -74,6 +75,8 @@ public:
         return nullptr;
     }
     unsigned seed = 0;
+    double smallest = 8.0;   ///< tiles of this side are not split
+    unsigned splitShare = 1; ///< in thirds
 };
 
 class WatertightTest : public GLFixture {
@@ -218,6 +221,37 @@ TEST_F(WatertightTest, NoHoleShowsWhileTilesArriveOneByOne) {
     EXPECT_LT(finest, 0);
     EXPECT_EQ(coarsest, 4);
     EXPECT_GT(parts, 0U);
+}
+
+/// A fine tile beside a coarse one, which lies far higher: between them there is nothing but what closes the
+/// border. Both lie out of view, below and above it.
+TEST_F(WatertightTest, BordersAreInViewThoughTheirTilesAreNot) {
+    MemoryGrid grid;
+    grid.level = 3;
+    grid.depth = 1;
+    grid.sample = [](unsigned depth, unsigned, unsigned) { return std::uint16_t(depth == 0 ? 10 : 1000); };
+    grid.kind = [](const MemoryGrid::Key & key) { return key.x == 0 ? 2U : 1U; };
+    terrain = new MemoryGridTerrain(grid);
+    terrain->loadAll();
+    TerrainPainterGLSettings::setGeometryError(1.0);
+    const auto isCovered = [&](double z, double height, double halfSize) {
+        camera = new NBX::Camera(new NBX::LookAt({-50, height, z}, {8, height, z}),
+                                 new NBX::Ortho(-halfSize, halfSize, -halfSize, halfSize, 1, 200));
+        show();
+        canvas->redisplay();
+        return pixel(canvas->snapshot(), s_side / 2, s_side / 2) != std::array<int, 4>{255, 0, 255, 255};
+    };
+    effect->smallest = 100.0;
+    EXPECT_TRUE(isCovered(4.5, 500.0, 3.0));
+    EXPECT_FALSE(isCovered(4.5, 1500.0, 3.0));
+    EXPECT_FALSE(isCovered(-4.5, 500.0, 3.0));
+    // Split into single cells: what closes the border of one reaches beyond it.
+    effect->smallest = 1.0;
+    effect->splitShare = 3;
+    for (const double z : {0.5, 1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5})
+        for (const double height : {50.0, 300.0, 700.0, 950.0})
+            EXPECT_TRUE(isCovered(z, height, 0.2)) << z << ", " << height;
+    EXPECT_FALSE(isCovered(4.5, 5.0, 0.2));
 }
 
 } // namespace

@@ -87,6 +87,14 @@ struct Extent {
     }
 };
 
+/// Of those that are defined.
+NBX::Bounds boxOf(const Vertex * begin, const Vertex * end) {
+    NBX::Bounds box;
+    for (const Vertex * v = begin; v != end; ++v)
+        if (v->z != 0.0F) box += Point(v->x, v->y, v->z);
+    return box;
+}
+
 /// Writes vertices one after the other.
 struct Writer {
     Vertex * next;
@@ -143,6 +151,7 @@ void GridTerrainTileVertexBuffer::build() {
             writer.run(values, data.borderLODValues(k), x + (border == 2 ? last : 0.0),
                        y + (border == 3 ? last : 0.0), isAlongY ? 0.0 : rowStep, isAlongY ? rowStep : 0.0,
                        s_borderColor);
+            if (k > 0) borderBoxes_[border] += boxOf(writer.next - data.borderLODValues(k), writer.next);
             values += data.borderLODValues(k);
         }
 

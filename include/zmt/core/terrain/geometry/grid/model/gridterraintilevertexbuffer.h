@@ -41,6 +41,9 @@ public:
     /// Of the defined samples.
     virtual NBX::Bounds bbox() const;
     virtual bool hasUndefValues() const;
+    /// Of the heights that coarser tiles have along a border, 0 to 3: how far beyond `bbox()` that may reach
+    /// which closes the border towards them. Undefined where there are none.
+    const NBX::Bounds & borderBox(unsigned border) const { return borderBoxes_[border]; }
 
     /// Null before the first `bind`.
     NBX::SO<NBX::BufferObjectGL> vertexArray() const;
@@ -62,6 +65,7 @@ private:
     NBX::SO<GridTerrainTileData> data_;
     unsigned bytes_ = 0;
     NBX::Bounds bbox_;
+    std::array<NBX::Bounds, 4> borderBoxes_;
     NBX::Vector3Base<double> lowestPoint_, highestPoint_;
     bool hasUndefValues_ = false;
 };
