@@ -181,11 +181,10 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
 }
 
 GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
-                                const NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> & terrain,
-                                const GridData & overview, double exaggeration) {
+                                const StreamedTerrain & streamed, double exaggeration) {
     using ZMT::CORE::GRID::AsyncGridTerrain;
-    const AsyncGridTerrain::LightMap kind = terrain->lightMapKind();
-    const std::string name = NBX::StringUtils::WString2Utf8String(terrain->fileName());
+    const AsyncGridTerrain::LightMap kind = streamed.lightMapKind;
+    const std::string name = NBX::StringUtils::WString2Utf8String(streamed.terrain->fileName());
     const auto refuse = [&](const std::string & wish, const std::string & advice) {
         throw UsageError(wish + ": the file has no such light; leave it out, or build " + name + " with " +
                          advice);
@@ -198,16 +197,15 @@ GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight>
         throw UsageError("--light: the light of " + name +
                          " is baked; leave it out, or build it with --lighting normals");
     if (kind == AsyncGridTerrain::LM_Light)
-        return {LayerKind::Shading, "light map", modulate(terrain->createStaticLightMap(0.0, {})), {}};
+        return {LayerKind::Shading, "light map", modulate(streamed.lightMap), {}};
     const Sunlight light = sun.value_or(defaultSun());
     if (kind == AsyncGridTerrain::LM_Normals)
         return {LayerKind::Shading,
                 "light",
-                new ZMT::CORE::PerPixelTerrainLightingEffect(terrain->createDynamicLightMap().get(),
-                                                             light.direction,
+                new ZMT::CORE::PerPixelTerrainLightingEffect(streamed.lightMap.get(), light.direction,
                                                              std::min(light.ambient, s_mostAmbient)),
                 {}};
-    return makeShading(Lighting::Relief, light, terrain, overview, exaggeration);
+    return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
 }
 
 GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<TerrainTexture> & texture,

@@ -6,13 +6,13 @@
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
-#include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/geoextent.h>
 
 #include "lighting.h"
+#include "streamedfiles.h"
 #include "sunlight.h"
 
 enum class LayerKind {
@@ -41,11 +41,10 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
                         const ZMT::CORE::GridData & grid, double exaggeration);
 
 /// The light on a streaming terrain: that of its file, which is either baked or computed while drawing, and
-/// otherwise a shading of `overview`, its coarse heights. Throws `UsageError` where the file's light is not
-/// what was asked for: by `lighting`, or, where it is baked, by `sun`.
+/// otherwise a shading of its coarse heights. Throws `UsageError` where the file's light is not what was
+/// asked for: by `lighting`, or, where it is baked, by `sun`.
 GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
-                                const NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> & terrain,
-                                const ZMT::CORE::GridData & overview, double exaggeration);
+                                const StreamedTerrain & streamed, double exaggeration);
 
 /// A streaming texture that was opened. Throws `DataError` where it lies elsewhere than `terrain`.
 GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<ZMT::CORE::TerrainTexture> & texture,

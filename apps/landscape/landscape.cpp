@@ -51,7 +51,8 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
     ground_->append(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
     if (input.streamed)
-        layOn(makeStreamedShading(lighting, options.light, input.streamed, *grid_, options.exaggeration));
+        layOn(makeStreamedShading(lighting, options.light, *streamed.terrain(options.terrain),
+                                  options.exaggeration));
     else if (lighting == Lighting::Vertex)
         lightVertices(sun);
     else

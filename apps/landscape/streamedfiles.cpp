@@ -121,6 +121,9 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
     if (!result.terrain) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
     result.reference = readProjection(locator);
     result.overview = makeOverview(*result.terrain);
+    result.lightMapKind = result.terrain->lightMapKind();
+    if (result.lightMapKind != AsyncGridTerrain::LM_None)
+        result.lightMap = result.terrain->createStaticLightMap(0.0, {});
     opening.finish();
     return result;
 }

@@ -34,6 +34,9 @@ struct StreamedTerrain {
     NBX::SO<ZMT::CORE::GRID::AsyncGridTerrain> terrain;
     /// Coarse heights of all of it, for what needs them in memory: colours by height, where to stand.
     NBX::SO<ZMT::CORE::GridData> overview;
+    /// What lies behind its tiles, and that as a texture; null without any.
+    ZMT::CORE::GRID::AsyncGridTerrain::LightMap lightMapKind = ZMT::CORE::GRID::AsyncGridTerrain::LM_None;
+    NBX::SO<ZMT::CORE::TerrainTexture> lightMap;
     /// As the file beside it tells; without one nothing is known.
     ZMT::RASTER::GeoReference reference;
 };

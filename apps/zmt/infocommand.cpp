@@ -103,7 +103,7 @@ void printStreamedTerrain(const std::string & locator) {
     using ZMT::CORE::GRID::AsyncGridTerrain;
     const StreamedTerrain opened = openStreamedTerrain(locator);
     const AsyncGridTerrain & terrain = *opened.terrain;
-    const auto lightMap = terrain.lightMapKind();
+    const auto lightMap = opened.lightMapKind;
     const std::uint64_t side = (1U << terrain.gridLevel()) + 1;
     const auto cellSize = terrain.getCellSize();
     const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
