@@ -59,6 +59,24 @@ render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 --vie
 render everest_pyramid "${everest_terrain[@]}" --method chunked --image out/everest_landsat7.ztp
 "$zmt" pick "${everest_terrain[@]}" 640,360 || fail "nothing was picked"
 
+# Heights and image as two files of tiles, drawn from a web server while they are read.
+"$zmt" build terrain data/everest_srtm3.tif out/everest.ztt 2>out/terrain.log || fail "$(tail -n 1 out/terrain.log)"
+"$zmt" build texture data/everest_landsat7_rgb.tif out/everest.zts --terrain out/everest.ztt 2>out/texture.log ||
+    fail "$(tail -n 1 out/texture.log)"
+"$zmt" info out/everest.ztt || fail "the streaming terrain cannot be read"
+port=18080
+sed "s/127.0.0.1:8080/127.0.0.1:$port/; s#/tmp/zmt-nginx#$PWD/out/nginx#" docs/nginx-ranges.conf >out/nginx.conf
+PATH=$PATH:/usr/sbin nginx -e stderr -c "$PWD/out/nginx.conf" -p "$PWD/out" 2>out/nginx.log &
+server=$!
+trap 'kill "$server" 2>/dev/null || true' EXIT
+for _ in $(seq 50); do
+    "$zmt" info "http://127.0.0.1:$port/everest.ztt" >/dev/null 2>&1 && break
+    sleep 0.2
+done
+render everest_streamed --terrain "http://127.0.0.1:$port/everest.ztt" --image "http://127.0.0.1:$port/everest.zts"
+render everest_streamed_closeup --terrain "http://127.0.0.1:$port/everest.ztt" \
+    --image "http://127.0.0.1:$port/everest.zts" --view closeup
+
 # The window, on a screen in memory.
 echo "demo: out/window.png"
 xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view data/everest_srtm3.tif data/everest_landsat7_rgb.tif \

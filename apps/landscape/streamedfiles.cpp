@@ -1,7 +1,6 @@
 #include "streamedfiles.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -31,12 +30,13 @@ constexpr unsigned s_overviewSide = 257;
 /// No coordinate system takes more.
 constexpr std::uint64_t s_largestProjection = 1 << 20;
 
-bool beginsWith(const std::string & path, const char (&magic)[9]) {
+/// Whether the file begins with `magic`, scrambled with `key`.
+bool beginsWith(const std::string & path, const char (&magic)[9], std::uint64_t key = 0) {
     if (!NBX::File::isFile(path)) return false;
     NBX::File file(path);
-    std::array<char, 8> start{};
-    return file.read(start.data(), start.size()) == start.size() &&
-           std::memcmp(start.data(), magic, start.size()) == 0;
+    std::uint64_t start = 0, expected = 0;
+    std::memcpy(&expected, magic, sizeof expected);
+    return file.read(&start, sizeof start) == sizeof start && (start ^ key) == expected;
 }
 
 /// The address of the file of the coordinate system beside `url`: with its query.
@@ -97,16 +97,18 @@ bool isStreamingTerrainFile(const std::string & path) {
     return !isUrl(path) && beginsWith(path, "ZMT-AQTG");
 }
 
-bool isStreamingTextureFile(const std::string & path) {
-    return !isUrl(path) && beginsWith(path, "ZMT-AQTT");
+bool isStreamingTextureFile(const std::string & path, std::uint64_t key) {
+    if (isUrl(path)) return false;
+    return beginsWith(path, "ZMT-AQTT", key) ||
+           (NBX::File::isFile(path) && NBX::File::extensionName(path) == "zts");
 }
 
 bool isStreamedTerrain(const std::string & locator) {
     return isUrl(locator) || isStreamingTerrainFile(locator);
 }
 
-bool isStreamedTexture(const std::string & locator) {
-    return isUrl(locator) || isStreamingTextureFile(locator);
+bool isStreamedTexture(const std::string & locator, std::uint64_t key) {
+    return isUrl(locator) || isStreamingTextureFile(locator, key);
 }
 
 StreamedTerrain openStreamedTerrain(const std::string & locator) {
@@ -149,10 +151,14 @@ StreamedFiles::StreamedFiles(const LandscapeOptions & options, const std::vector
     if (isStreamedTerrain(options.terrain))
         terrains_.emplace(options.terrain, openStreamedTerrain(options.terrain));
     for (const std::string & image : options.images)
-        if (isStreamedTexture(image)) textures_.emplace(image, openStreamedTexture(image, options.key));
+        if (isStreamedTexture(image, options.key))
+            textures_.emplace(image, openStreamedTexture(image, options.key));
     for (const std::string & file : more) {
-        if (isStreamingTerrainFile(file)) terrains_.emplace(file, openStreamedTerrain(file));
-        if (isStreamingTextureFile(file)) textures_.emplace(file, openStreamedTexture(file, options.key));
+        const bool isFirst = options.terrain.empty() && &file == &more.front();
+        if (isStreamingTerrainFile(file) || (isUrl(file) && isFirst))
+            terrains_.emplace(file, openStreamedTerrain(file));
+        else if (isStreamedTexture(file, options.key))
+            textures_.emplace(file, openStreamedTexture(file, options.key));
     }
 }
 

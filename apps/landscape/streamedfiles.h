@@ -22,12 +22,13 @@ bool isUrl(const std::string & locator);
 /// Whether anything of a landscape lies on a web server.
 bool hasUrls(const LandscapeOptions & options);
 
-/// What the first bytes of a file tell; false for URLs.
+/// What the first bytes of a file tell; false for URLs. Textures that were written with another key are told
+/// by their suffix.
 bool isStreamingTerrainFile(const std::string & path);
-bool isStreamingTextureFile(const std::string & path);
+bool isStreamingTextureFile(const std::string & path, std::uint64_t key = 0);
 /// A streaming terrain, or a URL, at which nothing else can lie.
 bool isStreamedTerrain(const std::string & locator);
-bool isStreamedTexture(const std::string & locator);
+bool isStreamedTexture(const std::string & locator, std::uint64_t key = 0);
 
 /// A terrain that was opened.
 struct StreamedTerrain {

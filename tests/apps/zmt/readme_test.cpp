@@ -32,9 +32,15 @@ Options documentedOptions() {
 }
 
 Options offeredOptions() {
-    const std::vector<std::vector<std::string>> commands = {
-        {"--help"},         {"render", "--help"},           {"lod", "--help"},          {"info", "--help"},
-        {"pick", "--help"}, {"build", "pyramid", "--help"}, {"build", "tree", "--help"}};
+    const std::vector<std::vector<std::string>> commands = {{"--help"},
+                                                            {"render", "--help"},
+                                                            {"lod", "--help"},
+                                                            {"info", "--help"},
+                                                            {"pick", "--help"},
+                                                            {"build", "pyramid", "--help"},
+                                                            {"build", "tree", "--help"},
+                                                            {"build", "terrain", "--help"},
+                                                            {"build", "texture", "--help"}};
     const RunFolder folder;
     Options options;
     for (const auto & command : commands)
