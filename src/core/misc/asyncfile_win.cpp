@@ -139,6 +139,8 @@ bool AsyncFile_Win::remove(const NBX::SO<Request> & request) {
 }
 
 bool AsyncFile_Win::isLoading() {
+    // Nobody else may look at requests whose files are closed.
+    Request_Win::update();
     return !Request_Win::schedule().active.empty();
 }
 
@@ -247,9 +249,10 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::state() {
             update();
         } else {
             ReadEngine::instance().poll();
-            if (!read_->isOwed()) finish();
+            const bool hasEnded = !read_->isOwed();
+            if (hasEnded) finish();
             // Whichever has ended makes room, also while this one is waited for.
-            if (FileRead::countOwed() < schedule().active.size()) update();
+            if (hasEnded || FileRead::countOwed() < schedule().active.size()) update();
         }
     }
     return state_;
@@ -274,6 +277,7 @@ void AsyncFile_Win::Request_Win::update() {
     Schedule & all = schedule();
     if (!all.updateAllowed) return;
     all.updateAllowed = false;
+    ReadEngine::instance().poll();
     for (std::size_t i = all.active.size(); i-- > 0;)
         if (all.active[i]->state() != RS_Processing)
             all.active.erase(all.active.begin() + static_cast<std::ptrdiff_t>(i));

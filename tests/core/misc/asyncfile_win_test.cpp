@@ -385,6 +385,47 @@ TEST_P(AsyncFileWinQueueTest, RequestsFailWhenTheirFileIsClosed) {
     file_ = other;
 }
 
+TEST_P(AsyncFileWinQueueTest, AClosedFileIsNotLoadingForEver) {
+    EXPECT_TRUE(AsyncFile::isLoading());
+    file_ = nullptr;
+    calls_.release();
+    running_.clear();
+    EXPECT_FALSE(AsyncFile::isLoading());
+    EXPECT_EQ(FileRead::countOwed(), 0U);
+    file_ = opened();
+}
+
+TEST_P(AsyncFileWinQueueTest, ReadsOfClosedFilesMakeRoomThoughNobodyWaits) {
+    const SO<AsyncFile_Win> other = opened();
+    const SO<Request> next = other->request(0, 10, 1.0);
+    file_ = nullptr;
+    EXPECT_EQ(next->state(), AsyncFile::RS_Queued);
+    calls_.release();
+    for (int i = 0; i < 5000 && next->state() != AsyncFile::RS_Ready; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(next->state(), AsyncFile::RS_Ready);
+    file_ = other;
+}
+
+TEST_P(AsyncFileWinQueueTest, OneThatIsReadyMakesRoomThoughOthersWereGivenUp) {
+    const SO<AsyncFile_Win> other = opened();
+    const SO<Request> first = other->request(0, 10, 200.0), second = other->request(0, 10, 1.0);
+    const int ended = calls_.reads;
+    calls_.releaseOne();
+    while (first->state() == AsyncFile::RS_Queued)
+        std::this_thread::yield();
+    file_ = nullptr; // seven reads of it go on
+    EXPECT_EQ(second->state(), AsyncFile::RS_Queued);
+    while (first->state() != AsyncFile::RS_Ready) {
+        if (calls_.reads - ended < 9) calls_.releaseOne();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_NE(second->state(), AsyncFile::RS_Queued);
+    calls_.release();
+    EXPECT_TRUE(second->wait());
+    file_ = other;
+}
+
 TEST_P(AsyncFileWinQueueTest, TheEndOfARequestWaitsForItsRead) {
     const SO<AsyncFile_Win> other = opened();
     file_ = nullptr;
@@ -591,11 +632,11 @@ TEST_P(AsyncFileWinTest, ADeviceThatStaysBusyFails) {
     calls.answerAlways(-EAGAIN);
     const SO<Request> request = file->request(0, 10, 1.0);
     while (calls.reads < 3)
-        EXPECT_EQ(request->state(), AsyncFile::RS_Processing);
+        ASSERT_EQ(request->state(), AsyncFile::RS_Processing);
     calls.laterSeconds = 4.0;
     const int before = calls.reads;
     while (calls.reads < before + 3)
-        EXPECT_EQ(request->state(), AsyncFile::RS_Processing);
+        ASSERT_EQ(request->state(), AsyncFile::RS_Processing);
     calls.laterSeconds = 6.0;
     EXPECT_FALSE(request->wait());
     EXPECT_EQ(request->errorText(), textOf(EAGAIN));
@@ -605,17 +646,17 @@ TEST_P(AsyncFileWinTest, ABusyDeviceMayBeBusyAgainLater) {
     ScriptedFileCalls calls;
     const Bytes bytes = noise(50000);
     const SO<AsyncFile_Win> file = openedWith(bytes);
-    calls.answer({-EAGAIN, 4096});
     calls.answerAlways(-EAGAIN);
     const SO<Request> request = file->request(0, 50000, 1.0);
     while (calls.reads < 1)
-        request->state();
+        ASSERT_EQ(request->state(), AsyncFile::RS_Processing);
     calls.laterSeconds = 4.0;
-    while (calls.reads < 4)
-        request->state();
+    calls.answer({4096});
+    while (calls.answersLeft() > 0)
+        ASSERT_EQ(request->state(), AsyncFile::RS_Processing);
     calls.laterSeconds = 8.0;
     for (const int before = calls.reads; calls.reads < before + 3;)
-        EXPECT_EQ(request->state(), AsyncFile::RS_Processing) << "it gave something at 4";
+        ASSERT_EQ(request->state(), AsyncFile::RS_Processing) << "it gave something at 4";
     calls.answerAlways(100000);
     EXPECT_TRUE(request->wait());
     EXPECT_TRUE(bytesOf(*request) == bytes);
@@ -839,7 +880,7 @@ TEST_P(AsyncFileWinTest, EveryReadyRequestHasItsBytesWhateverHappens) {
         }
     }
     EXPECT_EQ(ready, 500);
-    EXPECT_GT(failed, 50);
+    EXPECT_GT(failed, 0);
     files.clear();
     for (const SO<Request> & request : held)
         request->state();
