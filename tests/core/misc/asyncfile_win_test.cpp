@@ -451,7 +451,7 @@ TEST_P(AsyncFileWinQueueTest, ABlockingWaitEndsAfterThirtySecondsInAll) {
             calls_.laterSeconds = second;
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-        EXPECT_TRUE(AsyncFile::isLoading());
+        EXPECT_EQ(FileRead::countOwed(), 8U);
         calls_.laterSeconds = 30.1;
     });
     EXPECT_FALSE(file_->wait(AsyncFile::Requests{queued, other}));
@@ -848,7 +848,7 @@ TEST_P(AsyncFileWinTest, EveryReadyRequestHasItsBytesWhateverHappens) {
         }
     });
     int ready = 0, failed = 0;
-    for (int step = 0; ready < 500 && step < 2000000; ++step) {
+    for (int step = 0; ready < 200 && step < 2000000; ++step) {
         SO<AsyncFile_Win> & file = files[random() % 3];
         if (!file) file = opened();
         const unsigned what = random() % 1000;
@@ -879,7 +879,7 @@ TEST_P(AsyncFileWinTest, EveryReadyRequestHasItsBytesWhateverHappens) {
             held.erase(held.begin() + static_cast<std::ptrdiff_t>(i));
         }
     }
-    EXPECT_EQ(ready, 500);
+    EXPECT_EQ(ready, 200);
     EXPECT_GT(failed, 0);
     files.clear();
     for (const SO<Request> & request : held)
