@@ -7,11 +7,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <initializer_list>
 #include <limits>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <liburing.h>
@@ -65,9 +65,9 @@ public:
     ScriptedFileCalls & operator=(const ScriptedFileCalls &) = delete;
 
     /// What the next reads give, whichever they are: minus the number of an error, or the most bytes.
-    void answer(std::initializer_list<int> results) {
+    void answer(const std::vector<int> & results) {
         const std::lock_guard lock(mutex_);
-        answers_.insert(answers_.end(), results);
+        answers_.insert(answers_.end(), results.begin(), results.end());
     }
     /// Every read, those of `answer` aside.
     void answerAlways(int result) {

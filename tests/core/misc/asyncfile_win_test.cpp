@@ -606,14 +606,14 @@ TEST_P(AsyncFileWinTest, GoesThroughTheCacheWhereADeviceRefusesBlocksOfThisSize)
 
 TEST_P(AsyncFileWinTest, PartsSignalsAndABusyDeviceAreGoneOnWith) {
     const Bytes bytes = noise(70000);
-    const std::vector<std::initializer_list<int>> cases = {{512},
-                                                           {4096, 4096, 512},
-                                                           {-EINTR, -EINTR, -EINTR},
-                                                           {-EAGAIN, -EAGAIN},
-                                                           {1000, 3000, 513},
-                                                           {4096, -EINTR, 1024, -EAGAIN, 8192, -EINTR}};
+    const std::vector<std::vector<int>> cases = {{512},
+                                                 {4096, 4096, 512},
+                                                 {-EINTR, -EINTR, -EINTR},
+                                                 {-EAGAIN, -EAGAIN},
+                                                 {1000, 3000, 513},
+                                                 {4096, -EINTR, 1024, -EAGAIN, 8192, -EINTR}};
     for (const auto & answers : cases) {
-        SCOPED_TRACE(testing::PrintToString(std::vector<int>(answers)));
+        SCOPED_TRACE(testing::PrintToString(answers));
         ScriptedFileCalls calls;
         const SO<AsyncFile_Win> file = openedWith(bytes);
         calls.answer(answers);
@@ -666,7 +666,7 @@ TEST_P(AsyncFileWinTest, AReadErrorFailsItsRequestAlone) {
     ScriptedFileCalls calls;
     const Bytes bytes = noise(50000);
     const SO<AsyncFile_Win> file = openedWith(bytes);
-    for (const std::initializer_list<int> answers : {std::initializer_list<int>{-EIO}, {4096, -EIO}}) {
+    for (const auto & answers : std::vector<std::vector<int>>{{-EIO}, {4096, -EIO}}) {
         calls.answer(answers);
         const SO<Request> broken = file->request(0, 20000, 1.0);
         EXPECT_FALSE(broken->wait());
@@ -776,6 +776,21 @@ TEST_P(AsyncFileWinTest, AClosedFileIsGivenBackToTheSystem) {
     const SO<AsyncFile_Win> other = opened();
     EXPECT_TRUE(other->request(0, 100, 1.0)->wait());
     EXPECT_EQ(calls.closes, 1);
+}
+
+TEST_P(AsyncFileWinTest, PartsOfAClosedFileAreNotGoneOnWith) {
+    ScriptedFileCalls calls;
+    calls.hold();
+    SO<AsyncFile_Win> file = openedWith(noise(20000));
+    file->request(0, 10000, 1.0);
+    while (calls.begun < 1)
+        std::this_thread::yield();
+    calls.answer({512, 512, 512});
+    file = nullptr;
+    calls.release();
+    while (FileRead::countOwed() > 0)
+        ReadEngine::instance().wait(0.001);
+    EXPECT_EQ(calls.reads, 1);
 }
 
 TEST_P(AsyncFileWinTest, WithoutMemoryARequestFails) {
