@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -33,6 +34,14 @@ const std::string s_url = "http://127.0.0.1:" + std::to_string(s_port) + "/data"
 
 double now() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// Processor time of all threads of the process.
+double processorTime() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval & t) { return double(t.tv_sec) + 1e-6 * double(t.tv_usec); };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 /// nginx with a file of noise, in a folder that goes with it.
@@ -167,15 +176,18 @@ void BM_HttpRanges(benchmark::State & state) {
     constexpr unsigned ranges = 2000;
     const auto file = AsyncFile::create(std::wstring(s_url.begin(), s_url.end()));
     BareLoop bare;
-    std::vector<double> ours, theirs, curls;
+    std::vector<double> ours, theirs, curls, processors;
     for (auto _ : state) {
         if (!file || readByFile(*file, 100) < 0.0 || bare.read(100) < 0.0) {
             state.SkipWithError("a range failed");
             break;
         }
         for (int round = 0; round < 7; ++round) {
+            const double begin = processorTime();
             ours.push_back(readByFile(*file, ranges));
+            const double middle = processorTime();
             theirs.push_back(bare.read(ranges));
+            processors.push_back((processorTime() - middle) / (middle - begin));
         }
         curls.push_back(readByCurl(nginx, ranges));
     }
@@ -183,6 +195,7 @@ void BM_HttpRanges(benchmark::State & state) {
     state.counters["ranges_per_s"] = ranges / median(ours);
     state.counters["bare_ranges_per_s"] = ranges / median(theirs);
     state.counters["of_bare"] = median(theirs) / median(ours);
+    state.counters["of_bare_processor"] = median(processors);
     state.counters["curl_ranges_per_s"] = ranges / median(curls);
 }
 BENCHMARK(BM_HttpRanges)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
