@@ -62,6 +62,15 @@ TEST(GeometryPatchHACK, FollowsTheTree) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+TEST(GeometryPatchHACK, ChildWhoseBoxIsKnownIsNotReadAgain) {
+    const auto terrain = terrainOf();
+    const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
+    EXPECT_TRUE(patch->child(3));
+    static_cast<MemoryGridTile &>(*terrain->rootTile()->child(3, false)).unloadOwnData();
+    EXPECT_TRUE(patch->child(3)->boundingBox().isDefined());
+    EXPECT_EQ(2U, terrain->state().totalLoads());
+}
+
 TEST(GeometryPatchHACK, ChildThatCannotBeReadIsNone) {
     const auto terrain = terrainOf();
     terrain->state().failing = {{1, 4, 4}};

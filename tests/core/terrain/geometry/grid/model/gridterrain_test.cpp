@@ -137,6 +137,10 @@ TEST(GridTerrain, ResamplingFillsTheWholeRaster) {
     SimpleRasterData<float> around(2, 2, 299000.0, 4999000.0, 5000.0, 5000.0, true, -1.0F);
     EXPECT_FALSE(terrain->resampleRasterData(&around));
 
+    // Ends one cell before it.
+    SimpleRasterData<float> before(4, 3, 299960.0, 5000000.0, 10.0, 20.0, true, -1.0F);
+    EXPECT_FALSE(terrain->resampleRasterData(&before));
+
     RecordedReports reports;
     EXPECT_FALSE(terrain->resampleRasterData(nullptr));
     EXPECT_EQ(1U, reports.count(L"no target"));

@@ -290,6 +290,17 @@ TEST(GridTerrainTileQuery, UndefinedSampleOfAFineTileIsNotFilledFromAbove) {
     EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(2.0, 2.0, false));
 }
 
+TEST(GridTerrainTileQuery, PositionBetweenTwoTilesIsTheUpperOnes) {
+    MemoryGrid grid;
+    grid.level = 2;
+    grid.depth = 1;
+    grid.kind = [](const Key & key) { return key.x == 0 || key.y == 0 ? 0U : 2U; };
+    const MemoryGridTerrain terrain(grid);
+    EXPECT_EQ(1.0, terrain.rootTile()->verticalRayIntersection(4.0, 4.0, false));
+    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(3.999, 4.0, false));
+    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(4.0, 3.999, false));
+}
+
 TEST(GridTerrainTileQuery, FinestLoadedTileStandsInForWhatCannotBeReadAndThatIsTold) {
     MemoryGrid grid;
     grid.level = 2;

@@ -102,6 +102,16 @@ TEST(GridTerrainTileVertexBuffer, BoxAndExtremesAreThoseOfDefinedGridVertices) {
     EXPECT_TRUE(buffer->hasUndefValues());
 }
 
+TEST(GridTerrainTileVertexBuffer, FirstOfAlikeExtremesCounts) {
+    const auto sample = [](unsigned, unsigned x, unsigned y) {
+        return static_cast<std::uint16_t>(5 + (x + y) % 2);
+    };
+    const SO<GridTerrainTileVertexBuffer> buffer(new GridTerrainTileVertexBuffer(
+        SO<GridTerrainTileData>(new MemoryGridTileData(gridOf(2, sample), {0, 0, 0}))));
+    EXPECT_EQ(Point(0, 0, 5), buffer->lowestPoint());
+    EXPECT_EQ(Point(1, 0, 6), buffer->highestPoint());
+}
+
 TEST(GridTerrainTileVertexBuffer, OneUndefinedGridVertexIsNoticedAndBordersAreNot) {
     for (const unsigned hole : {0U, 4U, 8U, 24U, 99U}) {
         const SO<GridTerrainTileVertexBuffer> buffer(new GridTerrainTileVertexBuffer(SO<GridTerrainTileData>(
