@@ -54,7 +54,7 @@ TEST(GridTerrainTileVertexBuffer, VerticesAreTheGridAndThenTheBorders) {
                 new MemoryGridTileData(gridOf(level, noise), {1, 1U << level, 3U << level}));
             data->isInOnePiece = inOnePiece;
             const SO<GridTerrainTileVertexBuffer> buffer(new GridTerrainTileVertexBuffer(data));
-            const std::vector<Vertex> & vertices = buffer->waitingVertices();
+            const std::span<const Vertex> vertices = buffer->waitingVertices();
             const unsigned n = 1U << level, samples = n + 1;
             ASSERT_EQ(samples * samples + 4 * ((2U << level) + level - 2), vertices.size());
             EXPECT_EQ(vertices.size() * 16, buffer->bytes());
@@ -172,7 +172,8 @@ class GridTerrainTileVertexBufferGL : public GLFixture {};
 TEST_F(GridTerrainTileVertexBufferGL, FirstUseBringsTheVerticesToTheCard) {
     const SO<GridTerrainTileData> data(new MemoryGridTileData(gridOf(3, noise), {0, 8, 0}));
     const SO<GridTerrainTileVertexBuffer> buffer(new GridTerrainTileVertexBuffer(data));
-    const std::vector<Vertex> vertices = buffer->waitingVertices();
+    const auto waiting = buffer->waitingVertices();
+    const std::vector<Vertex> vertices(waiting.begin(), waiting.end());
     EXPECT_FALSE(buffer->vertexArray());
     buffer->bind(engine.get(), true);
     const SO<NBX::BufferObjectGL> array = buffer->vertexArray();

@@ -2,7 +2,8 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
+#include <memory>
+#include <span>
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/sharedobj.h>
@@ -51,7 +52,9 @@ public:
     /// Of the vertices.
     unsigned bytes() const { return bytes_; }
     /// Those that wait for the card: all, or none.
-    const std::vector<Vertex> & waitingVertices() const { return vertices_; }
+    std::span<const Vertex> waitingVertices() const {
+        return {vertices_.get(), vertices_ ? bytes_ / sizeof(Vertex) : 0};
+    }
     /// In grid space.
     NBX::Vector3Base<double> lowestPoint() const { return lowestPoint_; }
     NBX::Vector3Base<double> highestPoint() const { return highestPoint_; }
@@ -61,7 +64,7 @@ private:
     void upload(NBX::EngineGL * engine) const;
 
     mutable NBX::SO<NBX::BufferObjectGL> buffer_;
-    mutable std::vector<Vertex> vertices_;
+    mutable std::unique_ptr<Vertex[]> vertices_; ///< null once they are on the card
     NBX::SO<GridTerrainTileData> data_;
     unsigned bytes_ = 0;
     NBX::Bounds bbox_;
