@@ -161,8 +161,7 @@ NBX::SO<AsyncFile::Request> AsyncGridTerrainTile::ask(double priority) const {
         fail(L"the file refers to a block that it cannot hold; get it anew");
         return nullptr;
     }
-    NBX::SO<AsyncFile::Request> request =
-        terrain_->file->request(ref_.offset, ref_.storedSize, priority);
+    NBX::SO<AsyncFile::Request> request = terrain_->file->request(ref_.offset, ref_.storedSize, priority);
     if (!request) {
         fail(L"the file is not open");
         return nullptr;

@@ -230,6 +230,22 @@ bool GridTerrainCreation::run(const std::wstring & path, const NBX::SO<RASTER::R
     return false;
 }
 
+double GridTerrainCreation::shareOutside(const RASTER::RasterGrid & grid, const GridTerrain & old) {
+    const NBX::SO<GridTerrainTile> root = old.rootTile();
+    if (!root || grid.cellsX == 0 || grid.cellsY == 0) return 1.0;
+    const double cells = std::ldexp(1.0, static_cast<int>(old.gridLevel()) + root->level());
+    // A single row of cells has an extent as well.
+    const auto shareInside = [cells](double low, unsigned points, double size, double square, double cell) {
+        const double high = low + points * size;
+        return std::max(0.0, std::min(high, square + cells * cell + size) - std::max(low, square)) /
+               (high - low);
+    };
+    const NBX::Vector3Base<double> corner = old.geoBoundingBox().getLLF();
+    const auto [cellX, cellY] = old.getCellSize();
+    return 1.0 - shareInside(grid.minX, grid.cellsX, grid.cellSizeX, corner.x, cellX) *
+                     shareInside(grid.minY, grid.cellsY, grid.cellSizeY, corner.z, cellY);
+}
+
 GridTerrainCreation::MessageBox GridTerrainCreation::setMessageBox(MessageBox box) {
     return std::exchange(s_messageBox, box);
 }

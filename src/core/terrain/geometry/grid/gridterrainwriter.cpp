@@ -43,6 +43,19 @@ std::pair<std::uint32_t, std::uint32_t> tilesOver(std::uint32_t low, std::uint32
     return {first, std::min(high / cells, count - 1)};
 }
 
+/// The part of `defined`, points in `area`, that belongs to a tile.
+std::vector<bool> ownSamples(const TilePlace & place, const LatticeArea & area,
+                             const std::vector<bool> & defined) {
+    if (defined.empty())
+        return std::vector<bool>(samplesPerSide(place.tileLevel) * samplesPerSide(place.tileLevel));
+    std::vector<bool> own;
+    for (std::uint32_t y = place.tileY; y < place.tileY + samplesPerSide(place.tileLevel); ++y)
+        for (std::uint32_t x = place.tileX; x < place.tileX + samplesPerSide(place.tileLevel); ++x)
+            own.push_back(x >= area.minX && x <= area.maxX && y >= area.minY && y <= area.maxY &&
+                          defined[std::size_t(y - area.minY) * area.width() + (x - area.minX)]);
+    return own;
+}
+
 } // namespace
 
 GridTerrainWriter::GridTerrainWriter(const GridTerrainPlan & plan, const HeightSource & source,
@@ -161,7 +174,7 @@ void GridTerrainWriter::writePiece(const Piece & piece, Piece & next, bool hasNe
 GridTerrainWriter::Finished GridTerrainWriter::finestTile(const Piece & piece, std::size_t i) const {
     TileSamples tile = TileSamples::quantised(
         place(0, piece.firstColumn + static_cast<std::uint32_t>(i), piece.row), piece.rows, plan_.scale);
-    completeSamples(tile, old_ ? &piece.old[i] : nullptr);
+    completeSamples(tile, old_ ? &piece.old[i] : nullptr, nullptr);
     if (!tile.isDefined() || isBelowPlainArea(tile)) return {};
     return finished(std::move(tile), {});
 }
@@ -178,6 +191,7 @@ void GridTerrainWriter::ensureSamples(std::uint32_t d, std::uint32_t row) {
         pyramid_.read(d, area.minY, area.height(), heights.data());
         rows = {heights.data(), area};
     }
+    const std::vector<bool> defined = old_ ? definedPlaces(d, area) : std::vector<bool>();
     std::vector<OldTile> old;
     for (std::uint32_t column = depth.firstColumn; old_ && column <= depth.lastColumn; ++column)
         old.push_back(old_->tileAt(place(d, column, row)));
@@ -185,17 +199,42 @@ void GridTerrainWriter::ensureSamples(std::uint32_t d, std::uint32_t row) {
     threads_.run(depth.columns(), [&](std::size_t i) {
         const TilePlace where = place(d, depth.firstColumn + static_cast<std::uint32_t>(i), row);
         depth.samples[i] = TileSamples::quantised(where, rows, plan_.scale);
-        completeSamples(depth.samples[i], old_ ? &old[i] : nullptr);
+        if (!old_) return completeSamples(depth.samples[i], nullptr, nullptr);
+        const std::vector<bool> isOwn = ownSamples(where, area, defined);
+        completeSamples(depth.samples[i], &old[i], &isOwn);
     });
     depth.samplesRow = row;
     depth.hasSamples = true;
 }
 
+/// Which points of some rows of a coarse level are defined in the source, and not only around them. The old
+/// terrain knows better what is there.
+std::vector<bool> GridTerrainWriter::definedPlaces(std::uint32_t depth, const LatticeArea & rows) const {
+    if (rows.minY > rows.maxY) return {};
+    std::vector<bool> defined(std::size_t(rows.width()) * rows.height());
+    const LatticeArea all = source_.area();
+    std::vector<float> heights(all.width());
+    for (std::uint32_t row = 0; row < rows.height(); ++row) {
+        const std::uint64_t y = std::uint64_t(rows.minY + row) << depth;
+        if (y < all.minY || y > all.maxY) continue;
+        source_.read(all.minX, static_cast<std::uint32_t>(y), all.width(), 1, heights.data());
+        for (std::uint32_t column = 0; column < rows.width(); ++column) {
+            const std::uint64_t x = std::uint64_t(rows.minX + column) << depth;
+            if (x < all.minX || x > all.maxX) continue;
+            const float height = heights[x - all.minX];
+            defined[std::size_t(row) * rows.width() + column] = height == height;
+        }
+    }
+    return defined;
+}
+
 /// Adds what the old terrain has, and finds out whether there is anything that the parent does not have.
-void GridTerrainWriter::completeSamples(TileSamples & tile, const OldTile * old) const {
-    tile.hasData = tile.isDefined() && tile.place.depth >= plan_.sourceDepth;
-    if (old && old->merge(tile, plan_.scale)) tile.hasData = true;
-    if (tile.place.depth == plan_.treeDepth) tile.hasData = true;
+void GridTerrainWriter::completeSamples(TileSamples & tile, const OldTile * old,
+                                        const std::vector<bool> * isOwn) const {
+    OldTile::Merged merged{tile.isDefined(), false};
+    if (old) merged = old->merge(tile, plan_.scale, isOwn);
+    tile.hasData = merged.hasOld || (merged.hasNew && tile.place.depth >= plan_.sourceDepth) ||
+                   tile.place.depth == plan_.treeDepth;
 }
 
 /// The tile `k` levels above; null above the root.

@@ -88,7 +88,8 @@ private:
     void writePiece(const Piece & piece, Piece & next, bool hasNext);
     Finished finestTile(const Piece & piece, std::size_t i) const;
     void ensureSamples(std::uint32_t depth, std::uint32_t row);
-    void completeSamples(TileSamples & tile, const OldTile * old) const;
+    std::vector<bool> definedPlaces(std::uint32_t depth, const LatticeArea & rows) const;
+    void completeSamples(TileSamples & tile, const OldTile * old, const std::vector<bool> * isOwn) const;
     const TileSamples * ancestor(const TileSamples & tile, std::uint32_t k) const;
     bool isBelowPlainArea(const TileSamples & tile) const;
     void addParents(std::uint32_t depth, std::uint32_t row);

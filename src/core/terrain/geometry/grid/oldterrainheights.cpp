@@ -19,26 +19,28 @@ NBX::SO<GridTerrainTileData> heightsOf(GridTerrainTile & tile) {
 
 } // namespace
 
-bool OldTile::merge(TileSamples & tile, const HeightScale & scale) const {
-    if (!data) return false;
+OldTile::Merged OldTile::merge(TileSamples & tile, const HeightScale & scale,
+                               const std::vector<bool> * isOwn) const {
+    if (!data) return {tile.isDefined(), false};
     if (!tile.isDefined()) tile.block.resize(TerrainFileFormat::blockSize(tile.place.tileLevel) / 2);
     const std::uint32_t side = TerrainFileFormat::samplesPerSide(tile.place.tileLevel);
     const double step = std::ldexp(double(data->step()), -static_cast<int>(halvings));
-    bool isAnyTaken = false;
-    std::uint16_t * value = tile.values();
-    for (std::uint32_t y = 0; y < side; ++y)
-        for (std::uint32_t x = 0; x < side; ++x, ++value) {
-            if (*value != 0) continue;
-            double old = data->value(halvings == 0 ? x : 0, halvings == 0 ? y : 0);
-            if (halvings > 0)
-                old = data->calculateVerticalRayIntersection((double(tile.place.tileX) + x) * step,
-                                                             (double(tile.place.tileY) + y) * step);
-            if (!(old > 0.0)) continue;
-            *value = scale.quantised(height0 + old * heightStep);
-            isAnyTaken = true;
-        }
-    if (isAnyTaken || tile.box.max[2] == 0) tile.findBox();
-    return isAnyTaken && halvings == 0;
+    const auto oldValue = [&](std::uint32_t x, std::uint32_t y) -> double {
+        if (halvings == 0) return data->value(x, y);
+        return data->calculateVerticalRayIntersection((double(tile.place.tileX) + x) * step,
+                                                      (double(tile.place.tileY) + y) * step);
+    };
+    Merged merged;
+    std::uint16_t * const values = tile.values();
+    for (std::uint32_t i = 0; i < side * side; ++i) {
+        const bool isNew = isOwn ? (*isOwn)[i] : values[i] != 0;
+        const double old = isNew ? 0.0 : oldValue(i % side, i / side);
+        if (old > 0.0) values[i] = scale.quantised(height0 + old * heightStep);
+        merged.hasOld |= old > 0.0 && halvings == 0;
+        merged.hasNew |= !(old > 0.0) && values[i] != 0;
+    }
+    tile.findBox();
+    return merged;
 }
 
 OldTerrainHeights::OldTerrainHeights(const NBX::SO<GridTerrain> & terrain, std::uint32_t halvings)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
@@ -16,9 +18,15 @@ struct OldTile {
     /// The height of the old value v is `height0 + v * heightStep`.
     double height0 = 0.0, heightStep = 0.0;
 
-    /// Gives undefined samples of `tile` their old heights. True where the old terrain has samples of this
-    /// resolution and some were taken.
-    bool merge(TileSamples & tile, const HeightScale & scale) const;
+    /// What became of the samples of a tile.
+    struct Merged {
+        bool hasNew = false; ///< some are not those of the old terrain
+        bool hasOld = false; ///< the old terrain has some of this resolution
+    };
+
+    /// Gives samples of `tile` their old heights, where there are any: the undefined ones, and where `isOwn`
+    /// is given, those that it does not name: they only stand for heights around their place.
+    Merged merge(TileSamples & tile, const HeightScale & scale, const std::vector<bool> * isOwn) const;
 };
 
 /// A terrain whose heights show where a new one has none. Its root covers the same square as the new one's,

@@ -14,6 +14,7 @@
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
+#include <zmt/core/terrain/texture/terraintexture.h>
 
 #include <support/cancelingdisplay.h>
 #include <support/recordedreports.h>
@@ -126,8 +127,9 @@ void GridTerrainCreationTest::compare(const PlainTerrainFile & file, unsigned ce
     const unsigned n = 1U << file.level;
     std::map<PlainTerrainFile::Place, Expected> all;
     for (unsigned d = 0; d <= file.depth; ++d)
-        for (unsigned ty = 0; ty < 1U << (file.depth - d); ++ty)
-            for (unsigned tx = 0; tx < 1U << (file.depth - d); ++tx) {
+        for (unsigned ty = 0; ty * n << d < cellsY; ++ty)
+            for (unsigned tx = 0; tx * n << d < cellsX; ++tx) {
+                if ((tx | ty) >> (file.depth - d) != 0) continue;
                 Expected tile;
                 for (unsigned y = 0; y <= n; ++y)
                     for (unsigned x = 0; x <= n; ++x) {
@@ -157,8 +159,10 @@ void GridTerrainCreationTest::compare(const PlainTerrainFile & file, unsigned ce
                 all[{d, tx * n, ty * n}] = tile;
             }
 
+    std::size_t defined = 0;
     for (const auto & [place, tile] : all) {
         const auto [d, x, y] = place;
+        defined += tile.isDefined;
         SCOPED_TRACE(testing::Message() << "depth " << d << " at " << x << " " << y);
         const PlainTerrainFile::Tile * const found = file.tile(d, x, y);
         ASSERT_EQ(tile.isDefined, found != nullptr);
@@ -179,6 +183,7 @@ void GridTerrainCreationTest::compare(const PlainTerrainFile & file, unsigned ce
                 ASSERT_EQ(above(x + (i << k), y + n), file.border(*found, 3, k, i)) << k << " " << i;
             }
     }
+    EXPECT_EQ(defined, file.tiles.size());
     const PlainTerrainFile::Tile * const root = file.tile(file.depth, 0, 0);
     EXPECT_EQ(root->max[0] + 1, file.sizeX);
     EXPECT_EQ(root->max[1] + 1, file.sizeY);
@@ -455,6 +460,54 @@ TEST_F(GridTerrainCreationTest, TheCoordinateSystemStandsBeside) {
     creation.wkt = "";
     write(new FunctionBand(9, 9, FunctionBand::hills));
     EXPECT_FALSE(NBX::File::exists(NBX::StringUtils::WString2Utf8String(path("a.prj"))));
+}
+
+TEST_F(GridTerrainCreationTest, TheLightMapStandsBehindTheTiles) {
+    creation.createShading = true;
+    creation.lightDirection = {0.6, 0.8, 0.0};
+    const SO<FunctionBand> band(new FunctionBand(40, 40, FunctionBand::hills));
+    const std::vector<std::uint8_t> lit = write(band, 3);
+    const PlainTerrainFile file(lit);
+    ASSERT_LT(file.dataSize + 256, lit.size());
+    EXPECT_EQ("ZMT-AQTT", std::string(lit.begin() + std::ptrdiff_t(file.dataSize),
+                                      lit.begin() + std::ptrdiff_t(file.dataSize) + 8));
+    EXPECT_EQ(1, std::distance(std::filesystem::directory_iterator(std::getenv("TMPDIR")),
+                               std::filesystem::directory_iterator()));
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(path());
+    EXPECT_TRUE(terrain->createStaticLightMap(0.0, {0, 1, 0}));
+    EXPECT_TRUE(terrain->createDynamicLightMap());
+
+    // The tiles are the same as without one.
+    creation.createShading = false;
+    const std::vector<std::uint8_t> plain = write(band, 3);
+    EXPECT_EQ(file.dataSize, plain.size());
+    EXPECT_TRUE(std::equal(plain.begin(), plain.end(), lit.begin()));
+    EXPECT_FALSE(AsyncGridTerrain::load(path())->createStaticLightMap(0.0, {0, 1, 0}));
+    EXPECT_FALSE(AsyncGridTerrain::load(path())->createDynamicLightMap());
+
+    creation.createShading = creation.storesNormals = true;
+    creation.threads = 1;
+    const std::vector<std::uint8_t> normals = write(band, 3);
+    EXPECT_NE(lit, normals);
+    creation.threads = 3;
+    EXPECT_TRUE(normals == write(band, 3));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST_F(GridTerrainCreationTest, ALightMapThatIsCancelledLeavesNothing) {
+    struct Display : NBX::ProgressDisplay {
+        void begin(const NBX::Progress &) override { ++begun; }
+        bool update(const NBX::Progress &) override { return begun < 3; }
+        void end(const NBX::Progress &) override {}
+        int begun = 0;
+    } display;
+    creation.createShading = true;
+    NBX::Progress::setDisplay(&display);
+    EXPECT_FALSE(creation.run(path(), new FunctionBand(40, 40, FunctionBand::hills)));
+    NBX::Progress::setDisplay(nullptr);
+    EXPECT_EQ(3, display.begun);
+    EXPECT_TRUE(folder.isEmpty());
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 } // namespace

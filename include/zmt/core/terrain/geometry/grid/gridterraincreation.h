@@ -5,11 +5,10 @@
 
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
 #include <zmt/raster/rasterband.h>
 
 namespace ZMT::CORE::GRID {
-
-class GridTerrain;
 
 /// How the file of a streaming terrain is written.
 ///
@@ -50,6 +49,9 @@ struct GridTerrainCreation {
     /// report of level 2.
     bool run(const std::wstring & path, const NBX::SO<RASTER::RasterBand> & band,
              std::wstring * problem = nullptr) const;
+
+    /// How much of the raster lies outside of the square of `old`, and would be left out: 0 to 1.
+    static double shareOutside(const RASTER::RasterGrid & grid, const GridTerrain & old);
 
     /// Set by graphical applications; null, as at start, shows nothing. Returns the one before.
     static MessageBox setMessageBox(MessageBox box);
