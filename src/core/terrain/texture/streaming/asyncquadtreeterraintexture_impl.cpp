@@ -95,8 +95,11 @@ NBX::SO<NBX::TextureGL> AsyncQuadtreeTerrainTexture_Impl::find(TexturePatchReque
         prefetchChildren(node, error, search);
         // One that came in this call tells for the first time where it lies.
         child = node.childWith(search.box);
-        if (!child && !texture) search.incomplete = true;
-        if (!child) return texture;
+        if (!child) {
+            // When the patch was asked whether to split, a tile that came later could not tell.
+            if (!texture || node.cameInThisFrame()) search.incomplete = true;
+            return texture;
+        }
     }
     const double known = child->lastError(search.viewInfo, search.eye);
     const NBX::SO<NBX::TextureGL> finer = find(*child, known, search);

@@ -178,6 +178,7 @@ bool TexturePatchRequest::takeBlock(const NBX::SO<NBX::DataResource> & block) {
     const NBX::SO<RASTER::GeoImage> image = RASTER::GeoImage::fromOrigin(
         picture.get(), header.image.minX, header.image.minY, header.pixelSizeX(), header.pixelSizeY());
     succeed();
+    imageFrame_ = TextureTransfers::frame();
     imageAgainAt_ = TextureTransfers::now() + s_imagePause;
     pixelSizeX_ = header.pixelSizeX();
     pixelSizeY_ = header.pixelSizeY();
@@ -223,6 +224,10 @@ const std::set<const TexturePatchRequest *> & TexturePatchRequest::failed() {
 void TexturePatchRequest::dropRequest() {
     if (request_) TextureTransfers::end(request_);
     request_ = nullptr;
+}
+
+bool TexturePatchRequest::cameInThisFrame() const {
+    return hasImage() && imageFrame_ == TextureTransfers::frame();
 }
 
 double TexturePatchRequest::error(const NBX::ViewInfo & viewInfo, const Point & eye) const {

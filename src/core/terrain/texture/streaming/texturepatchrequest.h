@@ -73,6 +73,8 @@ public:
     const TextureStream & stream() const { return stream_; }
     const TileRef & tileRef() const { return ref_; }
 
+    /// Whether the image is younger than the frame.
+    bool cameInThisFrame() const;
     bool hasImage() const { return bool(image_); }
     bool hasTexture() const { return bool(texture_); }
 
@@ -98,6 +100,7 @@ private:
     unsigned failures_ = 0;               ///< since the last success
     std::wstring failure_;                ///< the last one
     double askAgainAt_ = 0.0;             ///< after a failure; in seconds of `TextureTransfers::now`
+    std::uint64_t imageFrame_ = 0;        ///< in which it came
     double imageAgainAt_ = 0.0;           ///< for the sake of the image alone
     NBX::WO<RASTER::GeoImage> image_;
     NBX::WO<NBX::TextureGL> texture_;

@@ -17,6 +17,7 @@ struct Times {
 struct State {
     std::map<TextureTransfers::Request, Times> active;
     unsigned uploads = 0;
+    std::uint64_t frame = 0;
     NBX::SO<NBX::Clock> clock;
 };
 
@@ -59,6 +60,7 @@ void TextureTransfers::countUpload() {
 
 void TextureTransfers::beginFrame() {
     state().uploads = 0;
+    ++state().frame;
     const double time = now();
     auto & active = state().active;
     for (auto entry = active.begin(); entry != active.end();) {
@@ -70,6 +72,10 @@ void TextureTransfers::beginFrame() {
         entry = active.erase(entry);
         request->cancel();
     }
+}
+
+std::uint64_t TextureTransfers::frame() {
+    return state().frame;
 }
 
 double TextureTransfers::now() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include <nbx/engine/clock.h>
 #include <nbx/object/so.h>
 #include <zmt/core/misc/asyncfile.h>
@@ -31,6 +33,8 @@ public:
 
     /// Looks at all reads, which moves them on, and ends those whose time is over.
     static void beginFrame();
+    /// The number of the present frame; 0 before the first one.
+    static std::uint64_t frame();
 
     /// In seconds.
     static double now();

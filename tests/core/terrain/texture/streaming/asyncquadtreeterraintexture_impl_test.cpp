@@ -289,6 +289,18 @@ TEST_F(AsyncQuadtreeTerrainTextureImplTest, AtOnceEverythingComesInTheFrame) {
     EXPECT_TRUE(refine(*child, 3.9)) << "the tile that is shown is the finest";
 }
 
+TEST_F(AsyncQuadtreeTerrainTextureImplTest, ATileThatComesAfterItsPatchWasAskedToSplitWantsAnotherPicture) {
+    openWithRoot();
+    asynchronous = false;
+    EXPECT_FALSE(refine(*child, 1.0));
+    request(*child, 1.0);
+    EXPECT_TRUE(incomplete);
+    nextFrame();
+    EXPECT_TRUE(refine(*child, 1.0));
+    request(*child, 1.0);
+    EXPECT_FALSE(incomplete) << "a patch that has no children is not drawn for ever";
+}
+
 TEST_F(AsyncQuadtreeTerrainTextureImplTest, AtOnceWhatCannotBeReadIsReplacedAndSaid) {
     openWithRoot();
     const SO<TextureGL> ofRoot = request(*patches, 100.0);

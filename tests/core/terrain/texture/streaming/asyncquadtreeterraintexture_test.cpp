@@ -521,6 +521,11 @@ TEST_F(AsyncQuadtreeTerrainTextureTest, WhatIsNoStreamIsNotLoaded) {
     Bytes cut = good;
     cut.pop_back();
     EXPECT_FALSE(load(cut));
+    Bytes behind(64);
+    behind.insert(behind.end(), good.begin(), good.end());
+    EXPECT_TRUE(load(behind, 64));
+    behind.pop_back();
+    EXPECT_FALSE(load(behind, 64)) << "cut, though the file is longer than the stream";
     Bytes longer = good;
     longer.push_back(0);
     EXPECT_TRUE(load(longer)) << "something else may follow";

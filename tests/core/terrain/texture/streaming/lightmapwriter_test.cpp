@@ -11,6 +11,7 @@
 
 #include "core/terrain/texture/streaming/asyncquadtreeterraintexture_impl.h"
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
 #include "../fakepyramid.h"
@@ -257,6 +258,10 @@ TEST_F(LightMapWriterTest, TilesOfTheTerrainFindTheirTilesOfLight) {
     };
     const SO<NBX::TextureGL> ofRoot = request(patch({2, 0, 0}));
     const SO<NBX::TextureGL> ofChild = request(patch({1, 8, 0})), ofLeaf = request(patch({0, 24, 8}));
+    incomplete = false;
+    TerrainPainterFrameManager::CallBeginFrameCallbacks({nullptr, false});
+    EXPECT_EQ(request(patch({2, 0, 0})), ofRoot);
+    EXPECT_EQ(request(patch({1, 8, 0})), ofChild);
     EXPECT_FALSE(incomplete);
     EXPECT_NE(ofRoot, ofChild);
     EXPECT_NE(ofChild, ofLeaf);

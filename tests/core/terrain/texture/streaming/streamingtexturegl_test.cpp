@@ -13,8 +13,16 @@
 #include <nbx/scene/view/ortho.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
+#include <zmt/core/terrain/texture/tiledlodtexture.h>
+
+#include <support/testterrain.h>
+
+#include "heldfile.h"
 
 #include "oblongsource.h"
 #include "streamingtexturefile.h"
@@ -93,10 +101,14 @@ protected:
     }
 
     SO<TextureGL> request(const TerrainTexture & of, const GeometryPatch & patch) {
-        bool incomplete = false;
-        TerrainPainterFrameManager::CallBeginFrameCallbacks({nullptr, false});
-        const SO<TextureGL> result =
-            of.request(&patch, engine.get(), view.get(), 1000, 1000, 1.0, {}, 0.0, false, false, incomplete);
+        SO<TextureGL> result;
+        bool incomplete = true;
+        for (int frame = 0; incomplete && frame < 5; ++frame) {
+            incomplete = false;
+            TerrainPainterFrameManager::CallBeginFrameCallbacks({nullptr, false});
+            result = of.request(&patch, engine.get(), view.get(), 1000, 1000, 1.0, {}, 0.0, false, false,
+                                incomplete);
+        }
         EXPECT_FALSE(incomplete);
         return result;
     }
@@ -148,6 +160,98 @@ TEST_F(StreamingTextureGLTest, BeyondTheImageIsNothingThoughItIsGrey) {
                                     std::pair(1256.0, 1995.0), std::pair(1256.0, 2069.0)})
             EXPECT_EQ(sampled(*shown, x, y)[3], 0) << x << " " << y;
     }
+}
+
+// On a terrain, from above: one unit of its 64 a pixel.
+
+class StreamingTextureOnTerrainTest : public StreamingTextureGLTest {
+protected:
+    void SetUp() override {
+        GLFixture::SetUp();
+        const auto grid = TestTerrain::grid({65, 65, -0.5, -0.5, 1.0, 1.0},
+                                            [](unsigned x, unsigned y) { return (x * 7 + y * 3) % 5; });
+        testing::internal::CaptureStderr();
+        const auto tree = CreateGeometryTree::create(grid.get(), 200);
+        testing::internal::GetCapturedStderr();
+        terrain = new Terrain(grid.get(), tree.get());
+        const SO<NBX::File> target(new NBX::File(NBX::File::temporaryFileName("gl-"), NBX::WM_Create));
+        ASSERT_TRUE(AsyncQuadtreeTerrainTexture::create(target, terrain->root(), picture(), 48, 0));
+        file = new HeldFile(NBX::File::contents(target->fullName()));
+    }
+    void TearDown() override {
+        terrain = nullptr;
+        file = nullptr;
+        StreamingTextureGLTest::TearDown();
+    }
+
+    /// Not quite as large as the terrain; its levels go down to one pixel.
+    static SO<ZMT::RASTER::TiledGeoImagePyramid> picture() {
+        return new ZMT::RASTER::MemoryTiledGeoImagePyramid(OblongSource::image(NBX::LS_RGBA, 240, 120).get(),
+                                                           NBX::Bounds({4.0, 8.0, 0.0}, {60.0, 56.0, 0.0}));
+    }
+    SO<NBX::Image> drawWith(TerrainTexture * texture) {
+        root->clear();
+        root->append(new NBX::Camera(new NBX::LookAt({32, 30, 32}, {32, 0, 32}, {0, 0, 1}),
+                                     new NBX::Ortho(-32, 32, -32, 32, 1, 60)));
+        const SO<NBX::Array<SO<TerrainTexture>>> textures(new NBX::Array<SO<TerrainTexture>>);
+        textures->append(texture);
+        root->append(new DecalTerrainTexturingEffect(textures.get()));
+        root->append(terrain.get());
+        return draw();
+    }
+    SO<NBX::Image> drawUntilItRests(SO<NBX::Image> picture) {
+        for (int frames = 0; canvas->redisplayPending(); ++frames) {
+            EXPECT_LT(frames, 10) << "one for each level of patches";
+            if (frames == 10) break;
+            picture = draw();
+        }
+        return picture;
+    }
+    SO<TerrainTexture> open() { return AsyncQuadtreeTerrainTexture::load(file, 0, 0); }
+
+    SO<Terrain> terrain;
+    SO<HeldFile> file;
+};
+
+TEST_F(StreamingTextureOnTerrainTest, SnapshotsShowThePictureWithoutWaiting) {
+    const SO<NBX::Image> expected = drawWith(SO<TerrainTexture>(new TiledLODTexture(picture().get())).get());
+    const SO<TerrainTexture> texture = open();
+    const SO<NBX::Image> seen = drawUntilItRests(drawWith(texture.get()));
+    // Red follows the columns and green the rows; blue changes from texel to texel.
+    for (int y = 10; y < 54; ++y)
+        for (int x = 6; x < 58; ++x)
+            for (unsigned c = 0; c < 2; ++c)
+                ASSERT_NEAR(pixel(expected, x, y)[c], pixel(seen, x, y)[c], 8) << x << " " << y << " " << c;
+    for (const auto & [x, y] : {std::pair(1, 32), std::pair(62, 32), std::pair(32, 4), std::pair(32, 60)})
+        EXPECT_EQ(pixel(seen, x, y), (std::array<int, 4>{255, 255, 255, 255})) << "the ground beyond";
+    EXPECT_EQ(texture->refine(terrain->root().get(), viewFromAbove(1.0).get(), 64, 64, {}, 2.0, false), true);
+}
+
+TEST_F(StreamingTextureOnTerrainTest, APictureThatComesLaterIsTheSnapshotAndThenRests) {
+    const SO<TerrainTexture> first = open();
+    const SO<NBX::Image> expected = drawUntilItRests(drawWith(first.get()));
+    NBX::MainMemoryManager::instance()->clear();
+    NBX::GraphicsMemoryManager::instance()->clear();
+
+    canvas->setRenderingMode(1);
+    const unsigned before = file->asked;
+    const SO<TerrainTexture> texture = open();
+    SO<NBX::Image> seen = drawWith(texture.get());
+    EXPECT_TRUE(canvas->redisplayPending());
+    EXPECT_EQ(pixel(seen, 32, 32), (std::array<int, 4>{255, 255, 255, 255})) << "nothing to show yet";
+    int frames = 0;
+    for (; frames < 200 && canvas->redisplayPending(); ++frames) {
+        file->setStates(AsyncFile::RS_Ready);
+        seen = draw();
+        ASSERT_NE(pixel(seen, 32, 32), (std::array<int, 4>{255, 255, 255, 255})) << "no hole";
+    }
+    EXPECT_LT(frames, 200);
+    EXPECT_GT(frames, 2);
+    EXPECT_LE(largestDifference(expected, seen), 1);
+    const unsigned asked = file->asked;
+    draw();
+    EXPECT_EQ(file->asked, asked) << "it rests";
+    EXPECT_GT(asked, before);
 }
 
 } // namespace
