@@ -45,9 +45,8 @@ bool TextureTransfers::contains(const Request & request) {
 }
 
 void TextureTransfers::end(const Request & request) {
-    const Request held = request;
-    state().active.erase(held);
-    held->cancel();
+    state().active.erase(request);
+    request->cancel();
 }
 
 bool TextureTransfers::mayUpload(bool force) {

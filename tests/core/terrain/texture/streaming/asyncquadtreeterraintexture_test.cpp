@@ -231,7 +231,9 @@ TEST_F(AsyncQuadtreeTerrainTextureTest, AStreamBeginsWhereTheFileStands) {
         EXPECT_EQ((root.child(1).ref.offset + base) % 16, 0U) << "multiples of 16 of the file's positions";
         EXPECT_EQ(bytes.size() % 16, 0U);
         EXPECT_EQ(root.pixels, Decoder(alone).root().pixels);
-        EXPECT_TRUE(Texture::load(AsyncFile::create(StreamingTextureFile::resource(bytes)), base, s_key));
+        const auto read = Texture::load(StreamingTextureFile::inMemory(bytes), base, s_key);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->boundingBox(), NBX::Bounds({1000.0, -1e42, 2000.0}, {1512.0, 1e42, 2064.0}));
         if (base % 16 == 0) {
             const SO<NBX::File> plain(new NBX::File(path("c"), NBX::WM_Create));
             plain->write(front.data(), front.size());
