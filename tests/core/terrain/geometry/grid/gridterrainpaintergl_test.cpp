@@ -978,4 +978,49 @@ TEST_F(GridTerrainPainterGLTest, EveryTileIsToldItsNeighbors) {
     EXPECT_FALSE(d.neighbor(GridTerrainTile::NI_HighX));
 }
 
+TEST_F(GridTerrainPainterGLTest, NeighborsAreNoFinerThanTheTileItself) {
+    top->split();
+    (*top)[1].split();
+    (*top)[1][0].split();
+    paint();
+    Tile &a = (*top)[0], &b = (*top)[1];
+    EXPECT_FALSE(a.neighbor(GridTerrainTile::NI_HighX)) << "refined: it closes its borders itself";
+    EXPECT_EQ(a.neighbor(GridTerrainTile::NI_HighY).get(), top->children[2].get());
+    EXPECT_EQ(b[2].neighbor(GridTerrainTile::NI_LowX).get(), &a) << "a coarser one";
+    EXPECT_EQ(b[0][0].neighbor(GridTerrainTile::NI_LowX).get(), &a) << "two levels above";
+    EXPECT_EQ(b[0][1].neighbor(GridTerrainTile::NI_HighX).get(), b.children[1].get());
+    EXPECT_EQ(b[0][2].neighbor(GridTerrainTile::NI_HighY).get(), b.children[2].get());
+    EXPECT_FALSE(b[1].neighbor(GridTerrainTile::NI_LowX)) << "refined";
+    EXPECT_EQ(b[2].neighbor(GridTerrainTile::NI_HighY).get(), top->children[3].get());
+    EXPECT_FALSE(b[0][0].neighbor(GridTerrainTile::NI_LowY)) << "the border of the terrain";
+    // They are told anew in every picture.
+    (*top)[1].splits = false;
+    paint();
+    EXPECT_EQ(a.neighbor(GridTerrainTile::NI_HighX).get(), &b);
+    top->children[2] = nullptr;
+    paint();
+    EXPECT_FALSE(a.neighbor(GridTerrainTile::NI_HighY));
+}
+
+/// The parts of a coarse tile, however small they are cut, show its heights.
+TEST_F(GridTerrainPainterGLTest, WhatHasCoarserHeightsCountsThoughItIsRefinedOrOutOfView) {
+    const int coarse = 3;
+    top->split();
+    Tile &a = (*top)[0], &b = (*top)[1];
+    b.split();
+    b.detail = &coarse;
+    for (unsigned i = 0; i < 4; ++i)
+        b[i].detail = &coarse;
+    paint();
+    EXPECT_EQ(a.neighbor(GridTerrainTile::NI_HighX).get(), &b);
+    EXPECT_EQ(b[0].neighbor(GridTerrainTile::NI_LowX).get(), &a);
+    look({-1, 100, 32}, {-1, 0, 32});
+    paint();
+    EXPECT_EQ(b.frameState(), GridTerrainTile::FS_Culled);
+    EXPECT_EQ(a.neighbor(GridTerrainTile::NI_HighX).get(), &b) << "what closes the border may be in view";
+    b.detail = nullptr;
+    paint();
+    EXPECT_FALSE(a.neighbor(GridTerrainTile::NI_HighX)) << "there is nothing to close";
+}
+
 } // namespace
