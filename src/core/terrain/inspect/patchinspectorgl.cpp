@@ -8,7 +8,9 @@
 
 #include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
-#include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
+#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
+#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -74,12 +76,15 @@ void PatchInspectorGL::registerAll(bool colorsPatches) {
 }
 
 PatchInspectorGL::Statistics PatchInspectorGL::statistics() {
-    return {static_cast<unsigned>(s_drawn.size()), s_triangles};
+    const auto & tiles = GRID::GridTerrainPainterGL::statistics();
+    return {static_cast<unsigned>(s_drawn.size()) + tiles.tilesCounted, s_triangles + tiles.triangles,
+            tiles.missingTiles};
 }
 
 void PatchInspectorGL::reset() {
     s_drawn.clear();
     s_triangles = 0;
+    GRID::GridTerrainPainterGL::resetStatistics();
 }
 
 std::uint64_t PatchInspectorGL::trianglesOf(const GeometryPatch & patch) {

@@ -2,11 +2,14 @@
 
 #include <nbx/engine/handler.h>
 #include <nbx/scene/attribute/contextdata.h>
+#include <nbx/scene/view/camera.h>
+#include <nbx/scene/view/ortho.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include "core/terrain/geometry/chunked/chunkedfixture.h"
+#include "support/memorygridterrain.h"
 #include "support/testpatches.h"
 
 using NBX::Area;
@@ -130,6 +133,31 @@ TEST_F(PatchInspectorGLTest, LeavesTheStateAsItWas) {
     NBX::SO<PatchInspectorGL>(new PatchInspectorGL(new ZMT::CORE::GridPatchPainterGL, true))
         ->render(engine.get(), patch.get());
     EXPECT_EQ(stateOfGL(), before);
+}
+
+/// A root that is split where a child is missing, and then is not.
+TEST_F(PatchInspectorGLTest, CountsTheTilesOfStreamingTerrains) {
+    MemoryGrid heights;
+    heights.level = 2;
+    heights.depth = 1;
+    const NBX::SO<MemoryGridTerrain> terrain(new MemoryGridTerrain(heights));
+    root->append(new NBX::Camera(new NBX::LookAt({4, 100, 4}, {4, 0, 4}, {0, 0, 1}),
+                                 new NBX::Ortho(-5, 5, -5, 5, 1, 200)));
+    root->append(terrain.get());
+    canvas->setRenderingMode(1);
+    canvas->redisplay();
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 1U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 32U);
+    EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, 4U);
+    terrain->state().deliver();
+    PatchInspectorGL::reset();
+    canvas->redisplay();
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 4U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 4U * 32U);
+    EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, 0U);
+    PatchInspectorGL::reset();
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 0U);
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 0U);
 }
 
 } // namespace

@@ -13,10 +13,12 @@ namespace ZMT::CORE {
 class PatchInspectorGL : public GeometryPatchPainterGL {
     NBX_CLASS(PatchInspectorGL, GeometryPatchPainterGL)
 public:
-    /// What was drawn since the last `reset`. A patch drawn in several passes counts once.
+    /// What was drawn since the last `reset`. A patch drawn in several passes counts once. Tiles of streaming
+    /// terrains count as patches, in every picture anew.
     struct Statistics {
         unsigned patches = 0;
-        std::uint64_t triangles = 0; ///< of the surfaces, without skirts and walls
+        std::uint64_t triangles = 0; ///< of the surfaces, without skirts and walls; tiles with closed borders
+        unsigned missingTiles = 0;   ///< of streaming terrains: wanted, but not there
     };
 
     /// Keeps `painter`. All inspectors of the process share the statistics.
