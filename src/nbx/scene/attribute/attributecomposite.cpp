@@ -15,7 +15,7 @@ NBX_STORED_CLASS_IMPL(AttributeComposite, Attribute)
 void AttributeComposite::append(Attribute * attribute) {
     NBX_CHECK(attribute, L"no attribute");
     if (!attribute) return;
-    const bool closesCycle = dynamic_cast<AttributeComposite *>(attribute) && reaches(attribute, this);
+    const bool closesCycle = reaches<AttributeComposite>(attribute, this);
     NBX_CHECK(!closesCycle, L"composite would contain itself");
     if (closesCycle) return;
     attributes_.emplace_back(attribute);

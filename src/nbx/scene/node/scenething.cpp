@@ -23,7 +23,7 @@ SceneThing::SceneThing(SceneThing * parent) {
 }
 
 bool SceneThing::closesCycle(const RenderObj * object) const {
-    return dynamic_cast<const SceneNode *>(object) && reaches(object, this);
+    return reaches<SceneNode>(object, this);
 }
 
 bool SceneThing::accepts(const RenderObj * object) const {

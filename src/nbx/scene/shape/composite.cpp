@@ -15,7 +15,7 @@ NBX_STORED_CLASS_IMPL(Composite, Shape)
 void Composite::append(Shape * shape) {
     NBX_CHECK(shape, L"no shape");
     if (!shape) return;
-    const bool closesCycle = dynamic_cast<Composite *>(shape) && reaches(shape, this);
+    const bool closesCycle = reaches<Composite>(shape, this);
     NBX_CHECK(!closesCycle, L"composite would contain itself");
     if (closesCycle) return;
     shapes_.emplace_back(shape);

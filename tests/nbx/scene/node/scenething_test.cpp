@@ -166,6 +166,26 @@ TEST_F(SceneThingTest, storedAndReadIsTheSame) {
     EXPECT_FALSE(below->isEnabled());
 }
 
+/// Counts how often somebody asks what is below it.
+class CountedShape : public Shape {
+public:
+    CountedShape() : Shape(true) {}
+    void acceptChildren(std::vector<Visitable *> & children) const override {
+        ++asked;
+        Shape::acceptChildren(children);
+    }
+    mutable unsigned asked = 0;
+};
+
+/// Terrains are shapes with hundreds of thousands of objects below them, of which none is a node.
+TEST_F(SceneThingTest, circlesAreLookedForAmongNodesAlone) {
+    const SO<CountedShape> shape(new CountedShape);
+    const SO<SceneThing> below(new SceneThing);
+    below->append(shape.get());
+    thing->append(below.get());
+    EXPECT_EQ(shape->asked, 0U);
+}
+
 TEST_F(SceneThingTest, damagedStreamsAreRefusedOrGiveASoundTree) {
     thing->append(a.get());
     (new SceneThing(thing.get()))->append(b.get());
