@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -92,12 +93,12 @@ private:
         std::vector<Place> records;
         std::size_t next = 0;
     };
+    using Index = std::unordered_map<std::uint64_t, Queue>;
     struct Section {
         Place next; ///< up to here the records have been read in their order
         const std::uint8_t * end;
         std::uint64_t bytesLeft;
-        bool isIndexed = false;
-        std::unordered_map<std::uint64_t, Queue> index; ///< of the records from `next` on
+        std::unique_ptr<Index> index; ///< of the records from `next` on, once one was not the next
     };
     enum class State { Untouched, Made, Complete, Failed };
     struct ObjectEntry {
@@ -105,9 +106,9 @@ private:
         const std::uint8_t * begin = nullptr;
         std::uint64_t bytes = 0;
         std::size_t references = 0; ///< where those of the object begin
+        std::uint64_t uses = 0;     ///< references to it that were not read yet
         State state = State::Untouched;
         SO<SharedObj> object;
-        std::exception_ptr failure;
     };
 
     void readTables();
@@ -115,7 +116,8 @@ private:
     void readObjects(const std::uint8_t *& at, const std::uint8_t * end);
     void placeBodies(const std::uint8_t * at, const std::uint8_t * end);
     void validate(ObjectEntry & entry);
-    Record parse(const std::uint8_t * at, const std::uint8_t * end) const;
+    void parse(const std::uint8_t * at, const std::uint8_t * end, Record & record) const;
+    const std::uint8_t * parseSized(const std::uint8_t * at, const std::uint8_t * end, Record & record) const;
     std::uint64_t takePayloadSize(std::uint8_t type, const std::uint8_t *& at,
                                   const std::uint8_t * end) const;
 
@@ -126,8 +128,9 @@ private:
     bool run(const char * name, double * values, std::uint64_t count) override;
 
     void readReferenced(std::uint64_t first);
+    static void prefetch(const ObjectEntry & entry);
     void make(ObjectEntry & entry);
-    void fill(ObjectEntry & entry);
+    void fill(std::uint64_t number);
 
     bool find(std::uint8_t type, const char * name, Record & record, std::uint64_t most = 1);
     void index(Section & section) const;
@@ -143,6 +146,7 @@ private:
     std::vector<std::string_view> names_;
     std::unordered_map<std::string_view, std::uint64_t> nameNumbers_;
     std::vector<ObjectEntry> objects_;
+    std::unordered_map<std::uint64_t, std::exception_ptr> failures_; ///< of objects, by their places
     std::vector<std::uint64_t> references_;            ///< of all objects to others, counted from 0
     std::unordered_set<const SharedObj *> unfinished_; ///< those on the way from the root to the current one
     std::vector<const std::uint8_t *> openEnds_;       ///< of sections that are checked

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include <sys/mman.h>
+
 #include <nbx/object/serializationmanager.h>
 
 namespace NBX {
@@ -14,11 +16,24 @@ void MemoryDataResource::Free::operator()(void * block) const {
     std::free(block);
 }
 
+namespace {
+
+/// Asks for large pages, of which the system has fewer to find, to clear and to remember. A wish alone.
+void wishLargePages(void * block, std::size_t size) {
+    constexpr std::uintptr_t page = std::uintptr_t{2} << 20;
+    const std::uintptr_t first = reinterpret_cast<std::uintptr_t>(block);
+    const std::uintptr_t begin = (first + page - 1) / page * page, end = (first + size) / page * page;
+    if (begin < end) ::madvise(reinterpret_cast<void *>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+} // namespace
+
 /// Zeroed by the system, which for large blocks costs nothing until they are touched.
 MemoryDataResource::Block MemoryDataResource::allocate(unsigned size) {
     if (size == 0) return nullptr;
     Block block(std::calloc(size, 1));
     if (!block) throw std::bad_alloc();
+    wishLargePages(block.get(), size);
     return block;
 }
 

@@ -7,6 +7,7 @@
 #include <nbx/data/objectstreamreader.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <unordered_set>
 
@@ -29,7 +30,7 @@ std::uint64_t left(const std::uint8_t * at, const std::uint8_t * end) {
     return static_cast<std::uint64_t>(end - at);
 }
 
-std::uint64_t takeVarint(const std::uint8_t *& at, const std::uint8_t * end) {
+std::uint64_t takeLongVarint(const std::uint8_t *& at, const std::uint8_t * end) {
     std::uint64_t value = 0;
     for (unsigned shift = 0; shift < 64; shift += 7) {
         if (at == end) throwUnsound(L"it ends within a number");
@@ -39,6 +40,11 @@ std::uint64_t takeVarint(const std::uint8_t *& at, const std::uint8_t * end) {
         if ((*at++ & 0x80) == 0) return value;
     }
     throwUnsound(L"a number is too long");
+}
+
+/// Nearly all have one byte.
+inline std::uint64_t takeVarint(const std::uint8_t *& at, const std::uint8_t * end) {
+    return at != end && *at < 0x80 ? *at++ : takeLongVarint(at, end);
 }
 
 /// A count of things that take at least one byte each.
@@ -56,6 +62,30 @@ template <class T> T numberAt(const std::uint8_t * at) {
 
 Vector3Base<double> vectorAt(const std::uint8_t * at) {
     return {numberAt<double>(at), numberAt<double>(at + 8), numberAt<double>(at + 16)};
+}
+
+/// Bytes of the payload of a record whose type tells them; 0 for the others.
+constexpr std::array<std::uint8_t, 256> s_fixedBytes = [] {
+    std::array<std::uint8_t, 256> bytes{};
+    for (const std::uint8_t type :
+         {RT_Int, RT_Unsigned, RT_UnsignedShort, RT_Unsigned64, RT_Float, RT_Double})
+        bytes[type] = static_cast<std::uint8_t>(runElementBytes(type));
+    bytes[RT_Bool] = 1;
+    bytes[RT_Vector] = s_vectorBytes;
+    bytes[RT_Bounds] = s_boundsBytes;
+    bytes[RT_Matrix] = s_matrixBytes;
+    return bytes;
+}();
+
+/// Names of attributes are short: calls to count and to compare their letters take longer.
+inline bool isName(const char * text, std::string_view name) {
+    constexpr std::size_t longest = 16;
+    if (name.size() > longest) return name == text;
+    for (const char letter : name) {
+        if (*text != letter || letter == '\0') return false;
+        ++text;
+    }
+    return *text == '\0';
 }
 
 bool isSection(std::uint8_t type) {
@@ -117,7 +147,7 @@ SO<SharedObj> ObjectStreamReader::read() {
     readTables();
     readReferenced(0);
     const ObjectEntry & root = objects_.front();
-    if (root.failure) std::rethrow_exception(root.failure);
+    if (root.state == State::Failed) std::rethrow_exception(failures_.at(0));
     if (root.object && depthBelow(root.object.get()) > maxDepth)
         throw IOError(L"the objects are nested too deep",
                       L"more than " + std::to_wstring(maxDepth) + L" lie within each other");
@@ -148,6 +178,7 @@ void ObjectStreamReader::readTables() {
     if (bodies && at != end) throwUnsound(L"bytes follow behind the tables");
     placeBodies(bodies ? bodies : at, endOfBodies);
     references_.clear();
+    objects_.front().uses = 1;
     for (ObjectEntry & entry : objects_)
         validate(entry);
 }
@@ -194,25 +225,39 @@ void ObjectStreamReader::validate(ObjectEntry & entry) {
             ends.pop_back();
             continue;
         }
-        const Record record = parse(at, ends.back());
+        Record record;
+        parse(at, ends.back(), record);
         if (record.name >= names_.size()) throwUnsound(L"an attribute has no name");
         if (record.type == RT_Object) {
             const std::uint8_t * value = record.payload;
             const std::uint64_t number = takeVarint(value, record.end);
             if (number > objects_.size()) throwUnsound(L"an object is missing");
             if (number > 0) references_.push_back(number - 1);
+            if (number > 0) ++objects_[number - 1].uses;
         }
         if (isSection(record.type)) ends.push_back(record.end);
         at = isSection(record.type) ? record.payload : record.end;
     }
 }
 
-ObjectStreamReader::Record ObjectStreamReader::parse(const std::uint8_t * at,
-                                                     const std::uint8_t * end) const {
-    Record record{};
+/// Fills `record` in place, since copies of it take as long as the rest.
+inline void ObjectStreamReader::parse(const std::uint8_t * at, const std::uint8_t * end,
+                                      Record & record) const {
     record.type = *at++;
     record.name = takeVarint(at, end);
     record.count = 1;
+    record.bytes = s_fixedBytes[record.type];
+    if (record.bytes == 0)
+        at = parseSized(at, end, record);
+    else if (record.bytes > left(at, end))
+        throwUnsound(L"an attribute reaches beyond the end");
+    record.payload = at;
+    record.end = at + record.bytes;
+}
+
+/// The rest of a record that tells its own size; returns where its payload begins.
+const std::uint8_t * ObjectStreamReader::parseSized(const std::uint8_t * at, const std::uint8_t * end,
+                                                    Record & record) const {
     if (record.type == RT_Run && version_ != s_firstStreamVersion) {
         if (at == end) throwUnsound(L"it ends within a run");
         record.type = *at++;
@@ -225,32 +270,14 @@ ObjectStreamReader::Record ObjectStreamReader::parse(const std::uint8_t * at,
         record.bytes = takePayloadSize(record.type, at, end);
         if (record.bytes > left(at, end)) throwUnsound(L"an attribute reaches beyond the end");
     }
-    record.payload = at;
-    record.end = at + record.bytes;
-    return record;
+    return at;
 }
 
-/// Bytes of the payload of a record, whose own size field, where it has one, is taken off the front.
+/// Bytes of the payload of a record whose type does not tell them. Its own size field, where it has one, is
+/// taken off the front.
 std::uint64_t ObjectStreamReader::takePayloadSize(std::uint8_t type, const std::uint8_t *& at,
                                                   const std::uint8_t * end) const {
     switch (type) {
-    case RT_Bool:
-        return 1;
-    case RT_UnsignedShort:
-        return 2;
-    case RT_Int:
-    case RT_Unsigned:
-    case RT_Float:
-        return 4;
-    case RT_Unsigned64:
-    case RT_Double:
-        return 8;
-    case RT_Vector:
-        return s_vectorBytes;
-    case RT_Bounds:
-        return s_boundsBytes;
-    case RT_Matrix:
-        return s_matrixBytes;
     case RT_String:
     case RT_Raw:
         return takeVarint(at, end);
@@ -286,6 +313,7 @@ void ObjectStreamReader::readReferenced(std::uint64_t first) {
         const std::size_t end =
             object + 1 < objects_.size() ? objects_[object + 1].references : references_.size();
         if (!entry.object) return;
+        prefetch(objects_[entry.references < end ? references_[entry.references] : object]);
         waiting.push_back({object, entry.references, end});
         unfinished_.insert(entry.object.get());
     };
@@ -294,18 +322,23 @@ void ObjectStreamReader::readReferenced(std::uint64_t first) {
     while (!waiting.empty()) {
         Waiting & top = waiting.back();
         if (top.next == top.end) {
-            ObjectEntry & entry = objects_[top.object];
-            const SO<SharedObj> object = entry.object;
-            fill(entry);
+            const SO<SharedObj> object = objects_[top.object].object;
+            fill(top.object);
             unfinished_.erase(object.get());
             waiting.pop_back();
         } else {
             const std::uint64_t object = references_[top.next++];
-            // Neighbours in this order lie far apart.
-            if (top.next < top.end) __builtin_prefetch(objects_[references_[top.next]].begin);
+            prefetch(objects_[top.next < top.end ? references_[top.next] : top.object]);
             if (objects_[object].state == State::Untouched) begin(object);
         }
     }
+}
+
+/// Neighbours in the order of reading lie far apart.
+void ObjectStreamReader::prefetch(const ObjectEntry & entry) {
+    constexpr std::uint64_t line = 64, most = 8 * line;
+    for (std::uint64_t at = 0; at < std::min(entry.bytes, most); at += line)
+        __builtin_prefetch(entry.begin + at);
 }
 
 /// An object of an unknown class stays null and counts as complete.
@@ -319,14 +352,15 @@ void ObjectStreamReader::make(ObjectEntry & entry) {
         unknownClasses_.emplace_back(names_[entry.className]);
 }
 
-void ObjectStreamReader::fill(ObjectEntry & entry) {
+void ObjectStreamReader::fill(std::uint64_t number) {
+    ObjectEntry & entry = objects_[number];
     sections_.clear();
-    sections_.push_back({{entry.begin}, entry.begin + entry.bytes, entry.bytes, false, {}});
+    sections_.push_back({{entry.begin}, entry.begin + entry.bytes, entry.bytes, nullptr});
     try {
         entry.object->serialize(*this);
         entry.state = State::Complete;
     } catch (...) {
-        entry.failure = std::current_exception();
+        failures_[number] = std::current_exception();
         entry.object = nullptr;
         entry.state = State::Failed;
     }
@@ -336,47 +370,53 @@ void ObjectStreamReader::fill(ObjectEntry & entry) {
 /// The next record of a type and name, or at most `most` values of a run.
 bool ObjectStreamReader::find(std::uint8_t type, const char * name, Record & record, std::uint64_t most) {
     if (sections_.empty()) return false;
-    const std::string_view text(name ? name : "");
+    if (!name) name = "";
     Section & section = sections_.back();
-    if (!section.isIndexed) {
+    if (!section.index) {
         if (section.next.record == section.end) return false;
-        record = parse(section.next.record, section.end);
-        if (record.type == type && names_[record.name] == text)
+        parse(section.next.record, section.end, record);
+        if (record.type == type && isName(name, names_[record.name]))
             return take(section, section.next, record, most);
     }
-    const auto number = nameNumbers_.find(text);
+    const auto number = nameNumbers_.find(name);
     if (number == nameNumbers_.end()) return false;
-    if (!section.isIndexed) index(section);
+    if (!section.index) index(section);
     return findIndexed(section, keyOf(type, number->second), record, most);
 }
 
 void ObjectStreamReader::index(Section & section) const {
+    section.index = std::make_unique<Index>();
     for (Place place = section.next; place.record != section.end;) {
-        const Record record = parse(place.record, section.end);
-        section.index[keyOf(record.type, record.name)].records.push_back(place);
+        Record record;
+        parse(place.record, section.end, record);
+        (*section.index)[keyOf(record.type, record.name)].records.push_back(place);
         place = {record.end};
     }
-    section.isIndexed = true;
 }
 
 bool ObjectStreamReader::findIndexed(Section & section, std::uint64_t key, Record & record,
                                      std::uint64_t most) const {
-    const auto found = section.index.find(key);
-    if (found == section.index.end()) return false;
+    const auto found = section.index->find(key);
+    if (found == section.index->end()) return false;
     Queue & queue = found->second;
     if (queue.next == queue.records.size()) return false;
     Place & place = queue.records[queue.next];
     const std::uint8_t * const start = place.record;
-    record = parse(start, section.end);
+    parse(start, section.end, record);
     take(section, place, record, most);
     if (place.record != start) ++queue.next;
     return true;
 }
 
 /// Narrows `record`, which lies at `place`, to the next values of it, and goes on behind them.
-bool ObjectStreamReader::take(Section & section, Place & place, Record & record, std::uint64_t most) {
-    const std::uint64_t bytes = record.bytes / record.count;
+inline bool ObjectStreamReader::take(Section & section, Place & place, Record & record, std::uint64_t most) {
     if (place.taken == 0) section.bytesLeft -= left(place.record, record.payload);
+    if (record.count <= most && place.taken == 0) {
+        section.bytesLeft -= record.bytes;
+        place = {record.end};
+        return true;
+    }
+    const std::uint64_t bytes = record.bytes / record.count;
     const std::uint64_t taken = place.taken;
     const std::uint64_t count = std::min(most, record.count - taken);
     if (taken + count == record.count)
@@ -394,7 +434,7 @@ bool ObjectStreamReader::take(Section & section, Place & place, Record & record,
 bool ObjectStreamReader::enter(std::uint8_t type, const char * name) {
     Record record;
     if (!find(type, name, record)) return false;
-    sections_.push_back({{record.payload}, record.end, record.bytes, false, {}});
+    sections_.push_back({{record.payload}, record.end, record.bytes, nullptr});
     return true;
 }
 
@@ -413,7 +453,7 @@ void ObjectStreamReader::endContainer(const char *, const char *) {
 
 /// A parent that the stream does not know reads an empty section: its attributes get their defaults.
 void ObjectStreamReader::beginSuperclass(const char * typeName) {
-    if (!enter(RT_Superclass, typeName)) sections_.push_back({{data_}, data_, 0, false, {}});
+    if (!enter(RT_Superclass, typeName)) sections_.push_back({{data_}, data_, 0, nullptr});
 }
 
 void ObjectStreamReader::endSuperclass(const char *) {
@@ -436,7 +476,10 @@ bool ObjectStreamReader::numbers(std::uint8_t type, const char * name, T * value
     while (count > 0) {
         Record record;
         if (!find(type, name, record, count)) return false;
-        std::memcpy(values, record.payload, record.bytes);
+        if (record.count == 1)
+            *values = numberAt<T>(record.payload);
+        else
+            std::memcpy(values, record.payload, record.bytes);
         values += record.count;
         count -= record.count;
     }
@@ -529,8 +572,18 @@ bool ObjectStreamReader::attribute(const char * name, SO<SharedObj> & value) {
     if (!find(RT_Object, name, record)) return false;
     const std::uint8_t * at = record.payload;
     const std::uint64_t number = takeVarint(at, record.end);
-    if (number > 0 && objects_[number - 1].failure) std::rethrow_exception(objects_[number - 1].failure);
-    value = number > 0 ? objects_[number - 1].object : nullptr;
+    if (number == 0) {
+        value = nullptr;
+        return true;
+    }
+    ObjectEntry & entry = objects_[number - 1];
+    if (entry.state == State::Failed) std::rethrow_exception(failures_.at(number - 1));
+    // What nobody asks for again is let go while it is at hand. It was filled: one that waits to be filled
+    // has the use of the object that waits for it.
+    if (--entry.uses == 0)
+        value = std::move(entry.object);
+    else
+        value = entry.object;
     return true;
 }
 

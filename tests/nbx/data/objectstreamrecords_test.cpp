@@ -3,6 +3,8 @@
 #include <support/recordedreports.h>
 #include <support/streamobjects.h>
 
+#include <nbx/object/wo.h>
+
 using namespace streamtest;
 
 namespace {
@@ -233,6 +235,48 @@ TEST(ObjectStreamRecords, NamesMayBeEmpty) {
         EXPECT_EQ(value, 3);
     };
     transfer(script, script);
+}
+
+TEST(ObjectStreamRecords, NamesDifferInAnyLetter) {
+    const std::string sixteen(16, 'n'), seventeen(17, 'n');
+    const std::string others[] = {
+        "", "n", sixteen.substr(1), sixteen, seventeen, sixteen.substr(1) + "m", seventeen.substr(1) + "m"};
+    for (const std::string & written : others)
+        for (const std::string & asked : others)
+            transfer(
+                [&](SerializationManager & m) {
+                    int value = 3;
+                    m.attribute(written.c_str(), value);
+                },
+                [&](SerializationManager & m) {
+                    int value = 0;
+                    EXPECT_EQ(m.attribute(asked.c_str(), value), written == asked)
+                        << written << ", " << asked;
+                });
+}
+
+/// Memory does not grow by what is asked for and thrown away.
+TEST(ObjectStreamRecords, WhatNobodyAsksForAgainIsLetGo) {
+    transfer(
+        [](SerializationManager & m) {
+            SO<Link> shared(new Link), single(new Link);
+            m.attribute("shared", shared);
+            m.attribute("single", single);
+            m.attribute("shared again", shared);
+        },
+        [](SerializationManager & m) {
+            SO<Link> object;
+            m.attribute("shared", object);
+            const WO<Link> shared(object);
+            m.attribute("single", object);
+            EXPECT_TRUE(shared);
+            const WO<Link> single(object);
+            m.attribute("shared again", object);
+            EXPECT_EQ(shared.lock(), object);
+            EXPECT_FALSE(single);
+            object = nullptr;
+            EXPECT_FALSE(shared);
+        });
 }
 
 TEST(ObjectStreamRecords, BytesLeftBoundsWhatCanFollow) {
