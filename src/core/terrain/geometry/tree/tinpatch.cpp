@@ -5,7 +5,6 @@
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
 #include <algorithm>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -16,30 +15,34 @@ namespace ZMT::CORE {
 
 namespace {
 
+constexpr std::array<const char *, TinPatch::s_borders> s_outerNames = {"isOuterBorder0", "isOuterBorder1",
+                                                                        "isOuterBorder2", "isOuterBorder3"};
+
 /// A list of a patch. It keeps the block that holds it, which the patch may replace but never changes.
 template <class T> class PatchList : public NBX::Iterator<T> {
     using Base = NBX::Iterator<T>;
     NBX_TEMPLATE_CLASS(PatchList, Base)
 public:
-    PatchList(const TinPatch * patch, std::shared_ptr<const T> first, unsigned size)
-        : patch_(patch), first_(std::move(first)), size_(size) {}
+    PatchList(const TinPatch * patch, const PatchBlock & block, const T * first, unsigned size)
+        : patch_(patch), block_(block), first_(first), size_(size) {}
 
     unsigned size() const override { return size_; }
     T get(unsigned i) const override { return pointer()[i]; }
-    const T * pointer() const override { return first_.get(); }
+    const T * pointer() const override { return first_; }
     const NBX::SharedObj * container() const override { return patch_.get(); }
 
 private:
     NBX::SO<const TinPatch> patch_;
-    std::shared_ptr<const T> first_;
+    PatchBlock block_;
+    const T * first_;
     unsigned size_;
 };
 
 /// The list at `first` in `block`; null when it is empty.
 template <class T>
-NBX::SO<const NBX::Iterator<T>> listOf(const TinPatch * patch, const auto & block, const T * first,
+NBX::SO<const NBX::Iterator<T>> listOf(const TinPatch * patch, const PatchBlock & block, const T * first,
                                        unsigned size) {
-    return size > 0 ? new PatchList<T>(patch, std::shared_ptr<const T>(block, first), size) : nullptr;
+    return size > 0 ? new PatchList<T>(patch, block, first, size) : nullptr;
 }
 
 unsigned sizeOf(const auto & sequence) {
@@ -64,12 +67,17 @@ void writeSequence(NBX::SerializationManager & m, const T * values, unsigned siz
     NBX::attributes(m, "pointer", const_cast<T *>(values), size);
 }
 
-template <class T> void readSequence(NBX::SerializationManager & m, std::vector<T> & values) {
+/// `runs` is the same stream where it reads several values at once, else null.
+template <class T>
+void readSequence(NBX::SerializationManager & m, NBX::AttributeRuns * runs, std::vector<T> & values) {
     unsigned size = 0;
     m.attribute("size", size);
     if (size > m.bytesLeft()) throw NBX::IOError(L"stored patch is larger than its file");
     values.resize(size);
-    if (!NBX::attributes(m, "pointer", values.data(), size)) throw NBX::IOError(L"stored patch is cut short");
+    if (size == 0) return;
+    const bool isComplete =
+        runs ? runs->run("pointer", values.data(), size) : NBX::attributes(m, "pointer", values.data(), size);
+    if (!isComplete) throw NBX::IOError(L"stored patch is cut short");
 }
 
 /// The lists of a patch while it is read. Their memory serves the next patch as well.
@@ -90,7 +98,7 @@ void TinPatch::Lists::allocate() {
     std::size_t shorts = strips;
     for (const unsigned border : borders)
         shorts += border;
-    block = std::make_shared_for_overwrite<unsigned[]>(vertices + std::size_t(ranges) + (shorts + 1) / 2);
+    block = PatchBlock(sizeof(unsigned) * (vertices + std::size_t(ranges)) + sizeof(unsigned short) * shorts);
 }
 
 unsigned short * TinPatch::Lists::borderNumbers(unsigned border) const {
@@ -98,6 +106,11 @@ unsigned short * TinPatch::Lists::borderNumbers(unsigned border) const {
     for (unsigned i = 0; i < border; ++i)
         first += borders[i];
     return first;
+}
+
+void TinPatch::noteArray(unsigned list, bool isArray) {
+    const auto bit = static_cast<std::uint8_t>(1U << list);
+    isArray_ = static_cast<std::uint8_t>(isArray ? isArray_ | bit : isArray_ & ~bit);
 }
 
 TinPatch::TinPatch() = default;
@@ -118,11 +131,11 @@ TinPatch::TinPatch(const NBX::SO<GeometryData> & data, const VertexNumbers & ver
     for (unsigned i = 0; i < s_borders; ++i)
         lists_.borders[i] = sizeOf(borders[i]);
     lists_.allocate();
-    isArray_[L_Vertices] = copyTo(lists_.vertexNumbers(), vertexIndices);
-    isArray_[L_Strips] = copyTo(lists_.stripNumbers(), stripIndices);
-    isArray_[L_Ranges] = copyTo(lists_.rangeEnds(), stripRanges);
+    noteArray(L_Vertices, copyTo(lists_.vertexNumbers(), vertexIndices));
+    noteArray(L_Strips, copyTo(lists_.stripNumbers(), stripIndices));
+    noteArray(L_Ranges, copyTo(lists_.rangeEnds(), stripRanges));
     for (unsigned i = 0; i < s_borders; ++i)
-        isArray_[L_Borders + i] = copyTo(lists_.borderNumbers(i), borders[i]);
+        noteArray(L_Borders + i, copyTo(lists_.borderNumbers(i), borders[i]));
 }
 
 TinPatch::~TinPatch() = default;
@@ -148,13 +161,13 @@ TinPatch::LocalNumbers TinPatch::borderIndices(Border border) const {
 }
 
 TinPatch::Heights TinPatch::parentHeights() const {
-    return listOf(this, parentHeights_, parentHeights_.get(), parentHeightCount_);
+    return listOf(this, parentHeights_, heightsOfParent(), parentHeightCount_);
 }
 
 void TinPatch::setParentHeights(const Heights & heights) {
     const unsigned count = sizeOf(heights);
-    const auto copy = std::make_shared_for_overwrite<float[]>(count);
-    isArray_[L_ParentHeights] = copyTo(copy.get(), heights);
+    const PatchBlock copy = count > 0 ? PatchBlock(count * sizeof(float)) : PatchBlock();
+    noteArray(L_ParentHeights, copyTo(static_cast<float *>(copy.data()), heights));
     parentHeightCount_ = count;
     parentHeights_ = copy;
 }
@@ -170,26 +183,27 @@ void TinPatch::serialize(NBX::SerializationManager & m) {
 }
 
 void TinPatch::writeLists(NBX::SerializationManager & m) {
-    writeSequence(m, lists_.vertexNumbers(), lists_.vertices, isArray_[L_Vertices]);
-    writeSequence(m, lists_.stripNumbers(), lists_.strips, isArray_[L_Strips]);
-    writeSequence(m, lists_.rangeEnds(), lists_.ranges, isArray_[L_Ranges]);
-    writeSequence(m, parentHeights_.get(), parentHeightCount_, isArray_[L_ParentHeights]);
+    writeSequence(m, lists_.vertexNumbers(), lists_.vertices, isArray(L_Vertices));
+    writeSequence(m, lists_.stripNumbers(), lists_.strips, isArray(L_Strips));
+    writeSequence(m, lists_.rangeEnds(), lists_.ranges, isArray(L_Ranges));
+    writeSequence(m, heightsOfParent(), parentHeightCount_, isArray(L_ParentHeights));
     for (unsigned i = 0; i < s_borders; ++i) {
-        m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
-        writeSequence(m, lists_.borderNumbers(i), lists_.borders[i], isArray_[L_Borders + i]);
+        m.attribute(s_outerNames[i], isOuterBorder_[i]);
+        writeSequence(m, lists_.borderNumbers(i), lists_.borders[i], isArray(L_Borders + i));
     }
 }
 
 void TinPatch::readLists(NBX::SerializationManager & m) {
     thread_local StoredLists stored;
     auto & [vertices, ranges, strips, heights, borders] = stored;
-    readSequence(m, vertices);
-    readSequence(m, strips);
-    readSequence(m, ranges);
-    readSequence(m, heights);
+    auto * runs = dynamic_cast<NBX::AttributeRuns *>(&m);
+    readSequence(m, runs, vertices);
+    readSequence(m, runs, strips);
+    readSequence(m, runs, ranges);
+    readSequence(m, runs, heights);
     for (unsigned i = 0; i < s_borders; ++i) {
-        m.attribute(("isOuterBorder" + std::to_string(i)).c_str(), isOuterBorder_[i]);
-        readSequence(m, borders[i]);
+        m.attribute(s_outerNames[i], isOuterBorder_[i]);
+        readSequence(m, runs, borders[i]);
     }
 
     lists_.vertices = static_cast<unsigned>(vertices.size());
@@ -198,16 +212,15 @@ void TinPatch::readLists(NBX::SerializationManager & m) {
     for (unsigned i = 0; i < s_borders; ++i)
         lists_.borders[i] = static_cast<unsigned>(borders[i].size());
     lists_.allocate();
-    isArray_.set();
+    isArray_ = 0xFF;
     std::copy(vertices.begin(), vertices.end(), lists_.vertexNumbers());
     std::copy(strips.begin(), strips.end(), lists_.stripNumbers());
     std::copy(ranges.begin(), ranges.end(), lists_.rangeEnds());
     for (unsigned i = 0; i < s_borders; ++i)
         std::copy(borders[i].begin(), borders[i].end(), lists_.borderNumbers(i));
     parentHeightCount_ = static_cast<unsigned>(heights.size());
-    const auto copy = std::make_shared_for_overwrite<float[]>(heights.size());
-    std::copy(heights.begin(), heights.end(), copy.get());
-    parentHeights_ = copy;
+    parentHeights_ = heights.empty() ? PatchBlock() : PatchBlock(heights.size() * sizeof(float));
+    std::copy(heights.begin(), heights.end(), static_cast<float *>(parentHeights_.data()));
     if (!listsFit()) throw NBX::IOError(L"stored patch refers to vertices that do not exist");
     wallShape_ = nullptr;
     patchShape_ = nullptr;

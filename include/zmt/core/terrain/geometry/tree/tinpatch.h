@@ -1,11 +1,11 @@
 #pragma once
 
 #include <array>
-#include <bitset>
-#include <memory>
+#include <cstdint>
 
 #include <nbx/container/sequence/iterator.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/tree/patchblock.h>
 
 namespace ZMT::CORE {
 
@@ -68,10 +68,10 @@ private:
     struct Lists {
         unsigned vertices = 0, strips = 0, ranges = 0;
         std::array<unsigned, s_borders> borders{};
-        std::shared_ptr<unsigned[]> block; ///< not changed once it is filled, as views share it
+        PatchBlock block; ///< shared by views
 
         void allocate();
-        unsigned * vertexNumbers() const { return block.get(); }
+        unsigned * vertexNumbers() const { return static_cast<unsigned *>(block.data()); }
         unsigned * rangeEnds() const { return vertexNumbers() + vertices; }
         unsigned short * stripNumbers() const {
             return reinterpret_cast<unsigned short *>(rangeEnds() + ranges);
@@ -84,14 +84,18 @@ private:
     void readLists(NBX::SerializationManager & m);
     void writeLists(NBX::SerializationManager & m);
     bool listsFit() const;
+    bool isArray(unsigned list) const { return (isArray_ >> list & 1) != 0; }
+    /// Notes whether the list was one.
+    void noteArray(unsigned list, bool isArray);
+    const float * heightsOfParent() const { return static_cast<const float *>(parentHeights_.data()); }
 
     NBX::SO<GeometryData> data_;
     Lists lists_;
     unsigned parentHeightCount_ = 0;
-    /// By `List`: the list was given in contiguous memory.
-    std::bitset<L_Count> isArray_ = std::bitset<L_Count>().set();
+    /// One bit a `List`: the list was given in contiguous memory.
+    std::uint8_t isArray_ = 0xFF;
     std::array<bool, s_borders> isOuterBorder_{};
-    std::shared_ptr<const float[]> parentHeights_; ///< shared by views
+    PatchBlock parentHeights_; ///< shared by views
     mutable NBX::SO<NBX::Shape> patchShape_;
     mutable NBX::SO<NBX::Shape> wallShape_;
 };
