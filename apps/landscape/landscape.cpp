@@ -41,8 +41,9 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
         areas.push_back(readAreas(*grid_, path, reference_));
     terrain_ = makeTerrain(options, input);
     root_ = terrain_->root();
-    if (const auto * chunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain_.get()))
-        geometryErrorFactor_ = 1.0 / chunked->worstErrorRatio();
+    const auto * chunked = dynamic_cast<const ZMT::CORE::ChunkedLodTerrain *>(terrain_.get());
+    if (chunked) geometryErrorFactor_ = 1.0 / chunked->worstErrorRatio();
+    isChunked_ = chunked != nullptr;
 
     node_ = new NBX::SceneThing;
     ground_ = new NBX::SceneThing(node_.get());

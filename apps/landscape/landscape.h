@@ -35,6 +35,8 @@ public:
     /// Whether its tiles are read while it is looked at.
     bool isStreamed() const { return isStreamed_; }
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
+    /// The root of the terrain's tree; null where it is chunked.
+    NBX::SO<ZMT::CORE::GeometryPatch> tree() const { return isChunked_ ? nullptr : root_; }
     /// The content of the scene, without a camera.
     const NBX::SO<NBX::SceneThing> & node() const { return node_; }
     /// How long the terrain took to build.
@@ -79,4 +81,5 @@ private:
     double geometryErrorFactor_ = 1.0;
     bool isStreamed_ = false;
     bool isShadingOnTop_ = false; ///< the last layer is the shading
+    bool isChunked_ = false;
 };

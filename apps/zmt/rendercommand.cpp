@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -166,6 +167,14 @@ void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Lan
     scene.append(landscape.node().get());
 }
 
+/// Taking the patches of a large tree apart, one by one, takes longer than to draw them; the process ends
+/// anyway.
+void keepToTheEnd(const Landscape & landscape) {
+    if (!landscape.tree()) return;
+    static auto & kept = *new std::vector<NBX::SO<ZMT::CORE::GeometryPatch>>;
+    kept.push_back(landscape.tree());
+}
+
 void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
     const NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
     const auto low = geoBox.getLLF(), high = geoBox.getURB();
@@ -195,15 +204,9 @@ void runRender(RenderOptions & options) {
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
     const NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
-    // Empty, since what is appended is searched for circles.
-    canvas->append(scene.get());
     fillScene(*scene, options, landscape);
-    if (!drawFrames(*canvas, landscape.isStreamed(), hasUrls(options.landscape))) {
-        const std::string missing = missingParts(*canvas, options.landscape.terrain);
-        if (!options.allowIncomplete)
-            throw DataError(missing + "; try again later, or give --allow-incomplete");
-        writeError("warning: " + missing);
-    }
+    canvas->append(scene.get());
+    drawFrames(*canvas);
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
     if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
@@ -216,6 +219,7 @@ void runRender(RenderOptions & options) {
     }
     out.commit();
     canvas->remove(scene.get());
+    keepToTheEnd(landscape);
 }
 
 } // namespace

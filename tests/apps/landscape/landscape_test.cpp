@@ -188,7 +188,10 @@ struct Change {
 
 /// Whether the options give chunks.
 bool isChunked(const LandscapeOptions & options) {
-    return dynamic_cast<ZMT::CORE::ChunkedLodTerrain *>(Landscape(options).terrain().get()) != nullptr;
+    const Landscape landscape(options);
+    const bool isChunked = dynamic_cast<ZMT::CORE::ChunkedLodTerrain *>(landscape.terrain().get()) != nullptr;
+    EXPECT_EQ(isChunked, !landscape.tree());
+    return isChunked;
 }
 
 TEST(Landscape, IsChunkedUnlessTheTreeIsNeeded) {
