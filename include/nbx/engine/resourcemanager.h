@@ -1,12 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <list>
+#include <iterator>
 #include <unordered_map>
-#include <utility>
-#include <vector>
 
+#include <nbx/container/map/useorder.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/so.h>
 
@@ -31,16 +31,16 @@ public:
         evict();
     }
     /// The sizes of all resources held.
-    std::uint64_t total() const { return total_; }
+    std::uint64_t total() const { return entries_.total(); }
 
     /// Counts `size` units that others keep, on any thread: the resources have to do with what is left.
     void addOthers(std::int64_t size) { others_ += size; }
     /// By how much resources and others together exceed the budget.
     std::uint64_t excess() const {
-        const std::uint64_t all = total_ + std::uint64_t(others_.load());
+        const std::uint64_t all = total() + std::uint64_t(others_.load());
         return all > budget_ ? all - budget_ : 0;
     }
-    std::size_t count() const { return entries_.size(); }
+    std::size_t count() const { return entries_.count(); }
     bool contains(const Resource * resource) const { return index_.count(resource) != 0; }
 
     /// Keeps `resource`, of `size` units, as the one used last. One that is known already gets the new size.
@@ -51,17 +51,12 @@ public:
         const SO<Resource> held(resource);
         const auto found = index_.find(resource);
         if (found == index_.end()) {
-            entries_.push_front(Entry{held, size});
-            index_.emplace(resource, entries_.begin());
-            total_ += size;
+            index_.emplace(resource, entries_.add(Entry{held, size}, isInFrame()));
         } else {
-            total_ += size;
-            total_ -= found->second->size;
-            found->second->size = size;
+            entries_.resize(found->second, size);
             found->second->removed = false;
-            moveToHead(found->second);
+            entries_.use(found->second, isInFrame());
         }
-        markBoundary();
         evict();
     }
 
@@ -69,8 +64,7 @@ public:
     bool touch(const Resource * resource) {
         const auto found = index_.find(resource);
         if (found == index_.end() || found->second->removed) return false;
-        moveToHead(found->second);
-        markBoundary();
+        entries_.use(found->second, isInFrame());
         evict();
         return true;
     }
@@ -79,11 +73,12 @@ public:
     bool remove(const Resource * resource) {
         const auto found = index_.find(resource);
         if (found == index_.end() || found->second->removed) return false;
-        if (frames_ > 0) {
+        if (isInFrame()) {
             found->second->removed = true;
             return true;
         }
-        const SO<Resource> dropped = take(found->second);
+        Taken dropped;
+        take(found->second, dropped);
         return true;
     }
 
@@ -92,18 +87,16 @@ public:
     void endFrame() {
         NBX_CHECK(frames_ > 0, L"endFrame without beginFrame");
         if (frames_ == 0 || --frames_ > 0) return;
-        hasBoundary_ = false;
+        entries_.forgetFrame();
         dropRemoved();
         evict();
     }
 
     /// Drops everything, also during a frame.
     void clear() {
-        std::list<Entry> dropped;
-        dropped.swap(entries_);
+        Taken dropped;
         index_.clear();
-        total_ = 0;
-        hasBoundary_ = false;
+        entries_.takeAll(dropped);
     }
 
 private:
@@ -112,60 +105,41 @@ private:
         Size size;
         bool removed = false;
     };
-    using Position = typename std::list<Entry>::iterator;
+    using Entries = UseOrder<Entry, std::atomic<std::uint64_t>>;
+    using Position = typename Entries::Position;
+    using Taken = typename Entries::Entries;
 
-    // The boundary is the resource used in this frame whose use lies back the farthest. When it is used
-    // again it leaves that place to its neighbour.
-    void moveToHead(Position entry) {
-        if (hasBoundary_ && entry == boundary_ && entry != entries_.begin()) boundary_ = std::prev(entry);
-        entries_.splice(entries_.begin(), entries_, entry);
-    }
-    void markBoundary() {
-        if (frames_ == 0 || hasBoundary_) return;
-        boundary_ = entries_.begin();
-        hasBoundary_ = true;
-    }
+    bool isInFrame() const { return frames_ > 0; }
 
-    /// The caller lets go of the resource once the tables are consistent again.
-    SO<Resource> take(Position entry) {
-        if (hasBoundary_ && entry == boundary_) {
-            if (entry == entries_.begin())
-                hasBoundary_ = false;
-            else
-                boundary_ = std::prev(entry);
-        }
-        SO<Resource> resource = entry->resource;
-        total_ -= entry->size;
-        index_.erase(resource.get());
-        entries_.erase(entry);
-        return resource;
+    /// The caller lets go of what was taken once the tables are consistent again.
+    void take(Position entry, Taken & taken) {
+        index_.erase(entry->resource.get());
+        entries_.take(entry, taken);
     }
 
     void evict() {
-        while (excess() > 0 && !entries_.empty()) {
-            const Position tail = std::prev(entries_.end());
-            if (hasBoundary_ && tail == boundary_) return;
-            const SO<Resource> dropped = take(tail);
+        while (excess() > 0) {
+            const Position oldest = entries_.oldest();
+            if (oldest == entries_.end()) return;
+            Taken dropped;
+            take(oldest, dropped);
         }
     }
 
     void dropRemoved() {
-        std::vector<SO<Resource>> dropped;
+        Taken dropped;
         for (Position entry = entries_.begin(); entry != entries_.end();) {
             const Position next = std::next(entry);
-            if (entry->removed) dropped.push_back(take(entry));
+            if (entry->removed) take(entry, dropped);
             entry = next;
         }
     }
 
     std::atomic<Size> budget_;
-    std::atomic<std::uint64_t> total_ = 0;
     std::atomic<std::int64_t> others_ = 0;
-    std::list<Entry> entries_; ///< used last first
+    Entries entries_;
     std::unordered_map<const Resource *, Position> index_;
-    Position boundary_{};
-    bool hasBoundary_ = false;
-    unsigned frames_ = 0;
+    unsigned frames_ = 0; ///< open brackets
 };
 
 } // namespace NBX

@@ -9,7 +9,7 @@
 #include <nbx/gl/texture/texturegl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/vector3base.h>
-#include <zmt/core/misc/resourcemanager.h>
+#include <zmt/core/cache/resourcemanager.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
 namespace NBX {

@@ -5,16 +5,17 @@
 #include <cstddef>
 #include <functional>
 #include <iterator>
-#include <list>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include <nbx/container/map/useorder.h>
 #include <nbx/object/callback.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/wo.h>
+#include <zmt/core/cache/requestqueue.h>
 #include <zmt/core/misc/mutex.h>
 #include <zmt/core/misc/thread.h>
 
@@ -115,33 +116,23 @@ protected:
         bool failed = false;
         double retryAt = 0.0; ///< by the clock, when failed
     };
-    using Entries = std::list<Entry>;
-    using Position = typename Entries::iterator;
-
-    struct Request {
-        NBX::SO<K> key;
-        double priority;
-        unsigned frame; ///< in which it was last made
-        NBX::SO<Preparer> preparer;
-    };
-    using Requests = std::list<Request>;
+    using Entries = NBX::UseOrder<Entry, double>;
+    using Position = typename Entries::Position;
+    using Taken = typename Entries::Entries;
+    using Queue = RequestQueue<K, Preparer>;
+    using Requests = typename Queue::Requests;
 
     /// The clock; asked on any thread.
     virtual NBX::NBXTime now() const { return NBX::NBXTime::now(); }
 
     double maxMemory_;
-    double usedMemory_ = 0.0;
     const bool multiThreaded_;
     const unsigned requestAgeLimit_;
     const double idleSleep_;
-    Entries cache_; ///< used last first
-    /// The entry whose first use in this frame lies back the farthest, and which therefore is the last one
-    /// used in this frame; `end` while none was. When it is used again, it leaves that place to its
-    /// neighbour.
-    Position frameMarker_ = cache_.end();
+    Entries cache_; ///< frames reach from one `beginFrame` to the next
     unsigned frame_ = 0;
-    Requests requests_; ///< in the order of their first request
-    /// Guards the cache, the requests, their indices, `released_` and `shutdownRequested_`. Null, as the next
+    Queue requests_;
+    /// Guards the cache, its index, the requests, `released_` and `shutdownRequested_`. Null, as the next
     /// one, without multi-threading. Taken before the next one.
     const NBX::SO<Mutex> mutex_;
     const NBX::SO<Mutex> prepareMutex_; ///< held around every call of a preparer
@@ -150,13 +141,6 @@ protected:
 
 private:
     static constexpr std::chrono::milliseconds s_longestPause{20};
-
-    using RequestName = std::pair<const K *, const Preparer *>;
-    struct RequestHash {
-        std::size_t operator()(const RequestName & name) const {
-            return std::hash<const void *>()(name.first) * 31 + std::hash<const void *>()(name.second);
-        }
-    };
 
     /// What one call of a preparer gave.
     struct Prepared {
@@ -168,15 +152,10 @@ private:
     /// Expects `prepareMutex_` to be held.
     Prepared prepare(const NBX::SO<K> & key, Preparer & preparer) const;
 
-    static RequestName nameOf(const Request & request) { return {request.key.get(), request.preparer.get()}; }
-
     // All of these expect `mutex_` to be held.
     Position find(const K * key);
-    void use(Position entry);
     void insert(const NBX::SO<K> & key, Prepared prepared);
-    void take(Position entry, Entries & taken);
-    void enqueue(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
-    typename Requests::iterator take(typename Requests::iterator request, Requests & taken);
+    void take(Position entry, Taken & taken);
     bool takeMostWanted(Requests & taken);
     void release(Requests & requests);
     void forgetFailures();
@@ -189,7 +168,6 @@ private:
     /// By the address of the key. An entry whose key died may be followed by one for a new key at the same
     /// address; then the index knows the new one only.
     std::unordered_map<const K *, Position> index_;
-    std::unordered_map<RequestName, typename Requests::iterator, RequestHash> requestIndex_;
     /// What the worker is done with.
     std::vector<NBX::SO<NBX::SharedObj>> released_;
 };
@@ -201,7 +179,7 @@ template <class K, class V> void ResourceManager<K, V>::run() {
         {
             const MutexLocker lock(mutex_.get());
             if (shutdownRequested_) return;
-            hasWork = !requests_.empty();
+            hasWork = !requests_.isEmpty();
         }
         if (hasWork) {
             prepareOne();
@@ -219,19 +197,18 @@ template <class K, class V> void ResourceManager<K, V>::pause() {
         return;
     }
     std::unique_lock lock(*mutex_);
-    wake_.wait_for(lock, s_longestPause, [this] { return shutdownRequested_ || !requests_.empty(); });
+    wake_.wait_for(lock, s_longestPause, [this] { return shutdownRequested_ || !requests_.isEmpty(); });
 }
 
 template <class K, class V> void ResourceManager<K, V>::beginFrame() {
     {
         const MutexLocker lock(mutex_.get());
         forgetFailures();
-        frameMarker_ = cache_.end();
+        cache_.forgetFrame();
         ++frame_;
     }
     if (!multiThreaded_) {
         prepareOne();
-        requestIndex_.clear();
         requests_.clear();
         return;
     }
@@ -241,7 +218,7 @@ template <class K, class V> void ResourceManager<K, V>::beginFrame() {
 
 /// Those that are to be tried again. They have no resource, so nothing is released under the mutex.
 template <class K, class V> void ResourceManager<K, V>::forgetFailures() {
-    Entries dropped;
+    Taken dropped;
     for (Position entry = cache_.begin(); entry != cache_.end();) {
         const Position next = std::next(entry);
         if (entry->failed && entry->retryAt <= now()) take(entry, dropped);
@@ -252,20 +229,13 @@ template <class K, class V> void ResourceManager<K, V>::forgetFailures() {
 template <class K, class V> void ResourceManager<K, V>::fadeRequests() {
     Requests dropped;
     const MutexLocker lock(mutex_.get());
-    for (auto i = requests_.begin(); i != requests_.end();) {
-        if (i->frame + requestAgeLimit_ < frame_) {
-            i = take(i, dropped);
-            continue;
-        }
-        i->priority *= s_fading;
-        ++i;
-    }
+    requests_.fade(s_fading, frame_, requestAgeLimit_, dropped);
     startWorkerIfNeeded();
 }
 
 template <class K, class V> void ResourceManager<K, V>::endFrame() {
     dropReleased();
-    Entries dropped;
+    Taken dropped;
     {
         const MutexLocker lock(mutex_.get());
         for (Position entry = cache_.begin(); entry != cache_.end();) {
@@ -273,9 +243,9 @@ template <class K, class V> void ResourceManager<K, V>::endFrame() {
             if (!entry->key) take(entry, dropped);
             entry = next;
         }
-        while (usedMemory() > maxMemory() && !cache_.empty()) {
-            const Position oldest = std::prev(cache_.end());
-            if (oldest == frameMarker_) break;
+        while (usedMemory() > maxMemory()) {
+            const Position oldest = cache_.oldest();
+            if (oldest == cache_.end()) break;
             take(oldest, dropped);
         }
         if (multiThreaded_) startWorkerIfNeeded();
@@ -289,12 +259,13 @@ NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<
     const MutexLocker lock(mutex_.get());
     const Position entry = find(key.get());
     if (entry != cache_.end()) {
-        use(entry);
+        cache_.use(entry, true);
         return entry->value;
     }
     if (!key || !preparer || !(priority > 0.0)) return nullptr;
     if (priority < s_immediately) {
-        enqueue(key, preparer, priority);
+        requests_.add(key, preparer, priority, frame_);
+        wake_.notify_one();
         return nullptr;
     }
     const MutexLocker preparing(prepareMutex_.get());
@@ -314,7 +285,7 @@ auto ResourceManager<K, V>::prepare(const NBX::SO<K> & key, Preparer & preparer)
 }
 
 template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> & key) {
-    Entries dropped;
+    Taken dropped;
     const MutexLocker lock(mutex_.get());
     const Position entry = find(key.get());
     if (entry != cache_.end()) take(entry, dropped);
@@ -322,7 +293,7 @@ template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> 
 
 template <class K, class V> double ResourceManager<K, V>::usedMemory() const {
     const MutexLocker lock(mutex_.get());
-    return usedMemory_;
+    return cache_.total();
 }
 
 template <class K, class V> std::size_t ResourceManager<K, V>::pendingRequests() const {
@@ -355,7 +326,7 @@ template <class K, class V> void ResourceManager<K, V>::prepareOne() {
         const MutexLocker lock(mutex_.get());
         if (!takeMostWanted(taken)) return;
     }
-    const Request & request = taken.front();
+    const auto & request = taken.front();
     Prepared prepared;
     {
         const MutexLocker preparing(prepareMutex_.get());
@@ -364,11 +335,7 @@ template <class K, class V> void ResourceManager<K, V>::prepareOne() {
 
     const MutexLocker lock(mutex_.get());
     insert(request.key, std::move(prepared));
-    for (auto i = requests_.begin(); i != requests_.end(); ++i)
-        if (i->key == request.key) {
-            take(i, taken);
-            break;
-        }
+    requests_.takeOneFor(request.key.get(), taken);
     release(taken);
 }
 
@@ -377,32 +344,23 @@ template <class K, class V> auto ResourceManager<K, V>::find(const K * key) -> P
     return found != index_.end() && found->second->key ? found->second : cache_.end();
 }
 
-template <class K, class V> void ResourceManager<K, V>::use(Position entry) {
-    if (entry == frameMarker_ && entry != cache_.begin()) frameMarker_ = std::prev(entry);
-    cache_.splice(cache_.begin(), cache_, entry);
-    if (frameMarker_ == cache_.end()) frameMarker_ = entry;
-}
-
 /// A resource that the key has already is replaced, unless nothing came of it this time.
 template <class K, class V> void ResourceManager<K, V>::insert(const NBX::SO<K> & key, Prepared prepared) {
     const double retryAt = prepared.failed ? now() + s_retryTime : 0.0;
     const Position known = find(key.get());
     if (known != cache_.end()) {
-        use(known);
+        cache_.use(known, true);
         if (prepared.failed && !known->failed) return;
         std::swap(known->value, prepared.value);
         released_.emplace_back(prepared.value.get());
-        usedMemory_ += prepared.size - known->size;
-        known->size = prepared.size;
+        cache_.resize(known, prepared.size);
         known->failed = prepared.failed;
         known->retryAt = retryAt;
         return;
     }
-    cache_.push_front(Entry{NBX::WO<K>(key), key.get(), std::move(prepared.value), prepared.size,
-                            prepared.failed, retryAt});
-    index_[key.get()] = cache_.begin();
-    usedMemory_ += prepared.size;
-    if (frameMarker_ == cache_.end()) frameMarker_ = cache_.begin();
+    index_[key.get()] = cache_.add(
+        Entry{NBX::WO<K>(key), key.get(), std::move(prepared.value), prepared.size, prepared.failed, retryAt},
+        true);
 }
 
 template <class K, class V> auto ResourceManager<K, V>::outcome(const NBX::SO<K> & key) const -> Outcome {
@@ -412,44 +370,15 @@ template <class K, class V> auto ResourceManager<K, V>::outcome(const NBX::SO<K>
     return found->second->failed ? Outcome::Failed : Outcome::Done;
 }
 
-template <class K, class V> void ResourceManager<K, V>::take(Position entry, Entries & taken) {
-    usedMemory_ -= entry->size;
-    if (entry == frameMarker_) frameMarker_ = entry == cache_.begin() ? cache_.end() : std::prev(entry);
+template <class K, class V> void ResourceManager<K, V>::take(Position entry, Taken & taken) {
     const auto found = index_.find(entry->address);
     if (found != index_.end() && found->second == entry) index_.erase(found);
-    taken.splice(taken.end(), cache_, entry);
-}
-
-template <class K, class V>
-void ResourceManager<K, V>::enqueue(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer,
-                                    double priority) {
-    const auto found = requestIndex_.find({key.get(), preparer.get()});
-    if (found != requestIndex_.end()) {
-        found->second->priority += priority;
-        found->second->frame = frame_;
-        return;
-    }
-    requests_.push_back(Request{key, priority, frame_, preparer});
-    requestIndex_.emplace(nameOf(requests_.back()), std::prev(requests_.end()));
-    wake_.notify_one();
-}
-
-template <class K, class V>
-auto ResourceManager<K, V>::take(typename Requests::iterator request, Requests & taken) ->
-    typename Requests::iterator {
-    const auto next = std::next(request);
-    requestIndex_.erase(nameOf(*request));
-    taken.splice(taken.end(), requests_, request);
-    return next;
+    cache_.take(entry, taken);
 }
 
 /// Requests whose resource has been demanded at once meanwhile are dropped.
 template <class K, class V> bool ResourceManager<K, V>::takeMostWanted(Requests & taken) {
-    while (!requests_.empty()) {
-        auto best = requests_.begin();
-        for (auto i = std::next(best); i != requests_.end(); ++i)
-            if (i->priority > best->priority) best = i;
-        take(best, taken);
+    while (requests_.takeMostWanted(taken)) {
         if (find(taken.front().key.get()) == cache_.end()) return true;
         release(taken);
     }
@@ -458,7 +387,7 @@ template <class K, class V> bool ResourceManager<K, V>::takeMostWanted(Requests 
 
 /// Leaves the last word on the lifetime of what the worker held to the render thread.
 template <class K, class V> void ResourceManager<K, V>::release(Requests & requests) {
-    for (const Request & request : requests) {
+    for (const auto & request : requests) {
         released_.emplace_back(request.key.get());
         released_.emplace_back(request.preparer.get());
     }
@@ -472,7 +401,7 @@ template <class K, class V> void ResourceManager<K, V>::dropReleased() {
 }
 
 template <class K, class V> void ResourceManager<K, V>::startWorkerIfNeeded() {
-    if (!requests_.empty() && !isRunning()) start();
+    if (!requests_.isEmpty() && !isRunning()) start();
 }
 
 } // namespace ZMT::CORE

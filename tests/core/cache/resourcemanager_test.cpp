@@ -1,4 +1,4 @@
-#include <zmt/core/misc/resourcemanager.h>
+#include <zmt/core/cache/resourcemanager.h>
 
 #include <atomic>
 #include <cmath>
@@ -100,13 +100,13 @@ public:
     std::string requested() const {
         const MutexLocker lock(mutex_.get());
         std::string names;
-        for (const Request & request : requests_)
+        for (const auto & request : requests_)
             names += request.key->name;
         return names;
     }
     double priorityOf(const SO<Key> & key) const {
         const MutexLocker lock(mutex_.get());
-        for (const Request & request : requests_)
+        for (const auto & request : requests_)
             if (request.key == key) return request.priority;
         return 0.0;
     }

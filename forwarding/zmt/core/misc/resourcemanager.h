@@ -1,0 +1,1 @@
+#include "zmt/core/cache/resourcemanager.h"
