@@ -151,6 +151,17 @@ TEST_F(AsyncQuadtreeTerrainTextureTest, EveryTileHoldsThePixelsOfItsPatch) {
     EXPECT_EQ(tiles, tile.count());
 }
 
+TEST_F(AsyncQuadtreeTerrainTextureTest, TilesReachTwoPercentBeyondTheirPatch) {
+    // Columns 64 to 192 and rows 32 to 96: 2.56 columns and 1.28 rows more on each side.
+    const Tile tile =
+        writeTile(FakePatch::oblong(1128.0, 2016.0, 256.0, 32.0, 0), OblongSource::pyramid(), 300);
+    EXPECT_EQ(tile.width, 134U);
+    EXPECT_EQ(tile.height, 68U);
+    EXPECT_EQ(tile.image[0], 1000.0 + 61.5 * 2.0);
+    EXPECT_EQ(tile.image[1], 2000.0 + 30.5 * 0.5);
+    EXPECT_EQ(tile.patch, (std::array<double, 4>{1128.0, 2016.0, 1384.0, 2048.0}));
+}
+
 TEST_F(AsyncQuadtreeTerrainTextureTest, TheTreeEndsWhereTheRasterEnds) {
     const auto count = [&](unsigned levels) {
         return writeTile(OblongSource::patches(levels), OblongSource::pyramid()).count();
