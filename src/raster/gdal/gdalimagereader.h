@@ -2,9 +2,12 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "gdalsource.h"
+
+#include <zmt/raster/imagecolors.h>
 
 namespace ZMT::RASTER {
 
@@ -18,10 +21,10 @@ struct GdalWindow {
 /// `NBX::InputException`.
 class GdalImageReader {
 public:
-    /// Borrows `source`.
-    explicit GdalImageReader(const GdalSource & source);
+    /// Borrows `source`. Throws where it lacks a band that is chosen, and where a palette is to be stretched.
+    explicit GdalImageReader(const GdalSource & source, const ImageColors & colors = {});
 
-    bool isGray() const { return colour_[0] == colour_[1] && !isPalette(); }
+    bool isGray() const { return isGrayOrPalette() && !isPalette(); }
     /// False where every pixel is opaque.
     bool hasAlpha() const;
     /// True for one band of signed or floating point numbers, which are no colours.
@@ -35,11 +38,10 @@ public:
     unsigned blockWidth(int level) const;
     unsigned blockHeight(int level) const;
 
-    /// Bands of more than 8 bits are scaled by the greatest value of the whole file, where it does not say
-    /// what is full intensity; otherwise each call to `readRgba` looks for it in what it reads.
-    void findWhite();
     /// Four bytes a pixel. `window` is in pixels of the level, of which the result has `width * height`
-    /// averages. Alpha is 0 where the alpha band, the mask, the palette or the no-data value say so.
+    /// averages. Alpha is 0 where the alpha band, the mask, the palette or the no-data value say so, and
+    /// where numbers are not finite. The first call looks for the ranges that are stretched, in samples of
+    /// the whole image: a coarse level where the file stores one, else small windows all over it.
     std::vector<std::uint8_t> readRgba(int level, const GdalWindow & window, unsigned width,
                                        unsigned height) const;
     /// The numbers of the first band with its scale and offset; NaN where there is none.
@@ -52,21 +54,38 @@ public:
 private:
     class Reading;
 
+    /// What is black and what is white in a band.
+    struct Range {
+        double low = 0.0, high = 255.0;
+    };
+    using Ranges = std::array<Range, 3>;
+
     void findBands();
-    bool isPalette() const { return colour_[0]->GetColorTable() != nullptr; }
+    void chooseBands();
+    bool isPalette() const { return isGrayOrPalette() && colour_[0]->GetColorTable(); }
+    bool isGrayOrPalette() const { return colour_[0] == colour_[1] && colour_[1] == colour_[2]; }
+    std::size_t channels() const { return isGrayOrPalette() ? 1 : 3; }
     bool hasMask() const;
+    /// The band that says what is transparent; null where none does.
+    GDALRasterBand * alphaBand() const;
     double declaredWhite(GDALRasterBand & band) const;
-    double foundWhite(const Reading & reading) const;
+    Range rangeOf(GDALRasterBand & band) const;
+    Range sampledRange(GDALRasterBand & band) const;
+    int sampledLevel() const;
+    std::vector<float> samples(GDALRasterBand & band) const;
+    const Ranges & ranges() const;
+    std::uint8_t toByte(double value, const Range & range) const;
     void readColours(const Reading & reading, std::vector<std::uint8_t> & rgba) const;
     void readBytes(const Reading & reading, std::vector<std::uint8_t> & rgba) const;
     void readPalette(const Reading & reading, std::vector<std::uint8_t> & rgba) const;
     void readAlpha(const Reading & reading, std::vector<std::uint8_t> & rgba) const;
 
     const GdalSource & source_;
+    ImageColors colors_;
     std::array<GDALRasterBand *, 3> colour_ = {}; ///< gray has one band in all three places
     GDALRasterBand * alpha_ = nullptr;
-    unsigned colours_ = 0; ///< number of bands that are not alpha
-    double white_ = 0.0;   ///< 0 where each call looks for it
+    unsigned colours_ = 0;                 ///< number of bands that are not alpha
+    mutable std::optional<Ranges> ranges_; ///< once they are known
 };
 
 } // namespace ZMT::RASTER

@@ -23,6 +23,8 @@ public:
     /// Short name of the file's format.
     std::string format() const { return opened_->GetDriverName(); }
     GDALDataset & dataset() const { return *dataset_; }
+    /// Without the alpha band that resampling adds.
+    unsigned bandsOfFile() const { return static_cast<unsigned>(opened_->GetRasterCount()); }
     unsigned width() const { return static_cast<unsigned>(dataset_->GetRasterXSize()); }
     unsigned height() const { return static_cast<unsigned>(dataset_->GetRasterYSize()); }
     const GeoReference & reference() const { return reference_; }

@@ -29,13 +29,16 @@ NBX_STORED_CLASS_IMPL(ImageFilePyramid, TiledGeoImagePyramid)
 
 namespace {
 
+/// Stored for an image that may be one of values.
+constexpr const char * s_values = "values";
+
 struct PixelFormat {
     NBX::LayerSequence sequence = NBX::LS_RGBA;
     int dataType = NBX::Image::UInt8;
 };
 
-PixelFormat formatOf(const GdalImageReader & reader) {
-    if (reader.isValues()) return {NBX::LS_Luminance, NBX::Image::Float};
+PixelFormat formatOf(const GdalImageReader & reader, bool asValues) {
+    if (asValues) return {NBX::LS_Luminance, NBX::Image::Float};
     const bool hasAlpha = reader.hasAlpha();
     if (reader.isGray()) return {hasAlpha ? NBX::LS_LuminanceAlpha : NBX::LS_Luminance, NBX::Image::UInt8};
     return {hasAlpha ? NBX::LS_RGBA : NBX::LS_RGB, NBX::Image::UInt8};
@@ -82,6 +85,7 @@ std::uint64_t pixelsOf(const LevelInfo & level) {
 
 struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
     std::string path, wkt;
+    std::optional<ImageColors> colors; ///< none where numbers may stay as they are
     std::optional<GdalSource> source;
     std::optional<GdalImageReader> reader;
     PixelFormat format;
@@ -92,7 +96,6 @@ struct ImageFilePyramid::Impl : std::enable_shared_from_this<Impl> {
     NBX::SO<NBX::File> file; ///< null where GDAL notices by itself that bytes are missing
     std::uint64_t fileSize = 0;
     NBX::SO<MemoryTiledGeoImagePyramid> memory; ///< null until a level in memory is first read
-    bool whiteIsKnown = false;
     std::atomic<bool> failed{false};
 
     void open();
@@ -158,14 +161,15 @@ NBX::SO<NBX::Image> ImageFilePyramid::Level::getImage(int x, int y, unsigned wid
 void ImageFilePyramid::Impl::open() {
     GdalErrorTrap trap;
     source.emplace(path, GdalSource::Outside::Transparent, wkt);
-    reader.emplace(*source);
+    reader.emplace(*source, colors.value_or(ImageColors()));
+    const bool asValues = !colors && reader->isValues();
     // Numbers stay as they are where resampling leaves nothing; colours get an alpha for that.
-    if (reader->isValues()) {
+    if (asValues) {
         reader.reset();
         source.emplace(path, GdalSource::Outside::NaN, wkt);
         reader.emplace(*source);
     }
-    format = formatOf(*reader);
+    format = formatOf(*reader, asValues);
     reference = source->reference();
     const RasterGrid grid = source->grid();
     extent = {grid.minX - 0.5 * grid.cellSizeX, grid.minY - 0.5 * grid.cellSizeY,
@@ -257,8 +261,6 @@ NBX::SO<NBX::Image> ImageFilePyramid::Impl::readFile(const LevelInfo & level, co
                         static_cast<float *>(result->lineComponents(line)));
         return result;
     }
-    if (!whiteIsKnown) reader->findWhite();
-    whiteIsKnown = true;
     std::vector<std::uint8_t> rgba = reader->readRgba(level.overview, window, width, height);
     checkFile();
     reader->orient(rgba.data(), width, height, 4);
@@ -305,6 +307,15 @@ ImageFilePyramid::ImageFilePyramid(const std::string & path, const std::string &
     impl_->open();
 }
 
+ImageFilePyramid::ImageFilePyramid(const std::string & path, const std::string & wkt,
+                                   const ImageColors & colors)
+    : ImageFilePyramid() {
+    impl_->path = path;
+    impl_->wkt = wkt;
+    impl_->colors = colors;
+    impl_->open();
+}
+
 ImageFilePyramid::~ImageFilePyramid() = default;
 
 const std::string & ImageFilePyramid::path() const {
@@ -335,6 +346,10 @@ unsigned ImageFilePyramid::overviews() const {
     return static_cast<unsigned>(impl_->levels.size());
 }
 
+unsigned ImageFilePyramid::storedOverviews() const {
+    return static_cast<unsigned>(impl_->storedLevels);
+}
+
 NBX::SO<TiledGeoImage> ImageFilePyramid::overview(unsigned index) const {
     NBX_CHECK(index < impl_->levels.size(), L"no such level: " << index);
     return index < impl_->levels.size() ? new Level(impl_, index) : nullptr;
@@ -347,8 +362,13 @@ void ImageFilePyramid::serialize(NBX::SerializationManager & m) {
     std::wstring wkt = NBX::StringUtils::Utf8String2WString(impl_->wkt);
     attributeWithDefault(m, "fileName", fileName, std::wstring());
     attributeWithDefault(m, "wkt", wkt, std::wstring());
+    std::wstring colors =
+        NBX::StringUtils::Utf8String2WString(impl_->colors ? impl_->colors->text() : s_values);
+    attributeWithDefault(m, "colors", colors, NBX::StringUtils::Utf8String2WString(s_values));
     if (!m.isReading()) return;
     impl_ = std::make_shared<Impl>();
+    if (const std::string text = NBX::StringUtils::WString2Utf8String(colors); text != s_values)
+        impl_->colors = ImageColors::parse(text).value_or(ImageColors());
     impl_->path = NBX::StringUtils::WString2Utf8String(fileName);
     impl_->wkt = NBX::StringUtils::WString2Utf8String(wkt);
     if (impl_->path.empty()) return;

@@ -24,9 +24,13 @@ struct Picture {
     std::vector<std::uint8_t> rgba;
 };
 
-Picture read(const std::string & path) {
+ImageColors colors(const std::string & text) {
+    return ImageColors::parse(text).value();
+}
+
+Picture read(const std::string & path, const std::string & how = "") {
     const GdalSource source(path, GdalSource::Outside::Transparent);
-    const GdalImageReader reader(source);
+    const GdalImageReader reader(source, colors(how));
     const RasterGrid grid = source.grid();
     Picture picture = {source.width(), source.height(), {}, source.reference().isGeoreferenced, {}};
     picture.extent = {grid.minX - 0.5 * grid.cellSizeX, grid.minY - 0.5 * grid.cellSizeY,
@@ -168,11 +172,201 @@ TEST_F(GdalImageReaderTest, Palette) {
     EXPECT_EQ(0, pixel(image, 2, 0)[3]);
 }
 
-TEST_F(GdalImageReaderTest, SixteenBitsAreScaledByTheGreatestValue) {
-    const auto image = read(write({.width = 3, .height = 1, .values = {0, 2000, 4000}, .type = GDT_UInt16}));
+TEST_F(GdalImageReaderTest, SixteenBitsAreStretchedFromTheLeastToTheGreatestOfFewValues) {
+    const auto image =
+        read(write({.width = 3, .height = 1, .values = {1000, 2000, 3000}, .type = GDT_UInt16}));
     EXPECT_EQ(0, pixel(image, 0, 0)[0]);
     EXPECT_EQ(128, pixel(image, 1, 0)[0]);
     EXPECT_EQ(255, pixel(image, 2, 0)[0]);
+}
+
+TEST_F(GdalImageReaderTest, TheEndsOfEachBandAreLeftOut) {
+    // 100 values that differ a lot among the bands, and far away one below and one above.
+    TiffContent content{.width = 102, .height = 1, .bands = 3, .type = GDT_Float32};
+    for (const double factor : {1.0, 10.0, 0.001})
+        for (int x = 0; x < 102; ++x)
+            content.values.push_back(factor * (x == 0 ? -1e6 : x == 101 ? 1e6 : x));
+    const auto image = read(write(content));
+    for (std::size_t channel = 0; channel < 3; ++channel) {
+        EXPECT_EQ(0, pixel(image, 0, 0)[channel]);
+        EXPECT_EQ(0, pixel(image, 2, 0)[channel]);
+        EXPECT_NEAR(127.5, pixel(image, 51, 0)[channel], 2.0) << channel;
+        EXPECT_LT(pixel(image, 98, 0)[channel], 255);
+        EXPECT_EQ(255, pixel(image, 100, 0)[channel]);
+        EXPECT_EQ(255, pixel(image, 101, 0)[channel]);
+    }
+}
+
+TEST_F(GdalImageReaderTest, WhatHasNoDataIsTransparentAndDoesNotCount) {
+    const double lowest = -3.4028234663852886e38;
+    const auto image = read(write({.width = 4,
+                                   .height = 1,
+                                   .values = {lowest, 10, 20, NAN},
+                                   .type = GDT_Float32,
+                                   .hasNoData = true,
+                                   .noData = -3.4028e38}));
+    EXPECT_EQ(0, pixel(image, 0, 0)[3]) << "the limits of the type are written with few digits";
+    EXPECT_EQ((Rgba{0, 0, 0, 255}), pixel(image, 1, 0));
+    EXPECT_EQ((Rgba{255, 255, 255, 255}), pixel(image, 2, 0));
+    EXPECT_EQ(0, pixel(image, 3, 0)[3]);
+}
+
+TEST_F(GdalImageReaderTest, WhatIsMaskedDoesNotCount) {
+    const auto image = read(write({.width = 3,
+                                   .height = 1,
+                                   .values = {10, 20, 900, 65535, 65535, 0},
+                                   .bands = 2,
+                                   .type = GDT_UInt16,
+                                   .options = {"ALPHA=YES"}}));
+    EXPECT_EQ((Rgba{0, 0, 0, 255}), pixel(image, 0, 0));
+    EXPECT_EQ((Rgba{255, 255, 255, 255}), pixel(image, 1, 0));
+    EXPECT_EQ(0, pixel(image, 2, 0)[3]);
+}
+
+TEST_F(GdalImageReaderTest, OneValueAloneAndNoneAtAll) {
+    const auto one = read(write({.width = 2, .height = 1, .values = {7, 7}, .type = GDT_UInt16}));
+    EXPECT_EQ((Rgba{255, 255, 255, 255}), pixel(one, 0, 0));
+    const auto zero = read(write({.width = 2, .height = 1, .values = {0, 0}, .type = GDT_UInt16}));
+    EXPECT_EQ((Rgba{0, 0, 0, 255}), pixel(zero, 0, 0));
+    const auto none = read(write({.width = 2, .height = 1, .values = {NAN, NAN}, .type = GDT_Float32}));
+    EXPECT_EQ(0, pixel(none, 0, 0)[3]);
+}
+
+TEST_F(GdalImageReaderTest, LargeImagesAreSampledAllOverOrFromACoarseLevel) {
+    TiffContent content{.width = 2500, .height = 1700, .type = GDT_UInt16};
+    for (int y = 0; y < 1700; ++y)
+        for (int x = 0; x < 2500; ++x)
+            content.values.push_back(1000 + x);
+    const std::string path = write(content);
+    const auto all = read(path);
+    EXPECT_NEAR(127.5, pixel(all, 1250, 3)[0], 3.0);
+    EXPECT_EQ(0, pixel(all, 20, 3)[0]);
+    EXPECT_EQ(255, pixel(all, 2480, 3)[0]);
+    GDALDataset * dataset = GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE);
+    int factor = 4;
+    EXPECT_EQ(CE_None, dataset->BuildOverviews("NEAREST", 1, &factor, 0, nullptr, nullptr, nullptr));
+    std::vector<std::uint16_t> level(625 * 425);
+    for (std::size_t i = 0; i < level.size(); ++i)
+        level[i] = static_cast<std::uint16_t>(2000 + i % 2 * 1000);
+    EXPECT_EQ(CE_None, dataset->GetRasterBand(1)->GetOverview(0)->RasterIO(
+                           GF_Write, 0, 0, 625, 425, level.data(), 625, 425, GDT_UInt16, 0, 0, nullptr));
+    GDALClose(dataset);
+    const auto coarse = read(path);
+    EXPECT_EQ(0, pixel(coarse, 1000, 3)[0]);
+    EXPECT_NEAR(127.5, pixel(coarse, 1500, 3)[0], 1.0);
+    EXPECT_EQ(255, pixel(coarse, 2000, 3)[0]);
+}
+
+TEST_F(GdalImageReaderTest, StretchIsTold) {
+    const std::string bytes = write({.width = 3, .height = 1, .values = {100, 110, 120}, .type = GDT_Byte});
+    EXPECT_EQ(110, pixel(read(bytes), 1, 0)[0]) << "bytes are colours";
+    EXPECT_EQ((Rgba{0, 0, 0, 255}), pixel(read(bytes, ";auto;"), 0, 0));
+    EXPECT_EQ(128, pixel(read(bytes, ";auto;"), 1, 0)[0]);
+    EXPECT_EQ(64, pixel(read(bytes, ";105,125;"), 1, 0)[0]);
+    EXPECT_EQ(0, pixel(read(bytes, ";105,125;"), 0, 0)[0]);
+    const std::string counts =
+        write({.width = 3, .height = 1, .values = {0, 13107, 300}, .type = GDT_UInt16});
+    EXPECT_EQ(51, pixel(read(counts, ";none;"), 1, 0)[0]);
+    const std::string shares = write({.width = 3, .height = 1, .values = {-1, 0.2, 3}, .type = GDT_Float32});
+    EXPECT_EQ(0, pixel(read(shares, ";none;"), 0, 0)[0]);
+    EXPECT_EQ(51, pixel(read(shares, ";none;"), 1, 0)[0]);
+    EXPECT_EQ(255, pixel(read(shares, ";none;"), 2, 0)[0]);
+}
+
+TEST_F(GdalImageReaderTest, GammaLeavesBlackAndWhite) {
+    const std::string bytes = write({.width = 3, .height = 1, .values = {0, 64, 255}, .type = GDT_Byte});
+    const auto image = read(bytes, ";;2");
+    EXPECT_EQ(0, pixel(image, 0, 0)[0]);
+    EXPECT_EQ(128, pixel(image, 1, 0)[0]);
+    EXPECT_EQ(255, pixel(image, 2, 0)[0]);
+    const std::string shares = write({.width = 3, .height = 1, .values = {0, 0.25, 1}, .type = GDT_Float32});
+    EXPECT_EQ(128, pixel(read(shares, ";none;2"), 1, 0)[0]);
+}
+
+TEST_F(GdalImageReaderTest, HalfFloatsDeclareNoWhite) {
+    const auto image = read(
+        write({.width = 2, .height = 1, .values = {1.0, 2.0}, .type = GDT_Float32, .options = {"NBITS=16"}}));
+    EXPECT_EQ(0, pixel(image, 0, 0)[0]);
+    EXPECT_EQ(255, pixel(image, 1, 0)[0]);
+}
+
+TEST_F(GdalImageReaderTest, BandsAreTold) {
+    const std::string path = write({.width = 1,
+                                    .height = 1,
+                                    .values = {10, 20, 30, 40},
+                                    .bands = 4,
+                                    .type = GDT_Byte,
+                                    .options = {"PHOTOMETRIC=RGB", "ALPHA=NO"}});
+    EXPECT_EQ((Rgba{40, 10, 20, 255}), pixel(read(path, "4,1,2;;"), 0, 0));
+    EXPECT_EQ((Rgba{30, 30, 30, 255}), pixel(read(path, "3;;"), 0, 0));
+    EXPECT_EQ((Rgba{20, 20, 10, 255}), pixel(read(path, "2,2,1;;"), 0, 0)) << "two alike are not gray";
+    EXPECT_THROW(read(path, "5,1,2;;"), NBX::InputException);
+    EXPECT_THROW(read(path, "5;;"), NBX::InputException);
+}
+
+TEST_F(GdalImageReaderTest, TheAlphaOfResamplingIsNoBand) {
+    const std::string path = write({.width = 40,
+                                    .height = 40,
+                                    .values = std::vector<double>(1600, 9.0),
+                                    .type = GDT_Byte,
+                                    .geoTransform = {500000, 30, 10, 3100000, 10, -30}});
+    EXPECT_THROW(read(path, "2;;"), NBX::InputException);
+    EXPECT_NO_THROW(read(path, "1;;"));
+}
+
+TEST_F(GdalImageReaderTest, AnAlphaBandThatIsShownIsNoAlpha) {
+    const std::string path = write({.width = 1,
+                                    .height = 1,
+                                    .values = {10, 20, 30, 40},
+                                    .bands = 4,
+                                    .type = GDT_Byte,
+                                    .options = {"PHOTOMETRIC=RGB", "ALPHA=YES"}});
+    EXPECT_EQ((Rgba{40, 10, 20, 255}), pixel(read(path, "4,1,2;;"), 0, 0));
+    EXPECT_EQ((Rgba{30, 10, 20, 40}), pixel(read(path, "3,1,2;;"), 0, 0));
+}
+
+TEST_F(GdalImageReaderTest, ColoursAreFoundByKindAndByName) {
+    const std::string path = write({.width = 1,
+                                    .height = 1,
+                                    .values = {40, 30, 20, 10},
+                                    .bands = 4,
+                                    .type = GDT_Byte,
+                                    .options = {"PHOTOMETRIC=MINISBLACK", "ALPHA=NO"}});
+    EXPECT_EQ((Rgba{40, 30, 20, 255}), pixel(read(path), 0, 0)) << "in their order";
+    GDALDataset * dataset = GDALDataset::Open(path.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE);
+    const char * names[] = {"NIR", "Blue", "green", "RED"};
+    for (int i = 0; i < 4; ++i)
+        dataset->GetRasterBand(i + 1)->SetDescription(names[i]);
+    GDALClose(dataset);
+    EXPECT_EQ((Rgba{10, 20, 30, 255}), pixel(read(path), 0, 0));
+    const std::string turned = write({.width = 1,
+                                      .height = 1,
+                                      .values = {10, 20, 30},
+                                      .bands = 3,
+                                      .type = GDT_Byte,
+                                      .options = {"PHOTOMETRIC=MINISBLACK"}});
+    dataset = GDALDataset::Open(turned.c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE);
+    const GDALColorInterp kinds[] = {GCI_BlueBand, GCI_GreenBand, GCI_RedBand};
+    for (int i = 0; i < 3; ++i)
+        dataset->GetRasterBand(i + 1)->SetColorInterpretation(kinds[i]);
+    GDALClose(dataset);
+    EXPECT_EQ((Rgba{30, 20, 10, 255}), pixel(read(turned), 0, 0));
+}
+
+TEST_F(GdalImageReaderTest, PalettesAreNotStretched) {
+    const std::string path = directory.file("palette.tif");
+    GDALAllRegister();
+    GDALDataset * dataset =
+        GetGDALDriverManager()->GetDriverByName("GTiff")->Create(path.c_str(), 1, 1, 1, GDT_Byte, nullptr);
+    GDALColorTable table;
+    const GDALColorEntry colour = {64, 0, 255, 255};
+    table.SetColorEntry(0, &colour);
+    dataset->GetRasterBand(1)->SetColorTable(&table);
+    GDALClose(dataset);
+    EXPECT_THROW(read(path, ";auto;"), NBX::InputException);
+    EXPECT_THROW(read(path, ";0,9;"), NBX::InputException);
+    EXPECT_EQ((Rgba{128, 0, 255, 255}), pixel(read(path, ";none;2"), 0, 0));
+    EXPECT_EQ((Rgba{64, 0, 255, 255}), pixel(read(path, "1;;"), 0, 0));
 }
 
 TEST_F(GdalImageReaderTest, DeclaredBitsAreTheScale) {

@@ -285,6 +285,60 @@ TEST_F(ImageFilePyramidTest, WarpedValuesHaveNothingAround) {
                            image->pixelComponents(static_cast<int>(w / 2), static_cast<int>(h / 2))));
 }
 
+/// A float image that is 4 pixels wide: nothing, then 10, 20 and 30 in every line.
+TiffContent steps(int height) {
+    TiffContent content{.width = 4, .height = height};
+    for (int y = 0; y < height; ++y)
+        content.values.insert(content.values.end(), {-9999.0, 10.0, 20.0, 30.0});
+    content.hasNoData = true;
+    content.noData = -9999.0;
+    return content;
+}
+
+TEST_F(ImageFilePyramidTest, ValuesBecomeColoursWhereTheseAreAskedFor) {
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(steps(2)), "", ImageColors()));
+    const SO<NBX::Image> image = pyramid->overview(0)->getImage(0, 0, 4, 2);
+    ASSERT_TRUE(image);
+    ASSERT_EQ(NBX::LS_LuminanceAlpha, image->layerSequence());
+    ASSERT_EQ(NBX::Image::UInt8, image->dataType());
+    const int shown[] = {0, 0, 128, 255};
+    for (int x = 0; x < 4; ++x) {
+        EXPECT_EQ(x > 0 ? 255 : 0, image->pixelComponentsU8(x, 1)[1]) << x;
+        EXPECT_EQ(shown[x], image->pixelComponentsU8(x, 1)[0]) << x;
+    }
+    const SO<NBX::Image> halved = pyramid->overview(1)->getImage(0, 0, 2, 1);
+    EXPECT_EQ(128, halved->pixelComponentsU8(0, 0)[1]) << "half of it is nothing";
+    EXPECT_EQ(0, halved->pixelComponentsU8(0, 0)[0]) << "nothing has no colour";
+}
+
+TEST_F(ImageFilePyramidTest, WarpedNumbersHaveNothingAroundAsColours) {
+    TiffContent content = steps(4);
+    content.geoTransform = {500000.0, 2000.0, 0.0, 3100000.0, 0.0, -2000.0};
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(content), "EPSG:4326", ImageColors()));
+    const double y = 0.5 * (pyramid->minY() + pyramid->maxY());
+    const double width = pyramid->maxX() - pyramid->minX();
+    const auto at = [&](double share) {
+        const double x = pyramid->minX() + share * width;
+        return pyramid->overview(0)->getGeoImage(x, y, x + 1e-6, y + 1e-6, 0, 0);
+    };
+    EXPECT_EQ(0, at(0.1)->pixelComponentsU8(0, 0)[1]) << "no data";
+    EXPECT_EQ(255, at(0.625)->pixelComponentsU8(0, 0)[1]);
+    EXPECT_NEAR(128, at(0.625)->pixelComponentsU8(0, 0)[0], 20);
+}
+
+TEST_F(ImageFilePyramidTest, ColoursAreStored) {
+    const auto colors = ImageColors::parse("3,1,2;10,200;0.5").value();
+    const SO<ImageFilePyramid> pyramid(new ImageFilePyramid(write(ramp(20, 20)), "", colors));
+    const auto copy = roundTrip(*pyramid);
+    const SO<NBX::Image> expected = pyramid->overview(0)->getImage(0, 0, 20, 20);
+    const SO<NBX::Image> image = copy->overview(0)->getImage(0, 0, 20, 20);
+    ASSERT_TRUE(expected && image);
+    for (int i = 0; i < 60; ++i)
+        EXPECT_EQ(expected->lineComponentsU8(5)[i], image->lineComponentsU8(5)[i]) << i;
+    const auto values = roundTrip(*SO<ImageFilePyramid>(new ImageFilePyramid(write(steps(2)))));
+    EXPECT_EQ(NBX::Image::Float, values->overview(0)->createEmptyImage(1, 1)->dataType());
+}
+
 TEST_F(ImageFilePyramidTest, AgreesWithTheImageReaderOnRealImages) {
     const std::string path = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_image.tif";
     const GdalSource source(path, GdalSource::Outside::Transparent);
@@ -424,7 +478,7 @@ TEST_F(ImageFilePyramidTest, StoresItsName) {
     EXPECT_EQ(pyramid->maxX(), read->maxX());
     EXPECT_EQ(pyramid->overviews(), read->overviews());
     EXPECT_TRUE(read->overview(0)->getImage(0, 0, 8, 8));
-    EXPECT_EQ((std::vector<std::string>{"fileName", "wkt"}), RecordedAttributes::of(*pyramid));
+    EXPECT_EQ((std::vector<std::string>{"fileName", "wkt", "colors"}), RecordedAttributes::of(*pyramid));
 }
 
 TEST_F(ImageFilePyramidTest, AMissingFileIsFoundInTheWorkingDirectory) {
