@@ -31,14 +31,37 @@ void addTreeOptions(CLI::App & command, TreeOptions & options) {
                        "Threads that build the tree, without it one for each core");
 }
 
+void addColorOptions(CLI::App & command, ImageOptions & options) {
+    addParsedList(
+        command, "--bands", options.bands, parseBands,
+        "Numbers of the bands that are red, green and blue, or of one that is gray, from 1 on; without "
+        "it what the file calls so, or its first three")
+        ->type_name("R,G,B");
+    addParsedList(command, "--stretch", options.stretches, parseStretch,
+                  "The numbers that are black and white, as the file stores them; auto: of each band, 2 % of "
+                  "its samples become black and 2 % white; none: from 0 to the greatest number of the type, "
+                  "of floating point numbers to 1. Without it numbers of 8 bits are colours, and others are "
+                  "stretched as by auto, unless the file says what is white")
+        ->type_name("MIN,MAX|auto|none");
+    addParsedList(command, "--gamma", options.gammas, parseGamma,
+                  "Above 1 brightens what is between black and white, below 1 darkens it")
+        ->type_name("GAMMA");
+}
+
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addFilesOption(
         command, "--image", options.images,
-        "Georeferenced image of any size, texture pyramid, or streaming texture or its URL, to drape; may be "
-        "repeated, later ones on top");
-    addParsedOption(command, "--key", options.key, parseKey,
-                    "Key of streaming textures that were written with one")
-        ->default_str("0");
+        "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
+    addParsedList(
+        command, "--opacity", options.look.opacities, parseOpacity,
+        "From 0, invisible, to 1. Like --bands, --stretch and --gamma it is given once for all images, "
+        "or once for each of them, in their order")
+        ->type_name("SHARE");
+    addColorOptions(command, options.look);
+    command.add_flag(
+        "!--no-cache", options.look.cache,
+        "Make the coarse levels of large images that have none anew, and keep none: otherwise they stay in "
+        "$XDG_CACHE_HOME/zmt or ~/.cache/zmt, up to 8 GiB in all");
     addFilesOption(command, "--breaklines", options.breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addFilesOption(

@@ -21,6 +21,23 @@ CLI::Option * addParsedOption(CLI::App & command, const char * name, Value & val
         name, [&value, parse](const std::string & text) { value = parse(text); }, description);
 }
 
+/// The same for an option that may be repeated: each text is one more of `values`.
+template <class Value>
+CLI::Option * addParsedList(CLI::App & command, const char * name, std::vector<Value> & values,
+                            Value (*parse)(const std::string &), const std::string & description) {
+    return command
+        .add_option_function<std::vector<std::string>>(
+            name,
+            [&values, parse](const std::vector<std::string> & texts) {
+                for (const std::string & text : texts)
+                    values.push_back(parse(text));
+            },
+            description)
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 /// Adds an option that takes one file each time it is given.
 void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
                     const char * description);
@@ -30,6 +47,8 @@ void addTerrainOption(CLI::App & command, std::string & terrain);
 void addVoidOption(CLI::App & command, bool & fillVoids);
 /// Adds the options `--max-vertices` and `--threads`.
 void addTreeOptions(CLI::App & command, TreeOptions & options);
+/// Adds the options `--bands`, `--stretch` and `--gamma`.
+void addColorOptions(CLI::App & command, ImageOptions & options);
 /// Adds the options that make a landscape; all but the terrain itself.
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
 /// Adds the options `--view` and `--size`.

@@ -15,7 +15,7 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
-#include <nbx/object/stringutils.h>
+#include <nbx/object/exception.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
@@ -26,9 +26,13 @@
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
 #include <zmt/raster/gdal/geofile.h>
+#include <zmt/raster/gdal/imagefilepyramid.h>
+#include <zmt/raster/gdal/warpedimagepyramid.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/simplerasterdata.h>
+#include <zmt/raster/translucentimagepyramid.h>
+#include <zmt/util/compressedtexture/coarselevels.h>
 
 namespace {
 
@@ -37,6 +41,7 @@ using ZMT::CORE::GridData;
 using ZMT::CORE::ReliefImage;
 using ZMT::CORE::TerrainTexture;
 using ZMT::RASTER::TiledGeoImagePyramid;
+using ZMT::UTIL::CoarseLevels;
 using Textures = NBX::Array<NBX::SO<TerrainTexture>>;
 
 constexpr double s_anisotropy = 16.0;
@@ -152,6 +157,27 @@ void checkContent(const TiledGeoImagePyramid & image, const std::string & path) 
     if (!whole) throw DataError(path + ": the image is empty; choose another one");
 }
 
+/// A large image that stores no coarse levels gets them, in its own system, so that they serve any terrain.
+NBX::SO<TiledGeoImagePyramid> withCoarseLevels(const NBX::SO<TiledGeoImagePyramid> & pyramid,
+                                               const std::string & path, const ImageLook & look,
+                                               const std::string & wkt) {
+    using ZMT::RASTER::ImageFilePyramid;
+    const auto * stored = dynamic_cast<const ImageFilePyramid *>(pyramid.get());
+    if (!stored || !CoarseLevels::areNeeded(*stored)) return pyramid;
+    const NBX::SO<ImageFilePyramid> image(new ImageFilePyramid(path, "", look.colors));
+    NBX::SO<TiledGeoImagePyramid> complete;
+    try {
+        complete = CoarseLevels(look.cache ? CoarseLevels::userFolder() : "").complete(image);
+    } catch (const NBX::IOException & error) {
+        writeError(std::string("warning: ") + error.what() +
+                   "; drawing takes its time: 'zmt build pyramid' or gdaladdo make such levels once");
+        return pyramid;
+    }
+    Reports::throwFirst();
+    if (!complete) throw DataError("cancelled");
+    return ZMT::RASTER::WarpedImagePyramid::create(complete, image->reference().wkt, wkt, path);
+}
+
 } // namespace
 
 GroundLayer makeHeightColors(const GridData & grid) {
@@ -180,57 +206,15 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
     return {LayerKind::Shading, "shading", modulate(makeGridTexture(shading, grid)), {}};
 }
 
-GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
-                                const StreamedTerrain & streamed, double exaggeration) {
-    using ZMT::CORE::GRID::AsyncGridTerrain;
-    const AsyncGridTerrain::LightMap kind = streamed.lightMapKind;
-    const std::string name = NBX::StringUtils::WString2Utf8String(streamed.terrain->fileName());
-    const auto refuse = [&](const std::string & wish, const std::string & advice) {
-        throw UsageError(wish + ": the file has no such light; leave it out, or build " + name + " with " +
-                         advice);
-    };
-    if (lighting == Lighting::Static && kind != AsyncGridTerrain::LM_Light)
-        refuse("--lighting static", "--lighting static");
-    if (lighting == Lighting::Dynamic && kind != AsyncGridTerrain::LM_Normals)
-        refuse("--lighting dynamic", "--lighting normals");
-    if (sun && kind == AsyncGridTerrain::LM_Light)
-        throw UsageError("--light: the light of " + name +
-                         " is baked; leave it out, or build it with --lighting normals");
-    if (kind == AsyncGridTerrain::LM_Light)
-        return {LayerKind::Shading, "light map", modulate(streamed.lightMap), {}};
-    const Sunlight light = sun.value_or(defaultSun());
-    if (kind == AsyncGridTerrain::LM_Normals)
-        return {LayerKind::Shading,
-                "light",
-                new ZMT::CORE::PerPixelTerrainLightingEffect(streamed.lightMap.get(), light.direction,
-                                                             std::min(light.ambient, s_mostAmbient)),
-                {}};
-    return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
-}
-
-GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<TerrainTexture> & texture,
-                             const ZMT::RASTER::GeoExtent & terrain) {
-    const NBX::Bounds box = texture->boundingBox();
-    const Point low = box.getLLF(), high = box.getURB();
-    const bool overlaps =
-        low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
-    if (!overlaps) throw DataError(locator + ": the image lies elsewhere; choose one that covers the area");
-    return {LayerKind::Image, std::filesystem::path(locator).filename().string(),
-            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()),
-            ZMT::CORE::GeoTransformation::geo2nbxTf(box)};
-}
-
-Sunlight defaultSun() {
-    return {Point(-1.0, 1.2, 1.0).normalized(), 0.35};
-}
-
-GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
-                      const std::string & wkt) {
-    Step step("reading " + path);
-    const auto pyramid = ZMT::RASTER::GeoFile::openImage(path, wkt);
+GroundLayer openImage(const std::string & path, const ImageLook & look,
+                      const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt) {
+    auto pyramid = ZMT::RASTER::GeoFile::openImage(path, wkt, look.colors);
     checkPlace(*pyramid, terrain, path);
+    pyramid = withCoarseLevels(pyramid, path, look, wkt);
+    Step step("reading " + path);
     checkContent(*pyramid, path);
     step.finish();
+    if (look.opacity < 1.0) pyramid = new ZMT::RASTER::TranslucentImagePyramid(pyramid.get(), look.opacity);
     const NBX::SO<TerrainTexture> texture(new ZMT::CORE::TiledLODTexture(pyramid.get()));
     return {LayerKind::Image, std::filesystem::path(path).filename().string(),
             new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()), texture->boundingBox()};

@@ -11,6 +11,7 @@
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/geoextent.h>
 
+#include "imageoptions.h"
 #include "lighting.h"
 #include "streamedfiles.h"
 #include "sunlight.h"
@@ -54,7 +55,8 @@ GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<ZMT::COR
 Sunlight defaultSun();
 
 /// A georeferenced image of any size, or a texture pyramid, streamed while the view moves, for a terrain with
-/// this extent in the system `wkt`. Throws `DataError`, and what the raster layer throws, for one that cannot
-/// be read or lies elsewhere.
-GroundLayer openImage(const std::string & path, const ZMT::RASTER::GeoExtent & terrain,
-                      const std::string & wkt);
+/// this extent in the system `wkt`. The coarse levels of a large image that has none are made first, which
+/// shows its progress; where there is no room for them a line says so. Throws `DataError`, and what the
+/// raster layer throws, for one that cannot be read, lies elsewhere or lacks the bands, and after a cancel.
+GroundLayer openImage(const std::string & path, const ImageLook & look,
+                      const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt);

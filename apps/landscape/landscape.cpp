@@ -32,8 +32,8 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
     extent_ = {raster.minX(), raster.minY(), raster.maxX(), raster.maxY()};
     // What cannot be read is noticed before the long work.
     std::vector<GroundLayer> images;
-    for (const std::string & path : options.images)
-        images.push_back(readImage(path, streamed));
+    for (std::size_t i = 0; i < options.images.size(); ++i)
+        images.push_back(readImage(options.images[i], options.look.lookOf(i)));
     for (const std::string & path : options.breakLines)
         if (!input.built) grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
@@ -81,9 +81,8 @@ NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & opti
     return buildChunks(grid_, buildMilliseconds_);
 }
 
-GroundLayer Landscape::readImage(const std::string & path, const StreamedFiles & streamed) const {
-    if (const auto texture = streamed.texture(path)) return layStreamedImage(path, texture, extent_);
-    return openImage(path, extent_, reference_.wkt);
+GroundLayer Landscape::readImage(const std::string & path, const ImageLook & look) const {
+    return openImage(path, look, extent_, reference_.wkt);
 }
 
 void Landscape::addImage(const GroundLayer & image) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "imageoptions.h"
 #include "lighting.h"
 #include "outputfiles.h"
 #include "sunlight.h"
@@ -25,6 +26,7 @@ struct LandscapeOptions {
     std::string terrain;    ///< a height raster, a terrain that was built, a streaming one or its URL
     bool fillVoids = false; ///< interpolate where heights are missing
     std::vector<std::string> images;
+    ImageOptions look;                   ///< of the images
     std::vector<std::string> breakLines; ///< vector files
     std::vector<std::string> draped;     ///< vector files
     double drapeLift = 0.0;              ///< in units of the heights

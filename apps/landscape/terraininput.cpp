@@ -19,6 +19,7 @@
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>
+#include <zmt/raster/heightunit.h>
 
 using ZMT::CORE::BuiltTerrain;
 
@@ -36,6 +37,17 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
             if (!raster.isUndefValue(height)) return;
     }
     throw DataError(path + ": has no defined height; check its no-data value");
+}
+
+/// Heights of terrains are metres, as their plan is.
+void toMetres(ZMT::RASTER::SimpleRasterData<float> & heights, const std::string & unit,
+              const std::string & path) {
+    const auto metres = ZMT::RASTER::HeightUnit::metres(unit);
+    if (!metres)
+        writeError("warning: " + path +
+                   ": the unit of its heights is not known, and taken for metres: " + unit);
+    else if (*metres != 1.0)
+        ZMT::RASTER::HeightUnit::scale(heights, *metres);
 }
 
 } // namespace
@@ -95,6 +107,7 @@ ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const Terrain
         writeError("warning: " + path + ": has " + std::to_string(file->bands()) +
                    " bands, of which the first is taken as heights; give another one as a file of its own");
     checkTerrain(*raster.raster, path);
+    toMetres(*raster.raster, file->heightUnit(), path);
     if (how.fillVoids) {
         NBX::Progress filling("filling voids");
         raster.raster = ZMT::RASTER::RasterVoids::fill(raster.raster, &filling);

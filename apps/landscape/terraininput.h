@@ -13,7 +13,8 @@
 #include "terrainoptions.h"
 
 /// Reads a height raster for a terrain. Unless told otherwise, one that is not in metres is warped to a
-/// system that is. Throws `DataError`, or what the raster layer throws, when it cannot be a terrain.
+/// system that is, and heights in other units become metres. Throws `DataError`, or what the raster layer
+/// throws, when it cannot be a terrain.
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how = {});
 
 /// The heights of a terrain, with its tree where the file has one.

@@ -37,6 +37,7 @@ struct PyramidOptions {
     std::optional<CompressedTexture::PixelFormat> format; ///< without it that of the image
     std::optional<NBX::Color> mask;                       ///< becomes transparent
     bool deflates = false;
+    ImageOptions look;
 };
 
 std::string upperCase(std::string text) {
@@ -73,27 +74,59 @@ NBX::Color parseColor(const std::string & text) {
     return NBX::Color(channel(16), channel(8), channel(0));
 }
 
-/// What stores the image without loss, with alpha where pixels are masked.
-CompressedTexture::PixelFormat formatOf(const ZMT::RASTER::TiledGeoImage & image, bool isMasked,
-                                        const std::string & path) {
-    if (isMasked) return CompressedTexture::PF_RGBA8;
+bool isTransparent(NBX::LayerSequence layers) {
+    return layers == NBX::LS_LuminanceAlpha || layers == NBX::LS_RGBA;
+}
+
+/// With alpha, in the place of formats that have none.
+CompressedTexture::PixelFormat withAlpha(CompressedTexture::PixelFormat format) {
+    switch (format) {
+    case CompressedTexture::PF_RGB8:
+        return CompressedTexture::PF_RGBA8;
+    case CompressedTexture::PF_Luminance8:
+        return CompressedTexture::PF_LuminanceAlpha8;
+    case CompressedTexture::PF_DXT1:
+        return CompressedTexture::PF_DXT1A;
+    default:
+        return format;
+    }
+}
+
+/// What was asked for, or what stores the image without loss; with alpha where pixels may be transparent.
+CompressedTexture::PixelFormat formatOf(const ZMT::RASTER::TiledGeoImage & image,
+                                        const PyramidOptions & options) {
     const NBX::SO<NBX::Image> pixel = image.createEmptyImage(1, 1);
-    if (!pixel || pixel->dataType() != NBX::Image::UInt8)
-        throw DataError(path + ": holds numbers and no colours; choose an image, or a format with --format");
-    return static_cast<CompressedTexture::PixelFormat>(CompressedTexture::pixelFormatOf(*pixel));
+    if (!options.format && options.mask) return CompressedTexture::PF_RGBA8;
+    if (!options.format)
+        return static_cast<CompressedTexture::PixelFormat>(CompressedTexture::pixelFormatOf(*pixel));
+    const auto format = isTransparent(pixel->layerSequence()) ? withAlpha(*options.format) : *options.format;
+    if (format != *options.format)
+        writeError("warning: " + options.image + ": has pixels without data or with alpha, which " +
+                   CompressedTexture::formatName(*options.format) + " cannot store; " +
+                   CompressedTexture::formatName(format) + " is taken instead");
+    return format;
+}
+
+void checkMask(const PyramidOptions & options) {
+    if (!options.mask || !options.format || isTransparent(CompressedTexture::layerSequence(*options.format)))
+        return;
+    throw UsageError(std::string("--mask makes pixels transparent, which --format ") +
+                     CompressedTexture::formatName(*options.format) + " cannot store; choose " +
+                     CompressedTexture::formatName(withAlpha(*options.format)) + ", or leave --format out");
 }
 
 void buildPyramid(const PyramidOptions & options) {
+    checkMask(options);
+    checkImageOptions(options.look, 1);
     checkOutputs({{"IMAGE", options.image}},
                  {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
-    const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(new ZMT::RASTER::ImageFilePyramid(options.image));
+    const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(
+        new ZMT::RASTER::ImageFilePyramid(options.image, "", options.look.lookOf(0).colors));
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
-    const auto format =
-        options.format ? *options.format : formatOf(*finest, options.mask.has_value(), options.image);
-    const bool written =
-        CompressedTexture::create(finest, NBX::StringUtils::Utf8String2WString(options.out), format,
-                                  options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None,
-                                  options.mask ? &*options.mask : nullptr, image->reference().wkt);
+    const bool written = CompressedTexture::create(
+        finest, NBX::StringUtils::Utf8String2WString(options.out), formatOf(*finest, options),
+        options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None,
+        options.mask ? &*options.mask : nullptr, image->reference().wkt);
     if (written) return;
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
     throw DataError(options.image + ": the image is damaged or cut off; get it anew");
@@ -114,6 +147,7 @@ void addPyramidCommand(CLI::App & app) {
     command->add_flag("--deflate", options->deflates, "Deflate the tiles");
     addParsedOption(*command, "--mask", options->mask, parseColor, "Colour that becomes transparent")
         ->type_name("RRGGBB");
+    addColorOptions(*command, options->look);
     addOutputNote(*command);
     command->callback([options] { buildPyramid(*options); });
 }

@@ -188,7 +188,7 @@ void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
 void runRender(RenderOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
-    checkMemoryBudgets(options.memory);
+    checkImageOptions(options.landscape.look, options.landscape.images.size());
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     checkPictureName("--out", options.out);
     // What cannot be written or drawn is noticed before the long work.

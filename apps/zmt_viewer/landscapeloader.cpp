@@ -95,7 +95,8 @@ void LandscapeLoader::load(Result & result, const std::vector<std::string> & fil
             return;
         }
         for (std::size_t i = images; i < result.options.images.size(); ++i)
-            result.images.push_back(shown->readImage(result.options.images[i]));
+            result.images.push_back(
+                shown->readImage(result.options.images[i], result.options.look.lookOf(i)));
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));

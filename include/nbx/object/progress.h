@@ -74,6 +74,11 @@ public:
     /// True once Ctrl-C was pressed.
     static bool interrupted();
 
+    /// What does not look whether it is cancelled is ended so many seconds after Ctrl-C, the process with it:
+    /// with `status` as its exit status and, while a display exists, `farewell` on the standard error stream,
+    /// at most 200 bytes. For 0, as at start, everything takes its time.
+    static void setPatience(double seconds, const std::string & farewell, int status);
+
     /// The line shown, without control characters; `width` is the number of columns.
     static std::string line(const Progress & progress, unsigned width);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <utility>
 
 #include <sys/ioctl.h>
@@ -19,8 +20,30 @@ constexpr double s_displayInterval = 0.1;
 
 volatile std::sig_atomic_t s_interrupted = 0;
 
+/// How a process ends that is still there when the patience is over: of what signal handlers may use.
+struct Farewell {
+    timer_t timer{};
+    itimerspec patience{}; ///< 0 for endless
+    char text[200] = {};
+    std::size_t size = 0;
+    int status = 1;
+};
+
+Farewell s_farewell;
+volatile std::sig_atomic_t s_saysFarewell = 0;
+
+void endProcess(int) {
+    if (s_saysFarewell) (void)!::write(STDERR_FILENO, s_farewell.text, s_farewell.size);
+    ::_exit(s_farewell.status);
+}
+
+bool isEndless(const itimerspec & patience) {
+    return patience.it_value.tv_sec == 0 && patience.it_value.tv_nsec == 0;
+}
+
 void noteInterrupt(int) {
     s_interrupted = 1;
+    if (!isEndless(s_farewell.patience)) ::timer_settime(s_farewell.timer, 0, &s_farewell.patience, nullptr);
     // A second one does not wait for a step that does not look.
     std::signal(SIGINT, SIG_DFL);
 }
@@ -85,11 +108,13 @@ ProgressDisplay * Progress::setDisplay(ProgressDisplay * display) {
 
 ConsoleProgressDisplay::ConsoleProgressDisplay() : isTerminal_(isatty(STDERR_FILENO) == 1) {
     s_interrupted = 0;
+    s_saysFarewell = 1;
     std::signal(SIGINT, noteInterrupt);
 }
 
 ConsoleProgressDisplay::~ConsoleProgressDisplay() {
     std::signal(SIGINT, SIG_DFL);
+    s_saysFarewell = 0;
 }
 
 void ConsoleProgressDisplay::begin(const Progress &) {}
@@ -105,6 +130,22 @@ void ConsoleProgressDisplay::end(const Progress &) {
 
 bool ConsoleProgressDisplay::interrupted() {
     return s_interrupted != 0;
+}
+
+void ConsoleProgressDisplay::setPatience(double seconds, const std::string & farewell, int status) {
+    static const bool hasTimer = [] {
+        sigevent event{};
+        event.sigev_notify = SIGEV_SIGNAL;
+        event.sigev_signo = SIGALRM;
+        return ::timer_create(CLOCK_MONOTONIC, &event, &s_farewell.timer) == 0;
+    }();
+    if (!hasTimer) return;
+    std::signal(SIGALRM, endProcess);
+    s_farewell.size = std::min(farewell.size(), sizeof s_farewell.text);
+    farewell.copy(s_farewell.text, s_farewell.size);
+    s_farewell.status = status;
+    const auto whole = static_cast<time_t>(seconds);
+    s_farewell.patience.it_value = {whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)};
 }
 
 std::string ConsoleProgressDisplay::line(const Progress & progress, unsigned width) {

@@ -115,6 +115,18 @@ NBX::SO<TiledGeoImagePyramid> GeoFile::openImage(const std::string & path, const
                       [&] { return NBX::SO<TiledGeoImagePyramid>(new ImageFilePyramid(path, wkt)); });
 }
 
+NBX::SO<TiledGeoImagePyramid> GeoFile::openImage(const std::string & path, const std::string & wkt,
+                                                 const ImageColors & colors) {
+    if (const GeoFileFormat * format = formatOf(path)) {
+        if (colors.text().empty()) return format->openImage(path, wkt);
+        throw NBX::InputException(L"is " + NBX::StringUtils::Utf8String2WString(format->name()) +
+                                      L", whose colours are settled; choose them when it is built",
+                                  path);
+    }
+    return openByGdal(path, false, L"no image; choose an image",
+                      [&] { return NBX::SO<TiledGeoImagePyramid>(new ImageFilePyramid(path, wkt, colors)); });
+}
+
 std::unique_ptr<VectorFile> GeoFile::openVectors(const std::string & path) {
     const std::wstring lacking = L"no lines or areas; choose a file of them";
     refuseInstalled(path, lacking);

@@ -322,6 +322,10 @@ const std::string & ImageFilePyramid::path() const {
     return impl_->path;
 }
 
+std::string ImageFilePyramid::colors() const {
+    return impl_->colors ? impl_->colors->text() : s_values;
+}
+
 const GeoReference & ImageFilePyramid::reference() const {
     return impl_->reference;
 }
@@ -362,8 +366,7 @@ void ImageFilePyramid::serialize(NBX::SerializationManager & m) {
     std::wstring wkt = NBX::StringUtils::Utf8String2WString(impl_->wkt);
     attributeWithDefault(m, "fileName", fileName, std::wstring());
     attributeWithDefault(m, "wkt", wkt, std::wstring());
-    std::wstring colors =
-        NBX::StringUtils::Utf8String2WString(impl_->colors ? impl_->colors->text() : s_values);
+    std::wstring colors = NBX::StringUtils::Utf8String2WString(this->colors());
     attributeWithDefault(m, "colors", colors, NBX::StringUtils::Utf8String2WString(s_values));
     if (!m.isReading()) return;
     impl_ = std::make_shared<Impl>();

@@ -10,6 +10,7 @@
 
 namespace ZMT::RASTER {
 
+struct ImageColors;
 class TiledGeoImagePyramid;
 
 /// The one door for files: tells what a file is by its content, whatever its name, and opens it. It knows all
@@ -28,6 +29,10 @@ public:
     static std::unique_ptr<RasterFile> openHeights(const std::string & path);
     /// In the system `wkt`; in its own where one of the two is not known.
     static NBX::SO<TiledGeoImagePyramid> openImage(const std::string & path, const std::string & wkt = "");
+    /// The same with all that a file holds as colours. Files of installed formats have their own: throws
+    /// `NBX::InputException` where others are asked for.
+    static NBX::SO<TiledGeoImagePyramid> openImage(const std::string & path, const std::string & wkt,
+                                                   const ImageColors & colors);
     static std::unique_ptr<VectorFile> openVectors(const std::string & path);
 
     /// Installed formats come before those of GDAL, earlier ones before later ones. They stay until the

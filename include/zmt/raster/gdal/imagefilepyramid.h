@@ -38,6 +38,8 @@ public:
     ~ImageFilePyramid() override;
 
     const std::string & path() const;
+    /// `ImageColors::text` of the colours that were asked for, or "values".
+    std::string colors() const;
     /// The system of the pyramid's coordinates.
     const GeoReference & reference() const;
 
