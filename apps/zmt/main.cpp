@@ -8,7 +8,7 @@ namespace {
 
 /// Within half a second Ctrl-C has its effect, whatever is going on: in foreign libraries and in drivers too.
 /// Nothing that is written has a name before it is complete.
-constexpr double s_patience = 0.4;
+constexpr double s_patience = 0.25;
 
 } // namespace
 

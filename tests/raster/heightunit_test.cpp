@@ -25,8 +25,8 @@ TEST(HeightUnit, WhatIsNotDefinedStays) {
     heights.setValue(0, 0, 100.0F);
     heights.setValue(2, 1, -10.0F);
     HeightUnit::scale(heights, 0.3048);
-    EXPECT_FLOAT_EQ(30.48F, static_cast<float>(heights.value(0, 0)));
-    EXPECT_FLOAT_EQ(-3.048F, static_cast<float>(heights.value(2, 1)));
+    EXPECT_FLOAT_EQ(30.48F, static_cast<float>(heights.value(0U, 0U)));
+    EXPECT_FLOAT_EQ(-3.048F, static_cast<float>(heights.value(2U, 1U)));
     EXPECT_EQ(-9999.0F, heights.cells()[1]);
 }
 

@@ -84,6 +84,11 @@ std::string SmallGeoTiff::encode() const {
         // Version, kind of the system, pixels are areas, code of the system.
         fields.push_back(shorts(34735, {1, 1, 0, 3, 1024, 0, 1, kind, 1025, 0, 1, 1, code, 0, 1, system}));
     }
+    if (!unit.empty()) {
+        const std::string text = "<GDALMetadata><Item name=\"UNITTYPE\" sample=\"0\" role=\"unittype\">" +
+                                 unit + "</Item></GDALMetadata>";
+        fields.push_back({42112, FT_Ascii, std::uint32_t(text.size() + 1), text + '\0'});
+    }
     if (!noData.empty()) fields.push_back({42113, FT_Ascii, std::uint32_t(noData.size() + 1), noData + '\0'});
     return assemble(std::move(fields), data);
 }

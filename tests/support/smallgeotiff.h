@@ -18,6 +18,7 @@ struct SmallGeoTiff {
     std::uint16_t system = 32645;                           ///< EPSG code: UTM zone 45 north
     bool isInDegrees = false;                               ///< the code is that of a geographic system
     std::string noData = "";
+    std::string unit = ""; ///< of the heights
 
     std::string encode() const;
 };

@@ -56,18 +56,24 @@ bool hasFileIn(pid_t process, const fs::path & folder) {
 }
 
 /// Waits for the end of a process, sends it the signal when it opens a file, kills it when it takes too long.
-int waitFor(pid_t process, const fs::path & interruptWhenIn, int signal) {
+int waitFor(pid_t process, const RunLimits & limits, double & secondsAfterSignal) {
     const auto latest = std::chrono::steady_clock::now() + s_longest;
-    bool isInterrupted = interruptWhenIn.empty();
+    bool isInterrupted = limits.interruptWhenIn.empty();
+    std::chrono::steady_clock::time_point signalled;
     int status = 0;
     while (::waitpid(process, &status, WNOHANG) == 0) {
-        if (!isInterrupted && hasFileIn(process, interruptWhenIn)) {
-            ::kill(process, signal);
+        if (!isInterrupted && hasFileIn(process, limits.interruptWhenIn)) {
+            std::this_thread::sleep_for(limits.signalDelay);
+            signalled = std::chrono::steady_clock::now();
+            ::kill(process, limits.signal);
             isInterrupted = true;
         }
         if (std::chrono::steady_clock::now() > latest) ::kill(process, SIGKILL);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    if (isInterrupted && !limits.interruptWhenIn.empty())
+        secondsAfterSignal =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - signalled).count();
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 
@@ -124,7 +130,7 @@ RunResult runOnce(const std::string & program, const std::vector<std::string> & 
     const pid_t process = ::fork();
     if (process < 0) return result;
     if (process == 0) becomeProgram(pointers, output, errors, limits.largestFile);
-    result.status = waitFor(process, limits.interruptWhenIn, limits.signal);
+    result.status = waitFor(process, limits, result.secondsAfterSignal);
     result.output = readWhole(output);
     result.errors = readWhole(errors);
     return result;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -33,6 +34,7 @@ struct RunResult {
     int status = -1; ///< exit status, or 1000 + the signal that ended it
     std::string output;
     std::string errors;
+    double secondsAfterSignal = 0.0; ///< from the signal, where there was one, to the end
 
     /// The lines of `errors` that begin with the program's name.
     std::vector<std::string> errorLines() const;
@@ -43,6 +45,7 @@ struct RunLimits {
     /// When the program opens a file in this folder, it gets the signal.
     std::filesystem::path interruptWhenIn = {};
     int signal = SIGINT;
+    std::chrono::milliseconds signalDelay{0}; ///< so long after it has opened the file
 };
 
 /// Runs `program` to its end, at most two minutes.

@@ -57,6 +57,34 @@ TEST(TerrainInput, CompressedFilesCutAnywhereAreRefused) {
             << "cut to " << length << " of " << whole.size() << " bytes";
 }
 
+TEST(TerrainInput, HeightsInFeetBecomeMetres) {
+    const RunFolder folder;
+    SmallGeoTiff heights = slope(3, 3);
+    heights.heights[4] = -1.0F;
+    heights.noData = "-1";
+    for (const auto & [unit, metres] :
+         {std::pair("ft", 0.3048), std::pair("US survey foot", 1200.0 / 3937.0), std::pair("metre", 1.0)}) {
+        heights.unit = unit;
+        for (const bool native : {false, true}) {
+            testing::internal::CaptureStderr();
+            const auto raster =
+                readTerrainRaster(folder.write("t.tif", heights.encode()), {.native = native});
+            EXPECT_EQ("", testing::internal::GetCapturedStderr());
+            EXPECT_FLOAT_EQ(static_cast<float>(8.0 * metres),
+                            static_cast<float>(raster.raster->value(2U, 0U)))
+                << unit;
+            EXPECT_TRUE(raster.raster->isUndefValue(raster.raster->value(1U, 1U)));
+        }
+    }
+    heights.unit = "stories";
+    testing::internal::CaptureStderr();
+    const std::string path = folder.write("t.tif", heights.encode());
+    EXPECT_EQ(8.0, readTerrainRaster(path).raster->value(2U, 0U));
+    EXPECT_EQ("zmt: warning: " + path +
+                  ": the unit of its heights is not known, and taken for metres: stories\n",
+              testing::internal::GetCapturedStderr());
+}
+
 TEST(TerrainInput, DegreesBecomeMetresUnlessNative) {
     EXPECT_EQ(120U, readTerrainRaster(s_jacksboro, {.native = true}).raster->cellsX());
     const auto warped = readTerrainRaster(s_jacksboro);

@@ -143,10 +143,70 @@ TEST_F(BuildPyramidTest, TheSystemHasItsOwnFile) {
                   "IMAGE");
 }
 
-TEST_F(BuildPyramidTest, HeightsAreNoColours) {
-    SmallGeoTiff heights{4, 4};
-    heights.heights.assign(16, 1.0F);
-    expectFailure(build(folder.write("heights.tif", heights.encode())), 1, "no colours");
+TEST_F(BuildPyramidTest, NumbersBecomeColours) {
+    SmallGeoTiff numbers{200, 150};
+    for (unsigned i = 0; i < 200 * 150; ++i)
+        numbers.heights.push_back(i % 200 == 0 ? -1.0F : 1000.0F + static_cast<float>(i % 200));
+    numbers.noData = "-1";
+    const std::string image = folder.write("numbers.tif", numbers.encode());
+    ASSERT_EQ(0, build(image).status);
+    EXPECT_EQ(CompressedTexture::PF_LuminanceAlpha8, result()->level(0)->pixelFormat());
+    const auto pixels = result()->overview(0)->getImage(0, 0, 200, 150);
+    EXPECT_EQ(0, pixels->pixelComponentsU8(0, 9)[1]) << "no data";
+    EXPECT_EQ(0, pixels->pixelComponentsU8(3, 9)[0]);
+    EXPECT_NEAR(127, pixels->pixelComponentsU8(100, 9)[0], 3);
+    EXPECT_EQ(255, pixels->pixelComponentsU8(197, 9)[0]);
+    ASSERT_EQ(0, build(image, {"--stretch", "1000,1255"}).status);
+    EXPECT_EQ(100, result()->overview(0)->getImage(100, 9, 1, 1)->pixelComponentsU8(0, 0)[0]);
+    std::filesystem::remove(folder.out("a.ztp"));
+    std::filesystem::remove(folder.out("a.prj"));
+    expectFailure(build(image, {"--bands", "1,2,3"}), 1, "has no band 2, only 1");
+    expectFailure(build(image, {"--stretch", "2,1"}), 2, "MIN,MAX");
+    expectFailure(build(image, {"--gamma", "1", "--gamma", "2"}), 2, "--gamma");
+}
+
+TEST_F(BuildPyramidTest, BandsAreChosen) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    ASSERT_EQ(0, build(image).status);
+    const auto usual = result()->overview(0)->getImage(150, 150, 1, 1);
+    ASSERT_EQ(0, build(image, {"--bands", "3,1,2"}).status);
+    const auto turned = result()->overview(0)->getImage(150, 150, 1, 1);
+    EXPECT_EQ(usual->pixelComponentsU8(0, 0)[2], turned->pixelComponentsU8(0, 0)[0]);
+    EXPECT_EQ(usual->pixelComponentsU8(0, 0)[0], turned->pixelComponentsU8(0, 0)[1]);
+    EXPECT_EQ(usual->pixelComponentsU8(0, 0)[1], turned->pixelComponentsU8(0, 0)[2]);
+}
+
+TEST_F(BuildPyramidTest, AMaskNeedsAFormatWithAlpha) {
+    const std::string image = folder.write("image.tif", noise(300, 200).encode());
+    for (const auto & [format, better] :
+         {std::pair("RGB8", "RGBA8"), std::pair("Luminance8", "LuminanceAlpha8"), std::pair("DXT1", "DXT1A")})
+        expectFailure(build(image, {"--mask", "000000", "--format", format}), 2, better);
+    ASSERT_EQ(0, build(image, {"--mask", "000000", "--format", "DXT5"}).status);
+    EXPECT_EQ(CompressedTexture::PF_DXT5, result()->level(0)->pixelFormat());
+}
+
+TEST_F(BuildPyramidTest, WithoutDataAFormatWithAlphaIsTakenAndThatIsSaid) {
+    SmallGeoTiff content = noise(300, 200);
+    content.noData = "0";
+    const std::string image = folder.write("image.tif", content.encode());
+    const std::pair<const char *, CompressedTexture::PixelFormat> cases[] = {
+        {"RGB8", CompressedTexture::PF_RGBA8},
+        {"Luminance8", CompressedTexture::PF_LuminanceAlpha8},
+        {"DXT1", CompressedTexture::PF_DXT1A},
+    };
+    for (const auto & [format, taken] : cases) {
+        const RunResult run = build(image, {"--format", format});
+        ASSERT_EQ(0, run.status) << run.errors;
+        ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(std::string::npos,
+                  run.errors.find(std::string(CompressedTexture::formatName(taken)) + " is taken instead"))
+            << run.errors;
+        EXPECT_EQ(taken, result()->level(0)->pixelFormat());
+        const auto corner = result()->overview(0)->getImage(10, 10, 1, 1);
+        EXPECT_EQ(0, corner->pixelComponentsU8(0, 0)[corner->numberOfLayers() - 1]) << format;
+    }
+    EXPECT_EQ("", build(image, {"--format", "RGBA8"}).errors);
+    EXPECT_EQ("", build(folder.write("opaque.tif", noise(300, 200).encode()), {"--format", "RGB8"}).errors);
 }
 
 TEST_F(BuildPyramidTest, AnImageThatIsCutOff) {

@@ -199,6 +199,18 @@ TEST(Program, TerrainsWithoutPlaceAreMeasuredInPixels) {
     EXPECT_NE(std::string::npos, info.output.find("system:     none")) << info.output;
 }
 
+TEST(Info, TellsOtherUnitsOfHeightsThanMetres) {
+    const RunFolder folder;
+    SmallGeoTiff heights = slope(9, 7);
+    const auto told = [&](const char * unit) {
+        heights.unit = unit;
+        return zmt(folder, {"info", folder.write("t.tif", heights.encode())}).output;
+    };
+    EXPECT_EQ(std::string::npos, told("metre").find("unit:"));
+    EXPECT_NE(std::string::npos, told("ft").find("unit:       ft, 0.3048 metres")) << told("ft");
+    EXPECT_NE(std::string::npos, told("stories").find("unit:       stories, which is not known"));
+}
+
 TEST(Program, InfoTellsWhatAFileHolds) {
     const RunFolder folder;
     const RunResult info = zmt(folder, {"info", folder.write("t.tif", slope(9, 7).encode())});

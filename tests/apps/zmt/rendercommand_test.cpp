@@ -134,6 +134,83 @@ TEST(RenderCommand, ImagesLieWhereTheyBelong) {
     EXPECT_EQ(0, hue(picture->getColor(65, 35))) << "south-east";
 }
 
+TEST(RenderCommand, BandsAndStretchAreOfEachImage) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const std::string image = folder.write("i.tif", quarters().encode());
+    const auto turned =
+        pictureFromAbove(folder, {"--terrain", terrain, "--image", image, "--bands", "2,3,1"});
+    ASSERT_TRUE(turned);
+    EXPECT_EQ(2, hue(turned->getColor(35, 65))) << "north-west";
+    EXPECT_EQ(0, hue(turned->getColor(65, 65))) << "north-east";
+    EXPECT_EQ(1, hue(turned->getColor(35, 35))) << "south-west";
+    const auto both =
+        pictureFromAbove(folder, {"--terrain", terrain, "--image", image, "--image", image, "--opacity", "1",
+                                  "--opacity", "0", "--bands", "3,1,2", "--bands", "1,2,3"});
+    EXPECT_EQ(1, hue(both->getColor(35, 65))) << "the lower one, in its own bands";
+    for (const auto & [option, value] : {std::pair("--bands", "4,1,1"), std::pair("--bands", "1;2"),
+                                         std::pair("--opacity", "2"), std::pair("--stretch", "1")}) {
+        const RunResult run = render(folder, {"--terrain", terrain, "--image", image, option, value});
+        EXPECT_NE(0, run.status) << option;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+    }
+}
+
+TEST(RenderCommand, OpacityMixesWithWhatLiesBelow) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const std::string image = folder.write("i.tif", quarters().encode());
+    const auto picture = [&](const char * opacity) {
+        return pictureFromAbove(folder, {"--terrain", terrain, "--image", image, "--opacity", opacity});
+    };
+    const auto none = picture("0"), quarter = picture("0.25"), all = picture("1");
+    const auto ground = pictureFromAbove(folder, {"--terrain", terrain});
+    ASSERT_TRUE(none && quarter && all && ground);
+    EXPECT_EQ(0.0, compareImages(*none, *ground).share);
+    for (const auto & [x, y] : {std::pair(35, 65), std::pair(65, 65), std::pair(35, 35)})
+        for (int i = 0; i < 3; ++i)
+            EXPECT_NEAR(0.75 * none->getColor(x, y)[i] + 0.25 * all->getColor(x, y)[i],
+                        quarter->getColor(x, y)[i], 0.02)
+                << x << " " << y << " " << i;
+}
+
+TEST(RenderCommand, NumbersWithoutDataShowTheGround) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    SmallGeoTiff numbers{16, 16};
+    numbers.cell = 34.0;
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x)
+            numbers.heights.push_back(x < 8 ? -9999.0F : y < 8 ? 4e5F : 5e5F);
+    numbers.noData = "-9999";
+    const auto ground = pictureFromAbove(folder, {"--terrain", terrain});
+    const auto picture =
+        pictureFromAbove(folder, {"--terrain", terrain, "--image", folder.write("i.tif", numbers.encode())});
+    ASSERT_TRUE(ground && picture);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ground->getColor(30, 65)[i], picture->getColor(30, 65)[i]) << "the west has no data";
+        EXPECT_NEAR(0.0, picture->getColor(70, 70)[i], 0.02) << "the north is black";
+        EXPECT_NEAR(1.0, picture->getColor(70, 30)[i], 0.02) << "the south is white";
+    }
+}
+
+TEST(RenderCommand, AnInterruptEndsTheDrawingOfALargePicture) {
+    const RunFolder folder;
+    RunLimits limits;
+    limits.interruptWhenIn = folder.path() / "out";
+    limits.signalDelay = std::chrono::milliseconds(1500);
+    const RunResult run =
+        runProcess(ZMT_EXECUTABLE,
+                   {"render", "--terrain", s_everest, "--image", s_everestImage, "--size", "10000x10000",
+                    "--geometry-error", "0", "--out", folder.out("picture.png")},
+                   folder, limits);
+    EXPECT_EQ(1, run.status);
+    EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
+    EXPECT_EQ(std::vector<std::string>(), folder.results());
+    // It ends within half a second; the system takes its memory back a little later.
+    EXPECT_LT(run.secondsAfterSignal, 3.0);
+}
+
 /// The quarters in degrees, over a bit more than the plain.
 SmallGeoTiff quartersInDegrees() {
     SmallGeoTiff tiff = quarters();

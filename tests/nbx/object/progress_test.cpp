@@ -146,4 +146,51 @@ TEST(ConsoleProgressDisplay, ASecondCtrlCEndsTheProcess) {
         testing::KilledBySignal(SIGINT), "");
 }
 
+/// Works on and on without a look at what the user wishes.
+[[noreturn]] void workForever() {
+    for (volatile unsigned work = 0;;)
+        work = work + 1;
+}
+
+TEST(ConsoleProgressDisplay, PatienceEndsWhatDoesNotLook) {
+    EXPECT_EXIT(
+        {
+            NBX::ConsoleProgressDisplay::setPatience(0.05, "enough\n", 7);
+            const NBX::ConsoleProgressDisplay display;
+            std::raise(SIGINT);
+            workForever();
+        },
+        testing::ExitedWithCode(7), "^enough\n$");
+    EXPECT_EXIT(
+        {
+            NBX::ConsoleProgressDisplay::setPatience(0.05, "enough\n", 7);
+            {
+                const NBX::ConsoleProgressDisplay display;
+                std::raise(SIGINT);
+            }
+            workForever();
+        },
+        testing::ExitedWithCode(7), "^$")
+        << "without a display somebody else has told it";
+}
+
+TEST(ConsoleProgressDisplay, WithoutPatienceOrCtrlCEverythingTakesItsTime) {
+    EXPECT_EXIT(
+        {
+            const NBX::ConsoleProgressDisplay display;
+            std::raise(SIGINT);
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::_Exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(
+        {
+            NBX::ConsoleProgressDisplay::setPatience(0.01, "enough\n", 7);
+            const NBX::ConsoleProgressDisplay display;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::_Exit(3);
+        },
+        testing::ExitedWithCode(3), "");
+}
+
 } // namespace

@@ -7,9 +7,13 @@
 
 #include "geotiff.h"
 
+#include <nbx/image/image.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/exception.h>
+#include <zmt/raster/imagecolors.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
+#include <zmt/raster/tiledgeoimage.h>
+#include <zmt/raster/tiledgeoimagepyramid.h>
 
 #include <support/recordedreports.h>
 
@@ -139,6 +143,21 @@ TEST_F(GeoFileTest, InstalledFormatsComeFirst) {
     expectPart(thrown([&] { GeoFile::openVectors(path); }), "is a sheet of spots, which has no lines");
     EXPECT_FALSE(GeoFile::formatOf(tiff(1, GDT_Float32)));
     EXPECT_FALSE(GeoFile::formatOf(directory.file("none.tif")));
+}
+
+TEST_F(GeoFileTest, ImagesAreOpenedInColoursWhereThereAreSome) {
+    Spots::installOnce();
+    const auto bands = ImageColors::parse("2,1,3;;").value();
+    EXPECT_EQ(2.0, GeoFile::openImage(tiff(3, GDT_Byte), "", bands)->overview(0)->pixelsX());
+    EXPECT_EQ(NBX::Image::UInt8, GeoFile::openImage(tiff(1, GDT_Float32), "", ImageColors())
+                                     ->overview(0)
+                                     ->createEmptyImage(1, 1)
+                                     ->dataType());
+    expectPart(thrown([&] { GeoFile::openImage(tiff(2, GDT_Byte), "", bands); }), "has no band 3, only 2");
+    const std::string sheet = directory.write("sheet.tif", "spots: 1, 2");
+    EXPECT_EQ(7.0, GeoFile::openImage(sheet, "", ImageColors())->maxX());
+    expectPart(thrown([&] { GeoFile::openImage(sheet, "", bands); }),
+               "is a sheet of spots, whose colours are settled");
 }
 
 TEST_F(GeoFileTest, NoFormatIsReported) {
