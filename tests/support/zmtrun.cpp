@@ -55,11 +55,24 @@ bool hasFileIn(pid_t process, const fs::path & folder) {
     return false;
 }
 
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// True once its main thread has ended. A large process then takes a while to give its memory back, which on
+/// a busy machine may fall to a thread of the lowest priority.
+bool isEnding(pid_t process) {
+    const std::string status = readWhole("/proc/" + std::to_string(process) + "/stat");
+    const std::size_t name = status.rfind(')');
+    return name == std::string::npos || status.compare(name, 3, ") Z") == 0;
+}
+
 /// Waits for the end of a process, sends it the signal when it opens a file, kills it when it takes too long.
 int waitFor(pid_t process, const RunLimits & limits, double & secondsAfterSignal) {
     const auto latest = std::chrono::steady_clock::now() + s_longest;
     bool isInterrupted = limits.interruptWhenIn.empty();
     std::chrono::steady_clock::time_point signalled;
+    secondsAfterSignal = -1.0;
     int status = 0;
     while (::waitpid(process, &status, WNOHANG) == 0) {
         if (!isInterrupted && hasFileIn(process, limits.interruptWhenIn)) {
@@ -68,12 +81,13 @@ int waitFor(pid_t process, const RunLimits & limits, double & secondsAfterSignal
             ::kill(process, limits.signal);
             isInterrupted = true;
         }
+        const bool isSignalled = isInterrupted && !limits.interruptWhenIn.empty();
+        if (isSignalled && secondsAfterSignal < 0.0 && isEnding(process))
+            secondsAfterSignal = secondsSince(signalled);
         if (std::chrono::steady_clock::now() > latest) ::kill(process, SIGKILL);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    if (isInterrupted && !limits.interruptWhenIn.empty())
-        secondsAfterSignal =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - signalled).count();
+    if (secondsAfterSignal < 0.0) secondsAfterSignal = secondsSince(signalled);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
 }
 

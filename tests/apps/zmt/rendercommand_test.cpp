@@ -207,8 +207,8 @@ TEST(RenderCommand, AnInterruptEndsTheDrawingOfALargePicture) {
     EXPECT_EQ(1, run.status);
     EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
     EXPECT_EQ(std::vector<std::string>(), folder.results());
-    // It ends within half a second; the system takes its memory back a little later.
-    EXPECT_LT(run.secondsAfterSignal, 3.0);
+    // Half a second, and what a busy machine adds.
+    EXPECT_LT(run.secondsAfterSignal, 1.5);
 }
 
 /// The quarters in degrees, over a bit more than the plain.
