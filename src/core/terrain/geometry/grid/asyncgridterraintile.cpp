@@ -201,7 +201,6 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::use(const NBX::SO<NBX::D
     const NBX::SO<AsyncGridTerrainTileData> data(new AsyncGridTerrainTileData(place_, block));
     data_ = data;
     if (isRoot_) kept_ = data;
-    undefFlag_ = -1;
     failures_ = 0;
     failure_.clear();
     Requests::instance().noteNotFailed(this);

@@ -258,6 +258,28 @@ TEST_F(AsyncGridTerrainTest, AFileThatIsNoTerrainAnyMoreThrows) {
     }
 }
 
+TEST_F(AsyncGridTerrainTest, AUrlIsNoPathToLookFor) {
+    struct Remote : ScriptedFile {
+        using ScriptedFile::ScriptedFile;
+        std::wstring url() const override { return L"http://127.0.0.1:9/a.zgt"; }
+    };
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(SO<AsyncFile>(new Remote(hills())));
+    const Bytes scene = NBX::ObjectStreamWriter::write(*terrain, true);
+    // A file of that name is another one.
+    store("a.zgt", hills());
+    std::filesystem::current_path(path(""));
+    ZMT::UTIL::ExternalLinkSolver::setPickFileCallback(choose);
+    s_chosen = wide(path("a.zgt"));
+    try {
+        NBX::ObjectStreamReader(scene.data(), scene.size()).read();
+        FAIL();
+    } catch (const NBX::IOError & e) {
+        EXPECT_EQ(L"terrain could not be loaded", e.message());
+        EXPECT_NE(std::wstring::npos, e.detail().find(L"http://127.0.0.1:9/a.zgt"));
+    }
+    ZMT::UTIL::ExternalLinkSolver::setPickFileCallback(nullptr);
+}
+
 TEST_F(AsyncGridTerrainTest, TemporaryTerrainsAreEmbedded) {
     const Bytes bytes = hills();
     store("a.zgt", bytes);

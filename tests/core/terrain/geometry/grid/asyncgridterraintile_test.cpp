@@ -66,17 +66,18 @@ protected:
     }
 
     /// The terrain with another root, whose references to its children were changed.
-    SO<AsyncGridTerrain> withRoot(const std::function<void(std::uint8_t *)> & change) const {
+    SO<AsyncGridTerrain> withRoot(const std::function<void(std::uint8_t *)> & change,
+                                  std::size_t shift = 0) const {
         const PlainTerrainFile::Ref ref = plain.root;
         std::vector<std::uint8_t> changed = bytes;
-        changed.resize(bytes.size() + ref.rawSize);
-        std::uint8_t * const block = changed.data() + bytes.size();
+        changed.resize(bytes.size() + shift + ref.rawSize);
+        std::uint8_t * const block = changed.data() + bytes.size() + shift;
         if (ref.rawSize == ref.storedSize)
             std::memcpy(block, &bytes[ref.offset], ref.rawSize);
         else
             NBX::ZLibFilter::uncompress(&bytes[ref.offset], ref.storedSize, block, ref.rawSize);
         change(block + 64);
-        const std::uint64_t size = changed.size(), offset = bytes.size();
+        const std::uint64_t size = changed.size(), offset = bytes.size() + shift;
         std::memcpy(&changed[8], &size, 8);
         std::memcpy(&changed[88], &offset, 8);
         std::memcpy(&changed[100], &ref.rawSize, 4);
@@ -351,6 +352,16 @@ TEST_F(AsyncGridTerrainTileTest, BlocksThatChangePlacesAreRefused) {
         withRoot([](std::uint8_t * children) { std::swap_ranges(children, children + 16, children + 16); });
     for (unsigned i = 0; i < 4; ++i)
         EXPECT_EQ(i >= 2, bool(other->rootTile()->child(i, true)->requestTileData(1.0, true, nullptr))) << i;
+}
+
+TEST_F(AsyncGridTerrainTileTest, BlocksInMemoryMayBeginAnywhere) {
+    const PlainTerrainFile::Tile & top = *plain.tile(2, 0, 0);
+    for (unsigned shift = 0; shift < 2; ++shift) {
+        const SO<AsyncGridTerrain> other = withRoot([](std::uint8_t *) {}, shift);
+        const SO<GridTerrainTileData> data = other->rootTile()->tileData();
+        EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(data->samples()) % 2);
+        EXPECT_EQ(top.values[7], data->samples()[7]);
+    }
 }
 
 TEST_F(AsyncGridTerrainTileTest, ReferencesBeyondTheFileAreNeverAskedFor) {

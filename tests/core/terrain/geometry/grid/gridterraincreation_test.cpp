@@ -184,6 +184,7 @@ void GridTerrainCreationTest::compare(const PlainTerrainFile & file, unsigned ce
             }
     }
     EXPECT_EQ(defined, file.tiles.size());
+    EXPECT_TRUE(file.isCompact);
     const PlainTerrainFile::Tile * const root = file.tile(file.depth, 0, 0);
     EXPECT_EQ(root->max[0] + 1, file.sizeX);
     EXPECT_EQ(root->max[1] + 1, file.sizeY);

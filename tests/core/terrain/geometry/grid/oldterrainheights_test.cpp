@@ -163,6 +163,7 @@ TEST_F(OldTerrainHeightsTest, CoarserHeightsHideTheFinerOnesBelow) {
     ASSERT_TRUE(inside);
     EXPECT_EQ(1U, inside->children[3].rawSize) << "wholly inside of the band";
     EXPECT_FALSE(file.tile(1, 4, 4));
+    EXPECT_TRUE(file.isCompact) << "and nothing is written that nobody refers to";
     EXPECT_LT(1U, inside->children[0].rawSize) << "the old one's";
     EXPECT_TRUE(file.tile(0, 0, 0));
     const SO<AsyncGridTerrain> terrain = memoryTerrain(bytes);
@@ -176,6 +177,35 @@ TEST_F(OldTerrainHeightsTest, ATerrainThatIsMergedWithItselfStaysTheSame) {
     ASSERT_EQ(oldPlain.tiles.size(), file.tiles.size());
     for (const auto & [place, tile] : oldPlain.tiles)
         EXPECT_EQ(tile.values, file.tiles.at(place).values);
+}
+
+TEST_F(OldTerrainHeightsTest, HolesOfTheOldOneStayHoles) {
+    // Coarse samples reach into the hole, and finer ones do not.
+    const auto cell = [](unsigned x, unsigned y) {
+        return x >= 17 && y >= 17 ? double(FunctionBand::none) : FunctionBand::hills(x, y);
+    };
+    GridTerrainCreation creation;
+    creation.oldTerrain =
+        memoryTerrain(writtenTerrain(new FunctionBand({33, 33, 1000.0, 2000.0, 10.0, 10.0}, cell), 2));
+    const SO<FunctionBand> band(
+        new FunctionBand({9, 9, 1020.0, 2020.0, 2.5, 2.5}, [](unsigned, unsigned) { return 300.0; }));
+    const SO<AsyncGridTerrain> terrain = memoryTerrain(writtenTerrain(band, 7, creation));
+    for (double at = 1180.0; at <= 1320.0; at += 5.0)
+        EXPECT_TRUE(terrain->hasUndefinedHeight({at, 0.0, at + 1000.0}, false)) << at;
+    EXPECT_FALSE(terrain->hasUndefinedHeight({1150.0, 0.0, 2150.0}, false));
+}
+
+TEST_F(OldTerrainHeightsTest, APointBetweenTwoTilesIsInBoth) {
+    const auto cell = [](unsigned x, unsigned y) {
+        return x < 24 || y < 24 ? double(FunctionBand::none) : FunctionBand::hills(x, y);
+    };
+    GridTerrainCreation creation;
+    creation.oldTerrain =
+        memoryTerrain(writtenTerrain(new FunctionBand({33, 33, 1000.0, 2000.0, 10.0, 10.0}, cell), 2));
+    const SO<FunctionBand> band(new FunctionBand({5, 5, 1080.0, 2120.0, 10.0, 10.0}, FunctionBand::hills));
+    const PlainTerrainFile file(writtenTerrain(band, 7, creation));
+    for (const auto & [x, y] : {std::pair(4U, 12U), {8U, 8U}, {4U, 8U}, {8U, 12U}, {12U, 16U}})
+        EXPECT_TRUE(file.tile(0, x, y)) << x << " " << y;
 }
 
 TEST_F(OldTerrainHeightsTest, RastersOutsideAreRefused) {

@@ -47,6 +47,10 @@ public:
         for (std::size_t i = 104; i < 256; ++i)
             require(bytes[i] == 0, "zeros of the header");
         readTile(root, depth, 0, 0);
+        std::uint64_t used = 256;
+        for (const auto & [place, tile] : tiles)
+            used += (tile.ref.storedSize + 15) / 16 * 16;
+        isCompact = used == dataSize;
     }
 
     unsigned side() const { return (1U << level) + 1; }
@@ -71,6 +75,7 @@ public:
     double originX, originY, minHeight, cellSizeX, cellSizeY, heightScale;
     Ref root;
     std::map<Place, Tile> tiles;
+    bool isCompact; ///< every block belongs to a tile, and to one alone
 
 private:
     static void require(bool condition, const char * what) {

@@ -60,6 +60,24 @@ TEST(TileThreadsTest, TheFirstFailureIsThrown) {
     }
 }
 
+TEST(TileThreadsTest, TheFirstFailureIsThatOfTheLowestNumber) {
+    TileThreads threads(2);
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<bool> isThrown{false};
+        try {
+            threads.run(2, [&](std::size_t i) {
+                for (int waits = 0; i == 0 && (!isThrown || waits < 1000); ++waits)
+                    std::this_thread::yield();
+                isThrown = true;
+                throw std::runtime_error(std::to_string(i));
+            });
+            FAIL();
+        } catch (const std::runtime_error & e) {
+            EXPECT_STREQ("0", e.what());
+        }
+    }
+}
+
 TEST(TileThreadsTest, AbandonedWorkIsOverWhenItsScopeEnds) {
     TileThreads threads(3);
     std::atomic<int> running{0}, begun{0};
