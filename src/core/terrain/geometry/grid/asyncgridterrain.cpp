@@ -13,6 +13,7 @@
 #include <nbx/object/callback.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
+#include <nbx/object/heldreports.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
@@ -38,8 +39,12 @@ namespace {
 
 /// Copies go on in pieces of this many bytes.
 constexpr std::uint64_t s_copiedAtOnce = 0xa00000;
+/// No coordinate system takes more bytes.
+constexpr std::uint64_t s_largestProjection = 1U << 20U;
 /// Trees are searched for what nobody walks over every so many seconds.
 constexpr double s_sweepInterval = 1.0;
+/// Frames that are further apart are those of a picture that stood still.
+constexpr double s_longestFrame = 1.0;
 
 std::string utf8(const std::wstring & text) {
     return NBX::StringUtils::WString2Utf8String(text);
@@ -91,6 +96,19 @@ bool readHeader(AsyncFile & file, FileHeader & header, std::wstring & problem) {
     return header.isSound(file.size());
 }
 
+/// What stands beside a file on a web server; empty where there is nothing, which is usual.
+std::string fetchedProjection(const std::wstring & url) {
+    const std::size_t end = std::min(url.find_first_of(L"?#"), url.size());
+    const std::string name = NBX::File::replaceExtensionName(utf8(url.substr(0, end)), "prj");
+    std::vector<NBX::ErrorReport> unheard;
+    const NBX::HeldReports held(unheard);
+    const NBX::SO<AsyncFile> file = AsyncFile::create(wide(name) + url.substr(end));
+    std::wstring problem;
+    if (!file || file->size() > s_largestProjection) return {};
+    const NBX::SO<NBX::DataResource> bytes = readRange(*file, 0, file->size(), problem);
+    return bytes ? std::string(static_cast<const char *>(bytes->pointer()), bytes->size()) : std::string();
+}
+
 /// Where the file of a scene lies now; empty when nobody knows.
 std::wstring found(const std::wstring & name) {
     const std::string path = utf8(name);
@@ -127,12 +145,25 @@ public:
         return instance;
     }
 
+    /// Keeps the root, and lets go of what nobody walks over.
+    void beginFrame(double now) {
+        rootTile->tileData();
+        const double passed = std::clamp(now - lastFrame, 0.0, s_longestFrame);
+        lastFrame = now;
+        if (!terrain->isWalked) return;
+        terrain->isWalked = false;
+        terrain->walkTime += passed;
+        if (terrain->walkTime < lastSweep + s_sweepInterval) return;
+        lastSweep = terrain->walkTime;
+        rootTile->dropUnwalked(terrain->walkTime - AsyncGridTerrainTile::s_unwalked);
+    }
     bool isEmbedded() const { return isTemporary || terrain->file->url().empty(); }
 
     const NBX::SO<AsyncGridTerrainFile> terrain;
     const NBX::SO<AsyncGridTerrainTile> rootTile;
     const NBX::Bounds gridBounds, geoBounds;
     const bool isTemporary; ///< the file goes with the terrain, and so is embedded where that is stored
+    double lastFrame = 0.0, lastSweep = 0.0;
 };
 
 AsyncGridTerrain::AsyncGridTerrain() = default;
@@ -196,15 +227,10 @@ NBX::SO<AsyncGridTerrain> AsyncGridTerrain::createAndLoadTemp(const NBX::SO<Grid
 }
 
 void AsyncGridTerrain::beginFrame(const TerrainPainterFrameManager::Info &) {
-    static double lastSweep = 0.0;
     AsyncGridTerrainRequests::instance().beginFrame();
     const double now = AsyncGridTerrainRequests::now();
-    const bool sweeps = !(now >= lastSweep && now < lastSweep + s_sweepInterval);
-    if (sweeps) lastSweep = now;
-    for (const Impl * impl : Impl::all()) {
-        impl->rootTile->tileData();
-        if (sweeps) impl->rootTile->dropUnwalked(now - AsyncGridTerrainTile::s_unwalked);
-    }
+    for (Impl * impl : Impl::all())
+        impl->beginFrame(now);
 }
 
 void AsyncGridTerrain::endFrame(const TerrainPainterFrameManager::Info &) {}
@@ -230,20 +256,20 @@ bool AsyncGridTerrain::serializable() const {
     return impl_ && (!impl_->isEmbedded() || impl_->terrain->file->size() <= maxEmbeddedBytes);
 }
 
+std::string AsyncGridTerrain::wkt() const {
+    const std::wstring name = fileName();
+    if (name.empty()) return {};
+    return isUrl(name) ? fetchedProjection(name) : RASTER::ProjectionFile::read(utf8(name)).wkt;
+}
+
 bool AsyncGridTerrain::extract(const std::wstring & path) const {
     NBX_CHECK(impl_, L"no impl");
     if (!impl_) return false;
-    const std::wstring from = fileName();
     try {
         NBX::AtomicFileWriter writer(utf8(path));
         copyAll(*impl_->terrain->file,
                 [&writer](const NBX::DataResource & piece) { writer.write(piece.pointer(), piece.size()); });
-        const auto commit = [&writer] { writer.commit(); };
-        if (from.empty() || isUrl(from))
-            commit();
-        else
-            RASTER::ProjectionFile(utf8(path), RASTER::ProjectionFile::read(utf8(from)).wkt)
-                .commitWith(commit);
+        RASTER::ProjectionFile(utf8(path), wkt()).commitWith([&writer] { writer.commit(); });
         return true;
     } catch (const NBX::Exception & e) {
         NBX_FAILURE(L"cannot extract the terrain: " << wide(e.what()));

@@ -80,7 +80,8 @@ bool AsyncGridTerrainTile::hasChildren(bool loadedOnly) const {
 NBX::SO<GridTerrainTile> AsyncGridTerrainTile::child(unsigned index, bool onlyExisting) {
     NBX_CHECK_RANGE(0, int(index), 4);
     if (index >= 4 || (onlyExisting && !childRefs_[index].isBlock())) return nullptr;
-    walkTimes_[index] = Requests::now();
+    walkTimes_[index] = terrain_->walkTime;
+    if (isRoot_) terrain_->isWalked = true;
     if (!children_[index]) children_[index] = newChild(index);
     return children_[index];
 }

@@ -23,6 +23,11 @@ public:
     const TerrainFileFormat::FileHeader header;
     const NBX::Matrix4x4Base<double> grid2geo, geo2grid;
     const NBX::SO<GridTerrainTileIndexBuffer> indexBuffer;
+
+    /// Seconds in which frames of the terrain were painted: pauses do not make its tiles old.
+    double walkTime = 0.0;
+    /// Somebody has asked for a child of the root since the last frame.
+    bool isWalked = false;
 };
 
 /// A tile that has a block in the file. Until that is read, the tile knows its reference and its place alone.
@@ -74,7 +79,7 @@ public:
 
     /// Notes that `request` was cancelled, or has failed.
     void requestEnded(const NBX::SO<AsyncFile::Request> & request, bool hasFailed) const;
-    /// Drops the trees below that nobody walked over since `time`.
+    /// Drops the trees below that nobody walked over since the walk time `time`.
     void dropUnwalked(double time);
 
 private:

@@ -175,7 +175,7 @@ GridTerrainWriter::Finished GridTerrainWriter::finestTile(const Piece & piece, s
     TileSamples tile = TileSamples::quantised(
         place(0, piece.firstColumn + static_cast<std::uint32_t>(i), piece.row), piece.rows, plan_.scale);
     completeSamples(tile, old_ ? &piece.old[i] : nullptr, nullptr);
-    if (!tile.isDefined() || isBelowPlainArea(tile)) return {};
+    if (!tile.isDefined()) return {};
     return finished(std::move(tile), {});
 }
 
@@ -245,13 +245,6 @@ const TileSamples * GridTerrainWriter::ancestor(const TileSamples & tile, std::u
     return &depths_[d].samples[(tile.place.tileX >> plan_.tileLevel >> k) - depths_[d].firstColumn];
 }
 
-/// Whether a tile above it has no data, so that this one is drawn as a part of a coarser one.
-bool GridTerrainWriter::isBelowPlainArea(const TileSamples & tile) const {
-    for (std::uint32_t k = 1; old_ && tile.place.depth + k <= plan_.treeDepth; ++k)
-        if (!ancestor(tile, k)->hasData) return true;
-    return false;
-}
-
 /// Goes on to the parents of a row of tiles that is written, once both rows of their children are.
 void GridTerrainWriter::addParents(std::uint32_t depth, std::uint32_t row) {
     if (depth == plan_.treeDepth) {
@@ -273,7 +266,7 @@ void GridTerrainWriter::addParents(std::uint32_t depth, std::uint32_t row) {
 
 GridTerrainWriter::Finished GridTerrainWriter::innerTile(std::uint32_t d, std::size_t i) {
     TileSamples & samples = depths_[d].samples[i];
-    if (!samples.isDefined() || isBelowPlainArea(samples)) return {};
+    if (!samples.isDefined()) return {};
     // All finer rows that needed it for their borders are written.
     TileSamples tile = std::move(samples);
     std::array<TileRef, 4> children;

@@ -91,7 +91,6 @@ private:
     std::vector<bool> definedPlaces(std::uint32_t depth, const LatticeArea & rows) const;
     void completeSamples(TileSamples & tile, const OldTile * old, const std::vector<bool> * isOwn) const;
     const TileSamples * ancestor(const TileSamples & tile, std::uint32_t k) const;
-    bool isBelowPlainArea(const TileSamples & tile) const;
     void addParents(std::uint32_t depth, std::uint32_t row);
     Finished innerTile(std::uint32_t depth, std::size_t i);
     bool addChildren(TileSamples & tile, std::array<TileRef, 4> & children) const;

@@ -494,18 +494,32 @@ TEST_F(AsyncGridTerrainTileTest, TreesThatNobodyWalksOverAreDropped) {
     WO<Tile> below = child(0)->child(0, false);
     child(0)->requestTileData(1.0, true, nullptr);
     below = child(0)->child(0, false);
-    for (unsigned i = 0; i < 19; ++i) {
-        frame(0.5);
+    for (unsigned i = 0; i < 20; ++i) {
         child(0);
+        frame(0.5);
         EXPECT_TRUE(left) << i;
     }
-    child(0);
-    frame(1.6);
+    for (unsigned i = 0; i < 3; ++i) {
+        child(0);
+        frame(0.5);
+    }
     EXPECT_TRUE(walked);
     EXPECT_FALSE(left);
     EXPECT_FALSE(data) << "its heights could not be found any more";
     EXPECT_FALSE(below) << "deeper down as well";
     EXPECT_TRUE(child(1)) << "it comes back";
+}
+
+TEST_F(AsyncGridTerrainTileTest, PausesDropNothing) {
+    frame();
+    const WO<Tile> left = child(1);
+    child(0);
+    frame(1000.0);
+    EXPECT_TRUE(left) << "nothing was painted meanwhile";
+    // Frames of other terrains.
+    for (unsigned i = 0; i < 100; ++i)
+        frame(0.5);
+    EXPECT_TRUE(left);
 }
 
 class AsyncGridTerrainTileHolesTest : public AsyncGridTerrainTileTest {

@@ -180,9 +180,9 @@ TEST_F(OldTerrainHeightsTest, ATerrainThatIsMergedWithItselfStaysTheSame) {
 }
 
 TEST_F(OldTerrainHeightsTest, HolesOfTheOldOneStayHoles) {
-    // Coarse samples reach into the hole, and finer ones do not.
+    // A tile of the hole has nothing, though the samples of the one above reach to its border.
     const auto cell = [](unsigned x, unsigned y) {
-        return x >= 17 && y >= 17 ? double(FunctionBand::none) : FunctionBand::hills(x, y);
+        return x >= 16 && y >= 16 ? double(FunctionBand::none) : FunctionBand::hills(x, y);
     };
     GridTerrainCreation creation;
     creation.oldTerrain =
@@ -190,7 +190,7 @@ TEST_F(OldTerrainHeightsTest, HolesOfTheOldOneStayHoles) {
     const SO<FunctionBand> band(
         new FunctionBand({9, 9, 1020.0, 2020.0, 2.5, 2.5}, [](unsigned, unsigned) { return 300.0; }));
     const SO<AsyncGridTerrain> terrain = memoryTerrain(writtenTerrain(band, 7, creation));
-    for (double at = 1180.0; at <= 1320.0; at += 5.0)
+    for (double at = 1162.5; at <= 1320.0; at += 2.5)
         EXPECT_TRUE(terrain->hasUndefinedHeight({at, 0.0, at + 1000.0}, false)) << at;
     EXPECT_FALSE(terrain->hasUndefinedHeight({1150.0, 0.0, 2150.0}, false));
 }

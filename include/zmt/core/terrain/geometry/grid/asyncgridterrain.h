@@ -24,7 +24,7 @@ namespace ZMT::CORE::GRID {
 /// are asked for, is kept by the memory managers within their budgets, and is asked for again once they have
 /// let go of it. A tile that could not be read, or is damaged, is asked for again after 1 s, then after twice
 /// the time before, up to 60 s; whoever walks goes on with the tile above. Tiles that nobody walked over for
-/// 10 s are dropped.
+/// 10 s of painting are dropped.
 class AsyncGridTerrain : public GridTerrain {
     NBX_STORED_CLASS(AsyncGridTerrain, GridTerrain)
 public:
@@ -87,8 +87,11 @@ public:
     LightMap lightMapKind() const;
     /// Whether it can be stored in a scene: by its name, or embedded where the file goes with the terrain.
     bool serializable() const;
-    /// Copies the whole file, with its light map and, of a local file, with the coordinate system beside it.
-    /// False, reported, when that failed.
+    /// The coordinate system beside the file, as WKT; empty without one. Waits for it where it lies on a web
+    /// server. Throws `NBX::InputException` for a local file that holds none.
+    std::string wkt() const;
+    /// Copies the whole file, with its light map and with the coordinate system beside it. False, reported,
+    /// when that failed.
     bool extract(const std::wstring & path) const;
     /// In geo coordinates, among the samples of the root; at negative infinity where there are none.
     Point lowestPoint() const;
