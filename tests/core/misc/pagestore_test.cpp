@@ -67,6 +67,13 @@ TEST_F(PageStoreTest, KeepsAFew) {
     EXPECT_EQ(calls.allocated, 0) << "all was given back with the size that it was taken with";
 }
 
+TEST_F(PageStoreTest, NeverTiresOfHandingOutTheSame) {
+    ScriptedFileCalls calls;
+    for (int i = 0; i < 20; ++i)
+        EXPECT_TRUE(PageStore::give(PageStore::take(PageStore::s_largestKept), PageStore::s_largestKept));
+    EXPECT_EQ(calls.releases, 0);
+}
+
 TEST_F(PageStoreTest, TellsWhatTheSystemRefuses) {
     ScriptedFileCalls calls;
     calls.allocateError = ENOMEM;
