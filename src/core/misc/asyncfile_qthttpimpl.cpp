@@ -6,7 +6,6 @@
 #include <set>
 
 #include <nbx/object/errorhandler.h>
-#include <nbx/object/nbxtime.h>
 
 #include "asyncfilemanager.h"
 #include "httptimes.h"
@@ -54,7 +53,7 @@ AsyncFile_QtHttpImpl::~AsyncFile_QtHttpImpl() {
 /// A server that is left alone for longer than it may be silent is not waited for.
 bool AsyncFile_QtHttpImpl::open() {
     const HttpBackoff & backoff = AsyncFileManager::instance().backoff();
-    const double pause = backoff.remaining(server(), NBX::NBXTime::now());
+    const double pause = backoff.remaining(server(), httpTimes().now());
     if (1000.0 * pause > httpTimes().silenceMilliseconds) {
         error_ = L"server '" + target_.host() + L"' is asked again in " +
                  std::to_wstring(static_cast<int>(pause) + 1) + L" s: " + backoff.lastFailure(server());
@@ -193,7 +192,7 @@ void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring 
     const std::string goal = client.target().server();
     const double pause = retryAfter(client.head(), secondsSince1970());
     for (const std::string & place : std::set<std::string>{goal, server()})
-        AsyncFileManager::instance().backoff().failed(place, client.startTime(), NBX::NBXTime::now(), pause,
+        AsyncFileManager::instance().backoff().failed(place, client.startTime(), httpTimes().now(), pause,
                                                       error);
 }
 

@@ -9,11 +9,11 @@
 #include <QNetworkProxy>
 #include <QTimer>
 
-#include <nbx/object/nbxtime.h>
 #include <nbx/object/so.h>
 
 #include "asyncfile_qthttpimpl.h"
 #include "httpproxy.h"
+#include "httptimes.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -66,9 +66,8 @@ void AsyncFileManager::remove(const AsyncFile_QtHttpImpl * file) {
     std::erase(files_, file);
 }
 
-bool AsyncFileManager::dispatch() {
+bool AsyncFileManager::dispatch(double now) {
     if (!network() || working() >= s_mostTransfers) return false;
-    const double now = NBX::NBXTime::now();
     double highest = -1.0;
     AsyncFile_QtHttpImpl * chosen = nullptr;
     for (AsyncFile_QtHttpImpl * file : files_) {
@@ -83,9 +82,10 @@ bool AsyncFileManager::dispatch() {
 }
 
 void AsyncFileManager::dispatchAll() {
-    while (dispatch()) {
+    const double now = httpTimes().now();
+    while (dispatch(now)) {
     }
-    scheduleResumption();
+    scheduleResumption(now);
 }
 
 unsigned AsyncFileManager::working() const {
@@ -95,10 +95,10 @@ unsigned AsyncFileManager::working() const {
     return count;
 }
 
-/// One transfer asks how the server is; if it answers well, the others follow.
-void AsyncFileManager::scheduleResumption() {
+/// One transfer asks how the server is; if it answers well, the others follow. `now` is the time at which
+/// nothing more could be started: a pause that ended since then would be missed.
+void AsyncFileManager::scheduleResumption(double now) {
     if (!network()) return;
-    const double now = NBX::NBXTime::now();
     double next = std::numeric_limits<double>::infinity();
     for (const AsyncFile_QtHttpImpl * file : files_) {
         const double remaining = backoff_.remaining(file->server(), now);
@@ -115,8 +115,9 @@ QNetworkAccessManager * AsyncFileManager::network() {
         network_->access.setProxyFactory(new EnvironmentProxies);
         network_->resumption.setSingleShot(true);
         QObject::connect(&network_->resumption, &QTimer::timeout, &network_->resumption, [this] {
-            dispatch();
-            scheduleResumption();
+            const double now = httpTimes().now();
+            dispatch(now);
+            scheduleResumption(now);
         });
         qAddPostRoutine(&AsyncFileManager::endNetwork);
     }

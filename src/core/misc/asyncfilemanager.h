@@ -48,7 +48,9 @@ private:
     AsyncFileManager();
     ~AsyncFileManager() override;
     static void endNetwork();
-    void scheduleResumption();
+    /// At most one; whether it was started.
+    bool dispatch(double now);
+    void scheduleResumption(double now);
 
     std::vector<AsyncFile_QtHttpImpl *> files_;
     HttpBackoff backoff_;

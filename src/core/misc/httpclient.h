@@ -62,7 +62,7 @@ public:
     const HttpTarget & target() const { return target_; }
     /// Of the last answer; its status is 0 while there is none.
     const HttpReplyHead & head() const { return head_; }
-    /// When the transfer began, by `NBXTime::now`.
+    /// When the transfer began, by the clock of the pauses.
     double startTime() const { return startTime_; }
 
 private:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <nbx/object/nbxtime.h>
+
 namespace ZMT::CORE::IMPL {
 
 /// How long a silence of the server ends a transfer, in milliseconds.
@@ -15,6 +17,10 @@ struct HttpTimes {
     /// After a failure nothing starts at the host for so many seconds, doubling up to the second.
     double firstPause = 0.25;
     double longestPause = 10.0;
+    /// The clock of the pauses, in seconds.
+    double (*now)() = systemNow;
+
+    static double systemNow() { return NBX::NBXTime::now(); }
 };
 
 HttpTimes & httpTimes();

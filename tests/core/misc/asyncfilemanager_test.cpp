@@ -79,25 +79,6 @@ TEST_F(AsyncFileManagerTest, FiveTransfersRunAtOnceInTheProcess) {
     EXPECT_EQ(AsyncFileManager::instance().working(), 0u);
 }
 
-TEST_F(AsyncFileManagerTest, HighestPriorityIsServedFirst) {
-    const auto file = open(server_);
-    server_.setHeld(true);
-    AsyncFile::Requests requests = requestMany(*file, 4, 100.0);
-    for (const double priority : {1.0, 5.0, 3.0, 2.0, 5.0})
-        requests.push_back(file->request(requests.size(), 10, priority));
-    EXPECT_TRUE(requests[7]->setPriority(4.0));
-    ASSERT_TRUE(runUntil([&] { return server_.requests() == 4; }));
-    server_.resetCounts();
-    // One by one, so that the order of arrival is that of the starts.
-    server_.always({.delay = 0.0});
-    server_.setHeld(false);
-    ASSERT_TRUE(allReady(*file, 9));
-    std::vector<int> order = offsets(server_);
-    ASSERT_EQ(order.size(), 5u);
-    // Those that start together may arrive in any order; the last to start is the last of all.
-    EXPECT_EQ(order.back(), 4);
-}
-
 TEST_F(AsyncFileManagerTest, OneWorkingClientServesInTheOrderOfPriorities) {
     // Other files hold four of the five places, so that the order of arrival is that of the starts.
     ScriptedHttpServer other;
@@ -185,6 +166,23 @@ TEST_F(AsyncFileManagerTest, NothingStartsAtAHostForAWhileAfterAFailure) {
     ASSERT_TRUE(runUntil([&] { return server_.requests() == 2; }));
     EXPECT_NEAR(NBX::NBXTime::now() - start, 0.35, 0.1);
     ASSERT_TRUE(allReady(*file, 6));
+}
+
+/// The clock goes on between any two looks at it.
+TEST_F(AsyncFileManagerTest, PauseThatEndsWhileItIsLookedAtIsNotMissed) {
+    httpTimes().longestPause = httpTimes().firstPause;
+    httpTimes().now = [] {
+        static double skipped = 0.0;
+        return NBX::NBXTime::now() + (skipped += 0.008);
+    };
+    const auto file = open(server_);
+    for (int i = 0; i < 20; ++i) {
+        server_.then({.status = 500, .reason = "Trouble"});
+        EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+        const auto request = file->request(0, 10, 1.0);
+        ASSERT_TRUE(runUntilDone(*request)) << i;
+        EXPECT_EQ(request->state(), AsyncFile::RS_Ready);
+    }
 }
 
 TEST_F(AsyncFileManagerTest, ServerSaysWhenItIsToBeAskedAgain) {
