@@ -422,6 +422,7 @@ TEST_F(AsyncFile_QtHttpTest, QueuedRequestIsForgottenAndARunningOneLeavesWhenItE
     EXPECT_EQ(file->requests().size(), 4u);
     server_.setHeld(false);
     ASSERT_TRUE(runUntil([&] { return file->requests(AsyncFile::RS_Ready).size() == 3; }));
+    ASSERT_TRUE(runUntilDone(*requests[0]));
     EXPECT_EQ(file->requests(), (AsyncFile::Requests{requests[1], requests[2], requests[3]}));
     EXPECT_EQ(requests[0]->state(), AsyncFile::RS_Ready);
     EXPECT_EQ(requests[4]->state(), AsyncFile::RS_Queued);
