@@ -170,13 +170,13 @@ TEST_F(AsyncFileManagerTest, NothingStartsAtAHostForAWhileAfterAFailure) {
 
 /// The clock goes on between any two looks at it.
 TEST_F(AsyncFileManagerTest, PauseThatEndsWhileItIsLookedAtIsNotMissed) {
-    httpTimes().longestPause = httpTimes().firstPause;
     httpTimes().now = [] {
         static double skipped = 0.0;
         return NBX::NBXTime::now() + (skipped += 0.008);
     };
     const auto file = open(server_);
     for (int i = 0; i < 20; ++i) {
+        httpTimes().firstPause = 0.004 + 0.008 * i;
         server_.then({.status = 500, .reason = "Trouble"});
         EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
         const auto request = file->request(0, 10, 1.0);
