@@ -3,6 +3,7 @@
 #include <cmath>
 #include <set>
 
+#include "probe.h"
 #include "scriptedtiles.h"
 #include "support/glfixture.h"
 
@@ -115,27 +116,6 @@ public:
 private:
     std::string name_;
 };
-
-/// Looks at the state in the middle of a scene.
-class Probe : public NBX::Shape {
-    NBX_TEMPLATE_CLASS(Probe, NBX::Shape)
-public:
-    Probe() : NBX::Shape(true) {}
-    Bounds boundingBox() const override { return {}; }
-};
-
-class ProbePainter : public NBX::ShapePainter {
-    NBX_TEMPLATE_CLASS(ProbePainter, NBX::ShapePainter)
-public:
-    NBX::ID target() const override { return Probe::ClassNameNBX(); }
-    bool render(NBX::Engine * engine, const NBX::Shape *) override {
-        if (s_observe) s_observe(engine);
-        return true;
-    }
-    static inline std::function<void(NBX::Engine *)> s_observe;
-};
-
-const bool probeRegistered = (NBX::EngineGL::registerHandler(new ProbePainter), true);
 
 /// A red square at the top of a box, in coordinates of the map.
 class DrapedSquare : public NBX::Shape {
@@ -795,7 +775,9 @@ TEST_F(GridTerrainPainterGLTest, ATileWhoseCountIsNotThereYetCountsAsQuiteVisibl
 }
 
 TEST_F(GridTerrainPainterGLTest, AnotherEngineHasQueriesOfItsOwn) {
+    top->split();
     paint();
+    top->splits = false;
     const NBX::SO<NBX::OffscreenCanvasGL> other(new NBX::OffscreenCanvasGL(64, 64));
     other->setRenderingMode(1);
     other->append(root.get());
@@ -803,6 +785,9 @@ TEST_F(GridTerrainPainterGLTest, AnotherEngineHasQueriesOfItsOwn) {
     other->redisplay();
     EXPECT_EQ(top->visibleFragments(), 48U * 56);
     EXPECT_EQ(TerrainPainterGLSettings::engineForOcclusionQueryPool().lock().get(), other->engine().get());
+    ASSERT_TRUE(canvas->makeContextCurrent());
+    EXPECT_EQ(countNames().queries, 0) << "those of the first engine are dropped";
+    canvas->releaseContext();
     top->visibleFragments(0);
     canvas->redisplay();
     EXPECT_EQ(top->visibleFragments(), 48U * 56);
@@ -815,6 +800,9 @@ TEST_F(GridTerrainPainterGLTest, DrapedTrianglesMakeATileCountMore) {
     EXPECT_EQ((*top)[0].visibleFragments(), 2U * 24 * 28 + 1);
     EXPECT_EQ((*top)[1].visibleFragments(), 24U * 28);
     EXPECT_EQ(top->visibleFragments(), 2U * (5 * 24 * 28 + 1) + 1);
+    const NBX::SO<Draped> bridge(new Draped(Bounds({10, 40, 10}, {11, 45, 11})));
+    paint({bridge.get()});
+    EXPECT_EQ((*top)[0].visibleFragments(), 2U * 24 * 28 + 1) << "high above the ground";
     look({200, 100, 32}, {200, 0, 32});
     paint({draped.get()});
     EXPECT_EQ(top->visibleFragments(), 1U) << "also out of view";

@@ -4,10 +4,11 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "core/terrain/geometry/grid/writtenterrain.h"
+#include "probe.h"
 #include "support/glfixture.h"
 #include "support/imagecompare.h"
 #include "support/temporaryfolder.h"
+#include "writtenterrain.h"
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/graphicsmemorymanager.h>
@@ -72,6 +73,7 @@ protected:
         canvas->setBackgroundColor(NBX::Color(0.4, 0.6, 0.9, 1.0));
     }
     void TearDown() override {
+        ProbePainter::s_observe = nullptr;
         GeoTransformation::setNBXOrigin({});
         TerrainPainterGLSettings::setGeometryError(3.0);
         GLFixture::TearDown();
@@ -187,6 +189,18 @@ TEST_F(StreamedPictureTest, LensesDrapedTrianglesAndWatchersWorkAsInMemory) {
     keep(expected, "treelens");
     EXPECT_LT(compareImages(*actual, *expected, 8.0).share, 0.01);
     EXPECT_GT(compareImages(*actual, *bare, 8.0).share, 0.05);
+}
+
+TEST_F(StreamedPictureTest, LeavesTheStateOfOpenGLAsItWas) {
+    const SO<Probe> probe(new Probe);
+    std::vector<std::vector<int>> states;
+    ProbePainter::s_observe = [&](NBX::Engine *) {
+        if (states.empty()) glColor4d(0.25, 0.5, 0.75, 1.0);
+        states.push_back(stateOfGL());
+    };
+    complete({probe.get(), image.get(), streamed.get(), probe.get()});
+    ASSERT_EQ(states.size(), 2U);
+    EXPECT_EQ(states[0], states[1]);
 }
 
 /// At most three blocks are taken in a picture, so that it takes some.

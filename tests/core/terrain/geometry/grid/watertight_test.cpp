@@ -257,4 +257,27 @@ TEST_F(WatertightTest, BordersAreInViewThoughTheirTilesAreNot) {
     EXPECT_FALSE(isCovered(4.5, 5.0, 0.2));
 }
 
+/// A strip one cell wide across the tile of the test above: the cells in it, and at either end what closes
+/// the border from beside it, in parts as large as they come. What lies between them beside the strip is not
+/// drawn.
+TEST_F(WatertightTest, OnlyPartsAtABorderAreDrawnForItsSake) {
+    MemoryGrid grid;
+    grid.level = 3;
+    grid.depth = 1;
+    grid.sample = [](unsigned depth, unsigned, unsigned) { return std::uint16_t(depth == 0 ? 10 : 1000); };
+    grid.kind = [](const MemoryGrid::Key & key) { return key.x == 0 ? 2U : 1U; };
+    terrain = new MemoryGridTerrain(grid);
+    terrain->loadAll();
+    TerrainPainterGLSettings::setGeometryError(0.0);
+    effect->smallest = 1.0;
+    effect->splitShare = 3;
+    camera = new NBX::Camera(new NBX::LookAt({-50, 500, 1.5}, {8, 500, 1.5}),
+                             new NBX::Ortho(-0.2, 0.2, -600, 600, 1, 200));
+    show();
+    GridTerrainPainterGL::resetStatistics();
+    canvas->redisplay();
+    constexpr unsigned cellsInStrip = 8, partsAtBothEnds = 2 * 3, coarseCells = 4;
+    EXPECT_EQ(GridTerrainPainterGL::statistics().tilesCounted, cellsInStrip + partsAtBothEnds + coarseCells);
+}
+
 } // namespace
