@@ -27,8 +27,6 @@ using Raster = ZMT::RASTER::SimpleRasterData<float>;
 
 /// Vertices along the longer side of an overview: those of two levels of tiles.
 constexpr unsigned s_overviewSide = 257;
-/// No coordinate system takes more.
-constexpr std::uint64_t s_largestProjection = 1 << 20;
 
 /// Whether the file begins with `magic`, scrambled with `key`.
 bool beginsWith(const std::string & path, const char (&magic)[9], std::uint64_t key = 0) {
@@ -39,26 +37,9 @@ bool beginsWith(const std::string & path, const char (&magic)[9], std::uint64_t 
     return file.read(&start, sizeof start) == sizeof start && (start ^ key) == expected;
 }
 
-/// The address of the file of the coordinate system beside `url`: with its query.
-std::string projectionUrl(const std::string & url) {
-    const std::size_t end = std::min(url.find_first_of("?#"), url.size());
-    const std::size_t name = url.rfind('/', end) + 1;
-    const std::size_t dot = url.rfind('.', end);
-    const std::size_t stem = dot != std::string::npos && dot > name ? dot : end;
-    return url.substr(0, stem) + ".prj" + url.substr(end);
-}
-
-/// Nothing is wrong where there is no such file.
-ZMT::RASTER::GeoReference readProjection(const std::string & locator) {
-    if (!isUrl(locator)) return ProjectionFile::read(locator);
-    const std::string url = projectionUrl(locator);
-    const Reports unheard;
-    const SO<AsyncFile> file = AsyncFile::create(NBX::StringUtils::Utf8String2WString(url));
-    if (!file || file->size() > s_largestProjection) return {};
-    const auto request = file->request(0, file->size(), AsyncFile::topPriority);
-    if (!request || !request->wait()) return {};
-    const auto bytes = request->data();
-    return ProjectionFile::parse({static_cast<const char *>(bytes->pointer()), bytes->size()}, url);
+ZMT::RASTER::GeoReference referenceOf(const AsyncGridTerrain & terrain, const std::string & locator) {
+    const std::string wkt = terrain.wkt();
+    return wkt.empty() ? ZMT::RASTER::GeoReference() : ProjectionFile::parse(wkt, locator);
 }
 
 SO<ZMT::CORE::GridData> makeOverview(const AsyncGridTerrain & terrain) {
@@ -121,7 +102,7 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
             AsyncGridTerrain::load(NBX::StringUtils::Utf8String2WString(locator), false, &problem);
     }
     if (!result.terrain) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
-    result.reference = readProjection(locator);
+    result.reference = referenceOf(*result.terrain, locator);
     result.overview = makeOverview(*result.terrain);
     result.lightMapKind = result.terrain->lightMapKind();
     if (result.lightMapKind != AsyncGridTerrain::LM_None)
