@@ -96,7 +96,7 @@ void LandscapeLoader::load(Result & result, const std::vector<std::string> & fil
         }
         for (std::size_t i = images; i < result.options.images.size(); ++i)
             result.images.push_back(
-                shown->readImage(result.options.images[i], result.options.look.lookOf(i)));
+                shown->readImage(result.options.images[i], result.options.look.lookOf(i), result.streamed));
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));

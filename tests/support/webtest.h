@@ -10,8 +10,8 @@
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/misc/httpsettings.h>
 
+#include "core/http/httptimes.h"
 #include "core/misc/asyncfilemanager.h"
-#include "core/misc/httptimes.h"
 #include "support/scriptedhttpserver.h"
 #include "support/web/webapplication.h"
 

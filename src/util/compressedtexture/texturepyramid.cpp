@@ -8,10 +8,10 @@
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/core/misc/externallinksolver.h>
 #include <zmt/raster/tilecache.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
-#include <zmt/core/misc/externallinksolver.h>
 
 #include "texturepyramidformat.h"
 

@@ -10,11 +10,11 @@
 #include <nbx/data/objectloader.h>
 #include <nbx/image/image.h>
 #include <nbx/object/exception.h>
+#include <zmt/core/misc/externallinksolver.h>
 #include <zmt/raster/geoimage.h>
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramidreader.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
-#include <zmt/core/misc/externallinksolver.h>
 
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>

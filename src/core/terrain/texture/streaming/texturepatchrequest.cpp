@@ -103,8 +103,7 @@ void TexturePatchRequest::followSceneOrigin(NBX::TextureGL & texture) {
     const Point origin = GeoTransformation::nbx2geoOffset();
     if (origin == sceneOrigin_) return;
     const Point shift = origin - sceneOrigin_;
-    texture.setMatrix(texture.getMatrix() *
-                      NBX::Matrix4x4Base<double>::translation({shift.x, shift.z, 0.0}));
+    texture.setMatrix(texture.getMatrix() * NBX::Matrix4x4Base<double>::translation({shift.x, shift.z, 0.0}));
     sceneOrigin_ = origin;
 }
 

@@ -104,7 +104,7 @@ private:
     double imageAgainAt_ = 0.0;           ///< for the sake of the image alone
     NBX::WO<RASTER::GeoImage> image_;
     NBX::WO<NBX::TextureGL> texture_;
-    Point sceneOrigin_; ///< for which the texture's matrix is
+    Point sceneOrigin_;                          ///< for which the texture's matrix is
     double pixelSizeX_ = 0.0, pixelSizeY_ = 0.0; ///< of the last image
     std::uint32_t textureSize_ = 0;              ///< bytes of the texture
     NBX::Bounds bounds_;
