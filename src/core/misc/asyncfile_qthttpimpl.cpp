@@ -118,7 +118,8 @@ double AsyncFile_QtHttpImpl::highestQueuedPriority() const {
 
 void AsyncFile_QtHttpImpl::startNext() {
     const auto best = first();
-    const RequestPointer request = *best;
+    // Not a reference to what is erased.
+    const RequestPointer request(best->get());
     queue_.erase(best);
     HttpClient * client = idleClients_.back();
     idleClients_.pop_back();

@@ -16,7 +16,7 @@ namespace ZMT::CORE::IMPL {
 QUrl usableHttpUrl(const std::wstring & url);
 
 /// What `AsyncFile_QtHttp` is made of: the requests and the clients that work on them.
-class AsyncFile_QtHttpImpl : private HttpClient::User {
+class AsyncFile_QtHttpImpl final : public HttpClient::User {
 public:
     /// So many transfers run at once for a file.
     static constexpr unsigned s_clients = 4;

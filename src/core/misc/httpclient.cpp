@@ -18,9 +18,9 @@ namespace ZMT::CORE::IMPL {
 namespace {
 
 /// So much of a body is received before its head has been judged, or behind a redirect.
-constexpr qint64 s_readBufferSize = 64 * 1024;
+constexpr qint64 s_readBufferSize = 64LL * 1024;
 /// And so much behind it, where it may wait for the event loop: the smaller one costs a tenth of the rate.
-constexpr qint64 s_bodyBufferSize = 1024 * 1024;
+constexpr qint64 s_bodyBufferSize = 1024LL * 1024;
 
 QByteArray authorizationFor(const QUrl & url) {
     if (url.host().isEmpty()) return {};

@@ -112,7 +112,7 @@ const std::string * HttpReplyHead::field(std::string_view name) const {
 std::wstring HttpReplyHead::text() const {
     std::string result = "HTTP/1.1 " + std::to_string(status) + " " + reason + "\n";
     for (const auto & [key, value] : fields)
-        if (result.size() < s_longestText) result += key + ": " + value + "\n";
+        if (result.size() < s_longestText) result.append(key).append(": ").append(value).append("\n");
     return wide(result);
 }
 

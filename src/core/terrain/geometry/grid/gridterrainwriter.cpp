@@ -46,11 +46,11 @@ std::pair<std::uint32_t, std::uint32_t> tilesOver(std::uint32_t low, std::uint32
 /// The part of `defined`, points in `area`, that belongs to a tile.
 std::vector<bool> ownSamples(const TilePlace & place, const LatticeArea & area,
                              const std::vector<bool> & defined) {
-    if (defined.empty())
-        return std::vector<bool>(samplesPerSide(place.tileLevel) * samplesPerSide(place.tileLevel));
+    const std::uint32_t side = samplesPerSide(place.tileLevel);
+    if (defined.empty()) return std::vector<bool>(std::size_t(side) * side);
     std::vector<bool> own;
-    for (std::uint32_t y = place.tileY; y < place.tileY + samplesPerSide(place.tileLevel); ++y)
-        for (std::uint32_t x = place.tileX; x < place.tileX + samplesPerSide(place.tileLevel); ++x)
+    for (std::uint32_t y = place.tileY; y < place.tileY + side; ++y)
+        for (std::uint32_t x = place.tileX; x < place.tileX + side; ++x)
             own.push_back(x >= area.minX && x <= area.maxX && y >= area.minY && y <= area.maxY &&
                           defined[std::size_t(y - area.minY) * area.width() + (x - area.minX)]);
     return own;
