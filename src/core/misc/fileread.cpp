@@ -64,8 +64,7 @@ std::shared_ptr<OpenFile> OpenFile::open(const std::string & path, std::wstring 
     if (error.empty() && fileCalls().setFlags(handle, isDirect ? O_DIRECT : 0) != 0)
         error = NBX::ErrorHandler::getLastError();
     if (error.empty())
-        return std::shared_ptr<OpenFile>(
-            new OpenFile(handle, static_cast<std::uint64_t>(status.st_size), isDirect));
+        return std::shared_ptr<OpenFile>(new OpenFile(handle, static_cast<std::uint64_t>(status.st_size)));
     fileCalls().close(handle);
     return nullptr;
 }
@@ -75,7 +74,7 @@ OpenFile::~OpenFile() {
 }
 
 bool OpenFile::makeBuffered() {
-    return isDirect_.exchange(false) && fileCalls().setFlags(handle_, 0) == 0;
+    return fileCalls().setFlags(handle_, 0) == 0;
 }
 
 FileRead::FileRead(std::shared_ptr<OpenFile> file, std::uint64_t position, void * target, std::uint64_t bytes)
@@ -110,10 +109,10 @@ bool FileRead::isComplete() const {
 bool FileRead::take(std::int64_t result) {
     if (result < 0) return takeError(static_cast<int>(-result));
     busySince_.reset();
-    const std::uint64_t before = next_;
+    const std::uint64_t before = got_;
     got_ = std::max(got_, next_ + static_cast<std::uint64_t>(result));
     next_ = got_ / s_sector * s_sector;
-    const bool isAtEnd = next_ == before || position_ + got_ >= file_->size();
+    const bool isAtEnd = got_ == before || position_ + got_ >= file_->size();
     return !isAtEnd && !isComplete();
 }
 
@@ -127,8 +126,9 @@ bool FileRead::takeError(int error) {
     if (isCanceled_.load(std::memory_order_relaxed)) return false;
     if (error == EINTR) return true;
     if (error == EAGAIN && !isBusyForTooLong()) return true;
-    // Some file systems and devices refuse only now what they seemed to allow.
-    if (error == EINVAL && file_->makeBuffered()) return true;
+    // Some file systems and devices refuse only now what they seemed to allow, and that to several reads at
+    // once: each of them tries the other way once.
+    if (error == EINVAL && !std::exchange(isRefused_, true) && file_->makeBuffered()) return true;
     error_ = error;
     return false;
 }

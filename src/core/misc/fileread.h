@@ -23,16 +23,15 @@ public:
     int handle() const { return handle_; }
     /// When it was opened.
     std::uint64_t size() const { return size_; }
-    /// Reads go through the system's cache from now on. False where they do already. From any thread.
+    /// Reads that begin from now on go through the system's cache. False with the system's error where they
+    /// do not. From any thread.
     bool makeBuffered();
 
 private:
-    OpenFile(int handle, std::uint64_t size, bool isDirect)
-        : handle_(handle), size_(size), isDirect_(isDirect) {}
+    OpenFile(int handle, std::uint64_t size) : handle_(handle), size_(size) {}
 
     int handle_;
     std::uint64_t size_;
-    std::atomic<bool> isDirect_;
 };
 
 /// One read of whole blocks of a file into memory, which the system may carry out in parts. Its engine
@@ -84,6 +83,7 @@ private:
     std::uint64_t next_ = 0; ///< where the next part begins
     std::uint64_t got_ = 0;  ///< where the last one ended
     int error_ = 0;
+    bool isRefused_ = false;          ///< the system would not read it past its cache
     std::optional<double> busySince_; ///< the device has been too busy since then
     std::atomic<bool> isOwed_{false};
     std::atomic<bool> isCanceled_{false};

@@ -598,7 +598,7 @@ TEST_P(AsyncFileWinTest, GoesThroughTheCacheWhereADeviceRefusesBlocksOfThisSize)
     const SO<Request> request = file->request(5000, 20000, 1.0);
     EXPECT_TRUE(request->wait()) << "the file system of the test reads past the cache";
     EXPECT_EQ(bytesOf(*request), rangeOf(bytes, 5000, 20000));
-    calls.answer({-EINVAL});
+    calls.answer({-EINVAL, -EINVAL});
     const SO<Request> second = file->request(5000, 20000, 1.0);
     EXPECT_FALSE(second->wait()) << "there is no further way";
     EXPECT_EQ(second->errorText(), textOf(EINVAL));
@@ -611,6 +611,7 @@ TEST_P(AsyncFileWinTest, PartsSignalsAndABusyDeviceAreGoneOnWith) {
                                                  {-EINTR, -EINTR, -EINTR},
                                                  {-EAGAIN, -EAGAIN},
                                                  {1000, 3000, 513},
+                                                 {100, 511, 700},
                                                  {4096, -EINTR, 1024, -EAGAIN, 8192, -EINTR}};
     for (const auto & answers : cases) {
         SCOPED_TRACE(testing::PrintToString(answers));

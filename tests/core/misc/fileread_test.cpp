@@ -85,6 +85,31 @@ TEST_F(FileReadTest, EndsWhereNothingMoreComes) {
     }
 }
 
+TEST_F(FileReadTest, APartOfLessThanASectorIsGoneOnWith) {
+    FileRead read(fileOf(50000), 4096, target_.data(), 8192);
+    EXPECT_TRUE(read.take(100)) << "whether the file ends there the next part tells";
+    EXPECT_EQ(read.nextPosition(), 4096U);
+    EXPECT_TRUE(read.take(600));
+    EXPECT_EQ(read.nextPosition(), 4096U + 512U);
+    EXPECT_TRUE(read.take(100));
+    EXPECT_EQ(read.got(), 612U);
+    EXPECT_FALSE(read.take(100));
+    EXPECT_EQ(read.got(), 612U);
+}
+
+TEST_F(FileReadTest, SeveralReadsThatAreRefusedPastTheCacheGoThroughIt) {
+    const std::shared_ptr<OpenFile> file = fileOf(50000);
+    FileRead first(file, 0, target_.data(), 4096), second(file, 4096, target_.data() + 4096, 4096);
+    EXPECT_TRUE(first.take(-EINVAL));
+    EXPECT_TRUE(second.take(-EINVAL));
+    EXPECT_EQ(second.error(), 0);
+    EXPECT_EQ(::fcntl(file->handle(), F_GETFL) & O_DIRECT, 0);
+    EXPECT_FALSE(second.take(-EINVAL)) << "there is no further way";
+    EXPECT_EQ(second.error(), EINVAL);
+    EXPECT_FALSE(first.take(4096));
+    EXPECT_EQ(first.error(), 0);
+}
+
 TEST_F(FileReadTest, AnythingThatComesInPartsEndsWithAllBytesOrAtTheCut) {
     const unsigned seed = 5;
     std::mt19937 random(seed);
@@ -140,14 +165,12 @@ TEST_F(FileReadTest, CountsThoseThatAreOwed) {
     EXPECT_EQ(FileRead::countOwed(), 0U);
 }
 
-TEST_F(FileReadTest, AFileIsMadeBufferedOnce) {
+TEST_F(FileReadTest, AFileIsMadeBuffered) {
     const std::shared_ptr<OpenFile> file = fileOf(50000);
     ASSERT_TRUE(file);
-    const bool isDirect = (::fcntl(file->handle(), F_GETFL) & O_DIRECT) != 0;
     EXPECT_EQ(::fcntl(file->handle(), F_GETFL) & O_NONBLOCK, 0) << "the kernel would give up too early";
-    EXPECT_EQ(file->makeBuffered(), isDirect);
+    EXPECT_TRUE(file->makeBuffered());
     EXPECT_EQ(::fcntl(file->handle(), F_GETFL) & O_DIRECT, 0);
-    EXPECT_FALSE(file->makeBuffered());
     EXPECT_EQ(file->size(), 50000U);
 }
 
