@@ -36,8 +36,11 @@ std::optional<std::uint64_t> parseNumber(std::string_view text) {
     return value;
 }
 
+/// What a terminal takes for a command is left out; lines stay.
 std::wstring wide(std::string_view text) {
-    return NBX::StringUtils::Utf8String2WString(text.substr(0, s_longestText));
+    std::wstring result = NBX::StringUtils::Utf8String2WString(text.substr(0, s_longestText));
+    std::erase_if(result, [](wchar_t c) { return (c < 0x20 && c != L'\n') || (c >= 0x7f && c < 0xa0); });
+    return result;
 }
 
 std::wstring serverPrefix(const std::wstring & host) {

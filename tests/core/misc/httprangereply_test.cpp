@@ -126,6 +126,15 @@ TEST(HttpRangeReply, LongHeadIsShownInPart) {
     EXPECT_LE(judge({500, std::string(1 << 20, 'x'), {}}).size(), 2100u);
 }
 
+TEST(HttpRangeReply, NothingOfAServerCommandsATerminal) {
+    const std::string bad = "\x1b]0;x\x07\r\x7f\xc2\x9b\t";
+    EXPECT_EQ(judge({500, "a" + bad + "\xc3\xa4", {}}), L"server 'h' answered 500 a]0;x\u00e4");
+    EXPECT_EQ(judge(partial("bytes " + bad)),
+              L"server 'h' returned corrupted 'content-range' value: bytes ]0;x");
+    EXPECT_EQ(judge({200, "OK", {{"a", bad}}}),
+              L"server 'h' does not support partial GET-requests via HTTP:\nHTTP/1.1 200 OK\na: ]0;x\n");
+}
+
 TEST(HttpRangeReply, DatesOfAllThreeForms) {
     for (const char * text :
          {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994"})
