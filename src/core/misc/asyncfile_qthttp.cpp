@@ -126,6 +126,8 @@ bool AsyncFile_QtHttpRequest::wait() {
     const PausedRedisplay paused;
     const WaitLimit limit;
     setPriority(AsyncFile::topPriority);
+    // It may have been queued before there was an application object.
+    AsyncFileManager::instance().dispatchAll();
     while (state() == AsyncFile::RS_Queued || state() == AsyncFile::RS_Processing) {
         if (limit.hasPassed())
             file->impl().giveUp(this, L"no complete answer within " +
@@ -138,7 +140,10 @@ bool AsyncFile_QtHttpRequest::wait() {
 
 bool AsyncFile_QtHttpRequest::setPriority(double priority) {
     if (!file_ || state_ != AsyncFile::RS_Queued) return false;
+    const bool wasServed = priority_ > AsyncFileManager::s_neverServed;
     priority_ = priority;
+    // Nothing that ends need come to start it.
+    if (!wasServed) AsyncFileManager::instance().dispatchAll();
     return true;
 }
 

@@ -92,8 +92,10 @@ bool AsyncFile_QtHttpImpl::remove(const AsyncFile::Request * request) {
         (*found)->setRemoved();
         return false;
     }
-    std::erase(queue_, request);
+    const RequestPointer held = *found;
     requests_.erase(found);
+    // Whoever still waits for it would do so for ever.
+    if (std::erase(queue_, held) > 0) held->fail(L"the request was removed");
     return true;
 }
 

@@ -68,7 +68,7 @@ void AsyncFileManager::remove(const AsyncFile_QtHttpImpl * file) {
 
 bool AsyncFileManager::dispatch(double now) {
     if (!network() || working() >= s_mostTransfers) return false;
-    double highest = -1.0;
+    double highest = s_neverServed;
     AsyncFile_QtHttpImpl * chosen = nullptr;
     for (AsyncFile_QtHttpImpl * file : files_) {
         if (!file->canStart() || backoff_.remaining(file->server(), now) > 0.0) continue;

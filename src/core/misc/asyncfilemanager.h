@@ -28,10 +28,9 @@ public:
     void add(AsyncFile_QtHttpImpl * file);
     void remove(const AsyncFile_QtHttpImpl * file);
 
-    /// Starts at most one transfer: of the file with the highest queued priority among those that have a
-    /// client idle and whose server is not left alone. Whether one was started.
-    bool dispatch();
-    /// As many as may start.
+    /// Requests of this priority, and of lower ones, stay queued.
+    static constexpr double s_neverServed = -1.0;
+    /// Starts as many transfers as may run.
     void dispatchAll();
     /// The number of transfers under way.
     unsigned working() const;
@@ -48,7 +47,8 @@ private:
     AsyncFileManager();
     ~AsyncFileManager() override;
     static void endNetwork();
-    /// At most one; whether it was started.
+    /// Starts at most one transfer: of the file with the highest queued priority among those that have a
+    /// client idle and whose server is not left alone. Whether one was started.
     bool dispatch(double now);
     void scheduleResumption(double now);
 

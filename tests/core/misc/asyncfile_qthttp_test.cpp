@@ -425,7 +425,9 @@ TEST_F(AsyncFile_QtHttpTest, QueuedRequestIsForgottenAndARunningOneLeavesWhenItE
     ASSERT_TRUE(runUntilDone(*requests[0]));
     EXPECT_EQ(file->requests(), (AsyncFile::Requests{requests[1], requests[2], requests[3]}));
     EXPECT_EQ(requests[0]->state(), AsyncFile::RS_Ready);
-    EXPECT_EQ(requests[4]->state(), AsyncFile::RS_Queued);
+    EXPECT_EQ(requests[4]->state(), AsyncFile::RS_Failed);
+    EXPECT_EQ(requests[4]->errorText(), L"the request was removed");
+    EXPECT_FALSE(requests[4]->wait());
     EXPECT_EQ(server_.requests(), 4u);
     EXPECT_TRUE(file->remove({requests[1]}));
     EXPECT_FALSE(file->remove(NBX::SO<AsyncFile::Request>()));
