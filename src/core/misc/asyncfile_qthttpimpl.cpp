@@ -190,8 +190,8 @@ void AsyncFile_QtHttpImpl::succeeded(const HttpClient & client) {
 
 /// Both are left alone: the server that failed, and the one that leads to it, where the next transfer begins.
 void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring & error) {
-    // The goal of a redirect may be good for a while only.
-    if (client.head().status >= 400 && client.head().status < 500) target_ = origin_;
+    // The goal of a redirect may be good for a while only, and there may be a better one by now.
+    target_ = origin_;
     const std::string goal = client.target().server();
     const double pause = retryAfter(client.head(), secondsSince1970());
     for (const std::string & place : std::set<std::string>{goal, server()})

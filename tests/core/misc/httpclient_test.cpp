@@ -73,6 +73,20 @@ TEST_F(HttpClientTest, RefusedGoalIsForgotten) {
     EXPECT_EQ(server_.received()[3].path, "/start");
 }
 
+TEST_F(HttpClientTest, GoalThatFailsInAnyWayIsForgotten) {
+    const HttpAnswer broken = {.status = 503, .reason = "Down"};
+    for (const HttpAnswer & answer : {broken, HttpAnswer{.dropAfter = 0}, HttpAnswer{.silentAfter = 0}}) {
+        server_.then(redirect(otherPlace("127.0.0.1")));
+        EXPECT_EQ(problemOf(server_.url("/f")), L"");
+        other_.always(answer);
+        EXPECT_FALSE(file_->request(1, 2, 0.0)->wait());
+        server_.resetCounts();
+        EXPECT_TRUE(file_->request(1, 2, 0.0)->wait()) << "it may lead elsewhere by now";
+        EXPECT_EQ(server_.requests(), 1u);
+        other_.always({});
+    }
+}
+
 TEST_F(HttpClientTest, LoopOfRedirectsEnds) {
     server_.always(redirect("/start"));
     EXPECT_EQ(problemOf(server_.url("/start")), L"server '127.0.0.1' redirects more than 5 times");
