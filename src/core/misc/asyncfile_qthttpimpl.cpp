@@ -14,6 +14,9 @@ namespace ZMT::CORE::IMPL {
 
 namespace {
 
+/// Within which a server that does not answer is told.
+constexpr double s_longestOpeningMilliseconds = 2500.0;
+
 double secondsSince1970() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
@@ -50,11 +53,11 @@ AsyncFile_QtHttpImpl::~AsyncFile_QtHttpImpl() {
     if (wasWorking) AsyncFileManager::instance().dispatchAll();
 }
 
-/// A server that is left alone for longer than it may be silent is not waited for.
+/// A server whose answer might come too late, as it is left alone before, is not waited for.
 bool AsyncFile_QtHttpImpl::open() {
     const HttpBackoff & backoff = AsyncFileManager::instance().backoff();
     const double pause = backoff.remaining(server(), httpTimes().now());
-    if (1000.0 * pause > httpTimes().silenceMilliseconds) {
+    if (1000.0 * pause + httpTimes().silenceMilliseconds > s_longestOpeningMilliseconds) {
         error_ = L"server '" + target_.host() + L"' is asked again in " +
                  std::to_wstring(static_cast<int>(pause) + 1) + L" s: " + backoff.lastFailure(server());
         return false;

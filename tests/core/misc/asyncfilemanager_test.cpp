@@ -211,6 +211,23 @@ TEST_F(AsyncFileManagerTest, ServerThatIsLeftAloneForLongIsNotWaitedFor) {
     EXPECT_EQ(server_.requests(), 1u);
 }
 
+TEST_F(AsyncFileManagerTest, SilentServerIsToldSoonHoweverOftenItIsOpened) {
+    httpTimes().silenceMilliseconds = CONNECTION_TIME_OUT;
+    httpTimes().firstPause = 0.3;
+    httpTimes().longestPause = 10.0;
+    server_.setFile("/f", bytes_);
+    std::wstring problem;
+    server_.then({.status = 503, .reason = "Busy"});
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    server_.always({.silentAfter = -1});
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    const double start = NBX::NBXTime::now();
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    EXPECT_LT(NBX::NBXTime::now() - start, 1.0) << "0.6 s and 2 s of silence would be too long";
+    EXPECT_EQ(problem,
+              L"server '127.0.0.1' is asked again in 1 s: server '127.0.0.1' was silent for 2000 ms");
+}
+
 /// A caller that asks anew for everything that fails, frame by frame.
 TEST_F(AsyncFileManagerTest, FailingServerIsNotStormedAndRecoveryIsComplete) {
     const auto file = open(server_);
