@@ -28,6 +28,7 @@ protected:
             ::unsetenv(name);
         ::setenv("NETRC", "/dev/null", 1);
         ZMT::CORE::IMPL::AsyncFileManager::instance().backoff() = {};
+        ZMT::CORE::IMPL::AsyncFileManager::instance().logins() = {};
         ZMT::CORE::IMPL::HttpTimes & times = ZMT::CORE::IMPL::httpTimes();
         times = {};
         times.silenceMilliseconds = 400;

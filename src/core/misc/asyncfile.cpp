@@ -57,7 +57,7 @@ NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool delete
     NBX::SO<AsyncFile> local(new IMPL::AsyncFile_Win(urlOrPath, deleteWhenClosed));
     if (local->isOpen()) return local;
     if (text.empty()) text = local->errorText();
-    NBX_FAILURE(text << L": " << urlOrPath);
+    NBX_FAILURE(text << L": " << IMPL::withoutLogin(urlOrPath));
     if (problem) *problem = text;
     return nullptr;
 }

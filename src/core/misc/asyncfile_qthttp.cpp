@@ -171,6 +171,15 @@ void AsyncFile_QtHttpRequest::addTransferred(std::uint64_t count) {
     transferred_ = std::max<std::int64_t>(0, transferred_) + static_cast<std::int64_t>(count);
 }
 
+std::wstring withoutLogin(const std::wstring & url) {
+    std::size_t begin = url.find(L"://");
+    if (begin == std::wstring::npos) return url;
+    begin += 3;
+    const std::size_t end = std::min(url.find_first_of(L"/?#", begin), url.size());
+    const std::size_t at = url.substr(0, end).rfind(L'@');
+    return at == std::wstring::npos || at < begin ? url : url.substr(0, begin) + url.substr(at + 1);
+}
+
 NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem) {
     problem.clear();
     if (!usableHttpUrl(url).isValid()) return nullptr;

@@ -8,7 +8,8 @@
 #include <nbx/object/errorhandler.h>
 
 #include "asyncfilemanager.h"
-#include "httptimes.h"
+#include "core/http/httptimes.h"
+#include "httpfile.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -36,7 +37,7 @@ QUrl usableHttpUrl(const std::wstring & text) {
 }
 
 AsyncFile_QtHttpImpl::AsyncFile_QtHttpImpl(AsyncFile_QtHttp * file, const std::wstring & url)
-    : file_(file), url_(url), origin_(usableHttpUrl(url)), target_(origin_) {
+    : file_(file), url_(withoutLogin(url)), origin_(HttpTarget::given(usableHttpUrl(url))), target_(origin_) {
     for (std::unique_ptr<HttpClient> & client : clients_) {
         client = std::make_unique<HttpClient>(*this);
         idleClients_.push_back(client.get());

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <nbx/object/classpattern.h>
@@ -36,6 +38,9 @@ public:
     unsigned working() const;
 
     HttpBackoff & backoff() { return backoff_; }
+    /// What was given with URLs, "user:password" by scheme, host and port. Kept here alone: URLs that are
+    /// shown or stored have none, and lead back to it while the process lasts.
+    std::map<std::string, std::string> & logins() { return logins_; }
     /// Null without an application object.
     QNetworkAccessManager * network();
 
@@ -54,6 +59,7 @@ private:
 
     std::vector<AsyncFile_QtHttpImpl *> files_;
     HttpBackoff backoff_;
+    std::map<std::string, std::string> logins_;
     std::unique_ptr<Network> network_;
     bool isEnding_ = false; ///< the application object is about to go: nothing starts
 };

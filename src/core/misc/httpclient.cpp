@@ -17,6 +17,12 @@ namespace ZMT::CORE::IMPL {
 
 namespace {
 
+/// A login is sent to where it was given for, and over the same protocol.
+std::string placeOfLogin(const QUrl & url) {
+    return url.toString(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment)
+        .toStdString();
+}
+
 /// So much of a body is received before its head has been judged, or behind a redirect.
 constexpr qint64 s_readBufferSize = 64LL * 1024;
 /// And so much behind it, where it may wait for the event loop: the smaller one costs a tenth of the rate.
@@ -24,9 +30,10 @@ constexpr qint64 s_bodyBufferSize = 1024LL * 1024;
 
 QByteArray authorizationFor(const QUrl & url) {
     if (url.host().isEmpty()) return {};
+    const auto & logins = AsyncFileManager::instance().logins();
     QByteArray login;
-    if (!url.userName().isEmpty()) {
-        login = (url.userName(QUrl::FullyDecoded) + ":" + url.password(QUrl::FullyDecoded)).toUtf8();
+    if (const auto given = logins.find(placeOfLogin(url)); given != logins.end()) {
+        login = QByteArray::fromStdString(given->second);
     } else if (const auto entry = netrcLogin(url.host().toStdString())) {
         login = QByteArray::fromStdString(entry->name + ":" + entry->password);
     }
@@ -51,6 +58,13 @@ HttpPlace placeOf(const QUrl & url) {
 HttpTarget::HttpTarget(const QUrl & givenUrl) : url(givenUrl), authorization(authorizationFor(givenUrl)) {
     url.setUserInfo(QString());
     url.setFragment(QString());
+}
+
+HttpTarget HttpTarget::given(const QUrl & url) {
+    if (!url.userName().isEmpty())
+        AsyncFileManager::instance().logins()[placeOfLogin(url)] =
+            (url.userName(QUrl::FullyDecoded) + ":" + url.password(QUrl::FullyDecoded)).toStdString();
+    return HttpTarget(url);
 }
 
 std::string HttpTarget::server() const {

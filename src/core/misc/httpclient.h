@@ -12,9 +12,11 @@
 
 namespace ZMT::CORE::IMPL {
 
-/// Where a file lies, and the header that says who asks. The login is that of the URL, which is taken out of
-/// it, else the one of the netrc file for its host.
+/// Where a file lies, and the header that says who asks. The login is the one that was given last with a URL
+/// of this server, else the one of the netrc file for its host; what a server puts into a URL is left out.
 struct HttpTarget {
+    /// Of a URL of the user, whose login counts for its server from now on.
+    static HttpTarget given(const QUrl & url);
     explicit HttpTarget(const QUrl & givenUrl);
 
     QUrl url;

@@ -19,6 +19,9 @@ namespace ZMT::CORE::IMPL {
 /// application object, or on another thread, it is reported.
 NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem);
 
+/// A URL as it may be shown and stored: without user name and password. A path stays as it is.
+std::wstring withoutLogin(const std::wstring & url);
+
 /// Whether any transfer from a web server is under way.
 bool isHttpLoading();
 
