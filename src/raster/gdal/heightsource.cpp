@@ -98,6 +98,7 @@ Source openSource(const std::string & path, const GeoReference * first) {
 std::vector<Source> openSources(const std::vector<std::string> & paths) {
     if (paths.empty()) throw NBX::InputException(L"no raster is named; name at least one");
     std::vector<Source> sources;
+    sources.reserve(paths.size());
     for (const std::string & path : paths)
         sources.push_back(openSource(path, sources.empty() ? nullptr : &sources.front().reference));
     return sources;
@@ -162,6 +163,7 @@ Layer layerOf(const Source & source, const RasterGrid & whole, const std::string
 NBX::SO<RasterBand> layered(const std::vector<Source> & sources, const RasterGrid & grid,
                             const std::string & system) {
     std::vector<Layer> layers;
+    layers.reserve(sources.size());
     for (const Source & source : sources)
         layers.push_back(layerOf(source, grid, system));
     if (layers.size() == 1 && layers.front().band->cellsX() == grid.cellsX &&
