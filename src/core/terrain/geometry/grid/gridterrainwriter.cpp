@@ -233,8 +233,9 @@ void GridTerrainWriter::completeSamples(TileSamples & tile, const OldTile * old,
                                         const std::vector<bool> * isOwn) const {
     OldTile::Merged merged{tile.isDefined(), false};
     if (old) merged = old->merge(tile, plan_.scale, isOwn);
+    // A tile of a single cell has no parts that could be drawn for it.
     tile.hasData = merged.hasOld || (merged.hasNew && tile.place.depth >= plan_.sourceDepth) ||
-                   tile.place.depth == plan_.treeDepth;
+                   tile.place.depth == plan_.treeDepth || plan_.tileLevel == 0;
 }
 
 /// The tile `k` levels above; null above the root.
@@ -288,6 +289,8 @@ bool GridTerrainWriter::addChildren(TileSamples & tile, std::array<TileRef, 4> &
         if (child.ref.rawSize == 0) continue;
         tile.box = united(tile.box, child.box);
         isAny = true;
+        // What only a child has shows nowhere without the tiles above it.
+        tile.hasData = tile.hasData || child.ref.isBlock();
     }
     return isAny || !tile.hasData;
 }

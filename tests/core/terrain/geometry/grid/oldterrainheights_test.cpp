@@ -171,6 +171,46 @@ TEST_F(OldTerrainHeightsTest, CoarserHeightsHideTheFinerOnesBelow) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+TEST_F(OldTerrainHeightsTest, AFinerHeightAloneIsNotLost) {
+    // At an odd point, so that the old heights are what the coarser levels have there.
+    const SO<FunctionBand> band(
+        new FunctionBand({41, 33, 1080.0, 2100.0, 2.5, 2.5}, [](unsigned x, unsigned y) {
+            return x == 13 && y == 11 ? 900.0 : double(FunctionBand::none);
+        }));
+    const Bytes bytes = merged(band);
+    EXPECT_TRUE(PlainTerrainFile(bytes).isCompact);
+    const SO<AsyncGridTerrain> terrain = memoryTerrain(bytes);
+    ASSERT_TRUE(terrain);
+    EXPECT_NEAR(900.0, terrain->calculateHeight({1112.5, 0.0, 2127.5}, false), 0.1);
+    expectHeights(*terrain, *oldTerrain, *band, 2.5);
+}
+
+TEST_F(OldTerrainHeightsTest, AnOldHeightInAHoleOfCoarserOnesIsNotLost) {
+    // The hole has one point of the finest level, and none of the coarser ones.
+    const auto cell = [](unsigned x, unsigned y) {
+        return x == 2 && y == 2 ? double(FunctionBand::none) : 700.0 + 30 * x + y % 3;
+    };
+    const SO<FunctionBand> band(new FunctionBand({6, 6, 1090.0, 2090.0, 40.0, 40.0}, cell));
+    const Bytes bytes = merged(band);
+    EXPECT_TRUE(PlainTerrainFile(bytes).isCompact);
+    const SO<AsyncGridTerrain> terrain = memoryTerrain(bytes);
+    ASSERT_TRUE(terrain);
+    EXPECT_NEAR(FunctionBand::hills(17, 17), terrain->calculateHeight({1170.0, 0.0, 2170.0}, false), 0.1);
+}
+
+TEST_F(OldTerrainHeightsTest, TilesOfSingleCellsAreAllThere) {
+    GridTerrainCreation creation;
+    creation.oldTerrain = memoryTerrain(
+        writtenTerrain(new FunctionBand({17, 2, 1000.0, 2000.0, 10.0, 10.0}, FunctionBand::hills), 7));
+    const SO<FunctionBand> band(
+        new FunctionBand({9, 3, 1040.0, 2000.0, 2.5, 2.5}, [](unsigned, unsigned) { return 300.0; }));
+    const PlainTerrainFile file(writtenTerrain(band, 7, creation));
+    EXPECT_EQ(0U, file.level);
+    for (const auto & [place, tile] : file.tiles)
+        for (const PlainTerrainFile::Ref & child : tile.children)
+            EXPECT_NE(1U, child.rawSize) << "could not be drawn";
+}
+
 TEST_F(OldTerrainHeightsTest, ATerrainThatIsMergedWithItselfStaysTheSame) {
     const SO<FunctionBand> band(new FunctionBand({33, 33, 1000.0, 2000.0, 10.0, 10.0}, oldCell));
     const PlainTerrainFile file(merged(band));
