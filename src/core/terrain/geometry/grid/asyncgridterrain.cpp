@@ -1,5 +1,5 @@
 // The tiles share what they need of the file, but not the root: so no circle of references keeps a terrain
-// alive. Parts of tiles hold their tile, which lets them go when the terrain ends.
+// alive.
 
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 
@@ -385,8 +385,10 @@ void AsyncGridTerrain::serialize(NBX::SerializationManager & m) {
 }
 
 void AsyncGridTerrain::store(NBX::SerializationManager & m) {
-    NBX_CHECK(impl_, L"no impl");
-    if (!impl_) return;
+    if (!impl_) {
+        NBX_REPORT(0, L"m_impl != 0", L"no impl");
+        return;
+    }
     std::wstring url = fileName();
     if (!impl_->isEmbedded()) return NBX::attributeWithDefault(m, "url", url, L"");
     std::uint64_t size = impl_->terrain->file->size();

@@ -185,7 +185,7 @@ TEST_F(AsyncGridTerrainTest, AnEmptyOneAnswersNothing) {
     EXPECT_GT(0.0, terrain->calculateHeight({0, 0, 0}, false));
     EXPECT_TRUE(reports.empty()) << reports;
     EXPECT_THROW(roundTrip(*terrain), NBX::IOError);
-    EXPECT_EQ(1U, reports.count(0, L"impl_", L"no impl"));
+    EXPECT_EQ(1U, reports.count(0, L"m_impl != 0", L"no impl"));
 }
 
 TEST_F(AsyncGridTerrainTest, ScenesKeepTheName) {
