@@ -3,8 +3,10 @@
 #include "commands.h"
 
 #include <cstdint>
+#include <iomanip>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,6 +37,8 @@ using ZMT::CORE::GRID::GridTerrainCreation;
 using ZMT::RASTER::ProjectionFile;
 
 constexpr unsigned s_mostThreads = 1024;
+/// Less of a raster is outside of a terrain by roundings.
+constexpr double s_leastShare = 1e-6;
 
 /// One of several words. Throws `UsageError`.
 template <class Value>
@@ -99,26 +103,51 @@ void checkTerrainOptions(const TerrainOptions & options) {
                  {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
 }
 
+/// What of the rasters the old terrain has no room for.
+void tellShareOutside(const TerrainOptions & options, const ZMT::RASTER::RasterGrid & grid,
+                      const ZMT::CORE::GRID::GridTerrain & old) {
+    const double share = GridTerrainCreation::shareOutside(grid, old);
+    if (share < s_leastShare || share >= 1.0) return;
+    std::ostringstream percent;
+    percent << std::setprecision(2) << 100.0 * share;
+    writeError("warning: " + options.rasters.front() + ": " + percent.str() +
+               " % lie outside of the square of " + options.merge +
+               " and are left out; to have all of it, make a new terrain of both");
+}
+
+/// Where there is no coordinate system to go by.
+void tellMissingSystem(const TerrainOptions & options, const std::string & system,
+                       const std::string & oldSystem) {
+    const std::string & raster = options.rasters.front();
+    if (!oldSystem.empty() && system.empty())
+        writeError("warning: " + raster + ": has no coordinate system; it is taken to be in that of " +
+                   options.merge);
+    else if (!options.merge.empty() && oldSystem.empty() && !system.empty())
+        writeError("warning: " + options.merge + ": has no coordinate system; " + raster +
+                   " will be laid by its coordinates alone");
+    else if (system.empty())
+        writeError("warning: " + raster +
+                   ": has no coordinate system; images will be laid by their coordinates alone");
+}
+
 void buildTerrain(const TerrainOptions & options) {
     checkTerrainOptions(options);
-    const ZMT::RASTER::HeightSource source(options.rasters);
+    StreamedTerrain old;
+    if (!options.merge.empty()) old = openStreamedTerrain(options.merge);
+    const ZMT::RASTER::HeightSource source(options.rasters, old.reference.wkt);
     GridTerrainCreation creation;
     creation.level = options.level;
     creation.resampling = options.resampling;
     creation.threads = options.threads;
-    creation.wkt = source.reference().wkt;
-    if (!options.merge.empty()) {
-        const StreamedTerrain old = openStreamedTerrain(options.merge);
-        creation.oldTerrain = old.terrain;
-    }
+    creation.wkt = old.terrain ? old.reference.wkt : source.reference().wkt;
+    creation.oldTerrain = old.terrain;
     creation.createShading = options.lighting != FileLight::None;
     creation.storesNormals = options.lighting == FileLight::Normals;
     const Sunlight sun = options.light.value_or(defaultSun());
     creation.lightDirection = sun.direction;
     creation.ambientLight = sun.ambient;
-    if (source.reference().wkt.empty())
-        writeError("warning: " + options.rasters.front() +
-                   ": has no coordinate system; images will be laid by their coordinates alone");
+    tellMissingSystem(options, source.reference().wkt, old.reference.wkt);
+    if (old.terrain) tellShareOutside(options, source.band()->grid(), *old.terrain);
     std::wstring problem;
     if (!creation.run(StringUtils::Utf8String2WString(options.out), source.band(), &problem))
         throwFailure(problem, options.out + ": could not be written");

@@ -82,25 +82,26 @@ private:
     NBX::SO<RasterBand> band_;
 };
 
-Source openSource(const std::string & path, const GeoReference * first) {
-    const std::string wanted = first ? first->wkt : "";
+Source openSource(const std::string & path, const std::string & wanted) {
     const auto file = std::make_shared<const GdalSource>(path, GdalSource::Outside::NaN, wanted);
-    if (first && file->reference().wkt.empty() != first->wkt.empty())
-        throw NBX::InputException(L"of several rasters, either all or none have a coordinate system; set it "
-                                  L"with gdal_edit.py -a_srs",
-                                  path);
     if (GDALDataTypeIsComplex(file->dataset().GetRasterBand(1)->GetRasterDataType()))
         throw NBX::InputException(L"holds complex numbers, which are no heights", path);
     const GdalErrorTrap trap;
     return {path, new GdalRasterBand(file, 0), file->reference()};
 }
 
-std::vector<Source> openSources(const std::vector<std::string> & paths) {
+std::vector<Source> openSources(const std::vector<std::string> & paths, const std::string & wanted) {
     if (paths.empty()) throw NBX::InputException(L"no raster is named; name at least one");
     std::vector<Source> sources;
-    sources.reserve(paths.size());
-    for (const std::string & path : paths)
-        sources.push_back(openSource(path, sources.empty() ? nullptr : &sources.front().reference));
+    for (const std::string & path : paths) {
+        const bool isFirst = sources.empty();
+        sources.push_back(
+            openSource(path, wanted.empty() && !isFirst ? sources.front().reference.wkt : wanted));
+        if (sources.back().reference.wkt.empty() != sources.front().reference.wkt.empty())
+            throw NBX::InputException(L"of several rasters, either all or none have a coordinate system; set "
+                                      L"it with gdal_edit.py -a_srs",
+                                      path);
+    }
     return sources;
 }
 
@@ -180,11 +181,11 @@ RasterGrid scaled(RasterGrid grid, double factor) {
 
 } // namespace
 
-HeightSource::HeightSource(const std::vector<std::string> & paths) {
-    const std::vector<Source> sources = openSources(paths);
+HeightSource::HeightSource(const std::vector<std::string> & paths, const std::string & wanted) {
+    const std::vector<Source> sources = openSources(paths, wanted);
     reference_ = sources.front().reference;
     const RasterGrid grid = commonGrid(sources);
-    if (!RasterWarp::isNeeded(reference_)) {
+    if (!wanted.empty() || !RasterWarp::isNeeded(reference_)) {
         band_ = layered(sources, grid, reference_.wkt);
     } else if (reference_.isGeographic) {
         const auto [system, metric] = metricGridFor(gridOnGlobe(grid, reference_.unit), reference_);

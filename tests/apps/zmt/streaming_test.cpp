@@ -181,6 +181,51 @@ TEST_F(Streaming, MergedRastersLieAboveTheOldTerrain) {
     EXPECT_NE(heightAt("501600").find(" 900.0"), std::string::npos) << heightAt("501600");
 }
 
+TEST_F(Streaming, MergedRastersAreBroughtToTheSystemOfTheOldTerrain) {
+    const std::string raster = folder.write("old.tif", slope(40, 30, 0.0).encode());
+    // A hill in the same place, in degrees.
+    SmallGeoTiff content{20, 20};
+    content.heights.assign(400, 900.0F);
+    content.system = 4326;
+    content.isInDegrees = true;
+    content.west = 87.005;
+    content.north = 28.021;
+    content.cell = 0.0003;
+    const std::string degrees = folder.write("degrees.tif", content.encode());
+    const std::string old = built("terrain", {raster, "--level", "4", "--lighting", "none"}, "old.ztt");
+    const std::string both = built("terrain", {degrees, "--merge", old, "--lighting", "none"}, "both.ztt");
+    EXPECT_EQ(readWhole(folder.out("old.prj")), readWhole(folder.out("both.prj")));
+    const auto heightAt = [&](const std::string & x) {
+        return zmt({"pick", "--terrain", both, "--view", x + ",3099500,5000," + x + ",3099501,800", "--size",
+                    "11x11", "5,5"})
+            .output;
+    };
+    EXPECT_NE(heightAt("500300").find(" 8"), std::string::npos) << heightAt("500300");
+    EXPECT_NE(heightAt("500750").find(" 900.0"), std::string::npos) << heightAt("500750");
+}
+
+TEST_F(Streaming, MergingTellsWhatIsLeftOutAndWhichSystemIsMissing) {
+    SmallGeoTiff content = slope(33, 33, 0.0);
+    const std::string raster = folder.write("old.tif", content.encode());
+    const std::string old = built("terrain", {raster, "--level", "4", "--lighting", "none"}, "old.ztt");
+    const auto errors = [&](const SmallGeoTiff & added, const std::string & onto) {
+        const RunResult run = zmt({"build", "terrain", folder.write("added.tif", added.encode()), "--merge",
+                                   onto, "--lighting", "none", folder.out("both.ztt")});
+        EXPECT_EQ(0, run.status) << run.errors;
+        return run.errors;
+    };
+    EXPECT_EQ(errors(content, old).find("warning"), std::string::npos);
+    content.west -= 8 * s_cell;
+    const std::string cut = errors(content, old);
+    EXPECT_NE(cut.find("added.tif: 24 % lie outside of the square of " + old), std::string::npos) << cut;
+
+    content.west += 8 * s_cell;
+    fs::remove(folder.out("old.prj"));
+    const std::string unknown = errors(content, old);
+    EXPECT_NE(unknown.find("old.ztt: has no coordinate system"), std::string::npos) << unknown;
+    EXPECT_FALSE(fs::exists(folder.out("both.prj")));
+}
+
 TEST_F(Streaming, SeveralRastersAreOneTerrain) {
     const std::string west = folder.write("west.tif", slope(40, 30, 0.0).encode());
     SmallGeoTiff content = slope(40, 30, 0.0);

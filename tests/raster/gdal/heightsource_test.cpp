@@ -220,6 +220,29 @@ TEST_F(HeightSourceTest, bringsAnotherSystemToThatOfTheFirst) {
     EXPECT_GT(std::count(cells.begin(), cells.end(), 7.0F), 900);
 }
 
+TEST_F(HeightSourceTest, bringsAllToTheWantedSystem) {
+    TiffContent other{40, 30};
+    other.system = "EPSG:32644";
+    other.values.assign(40 * 30, 7.0);
+    other.geoTransform = {1091000.0, 30.0, 0.0, 3107000.0, 0.0, -30.0};
+    TiffContent degrees{40, 30};
+    degrees.system = "EPSG:4326";
+    degrees.values.assign(40 * 30, 9.0);
+    degrees.geoTransform = {87.0, 0.0003, 0.0, 28.02, 0.0, -0.0003};
+    const std::string zone = write("zone.tif", other), globe = write("globe.tif", degrees);
+    const std::string wanted = HeightSource({write("wanted.tif", {2, 2, {1, 2, 3, 4}})}).reference().wkt;
+    for (const std::vector<std::string> & paths : {std::vector{zone}, {globe}, {zone, globe}}) {
+        const HeightSource source(paths, wanted);
+        EXPECT_EQ(source.reference().name, "WGS 84 / UTM zone 45N");
+        const std::vector<float> cells = cellsOf(source);
+        EXPECT_GT(std::count_if(cells.begin(), cells.end(), [](float h) { return h == 7.0F || h == 9.0F; }),
+                  900);
+    }
+    const HeightSource source({globe}, wanted);
+    EXPECT_NEAR(source.band()->minX(), 500000.0, 60.0);
+    EXPECT_NEAR(source.band()->cellSizeX(), 31.0, 3.0);
+}
+
 TEST_F(HeightSourceTest, saysWhatCannotBeLaidTogether) {
     const std::string placed = write("a.tif", {2, 2, {1, 2, 3, 4}});
     TiffContent content{2, 2, {1, 2, 3, 4}};

@@ -15,15 +15,17 @@ namespace ZMT::RASTER {
 /// Several files are laid on one grid, in the system of the first and with the cells of the finest; where
 /// they overlap, the later ones lie above, as far as they are defined. Files whose cells lie on that grid are
 /// read as they are, others are resampled bilinearly. What is in degrees, feet and the like is brought to
-/// metres as by `RasterWarp::toMetric`, but in windows.
+/// metres as by `RasterWarp::toMetric`, but in windows. Where a system is wanted, it takes the place of that
+/// of the first; files without a system are taken to be in it.
 class HeightSource {
 public:
-    /// Throws `NBX::FileNotFoundException` or `NBX::InputException`, which say what is wrong and what to do.
-    explicit HeightSource(const std::vector<std::string> & paths);
+    /// `wanted` is the WKT of a system in metres; empty leaves the choice. Throws
+    /// `NBX::FileNotFoundException` or `NBX::InputException`, which say what is wrong and what to do.
+    explicit HeightSource(const std::vector<std::string> & paths, const std::string & wanted = {});
 
     /// Keeps the files open.
     const NBX::SO<RasterBand> & band() const { return band_; }
-    /// Of the band.
+    /// Of the band; without a system where the files have none.
     const GeoReference & reference() const { return reference_; }
 
 private:
