@@ -55,10 +55,10 @@ WarpedRasterBand::WarpedRasterBand(const NBX::SO<RasterBand> & source, const std
 
 void WarpedRasterBand::readCells(unsigned col, unsigned row, unsigned width, unsigned height,
                                  float * cells) const {
-    for (unsigned line = row / s_blockSize; line <= (row + height - 1) / s_blockSize; ++line)
-        for (unsigned column = col / s_blockSize; column <= (col + width - 1) / s_blockSize; ++column) {
+    for (unsigned line = row / s_blockHeight; line <= (row + height - 1) / s_blockHeight; ++line)
+        for (unsigned column = col / s_blockWidth; column <= (col + width - 1) / s_blockWidth; ++column) {
             const Block source = block(column, line);
-            const unsigned x0 = column * s_blockSize, y0 = line * s_blockSize;
+            const unsigned x0 = column * s_blockWidth, y0 = line * s_blockHeight;
             const unsigned first = std::max(col, x0), end = std::min(col + width, x0 + source->cellsX());
             for (unsigned y = std::max(row, y0); y < std::min(row + height, y0 + source->cellsY()); ++y) {
                 const float * from = source->cells() + std::size_t(y - y0) * source->cellsX() + (first - x0);
@@ -78,10 +78,10 @@ WarpedRasterBand::Block WarpedRasterBand::block(unsigned column, unsigned line) 
 }
 
 WarpedRasterBand::Block WarpedRasterBand::makeBlock(unsigned column, unsigned line) const {
-    const unsigned x0 = column * s_blockSize, y0 = line * s_blockSize;
-    const Block result(new Raster(std::min(s_blockSize, cellsX() - x0), std::min(s_blockSize, cellsY() - y0),
-                                  minX() + x0 * cellSizeX(), minY() + y0 * cellSizeY(), cellSizeX(),
-                                  cellSizeY(), true, undefined));
+    const unsigned x0 = column * s_blockWidth, y0 = line * s_blockHeight;
+    const Block result(new Raster(std::min(s_blockWidth, cellsX() - x0),
+                                  std::min(s_blockHeight, cellsY() - y0), minX() + x0 * cellSizeX(),
+                                  minY() + y0 * cellSizeY(), cellSizeX(), cellSizeY(), true, undefined));
     Window window{};
     if (!findSourceWindow(result->grid(), window)) return result;
     const RasterGrid & from = source_->grid();

@@ -33,9 +33,10 @@ private:
         unsigned col, row, width, height;
     };
 
-    static constexpr unsigned s_blockSize = 512;
-    /// Two rows of blocks of a raster of 16 000 columns; 64 MiB.
-    static constexpr unsigned s_mostBlocks = 64;
+    /// Wide and low, since rows are read in the width of the raster.
+    static constexpr unsigned s_blockWidth = 512, s_blockHeight = 128;
+    /// Two rows of blocks of a raster of 65 000 columns; 64 MiB.
+    static constexpr unsigned s_mostBlocks = 256;
 
     Block block(unsigned column, unsigned line) const;
     Block makeBlock(unsigned column, unsigned line) const;
