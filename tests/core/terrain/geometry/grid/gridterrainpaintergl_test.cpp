@@ -264,7 +264,8 @@ TEST_F(GridTerrainPainterGLTest, IsThePainterOfAllGridTerrains) {
     EXPECT_EQ(GridTerrainPainterGL().target(), GridTerrain::ClassNameNBX());
     EXPECT_TRUE(dynamic_cast<GridTerrainPainterGL *>(
         engine->findHandler(NBX::Painter::ClassNameNBX(), Terrain::ClassInfoNBX())));
-    EXPECT_FALSE(GridTerrainPainterGL().render(engine.get(), new DrapedSquare(Bounds())));
+    const NBX::SO<DrapedSquare> square(new DrapedSquare(Bounds()));
+    EXPECT_FALSE(GridTerrainPainterGL().render(engine.get(), square.get()));
 }
 
 TEST_F(GridTerrainPainterGLTest, ATerrainWithoutTilesIsNoFrame) {
