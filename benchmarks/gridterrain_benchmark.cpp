@@ -77,7 +77,7 @@ void reportBytes(benchmark::State & state, const std::string & path, int size) {
 
 void writeTerrain(benchmark::State & state) {
     const int size = static_cast<int>(state.range(0));
-    const std::string source = sourceFile(size), path = inFolder("a.zgt");
+    const std::string source = sourceFile(size), path = inFolder("a.ztt");
     GridTerrainCreation creation;
     creation.threads = s_threads;
     for (auto _ : state) {
@@ -109,7 +109,7 @@ void writeCog(benchmark::State & state) {
 /// A terrain in memory, one of whose tiles is read again and again.
 struct OneTile {
     OneTile() {
-        const std::string source = sourceFile(1025), path = inFolder("small.zgt");
+        const std::string source = sourceFile(1025), path = inFolder("small.ztt");
         GridTerrainCreation().run(wide(path), ZMT::RASTER::RasterFile(source).band());
         std::ifstream stream(path, std::ios::binary);
         const std::vector<char> bytes((std::istreambuf_iterator<char>(stream)), {});

@@ -30,6 +30,7 @@ endif()
 if(core IN_LIST ZMT_LAYERS)
   # Files on web servers.
   find_package(Qt6 6.4 REQUIRED COMPONENTS Core Network)
+  zmt_find_module(liburing liburing)
 endif()
 
 if(apps IN_LIST ZMT_LAYERS)

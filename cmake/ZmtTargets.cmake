@@ -79,6 +79,9 @@ function(zmt_add_core)
   zmt_add_library(zmt_core core ${sources})
   if(TARGET zmt_core)
     zmt_link_existing(zmt_core nbx_core zmt_raster)
-    target_link_libraries(zmt_core PRIVATE $<BUILD_INTERFACE:Qt6::Core> $<BUILD_INTERFACE:Qt6::Network>)
+    target_link_libraries(zmt_core PRIVATE
+      $<BUILD_INTERFACE:PkgConfig::liburing>
+      $<BUILD_INTERFACE:Qt6::Core>
+      $<BUILD_INTERFACE:Qt6::Network>)
   endif()
 endfunction()

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/misc/httprangereply.h"
-#include "core/misc/netrc.h"
+#include "core/http/httprangereply.h"
+#include "core/http/netrc.h"
 
 using namespace ZMT::CORE::IMPL;
 

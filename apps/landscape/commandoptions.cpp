@@ -51,7 +51,11 @@ void addColorOptions(CLI::App & command, ImageOptions & options) {
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addFilesOption(
         command, "--image", options.images,
-        "Georeferenced image of any size, or texture pyramid, to drape; may be repeated, later ones on top");
+        "Georeferenced image of any size, texture pyramid, or streaming texture or its URL, to drape; may be "
+        "repeated, later ones on top");
+    addParsedOption(command, "--key", options.key, parseKey,
+                    "Key of streaming textures that were written with one")
+        ->default_str("0");
     addParsedList(
         command, "--opacity", options.look.opacities, parseOpacity,
         "From 0, invisible, to 1. Like --bands, --stretch and --gamma it is given once for all images, "

@@ -16,6 +16,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/exception.h>
+#include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
@@ -204,6 +205,53 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
     const auto shading =
         ReliefImage::createShading(grid, sun.direction, sun.ambient, ReliefImage::s_maxSide, exaggeration);
     return {LayerKind::Shading, "shading", modulate(makeGridTexture(shading, grid)), {}};
+}
+
+GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
+                                const StreamedTerrain & streamed, double exaggeration) {
+    using ZMT::CORE::GRID::AsyncGridTerrain;
+    const AsyncGridTerrain::LightMap kind = streamed.lightMapKind;
+    const std::string name = NBX::StringUtils::WString2Utf8String(streamed.terrain->fileName());
+    const auto refuse = [&](const std::string & wish, const std::string & advice) {
+        throw UsageError(wish + ": the file has no such light; leave it out, or build " + name + " with " +
+                         advice);
+    };
+    if (lighting == Lighting::Static && kind != AsyncGridTerrain::LM_Light)
+        refuse("--lighting static", "--lighting static");
+    if (lighting == Lighting::Dynamic && kind != AsyncGridTerrain::LM_Normals)
+        refuse("--lighting dynamic", "--lighting normals");
+    if (sun && kind == AsyncGridTerrain::LM_Light)
+        throw UsageError("--light: the light of " + name +
+                         " is baked; leave it out, or build it with --lighting normals");
+    if (kind == AsyncGridTerrain::LM_Light)
+        return {LayerKind::Shading, "light map", modulate(streamed.lightMap), {}};
+    const Sunlight light = sun.value_or(defaultSun());
+    if (kind == AsyncGridTerrain::LM_Normals)
+        return {LayerKind::Shading,
+                "light",
+                new ZMT::CORE::PerPixelTerrainLightingEffect(streamed.lightMap.get(), light.direction,
+                                                             std::min(light.ambient, s_mostAmbient)),
+                {}};
+    return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
+}
+
+GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<TerrainTexture> & texture,
+                             const ImageLook & look, const ZMT::RASTER::GeoExtent & terrain) {
+    if (look.opacity != 1.0 || !look.colors.text().empty())
+        throw UsageError("--opacity, --bands, --stretch and --gamma are for images, and " + locator +
+                         " is a streaming texture; leave them out, or build it from another image");
+    const NBX::Bounds box = texture->boundingBox();
+    const Point low = box.getLLF(), high = box.getURB();
+    const bool overlaps =
+        low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
+    if (!overlaps) throw DataError(locator + ": the image lies elsewhere; choose one that covers the area");
+    return {LayerKind::Image, std::filesystem::path(locator).filename().string(),
+            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()),
+            ZMT::CORE::GeoTransformation::geo2nbxTf(box)};
+}
+
+Sunlight defaultSun() {
+    return {Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 }
 
 GroundLayer openImage(const std::string & path, const ImageLook & look,

@@ -47,9 +47,10 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
 GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
                                 const StreamedTerrain & streamed, double exaggeration);
 
-/// A streaming texture that was opened. Throws `DataError` where it lies elsewhere than `terrain`.
+/// A streaming texture that was opened. Throws `DataError` where it lies elsewhere than `terrain`, and
+/// `UsageError` where it is to look otherwise than it was written.
 GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<ZMT::CORE::TerrainTexture> & texture,
-                             const ZMT::RASTER::GeoExtent & terrain);
+                             const ImageLook & look, const ZMT::RASTER::GeoExtent & terrain);
 
 /// From the north-west, as on relief maps.
 Sunlight defaultSun();

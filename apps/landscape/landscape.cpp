@@ -33,7 +33,7 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
     // What cannot be read is noticed before the long work.
     std::vector<GroundLayer> images;
     for (std::size_t i = 0; i < options.images.size(); ++i)
-        images.push_back(readImage(options.images[i], options.look.lookOf(i)));
+        images.push_back(readImage(options.images[i], options.look.lookOf(i), streamed));
     for (const std::string & path : options.breakLines)
         if (!input.built) grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
@@ -81,7 +81,9 @@ NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & opti
     return buildChunks(grid_, buildMilliseconds_);
 }
 
-GroundLayer Landscape::readImage(const std::string & path, const ImageLook & look) const {
+GroundLayer Landscape::readImage(const std::string & path, const ImageLook & look,
+                                 const StreamedFiles & streamed) const {
+    if (const auto texture = streamed.texture(path)) return layStreamedImage(path, texture, look, extent_);
     return openImage(path, look, extent_, reference_.wkt);
 }
 

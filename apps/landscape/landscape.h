@@ -26,7 +26,8 @@ public:
     explicit Landscape(const LandscapeOptions & options, const StreamedFiles & streamed = {});
 
     /// An image for this terrain; nothing is changed. Throws as above.
-    GroundLayer readImage(const std::string & path, const ImageLook & look = {}) const;
+    GroundLayer readImage(const std::string & path, const ImageLook & look = {},
+                          const StreamedFiles & streamed = {}) const;
     /// Lays what `readImage` gave on all other images, below what is draped and a shading that images have.
     void addImage(const GroundLayer & image);
 

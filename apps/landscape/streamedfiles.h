@@ -52,7 +52,8 @@ class StreamedFiles {
 public:
     /// None.
     StreamedFiles() = default;
-    /// Those of `options`, and those among `more`. Throws as above.
+    /// Those of `options`, and those among `more`, whose first one is the terrain where it is a URL and
+    /// `options` have no terrain; other URLs are images. Throws as above.
     explicit StreamedFiles(const LandscapeOptions & options, const std::vector<std::string> & more = {});
 
     /// Null for what was not opened.

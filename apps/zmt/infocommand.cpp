@@ -100,6 +100,36 @@ void printBuilt(const std::string & path) {
     printPlace(*built->grid()->rasterData(), built->reference());
 }
 
+void printStreamedTerrain(const std::string & locator) {
+    using ZMT::CORE::GRID::AsyncGridTerrain;
+    const StreamedTerrain opened = openStreamedTerrain(locator);
+    const AsyncGridTerrain & terrain = *opened.terrain;
+    const auto lightMap = opened.lightMapKind;
+    const std::uint64_t side = (1U << terrain.gridLevel()) + 1;
+    const auto cellSize = terrain.getCellSize();
+    const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
+    const std::string unit = opened.reference.unitName.empty() ? "" : " " + opened.reference.unitName;
+    std::printf("file:       %s\n", locator.c_str());
+    std::printf("format:     streaming terrain, %" PRIu64 " bytes, tiles of %" PRIu64 " by %" PRIu64
+                " heights in %d levels\n",
+                terrain.file()->size(), side, side, terrain.rootTile()->level() + 1);
+    std::printf("light:      %s\n", lightMap == AsyncGridTerrain::LM_None    ? "none"
+                                    : lightMap == AsyncGridTerrain::LM_Light ? "baked"
+                                                                             : "normals");
+    std::printf("size:       %.0f by %.0f cells\n", cells.getURB().x, cells.getURB().y);
+    std::printf("cell:       %.10g by %.10g%s\n", cellSize.first, cellSize.second, unit.c_str());
+    printSystem(opened.reference);
+    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    std::printf("heights:    %.10g to %.10g\n", terrain.lowestPoint().y, terrain.highestPoint().y);
+}
+
+void printStreamedTexture(const std::string & locator) {
+    const NBX::Bounds box = openStreamedTexture(locator, 0)->boundingBox();
+    std::printf("file:       %s\n", locator.c_str());
+    std::printf("format:     streaming texture\n");
+    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+}
+
 /// Nothing for metres, which everything else becomes when a terrain is made.
 void printHeightUnit(const std::string & name) {
     const auto metres = ZMT::RASTER::HeightUnit::metres(name);

@@ -188,6 +188,7 @@ void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
 void runRender(RenderOptions & options) {
     checkErrors(options.errors);
     checkLandscape(options.landscape);
+    checkMemoryBudgets(options.memory);
     checkImageOptions(options.landscape.look, options.landscape.images.size());
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     checkPictureName("--out", options.out);
@@ -206,7 +207,12 @@ void runRender(RenderOptions & options) {
     const NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
     fillScene(*scene, options, landscape);
     canvas->append(scene.get());
-    drawFrames(*canvas);
+    if (!drawFrames(*canvas, landscape.isStreamed(), hasUrls(options.landscape))) {
+        const std::string missing = missingParts(*canvas, options.landscape.terrain);
+        if (!options.allowIncomplete)
+            throw DataError(missing + "; try again later, or give --allow-incomplete");
+        writeError("warning: " + missing);
+    }
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
     if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());

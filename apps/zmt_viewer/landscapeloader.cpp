@@ -10,6 +10,7 @@
 
 struct LandscapeLoader::Result {
     LandscapeOptions options;
+    StreamedFiles streamed; ///< opened, and released, on the thread of the window
     std::shared_ptr<Landscape> landscape;
     std::vector<GroundLayer> images; ///< for a landscape that was there before
     QString error;
@@ -19,7 +20,8 @@ namespace {
 
 /// Throws for what can be neither heights nor an image.
 bool isHeights(const std::string & file) {
-    if (isBuiltTerrain(file)) return true;
+    if (isStreamingTerrainFile(file) || isBuiltTerrain(file)) return true;
+    if (isStreamingTextureFile(file)) return false;
     using ZMT::RASTER::GeoFile;
     using ZMT::RASTER::GeoFileKind;
     switch (GeoFile::kindOf(file)) {
@@ -51,7 +53,8 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
     bool hasNewTerrain = false;
     std::vector<std::string> images;
     for (const std::string & file : files) {
-        const bool isTerrain = !hasNewTerrain && isHeights(file);
+        const bool isFirst = options.terrain.empty() && &file == &files.front();
+        const bool isTerrain = !hasNewTerrain && (isUrl(file) ? isFirst : isHeights(file));
         hasNewTerrain |= isTerrain;
         if (!isTerrain) {
             images.push_back(file);
@@ -76,6 +79,11 @@ bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<
     isCanceled_ = false;
     const auto result = std::make_shared<Result>();
     result->options = options;
+    try {
+        result->streamed = StreamedFiles(options, files);
+    } catch (const std::exception & error) {
+        result->error = QString::fromStdString(messageOf(error));
+    }
     thread_ = std::thread([this, result, files, shown] {
         load(*result, files, shown);
         QMetaObject::invokeMethod(
@@ -86,12 +94,13 @@ bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<
 
 void LandscapeLoader::load(Result & result, const std::vector<std::string> & files,
                            const std::shared_ptr<Landscape> & shown) {
+    if (!result.error.isEmpty()) return;
     try {
         const std::size_t images = result.options.images.size();
         result.options = withFiles(result.options, files);
         const bool isMoreImages = result.options.images.size() == images + files.size();
         if (!shown || !isMoreImages) {
-            result.landscape = std::make_shared<Landscape>(result.options);
+            result.landscape = std::make_shared<Landscape>(result.options, result.streamed);
             return;
         }
         for (std::size_t i = images; i < result.options.images.size(); ++i)

@@ -19,6 +19,7 @@
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/picture.h"
+#include "landscape/streamedfiles.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
@@ -41,6 +42,7 @@ struct ViewerOptions {
     View view;
     PictureSize size{1280, 800};
     AllowedErrors errors;
+    MemoryBudgets memory;
     bool wireframe = false;
     bool patches = false;
     std::string screenshot;
@@ -53,11 +55,14 @@ int usageError(const std::string & message) {
 
 void addOptions(CLI::App & app, ViewerOptions & options) {
     app.set_version_flag("--version", ZMT_VERSION);
-    app.add_option("FILE", options.files,
-                   "Height raster, and images to lie on it; without one the window is empty");
+    app.add_option(
+        "FILE", options.files,
+        "Height raster or streaming terrain, and images to lie on it, which may be URLs; without one the "
+        "window is empty");
     addLandscapeOptions(app, options.landscape);
     addViewOptions(app, options.view, options.size);
     addErrorOptions(app, options.errors);
+    addMemoryOptions(app, options.memory);
     app.add_flag("--wireframe", options.wireframe, "Draw edges");
     app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
     addOutputNote(app);
@@ -68,8 +73,10 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
 
 void checkOptions(const ViewerOptions & options) {
     checkErrors(options.errors);
+    checkMemoryBudgets(options.memory);
     checkLandscape(options.landscape);
     for (const std::string & file : options.files) {
+        if (isUrl(file) && &file != &options.files.front()) continue; // an image
         LandscapeOptions landscape = options.landscape;
         landscape.terrain = file;
         checkLandscape(landscape);
@@ -77,7 +84,7 @@ void checkOptions(const ViewerOptions & options) {
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
     for (const std::string & path : options.files)
-        inputs.push_back({"FILE", path});
+        if (!isUrl(path)) inputs.push_back({"FILE", path});
     checkOutputs(inputs, {{"--screenshot", options.screenshot}});
     checkPictureName("--screenshot", options.screenshot);
 }
@@ -154,6 +161,7 @@ std::unique_ptr<QApplication> makeApplication(int & argc, char ** argv) {
 int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     if (!hasDisplay()) throw DataError("no display; the window needs one, 'zmt render' does not");
     const auto application = makeApplication(argc, argv);
+    applyMemoryBudgets(options.memory);
     TerrainPainterGLSettings::setGeometryError(options.errors.geometry);
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
 

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 48> order = {
+constexpr std::array<std::string_view, 49> order = {
     "nbx/object",
     "nbx/math",
     "nbx/container/sequence",
@@ -46,6 +46,7 @@ constexpr std::array<std::string_view, 48> order = {
     "nbx/io",
     "zmt/raster",
     "zmt/raster/gdal",
+    "zmt/core/http",
     "zmt/core/misc",
     "zmt/core/cache",
     "zmt/core/terrain/frame",
@@ -94,7 +95,7 @@ const std::vector<ForeignLibrary> foreignLibraries = {
     {"deflate", "libdeflate\\.h|zlib\\.h|zconf\\.h", "src/nbx/data/.*"},
     {"Eigen", "(unsupported/)?Eigen/.*", "src/nbx/math/.*\\.cpp"},
     {"Assimp", "assimp/.*", "src/nbx/io/.*"},
-    {"Qt", "Q[A-Za-z]+(/.*)?|q[a-z]+\\.h", "src/core/misc/.*|apps/zmt_viewer/.*"},
+    {"Qt", "Q[A-Za-z]+(/.*)?|q[a-z]+\\.h", "src/core/(http|misc)/.*|apps/zmt_viewer/.*"},
     {"liburing", "liburing(/.*|\\.h)", "src/core/misc/.*\\.cpp"},
     {"CLI11", "CLI/.*", "apps/.*"},
     {"nlohmann-json", "nlohmann/.*", "apps/.*"},

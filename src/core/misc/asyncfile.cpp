@@ -9,22 +9,13 @@
 
 #include "asyncfile_mem.h"
 #include "asyncfile_win.h"
+#include "httpfile.h"
 #include "waitlimit.h"
 
 namespace ZMT::CORE {
 
 NBX_CLASS_IMPL(AsyncFile, NBX::SharedObj)
 NBX_CLASS_IMPL(AsyncFile::Request, NBX::SharedObj)
-
-namespace {
-
-/// What lies on a web server. Null where that does not open it, which `problem` tells, and for what is no
-/// URL.
-NBX::SO<AsyncFile> openUrl(const std::wstring & /*url*/, std::wstring & /*problem*/) {
-    return nullptr;
-}
-
-} // namespace
 
 bool AsyncFile::wait(const Requests & requests) {
     const IMPL::WaitLimit limit;
@@ -53,7 +44,7 @@ bool AsyncFile::remove(const Requests & requests) {
 NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool deleteWhenClosed,
                                      std::wstring * problem) {
     std::wstring text;
-    if (NBX::SO<AsyncFile> remote = openUrl(urlOrPath, text)) return remote;
+    if (NBX::SO<AsyncFile> remote = IMPL::openHttpFile(urlOrPath, text)) return remote;
     NBX::SO<AsyncFile> local(new IMPL::AsyncFile_Win(urlOrPath, deleteWhenClosed));
     if (local->isOpen()) return local;
     if (text.empty()) text = local->errorText();
@@ -67,15 +58,15 @@ NBX::SO<AsyncFile> AsyncFile::create(NBX::SO<NBX::DataResource> resource) {
 }
 
 bool AsyncFile::isLoading() {
-    return IMPL::AsyncFile_Win::isLoading();
+    return IMPL::isHttpLoading() || IMPL::AsyncFile_Win::isLoading();
 }
 
-bool AsyncFile::wait(double /*maxTime*/) {
-    return false;
+bool AsyncFile::wait(double maxTime) {
+    return IMPL::waitForHttp(maxTime);
 }
 
 std::uint64_t AsyncFile::TotalTransferedBytes() {
-    return 0;
+    return IMPL::totalHttpBytes();
 }
 
 std::uint64_t AsyncFile::TotalLocalBytes() {

@@ -98,7 +98,7 @@ NBX::SO<AsyncFile::Request> AsyncFile_QtHttp::request(std::uint64_t offset, std:
 }
 
 bool AsyncFile_QtHttp::remove(const NBX::SO<Request> & request) {
-    return impl_->remove(request.get());
+    return impl_->remove(NBX::soCast<AsyncFile_QtHttpRequest>(request).get());
 }
 
 bool AsyncFile_QtHttp::isOpen() const {

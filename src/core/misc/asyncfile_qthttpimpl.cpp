@@ -89,7 +89,7 @@ AsyncFile_QtHttpImpl::RequestPointer AsyncFile_QtHttpImpl::request(std::uint64_t
     return request;
 }
 
-bool AsyncFile_QtHttpImpl::remove(const AsyncFile::Request * request) {
+bool AsyncFile_QtHttpImpl::remove(const AsyncFile_QtHttpRequest * request) {
     const auto found = std::find(requests_.begin(), requests_.end(), request);
     if (found == requests_.end()) return false;
     if ((*found)->currentState() == AsyncFile::RS_Processing) {

@@ -31,7 +31,7 @@ public:
     std::uint64_t size() const { return version_.size; }
     const std::vector<RequestPointer> & requests() const { return requests_; }
     RequestPointer request(std::uint64_t offset, std::uint64_t size, double priority);
-    bool remove(const AsyncFile::Request * request);
+    bool remove(const AsyncFile_QtHttpRequest * request);
     /// Fails a request that is queued or under way.
     void giveUp(const AsyncFile_QtHttpRequest * request, const std::wstring & why);
 

@@ -12,8 +12,8 @@
 #include <nbx/object/so.h>
 
 #include "asyncfile_qthttpimpl.h"
-#include "httpproxy.h"
-#include "httptimes.h"
+#include "core/http/httpproxy.h"
+#include "core/http/httptimes.h"
 
 namespace ZMT::CORE::IMPL {
 

@@ -9,7 +9,7 @@
 #include <nbx/object/classpattern.h>
 #include <nbx/object/sharedobj.h>
 
-#include "httpbackoff.h"
+#include "core/http/httpbackoff.h"
 
 class QNetworkAccessManager;
 

@@ -1,5 +1,7 @@
 #include <zmt/core/misc/eventloop.h>
 
+#include <clocale>
+
 #include <QCoreApplication>
 
 namespace ZMT::CORE {
@@ -12,7 +14,12 @@ struct EventLoop::Impl {
     QCoreApplication application{count, arguments};
 };
 
-EventLoop::EventLoop() : impl_(QCoreApplication::instance() ? nullptr : std::make_unique<Impl>()) {}
+EventLoop::EventLoop() {
+    if (QCoreApplication::instance()) return;
+    impl_ = std::make_unique<Impl>();
+    // It took over the user's locale, in which numbers may be written otherwise.
+    std::setlocale(LC_NUMERIC, "C");
+}
 
 EventLoop::~EventLoop() = default;
 

@@ -10,8 +10,8 @@
 #include <zmt/core/misc/httpsettings.h>
 
 #include "asyncfilemanager.h"
-#include "httptimes.h"
-#include "netrc.h"
+#include "core/http/httptimes.h"
+#include "core/http/netrc.h"
 
 namespace ZMT::CORE::IMPL {
 

@@ -8,7 +8,7 @@
 #include <QTimer>
 #include <QUrl>
 
-#include "httprangereply.h"
+#include "core/http/httprangereply.h"
 
 namespace ZMT::CORE::IMPL {
 

@@ -19,6 +19,9 @@ ReadEngine & threads() {
 ReadEngine * s_current = nullptr;
 RingReadEngine * s_ring = nullptr;
 
+constexpr double s_waitSeconds = 0.01;
+constexpr int s_mostWaits = 200;
+
 } // namespace
 
 ReadEngine & ReadEngine::instance() {
@@ -27,6 +30,9 @@ ReadEngine & ReadEngine::instance() {
 }
 
 bool ReadEngine::use(Kind kind) {
+    // Reads that were given up are owed until the kernel has let go of them.
+    for (int i = 0; s_current && FileRead::countOwed() > 0 && i < s_mostWaits; ++i)
+        s_current->wait(s_waitSeconds);
     std::unique_ptr<RingReadEngine> ring;
     if (kind != RE_Threads) ring = RingReadEngine::create(threads());
     if (kind == RE_Ring && !ring) return false;

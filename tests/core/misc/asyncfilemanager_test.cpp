@@ -167,7 +167,7 @@ TEST_F(AsyncFileManagerTest, NothingStartsAtAHostForAWhileAfterAFailure) {
     for (const auto & request : requests)
         EXPECT_EQ(request->state(), AsyncFile::RS_Queued);
     EXPECT_TRUE(elsewhere->request(0, 10, 0.0)->wait());
-    ASSERT_TRUE(runUntil([&] { return server_.requests() == 2; }));
+    ASSERT_TRUE(runUntil([&] { return server_.requests() >= 2; }));
     EXPECT_NEAR(NBX::NBXTime::now() - start, 0.35, 0.1);
     ASSERT_TRUE(allReady(*file, 6));
 }

@@ -16,18 +16,22 @@ public:
     using PickFileCallback = bool (*)(LinkType, std::wstring &);
 
     /// Null takes the callback away.
-    static void setPickFileCallback(PickFileCallback callback);
+    static void setPickFileCallback(PickFileCallback callback) { m_pickFileCallback = callback; }
     /// Asks the application. True when it chose: `name` is then its choice, and the scene has to be stored
     /// again for the link to stay resolved. False without a callback.
-    static bool pickFileCallback(LinkType type, std::wstring & name);
+    static bool pickFileCallback(LinkType type, std::wstring & name) {
+        if (!m_pickFileCallback || !m_pickFileCallback(type, name)) return false;
+        m_modified = true;
+        return true;
+    }
 
     /// True since a link was changed by `pickFileCallback`.
     static bool modified() { return m_modified; }
     static void resetModified() { m_modified = false; }
 
 private:
-    static PickFileCallback m_pickFileCallback;
-    static bool m_modified;
+    static inline PickFileCallback m_pickFileCallback = nullptr;
+    static inline bool m_modified = false;
 };
 
 } // namespace ZMT::UTIL

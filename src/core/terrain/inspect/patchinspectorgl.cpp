@@ -9,8 +9,7 @@
 #include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
-#include <zmt/core/terrain/geometry/hybrid/hybriddata.h>
-#include <zmt/core/terrain/geometry/hybrid/microtrianglesdata.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>

@@ -35,7 +35,7 @@ bool AsyncGridTerrainReader::canProduce(const NBX::ID & className) const {
 }
 
 std::string AsyncGridTerrainReader::objectFileSuffix() const {
-    return "zgt";
+    return "ztt";
 }
 
 std::string AsyncGridTerrainReader::objectFormatName() const {

@@ -56,10 +56,10 @@ private:
 };
 
 TEST_F(AsyncGridTerrainTest, OpensWhatWasWritten) {
-    store("a.zgt", hills());
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")));
+    store("a.ztt", hills());
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")));
     ASSERT_TRUE(terrain);
-    EXPECT_EQ(wide(path("a.zgt")), terrain->fileName());
+    EXPECT_EQ(wide(path("a.ztt")), terrain->fileName());
     EXPECT_TRUE(terrain->file());
     EXPECT_EQ(2U, terrain->gridLevel());
     EXPECT_EQ((std::pair<double, double>(10.0, 20.0)), terrain->getCellSize());
@@ -81,16 +81,16 @@ TEST_F(AsyncGridTerrainTest, OpensWhatWasWritten) {
 }
 
 TEST_F(AsyncGridTerrainTest, TheFileStaysUnlessItIsTemporary) {
-    store("a.zgt", hills());
-    AsyncGridTerrain::load(wide(path("a.zgt")));
-    EXPECT_TRUE(NBX::File::exists(path("a.zgt")));
-    AsyncGridTerrain::load(wide(path("a.zgt")), true);
-    EXPECT_FALSE(NBX::File::exists(path("a.zgt")));
+    store("a.ztt", hills());
+    AsyncGridTerrain::load(wide(path("a.ztt")));
+    EXPECT_TRUE(NBX::File::exists(path("a.ztt")));
+    AsyncGridTerrain::load(wide(path("a.ztt")), true);
+    EXPECT_FALSE(NBX::File::exists(path("a.ztt")));
 }
 
 TEST_F(AsyncGridTerrainTest, WhatCannotBeOpenedSaysWhy) {
     std::wstring problem;
-    EXPECT_FALSE(AsyncGridTerrain::load(wide(path("missing.zgt")), false, &problem));
+    EXPECT_FALSE(AsyncGridTerrain::load(wide(path("missing.ztt")), false, &problem));
     EXPECT_FALSE(problem.empty());
     EXPECT_EQ(1U, reports.size()) << "by the file";
     reports.clear();
@@ -189,8 +189,8 @@ TEST_F(AsyncGridTerrainTest, AnEmptyOneAnswersNothing) {
 }
 
 TEST_F(AsyncGridTerrainTest, ScenesKeepTheName) {
-    store("a.zgt", hills());
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")));
+    store("a.ztt", hills());
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")));
     EXPECT_TRUE(terrain->serializable());
     const SO<AsyncGridTerrain> copy = roundTrip(terrain);
     ASSERT_TRUE(copy && copy->rootTile());
@@ -200,15 +200,15 @@ TEST_F(AsyncGridTerrainTest, ScenesKeepTheName) {
 TEST_F(AsyncGridTerrainTest, AFileThatMovedIsFoundInTheWorkingDirectory) {
     std::filesystem::create_directory(path("old"));
     std::filesystem::create_directory(path("new"));
-    store("old/a[1].zgt", hills());
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("old/a[1].zgt")));
+    store("old/a[1].ztt", hills());
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("old/a[1].ztt")));
     const Bytes scene = NBX::ObjectStreamWriter::write(*terrain, true);
-    std::filesystem::rename(path("old/a[1].zgt"), path("new/a[1].zgt"));
+    std::filesystem::rename(path("old/a[1].ztt"), path("new/a[1].ztt"));
     std::filesystem::current_path(path("new"));
     const SO<NBX::SharedObj> copy = NBX::ObjectStreamReader(scene.data(), scene.size()).read();
     const SO<AsyncGridTerrain> found = NBX::soCast<AsyncGridTerrain>(copy);
     ASSERT_TRUE(found);
-    EXPECT_EQ(wide(std::filesystem::canonical(path("new")).string() + "/a[1].zgt"), found->fileName());
+    EXPECT_EQ(wide(std::filesystem::canonical(path("new")).string() + "/a[1].ztt"), found->fileName());
 }
 
 std::wstring s_chosen;
@@ -220,22 +220,22 @@ bool choose(ZMT::UTIL::LinkType type, std::wstring & name) {
 }
 
 TEST_F(AsyncGridTerrainTest, WhereNoFileIsFoundTheUserChooses) {
-    store("a.zgt", hills());
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")));
+    store("a.ztt", hills());
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")));
     const Bytes scene = NBX::ObjectStreamWriter::write(*terrain, true);
-    std::filesystem::rename(path("a.zgt"), path("b.zgt"));
+    std::filesystem::rename(path("a.ztt"), path("b.ztt"));
     const auto read = [&] { return NBX::ObjectStreamReader(scene.data(), scene.size()).read(); };
     try {
         read();
         FAIL();
     } catch (const NBX::FileNotFoundException & e) {
         EXPECT_EQ(L"file not found", e.message());
-        EXPECT_EQ(path("a.zgt"), e.path());
+        EXPECT_EQ(path("a.ztt"), e.path());
     }
     ZMT::UTIL::ExternalLinkSolver::setPickFileCallback(choose);
     s_chosen.clear();
     EXPECT_THROW(read(), NBX::FileNotFoundException);
-    s_chosen = wide(path("b.zgt"));
+    s_chosen = wide(path("b.ztt"));
     const SO<AsyncGridTerrain> copy = NBX::soCast<AsyncGridTerrain>(read());
     ASSERT_TRUE(copy);
     EXPECT_EQ(s_chosen, copy->fileName());
@@ -245,11 +245,11 @@ TEST_F(AsyncGridTerrainTest, WhereNoFileIsFoundTheUserChooses) {
 }
 
 TEST_F(AsyncGridTerrainTest, AFileThatIsNoTerrainAnyMoreThrows) {
-    store("a.zgt", hills());
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")));
+    store("a.ztt", hills());
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")));
     const Bytes scene = NBX::ObjectStreamWriter::write(*terrain, true);
-    store("b.zgt", {1, 2, 3});
-    std::filesystem::rename(path("b.zgt"), path("a.zgt"));
+    store("b.ztt", {1, 2, 3});
+    std::filesystem::rename(path("b.ztt"), path("a.ztt"));
     try {
         NBX::ObjectStreamReader(scene.data(), scene.size()).read();
         FAIL();
@@ -261,29 +261,29 @@ TEST_F(AsyncGridTerrainTest, AFileThatIsNoTerrainAnyMoreThrows) {
 TEST_F(AsyncGridTerrainTest, AUrlIsNoPathToLookFor) {
     struct Remote : ScriptedFile {
         using ScriptedFile::ScriptedFile;
-        std::wstring url() const override { return L"http://127.0.0.1:9/a.zgt"; }
+        std::wstring url() const override { return L"http://127.0.0.1:9/a.ztt"; }
     };
     const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(SO<AsyncFile>(new Remote(hills())));
     const Bytes scene = NBX::ObjectStreamWriter::write(*terrain, true);
     // A file of that name is another one.
-    store("a.zgt", hills());
+    store("a.ztt", hills());
     std::filesystem::current_path(path(""));
     ZMT::UTIL::ExternalLinkSolver::setPickFileCallback(choose);
-    s_chosen = wide(path("a.zgt"));
+    s_chosen = wide(path("a.ztt"));
     try {
         NBX::ObjectStreamReader(scene.data(), scene.size()).read();
         FAIL();
     } catch (const NBX::IOError & e) {
         EXPECT_EQ(L"terrain could not be loaded", e.message());
-        EXPECT_NE(std::wstring::npos, e.detail().find(L"http://127.0.0.1:9/a.zgt"));
+        EXPECT_NE(std::wstring::npos, e.detail().find(L"http://127.0.0.1:9/a.ztt"));
     }
     ZMT::UTIL::ExternalLinkSolver::setPickFileCallback(nullptr);
 }
 
 TEST_F(AsyncGridTerrainTest, TemporaryTerrainsAreEmbedded) {
     const Bytes bytes = hills();
-    store("a.zgt", bytes);
-    SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")), true);
+    store("a.ztt", bytes);
+    SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")), true);
     EXPECT_TRUE(terrain->serializable());
     SO<AsyncGridTerrain> copy = roundTrip(terrain);
     terrain = nullptr;
@@ -308,14 +308,14 @@ TEST_F(AsyncGridTerrainTest, BytesInMemoryAreEmbedded) {
 }
 
 TEST_F(AsyncGridTerrainTest, OnlySmallTerrainsAreEmbedded) {
-    store("a.zgt", hills());
-    std::filesystem::resize_file(path("a.zgt"), 0x4000000);
-    const SO<AsyncGridTerrain> largest = AsyncGridTerrain::load(wide(path("a.zgt")), true);
+    store("a.ztt", hills());
+    std::filesystem::resize_file(path("a.ztt"), 0x4000000);
+    const SO<AsyncGridTerrain> largest = AsyncGridTerrain::load(wide(path("a.ztt")), true);
     EXPECT_TRUE(largest->serializable());
     EXPECT_TRUE(roundTrip(largest));
-    std::filesystem::copy_file(path("a.zgt"), path("b.zgt"));
-    std::filesystem::resize_file(path("b.zgt"), 0x4000001);
-    const SO<AsyncGridTerrain> larger = AsyncGridTerrain::load(wide(path("b.zgt")), true);
+    std::filesystem::copy_file(path("a.ztt"), path("b.ztt"));
+    std::filesystem::resize_file(path("b.ztt"), 0x4000001);
+    const SO<AsyncGridTerrain> larger = AsyncGridTerrain::load(wide(path("b.ztt")), true);
     EXPECT_FALSE(larger->serializable());
     try {
         roundTrip(larger);
@@ -323,7 +323,7 @@ TEST_F(AsyncGridTerrainTest, OnlySmallTerrainsAreEmbedded) {
     } catch (const NBX::IOError & e) {
         EXPECT_EQ(L"terrain is too big to embed", e.message());
     }
-    const SO<AsyncGridTerrain> named = AsyncGridTerrain::load(wide(path("b.zgt")));
+    const SO<AsyncGridTerrain> named = AsyncGridTerrain::load(wide(path("b.ztt")));
     EXPECT_TRUE(named->serializable());
     EXPECT_TRUE(roundTrip(named));
 }
@@ -345,16 +345,16 @@ TEST_F(AsyncGridTerrainTest, DamagedScenesThrow) {
 TEST_F(AsyncGridTerrainTest, ExtractCopiesTheWholeFile) {
     Bytes bytes = hills();
     bytes.insert(bytes.end(), {'l', 'i', 'g', 'h', 't'});
-    store("a.zgt", bytes);
+    store("a.ztt", bytes);
     store("a.prj", Bytes{'L', 'O', 'C', 'A', 'L', '_', 'C', 'S', '[', '"', 'x', '"', ']'});
-    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.zgt")));
-    EXPECT_TRUE(terrain->extract(wide(path("b.zgt"))));
-    EXPECT_EQ(bytes, NBX::File::contents(path("b.zgt")));
+    const SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(wide(path("a.ztt")));
+    EXPECT_TRUE(terrain->extract(wide(path("b.ztt"))));
+    EXPECT_EQ(bytes, NBX::File::contents(path("b.ztt")));
     EXPECT_TRUE(NBX::File::exists(path("b.prj")));
-    EXPECT_TRUE(memoryTerrain(bytes)->extract(wide(path("c.zgt"))));
-    EXPECT_EQ(bytes, NBX::File::contents(path("c.zgt")));
+    EXPECT_TRUE(memoryTerrain(bytes)->extract(wide(path("c.ztt"))));
+    EXPECT_EQ(bytes, NBX::File::contents(path("c.ztt")));
     EXPECT_TRUE(reports.empty()) << reports;
-    EXPECT_FALSE(terrain->extract(wide(path("nowhere/b.zgt"))));
+    EXPECT_FALSE(terrain->extract(wide(path("nowhere/b.ztt"))));
     EXPECT_EQ(1U, reports.size());
 }
 
@@ -372,15 +372,15 @@ TEST_F(AsyncGridTerrainTest, TemporaryTerrainsAreMadeAndGo) {
 }
 
 TEST_F(AsyncGridTerrainTest, LoadersKnowTheFormat) {
-    store("a.zgt", hills());
+    store("a.ztt", hills());
     store("b", hills());
     const NBX::ID & name = AsyncGridTerrain::ClassNameNBX();
-    EXPECT_TRUE(NBX::ObjectLoader::readFile(path("a.zgt"), name, true));
+    EXPECT_TRUE(NBX::ObjectLoader::readFile(path("a.ztt"), name, true));
     EXPECT_TRUE(NBX::ObjectLoader::readFile(path("b"), name, true)) << "without a suffix";
-    EXPECT_TRUE(NBX::ObjectLoader::readFile(path("a.zgt"), Terrain::ClassNameNBX(), true));
+    EXPECT_TRUE(NBX::ObjectLoader::readFile(path("a.ztt"), Terrain::ClassNameNBX(), true));
     EXPECT_TRUE(reports.empty()) << reports;
-    store("c.zgt", Bytes(300, 'x'));
-    EXPECT_FALSE(NBX::ObjectLoader::readFile(path("c.zgt"), name, true));
+    store("c.ztt", Bytes(300, 'x'));
+    EXPECT_FALSE(NBX::ObjectLoader::readFile(path("c.ztt"), name, true));
     EXPECT_EQ(1U, reports.size()) << reports;
     for (const SO<NBX::ObjectReader> & reader : NBX::ObjectLoader::readers()) {
         if (reader->objectFormatName() != "ZMT streaming terrain") continue;

@@ -87,10 +87,10 @@ private:
 
 class GridTerrainCreationTest : public testing::Test {
 protected:
-    std::wstring path(const std::string & name = "a.zgt") const {
+    std::wstring path(const std::string & name = "a.ztt") const {
         return NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/" + name);
     }
-    std::vector<std::uint8_t> bytes(const std::string & name = "a.zgt") const {
+    std::vector<std::uint8_t> bytes(const std::string & name = "a.ztt") const {
         return NBX::File::contents(NBX::StringUtils::WString2Utf8String(path(name)));
     }
     std::vector<std::uint8_t> write(const SO<FunctionBand> & band, unsigned level = 2) {

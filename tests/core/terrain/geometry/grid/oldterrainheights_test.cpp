@@ -252,7 +252,7 @@ TEST_F(OldTerrainHeightsTest, RastersOutsideAreRefused) {
     GridTerrainCreation creation;
     creation.oldTerrain = oldTerrain;
     const std::wstring path =
-        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.zgt");
+        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.ztt");
     std::wstring problem;
     const SO<FunctionBand> beside(new FunctionBand({9, 9, 1330.0, 2000.0, 10.0, 10.0}, FunctionBand::hills));
     EXPECT_FALSE(creation.run(path, beside, &problem));
@@ -282,7 +282,7 @@ TEST_F(OldTerrainHeightsTest, AnOldTerrainThatCannotBeReadEndsIt) {
     GridTerrainCreation creation;
     creation.oldTerrain = memoryTerrain(damaged);
     const std::wstring path =
-        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.zgt");
+        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.ztt");
     std::wstring problem;
     const SO<FunctionBand> band(new FunctionBand({9, 9, 1080.0, 2080.0, 10.0, 10.0}, FunctionBand::hills));
     EXPECT_FALSE(creation.run(path, band, &problem));
@@ -294,7 +294,7 @@ TEST_F(OldTerrainHeightsTest, TooManyHalvingsAreTooMuch) {
     GridTerrainCreation creation;
     creation.oldTerrain = oldTerrain;
     const std::wstring path =
-        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.zgt");
+        NBX::StringUtils::Utf8String2WString(std::string(std::getenv("TMPDIR")) + "/a.ztt");
     const SO<FunctionBand> band(new FunctionBand({9, 9, 1080.0, 2080.0, 1e-8, 1e-8}, FunctionBand::hills));
     EXPECT_FALSE(creation.run(path, band));
     EXPECT_EQ(1U, reports.count(2, L"false", L"The terrain extent is too large."));

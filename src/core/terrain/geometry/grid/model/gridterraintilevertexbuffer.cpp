@@ -99,6 +99,17 @@ struct Extent {
     }
 };
 
+/// The box of a row of a border from one end to the other, as high as its defined heights.
+NBX::Bounds boxOf(const Vertex & first, const Vertex & last, const std::uint16_t * values, unsigned count) {
+    std::uint16_t lowestLess1 = 65535, highest = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        lowestLess1 = std::min(lowestLess1, static_cast<std::uint16_t>(values[i] - 1));
+        highest = std::max(highest, values[i]);
+    }
+    if (highest == 0) return {};
+    return NBX::Bounds(Point(first.x, first.y, lowestLess1 + 1.0), Point(last.x, last.y, highest));
+}
+
 #if defined(__SSE2__)
 /// Writes the vertices of a row of the grid, four at once as far as that goes, and tells how many: four
 /// records are four vectors turned over. It takes a third of the time of single stores, which are most of
@@ -194,12 +205,14 @@ void GridTerrainTileVertexBuffer::build() {
     for (unsigned border = 0; border < s_borders; ++border)
         for (unsigned k = 0; k < data.borderLODs(); ++k) {
             const double rowStep = 1U << k;
+            const unsigned rowLength = data.borderLODValues(k);
             const bool isAlongY = border % 2 == 0;
-            writer.run(values, data.borderLODValues(k), x + (border == 2 ? last : 0.0),
-                       y + (border == 3 ? last : 0.0), isAlongY ? 0.0 : rowStep, isAlongY ? rowStep : 0.0,
-                       s_borderColor);
-            if (k > 0) borderBoxes_[border] += boxOf(writer.next - data.borderLODValues(k), writer.next);
-            values += data.borderLODValues(k);
+            writer.run(values, rowLength, x + (border == 2 ? last : 0.0), y + (border == 3 ? last : 0.0),
+                       isAlongY ? 0.0 : rowStep, isAlongY ? rowStep : 0.0, s_borderColor);
+            if (k > 0)
+                borderBoxes_[border] +=
+                    boxOf(*(writer.next - rowLength), *(writer.next - 1), values, rowLength);
+            values += rowLength;
         }
 
     hasUndefValues_ = extent.hasUndefined;

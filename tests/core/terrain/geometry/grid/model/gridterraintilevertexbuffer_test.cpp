@@ -102,6 +102,28 @@ TEST(GridTerrainTileVertexBuffer, BoxAndExtremesAreThoseOfDefinedGridVertices) {
     EXPECT_TRUE(buffer->hasUndefValues());
 }
 
+/// The tile's own edge is in its box; coarser tiles may see other heights there.
+TEST(GridTerrainTileVertexBuffer, BorderBoxesHoldTheHeightsOfCoarserTiles) {
+    const auto sample = [](unsigned depth, unsigned x, unsigned y) {
+        return std::uint16_t(depth == 0 ? 100 : x == 0 && y == 4 ? 0 : 10 + depth * 500 + x * 10 + y);
+    };
+    const SO<GridTerrainTileVertexBuffer> buffer(new GridTerrainTileVertexBuffer(
+        SO<GridTerrainTileData>(new MemoryGridTileData(gridOf(3, sample), {0, 0, 0}))));
+    const auto expect = [&](unsigned border, const Point & low, const Point & high) {
+        EXPECT_EQ(NBX::Bounds(low, high), buffer->borderBox(border)) << border;
+    };
+    expect(0, {0, 0, 510}, {0, 8, 1018});
+    expect(1, {0, 0, 510}, {8, 0, 1090});
+    expect(2, {8, 0, 590}, {8, 8, 1098});
+    expect(3, {0, 8, 518}, {8, 8, 1098});
+    const SO<GridTerrainTileVertexBuffer> rootless(new GridTerrainTileVertexBuffer(
+        SO<GridTerrainTileData>(new MemoryGridTileData(gridOf(3, sample), {2, 0, 0}))));
+    EXPECT_FALSE(rootless->borderBox(0).isDefined()) << "nothing is coarser";
+    const SO<GridTerrainTileVertexBuffer> single(new GridTerrainTileVertexBuffer(
+        SO<GridTerrainTileData>(new MemoryGridTileData(gridOf(1, sample), {0, 0, 0}))));
+    EXPECT_FALSE(single->borderBox(0).isDefined()) << "there is but the row of its own edge";
+}
+
 TEST(GridTerrainTileVertexBuffer, FirstOfAlikeExtremesCounts) {
     const auto sample = [](unsigned, unsigned x, unsigned y) {
         return static_cast<std::uint16_t>(5 + (x + y) % 2);
@@ -133,6 +155,22 @@ TEST(GridTerrainTileVertexBuffer, UndefinedTileHasNoBox) {
             gridOf(2, [](unsigned, unsigned, unsigned) -> std::uint16_t { return 0; }), {0, 0, 0}))));
     EXPECT_FALSE(buffer->bbox().isDefined());
     EXPECT_TRUE(buffer->hasUndefValues());
+}
+
+TEST(GridTerrainTileVertexBuffer, BoxOfABorderIsThatOfTheCoarserHeightsAlongIt) {
+    // Heights 10 times the depth plus the row; at depth 2 none along the low y border.
+    MemoryGrid grid = gridOf(3, [](unsigned depth, unsigned, unsigned y) {
+        return static_cast<std::uint16_t>(depth == 2 && y == 0 ? 0 : 100 + 10 * depth + y);
+    });
+    const SO<GridTerrainTileVertexBuffer> buffer(
+        new GridTerrainTileVertexBuffer(SO<GridTerrainTileData>(new MemoryGridTileData(grid, {0, 0, 0}))));
+    EXPECT_EQ(NBX::Bounds(Point(0, 0, 110), Point(0, 8, 128)), buffer->borderBox(0));
+    EXPECT_EQ(NBX::Bounds(Point(0, 0, 110), Point(8, 0, 110)), buffer->borderBox(1));
+    EXPECT_EQ(NBX::Bounds(Point(8, 0, 110), Point(8, 8, 128)), buffer->borderBox(2));
+    EXPECT_EQ(NBX::Bounds(Point(0, 8, 118), Point(8, 8, 128)), buffer->borderBox(3));
+    const SO<GridTerrainTileVertexBuffer> root(
+        new GridTerrainTileVertexBuffer(SO<GridTerrainTileData>(new MemoryGridTileData(grid, {2, 0, 0}))));
+    EXPECT_FALSE(root->borderBox(3).isDefined()) << "nothing is coarser";
 }
 
 TEST(GridTerrainTileVertexBuffer, ManagerHoldsItWithItsBytes) {

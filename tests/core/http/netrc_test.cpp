@@ -1,4 +1,4 @@
-#include "core/misc/netrc.h"
+#include "core/http/netrc.h"
 
 #include <cstdlib>
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "core/misc/httprangereply.h"
+#include "core/http/httprangereply.h"
 
 #include <random>
 

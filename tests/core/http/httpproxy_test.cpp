@@ -1,4 +1,4 @@
-#include "core/misc/httpproxy.h"
+#include "core/http/httpproxy.h"
 
 #include <map>
 

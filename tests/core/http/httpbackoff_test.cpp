@@ -1,8 +1,8 @@
-#include "core/misc/httpbackoff.h"
+#include "core/http/httpbackoff.h"
 
 #include <gtest/gtest.h>
 
-#include "core/misc/httptimes.h"
+#include "core/http/httptimes.h"
 
 using ZMT::CORE::IMPL::HttpBackoff;
 
