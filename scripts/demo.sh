@@ -75,7 +75,7 @@ for _ in $(seq 50); do
 done
 render everest_streamed --terrain "http://127.0.0.1:$port/everest.ztt" --image "http://127.0.0.1:$port/everest.zts"
 render everest_streamed_closeup --terrain "http://127.0.0.1:$port/everest.ztt" \
-    --image "http://127.0.0.1:$port/everest.zts" --view closeup
+    --image "http://127.0.0.1:$port/everest.zts" --view 481000,3083000,9000,487000,3092500,5500
 
 # The window, on a screen in memory.
 echo "demo: out/window.png"

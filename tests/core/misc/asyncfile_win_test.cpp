@@ -64,7 +64,7 @@ std::wstring textOf(int error) {
 class AsyncFileWinTest : public testing::TestWithParam<ReadEngine::Kind> {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(ReadEngine::use(GetParam())) << "this system has no such reads";
+        if (!ReadEngine::use(GetParam())) GTEST_SKIP() << "this system forbids the kernel's ring";
         EXPECT_EQ(FileRead::countOwed(), 0U);
     }
     void TearDown() override {
@@ -266,6 +266,7 @@ class AsyncFileWinQueueTest : public AsyncFileWinTest {
 protected:
     void SetUp() override {
         AsyncFileWinTest::SetUp();
+        if (IsSkipped()) return;
         file_ = openedWith(noise(100000));
         calls_.hold();
         for (unsigned i = 0; i < 8; ++i)
