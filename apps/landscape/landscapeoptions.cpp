@@ -68,11 +68,8 @@ void checkLandscape(const LandscapeOptions & options) {
 }
 
 std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
-    std::vector<NamedFile> files;
-    // What lies on a web server is no file that could be lost.
-    if (!isUrl(options.terrain)) files.push_back({"--terrain", options.terrain});
+    std::vector<NamedFile> files = {{"--terrain", options.terrain}};
     for (const std::string & path : options.images) {
-        if (isUrl(path)) continue;
         files.push_back({"--image", path});
         files.push_back({"the .prj beside --image", ZMT::RASTER::ProjectionFile::pathFor(path)});
     }

@@ -1,7 +1,9 @@
 #include "outputfiles.h"
 
 #include "errors.h"
+#include "streamedfiles.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include <sys/stat.h>
@@ -38,6 +40,13 @@ void refuseSame(const NamedFile & output, const NamedFile & other) {
                      " are the same file, which would be overwritten: " + names);
 }
 
+/// What lies on a web server is no file that could be lost, and to look for its parts would fetch it.
+std::vector<NamedFile> withoutUrls(std::vector<NamedFile> files) {
+    const auto isRemote = [](const NamedFile & file) { return isUrl(file.path); };
+    files.erase(std::remove_if(files.begin(), files.end(), isRemote), files.end());
+    return files;
+}
+
 /// What is read for the inputs besides the files that are named.
 std::vector<NamedFile> partsOf(const std::vector<NamedFile> & inputs) {
     std::vector<NamedFile> parts;
@@ -49,7 +58,8 @@ std::vector<NamedFile> partsOf(const std::vector<NamedFile> & inputs) {
 
 } // namespace
 
-void checkOutputs(const std::vector<NamedFile> & inputs, const std::vector<NamedFile> & outputs) {
+void checkOutputs(const std::vector<NamedFile> & named, const std::vector<NamedFile> & outputs) {
+    const std::vector<NamedFile> inputs = withoutUrls(named);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         for (const NamedFile & input : inputs)
             refuseSame(outputs[i], input);

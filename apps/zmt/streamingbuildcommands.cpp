@@ -52,6 +52,20 @@ Value oneOf(const char * option, const std::string & text,
     throw UsageError(std::string(option) + " must be one of " + names + ": " + text);
 }
 
+void addThreadsOption(CLI::App & command, unsigned & threads) {
+    command.add_option("--threads", threads,
+                       "Threads that work on it, without it one for each core; the file is the same for any "
+                       "number");
+}
+
+/// The file behind all that are read. Throws `UsageError` with `usage` where nothing is to be read.
+std::string takeLast(std::vector<std::string> & files, const char * usage) {
+    if (files.size() < 2) throw UsageError(usage);
+    const std::string last = files.back();
+    files.pop_back();
+    return last;
+}
+
 void checkThreads(unsigned threads) {
     if (threads > s_mostThreads)
         throw UsageError("--threads must be from 1 to " + std::to_string(s_mostThreads) + ": " +
@@ -178,14 +192,10 @@ void addTerrainCommand(CLI::App & app) {
     addParsedOption(*command, "--light", options->light, parseSunlight,
                     "AZIMUTH,ELEVATION[,AMBIENT] of the static light: degrees clockwise from north, degrees "
                     "above the horizon, and the share of light from everywhere");
-    command->add_option("--threads", options->threads,
-                        "Threads that compute, without it one for each core; the file is the same for any "
-                        "number");
+    addThreadsOption(*command, options->threads);
     addOutputNote(*command);
     command->callback([options] {
-        if (options->rasters.size() < 2) throw UsageError("FILES must be RASTER... OUT: at least two");
-        options->out = options->rasters.back();
-        options->rasters.pop_back();
+        options->out = takeLast(options->rasters, "FILES must be RASTER... OUT: at least two");
         buildTerrain(*options);
     });
 }
@@ -249,14 +259,10 @@ void addTextureCommand(CLI::App & app) {
                     "Pixels: auto, rgba, grey, dxt1 or dxt5")
         ->default_str("auto");
     addParsedOption(*command, "--key", options->key, parseKey, "Scrambles the file; who reads it needs it");
-    command->add_option("--threads", options->writing.threads,
-                        "Threads that compress, without it one for each core; the file is the same for any "
-                        "number");
+    addThreadsOption(*command, options->writing.threads);
     addOutputNote(*command);
     command->callback([options] {
-        if (options->images.size() < 2) throw UsageError("FILES must be IMAGE OUT");
-        options->out = options->images.back();
-        options->images.pop_back();
+        options->out = takeLast(options->images, "FILES must be IMAGE OUT");
         buildTexture(*options);
     });
 }

@@ -84,7 +84,7 @@ void checkOptions(const ViewerOptions & options) {
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
     for (const std::string & path : options.files)
-        if (!isUrl(path)) inputs.push_back({"FILE", path});
+        inputs.push_back({"FILE", path});
     checkOutputs(inputs, {{"--screenshot", options.screenshot}});
     checkPictureName("--screenshot", options.screenshot);
 }

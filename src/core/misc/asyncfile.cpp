@@ -34,6 +34,22 @@ AsyncFile::Requests AsyncFile::requests(RequestState state) const {
     return result;
 }
 
+NBX::SO<NBX::DataResource> AsyncFile::readNow(std::uint64_t offset, std::uint64_t size,
+                                              std::wstring * problem) {
+    const auto fail = [problem](const std::wstring & text) -> NBX::SO<NBX::DataResource> {
+        if (problem) *problem = text;
+        return nullptr;
+    };
+    const NBX::SO<Request> request = this->request(offset, size, topPriority);
+    if (!request) return fail(L"the file is not open");
+    const bool isReady = request->wait();
+    const NBX::SO<NBX::DataResource> data = isReady ? request->data() : nullptr;
+    const std::wstring reason = request->errorText();
+    request->cancel();
+    if (!isReady) return fail(reason);
+    return !data || data->size() == size ? data : fail(L"the read came back short");
+}
+
 bool AsyncFile::remove(const Requests & requests) {
     bool isAnyRemoved = false;
     for (const NBX::SO<Request> & request : requests)

@@ -354,6 +354,13 @@ TEST_F(StreamingFromServer, ThePictureIsThatOfTheFiles) {
     EXPECT_NE(zmt({"info", url("/t.ztt")}).output.find("UTM zone 45N"), std::string::npos);
 }
 
+TEST_F(StreamingFromServer, ATextureIsBuiltForATerrainThatLiesThere) {
+    const std::string texture = built("texture", {s_everestImage, "--terrain", url("/t.ztt")}, "remote.zts");
+    EXPECT_TRUE(readWhole(texture) == readWhole(folder.out("t.zts")));
+    for (const auto & request : server.received())
+        EXPECT_EQ(request.fields.count("range"), 1U) << request.path;
+}
+
 TEST_F(StreamingFromServer, WhatTheServerSaysIsTold) {
     HttpAnswer missing;
     missing.status = 404;

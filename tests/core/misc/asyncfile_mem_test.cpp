@@ -18,6 +18,23 @@ protected:
     SO<AsyncFile_Mem> file_{new AsyncFile_Mem(bytes_)};
 };
 
+TEST_F(AsyncFileMemTest, ARangeIsReadAtOnceOrItIsSaidWhyNot) {
+    std::wstring problem;
+    const SO<NBX::DataResource> range = file_->readNow(2, 5, &problem);
+    ASSERT_TRUE(range);
+    EXPECT_EQ(range->pointer(), bytes_->pointer(2));
+    EXPECT_EQ(range->size(), 5U);
+    EXPECT_TRUE(file_->requests().empty());
+    EXPECT_EQ(problem, L"");
+    EXPECT_FALSE(file_->readNow(7, 4, &problem));
+    EXPECT_EQ(problem, L"the read came back short");
+    EXPECT_TRUE(file_->requests().empty());
+    const SO<AsyncFile_Mem> closed(new AsyncFile_Mem(nullptr));
+    EXPECT_FALSE(closed->readNow(0, 1, &problem));
+    EXPECT_EQ(problem, L"the file is not open");
+    EXPECT_FALSE(closed->readNow(0, 1));
+}
+
 TEST_F(AsyncFileMemTest, ARequestIsReadyAtOnceAndSharesTheBytes) {
     EXPECT_TRUE(file_->isOpen());
     EXPECT_EQ(file_->size(), 10U);

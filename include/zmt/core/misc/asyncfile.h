@@ -57,6 +57,11 @@ public:
     virtual bool remove(const NBX::SO<Request> & request) = 0;
     virtual bool isOpen() const = 0;
 
+    /// The bytes of a range, at once: asks with `topPriority`, waits, and forgets the request. Null when
+    /// they cannot be read or are not all there; `problem`, where given, then says why.
+    NBX::SO<NBX::DataResource> readNow(std::uint64_t offset, std::uint64_t size,
+                                       std::wstring * problem = nullptr);
+
     /// Opens what lies at a path or at a URL of a web server. What cannot be opened gives null, reported at
     /// level 2 under "false" with its text and the path; `problem`, where given, gets the text: that of the
     /// server, when it was a URL. A file on a disk is removed with the last reference if `deleteWhenClosed`.

@@ -1,13 +1,10 @@
 #include "emptytexture.h"
 
-#include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 
 namespace ZMT::CORE {
 
-namespace {
-
-NBX::SO<NBX::TextureGL> makeTexture() {
+NBX::SO<NBX::ImageTexture2DGL> EmptyTexture::newTexture() {
     const NBX::SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 1, NBX::LS_RGBA, NBX::Image::UInt8));
     const NBX::Color transparent(1.0F, 1.0F, 1.0F, 0.0F);
     image->setColor(0, 0, transparent);
@@ -18,11 +15,9 @@ NBX::SO<NBX::TextureGL> makeTexture() {
     return texture;
 }
 
-} // namespace
-
 const NBX::SO<NBX::TextureGL> & EmptyTexture::texture() {
     // Never destroyed: a worker may still ask for it while the process ends.
-    static const NBX::SO<NBX::TextureGL> & instance = *new NBX::SO<NBX::TextureGL>(makeTexture());
+    static const NBX::SO<NBX::TextureGL> & instance = *new NBX::SO<NBX::TextureGL>(newTexture());
     return instance;
 }
 

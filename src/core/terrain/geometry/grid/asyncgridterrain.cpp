@@ -58,29 +58,12 @@ bool isUrl(const std::wstring & name) {
     return name.find(L"://") != std::wstring::npos;
 }
 
-/// The bytes of a range; null, with the reason, where they cannot be read.
-NBX::SO<NBX::DataResource> readRange(AsyncFile & file, std::uint64_t offset, std::uint64_t size,
-                                     std::wstring & problem) {
-    const NBX::SO<AsyncFile::Request> request = file.request(offset, size, AsyncFile::topPriority);
-    if (!request) {
-        problem = L"the file is not open";
-        return nullptr;
-    }
-    const bool isReady = request->wait();
-    const NBX::SO<NBX::DataResource> data = isReady ? request->data() : nullptr;
-    if (!isReady) problem = request->errorText();
-    request->cancel();
-    if (!data || data->size() == size) return data;
-    problem = L"the read came back short";
-    return nullptr;
-}
-
 /// Gives the bytes of the whole file to `sink`, piece by piece.
 template <class Sink> void copyAll(AsyncFile & file, Sink && sink) {
     for (std::uint64_t done = 0; done < file.size();) {
         std::wstring problem;
         const std::uint64_t size = std::min(s_copiedAtOnce, file.size() - done);
-        const NBX::SO<NBX::DataResource> piece = readRange(file, done, size, problem);
+        const NBX::SO<NBX::DataResource> piece = file.readNow(done, size, &problem);
         if (!piece) throw NBX::IOError(L"terrain could not be read: " + problem, file.url());
         sink(*piece);
         done += size;
@@ -90,7 +73,7 @@ template <class Sink> void copyAll(AsyncFile & file, Sink && sink) {
 bool readHeader(AsyncFile & file, FileHeader & header, std::wstring & problem) {
     problem = L"is no streaming terrain, or was cut off; get it anew";
     if (!file.isOpen() || file.size() < sizeof header) return false;
-    const NBX::SO<NBX::DataResource> bytes = readRange(file, 0, sizeof header, problem);
+    const NBX::SO<NBX::DataResource> bytes = file.readNow(0, sizeof header, &problem);
     if (!bytes) return false;
     std::memcpy(static_cast<void *>(&header), bytes->pointer(), sizeof header);
     return header.isSound(file.size());
@@ -103,9 +86,8 @@ std::string fetchedProjection(const std::wstring & url) {
     std::vector<NBX::ErrorReport> unheard;
     const NBX::HeldReports held(unheard);
     const NBX::SO<AsyncFile> file = AsyncFile::create(wide(name) + url.substr(end));
-    std::wstring problem;
     if (!file || file->size() > s_largestProjection) return {};
-    const NBX::SO<NBX::DataResource> bytes = readRange(*file, 0, file->size(), problem);
+    const NBX::SO<NBX::DataResource> bytes = file->readNow(0, file->size());
     return bytes ? std::string(static_cast<const char *>(bytes->pointer()), bytes->size()) : std::string();
 }
 

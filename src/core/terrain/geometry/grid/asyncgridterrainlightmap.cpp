@@ -17,15 +17,6 @@ namespace {
 using NBX::DataResource;
 using NBX::SO;
 
-/// A range of the file; null where it cannot be read.
-SO<DataResource> read(AsyncFile & file, std::uint64_t offset, std::uint64_t size) {
-    const SO<AsyncFile::Request> request = file.request(offset, size, AsyncFile::topPriority);
-    if (!request) return nullptr;
-    const SO<DataResource> data = request->wait() ? request->data() : nullptr;
-    request->cancel();
-    return data && data->size() == size ? data : nullptr;
-}
-
 template <class Record> bool take(const SO<DataResource> & data, Record & record) {
     if (!data || data->size() < sizeof record) return false;
     std::memcpy(&record, data->pointer(), sizeof record);
@@ -39,9 +30,9 @@ AsyncGridTerrain::LightMap AsyncGridTerrain::lightMapKind() const {
     const std::uint64_t offset = lightMapOffset();
     if (!file || file->size() < offset + StreamingTextureFormat::headerSize) return LM_None;
     StreamingTextureFormat::StreamHeader stream;
-    if (!take(read(*file, offset, sizeof stream), stream) || !stream.isSound(file->size() - offset))
+    if (!take(file->readNow(offset, sizeof stream), stream) || !stream.isSound(file->size() - offset))
         return LM_None;
-    const SO<DataResource> stored = read(*file, offset + stream.root.offset, stream.root.storedSize);
+    const SO<DataResource> stored = file->readNow(offset + stream.root.offset, stream.root.storedSize);
     StreamingTextureFormat::TileHeader root;
     if (!stored || !take(TileBlock::inflated(stream.root, stored), root) ||
         !root.isSound(stream.root, stream.dataSize))

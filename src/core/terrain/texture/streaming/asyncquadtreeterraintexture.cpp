@@ -42,13 +42,7 @@ bool isTileSize(unsigned size) {
 /// Null where it cannot be had whole.
 NBX::SO<NBX::DataResource> readHeader(AsyncFile & file, std::uint64_t offset) {
     if (offset > file.size() || file.size() - offset < headerSize) return nullptr;
-    const NBX::SO<AsyncFile::Request> request = file.request(offset, headerSize, AsyncFile::topPriority);
-    if (!request) return nullptr;
-    request->wait();
-    const NBX::SO<NBX::DataResource> data = request->data();
-    const bool isReady = request->state() == AsyncFile::RS_Ready && data && data->size() == headerSize;
-    request->cancel();
-    return isReady ? data : nullptr;
+    return file.readNow(offset, headerSize);
 }
 
 using Callback = NBX::FunctionCallback1<const TerrainPainterFrameManager::Info &>;
