@@ -226,6 +226,42 @@ TEST_F(WatertightTest, NoHoleShowsAtTheEdgeOfAPicture) {
     EXPECT_LT(finest, -2);
 }
 
+/// Heights of three levels, 80, 50 and 20, meet amid the terrain: on the vertical line there what closes one
+/// border ends amid the edge of what closes another one.
+TEST_F(WatertightTest, NoHoleShowsWhereThreeLevelsMeet) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    MemoryGrid grid;
+    grid.level = 3;
+    grid.depth = 2;
+    grid.sample = [](unsigned depth, unsigned, unsigned) { return std::uint16_t(80 - 30 * depth); };
+    grid.kind = [](const MemoryGrid::Key & key) {
+        const bool isCoarse = key.depth == 1 && key.x == 0 && key.y == 0;
+        const bool isMiddle = key.depth == 0 && key.x == 16 && key.y == 8;
+        return isCoarse || isMiddle ? 1U : 2U;
+    };
+    cells = grid.cells();
+    terrain = new MemoryGridTerrain(grid);
+    terrain->loadAll();
+    TerrainPainterGLSettings::setGeometryError(0.0);
+    effect->smallest = 2.0 * cells;
+    const double middle = cells / 2.0;
+    for (unsigned view = 0; view < 400; ++view) {
+        const double azimuth = number(1.0, 1.5) * M_PI, distance = number(5.0, 14.0);
+        const Point target(middle, number(25.0, 75.0), middle);
+        const Point eye(middle + distance * std::sin(azimuth), number(91.0, 110.0),
+                        middle + distance * std::cos(azimuth));
+        camera = new NBX::Camera(new NBX::LookAt(eye, target), new NBX::Perspective(60.0, 1.0, 4000.0));
+        findCovered();
+        show();
+        canvas->redisplay();
+        const unsigned holes = countHoles();
+        if (holes > 0) keepPicture("meeting" + std::to_string(view));
+        ASSERT_EQ(holes, 0U) << "view " << view;
+        pixels += covered.size();
+    }
+    EXPECT_GT(pixels, 100000U);
+}
+
 /// A fine tile beside a coarse one, which lies far higher: between them there is nothing but what closes the
 /// border. Both lie out of view, below and above it.
 TEST_F(WatertightTest, BordersAreInViewThoughTheirTilesAreNot) {

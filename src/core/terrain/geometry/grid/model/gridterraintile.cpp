@@ -64,7 +64,7 @@ unsigned GridTerrainTile::renderGeometry(NBX::EngineGL * engine, bool colors) co
     unsigned triangles = indices->drawElements(indices->tileIndices());
     for (const NeighborIndex border : {NI_LowX, NI_LowY, NI_HighX, NI_HighY})
         if (const unsigned row = borderRow(border))
-            triangles += indices->drawElements(indices->borderLODIndices(border)[row]);
+            triangles += indices->drawBorder(border, row, 0, 1U << gridLevel());
     return triangles;
 }
 

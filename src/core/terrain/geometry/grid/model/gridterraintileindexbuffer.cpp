@@ -1,6 +1,11 @@
 // A border has a table of vertices for each level of difference, as coarse as the neighbour is. Row k and the
 // edge of the tile are joined by triangles: each cell of the edge goes to the nearest vertex of the row, and
 // halfway between two of them stands the triangle to both.
+//
+// Where tiles of several levels meet at a corner, what closes their borders ends on one vertical line, each
+// at another stretch of it. A vertex amid the edge of another triangle leaves gaps below a pixel, so that
+// each border also gets triangles without area along the line, from one level to the next: then it is divided
+// alike for all.
 
 #include <zmt/core/terrain/geometry/grid/model/gridterraintileindexbuffer.h>
 
@@ -34,6 +39,8 @@ GridTerrainTileIndexBuffer::GridTerrainTileIndexBuffer(unsigned level) {
     // A single cell has no tables.
     for (unsigned border = 0; level > 0 && border < s_borders; ++border)
         appendBorder(border);
+    for (unsigned border = 0; level > 0 && border < s_borders; ++border)
+        appendCorners(border);
 }
 
 GridTerrainTileIndexBuffer::~GridTerrainTileIndexBuffer() = default;
@@ -50,14 +57,25 @@ void GridTerrainTileIndexBuffer::appendCells(unsigned x, unsigned y, unsigned si
         indices_.push_back(static_cast<std::uint16_t>(corner));
 }
 
+unsigned GridTerrainTileIndexBuffer::edgeVertex(unsigned border, unsigned i) const {
+    const unsigned samples = cells_ + 1;
+    const unsigned corner = border == 2 ? cells_ : border == 3 ? cells_ * samples : 0;
+    return corner + i * (border % 2 == 0 ? samples : 1);
+}
+
+unsigned GridTerrainTileIndexBuffer::firstRowVertex(unsigned border) const {
+    // 2^(L-k) + 1 vertices in each of the L rows.
+    const unsigned tableSize = 2 * cells_ + static_cast<unsigned>(std::countr_zero(cells_)) - 2;
+    return (cells_ + 1) * (cells_ + 1) + border * tableSize;
+}
+
 // All triangles of an entry, and those of the tile, are one surface that turns the same way: an edge that two
 // of them share has opposite directions in both. For that, those along y = 0 and along the high x side are
 // turned, and so is each triangle that stands on the row instead of on the edge.
 void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
     const unsigned samples = cells_ + 1;
-    const bool isAlongY = border % 2 == 0, isTurned = border == 1 || border == 2;
-    const unsigned corner = border == 2 ? cells_ : border == 3 ? cells_ * samples : 0;
-    const auto edge = [&](unsigned i) { return corner + i * (isAlongY ? samples : 1); };
+    const bool isTurned = border == 1 || border == 2;
+    const auto edge = [&](unsigned i) { return edgeVertex(border, i); };
     const auto append = [&](unsigned a, unsigned b, unsigned c) {
         for (const unsigned index : {isTurned ? b : a, isTurned ? a : b, c})
             indices_.push_back(static_cast<std::uint16_t>(index));
@@ -68,9 +86,7 @@ void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
             {mode, static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(indices_.size() - start)});
     };
 
-    // 2^(L-k) + 1 vertices in each of the L rows.
-    const unsigned tableSize = 2 * cells_ + static_cast<unsigned>(std::countr_zero(cells_)) - 2;
-    unsigned row = samples * samples + border * tableSize;
+    unsigned row = firstRowVertex(border);
     std::size_t start = indices_.size();
     for (unsigned i = 0; i < samples; ++i)
         for (const unsigned index : {edge(i), row + i})
@@ -93,6 +109,25 @@ void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
     }
 }
 
+// Each entry has as many for each vertex of its row: from the edge to rows 1 and 2, 2 and 3, on to the
+// entry's.
+void GridTerrainTileIndexBuffer::appendCorners(unsigned border) {
+    const auto rows = static_cast<unsigned>(borderIndices_[border].size());
+    for (unsigned k = 0; k < rows; ++k) {
+        cornerIndices_[border].push_back(static_cast<std::uint32_t>(indices_.size()));
+        for (unsigned cell = 0; cell <= cells_; cell += 1U << k) {
+            unsigned row = firstRowVertex(border) + cells_ + 1;
+            for (unsigned coarser = 1; coarser < k; ++coarser) {
+                const unsigned next = row + (cells_ >> coarser) + 1;
+                for (const unsigned index :
+                     {edgeVertex(border, cell), row + (cell >> coarser), next + (cell >> (coarser + 1))})
+                    indices_.push_back(static_cast<std::uint16_t>(index));
+                row = next;
+            }
+        }
+    }
+}
+
 IndexRange GridTerrainTileIndexBuffer::borderStretch(unsigned border, unsigned k, unsigned first,
                                                      unsigned cells) const {
     const bool isInside = border < s_borders && k > 0 && k < borderIndices_[border].size() &&
@@ -103,6 +138,14 @@ IndexRange GridTerrainTileIndexBuffer::borderStretch(unsigned border, unsigned k
     const std::uint32_t begin = trianglesBefore(first, 1U << k),
                         end = trianglesBefore(first + cells, 1U << k);
     return {entry.mode, entry.start + begin * 3, (end - begin) * 3};
+}
+
+IndexRange GridTerrainTileIndexBuffer::borderCorner(unsigned border, unsigned k, unsigned cell) const {
+    const bool isInside = border < s_borders && k < cornerIndices_[border].size() && cell <= cells_;
+    NBX_CHECK(isInside, L"no such corner of a border");
+    if (!isInside || k < 2 || cell % (1U << k) != 0) return {};
+    const std::uint32_t count = (k - 1) * 3;
+    return {IndexRange::triangles, cornerIndices_[border][k] + (cell >> k) * count, count};
 }
 
 } // namespace ZMT::CORE::GRID

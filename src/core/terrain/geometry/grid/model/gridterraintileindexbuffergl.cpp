@@ -43,4 +43,11 @@ unsigned GridTerrainTileIndexBuffer::drawElements(const IndexRange & range) cons
     return range.count > 2 ? range.count - 2 : 0;
 }
 
+unsigned GridTerrainTileIndexBuffer::drawBorder(unsigned border, unsigned k, unsigned first,
+                                                unsigned cells) const {
+    drawElements(borderCorner(border, k, first));
+    drawElements(borderCorner(border, k, first + cells));
+    return drawElements(borderStretch(border, k, first, cells));
+}
+
 } // namespace ZMT::CORE::GRID

@@ -169,6 +169,9 @@ void SubGridTerrainTile::unloadChild(unsigned index) {
 // The heights and the buffer are the master's.
 void SubGridTerrainTile::unloadData() {}
 
+// Of the master's borders only what lies along this part: the whole range would draw fins beside other parts,
+// which have neighbours of their own. Inside of the master there is nothing to close, since what lies there
+// is as fine or finer.
 unsigned SubGridTerrainTile::renderGeometry(NBX::EngineGL * engine, bool colors) const {
     const NBX::SO<GridTerrainTile> master = checkedMaster();
     const auto vertices = master ? master->vertexBuffer() : nullptr;
@@ -177,20 +180,18 @@ unsigned SubGridTerrainTile::renderGeometry(NBX::EngineGL * engine, bool colors)
     vertices->bind(engine, colors);
     unsigned triangles = indices->drawElements(range_);
     for (const NeighborIndex border : {NI_LowX, NI_LowY, NI_HighX, NI_HighY})
-        if (const unsigned row = borderRow(border))
-            triangles += indices->drawElements(borderStretch(border, row));
+        if (const unsigned row = isAtBorder(border) ? borderRow(border) : 0) {
+            const bool isAlongY = border == NI_LowX || border == NI_HighX;
+            triangles += indices->drawBorder(border, row, isAlongY ? cells_.y : cells_.x, cells_.size);
+        }
     return triangles;
 }
 
-// Only what lies along this part: the whole range would draw fins beside other parts, which have neighbours
-// of their own. Inside of the master there is nothing to close, since what lies there is as fine or finer.
-IndexRange SubGridTerrainTile::borderStretch(NeighborIndex border, unsigned row) const {
-    const NBX::SO<GridTerrainTileIndexBuffer> indices = indexBuffer();
+bool SubGridTerrainTile::isAtBorder(NeighborIndex border) const {
     const unsigned last = (1U << gridLevel()) - cells_.size;
     const bool isAlongY = border == NI_LowX || border == NI_HighX;
     const bool isHigh = border == NI_HighX || border == NI_HighY;
-    if ((isAlongY ? cells_.x : cells_.y) != (isHigh ? last : 0)) return {};
-    return indices->borderStretch(border, row, isAlongY ? cells_.y : cells_.x, cells_.size);
+    return (isAlongY ? cells_.x : cells_.y) == (isHigh ? last : 0);
 }
 
 bool SubGridTerrainTile::hasUndefValues() const {

@@ -207,6 +207,49 @@ TEST(GridTerrainTileIndexBuffer, StretchesOfABorderAreTheEntryTogether) {
     }
 }
 
+// Together with the entry's side, from the edge down to the row, they end on the steps from level to level,
+// so that the sides of any levels that meet above a point are the same line.
+TEST(GridTerrainTileIndexBuffer, CornersDivideTheSideOfAnEntryAtEachLevel) {
+    for (unsigned level = 1; level <= GridTerrainTileIndexBuffer::maxLevel; ++level) {
+        const SO<GridTerrainTileIndexBuffer> buffer(new GridTerrainTileIndexBuffer(level));
+        const Numbers numbers{level};
+        for (unsigned border = 0; border < 4; ++border)
+            for (unsigned k = 1; k < level; ++k)
+                for (unsigned cell = 0; cell <= numbers.cells(); ++cell) {
+                    SCOPED_TRACE(testing::Message() << level << ", " << border << ", " << k << ", " << cell);
+                    const IndexRange range = buffer->borderCorner(border, k, cell);
+                    ASSERT_EQ(cell % (1U << k) == 0 ? (k - 1) * 3 : 0, range.count);
+                    if (range.count == 0) continue;
+                    const auto corner = trianglesOf(*buffer, range);
+                    // Each line as often as triangles have it, by twos away.
+                    std::set<std::set<unsigned>> open;
+                    const auto add = [&](unsigned a, unsigned b) {
+                        if (!open.insert({a, b}).second) open.erase({a, b});
+                    };
+                    for (const Triangle & t : corner)
+                        add(t[0], t[1]), add(t[1], t[2]), add(t[2], t[0]);
+                    const auto vertex = [&](unsigned row) {
+                        return row == 0 ? numbers.edge(border, cell)
+                                        : numbers.row(border, row) + (cell >> row);
+                    };
+                    add(vertex(0), vertex(k));
+                    std::set<std::set<unsigned>> steps;
+                    for (unsigned row = 0; row < k; ++row)
+                        steps.insert({vertex(row), vertex(row + 1)});
+                    EXPECT_EQ(steps, open);
+                }
+    }
+}
+
+TEST(GridTerrainTileIndexBuffer, CornerBeyondTheBorderIsReported) {
+    RecordedReports reports;
+    const SO<GridTerrainTileIndexBuffer> buffer(new GridTerrainTileIndexBuffer(3));
+    for (const std::array<unsigned, 3> & wrong :
+         std::vector<std::array<unsigned, 3>>{{4, 2, 0}, {0, 3, 0}, {0, 2, 9}, {0, 2, ~0U}})
+        EXPECT_EQ(0U, buffer->borderCorner(wrong[0], wrong[1], wrong[2]).count);
+    EXPECT_EQ(4U, reports.size());
+}
+
 TEST(GridTerrainTileIndexBuffer, StretchBeyondTheBorderIsReported) {
     RecordedReports reports;
     const SO<GridTerrainTileIndexBuffer> buffer(new GridTerrainTileIndexBuffer(3));

@@ -45,6 +45,13 @@ public:
     /// The part of entry `k`, from 1 on, that lies along `cells` cells of the border from cell `first` on.
     /// The parts of neighbouring stretches together are the entry.
     IndexRange borderStretch(unsigned border, unsigned k, unsigned first, unsigned cells) const;
+    /// Triangles without area that stand above cell `cell` of the border and join its edge to rows 1 to `k`
+    /// there: with them the vertical line has a vertex at each level. None where row `k` has no vertex, and
+    /// for `k` below 2.
+    IndexRange borderCorner(unsigned border, unsigned k, unsigned cell) const;
+    /// Closes a stretch of a border towards a neighbour that is `k` levels coarser, corners included; the
+    /// number of triangles of the stretch.
+    unsigned drawBorder(unsigned border, unsigned k, unsigned first, unsigned cells) const;
     /// Draws with the bound buffers; the number of triangles.
     unsigned drawElements(const IndexRange & range) const;
 
@@ -54,11 +61,15 @@ public:
 private:
     void appendCells(unsigned x, unsigned y, unsigned size);
     void appendBorder(unsigned border);
+    void appendCorners(unsigned border);
+    unsigned edgeVertex(unsigned border, unsigned i) const;
+    unsigned firstRowVertex(unsigned border) const;
 
     unsigned cells_ = 0; ///< along a side
     std::vector<std::uint16_t> indices_;
     IndexRange tileIndices_;
     std::array<std::vector<IndexRange>, 4> borderIndices_;
+    std::array<std::vector<std::uint32_t>, 4> cornerIndices_; ///< where those of each entry begin
     mutable NBX::SO<NBX::BufferObjectGL> buffer_;
 };
 

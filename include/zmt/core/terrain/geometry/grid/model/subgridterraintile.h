@@ -46,7 +46,8 @@ private:
 
     /// Reported when it is gone.
     NBX::SO<GridTerrainTile> checkedMaster() const;
-    IndexRange borderStretch(NeighborIndex border, unsigned row) const;
+    /// Whether this part lies along a border of the master.
+    bool isAtBorder(NeighborIndex border) const;
 
     NBX::WO<GridTerrainTile> master_;
     NBX::WO<GridTerrainTile> parent_;
