@@ -69,15 +69,13 @@ unsigned GridTerrainTileIndexBuffer::firstRowVertex(unsigned border) const {
     return (cells_ + 1) * (cells_ + 1) + border * tableSize;
 }
 
-// All triangles of an entry, and those of the tile, are one surface that turns the same way: an edge that two
-// of them share has opposite directions in both. For that, those along y = 0 and along the high x side are
-// turned, and so is each triangle that stands on the row instead of on the edge.
+// Faces are drawn from both sides, so that it does not matter which way the triangles of an entry turn.
 void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
     const unsigned samples = cells_ + 1;
-    const bool isTurned = border == 1 || border == 2;
+    const bool isAlongX = border % 2 == 1;
     const auto edge = [&](unsigned i) { return edgeVertex(border, i); };
     const auto append = [&](unsigned a, unsigned b, unsigned c) {
-        for (const unsigned index : {isTurned ? b : a, isTurned ? a : b, c})
+        for (const unsigned index : {isAlongX ? b : a, isAlongX ? a : b, c})
             indices_.push_back(static_cast<std::uint16_t>(index));
     };
     std::vector<IndexRange> & entries = borderIndices_[border];
@@ -100,7 +98,7 @@ void GridTerrainTileIndexBuffer::appendBorder(unsigned border) {
         for (unsigned i = 0; i < cells_; ++i) {
             append(edge(i), edge(i + 1), row + j);
             if (i != switchPoint) continue;
-            append(row + j + 1, row + j, edge(i + 1));
+            append(row + j, row + j + 1, edge(i + 1));
             switchPoint += step;
             ++j;
         }
