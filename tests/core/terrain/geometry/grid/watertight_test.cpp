@@ -293,9 +293,37 @@ TEST_F(WatertightTest, BordersAreInViewThoughTheirTilesAreNot) {
     EXPECT_FALSE(isCovered(4.5, 5.0, 0.2));
 }
 
-/// A strip one cell wide across the tile of the test above: the cells in it, and at either end what closes
-/// the border from beside it, in parts as large as they come. What lies between them beside the strip is not
-/// drawn.
+/// Tiles of 4 cells have rows for a difference of one level. Beside a tile three levels coarser they close
+/// the border up to the heights one level above them; from there to the heights of the coarse tile it is
+/// open.
+TEST_F(WatertightTest, BordersBeyondTheLastRowAreClosedUpToItsHeights) {
+    MemoryGrid grid;
+    grid.level = 2;
+    grid.depth = 3;
+    grid.sample = [](unsigned depth, unsigned, unsigned) { return std::uint16_t(10 + 330 * depth); };
+    grid.kind = [](const MemoryGrid::Key & key) { return key.x << key.depth < 16U ? 2U : 1U; };
+    terrain = new MemoryGridTerrain(grid);
+    terrain->loadAll();
+    TerrainPainterGLSettings::setGeometryError(0.0);
+    effect->smallest = 100.0;
+    camera = new NBX::Camera(new NBX::LookAt({-50, 500, 9}, {16, 500, 9}),
+                             new NBX::Ortho(-1, 1, -600, 600, 1, 200));
+    show();
+    canvas->redisplay();
+    const NBX::SO<NBX::Image> picture = canvas->snapshot();
+    const auto isCovered = [&](double height) {
+        const int line = int((height + 100.0) / 1200.0 * s_side);
+        return pixel(picture, s_side / 2, line) != std::array<int, 4>{255, 0, 255, 255};
+    };
+    for (const double height : {20.0, 200.0, 330.0})
+        EXPECT_TRUE(isCovered(height)) << height;
+    for (const double height : {-50.0, 350.0, 600.0, 990.0})
+        EXPECT_FALSE(isCovered(height)) << height;
+}
+
+/// A strip one cell wide across the fine tile beside the coarse one: the cells in it, and at either end what
+/// closes the border from beside it, in parts as large as they come. What lies between them beside the strip
+/// is not drawn.
 TEST_F(WatertightTest, OnlyPartsAtABorderAreDrawnForItsSake) {
     MemoryGrid grid;
     grid.level = 3;
