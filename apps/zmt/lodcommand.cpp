@@ -22,7 +22,7 @@
 #include "landscape/terraininput.h"
 
 #include <nbx/data/atomicfilewriter.h>
-#include <zmt/core/terrain/geometry/tree/tinpatch.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/inspect/patchmesh.h>
 
 namespace {
@@ -110,21 +110,20 @@ private:
 
 nlohmann::ordered_json describeNode(const GeometryPatch & patch, unsigned id, std::optional<unsigned> parent,
                                     unsigned level) {
-    const PatchMesh mesh(patch);
-    const NBX::Area domain = mesh.domain();
+    const GeometryPatch::Description description = patch.description();
     nlohmann::ordered_json node;
     node["id"] = id;
     node["parent"] = parent ? nlohmann::ordered_json(*parent) : nlohmann::ordered_json();
     node["level"] = level;
-    node["kind"] = dynamic_cast<const ZMT::CORE::TinPatch *>(&patch) ? "tin" : "grid";
-    node["x"] = domain.getX();
-    node["y"] = domain.getY();
-    node["w"] = domain.getWidth();
-    node["h"] = domain.getHeight();
+    node["kind"] = description.kind;
+    node["x"] = description.cells.getX();
+    node["y"] = description.cells.getY();
+    node["w"] = description.cells.getWidth();
+    node["h"] = description.cells.getHeight();
     node["error"] = patch.approximationError();
     node["wall"] = patch.wall();
-    node["vertices"] = mesh.vertices();
-    node["triangles"] = mesh.triangles();
+    node["vertices"] = description.vertices;
+    node["triangles"] = description.triangles;
     return node;
 }
 

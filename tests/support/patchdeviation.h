@@ -56,12 +56,12 @@ private:
         const ZMT::CORE::ChunkedLodPatchMesh mesh(patch);
         const auto origin = terrain.sceneOrigin();
         const auto corner = [&](std::size_t i) {
-            const auto & v = mesh.vertices[mesh.surface.indices[i]];
+            const auto & v = mesh.vertices[mesh.strips.indices[i]];
             return Corner{std::lround((v.x - origin.x) / terrain.cellSizeX()),
                           std::lround((v.z - origin.z) / terrain.cellSizeY()),
                           v.y - origin.y + terrain.minHeight()};
         };
-        for (std::size_t i = 2; i < mesh.surface.ranges.at(0); ++i)
+        for (std::size_t i = 2; i < mesh.strips.ranges.at(0); ++i)
             addTriangle(corner(i - 2), corner(i - 1), corner(i));
     }
 

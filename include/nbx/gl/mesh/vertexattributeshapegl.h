@@ -39,6 +39,12 @@ public:
     VertexAttributeShapeGL(PrimitiveType type, SO<BaseVertexAttributeBufferObjectGL> vertices,
                            SO<BufferObjectGL> indices = nullptr, SO<BufferObjectGL> ranges = nullptr,
                            const Bounds & box = Bounds());
+    /// Makes the buffers of indices, where there are any, and of ranges, and reads nothing back from the card
+    /// as long as nobody changes these.
+    VertexAttributeShapeGL(EngineGL * engine, PrimitiveType type,
+                           SO<BaseVertexAttributeBufferObjectGL> vertices,
+                           const std::vector<std::uint16_t> & indices,
+                           const std::vector<std::uint32_t> & ranges);
 
     Bounds boundingBox() const override { return box_; }
     void setBoundingBox(const Bounds & box);
@@ -75,6 +81,9 @@ private:
     Bounds box_;
     std::uint64_t buffersTransactionNo() const;
     void readPrimitives() const;
+    /// Null: there is no such buffer.
+    void setPrimitives(const std::vector<std::uint16_t> * indices,
+                       const std::vector<std::uint32_t> * ranges) const;
 
     mutable Primitives primitives_;
     mutable std::uint64_t primitivesTransactionNo_ = ~std::uint64_t(0); ///< that of the buffers when read

@@ -6,13 +6,10 @@
 
 #include <GL/gl.h>
 
-#include "core/terrain/geometry/chunked/chunkedlodterrainpatch.h"
 #include <nbx/gl/context/enginegl.h>
+#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
-#include <zmt/core/terrain/geometry/regular/griddata.h>
-#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
-#include <zmt/core/terrain/geometry/tree/tinpatch.h>
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
 #include "core/terrain/geometry/chunked/chunkedlodterrainpatchpaintergl.h"
@@ -36,20 +33,6 @@ std::array<float, 3> colorOf(const GeometryPatch & patch) {
     for (unsigned c = 0; c < 3; ++c)
         color[c] = static_cast<float>(0.65 + 0.35 * std::cos(6.283185307 * (turn + c / 3.0)));
     return color;
-}
-
-/// The triangles that micro-structures have beyond those of plain cells.
-std::uint64_t microExcess(const GridPatch & patch) {
-    const GridData & grid = *patch.grid();
-    if (!grid.hasCellShapes()) return 0;
-    const unsigned x0 = unsigned(patch.domain().getX()), y0 = unsigned(patch.domain().getY());
-    std::uint64_t excess = 0;
-    for (unsigned y = y0; y < y0 + patch.domain().getHeight(); ++y)
-        for (unsigned x = x0; x < x0 + patch.domain().getWidth(); ++x) {
-            const std::size_t corners = grid.cellCorners(x, y).size();
-            if (corners > 0) excess += corners / 3 - 2;
-        }
-    return excess;
 }
 
 } // namespace
@@ -86,16 +69,6 @@ void PatchInspectorGL::reset() {
     GRID::GridTerrainPainterGL::resetStatistics();
 }
 
-std::uint64_t PatchInspectorGL::trianglesOf(const GeometryPatch & patch) {
-    if (const auto * grid = dynamic_cast<const GridPatch *>(&patch))
-        return 2 * std::uint64_t(grid->domain().getWidth()) * grid->domain().getHeight() + microExcess(*grid);
-    if (const auto * chunk = dynamic_cast<const ChunkedLodTerrain::Patch *>(&patch))
-        return chunk->triangles();
-    const auto * tin = dynamic_cast<const TinPatch *>(&patch);
-    if (!tin || !tin->stripIndices()) return 0;
-    return std::uint64_t(tin->stripIndices()->size()) - 2 * std::uint64_t(tin->stripRanges()->size());
-}
-
 NBX::ID PatchInspectorGL::target() const {
     return painter_->target();
 }
@@ -111,8 +84,8 @@ bool PatchInspectorGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     }
     const bool painted = painter_->render(engine, shape);
     if (colorsPatches_) glPopAttrib();
-    // Some patches know their mesh only now.
-    if (s_drawn.insert(patch).second) s_triangles += trianglesOf(*patch);
+    // Some patches make their mesh for it, which they have now.
+    if (s_drawn.insert(patch).second) s_triangles += patch->description().triangles;
     return painted;
 }
 

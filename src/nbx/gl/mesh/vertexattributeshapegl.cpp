@@ -22,6 +22,11 @@ template <class T> std::vector<T> contentOf(BufferObjectGL & buffer) {
     return content;
 }
 
+template <class T> SO<BufferObjectGL> newIndices(EngineGL * engine, const std::vector<T> & numbers) {
+    return new BufferObjectGL(engine, numbers.size() * sizeof(T), numbers.data(),
+                              BufferObjectGL::DT_VertexIndices, BufferObjectGL::UP_Static);
+}
+
 bool areValidRanges(const std::vector<std::uint32_t> & ends, std::size_t limit) {
     return std::is_sorted(ends.begin(), ends.end()) && (ends.empty() || ends.back() <= limit);
 }
@@ -37,6 +42,16 @@ VertexAttributeShapeGL::VertexAttributeShapeGL(PrimitiveType type,
     if (vertices) NBX_CHECK_RANGE(2u, vertices->components(), 5u);
     NBX_CHECK(!indices || indices->dataType() == BufferObjectGL::DT_VertexIndices,
               L"the index buffer holds other data");
+}
+
+VertexAttributeShapeGL::VertexAttributeShapeGL(EngineGL * engine, PrimitiveType type,
+                                               SO<BaseVertexAttributeBufferObjectGL> vertices,
+                                               const std::vector<std::uint16_t> & indices,
+                                               const std::vector<std::uint32_t> & ranges)
+    : VertexAttributeShapeGL(type, vertices, indices.empty() ? nullptr : newIndices(engine, indices),
+                             newIndices(engine, ranges)) {
+    setPrimitives(indices_ ? &indices : nullptr, &ranges);
+    primitivesTransactionNo_ = buffersTransactionNo();
 }
 
 void VertexAttributeShapeGL::setBoundingBox(const Bounds & box) {
@@ -82,19 +97,26 @@ const VertexAttributeShapeGL::Primitives & VertexAttributeShapeGL::primitives() 
 }
 
 void VertexAttributeShapeGL::readPrimitives() const {
+    std::vector<std::uint16_t> indices;
+    std::vector<std::uint32_t> ranges;
+    if (indices_) indices = contentOf<std::uint16_t>(*indices_);
+    if (ranges_) ranges = contentOf<std::uint32_t>(*ranges_);
+    setPrimitives(indices_ ? &indices : nullptr, ranges_ ? &ranges : nullptr);
+}
+
+void VertexAttributeShapeGL::setPrimitives(const std::vector<std::uint16_t> * indices,
+                                           const std::vector<std::uint32_t> * ranges) const {
     primitives_ = Primitives();
     if (!vertices_) return;
-    std::size_t elements = vertices_->count();
-    if (indices_) {
-        const std::vector<std::uint16_t> indices = contentOf<std::uint16_t>(*indices_);
-        elements = indices.size();
-        const auto last = std::max_element(indices.begin(), indices.end());
-        const bool indicesInside = last == indices.end() || *last < vertices_->count();
+    if (indices) {
+        const auto last = std::max_element(indices->begin(), indices->end());
+        const bool indicesInside = last == indices->end() || *last < vertices_->count();
         NBX_CHECK(indicesInside, L"an index lies beyond the vertices");
         if (!indicesInside) return;
     }
-    std::vector<std::uint32_t> ends = {std::uint32_t(elements)};
-    if (ranges_) ends = contentOf<std::uint32_t>(*ranges_);
+    const std::size_t elements = indices ? indices->size() : vertices_->count();
+    const std::vector<std::uint32_t> whole = {std::uint32_t(elements)};
+    const std::vector<std::uint32_t> & ends = ranges ? *ranges : whole;
     const bool rangesInside = areValidRanges(ends, elements);
     NBX_CHECK(rangesInside, L"the ranges do not ascend, or reach beyond the indices");
     if (!rangesInside) return;

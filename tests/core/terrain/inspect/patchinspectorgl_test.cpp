@@ -57,8 +57,8 @@ TEST_F(PatchInspectorGLTest, CountsTheTrianglesOfMicroStructures) {
         grid,
         std::vector<ZMT::CORE::CreateHybridData::Feature>{{{102.5, 9.0, 203.0}}, {{105.5, 9.0, 207.0}}});
     const auto part = TestPatches::gridPatch(data, Area(0, 0, 4, 3));
-    EXPECT_EQ(PatchInspectorGL::trianglesOf(*part), 24U + 2U);
-    EXPECT_EQ(PatchInspectorGL::trianglesOf(*TestPatches::gridPatch(data, Area(0, 0, 8, 6))), 96U + 4U);
+    EXPECT_EQ(part->description().triangles, 24U + 2U);
+    EXPECT_EQ(TestPatches::gridPatch(data, Area(0, 0, 8, 6))->description().triangles, 96U + 4U);
     EXPECT_EQ(surface(*grids, *part).size(), 24U + 2U + 2U * (4 + 3));
     EXPECT_TRUE(grids->render(engine.get(), part.get()));
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 24U + 2U);
@@ -74,7 +74,7 @@ TEST_F(PatchInspectorGLTest, CountsTheTrianglesOfChunksWithoutSkirtsAndTurns) {
         EXPECT_TRUE(painter->render(engine.get(), fine.get()));
         EXPECT_TRUE(painter->render(engine.get(), coarse.get()));
     }
-    EXPECT_EQ(PatchInspectorGL::trianglesOf(*fine), 32U);
+    EXPECT_EQ(fine->description().triangles, 32U);
     EXPECT_EQ(PatchInspectorGL::statistics().patches, 2U);
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 32U + 4U);
 }

@@ -81,6 +81,29 @@ TEST_F(VertexAttributeShapeGLTest, NoticesThatItsRangesChange) {
     EXPECT_EQ((std::vector<int>{3, 5}), shape->primitives().counts);
 }
 
+/// Buffers that are mapped already would be reported, and read as empty.
+TEST_F(VertexAttributeShapeGLTest, ReadsNothingBackOfWhatItWasMadeFrom) {
+    const SO<VertexAttributeShapeGL> shape(
+        new VertexAttributeShapeGL(engine.get(), VertexAttributeShapeGL::PT_TriangleStrip, newVertices(4),
+                                   {0, 1, 2, 3, 3, 2, 1}, {4, 7}));
+    shape->indices()->mapPointer(BufferObjectGL::MA_Read);
+    shape->ranges()->mapPointer(BufferObjectGL::MA_Read);
+    EXPECT_EQ((std::vector<int>{4, 3}), shape->primitives().counts);
+    EXPECT_EQ(reinterpret_cast<const void *>(8), shape->primitives().offsets[1]);
+    shape->indices()->unmapPointer();
+    shape->ranges()->unmapPointer();
+    const std::uint32_t end = 6;
+    shape->ranges()->update(4, &end, 4);
+    EXPECT_EQ((std::vector<int>{4, 2}), shape->primitives().counts) << "somebody changed it";
+}
+
+TEST_F(VertexAttributeShapeGLTest, WithoutNumbersItHasNoBufferOfThem) {
+    const SO<VertexAttributeShapeGL> shape(new VertexAttributeShapeGL(
+        engine.get(), VertexAttributeShapeGL::PT_TriangleStrip, newVertices(6), {}, {6}));
+    EXPECT_FALSE(shape->indices());
+    EXPECT_EQ((std::vector<int>{6}), shape->primitives().counts);
+}
+
 TEST_F(VertexAttributeShapeGLTest, KeepsItsBoxAndAttributes) {
     const auto shape = newShape(3, nullptr, nullptr);
     EXPECT_FALSE(shape->boundingBox().isDefined());

@@ -30,9 +30,6 @@ public:
     static Statistics statistics();
     static void reset();
 
-    /// Triangles of a patch's surface.
-    static std::uint64_t trianglesOf(const GeometryPatch & patch);
-
     NBX::ID target() const override;
     bool render(NBX::Engine * engine, const NBX::Shape * shape) override;
     void renderPatch(NBX::EngineGL * engine, const GeometryPatch * patch) override;

@@ -4,6 +4,7 @@
 #include <bit>
 
 #include <nbx/container/sequence/array.h>
+#include <zmt/core/terrain/geometry/base/stripmesh.h>
 
 namespace ZMT::CORE {
 
@@ -30,6 +31,10 @@ GeometryPatch::GeometryPatch(const NBX::Bounds & bbox, double approxError, doubl
 NBX::SO<GeometryPatch> GeometryPatch::child(unsigned i) const {
     NBX_CHECK(i < children(), L"i out of range");
     return i < childCount_ ? children_[i] : nullptr;
+}
+
+StripMesh GeometryPatch::surface(const NBX::Vector3Base<double> &) const {
+    return {};
 }
 
 void GeometryPatch::addChild(const NBX::SO<GeometryPatch> & child) {

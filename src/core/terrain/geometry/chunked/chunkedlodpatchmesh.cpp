@@ -4,7 +4,6 @@
 
 #include "chunkedlodpatchmesh.h"
 
-#include <array>
 #include <bit>
 
 #include "chunkedlodmesh.h"
@@ -18,7 +17,7 @@ namespace ZMT::CORE {
 namespace {
 
 using Patch = ChunkedLodTerrain::Patch;
-using Vertex = NBX::Vector3Base<float>;
+using Point = StripMesh::Point;
 
 constexpr unsigned s_sides = 4;
 
@@ -30,17 +29,15 @@ public:
         : bits_(static_cast<unsigned>(std::bit_width(2 * numbers.size()))), slots_(std::size_t(1) << bits_) {
         locals_.reserve(numbers.size());
         for (const unsigned number : numbers)
-            locals_.push_back(static_cast<unsigned short>(add(number)));
+            locals_.push_back(add(number));
     }
 
     /// For each number given.
-    const std::vector<unsigned short> & locals() const { return locals_; }
+    const std::vector<unsigned> & locals() const { return locals_; }
     /// By local number.
     const std::vector<unsigned> & different() const { return different_; }
     /// `number` is one of those given.
-    unsigned short operator[](unsigned number) const {
-        return static_cast<unsigned short>(slots_[slotOf(number)].local);
-    }
+    unsigned operator[](unsigned number) const { return slots_[slotOf(number)].local; }
 
 private:
     struct Slot {
@@ -66,39 +63,36 @@ private:
 
     unsigned bits_;
     std::vector<Slot> slots_;
-    std::vector<unsigned short> locals_;
+    std::vector<unsigned> locals_;
     std::vector<unsigned> different_;
 };
 
-/// The lists of numbers that a mesh is made of.
-struct Outline {
+std::vector<unsigned> stripOf(const Patch & patch) {
     std::vector<unsigned> strip;
-    std::array<std::vector<unsigned>, s_sides> sides;
-};
-
-Outline buildOutline(const Patch & patch) {
-    const ChunkedLodTerrain::Impl & lattice = *patch.terrain()->impl();
-    Outline outline;
-    for (unsigned side = 0; side < s_sides; ++side)
-        ChunkedLodMesh::buildBoundary(lattice, patch.x(), patch.y(), patch.size(), patch.threshold(),
-                                      outline.sides[side], side);
-    ChunkedLodMesh::buildMesh(lattice, patch.x(), patch.y(), patch.size(), patch.threshold(), outline.strip,
-                              ChunkedLodPatchMesh::s_maxEntries);
-    return outline;
+    ChunkedLodMesh::buildMesh(*patch.terrain()->impl(), patch.x(), patch.y(), patch.size(), patch.threshold(),
+                              strip, ChunkedLodPatchMesh::s_maxEntries);
+    return strip;
 }
 
-std::vector<Vertex> positionsOf(const ChunkedLodTerrain & terrain, const std::vector<unsigned> & numbers) {
+/// In geo coordinates less `zero`.
+std::vector<Point> positionsOf(const ChunkedLodTerrain & terrain, const Point & zero,
+                               const std::vector<unsigned> & numbers) {
     const ChunkedLodTerrain::Impl & lattice = *terrain.impl();
-    const ChunkedLodTerrain::Point origin = terrain.sceneOrigin();
+    const Point origin = terrain.origin() - zero + Point(0.0, terrain.minHeight(), 0.0);
     const double dx = terrain.cellSizeX(), dy = terrain.heightScale(), dz = terrain.cellSizeY();
-    std::vector<Vertex> positions;
+    std::vector<Point> positions;
     positions.reserve(numbers.size());
     for (const unsigned n : numbers) {
         const unsigned column = n % lattice.sizeX(), row = n / lattice.sizeX();
-        positions.emplace_back(origin +
-                               ChunkedLodTerrain::Point(dx * column, dy * lattice.heights()[n], dz * row));
+        positions.push_back(origin + Point(dx * column, dy * lattice.heights()[n], dz * row));
     }
     return positions;
+}
+
+void setSurface(StripMesh & mesh, const Patch & patch, const LocalNumbers & locals, const Point & zero) {
+    mesh.vertices = positionsOf(*patch.terrain(), zero, locals.different());
+    mesh.strips.indices = locals.locals();
+    mesh.strips.endStrip();
 }
 
 bool isOuter(const Patch & patch, unsigned side) {
@@ -115,44 +109,37 @@ bool isOuter(const Patch & patch, unsigned side) {
     }
 }
 
-/// A strip turns by repeating vertices; what it repeats has no area.
-unsigned trianglesOf(const std::vector<unsigned> & strip) {
-    unsigned count = 0;
-    for (std::size_t i = 2; i < strip.size(); ++i)
-        count += strip[i] != strip[i - 1] && strip[i] != strip[i - 2] && strip[i - 1] != strip[i - 2];
-    return count;
-}
-
-float wallInScene(const Patch & patch) {
-    const ChunkedLodTerrain & terrain = *patch.terrain();
-    const double bottom = GeoTransformation::geo2nbxOffset().y + terrain.origin().y;
-    return static_cast<float>(bottom + patch.wall());
+double wallInScene(const Patch & patch) {
+    return GeoTransformation::geo2nbxOffset().y + patch.terrain()->origin().y + patch.wall();
 }
 
 } // namespace
 
+StripMesh ChunkedLodPatchMesh::surfaceOf(const Patch & patch, const Point & zero) {
+    StripMesh mesh;
+    setSurface(mesh, patch, LocalNumbers(stripOf(patch)), zero);
+    return mesh;
+}
+
 ChunkedLodPatchMesh::ChunkedLodPatchMesh(const Patch & patch) {
-    const Outline outline = buildOutline(patch);
-    const std::size_t meshIndicesSize = outline.strip.size();
+    const std::vector<unsigned> strip = stripOf(patch);
+    const std::size_t meshIndicesSize = strip.size();
     NBX_CHECK(meshIndicesSize < 0xffff, L"index strip too long");
 
     // A strip has two triangles a vertex, fewer at the border: even with the curtains of the largest patch
     // the vertices keep within 16 bits.
-    const LocalNumbers locals(outline.strip);
-    triangles = trianglesOf(outline.strip);
-    surface.indices = locals.locals();
-    surface.ranges.push_back(static_cast<unsigned>(meshIndicesSize));
-    vertices = positionsOf(*patch.terrain(), locals.different());
-    const float wall = wallInScene(patch);
+    const LocalNumbers locals(strip);
+    setSurface(*this, patch, locals, GeoTransformation::nbx2geoOffset());
+    surfaceVertices = vertices.size();
+    surfaceTriangles = triangles();
+    const double wall = wallInScene(patch);
+    std::vector<unsigned> border;
     for (unsigned side = 0; side < s_sides; ++side) {
-        Strips & curtains = isOuter(patch, side) ? outerWall : surface;
-        for (const unsigned number : outline.sides[side]) {
-            const unsigned short top = locals[number];
-            curtains.indices.push_back(top);
-            curtains.indices.push_back(static_cast<unsigned short>(vertices.size()));
-            vertices.emplace_back(vertices[top].x, wall, vertices[top].z);
-        }
-        curtains.ranges.push_back(static_cast<unsigned>(curtains.indices.size()));
+        ChunkedLodMesh::buildBoundary(*patch.terrain()->impl(), patch.x(), patch.y(), patch.size(),
+                                      patch.threshold(), border, side);
+        for (unsigned & number : border)
+            number = locals[number];
+        appendCurtain(isOuter(patch, side) ? outerWall : strips, border, wall);
     }
 }
 

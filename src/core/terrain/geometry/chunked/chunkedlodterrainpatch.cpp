@@ -1,5 +1,8 @@
 #include "chunkedlodterrainpatch.h"
 
+#include <algorithm>
+
+#include "chunkedlodpatchmesh.h"
 #include "chunkedlodterrainimpl.h"
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
@@ -32,9 +35,30 @@ NBX::SO<NBX::Shape> ChunkedLodTerrain::Patch::outerWallMesh() const {
     return held ? held->outerWall : nullptr;
 }
 
-void ChunkedLodTerrain::Patch::setMeshes(const NBX::SO<Meshes> & meshes, unsigned triangles) const {
+void ChunkedLodTerrain::Patch::setMeshes(const NBX::SO<Meshes> & meshes, std::size_t vertices,
+                                         std::size_t triangles) const {
     meshes_ = meshes;
-    triangles_ = triangles;
+    vertices_ = static_cast<unsigned>(vertices);
+    triangles_ = static_cast<unsigned>(triangles);
+}
+
+GeometryPatch::Description ChunkedLodTerrain::Patch::description() const {
+    if (vertices_ == 0) {
+        const StripMesh mesh = surface({});
+        vertices_ = static_cast<unsigned>(mesh.vertices.size());
+        triangles_ = static_cast<unsigned>(mesh.triangles());
+    }
+    const auto cellsFrom = [this](unsigned first, unsigned size) {
+        return std::min(first + window_.size, size) - 1 - std::min(first, size - 1);
+    };
+    const Impl & lattice = *terrain_->impl();
+    const NBX::Area cells(int(x()), int(y()), cellsFrom(x(), lattice.sizeX()),
+                          cellsFrom(y(), lattice.sizeY()));
+    return {"chunked", cells, vertices_, triangles_};
+}
+
+StripMesh ChunkedLodTerrain::Patch::surface(const NBX::Vector3Base<double> & zero) const {
+    return ChunkedLodPatchMesh::surfaceOf(*this, zero);
 }
 
 NBX::SO<GeometryData> ChunkedLodTerrain::Patch::data() const {

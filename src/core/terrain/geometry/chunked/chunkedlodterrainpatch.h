@@ -24,6 +24,9 @@ public:
     ~Patch() override;
 
     NBX::SO<GeometryData> data() const override;
+    /// Cells that lie outside the raster do not count. Makes the mesh where that was not yet painted.
+    Description description() const override;
+    StripMesh surface(const NBX::Vector3Base<double> & zero) const override;
     /// Quarters that lie outside the raster do not exist.
     unsigned children() const override;
     /// Makes all children on first use.
@@ -42,15 +45,13 @@ public:
         unsigned bytes = 0; ///< of their buffers
     };
 
-    /// Triangles of the surface, without skirts; 0 before it was first painted, which tells.
-    unsigned triangles() const { return triangles_; }
-
     /// The shapes that the painter builds; null before the first use, and when `NBX::GraphicsMemoryManager`,
     /// which holds them, had no room for them any more. Render thread only.
     NBX::SO<Meshes> meshes() const { return meshes_.lock(); }
     NBX::SO<NBX::Shape> surfaceMesh() const;
     NBX::SO<NBX::Shape> outerWallMesh() const;
-    void setMeshes(const NBX::SO<Meshes> & meshes, unsigned triangles) const;
+    /// With the size of the surface without skirts.
+    void setMeshes(const NBX::SO<Meshes> & meshes, std::size_t vertices, std::size_t triangles) const;
 
 private:
     Patch(const NBX::SO<ChunkedLodTerrain> & terrain, const ChunkedLodWindow & window, double wall);
@@ -58,7 +59,7 @@ private:
     NBX::SO<ChunkedLodTerrain> terrain_;
     ChunkedLodWindow window_;
     mutable NBX::WO<Meshes> meshes_;
-    mutable unsigned triangles_ = 0;
+    mutable unsigned vertices_ = 0, triangles_ = 0; ///< 0: not yet known
 };
 
 } // namespace ZMT::CORE

@@ -1,14 +1,10 @@
 #include "chunkedlodterrainpatchpaintergl.h"
 
-#include <vector>
-
-#include <GL/gl.h>
-
 #include "chunkedlodpatchmesh.h"
 #include "chunkedlodterrainpatch.h"
+#include "core/terrain/geometry/base/stripmeshgl.h"
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/composite.h>
 #include <zmt/core/terrain/geometry/base/geometrypatchpaintergl.h>
@@ -17,43 +13,32 @@ namespace ZMT::CORE {
 
 namespace {
 
-using NBX::BufferObjectGL;
-using VertexBuffer = NBX::SO<NBX::BaseVertexAttributeBufferObjectGL>;
-
-template <class T> NBX::SO<BufferObjectGL> upload(NBX::EngineGL * engine, const std::vector<T> & numbers) {
-    return new BufferObjectGL(engine, numbers.size() * sizeof(T), numbers.data(),
-                              BufferObjectGL::DT_VertexIndices, BufferObjectGL::UP_Static);
-}
-
 /// Nothing at all where there are no strips.
-NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const VertexBuffer & vertices,
-                           const ChunkedLodPatchMesh::Strips & strips) {
-    constexpr auto type = NBX::VertexAttributeShapeGL::PT_TriangleStrip;
+NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const StripMeshGL::Vertices & vertices,
+                           const StripMesh::Strips & strips) {
     if (strips.indices.empty()) return new NBX::Composite;
-    return new NBX::VertexAttributeShapeGL(type, vertices, upload(engine, strips.indices),
-                                           upload(engine, strips.ranges));
+    return StripMeshGL::upload(engine, vertices, strips);
 }
 
+/// Of the buffers: three single numbers a vertex, 16 bits an index.
 unsigned bytesOf(const ChunkedLodPatchMesh & mesh) {
-    const auto bytesOfStrips = [](const ChunkedLodPatchMesh::Strips & strips) {
-        return strips.indices.size() * sizeof strips.indices[0] +
-               strips.ranges.size() * sizeof strips.ranges[0];
+    const auto bytesOfStrips = [](const StripMesh::Strips & strips) {
+        return strips.indices.size() * sizeof(std::uint16_t) + strips.ranges.size() * sizeof(std::uint32_t);
     };
-    return static_cast<unsigned>(mesh.vertices.size() * sizeof mesh.vertices[0] +
-                                 bytesOfStrips(mesh.surface) + bytesOfStrips(mesh.outerWall));
+    return static_cast<unsigned>(mesh.vertices.size() * 3 * sizeof(float) + bytesOfStrips(mesh.strips) +
+                                 bytesOfStrips(mesh.outerWall));
 }
 
 using Meshes = ChunkedLodTerrain::Patch::Meshes;
 
 NBX::SO<Meshes> createShapeForPatch(NBX::EngineGL * engine, const ChunkedLodTerrain::Patch * patch) {
     const ChunkedLodPatchMesh mesh(*patch);
-    const VertexBuffer vertices(new NBX::BaseVertexAttributeBufferObjectGL(
-        engine, static_cast<unsigned>(mesh.vertices.size()), mesh.vertices.data(), GL_FLOAT, 3));
+    const StripMeshGL::Vertices vertices = StripMeshGL::upload(engine, mesh.vertices);
     NBX::SO<Meshes> meshes(new Meshes);
-    meshes->surface = upload(engine, vertices, mesh.surface);
+    meshes->surface = upload(engine, vertices, mesh.strips);
     meshes->outerWall = upload(engine, vertices, mesh.outerWall);
     meshes->bytes = bytesOf(mesh);
-    patch->setMeshes(meshes, mesh.triangles);
+    patch->setMeshes(meshes, mesh.surfaceVertices, mesh.surfaceTriangles);
     return meshes;
 }
 

@@ -10,6 +10,8 @@
 
 #include <nbx/object/attributeruns.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
+#include <zmt/core/terrain/geometry/base/stripmesh.h>
+#include <zmt/core/terrain/geometry/regular/griddata.h>
 
 namespace ZMT::CORE {
 
@@ -142,6 +144,40 @@ TinPatch::~TinPatch() = default;
 
 NBX::SO<GeometryData> TinPatch::data() const {
     return data_;
+}
+
+TinPatch::Description TinPatch::description() const {
+    Description result{"tin", cells(), lists_.vertices, 0};
+    unsigned begin = 0;
+    for (const unsigned * end = lists_.rangeEnds(); end != lists_.rangeEnds() + lists_.ranges; ++end) {
+        result.triangles += std::max(*end - begin, 2U) - 2;
+        begin = *end;
+    }
+    return result;
+}
+
+NBX::Area TinPatch::cells() const {
+    const auto grid = NBX::soCast<GridData>(data_);
+    const unsigned lowSize = lists_.borders[B_LowX], highSize = lists_.borders[B_HighX];
+    if (!grid || grid->sizeX() == 0 || lowSize == 0 || highSize == 0) return {};
+    const unsigned low = lists_.vertexNumbers()[lists_.borderNumbers(B_LowX)[0]];
+    const unsigned high = lists_.vertexNumbers()[lists_.borderNumbers(B_HighX)[0]];
+    const unsigned x = low % grid->sizeX(), y = low / grid->sizeX();
+    return {int(x), int(y), high % grid->sizeX() - x, high / grid->sizeX() - y};
+}
+
+StripMesh TinPatch::surface(const NBX::Vector3Base<double> & zero) const {
+    StripMesh mesh;
+    // A triangulation turns counter-clockwise.
+    mesh.isClockwise = false;
+    if (!data_) return mesh;
+    const auto shift = data_->origin() - zero;
+    mesh.vertices.reserve(lists_.vertices);
+    for (unsigned i = 0; i < lists_.vertices; ++i)
+        mesh.vertices.push_back(data_->vertex(lists_.vertexNumbers()[i]) + shift);
+    mesh.strips.indices.assign(lists_.stripNumbers(), lists_.stripNumbers() + lists_.strips);
+    mesh.strips.ranges.assign(lists_.rangeEnds(), lists_.rangeEnds() + lists_.ranges);
+    return mesh;
 }
 
 TinPatch::VertexNumbers TinPatch::vertexIndices() const {

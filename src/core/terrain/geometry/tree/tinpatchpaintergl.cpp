@@ -1,11 +1,12 @@
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
 
+#include <algorithm>
 #include <vector>
 
 #include <GL/gl.h>
 
+#include "core/terrain/geometry/base/stripmeshgl.h"
 #include <nbx/gl/context/enginegl.h>
-#include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
 
@@ -13,78 +14,50 @@ namespace ZMT::CORE {
 
 namespace {
 
-/// A mesh of triangle strips on its way to the graphics card.
-struct StripMesh {
-    std::vector<NBX::Vector3Base<float>> vertices;
-    std::vector<unsigned short> indices; ///< none: the vertices as they come
-    std::vector<unsigned> ranges;        ///< where each strip ends
-
-    NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine) const {
-        using NBX::BufferObjectGL;
-        NBX::SO<NBX::BaseVertexAttributeBufferObjectGL> vertexBuffer(
-            new NBX::BaseVertexAttributeBufferObjectGL(engine, static_cast<unsigned>(vertices.size()),
-                                                       vertices.data(), GL_FLOAT, 3));
-        NBX::SO<BufferObjectGL> indexBuffer, rangeBuffer;
-        if (!indices.empty())
-            indexBuffer = new BufferObjectGL(engine, indices.size() * sizeof indices[0], indices.data(),
-                                             BufferObjectGL::DT_VertexIndices, BufferObjectGL::UP_Static);
-        rangeBuffer = new BufferObjectGL(engine, ranges.size() * sizeof ranges[0], ranges.data(),
-                                         BufferObjectGL::DT_VertexIndices, BufferObjectGL::UP_Static);
-        return new NBX::VertexAttributeShapeGL(NBX::VertexAttributeShapeGL::PT_TriangleStrip, vertexBuffer,
-                                               indexBuffer, rangeBuffer);
-    }
-};
-
-NBX::Vector3Base<float> lowered(const NBX::Vector3Base<float> & v, double wall) {
-    return {v.x, static_cast<float>(wall), v.z};
+/// The local numbers along a border.
+auto borderOf(const TinPatch & patch, unsigned border) {
+    const auto numbers = patch.borderIndices(static_cast<TinPatch::Border>(border));
+    return numbers ? std::vector<unsigned>(numbers->pointer(), numbers->pointer() + numbers->size())
+                   : std::vector<unsigned>();
 }
 
-std::vector<NBX::Vector3Base<float>> positionsOf(const TinPatch & patch) {
+bool isOuter(const TinPatch & patch, unsigned border) {
+    return patch.isOuterBorder(static_cast<TinPatch::Border>(border));
+}
+
+/// In local coordinates, as all that is drawn of a patch.
+StripMesh surfaceOf(const TinPatch & patch) {
+    const NBX::SO<GeometryData> data = patch.data();
+    StripMesh mesh = patch.surface(data ? data->origin() : StripMesh::Point());
+    // Skirts turn as the triangles do, so their borders are walked backwards.
+    for (unsigned i = 0; i < TinPatch::s_borders; ++i)
+        if (!isOuter(patch, i)) {
+            std::vector<unsigned> border = borderOf(patch, i);
+            std::reverse(border.begin(), border.end());
+            mesh.appendCurtain(mesh.strips, border, patch.wall());
+        }
+    return mesh;
+}
+
+/// Vertices only: strips without numbers.
+StripMesh outerWallOf(const TinPatch & patch) {
     const NBX::SO<GeometryData> data = patch.data();
     const auto numbers = patch.vertexIndices();
-    std::vector<NBX::Vector3Base<float>> positions;
-    for (unsigned i = 0; numbers && i < numbers->size(); ++i)
-        positions.emplace_back(data->vertex(numbers->pointer()[i]));
-    return positions;
-}
-
-template <class T> std::vector<T> toVector(const NBX::SO<const NBX::Iterator<T>> & list) {
-    return list ? std::vector<T>(list->pointer(), list->pointer() + list->size()) : std::vector<T>();
-}
-
-/// A skirt is one more strip below the border. It walks backwards, as the triangles turn.
-void appendSkirt(StripMesh & mesh, const std::vector<unsigned short> & border, double wall) {
-    for (auto v = border.rbegin(); v != border.rend(); ++v) {
-        mesh.indices.push_back(*v);
-        mesh.indices.push_back(static_cast<unsigned short>(mesh.vertices.size()));
-        mesh.vertices.push_back(lowered(mesh.vertices[*v], wall));
-    }
-    mesh.ranges.push_back(static_cast<unsigned>(mesh.indices.size()));
-}
-
-StripMesh surfaceOf(const TinPatch & patch) {
-    StripMesh mesh{positionsOf(patch), toVector(patch.stripIndices()), toVector(patch.stripRanges())};
-    for (unsigned i = 0; i < TinPatch::s_borders; ++i) {
-        const auto border = static_cast<TinPatch::Border>(i);
-        if (!patch.isOuterBorder(border))
-            appendSkirt(mesh, toVector(patch.borderIndices(border)), patch.wall());
-    }
-    return mesh;
-}
-
-StripMesh outerWallOf(const TinPatch & patch) {
-    const auto positions = positionsOf(patch);
     StripMesh mesh;
     for (unsigned i = 0; i < TinPatch::s_borders; ++i) {
-        const auto border = static_cast<TinPatch::Border>(i);
-        if (!patch.isOuterBorder(border)) continue;
-        for (const unsigned short v : toVector(patch.borderIndices(border))) {
-            mesh.vertices.push_back(positions[v]);
-            mesh.vertices.push_back(lowered(positions[v], patch.wall()));
+        if (!isOuter(patch, i)) continue;
+        for (const unsigned local : borderOf(patch, i)) {
+            const StripMesh::Point top = data->vertex(numbers->get(local));
+            mesh.vertices.push_back(top);
+            mesh.vertices.emplace_back(top.x, patch.wall(), top.z);
         }
-        mesh.ranges.push_back(static_cast<unsigned>(mesh.vertices.size()));
+        mesh.strips.ranges.push_back(static_cast<unsigned>(mesh.vertices.size()));
     }
     return mesh;
+}
+
+NBX::SO<NBX::Shape> upload(NBX::EngineGL * engine, const StripMesh & mesh) {
+    return StripMeshGL::upload(engine, StripMeshGL::upload(engine, mesh.vertices), mesh.strips);
 }
 
 } // namespace
@@ -99,7 +72,7 @@ void TinPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch 
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
     const auto & tin = static_cast<const TinPatch &>(*patch);
-    if (!tin.patchShape()) tin.patchShape() = surfaceOf(tin).upload(engine);
+    if (!tin.patchShape()) tin.patchShape() = upload(engine, surfaceOf(tin));
     // The triangles of a triangulation turn the other way.
     glFrontFace(GL_CCW);
     engine->paint(tin.patchShape().get());
@@ -112,9 +85,9 @@ void TinPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPa
     const auto & tin = static_cast<const TinPatch &>(*patch);
     bool hasWall = false;
     for (unsigned i = 0; i < TinPatch::s_borders; ++i)
-        hasWall = hasWall || tin.isOuterBorder(static_cast<TinPatch::Border>(i));
+        hasWall = hasWall || isOuter(tin, i);
     if (!hasWall) return;
-    if (!tin.wallShape()) tin.wallShape() = outerWallOf(tin).upload(engine);
+    if (!tin.wallShape()) tin.wallShape() = upload(engine, outerWallOf(tin));
     engine->paint(tin.wallShape().get());
 }
 

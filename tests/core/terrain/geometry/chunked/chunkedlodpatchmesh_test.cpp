@@ -14,6 +14,7 @@ using ZMT::CORE::ChunkedLodMesh;
 using ZMT::CORE::ChunkedLodPatchMesh;
 using ZMT::CORE::ChunkedLodTerrain;
 using ZMT::CORE::GeoTransformation;
+using ZMT::CORE::StripMesh;
 
 namespace {
 
@@ -43,7 +44,7 @@ TEST_F(ChunkedLodPatchMeshTest, VerticesAreInSceneCoordinates) {
     for (const auto & v : mesh.vertices) {
         const unsigned column = unsigned(std::lround((v.x - 10.0) / 10.0));
         const unsigned row = unsigned(std::lround((v.z - 20.0) / 20.0));
-        EXPECT_FLOAT_EQ(v.x, float(10.0 + column * 10.0));
+        EXPECT_DOUBLE_EQ(v.x, 10.0 + column * 10.0);
         if (std::abs(v.y - (s_wall - 5.0)) < 1e-3) continue;
         EXPECT_NEAR(v.y, hilly(column, row) - 5.0, 0.01);
         EXPECT_TRUE(cells.insert({column, row}).second) << "twice";
@@ -53,9 +54,9 @@ TEST_F(ChunkedLodPatchMeshTest, VerticesAreInSceneCoordinates) {
 
 TEST_F(ChunkedLodPatchMeshTest, CountsTheTrianglesOfTheSurface) {
     const auto terrain = TestChunked::terrain({9, 9}, hilly);
-    EXPECT_EQ(128U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 0, s_wall)).triangles) << "two a cell";
-    EXPECT_EQ(32U, ChunkedLodPatchMesh(Patch(terrain, 4, 4, 5, 0, s_wall)).triangles);
-    EXPECT_EQ(4U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 65535, s_wall)).triangles);
+    EXPECT_EQ(128U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 0, s_wall)).surfaceTriangles) << "two a cell";
+    EXPECT_EQ(32U, ChunkedLodPatchMesh(Patch(terrain, 4, 4, 5, 0, s_wall)).surfaceTriangles);
+    EXPECT_EQ(4U, ChunkedLodPatchMesh(Patch(terrain, 0, 0, 9, 65535, s_wall)).surfaceTriangles);
 }
 
 TEST_F(ChunkedLodPatchMeshTest, InnerSidesHaveSkirtsAndOuterOnesWalls) {
@@ -73,15 +74,34 @@ TEST_F(ChunkedLodPatchMeshTest, InnerSidesHaveSkirtsAndOuterOnesWalls) {
     for (const auto & c : cases) {
         SCOPED_TRACE(c.name);
         const ChunkedLodPatchMesh mesh(Patch(terrain, c.x, c.y, c.size, 0, s_wall));
-        EXPECT_EQ(mesh.surface.ranges.size(), 1 + c.skirts);
+        EXPECT_EQ(mesh.strips.ranges.size(), 1 + c.skirts);
         EXPECT_EQ(mesh.outerWall.ranges.size(), c.walls);
-        EXPECT_EQ(mesh.surface.ranges.back(), mesh.surface.indices.size());
+        EXPECT_EQ(mesh.strips.ranges.back(), mesh.strips.indices.size());
         EXPECT_EQ(mesh.outerWall.indices.empty(), c.walls == 0);
     }
 }
 
+TEST_F(ChunkedLodPatchMeshTest, TheSurfaceAloneIsWithoutSkirtsAndWhereItIsAskedFor) {
+    const auto terrain = TestChunked::terrain({7, 9, 1000.0, 2000.0, 10.0, 20.0}, hilly);
+    GeoTransformation::setNBXOrigin({990.0, 5.0, 1980.0});
+    const Patch patch(terrain, 4, 0, 5, 0, s_wall);
+    const ChunkedLodPatchMesh drawn(patch);
+    const StripMesh surface = ChunkedLodPatchMesh::surfaceOf(patch, {}),
+                    shifted = ChunkedLodPatchMesh::surfaceOf(patch, {1.0, 2.0, 3.0});
+    ASSERT_EQ(surface.vertices.size(), drawn.surfaceVertices);
+    EXPECT_LT(surface.vertices.size(), drawn.vertices.size());
+    EXPECT_EQ(surface.triangles(), drawn.surfaceTriangles);
+    EXPECT_EQ(surface.strips.ranges, (std::vector<unsigned>{drawn.strips.ranges[0]}));
+    for (std::size_t i = 0; i < surface.vertices.size(); ++i) {
+        EXPECT_LT((surface.vertices[i] - drawn.vertices[i] - StripMesh::Point(990.0, 5.0, 1980.0)).length(),
+                  1e-9);
+        EXPECT_LT((surface.vertices[i] - shifted.vertices[i] - StripMesh::Point(1.0, 2.0, 3.0)).length(),
+                  1e-9);
+    }
+}
+
 /// The curtains of a strip list: each pair of indices is a vertex, and one below it on the wall.
-void expectCurtains(const ChunkedLodPatchMesh & mesh, const ChunkedLodPatchMesh::Strips & strips,
+void expectCurtains(const ChunkedLodPatchMesh & mesh, const StripMesh::Strips & strips,
                     std::size_t firstStrip) {
     for (std::size_t strip = firstStrip; strip < strips.ranges.size(); ++strip) {
         const unsigned begin = strip == 0 ? 0 : strips.ranges[strip - 1], end = strips.ranges[strip];
@@ -91,7 +111,7 @@ void expectCurtains(const ChunkedLodPatchMesh & mesh, const ChunkedLodPatchMesh:
                        &bottom = mesh.vertices[strips.indices[i + 1]];
             ASSERT_EQ(top.x, bottom.x);
             ASSERT_EQ(top.z, bottom.z);
-            ASSERT_EQ(bottom.y, float(s_wall));
+            ASSERT_EQ(bottom.y, s_wall);
             ASSERT_GT(top.y, bottom.y);
         }
     }
@@ -108,7 +128,7 @@ TEST_F(ChunkedLodPatchMeshTest, CurtainsReachFromTheSidesOfTheMeshDownToTheWall)
         const Patch patch(terrain, window.x, window.y, window.size, threshold, s_wall);
         const ChunkedLodPatchMesh mesh(patch);
         EXPECT_EQ(patch.threshold(), window.size > 3 ? threshold : 0);
-        expectCurtains(mesh, mesh.surface, 1);
+        expectCurtains(mesh, mesh.strips, 1);
         expectCurtains(mesh, mesh.outerWall, 0);
         std::size_t tops = 0;
         std::vector<unsigned> side;
@@ -117,7 +137,7 @@ TEST_F(ChunkedLodPatchMeshTest, CurtainsReachFromTheSidesOfTheMeshDownToTheWall)
                                           patch.threshold(), side, i);
             tops += side.size();
         }
-        EXPECT_EQ(mesh.surface.indices.size() - mesh.surface.ranges[0] + mesh.outerWall.indices.size(),
+        EXPECT_EQ(mesh.strips.indices.size() - mesh.strips.ranges[0] + mesh.outerWall.indices.size(),
                   2 * tops);
     }
 }
@@ -126,8 +146,8 @@ TEST_F(ChunkedLodPatchMeshTest, StripsKeepWithinSixteenBits) {
     const auto terrain = TestChunked::terrain({257, 257}, noisy);
     const Patch patch(terrain, 0, 0, 257, 0, s_wall);
     const ChunkedLodPatchMesh mesh(patch);
-    EXPECT_LT(mesh.surface.ranges[0], 65535U);
-    EXPECT_GT(mesh.surface.ranges[0], 1000U);
+    EXPECT_LT(mesh.strips.ranges[0], 65535U);
+    EXPECT_GT(mesh.strips.ranges[0], 1000U);
     EXPECT_LE(mesh.vertices.size(), 65536U);
     EXPECT_GT(patch.threshold(), 0);
 }

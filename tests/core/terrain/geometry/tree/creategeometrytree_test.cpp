@@ -553,7 +553,10 @@ private:
         for (const Point & corner : {patch.boundingBox().getLLF(), patch.boundingBox().getURB()})
             for (const double coordinate : {corner.x, corner.y, corner.z})
                 add(coordinate);
-        add(PatchMesh(patch).triangles());
+        // A grid's are those of its plain cells, whatever stands in them.
+        const auto * grid = dynamic_cast<const GridPatch *>(&patch);
+        add(grid ? 2 * grid->domain().getWidth() * grid->domain().getHeight()
+                 : unsigned(patch.description().triangles));
         if (const auto * tin = dynamic_cast<const TinPatch *>(&patch)) {
             addAll(tin->vertexIndices().get());
             addAll(tin->parentHeights().get());

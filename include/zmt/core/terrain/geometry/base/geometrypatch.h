@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include <nbx/container/sequence/iterator.h>
+#include <nbx/math/area.h>
 #include <nbx/object/so.h>
 #include <nbx/object/wo.h>
 #include <nbx/scene/shape/shape.h>
@@ -11,6 +13,7 @@
 namespace ZMT::CORE {
 
 class GeometryData;
+struct StripMesh;
 
 /// A node of the level-of-detail tree of a terrain: one approximation of one part of the surface, and
 /// children that together cover the same part more exactly. Owns numbers only, coordinates stay in `data()`.
@@ -25,6 +28,14 @@ class GeometryPatch : public NBX::Shape {
     NBX_CLASS(GeometryPatch, NBX::Shape)
 public:
     using Children = NBX::Iterator<NBX::SO<GeometryPatch>>;
+
+    /// What a patch is and covers. Its surface is what is drawn, without skirts and walls.
+    struct Description {
+        std::string_view kind;       ///< "grid", "tin", "chunked" or "tile"; empty for kinds of others
+        NBX::Area cells;             ///< of the finest grid
+        std::uint64_t vertices = 0;  ///< of the surface
+        std::uint64_t triangles = 0; ///< of the surface
+    };
 
     /// `bbox` is in local coordinates; an undefined one is replaced by the origin alone. `approxError` and
     /// `wall` are in local height units. `children` may be null; their parent becomes this patch.
@@ -44,6 +55,13 @@ public:
     virtual NBX::SO<GeometryPatch> child(unsigned i) const;
     /// Lets a patch that loads its children on demand release them.
     virtual void unloadChildren() {}
+
+    /// Nothing at all for kinds of others that do not say. Of a streaming terrain's tile that is not in
+    /// memory, without numbers.
+    virtual Description description() const { return {}; }
+    /// The surface as it is drawn, in geo coordinates less `zero`, made anew; empty where `description` has
+    /// no numbers.
+    virtual StripMesh surface(const NBX::Vector3Base<double> & zero) const;
 
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;

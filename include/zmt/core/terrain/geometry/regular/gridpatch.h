@@ -17,6 +17,9 @@ public:
     ~GridPatch() override;
 
     NBX::SO<GeometryData> data() const override;
+    /// Cells with shapes of their own count with what these have.
+    Description description() const override;
+    StripMesh surface(const NBX::Vector3Base<double> & zero) const override;
     void serialize(NBX::SerializationManager & m) override;
 
     const NBX::SO<GridData> & grid() const { return grid_; }
@@ -26,6 +29,8 @@ protected:
     GridPatch();
 
 private:
+    void appendShapes(StripMesh & mesh, const NBX::Vector3Base<double> & shift) const;
+
     NBX::SO<GridData> grid_;
     NBX::Area domain_;
 };

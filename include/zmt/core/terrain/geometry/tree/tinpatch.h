@@ -40,6 +40,9 @@ public:
     ~TinPatch() override;
 
     NBX::SO<GeometryData> data() const override;
+    /// The cells are those between the first and the last corner, where the data is a grid.
+    Description description() const override;
+    StripMesh surface(const NBX::Vector3Base<double> & zero) const override;
     /// Throws `NBX::IOError` where the stored lists do not fit together, or not to the data.
     void serialize(NBX::SerializationManager & m) override;
 
@@ -84,6 +87,7 @@ private:
     void readLists(NBX::SerializationManager & m);
     void writeLists(NBX::SerializationManager & m);
     bool listsFit() const;
+    NBX::Area cells() const;
     bool isArray(unsigned list) const { return (isArray_ >> list & 1) != 0; }
     /// Notes whether the list was one.
     void noteArray(unsigned list, bool isArray);

@@ -25,6 +25,10 @@ public:
     /// can be read.
     NBX::SO<GeometryPatch> child(unsigned i) const override;
     void unloadChildren() override;
+    /// Cells of which a corner has no height are not drawn.
+    Description description() const override;
+    /// Without what closes the borders towards coarser tiles.
+    StripMesh surface(const NBX::Vector3Base<double> & zero) const override;
 
 private:
     NBX::WO<GridTerrainTile> tile_;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <zmt/core/terrain/geometry/base/stripmesh.h>
+
 #include "support/memorygridterrain.h"
 #include "support/recordedreports.h"
 
@@ -95,6 +97,62 @@ TEST(GeometryPatchHACK, UnloadsTheChildrenOfTheTile) {
     EXPECT_FALSE(child);
 }
 
+/// 4 by 4 cells of a step of 2: an undefined sample takes the six triangles that meet in it.
+TEST(GeometryPatchHACK, SurfaceIsWhatTheTileShows) {
+    MemoryGrid grid;
+    grid.level = 2;
+    grid.depth = 1;
+    grid.grid2geo = MemoryGrid::toGeo(10.0, 20.0, 0.5, 1000.0, 2000.0, 100.0);
+    grid.sample = [](unsigned, unsigned x, unsigned y) -> std::uint16_t {
+        return x == 4 && y == 6 ? 0 : std::uint16_t(1 + x + 3 * y);
+    };
+    const SO<MemoryGridTerrain> terrain(new MemoryGridTerrain(grid));
+    const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
+    const auto description = patch->description();
+    EXPECT_EQ(description.kind, "tile");
+    EXPECT_EQ(description.cells, NBX::Area(0, 0, 8, 8));
+    EXPECT_EQ(description.vertices, 25U);
+    EXPECT_EQ(description.triangles, 32U - 6U);
+    const auto mesh = patch->surface({1.0, 2.0, 3.0});
+    ASSERT_EQ(mesh.vertices.size(), 25U);
+    EXPECT_EQ(mesh.triangles(), 26U);
+    EXPECT_EQ(mesh.vertices[0], Point(999, 98, 1997));
+    EXPECT_EQ(mesh.vertices[1 + 5 * 2], Point(1019, 98 + 0.5 * (2 + 3 * 4), 2077));
+    mesh.forEachTriangle([&](unsigned a, unsigned b, unsigned c) {
+        const Point ab = mesh.vertices[b] - mesh.vertices[a], ac = mesh.vertices[c] - mesh.vertices[a];
+        EXPECT_EQ(ac.x * ab.z - ac.z * ab.x, 20.0 * 40.0) << "clockwise as seen from above";
+        for (const unsigned v : {a, b, c})
+            EXPECT_NE(v, 2U + 5U * 3U);
+    });
+}
+
+TEST(GeometryPatchHACK, SurfaceOfAPartIsThePartOfTheWholeTile) {
+    MemoryGrid grid;
+    grid.level = 2;
+    grid.depth = 1;
+    grid.kind = [](const Key & key) { return key.depth == 1 ? 2U : 1U; };
+    grid.sample = [](unsigned, unsigned x, unsigned y) { return std::uint16_t(1 + x + 100 * y); };
+    const SO<MemoryGridTerrain> terrain(new MemoryGridTerrain(grid));
+    const auto part = terrain->rootTile()->geometryPatchHACK(terrain)->child(2)->child(1);
+    EXPECT_EQ(part->description().cells, NBX::Area(2, 4, 2, 2));
+    EXPECT_EQ(part->description().vertices, 4U);
+    EXPECT_EQ(part->description().triangles, 2U);
+    const auto mesh = part->surface({});
+    ASSERT_EQ(mesh.vertices.size(), 4U);
+    EXPECT_EQ(mesh.vertices[0], Point(2, 402, 4));
+    EXPECT_EQ(mesh.vertices[3], Point(4, 604, 6));
+}
+
+TEST(GeometryPatchHACK, WithoutHeightsInMemoryThereIsNoSurface) {
+    const auto terrain = terrainOf();
+    const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
+    static_cast<MemoryGridTile &>(*terrain->rootTile()).unloadOwnData();
+    EXPECT_EQ(patch->description().cells, NBX::Area(0, 0, 16, 16));
+    EXPECT_EQ(patch->description().vertices, 0U);
+    EXPECT_EQ(patch->description().triangles, 0U);
+    EXPECT_TRUE(patch->surface({}).vertices.empty());
+}
+
 TEST(GeometryPatchHACK, OutlivesItsTileAsAPatchWithoutPlace) {
     SO<Patch> patch;
     NBX::WO<GridTerrainTile> tile;
@@ -109,4 +167,6 @@ TEST(GeometryPatchHACK, OutlivesItsTileAsAPatchWithoutPlace) {
     EXPECT_FALSE(patch->data());
     EXPECT_EQ(0U, patch->children());
     patch->unloadChildren();
+    EXPECT_EQ("tile", patch->description().kind);
+    EXPECT_TRUE(patch->surface({}).strips.indices.empty());
 }
