@@ -35,6 +35,8 @@ public:
     static bool isSupported();
     /// The largest side of a pixel buffer.
     static unsigned maxPixelBufferSize();
+    /// Whether the context that is current can draw elsewhere than on its own buffers.
+    static bool hasFrameBufferObjects();
     /// The context that is current on the calling thread, or null.
     static ContextGL * current();
     /// Lets the contexts of the process share with the EGL context of a window system that is current on this

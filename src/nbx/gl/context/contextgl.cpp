@@ -100,6 +100,10 @@ ContextGL::~ContextGL() {
     destroy();
 }
 
+bool ContextGL::hasFrameBufferObjects() {
+    return GLEW_EXT_framebuffer_object != GL_FALSE;
+}
+
 bool ContextGL::isSupported() {
     return EglPlatformGL::instance().isUsable();
 }

@@ -22,16 +22,25 @@ NBX_CLASS_IMPL(GLCanvas, Canvas)
 
 namespace {
 
-/// A picture in the making, which comes to its end also when a painter throws.
+/// A picture in the making, which comes to its end also when a painter throws. There is none where the
+/// context does not become current.
 class Redisplay {
 public:
-    explicit Redisplay(GLCanvas & canvas) : canvas_(canvas) { canvas_.prepareRedisplay(); }
-    ~Redisplay() { canvas_.finishRedisplay(); }
+    explicit Redisplay(GLCanvas & canvas) : canvas_(canvas) {
+        canvas_.prepareRedisplay();
+        isPrepared_ = canvas_.isContextCurrent();
+    }
+    ~Redisplay() {
+        if (isPrepared_) canvas_.finishRedisplay();
+    }
     Redisplay(const Redisplay &) = delete;
     Redisplay & operator=(const Redisplay &) = delete;
 
+    bool isPrepared() const { return isPrepared_; }
+
 private:
     GLCanvas & canvas_;
+    bool isPrepared_;
 };
 
 /// While it lives, pictures are complete at once.
@@ -128,7 +137,7 @@ bool GLCanvas::isContextCurrent() const {
 
 /// Without frame buffer objects there is nothing but the canvas to draw on.
 void GLCanvas::bindFrameBuffer() const {
-    if (GLEW_EXT_framebuffer_object) glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
+    if (ContextGL::hasFrameBufferObjects()) glBindFramebufferEXT(GL_FRAMEBUFFER_EXT, frameBuffer());
 }
 
 void GLCanvas::prepareRedisplay() {
@@ -146,6 +155,7 @@ void GLCanvas::redisplay() {
     clearRedisplayRequests();
     if (!isCreated()) return;
     const Redisplay redisplay(*this);
+    if (!redisplay.isPrepared()) return;
     const Area all(0, 0, width_, height_);
     drawPicture(all, all);
 }
@@ -228,7 +238,7 @@ bool GLCanvas::largeScaleSnapshot(Image * target, unsigned properties) {
     // Nothing can come later: the tiles are drawn once.
     const CompletePictures completePictures(*this);
     const Redisplay redisplay(*this);
-    return drawTiles(target);
+    return redisplay.isPrepared() && drawTiles(target);
 }
 
 bool GLCanvas::drawTiles(Image * target) {

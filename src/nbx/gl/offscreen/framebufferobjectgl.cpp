@@ -8,6 +8,7 @@
 
 #include "nbx/gl/context/attributepaintergl.h"
 #include "nbx/gl/context/framereadergl.h"
+#include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/image/image.h>
 #include <nbx/object/errorhandler.h>
@@ -52,7 +53,7 @@ FrameBufferObjectGL::FrameBufferObjectGL(EngineGL * engine, unsigned width, unsi
 FrameBufferObjectGL::~FrameBufferObjectGL() = default;
 
 bool FrameBufferObjectGL::isSupported() {
-    return GLEW_EXT_framebuffer_object != GL_FALSE;
+    return ContextGL::hasFrameBufferObjects();
 }
 
 void FrameBufferObjectGL::attachColorTexture(unsigned index, SO<SharedObj> keeper, unsigned target,

@@ -188,6 +188,37 @@ TEST_F(GLCanvasTest, RestoresTheContextThatWasCurrent) {
     ASSERT_TRUE(canvas->makeContextCurrent());
 }
 
+/// One whose context can be lost.
+class LosableCanvas : public OffscreenCanvasGL {
+    NBX_TEMPLATE_CLASS(LosableCanvas, OffscreenCanvasGL)
+public:
+    LosableCanvas() : OffscreenCanvasGL(64, 64) {}
+    bool makeContextCurrent() override { return !isLost && OffscreenCanvasGL::makeContextCurrent(); }
+
+    bool isLost = false;
+};
+
+/// It would draw over what belongs to the context that is current.
+TEST_F(GLCanvasTest, DrawsNothingWhereItsContextDoesNotBecomeCurrent) {
+    canvas->setBackgroundColor(Color::green);
+    canvas->redisplay();
+    const SO<LosableCanvas> lost(new LosableCanvas);
+    const SO<SceneThing> scene(new SceneThing);
+    scene->append(new Notes);
+    lost->append(scene.get());
+    lost->setBackgroundColor(Color::red);
+    lost->isLost = true;
+    lost->redisplay();
+    EXPECT_EQ(nullptr, lost->largeScaleSnapshot(100, 100));
+    EXPECT_EQ(0, noted.paintings);
+    EXPECT_TRUE(canvas->isContextCurrent());
+    EXPECT_EQ(Color::green, canvas->snapshot()->getColor(5, 5));
+    lost->isLost = false;
+    lost->redisplay();
+    EXPECT_EQ(1, noted.paintings);
+    EXPECT_TRUE(canvas->isContextCurrent());
+}
+
 TEST_F(GLCanvasTest, MayDrawAnotherCanvasWhileItIsDrawn) {
     const SO<PBufferCanvasGL> other(new PBufferCanvasGL(8, 8));
     other->setBackgroundColor(Color::red);
