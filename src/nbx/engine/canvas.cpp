@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 #include <nbx/engine/clock.h>
 #include <nbx/engine/engine.h>
@@ -28,15 +29,28 @@ std::mutex & listMutex() {
     return mutex;
 }
 
-/// The first global camera that stands in a node, or in one below, that is evaluated.
-SO<Camera> findGlobalCamera(const SceneNode * node) {
-    const auto * thing = dynamic_cast<const SceneThing *>(node);
-    if (!thing || !thing->isEnabled() || !(thing->getNodeState() & SceneNode::NS_Renders)) return nullptr;
-    for (unsigned i = 0; i < thing->objects(); ++i) {
-        RenderObj * object = thing->object(i);
+/// Null for what is not evaluated.
+const SceneThing * evaluatedThing(const RenderObj * object) {
+    const auto * thing = dynamic_cast<const SceneThing *>(object);
+    const bool isEvaluated = thing && thing->isEnabled() && (thing->getNodeState() & SceneNode::NS_Renders);
+    return isEvaluated ? thing : nullptr;
+}
+
+/// The first global camera that stands in a node, or in one below, that is evaluated. Scenes may be deep: the
+/// nodes on the way down are kept aside, each with the object to look at next.
+SO<Camera> findGlobalCamera(const SceneNode * root) {
+    std::vector<std::pair<const SceneThing *, unsigned>> way;
+    if (const SceneThing * thing = evaluatedThing(root)) way.emplace_back(thing, 0);
+    while (!way.empty()) {
+        auto & [thing, next] = way.back();
+        if (next == thing->objects()) {
+            way.pop_back();
+            continue;
+        }
+        RenderObj * object = thing->object(next++);
         auto * camera = dynamic_cast<Camera *>(object);
         if (camera && camera->isEnabled() && camera->getScope() == Camera::S_Global) return camera;
-        if (SO<Camera> below = findGlobalCamera(dynamic_cast<SceneNode *>(object))) return below;
+        if (const SceneThing * below = evaluatedThing(object)) way.emplace_back(below, 0);
     }
     return nullptr;
 }

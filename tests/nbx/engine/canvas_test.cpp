@@ -140,6 +140,37 @@ TEST_F(CanvasTest, globalCameraHoldsForTheNodesInFrontOfIt) {
     EXPECT_EQ(seen, Matrix4x4Base<double>());
 }
 
+TEST_F(CanvasTest, firstGlobalCameraInTheOrderOfTheSceneHolds) {
+    Matrix4x4Base<double> seen;
+    const auto probe =
+        SO<SceneNode>(new ProbeNode([&](Engine * engine) { seen = engine->projectionMatrix(); }));
+    const auto ortho = [](double size) { return SO<Ortho>(new Ortho(-size, size, -size, size, 1.0, 9.0)); };
+    const auto camera = [&](double size) {
+        return SO<Camera>(new Camera(new LookAt(), ortho(size).get(), Camera::S_Global));
+    };
+    // Behind the probe: dead ends, then a nested node, which comes before what stands behind it.
+    const SO<SceneThing> scene(new SceneThing), empty(new SceneThing), hidden(new SceneThing),
+        outer(new SceneThing), inner(new SceneThing);
+    hidden->append(camera(1.0).get());
+    hidden->setEnableState(false);
+    inner->append(camera(2.0).get());
+    outer->append(empty.get());
+    outer->append(inner.get());
+    scene->append(probe.get());
+    for (const SO<SceneThing> & thing : {hidden, outer})
+        scene->append(thing.get());
+    scene->append(camera(3.0).get());
+    canvas->append(scene.get());
+    canvas->redisplay();
+    EXPECT_EQ(seen, ortho(2.0)->matrix(1));
+    inner->setEnableState(false);
+    canvas->redisplay();
+    EXPECT_EQ(seen, ortho(3.0)->matrix(1));
+    hidden->setEnableState(true);
+    canvas->redisplay();
+    EXPECT_EQ(seen, ortho(1.0)->matrix(1));
+}
+
 TEST_F(CanvasTest, earliestRequestCounts) {
     EXPECT_FALSE(canvas->redisplayPending());
     EXPECT_FALSE(canvas->redisplayDue(1e9));
