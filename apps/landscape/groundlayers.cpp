@@ -105,22 +105,6 @@ GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridD
     return {image, ZMT::CORE::GeoTransformation::nbx2geoTf(terrain->boundingBox())};
 }
 
-/// The share of light that a surface with these normals gives back.
-NBX::SO<NBX::Image> lit(const NBX::Image & normals, const Sunlight & sun) {
-    NBX::SO<NBX::Image> light(new NBX::MemoryImage(normals.width(), normals.height(), NBX::LS_Luminance));
-    for (int y = 0; y < normals.height(); ++y) {
-        const unsigned char * texel = normals.lineComponentsU8(y);
-        unsigned char * share = light->lineComponentsU8(y);
-        for (int x = 0; x < normals.width(); ++x, texel += 3) {
-            const Point normal(texel[0] - 127.5, texel[1] - 127.5, texel[2] - 127.5);
-            const double cosine = std::max(0.0, normal.normalized().dot(sun.direction));
-            share[x] =
-                static_cast<unsigned char>(std::lround(255.0 * (sun.ambient + (1.0 - sun.ambient) * cosine)));
-        }
-    }
-    return light;
-}
-
 /// The baked light, or the normals for light of each pixel. Terrains make such maps of themselves, but those
 /// know no exaggeration, and their sun is flattened and moves with the shape of the terrain. Break lines
 /// have normals that only painters know.
@@ -131,7 +115,7 @@ NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE:
     const bool isStatic = lighting == Lighting::Static;
     if (grid.hasCellShapes()) {
         map = drawNormals(terrain, grid, exaggeration);
-        if (isStatic) map.image = lit(*map.image, sun);
+        if (isStatic) map.image = ReliefImage::createShading(*map.image, sun.direction, sun.ambient);
     } else if (isStatic) {
         map.image =
             ReliefImage::createShading(grid, sun.direction, sun.ambient, s_largestLightMap, exaggeration);

@@ -138,4 +138,23 @@ NBX::SO<NBX::Image> ReliefImage::createNormals(const GridData & grid, unsigned m
     return image;
 }
 
+NBX::SO<NBX::Image> ReliefImage::createShading(const NBX::Image & normals,
+                                               const NBX::Vector3Base<double> & direction, double ambient) {
+    const bool hasNormals = normals.layerSequence() == NBX::LS_RGB && normals.dataType() == NBX::Image::UInt8;
+    NBX_CHECK(hasNormals, L"normals are three layers of 8 bits");
+    if (!hasNormals) return nullptr;
+    const NBX::Vector3Base<double> toLight = direction.normalized();
+    NBX::SO<NBX::Image> light(new NBX::MemoryImage(normals.width(), normals.height(), NBX::LS_Luminance));
+    for (int y = 0; y < normals.height(); ++y) {
+        const unsigned char * texel = normals.lineComponentsU8(y);
+        unsigned char * share = light->lineComponentsU8(y);
+        for (int x = 0; x < normals.width(); ++x, texel += 3) {
+            const NBX::Vector3Base<double> normal(texel[0] - 127.5, texel[1] - 127.5, texel[2] - 127.5);
+            const double cosine = std::max(0.0, normal.normalized().dot(toLight));
+            share[x] = static_cast<unsigned char>(std::lround(255.0 * (ambient + (1.0 - ambient) * cosine)));
+        }
+    }
+    return light;
+}
+
 } // namespace ZMT::CORE

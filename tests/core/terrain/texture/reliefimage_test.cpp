@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/image/image.h>
+#include <nbx/image/memoryimage.h>
+
+#include <support/recordedreports.h>
 
 #include "support/testterrain.h"
 
 using ZMT::CORE::ReliefImage;
+using Point = NBX::Vector3Base<double>;
 using Texel = std::array<int, 3>;
 
 namespace {
@@ -162,6 +165,32 @@ TEST(ReliefImage, NormalsAreColours) {
     const auto flat = TestTerrain::grid({2, 2}, [](unsigned, unsigned) { return 3.0; });
     EXPECT_EQ(texel(*ReliefImage::createNormals(*flat), 0, 0), (Texel{128, 255, 128}));
     EXPECT_EQ(ReliefImage::createNormals(*ramp(), 4)->width(), 4);
+}
+
+TEST(ReliefImage, LightFollowsFromNormalsAsFromHeights) {
+    const auto grid = TestTerrain::grid({9, 7, 0.0, 0.0, 2.0, 3.0}, TestTerrain::bumpy);
+    const Point direction(2.0, 3.0, -1.0);
+    const auto expected = ReliefImage::createShading(*grid, direction, 0.25);
+    const auto light = ReliefImage::createShading(*ReliefImage::createNormals(*grid), direction, 0.25);
+    ASSERT_TRUE(light);
+    EXPECT_EQ(light->layerSequence(), NBX::LS_Luminance);
+    ASSERT_EQ(light->width(), 9);
+    ASSERT_EQ(light->height(), 7);
+    bool isAnyDark = false;
+    for (int y = 0; y < 7; ++y)
+        for (int x = 0; x < 9; ++x) {
+            // Normals have 8 bits.
+            EXPECT_NEAR(light->lineComponentsU8(y)[x], expected->lineComponentsU8(y)[x], 2) << x << " " << y;
+            isAnyDark = isAnyDark || light->lineComponentsU8(y)[x] == 64;
+        }
+    EXPECT_TRUE(isAnyDark) << "some slopes face away from the light";
+}
+
+TEST(ReliefImage, WhatAreNoNormalsIsReported) {
+    const RecordedReports reports;
+    const NBX::SO<NBX::Image> light(new NBX::MemoryImage(2, 2, NBX::LS_Luminance));
+    EXPECT_FALSE(ReliefImage::createShading(*light, {0, 1, 0}, 0.5));
+    EXPECT_EQ(reports.count(L"normals are three layers of 8 bits"), 1U) << reports;
 }
 
 } // namespace

@@ -34,6 +34,11 @@ public:
     /// pixel. Three layers of 8 bits.
     static NBX::SO<NBX::Image> createNormals(const GridData & grid, unsigned maxSide = s_maxSide,
                                              double exaggeration = 1.0);
+
+    /// The share of light, as above, of a surface whose normals are such colours. Null, reported, for a
+    /// picture that is not of three layers of 8 bits.
+    static NBX::SO<NBX::Image> createShading(const NBX::Image & normals,
+                                             const NBX::Vector3Base<double> & direction, double ambient);
 };
 
 } // namespace ZMT::CORE
