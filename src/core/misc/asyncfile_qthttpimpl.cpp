@@ -10,6 +10,7 @@
 #include "asyncfilemanager.h"
 #include "core/http/httptimes.h"
 #include "httpfile.h"
+#include "requestrank.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -119,7 +120,7 @@ void AsyncFile_QtHttpImpl::giveUp(const AsyncFile_QtHttpRequest * request, const
 }
 
 double AsyncFile_QtHttpImpl::highestQueuedPriority() const {
-    return (*first())->priority();
+    return rankOf((*first())->priority());
 }
 
 void AsyncFile_QtHttpImpl::startNext() {
@@ -204,8 +205,9 @@ void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring 
 }
 
 std::vector<AsyncFile_QtHttpImpl::RequestPointer>::const_iterator AsyncFile_QtHttpImpl::first() const {
-    return std::max_element(queue_.begin(), queue_.end(),
-                            [](const auto & a, const auto & b) { return a->priority() < b->priority(); });
+    return std::max_element(queue_.begin(), queue_.end(), [](const auto & a, const auto & b) {
+        return rankOf(a->priority()) < rankOf(b->priority());
+    });
 }
 
 } // namespace ZMT::CORE::IMPL

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -22,6 +21,7 @@
 #include "filecalls.h"
 #include "pagestore.h"
 #include "readengine.h"
+#include "requestrank.h"
 #include "waitlimit.h"
 
 namespace ZMT::CORE::IMPL {
@@ -75,11 +75,6 @@ unsigned wholeBlocks(std::uint64_t offset, std::uint64_t size) {
     const std::uint64_t start = offset % s_block;
     const bool isHeld = size <= limit - start && offset <= std::numeric_limits<std::uint64_t>::max() - size;
     return isHeld && size > 0 ? static_cast<unsigned>((start + size + s_block - 1) / s_block * s_block) : 0;
-}
-
-/// What is no number comes last.
-double rankOf(double priority) {
-    return std::isnan(priority) ? -std::numeric_limits<double>::infinity() : priority;
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <thread>
 
+#include <limits>
+
 #include <gtest/gtest.h>
 
 #include <nbx/engine/canvas.h>
@@ -446,6 +448,19 @@ TEST_F(AsyncFile_QtHttpTest, PriorityIsSetWhileQueuedOnly) {
     file = nullptr;
     EXPECT_FALSE(requests[4]->setPriority(3.0));
     EXPECT_EQ(requests[4]->priority(), 2.0);
+}
+
+/// What is no number must not stand in front of what can be ordered.
+TEST_F(AsyncFile_QtHttpTest, PrioritiesThatAreNoNumbersHoldNothingUp) {
+    auto file = open();
+    const auto none = file->request(0, 10, std::numeric_limits<double>::quiet_NaN());
+    const auto some = file->request(10, 10, 1.0);
+    EXPECT_TRUE(runUntilDone(*some));
+    EXPECT_EQ(some->state(), AsyncFile::RS_Ready);
+    EXPECT_EQ(none->state(), AsyncFile::RS_Queued);
+    EXPECT_TRUE(none->setPriority(0.5));
+    EXPECT_TRUE(runUntilDone(*none));
+    EXPECT_EQ(bytesOf(*none), bytes_.substr(0, 10));
 }
 
 TEST_F(AsyncFile_QtHttpTest, RequestsFailOnceTheirFileIsGone) {
