@@ -20,7 +20,7 @@ bool isRemark(const NBX::ErrorReport & report) {
 }
 
 bool isWarning(const NBX::ErrorReport & report) {
-    return report.condition == L"needed <= getBudget()";
+    return report.condition == L"needed <= getBudget()" || report.condition == L"projection";
 }
 
 } // namespace

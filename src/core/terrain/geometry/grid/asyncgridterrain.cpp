@@ -79,16 +79,36 @@ bool readHeader(AsyncFile & file, FileHeader & header, std::wstring & problem) {
     return header.isSound(file.size());
 }
 
-/// What stands beside a file on a web server; empty where there is nothing, which is usual.
+/// Whether a server answers that nothing is there, or nothing in it, or does not say: some forbid all that
+/// they do not have.
+bool saysNothingIsThere(const std::wstring & problem) {
+    for (const wchar_t * status : {L"403", L"404", L"410", L"416"})
+        if (problem.find(std::wstring(L"answered ") + status) != std::wstring::npos) return true;
+    return false;
+}
+
+/// What stands beside a file on a web server; empty where there is nothing, which is usual, and, reported,
+/// where it could not be read.
 std::string fetchedProjection(const std::wstring & url) {
     const std::size_t end = std::min(url.find_first_of(L"?#"), url.size());
     const std::string name = NBX::File::replaceExtensionName(utf8(url.substr(0, end)), "prj");
-    std::vector<NBX::ErrorReport> unheard;
-    const NBX::HeldReports held(unheard);
-    const NBX::SO<AsyncFile> file = AsyncFile::create(wide(name) + url.substr(end));
-    if (!file || file->size() > s_largestProjection) return {};
-    const NBX::SO<NBX::DataResource> bytes = file->readNow(0, file->size());
-    return bytes ? std::string(static_cast<const char *>(bytes->pointer()), bytes->size()) : std::string();
+    std::wstring problem;
+    NBX::SO<NBX::DataResource> bytes;
+    {
+        std::vector<NBX::ErrorReport> unheard;
+        const NBX::HeldReports held(unheard);
+        const NBX::SO<AsyncFile> file = AsyncFile::create(wide(name) + url.substr(end), false, &problem);
+        if (file && file->size() > s_largestProjection)
+            problem = L"is too large for one";
+        else if (file)
+            bytes = file->readNow(0, file->size(), &problem);
+    }
+    if (bytes) return {static_cast<const char *>(bytes->pointer()), bytes->size()};
+    if (!saysNothingIsThere(problem))
+        NBX_REPORT(2, L"projection",
+                   L"the coordinate system beside the terrain cannot be read, and counts as none: "
+                       << problem << L": " << wide(name) << L"; try again");
+    return {};
 }
 
 /// Where the file of a scene lies now; empty when nobody knows.

@@ -88,7 +88,8 @@ public:
     /// Whether it can be stored in a scene: by its name, or embedded where the file goes with the terrain.
     bool serializable() const;
     /// The coordinate system beside the file, as WKT; empty without one. Waits for it where it lies on a web
-    /// server. Throws `NBX::InputException` for a local file that holds none.
+    /// server; empty as well, reported at level 2 under "projection", where that cannot give it. Throws
+    /// `NBX::InputException` for a local file that holds none.
     std::string wkt() const;
     /// Copies the whole file, with its light map and with the coordinate system beside it. False, reported,
     /// when that failed.
