@@ -11,8 +11,8 @@
 #include <nbx/object/exception.h>
 #include <zmt/raster/gdal/rasterwarp.h>
 
-#include "gdalrasterband.h"
 #include "metricgrid.h"
+#include "pooledrasterbands.h"
 #include "warpedrasterband.h"
 
 namespace ZMT::RASTER {
@@ -82,21 +82,21 @@ private:
     NBX::SO<RasterBand> band_;
 };
 
-Source openSource(const std::string & path, const std::string & wanted) {
+Source openSource(PooledRasterBands & pool, const std::string & path, const std::string & wanted) {
     const auto file = std::make_shared<const GdalSource>(path, GdalSource::Outside::NaN, wanted);
     if (GDALDataTypeIsComplex(file->dataset().GetRasterBand(1)->GetRasterDataType()))
         throw NBX::InputException(L"holds complex numbers, which are no heights", path);
-    const GdalErrorTrap trap;
-    return {path, new GdalRasterBand(file, 0), file->reference()};
+    return {path, pool.add(file, wanted), file->reference()};
 }
 
 std::vector<Source> openSources(const std::vector<std::string> & paths, const std::string & wanted) {
     if (paths.empty()) throw NBX::InputException(L"no raster is named; name at least one");
+    const auto pool = std::make_shared<PooledRasterBands>();
     std::vector<Source> sources;
     for (const std::string & path : paths) {
         const bool isFirst = sources.empty();
         sources.push_back(
-            openSource(path, wanted.empty() && !isFirst ? sources.front().reference.wkt : wanted));
+            openSource(*pool, path, wanted.empty() && !isFirst ? sources.front().reference.wkt : wanted));
         if (sources.back().reference.wkt.empty() != sources.front().reference.wkt.empty())
             throw NBX::InputException(L"of several rasters, either all or none have a coordinate system; set "
                                       L"it with gdal_edit.py -a_srs",

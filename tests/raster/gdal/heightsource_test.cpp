@@ -1,6 +1,8 @@
 #include <zmt/raster/gdal/heightsource.h>
 
 #include <cmath>
+#include <filesystem>
+#include <iterator>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -255,6 +257,56 @@ TEST_F(HeightSourceTest, saysWhatCannotBeLaidTogether) {
     TiffContent far{2, 2, {1, 2, 3, 4}};
     far.geoTransform = {1e15, 30.0, 0.0, 3100000.0, 0.0, -20.0};
     EXPECT_NE(problemOf({placed, write("c.tif", far)}).find("too far"), std::string::npos);
+}
+
+/// More than may be open at once: processes have a bound of open files.
+TEST_F(HeightSourceTest, OfManyFilesSomeAreOpen) {
+    constexpr int files = 100, mostOpen = 64;
+    const auto openFiles = [] {
+        const std::filesystem::directory_iterator first("/proc/self/fd");
+        return std::distance(first, std::filesystem::directory_iterator());
+    };
+    std::vector<std::string> paths;
+    for (int i = 0; i < files; ++i) {
+        TiffContent content{1, 2};
+        content.geoTransform = {double(i), 1.0, 0.0, 2.0, 0.0, -1.0};
+        content.values = {1000.0 + i, 2000.0 + i};
+        paths.push_back(write("tile" + std::to_string(i) + ".tif", content));
+    }
+    const auto before = openFiles();
+    const HeightSource source(paths);
+    EXPECT_LE(openFiles() - before, mostOpen);
+    EXPECT_GT(openFiles() - before, mostOpen / 2);
+    std::vector<double> expected;
+    for (const double row : {2000.0, 1000.0})
+        for (int i = 0; i < files; ++i)
+            expected.push_back(row + i);
+    expectCells(expected, source);
+    expectCells(expected, source);
+    EXPECT_LE(openFiles() - before, mostOpen);
+}
+
+TEST_F(HeightSourceTest, FilesThatChangeWhileTheyAreClosedAreReported) {
+    std::vector<std::string> paths;
+    for (int i = 0; i < 70; ++i) {
+        TiffContent content{1, 1};
+        content.geoTransform = {double(i), 1.0, 0.0, 1.0, 0.0, -1.0};
+        content.values = {double(i)};
+        paths.push_back(write("tile" + std::to_string(i) + ".tif", content));
+    }
+    const HeightSource source(paths);
+    TiffContent other{2, 1};
+    other.geoTransform = {0.0, 0.5, 0.0, 1.0, 0.0, -1.0};
+    other.values = {1.0, 2.0};
+    write("tile0.tif", other);
+    try {
+        cellsOf(source);
+        FAIL() << "another file was read";
+    } catch (const NBX::InputException & problem) {
+        EXPECT_NE(std::string(problem.what()).find("was changed while it was read; start again"),
+                  std::string::npos)
+            << problem.what();
+    }
 }
 
 } // namespace

@@ -23,7 +23,7 @@ public:
     /// `NBX::FileNotFoundException` or `NBX::InputException`, which say what is wrong and what to do.
     explicit HeightSource(const std::vector<std::string> & paths, const std::string & wanted = {});
 
-    /// Keeps the files open.
+    /// Keeps the files open, at most 64 of them at a time.
     const NBX::SO<RasterBand> & band() const { return band_; }
     /// Of the band; without a system where the files have none.
     const GeoReference & reference() const { return reference_; }
