@@ -3,7 +3,7 @@
 //
 // Deviations, none of which changes a sign: the last stage multiplies whole expansions instead of adding the
 // tails one after the other; and inputs on a lattice, which are degenerate all the time, leave early
-// (rectangles along the axes, differences that fit integers).
+// (rectangles along the axes, differences that fit integers, and, between the stages, double words).
 
 #include <zmt/core/terrain/geometry/tin/predicates.h>
 
@@ -271,6 +271,42 @@ bool incircleOnLattice(const Relative & a, const Relative & b, const Relative & 
     return true;
 }
 
+// Double-word arithmetic: M. Joldes, J.-M. Muller, V. Popescu, Tight and Rigorous Error Bounds for Basic
+// Building Blocks of Double-Word Arithmetic, ACM Transactions on Mathematical Software 44, 2017, algorithms 6
+// and 11, whose relative errors are below 4 and 8 times the square of `PredicateBounds::epsilon`.
+
+inline Two addWords(const Two & a, const Two & b) {
+    const Two heads = twoSum(a.head, b.head), tails = twoSum(a.tail, b.tail);
+    const Two s = fastTwoSum(heads.head, heads.tail + tails.head);
+    return fastTwoSum(s.head, tails.tail + s.tail);
+}
+
+inline Two multiplyWords(const Two & a, const Two & b) {
+    const Two heads = twoProduct(a.head, b.head);
+    return fastTwoSum(heads.head, heads.tail + (a.head * b.tail + a.tail * b.head));
+}
+
+/// `lift(a) * cross(b, c)` of the exact differences, in double words.
+inline Two wordTerm(const Relative & a, const Relative & b, const Relative & c) {
+    const Two ax{a.x, a.xTail}, ay{a.y, a.yTail};
+    const Two lift = addWords(multiplyWords(ax, ax), multiplyWords(ay, ay));
+    const Two back = multiplyWords({c.x, c.xTail}, {b.y, b.yTail});
+    const Two minor = addWords(multiplyWords({b.x, b.xTail}, {c.y, c.yTail}), {-back.head, -back.tail});
+    return multiplyWords(lift, minor);
+}
+
+/// Corners of a lattice that lie on a circle but for the rounding of their coordinates: the determinant is
+/// small, but not for double words. The errors of a term add up to less than 40 times the square of epsilon
+/// times its magnitude, those of the sums to less than 8. 0 where these do not tell the sign, and where words
+/// might underflow.
+double incircleByWords(const Relative & p, const Relative & q, const Relative & r, double magnitude) {
+    const double extent = std::max({p.magnitude(), q.magnitude(), r.magnitude()});
+    if (!(magnitude > 1e-100 && extent < 1e70)) return 0.0;
+    const double det = addWords(addWords(wordTerm(p, q, r), wordTerm(q, r, p)), wordTerm(r, p, q)).head;
+    const double bound = 64.0 * predicateBounds.epsilon * predicateBounds.epsilon * magnitude;
+    return std::fabs(det) > bound ? det : 0.0;
+}
+
 /// First-order change of `lift(a) * cross(b, c)` by the rounding errors of the differences.
 double tailTerm(const Relative & a, const Relative & b, const Relative & c) {
     return (a.x * a.x + a.y * a.y) * ((b.x * c.yTail + c.y * b.xTail) - (b.y * c.xTail + c.x * b.yTail)) +
@@ -315,6 +351,8 @@ double incircleAdapt(const Point & a, const Point & b, const Point & c, const Po
         crossMagnitude(q, r) * p.lift() + crossMagnitude(r, p) * q.lift() + crossMagnitude(p, q) * r.lift();
     det = p.lift() * cross(q, r) + q.lift() * cross(r, p) + r.lift() * cross(p, q);
     if (std::fabs(det) > predicateBounds.circleA * magnitude) return det;
+    det = incircleByWords(p, q, r, magnitude);
+    if (det != 0.0) return det;
 
     const auto stageB = sum(sum(lifted(crossProduct(q.x, r.y, r.x, q.y), p.x, p.y),
                                 lifted(crossProduct(r.x, p.y, p.x, r.y), q.x, q.y)),

@@ -185,6 +185,25 @@ TEST_F(PredicatesTest, AgreeWithRationalsWhereDifferencesAreRounded) {
     }
 }
 
+// Squares of lattices, turned by any number of cells, are on a circle but for the rounding of the corners;
+// the fourth one is moved by some units in the last place.
+TEST_F(PredicatesTest, AgreeWithRationalsOnLatticesWhoseCoordinatesAreRounded) {
+    SCOPED_TRACE(seed);
+    for (int run = 0; run < 20000; ++run) {
+        const auto cells = [&](int most) { return static_cast<int>(random() % unsigned(most)); };
+        const double cell = std::ldexp(uniform(1.0, 2.0), (cells(300) - 150) / (run % 2 == 0 ? 1 : 30));
+        const double first = run % 3 == 0 ? 0.0 : cell * cells(1 << 20);
+        const int x = cells(1000), y = cells(1000), k = 1 + cells(20), m = 1 + cells(20);
+        const auto at = [&](int column, int row) {
+            return Point(first + column * cell, first + row * cell, 0.0);
+        };
+        Point moved = at(x, y + k + m);
+        moved.x = nudge(moved.x, random);
+        ASSERT_NO_FATAL_FAILURE(
+            expectCircle(at(x + k, y), at(x + 2 * k + m, y + k), at(x + k + m, y + 2 * k + m), moved));
+    }
+}
+
 // Symmetric by construction: exactly on the circle, while the differences are not exact.
 TEST_F(PredicatesTest, FindExactZerosBehindRoundedDifferences) {
     for (int i = 0; i < 5000; ++i) {
