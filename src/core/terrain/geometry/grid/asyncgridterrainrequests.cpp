@@ -37,6 +37,14 @@ void AsyncGridTerrainRequests::want(const NBX::SO<AsyncFile::Request> & request,
     requests_[request] = {now(), tile};
 }
 
+void AsyncGridTerrainRequests::wantStarted(const NBX::SO<AsyncFile::Request> & request) {
+    const auto known = requests_.find(request);
+    const std::int64_t bytes = request->transferredBytes();
+    if (known == requests_.end() || bytes <= known->second.bytes) return;
+    known->second.bytes = bytes;
+    known->second.time = now();
+}
+
 bool AsyncGridTerrainRequests::forget(const NBX::SO<AsyncFile::Request> & request) {
     return requests_.erase(request) > 0;
 }

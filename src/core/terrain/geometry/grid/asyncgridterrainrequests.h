@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <set>
 
@@ -28,8 +29,11 @@ public:
     static double now();
     static void setClock(double (*clock)());
 
-    /// `tile` wants `request` now.
+    /// `tile` wants `request` now, which waits in the queue.
     void want(const NBX::SO<AsyncFile::Request> & request, const AsyncGridTerrainTile * tile);
+    /// `request` is wanted now and has left the queue. Its age stays that of its last moment there, unless
+    /// bytes have come since: over a slow line every block would be cancelled and asked for again for ever.
+    void wantStarted(const NBX::SO<AsyncFile::Request> & request);
     /// False when it was not known.
     bool forget(const NBX::SO<AsyncFile::Request> & request);
     std::size_t count() const { return requests_.size(); }
@@ -48,6 +52,7 @@ private:
     struct Wanted {
         double time;
         NBX::WO<const AsyncGridTerrainTile> tile;
+        std::int64_t bytes = -1; ///< that had come when it was last wanted
     };
 
     std::map<NBX::SO<AsyncFile::Request>, Wanted> requests_;

@@ -1,6 +1,8 @@
 // A block whose read failed, or which is damaged, is not asked for in every frame: the time until the next
-// try doubles. The last block of the root stays, so that there is always something to draw. Children hold
-// what they show a part of, which may be their parent: whoever lets a tree go unloads its children.
+// try doubles. Of reads it stays short, so that the picture is soon complete when the fault has gone; what
+// keeps them from storming a server that fails is its pause. The last block of the root stays, so that there
+// is always something to draw. Children hold what they show a part of, which may be their parent: whoever
+// lets a tree go unloads its children.
 
 #include "asyncgridterraintile.h"
 
@@ -138,6 +140,8 @@ NBX::SO<GridTerrainTileData> AsyncGridTerrainTile::requestTileData(double priori
     } else if (request->state() == AsyncFile::RS_Queued) {
         request->setPriority(std::max(request->priority(), priority));
         Requests::instance().want(request, this);
+    } else {
+        Requests::instance().wantStarted(request);
     }
     if (request && blocking) request->wait();
     // What is taken may be more than the memory manager keeps.
@@ -159,12 +163,12 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::usedData() const {
 NBX::SO<AsyncFile::Request> AsyncGridTerrainTile::ask(double priority) const {
     if (failures_ > 0 && Requests::now() < retryTime_) return nullptr;
     if (!TerrainFileFormat::isPossibleTile(ref_, place_.tileLevel, terrain_->header.dataSize)) {
-        fail(L"the file refers to a block that it cannot hold; get it anew");
+        failBlock(L"the file refers to a block that it cannot hold; get it anew");
         return nullptr;
     }
     NBX::SO<AsyncFile::Request> request = terrain_->file->request(ref_.offset, ref_.storedSize, priority);
     if (!request) {
-        fail(L"the file is not open");
+        failRead(L"the file is not open");
         return nullptr;
     }
     request_ = request;
@@ -179,14 +183,14 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::take(bool blocking) cons
     const AsyncFile::RequestState state = request->state();
     if (state == AsyncFile::RS_Failed) {
         release(request);
-        fail(request->errorText());
+        failRead(request->errorText());
         return nullptr;
     }
     if (state != AsyncFile::RS_Ready || !Requests::instance().mayTake(blocking)) return nullptr;
     const NBX::SO<NBX::DataResource> stored = request->data();
     release(request);
     const NBX::SO<AsyncGridTerrainTileData> data = use(TileBlock::inflated(ref_, stored));
-    if (!data) fail(L"the block is damaged; get the file anew");
+    if (!data) failBlock(L"the block is damaged; get the file anew");
     return data;
 }
 
@@ -209,9 +213,17 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::use(const NBX::SO<NBX::D
     return data;
 }
 
-void AsyncGridTerrainTile::fail(const std::wstring & reason) const {
+void AsyncGridTerrainTile::failRead(const std::wstring & reason) const {
+    fail(reason, s_lastReadRetry);
+}
+
+void AsyncGridTerrainTile::failBlock(const std::wstring & reason) const {
+    fail(reason, s_lastBlockRetry);
+}
+
+void AsyncGridTerrainTile::fail(const std::wstring & reason, double lastRetry) const {
     const double wait =
-        std::min(s_lastRetry, std::ldexp(s_firstRetry, static_cast<int>(std::min(failures_, 30U))));
+        std::min(lastRetry, std::ldexp(s_firstRetry, static_cast<int>(std::min(failures_, 30U))));
     ++failures_;
     failure_ = reason;
     retryTime_ = Requests::now() + wait;
@@ -227,7 +239,7 @@ void AsyncGridTerrainTile::release(const NBX::SO<AsyncFile::Request> & request) 
 void AsyncGridTerrainTile::requestEnded(const NBX::SO<AsyncFile::Request> & request, bool hasFailed) const {
     if (request_.lock() != request) return;
     request_ = nullptr;
-    if (hasFailed) fail(request->errorText());
+    if (hasFailed) failRead(request->errorText());
 }
 
 void AsyncGridTerrainTile::unloadChildren() {

@@ -37,8 +37,9 @@ public:
 class AsyncGridTerrainTile : public GridTerrainTile {
     NBX_CLASS(AsyncGridTerrainTile, GridTerrainTile)
 public:
-    /// A failed read is tried again after so many seconds, then after twice as many each time.
-    static constexpr double s_firstRetry = 1.0, s_lastRetry = 60.0;
+    /// A failed read, or a block that is damaged, is tried again after so many seconds, then after twice as
+    /// many each time.
+    static constexpr double s_firstRetry = 1.0, s_lastReadRetry = 4.0, s_lastBlockRetry = 60.0;
     /// What nobody walked over for so many seconds is dropped.
     static constexpr double s_unwalked = 10.0;
 
@@ -87,7 +88,9 @@ private:
     NBX::SO<AsyncFile::Request> ask(double priority) const;
     NBX::SO<AsyncGridTerrainTileData> take(bool blocking) const;
     NBX::SO<AsyncGridTerrainTileData> use(const NBX::SO<NBX::DataResource> & block) const;
-    void fail(const std::wstring & reason) const;
+    void failRead(const std::wstring & reason) const;
+    void failBlock(const std::wstring & reason) const;
+    void fail(const std::wstring & reason, double lastRetry) const;
     void release(const NBX::SO<AsyncFile::Request> & request) const;
     NBX::SO<GridTerrainTile> newChild(unsigned index);
 

@@ -32,7 +32,9 @@ constexpr double s_unbounded = 1e42;
 constexpr double s_anisotropy = 16.0;
 /// Of a node's side: patches differ by halves.
 constexpr double s_tolerance = 1e-4;
-constexpr double s_firstPause = 1.0, s_longestPause = 60.0; ///< seconds
+/// In seconds, after a read that failed or a block that is damaged. What keeps reads from storming a server
+/// is its own pause; when it has recovered, the picture is soon to be complete.
+constexpr double s_firstPause = 1.0, s_longestReadPause = 4.0, s_longestBlockPause = 60.0;
 /// Between two reads for the sake of the image alone, so that a budget that is too small costs little.
 constexpr double s_imagePause = 1.0;
 
@@ -130,16 +132,17 @@ void TexturePatchRequest::startLoad(double priority, bool force) {
     if (request_)
         TextureTransfers::want(request_);
     else
-        fail(L"the file is not open");
+        fail(L"the file is not open", s_longestReadPause);
 }
 
 void TexturePatchRequest::takeLoaded(bool force) {
     switch (request_->state()) {
     case AsyncFile::RS_Ready:
-        if (TextureTransfers::mayUpload(force) && !finishLoad()) fail(L"the block is damaged");
+        if (TextureTransfers::mayUpload(force) && !finishLoad())
+            fail(L"the block is damaged", s_longestBlockPause);
         break;
     case AsyncFile::RS_Failed:
-        fail(request_->errorText());
+        fail(request_->errorText(), s_longestReadPause);
         break;
     default:
         break;
@@ -201,9 +204,9 @@ void TexturePatchRequest::makeChildren(const TileHeader & header) {
             children_[i] = new TexturePatchRequest(stream_, header.children[i], level_ + 1);
 }
 
-void TexturePatchRequest::fail(const std::wstring & reason) {
+void TexturePatchRequest::fail(const std::wstring & reason, double longestPause) {
     dropRequest();
-    const double pause = std::min(s_longestPause, std::ldexp(s_firstPause, static_cast<int>(failures_)));
+    const double pause = std::min(longestPause, std::ldexp(s_firstPause, static_cast<int>(failures_)));
     failures_ = std::min(failures_ + 1, 16U);
     askAgainAt_ = TextureTransfers::now() + pause;
     failure_ = reason;

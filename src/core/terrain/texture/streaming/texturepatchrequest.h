@@ -29,7 +29,7 @@ struct TextureStream {
 /// A node of a streaming texture, which loads itself when it is asked for. The memory managers own its image
 /// and its texture; the node watches them, and loads again when both are gone. Children stay once they are
 /// known. A block that cannot be read, or does not validate, is asked for again after 1 s, then after twice
-/// as long each time, up to 60 s. Render thread.
+/// as long each time, up to 4 s or 60 s. Render thread.
 class TexturePatchRequest : public NBX::SharedObj {
     NBX_CLASS(TexturePatchRequest, NBX::SharedObj)
 public:
@@ -87,7 +87,7 @@ private:
     bool finishLoad();
     bool takeBlock(const NBX::SO<NBX::DataResource> & block);
     void makeChildren(const StreamingTextureFormat::TileHeader & header);
-    void fail(const std::wstring & reason);
+    void fail(const std::wstring & reason, double longestPause);
     void succeed();
     void dropRequest();
     NBX::SO<NBX::DataResource> plainData(const NBX::SO<NBX::DataResource> & stored) const;

@@ -239,6 +239,35 @@ TEST_F(AsyncGridTerrainTileTest, WhatIsUnderWayOrReadyIsKeptForFiveSeconds) {
     }
 }
 
+TEST_F(AsyncGridTerrainTileTest, OverASlowLineABlockArrivesWhileItIsWanted) {
+    frame();
+    child(0)->requestTileData(1.0, false, nullptr);
+    file->setAll(AsyncFile::RS_Processing);
+    for (unsigned second = 0; second < 20; ++second) {
+        file->at(0).transferred = 100 * second;
+        EXPECT_FALSE(child(0)->requestTileData(1.0, false, nullptr));
+        frame(1.0);
+        ASSERT_EQ(1U, file->known.size()) << second;
+    }
+    // Nothing comes any more.
+    for (unsigned second = 0; second < 4; ++second) {
+        child(0)->requestTileData(1.0, false, nullptr);
+        frame(1.0);
+    }
+    EXPECT_EQ(1U, file->known.size());
+    frame(0.01);
+    EXPECT_TRUE(file->known.empty());
+    // Or it does, but nobody wants it.
+    child(0)->requestTileData(1.0, false, nullptr);
+    file->setAll(AsyncFile::RS_Processing);
+    for (unsigned second = 0; second < 6; ++second) {
+        if (!file->known.empty()) file->at(0).transferred = 100 * second;
+        frame(1.0);
+    }
+    EXPECT_TRUE(file->known.empty());
+    EXPECT_EQ(2U, file->asked);
+}
+
 TEST_F(AsyncGridTerrainTileTest, AFailedReadIsTriedAgainAfterATimeThatDoubles) {
     const SO<Tile> tile = child(2);
     double wait = 1.0;
@@ -261,7 +290,7 @@ TEST_F(AsyncGridTerrainTileTest, AFailedReadIsTriedAgainAfterATimeThatDoubles) {
         EXPECT_FALSE(tile->requestTileData(1.0, false, nullptr));
         EXPECT_EQ(round + 1, file->asked);
         s_time = until;
-        wait = std::min(60.0, 2 * wait);
+        wait = std::min(4.0, 2 * wait);
     }
     // Once it comes, all is forgotten.
     EXPECT_TRUE(tile->requestTileData(1.0, true, nullptr));
@@ -319,6 +348,21 @@ TEST_F(AsyncGridTerrainTileTest, ADamagedBlockIsAskedForAgainLater) {
     failed = false;
     EXPECT_TRUE(child(3)->requestTileData(1.0, true, &failed));
     EXPECT_FALSE(failed);
+}
+
+TEST_F(AsyncGridTerrainTileTest, ABlockThatStaysDamagedIsReadLessAndLess) {
+    damage(*plain.tile(1, 4, 4));
+    double wait = 1.0;
+    for (unsigned round = 1; round <= 9; ++round) {
+        EXPECT_FALSE(child(3)->requestTileData(1.0, true, nullptr));
+        EXPECT_EQ(round, file->asked);
+        s_time += wait - 0.01;
+        EXPECT_FALSE(child(3)->requestTileData(1.0, true, nullptr));
+        EXPECT_EQ(round, file->asked) << wait;
+        s_time += 0.02;
+        wait = std::min(60.0, 2 * wait);
+    }
+    EXPECT_EQ(60.0, wait);
 }
 
 TEST_F(AsyncGridTerrainTileTest, ABlockThatCameBackShortFails) {

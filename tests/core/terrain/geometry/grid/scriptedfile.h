@@ -55,7 +55,7 @@ public:
     }
     double priority() const override { return priority_; }
     ZMT::CORE::AsyncFile::RequestState state() override { return now; }
-    std::int64_t transferredBytes() const override { return -1; }
+    std::int64_t transferredBytes() const override { return transferred; }
     bool wait() override {
         const NBX::SO<ScriptedFile> owner = file_.lock();
         ++owner->waits;
@@ -69,6 +69,7 @@ public:
     }
 
     ZMT::CORE::AsyncFile::RequestState now = ZMT::CORE::AsyncFile::RS_Queued;
+    std::int64_t transferred = -1;
     unsigned cut = 0; ///< bytes that are missing in the end
 
 private:

@@ -290,9 +290,8 @@ TEST_F(TexturePatchRequestTest, AFailureIsRepeatedAfterOneSecondAndThenTwiceAsMu
         EXPECT_FALSE(node->get(1.0, true)) << "not even by force";
         EXPECT_EQ(held->asked, failure) << pause;
         nextFrame(0.02);
-        pause = std::min(60.0, pause * 2.0);
+        pause = std::min(4.0, pause * 2.0);
     }
-    EXPECT_EQ(pause, 60.0);
     EXPECT_TRUE(getLoaded());
     clearManagers();
     get();
@@ -352,6 +351,21 @@ TEST_F(TexturePatchRequestTest, BlocksThatDoNotValidateAreAskedForAgainAfterASec
     held->bytes[root.offset + 40] ^= 0xff;
     EXPECT_TRUE(getLoaded());
     EXPECT_EQ(held->asked, 2U);
+}
+
+TEST_F(TexturePatchRequestTest, ABlockThatStaysDamagedIsReadLessAndLess) {
+    held->bytes[root.offset + 40] ^= 0xff;
+    double pause = 1.0;
+    for (unsigned failure = 1; failure <= 9; ++failure) {
+        EXPECT_FALSE(getLoaded());
+        EXPECT_EQ(held->asked, failure);
+        nextFrame(pause - 0.01);
+        EXPECT_FALSE(node->get(1.0, true));
+        EXPECT_EQ(held->asked, failure) << pause;
+        nextFrame(0.02);
+        pause = std::min(60.0, pause * 2.0);
+    }
+    EXPECT_EQ(pause, 60.0);
 }
 
 TEST_F(TexturePatchRequestTest, AFailedWaitIsAFailure) {

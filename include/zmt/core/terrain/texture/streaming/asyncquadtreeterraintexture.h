@@ -98,7 +98,8 @@ public:
                                         std::uint64_t key);
 
     /// The tiles of all textures whose last read failed. A tile that is wanted is asked for again after 1 s,
-    /// and after twice the time before each time it fails, up to 60 s.
+    /// and after twice the time before each time it fails: up to 4 s where it cannot be read, and up to 60 s
+    /// where it is damaged.
     static std::vector<ReadFailure> readFailures();
 
     /// Called when the painting of a terrain begins and ends.
