@@ -10,7 +10,6 @@
 #include <vector>
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -54,6 +53,7 @@ public:
         return run(command()) && waitUntil([this] { return std::filesystem::exists(folder_ + "/pid"); });
     }
 
+    int port() const { return port_; }
     std::wstring url(const std::string & name) const {
         const std::string text = "http://127.0.0.1:" + std::to_string(port_) + "/" + name;
         return std::wstring(text.begin(), text.end());
@@ -99,9 +99,8 @@ private:
         socklen_t size = sizeof address;
         const bool isBound = ::bind(socket, reinterpret_cast<sockaddr *>(&address), size) == 0 &&
                              ::getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) == 0;
-        EXPECT_TRUE(isBound);
         ::close(socket);
-        return ntohs(address.sin_port);
+        return isBound ? ntohs(address.sin_port) : 0;
     }
     std::string command() const { return "nginx -p " + folder_ + " -c " + folder_ + "/conf"; }
     std::string temporaryPaths() const {
@@ -112,5 +111,6 @@ private:
     }
 
     const int port_ = freePort();
-    const std::string folder_ = testing::TempDir() + "zmt_nginx_" + std::to_string(::getpid());
+    const std::string folder_ =
+        (std::filesystem::temp_directory_path() / ("zmt_nginx_" + std::to_string(::getpid()))).string();
 };
