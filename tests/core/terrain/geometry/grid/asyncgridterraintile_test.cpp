@@ -314,6 +314,17 @@ TEST_F(AsyncGridTerrainTileTest, AFailureThatNobodySeesBringsNoStorm) {
     EXPECT_GE(4U, file->asked) << "at 0, 1.3, 3.6 s";
 }
 
+TEST_F(AsyncGridTerrainTileTest, HoweverLongReadsFailedTheNextTryIsNear) {
+    const SO<Tile> tile = child(2);
+    for (unsigned round = 1; round <= 9; ++round) {
+        tile->requestTileData(1.0, false, nullptr);
+        ASSERT_EQ(round, file->asked);
+        file->setAll(AsyncFile::RS_Failed);
+        frame(0.3); // which nobody sees but the queue
+        s_time += 4.0;
+    }
+}
+
 TEST_F(AsyncGridTerrainTileTest, FailuresAreKnownToWhoLooks) {
     const SO<Tile> tile = child(1);
     EXPECT_TRUE(AsyncGridTerrain::readFailures().empty());
