@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 49> order = {
+constexpr std::array<std::string_view, 50> order = {
     "nbx/object",
     "nbx/math",
     "nbx/container/sequence",
@@ -62,6 +62,7 @@ constexpr std::array<std::string_view, 49> order = {
     "zmt/core/terrain/geometry/chunked",
     "zmt/core/terrain/geometry/grid/model",
     "zmt/core/terrain/texture/streaming",
+    "zmt/core/terrain/geometry/grid/creation",
     "zmt/core/terrain/geometry/grid",
     "zmt/core/terrain/inspect",
     "zmt/core/texturedtriangles",

@@ -17,13 +17,13 @@
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 #include <zmt/raster/gdal/projectionfile.h>
 
+#include "core/terrain/geometry/grid/creation/gridterrainwriter.h"
+#include "core/terrain/geometry/grid/creation/heightpyramid.h"
+#include "core/terrain/geometry/grid/creation/heightsource.h"
+#include "core/terrain/geometry/grid/creation/oldterrainheights.h"
+#include "core/terrain/geometry/grid/creation/unnamedfile.h"
+#include "core/terrain/geometry/grid/creation/writtenfile.h"
 #include "core/terrain/geometry/grid/model/terrainfileformat.h"
-#include "gridterrainwriter.h"
-#include "heightpyramid.h"
-#include "heightsource.h"
-#include "oldterrainheights.h"
-#include "unnamedfile.h"
-#include "writtenfile.h"
 
 namespace ZMT::CORE::GRID {
 

@@ -5,6 +5,7 @@
 
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
+#include <zmt/core/terrain/geometry/grid/creation/heightresampling.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
 #include <zmt/raster/rasterband.h>
 
@@ -16,11 +17,7 @@ namespace ZMT::CORE::GRID {
 /// it is. The raster is read twice, in windows, and memory does not grow with its height. The bytes of the
 /// file are the same for any number of threads.
 struct GridTerrainCreation {
-    /// What a sample of a coarse level is.
-    enum class Resampling {
-        Nearest, ///< the cell at its place, or where that is undefined, the nearest ones
-        Average, ///< the mean of the cells around it, those at its place weighing most
-    };
+    using Resampling = HeightResampling;
     /// Shows a message to the user of a graphical application, and waits until it was read.
     using MessageBox = void (*)(const std::wstring & caption, const std::wstring & text);
 

@@ -6,7 +6,7 @@
 
 #include <nbx/data/file.h>
 #include <nbx/object/so.h>
-#include <zmt/core/terrain/geometry/grid/gridterraincreation.h>
+#include <zmt/core/terrain/geometry/grid/creation/heightresampling.h>
 
 #include "heightsource.h"
 #include "tilethreads.h"
@@ -28,7 +28,7 @@ public:
 
     /// Levels up to `depth`. A file goes to the folder of `path`, or where that cannot be, to that of
     /// temporary files.
-    HeightPyramid(const HeightSource & source, unsigned depth, GridTerrainCreation::Resampling resampling,
+    HeightPyramid(const HeightSource & source, unsigned depth, HeightResampling resampling,
                   const std::string & path, std::uint64_t inMemory = s_inMemory);
     ~HeightPyramid();
 
@@ -64,7 +64,7 @@ private:
     void put(unsigned level, std::uint32_t y, const float * row);
 
     const HeightSource & source_;
-    GridTerrainCreation::Resampling resampling_;
+    HeightResampling resampling_;
     std::vector<Level> levels_;
     float minHeight_, maxHeight_;
     std::vector<float> heights_; ///< empty where they lie in the file

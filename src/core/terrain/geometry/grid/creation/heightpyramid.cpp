@@ -12,7 +12,7 @@ namespace ZMT::CORE::GRID {
 
 namespace {
 
-using Resampling = GridTerrainCreation::Resampling;
+using Resampling = HeightResampling;
 
 constexpr float s_none = std::numeric_limits<float>::quiet_NaN();
 /// Points that are read at once.

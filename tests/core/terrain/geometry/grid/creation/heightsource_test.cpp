@@ -1,10 +1,10 @@
-#include "core/terrain/geometry/grid/heightsource.h"
+#include "core/terrain/geometry/grid/creation/heightsource.h"
 
 #include <cmath>
 
 #include <gtest/gtest.h>
 
-#include "functionband.h"
+#include "../functionband.h"
 
 namespace {
 

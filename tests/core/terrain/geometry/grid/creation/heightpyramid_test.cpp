@@ -1,4 +1,4 @@
-#include "core/terrain/geometry/grid/heightpyramid.h"
+#include "core/terrain/geometry/grid/creation/heightpyramid.h"
 
 #include <cmath>
 #include <cstring>
@@ -9,14 +9,14 @@
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
 
-#include "functionband.h"
+#include "../functionband.h"
 #include <support/temporaryfolder.h>
 
 namespace {
 
 using namespace ZMT::CORE::GRID;
 using NBX::SO;
-using Resampling = GridTerrainCreation::Resampling;
+using Resampling = HeightResampling;
 
 /// A source in any part of the lattice.
 class ShiftedSource : public HeightSource {

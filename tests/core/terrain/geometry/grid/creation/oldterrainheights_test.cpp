@@ -1,6 +1,6 @@
 // Terrains that are merged over older ones.
 
-#include "core/terrain/geometry/grid/oldterrainheights.h"
+#include "core/terrain/geometry/grid/creation/oldterrainheights.h"
 
 #include <cmath>
 #include <filesystem>
@@ -10,9 +10,9 @@
 
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 
-#include "plainterrainfile.h"
-#include "scriptedfile.h"
-#include "writtenterrain.h"
+#include "../plainterrainfile.h"
+#include "../scriptedfile.h"
+#include "../writtenterrain.h"
 #include <support/recordedreports.h>
 #include <support/temporaryfolder.h>
 

@@ -1,4 +1,4 @@
-#include "core/terrain/geometry/grid/tilethreads.h"
+#include "core/terrain/geometry/grid/creation/tilethreads.h"
 
 #include <atomic>
 #include <mutex>
