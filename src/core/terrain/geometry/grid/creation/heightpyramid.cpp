@@ -64,26 +64,24 @@ float average(const Rows & rows, std::int64_t x) {
 } // namespace
 
 HeightPyramid::HeightPyramid(const HeightSource & source, unsigned depth, Resampling resampling,
+                             std::uint32_t countedRows)
+    : HeightLevels(source.area(), depth), source_(source), resampling_(resampling), countedRows_(countedRows),
+      defined_(source.area().maxY / countedRows - source.area().minY / countedRows + 1), rests_(depth + 1),
+      minHeight_(std::numeric_limits<float>::infinity()), maxHeight_(-minHeight_) {}
+
+HeightPyramid::HeightPyramid(const HeightSource & source, unsigned depth, Resampling resampling,
                              const std::string & path, std::uint64_t inMemory)
-    : source_(source), resampling_(resampling), levels_(depth + 1),
-      minHeight_(std::numeric_limits<float>::infinity()), maxHeight_(-minHeight_) {
-    levels_[0].area = source.area();
-    std::uint64_t points = 0;
-    for (unsigned level = 1; level <= depth; ++level) {
-        levels_[level].area = levels_[level - 1].area.halved();
-        levels_[level].start = points;
-        points += std::uint64_t(levels_[level].area.width()) * levels_[level].area.height();
-    }
-    if (points * sizeof(float) > inMemory)
-        file_ = unnamedFile(path);
+    : HeightPyramid(source, depth, resampling, s_pointsAtOnce) {
+    if (bytes() > inMemory)
+        keepIn(unnamedFile(path), 0);
     else
-        heights_.resize(points);
+        keepInMemory();
 }
 
 HeightPyramid::~HeightPyramid() = default;
 
 bool HeightPyramid::build(TileThreads & threads, NBX::Progress & progress) {
-    const LatticeArea area = levels_[0].area;
+    const LatticeArea area = this->area(0);
     const std::uint32_t atOnce =
         std::min(area.height(), std::max<std::uint32_t>(1, s_pointsAtOnce / area.width()));
     std::array<std::vector<float>, 2> windows;
@@ -107,73 +105,54 @@ bool HeightPyramid::build(TileThreads & threads, NBX::Progress & progress) {
 }
 
 void HeightPyramid::addRows(std::uint32_t y, std::uint32_t rows, const float * heights) {
-    const std::uint32_t width = levels_[0].area.width();
+    const std::uint32_t width = area(0).width();
     for (std::uint32_t row = 0; row < rows; ++row, heights += width) {
         float low = minHeight_, high = maxHeight_;
+        std::uint32_t defined = 0;
         for (std::uint32_t x = 0; x < width; ++x) {
+            defined += isDefined(heights[x]);
             // Comparisons with NaN are false.
             low = heights[x] < low ? heights[x] : low;
             high = heights[x] > high ? heights[x] : high;
         }
         minHeight_ = low;
         maxHeight_ = high;
+        defined_[(y + row) / countedRows_ - area(0).minY / countedRows_] += defined;
         addRow(0, y + row, heights);
     }
 }
 
 /// A row of the next level is made of up to three of this one, which come one by one.
 void HeightPyramid::addRow(unsigned level, std::uint32_t y, const float * row) {
-    if (level > 0) put(level, y, row);
-    if (level + 1 == levels_.size()) return;
-    Level & l = levels_[level];
-    const bool isLast = y == l.area.maxY;
-    const float * const before = l.hasBefore ? l.before.data() : nullptr;
+    if (level > 0) writeRow(level, y, row);
+    if (level == depth()) return;
+    const LatticeArea & area = this->area(level);
+    Rest & rest = rests_[level];
+    const bool isLast = y == area.maxY;
+    const float * const before = rest.hasBefore ? rest.before.data() : nullptr;
     if (y % 2 == 0) {
         if (isLast) return makeRow(level + 1, y / 2, before, row, nullptr);
-        l.centre.assign(row, row + l.area.width());
-        l.hasCentre = true;
+        rest.centre.assign(row, row + area.width());
+        rest.hasCentre = true;
         return;
     }
-    makeRow(level + 1, y / 2, before, l.hasCentre ? l.centre.data() : nullptr, row);
+    makeRow(level + 1, y / 2, before, rest.hasCentre ? rest.centre.data() : nullptr, row);
     if (isLast) return makeRow(level + 1, y / 2 + 1, row, nullptr, nullptr);
-    l.before.assign(row, row + l.area.width());
-    l.hasBefore = true;
+    rest.before.assign(row, row + area.width());
+    rest.hasBefore = true;
 }
 
 void HeightPyramid::makeRow(unsigned level, std::uint32_t y, const float * before, const float * centre,
                             const float * behind) {
-    const LatticeArea & from = levels_[level - 1].area;
-    Level & l = levels_[level];
+    const LatticeArea &from = area(level - 1), &to = area(level);
     const Rows rows{before, centre, behind, from.minX, from.maxX};
-    l.made.resize(l.area.width());
-    for (std::uint32_t i = 0; i < l.area.width(); ++i) {
-        const std::int64_t x = 2 * (std::int64_t(l.area.minX) + i);
-        l.made[i] = resampling_ == Resampling::Nearest ? nearest(rows, x) : average(rows, x);
+    std::vector<float> & made = rests_[level].made;
+    made.resize(to.width());
+    for (std::uint32_t i = 0; i < to.width(); ++i) {
+        const std::int64_t x = 2 * (std::int64_t(to.minX) + i);
+        made[i] = resampling_ == Resampling::Nearest ? nearest(rows, x) : average(rows, x);
     }
-    addRow(level, y, l.made.data());
-}
-
-void HeightPyramid::put(unsigned level, std::uint32_t y, const float * row) {
-    const Level & l = levels_[level];
-    const std::uint64_t at = l.start + std::uint64_t(y - l.area.minY) * l.area.width();
-    if (file_) {
-        file_->seek(static_cast<std::int64_t>(at * sizeof(float)));
-        file_->write(row, l.area.width() * sizeof(float));
-    } else {
-        std::copy_n(row, l.area.width(), heights_.begin() + static_cast<std::ptrdiff_t>(at));
-    }
-}
-
-void HeightPyramid::read(unsigned level, std::uint32_t y, std::uint32_t rows, float * heights) {
-    const Level & l = levels_[level];
-    const std::uint64_t at = l.start + std::uint64_t(y - l.area.minY) * l.area.width();
-    const std::uint64_t count = std::uint64_t(rows) * l.area.width();
-    if (file_) {
-        file_->seek(static_cast<std::int64_t>(at * sizeof(float)));
-        file_->read(heights, count * sizeof(float));
-    } else {
-        std::copy_n(heights_.begin() + static_cast<std::ptrdiff_t>(at), count, heights);
-    }
+    addRow(level, y, made.data());
 }
 
 } // namespace ZMT::CORE::GRID

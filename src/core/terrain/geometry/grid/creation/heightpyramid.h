@@ -4,11 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <nbx/data/file.h>
-#include <nbx/object/so.h>
 #include <zmt/core/terrain/geometry/grid/creation/heightresampling.h>
 
-#include "heightsource.h"
+#include "heightlevels.h"
 #include "tilethreads.h"
 
 namespace NBX {
@@ -17,11 +15,11 @@ class Progress;
 
 namespace ZMT::CORE::GRID {
 
-/// The heights of all coarser levels: level d has every 2^d th point of the lattice in both directions. Made
-/// in one pass over the source, level by level in step. Large ones lie in a file without a name.
+/// Makes the coarser levels of a source, in one pass over it, level by level in step. Large ones lie in a
+/// file without a name.
 ///
 /// Law: a point is defined exactly where it or one of its eight neighbours in the level below is.
-class HeightPyramid {
+class HeightPyramid : public HeightLevels {
 public:
     /// Levels of more bytes than this together lie in a file.
     static constexpr std::uint64_t s_inMemory = 96U << 20U;
@@ -30,6 +28,10 @@ public:
     /// temporary files.
     HeightPyramid(const HeightSource & source, unsigned depth, HeightResampling resampling,
                   const std::string & path, std::uint64_t inMemory = s_inMemory);
+    /// Levels that will lie somewhere else. `countedRows`: of so many rows of the source, from one whose
+    /// number they divide on, the defined points are counted together.
+    HeightPyramid(const HeightSource & source, unsigned depth, HeightResampling resampling,
+                  std::uint32_t countedRows);
     ~HeightPyramid();
 
     /// Reads the source. False when the user cancelled.
@@ -40,18 +42,12 @@ public:
     /// Of all points of the source.
     float minHeight() const { return minHeight_; }
     float maxHeight() const { return maxHeight_; }
-
-    /// Of a level, 0 being the source.
-    const LatticeArea & area(unsigned level) const { return levels_[level].area; }
-    /// Rows from `y` on of a level from 1 on, in the width of its area. NaN where there is no height. Throws
-    /// `NBX::IOException`.
-    void read(unsigned level, std::uint32_t y, std::uint32_t rows, float * heights);
+    /// For each stretch of counted rows, from that of the area's first row on.
+    const std::vector<std::uint64_t> & definedPoints() const { return defined_; }
 
 private:
-    struct Level {
-        LatticeArea area;
-        std::uint64_t start = 0; ///< in `heights_` or the file
-        /// The rows of this level that the next one still needs.
+    /// The rows of a level that the next one still needs.
+    struct Rest {
         std::vector<float> before, centre;
         bool hasBefore = false, hasCentre = false;
         std::vector<float> made; ///< a row of this level that is being made
@@ -61,14 +57,13 @@ private:
     void makeRow(unsigned level, std::uint32_t y, const float * before, const float * centre,
                  const float * behind);
     void addRows(std::uint32_t y, std::uint32_t rows, const float * heights);
-    void put(unsigned level, std::uint32_t y, const float * row);
 
     const HeightSource & source_;
     HeightResampling resampling_;
-    std::vector<Level> levels_;
+    std::uint32_t countedRows_;
+    std::vector<std::uint64_t> defined_;
+    std::vector<Rest> rests_;
     float minHeight_, maxHeight_;
-    std::vector<float> heights_; ///< empty where they lie in the file
-    NBX::SO<NBX::File> file_;
 };
 
 } // namespace ZMT::CORE::GRID
