@@ -2,7 +2,9 @@
 
 #include "commands.h"
 
+#include <cctype>
 #include <cstdint>
+#include <filesystem>
 #include <iomanip>
 #include <memory>
 #include <optional>
@@ -17,16 +19,19 @@
 #include "landscape/reports.h"
 #include "landscape/streamedfiles.h"
 
+#include <nbx/data/file.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/grid/gridterraincreation.h>
+#include <zmt/core/terrain/geometry/grid/gridterrainplan.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/heightsource.h>
 #include <zmt/raster/gdal/projectionfile.h>
+#include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/tiledgeoimagepyramid.h>
 
 namespace {
@@ -34,9 +39,11 @@ namespace {
 using NBX::StringUtils;
 using ZMT::CORE::StreamingTextureOptions;
 using ZMT::CORE::GRID::GridTerrainCreation;
+using ZMT::CORE::GRID::GridTerrainPlan;
 using ZMT::RASTER::ProjectionFile;
 
 constexpr unsigned s_mostThreads = 1024;
+constexpr unsigned s_mostParts = 1000000;
 /// Less of a raster is outside of a terrain by roundings.
 constexpr double s_leastShare = 1e-6;
 
@@ -94,8 +101,12 @@ GridTerrainCreation::Resampling parseResampling(const std::string & text) {
 }
 
 struct TerrainOptions {
-    std::vector<std::string> rasters;
+    /// Rasters, or parts that are joined.
+    std::vector<std::string> inputs;
     std::string out, merge;
+    std::string plan;
+    std::optional<GridTerrainPlan::Share> part;
+    bool joins = false;
     unsigned level = 7;
     unsigned threads = 0;
     GridTerrainCreation::Resampling resampling = GridTerrainCreation().resampling;
@@ -103,18 +114,21 @@ struct TerrainOptions {
     std::optional<Sunlight> light;
 };
 
+/// What is read and written, and how messages call it.
+void checkTerrainFiles(const TerrainOptions & options, const std::vector<NamedFile> & outputs) {
+    std::vector<NamedFile> inputs;
+    for (const std::string & input : options.inputs)
+        inputs.push_back({options.joins ? "PART" : "RASTER", input});
+    if (!options.merge.empty()) inputs.push_back({"--merge", options.merge});
+    checkOutputs(inputs, outputs);
+}
+
 void checkTerrainOptions(const TerrainOptions & options) {
     if (options.level < 1 || options.level > 7)
         throw UsageError("--level must be from 1 to 7: " + std::to_string(options.level));
     checkThreads(options.threads);
     if (options.light && options.lighting != FileLight::Static)
         throw UsageError("--light is for --lighting static; normals are lit while they are drawn");
-    std::vector<NamedFile> inputs;
-    for (const std::string & raster : options.rasters)
-        inputs.push_back({"RASTER", raster});
-    if (!options.merge.empty()) inputs.push_back({"--merge", options.merge});
-    checkOutputs(inputs,
-                 {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
 }
 
 /// What of the rasters the old terrain has no room for.
@@ -124,7 +138,7 @@ void tellShareOutside(const TerrainOptions & options, const ZMT::RASTER::RasterG
     if (share < s_leastShare || share >= 1.0) return;
     std::ostringstream percent;
     percent << std::setprecision(2) << 100.0 * share;
-    writeError("warning: " + options.rasters.front() + ": " + percent.str() +
+    writeError("warning: " + options.inputs.front() + ": " + percent.str() +
                " % lie outside of the square of " + options.merge +
                " and are left out; to have all of it, make a new terrain of both");
 }
@@ -132,7 +146,7 @@ void tellShareOutside(const TerrainOptions & options, const ZMT::RASTER::RasterG
 /// Where there is no coordinate system to go by.
 void tellMissingSystem(const TerrainOptions & options, const std::string & system,
                        const std::string & oldSystem) {
-    const std::string & raster = options.rasters.front();
+    const std::string & raster = options.inputs.front();
     if (!oldSystem.empty() && system.empty())
         writeError("warning: " + raster + ": has no coordinate system; it is taken to be in that of " +
                    options.merge);
@@ -144,11 +158,19 @@ void tellMissingSystem(const TerrainOptions & options, const std::string & syste
                    ": has no coordinate system; images will be laid by their coordinates alone");
 }
 
-void buildTerrain(const TerrainOptions & options) {
-    checkTerrainOptions(options);
+/// The rasters and the terrain that they are merged over.
+struct TerrainSources {
+    explicit TerrainSources(const TerrainOptions & options)
+        : old(options.merge.empty() ? StreamedTerrain() : openStreamedTerrain(options.merge)),
+          heights(options.inputs, old.reference.wkt) {}
+
     StreamedTerrain old;
-    if (!options.merge.empty()) old = openStreamedTerrain(options.merge);
-    const ZMT::RASTER::HeightSource source(options.rasters, old.reference.wkt);
+    ZMT::RASTER::HeightSource heights;
+};
+
+GridTerrainCreation creationOf(const TerrainOptions & options, const TerrainSources & sources) {
+    const StreamedTerrain & old = sources.old;
+    const ZMT::RASTER::HeightSource & source = sources.heights;
     GridTerrainCreation creation;
     creation.level = options.level;
     creation.resampling = options.resampling;
@@ -162,9 +184,123 @@ void buildTerrain(const TerrainOptions & options) {
     creation.ambientLight = sun.ambient;
     tellMissingSystem(options, source.reference().wkt, old.reference.wkt);
     if (old.terrain) tellShareOutside(options, source.band()->grid(), *old.terrain);
+    return creation;
+}
+
+/// The terrain and what stands beside it.
+std::vector<NamedFile> terrainOutputs(const TerrainOptions & options) {
+    return {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}};
+}
+
+void buildTerrain(const TerrainOptions & options) {
+    checkTerrainOptions(options);
+    checkTerrainFiles(options, terrainOutputs(options));
+    const TerrainSources sources(options);
+    const GridTerrainCreation creation = creationOf(options, sources);
     std::wstring problem;
-    if (!creation.run(StringUtils::Utf8String2WString(options.out), source.band(), &problem))
+    if (!creation.run(StringUtils::Utf8String2WString(options.out), sources.heights.band(), &problem))
         throwFailure(problem, options.out + ": could not be written");
+}
+
+// --- terrains in parts
+
+/// A name that is understood in other folders as well; what is no file keeps it.
+std::string nameEverywhere(const std::string & name) {
+    return NBX::File::isFile(name) ? NBX::File::absolutePath(name) : name;
+}
+
+/// Sizes and times of all files that are read for the rasters and the old terrain.
+std::string stampOf(const TerrainOptions & options) {
+    std::vector<std::string> files;
+    for (const std::string & raster : options.inputs) {
+        const std::vector<std::string> parts = ZMT::RASTER::RasterFile::partsOf(raster);
+        files.insert(files.end(), parts.begin(), parts.end());
+    }
+    if (!options.merge.empty()) files.push_back(options.merge);
+    std::ostringstream stamp;
+    for (const std::string & file : files) {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(file, error);
+        // On a web server, say.
+        if (error) continue;
+        stamp << size << ' ' << std::filesystem::last_write_time(file, error).time_since_epoch().count()
+              << '\n';
+    }
+    return stamp.str();
+}
+
+void planTerrain(const TerrainOptions & options) {
+    checkTerrainOptions(options);
+    checkTerrainFiles(options, {{"--plan", options.plan}});
+    const TerrainSources sources(options);
+    GridTerrainPlan::Origin origin;
+    for (const std::string & raster : options.inputs)
+        origin.rasters.push_back(nameEverywhere(raster));
+    if (!options.merge.empty()) origin.oldTerrain = nameEverywhere(options.merge);
+    origin.stamp = [&options] { return stampOf(options); };
+    if (!GridTerrainPlan::write(options.plan, creationOf(options, sources), sources.heights.band(), origin))
+        throwFailure(L"", options.plan + ": could not be written");
+}
+
+void buildPart(TerrainOptions options) {
+    checkThreads(options.threads);
+    const GridTerrainPlan plan(options.plan);
+    options.inputs = plan.rasters();
+    options.merge = plan.oldTerrain();
+    checkTerrainFiles(options, {{"PART", options.out}});
+    checkOutputs({{"--plan", options.plan}}, {{"PART", options.out}});
+    const TerrainSources sources(options);
+    if (!plan.writePart(
+            options.out, *options.part, sources.heights.band(), sources.old.terrain,
+            [&options] { return stampOf(options); }, options.threads))
+        throwFailure(L"", options.out + ": could not be written");
+}
+
+void joinTerrain(const TerrainOptions & options) {
+    checkThreads(options.threads);
+    const GridTerrainPlan plan(options.plan);
+    checkTerrainFiles(options, terrainOutputs(options));
+    checkOutputs({{"--plan", options.plan}}, terrainOutputs(options));
+    if (!plan.join(options.inputs, options.out, options.threads))
+        throwFailure(L"", options.out + ": could not be written");
+}
+
+/// K/N. Throws `UsageError`.
+GridTerrainPlan::Share parseShare(const std::string & text) {
+    GridTerrainPlan::Share share;
+    char rest = 0;
+    std::istringstream in(text);
+    unsigned long long part = 0, parts = 0;
+    char slash = 0;
+    if (!(in >> part >> slash >> parts) || slash != '/' || in >> rest || part < 1 || part > parts ||
+        parts > s_mostParts || !std::isdigit(static_cast<unsigned char>(text.front())))
+        throw UsageError("--part must be K/N, with K from 1 to N and N at most " +
+                         std::to_string(s_mostParts) + ": " + text);
+    share.part = static_cast<unsigned>(part);
+    share.parts = static_cast<unsigned>(parts);
+    return share;
+}
+
+/// Files and options of the four ways to call it.
+void runTerrainCommand(const CLI::App & command, TerrainOptions & options) {
+    const bool isPlan = !options.plan.empty() && !options.part && !options.joins;
+    if (options.part && options.joins) throw UsageError("--part and --join exclude each other");
+    if ((options.part || options.joins) && options.plan.empty())
+        throw UsageError(std::string(options.part ? "--part" : "--join") +
+                         " needs --plan FILE, the plan that all parts share");
+    for (const char * option : {"--level", "--resampling", "--merge", "--lighting", "--light"})
+        if ((options.part || options.joins) && command.count(option) > 0)
+            throw UsageError(std::string(option) + " belongs to the plan; give it where that is made");
+    if (options.part && options.inputs.size() != 1)
+        throw UsageError("FILES must be the part to write alone: the plan knows the rasters");
+    if (isPlan) return planTerrain(options);
+    if (options.part) {
+        options.out = options.inputs.front();
+        return buildPart(options);
+    }
+    options.out = takeLast(options.inputs, options.joins ? "FILES must be PART... OUT: at least two"
+                                                         : "FILES must be RASTER... OUT: at least two");
+    options.joins ? joinTerrain(options) : buildTerrain(options);
 }
 
 void addTerrainCommand(CLI::App & app) {
@@ -173,11 +309,20 @@ void addTerrainCommand(CLI::App & app) {
                                       "looked at, from a disk or any web server.");
     const auto options = std::make_shared<TerrainOptions>();
     command
-        ->add_option("FILES", options->rasters,
+        ->add_option("FILES", options->inputs,
                      "RASTER... OUT: height rasters, the later ones above the earlier, and the file; its "
                      "usual suffix is ztt. The coordinate system stands in a file beside it, with the suffix "
                      "prj")
         ->required();
+    command->add_option(
+        "--plan", options->plan,
+        "For terrains that several processes write. FILES are RASTER..., which are read once, "
+        "and the plan is written; or it is read, with --part and --join");
+    addParsedOption(*command, "--part", options->part, parseShare,
+                    "K/N: FILES is the file to which part K of N is written by the plan");
+    command->add_flag("--join", options->joins,
+                      "FILES are PART... OUT: all parts of the plan, which become the file that one process "
+                      "would write");
     command
         ->add_option("--level", options->level,
                      "Tiles have 2^LEVEL cells along a side, 1 to 7; fewer where the raster is narrower")
@@ -194,10 +339,7 @@ void addTerrainCommand(CLI::App & app) {
                     "above the horizon, and the share of light from everywhere");
     addThreadsOption(*command, options->threads);
     addOutputNote(*command);
-    command->callback([options] {
-        options->out = takeLast(options->rasters, "FILES must be RASTER... OUT: at least two");
-        buildTerrain(*options);
-    });
+    command->callback([command, options] { runTerrainCommand(*command, *options); });
 }
 
 // --- textures
