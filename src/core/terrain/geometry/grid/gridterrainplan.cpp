@@ -64,7 +64,7 @@ void addTerrain(ContentHash & hash, const GridTerrain & terrain) {
 
 /// Tells rasters and old terrains apart.
 std::uint64_t originHash(const RASTER::RasterBand & band, const NBX::SO<GridTerrain> & oldTerrain,
-                         const std::function<std::string()> & stamp) {
+                         const std::string & stamp) {
     ContentHash hash;
     const RASTER::RasterGrid & grid = band.grid();
     for (const double number :
@@ -72,7 +72,7 @@ std::uint64_t originHash(const RASTER::RasterBand & band, const NBX::SO<GridTerr
         hash.add(number);
     addCells(hash, band);
     if (oldTerrain && oldTerrain->rootTile()) addTerrain(hash, *oldTerrain);
-    if (stamp) hash.add(stamp());
+    hash.add(stamp);
     return hash.value();
 }
 
@@ -205,7 +205,8 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     plan.rasters = origin.rasters;
     plan.oldTerrain = origin.oldTerrain;
     plan.options = optionsHash(plan);
-    plan.origin = originHash(*band, how.oldTerrain, origin.stamp);
+    const std::string stamped = origin.stamp ? origin.stamp() : "";
+    plan.origin = originHash(*band, how.oldTerrain, stamped);
     plan.work.resize(plan.rows().rows(0).count());
     NBX::AtomicFileWriter writer(path);
     HeightPyramid pyramid(*layout.source, plan.header.treeDepth, how.resampling, 1U << plan.header.tileLevel);
@@ -215,6 +216,9 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     NBX::Progress progress("reading the raster", layout.source->area().height());
     if (!pyramid.build(threads, progress)) return false;
     progress.finish();
+    if (origin.stamp && origin.stamp() != stamped)
+        throw NBX::InputException(L"was changed while it was read; start again",
+                                  origin.rasters.empty() ? "the raster" : origin.rasters.front());
     const HeightScale scale = layout.scale(pyramid);
     plan.header.minHeight = scale.minHeight;
     plan.header.heightScale = scale.step;
@@ -246,14 +250,14 @@ bool GridTerrainPlan::writePart(const std::string & path, const Share & share,
                                 const std::function<std::string()> & stamp, unsigned threads) const {
     if (share.part < 1 || share.part > share.parts)
         throw NBX::InputException(L"a part is one of 1 to the number of parts");
-    const auto checkOrigin = [&] {
-        if (originHash(*band, oldTerrain, stamp) == plan_->origin) return;
-        throw NBX::InputException(
-            L"was changed since the plan was made, or the plan is of another one; make a "
-            L"new plan",
-            plan_->rasters.empty() ? "the raster" : plan_->rasters.front());
+    const std::string stamped = stamp ? stamp() : "";
+    const auto check = [&](bool isSame) {
+        if (isSame) return;
+        throw NBX::InputException(L"was changed since the plan was made, or the plan is of another one; make "
+                                  L"a new plan",
+                                  plan_->rasters.empty() ? "the raster" : plan_->rasters.front());
     };
-    checkOrigin();
+    check(originHash(*band, oldTerrain, stamped) == plan_->origin);
     const TerrainLayout layout(band, plan_->header.tileLevel, oldTerrain);
     if (!isSameLayout(layout, *plan_))
         throw NBX::InputException(L"does not fit the raster; make it anew", path_);
@@ -272,7 +276,7 @@ bool GridTerrainPlan::writePart(const std::string & path, const Share & share,
     const std::uint32_t first = plan_->firstRowOf(share.part, share.parts);
     const std::uint32_t end = plan_->firstRowOf(share.part + 1, share.parts);
     if (!maker.make(first, end - first, part, progress)) return false;
-    checkOrigin();
+    check(!stamp || stamp() == stamped);
     part.finish();
     progress.finish();
     writer.commit();

@@ -19,6 +19,9 @@
 #include <support/recordedreports.h>
 #include <support/temporaryfolder.h>
 
+#include "core/terrain/geometry/grid/creation/contenthash.h"
+#include "core/terrain/geometry/grid/creation/terrainpartfile.h"
+#include "core/terrain/geometry/grid/creation/terrainplanfile.h"
 #include "functionband.h"
 #include "writtenterrain.h"
 
@@ -318,6 +321,10 @@ TEST_F(GridTerrainPlanTest, ARasterThatChangesMeanwhileIsRefused) {
     expectContains(problem, "changed since");
     EXPECT_EQ(2, asked);
     EXPECT_FALSE(NBX::File::exists(path("p1")));
+    const GridTerrainPlan::Origin origin{{"band"}, "", [&] { return std::to_string(++asked); }};
+    expectContains(problemOf([&] { GridTerrainPlan::write(path("p"), creation, band, origin); }),
+                   "changed while it was read");
+    EXPECT_FALSE(NBX::File::exists(path("p")));
 }
 
 TEST_F(GridTerrainPlanTest, AnotherOldTerrainIsRefused) {
@@ -411,6 +418,87 @@ TEST_F(GridTerrainPlanTest, DamagedPlansAndPartsAreRefused) {
     expectContains(problemOf([&] { const GridTerrainPlan opened(all[0]); }), "is no plan");
     expectContains(problemOf([&] { joined({path("plan")}); }), "is no part");
     expectContains(problemOf([&] { joined({path("none")}); }), path("none"));
+}
+
+/// Numbers that no plan has, but whose hash is right.
+TEST_F(GridTerrainPlanTest, ForgedPlansAreRefused) {
+    creation.level = 2;
+    plan(new FunctionBand(20, 17, FunctionBand::hills));
+    NBX::File file(path("plan"), NBX::WM_Update);
+    const TerrainPlanFile sound = TerrainPlanFile::read(file);
+    const std::function<void(TerrainPlanFile &)> changes[] = {
+        [](auto & p) { p.header.tileLevel = 8; },
+        [](auto & p) { p.header.treeDepth = 30; },
+        [](auto & p) { p.header.treeDepth = UINT32_MAX; },
+        [](auto & p) { p.area.maxX = 33; },
+        [](auto & p) { p.area.maxY = UINT32_MAX; },
+        [](auto & p) { p.area.minX = 20; },
+        [](auto & p) { p.sourceArea.maxX = 20; },
+        [](auto & p) { p.sourceArea.minY = 17; },
+        [](auto & p) { p.sourceDepth = 4; },
+        [](auto & p) { p.header.cellSizeX = 0.0; },
+        [](auto & p) { p.header.cellSizeY = -1.0; },
+        [](auto & p) { p.header.heightScale = HUGE_VAL; },
+        [](auto & p) { p.header.minHeight = NAN; },
+        [](auto & p) { p.header.originX = NAN; },
+        [](auto & p) { p.header.originY = HUGE_VAL; },
+        [](auto & p) { p.resampling = static_cast<HeightResampling>(2); },
+        [](auto & p) { p.work.push_back(1); },
+        [](auto & p) { p.work.pop_back(); }};
+    int number = 0;
+    for (const auto & change : changes) {
+        TerrainPlanFile forged = sound;
+        change(forged);
+        forged.write(file);
+        EXPECT_NE("", problemOf([&] { TerrainPlanFile::read(file); })) << number++;
+    }
+    sound.write(file);
+    EXPECT_EQ(sound.id(), TerrainPlanFile::read(file).id());
+}
+
+/// Entries of a part that no part has, but whose hash is right.
+TEST_F(GridTerrainPlanTest, ForgedPartsAreRefused) {
+    creation.level = 2;
+    const SO<FunctionBand> band(new FunctionBand(9, 9, FunctionBand::hills));
+    plan(band);
+    const std::string name = part(band, 1, 1);
+    const Bytes bytes = NBX::File::contents(name);
+    // A row of two tiles: its bytes, its hash, two entries of nine numbers.
+    const std::size_t head = sizeof(TerrainPartHeader), entries = head + 16, blocks = entries + 72;
+    const auto forge = [&](unsigned field, std::uint32_t value) {
+        Bytes forged = bytes;
+        std::memcpy(forged.data() + entries + 4 * field, &value, 4);
+        std::uint64_t size = 0;
+        std::memcpy(&size, forged.data() + head, 8);
+        ContentHash hash;
+        hash.add(forged.data() + entries, 72);
+        hash.add(forged.data() + blocks, size);
+        const std::uint64_t sum = hash.value();
+        std::memcpy(forged.data() + head + 8, &sum, 8);
+        std::ofstream(name, std::ios::binary)
+            .write(reinterpret_cast<const char *>(forged.data()), std::streamsize(forged.size()));
+        return problemOf([&] { joined({name}); });
+    };
+    std::uint32_t stored = 0, minX = 0;
+    std::memcpy(&stored, bytes.data() + entries + 4, 4);
+    std::memcpy(&minX, bytes.data() + entries + 12, 4);
+    EXPECT_EQ("", forge(1, stored));
+    EXPECT_EQ(0U, minX);
+    for (const auto & [field, value] : std::vector<std::pair<unsigned, std::uint32_t>>{{0, 0},
+                                                                                       {0, 1},
+                                                                                       {0, 2},
+                                                                                       {0, UINT32_MAX},
+                                                                                       {1, 0},
+                                                                                       {1, stored + 1},
+                                                                                       {1, UINT32_MAX},
+                                                                                       {3, 99},
+                                                                                       {4, 5},
+                                                                                       {5, 0},
+                                                                                       {6, 5},
+                                                                                       {7, UINT32_MAX},
+                                                                                       {8, 65536},
+                                                                                       {12, 3}})
+        expectContains(forge(field, value), "damaged");
 }
 
 } // namespace

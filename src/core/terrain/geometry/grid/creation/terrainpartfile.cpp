@@ -46,6 +46,12 @@ std::uint64_t hashOf(const std::vector<Entry> & entries, const std::vector<char>
     return hash.value();
 }
 
+bool isInside(const GridBox & box, const GridBox & limits) {
+    for (unsigned axis = 0; axis < 3; ++axis)
+        if (box.min[axis] > box.max[axis]) return false;
+    return limits.contains(box);
+}
+
 /// Whether a tile at `place` may be stored like this.
 bool isSound(const Entry & entry, const TilePlace & place) {
     const std::uint32_t size = blockSize(place.tileLevel);
@@ -53,7 +59,7 @@ bool isSound(const Entry & entry, const TilePlace & place) {
                          (place.depth == 0 || entry.storedSize == size);
     const bool isNone =
         entry.storedSize == 0 && (entry.rawSize == 0 || (entry.rawSize == 1 && place.depth == 0));
-    return (isBlock || isNone) && (entry.rawSize == 0 || place.box().contains(entry.box));
+    return (isBlock || isNone) && (entry.rawSize == 0 || isInside(entry.box, place.box()));
 }
 
 } // namespace
