@@ -13,6 +13,8 @@ namespace {
 
 /// Cells that are converted at once.
 constexpr std::uint64_t cellsAtOnce = 1 << 21;
+/// Numbers beyond stand for the limits of a type.
+constexpr double s_limit = 1e30;
 
 /// True where every number of the type is a `float`.
 bool fitsFloat(GDALDataType type) {
@@ -37,8 +39,16 @@ bool GdalNoData::is(double value) const {
     if (!exists_) return false;
     if (!isFloat_) return value == value_;
     // The limits of the type are often written with few digits.
-    if (std::abs(value_) > 1e30) return std::abs(value / value_ - 1.0) < 1e-4;
+    if (std::abs(value_) > s_limit) return std::abs(value / value_ - 1.0) < 1e-4;
     return static_cast<float>(value) == static_cast<float>(value_);
+}
+
+bool GdalNoData::isOneFloat() const {
+    return !exists_ || (std::abs(value_) <= s_limit && (isFloat_ || double(asFloat()) == value_));
+}
+
+float GdalNoData::asFloat() const {
+    return exists_ ? static_cast<float>(value_) : std::numeric_limits<float>::quiet_NaN();
 }
 
 GdalRasterBand::GdalRasterBand(std::shared_ptr<const GdalSource> source, unsigned index)
@@ -48,6 +58,8 @@ GdalRasterBand::GdalRasterBand(std::shared_ptr<const GdalSource> source, unsigne
     hasMask_ = !(flags & (GMF_ALL_VALID | GMF_NODATA));
     scale_ = band_.GetScale();
     offset_ = band_.GetOffset();
+    isPlain_ = fitsFloat(band_.GetRasterDataType()) && !hasMask_ && scale_ == 1.0 && offset_ == 0.0 &&
+               noData_.isOneFloat();
 }
 
 unsigned GdalRasterBand::rowsAtOnce(unsigned width) {
@@ -60,10 +72,26 @@ void GdalRasterBand::readCells(unsigned col, unsigned row, unsigned width, unsig
     for (unsigned done = 0; done < height; done += step) {
         const unsigned rows = std::min(step, height - done);
         float * target = cells + static_cast<std::size_t>(done) * width;
-        if (fitsFloat(band_.GetRasterDataType()))
+        if (isPlain_)
+            readFloats(col, row + done, width, rows, target);
+        else if (fitsFloat(band_.GetRasterDataType()))
             readRows<float>(col, row + done, width, rows, target);
         else
             readRows<double>(col, row + done, width, rows, target);
+    }
+}
+
+/// The most frequent files, whose numbers are heights as they stand.
+void GdalRasterBand::readFloats(unsigned col, unsigned row, unsigned width, unsigned rows,
+                                float * cells) const {
+    readPixels(band_, col, row, width, rows, cells, GDT_Float32);
+    constexpr float undefined = std::numeric_limits<float>::quiet_NaN();
+    const float noData = noData_.asFloat();
+    const std::size_t count = static_cast<std::size_t>(width) * rows;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float value = cells[i];
+        const bool isHeight = std::abs(value) <= std::numeric_limits<float>::max() && value != noData;
+        cells[i] = isHeight ? value : undefined;
     }
 }
 
@@ -75,26 +103,26 @@ void GdalRasterBand::readRows(unsigned col, unsigned row, unsigned width, unsign
     readPixels(band_, col, row, width, rows, pixels.data(), sizeof(T) == 4 ? GDT_Float32 : GDT_Float64);
     std::vector<std::uint8_t> mask(hasMask_ ? count : 0);
     if (hasMask_) readPixels(*band_.GetMaskBand(), col, row, width, rows, mask.data(), GDT_Byte);
-    const bool southUp = source_->isSouthUp(), mirrored = source_->isMirrored();
-    for (unsigned j = 0; j < rows; ++j) {
-        const std::size_t line = static_cast<std::size_t>(southUp ? j : rows - 1 - j) * width;
-        for (unsigned i = 0; i < width; ++i) {
-            const std::size_t pixel = line + (mirrored ? width - 1 - i : i);
-            const bool isMasked = hasMask_ && mask[pixel] == 0;
-            *cells++ = isMasked ? std::numeric_limits<float>::quiet_NaN() : height(pixels[pixel]);
-        }
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool isMasked = hasMask_ && mask[i] == 0;
+        cells[i] = isMasked ? std::numeric_limits<float>::quiet_NaN() : height(pixels[i]);
     }
 }
 
-/// Delivers the pixels in the order of the file.
+/// Delivers the pixels from the south-western one on, row by row.
 void GdalRasterBand::readPixels(GDALRasterBand & band, unsigned col, unsigned row, unsigned width,
                                 unsigned rows, void * pixels, GDALDataType type) const {
-    const unsigned x = source_->isMirrored() ? cellsX() - col - width : col;
-    const unsigned y = source_->isSouthUp() ? row : cellsY() - row - rows;
+    const bool mirrored = source_->isMirrored(), southUp = source_->isSouthUp();
+    const unsigned x = mirrored ? cellsX() - col - width : col;
+    const unsigned y = southUp ? row : cellsY() - row - rows;
+    const GSpacing pixel = GDALGetDataTypeSizeBytes(type), line = pixel * width;
+    char * const first = static_cast<char *>(pixels) + (mirrored ? pixel * (width - 1) : 0) +
+                         (southUp ? 0 : line * (rows - 1));
     GdalErrorTrap trap;
-    const CPLErr result = band.RasterIO(GF_Read, static_cast<int>(x), static_cast<int>(y),
-                                        static_cast<int>(width), static_cast<int>(rows), pixels,
-                                        static_cast<int>(width), static_cast<int>(rows), type, 0, 0, nullptr);
+    const CPLErr result =
+        band.RasterIO(GF_Read, static_cast<int>(x), static_cast<int>(y), static_cast<int>(width),
+                      static_cast<int>(rows), first, static_cast<int>(width), static_cast<int>(rows), type,
+                      mirrored ? -pixel : pixel, southUp ? line : -line, nullptr);
     if (result != CE_None || trap.failed())
         throw NBX::InputException(L"the file is damaged or cut off; get it anew", source_->path(), 0,
                                   trap.text());

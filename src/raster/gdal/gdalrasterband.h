@@ -13,6 +13,10 @@ class GdalNoData {
 public:
     explicit GdalNoData(GDALRasterBand & band);
     bool is(double value) const;
+    /// Whether pixels that are floats need only be compared with `asFloat`.
+    bool isOneFloat() const;
+    /// NaN where there is no such number.
+    float asFloat() const;
 
 private:
     double value_ = 0.0;
@@ -33,6 +37,7 @@ protected:
     void readCells(unsigned col, unsigned row, unsigned width, unsigned height, float * cells) const override;
 
 private:
+    void readFloats(unsigned col, unsigned row, unsigned width, unsigned rows, float * cells) const;
     template <class T>
     void readRows(unsigned col, unsigned row, unsigned width, unsigned rows, float * cells) const;
     void readPixels(GDALRasterBand & band, unsigned col, unsigned row, unsigned width, unsigned rows,
@@ -43,6 +48,7 @@ private:
     GDALRasterBand & band_;
     GdalNoData noData_;
     bool hasMask_;
+    bool isPlain_; ///< the pixels are the heights
     double scale_, offset_;
 };
 

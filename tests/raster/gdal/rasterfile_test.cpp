@@ -158,6 +158,15 @@ TEST_F(RasterFileTest, NoDataWrittenWithFewDigits) {
                                 .noData = -3.40282e38}));
 }
 
+TEST_F(RasterFileTest, NoDataNearAWholeNumberIsNotThatNumber) {
+    expectCells({65535, 5}, read({.width = 2,
+                                  .height = 1,
+                                  .values = {65535, 5},
+                                  .type = GDT_UInt16,
+                                  .hasNoData = true,
+                                  .noData = 65535.001}));
+}
+
 TEST_F(RasterFileTest, InfiniteNoDataLeavesTheOthers) {
     expectCells(
         {nan, 5},

@@ -18,7 +18,7 @@ constexpr double s_sameCell = 1e-6;
 /// No range has room for what is infinite.
 void removeInfinite(float * heights, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
-        if (!(std::abs(heights[i]) <= std::numeric_limits<float>::max())) heights[i] = s_none;
+        heights[i] = std::abs(heights[i]) <= std::numeric_limits<float>::max() ? heights[i] : s_none;
 }
 
 /// The first and the last of `points` points, `step` apart from `first` on, between `low` and `high`; the
