@@ -12,8 +12,9 @@ public:
     static SO<DataResource> compress(SO<DataResource> resource, unsigned level);
     static SO<DataResource> compress(const void * data, unsigned size, unsigned level);
     /// True only when the stream is sound and exactly `size` bytes came out of it. Bytes behind the
-    /// stream's end are not looked at.
-    static bool uncompress(const void * compressed, unsigned compressedSize, void * data, unsigned size);
+    /// stream's end are not looked at; `usedSize`, where given, is the length of the stream then.
+    static bool uncompress(const void * compressed, unsigned compressedSize, void * data, unsigned size,
+                           unsigned * usedSize = nullptr);
 };
 
 } // namespace NBX

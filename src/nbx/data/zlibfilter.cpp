@@ -55,14 +55,17 @@ SO<DataResource> ZLibFilter::compress(const void * data, unsigned size, unsigned
     return new MemoryDataResource(result.data(), static_cast<unsigned>(written));
 }
 
-bool ZLibFilter::uncompress(const void * compressed, unsigned compressedSize, void * data, unsigned size) {
+bool ZLibFilter::uncompress(const void * compressed, unsigned compressedSize, void * data, unsigned size,
+                            unsigned * usedSize) {
     libdeflate_decompressor * codec = decompressor();
     if (!codec || !compressed || (!data && size > 0)) return false;
     std::uint8_t nowhere = 0;
-    std::size_t written = 0;
-    const libdeflate_result result =
-        libdeflate_zlib_decompress(codec, compressed, compressedSize, data ? data : &nowhere, size, &written);
-    return result == LIBDEFLATE_SUCCESS && written == size;
+    std::size_t used = 0, written = 0;
+    const libdeflate_result result = libdeflate_zlib_decompress_ex(
+        codec, compressed, compressedSize, data ? data : &nowhere, size, &used, &written);
+    if (result != LIBDEFLATE_SUCCESS || written != size) return false;
+    if (usedSize) *usedSize = static_cast<unsigned>(used);
+    return true;
 }
 
 } // namespace NBX

@@ -1,8 +1,6 @@
 #include <zmt/util/compressedtexture/texturepyramid.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
@@ -29,12 +27,6 @@ std::string utf8(const std::wstring & text) {
 
 std::wstring wide(const std::string & text) {
     return NBX::StringUtils::Utf8String2WString(text);
-}
-
-bool isSound(const PyramidHeader & h) {
-    return std::memcmp(h.magic, pyramidMagic, sizeof h.magic) == 0 && h.version == pyramidVersion &&
-           h.levels != 0 && h.minX < h.maxX && h.minY < h.maxY && std::isnormal(h.maxX - h.minX) &&
-           std::isnormal(h.maxY - h.minY);
 }
 
 /// The file that a stored name means now; empty when there is none.
@@ -79,7 +71,7 @@ bool TexturePyramid::readLevels() {
     const std::uint64_t size = file_->size();
     if (file_->read(&header, sizeof header) != sizeof header) return false;
     scramble(header, CompressedTexture::getEncryptionKey());
-    if (!isSound(header) || header.levels > (size - headerSize) / (8 + headerSize)) return false;
+    if (!header.faults().empty() || header.levels > (size - headerSize) / (8 + headerSize)) return false;
     header_ = {header.minX, header.minY, header.maxX, header.maxY};
     std::vector<std::uint64_t> positions(header.levels);
     if (file_->read(positions.data(), 8 * positions.size()) != 8 * positions.size()) return false;

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/misc/recordfault.h"
+
 namespace ZMT::UTIL::TexturePyramidFormat {
 
 constexpr std::size_t headerSize = 256;
@@ -19,6 +21,9 @@ struct PyramidHeader {
     std::uint32_t levels;
     double minX, minY, maxX, maxY;
     unsigned char reserved[184];
+
+    /// What is wrong, whatever lies behind.
+    CORE::RecordFaults faults() const;
 };
 static_assert(sizeof(PyramidHeader) == headerSize);
 
@@ -32,6 +37,14 @@ struct LevelHeader {
     std::uint32_t rawTileSize;
     std::uint32_t compression;
     unsigned char reserved[184];
+
+    /// What is wrong, whatever lies behind; tiles larger than readers take are.
+    CORE::RecordFaults faults() const;
+    std::uint64_t tiles() const { return std::uint64_t(tilesX) * tilesY; }
+    /// Bytes of the tables, both of them, for each tile.
+    std::uint64_t bytesPerTile() const { return version >= 2 ? 12 : 8; }
+    /// Whether tiles begin with their stored size, for want of a table.
+    bool hasSizesInTiles() const { return version == 1 && compression == 1; }
 };
 static_assert(sizeof(LevelHeader) == headerSize);
 

@@ -6,7 +6,6 @@
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 
 #include <nbx/data/zlibfilter.h>
@@ -37,23 +36,6 @@ bool readAt(NBX::File & file, std::uint64_t position, void * data, std::uint64_t
     return file.read(data, bytes) == bytes;
 }
 
-std::uint32_t tiles(std::uint32_t pixels, std::uint32_t tile) {
-    return pixels / tile + (pixels % tile != 0);
-}
-
-bool isSound(const LevelHeader & h) {
-    if (std::memcmp(h.magic, levelMagic, sizeof h.magic) != 0 || h.version < 1 || h.version > levelVersion)
-        return false;
-    if (h.pixelsX == 0 || h.pixelsY == 0 || h.tileWidth == 0 || h.tileHeight == 0) return false;
-    if (h.tilesX != tiles(h.pixelsX, h.tileWidth) || h.tilesY != tiles(h.pixelsY, h.tileHeight)) return false;
-    if (!CompressedTexture::isPixelFormat(h.pixelFormat)) return false;
-    const auto format = static_cast<CompressedTexture::PixelFormat>(h.pixelFormat);
-    const std::uint64_t bytes = CompressedTexture::tileBytes(format, h.tileWidth, h.tileHeight);
-    constexpr std::uint64_t most = TexturePyramidTiledGeoImage::maxTileBytes;
-    return bytes > 0 && bytes <= most && bytes == h.rawTileSize &&
-           TilePixels::imageBytes(format, h.tileWidth, h.tileHeight) <= most;
-}
-
 /// Pixels of version 1 and 2 lie between the ends of the extent, later ones fill it.
 double pixelSize(double extent, std::uint32_t pixels, std::uint32_t version) {
     return extent / (version >= 3 || pixels == 1 ? pixels : pixels - 1);
@@ -69,7 +51,7 @@ NBX::SO<TexturePyramidTiledGeoImage> TexturePyramidTiledGeoImage::read(NBX::SO<N
     LevelHeader h;
     if (!readAt(*file, position, &h, sizeof h)) return nullptr;
     scramble(h, CompressedTexture::getEncryptionKey());
-    if (!isSound(h)) return nullptr;
+    if (!h.faults().empty()) return nullptr;
     const Header header = {h.version, h.pixelsX, h.pixelsY,     h.tileWidth,   h.tileHeight,
                            h.tilesX,  h.tilesY,  h.pixelFormat, h.rawTileSize, h.compression};
     NBX::SO<TexturePyramidTiledGeoImage> level(

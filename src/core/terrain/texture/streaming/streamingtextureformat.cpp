@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <string>
 
 #include "core/terrain/geometry/grid/model/tileblock.h"
 #include <nbx/data/datasubresource.h>
@@ -66,28 +67,14 @@ PlainFormat plainFormat(std::uint32_t format) {
     }
 }
 
-/// Whether there are images of the format.
+/// Whether there are images of the format; reported where there are none.
 bool isSupported(std::uint32_t format) {
-    switch (format) {
-    case PF_RGBA:
-    case PF_BGRA4444:
-    case PF_BGRA5551:
-    case PF_LuminanceAlpha:
-    case PF_Luminance:
-    case PF_DXT3:
-    case PF_DXT1A:
-    case PF_Half:
-    case PF_Float:
-        return true;
-    case 3:
-    case 5:
-    case 6:
+    if (isFormat(format)) return true;
+    if (format == 3 || format == 5 || format == 6)
         NBX_NOT_IMPLEMENTED(L"compression for the specified pixel format has not been implemented yet");
-        return false;
-    default:
+    else
         NBX_REPORT(0, L"false", L"unsupported pixel format");
-        return false;
-    }
+    return false;
 }
 
 } // namespace
@@ -102,9 +89,17 @@ StreamHeader StreamHeader::blank() {
     return header;
 }
 
-bool StreamHeader::isSound(std::uint64_t available) const {
-    return std::memcmp(magic, streamMagic, sizeof magic) == 0 && reserved0 == 0 && dataSize <= available &&
-           root.rawSize > headerSize && GRID::TileBlock::isPossible(root, dataSize, headerSize);
+RecordFaults StreamHeader::faults(std::uint64_t available) const {
+    RecordFaults faults;
+    if (std::memcmp(magic, streamMagic, sizeof magic) != 0) return {{0, "the magic is no \"ZMT-AQTT\""}};
+    if (reserved0 != 0) faults.push_back({offsetof(StreamHeader, reserved0), "the reserved number is not 0"});
+    if (dataSize > available)
+        faults.push_back({offsetof(StreamHeader, dataSize), "the stream has " + std::to_string(dataSize) +
+                                                                " bytes, and the file has " +
+                                                                std::to_string(available) + " from here on"});
+    if (root.rawSize <= headerSize || !GRID::TileBlock::isPossible(root, dataSize, headerSize))
+        faults.push_back({offsetof(StreamHeader, root), "the root is no block that can lie in this stream"});
+    return faults;
 }
 
 TileHeader TileHeader::blank() {
@@ -113,11 +108,23 @@ TileHeader TileHeader::blank() {
     return header;
 }
 
-bool TileHeader::isSound(const TileRef & ref, std::uint64_t streamSize) const {
-    if (std::memcmp(magic, tileMagic, sizeof magic) != 0 || reserved0 != 0) return false;
-    if (!patch.isSound() || !image.isSound()) return false;
+RecordFaults TileHeader::faults() const {
+    RecordFaults faults;
+    if (std::memcmp(magic, tileMagic, sizeof magic) != 0) return {{0, "the magic is no \"ZMT-AQTP\""}};
+    if (reserved0 != 0) faults.push_back({offsetof(TileHeader, reserved0), "the reserved number is not 0"});
     // One pixel has no size, as centres alone are known.
-    if (width < 2 || height < 2 || width > maxTileSize || height > maxTileSize) return false;
+    const auto isSide = [](std::uint32_t side) { return side >= 2 && side <= maxTileSize; };
+    if (!isSide(width) || !isSide(height))
+        faults.push_back(
+            {isSide(width) ? offsetof(TileHeader, height) : offsetof(TileHeader, width),
+             "an image of " + std::to_string(width) + " by " + std::to_string(height) + " pixels"});
+    if (!patch.isSound()) faults.push_back({offsetof(TileHeader, patch), "the box of the patch has no area"});
+    if (!image.isSound()) faults.push_back({offsetof(TileHeader, image), "the box of the image has no area"});
+    return faults;
+}
+
+bool TileHeader::isSound(const TileRef & ref, std::uint64_t streamSize) const {
+    if (!faults().empty()) return false;
     return std::all_of(children.begin(), children.end(), [&](const TileRef & child) {
         return child.rawSize == 0 ||
                (child.rawSize > headerSize && GRID::TileBlock::isPossible(child, streamSize, headerSize) &&
@@ -150,6 +157,10 @@ PixelFormat formatOf(const Image * image) {
     return PF_RGBA;
 }
 
+bool isFormat(std::uint32_t format) {
+    return format <= PF_Float && format != 3 && format != 5 && format != 6;
+}
+
 unsigned bitsPerPixel(std::uint32_t format) {
     static constexpr unsigned bits[] = {32, 16, 16, 8, 16, 8, 8, 8, 8, 4, 16, 32};
     if (format < std::size(bits)) return bits[format];
@@ -162,7 +173,7 @@ std::uint64_t pixelBytes(std::uint32_t format, std::uint32_t width, std::uint32_
         const auto whole = [&](std::uint64_t side) { return (side + multiple - 1) / multiple * multiple; };
         return whole(width) * whole(height);
     };
-    return sides(format == PF_DXT3 || format == PF_DXT1A ? 4 : 1) * bitsPerPixel(format) / 8;
+    return sides(isBlockFormat(format) ? 4 : 1) * bitsPerPixel(format) / 8;
 }
 
 NBX::SO<Image> newImage(std::uint32_t format, std::uint32_t width, std::uint32_t height,

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/misc/recordfault.h"
 #include <nbx/data/dataresource.h>
 #include <nbx/image/image.h>
 #include <nbx/object/so.h>
@@ -43,8 +44,9 @@ struct StreamHeader {
     std::uint8_t zeros[216];
 
     static StreamHeader blank();
-    /// Whether it may stand at the start of the last `available` bytes of a file.
-    bool isSound(std::uint64_t available) const;
+    /// Why it cannot stand at the start of the last `available` bytes of a file.
+    RecordFaults faults(std::uint64_t available) const;
+    bool isSound(std::uint64_t available) const { return faults(available).empty(); }
 };
 static_assert(sizeof(StreamHeader) == headerSize && offsetof(StreamHeader, root) == 24);
 
@@ -60,6 +62,8 @@ struct TileHeader {
     std::uint8_t zeros[96];
 
     static TileHeader blank();
+    /// What is wrong, but for the children.
+    RecordFaults faults() const;
     /// Whether it may stand in front of a tile that lies at `ref`, in a stream of `streamSize` bytes:
     /// children lie before their parents, so that no path down the tree comes back.
     bool isSound(const TileRef & ref, std::uint64_t streamSize) const;
@@ -89,6 +93,12 @@ enum PixelFormat : std::uint32_t {
 /// What an image is stored as: its compression, 8 bits where luminance is all it has, or RGBA. No image, and
 /// compressions that have no format, are reported, and give `PF_RGBA`.
 PixelFormat formatOf(const NBX::Image * image);
+/// Whether there are images of the format.
+bool isFormat(std::uint32_t format);
+/// Formats of blocks of 4 by 4 pixels.
+constexpr bool isBlockFormat(std::uint32_t format) {
+    return format == PF_DXT3 || format == PF_DXT1A;
+}
 /// 0, and reported, for a format that does not exist.
 unsigned bitsPerPixel(std::uint32_t format);
 /// Of all pixels. Formats of blocks have whole ones.

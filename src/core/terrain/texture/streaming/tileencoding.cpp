@@ -88,15 +88,11 @@ PlacedImage filledUp(const PlacedImage & placed) {
     return result;
 }
 
-bool isBlocks(PixelFormat format) {
-    return format == PF_DXT1A || format == PF_DXT3;
-}
-
 bool isOfFormat(const Image & image, PixelFormat format) {
     if (const auto * compressed = dynamic_cast<const CompressedImage *>(&image);
         compressed && compressed->compression() != CompressedImage::JPEG)
-        return formatOf(&image) == format &&
-               (!isBlocks(format) || (image.width() % s_blockSide == 0 && image.height() % s_blockSide == 0));
+        return formatOf(&image) == format && (!isBlockFormat(format) || (image.width() % s_blockSide == 0 &&
+                                                                         image.height() % s_blockSide == 0));
     if (image.dataType() != Image::UInt8) return false;
     return (format == PF_RGBA && image.layerSequence() == NBX::LS_RGBA) ||
            (format == PF_Luminance && image.layerSequence() == NBX::LS_Luminance);
@@ -104,7 +100,7 @@ bool isOfFormat(const Image & image, PixelFormat format) {
 
 PlacedImage inFormat(const PlacedImage & placed, PixelFormat format) {
     if (isOfFormat(*placed.image, format)) return placed;
-    if (isBlocks(format)) {
+    if (isBlockFormat(format)) {
         const PlacedImage whole = filledUp(placed);
         const auto compression = format == PF_DXT3 ? CompressedImage::DXT3 : CompressedImage::DXT1A;
         return {new CompressedImage(compression, whole.image.get()), whole.box};

@@ -19,15 +19,6 @@ namespace {
 
 constexpr unsigned s_deflateLevel = 1;
 
-GridBox united(const GridBox & a, const GridBox & b) {
-    GridBox result;
-    for (unsigned axis = 0; axis < 3; ++axis) {
-        result.min[axis] = std::min(a.min[axis], b.min[axis]);
-        result.max[axis] = std::max(a.max[axis], b.max[axis]);
-    }
-    return result;
-}
-
 } // namespace
 
 void finishTile(MadeTile & made, const std::array<TileRef, 4> & children) {
@@ -89,7 +80,7 @@ bool TileAssembly::addChildren(TileSamples & tile, std::array<TileRef, 4> & chil
         const Written & child = depths_[below][row % 2][column - columns.first];
         children[i] = child.ref;
         if (child.ref.rawSize == 0) continue;
-        tile.box = united(tile.box, child.box);
+        tile.box = tile.box.united(child.box);
         isAny = true;
         // What only a child has shows nowhere without the tiles above it.
         tile.hasData = tile.hasData || child.ref.isBlock();

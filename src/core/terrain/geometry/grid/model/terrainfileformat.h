@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
+#include "core/misc/recordfault.h"
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
 #include <zmt/core/terrain/geometry/grid/model/tileref.h>
@@ -37,9 +39,10 @@ struct FileHeader {
 
     /// With the magic, and zeros elsewhere.
     static FileHeader blank();
-    /// Whether it may stand in front of a file of `fileSize` bytes. Numbers that give no matrix, and a root
+    /// Why it cannot stand in front of a file of `fileSize` bytes. Numbers that give no matrix, and a root
     /// that cannot be a block of this level, are refused as well.
-    bool isSound(std::uint64_t fileSize) const;
+    RecordFaults faults(std::uint64_t fileSize) const;
+    bool isSound(std::uint64_t fileSize) const { return faults(fileSize).empty(); }
     /// From grid to geo coordinates: heights become the second coordinate.
     NBX::Matrix4x4Base<double> gridToGeo() const;
     /// (0, 0, 1) to (`sizeX`, `sizeY`, 65535).
@@ -54,7 +57,12 @@ struct GridBox {
 
     bool operator==(const GridBox &) const = default;
     bool contains(const GridBox & other) const;
+    bool isInsideOut() const;
+    /// The least box that contains both.
+    GridBox united(const GridBox & other) const;
     NBX::Bounds bounds() const;
+    /// As people read it: "0 0 1 to 64 64 4000".
+    std::string text() const;
 };
 
 /// Where a tile lies.
@@ -81,8 +89,11 @@ struct TileHeader {
 
     /// With magic, place and sample count, and zeros elsewhere.
     static TileHeader blank(const TilePlace & place);
-    /// Whether it may belong to the tile at `expected`, whose samples lie inside `limits`.
-    bool isSound(const TilePlace & expected, const GridBox & limits) const;
+    /// Why it cannot belong to the tile at `expected`, whose samples lie inside `limits`.
+    RecordFaults faults(const TilePlace & expected, const GridBox & limits) const;
+    bool isSound(const TilePlace & expected, const GridBox & limits) const {
+        return faults(expected, limits).empty();
+    }
 };
 static_assert(sizeof(TileHeader) == 128 && offsetof(TileHeader, place) == 16 &&
               offsetof(TileHeader, box) == 32 && offsetof(TileHeader, sampleCount) == 56 &&

@@ -45,18 +45,26 @@ TileRef append(NBX::File & file, std::uint64_t base, const void * stored, std::u
     return ref;
 }
 
-bool isPossible(const TileRef & ref, std::uint64_t streamSize, std::uint32_t headerSize) {
-    return ref.isBlock() && ref.storedSize > 0 && ref.offset >= headerSize && ref.offset <= streamSize &&
-           ref.storedSize <= streamSize - ref.offset && ref.storedSize <= mostStored(ref.rawSize) &&
-           canInflate(ref);
+const char * fault(const TileRef & ref, std::uint64_t streamSize, std::uint32_t headerSize) {
+    if (ref.storedSize == 0) return "takes no bytes";
+    if (ref.offset < headerSize) return "begins inside of the header";
+    if (ref.offset > streamSize || ref.storedSize > streamSize - ref.offset) return "reaches beyond the end";
+    if (ref.storedSize > mostStored(ref.rawSize)) return "is longer than its contents make it";
+    return canInflate(ref) ? nullptr : "is too short for its contents";
 }
 
-NBX::SO<NBX::DataResource> inflated(const TileRef & ref, const NBX::SO<NBX::DataResource> & stored) {
+bool isPossible(const TileRef & ref, std::uint64_t streamSize, std::uint32_t headerSize) {
+    return ref.isBlock() && !fault(ref, streamSize, headerSize);
+}
+
+NBX::SO<NBX::DataResource> inflated(const TileRef & ref, const NBX::SO<NBX::DataResource> & stored,
+                                    unsigned * usedSize) {
     if (!stored || stored->size() != ref.storedSize || !canInflate(ref)) return nullptr;
+    if (usedSize) *usedSize = ref.storedSize;
     if (ref.rawSize == ref.storedSize) return stored;
     const NBX::SO<NBX::DataResource> raw(new NBX::MemoryDataResource(ref.rawSize));
     const bool isSound =
-        NBX::ZLibFilter::uncompress(stored->pointer(), ref.storedSize, raw->pointer(), ref.rawSize);
+        NBX::ZLibFilter::uncompress(stored->pointer(), ref.storedSize, raw->pointer(), ref.rawSize, usedSize);
     return isSound ? raw : nullptr;
 }
 

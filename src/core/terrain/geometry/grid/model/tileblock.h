@@ -37,13 +37,19 @@ NBX::SO<NBX::DataResource> deflated(const void * raw, std::uint32_t rawSize, uns
 TileRef append(NBX::File & file, std::uint64_t base, const void * stored, std::uint32_t storedSize,
                std::uint32_t rawSize);
 
-/// Whether a block of `rawSize` bytes may lie at `ref`, in a stream of `streamSize` bytes behind a header
-/// of `headerSize` bytes: inside of it, and neither shorter nor longer than deflating can make it.
+/// Why no block can lie at `ref`, in a stream of `streamSize` bytes behind a header of `headerSize` bytes:
+/// it has to lie inside of it, and be neither shorter nor longer than deflating can make it. Null for a block
+/// that may lie there.
+const char * fault(const TileRef & ref, std::uint64_t streamSize, std::uint32_t headerSize);
+
+/// Whether `ref` names a block, without such a fault.
 bool isPossible(const TileRef & ref, std::uint64_t streamSize, std::uint32_t headerSize);
 
 /// The block that `stored` holds: itself where it is stored plain. Null when it has another length than
 /// `ref.storedSize`, or does not inflate to exactly `ref.rawSize` bytes. Takes no memory that `stored`
-/// could not justify. Any thread.
-NBX::SO<NBX::DataResource> inflated(const TileRef & ref, const NBX::SO<NBX::DataResource> & stored);
+/// could not justify. `usedSize`, where given, becomes the length of the zlib stream, which may end before
+/// the stored bytes do, or of the plain block. Any thread.
+NBX::SO<NBX::DataResource> inflated(const TileRef & ref, const NBX::SO<NBX::DataResource> & stored,
+                                    unsigned * usedSize = nullptr);
 
 } // namespace ZMT::CORE::GRID::TileBlock
