@@ -90,6 +90,19 @@ TEST(ZLibFilter, OnlyTheExactSizeIsSuccess) {
     EXPECT_FALSE(ZLibFilter::uncompress(packed.data(), sizeOf(packed), out.data(), 0));
 }
 
+TEST(ZLibFilter, TellsWhereAStreamEnds) {
+    const Bytes block = samples().back();
+    Bytes packed = bytesOf(*ZLibFilter::compress(block.data(), sizeOf(block), 6));
+    const unsigned size = sizeOf(packed);
+    packed.resize(packed.size() + 5);
+    Bytes out(block.size());
+    unsigned used = 7;
+    EXPECT_FALSE(ZLibFilter::uncompress(packed.data(), size - 1, out.data(), sizeOf(out), &used));
+    EXPECT_EQ(used, 7U);
+    EXPECT_TRUE(ZLibFilter::uncompress(packed.data(), sizeOf(packed), out.data(), sizeOf(out), &used));
+    EXPECT_EQ(used, size);
+}
+
 TEST(ZLibFilter, DamagedStreamsFail) {
     const Bytes block = samples()[2];
     const Bytes packed = bytesOf(*ZLibFilter::compress(block.data(), sizeOf(block), 6));

@@ -97,7 +97,9 @@ RecordFaults StreamHeader::faults(std::uint64_t available) const {
         faults.push_back({offsetof(StreamHeader, dataSize), "the stream has " + std::to_string(dataSize) +
                                                                 " bytes, and the file has " +
                                                                 std::to_string(available) + " from here on"});
-    if (root.rawSize <= headerSize || !GRID::TileBlock::isPossible(root, dataSize, headerSize))
+    if (root == TileRef())
+        faults.push_back({offsetof(StreamHeader, root), "there is no tile"});
+    else if (root.rawSize <= headerSize || !GRID::TileBlock::isPossible(root, dataSize, headerSize))
         faults.push_back({offsetof(StreamHeader, root), "the root is no block that can lie in this stream"});
     return faults;
 }

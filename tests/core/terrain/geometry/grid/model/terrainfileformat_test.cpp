@@ -259,6 +259,42 @@ TEST(TerrainFileFormatTest, FinestTilesHaveNoChildren) {
     EXPECT_FALSE(header.isSound(finest, everywhere));
 }
 
+TEST(TerrainFileFormatTest, FaultsStandAtTheirFields) {
+    FileHeader header = goodFile();
+    header.reserved0 = 1;
+    header.sizeY = 0;
+    header.cellSizeX = -1.0;
+    header.originY = std::numeric_limits<double>::infinity();
+    std::vector<std::size_t> offsets;
+    for (const ZMT::CORE::RecordFault & fault : header.faults(999))
+        offsets.push_back(fault.offset);
+    EXPECT_EQ((std::vector<std::size_t>{16, 8, 28, 64, 48}), offsets);
+
+    TileHeader tile = tileBytes().as<TileHeader>();
+    tile.reserved0 = 1;
+    tile.sampleCount = 58;
+    tile.box.max[1] = 25;
+    offsets.clear();
+    for (const ZMT::CORE::RecordFault & fault : tile.faults(place, everywhere))
+        offsets.push_back(fault.offset);
+    EXPECT_EQ((std::vector<std::size_t>{8, 56, 32}), offsets);
+    EXPECT_EQ("the box, 9 18 300 to 16 25 400, is no part of " + everywhere.text(),
+              tile.faults(place, everywhere)[2].what);
+    tile.place.tileX = 0;
+    EXPECT_EQ(16U, tile.faults(place, everywhere).at(0).offset);
+}
+
+TEST(TerrainFileFormatTest, BoxesAreUnited) {
+    const GridBox a{{1, 20, 3}, {10, 30, 40}}, b{{2, 10, 4}, {20, 25, 30}};
+    EXPECT_EQ((GridBox{{1, 10, 3}, {20, 30, 40}}), a.united(b));
+    EXPECT_FALSE(a.isInsideOut());
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        GridBox turned = a;
+        std::swap(turned.min[axis], turned.max[axis]);
+        EXPECT_TRUE(turned.isInsideOut()) << axis;
+    }
+}
+
 TEST(TerrainFileFormatTest, ChildrenDivideTheSquareOfTheirParent) {
     const TilePlace parent{2, 3, 4, 8};
     EXPECT_EQ((GridBox{{32, 64, 1}, {64, 96, 65535}}), parent.box());

@@ -114,6 +114,34 @@ TEST(TileBlockTest, ReferencesOutsideOfTheStreamAreImpossible) {
         EXPECT_EQ(c.isPossible, TileBlock::isPossible(c.ref, 1000, 256)) << c.name;
 }
 
+TEST(TileBlockTest, FaultsOfReferencesAreNamed) {
+    const struct {
+        const char * fault;
+        TileRef ref;
+    } cases[] = {
+        {"takes no bytes", {256, 100, 0}},
+        {"begins inside of the header", {255, 100, 100}},
+        {"reaches beyond the end", {901, 100, 100}},
+        {"is longer than its contents make it", {256, 100, 165}},
+        {"is too short for its contents", {256, 1032 * 11, 10}},
+    };
+    for (const auto & c : cases)
+        EXPECT_STREQ(c.fault, TileBlock::fault(c.ref, 1000, 256));
+    EXPECT_EQ(nullptr, TileBlock::fault({256, 100, 100}, 1000, 256));
+}
+
+TEST(TileBlockTest, TheEndOfAStreamIsTold) {
+    const Bytes raw = block(5000, 1000);
+    Bytes stored = bytesOf(TileBlock::deflated(raw.data(), 5000, 1));
+    const auto size = static_cast<unsigned>(stored.size());
+    stored.push_back(0);
+    unsigned used = 0;
+    EXPECT_TRUE(TileBlock::inflated({0, 5000, size + 1}, resource(stored), &used));
+    EXPECT_EQ(size, used);
+    EXPECT_TRUE(TileBlock::inflated({0, 5000, 5000}, resource(raw), &used));
+    EXPECT_EQ(5000U, used);
+}
+
 TEST(TileBlockTest, ABlockComesBackAsItWas) {
     const Bytes raw = block(5000, 1000);
     const SO<NBX::DataResource> stored = TileBlock::deflated(raw.data(), 5000, 1);
