@@ -69,6 +69,7 @@ constexpr std::array<std::string_view, 50> order = {
     "zmt/core/texturedtriangles/texturedtriangletree_impl",
     "zmt/util",
     "zmt/util/compressedtexture",
+    "zmt/util/validation",
     "apps/landscape",
     "apps/zmt",
     "apps/zmt_viewer",
