@@ -13,6 +13,7 @@ void addBuildCommand(CLI::App & app);
 /// To those of the command above: what streams.
 void addStreamingBuildCommands(CLI::App & app);
 void addViewCommand(CLI::App & app);
+void addValidateCommand(CLI::App & app);
 
 /// Runs the program; the result is its exit status.
 int runProgram(int argc, const char * const * argv);

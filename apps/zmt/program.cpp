@@ -77,6 +77,7 @@ int runProgram(int argc, const char * const * argv) {
     addPickCommand(app);
     addBuildCommand(app);
     addViewCommand(app);
+    addValidateCommand(app);
 
     std::optional<ZMT::CORE::EventLoop> eventLoop;
     if (std::any_of(argv + 1, argv + std::max(argc, 1), isUrl)) eventLoop.emplace();
