@@ -14,6 +14,7 @@
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/simplerasterdata.h>
 
@@ -28,13 +29,17 @@ using Raster = ZMT::RASTER::SimpleRasterData<float>;
 /// Vertices along the longer side of an overview: those of two levels of tiles.
 constexpr unsigned s_overviewSide = 257;
 
-/// Whether the file begins with `magic`, scrambled with `key`.
-bool beginsWith(const std::string & path, const char (&magic)[9], std::uint64_t key = 0) {
-    if (!NBX::File::isFile(path)) return false;
+bool isStreamed(const std::string & path, ZMT::RASTER::GeoFileKind kind) {
+    if (isUrl(path)) return false;
+    const ZMT::RASTER::GeoFileFormat * format = ZMT::RASTER::GeoFile::formatOf(path);
+    return format && format->isStreamed() && format->kindOf(path) == kind;
+}
+
+bool isScrambledTexture(const std::string & path, std::uint64_t key) {
     NBX::File file(path);
-    std::uint64_t start = 0, expected = 0;
-    std::memcpy(&expected, magic, sizeof expected);
-    return file.read(&start, sizeof start) == sizeof start && (start ^ key) == expected;
+    std::uint64_t start = 0, magic = 0;
+    std::memcpy(&magic, "ZMT-AQTT", sizeof magic);
+    return file.read(&start, sizeof start) == sizeof start && (start ^ key) == magic;
 }
 
 ZMT::RASTER::GeoReference referenceOf(const AsyncGridTerrain & terrain, const std::string & locator) {
@@ -75,13 +80,14 @@ bool hasUrls(const LandscapeOptions & options) {
 }
 
 bool isStreamingTerrainFile(const std::string & path) {
-    return !isUrl(path) && beginsWith(path, "ZMT-AQTG");
+    return isStreamed(path, ZMT::RASTER::GeoFileKind::Heights);
 }
 
 bool isStreamingTextureFile(const std::string & path, std::uint64_t key) {
     if (isUrl(path)) return false;
-    return beginsWith(path, "ZMT-AQTT", key) ||
-           (NBX::File::isFile(path) && NBX::File::extensionName(path) == "zts");
+    if (isStreamed(path, ZMT::RASTER::GeoFileKind::Image)) return true;
+    return NBX::File::isFile(path) &&
+           (NBX::File::extensionName(path) == "zts" || (key != 0 && isScrambledTexture(path, key)));
 }
 
 bool isStreamedTerrain(const std::string & locator) {

@@ -68,10 +68,13 @@ GeoFileKind kindByGdal(const std::string & path) {
 }
 
 /// Files of installed formats are no concern of GDAL. `lacking` ends the sentence that says what they are.
-void refuseInstalled(const std::string & path, const std::wstring & lacking) {
-    if (const GeoFileFormat * format = GeoFile::formatOf(path))
-        throw NBX::InputException(
-            L"is " + NBX::StringUtils::Utf8String2WString(format->name()) + L", which has " + lacking, path);
+void refuseInstalled(const std::string & path, GeoFileKind wanted, const std::wstring & lacking) {
+    const auto [format, kind] = installedFormatOf(path);
+    if (!format) return;
+    throw NBX::InputException(L"is " + NBX::StringUtils::Utf8String2WString(format->name()) +
+                                  (kind == wanted ? L", which is only drawn; choose what it was built from"
+                                                  : L", which has " + lacking),
+                              path);
 }
 
 /// What `open` gives. What it throws for a file of the other kind, vectors or not, becomes a sentence that
@@ -105,7 +108,7 @@ const GeoFileFormat * GeoFile::formatOf(const std::string & path) {
 
 std::unique_ptr<RasterFile> GeoFile::openHeights(const std::string & path) {
     const std::wstring lacking = L"no heights; choose a raster of heights";
-    refuseInstalled(path, lacking);
+    refuseInstalled(path, GeoFileKind::Heights, lacking);
     return openByGdal(path, false, lacking, [&] { return std::make_unique<RasterFile>(path); });
 }
 
@@ -129,7 +132,7 @@ NBX::SO<TiledGeoImagePyramid> GeoFile::openImage(const std::string & path, const
 
 std::unique_ptr<VectorFile> GeoFile::openVectors(const std::string & path) {
     const std::wstring lacking = L"no lines or areas; choose a file of them";
-    refuseInstalled(path, lacking);
+    refuseInstalled(path, GeoFileKind::Vectors, lacking);
     return openByGdal(path, true, lacking, [&] { return std::make_unique<VectorFile>(path); });
 }
 

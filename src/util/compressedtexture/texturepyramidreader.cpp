@@ -3,7 +3,6 @@
 #include <cstring>
 #include <memory>
 
-#include <nbx/data/file.h>
 #include <nbx/data/objectloader.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
@@ -48,12 +47,9 @@ public:
     RASTER::GeoFileKind kindOf(const std::string & path) const override {
         using namespace TexturePyramidFormat;
         PyramidHeader header;
-        try {
-            const NBX::SO<NBX::File> file(new NBX::File(path));
-            if (file->read(&header, sizeof header) != sizeof header) return RASTER::GeoFileKind::Unknown;
-        } catch (const NBX::Exception &) {
-            return RASTER::GeoFileKind::Unknown;
-        }
+        const std::string bytes = firstBytes(path, sizeof header);
+        if (bytes.size() != sizeof header) return RASTER::GeoFileKind::Unknown;
+        std::memcpy(&header, bytes.data(), sizeof header);
         scramble(header, CompressedTexture::getEncryptionKey());
         const bool isPyramid = std::memcmp(header.magic, pyramidMagic, sizeof header.magic) == 0;
         return isPyramid ? RASTER::GeoFileKind::Image : RASTER::GeoFileKind::Unknown;

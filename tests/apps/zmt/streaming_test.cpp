@@ -297,6 +297,23 @@ TEST_F(Streaming, OptionsOfBuildingAreChecked) {
     }
 }
 
+TEST_F(Streaming, FilesInTheWrongPlaceAreToldByTheirContent) {
+    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "any.name");
+    const std::string texture = folder.write("also.any", "ZMT-AQTT and nothing more");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"build", "texture", texture, folder.out("x.zts"), "--terrain", terrain},
+         "is a streaming texture, which is only drawn"},
+        {{"render", "--terrain", raster, "--image", terrain, "--out", folder.out("x.png")},
+         "is a streaming terrain, which has no image"}};
+    for (const auto & [arguments, text] : cases) {
+        const RunResult run = zmt(arguments);
+        EXPECT_EQ(1, run.status) << run.errors;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(run.errors.find(text), std::string::npos) << run.errors;
+    }
+}
+
 TEST_F(Streaming, WhatIsNoStreamingFileIsToldInOneLine) {
     const std::string damaged = folder.write("damaged.ztt", "ZMT-AQTG and nothing more");
     const std::string image = folder.write("damaged.zts", "ZMT-AQTT and nothing more");

@@ -145,6 +145,31 @@ TEST_F(GeoFileTest, InstalledFormatsComeFirst) {
     EXPECT_FALSE(GeoFile::formatOf(directory.file("none.tif")));
 }
 
+TEST_F(GeoFileTest, StreamedFilesAreKnownAndNotOpened) {
+    static const bool installed =
+        (GeoFile::install(std::make_unique<const StreamedFileFormat>("a river of heights", "rivers!",
+                                                                     GeoFileKind::Heights)),
+         GeoFile::install(
+             std::make_unique<const StreamedFileFormat>("a river of colours", "colours", GeoFileKind::Image)),
+         true);
+    ASSERT_TRUE(installed);
+    const std::string heights = directory.write("a.tif", "rivers! and more");
+    const std::string image = directory.write("b.tif", "colours");
+    EXPECT_EQ(GeoFileKind::Heights, GeoFile::kindOf(heights));
+    EXPECT_EQ(GeoFileKind::Image, GeoFile::kindOf(image));
+    EXPECT_TRUE(GeoFile::formatOf(image)->isStreamed());
+    expectPart(thrown([&] { GeoFile::openHeights(heights); }),
+               "is a river of heights, which is only drawn; choose what it was built from");
+    expectPart(thrown([&] { GeoFile::openImage(heights); }), "is a river of heights, which has no image");
+    expectPart(thrown([&] { GeoFile::openVectors(heights); }), "is a river of heights, which has no lines");
+    expectPart(thrown([&] { GeoFile::openHeights(image); }), "is a river of colours, which has no heights");
+    expectPart(thrown([&] { GeoFile::openImage(image); }),
+               "is a river of colours, which is only drawn; choose the image that it was built from");
+    for (const char * other : {"", "river", "Rivers! and more"})
+        EXPECT_EQ(GeoFileKind::Unknown, GeoFile::kindOf(directory.write("c.tif", other))) << other;
+    EXPECT_FALSE(GeoFile::formatOf(directory.file("")));
+}
+
 TEST_F(GeoFileTest, ImagesAreOpenedInColoursWhereThereAreSome) {
     Spots::installOnce();
     const auto bands = ImageColors::parse("2,1,3;;").value();

@@ -192,6 +192,21 @@ TEST(TextureValidation, ChangesAtRandomEnd) {
     }
 }
 
+TEST(TextureValidation, BlocksBetweenMultiplesOf16AreFound) {
+    // One tile, eight bytes behind the header.
+    const Bytes sound =
+        Rewriting(texture, written(0, 20, 0, StreamingTextureOptions::P_Luminance), false).bytes;
+    const auto size = get<std::uint32_t>(sound, 36);
+    Bytes bytes(sound.begin(), sound.begin() + 256);
+    bytes.resize(264);
+    bytes.insert(bytes.end(), sound.begin() + 256, sound.begin() + 256 + size);
+    bytes.resize((bytes.size() + 15) / 16 * 16);
+    set(bytes, 8, std::uint64_t(bytes.size()));
+    set(bytes, 24, std::uint64_t(264));
+    EXPECT_EQ(faults(bytes), "24: the reference to the root, " + std::to_string(size) +
+                                 " bytes at 264, is no multiple of 16\n256: 8 bytes belong to nothing\n");
+}
+
 TEST(TextureValidation, TreesDeeperThanReadersGoAreRefused) {
     // Each tile has the one before it as its only child.
     Bytes bytes(256);

@@ -2,12 +2,14 @@
 
 #include <array>
 #include <cstring>
+#include <memory>
 
 #include <nbx/data/objectloader.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
+#include <zmt/raster/gdal/geofile.h>
 
 #include "core/terrain/geometry/grid/model/terrainfileformat.h"
 
@@ -26,7 +28,11 @@ bool mayBeTerrain(const NBX::DataResource & resource) {
             std::memcmp(magic.data(), TerrainFileFormat::fileMagic, magic.size()) == 0);
 }
 
-[[maybe_unused]] const bool s_isInstalled = (NBX::ObjectLoader::install(new AsyncGridTerrainReader()), true);
+[[maybe_unused]] const bool s_isInstalled =
+    (NBX::ObjectLoader::install(new AsyncGridTerrainReader()),
+     RASTER::GeoFile::install(std::make_unique<const RASTER::StreamedFileFormat>(
+         "a streaming terrain", TerrainFileFormat::fileMagic, RASTER::GeoFileKind::Heights)),
+     true);
 
 } // namespace
 

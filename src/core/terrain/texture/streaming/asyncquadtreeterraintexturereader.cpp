@@ -1,11 +1,15 @@
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexturereader.h>
 
+#include <memory>
+
 #include <nbx/data/objectloader.h>
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
+#include <zmt/raster/gdal/geofile.h>
 
 #include "asyncquadtreeterraintexture_impl.h"
+#include "streamingtextureformat.h"
 
 namespace ZMT::CORE {
 
@@ -35,7 +39,12 @@ bool AsyncQuadtreeTerrainTextureReader::readsFrom(const std::string & scheme) co
 
 namespace {
 
-const bool s_isInstalled = (NBX::ObjectLoader::install(new AsyncQuadtreeTerrainTextureReader()), true);
+/// Those that were written without a key.
+const bool s_isInstalled =
+    (NBX::ObjectLoader::install(new AsyncQuadtreeTerrainTextureReader()),
+     RASTER::GeoFile::install(std::make_unique<const RASTER::StreamedFileFormat>(
+         "a streaming texture", StreamingTextureFormat::streamMagic, RASTER::GeoFileKind::Image)),
+     true);
 
 } // namespace
 
