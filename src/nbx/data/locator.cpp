@@ -1,5 +1,6 @@
-#include "locator.h"
+#include <nbx/data/locator.h>
 
+#include <algorithm>
 #include <cctype>
 
 #include <nbx/data/file.h>
@@ -39,6 +40,13 @@ std::string schemeOf(const std::string & text) {
     return scheme;
 }
 
+/// Where the URL ends in a sentence whose letters from `begin` on are one.
+std::size_t endOfUrl(const std::string & text, std::size_t begin) {
+    const std::size_t end = std::min(text.find_first_of(" \t\r\n\"'<>", begin), text.size());
+    const std::size_t last = text.find_last_not_of(".,:;)", end - 1);
+    return last == std::string::npos || last < begin ? end : last + 1;
+}
+
 } // namespace
 
 Locator::Locator(const std::string & text) : text_(text), scheme_(schemeOf(text)) {
@@ -54,6 +62,35 @@ std::string Locator::suffix() const {
     const std::string whole = text_.substr(0, text_.find_first_of("?#"));
     const std::size_t path = whole.find('/', scheme_.size() + 3);
     return path == std::string::npos ? std::string() : File::extensionName(whole.substr(path));
+}
+
+std::string Locator::withoutLogin() const {
+    if (isFile()) return text_;
+    const std::size_t begin = scheme_.size() + 3;
+    const std::size_t end = std::min(text_.find_first_of("/?#", begin), text_.size());
+    const std::size_t at = text_.substr(0, end).rfind('@');
+    return at == std::string::npos || at < begin ? text_ : text_.substr(0, begin) + text_.substr(at + 1);
+}
+
+std::string Locator::shown() const {
+    const std::string whole = withoutLogin();
+    return isFile() ? whole : whole.substr(0, whole.find_first_of("?#"));
+}
+
+std::string Locator::shownIn(const std::string & text) {
+    std::string result;
+    std::size_t done = 0;
+    for (std::size_t mark = text.find("://"); mark != std::string::npos; mark = text.find("://", done)) {
+        std::size_t begin = mark;
+        while (begin > done && std::isalnum(static_cast<unsigned char>(text[begin - 1])))
+            --begin;
+        const std::size_t end = std::max(endOfUrl(text, begin), mark + 3);
+        const Locator url(text.substr(begin, end - begin));
+        result += text.substr(done, begin - done);
+        result += url.isFile() ? text.substr(begin, end - begin) : url.shown();
+        done = end;
+    }
+    return result + text.substr(done);
 }
 
 } // namespace NBX

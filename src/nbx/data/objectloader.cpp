@@ -5,13 +5,13 @@
 #include <functional>
 #include <mutex>
 
+#include <nbx/data/locator.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/data/objectstreamreader.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/stringutils.h>
 
 #include "lazyfileresource.h"
-#include "locator.h"
 #include "objectstreamformat.h"
 
 namespace NBX {
@@ -140,7 +140,8 @@ SO<SharedObj> ObjectLoader::readFile(const std::string & text, const ID & classN
         failure = StringUtils::Utf8String2WString(e.what());
     }
     if (reportsFailure)
-        NBX_FAILURE(L"cannot load " << StringUtils::Utf8String2WString(text) << L": " << failure);
+        NBX_FAILURE(L"cannot load " << StringUtils::Utf8String2WString(Locator::shownIn(text)) << L": "
+                                    << failure);
     return nullptr;
 }
 

@@ -42,4 +42,50 @@ TEST(Locator, TellsFilesFromWhatLiesElsewhere) {
     }
 }
 
+TEST(Locator, KnowsWebServers) {
+    for (const char * url : {"http://h/a", "HTTPS://h/a.ztt?b"})
+        EXPECT_TRUE(Locator(url).isOnWebServer()) << url;
+    for (const char * other :
+         {"ftp://h/a", "httpx://h", "file:///http://h", "/a", "", "http:/h", "a/http://h"})
+        EXPECT_FALSE(Locator(other).isOnWebServer()) << other;
+}
+
+TEST(Locator, IsShownWithoutWhatOthersMustNotSee) {
+    struct Case {
+        const char *given, *stored, *shown;
+    };
+    const std::vector<Case> cases = {
+        {"http://a:b@h/f", "http://h/f", "http://h/f"},
+        {"https://a@h:1?x=c@d", "https://h:1?x=c@d", "https://h:1"},
+        {"http://a:b@c@h:99999999/f#g@h", "http://h:99999999/f#g@h", "http://h:99999999/f"},
+        {"http://h/a@b?key=1#2", "http://h/a@b?key=1#2", "http://h/a@b"},
+        {"http://@", "http://", "http://"},
+        {"//a:b@h/f?g", "//a:b@h/f?g", "//a:b@h/f?g"},
+        {"/a@b", "/a@b", "/a@b"},
+        {"what is it?#1.tif", "what is it?#1.tif", "what is it?#1.tif"},
+        {"", "", ""},
+    };
+    for (const Case & c : cases) {
+        EXPECT_EQ(Locator(c.given).withoutLogin(), c.stored) << c.given;
+        EXPECT_EQ(Locator(c.given).shown(), c.shown) << c.given;
+    }
+}
+
+TEST(Locator, UrlsInSentencesAreShownSo) {
+    const std::vector<std::pair<const char *, const char *>> cases = {
+        {"", ""},
+        {"no URL: at all?", "no URL: at all?"},
+        {"opening http://u:p@h/a.ztt?k=1: it is gone", "opening http://h/a.ztt: it is gone"},
+        {"(https://h/a?k=1), 'http://u@h/b?c' and http://u:p@h.",
+         "(https://h/a), 'http://h/b' and http://h."},
+        {"--terrain=http://u:p@h/a?b", "--terrain=http://h/a"},
+        {"http://", "http://"},
+        {"://x?y", "://x?y"},
+        {"http://u:p@h?http://v:q@i/z", "http://h"},
+        {"file:///a?b c", "file:///a?b c"},
+    };
+    for (const auto & [given, shown] : cases)
+        EXPECT_EQ(Locator::shownIn(given), shown) << given;
+}
+
 } // namespace

@@ -14,8 +14,17 @@ public:
     /// The scheme of a URL in small letters, "http"; empty for what is a file.
     const std::string & scheme() const { return scheme_; }
     bool isFile() const { return scheme_.empty(); }
+    bool isOnWebServer() const { return scheme_ == "http" || scheme_ == "https"; }
     /// The suffix of the last name, without dot, query and fragment.
     std::string suffix() const;
+    /// The text without user name and password: as it may be stored.
+    std::string withoutLogin() const;
+    /// As it may be shown: of a URL also without query and fragment, which may be as good as a password.
+    std::string shown() const;
+
+    /// A text for people in which every URL is as `shown` gives it. It ends at a space or a quotation mark,
+    /// and in front of what closes a part of a sentence.
+    static std::string shownIn(const std::string & text);
 
 private:
     std::string text_, scheme_;
