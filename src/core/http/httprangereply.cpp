@@ -157,6 +157,14 @@ std::wstring judgeRangeReply(const std::wstring & host, const HttpReplyHead & he
     return {};
 }
 
+std::optional<bool> tellsChange(const HttpReplyHead & head, const HttpFileVersion & known) {
+    if (known.size == 0) return std::nullopt;
+    if (head.status == 416) return true;
+    const HttpFileVersion version = versionOf(head);
+    if (head.status != 206 || version.size == 0) return std::nullopt;
+    return version.size != known.size || !isSameVersion(known, version);
+}
+
 double retryAfter(const HttpReplyHead & head, double now) {
     const std::string * value = head.field("retry-after");
     if (!value) return 0.0;

@@ -49,6 +49,10 @@ HttpFileVersion versionOf(const HttpReplyHead & head);
 std::wstring judgeRangeReply(const std::wstring & host, const HttpReplyHead & head, std::uint64_t offset,
                              const HttpFileVersion & known);
 
+/// Whether the file is another one than `known` now; null where `head` does not say. Requests are within the
+/// known size, so that a range that "cannot be satisfied" says it.
+std::optional<bool> tellsChange(const HttpReplyHead & head, const HttpFileVersion & known);
+
 /// How long the server wants to be left alone, in seconds from now on, by its field "retry-after": a count or
 /// a date. 0 without one; never longer than an hour. `now` is in seconds since 1970, and stands in for the
 /// server's own "date".

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 
+#include <nbx/data/locator.h>
 #include <nbx/object/errorhandler.h>
+#include <nbx/object/stringutils.h>
 
 #include "asyncfile_mem.h"
 #include "asyncfile_win.h"
@@ -13,6 +15,15 @@
 #include "waitlimit.h"
 
 namespace ZMT::CORE {
+
+namespace {
+
+std::wstring shown(const std::wstring & urlOrPath) {
+    using NBX::StringUtils;
+    return StringUtils::Utf8String2WString(NBX::Locator(StringUtils::WString2Utf8String(urlOrPath)).shown());
+}
+
+} // namespace
 
 NBX_CLASS_IMPL(AsyncFile, NBX::SharedObj)
 NBX_CLASS_IMPL(AsyncFile::Request, NBX::SharedObj)
@@ -46,7 +57,7 @@ NBX::SO<NBX::DataResource> AsyncFile::readNow(std::uint64_t offset, std::uint64_
     const NBX::SO<NBX::DataResource> data = isReady ? request->data() : nullptr;
     const std::wstring reason = request->errorText();
     request->cancel();
-    if (!isReady) return fail(reason);
+    if (!isReady) return fail(reason.empty() ? L"nobody waited for the answer" : reason);
     return !data || data->size() == size ? data : fail(L"the read came back short");
 }
 
@@ -64,7 +75,7 @@ NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool delete
     NBX::SO<AsyncFile> local(new IMPL::AsyncFile_Win(urlOrPath, deleteWhenClosed));
     if (local->isOpen()) return local;
     if (text.empty()) text = local->errorText();
-    NBX_FAILURE(text << L": " << IMPL::withoutLogin(urlOrPath));
+    NBX_FAILURE(text << L": " << shown(urlOrPath));
     if (problem) *problem = text;
     return nullptr;
 }
@@ -75,6 +86,10 @@ NBX::SO<AsyncFile> AsyncFile::create(NBX::SO<NBX::DataResource> resource) {
 
 bool AsyncFile::isLoading() {
     return IMPL::isHttpLoading() || IMPL::AsyncFile_Win::isLoading();
+}
+
+std::size_t AsyncFile::pendingRequests() {
+    return IMPL::pendingHttpRequests() + IMPL::AsyncFile_Win::pendingRequests();
 }
 
 bool AsyncFile::wait(double maxTime) {

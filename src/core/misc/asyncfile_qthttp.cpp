@@ -10,6 +10,7 @@
 #include <nbx/data/memorydataresource.h>
 #include <nbx/engine/canvas.h>
 #include <nbx/object/errorhandler.h>
+#include <zmt/core/misc/patience.h>
 
 #include "asyncfile_qthttpimpl.h"
 #include "asyncfilemanager.h"
@@ -55,13 +56,15 @@ bool hasApplication() {
 }
 
 /// Sleeps until there is something to do, `milliseconds` at most, and does it.
-void processEvents(int milliseconds) {
+void processEvents(int milliseconds, bool takesInput = false) {
     QAbstractEventDispatcher * dispatcher = QAbstractEventDispatcher::instance();
     if (!dispatcher) return;
     QTimer limit;
     limit.setSingleShot(true);
     limit.start(milliseconds);
-    dispatcher->processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents);
+    QEventLoop::ProcessEventsFlags flags = QEventLoop::WaitForMoreEvents;
+    if (!takesInput) flags |= QEventLoop::ExcludeUserInputEvents;
+    dispatcher->processEvents(flags);
 }
 
 } // namespace
@@ -105,6 +108,10 @@ bool AsyncFile_QtHttp::isOpen() const {
     return impl_->size() != 0;
 }
 
+bool AsyncFile_QtHttp::hasChanged() const {
+    return impl_->hasChanged();
+}
+
 AsyncFile_QtHttpRequest::AsyncFile_QtHttpRequest(AsyncFile_QtHttp * file, std::uint64_t offset,
                                                  std::uint64_t size, double priority)
     : file_(file), offset_(offset), priority_(priority),
@@ -129,11 +136,12 @@ bool AsyncFile_QtHttpRequest::wait() {
     // It may have been queued before there was an application object.
     AsyncFileManager::instance().dispatchAll();
     while (state() == AsyncFile::RS_Queued || state() == AsyncFile::RS_Processing) {
+        if (Patience::hasEnded()) return false;
         if (limit.hasPassed())
             file->impl().giveUp(this, L"no complete answer within " +
                                           std::to_wstring(static_cast<int>(WaitLimit::s_seconds)) + L" s");
         else
-            processEvents(s_loopMilliseconds);
+            processEvents(s_loopMilliseconds, Patience::takesInput());
     }
     return state() == AsyncFile::RS_Ready;
 }
@@ -171,15 +179,6 @@ void AsyncFile_QtHttpRequest::addTransferred(std::uint64_t count) {
     transferred_ = std::max<std::int64_t>(0, transferred_) + static_cast<std::int64_t>(count);
 }
 
-std::wstring withoutLogin(const std::wstring & url) {
-    std::size_t begin = url.find(L"://");
-    if (begin == std::wstring::npos) return url;
-    begin += 3;
-    const std::size_t end = std::min(url.find_first_of(L"/?#", begin), url.size());
-    const std::size_t at = url.substr(0, end).rfind(L'@');
-    return at == std::wstring::npos || at < begin ? url : url.substr(0, begin) + url.substr(at + 1);
-}
-
 NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem) {
     problem.clear();
     if (!usableHttpUrl(url).isValid()) return nullptr;
@@ -201,6 +200,10 @@ NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem
 
 bool isHttpLoading() {
     return AsyncFileManager::instance().working() != 0;
+}
+
+std::size_t pendingHttpRequests() {
+    return AsyncFileManager::instance().pending();
 }
 
 bool waitForHttp(double maxTime) {

@@ -31,6 +31,7 @@ public:
     /// A request under way leaves the lists when it ends; false for it.
     bool remove(const NBX::SO<Request> & request) override;
     bool isOpen() const override;
+    bool hasChanged() const override;
 
     AsyncFile_QtHttpImpl & impl() const { return *impl_; }
 

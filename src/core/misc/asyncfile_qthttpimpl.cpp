@@ -5,7 +5,9 @@
 #include <limits>
 #include <set>
 
+#include <nbx/data/locator.h>
 #include <nbx/object/errorhandler.h>
+#include <nbx/object/stringutils.h>
 
 #include "asyncfilemanager.h"
 #include "core/http/httptimes.h"
@@ -21,6 +23,11 @@ constexpr double s_longestOpeningMilliseconds = 2500.0;
 
 double secondsSince1970() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::wstring withoutLogin(const std::wstring & url) {
+    using NBX::StringUtils;
+    return StringUtils::Utf8String2WString(NBX::Locator(StringUtils::WString2Utf8String(url)).withoutLogin());
 }
 
 } // namespace
@@ -67,6 +74,7 @@ bool AsyncFile_QtHttpImpl::open() {
     const RequestPointer probe = request(0, 1, 0.0);
     probe->wait();
     if (version_.size == 0 && error_.empty()) error_ = probe->errorText();
+    if (version_.size == 0 && error_.empty()) error_ = L"nobody waited for the answer";
     remove(probe.get());
     return version_.size != 0;
 }
@@ -135,6 +143,11 @@ void AsyncFile_QtHttpImpl::startNext() {
     client->get(target_, request->offset(), request->size());
 }
 
+double AsyncFile_QtHttpImpl::pause(double now) const {
+    return std::max(AsyncFileManager::instance().backoff().remaining(server(), now),
+                    changes_.remaining({}, now));
+}
+
 void AsyncFile_QtHttpImpl::abortAll(const std::wstring & why) {
     while (!m_workingHttpClients.empty())
         m_workingHttpClients.begin()->first->abort(why);
@@ -143,6 +156,7 @@ void AsyncFile_QtHttpImpl::abortAll(const std::wstring & why) {
 std::wstring AsyncFile_QtHttpImpl::headReceived(HttpClient & client, const HttpReplyHead & head) {
     const RequestPointer & request = m_workingHttpClients.at(&client);
     const std::wstring problem = judgeRangeReply(client.target().host(), head, request->offset(), version_);
+    hasChanged_ = tellsChange(head, version_).value_or(hasChanged_);
     if (version_.size != 0) return problem;
     error_ = problem;
     if (problem.empty()) version_ = versionOf(head);
@@ -188,15 +202,27 @@ AsyncFile_QtHttpImpl::RequestPointer AsyncFile_QtHttpImpl::release(HttpClient & 
 }
 
 void AsyncFile_QtHttpImpl::succeeded(const HttpClient & client) {
-    for (const std::string & place : {client.target().server(), server()})
-        AsyncFileManager::instance().backoff().succeeded(place, client.startTime());
+    answeredWell(client);
+    changes_.succeeded({}, client.startTime());
     target_ = client.target();
 }
 
+void AsyncFile_QtHttpImpl::answeredWell(const HttpClient & client) {
+    for (const std::string & place : {client.target().server(), server()})
+        AsyncFileManager::instance().backoff().succeeded(place, client.startTime());
+}
+
 /// Both are left alone: the server that failed, and the one that leads to it, where the next transfer begins.
+/// One that has another file now works well: only this file is left alone, since its requests will go on to
+/// fail. Other files there, and the new one, do not wait for it.
 void AsyncFile_QtHttpImpl::failed(const HttpClient & client, const std::wstring & error) {
     // The goal of a redirect may be good for a while only, and there may be a better one by now.
     target_ = origin_;
+    if (tellsChange(client.head(), version_).value_or(false)) {
+        answeredWell(client);
+        changes_.failed({}, client.startTime(), httpTimes().now(), 0.0, error);
+        return;
+    }
     const std::string goal = client.target().server();
     const double pause = retryAfter(client.head(), secondsSince1970());
     for (const std::string & place : std::set<std::string>{goal, server()})

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "asyncfile_qthttp.h"
+#include "core/http/httpbackoff.h"
 #include "httpclient.h"
 
 namespace ZMT::CORE::IMPL {
@@ -29,6 +30,7 @@ public:
     const std::wstring & url() const { return url_; }
     const std::wstring & error() const { return error_; }
     std::uint64_t size() const { return version_.size; }
+    bool hasChanged() const { return hasChanged_; }
     const std::vector<RequestPointer> & requests() const { return requests_; }
     RequestPointer request(std::uint64_t offset, std::uint64_t size, double priority);
     bool remove(const AsyncFile_QtHttpRequest * request);
@@ -41,6 +43,9 @@ public:
     /// Of the requests as their priorities are now; there has to be one.
     double highestQueuedPriority() const;
     void startNext();
+    /// Seconds for which nothing is to be started.
+    double pause(double now) const;
+    std::size_t pendingRequests() const { return queue_.size() + m_workingHttpClients.size(); }
     unsigned workingClients() const { return static_cast<unsigned>(m_workingHttpClients.size()); }
     void abortAll(const std::wstring & why);
 
@@ -51,6 +56,7 @@ private:
 
     RequestPointer release(HttpClient & client);
     void succeeded(const HttpClient & client);
+    void answeredWell(const HttpClient & client);
     void failed(const HttpClient & client, const std::wstring & error);
     /// The queued request with the highest priority, the oldest of several.
     std::vector<RequestPointer>::const_iterator first() const;
@@ -61,6 +67,8 @@ private:
     const HttpTarget origin_; ///< the URL itself
     HttpTarget target_;       ///< where its redirects led to
     HttpFileVersion version_; ///< from the first reply
+    bool hasChanged_ = false; ///< as the last answer that told its version says
+    HttpBackoff changes_;     ///< of the file itself, which has no name there
     std::vector<RequestPointer> requests_;
     std::vector<RequestPointer> queue_;
     std::array<std::unique_ptr<HttpClient>, s_clients> clients_;

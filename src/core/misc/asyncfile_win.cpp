@@ -17,6 +17,7 @@
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/core/misc/patience.h>
 
 #include "filecalls.h"
 #include "pagestore.h"
@@ -139,6 +140,15 @@ bool AsyncFile_Win::isLoading() {
     return !Request_Win::schedule().active.empty();
 }
 
+std::size_t AsyncFile_Win::pendingRequests() {
+    const Request_Win::Schedule & all = Request_Win::schedule();
+    return all.active.size() + all.queued.size();
+}
+
+bool AsyncFile_Win::hasChanged() const {
+    return isOpen() && file_->isReplacedAt(NBX::StringUtils::WString2Utf8String(path_));
+}
+
 std::uint64_t AsyncFile_Win::totalBytes() {
     return s_totalBytes;
 }
@@ -259,6 +269,7 @@ bool AsyncFile_Win::Request_Win::wait() {
     while (true) {
         const RequestState now = state();
         if (now == RS_Ready || now == RS_Failed) return now == RS_Ready;
+        if (Patience::hasEnded()) return false;
         if (limit.hasPassed()) {
             dequeue();
             fail(L"the disk gave no answer");

@@ -37,8 +37,10 @@ public:
     /// A request that waits fails with this; one that is being read goes on, and counts until it has ended.
     bool remove(const NBX::SO<Request> & request) override;
     bool isOpen() const override { return file_ != nullptr; }
+    bool hasChanged() const override;
 
     static bool isLoading();
+    static std::size_t pendingRequests();
     /// Bytes read since the process began.
     static std::uint64_t totalBytes();
 

@@ -71,7 +71,7 @@ bool AsyncFileManager::dispatch(double now) {
     double highest = s_neverServed;
     AsyncFile_QtHttpImpl * chosen = nullptr;
     for (AsyncFile_QtHttpImpl * file : files_) {
-        if (!file->canStart() || backoff_.remaining(file->server(), now) > 0.0) continue;
+        if (!file->canStart() || file->pause(now) > 0.0) continue;
         const double priority = file->highestQueuedPriority();
         if (priority <= highest) continue;
         highest = priority;
@@ -95,13 +95,20 @@ unsigned AsyncFileManager::working() const {
     return count;
 }
 
+std::size_t AsyncFileManager::pending() const {
+    std::size_t count = 0;
+    for (const AsyncFile_QtHttpImpl * file : files_)
+        count += file->pendingRequests();
+    return count;
+}
+
 /// One transfer asks how the server is; if it answers well, the others follow. `now` is the time at which
 /// nothing more could be started: a pause that ended since then would be missed.
 void AsyncFileManager::scheduleResumption(double now) {
     if (!network()) return;
     double next = std::numeric_limits<double>::infinity();
     for (const AsyncFile_QtHttpImpl * file : files_) {
-        const double remaining = backoff_.remaining(file->server(), now);
+        const double remaining = file->pause(now);
         if (file->canStart() && remaining > 0.0) next = std::min(next, remaining);
     }
     if (next < std::numeric_limits<double>::infinity())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -36,6 +37,8 @@ public:
     void dispatchAll();
     /// The number of transfers under way.
     unsigned working() const;
+    /// The number of requests that wait or are under way.
+    std::size_t pending() const;
 
     HttpBackoff & backoff() { return backoff_; }
     /// What was given with URLs, "user:password" by scheme, host and port. Kept here alone: URLs that are

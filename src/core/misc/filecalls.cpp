@@ -48,6 +48,7 @@ FileCalls & fileCalls() {
     static FileCalls calls = {
         .open = openFile,
         .fstat = ::fstat,
+        .stat = ::stat,
         .setFlags = setFlags,
         .read = ::pread,
         .close = ::close,

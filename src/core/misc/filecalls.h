@@ -15,6 +15,7 @@ namespace ZMT::CORE::IMPL {
 struct FileCalls {
     int (*open)(const char * path, int flags);
     int (*fstat)(int file, struct stat * status);
+    int (*stat)(const char * path, struct stat * status);
     /// Of an open file: `F_SETFL`.
     int (*setFlags)(int file, int flags);
     ssize_t (*read)(int file, void * target, std::size_t bytes, off_t position);

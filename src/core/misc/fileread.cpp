@@ -63,14 +63,20 @@ std::shared_ptr<OpenFile> OpenFile::open(const std::string & path, std::wstring 
     // With the flag the kernel would refuse what it cannot give at once.
     if (error.empty() && fileCalls().setFlags(handle, isDirect ? O_DIRECT : 0) != 0)
         error = NBX::ErrorHandler::getLastError();
-    if (error.empty())
-        return std::shared_ptr<OpenFile>(new OpenFile(handle, static_cast<std::uint64_t>(status.st_size)));
+    if (error.empty()) return std::shared_ptr<OpenFile>(new OpenFile(handle, status));
     fileCalls().close(handle);
     return nullptr;
 }
 
 OpenFile::~OpenFile() {
     fileCalls().close(handle_);
+}
+
+bool OpenFile::isReplacedAt(const std::string & path) const {
+    struct stat now {};
+    if (fileCalls().stat(path.c_str(), &now) != 0) return false;
+    return now.st_dev != status_.st_dev || now.st_ino != status_.st_ino || now.st_size != status_.st_size ||
+           now.st_mtim.tv_sec != status_.st_mtim.tv_sec || now.st_mtim.tv_nsec != status_.st_mtim.tv_nsec;
 }
 
 bool OpenFile::makeBuffered() {

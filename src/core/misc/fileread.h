@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include <sys/stat.h>
+
 namespace ZMT::CORE::IMPL {
 
 /// A regular file that is open for reading, past the system's cache where its file system allows that.
@@ -22,16 +24,19 @@ public:
 
     int handle() const { return handle_; }
     /// When it was opened.
-    std::uint64_t size() const { return size_; }
+    std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
+    /// Whether another file lies at `path` now, or this one was written to since it was opened. False where
+    /// nothing lies there.
+    bool isReplacedAt(const std::string & path) const;
     /// Reads that begin from now on go through the system's cache. False with the system's error where they
     /// do not. From any thread.
     bool makeBuffered();
 
 private:
-    OpenFile(int handle, std::uint64_t size) : handle_(handle), size_(size) {}
+    OpenFile(int handle, const struct stat & status) : handle_(handle), status_(status) {}
 
     int handle_;
-    std::uint64_t size_;
+    struct stat status_; ///< when it was opened
 };
 
 /// One read of whole blocks of a file into memory, which the system may carry out in parts. Its engine

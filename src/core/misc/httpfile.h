@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -19,11 +20,11 @@ namespace ZMT::CORE::IMPL {
 /// application object, or on another thread, it is reported.
 NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem);
 
-/// A URL as it may be shown and stored: without user name and password. A path stays as it is.
-std::wstring withoutLogin(const std::wstring & url);
-
 /// Whether any transfer from a web server is under way.
 bool isHttpLoading();
+
+/// Requests to web servers that wait or are under way.
+std::size_t pendingHttpRequests();
 
 /// Lets the event loop work for `maxTime` milliseconds at most, without user input and without a canvas
 /// drawing; shorter when nothing is under way. False where there is no application object, which is reported.

@@ -103,6 +103,20 @@ TEST(HttpRangeReply, ChangedFilesAreFound) {
               L"the file changed on server 'h': it had 10 bytes and has 11");
 }
 
+TEST(HttpRangeReply, HeadsTellWhetherAFileHasChanged) {
+    const HttpFileVersion known = {10, "\"a\"", ""};
+    EXPECT_EQ(tellsChange(partial("bytes 0-0/10", {{"etag", "\"a\""}}), known), false);
+    EXPECT_EQ(tellsChange(partial("bytes 0-0/10", {{"etag", "\"b\""}}), known), true);
+    EXPECT_EQ(tellsChange(partial("bytes 0-0/11", {{"etag", "\"a\""}}), known), true);
+    EXPECT_EQ(tellsChange({416, "Range Not Satisfiable", {}}, known), true);
+    EXPECT_EQ(tellsChange(partial("bytes 0-0/*", {{"etag", "\"b\""}}), known), std::nullopt);
+    EXPECT_EQ(tellsChange({404, "Not Found", {{"etag", "\"b\""}}}, known), std::nullopt);
+    EXPECT_EQ(tellsChange({200, "OK", {{"content-range", "bytes 0-0/11"}}}, known), std::nullopt);
+    EXPECT_EQ(tellsChange({}, known), std::nullopt);
+    EXPECT_EQ(tellsChange(partial("bytes 0-0/10"), {}), std::nullopt);
+    EXPECT_EQ(tellsChange({416, "Range Not Satisfiable", {}}, {}), std::nullopt);
+}
+
 TEST(HttpRangeReply, WeakTagLeavesItToTheDate) {
     const HttpFileVersion known = {10, "W/\"a\"", "Mon"};
     EXPECT_EQ(judge(partial("bytes 0-0/10", {{"etag", "W/\"a\""}, {"last-modified", "Mon"}}), 0, known), L"");

@@ -12,6 +12,8 @@
 
 #include "core/misc/filecalls.h"
 #include "core/misc/httpfile.h"
+#include <zmt/core/misc/patience.h>
+
 #include "support/recordedreports.h"
 #include "support/webtest.h"
 
@@ -345,8 +347,10 @@ TEST_F(AsyncFile_QtHttpTest, FileThatChangesOnTheServerFailsUntilItIsBack) {
         const auto request = file->request(0, 10, 1.0);
         const bool isReady = request->wait();
         EXPECT_EQ(isReady, request->errorText().empty());
+        EXPECT_EQ(file->hasChanged(), !isReady);
         return request->errorText();
     };
+    EXPECT_FALSE(file->hasChanged());
     const std::wstring changed = L"the file changed on server '127.0.0.1' since it was opened";
     EXPECT_EQ(textAfter(bytes_, "\"2\"", ""), changed);
     EXPECT_EQ(textAfter(bytes_, "", "Sun, 06 Nov 1994 08:49:38 GMT"), changed);
@@ -357,6 +361,90 @@ TEST_F(AsyncFile_QtHttpTest, FileThatChangesOnTheServerFailsUntilItIsBack) {
     const auto beyond = file->request(50000, 10, 1.0);
     EXPECT_FALSE(beyond->wait());
     EXPECT_EQ(beyond->errorText(), L"server '127.0.0.1' answered 416 Range Not Satisfiable");
+    EXPECT_TRUE(file->hasChanged());
+}
+
+TEST_F(AsyncFile_QtHttpTest, FileThatChangedIsLeftAloneButNotItsServer) {
+    server_.setFile("/f", bytes_, "\"1\"");
+    server_.setFile("/g", bytes_, "\"1\"");
+    const auto file = open(), other = open("/g");
+    httpTimes().firstPause = httpTimes().longestPause = 3.0;
+    server_.setFile("/f", bytes_, "\"2\"");
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    server_.resetCounts();
+    const auto again = file->request(0, 10, 1.0);
+    EXPECT_TRUE(other->request(0, 10, 1.0)->wait());
+    EXPECT_FALSE(other->hasChanged());
+    std::wstring problem;
+    const auto anew = openHttpFile(server_.url("/f"), problem);
+    ASSERT_TRUE(anew) << narrow(problem);
+    EXPECT_TRUE(anew->request(0, 10, 1.0)->wait());
+    EXPECT_EQ(again->state(), AsyncFile::RS_Queued);
+    EXPECT_EQ(server_.requests(), 3u);
+    EXPECT_TRUE(runUntilDone(*again)) << "after the pause";
+    EXPECT_EQ(again->state(), AsyncFile::RS_Failed);
+    EXPECT_TRUE(file->hasChanged());
+    EXPECT_FALSE(anew->hasChanged());
+}
+
+TEST_F(AsyncFile_QtHttpTest, FileThatIsRefusedOrSilentHasNotChanged) {
+    const auto file = open();
+    for (const HttpAnswer & answer :
+         {HttpAnswer{.status = 404}, HttpAnswer{.status = 500}, HttpAnswer{.isWholeFile = true},
+          HttpAnswer{.silentAfter = -1}, HttpAnswer{.contentRange = ""}}) {
+        server_.then(answer);
+        EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+        EXPECT_FALSE(file->hasChanged());
+    }
+}
+
+TEST_F(AsyncFile_QtHttpTest, WhatPatienceDoesNotWaitForGoesOn) {
+    const auto file = open();
+    httpTimes().silenceMilliseconds = 60000;
+    server_.setHeld(true);
+    const auto request = file->request(0, 10, 1.0);
+    const double start = NBX::NBXTime::now();
+    {
+        const Patience patience(0.1);
+        EXPECT_FALSE(request->wait());
+    }
+    bool isLost = false;
+    {
+        const Patience patience([&] { return isLost; });
+        WebApplication::later([&] { isLost = true; });
+        EXPECT_FALSE(request->wait());
+    }
+    EXPECT_LT(NBX::NBXTime::now() - start, 2.0);
+    EXPECT_EQ(request->state(), AsyncFile::RS_Processing);
+    EXPECT_EQ(request->errorText(), L"");
+    server_.setHeld(false);
+    EXPECT_TRUE(request->wait());
+    EXPECT_EQ(server_.requests(), 1u);
+}
+
+TEST_F(AsyncFile_QtHttpTest, OpeningEndsWithThePatience) {
+    httpTimes().silenceMilliseconds = 2400;
+    server_.setHeld(true);
+    std::wstring problem;
+    const Patience patience(0.1);
+    EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    EXPECT_EQ(problem, L"nobody waited for the answer");
+    server_.setHeld(false);
+}
+
+TEST_F(AsyncFile_QtHttpTest, PendingRequestsAreCounted) {
+    const auto file = open(), other = open();
+    EXPECT_EQ(AsyncFile::pendingRequests(), 0u);
+    server_.setHeld(true);
+    AsyncFile::Requests requests;
+    for (int i = 0; i < 6; ++i)
+        requests.push_back(file->request(0, 10, 1.0));
+    requests.push_back(other->request(0, 10, 1.0));
+    EXPECT_EQ(AsyncFile::pendingRequests(), 7u);
+    server_.setHeld(false);
+    for (const auto & request : requests)
+        EXPECT_TRUE(request->wait());
+    EXPECT_EQ(AsyncFile::pendingRequests(), 0u);
 }
 
 TEST_F(AsyncFile_QtHttpTest, EventLoopThatIsHeldUpIsNoSilenceOfTheServer) {

@@ -24,6 +24,7 @@
 #include <support/recordedreports.h>
 #include <support/scriptedfilecalls.h>
 #include <support/temporaryfolder.h>
+#include <zmt/core/misc/patience.h>
 
 using NBX::SO;
 using ZMT::CORE::AsyncFile;
@@ -463,6 +464,21 @@ TEST_P(AsyncFileWinQueueTest, ABlockingWaitEndsAfterThirtySecondsInAll) {
     EXPECT_EQ(FileRead::countOwed(), 8U);
 }
 
+TEST_P(AsyncFileWinQueueTest, WhatPatienceDoesNotWaitForGoesOn) {
+    const SO<Request> queued = file_->request(0, 10, 1.0);
+    EXPECT_EQ(AsyncFile::pendingRequests(), 9U);
+    {
+        const ZMT::CORE::Patience patience(0.02);
+        EXPECT_FALSE(running_[2]->wait());
+        EXPECT_FALSE(queued->wait());
+    }
+    EXPECT_EQ(running_[2]->state(), AsyncFile::RS_Processing);
+    EXPECT_EQ(queued->state(), AsyncFile::RS_Queued);
+    calls_.release();
+    EXPECT_TRUE(running_[2]->wait());
+    EXPECT_TRUE(queued->wait());
+}
+
 TEST_P(AsyncFileWinQueueTest, AReadThatWasGivenUpStillCounts) {
     std::thread clock([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -749,6 +765,29 @@ TEST_P(AsyncFileWinTest, GoesOnWithWhatItOpenedWhenThePathIsRemovedOrReplaced) {
     EXPECT_TRUE(second->wait());
     EXPECT_EQ(bytesOf(*first), rangeOf(bytes, 5000, 100));
     EXPECT_EQ(bytesOf(*second), rangeOf(others, 5000, 100));
+}
+
+TEST_P(AsyncFileWinTest, SaysWhenItsPathMeansAnotherFile) {
+    const Bytes bytes = noise(20000);
+    const SO<AsyncFile_Win> file = openedWith(bytes);
+    EXPECT_FALSE(file->hasChanged());
+    write(pathOf("other"), bytes);
+    std::filesystem::last_write_time(pathOf("other"), std::filesystem::last_write_time(pathOf()));
+    std::filesystem::rename(pathOf("other"), pathOf());
+    EXPECT_TRUE(file->hasChanged()) << "the same bytes of the same time, but not the same file";
+    EXPECT_FALSE(opened()->hasChanged());
+    std::filesystem::remove(pathOf());
+    EXPECT_FALSE(file->hasChanged()) << "there is no other one";
+
+    const SO<AsyncFile_Win> cut = openedWith(bytes);
+    const auto time = std::filesystem::last_write_time(pathOf());
+    std::filesystem::resize_file(pathOf(), 10000);
+    std::filesystem::last_write_time(pathOf(), time);
+    EXPECT_TRUE(cut->hasChanged());
+    const SO<AsyncFile_Win> touched = opened();
+    std::filesystem::last_write_time(pathOf(), time + std::chrono::milliseconds(1));
+    EXPECT_TRUE(touched->hasChanged());
+    EXPECT_FALSE(opened(pathOf("nowhere"))->hasChanged());
 }
 
 TEST_P(AsyncFileWinTest, IsDeletedWithItsLastReferenceWhereThatIsWanted) {

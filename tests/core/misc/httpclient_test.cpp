@@ -176,19 +176,6 @@ TEST_F(HttpClientTest, LoginInTheUrlIsNotStoredAndKnownWhileTheProcessLasts) {
     EXPECT_EQ(other_.received()[1].fields.count("authorization"), 0u) << "no user gave it";
 }
 
-TEST_F(HttpClientTest, WhatIsShownOfAUrlHasNoLogin) {
-    for (const auto & [given, shown] : std::vector<std::pair<std::wstring, std::wstring>>{
-             {L"http://a:b@h/f", L"http://h/f"},
-             {L"https://a@h:1?x=c@d", L"https://h:1?x=c@d"},
-             {L"http://a:b@c@h:99999999/f#g@h", L"http://h:99999999/f#g@h"},
-             {L"http://h/a@b", L"http://h/a@b"},
-             {L"http://@", L"http://"},
-             {L"//a:b@h/f", L"//a:b@h/f"},
-             {L"/a@b", L"/a@b"},
-             {L"", L""}})
-        EXPECT_EQ(withoutLogin(given), shown);
-}
-
 TEST_F(HttpClientTest, ProxyOfTheEnvironmentIsAsked) {
     ::setenv("http_proxy", ("http://127.0.0.1:" + std::to_string(server_.port())).c_str(), 1);
     server_.setFile("http://nowhere.invalid/f", "0123456789");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -56,6 +57,10 @@ public:
     /// Forgets a request; false when the file does not know it.
     virtual bool remove(const NBX::SO<Request> & request) = 0;
     virtual bool isOpen() const = 0;
+    /// Whether another file lies at the path or the URL than the one that was opened: on a disk as it is now,
+    /// on a web server as its last answers say. What was opened is read on where that is possible; to have
+    /// the other one, open it.
+    virtual bool hasChanged() const { return false; }
 
     /// The bytes of a range, at once: asks with `topPriority`, waits, and forgets the request. Null when
     /// they cannot be read or are not all there; `problem`, where given, then says why.
@@ -71,6 +76,8 @@ public:
     static NBX::SO<AsyncFile> create(NBX::SO<NBX::DataResource> resource);
     /// True while any transfer is under way in the process.
     static bool isLoading();
+    /// Requests of all files that wait or are under way.
+    static std::size_t pendingRequests();
     /// Lets the event loop work on the transfers from web servers for `maxTime` milliseconds at most.
     static bool wait(double maxTime);
     /// Bytes received from web servers since the process began.
@@ -96,7 +103,7 @@ public:
     virtual std::int64_t transferredBytes() const = 0;
     /// `AsyncFile::remove` of its file; false when that is gone.
     virtual bool cancel();
-    /// Blocks until the request is ready, which gives true, or has failed.
+    /// Blocks until the request is ready, which gives true, or has failed, or a `Patience` has ended.
     virtual bool wait() = 0;
     /// Why it failed.
     virtual std::wstring errorText() const = 0;

@@ -10,6 +10,7 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
+#include <nbx/data/locator.h>
 #include <nbx/object/callback.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
@@ -55,7 +56,7 @@ std::wstring wide(const std::string & text) {
 }
 
 bool isUrl(const std::wstring & name) {
-    return name.find(L"://") != std::wstring::npos;
+    return !NBX::Locator(utf8(name)).isFile();
 }
 
 /// Gives the bytes of the whole file to `sink`, piece by piece.

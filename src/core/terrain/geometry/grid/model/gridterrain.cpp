@@ -9,10 +9,12 @@
 #include <utility>
 
 #include "gridposition.h"
+#include "gridterraintilequery.h"
 #include <nbx/container/sequence/array.h>
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/shape/polygonset.h>
+#include <zmt/core/misc/patience.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
@@ -31,6 +33,11 @@ constexpr double s_noHeight = -std::numeric_limits<double>::infinity();
 /// The position of `geo` in grid space.
 Point inGrid(const GridTerrain & terrain, const Point & geo) {
     return positionInGrid(terrain.grid2geoTf(), terrain.geo2gridTf(), geo);
+}
+
+/// The height of what lies at a place of grid space at `height` quantised units.
+double heightInGeo(const GridTerrain & terrain, const Point & grid, double height) {
+    return std::isfinite(height) ? (terrain.grid2geoTf() * Point(grid.x, grid.y, height)).y : s_noHeight;
 }
 
 /// Whether a cell of the raster lies on the terrain.
@@ -68,8 +75,7 @@ double GridTerrain::calculateHeight(const Point & p, bool loadedOnly) const {
     const NBX::SO<GridTerrainTile> root = rootTile();
     if (!root) return s_noHeight;
     const Point grid = inGrid(*this, p);
-    const double height = root->verticalRayIntersection(grid.x, grid.y, loadedOnly);
-    return std::isfinite(height) ? (grid2geoTf() * Point(grid.x, grid.y, height)).y : s_noHeight;
+    return heightInGeo(*this, grid, root->verticalRayIntersection(grid.x, grid.y, loadedOnly));
 }
 
 bool GridTerrain::hasUndefinedHeight(const Point & p, bool loadedOnly) const {
@@ -130,6 +136,25 @@ bool GridTerrain::rayIntersection(const NBX::Ray & ray, Point & point, bool load
     if (!root || !root->rayIntersection(vis2gridTf() * ray, hit, loadedOnly)) return false;
     point = grid2visTf() * hit;
     return true;
+}
+
+GridTerrain::HeightAnswer GridTerrain::heightWithin(double seconds, const Point & p) const {
+    const NBX::SO<GridTerrainTile> root = rootTile();
+    if (!root) return {s_noHeight, false};
+    const Patience patience(seconds);
+    GridTerrainTileQuery query(false);
+    const Point grid = inGrid(*this, p);
+    return {heightInGeo(*this, grid, query.height(*root, grid.x, grid.y)), query.isCoarse()};
+}
+
+GridTerrain::RayAnswer GridTerrain::rayIntersectionWithin(double seconds, const NBX::Ray & ray) const {
+    const NBX::SO<GridTerrainTile> root = rootTile();
+    if (!root) return {std::nullopt, false};
+    const Patience patience(seconds);
+    GridTerrainTileQuery query(false);
+    Point hit;
+    const bool isHit = query.firstHit(*root, vis2gridTf() * ray, hit);
+    return {isHit ? std::optional(grid2visTf() * hit) : std::nullopt, query.isCoarse()};
 }
 
 NBX::Bounds GridTerrain::superGeoBoundingBox() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <utility>
 
 #include <nbx/math/matrix4x4base.h>
@@ -46,6 +47,22 @@ public:
     virtual NBX::Bounds visBoundingBox() const;
     /// Where `ray`, in scene coordinates, first meets the terrain. With `loadedOnly` nothing is read.
     virtual bool rayIntersection(const NBX::Ray & ray, Point & point, bool loadedOnly) const;
+
+    /// What somebody at a screen waits for the answer to a question, in seconds.
+    static constexpr double patienceOfPeople = 2.0;
+    struct HeightAnswer {
+        double height; ///< as by `calculateHeight`
+        bool isCoarse; ///< tiles with finer heights could not be read, or did not come in time
+    };
+    /// The height at `p` as the finest tiles give it that come within `seconds`, all of them together; with 0
+    /// nothing is waited for, but asked for: a later question gets a finer answer. Nothing is reported.
+    HeightAnswer heightWithin(double seconds, const Point & p) const;
+    struct RayAnswer {
+        std::optional<Point> point; ///< none where the ray misses
+        bool isCoarse;              ///< as above
+    };
+    /// As `rayIntersection`, in the same way.
+    RayAnswer rayIntersectionWithin(double seconds, const NBX::Ray & ray) const;
     /// Opens and closes the bracket in which tiles are drawn.
     virtual void preRender(NBX::EngineGL * engine, bool colors) const = 0;
     virtual void postRender(NBX::EngineGL * engine, bool colors) const = 0;
