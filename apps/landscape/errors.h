@@ -18,7 +18,7 @@ public:
 
 enum ExitStatus { ES_Success = 0, ES_Data = 1, ES_Usage = 2 };
 
-/// One line on the standard error stream, whatever `message` holds.
+/// One line on the standard error stream, whatever `message` holds. URLs in it show no login and no query.
 void writeError(std::string message);
-/// What to tell the user about `error`.
+/// What to tell the user about `error`; URLs as above.
 std::string messageOf(const std::exception & error);

@@ -38,7 +38,7 @@ void checkStreamedOptions(const LandscapeOptions & options) {
                          : options.lighting == Lighting::Vertex  ? "--lighting vertex"
                                                                  : nullptr;
     if (given)
-        throw UsageError(std::string(given) + " needs a height raster, and " + options.terrain +
+        throw UsageError(std::string(given) + " needs a height raster, and " + shownName(options.terrain) +
                          " is a streaming terrain; leave it out, or give the raster");
 }
 

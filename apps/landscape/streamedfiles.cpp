@@ -11,6 +11,7 @@
 #include "step.h"
 
 #include <nbx/data/file.h>
+#include <nbx/data/locator.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
@@ -44,7 +45,7 @@ bool isScrambledTexture(const std::string & path, std::uint64_t key) {
 
 ZMT::RASTER::GeoReference referenceOf(const AsyncGridTerrain & terrain, const std::string & locator) {
     const std::string wkt = terrain.wkt();
-    return wkt.empty() ? ZMT::RASTER::GeoReference() : ProjectionFile::parse(wkt, locator);
+    return wkt.empty() ? ZMT::RASTER::GeoReference() : ProjectionFile::parse(wkt, shownName(locator));
 }
 
 SO<ZMT::CORE::GridData> makeOverview(const AsyncGridTerrain & terrain) {
@@ -67,12 +68,11 @@ SO<ZMT::CORE::GridData> makeOverview(const AsyncGridTerrain & terrain) {
 } // namespace
 
 bool isUrl(const std::string & locator) {
-    const auto startsWith = [&](const std::string & scheme) {
-        return locator.size() > scheme.size() &&
-               std::equal(scheme.begin(), scheme.end(), locator.begin(),
-                          [](char a, char b) { return a == (b >= 'A' && b <= 'Z' ? b + 'a' - 'A' : b); });
-    };
-    return startsWith("http://") || startsWith("https://");
+    return NBX::Locator(locator).isOnWebServer();
+}
+
+std::string shownName(const std::string & locator) {
+    return NBX::Locator(locator).shown();
 }
 
 bool hasUrls(const LandscapeOptions & options) {
@@ -99,7 +99,7 @@ bool isStreamedTexture(const std::string & locator, std::uint64_t key) {
 }
 
 StreamedTerrain openStreamedTerrain(const std::string & locator) {
-    Step opening("opening " + locator);
+    Step opening("opening " + shownName(locator));
     StreamedTerrain result;
     std::wstring problem;
     {
@@ -107,7 +107,8 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
         result.terrain =
             AsyncGridTerrain::load(NBX::StringUtils::Utf8String2WString(locator), false, &problem);
     }
-    if (!result.terrain) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
+    if (!result.terrain)
+        throw DataError(shownName(locator) + ": " + NBX::StringUtils::WString2Utf8String(problem));
     result.reference = referenceOf(*result.terrain, locator);
     result.overview = makeOverview(*result.terrain);
     result.lightMapKind = result.terrain->lightMapKind();
@@ -118,7 +119,7 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
 }
 
 SO<ZMT::CORE::TerrainTexture> openStreamedTexture(const std::string & locator, std::uint64_t key) {
-    Step opening("opening " + locator);
+    Step opening("opening " + shownName(locator));
     const std::wstring path = NBX::StringUtils::Utf8String2WString(locator);
     std::wstring problem;
     SO<ZMT::CORE::TerrainTexture> texture;
@@ -127,9 +128,11 @@ SO<ZMT::CORE::TerrainTexture> openStreamedTexture(const std::string & locator, s
         const SO<AsyncFile> file = AsyncFile::create(path, false, &problem);
         if (file) texture = ZMT::CORE::AsyncQuadtreeTerrainTexture::load(file, 0, key);
     }
-    if (!problem.empty()) throw DataError(locator + ": " + NBX::StringUtils::WString2Utf8String(problem));
+    if (!problem.empty())
+        throw DataError(shownName(locator) + ": " + NBX::StringUtils::WString2Utf8String(problem));
     if (!texture || !texture->boundingBox().isDefined())
-        throw DataError(locator + ": is no streaming texture, is damaged, or was written with another --key");
+        throw DataError(shownName(locator) +
+                        ": is no streaming texture, is damaged, or was written with another --key");
     opening.finish();
     return texture;
 }

@@ -19,6 +19,9 @@ struct LandscapeOptions;
 /// Whether `locator` is a URL of a web server, and no path.
 bool isUrl(const std::string & locator);
 
+/// A path or a URL as messages, titles and lists show it: without login and query.
+std::string shownName(const std::string & locator);
+
 /// Whether anything of a landscape lies on a web server.
 bool hasUrls(const LandscapeOptions & options);
 

@@ -109,7 +109,7 @@ void printStreamedTerrain(const std::string & locator) {
     const auto cellSize = terrain.getCellSize();
     const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
     const std::string unit = opened.reference.unitName.empty() ? "" : " " + opened.reference.unitName;
-    std::printf("file:       %s\n", locator.c_str());
+    std::printf("file:       %s\n", shownName(locator).c_str());
     std::printf("format:     streaming terrain, %" PRIu64 " bytes, tiles of %" PRIu64 " by %" PRIu64
                 " heights in %d levels\n",
                 terrain.file()->size(), side, side, terrain.rootTile()->level() + 1);
@@ -125,7 +125,7 @@ void printStreamedTerrain(const std::string & locator) {
 
 void printStreamedTexture(const std::string & locator) {
     const NBX::Bounds box = openStreamedTexture(locator, 0)->boundingBox();
-    std::printf("file:       %s\n", locator.c_str());
+    std::printf("file:       %s\n", shownName(locator).c_str());
     std::printf("format:     streaming texture\n");
     printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
 }

@@ -18,6 +18,12 @@
 
 namespace {
 
+/// An argument, or the value of an option such as "--terrain=http://host/file".
+bool namesUrl(const std::string & argument) {
+    return isUrl(argument) ||
+           (argument.rfind("--", 0) == 0 && isUrl(argument.substr(argument.find('=') + 1)));
+}
+
 /// The sub-command that was reached.
 const CLI::App & commandOf(const CLI::App & app) {
     const auto used = app.get_subcommands();
@@ -80,7 +86,7 @@ int runProgram(int argc, const char * const * argv) {
     addValidateCommand(app);
 
     std::optional<ZMT::CORE::EventLoop> eventLoop;
-    if (std::any_of(argv + 1, argv + std::max(argc, 1), isUrl)) eventLoop.emplace();
+    if (std::any_of(argv + 1, argv + std::max(argc, 1), namesUrl)) eventLoop.emplace();
     Reports reports;
     NBX::ConsoleProgressDisplay display;
     NBX::Progress::setDisplay(&display);

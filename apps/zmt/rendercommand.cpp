@@ -117,7 +117,7 @@ std::string missingParts(const CountedCanvas & canvas, const std::string & terra
     const std::string reason = failures.empty()
                                    ? "nothing more arrives"
                                    : NBX::StringUtils::WString2Utf8String(failures.front().reason);
-    return terrain + ": " + std::to_string(canvas.frames.missingTiles) +
+    return shownName(terrain) + ": " + std::to_string(canvas.frames.missingTiles) +
            " of the tiles that the picture needs are missing: " + reason;
 }
 

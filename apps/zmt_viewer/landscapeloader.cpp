@@ -68,7 +68,8 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
         options.terrain = file;
     }
     if (options.terrain.empty() && !images.empty())
-        throw DataError(images.front() + ": is an image; open the height raster that it lies on first");
+        throw DataError(shownName(images.front()) +
+                        ": is an image; open the height raster that it lies on first");
     options.images.insert(options.images.end(), images.begin(), images.end());
     return options;
 }

@@ -24,6 +24,7 @@
 #include "landscape/picture.h"
 #include "landscapeview.h"
 
+#include <nbx/data/locator.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
@@ -46,7 +47,7 @@ std::vector<std::string> localFiles(const QMimeData * data) {
 }
 
 std::string fileName(const std::string & path) {
-    return std::filesystem::path(path).filename().string();
+    return std::filesystem::path(shownName(path)).filename().string();
 }
 
 } // namespace
@@ -242,10 +243,10 @@ void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
 }
 
 void ViewerWindow::showFailure(const QString & title, const QString & message) {
-    lastError_ = message;
-    statusBar()->showMessage(message);
+    lastError_ = QString::fromStdString(NBX::Locator::shownIn(message.toStdString()));
+    statusBar()->showMessage(lastError_);
     auto * box = new QMessageBox(QMessageBox::Warning, title, title, QMessageBox::Ok, this);
-    box->setInformativeText(message);
+    box->setInformativeText(lastError_);
     box->setTextFormat(Qt::PlainText);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
@@ -255,7 +256,7 @@ void ViewerWindow::showFailure(const QString & title, const QString & message) {
 void ViewerWindow::showReports() {
     const auto messages = reports_.take();
     if (messages.empty()) return;
-    lastError_ = QString::fromStdString(messages.front());
+    lastError_ = QString::fromStdString(NBX::Locator::shownIn(messages.front()));
     statusBar()->showMessage(lastError_);
 }
 

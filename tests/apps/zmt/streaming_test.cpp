@@ -389,6 +389,37 @@ TEST_F(StreamingFromServer, WhatTheServerSaysIsTold) {
     EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
 }
 
+TEST_F(StreamingFromServer, NeitherLoginsNorQueriesAreShown) {
+    const std::string place = "http://me:secret@" + url("/").substr(7);
+    const std::string terrain = place + "t.ztt?key=hidden", gone = place + "gone.ztt?key=hidden";
+    server.setFile("/broken.zts", "nothing");
+    const std::string broken = place + "broken.zts?key=hidden";
+    const std::string picture = folder.out("x.png");
+    const std::vector<std::vector<std::string>> runs = {
+        {"info", terrain},
+        {"info", gone},
+        {"pick", "--terrain", gone, "1,1"},
+        {"pick", "--terrain=" + terrain, "50,50"},
+        {"render", "--terrain", terrain, "--image", broken, "--out", picture},
+        {"render", "--terrain", terrain, "--image", gone, "--out", picture},
+        {"render", "--terrain", terrain, "--image", place + "t.zts?key=hidden", "--gamma", "2", "--out",
+         picture},
+        {"render", "--terrain", terrain, "--fill-voids", "--out", picture},
+        {"render", terrain, "--out", picture},
+        {"build", "texture", s_everestImage, folder.out("x.zts"), "--terrain", gone},
+        {"lod", "--terrain", terrain},
+    };
+    for (const auto & words : runs) {
+        const RunResult run = zmt(words);
+        EXPECT_LT(run.status, 3) << run.errors;
+        const std::string said = run.output + run.errors;
+        EXPECT_FALSE(said.empty());
+        EXPECT_EQ(said.find("secret"), std::string::npos) << said;
+        EXPECT_EQ(said.find("hidden"), std::string::npos) << said;
+    }
+    EXPECT_EQ(server.received().front().fields.at("authorization"), "Basic bWU6c2VjcmV0");
+}
+
 TEST_F(StreamingFromServer, APictureWithMissingPartsIsWrittenOnRequestAlone) {
     // The overview is read, and then nothing more.
     const std::vector<std::string> arguments = {"render",  "--terrain", url("/t.ztt"),
