@@ -219,21 +219,21 @@ GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight>
     return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
 }
 
-GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<TerrainTexture> & texture,
+GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture & opened,
                              const ImageLook & look, const ZMT::RASTER::GeoExtent & terrain) {
     if (look.opacity != 1.0 || !look.colors.text().empty())
         throw UsageError("--opacity, --bands, --stretch and --gamma are for images, and " +
                          shownName(locator) +
                          " is a streaming texture; leave them out, or build it from another image");
-    const NBX::Bounds box = texture->boundingBox();
+    const NBX::Bounds box = opened.texture->boundingBox();
     const Point low = box.getLLF(), high = box.getURB();
     const bool overlaps =
         low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
     if (!overlaps)
         throw DataError(shownName(locator) + ": the image lies elsewhere; choose one that covers the area");
     return {LayerKind::Image, std::filesystem::path(shownName(locator)).filename().string(),
-            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()),
-            ZMT::CORE::GeoTransformation::geo2nbxTf(box)};
+            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(opened.texture).get()),
+            ZMT::CORE::GeoTransformation::geo2nbxTf(box), opened.file};
 }
 
 Sunlight defaultSun() {

@@ -28,6 +28,8 @@ struct GroundLayer {
     std::string name; ///< for people
     NBX::SO<NBX::Attribute> effect;
     NBX::Bounds box; ///< where it lies, in scene coordinates; undefined for everywhere
+    /// What it is read from while it is looked at; null for what is in memory.
+    NBX::SO<ZMT::CORE::AsyncFile> file = nullptr;
 };
 
 /// Colours from green lowlands to white summits, and blue ones of sea, where there are heights below 0 and
@@ -49,7 +51,7 @@ GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight>
 
 /// A streaming texture that was opened. Throws `DataError` where it lies elsewhere than `terrain`, and
 /// `UsageError` where it is to look otherwise than it was written.
-GroundLayer layStreamedImage(const std::string & locator, const NBX::SO<ZMT::CORE::TerrainTexture> & texture,
+GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture & opened,
                              const ImageLook & look, const ZMT::RASTER::GeoExtent & terrain);
 
 /// From the north-west, as on relief maps.

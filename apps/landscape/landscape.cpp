@@ -83,8 +83,18 @@ NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & opti
 
 GroundLayer Landscape::readImage(const std::string & path, const ImageLook & look,
                                  const StreamedFiles & streamed) const {
-    if (const auto texture = streamed.texture(path)) return layStreamedImage(path, texture, look, extent_);
+    if (const StreamedTexture * opened = streamed.texture(path))
+        return layStreamedImage(path, *opened, look, extent_);
     return openImage(path, look, extent_, reference_.wkt);
+}
+
+std::vector<NBX::SO<ZMT::CORE::AsyncFile>> Landscape::streamedFiles() const {
+    std::vector<NBX::SO<ZMT::CORE::AsyncFile>> files;
+    const auto terrain = NBX::soCast<ZMT::CORE::GRID::AsyncGridTerrain>(terrain_);
+    if (terrain) files.push_back(terrain->file());
+    for (const GroundLayer & layer : layers_)
+        if (layer.file) files.push_back(layer.file);
+    return files;
 }
 
 void Landscape::addImage(const GroundLayer & image) {

@@ -35,6 +35,9 @@ public:
     const ZMT::CORE::GridData & grid() const { return *grid_; }
     /// Whether its tiles are read while it is looked at.
     bool isStreamed() const { return isStreamed_; }
+    /// What is read while it is looked at: of the terrain, then of its layers. On the thread that opened
+    /// them.
+    std::vector<NBX::SO<ZMT::CORE::AsyncFile>> streamedFiles() const;
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
     /// The root of the terrain's tree; null where it is chunked.
     NBX::SO<ZMT::CORE::GeometryPatch> tree() const { return isChunked_ ? nullptr : root_; }

@@ -15,6 +15,11 @@ void checkMemoryBudgets(const MemoryBudgets & budgets) {
     check("--graphics-memory", budgets.graphics);
 }
 
+MemoryBudgets presentMemoryBudgets() {
+    return {.main = NBX::MainMemoryManager::instance()->getBudget() >> 20U,
+            .graphics = NBX::GraphicsMemoryManager::instance()->getBudget() >> 20U};
+}
+
 void applyMemoryBudgets(const MemoryBudgets & budgets) {
     NBX::MainMemoryManager::instance()->setBudget(budgets.main << 20U);
     NBX::GraphicsMemoryManager::instance()->setBudget(budgets.graphics << 20U);

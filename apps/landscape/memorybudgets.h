@@ -12,3 +12,5 @@ struct MemoryBudgets {
 void checkMemoryBudgets(const MemoryBudgets & budgets);
 /// Gives them to the managers of the engine.
 void applyMemoryBudgets(const MemoryBudgets & budgets);
+/// What those have.
+MemoryBudgets presentMemoryBudgets();

@@ -118,23 +118,23 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
     return result;
 }
 
-SO<ZMT::CORE::TerrainTexture> openStreamedTexture(const std::string & locator, std::uint64_t key) {
+StreamedTexture openStreamedTexture(const std::string & locator, std::uint64_t key) {
     Step opening("opening " + shownName(locator));
     const std::wstring path = NBX::StringUtils::Utf8String2WString(locator);
     std::wstring problem;
-    SO<ZMT::CORE::TerrainTexture> texture;
+    StreamedTexture result;
     {
         const Reports told;
-        const SO<AsyncFile> file = AsyncFile::create(path, false, &problem);
-        if (file) texture = ZMT::CORE::AsyncQuadtreeTerrainTexture::load(file, 0, key);
+        result.file = AsyncFile::create(path, false, &problem);
+        if (result.file) result.texture = ZMT::CORE::AsyncQuadtreeTerrainTexture::load(result.file, 0, key);
     }
     if (!problem.empty())
         throw DataError(shownName(locator) + ": " + NBX::StringUtils::WString2Utf8String(problem));
-    if (!texture || !texture->boundingBox().isDefined())
+    if (!result.texture || !result.texture->boundingBox().isDefined())
         throw DataError(shownName(locator) +
                         ": is no streaming texture, is damaged, or was written with another --key");
     opening.finish();
-    return texture;
+    return result;
 }
 
 StreamedFiles::StreamedFiles(const LandscapeOptions & options, const std::vector<std::string> & more) {
@@ -157,7 +157,7 @@ const StreamedTerrain * StreamedFiles::terrain(const std::string & locator) cons
     return found == terrains_.end() ? nullptr : &found->second;
 }
 
-SO<ZMT::CORE::TerrainTexture> StreamedFiles::texture(const std::string & locator) const {
+const StreamedTexture * StreamedFiles::texture(const std::string & locator) const {
     const auto found = textures_.find(locator);
-    return found == textures_.end() ? nullptr : found->second;
+    return found == textures_.end() ? nullptr : &found->second;
 }

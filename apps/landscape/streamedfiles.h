@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <nbx/object/so.h>
+#include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
@@ -45,10 +46,16 @@ struct StreamedTerrain {
     ZMT::RASTER::GeoReference reference;
 };
 
+/// A texture that was opened, and what it is read from.
+struct StreamedTexture {
+    NBX::SO<ZMT::CORE::TerrainTexture> texture;
+    NBX::SO<ZMT::CORE::AsyncFile> file;
+};
+
 /// Waits for the root and some tiles below. Throws `DataError` for what cannot be opened.
 StreamedTerrain openStreamedTerrain(const std::string & locator);
 /// Waits for the root. `key` is that with which it was written. Throws `DataError`.
-NBX::SO<ZMT::CORE::TerrainTexture> openStreamedTexture(const std::string & locator, std::uint64_t key);
+StreamedTexture openStreamedTexture(const std::string & locator, std::uint64_t key);
 
 /// The streamed files of a landscape, opened before it is built, which may happen on another thread.
 class StreamedFiles {
@@ -61,9 +68,9 @@ public:
 
     /// Null for what was not opened.
     const StreamedTerrain * terrain(const std::string & locator) const;
-    NBX::SO<ZMT::CORE::TerrainTexture> texture(const std::string & locator) const;
+    const StreamedTexture * texture(const std::string & locator) const;
 
 private:
     std::map<std::string, StreamedTerrain> terrains_;
-    std::map<std::string, NBX::SO<ZMT::CORE::TerrainTexture>> textures_;
+    std::map<std::string, StreamedTexture> textures_;
 };

@@ -124,7 +124,7 @@ void printStreamedTerrain(const std::string & locator) {
 }
 
 void printStreamedTexture(const std::string & locator) {
-    const NBX::Bounds box = openStreamedTexture(locator, 0)->boundingBox();
+    const NBX::Bounds box = openStreamedTexture(locator, 0).texture->boundingBox();
     std::printf("file:       %s\n", shownName(locator).c_str());
     std::printf("format:     streaming texture\n");
     printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});

@@ -14,19 +14,19 @@
 
 #include <nlohmann/json.hpp>
 
+#include "landscape/arrivals.h"
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/landscape.h"
 #include "landscape/picture.h"
+#include "landscape/readfailures.h"
 #include "landscape/reports.h"
 #include "landscape/viewpoint.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/engine/clock.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
-#include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
-#include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
@@ -37,7 +37,6 @@ namespace {
 using ZMT::CORE::AsyncFile;
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
-using ZMT::CORE::GRID::AsyncGridTerrain;
 
 constexpr unsigned s_mostFrames = 10000;
 constexpr double s_longestWait = 10.0; ///< for bytes of web servers, in milliseconds
@@ -67,27 +66,6 @@ public:
     Frames frames;
 };
 
-/// Notices that nothing arrives any more of what is read while it is looked at.
-class Arrivals {
-public:
-    /// Seconds without a byte after which nothing more is expected.
-    static constexpr double s_patience = 10.0;
-
-    bool haveEnded() {
-        const std::uint64_t bytes = AsyncFile::TotalTransferedBytes() + AsyncFile::TotalLocalBytes();
-        const double now = NBX::NBXTime::now();
-        if (bytes != bytes_) {
-            bytes_ = bytes;
-            lastByte_ = now;
-        }
-        return now - lastByte_ > s_patience;
-    }
-
-private:
-    std::uint64_t bytes_ = 0;
-    double lastByte_ = NBX::NBXTime::now();
-};
-
 /// Waits until a frame is due and draws it. What comes from web servers arrives meanwhile.
 void stepWithServers(NBX::Clock & clock) {
     while (!clock.serve()) {
@@ -113,10 +91,8 @@ bool drawFrames(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
 
 /// What to tell of a streaming landscape that stays incomplete.
 std::string missingParts(const CountedCanvas & canvas, const std::string & terrain) {
-    const auto failures = AsyncGridTerrain::readFailures();
-    const std::string reason = failures.empty()
-                                   ? "nothing more arrives"
-                                   : NBX::StringUtils::WString2Utf8String(failures.front().reason);
+    const auto failures = readFailures();
+    const std::string reason = failures.empty() ? "nothing more arrives" : failures.front().reason;
     return shownName(terrain) + ": " + std::to_string(canvas.frames.missingTiles) +
            " of the tiles that the picture needs are missing: " + reason;
 }
@@ -129,6 +105,17 @@ std::string rendererOf(NBX::GLCanvas & canvas) {
     return name;
 }
 
+nlohmann::ordered_json describeFailures() {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const ReadFailure & failure : readFailures())
+        list.push_back({{"file", failure.file},
+                        {"offset", failure.offset},
+                        {"bytes", failure.size},
+                        {"reason", failure.reason},
+                        {"retry_s", failure.secondsToRetry}});
+    return list;
+}
+
 std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
     const Frames & frames = canvas.frames;
     nlohmann::ordered_json json;
@@ -138,6 +125,7 @@ std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
     json["frames"] = frames.count;
     json["complete"] = !canvas.redisplayPending();
     json["missing_tiles"] = frames.missingTiles;
+    json["read_failures"] = describeFailures();
     json["read_bytes"] = AsyncFile::TotalLocalBytes();
     json["received_bytes"] = AsyncFile::TotalTransferedBytes();
     json["patches"] = frames.drawn.patches;

@@ -443,4 +443,31 @@ TEST_F(StreamingFromServer, APictureWithMissingPartsIsWrittenOnRequestAlone) {
     EXPECT_LT(server.requests(), forInfo + 60U);
 }
 
+TEST_F(StreamingFromServer, StatisticsSayWhatCannotBeRead) {
+    ASSERT_EQ(0, zmt({"info", url("/t.ztt")}).status);
+    const unsigned forInfo = server.requests();
+    for (unsigned i = 0; i < forInfo; ++i)
+        server.then({});
+    HttpAnswer broken;
+    broken.status = 503;
+    broken.reason = "Service Unavailable";
+    server.always(broken);
+    const auto picture = rendered({"--terrain", "http://me:secret@" + url("/t.ztt?key=hidden").substr(7),
+                                   "--view", "closeup", "--allow-incomplete"},
+                                  "incomplete.png");
+    EXPECT_TRUE(picture);
+    const nlohmann::json failures = stats()["read_failures"];
+    ASSERT_FALSE(failures.empty());
+    for (const nlohmann::json & failure : failures) {
+        EXPECT_EQ(failure["file"], url("/t.ztt"));
+        EXPECT_GT(failure["offset"].get<int>(), 0);
+        EXPECT_GT(failure["bytes"].get<int>(), 0);
+        EXPECT_EQ(failure["reason"], "server '127.0.0.1' answered 503 Service Unavailable");
+        EXPECT_GE(failure["retry_s"].get<double>(), 0.0);
+    }
+    server.always({});
+    rendered({"--terrain", url("/t.ztt")}, "complete.png");
+    EXPECT_EQ(stats()["read_failures"], nlohmann::json::array());
+}
+
 } // namespace
