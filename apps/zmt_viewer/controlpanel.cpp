@@ -15,19 +15,23 @@ namespace {
 using ZMT::CORE::TerrainPainterGLSettings;
 
 constexpr std::size_t s_keys = 9;
+constexpr double s_leastMemory = 16.0; ///< of the sliders, in MiB
 
 } // namespace
 
 ControlPanel::ControlPanel(QWidget * parent)
     : QWidget(parent), exaggeration_(new ValueSlider(tr("Exaggeration"), 0.1, 20.0, tr(" ×"))),
       geometryError_(new ValueSlider(tr("Geometry error"), 0.5, 50.0, tr(" px"))),
-      textureError_(new ValueSlider(tr("Texture error"), 0.5, 50.0, tr(" px"))) {
+      textureError_(new ValueSlider(tr("Texture error"), 0.5, 50.0, tr(" px"))),
+      memory_(new ValueSlider(tr("Memory"), s_leastMemory, MemoryBudgets::s_largest, tr(" MiB"))),
+      graphicsMemory_(
+          new ValueSlider(tr("Graphics memory"), s_leastMemory, MemoryBudgets::s_largest, tr(" MiB"))) {
     auto * group = new QGroupBox(tr("Layers"));
     layers_ = new QVBoxLayout(group);
     auto * column = new QVBoxLayout(this);
     column->setSpacing(14);
     column->addWidget(group);
-    for (ValueSlider * slider : {exaggeration_, geometryError_, textureError_})
+    for (ValueSlider * slider : {exaggeration_, geometryError_, textureError_, memory_, graphicsMemory_})
         column->addWidget(slider);
     column->addStretch(1);
 
@@ -43,7 +47,24 @@ ControlPanel::ControlPanel(QWidget * parent)
     connect(exaggeration_, &ValueSlider::valueChanged, this, &ControlPanel::exaggerationChanged);
     connect(geometryError_, &ValueSlider::valueChanged, this, &ControlPanel::geometryErrorChanged);
     connect(textureError_, &ValueSlider::valueChanged, this, &ControlPanel::textureErrorChanged);
+    makeMemorySliders();
     setLandscape(nullptr);
+}
+
+/// They say what the managers have, whoever gave it to them.
+void ControlPanel::makeMemorySliders() {
+    const MemoryBudgets budgets = presentMemoryBudgets();
+    memory_->setObjectName("memory");
+    memory_->setToolTip(tr("What is kept of heights and images, to be drawn again"));
+    memory_->setValue(budgets.main);
+    graphicsMemory_->setObjectName("graphicsMemory");
+    graphicsMemory_->setToolTip(tr("What is kept of buffers and textures, to be drawn again"));
+    graphicsMemory_->setValue(budgets.graphics);
+    for (ValueSlider * slider : {memory_, graphicsMemory_})
+        connect(slider, &ValueSlider::valueChanged, this, [this] {
+            emit memoryChanged(
+                {.main = unsigned(memory_->value()), .graphics = unsigned(graphicsMemory_->value())});
+        });
 }
 
 void ControlPanel::setLandscape(const Landscape * landscape) {

@@ -5,12 +5,14 @@
 #include <QWidget>
 
 #include "landscape/landscape.h"
+#include "landscape/memorybudgets.h"
 
 class QCheckBox;
 class QVBoxLayout;
 class ValueSlider;
 
-/// Switches for the layers of a landscape, and sliders for its heights and the allowed errors.
+/// Switches for the layers of a landscape, and sliders for its heights, the allowed errors, and the memory
+/// that the process may keep.
 class ControlPanel : public QWidget {
     Q_OBJECT
 public:
@@ -31,11 +33,16 @@ signals:
     void exaggerationChanged(double exaggeration);
     void geometryErrorChanged(double pixels);
     void textureErrorChanged(double pixels);
+    void memoryChanged(const MemoryBudgets & budgets);
 
 private:
+    void makeMemorySliders();
+
     QVBoxLayout * layers_;
     std::vector<QCheckBox *> switches_;
     ValueSlider * exaggeration_;
     ValueSlider * geometryError_;
     ValueSlider * textureError_;
+    ValueSlider * memory_;
+    ValueSlider * graphicsMemory_;
 };

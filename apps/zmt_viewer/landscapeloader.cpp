@@ -4,8 +4,11 @@
 #include <exception>
 #include <utility>
 
+#include <QTimer>
+
 #include "landscape/errors.h"
 
+#include <zmt/core/misc/patience.h>
 #include <zmt/raster/gdal/geofile.h>
 
 struct LandscapeLoader::Result {
@@ -78,19 +81,30 @@ bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<
                             const std::shared_ptr<Landscape> & shown) {
     if (isRunning()) return false;
     isCanceled_ = false;
+    isOpening_ = true;
     const auto result = std::make_shared<Result>();
     result->options = options;
+    // The window shows first that something goes on.
+    QTimer::singleShot(0, this, [this, result, files, shown] { open(result, files, shown); });
+    return true;
+}
+
+/// A server that does not answer is waited for as long as nobody cancels.
+void LandscapeLoader::open(const std::shared_ptr<Result> & result, const std::vector<std::string> & files,
+                           const std::shared_ptr<Landscape> & shown) {
     try {
-        result->streamed = StreamedFiles(options, files);
+        const ZMT::CORE::Patience patience([this] { return isCanceled_.load(); });
+        result->streamed = StreamedFiles(result->options, files);
     } catch (const std::exception & error) {
         result->error = QString::fromStdString(messageOf(error));
     }
+    isOpening_ = false;
+    if (isCanceled_) return finish(*result);
     thread_ = std::thread([this, result, files, shown] {
         load(*result, files, shown);
         QMetaObject::invokeMethod(
             this, [this, result] { finish(*result); }, Qt::QueuedConnection);
     });
-    return true;
 }
 
 void LandscapeLoader::load(Result & result, const std::vector<std::string> & files,
@@ -118,7 +132,7 @@ void LandscapeLoader::cancel() {
 }
 
 void LandscapeLoader::finish(const Result & result) {
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
     if (isCanceled_) {
         emit canceled();
     } else if (result.landscape) {

@@ -22,15 +22,16 @@ public:
     /// Cancels, and waits for the thread.
     ~LandscapeLoader() override;
 
-    /// Loads `options` with `files` added: the first raster of one band becomes the terrain, in the place of
-    /// another one and all that lies on it; all others are images. Images alone are laid on `shown`, which
+    /// Opens streamed files in the event loop, which meanwhile takes what the user does, then loads, on the
+    /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
+    /// of another one and all that lies on it; all others are images. Images alone are laid on `shown`, which
     /// was made of `options`, when they have been read; it must not be drawn meanwhile. Only one load runs at
     /// a time; false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
                const std::shared_ptr<Landscape> & shown = nullptr);
     /// Wishes that the load ends; one of the last three signals follows.
     void cancel();
-    bool isRunning() const { return thread_.joinable(); }
+    bool isRunning() const { return isOpening_ || thread_.joinable(); }
 
     /// What `options` become with `files`. Throws what the raster layer throws, and `DataError` where there
     /// is no terrain for an image.
@@ -50,11 +51,14 @@ private:
     void end(const NBX::Progress & progress) override;
 
     struct Result;
+    void open(const std::shared_ptr<Result> & result, const std::vector<std::string> & files,
+              const std::shared_ptr<Landscape> & shown);
     static void load(Result & result, const std::vector<std::string> & files,
                      const std::shared_ptr<Landscape> & shown);
     void finish(const Result & result);
 
     std::thread thread_;
     std::atomic<bool> isCanceled_{false};
+    bool isOpening_ = false;
     NBX::ProgressDisplay * previous_;
 };

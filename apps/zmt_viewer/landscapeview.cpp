@@ -23,9 +23,12 @@
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
+#include <nbx/engine/graphicsmemorymanager.h>
+#include <nbx/engine/mainmemorymanager.h>
 #include <nbx/image/image.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/view/perspective.h>
+#include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
@@ -42,6 +45,8 @@ constexpr double s_quickMilliseconds = 25.0;
 constexpr double s_largestCoarseness = 10.0;
 constexpr double s_wheelStep = 120.0;
 constexpr double s_mebibyte = 1024.0 * 1024.0;
+constexpr double s_calmSeconds = 0.25;
+constexpr int s_overlayMargin = 12, s_overlayPadding = 9;
 
 struct FlightKey {
     int key;
@@ -86,13 +91,53 @@ QImage imageOf(const NBX::SO<NBX::Image> & picture) {
     return image;
 }
 
+QString counted(std::uint64_t count, const QString & one, const QString & several) {
+    return QLocale(QLocale::English).toString(qulonglong(count)) + " " + (count == 1 ? one : several);
+}
+
+QString mebibytes(std::uint64_t bytes) {
+    return QLocale(QLocale::English).toString(double(bytes) / s_mebibyte, 'f', 1);
+}
+
+/// What all streamed files of the process take and do.
+QStringList streamFigures() {
+    using ZMT::CORE::AsyncFile;
+    const auto used = [](const QString & name, std::uint64_t bytes, unsigned budget) {
+        return LandscapeView::tr("%1 %2 of %3 MiB").arg(name, mebibytes(bytes)).arg(budget >> 20U);
+    };
+    const auto * main = NBX::MainMemoryManager::instance();
+    const auto * graphics = NBX::GraphicsMemoryManager::instance();
+    QStringList figures = {
+        used(LandscapeView::tr("memory"), main->total(), main->getBudget()),
+        used(LandscapeView::tr("graphics"), graphics->total(), graphics->getBudget()),
+        counted(AsyncFile::pendingRequests(), LandscapeView::tr("request"), LandscapeView::tr("requests"))};
+    if (AsyncFile::TotalLocalBytes() > 0)
+        figures.append(LandscapeView::tr("%1 MiB read").arg(mebibytes(AsyncFile::TotalLocalBytes())));
+    if (AsyncFile::TotalTransferedBytes() > 0)
+        figures.append(
+            LandscapeView::tr("%1 MiB received").arg(mebibytes(AsyncFile::TotalTransferedBytes())));
+    return figures;
+}
+
+/// One behind the other, in lines of at most `width` pixels where that is possible.
+QString wrapped(const QStringList & figures, const QWidget & widget, int width) {
+    QString text, line;
+    for (const QString & figure : figures) {
+        const QString longer = line.isEmpty() ? figure : line + "   " + figure;
+        const bool fits = line.isEmpty() || widget.fontMetrics().horizontalAdvance(longer) <= width;
+        if (!fits) text += line + "\n";
+        line = fits ? longer : figure;
+    }
+    return text + line;
+}
+
 QLabel * makeOverlay(QWidget * parent) {
     auto * label = new QLabel(parent);
     label->setObjectName("overlay");
     label->setAttribute(Qt::WA_TransparentForMouseEvents);
     label->setStyleSheet("QLabel { color: white; background: rgba(20, 28, 36, 150); border-radius: 6px; "
                          "padding: 6px 9px; }");
-    label->move(12, 12);
+    label->move(s_overlayMargin, s_overlayMargin);
     label->hide();
     return label;
 }
@@ -160,7 +205,7 @@ void LandscapeView::paintGL() {
     frames_.add([this] { canvas_->paint(); });
     if (isMoving()) adaptCoarseness();
     showFigures();
-    if (isComplete()) dropPicture();
+    if (isComplete() || landscape_->isStreamed()) dropPicture();
     emit frameDrawn();
 }
 
@@ -183,6 +228,7 @@ void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
                                  const std::optional<View> & view) {
     stopFlying();
     landscape_ = landscape;
+    streams_.clear();
     scene_->clear();
     if (landscape_) {
         for (NBX::RenderObj * object :
@@ -211,6 +257,11 @@ void LandscapeView::keepPicture() {
 
 bool LandscapeView::isPictureKept() const {
     return !picture_->isHidden();
+}
+
+void LandscapeView::shiftEye(const Point & offset) {
+    const Point eye = flight_.eye() + offset;
+    flight_.setView(eye, eye + flight_.forward());
 }
 
 void LandscapeView::dropPicture() {
@@ -269,31 +320,52 @@ void LandscapeView::noteMotion() {
     motion_->setValue(true);
     restTimer_.start(s_restMilliseconds);
     redraw();
+    point();
+}
+
+void LandscapeView::point() {
+    if (pointer_ && drag_ == Drag::None) emit pointed(*pointer_);
 }
 
 void LandscapeView::rest() {
     if (flightTimer_.isActive()) return;
     motion_->setValue(false);
     redraw();
+    point();
 }
 
 bool LandscapeView::isComplete() const {
     return landscape_ && canvas_ && frames_.count > 0 && !canvas_->redisplayPending() && !isMoving();
 }
 
+QStringList LandscapeView::frameFigures() const {
+    const QLocale locale(QLocale::English);
+    const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
+    QStringList figures = {tr("%1 ms").arg(locale.toString(frames_.lastMilliseconds, 'f', 1)),
+                           counted(frames_.drawn.patches, tr("patch"), tr("patches")),
+                           counted(frames_.drawn.triangles, tr("triangle"), tr("triangles"))};
+    if (memory > 0.0)
+        figures.append(tr("%1 MiB textures, %2 pending")
+                           .arg(locale.toString(memory, 'f', 1),
+                                locale.toString(ZMT::CORE::TiledLODTexture::pendingRequests())));
+    if (!canvas_->redisplayPending()) figures.append(tr("complete"));
+    return figures;
+}
+
+/// Some times a second, so that they can be read while they change; and in the last picture.
+void LandscapeView::lookAtStreams() {
+    const double now = NBX::NBXTime::now();
+    if (!streams_.isEmpty() && canvas_->redisplayPending() && now - streamsTime_ < s_calmSeconds) return;
+    streamsTime_ = now;
+    streams_ = landscape_->streamedFiles().empty() ? QStringList() : streamFigures();
+}
+
 void LandscapeView::showFigures() {
     if (!landscape_) return;
-    const QLocale locale(QLocale::English);
-    QString text =
-        tr("%1 ms   %2 patches   %3 triangles")
-            .arg(locale.toString(frames_.lastMilliseconds, 'f', 1), locale.toString(frames_.drawn.patches),
-                 locale.toString(qulonglong(frames_.drawn.triangles)));
-    const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
-    if (memory > 0.0)
-        text += tr("   %1 MiB textures, %2 pending")
-                    .arg(locale.toString(memory, 'f', 1),
-                         locale.toString(ZMT::CORE::TiledLODTexture::pendingRequests()));
-    if (!canvas_->redisplayPending()) text += tr("   complete");
+    lookAtStreams();
+    const int room = width() - 2 * (s_overlayMargin + s_overlayPadding);
+    QString text = wrapped(frameFigures(), *overlay_, room);
+    if (!streams_.isEmpty()) text += "\n" + wrapped(streams_, *overlay_, room);
     if (text == overlay_->text() && overlay_->isVisible()) return;
     overlay_->setText(text);
     overlay_->adjustSize();
@@ -330,10 +402,8 @@ void LandscapeView::mousePressEvent(QMouseEvent * event) {
 void LandscapeView::mouseMoveEvent(QMouseEvent * event) {
     const QPointF place = placeInPicture(event->position());
     if (drag_ != Drag::None && event->buttons() == Qt::NoButton) drag_ = Drag::None;
-    if (drag_ == Drag::None) {
-        emit pointed(event->position());
-        return;
-    }
+    pointer_ = event->position();
+    if (drag_ == Drag::None) return point();
     if (drag_ == Drag::Orbit)
         flight_.orbitTo(place.x(), place.y());
     else
@@ -343,10 +413,18 @@ void LandscapeView::mouseMoveEvent(QMouseEvent * event) {
 
 void LandscapeView::mouseReleaseEvent(QMouseEvent * event) {
     if (event->buttons() == Qt::NoButton) drag_ = Drag::None;
+    point();
+}
+
+void LandscapeView::leaveEvent(QEvent * event) {
+    pointer_.reset();
+    emit pointedNowhere();
+    QOpenGLWidget::leaveEvent(event);
 }
 
 void LandscapeView::wheelEvent(QWheelEvent * event) {
     event->accept();
+    pointer_ = event->position();
     if (!landscape_ || event->angleDelta().y() == 0) return;
     const QPointF place = placeInPicture(event->position());
     flight_.zoom(event->angleDelta().y() / s_wheelStep, place.x(), place.y());

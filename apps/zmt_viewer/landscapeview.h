@@ -6,6 +6,7 @@
 #include <string>
 
 #include <QOpenGLWidget>
+#include <QStringList>
 #include <QTimer>
 
 #include <nbx/object/so.h>
@@ -38,10 +39,14 @@ public:
     void setLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
     const std::shared_ptr<Landscape> & landscape() const { return landscape_; }
     /// Lets go of the landscape, whose scene must not be drawn any more, but keeps its last picture in sight
-    /// until one of the next landscape is complete, or is moved. Does nothing where none is shown.
+    /// until one of the next landscape is complete, or is moved; or is drawn, where it is read while it is
+    /// looked at. Does nothing where none is shown.
     void keepPicture();
     /// Whether such a picture lies over what is drawn.
     bool isPictureKept() const;
+
+    /// Moves the eye by `offset`, whatever lies there: the scene got another origin. No landscape is shown.
+    void shiftEye(const NBX::Vector3Base<double> & offset);
 
     /// Back to the view that was set with the landscape, at the present exaggeration.
     void resetView();
@@ -70,7 +75,9 @@ public:
 
 signals:
     void frameDrawn();
+    /// Something else may lie under the mouse at `place`: one of both has moved.
     void pointed(const QPointF & place);
+    void pointedNowhere();
 
 protected:
     void initializeGL() override;
@@ -83,6 +90,7 @@ protected:
     void keyPressEvent(QKeyEvent * event) override;
     void keyReleaseEvent(QKeyEvent * event) override;
     void focusOutEvent(QFocusEvent * event) override;
+    void leaveEvent(QEvent * event) override;
 
 private:
     enum class Drag { None, Orbit, Pan };
@@ -98,6 +106,9 @@ private:
     void rest();
     void adaptCoarseness();
     void showFigures();
+    QStringList frameFigures() const;
+    void lookAtStreams();
+    void point();
     void dropPicture();
     QPointF placeInPicture(const QPointF & place) const;
 
@@ -114,12 +125,15 @@ private:
     Drag drag_ = Drag::None;
     std::set<int> keys_; ///< that are held down and fly
     bool isFast_ = false;
+    std::optional<QPointF> pointer_; ///< where the mouse is; none outside
     double lastFlight_ = 0.0;
     double geometryError_;
     double coarseness_ = 1.0; ///< factor of the geometry's error while the view moves
 
     QTimer restTimer_, flightTimer_;
     Frames frames_;
-    QLabel * picture_; ///< the one that is kept; hidden without one
+    QStringList streams_;      ///< figures of what is read while it is looked at; empty without such
+    double streamsTime_ = 0.0; ///< when these were taken
+    QLabel * picture_;         ///< the one that is kept; hidden without one
     QLabel * overlay_;
 };

@@ -49,5 +49,6 @@ void ValueSlider::follow(int position) {
 }
 
 void ValueSlider::showValue() {
-    text_->setText(QString::number(value_, 'g', 3) + unit_);
+    const bool isLarge = value_ >= 1000.0;
+    text_->setText(QString::number(value_, isLarge ? 'f' : 'g', isLarge ? 0 : 3) + unit_);
 }

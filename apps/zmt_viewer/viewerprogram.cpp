@@ -4,21 +4,25 @@
 
 #include "viewerprogram.h"
 
+#include <chrono>
 #include <clocale>
 #include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <QApplication>
 #include <QBuffer>
 #include <QTimer>
 
+#include "landscape/arrivals.h"
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/picture.h"
+#include "landscape/readfailures.h"
 #include "landscape/streamedfiles.h"
 #include "landscapeview.h"
 #include "viewerwindow.h"
@@ -35,6 +39,7 @@ using ZMT::CORE::TerrainPainterGLSettings;
 constexpr int s_pollMilliseconds = 50;
 constexpr int s_pictureQuality = 90;
 constexpr int s_longestScreenshot = 120'000;
+constexpr std::chrono::milliseconds s_longestEnd(500);
 
 struct ViewerOptions {
     std::vector<std::string> files;
@@ -46,6 +51,7 @@ struct ViewerOptions {
     bool wireframe = false;
     bool patches = false;
     std::string screenshot;
+    bool allowIncomplete = false;
 };
 
 int usageError(const std::string & message) {
@@ -69,6 +75,8 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.add_option("--screenshot", options.screenshot,
                    "Save the window when the picture is complete, and end: JPEG where the name ends in jpg "
                    "or jpeg, else PNG");
+    app.add_flag("--allow-incomplete", options.allowIncomplete,
+                 "Save the window also where parts of streamed files cannot be read");
 }
 
 void checkOptions(const ViewerOptions & options) {
@@ -82,6 +90,8 @@ void checkOptions(const ViewerOptions & options) {
         checkLandscape(landscape);
     }
     if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
+    if (options.allowIncomplete && options.screenshot.empty())
+        throw UsageError("--allow-incomplete needs a --screenshot");
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
     for (const std::string & path : options.files)
         inputs.push_back({"FILE", path});
@@ -97,8 +107,9 @@ bool hasDisplay() {
 class Screenshot {
 public:
     /// Throws `NBX::IOException`: a file that cannot be written is noticed before the long work.
-    Screenshot(ViewerWindow & window, const std::string & path)
-        : window_(window), format_(NBX::ImageWriter::isJPEG(path) ? "JPEG" : "PNG"), out_(path) {
+    Screenshot(ViewerWindow & window, const std::string & path, bool allowsIncomplete)
+        : window_(window), allowsIncomplete_(allowsIncomplete),
+          format_(NBX::ImageWriter::isJPEG(path) ? "JPEG" : "PNG"), out_(path) {
         QObject::connect(&timer_, &QTimer::timeout, &window, [this] { look(); });
         timer_.start(s_pollMilliseconds);
     }
@@ -109,7 +120,19 @@ private:
         if (window_.loader()->isRunning()) return;
         waited_ += s_pollMilliseconds;
         if (waited_ > s_longestScreenshot) return fail("the picture did not become complete");
-        if (window_.view()->isComplete()) save();
+        if (window_.view()->isComplete()) return save();
+        const bool isStreamed = window_.view()->landscape() && window_.view()->landscape()->isStreamed();
+        if (isStreamed && arrivals_.haveEnded()) tellWhatIsMissing();
+    }
+    void tellWhatIsMissing() {
+        const auto failures = readFailures();
+        const std::string reason = failures.empty() ? "nothing more arrives"
+                                                    : failures.front().file + ": " + failures.front().reason;
+        if (!allowsIncomplete_)
+            return fail("the picture is not complete: " + reason +
+                        "; try again later, or give --allow-incomplete");
+        writeError("warning: the picture is not complete: " + reason);
+        save();
     }
     void save() {
         try {
@@ -130,9 +153,11 @@ private:
     }
 
     ViewerWindow & window_;
+    const bool allowsIncomplete_;
     const char * format_;
     NBX::AtomicFileWriter out_;
     QTimer timer_;
+    Arrivals arrivals_;
     int waited_ = 0;
 };
 
@@ -158,6 +183,15 @@ std::unique_ptr<QApplication> makeApplication(int & argc, char ** argv) {
     return application;
 }
 
+/// What is under way in foreign libraries, such as the look-up of a name, cannot be ended, and does not hold
+/// up the end of the program. What was written is complete.
+void endSoon(int status) {
+    std::thread([status] {
+        std::this_thread::sleep_for(s_longestEnd);
+        std::_Exit(status);
+    }).detach();
+}
+
 int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     if (!hasDisplay()) throw DataError("no display; the window needs one, 'zmt render' does not");
     const auto application = makeApplication(argc, argv);
@@ -167,13 +201,15 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
 
     ViewerWindow window(options.landscape, options.view);
     std::optional<Screenshot> screenshot;
-    if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot);
+    if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot, options.allowIncomplete);
     window.resize(int(options.size.width), int(options.size.height));
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();
     window.open(options.files);
-    return QApplication::exec();
+    const int status = QApplication::exec();
+    endSoon(status);
+    return status;
 }
 
 } // namespace

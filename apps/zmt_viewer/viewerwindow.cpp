@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include <QAction>
+#include <QCloseEvent>
 #include <QDockWidget>
 #include <QDragEnterEvent>
 #include <QFileDialog>
@@ -17,27 +18,45 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressDialog>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QStatusBar>
 #include <QVBoxLayout>
 
 #include "controlpanel.h"
+#include "filenotices.h"
 #include "landscape/picture.h"
 #include "landscapeview.h"
 
 #include <nbx/data/locator.h>
+#include <nbx/object/nbxtime.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
 
 namespace {
 
 using ZMT::CORE::GeoTransformation;
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::CORE::GRID::GridTerrain;
 
 constexpr int s_progressSteps = 1000;
 constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
+constexpr int s_restMilliseconds = 200, s_askMilliseconds = 100;
 constexpr std::size_t s_layerKeys = 9;
+
+/// `content` in a frame that may be smaller.
+QScrollArea * scrolled(QWidget * content) {
+    auto * area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    area->setMinimumWidth(content->minimumWidth() + area->verticalScrollBar()->sizeHint().width());
+    area->setWidget(content);
+    return area;
+}
 
 std::vector<std::string> localFiles(const QMimeData * data) {
     std::vector<std::string> files;
@@ -54,7 +73,8 @@ std::string fileName(const std::string & path) {
 
 ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     : options_(options), startView_(view), view_(new LandscapeView), panel_(new ControlPanel),
-      hint_(new QLabel(tr("Drop a height raster here, or open one with Ctrl+O"), view_)), place_(new QLabel) {
+      hint_(new QLabel(tr("Drop a height raster here, or open one with Ctrl+O"), view_)), place_(new QLabel),
+      notices_(new FileNotices) {
     PatchInspectorGL::registerAll(false);
     setCentralWidget(view_);
     setAcceptDrops(true);
@@ -62,12 +82,22 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     hint_->setAlignment(Qt::AlignCenter);
     hint_->setAttribute(Qt::WA_TransparentForMouseEvents);
     (new QVBoxLayout(view_))->addWidget(hint_);
+    // A small window shows the beginning of what does not fit.
+    place_->setMinimumWidth(1);
+    statusBar()->addPermanentWidget(notices_);
     statusBar()->addPermanentWidget(place_);
     makePanel();
     makeActions();
     makeLayerKeys();
     showTitle();
     connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
+    connect(view_, &LandscapeView::pointedNowhere, this, [this] {
+        ground_.reset();
+        showGround(false);
+    });
+    refinement_.setSingleShot(true);
+    connect(&refinement_, &QTimer::timeout, this, &ViewerWindow::refineHeight);
+    connect(notices_, &FileNotices::reloadWanted, this, &ViewerWindow::reload);
     connect(view_, &LandscapeView::frameDrawn, this, &ViewerWindow::showReports);
     connect(&loader_, &LandscapeLoader::progressed, this, &ViewerWindow::showProgress);
     connect(&loader_, &LandscapeLoader::loaded, this, &ViewerWindow::showLoaded);
@@ -87,12 +117,16 @@ void ViewerWindow::makePanel() {
     auto * dock = new QDockWidget(tr("Landscape"));
     dock->setObjectName("panel");
     dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
-    dock->setWidget(panel_);
     panel_->setMinimumWidth(230);
+    dock->setWidget(scrolled(panel_));
     addDockWidget(Qt::RightDockWidgetArea, dock);
     connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
     connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
     connect(panel_, &ControlPanel::geometryErrorChanged, view_, &LandscapeView::setGeometryError);
+    connect(panel_, &ControlPanel::memoryChanged, this, [this](const MemoryBudgets & budgets) {
+        applyMemoryBudgets(budgets);
+        view_->redraw();
+    });
     connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
         TerrainPainterGLSettings::setTextureError(pixels);
         view_->redraw();
@@ -101,7 +135,8 @@ void ViewerWindow::makePanel() {
 
 void ViewerWindow::makeActions() {
     QMenu * file = menuBar()->addMenu(tr("&File"));
-    file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
+    open_ = file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
+    reload_ = file->addAction(tr("&Reload"), Qt::Key_F5, this, &ViewerWindow::reload);
     save_ = file->addAction(tr("&Save picture..."), QKeySequence::Save, this, &ViewerWindow::choosePicture);
     file->addSeparator();
     file->addAction(tr("&Close"), Qt::Key_Escape, this, &QWidget::close);
@@ -118,7 +153,14 @@ void ViewerWindow::makeActions() {
     connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
-    save_->setEnabled(false);
+    setBusy(false);
+}
+
+/// What would load while something loads, and what needs a landscape.
+void ViewerWindow::setBusy(bool isBusy) {
+    open_->setEnabled(!isBusy);
+    for (QAction * action : {reload_, save_})
+        action->setEnabled(!isBusy && view_->landscape());
 }
 
 void ViewerWindow::makeLayerKeys() {
@@ -156,6 +198,12 @@ bool ViewerWindow::savePicture(const std::string & path) {
     return true;
 }
 
+void ViewerWindow::closeEvent(QCloseEvent * event) {
+    loader_.cancel();
+    closeProgress();
+    event->accept();
+}
+
 void ViewerWindow::dragEnterEvent(QDragEnterEvent * event) {
     if (!loader_.isRunning() && !localFiles(event->mimeData()).empty()) event->acceptProposedAction();
 }
@@ -165,26 +213,39 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
     open(localFiles(event->mimeData()));
 }
 
+void ViewerWindow::open(const std::vector<std::string> & files) {
+    if (!files.empty() || !options_.terrain.empty()) load(files, false);
+}
+
+void ViewerWindow::reload() {
+    if (view_->landscape()) load({}, true);
+}
+
 /// Nothing is drawn meanwhile: the origin of the scene belongs to the process, and the loader sets it. The
 /// last picture stays in sight.
-void ViewerWindow::open(const std::vector<std::string> & files) {
+void ViewerWindow::load(const std::vector<std::string> & files, bool isReload) {
     if (loader_.isRunning()) {
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
         return;
     }
-    if (files.empty() && options_.terrain.empty()) return;
-    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn()};
+    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn(), isReload};
     view_->keepPicture();
     panel_->setLandscape(nullptr);
-    save_->setEnabled(false);
+    notices_->setLandscape(nullptr);
+    ground_.reset();
+    showGround(false);
+    setBusy(true);
     hint_->hide();
     lastError_.clear();
     if (before_.landscape) options_.exaggeration = before_.landscape->exaggeration();
-    loader_.start(options_, files, before_.landscape);
+    loader_.start(options_, files, isReload ? nullptr : before_.landscape);
+    showProgressDialog();
+}
 
+/// It does not hold up the window, which may be closed meanwhile; what loads is disabled.
+void ViewerWindow::showProgressDialog() {
     progress_ = new QProgressDialog(tr("Loading"), tr("Cancel"), 0, s_progressSteps, this);
     progress_->setWindowTitle(tr("Loading"));
-    progress_->setWindowModality(Qt::WindowModal);
     progress_->setAutoReset(false);
     progress_->setAutoClose(false);
     progress_->setMinimumDuration(s_progressDelay);
@@ -214,8 +275,10 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     const Before before = std::exchange(before_, {});
     const bool isSameTerrain = before.landscape && options.terrain == options_.terrain;
     options_ = options;
+    // The same file may begin elsewhere by now.
+    if (isSameTerrain) view_->shiftEye(before.origin - GeoTransformation::nbx2geoOffset());
     showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
-    if (landscape == before.landscape) panel_->setLayersOn(before.layers);
+    if (landscape == before.landscape || before.isReload) panel_->setLayersOn(before.layers);
     showTitle();
     view_->setFocus();
     // Coordinates of one terrain mean nothing on the next.
@@ -228,7 +291,7 @@ void ViewerWindow::goBack() {
     reports_.take();
     const Before before = std::exchange(before_, {});
     hint_->setVisible(!before.landscape);
-    if (!before.landscape) return;
+    if (!before.landscape) return setBusy(false);
     GeoTransformation::setNBXOrigin(before.origin);
     showLandscape(before.landscape, {});
     panel_->setLayersOn(before.layers);
@@ -238,7 +301,8 @@ void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
                                  const std::optional<View> & view) {
     view_->setLandscape(landscape, view);
     panel_->setLandscape(landscape.get());
-    save_->setEnabled(true);
+    notices_->setLandscape(landscape);
+    setBusy(false);
     applyLayers();
 }
 
@@ -284,16 +348,37 @@ void ViewerWindow::setPatchColors(bool enable) {
     applyLayers();
 }
 
+/// What is in sight answers at once. Once the mouse rests, the finest heights are asked for, which nobody
+/// waits for: they come, or are told to be missing.
 void ViewerWindow::showPlace(const QPointF & place) {
-    const auto ground = view_->groundAt(place);
-    if (!ground) {
-        place_->clear();
-        return;
-    }
+    ground_ = view_->groundAt(place);
+    showGround(false);
+    refinement_.stop();
+    if (!ground_ || !view_->landscape()->isStreamed()) return;
+    groundTime_ = NBX::NBXTime::now();
+    refinement_.start(s_restMilliseconds);
+}
+
+void ViewerWindow::refineHeight() {
+    const auto & landscape = view_->landscape();
+    const auto terrain = NBX::soCast<GridTerrain>(landscape ? landscape->terrain() : nullptr);
+    if (!terrain || !ground_) return;
+    const auto answer = terrain->heightWithin(0.0, *ground_);
+    if (!terrain->isUndefinedHeightValue(answer.height)) ground_->y = answer.height;
+    const bool isAwaited =
+        answer.isCoarse && NBX::NBXTime::now() - groundTime_ < GridTerrain::patienceOfPeople;
+    showGround(answer.isCoarse && !isAwaited);
+    if (isAwaited) refinement_.start(s_askMilliseconds);
+}
+
+void ViewerWindow::showGround(bool isCoarse) {
+    if (!ground_) return place_->clear();
     const QLocale locale = QLocale::c();
-    place_->setText(tr("x %1   y %2   height %3")
-                        .arg(locale.toString(ground->x, 'f', 1), locale.toString(ground->z, 'f', 1),
-                             locale.toString(ground->y, 'f', 1)));
+    QString text = tr("x %1   y %2   height %3")
+                       .arg(locale.toString(ground_->x, 'f', 1), locale.toString(ground_->z, 'f', 1),
+                            locale.toString(ground_->y, 'f', 1));
+    if (isCoarse) text += tr(" (coarse: finer heights cannot be read)");
+    place_->setText(text);
 }
 
 void ViewerWindow::showTitle() {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <QMainWindow>
+#include <QTimer>
 
 #include "landscape/landscape.h"
 #include "landscape/reports.h"
@@ -13,6 +14,7 @@
 #include "landscapeloader.h"
 
 class ControlPanel;
+class FileNotices;
 class LandscapeView;
 class QAction;
 class QLabel;
@@ -30,6 +32,8 @@ public:
     /// Loads in the background: a raster of one band becomes the terrain, images come on top. With
     /// `options.terrain` set no file is needed.
     void open(const std::vector<std::string> & files);
+    /// Opens what is shown anew, and swaps when that is there; the view stays.
+    void reload();
     /// Saves the picture; a failure is shown.
     bool savePicture(const std::string & path);
     /// As if the user had chosen it in the menu.
@@ -43,6 +47,8 @@ public:
     const QString & lastError() const { return lastError_; }
 
 protected:
+    /// A load that goes on is cancelled.
+    void closeEvent(QCloseEvent * event) override;
     void dragEnterEvent(QDragEnterEvent * event) override;
     void dropEvent(QDropEvent * event) override;
 
@@ -53,6 +59,9 @@ private:
     void chooseFiles();
     void choosePicture();
 
+    void load(const std::vector<std::string> & files, bool isReload);
+    void setBusy(bool isBusy);
+    void showProgressDialog();
     void showProgress(const QString & title, const QString & text, double share);
     void closeProgress();
     void showReports();
@@ -64,6 +73,8 @@ private:
     void applyLayers();
     void setPatchColors(bool enable);
     void showPlace(const QPointF & place);
+    void refineHeight();
+    void showGround(bool isCoarse);
     void showTitle();
 
     Reports reports_;
@@ -75,6 +86,7 @@ private:
         std::shared_ptr<Landscape> landscape;
         NBX::Vector3Base<double> origin;
         std::vector<bool> layers; ///< which are on
+        bool isReload = false;
     } before_;
     LandscapeLoader loader_; ///< works on `before_`
 
@@ -82,9 +94,17 @@ private:
     ControlPanel * panel_;
     QLabel * hint_;
     QLabel * place_;
+    FileNotices * notices_;
+    QAction * open_ = nullptr;
+    QAction * reload_ = nullptr;
     QAction * save_ = nullptr;
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
     QProgressDialog * progress_ = nullptr;
     QString lastError_;
+
+    /// In map coordinates, what the mouse points at; none where it does not.
+    std::optional<NBX::Vector3Base<double>> ground_;
+    QTimer refinement_;       ///< until finer heights are asked for
+    double groundTime_ = 0.0; ///< since when the mouse has been there
 };

@@ -1,5 +1,6 @@
 #include "valueslider.h"
 
+#include <QLabel>
 #include <QSlider>
 
 #include <gtest/gtest.h>
@@ -44,6 +45,20 @@ TEST_F(ValueSliderTest, ValuesRiseAndHaveTwoDigits) {
         const double scaled = last >= 10.0 ? last : last >= 1.0 ? last * 10.0 : last * 100.0;
         EXPECT_NEAR(std::round(scaled), scaled, 1e-9) << last;
     }
+}
+
+TEST(ValueSlider, LargeValuesAreWrittenOut) {
+    ValueSlider slider("Memory", 16.0, 4095.0, " MiB");
+    const auto shown = [&] { return slider.findChildren<QLabel *>().back()->text(); };
+    const auto shows = [&](const char * text) {
+        for (const QLabel * label : slider.findChildren<QLabel *>())
+            if (label->text() == text) return true;
+        return false;
+    };
+    slider.setValue(4095.0);
+    EXPECT_TRUE(shows("4095 MiB")) << shown().toStdString();
+    slider.setValue(512.0);
+    EXPECT_TRUE(shows("512 MiB")) << shown().toStdString();
 }
 
 TEST_F(ValueSliderTest, ShowsAValueWithoutTelling) {

@@ -54,6 +54,9 @@ TEST(ViewerProgram, WrongArgumentsAreErrorsOfUsage) {
     expectFailure(view(folder, {s_everest, "--exaggeration", "nan"}), 2, "--exaggeration");
     expectFailure(view(folder, {s_everest, "--geometry-error", "inf"}), 2, "--geometry-error");
     expectFailure(view(folder, {s_everest, "--max-vertices", "1"}), 2, "--max-vertices");
+    expectFailure(view(folder, {s_everest, "--allow-incomplete"}), 2, "--screenshot");
+    expectFailure(view(folder, {s_everest, "--memory", "4096"}), 2, "--memory");
+    expectFailure(view(folder, {s_everest, "--graphics-memory", "0"}), 2, "--graphics-memory");
 }
 
 TEST(ViewerProgram, AScreenshotIsWhatItsNameSays) {

@@ -17,6 +17,7 @@
 #include <QStatusBar>
 
 #include "controlpanel.h"
+#include "landscape/memorybudgets.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
@@ -130,6 +131,24 @@ TEST_F(ViewerWindowTest, LargerErrorDrawsLess) {
     EXPECT_LT(view->frames().drawn.patches, fine.patches);
     slider("textureError")->setValue(slider("textureError")->maximum());
     EXPECT_TRUE(settle());
+}
+
+TEST_F(ViewerWindowTest, MemoryIsASetting) {
+    const MemoryBudgets before = presentMemoryBudgets();
+    ASSERT_TRUE(slider("memory"));
+    for (const char * name : {"memory", "graphicsMemory"}) {
+        bool isShown = false;
+        for (const QLabel * label : window->panel()->findChild<QWidget *>(name)->findChildren<QLabel *>())
+            isShown = isShown || label->text() == (name == std::string("memory") ? "512 MiB" : "256 MiB");
+        EXPECT_TRUE(isShown) << name;
+    }
+    load({s_everest});
+    slider("memory")->setValue(slider("memory")->minimum());
+    slider("graphicsMemory")->setValue(slider("graphicsMemory")->maximum());
+    EXPECT_EQ(16U, presentMemoryBudgets().main);
+    EXPECT_EQ(4095U, presentMemoryBudgets().graphics);
+    EXPECT_TRUE(settle());
+    applyMemoryBudgets(before);
 }
 
 TEST_F(ViewerWindowTest, ExaggerationSliderChangesThePicture) {
