@@ -22,6 +22,13 @@ void addVoidOption(CLI::App & command, bool & fillVoids) {
                      "Interpolate where the raster has no heights, up to 200 cells far");
 }
 
+void addCrsOption(CLI::App & command, std::string & crs) {
+    addParsedOption(command, "--crs", crs, parseCrs,
+                    "Coordinate system in metres in which the heights are laid, by its number or as WKT; "
+                    "without it their own, or one for their area where that is in degrees or feet")
+        ->type_name("EPSG|WKT");
+}
+
 void addTreeOptions(CLI::App & command, TreeOptions & options) {
     command.add_option("--max-vertices", options.maxVertices,
                        "Budget of a node of the tree, " + std::to_string(TreeOptions::s_leastVertices) +
@@ -74,6 +81,7 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     command.add_option("--drape-lift", options.drapeLift, "Height of the areas above the ground")
         ->capture_default_str();
     addVoidOption(command, options.fillVoids);
+    addCrsOption(command, options.crs);
     addParsedOption(command, "--method", options.method, parseMethod,
                     "tree: the best levels of detail, built once; chunked: starts within seconds; auto: "
                     "chunked, but the tree of a built terrain, with --max-vertices, --breaklines or "
@@ -99,11 +107,18 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
 void addViewOptions(CLI::App & command, View & view, PictureSize & size) {
     addParsedOption(command, "--size", size, parsePictureSize, "Size of the picture in pixels, WIDTHxHEIGHT")
         ->default_str(std::to_string(size.width) + "x" + std::to_string(size.height));
-    addParsedOption(
-        command, "--view", view, parseView,
-        "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
-        "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
+    command
+        .add_option_function<std::string>(
+            "--view",
+            [&view](const std::string & text) {
+                const bool isLonLat = view.isLonLat;
+                view = parseView(text);
+                view.isLonLat = isLonLat;
+            },
+            "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
+            "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
         ->default_str("overview");
+    command.add_flag("--lonlat", view.isLonLat, "Places are longitude and latitude, in degrees of WGS 84");
 }
 
 void addErrorOptions(CLI::App & command, AllowedErrors & errors) {

@@ -45,6 +45,8 @@ void addFilesOption(CLI::App & command, const char * name, std::vector<std::stri
 void addTerrainOption(CLI::App & command, std::string & terrain);
 /// Adds the option `--fill-voids`.
 void addVoidOption(CLI::App & command, bool & fillVoids);
+/// Adds the option `--crs`.
+void addCrsOption(CLI::App & command, std::string & crs);
 /// Adds the options `--max-vertices` and `--threads`.
 void addTreeOptions(CLI::App & command, TreeOptions & options);
 /// Adds the options `--bands`, `--stretch` and `--gamma`.

@@ -23,8 +23,9 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
     const Lighting lighting = options.lighting;
     const Sunlight sun = options.light.value_or(defaultSun());
     // A window may get a built terrain later, with options that were given for rasters.
-    const bool fillVoids = options.fillVoids && !isBuiltTerrain(options.terrain);
-    const TerrainInput input = readTerrain(options.terrain, {.fillVoids = fillVoids}, streamed);
+    TerrainReading how;
+    if (!isBuiltTerrain(options.terrain)) how = {.fillVoids = options.fillVoids, .crs = options.crs};
+    const TerrainInput input = readTerrain(options.terrain, how, streamed);
     isStreamed_ = bool(input.streamed);
     reference_ = input.reference;
     grid_ = input.grid;

@@ -15,6 +15,7 @@
 #include "groundlayers.h"
 #include "landscapeoptions.h"
 #include "terraininput.h"
+#include "viewpoint.h"
 
 /// A terrain with all that lies on it, read and built.
 class Landscape {
@@ -31,6 +32,8 @@ public:
     /// Lays what `readImage` gave on all other images, below what is draped and a shading that images have.
     void addImage(const GroundLayer & image);
 
+    /// How its map coordinates are to be understood.
+    const ZMT::RASTER::GeoReference & reference() const { return reference_; }
     /// The heights; coarse ones of a terrain that streams.
     const ZMT::CORE::GridData & grid() const { return *grid_; }
     /// Whether its tiles are read while it is looked at.
@@ -61,6 +64,8 @@ public:
     NBX::Bounds box() const;
     /// Where the last of the images lies; undefined without one.
     const NBX::Bounds & interest() const { return interest_; }
+    /// For `findViewpoint`: a close-up is to show the last of the images.
+    ViewedGround viewedGround() const { return {*grid_, reference_, exaggeration(), interest_}; }
 
 private:
     NBX::SO<ZMT::CORE::Terrain> makeTerrain(const LandscapeOptions & options, const TerrainInput & input);

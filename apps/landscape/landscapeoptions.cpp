@@ -32,6 +32,7 @@ void checkStreamedOptions(const LandscapeOptions & options) {
     const char * given = options.tree.maxVertices                ? "--max-vertices"
                          : options.tree.threads                  ? "--threads"
                          : options.fillVoids                     ? "--fill-voids"
+                         : !options.crs.empty()                  ? "--crs"
                          : options.method != TerrainMethod::Auto ? "--method"
                          : !options.breakLines.empty()           ? "--breaklines"
                          : !options.draped.empty()               ? "--drape"
@@ -60,7 +61,7 @@ void checkLandscape(const LandscapeOptions & options) {
             "--method tree");
     if (isStreamedTerrain(options.terrain)) return checkStreamedOptions(options);
     if (!isBuiltTerrain(options.terrain)) return;
-    checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids});
+    checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids, .crs = options.crs});
     const char * given = options.method == TerrainMethod::Chunked ? "--method chunked"
                          : !options.breakLines.empty()            ? "--breaklines"
                                                                   : nullptr;

@@ -25,6 +25,7 @@ TerrainMethod parseMethod(const std::string & text);
 struct LandscapeOptions {
     std::string terrain;    ///< a height raster, a terrain that was built, a streaming one or its URL
     bool fillVoids = false; ///< interpolate where heights are missing
+    std::string crs;        ///< WKT of the system in which a raster is laid; empty leaves the choice
     std::vector<std::string> images;
     ImageOptions look;                   ///< of the images
     std::vector<std::string> breakLines; ///< vector files

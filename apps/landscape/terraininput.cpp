@@ -16,6 +16,7 @@
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/rastervoids.h>
 #include <zmt/raster/gdal/rasterwarp.h>
@@ -25,18 +26,22 @@ using ZMT::CORE::BuiltTerrain;
 
 namespace {
 
+bool hasHeights(const ZMT::RASTER::RasterData & raster) {
+    std::vector<double> row(raster.cellsX());
+    for (unsigned y = 0; y < raster.cellsY(); ++y) {
+        raster.valueRow(y, row.data());
+        for (const double height : row)
+            if (!raster.isUndefValue(height)) return true;
+    }
+    return false;
+}
+
 void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & path) {
     if (raster.cellsX() < 2 || raster.cellsY() < 2)
         throw DataError(path + ": has " + std::to_string(raster.cellsX()) + " by " +
                         std::to_string(raster.cellsY()) +
                         " cells, a terrain needs at least 2 by 2; give a larger raster");
-    std::vector<double> row(raster.cellsX());
-    for (unsigned y = 0; y < raster.cellsY(); ++y) {
-        raster.valueRow(y, row.data());
-        for (const double height : row)
-            if (!raster.isUndefValue(height)) return;
-    }
-    throw DataError(path + ": has no defined height; check its no-data value");
+    if (!hasHeights(raster)) throw DataError(path + ": has no defined height; check its no-data value");
 }
 
 /// Heights of terrains are metres, as their plan is.
@@ -48,6 +53,30 @@ void toMetres(ZMT::RASTER::SimpleRasterData<float> & heights, const std::string 
                    ": the unit of its heights is not known, and taken for metres: " + unit);
     else if (*metres != 1.0)
         ZMT::RASTER::HeightUnit::scale(heights, *metres);
+}
+
+/// In the system `crs`, or without one in any that is in metres.
+ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string & crs,
+                                const std::string & path) {
+    using ZMT::RASTER::RasterWarp;
+    if (crs.empty() && !RasterWarp::isNeeded(raster.reference)) return raster;
+    if (!crs.empty() && !raster.reference.isGeoreferenced)
+        throw DataError(path + ": has no place on the map, so that --crs means nothing; leave it out");
+    if (!crs.empty() && raster.reference.wkt.empty()) {
+        writeError("warning: " + path +
+                   ": has no coordinate system; its coordinates are taken to be those of --crs");
+        raster.reference = ZMT::RASTER::CoordinateSystem::parse(crs);
+        return raster;
+    }
+    NBX::Progress warping(crs.empty() ? "warping to metres" : "warping to the system of --crs");
+    raster =
+        crs.empty() ? RasterWarp::toMetric(raster, &warping) : RasterWarp::toSystem(raster, crs, &warping);
+    if (!raster.raster) throw DataError("cancelled");
+    warping.finish();
+    if (!crs.empty() && !hasHeights(*raster.raster))
+        throw DataError(path + ": has no height where --crs has coordinates; choose a system for its area");
+    checkTerrain(*raster.raster, path);
+    return raster;
 }
 
 } // namespace
@@ -114,14 +143,7 @@ ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const Terrain
         if (!raster.raster) throw DataError("cancelled");
         filling.finish();
     }
-    if (how.native || !ZMT::RASTER::RasterWarp::isNeeded(raster.reference)) return raster;
-
-    NBX::Progress warping("warping to metres");
-    raster = ZMT::RASTER::RasterWarp::toMetric(raster, &warping);
-    if (!raster.raster) throw DataError("cancelled");
-    warping.finish();
-    checkTerrain(*raster.raster, path);
-    return raster;
+    return how.native ? raster : inMetres(raster, how.crs, path);
 }
 
 NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {

@@ -1,12 +1,33 @@
 #include "terrainoptions.h"
 
+#include <cmath>
+
 #include "errors.h"
+
+#include <nbx/object/exception.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 
 namespace {
 
 constexpr unsigned s_mostThreads = 1024;
 
+ZMT::RASTER::GeoReference parseSystem(const std::string & text) {
+    try {
+        return ZMT::RASTER::CoordinateSystem::parse(text);
+    } catch (const NBX::InputException & error) {
+        throw UsageError(std::string("--crs: ") + error.what());
+    }
+}
+
 } // namespace
+
+std::string parseCrs(const std::string & text) {
+    const ZMT::RASTER::GeoReference system = parseSystem(text);
+    if (system.isGeographic || std::abs(system.unit - 1.0) > 1e-9)
+        throw UsageError("--crs must be a map system in metres, and the unit of " + system.name + " is the " +
+                         system.unitName + "; choose another one, such as a UTM zone");
+    return system.wkt;
+}
 
 void checkTreeOptions(const TreeOptions & options) {
     const unsigned maxVertices = options.maxVertices.value_or(TreeOptions::s_leastVertices);
@@ -25,6 +46,7 @@ void checkBuiltOptions(const std::string & path, const TreeOptions & options, co
                          : options.threads   ? "--threads"
                          : how.fillVoids     ? "--fill-voids"
                          : how.native        ? "--native"
+                         : !how.crs.empty()  ? "--crs"
                                              : nullptr;
     if (given) throw UsageError(notForBuilt(given, path));
 }

@@ -7,7 +7,11 @@
 struct TerrainReading {
     bool native = false;    ///< keep the cells, even where they are degrees
     bool fillVoids = false; ///< interpolate where heights are missing
+    std::string crs = {};   ///< WKT of the system to lay it in; empty: its own, or one in metres
 };
+
+/// WKT of a system in metres, by its number, such as EPSG:32645, or itself. Throws `UsageError`.
+std::string parseCrs(const std::string & text);
 
 /// How a tree is built, as far as it was told.
 struct TreeOptions {

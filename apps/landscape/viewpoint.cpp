@@ -10,35 +10,61 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 #include <zmt/util/summit.h>
 
 namespace {
 
 using Point = NBX::Vector3Base<double>;
-using ZMT::CORE::GridData;
 
 constexpr unsigned s_largestSide = 16384;
 /// No map is larger, in whatever unit; what is much larger is lost among the numbers of the scene.
 constexpr double s_largestCoordinate = 1e12;
 
+std::string text(double number) {
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%.10g", number);
+    return digits;
+}
+
 /// Where to stand for a view, in scene coordinates with the heights exaggerated.
 class ViewpointFinder {
 public:
-    /// `interest` is what a close-up should show, in scene coordinates; undefined for no preference.
-    ViewpointFinder(const GridData & grid, double exaggeration, const NBX::Bounds & interest)
-        : grid_(grid), exaggeration_(exaggeration), interest_(interest),
-          offset_(ZMT::CORE::LocalFrame(grid.origin()).originInScene()) {
-        const NBX::Bounds sceneBox = ZMT::CORE::LocalFrame(grid.origin()).toScene(grid.boundingBox());
+    explicit ViewpointFinder(const ViewedGround & ground)
+        : ground_(ground), offset_(ZMT::CORE::LocalFrame(ground.grid.origin()).originInScene()) {
+        const NBX::Bounds sceneBox =
+            ZMT::CORE::LocalFrame(ground.grid.origin()).toScene(ground.grid.boundingBox());
         box_ = NBX::Bounds(scaled(sceneBox.getLLF()), scaled(sceneBox.getURB()));
         size_ = std::max(box_.diagonal().x, box_.diagonal().z);
     }
 
     Viewpoint find(const View & view) const {
-        return view.coordinates ? given(*view.coordinates) : named(view.name);
+        if (view.isLonLat && ground_.reference.wkt.empty())
+            throw UsageError(
+                "--lonlat needs a terrain with a coordinate system, and this one has none; leave "
+                "it out, and give map coordinates");
+        if (!view.coordinates) return named(view.name);
+        return given(view.isLonLat ? onMap(*view.coordinates) : *view.coordinates);
     }
 
 private:
-    Point scaled(const Point & p) const { return {p.x, p.y * exaggeration_, p.z}; }
+    Point scaled(const Point & p) const { return {p.x, p.y * ground_.exaggeration, p.z}; }
+
+    /// Eye and aim in map coordinates, whose places are longitudes and latitudes.
+    std::array<double, 6> onMap(std::array<double, 6> c) const {
+        const ZMT::RASTER::CoordinateSystem system(ground_.reference.wkt);
+        for (double * place : {&c[0], &c[3]}) {
+            const auto onMap = std::abs(place[1]) <= 90.0 ? system.fromLonLat({place[0], place[1]})
+                                                          : std::optional<ZMT::RASTER::MapPlace>();
+            if (!onMap)
+                throw UsageError("--lonlat: " + ground_.reference.name +
+                                 " has no coordinates for this longitude and latitude: " + text(place[0]) +
+                                 "," + text(place[1]));
+            place[0] = onMap->x;
+            place[1] = onMap->y;
+        }
+        return c;
+    }
 
     Viewpoint given(const std::array<double, 6> & c) const {
         const auto point = [this](double x, double y, double height) {
@@ -59,9 +85,10 @@ private:
     /// Over a slope, looking at the highest place around which all heights are known.
     Viewpoint closeUp() const {
         NBX::Bounds plan;
-        if (interest_.isDefined())
-            plan = NBX::Bounds(interest_.getLLF() - offset_, interest_.getURB() - offset_);
-        const auto highest = ZMT::UTIL::Summit::find(grid_, plan);
+        const NBX::Bounds & interest = ground_.interest;
+        if (interest.isDefined())
+            plan = NBX::Bounds(interest.getLLF() - offset_, interest.getURB() - offset_);
+        const auto highest = ZMT::UTIL::Summit::find(ground_.grid, plan);
         const Point summit = highest ? scaled(*highest + offset_) : box_.center();
         const double distance = size_ * 0.1;
         Point eye = summit + Point(-distance * 0.4, 0.0, -distance);
@@ -70,9 +97,7 @@ private:
         return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
     }
 
-    const GridData & grid_;
-    double exaggeration_;
-    NBX::Bounds interest_;
+    const ViewedGround & ground_;
     Point offset_; ///< from coordinates of the grid to the scene
     NBX::Bounds box_;
     double size_;
@@ -110,9 +135,8 @@ PictureSize parsePictureSize(const std::string & text) {
     return {width, height};
 }
 
-Viewpoint findViewpoint(const View & view, const GridData & grid, double exaggeration,
-                        const NBX::Bounds & interest) {
-    return ViewpointFinder(grid, exaggeration, interest).find(view);
+Viewpoint findViewpoint(const View & view, const ViewedGround & ground) {
+    return ViewpointFinder(ground).find(view);
 }
 
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box) {

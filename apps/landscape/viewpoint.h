@@ -8,6 +8,7 @@
 #include <nbx/object/so.h>
 #include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/raster/georeference.h>
 
 struct PictureSize {
     unsigned width, height;
@@ -26,6 +27,7 @@ struct View {
     Name name = Name::Overview;
     /// In the place of the name: eye and aim in map coordinates, x, y, height of each.
     std::optional<std::array<double, 6>> coordinates;
+    bool isLonLat = false; ///< x and y of them are longitude and latitude, in degrees of WGS 84
 };
 
 /// overview, closeup, north or EX,EY,EZ,AX,AY,AZ. Throws `UsageError`.
@@ -39,10 +41,16 @@ struct Viewpoint {
     NBX::Vector3Base<double> eye, aim;
 };
 
-/// The viewpoint for `view` of a terrain whose heights are exaggerated. `interest` is what a close-up should
-/// show, in scene coordinates; undefined for no preference.
-Viewpoint findViewpoint(const View & view, const ZMT::CORE::GridData & grid, double exaggeration,
-                        const NBX::Bounds & interest);
+/// What is looked at. Borrows all of it.
+struct ViewedGround {
+    const ZMT::CORE::GridData & grid;
+    const ZMT::RASTER::GeoReference & reference; ///< of its map coordinates
+    double exaggeration;                         ///< of its heights
+    NBX::Bounds interest; ///< what a close-up should show, in scene coordinates; undefined for no preference
+};
+
+/// The viewpoint for `view`. Throws `UsageError` for a place that the ground's system has no coordinates for.
+Viewpoint findViewpoint(const View & view, const ViewedGround & ground);
 
 /// A camera that sees all of `box`, the scene's, as far as it lies in front.
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box);

@@ -210,6 +210,7 @@ void addTreeCommand(CLI::App & app) {
     addFilesOption(*command, "--breaklines", options->breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addVoidOption(*command, options->reading.fillVoids);
+    addCrsOption(*command, options->reading.crs);
     addOutputNote(*command);
     command->callback([options] { buildTreeFile(*options); });
 }

@@ -15,6 +15,7 @@
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/heightunit.h>
@@ -41,7 +42,7 @@ void printHeights(const ZMT::RASTER::RasterData & raster) {
 }
 
 void printSystem(const ZMT::RASTER::GeoReference & reference) {
-    std::printf("system:     %s\n", reference.name.empty() ? "none" : reference.name.c_str());
+    std::printf("system:     %s\n", ZMT::RASTER::CoordinateSystem::describe(reference).c_str());
 }
 
 /// Name and stored size of each level.

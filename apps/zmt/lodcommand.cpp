@@ -177,6 +177,8 @@ void runLod(const LodOptions & options) {
     checkTreeOptions(options.tree);
     if (isBuiltTerrain(options.terrain))
         throw UsageError("--terrain: " + options.terrain + " is built; give the heights");
+    if (options.reading.native && !options.reading.crs.empty())
+        throw UsageError("--native keeps the cells, and --crs makes others; leave one of them out");
     const unsigned meshLevel = options.mesh.empty() ? 0 : parseLevel(options.mesh[0]);
     checkOutputs({{"--terrain", options.terrain}},
                  {{"--report", options.report}, {"--mesh", options.mesh.empty() ? "" : options.mesh[1]}});
@@ -216,6 +218,7 @@ void addLodCommand(CLI::App & app) {
     command->add_flag("--native", options->reading.native,
                       "Keep the raster's own cells, even where they are degrees");
     addVoidOption(*command, options->reading.fillVoids);
+    addCrsOption(*command, options->reading.crs);
     addOutputNote(*command);
     command->callback([options] { runLod(*options); });
 }

@@ -1,7 +1,9 @@
 #include "commands.h"
+#include "systemjson.h"
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
@@ -17,15 +19,19 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 
 namespace {
 
 using NBX::RayTracingTechnique;
+using ZMT::RASTER::CoordinateSystem;
+using ZMT::RASTER::GeoReference;
+using ZMT::RASTER::LonLat;
 using Point = NBX::Vector3Base<double>;
 
 struct PickOptions {
     std::string terrain;
-    bool fillVoids = false;
+    TerrainReading reading;
     View view;
     PictureSize size{1280, 720};
     double exaggeration = 1.0;
@@ -51,21 +57,22 @@ Pixel parsePixel(const std::string & text, PictureSize size) {
 /// The terrain at full resolution; no levels of detail are needed.
 struct PickScene {
     explicit PickScene(const PickOptions & options)
-        : input(readTerrain(options.terrain, {.fillVoids = options.fillVoids}, opened(options))),
-          grid(input.grid), terrain(input.streamed) {
+        : input(readTerrain(options.terrain, options.reading, opened(options))), grid(input.grid),
+          terrain(input.streamed) {
         if (!terrain) terrain = new ZMT::CORE::Terrain(grid.get(), nullptr);
         node->append(new ZMT::CORE::TerrainScaling(Point(1.0, options.exaggeration, 1.0)));
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
         const auto scaled = [&](const Point & p) { return Point(p.x, p.y * options.exaggeration, p.z); };
-        camera = makeCamera(findViewpoint(options.view, *grid, options.exaggeration, {}),
+        camera = makeCamera(findViewpoint(options.view, {*grid, input.reference, options.exaggeration, {}}),
                             NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
 
     static StreamedFiles opened(const PickOptions & options) {
         LandscapeOptions landscape;
         landscape.terrain = options.terrain;
-        landscape.fillVoids = options.fillVoids;
+        landscape.fillVoids = options.reading.fillVoids;
+        landscape.crs = options.reading.crs;
         checkLandscape(landscape);
         return StreamedFiles(landscape);
     }
@@ -91,18 +98,46 @@ void printMiss(bool json) {
     std::printf("%s\n", json ? "{\"hit\": false}" : "no hit");
 }
 
-void printHit(const Point & geo, bool isKnown, bool json) {
-    if (!json) {
-        std::printf("%.3f %.3f ", geo.x, geo.z);
-        isKnown ? std::printf("%.3f\n", geo.y) : std::printf("unknown\n");
-        return;
-    }
+/// What is told of a hit.
+struct PickedPlace {
+    Point geo;
+    std::optional<LonLat> lonLat; ///< nothing where the system is not known
+    bool hasHeight;
+};
+
+PickedPlace placeOf(const PickScene & scene, const Point & geo) {
+    PickedPlace place{geo, {}, scene.isKnown(geo)};
+    const std::string & wkt = scene.input.reference.wkt;
+    if (!wkt.empty()) place.lonLat = CoordinateSystem(wkt).toLonLat({geo.x, geo.z});
+    return place;
+}
+
+void printObject(const PickedPlace & place, const GeoReference & reference) {
+    const auto orNull = [](bool isThere, double value) {
+        return isThere ? nlohmann::ordered_json(value) : nlohmann::ordered_json();
+    };
+    const bool isOnGlobe = place.lonLat.has_value();
     nlohmann::ordered_json object;
     object["hit"] = true;
-    object["x"] = geo.x;
-    object["y"] = geo.z;
-    object["height"] = isKnown ? nlohmann::ordered_json(geo.y) : nlohmann::ordered_json();
+    object["x"] = place.geo.x;
+    object["y"] = place.geo.z;
+    object["height"] = orNull(place.hasHeight, place.geo.y);
+    object["longitude"] = orNull(isOnGlobe, isOnGlobe ? place.lonLat->longitude : 0.0);
+    object["latitude"] = orNull(isOnGlobe, isOnGlobe ? place.lonLat->latitude : 0.0);
+    describeSystem(object, reference);
     std::printf("%s\n", object.dump().c_str());
+}
+
+/// The place, the height and the system.
+void printLine(const PickedPlace & place, bool isLonLat, const GeoReference & reference) {
+    if (isLonLat && place.lonLat)
+        std::printf("%.8f %.8f ", place.lonLat->longitude, place.lonLat->latitude);
+    else
+        std::printf("%.3f %.3f ", place.geo.x, place.geo.z);
+    place.hasHeight ? std::printf("%.3f", place.geo.y) : std::printf("unknown");
+    const std::string code = isLonLat ? "EPSG:4326" : CoordinateSystem::code(reference.wkt);
+    const std::string & system = code.empty() ? reference.name : code;
+    std::printf("%s%s\n", system.empty() ? "" : " ", system.c_str());
 }
 
 void runPick(const PickOptions & options) {
@@ -114,21 +149,26 @@ void runPick(const PickOptions & options) {
     Point hit = technique->nearestHit().point;
     hit.y /= options.exaggeration;
     const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(hit);
-    printHit(geo, scene.isKnown(geo), options.json);
+    const PickedPlace place = placeOf(scene, geo);
+    if (options.json) return printObject(place, scene.input.reference);
+    printLine(place, options.view.isLonLat, scene.input.reference);
 }
 
 } // namespace
 
 void addPickCommand(CLI::App & app) {
     auto * command = app.add_subcommand(
-        "pick", "Tells which place of a terrain a pixel shows: x, y and height in map coordinates.");
+        "pick", "Tells which place of a terrain a pixel shows: x, y, height, and the system of these map "
+                "coordinates; with --lonlat longitude and latitude in the place of x and y.");
     const auto options = std::make_shared<PickOptions>();
     addTerrainOption(*command, options->terrain);
-    addVoidOption(*command, options->fillVoids);
+    addVoidOption(*command, options->reading.fillVoids);
+    addCrsOption(*command, options->reading.crs);
     addViewOptions(*command, options->view, options->size);
     command->add_option("--exaggeration", options->exaggeration, "Factor of the heights")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "Write an object with hit, x, y and height");
+    command->add_flag("--json", options->json,
+                      "Write an object with hit, x, y, height, longitude, latitude, crs and crs_name");
     command
         ->add_option(
             "PIXEL", options->pixel,

@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "peakmemory.h"
+#include "systemjson.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -31,12 +32,14 @@
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 
 namespace {
 
 using ZMT::CORE::AsyncFile;
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::RASTER::CoordinateSystem;
 
 constexpr unsigned s_mostFrames = 10000;
 constexpr double s_longestWait = 10.0; ///< for bytes of web servers, in milliseconds
@@ -116,9 +119,10 @@ nlohmann::ordered_json describeFailures() {
     return list;
 }
 
-std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
+std::string describe(CountedCanvas & canvas, const Landscape & landscape) {
     const Frames & frames = canvas.frames;
     nlohmann::ordered_json json;
+    describeSystem(json, landscape.reference());
     json["renderer"] = rendererOf(canvas);
     json["width"] = canvas.getWidth();
     json["height"] = canvas.getHeight();
@@ -130,7 +134,7 @@ std::string describe(CountedCanvas & canvas, double buildMilliseconds) {
     json["received_bytes"] = AsyncFile::TotalTransferedBytes();
     json["patches"] = frames.drawn.patches;
     json["triangles"] = frames.drawn.triangles;
-    json["build_ms"] = buildMilliseconds;
+    json["build_ms"] = landscape.buildMilliseconds();
     json["frame_ms"] = frames.lastMilliseconds;
     json["peak_rss_bytes"] = peakResidentBytes();
     return json.dump(1) + "\n";
@@ -148,9 +152,7 @@ NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
 }
 
 void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Landscape & landscape) {
-    const Viewpoint viewpoint =
-        findViewpoint(options.view, landscape.grid(), landscape.exaggeration(), landscape.interest());
-    scene.append(makeCamera(viewpoint, landscape.box()).get());
+    scene.append(makeCamera(findViewpoint(options.view, landscape.viewedGround()), landscape.box()).get());
     if (options.wireframe) scene.append(makeWireframe().get());
     scene.append(landscape.node().get());
 }
@@ -206,12 +208,13 @@ void runRender(RenderOptions & options) {
     if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
 
     writePicture(*canvas, out, options.out);
-    const std::string description = describe(*canvas, landscape.buildMilliseconds());
+    const std::string description = describe(*canvas, landscape);
     if (stats) {
         stats->write(description.data(), description.size());
         stats->commit();
     }
     out.commit();
+    std::printf("map coordinates: %s\n", CoordinateSystem::describe(landscape.reference()).c_str());
     canvas->remove(scene.get());
     keepToTheEnd(landscape);
 }

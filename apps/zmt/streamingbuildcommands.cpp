@@ -103,7 +103,7 @@ GridTerrainCreation::Resampling parseResampling(const std::string & text) {
 struct TerrainOptions {
     /// Rasters, or parts that are joined.
     std::vector<std::string> inputs;
-    std::string out, merge;
+    std::string out, merge, crs;
     std::string plan;
     std::optional<GridTerrainPlan::Share> part;
     bool joins = false;
@@ -129,6 +129,8 @@ void checkTerrainOptions(const TerrainOptions & options) {
     checkThreads(options.threads);
     if (options.light && options.lighting != FileLight::Static)
         throw UsageError("--light is for --lighting static; normals are lit while they are drawn");
+    if (!options.merge.empty() && !options.crs.empty())
+        throw UsageError("--crs cannot go with --merge, whose terrain has a system; leave one of them out");
 }
 
 /// What of the rasters the old terrain has no room for.
@@ -162,7 +164,7 @@ void tellMissingSystem(const TerrainOptions & options, const std::string & syste
 struct TerrainSources {
     explicit TerrainSources(const TerrainOptions & options)
         : old(options.merge.empty() ? StreamedTerrain() : openStreamedTerrain(options.merge)),
-          heights(options.inputs, old.reference.wkt) {}
+          heights(options.inputs, old.reference.wkt, options.crs) {}
 
     StreamedTerrain old;
     ZMT::RASTER::HeightSource heights;
@@ -237,6 +239,7 @@ void planTerrain(const TerrainOptions & options) {
     for (const std::string & raster : options.inputs)
         origin.rasters.push_back(nameEverywhere(raster));
     if (!options.merge.empty()) origin.oldTerrain = nameEverywhere(options.merge);
+    origin.system = options.crs;
     origin.stamp = [&options] { return stampOf(options); };
     if (!GridTerrainPlan::write(options.plan, creationOf(options, sources), sources.heights.band(), origin))
         throwFailure(L"", options.plan + ": could not be written");
@@ -247,6 +250,7 @@ void buildPart(TerrainOptions options) {
     const GridTerrainPlan plan(options.plan);
     options.inputs = plan.rasters();
     options.merge = plan.oldTerrain();
+    options.crs = plan.system();
     checkTerrainFiles(options, {{"PART", options.out}});
     checkOutputs({{"--plan", options.plan}}, {{"PART", options.out}});
     const TerrainSources sources(options);
@@ -288,7 +292,7 @@ void runTerrainCommand(const CLI::App & command, TerrainOptions & options) {
     if ((options.part || options.joins) && options.plan.empty())
         throw UsageError(std::string(options.part ? "--part" : "--join") +
                          " needs --plan FILE, the plan that all parts share");
-    for (const char * option : {"--level", "--resampling", "--merge", "--lighting", "--light"})
+    for (const char * option : {"--level", "--resampling", "--merge", "--crs", "--lighting", "--light"})
         if ((options.part || options.joins) && command.count(option) > 0)
             throw UsageError(std::string(option) + " belongs to the plan; give it where that is made");
     if (options.part && options.inputs.size() != 1)
@@ -331,6 +335,7 @@ void addTerrainCommand(CLI::App & app) {
                     "What coarse levels have: nearest or average heights");
     command->add_option("--merge", options->merge,
                         "Streaming terrain whose heights show where the rasters have none");
+    addCrsOption(*command, options->crs);
     addParsedOption(*command, "--lighting", options->lighting, parseFileLight,
                     "static: the light of one sun; normals: light is computed while drawing; none")
         ->default_str("static");

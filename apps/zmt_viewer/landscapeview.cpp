@@ -5,6 +5,8 @@
 
 #include "landscapeview.h"
 
+#include "landscape/errors.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -271,9 +273,13 @@ void LandscapeView::dropPicture() {
 
 void LandscapeView::goTo(const View & view) {
     home_ = view;
-    const auto [eye, aim] =
-        findViewpoint(view, landscape_->grid(), landscape_->exaggeration(), landscape_->interest());
-    flight_.setView(eye, aim);
+    try {
+        const auto [eye, aim] = findViewpoint(view, landscape_->viewedGround());
+        flight_.setView(eye, aim);
+    } catch (const UsageError & error) {
+        writeError(error.what());
+        goTo(View()); // which every ground has
+    }
 }
 
 FlightGround LandscapeView::ground() const {

@@ -181,20 +181,28 @@ RasterGrid scaled(RasterGrid grid, double factor) {
 
 } // namespace
 
-HeightSource::HeightSource(const std::vector<std::string> & paths, const std::string & wanted) {
+HeightSource::HeightSource(const std::vector<std::string> & paths, const std::string & wanted,
+                           const std::string & target) {
     const std::vector<Source> sources = openSources(paths, wanted);
     reference_ = sources.front().reference;
     const RasterGrid grid = commonGrid(sources);
-    if (!wanted.empty() || !RasterWarp::isNeeded(reference_)) {
-        band_ = layered(sources, grid, reference_.wkt);
+    const std::string & own = reference_.wkt;
+    const auto onGlobe = [&] { return reference_.isGeographic ? gridOnGlobe(grid, reference_.unit) : grid; };
+    if (!target.empty() && !own.empty() && !isSameSystem(spatialReference(own), spatialReference(target))) {
+        band_ = layered(sources, gridIn(target, onGlobe(), own), target);
+        reference_ = metricReference(target);
+    } else if (!wanted.empty() || !RasterWarp::isNeeded(reference_)) {
+        band_ = layered(sources, grid, own);
     } else if (reference_.isGeographic) {
-        const auto [system, metric] = metricGridFor(gridOnGlobe(grid, reference_.unit), reference_);
+        const auto [system, metric] = metricGridFor(onGlobe(), reference_);
         band_ = layered(sources, metric, system);
         reference_ = metricReference(system);
     } else {
-        band_ = new MovedBand(layered(sources, grid, reference_.wkt), scaled(grid, reference_.unit));
-        reference_ = metricReference(systemInMetres(reference_.wkt));
+        band_ = new MovedBand(layered(sources, grid, own), scaled(grid, reference_.unit));
+        reference_ = metricReference(systemInMetres(own));
     }
+    if (!target.empty() && reference_.wkt.empty() && reference_.isGeoreferenced)
+        reference_ = metricReference(target);
 }
 
 } // namespace ZMT::RASTER

@@ -204,8 +204,12 @@ MetricGrid metricGridFor(const RasterGrid & degrees, const GeoReference & refere
         return {system, cylindricalGrid(degrees, box, system, trap)};
     }
     const std::string system = isPolar(box) ? (box.north > 0.0 ? "EPSG:5041" : "EPSG:5042") : utmSystem(box);
-    const RasterGrid suggested = suggestedGrid(degrees, reference.wkt, system, trap);
-    return {system, withoutWedges(suggested, degrees, reference.wkt, system)};
+    return {system, gridIn(system, degrees, reference.wkt)};
+}
+
+RasterGrid gridIn(const std::string & system, const RasterGrid & raster, const std::string & wkt) {
+    const GdalErrorTrap trap;
+    return withoutWedges(suggestedGrid(raster, wkt, system, trap), raster, wkt, system);
 }
 
 GeoReference metricReference(const std::string & system) {

@@ -23,6 +23,10 @@ RasterGrid gridOnGlobe(const RasterGrid & grid, double unit);
 /// `NBX::InputException` where the systems cannot be converted.
 MetricGrid metricGridFor(const RasterGrid & degrees, const GeoReference & reference);
 
+/// The grid in which a raster of the grid `raster`, in the system `wkt`, is laid in `system`, without the
+/// wedges along its border. Throws as above.
+RasterGrid gridIn(const std::string & system, const RasterGrid & raster, const std::string & wkt);
+
 /// What is to be said of coordinates in a system that `metricGridFor` chose.
 GeoReference metricReference(const std::string & system);
 

@@ -34,13 +34,19 @@ NBX::SO<Raster> withNaN(const NBX::SO<Raster> & raster) {
     return !raster->hasUndefValue() || std::isnan(raster->undefValue()) ? raster : copyWithNaN(*raster);
 }
 
-GeoRaster warpDegrees(const GeoRaster & source, NBX::Progress * progress) {
+/// The raster as it is resampled.
+NBX::SO<Raster> prepared(const GeoRaster & source) {
+    if (!source.reference.isGeographic) return withNaN(source.raster);
+    return withNaN(withoutRowsBehindPoles(source.raster, source.reference.unit));
+}
+
+GeoRaster warp(Raster & raster, const std::string & wkt, const MetricGrid & target,
+               NBX::Progress * progress) {
     GdalErrorTrap trap;
-    const NBX::SO<Raster> raster = withNaN(withoutRowsBehindPoles(source.raster, source.reference.unit));
-    const GdalDataset input = wrapRaster(*raster, source.reference.wkt);
-    const auto [system, grid] = metricGridFor(raster->grid(), source.reference);
+    const RasterGrid & grid = target.grid;
+    const GdalDataset input = wrapRaster(raster, wkt);
     GeoRaster result;
-    result.reference = metricReference(system);
+    result.reference = metricReference(target.system);
     NBX::SO<Raster> warped(new Raster(grid.cellsX, grid.cellsY, grid.minX, grid.minY, grid.cellSizeX,
                                       grid.cellSizeY, true, undefined));
     const GdalDataset output = wrapRaster(*warped, result.reference.wkt);
@@ -69,9 +75,19 @@ bool RasterWarp::isNeeded(const GeoReference & reference) {
 
 GeoRaster RasterWarp::toMetric(const GeoRaster & source, NBX::Progress * progress) {
     if (!source.raster || !isNeeded(source.reference)) return source;
-    if (source.reference.isGeographic) return warpDegrees(source, progress);
     GdalErrorTrap trap;
-    return scaleLengths(source);
+    if (!source.reference.isGeographic) return scaleLengths(source);
+    const NBX::SO<Raster> raster = prepared(source);
+    return warp(*raster, source.reference.wkt, metricGridFor(raster->grid(), source.reference), progress);
+}
+
+GeoRaster RasterWarp::toSystem(const GeoRaster & source, const std::string & wkt, NBX::Progress * progress) {
+    const std::string & own = source.reference.wkt;
+    if (!source.raster || !source.reference.isGeoreferenced || own.empty()) return source;
+    GdalErrorTrap trap;
+    if (isSameSystem(spatialReference(own), spatialReference(wkt))) return source;
+    const NBX::SO<Raster> raster = prepared(source);
+    return warp(*raster, own, {wkt, gridIn(wkt, raster->grid(), own)}, progress);
 }
 
 } // namespace ZMT::RASTER

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -115,11 +116,64 @@ TEST_F(PickCommand, WritesAnObject) {
     const RunResult run = pick({"--view", "north", "--size", "101x101", "--json", "50,50"});
     EXPECT_EQ(0, run.status) << run.errors;
     const auto object = nlohmann::json::parse(run.output);
-    EXPECT_EQ(4U, object.size());
+    EXPECT_EQ(8U, object.size());
     EXPECT_TRUE(object.at("hit"));
     EXPECT_NEAR(s_west + s_width * s_cell / 2.0, object.at("x").get<double>(), 1e-6);
     EXPECT_NEAR(s_north - s_height * s_cell / 2.0, object.at("y").get<double>(), 1e-6);
     EXPECT_NEAR(slopeAt(object.at("x"), object.at("y")), object.at("height").get<double>(), 1e-6);
+    // A little to the east of the middle meridian of the zone.
+    EXPECT_NEAR(87.0067, object.at("longitude").get<double>(), 1e-4);
+    EXPECT_NEAR(28.0211, object.at("latitude").get<double>(), 1e-4);
+    EXPECT_EQ("EPSG:32645", object.at("crs"));
+    EXPECT_EQ("WGS 84 / UTM zone 45N", object.at("crs_name"));
+}
+
+TEST_F(PickCommand, NamesTheSystem) {
+    const std::string north = pick({"--view", "north", "--size", "101x101", "50,50"}).output;
+    EXPECT_NE(std::string::npos, north.find(" EPSG:32645\n")) << north;
+    const RunResult other = pick({"--view", "north", "--crs", "EPSG:3857", "--size", "101x101", "50,50"});
+    EXPECT_NE(std::string::npos, other.output.find(" EPSG:3857\n")) << other.errors;
+    EXPECT_NEAR(87.0067 / 180.0 * M_PI * 6378137.0, placeOf(other).x, 100.0);
+}
+
+TEST_F(PickCommand, ARasterWithoutASystemHasNone) {
+    SmallGeoTiff tiff = slope();
+    tiff.isPlaced = false;
+    const std::vector<std::string> pixel{"pick",   "--terrain", folder.write("bare.tif", tiff.encode()),
+                                         "--view", "north",     "--size",
+                                         "33x33",  "16,16"};
+    const RunResult run = runProcess(ZMT_EXECUTABLE, pixel, folder);
+    EXPECT_EQ(2, std::count(run.output.begin(), run.output.end(), ' ')) << run.output;
+    std::vector<std::string> json = pixel, lonLat = pixel, crs = pixel;
+    json.emplace_back("--json");
+    const auto object = nlohmann::json::parse(runProcess(ZMT_EXECUTABLE, json, folder).output);
+    for (const char * key : {"longitude", "latitude", "crs", "crs_name"})
+        EXPECT_TRUE(object.at(key).is_null()) << key;
+    lonLat.emplace_back("--lonlat");
+    EXPECT_EQ(2, runProcess(ZMT_EXECUTABLE, lonLat, folder).status);
+    crs.insert(crs.end(), {"--crs", "EPSG:32645"});
+    EXPECT_EQ(1, runProcess(ZMT_EXECUTABLE, crs, folder).status);
+}
+
+/// What comes out goes in again.
+TEST_F(PickCommand, TakesAndGivesLongitudeAndLatitude) {
+    const std::string view = "87.003,28.01,4000,87.0067,28.0235,900";
+    const RunResult run = pick({"--lonlat", "--view", view, "--size", "33x21", "16,10"});
+    double longitude = 0.0, latitude = 0.0, height = 0.0;
+    char system[16] = "";
+    ASSERT_EQ(4, std::sscanf(run.output.c_str(), "%lf %lf %lf %15s", &longitude, &latitude, &height, system))
+        << run.errors;
+    EXPECT_STREQ("EPSG:4326", system);
+    const RunResult known = pick({"--view", view, "--lonlat", "--size", "33x21", "--json", "16,10"});
+    EXPECT_NEAR(longitude, nlohmann::json::parse(known.output).at("longitude").get<double>(), 1e-7);
+    EXPECT_NEAR(latitude, nlohmann::json::parse(known.output).at("latitude").get<double>(), 1e-7);
+    EXPECT_NEAR(
+        height,
+        slopeAt(nlohmann::json::parse(known.output).at("x"), nlohmann::json::parse(known.output).at("y")),
+        0.002);
+    // The aim lies at a height of its own, near the slope.
+    EXPECT_NEAR(87.0067, longitude, 1e-3);
+    EXPECT_NEAR(28.0235, latitude, 1e-3);
 }
 
 TEST_F(PickCommand, HolesHaveNoHeight) {
@@ -128,7 +182,7 @@ TEST_F(PickCommand, HolesHaveNoHeight) {
     const std::vector<std::string> view{"--view", place + "9000," + place + "0", "--size", "9x9", "4,4"};
     const RunResult text = pick(view);
     EXPECT_EQ(0, text.status) << text.errors;
-    EXPECT_EQ("500336.000 3099664.000 unknown\n", text.output);
+    EXPECT_EQ("500336.000 3099664.000 unknown EPSG:32645\n", text.output);
     std::vector<std::string> arguments = view;
     arguments.emplace_back("--json");
     EXPECT_TRUE(nlohmann::json::parse(pick(arguments).output).at("height").is_null());
@@ -155,6 +209,11 @@ TEST_F(PickCommand, TellsWhatIsWrong) {
         {"--view", "sideways", "5,5"},
         {"--exaggeration", "0", "5,5"},
         {"--exaggeration", "nan", "5,5"},
+        {"--crs", "EPSG:1", "5,5"},
+        {"--crs", "EPSG:4326", "5,5"},
+        {"--crs", "EPSG:2263", "5,5"},
+        {"--lonlat", "--view", "87,91,0,87,28,0", "5,5"},
+        {"--lonlat", "--view", "500000,3000000,0,87,28,0", "5,5"},
     };
     for (const auto & arguments : wrong) {
         const RunResult run = pick(arguments);

@@ -218,8 +218,8 @@ TEST(Program, InfoTellsWhatAFileHolds) {
     EXPECT_EQ("", info.errors);
     for (const char * line :
          {"format:     GTiff, bands: 1\n", "size:       9 by 7 cells\n", "cell:       32 by 32 metre\n",
-          "WGS 84 / UTM zone 45N\n", "x:          500016 to 500272\n", "y:          3099792 to 3099984\n",
-          "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
+          "WGS 84 / UTM zone 45N (EPSG:32645), metre\n", "x:          500016 to 500272\n",
+          "y:          3099792 to 3099984\n", "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
         EXPECT_NE(std::string::npos, info.output.find(line)) << line << "is missing in\n" << info.output;
 }
 

@@ -355,6 +355,8 @@ nlohmann::json statsOf(const std::vector<std::string> & more) {
 
 TEST(RenderCommand, StatisticsTellWhatWasDrawn) {
     const auto stats = statsOf({});
+    EXPECT_EQ("EPSG:32616", stats["crs"]);
+    EXPECT_EQ("WGS 84 / UTM zone 16N", stats["crs_name"]);
     EXPECT_EQ(160, stats["width"]);
     EXPECT_EQ(100, stats["height"]);
     EXPECT_EQ(true, stats["complete"]);
@@ -364,6 +366,45 @@ TEST(RenderCommand, StatisticsTellWhatWasDrawn) {
     EXPECT_GT(stats["frame_ms"], 0.0);
     EXPECT_GT(stats["peak_rss_bytes"], 1 << 20);
     EXPECT_FALSE(stats["renderer"].get<std::string>().empty());
+}
+
+/// Map coordinates of a raster in degrees are in a system that nobody has chosen.
+TEST(RenderCommand, NamesTheSystemOfItsMapCoordinates) {
+    const RunFolder folder;
+    const RunResult chosen = render(folder, {"--terrain", s_jacksboro, "--size", "16x10"});
+    EXPECT_EQ("map coordinates: WGS 84 / UTM zone 16N (EPSG:32616), metre\n", chosen.output) << chosen.errors;
+    const RunResult named =
+        render(folder, {"--terrain", s_jacksboro, "--size", "16x10", "--crs", "EPSG:32617"});
+    EXPECT_EQ("map coordinates: WGS 84 / UTM zone 17N (EPSG:32617), metre\n", named.output) << named.errors;
+}
+
+TEST(RenderCommand, ASystemFarAwayIsRefused) {
+    const RunFolder folder;
+    for (const char * crs : {"EPSG:32733", "EPSG:28992", "EPSG:3031", "EPSG:32601"}) {
+        const RunResult run = render(folder, {"--terrain", s_jacksboro, "--size", "16x10", "--crs", crs});
+        EXPECT_GE(1, run.status) << crs << run.errors;
+        EXPECT_EQ(std::size_t(run.status), run.errorLines().size()) << crs << run.errors;
+    }
+}
+
+/// A place in longitude and latitude is the same place in whatever system the raster is laid.
+TEST(RenderCommand, LongitudeAndLatitudeLookAtTheSamePlaceInEverySystem) {
+    const RunFolder folder;
+    const std::vector<std::string> view = {
+        "--terrain", s_jacksboro, "--lonlat", "--view", "-84.24,36.55,4000,-84.24,36.59,500",
+        "--size",    "96x64",     "--out"};
+    const auto drawn = [&](const std::string & name, const std::vector<std::string> & more) {
+        std::vector<std::string> arguments = {"render"};
+        arguments.insert(arguments.end(), view.begin(), view.end());
+        arguments.push_back(folder.out(name));
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const RunResult run = runProcess(ZMT_EXECUTABLE, arguments, folder);
+        EXPECT_EQ(0, run.status) << run.errors;
+        return readPng(folder.out(name));
+    };
+    // Meridians converge: the neighbouring zone is turned by four degrees, and shows the same by and large.
+    const auto own = drawn("a.png", {}), same = drawn("b.png", {"--crs", "EPSG:32616"});
+    EXPECT_EQ(0.0, compareImages(*own, *same, 0.5).share);
 }
 
 TEST(RenderCommand, LessErrorTakesMoreTriangles) {

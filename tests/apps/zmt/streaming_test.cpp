@@ -65,6 +65,42 @@ protected:
     RunFolder folder;
 };
 
+TEST_F(Streaming, ATerrainIsBuiltInTheSystemThatIsNamed) {
+    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string terrain =
+        built("terrain", {raster, "--crs", "EPSG:3857", "--lighting", "none"}, "t.ztt");
+    const std::string output = zmt({"info", terrain}).output;
+    EXPECT_NE(output.find("WGS 84 / Pseudo-Mercator (EPSG:3857)"), std::string::npos) << output;
+    const RunResult pick = zmt({"pick", "--terrain", terrain, "--view", "north", "--json", "640,360"});
+    EXPECT_EQ("EPSG:3857", nlohmann::json::parse(pick.output).at("crs")) << pick.errors;
+    EXPECT_NEAR(87.0, nlohmann::json::parse(pick.output).at("longitude").get<double>(), 0.02);
+
+    for (const auto & wrong : {std::vector<std::string>{"build", "terrain", raster, folder.out("u.ztt"),
+                                                        "--merge", terrain, "--crs", "EPSG:32645"},
+                               {"pick", "--terrain", terrain, "--crs", "EPSG:32645", "1,1"}}) {
+        const RunResult run = zmt(wrong);
+        EXPECT_EQ(2, run.status) << run.errors;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+    }
+}
+
+TEST_F(Streaming, PlacesMayBeLongitudeAndLatitude) {
+    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
+    const std::vector<std::string> view = {"--lonlat", "--view", "87.005,28.015,4000,87.0067,28.0198,900"};
+    const auto picked = [&](const std::string & path) {
+        std::vector<std::string> all = {"pick", "--terrain", path, "640,360"};
+        all.insert(all.end(), view.begin(), view.end());
+        const RunResult run = zmt(all);
+        double longitude = 0.0, latitude = 0.0;
+        EXPECT_EQ(2, std::sscanf(run.output.c_str(), "%lf %lf", &longitude, &latitude)) << run.errors;
+        return std::pair(longitude, latitude);
+    };
+    EXPECT_NEAR(picked(raster).first, picked(terrain).first, 1e-6);
+    EXPECT_NEAR(picked(raster).second, picked(terrain).second, 1e-6);
+    EXPECT_NEAR(87.0067, picked(terrain).first, 1e-3);
+}
+
 TEST_F(Streaming, InfoTellsWhatATerrainIs) {
     const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");

@@ -111,6 +111,10 @@ TEST_F(TerrainParts, OneThatIsMergedOverAnOldTerrain) {
     compare({folder.write("new.tif", content.encode())}, {"--merge", old, "--lighting", "normals"}, {1, 3});
 }
 
+TEST_F(TerrainParts, LieInTheSystemThatThePlanWasGiven) {
+    compare({folder.write("slope.tif", slope(150, 90).encode())}, {"--crs", "EPSG:3857"}, {2});
+}
+
 TEST_F(TerrainParts, RastersAreFoundFromOtherFolders) {
     folder.write("slope.tif", slope(40, 40).encode());
     const RunResult planned =
@@ -163,7 +167,7 @@ TEST_F(TerrainParts, OptionsAreChecked) {
     for (const char * share : {"0/3", "4/3", "1", "1/", "/3", "1/3x", "-1/3", "1/-3", "1/2000000", "a/b", ""})
         expectProblem({out, "--part", share, "--plan", made}, 2, "--part must be K/N");
     for (const char * option :
-         {"--level=5", "--resampling=average", "--merge=x", "--lighting=none", "--light=1,2"})
+         {"--level=5", "--resampling=average", "--merge=x", "--crs=EPSG:3857", "--lighting=none", "--light=1,2"})
         expectProblem({out, option, "--part", "1/3", "--plan", made}, 2, "belongs to the plan");
     expectProblem({raster, out, "--part", "1/3", "--plan", made}, 2, "the part to write alone");
     expectProblem({out, "--join", "--plan", made}, 2, "PART... OUT");

@@ -309,4 +309,31 @@ TEST_F(HeightSourceTest, FilesThatChangeWhileTheyAreClosedAreReported) {
     }
 }
 
+TEST_F(HeightSourceTest, laysHeightsInTheSystemThatIsGiven) {
+    const std::string path = write("a.tif", degrees(60, 40, 86.0, 28.0, 0.01));
+    const std::string target = RasterWarp::toMetric(RasterFile(path).read()).reference.wkt;
+    const HeightSource source({path}, "",
+                              RasterWarp::toSystem(RasterFile(path).read(), target).reference.wkt);
+    const HeightSource chosen({path});
+    EXPECT_EQ(chosen.reference().name, source.reference().name);
+    const std::vector<float> expected = cellsOf(chosen), cells = cellsOf(source);
+    EXPECT_EQ(expected, cells);
+
+    const HeightSource mercator({path}, "", "EPSG:3857");
+    EXPECT_EQ(mercator.reference().name, "WGS 84 / Pseudo-Mercator");
+    const GeoRaster whole = RasterWarp::toSystem(RasterFile(path).read(), "EPSG:3857");
+    EXPECT_EQ(mercator.band()->cellsX(), whole.raster->cellsX());
+    EXPECT_EQ(mercator.band()->minY(), whole.raster->minY());
+}
+
+TEST_F(HeightSourceTest, heightsInTheSystemThatIsGivenStayAsTheyAre) {
+    const std::string path = write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}});
+    expectCells({4, 5, 6, 1, 2, 3}, HeightSource({path}, "", "EPSG:32645"));
+    TiffContent bare{3, 2, {1, 2, 3, 4, 5, 6}};
+    bare.system = "";
+    const HeightSource source({write("bare.tif", bare)}, "", "EPSG:32645");
+    EXPECT_EQ(source.reference().name, "WGS 84 / UTM zone 45N");
+    expectCells({4, 5, 6, 1, 2, 3}, source);
+}
+
 } // namespace

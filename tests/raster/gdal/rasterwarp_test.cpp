@@ -227,4 +227,34 @@ TEST(RasterWarp, RealHeightsKeepTheirRange) {
     EXPECT_LE(after.maximum(), before.maximum());
 }
 
+TEST(RasterWarp, GoesToTheSystemThatIsNamed) {
+    const GeoRaster warped = RasterWarp::toSystem(degrees(200, 150, 86.0, 27.0, 0.005), wktOf("EPSG:3857"));
+    EXPECT_EQ("WGS 84 / Pseudo-Mercator", warped.reference.name);
+    EXPECT_TRUE(warped.reference.isGeoreferenced);
+    expectHeightsInPlace(warped, 0.005);
+}
+
+/// Borders that the other system bends would leave wedges without heights.
+TEST(RasterWarp, NoWedgesAreLeftInASystemThatIsNamed) {
+    const GeoRaster first = RasterWarp::toMetric(degrees(200, 150, 86.0, 27.0, 0.005));
+    const GeoRaster second = RasterWarp::toSystem(first, wktOf("EPSG:32644"));
+    EXPECT_EQ("WGS 84 / UTM zone 44N", second.reference.name);
+    const Histogram histogram(second.raster.get());
+    EXPECT_LT(histogram.numberOfUndefinedValues(), 0.005 * histogram.numberOfDefinedValues());
+}
+
+TEST(RasterWarp, ASystemThatIsTheSameOrUnknownChangesNothing) {
+    GeoRaster source = degrees(20, 15, 86.0, 27.0, 0.005);
+    EXPECT_EQ(source.raster, RasterWarp::toSystem(source, wktOf("EPSG:4326")).raster);
+    source.reference = {};
+    EXPECT_EQ(source.raster, RasterWarp::toSystem(source, wktOf("EPSG:32645")).raster);
+}
+
+TEST(RasterWarp, TheWayToASystemCanBeCancelled) {
+    const CancelingDisplay canceling;
+    NBX::Progress progress("warping");
+    EXPECT_FALSE(
+        RasterWarp::toSystem(degrees(200, 150, 86.0, 27.0, 0.005), wktOf("EPSG:3857"), &progress).raster);
+}
+
 } // namespace

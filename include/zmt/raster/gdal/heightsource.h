@@ -16,12 +16,16 @@ namespace ZMT::RASTER {
 /// they overlap, the later ones lie above, as far as they are defined. Files whose cells lie on that grid are
 /// read as they are, others are resampled bilinearly. What is in degrees, feet and the like is brought to
 /// metres as by `RasterWarp::toMetric`, but in windows. Where a system is wanted, it takes the place of that
-/// of the first; files without a system are taken to be in it.
+/// of the first; files without a system are taken to be in it. The system that the result shall have is
+/// chosen as `RasterWarp::toMetric` does it, unless one is given; then wedges without heights along the
+/// border are cut off, as by `RasterWarp::toSystem`.
 class HeightSource {
 public:
-    /// `wanted` is the WKT of a system in metres; empty leaves the choice. Throws
-    /// `NBX::FileNotFoundException` or `NBX::InputException`, which say what is wrong and what to do.
-    explicit HeightSource(const std::vector<std::string> & paths, const std::string & wanted = {});
+    /// `wanted` is the WKT of a system in metres for all files, and `target` that of the result; empty ones
+    /// leave the choice. Throws `NBX::FileNotFoundException` or `NBX::InputException`, which say what is
+    /// wrong and what to do.
+    explicit HeightSource(const std::vector<std::string> & paths, const std::string & wanted = {},
+                          const std::string & target = {});
 
     /// Keeps the files open, at most 64 of them at a time.
     const NBX::SO<RasterBand> & band() const { return band_; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include <zmt/raster/georaster.h>
 
 namespace NBX {
@@ -22,6 +24,11 @@ public:
     /// cancelled. Throws `NBX::InputException` where the coordinates are no positions on the globe, and where
     /// the system cannot be converted.
     static GeoRaster toMetric(const GeoRaster & source, NBX::Progress * progress = nullptr);
+
+    /// In the system `wkt`, resampled bilinearly. A raster in the same system, or in one that is not known,
+    /// is given back as it is. Otherwise as above.
+    static GeoRaster toSystem(const GeoRaster & source, const std::string & wkt,
+                              NBX::Progress * progress = nullptr);
 };
 
 } // namespace ZMT::RASTER

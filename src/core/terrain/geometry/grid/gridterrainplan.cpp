@@ -204,6 +204,7 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     TerrainPlanFile plan = planOf(how, layout);
     plan.rasters = origin.rasters;
     plan.oldTerrain = origin.oldTerrain;
+    plan.system = origin.system;
     plan.options = optionsHash(plan);
     const std::string stamped = origin.stamp ? origin.stamp() : "";
     plan.origin = originHash(*band, how.oldTerrain, stamped);
@@ -242,6 +243,10 @@ const std::vector<std::string> & GridTerrainPlan::rasters() const {
 
 const std::string & GridTerrainPlan::oldTerrain() const {
     return plan_->oldTerrain;
+}
+
+const std::string & GridTerrainPlan::system() const {
+    return plan_->system;
 }
 
 bool GridTerrainPlan::writePart(const std::string & path, const Share & share,

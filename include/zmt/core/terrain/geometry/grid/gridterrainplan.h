@@ -26,6 +26,7 @@ public:
     struct Origin {
         std::vector<std::string> rasters; ///< names that all who write parts understand
         std::string oldTerrain;           ///< empty without one
+        std::string system;               ///< WKT that the rasters were laid in; empty: their own choice
         /// Tells what has these names now from what will replace it, such as by sizes and times of files.
         /// It may be empty: some cells are compared as well.
         std::function<std::string()> stamp;
@@ -47,6 +48,7 @@ public:
 
     const std::vector<std::string> & rasters() const;
     const std::string & oldTerrain() const;
+    const std::string & system() const;
 
     /// Writes a part to `path`, with so many threads; 0 stands for one for each core. `band` and `oldTerrain`
     /// are those of which the plan was made, and so is `stamp`, which is asked before and behind; it throws

@@ -79,6 +79,7 @@ std::vector<char> TerrainPlanFile::description() const {
     for (const std::string & raster : rasters)
         out.putText(raster);
     out.putText(oldTerrain);
+    out.putText(system);
     out.put(options);
     out.put(origin);
     for (const std::uint64_t amount : work)
@@ -103,6 +104,7 @@ void TerrainPlanFile::takeDescription(const std::vector<char> & bytes) {
     for (std::uint32_t left = in.get<std::uint32_t>(); left > 0; --left)
         rasters.push_back(in.getText());
     oldTerrain = in.getText();
+    system = in.getText();
     options = in.get<std::uint64_t>();
     origin = in.get<std::uint64_t>();
     while (in.left() > 0)

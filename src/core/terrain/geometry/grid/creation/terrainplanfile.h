@@ -30,7 +30,7 @@ struct TerrainPlanFile {
     std::string wkt;
 
     std::vector<std::string> rasters;
-    std::string oldTerrain;
+    std::string oldTerrain, system;
     /// Numbers that tell options, and rasters with the old terrain, apart.
     std::uint64_t options = 0, origin = 0;
 

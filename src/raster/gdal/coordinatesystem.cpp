@@ -1,0 +1,94 @@
+#include <zmt/raster/gdal/coordinatesystem.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "gdalsupport.h"
+
+#include <nbx/object/exception.h>
+#include <nbx/object/stringutils.h>
+
+namespace ZMT::RASTER {
+
+namespace {
+
+using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
+
+bool isNumber(const std::string & text) {
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// The place where `x` and `y` lie behind a transformation.
+std::optional<MapPlace> transformed(OGRCoordinateTransformation & transformation, double x, double y) {
+    const GdalErrorTrap trap;
+    int isDone = FALSE;
+    transformation.Transform(1, &x, &y, nullptr, &isDone);
+    if (!isDone || !std::isfinite(x) || !std::isfinite(y)) return {};
+    return MapPlace{x, y};
+}
+
+std::string codeOf(const OGRSpatialReference & system) {
+    const char * authority = system.GetAuthorityName(nullptr);
+    const char * number = system.GetAuthorityCode(nullptr);
+    return authority && number ? std::string(authority) + ":" + number : "";
+}
+
+} // namespace
+
+GeoReference CoordinateSystem::parse(const std::string & text) {
+    const GdalErrorTrap trap;
+    const char * const options[] = {"ALLOW_NETWORK_ACCESS=NO", "ALLOW_FILE_ACCESS=NO", nullptr};
+    OGRSpatialReference system;
+    const std::string name = isNumber(text) ? "EPSG:" + text : text;
+    if (system.SetFromUserInput(name.c_str(), options) != OGRERR_NONE || system.IsEmpty())
+        throw NBX::InputException(L"is no coordinate system that is known; give a number such as EPSG:32645, "
+                                  L"or WKT",
+                                  text.substr(0, 80));
+    GeoReference reference = RASTER::describe(&system);
+    reference.isGeoreferenced = true;
+    return reference;
+}
+
+std::string CoordinateSystem::code(const std::string & wkt) {
+    const GdalErrorTrap trap;
+    OGRSpatialReference system;
+    if (system.importFromWkt(wkt.c_str()) != OGRERR_NONE) return "";
+    if (codeOf(system).empty()) system.AutoIdentifyEPSG();
+    return codeOf(system);
+}
+
+std::string CoordinateSystem::describe(const GeoReference & reference) {
+    if (reference.name.empty()) return "none";
+    const std::string code = CoordinateSystem::code(reference.wkt);
+    return reference.name + (code.empty() ? "" : " (" + code + ")") +
+           (reference.unitName.empty() ? "" : ", " + reference.unitName);
+}
+
+struct CoordinateSystem::Impl {
+    Transformation fromGlobe, toGlobe;
+};
+
+CoordinateSystem::CoordinateSystem(const std::string & wkt) : impl_(std::make_unique<Impl>()) {
+    const GdalErrorTrap trap;
+    const OGRSpatialReference globe = spatialReference("EPSG:4326"), map = spatialReference(wkt);
+    impl_->fromGlobe.reset(OGRCreateCoordinateTransformation(&globe, &map));
+    impl_->toGlobe.reset(OGRCreateCoordinateTransformation(&map, &globe));
+    if (!impl_->fromGlobe || !impl_->toGlobe)
+        throw NBX::InputException(L"the coordinate system has no way to longitude and latitude", "", 0,
+                                  trap.text());
+}
+
+CoordinateSystem::~CoordinateSystem() = default;
+
+std::optional<MapPlace> CoordinateSystem::fromLonLat(const LonLat & place) const {
+    return transformed(*impl_->fromGlobe, place.longitude, place.latitude);
+}
+
+std::optional<LonLat> CoordinateSystem::toLonLat(const MapPlace & place) const {
+    const auto found = transformed(*impl_->toGlobe, place.x, place.y);
+    if (!found) return {};
+    return LonLat{found->x, found->y};
+}
+
+} // namespace ZMT::RASTER
