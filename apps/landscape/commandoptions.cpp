@@ -115,8 +115,11 @@ void addViewOptions(CLI::App & command, View & view, PictureSize & size) {
                 view = parseView(text);
                 view.isLonLat = isLonLat;
             },
-            "overview (from the south), closeup, north (straight down, north up), or the map coordinates "
-            "of eye and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height")
+            "overview (from the south), closeup, north (straight down, north up); the map coordinates of eye "
+            "and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height, from the "
+            "ground where it has a sign, such as +50, and exaggerated as the ground is; or "
+            "at:X,Y,AZIMUTH,PITCH,DISTANCE: at the ground, in a direction clockwise from north, so many "
+            "degrees below the horizon, from so many metres away")
         ->default_str("overview");
     command.add_flag("--lonlat", view.isLonLat, "Places are longitude and latitude, in degrees of WGS 84");
 }

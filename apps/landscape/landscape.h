@@ -65,7 +65,7 @@ public:
     /// Where the last of the images lies; undefined without one.
     const NBX::Bounds & interest() const { return interest_; }
     /// For `findViewpoint`: a close-up is to show the last of the images.
-    ViewedGround viewedGround() const { return {*grid_, reference_, exaggeration(), interest_}; }
+    ViewedGround viewedGround() const { return {*grid_, *terrain_, reference_, exaggeration(), interest_}; }
 
 private:
     NBX::SO<ZMT::CORE::Terrain> makeTerrain(const LandscapeOptions & options, const TerrainInput & input);

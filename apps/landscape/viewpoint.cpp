@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <numbers>
 
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
@@ -20,6 +22,11 @@ using Point = NBX::Vector3Base<double>;
 constexpr unsigned s_largestSide = 16384;
 /// No map is larger, in whatever unit; what is much larger is lost among the numbers of the scene.
 constexpr double s_largestCoordinate = 1e12;
+constexpr double s_steepest = 89.999; ///< degrees; straight down nothing is up
+
+double radians(double degrees) {
+    return degrees * (std::numbers::pi / 180.0);
+}
 
 std::string text(double number) {
     char digits[32];
@@ -44,14 +51,23 @@ public:
                 "--lonlat needs a terrain with a coordinate system, and this one has none; leave "
                 "it out, and give map coordinates");
         if (!view.coordinates) return named(view.name);
-        return given(view.isLonLat ? onMap(*view.coordinates) : *view.coordinates);
+        View onMap = view;
+        if (view.isLonLat) onMap.coordinates = inMapCoordinates(*view.coordinates);
+        return given(onMap);
+    }
+
+    /// In scene coordinates; nothing where there is no ground.
+    std::optional<double> groundAt(double x, double y) const {
+        const double height = ground_.terrain.calculateHeight(Point(x, 0.0, y), false);
+        if (ground_.terrain.isUndefinedHeightValue(height)) return {};
+        return scaled(ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y))).y;
     }
 
 private:
     Point scaled(const Point & p) const { return {p.x, p.y * ground_.exaggeration, p.z}; }
 
     /// Eye and aim in map coordinates, whose places are longitudes and latitudes.
-    std::array<double, 6> onMap(std::array<double, 6> c) const {
+    std::array<double, 6> inMapCoordinates(std::array<double, 6> c) const {
         const ZMT::RASTER::CoordinateSystem system(ground_.reference.wkt);
         for (double * place : {&c[0], &c[3]}) {
             const auto onMap = std::abs(place[1]) <= 90.0 ? system.fromLonLat({place[0], place[1]})
@@ -66,11 +82,31 @@ private:
         return c;
     }
 
-    Viewpoint given(const std::array<double, 6> & c) const {
-        const auto point = [this](double x, double y, double height) {
-            return scaled(ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y)));
-        };
-        return {point(c[0], c[1], c[2]), point(c[3], c[4], c[5])};
+    Viewpoint given(const View & view) const {
+        const auto & c = *view.coordinates;
+        const Point aim = place(c[3], c[4], c[5], view.isAimAboveGround);
+        if (view.direction) return {aim - towards(*view.direction), aim};
+        return {place(c[0], c[1], c[2], view.isEyeAboveGround), aim};
+    }
+
+    /// In scene coordinates.
+    Point place(double x, double y, double height, bool isAboveGround) const {
+        if (!isAboveGround) return scaled(ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y)));
+        const auto ground = groundAt(x, y);
+        if (!ground)
+            throw UsageError("--view: there is no ground at " + text(x) + "," + text(y) +
+                             " above which a height could count; choose another place, or six numbers");
+        const Point onGround = ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, 0.0, y));
+        return {onGround.x, *ground + height * ground_.exaggeration, onGround.z};
+    }
+
+    static Point towards(const View::Direction & direction) {
+        // Straight down, the azimuth is what is up in the picture.
+        const double pitch = radians(std::clamp(direction.pitch, -s_steepest, s_steepest));
+        const double azimuth = radians(direction.azimuth);
+        return Point(std::sin(azimuth) * std::cos(pitch), -std::sin(pitch),
+                     std::cos(azimuth) * std::cos(pitch)) *
+               direction.distance;
     }
 
     Viewpoint named(View::Name name) const {
@@ -103,25 +139,63 @@ private:
     double size_;
 };
 
+/// As many numbers as `numbers` has, with commas between them and nothing else.
+bool readNumbers(const char * text, double * numbers, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) {
+        char * end = nullptr;
+        numbers[i] = std::strtod(text, &end);
+        if (end == text || *end != (i + 1 < count ? ',' : '\0')) return false;
+        if (!(std::abs(numbers[i]) <= s_largestCoordinate)) return false;
+        text = end + 1;
+    }
+    return true;
+}
+
+/// Whether the field `index` of numbers between commas has a sign "+".
+bool hasPlus(const std::string & text, unsigned index) {
+    std::size_t at = 0;
+    for (; index > 0; --index)
+        at = text.find(',', at) + 1;
+    return text[text.find_first_not_of(' ', at)] == '+';
+}
+
+View parseCoordinates(const std::string & text) {
+    View view;
+    std::array<double, 6> c{};
+    if (!readNumbers(text.c_str(), c.data(), 6))
+        throw UsageError(
+            "--view must be overview, closeup, north, at:X,Y,AZIMUTH,PITCH,DISTANCE or six numbers "
+            "EX,EY,EZ,AX,AY,AZ, each at most 1e12: " +
+            text);
+    view.isEyeAboveGround = hasPlus(text, 2);
+    view.isAimAboveGround = hasPlus(text, 5);
+    if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3) && view.isEyeAboveGround == view.isAimAboveGround)
+        throw UsageError("--view: eye and aim are the same point");
+    view.coordinates = c;
+    return view;
+}
+
+View parseDirection(const std::string & text) {
+    View view;
+    double n[5] = {};
+    if (!readNumbers(text.c_str() + 3, n, 5) || std::abs(n[3]) > 90.0 || !(n[4] > 0.0))
+        throw UsageError(
+            "--view at: must be at:X,Y,AZIMUTH,PITCH,DISTANCE, with a pitch from -90 to 90 degrees "
+            "and a distance above 0, each at most 1e12: " +
+            text);
+    view.coordinates = {0.0, 0.0, 0.0, n[0], n[1], 0.0};
+    view.isAimAboveGround = true;
+    view.direction = {n[2], n[3], n[4]};
+    return view;
+}
+
 } // namespace
 
 View parseView(const std::string & text) {
-    if (text == "overview") return {View::Name::Overview, {}};
-    if (text == "closeup") return {View::Name::CloseUp, {}};
-    if (text == "north") return {View::Name::North, {}};
-    std::array<double, 6> c{};
-    char rest = 0;
-    const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &c[0], &c[1], &c[2], &c[3], &c[4],
-                                 &c[5], &rest);
-    const bool isOnMap =
-        std::all_of(c.begin(), c.end(), [](double v) { return std::abs(v) <= s_largestCoordinate; });
-    if (read != 6 || !isOnMap)
-        throw UsageError("--view must be overview, closeup, north or six numbers EX,EY,EZ,AX,AY,AZ, each at "
-                         "most 1e12: " +
-                         text);
-    if (std::equal(c.begin(), c.begin() + 3, c.begin() + 3))
-        throw UsageError("--view: eye and aim are the same point");
-    return {View::Name::Overview, c};
+    if (text == "overview") return View{.name = View::Name::Overview};
+    if (text == "closeup") return View{.name = View::Name::CloseUp};
+    if (text == "north") return View{.name = View::Name::North};
+    return text.rfind("at:", 0) == 0 ? parseDirection(text) : parseCoordinates(text);
 }
 
 PictureSize parsePictureSize(const std::string & text) {
@@ -137,6 +211,14 @@ PictureSize parsePictureSize(const std::string & text) {
 
 Viewpoint findViewpoint(const View & view, const ViewedGround & ground) {
     return ViewpointFinder(ground).find(view);
+}
+
+void tellBuriedEye(const Viewpoint & viewpoint, const ViewedGround & ground) {
+    const Point eye = ZMT::CORE::GeoTransformation::nbx2geoTf(viewpoint.eye);
+    const auto surface = ViewpointFinder(ground).groundAt(eye.x, eye.z);
+    if (!surface || !(viewpoint.eye.y < *surface)) return;
+    writeError("warning: --view: the eye is " + text((*surface - viewpoint.eye.y) / ground.exaggeration) +
+               " m under the ground; give its height as +METRES, which count from the ground");
 }
 
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box) {

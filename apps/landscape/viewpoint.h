@@ -8,6 +8,7 @@
 #include <nbx/object/so.h>
 #include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/georeference.h>
 
 struct PictureSize {
@@ -25,12 +26,23 @@ struct View {
     };
 
     Name name = Name::Overview;
+    /// The way from the eye to its aim.
+    struct Direction {
+        double azimuth;  ///< degrees clockwise from north
+        double pitch;    ///< degrees below the horizon
+        double distance; ///< of the scene, whose heights may be exaggerated
+    };
+
     /// In the place of the name: eye and aim in map coordinates, x, y, height of each.
-    std::optional<std::array<double, 6>> coordinates;
+    std::optional<std::array<double, 6>> coordinates = {};
+    bool isEyeAboveGround = false; ///< its height counts from the ground
+    bool isAimAboveGround = false;
+    std::optional<Direction> direction = {}; ///< in the place of the coordinates of the eye
     bool isLonLat = false; ///< x and y of them are longitude and latitude, in degrees of WGS 84
 };
 
-/// overview, closeup, north or EX,EY,EZ,AX,AY,AZ. Throws `UsageError`.
+/// overview, closeup, north, EX,EY,EZ,AX,AY,AZ, where heights with a sign "+" count from the ground, or
+/// at:X,Y,AZIMUTH,PITCH,DISTANCE, which looks at the ground. Throws `UsageError`.
 View parseView(const std::string & text);
 
 /// Height of all pictures, in degrees.
@@ -43,14 +55,18 @@ struct Viewpoint {
 
 /// What is looked at. Borrows all of it.
 struct ViewedGround {
-    const ZMT::CORE::GridData & grid;
+    const ZMT::CORE::GridData & grid; ///< coarse heights of a terrain that streams
+    const ZMT::CORE::Terrain & terrain;
     const ZMT::RASTER::GeoReference & reference; ///< of its map coordinates
     double exaggeration;                         ///< of its heights
     NBX::Bounds interest; ///< what a close-up should show, in scene coordinates; undefined for no preference
 };
 
-/// The viewpoint for `view`. Throws `UsageError` for a place that the ground's system has no coordinates for.
+/// The viewpoint for `view`. Throws `UsageError` for a place that the ground's system has no coordinates for,
+/// or that has no ground where heights count from it.
 Viewpoint findViewpoint(const View & view, const ViewedGround & ground);
+/// A line on the standard error stream where the eye is under the ground.
+void tellBuriedEye(const Viewpoint & viewpoint, const ViewedGround & ground);
 
 /// A camera that sees all of `box`, the scene's, as far as it lies in front.
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box);

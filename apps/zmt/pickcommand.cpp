@@ -64,8 +64,10 @@ struct PickScene {
         node->append(terrain.get());
         const NBX::Bounds box = terrain->boundingBox();
         const auto scaled = [&](const Point & p) { return Point(p.x, p.y * options.exaggeration, p.z); };
-        camera = makeCamera(findViewpoint(options.view, {*grid, input.reference, options.exaggeration, {}}),
-                            NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
+        const ViewedGround ground{*grid, *terrain, input.reference, options.exaggeration, {}};
+        const Viewpoint viewpoint = findViewpoint(options.view, ground);
+        tellBuriedEye(viewpoint, ground);
+        camera = makeCamera(viewpoint, NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB())));
     }
 
     static StreamedFiles opened(const PickOptions & options) {

@@ -152,7 +152,9 @@ NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
 }
 
 void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Landscape & landscape) {
-    scene.append(makeCamera(findViewpoint(options.view, landscape.viewedGround()), landscape.box()).get());
+    const Viewpoint viewpoint = findViewpoint(options.view, landscape.viewedGround());
+    tellBuriedEye(viewpoint, landscape.viewedGround());
+    scene.append(makeCamera(viewpoint, landscape.box()).get());
     if (options.wireframe) scene.append(makeWireframe().get());
     scene.append(landscape.node().get());
 }

@@ -274,8 +274,9 @@ void LandscapeView::dropPicture() {
 void LandscapeView::goTo(const View & view) {
     home_ = view;
     try {
-        const auto [eye, aim] = findViewpoint(view, landscape_->viewedGround());
-        flight_.setView(eye, aim);
+        const Viewpoint viewpoint = findViewpoint(view, landscape_->viewedGround());
+        tellBuriedEye(viewpoint, landscape_->viewedGround());
+        flight_.setView(viewpoint.eye, viewpoint.aim);
     } catch (const UsageError & error) {
         writeError(error.what());
         goTo(View()); // which every ground has

@@ -1,8 +1,15 @@
 #include "landscape/viewpoint.h"
 
+#include <cmath>
+#include <tuple>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "landscape/errors.h"
+
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/raster/simplerasterdata.h>
 
 namespace {
 
@@ -20,10 +27,112 @@ TEST(ParseView, SixNumbersAreEyeAndAim) {
     EXPECT_EQ((std::array<double, 6>{1.5, -2.0, 300.0, 4.0, 5.0, 6.0}), *view.coordinates);
 }
 
-TEST(ParseView, EverythingElseIsRefused) {
-    for (const char * text : {"", "North", "1,2,3", "1,2,3,4,5,6,", "1,2,3,4,5,x", "1,2,3,4,5,inf",
-                              "nan,2,3,4,5,6", "1 2 3 4 5 6", "1,2,3,1,2,3"})
+TEST(ParseView, HeightsWithASignCountFromTheGround) {
+    for (const auto & [text, eye, aim] : std::vector<std::tuple<const char *, bool, bool>>{
+             {"1,2,+3,4,5,6", true, false}, {"+1,2,3,+4,5,+6", false, true}, {"1,2,3,4,5,6", false, false}}) {
+        EXPECT_EQ(eye, parseView(text).isEyeAboveGround) << text;
+        EXPECT_EQ(aim, parseView(text).isAimAboveGround) << text;
+    }
+    EXPECT_NO_THROW(parseView("1,2,+3,1,2,3"));
+    EXPECT_THROW(parseView("1,2,+3,1,2,+3"), UsageError);
+}
+
+TEST(ParseView, APlaceMayBeLookedAtFromADirection) {
+    const View view = parseView("at:1,2,225,30,500");
+    ASSERT_TRUE(view.coordinates && view.direction);
+    EXPECT_EQ(1.0, (*view.coordinates)[3]);
+    EXPECT_EQ(2.0, (*view.coordinates)[4]);
+    EXPECT_TRUE(view.isAimAboveGround);
+    EXPECT_EQ(225.0, view.direction->azimuth);
+    EXPECT_EQ(30.0, view.direction->pitch);
+    EXPECT_EQ(500.0, view.direction->distance);
+    for (const char * text :
+         {"at:", "at:1,2,3,4", "at:1,2,3,4,0", "at:1,2,3,4,-5", "at:1,2,3,91,5", "at:1,2,3,4,5,",
+          "at:1,2,3,4,5,6", "at:1,2,3,4,1e300", "at:1,2,3,nan,5", "at:1e300,2,3,4,5"})
         EXPECT_THROW(parseView(text), UsageError) << text;
+}
+
+TEST(ParseView, EverythingElseIsRefused) {
+    for (const char * text : {"1e300,2,3,4,5,6", "1,2,3,4,5,-1e300", "", "North", "1,2,3", "1,2,3,4,5,6,",
+                              "1,2,3,4,5,x", "1,2,3,4,5,inf", "nan,2,3,4,5,6", "1 2 3 4 5 6", "1,2,3,1,2,3"})
+        EXPECT_THROW(parseView(text), UsageError) << text;
+}
+
+/// A slope in scene coordinates that are map coordinates, 100 m lower for each cell to the north.
+class FindViewpoint : public ::testing::Test {
+protected:
+    FindViewpoint() { ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin()); }
+    ~FindViewpoint() override { ZMT::CORE::GeoTransformation::setNBXOrigin({}); }
+
+    Viewpoint find(const std::string & view) const { return findViewpoint(parseView(view), ground()); }
+    ViewedGround ground() const { return {*grid, *terrain, reference, exaggeration, {}}; }
+    /// In map coordinates.
+    static void expectAt(double x, double y, double height, const NBX::Vector3Base<double> & inScene) {
+        const auto geo = ZMT::CORE::GeoTransformation::nbx2geoTf(inScene);
+        EXPECT_NEAR(x, geo.x, 0.01);
+        EXPECT_NEAR(height, geo.y, 0.01);
+        EXPECT_NEAR(y, geo.z, 0.01);
+    }
+
+    static NBX::SO<ZMT::RASTER::SimpleRasterData<float>> slope() {
+        NBX::SO<ZMT::RASTER::SimpleRasterData<float>> heights(
+            new ZMT::RASTER::SimpleRasterData<float>(9, 9, 5000.0, 7000.0, 100.0, 100.0, true, -9999.0F));
+        for (unsigned row = 0; row < 9; ++row)
+            for (unsigned column = 0; column < 9; ++column)
+                heights->setValue(column, row, float(1000.0 - 100.0 * row));
+        return heights;
+    }
+
+    NBX::SO<ZMT::CORE::GridData> grid{new ZMT::CORE::GridData(slope().get())};
+    NBX::SO<ZMT::CORE::Terrain> terrain{new ZMT::CORE::Terrain(grid.get(), nullptr)};
+    ZMT::RASTER::GeoReference reference;
+    double exaggeration = 1.0;
+};
+
+TEST_F(FindViewpoint, HeightsMayCountFromTheGround) {
+    const Viewpoint viewpoint = find("5400,7200,+50,5400,7600,+0");
+    expectAt(5400.0, 7200.0, 850.0, viewpoint.eye);
+    expectAt(5400.0, 7600.0, 400.0, viewpoint.aim);
+}
+
+/// All heights are exaggerated alike, so that what is over the ground stays over it.
+TEST_F(FindViewpoint, HeightsFromTheGroundAreExaggeratedToo) {
+    exaggeration = 3.0;
+    const double origin = ZMT::CORE::GeoTransformation::geo2nbxTf(NBX::Vector3Base<double>()).y;
+    EXPECT_NEAR(3.0 * (850.0 + origin), find("5400,7200,+50,5400,7600,0").eye.y, 0.01);
+    EXPECT_NEAR(3.0 * (850.0 + origin), find("5400,7200,850,5400,7600,0").eye.y, 0.01);
+}
+
+TEST_F(FindViewpoint, APlaceIsLookedAtFromItsDirection) {
+    const double level = 500.0 * std::cos(M_PI / 6.0);
+    expectAt(5400.0 - level, 7600.0, 650.0, find("at:5400,7600,90,30,500").eye);
+    expectAt(5400.0, 7600.0 - level, 650.0, find("at:5400,7600,0,30,500").eye);
+    expectAt(5400.0, 7600.0 + level, 150.0, find("at:5400,7600,180,-30,500").eye);
+    expectAt(5400.0, 7600.0, 400.0, find("at:5400,7600,180,-30,500").aim);
+    const Viewpoint down = find("at:5400,7600,90,90,500");
+    expectAt(5400.0, 7600.0, 900.0, down.eye);
+    EXPECT_LT(down.eye.x, down.aim.x) << "east is up in the picture";
+}
+
+TEST_F(FindViewpoint, WithoutGroundNothingCountsFromIt) {
+    for (const char * view :
+         {"at:100,7600,90,30,500", "100,7200,+50,5400,7600,0", "5400,7200,0,5400,9000,+7"})
+        EXPECT_THROW(find(view), UsageError) << view;
+    EXPECT_NO_THROW(find("100,7200,50,5400,9000,0"));
+}
+
+TEST_F(FindViewpoint, AnEyeUnderTheGroundIsTold) {
+    const auto told = [&](const char * view) {
+        testing::internal::CaptureStderr();
+        tellBuriedEye(find(view), ground());
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_NE(std::string::npos, told("5400,7200,750,5400,7600,0").find("the eye is 50 m under the ground"));
+    exaggeration = 4.0;
+    EXPECT_NE(std::string::npos, told("5400,7200,750,5400,7600,0").find("the eye is 50 m under the ground"));
+    for (const char * view :
+         {"5400,7200,801,5400,7600,0", "100,7200,-500,5400,7600,0", "overview", "closeup"})
+        EXPECT_EQ("", told(view)) << view;
 }
 
 } // namespace

@@ -101,6 +101,26 @@ TEST_F(Streaming, PlacesMayBeLongitudeAndLatitude) {
     EXPECT_NEAR(87.0067, picked(terrain).first, 1e-3);
 }
 
+/// Heights from the ground are those of the finest tiles, which are read for them.
+TEST_F(Streaming, AViewMayCountFromTheGround) {
+    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
+    for (const char * view : {"at:500700,3099600,30,40,900", "500300,3099300,+400,500700,3099600,+0"}) {
+        const auto picked = [&](const std::string & path) {
+            const RunResult run = zmt({"pick", "--terrain", path, "--view", view, "640,360"});
+            double x = 0.0, y = 0.0, height = 0.0;
+            EXPECT_EQ(3, std::sscanf(run.output.c_str(), "%lf %lf %lf", &x, &y, &height)) << run.errors;
+            EXPECT_NEAR(500700.0, x, 5.0);
+            EXPECT_NEAR(3099600.0, y, 5.0);
+            return height;
+        };
+        EXPECT_NEAR(picked(raster), picked(terrain), 0.01) << view;
+    }
+    const RunResult buried =
+        zmt({"pick", "--terrain", terrain, "--view", "500700,3099600,1,500700,3099900,1", "640,360"});
+    EXPECT_NE(std::string::npos, buried.errors.find("m under the ground")) << buried.errors;
+}
+
 TEST_F(Streaming, InfoTellsWhatATerrainIs) {
     const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
