@@ -1,11 +1,15 @@
 #include "commands.h"
+#include "systemjson.h"
 
-#include <algorithm>
 #include <cinttypes>
+#include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "landscape/errors.h"
 #include "landscape/streamedfiles.h"
@@ -15,6 +19,7 @@
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
+#include <zmt/raster/bandstatistics.h>
 #include <zmt/raster/gdal/coordinatesystem.h>
 #include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/projectionfile.h>
@@ -26,54 +31,133 @@
 
 namespace {
 
+using Json = nlohmann::ordered_json;
 using ZMT::RASTER::GeoFile;
+using ZMT::RASTER::GeoReference;
+using ZMT::UTIL::CompressedTexture;
 
-void printHeights(const ZMT::RASTER::RasterData & raster) {
-    const ZMT::RASTER::Histogram histogram(&raster);
-    const double cells =
-        static_cast<double>(histogram.numberOfDefinedValues() + histogram.numberOfUndefinedValues());
-    if (histogram.numberOfDefinedValues() > 0)
-        std::printf("heights:    %.10g to %.10g, average %.10g\n", histogram.minimum(), histogram.maximum(),
-                    histogram.average());
-    else
-        std::printf("heights:    none\n");
-    std::printf("undefined:  %.2f %%\n",
-                100.0 * static_cast<double>(histogram.numberOfUndefinedValues()) / cells);
+struct InfoOptions {
+    std::string file;
+    bool statistics = false;
+    bool json = false;
+};
+
+/// What is told of a file: lines for people, and an object for programs.
+struct Telling {
+    std::string lines;
+    Json object;
+
+    [[gnu::format(printf, 3, 4)]] void line(const char * label, const char * format, ...) {
+        char text[1000];
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text, sizeof text, format, arguments);
+        va_end(arguments);
+        char start[40];
+        std::snprintf(start, sizeof start, "%-11s ", (std::string(label) + ":").c_str());
+        lines += std::string(start) + text + "\n";
+    }
+};
+
+Telling begin(const std::string & path, const char * kind) {
+    Telling telling;
+    const std::string name = shownName(path);
+    telling.line("file", "%s", name.c_str());
+    telling.object["file"] = name;
+    telling.object["kind"] = kind;
+    return telling;
 }
 
-void printSystem(const ZMT::RASTER::GeoReference & reference) {
-    std::printf("system:     %s\n", ZMT::RASTER::CoordinateSystem::describe(reference).c_str());
+/// Numbers that are none have no place in JSON.
+Json numberOrNull(double number) {
+    return std::isfinite(number) ? Json(number) : Json();
+}
+
+void tellSystem(Telling & telling, const GeoReference & reference) {
+    telling.line("system", "%s", ZMT::RASTER::CoordinateSystem::describe(reference).c_str());
+    describeSystem(telling.object, reference);
+}
+
+Json boxOf(double minX, double minY, double maxX, double maxY) {
+    return {{"min_x", minX}, {"min_y", minY}, {"max_x", maxX}, {"max_y", maxY}};
+}
+
+void tellEdges(Telling & telling, const ZMT::RASTER::GeoExtent & extent) {
+    telling.line("x", "%.10g to %.10g", extent.minX, extent.maxX);
+    telling.line("y", "%.10g to %.10g", extent.minY, extent.maxY);
+    telling.object["edges"] = boxOf(extent.minX, extent.minY, extent.maxX, extent.maxY);
+}
+
+/// Edges are half a cell beyond the centres.
+void tellGrid(Telling & telling, const ZMT::RASTER::RasterGrid & grid, const GeoReference & reference,
+              const char * cells) {
+    const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;
+    telling.line("size", "%u by %u %ss", grid.cellsX, grid.cellsY, cells);
+    telling.line(cells, "%.10g by %.10g%s", grid.cellSizeX, grid.cellSizeY, unit.c_str());
+    telling.object["width"] = grid.cellsX;
+    telling.object["height"] = grid.cellsY;
+    telling.object["cell"] = {grid.cellSizeX, grid.cellSizeY};
+    telling.object["unit"] = reference.unitName;
+    tellSystem(telling, reference);
+    const double endX = grid.minX + (grid.cellsX - 1.0) * grid.cellSizeX;
+    const double endY = grid.minY + (grid.cellsY - 1.0) * grid.cellSizeY;
+    const double halfX = 0.5 * grid.cellSizeX, halfY = 0.5 * grid.cellSizeY;
+    telling.line("x", "%.10g to %.10g, centres of %ss %.10g to %.10g", grid.minX - halfX, endX + halfX, cells,
+                 grid.minX, endX);
+    telling.line("y", "%.10g to %.10g, centres of %ss %.10g to %.10g", grid.minY - halfY, endY + halfY, cells,
+                 grid.minY, endY);
+    telling.object["edges"] = boxOf(grid.minX - halfX, grid.minY - halfY, endX + halfX, endY + halfY);
+    telling.object["centres"] = boxOf(grid.minX, grid.minY, endX, endY);
+}
+
+Json tellStatistics(Telling & telling, const char * values, double minimum, double maximum, double average,
+                    double undefinedShare) {
+    if (std::isfinite(minimum))
+        telling.line(values, "%.10g to %.10g, average %.10g", minimum, maximum, average);
+    else
+        telling.line(values, "none");
+    telling.line("undefined", "%.2f %%", 100.0 * undefinedShare);
+    return {{"minimum", numberOrNull(minimum)},
+            {"maximum", numberOrNull(maximum)},
+            {"average", numberOrNull(average)},
+            {"undefined", undefinedShare}};
 }
 
 /// Name and stored size of each level.
-void printLevels(const ZMT::UTIL::TexturePyramid & pyramid) {
+void tellLevels(Telling & telling, const ZMT::UTIL::TexturePyramid & pyramid) {
     for (unsigned i = 0; i < pyramid.overviews(); ++i) {
         const auto level = pyramid.level(i);
         const auto & header = level->header();
-        std::printf("level %-5u %u by %u pixels, %" PRIu64 " of %" PRIu64 " tiles of %u by %u, %" PRIu64
-                    " bytes\n",
-                    i, header.pixelsX, header.pixelsY, level->storedTiles(),
-                    static_cast<std::uint64_t>(header.tilesX) * header.tilesY, header.tileWidth,
-                    header.tileHeight, level->storedBytes());
+        const auto tiles = static_cast<std::uint64_t>(header.tilesX) * header.tilesY;
+        char text[200];
+        std::snprintf(text, sizeof text,
+                      "level %-5u %u by %u pixels, %" PRIu64 " of %" PRIu64 " tiles of %u by %u, %" PRIu64
+                      " bytes\n",
+                      i, header.pixelsX, header.pixelsY, level->storedTiles(), tiles, header.tileWidth,
+                      header.tileHeight, level->storedBytes());
+        telling.lines += text;
+        telling.object["levels"].push_back({{"width", header.pixelsX},
+                                            {"height", header.pixelsY},
+                                            {"stored_tiles", level->storedTiles()},
+                                            {"tiles", tiles},
+                                            {"bytes", level->storedBytes()}});
     }
 }
 
-void printExtent(const ZMT::RASTER::GeoExtent & extent) {
-    std::printf("x:          %.10g to %.10g\n", extent.minX, extent.maxX);
-    std::printf("y:          %.10g to %.10g\n", extent.minY, extent.maxY);
-}
-
-void printPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & pyramid) {
+Telling tellPyramid(const std::string & path, const ZMT::UTIL::TexturePyramid & pyramid) {
     const auto finest = pyramid.level(0);
-    const ZMT::RASTER::GeoReference reference = ZMT::RASTER::ProjectionFile::read(path);
-    std::printf("file:       %s\n", path.c_str());
-    std::printf("format:     texture pyramid, %s%s\n",
-                ZMT::UTIL::CompressedTexture::formatName(finest->pixelFormat()),
-                finest->header().compression == ZMT::UTIL::CompressedTexture::C_Deflate ? ", deflated" : "");
-    std::printf("pixel:      %.10g by %.10g\n", finest->pixelSizeX(), finest->pixelSizeY());
-    printSystem(reference);
-    printExtent({pyramid.minX(), pyramid.minY(), pyramid.maxX(), pyramid.maxY()});
-    printLevels(pyramid);
+    Telling telling = begin(path, "texture pyramid");
+    const char * format = CompressedTexture::formatName(finest->pixelFormat());
+    const bool isDeflated = finest->header().compression == CompressedTexture::C_Deflate;
+    telling.line("format", "texture pyramid, %s%s", format, isDeflated ? ", deflated" : "");
+    telling.object["format"] = format;
+    telling.object["deflated"] = isDeflated;
+    telling.line("pixel", "%.10g by %.10g", finest->pixelSizeX(), finest->pixelSizeY());
+    telling.object["cell"] = {finest->pixelSizeX(), finest->pixelSizeY()};
+    tellSystem(telling, ZMT::RASTER::ProjectionFile::read(path));
+    tellEdges(telling, {pyramid.minX(), pyramid.minY(), pyramid.maxX(), pyramid.maxY()});
+    tellLevels(telling, pyramid);
+    return telling;
 }
 
 unsigned countPatches(const ZMT::CORE::GeometryPatch & patch) {
@@ -83,93 +167,147 @@ unsigned countPatches(const ZMT::CORE::GeometryPatch & patch) {
     return count;
 }
 
-void printPlace(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoReference & reference) {
-    const auto & grid = raster.grid();
-    const std::string unit = reference.unitName.empty() ? "" : " " + reference.unitName;
-    std::printf("size:       %u by %u cells\n", grid.cellsX, grid.cellsY);
-    std::printf("cell:       %.10g by %.10g%s\n", grid.cellSizeX, grid.cellSizeY, unit.c_str());
-    printSystem(reference);
-    printExtent({raster.minX(), raster.minY(), raster.maxX(), raster.maxY()});
-    printHeights(raster);
-}
-
-void printBuilt(const std::string & path) {
+/// All heights are in memory anyway.
+Telling tellBuilt(const std::string & path) {
     const auto built = readBuiltTerrain(path);
-    std::printf("file:       %s\n", path.c_str());
-    std::printf("format:     built terrain, %u patches of at most %u vertices, seed %u\n",
-                countPatches(*built->terrain()->root()), built->maxVertices(), built->seed());
-    printPlace(*built->grid()->rasterData(), built->reference());
+    const ZMT::RASTER::RasterData & raster = *built->grid()->rasterData();
+    const unsigned patches = countPatches(*built->terrain()->root());
+    Telling telling = begin(path, "built terrain");
+    telling.line("format", "built terrain, %u patches of at most %u vertices, seed %u", patches,
+                 built->maxVertices(), built->seed());
+    telling.object["patches"] = patches;
+    telling.object["max_vertices"] = built->maxVertices();
+    telling.object["seed"] = built->seed();
+    tellGrid(telling, raster.grid(), built->reference(), "cell");
+    const ZMT::RASTER::Histogram histogram(&raster);
+    const auto undefined = static_cast<double>(histogram.numberOfUndefinedValues());
+    telling.object["heights"] =
+        tellStatistics(telling, "heights", histogram.minimum(), histogram.maximum(), histogram.average(),
+                       undefined / (undefined + static_cast<double>(histogram.numberOfDefinedValues())));
+    return telling;
 }
 
-void printStreamedTerrain(const std::string & locator) {
+Telling tellStreamedTerrain(const std::string & locator) {
     using ZMT::CORE::GRID::AsyncGridTerrain;
     const StreamedTerrain opened = openStreamedTerrain(locator);
     const AsyncGridTerrain & terrain = *opened.terrain;
-    const auto lightMap = opened.lightMapKind;
     const std::uint64_t side = (1U << terrain.gridLevel()) + 1;
-    const auto cellSize = terrain.getCellSize();
+    const auto [cellX, cellY] = terrain.getCellSize();
     const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
     const std::string unit = opened.reference.unitName.empty() ? "" : " " + opened.reference.unitName;
-    std::printf("file:       %s\n", shownName(locator).c_str());
-    std::printf("format:     streaming terrain, %" PRIu64 " bytes, tiles of %" PRIu64 " by %" PRIu64
-                " heights in %d levels\n",
-                terrain.file()->size(), side, side, terrain.rootTile()->level() + 1);
-    std::printf("light:      %s\n", lightMap == AsyncGridTerrain::LM_None    ? "none"
-                                    : lightMap == AsyncGridTerrain::LM_Light ? "baked"
-                                                                             : "normals");
-    std::printf("size:       %.0f by %.0f cells\n", cells.getURB().x, cells.getURB().y);
-    std::printf("cell:       %.10g by %.10g%s\n", cellSize.first, cellSize.second, unit.c_str());
-    printSystem(opened.reference);
-    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
-    std::printf("heights:    %.10g to %.10g\n", terrain.lowestPoint().y, terrain.highestPoint().y);
+    const char * light = opened.lightMapKind == AsyncGridTerrain::LM_None    ? "none"
+                         : opened.lightMapKind == AsyncGridTerrain::LM_Light ? "baked"
+                                                                             : "normals";
+    const int levels = terrain.rootTile()->level() + 1;
+    const double low = terrain.lowestPoint().y, high = terrain.highestPoint().y;
+    Telling telling = begin(locator, "streaming terrain");
+    telling.line("format",
+                 "streaming terrain, %" PRIu64 " bytes, tiles of %" PRIu64 " by %" PRIu64
+                 " heights in %d levels",
+                 terrain.file()->size(), side, side, levels);
+    telling.line("light", "%s", light);
+    telling.line("size", "%.0f by %.0f cells", cells.getURB().x, cells.getURB().y);
+    telling.line("cell", "%.10g by %.10g%s", cellX, cellY, unit.c_str());
+    telling.object.update({{"bytes", terrain.file()->size()},
+                           {"tile_side", side},
+                           {"levels", levels},
+                           {"light", light},
+                           {"width", cells.getURB().x},
+                           {"height", cells.getURB().y},
+                           {"cell", {cellX, cellY}},
+                           {"unit", opened.reference.unitName}});
+    tellSystem(telling, opened.reference);
+    tellEdges(telling, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    telling.line("heights", "%.10g to %.10g", low, high);
+    telling.object["heights"] = {{"minimum", numberOrNull(low)}, {"maximum", numberOrNull(high)}};
+    return telling;
 }
 
-void printStreamedTexture(const std::string & locator) {
+Telling tellStreamedTexture(const std::string & locator) {
     const NBX::Bounds box = openStreamedTexture(locator, 0).texture->boundingBox();
-    std::printf("file:       %s\n", shownName(locator).c_str());
-    std::printf("format:     streaming texture\n");
-    printExtent({box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    Telling telling = begin(locator, "streaming texture");
+    telling.line("format", "streaming texture");
+    tellEdges(telling, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    return telling;
 }
 
 /// Nothing for metres, which everything else becomes when a terrain is made.
-void printHeightUnit(const std::string & name) {
+void tellHeightUnit(Telling & telling, const std::string & name) {
     const auto metres = ZMT::RASTER::HeightUnit::metres(name);
     if (!metres)
-        std::printf("unit:       %s, which is not known; terrains take it for metres\n", name.c_str());
+        telling.line("unit", "%s, which is not known; terrains take it for metres", name.c_str());
     else if (*metres != 1.0)
-        std::printf("unit:       %s, %.10g metres; heights of terrains are metres\n", name.c_str(), *metres);
+        telling.line("unit", "%s, %.10g metres; heights of terrains are metres", name.c_str(), *metres);
 }
 
-void printRaster(const std::string & path) {
-    const auto file = GeoFile::openHeights(path);
-    NBX::Progress reading("reading " + path);
-    const auto raster = file->read(0, &reading);
-    if (!raster.raster) throw DataError("cancelled");
-    reading.finish();
-    std::printf("file:       %s\n", path.c_str());
-    std::printf("format:     %s, bands: %u\n", file->format().c_str(), file->bands());
-    printPlace(*raster.raster, raster.reference);
-    printHeightUnit(file->heightUnit());
+void tellBand(Telling & telling, const ZMT::RASTER::RasterFile & file, unsigned index, const char * values,
+              bool statistics) {
+    const auto band = file.describe(index);
+    std::string text = band.type;
+    for (const std::string & part : {band.meaning, band.unit})
+        text += part.empty() ? "" : ", " + part;
+    char noData[40] = "";
+    if (band.noData) std::snprintf(noData, sizeof noData, ", no data is %.10g", *band.noData);
+    telling.line(("band " + std::to_string(index + 1)).c_str(), "%s%s", text.c_str(), noData);
+    Json object = {{"type", band.type}, {"meaning", band.meaning}, {"unit", band.unit}};
+    object["no_data"] = band.noData ? numberOrNull(*band.noData) : Json();
+    if (statistics) {
+        NBX::Progress reading("reading band " + std::to_string(index + 1));
+        const auto found = ZMT::RASTER::BandStatistics::of(*file.band(index), &reading);
+        if (!found.isComplete) throw DataError("cancelled");
+        reading.finish();
+        const auto undefined = static_cast<double>(found.undefined);
+        object.update(tellStatistics(telling, values, found.minimum, found.maximum, found.average,
+                                     undefined / (undefined + static_cast<double>(found.defined))));
+    }
+    telling.object["bands"].push_back(object);
 }
 
-void printVectors(const std::string & path) {
+Telling tellRaster(const InfoOptions & options) {
+    const auto file = GeoFile::openHeights(options.file);
+    const bool isImage = GeoFile::kindOf(options.file) == ZMT::RASTER::GeoFileKind::Image;
+    Telling telling = begin(options.file, isImage ? "image" : "heights");
+    telling.line("format", "%s, bands: %u", file->format().c_str(), file->bands());
+    telling.object["format"] = file->format();
+    tellGrid(telling, file->grid(), file->reference(), isImage ? "pixel" : "cell");
+    for (unsigned i = 0; i < file->bands(); ++i)
+        tellBand(telling, *file, i, isImage ? "values" : "heights", options.statistics);
+    if (!isImage) tellHeightUnit(telling, file->heightUnit());
+    return telling;
+}
+
+Telling tellVectors(const std::string & path) {
     const auto file = GeoFile::openVectors(path);
-    std::printf("file:       %s\n", path.c_str());
-    std::printf("format:     %s, lines or areas, layers: %u\n", file->format().c_str(), file->layers());
-    printSystem(file->reference());
+    Telling telling = begin(path, "vectors");
+    telling.line("format", "%s, lines or areas, layers: %u", file->format().c_str(), file->layers());
+    telling.object["format"] = file->format();
+    telling.object["layers"] = file->layers();
+    tellSystem(telling, file->reference());
+    return telling;
 }
 
-void printInfo(const std::string & path) {
-    if (isStreamedTerrain(path)) return printStreamedTerrain(path);
-    if (isStreamingTextureFile(path)) return printStreamedTexture(path);
-    if (isBuiltTerrain(path)) return printBuilt(path);
+Telling tell(const InfoOptions & options) {
+    const std::string & path = options.file;
+    if (isStreamedTerrain(path)) return tellStreamedTerrain(path);
+    if (isStreamingTextureFile(path)) return tellStreamedTexture(path);
+    if (isBuiltTerrain(path)) return tellBuilt(path);
     if (GeoFile::formatOf(path)) {
         const auto image = GeoFile::openImage(path);
         if (const auto * pyramid = dynamic_cast<const ZMT::UTIL::TexturePyramid *>(image.get()))
-            return printPyramid(path, *pyramid);
+            return tellPyramid(path, *pyramid);
     }
-    if (GeoFile::kindOf(path) == ZMT::RASTER::GeoFileKind::Vectors) return printVectors(path);
-    printRaster(path);
+    if (GeoFile::kindOf(path) == ZMT::RASTER::GeoFileKind::Vectors) return tellVectors(path);
+    return tellRaster(options);
+}
+
+void printInfo(const InfoOptions & options) {
+    const Telling telling = tell(options);
+    if (!options.json) {
+        std::fputs(telling.lines.c_str(), stdout);
+        return;
+    }
+    // Names of files may be of any bytes.
+    std::printf("%s\n", telling.object.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
 } // namespace
@@ -178,7 +316,12 @@ void addInfoCommand(CLI::App & app) {
     auto * command = app.add_subcommand("info", "Tells what a raster, a built or streaming terrain, a "
                                                 "texture pyramid, a streaming texture or a file of "
                                                 "lines and areas holds.");
-    const auto path = std::make_shared<std::string>();
-    command->add_option("FILE", *path, "The file; of a streaming terrain also its URL")->required();
-    command->callback([path] { printInfo(*path); });
+    const auto options = std::make_shared<InfoOptions>();
+    command->add_option("FILE", options->file, "The file; of a streaming terrain also its URL")->required();
+    command->add_flag(
+        "--statistics", options->statistics,
+        "Read all numbers of a raster, of whatever size, and tell their range and average, and how "
+        "many are undefined");
+    command->add_flag("--json", options->json, "Write an object in the place of lines");
+    command->callback([options] { printInfo(*options); });
 }

@@ -73,6 +73,22 @@ std::string RasterFile::heightUnit(unsigned band) const {
     return impl_->band(band).GetUnitType();
 }
 
+RasterFile::BandDescription RasterFile::describe(unsigned index) const {
+    GdalErrorTrap trap;
+    const auto bands = static_cast<unsigned>(impl_->source->dataset().GetRasterCount());
+    if (index >= bands) impl_->band(index);
+    GDALRasterBand & band = *impl_->source->dataset().GetRasterBand(static_cast<int>(index) + 1);
+    BandDescription result;
+    result.type = GDALGetDataTypeName(band.GetRasterDataType());
+    if (band.GetColorInterpretation() != GCI_Undefined)
+        result.meaning = GDALGetColorInterpretationName(band.GetColorInterpretation());
+    int hasNoData = FALSE;
+    const double noData = band.GetNoDataValue(&hasNoData);
+    if (hasNoData) result.noData = noData;
+    result.unit = band.GetUnitType();
+    return result;
+}
+
 NBX::SO<RasterBand> RasterFile::band(unsigned index) const {
     impl_->band(index);
     GdalErrorTrap trap;

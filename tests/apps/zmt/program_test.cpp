@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
 #include "support/imagecompare.h"
@@ -172,7 +173,8 @@ TEST(Program, HeightsThatAreNoNumbersAreUndefined) {
     EXPECT_EQ(0, lod(folder, path).status);
     EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("nan"));
     EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("inf"));
-    EXPECT_NE(std::string::npos, zmt(folder, {"info", path}).output.find("undefined:  2.78 %"));
+    EXPECT_NE(std::string::npos,
+              zmt(folder, {"info", path, "--statistics"}).output.find("undefined:  2.78 %"));
 }
 
 TEST(Program, OneDefinedHeightIsATerrain) {
@@ -213,14 +215,75 @@ TEST(Info, TellsOtherUnitsOfHeightsThanMetres) {
 
 TEST(Program, InfoTellsWhatAFileHolds) {
     const RunFolder folder;
-    const RunResult info = zmt(folder, {"info", folder.write("t.tif", slope(9, 7).encode())});
+    const std::string path = folder.write("t.tif", slope(9, 7).encode());
+    const RunResult info = zmt(folder, {"info", path, "--statistics"});
     EXPECT_EQ(0, info.status);
     EXPECT_EQ("", info.errors);
     for (const char * line :
          {"format:     GTiff, bands: 1\n", "size:       9 by 7 cells\n", "cell:       32 by 32 metre\n",
-          "WGS 84 / UTM zone 45N (EPSG:32645), metre\n", "x:          500016 to 500272\n",
-          "y:          3099792 to 3099984\n", "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
+          "WGS 84 / UTM zone 45N (EPSG:32645), metre\n",
+          "x:          500000 to 500288, centres of cells 500016 to 500272\n",
+          "y:          3099776 to 3100000, centres of cells 3099792 to 3099984\n",
+          "band 1:     Float32, Gray, no data is -9999\n", "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
         EXPECT_NE(std::string::npos, info.output.find(line)) << line << "is missing in\n" << info.output;
+    const auto object = nlohmann::json::parse(zmt(folder, {"info", path, "--statistics", "--json"}).output);
+    EXPECT_EQ("heights", object.at("kind"));
+    EXPECT_EQ(9, object.at("width"));
+    EXPECT_EQ("EPSG:32645", object.at("crs"));
+    EXPECT_EQ(500000.0, object.at("edges").at("min_x"));
+    EXPECT_EQ(3100000.0, object.at("edges").at("max_y"));
+    EXPECT_EQ(500016.0, object.at("centres").at("min_x"));
+    EXPECT_EQ(3099984.0, object.at("centres").at("max_y"));
+    ASSERT_EQ(1U, object.at("bands").size());
+    EXPECT_EQ(62.0, object.at("bands")[0].at("maximum"));
+    EXPECT_EQ(31.0, object.at("bands")[0].at("average"));
+    EXPECT_EQ(-9999.0, object.at("bands")[0].at("no_data"));
+}
+
+TEST(Program, InfoTellsAllBandsOfAnImage) {
+    const RunFolder folder;
+    SmallGeoTiff tiff{2, 2, SmallGeoTiff::Pixels::Colors};
+    tiff.colors = {1, 50, 200, 3, 50, 200, 5, 50, 200, 7, 50, 208};
+    const std::string path = folder.write("i.tif", tiff.encode());
+    const std::string brief = zmt(folder, {"info", path}).output;
+    for (const char * line :
+         {"bands: 3\n", "size:       2 by 2 pixels\n", "pixel:      32 by 32 metre\n",
+          "band 1:     Byte, Red\n", "band 2:     Byte, Green\n", "band 3:     Byte, Blue\n"})
+        EXPECT_NE(std::string::npos, brief.find(line)) << line << "is missing in\n" << brief;
+    EXPECT_EQ(std::string::npos, brief.find("values:")) << brief;
+    const std::string all = zmt(folder, {"info", path, "--statistics"}).output;
+    for (const char * line : {"values:     1 to 7, average 4\n", "values:     50 to 50, average 50\n",
+                              "values:     200 to 208, average 202\n"})
+        EXPECT_NE(std::string::npos, all.find(line)) << line << "is missing in\n" << all;
+    EXPECT_EQ(std::string::npos, all.find("heights")) << all;
+    EXPECT_EQ(3U, nlohmann::json::parse(zmt(folder, {"info", path, "--json"}).output).at("bands").size());
+}
+
+TEST(Program, InfoTellsEveryKindAsAnObject) {
+    const RunFolder folder;
+    SmallGeoTiff colors{2, 2, SmallGeoTiff::Pixels::Colors};
+    colors.colors.assign(12, 90);
+    const std::string heights = folder.write("t.tif", slope(9, 7).encode());
+    const std::string image = folder.write("i.tif", colors.encode());
+    const auto build = [&](const std::vector<std::string> & arguments, const std::string & result) {
+        std::vector<std::string> all = {"build"};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        EXPECT_EQ(0, zmt(folder, all).status);
+        return folder.out(result);
+    };
+    const std::string terrain = build({"terrain", heights, folder.out("t.ztt")}, "t.ztt");
+    const std::pair<std::string, const char *> kinds[] = {
+        {terrain, "streaming terrain"},
+        {build({"tree", heights, folder.out("t.nbx")}, "t.nbx"), "built terrain"},
+        {build({"pyramid", image, folder.out("i.ztp")}, "i.ztp"), "texture pyramid"},
+        {build({"texture", image, folder.out("i.zts"), "--terrain", terrain}, "i.zts"), "streaming texture"},
+        {ZMT_DATA_DIR "/everest_glaciers.geojson", "vectors"},
+        {image, "image"}};
+    for (const auto & [path, kind] : kinds) {
+        const auto object = nlohmann::json::parse(zmt(folder, {"info", path, "--json"}).output);
+        EXPECT_EQ(kind, object.at("kind")) << path;
+        EXPECT_EQ(path, object.at("file"));
+    }
 }
 
 TEST(Program, ImagesElsewhereAreTold) {
@@ -451,7 +514,7 @@ TEST(Program, RastersOfAnySizeAreTold) {
                               "<VRTRasterBand dataType=\"Float32\" band=\"1\"/></VRTDataset>");
     expectFailure(render(folder, path), 1, {path, "too large"}, folder);
     expectFailure(lod(folder, path), 1, {path, "too large"}, folder);
-    expectFailure(zmt(folder, {"info", path}), 1, {path, "too large"}, folder);
+    EXPECT_NE(std::string::npos, zmt(folder, {"info", path}).output.find("2000000000 by 2000000000 cells"));
     expectFailure(zmt(folder, {"pick", "--terrain", path, "5,5"}), 1, {path, "too large"}, folder);
     expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp"), "--format", "RGBA8"}), 1,
                   {path, "too large"}, folder);

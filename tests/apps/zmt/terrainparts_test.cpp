@@ -166,8 +166,8 @@ TEST_F(TerrainParts, OptionsAreChecked) {
     expectProblem({out, out, "--join", "--part", "1/1", "--plan", made}, 2, "exclude each other");
     for (const char * share : {"0/3", "4/3", "1", "1/", "/3", "1/3x", "-1/3", "1/-3", "1/2000000", "a/b", ""})
         expectProblem({out, "--part", share, "--plan", made}, 2, "--part must be K/N");
-    for (const char * option :
-         {"--level=5", "--resampling=average", "--merge=x", "--crs=EPSG:3857", "--lighting=none", "--light=1,2"})
+    for (const char * option : {"--level=5", "--resampling=average", "--merge=x", "--crs=EPSG:3857",
+                                "--lighting=none", "--light=1,2"})
         expectProblem({out, option, "--part", "1/3", "--plan", made}, 2, "belongs to the plan");
     expectProblem({raster, out, "--part", "1/3", "--plan", made}, 2, "the part to write alone");
     expectProblem({out, "--join", "--plan", made}, 2, "PART... OUT");

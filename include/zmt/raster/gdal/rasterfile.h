@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,16 @@ public:
     const GeoReference & reference() const;
     /// Unit of the heights as the file names it; mostly empty, which stands for metres.
     std::string heightUnit(unsigned band = 0) const;
+
+    /// What the file says of a band, as people read it.
+    struct BandDescription {
+        std::string type;    ///< of its numbers, such as "Float32"
+        std::string meaning; ///< such as "Red", "Gray" or "Palette"; empty where the file says nothing
+        std::optional<double> noData; ///< the number that stands for no data
+        std::string unit;             ///< mostly empty
+    };
+    /// Throws where there is no such band, counted from 0.
+    BandDescription describe(unsigned band) const;
 
     /// One band, counted from 0, which keeps the file open. Throws where there is none.
     NBX::SO<RasterBand> band(unsigned index = 0) const;
