@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include <libdeflate.h>
 
@@ -48,11 +47,11 @@ SO<DataResource> ZLibFilter::compress(const void * data, unsigned size, unsigned
     libdeflate_compressor * codec = compressor(level);
     if (!codec || (!data && size > 0)) return nullptr;
 
-    std::vector<std::uint8_t> result(libdeflate_zlib_compress_bound(codec, size));
-    const std::size_t written =
-        libdeflate_zlib_compress(codec, data ? data : "", size, result.data(), result.size());
+    const std::size_t bound = libdeflate_zlib_compress_bound(codec, size);
+    const auto result = std::make_unique_for_overwrite<std::uint8_t[]>(bound);
+    const std::size_t written = libdeflate_zlib_compress(codec, data ? data : "", size, result.get(), bound);
     if (written == 0 || written > UINT32_MAX) return nullptr;
-    return new MemoryDataResource(result.data(), static_cast<unsigned>(written));
+    return new MemoryDataResource(result.get(), static_cast<unsigned>(written));
 }
 
 bool ZLibFilter::uncompress(const void * compressed, unsigned compressedSize, void * data, unsigned size,

@@ -7,6 +7,11 @@
 
 #include <nbx/object/exception.h>
 
+// Pixels are compared in registers that hold several.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("O3")
+#endif
+
 namespace ZMT::RASTER {
 
 namespace {

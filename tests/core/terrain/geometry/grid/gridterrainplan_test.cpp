@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -163,6 +164,11 @@ TEST_F(GridTerrainPlanTest, LightMapAndCoordinateSystemAreThoseOfOneProcess) {
     const SO<FunctionBand> band(new FunctionBand(70, 40, FunctionBand::hills));
     compare(band, {3});
     EXPECT_EQ(NBX::File::contents(path("whole.prj")), NBX::File::contents(path("joined.prj")));
+    // Without a word about it, what stands there stays.
+    const auto wkt = std::exchange(creation.wkt, std::nullopt);
+    compare(band, {2});
+    EXPECT_TRUE(NBX::File::exists(path("joined.prj")));
+    creation.wkt = wkt;
     creation.storesNormals = true;
     const Bytes lit = NBX::File::contents(path("joined.ztt"));
     compare(band, {3});

@@ -8,6 +8,11 @@
 
 #include "unnamedfile.h"
 
+// The smallest and the largest height of a row are found in registers that hold several.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("O3")
+#endif
+
 namespace ZMT::CORE::GRID {
 
 namespace {

@@ -7,6 +7,11 @@
 #include <utility>
 #include <vector>
 
+// Heights are compared in registers that hold several.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC optimize("O3")
+#endif
+
 namespace ZMT::CORE::GRID {
 
 namespace {
