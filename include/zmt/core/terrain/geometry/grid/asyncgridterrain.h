@@ -23,8 +23,8 @@ namespace ZMT::CORE::GRID {
 /// Opening reads the header and the root; the heights of the root stay in memory. All else arrives as tiles
 /// are asked for, is kept by the memory managers within their budgets, and is asked for again once they have
 /// let go of it. A tile that could not be read is asked for again after 1, 2 and every 4 s; one that is
-/// damaged after 1 s, then after twice the time before, up to 60 s. Whoever walks goes on with the tile above.
-/// Tiles that nobody walked over for 10 s of painting are dropped.
+/// damaged after 1 s, then after twice the time before, up to 60 s. Whoever walks goes on with the tile
+/// above. Tiles that nobody walked over for 10 s of painting are dropped.
 class AsyncGridTerrain : public GridTerrain {
     NBX_STORED_CLASS(AsyncGridTerrain, GridTerrain)
 public:
