@@ -1,6 +1,8 @@
 #include "core/misc/asyncfile_qthttp.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <fstream>
 #include <thread>
 
 #include <limits>
@@ -15,6 +17,7 @@
 #include <zmt/core/misc/patience.h>
 
 #include "support/recordedreports.h"
+#include "support/temporaryfolder.h"
 #include "support/webtest.h"
 
 using namespace ZMT::CORE;
@@ -611,3 +614,45 @@ TEST_F(AsyncFile_QtHttpTest, FilesAreOpenedOnTheThreadOfTheEventLoop) {
         << reports;
     EXPECT_EQ(server_.requests(), 0u);
 }
+
+namespace {
+
+/// Where the process that ends leaves the moment; it inherits the name.
+constexpr const char * s_endNote = "ZMT_TEST_END_NOTE";
+
+/// Of a process that ends while transfers are under way, and others wait for their turn.
+class AsyncFile_QtHttpDeathTest : public AsyncFile_QtHttpTest {
+protected:
+    [[noreturn]] static void exitAmidTransfers(const NBX::SO<AsyncFile> & file) {
+        for (unsigned i = 0; i < 20; ++i)
+            file->request(i * 1000, 1000, 1.0);
+        for (int i = 0; i < 20; ++i)
+            AsyncFile::wait(10.0);
+        const bool isLoading = AsyncFile::isLoading();
+        std::ofstream(std::getenv(s_endNote)) << std::fixed << NBX::NBXTime::now();
+        TearDownTestSuite(); // the application object goes before what is static
+        std::exit(isLoading ? 7 : 2);
+    }
+};
+
+TEST_F(AsyncFile_QtHttpDeathTest, TheProcessEndsWithinASecondAmidTransfers) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const TemporaryFolder folder;
+    const std::string note = std::string(std::getenv("TMPDIR")) + "/end";
+    ::setenv(s_endNote, note.c_str(), 0);
+    const NBX::SO<AsyncFile> file = open();
+    server_.setHeld(true);
+    EXPECT_EXIT(exitAmidTransfers(file), testing::ExitedWithCode(7), "");
+    ::unsetenv(s_endNote);
+    server_.setHeld(false);
+    double begin = 0.0;
+    std::ifstream(note) >> begin;
+    EXPECT_LT(0.0, begin);
+#ifdef __SANITIZE_ADDRESS__ // looks for leaks at the end
+    EXPECT_LT(NBX::NBXTime::now() - begin, 10.0);
+#else
+    EXPECT_LT(NBX::NBXTime::now() - begin, 1.0);
+#endif
+}
+
+} // namespace
