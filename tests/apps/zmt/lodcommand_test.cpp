@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/smallgeotiff.h"
+#include "support/wronguse.h"
 #include "support/zmtrun.h"
 
 namespace {
@@ -259,16 +260,6 @@ TEST(LodCommand, VoidsLieATenthOfTheRangeBelowTheLowestHeight) {
 
 TEST(LodCommand, TheSameSeedGivesTheSameTree) {
     EXPECT_EQ(build(hills(false), 1, "5").obj, build(hills(false), 1, "5").obj);
-}
-
-struct WrongUse {
-    const char * name;
-    std::vector<std::string> arguments;
-    const char * words;
-};
-
-std::ostream & operator<<(std::ostream & stream, const WrongUse & c) {
-    return stream << c.name;
 }
 
 class LodUsage : public ::testing::TestWithParam<WrongUse> {};

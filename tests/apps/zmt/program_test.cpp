@@ -10,6 +10,7 @@
 
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
+#include "support/wronguse.h"
 #include "support/zmtrun.h"
 
 namespace {
@@ -317,16 +318,6 @@ TEST(Program, ImagesThatCannotBeReadAreTold) {
     expectFailure(render(folder, terrain, {"--image", folder.in("none.png")}), 1,
                   {"no such file", folder.in("none.png")}, folder);
     expectFailure(render(folder, terrain, {"--image", shortened}), 1, {shortened}, folder);
-}
-
-struct WrongUse {
-    const char * name;
-    std::vector<std::string> arguments;
-    const char * words;
-};
-
-std::ostream & operator<<(std::ostream & stream, const WrongUse & c) {
-    return stream << c.name;
 }
 
 class RenderUsage : public ::testing::TestWithParam<WrongUse> {};

@@ -16,6 +16,7 @@
 #include <zmt/raster/tiledgeoimagepyramid.h>
 
 #include <support/recordedreports.h>
+#include <support/thrownwords.h>
 
 namespace {
 
@@ -63,17 +64,6 @@ protected:
         EXPECT_EQ(CE_None, dataset->GetRasterBand(1)->SetColorTable(&table));
         GDALClose(dataset);
         return path;
-    }
-    template <class Work> static std::string thrown(const Work & work) {
-        try {
-            work();
-        } catch (const NBX::InputException & exception) {
-            return exception.what();
-        }
-        return "nothing was thrown";
-    }
-    static void expectPart(const std::string & text, const std::string & part) {
-        EXPECT_NE(std::string::npos, text.find(part)) << text;
     }
 
     TestDirectory directory;

@@ -7,6 +7,8 @@
 #include <zmt/util/compressedtexture/compressedtexture.h>
 #include <zmt/util/compressedtexture/texturepyramid.h>
 
+#include <support/thrownwords.h>
+
 #include "pyramidfile.h"
 
 namespace {
@@ -22,17 +24,6 @@ protected:
     std::string write(const std::string & name, const std::vector<std::uint8_t> & bytes) {
         folder.write(name, bytes);
         return folder.file(name);
-    }
-    template <class Work> static std::string thrown(const Work & work) {
-        try {
-            work();
-        } catch (const NBX::InputException & exception) {
-            return exception.what();
-        }
-        return "nothing was thrown";
-    }
-    static void expectPart(const std::string & text, const std::string & part) {
-        EXPECT_NE(std::string::npos, text.find(part)) << text;
     }
 
     PyramidFolder folder;

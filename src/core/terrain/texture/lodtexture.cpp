@@ -31,12 +31,9 @@ using Point = NBX::Vector3Base<double>;
 using Levels = LODTextureRequest::Levels;
 
 constexpr double s_unbounded = 1e42;
-constexpr unsigned s_mapperBuckets = 1009;
-constexpr unsigned s_requestAgeLimit = 5;
 constexpr double s_idleSleep = 0.01;
-constexpr double s_bytesPerTexel = 4.0;
 
-unsigned s_maxTextureMemory = 128U << 20;
+unsigned s_maxTextureMemory = usualTextureMemory;
 
 NBX::Bounds inPlan(const NBX::Bounds & box) {
     if (!box.isDefined()) return box;
@@ -103,11 +100,11 @@ class LODTextureManager : public ResourceManager<LODTexture::Patch, NBX::Texture
     using Base = ResourceManager<LODTexture::Patch, NBX::TextureGL>;
     NBX_TEMPLATE_CLASS(LODTextureManager, Base)
 public:
-    LODTextureManager() : ResourceManager(s_maxTextureMemory, true, s_requestAgeLimit, s_idleSleep) {}
+    LODTextureManager() : ResourceManager(s_maxTextureMemory, true, textureRequestAgeLimit, s_idleSleep) {}
     ~LODTextureManager() override { shutdown(); }
 
     double sizeOf(const NBX::SO<LODTexture::Patch> & key) const override {
-        return s_bytesPerTexel * key->width * key->height;
+        return textureBytesPerTexel * key->width * key->height;
     }
 };
 
@@ -132,7 +129,7 @@ LODTexture::Patch::Patch(LODTexture_Image * patchImage, const NBX::Bounds & imag
 
 LODTexture::Patch::~Patch() = default;
 
-LODTexture::Mapper::Mapper() : NonPersistentDictionary(s_mapperBuckets) {}
+LODTexture::Mapper::Mapper() : NonPersistentDictionary(texturePatchBuckets) {}
 
 LODTexture::Mapper::~Mapper() = default;
 

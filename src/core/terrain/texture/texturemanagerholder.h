@@ -10,6 +10,15 @@
 
 namespace ZMT::CORE {
 
+/// Requests that no frame has asked for so many frames long are dropped.
+inline constexpr unsigned textureRequestAgeLimit = 5;
+/// Of the map of a texture's patches.
+inline constexpr unsigned texturePatchBuckets = 1009;
+/// What a texel takes of graphics memory, whatever the image holds.
+inline constexpr double textureBytesPerTexel = 4.0;
+/// At first, in bytes.
+inline constexpr unsigned usualTextureMemory = 128U << 20;
+
 /// The one manager of a class of textures: made by the first frame, ended with the process.
 template <class Manager> class TextureManagerHolder {
 public:

@@ -33,12 +33,9 @@ using Point = NBX::Vector3Base<double>;
 using Levels = LODTextureRequest::Levels;
 
 constexpr double s_unbounded = 1e42;
-constexpr unsigned s_mapperBuckets = 1009;
-constexpr unsigned s_requestAgeLimit = 5;
 constexpr double s_idleSleep = 0.0;
-constexpr double s_bytesPerTexel = 4.0;
 
-unsigned s_maxTextureMemory = 128U << 20;
+unsigned s_maxTextureMemory = usualTextureMemory;
 
 Levels levelsOf(const RASTER::TiledGeoImagePyramid * pyramid) {
     Levels levels;
@@ -86,14 +83,15 @@ class TiledLODTexture_Manager : public ResourceManager<TiledLODTexture::Patch, N
     using Base = ResourceManager<TiledLODTexture::Patch, NBX::TextureGL>;
     NBX_TEMPLATE_CLASS(TiledLODTexture_Manager, Base)
 public:
-    TiledLODTexture_Manager() : ResourceManager(s_maxTextureMemory, true, s_requestAgeLimit, s_idleSleep) {
+    TiledLODTexture_Manager()
+        : ResourceManager(s_maxTextureMemory, true, textureRequestAgeLimit, s_idleSleep) {
         NBX_REPORT(2, L"!USE_MULTI_THREADING",
                    L"using multi-threading for TiledLODTexture; may lead to problems?");
     }
     ~TiledLODTexture_Manager() override { shutdown(); }
 
     double sizeOf(const NBX::SO<TiledLODTexture::Patch> & key) const override {
-        return s_bytesPerTexel * key->width * key->height;
+        return textureBytesPerTexel * key->width * key->height;
     }
 };
 
@@ -114,7 +112,7 @@ TiledLODTexture::Patch::Patch(RASTER::TiledGeoImagePyramid * patchPyramid, unsig
 
 TiledLODTexture::Patch::~Patch() = default;
 
-TiledLODTexture::Mapper::Mapper() : NonPersistentDictionary(s_mapperBuckets) {}
+TiledLODTexture::Mapper::Mapper() : NonPersistentDictionary(texturePatchBuckets) {}
 
 TiledLODTexture::Mapper::~Mapper() = default;
 

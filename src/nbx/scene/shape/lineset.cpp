@@ -1,5 +1,6 @@
 #include <nbx/scene/shape/lineset.h>
 
+#include "boxofvertices.h"
 #include <nbx/object/exception.h>
 #include <nbx/object/serializationmanager.h>
 
@@ -28,10 +29,7 @@ void LineSet::setColorIterator(SO<Colors> colors) {
 
 Bounds LineSet::boundingBox() const {
     if (boxValid_) return box_;
-    box_ = Bounds();
-    const unsigned n = vertices_ ? vertices_->size() : 0;
-    for (unsigned i = 0; i < n; ++i)
-        box_ += vertices_->get(i);
+    box_ = boxOfVertices(vertices_.get());
     boxValid_ = true;
     return box_;
 }

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "boxofvertices.h"
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
@@ -116,10 +117,7 @@ bool PolygonSet::triangle(unsigned i, std::array<unsigned, 3> & vertices) const 
 
 Bounds PolygonSet::boundingBox() const {
     if (boxValid_) return box_;
-    box_ = Bounds();
-    const unsigned n = vertices_ ? vertices_->size() : 0;
-    for (unsigned i = 0; i < n; ++i)
-        box_ += vertices_->get(i);
+    box_ = boxOfVertices(vertices_.get());
     boxValid_ = true;
     return box_;
 }

@@ -3,14 +3,14 @@
 #include <nbx/container/sequence/array.h>
 #include <nbx/scene/shape/polygonset.h>
 
-#include "support/glfixture.h"
+#include "columnfixture.h"
 
 namespace {
 
 using namespace NBX;
 using Point = Vector3Base<double>;
 
-class PolygonSetPainterGLTest : public GLFixture {
+class PolygonSetPainterGLTest : public ColumnFixture {
 protected:
     static SO<Array<Point>> points(const std::vector<Point> & values) {
         return SO<Array<Point>>(new Array<Point>(values));
@@ -24,15 +24,6 @@ protected:
     static SO<PolygonSet> newSet(const std::vector<unsigned> & indices) {
         const SO<Array<unsigned>> sequence(new Array<unsigned>(indices));
         return SO<PolygonSet>(new PolygonSet(PolygonSet::PT_Triangles, points(corners()), sequence));
-    }
-    std::string columns() {
-        const SO<Image> image = draw();
-        std::string result;
-        for (int x = 4; x < 64; x += 8) {
-            const auto p = pixel(image, x, 32);
-            result += p[0] && p[1] && p[2] ? 'w' : p[0] ? 'r' : p[1] ? 'g' : p[2] ? 'b' : '.';
-        }
-        return result;
     }
 };
 
@@ -99,22 +90,7 @@ TEST_F(PolygonSetPainterGLTest, UsesColorsAndTextureCoordinates) {
     for (unsigned i = 4; i < 8; ++i)
         coordinates[i].x = 0.75;
     set->setTextureIterator(points(coordinates));
-    const unsigned char texels[] = {255, 0, 0, 0, 255, 0};
-    GLuint texture = 0;
-    glGenTextures(1, &texture);
-    for (const unsigned unit : {0U, 1U}) {
-        glActiveTexture(GL_TEXTURE0 + unit);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 2, 1, 0, GL_RGB, GL_UNSIGNED_BYTE, texels);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        glEnable(GL_TEXTURE_2D);
-        EXPECT_EQ("rr....gg", columns()) << "unit " << unit;
-        glDisable(GL_TEXTURE_2D);
-        glBindTexture(GL_TEXTURE_2D, 0);
-    }
-    glActiveTexture(GL_TEXTURE0);
-    glDeleteTextures(1, &texture);
+    expectTexturedColumns("rr....gg");
 }
 
 TEST_F(PolygonSetPainterGLTest, LeavesTheStateOfGLAsItIsFound) {

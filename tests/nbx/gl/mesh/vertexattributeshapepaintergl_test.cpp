@@ -3,14 +3,14 @@
 #include <nbx/gl/mesh/vertexattributebufferobjectgl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 
-#include "support/glfixture.h"
+#include "columnfixture.h"
 
 namespace {
 
 using namespace NBX;
 using Vertex = Vector3Base<float>;
 
-class VertexAttributeShapePainterGLTest : public GLFixture {
+class VertexAttributeShapePainterGLTest : public ColumnFixture {
 protected:
     template <class T> SO<BaseVertexAttributeBufferObjectGL> newBuffer(const std::vector<T> & values) {
         return SO<BaseVertexAttributeBufferObjectGL>(
@@ -25,16 +25,6 @@ protected:
     static std::vector<Vertex> corners() {
         return {{-1, -1, 0},   {-1, 1, 0},   {-0.5F, -1, 0}, {-0.5F, 1, 0},
                 {0.5F, -1, 0}, {0.5F, 1, 0}, {1, -1, 0},     {1, 1, 0}};
-    }
-    /// One letter for each of eight columns of the picture's middle line.
-    std::string columns() {
-        const SO<Image> image = draw();
-        std::string result;
-        for (int x = 4; x < 64; x += 8) {
-            const auto p = pixel(image, x, 32);
-            result += p[0] && p[1] && p[2] ? 'w' : p[0] ? 'r' : p[1] ? 'g' : p[2] ? 'b' : '.';
-        }
-        return result;
     }
 };
 
@@ -92,10 +82,6 @@ TEST_F(VertexAttributeShapePainterGLTest, UsesItsNormals) {
 }
 
 TEST_F(VertexAttributeShapePainterGLTest, UsesTextureCoordinatesOnAllUnits) {
-    // The texture is red for s below one half, and green above.
-    const unsigned char texels[] = {255, 0, 0, 0, 255, 0};
-    GLuint texture = 0;
-    glGenTextures(1, &texture);
     const SO<VertexAttributeShapeGL> shape(
         new VertexAttributeShapeGL(VertexAttributeShapeGL::PT_TriangleStrip, newBuffer(corners()), nullptr,
                                    newIndexBuffer<std::uint32_t>({4, 8})));
@@ -104,19 +90,7 @@ TEST_F(VertexAttributeShapePainterGLTest, UsesTextureCoordinatesOnAllUnits) {
         coordinates[i] = {0.75F, 0.5F};
     shape->setTexCoords(0, newBuffer(coordinates));
     root->append(shape.get());
-    for (const unsigned unit : {0U, 1U}) {
-        glActiveTexture(GL_TEXTURE0 + unit);
-        glBindTexture(GL_TEXTURE_2D, texture);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGB, 2, 1, 0, GL_RGB, GL_UNSIGNED_BYTE, texels);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        glEnable(GL_TEXTURE_2D);
-        EXPECT_EQ("rr....gg", columns()) << "unit " << unit;
-        glDisable(GL_TEXTURE_2D);
-        glBindTexture(GL_TEXTURE_2D, 0);
-    }
-    glActiveTexture(GL_TEXTURE0);
-    glDeleteTextures(1, &texture);
+    expectTexturedColumns("rr....gg");
 }
 
 TEST_F(VertexAttributeShapePainterGLTest, LeavesTheStateOfGLAsItIsFound) {
