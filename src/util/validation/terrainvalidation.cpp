@@ -13,7 +13,7 @@
 #include "blockwalk.h"
 #include "core/terrain/geometry/grid/model/terrainfileformat.h"
 #include "core/terrain/geometry/grid/model/tileblock.h"
-#include "core/terrain/geometry/grid/tilesamples.h"
+#include "core/terrain/geometry/grid/creation/tilesamples.h"
 #include "texturevalidation.h"
 
 namespace ZMT::UTIL {
