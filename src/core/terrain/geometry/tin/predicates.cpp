@@ -238,8 +238,9 @@ bool isRectangle(const Point & a, const Point & b, const Point & c, const Point 
 }
 
 __extension__ typedef __int128 Int128;
+__extension__ typedef unsigned __int128 Unsigned128;
 
-/// A corner in units of a power of two, as whole numbers of at most 30 bits.
+/// A corner in units of a power of two, as whole numbers of at most 53 bits.
 struct Lattice {
     /// False if a component is not a multiple of the unit.
     bool set(const Relative & p, double unitsPerLength) {
@@ -248,26 +249,61 @@ struct Lattice {
         y = static_cast<std::int64_t>(scaledY);
         return static_cast<double>(x) == scaledX && static_cast<double>(y) == scaledY;
     }
-    std::int64_t lift() const { return x * x + y * y; }
+    Unsigned128 lift() const {
+        return static_cast<Unsigned128>(static_cast<Int128>(x) * x + static_cast<Int128>(y) * y);
+    }
 
     std::int64_t x, y;
 };
 
-inline std::int64_t cross(const Lattice & p, const Lattice & q) {
-    return p.x * q.y - q.x * p.y;
+inline Int128 cross(const Lattice & p, const Lattice & q) {
+    return static_cast<Int128>(p.x) * q.y - static_cast<Int128>(q.x) * p.y;
 }
 
-/// The determinant in whole numbers, where the exact differences are coarse enough for it.
+/// A sum of products of 107 bits each, in two's complement.
+class WideSum {
+public:
+    void add(Unsigned128 a, Int128 b) {
+        const bool isNegative = b < 0;
+        const auto magnitude = static_cast<Unsigned128>(isNegative ? -b : b);
+        const Unsigned128 a0 = a & s_half, a1 = a >> 64, b0 = magnitude & s_half, b1 = magnitude >> 64;
+        const Unsigned128 middle = a0 * b1 + a1 * b0;
+        Unsigned128 low = a0 * b0;
+        const Unsigned128 moved = middle << 64;
+        Unsigned128 high = a1 * b1 + (middle >> 64);
+        low += moved;
+        high += low < moved;
+        if (isNegative) {
+            low = ~low + 1;
+            high = ~high + (low == 0);
+        }
+        low_ += low;
+        high_ += high + (low_ < low);
+    }
+    /// -1, 0 or 1.
+    double sign() const {
+        if (high_ >> 127 != 0) return -1.0;
+        return high_ != 0 || low_ != 0 ? 1.0 : 0.0;
+    }
+
+private:
+    static constexpr Unsigned128 s_half = ~std::uint64_t(0);
+
+    Unsigned128 high_ = 0, low_ = 0;
+};
+
+/// The sign of the determinant in whole numbers, where the exact differences are coarse enough for it.
 bool incircleOnLattice(const Relative & a, const Relative & b, const Relative & c, double & result) {
     const double extent = std::max({a.magnitude(), b.magnitude(), c.magnitude()});
     if (!(extent > 1e-70 && extent < 1e70)) return false;
-    const double unitsPerLength = std::ldexp(1.0, 29 - std::ilogb(extent));
+    const double unitsPerLength = std::ldexp(1.0, 52 - std::ilogb(extent));
     Lattice p, q, r;
     if (!p.set(a, unitsPerLength) || !q.set(b, unitsPerLength) || !r.set(c, unitsPerLength)) return false;
-    const Int128 det = static_cast<Int128>(p.lift()) * cross(q, r) +
-                       static_cast<Int128>(q.lift()) * cross(r, p) +
-                       static_cast<Int128>(r.lift()) * cross(p, q);
-    result = static_cast<double>(det);
+    WideSum det;
+    det.add(p.lift(), cross(q, r));
+    det.add(q.lift(), cross(r, p));
+    det.add(r.lift(), cross(p, q));
+    result = det.sign();
     return true;
 }
 
