@@ -5,16 +5,15 @@
 #include <cctype>
 #include <cmath>
 
+#include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/polygonmodegl.h>
+#include <nbx/gl/state/polygonoffsetgl.h>
 #include <nbx/image/image.h>
 #include <nbx/image/imagewriter.h>
 #include <nbx/math/color.h>
 #include <nbx/object/nbxtime.h>
-#include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
 
 namespace {
-
-using ZMT::CORE::GRID::GridTerrainPainterGL;
 
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
@@ -29,15 +28,11 @@ void checkErrors(const AllowedErrors & errors) {
 
 void Frames::add(const std::function<void()> & draw) {
     ZMT::CORE::PatchInspectorGL::reset();
-    GridTerrainPainterGL::resetStatistics();
     const double start = NBX::NBXTime::now();
     draw();
     lastMilliseconds = (NBX::NBXTime::now() - start) * 1000.0;
     drawn = ZMT::CORE::PatchInspectorGL::statistics();
-    const auto & streamed = GridTerrainPainterGL::statistics();
-    drawn.patches += streamed.tilesCounted;
-    drawn.triangles += streamed.triangles;
-    missingTiles = streamed.missingTiles;
+    missingTiles = drawn.missingTiles;
     ++count;
 }
 
@@ -48,6 +43,15 @@ void prepareCanvas(NBX::GLCanvas & canvas) {
 
 NBX::SO<NBX::Attribute> makeWireframe() {
     return new NBX::PolygonModeGL(NBX::PolygonModeGL::M_Line);
+}
+
+NBX::SO<NBX::SceneThing> makeHidingSurface(const NBX::SO<NBX::SceneThing> & node) {
+    NBX::SO<NBX::SceneThing> surface(new NBX::SceneThing);
+    surface->append(NBX::ColorBufferGL::newLock(false, false, false, false));
+    // Behind its own edges.
+    surface->append(new NBX::PolygonOffsetGL(NBX::PolygonOffsetGL::F_Filled, 1.0, 1.0));
+    surface->append(node.get());
+    return surface;
 }
 
 void checkPictureName(const std::string & option, const std::string & path) {

@@ -7,6 +7,7 @@
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
+#include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
 
 // What the pictures in files and those in the window have in common.
@@ -35,8 +36,10 @@ struct Frames {
 
 /// Sky behind the landscape, and pictures that are refined while time goes on.
 void prepareCanvas(NBX::GLCanvas & canvas);
-/// What lies behind it in a node is drawn by its edges.
+/// What follows it in a node is drawn by its edges. Walls are left out.
 NBX::SO<NBX::Attribute> makeWireframe();
+/// The surface of `node`, without colours: in front of a wireframe of the same it hides what lies behind.
+NBX::SO<NBX::SceneThing> makeHidingSurface(const NBX::SO<NBX::SceneThing> & node);
 /// Throws `UsageError` for a name that promises another format than PNG or JPEG.
 void checkPictureName(const std::string & option, const std::string & path);
 /// Draws the canvas and writes the file of the name `path`, JPEG where it says so and PNG otherwise, to

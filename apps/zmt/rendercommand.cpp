@@ -155,7 +155,10 @@ void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Lan
     const Viewpoint viewpoint = findViewpoint(options.view, landscape.viewedGround());
     tellBuriedEye(viewpoint, landscape.viewedGround());
     scene.append(makeCamera(viewpoint, landscape.box()).get());
-    if (options.wireframe) scene.append(makeWireframe().get());
+    if (options.wireframe) {
+        scene.append(makeHidingSurface(landscape.node()).get());
+        scene.append(makeWireframe().get());
+    }
     scene.append(landscape.node().get());
 }
 
@@ -233,7 +236,8 @@ void addRenderCommand(CLI::App & app) {
     addMemoryOptions(*command, options->memory);
     command->add_flag("--allow-incomplete", options->allowIncomplete,
                       "Write the picture also where parts of a streaming terrain cannot be read");
-    command->add_flag("--wireframe", options->wireframe, "Draw edges");
+    command->add_flag("--wireframe", options->wireframe,
+                      "Draw edges, without those that are hidden, and without walls");
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
     command->add_option("--stats", options->stats, "JSON file for what was drawn");
     command

@@ -233,9 +233,11 @@ void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
     streams_.clear();
     scene_->clear();
     if (landscape_) {
+        hiding_ = makeHidingSurface(landscape_->node());
+        hiding_->setEnableState(wireframe_->isEnabled());
         for (NBX::RenderObj * object :
              {static_cast<NBX::RenderObj *>(camera_.get()), static_cast<NBX::RenderObj *>(motion_.get()),
-              static_cast<NBX::RenderObj *>(wireframe_.get()),
+              static_cast<NBX::RenderObj *>(hiding_.get()), static_cast<NBX::RenderObj *>(wireframe_.get()),
               static_cast<NBX::RenderObj *>(landscape_->node().get())})
             scene_->append(object);
         flight_.setGround(ground());
@@ -315,6 +317,7 @@ void LandscapeView::setGeometryError(double pixels) {
 
 void LandscapeView::setWireframe(bool enable) {
     wireframe_->setEnableState(enable);
+    if (hiding_) hiding_->setEnableState(enable);
     redraw();
 }
 

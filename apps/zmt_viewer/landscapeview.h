@@ -118,6 +118,7 @@ private:
     NBX::SO<NBX::LookAt> lookAt_;
     NBX::SO<NBX::Camera> camera_;
     NBX::SO<NBX::Attribute> wireframe_;
+    NBX::SO<NBX::SceneThing> hiding_; ///< what lies behind the edges; null without a landscape
     std::shared_ptr<Landscape> landscape_;
 
     FlightController flight_;

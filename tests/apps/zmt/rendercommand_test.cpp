@@ -342,6 +342,51 @@ TEST(RenderCommand, SizeIsAsAsked) {
     }
 }
 
+/// A wall of rock 320 m high from west to east, seen from the south and from below its top. Behind it every
+/// cell stands by itself where the ground is rough.
+SmallGeoTiff rock(bool isRoughBehind) {
+    SmallGeoTiff tiff{33, 33};
+    for (unsigned line = 0; line < 33; ++line)
+        for (unsigned column = 0; column < 33; ++column)
+            tiff.heights.push_back(line == 20                                             ? 320.0F
+                                   : isRoughBehind && line < 16 && line * column % 3 == 1 ? 90.0F
+                                                                                          : 0.0F);
+    return tiff;
+}
+
+NBX::SO<NBX::Image> wireframeOf(const SmallGeoTiff & tiff, const std::string & method) {
+    const RunFolder folder;
+    const RunResult run = render(folder, {"--terrain", folder.write("t.tif", tiff.encode()), "--wireframe",
+                                          "--geometry-error", "0", "--method", method, "--size", "160x120",
+                                          "--view", "500528,3098300,150,500528,3099344,100"});
+    EXPECT_EQ(0, run.status) << run.errors;
+    return readPng(folder.out("picture.png"));
+}
+
+TEST(RenderCommand, WireframeHidesWhatIsBehind) {
+    for (const char * method : {"tree", "chunked"})
+        EXPECT_EQ(
+            0.0,
+            compareImages(*wireframeOf(rock(false), method), *wireframeOf(rock(true), method), 1.0).share)
+            << method;
+}
+
+/// Below the southern edge of the ground, in line 34, there is sky, but for the ends of the skirts between
+/// patches.
+TEST(RenderCommand, WireframeLeavesWallsOut) {
+    for (const char * method : {"tree", "chunked"}) {
+        const auto picture = wireframeOf(rock(false), method);
+        int columns = 0;
+        for (int x = 0; x < picture->width(); ++x) {
+            bool isSky = true;
+            for (int y = 0; y < 30; ++y)
+                isSky = isSky && picture->getColor(x, y)[2] > 0.85;
+            columns += isSky ? 0 : 1;
+        }
+        EXPECT_LT(columns, 16) << method;
+    }
+}
+
 nlohmann::json statsOf(const std::vector<std::string> & more) {
     const RunFolder folder;
     std::vector<std::string> arguments = {"--terrain", s_jacksboro,          "--size", "160x100",

@@ -7,6 +7,7 @@
 #include <GL/gl.h>
 
 #include <nbx/gl/context/enginegl.h>
+#include <nbx/gl/state/polygonmodegl.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
@@ -33,6 +34,13 @@ std::array<float, 3> colorOf(const GeometryPatch & patch) {
     for (unsigned c = 0; c < 3; ++c)
         color[c] = static_cast<float>(0.65 + 0.35 * std::cos(6.283185307 * (turn + c / 3.0)));
     return color;
+}
+
+/// Among edges, walls are nothing but a curtain of lines.
+bool drawsEdges(const NBX::Engine & engine) {
+    const auto * mode =
+        dynamic_cast<const NBX::PolygonModeGL *>(engine.getAttribute(NBX::PolygonModeGL::ClassNameNBX()));
+    return mode && mode->getMode() == NBX::PolygonModeGL::M_Line;
 }
 
 } // namespace
@@ -75,8 +83,9 @@ NBX::ID PatchInspectorGL::target() const {
 
 bool PatchInspectorGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     const auto * patch = dynamic_cast<const GeometryPatch *>(shape);
-    if (!patch || engine->getAttribute(GeometryPatchPainterGL::outerWallFlag()))
-        return painter_->render(engine, shape);
+    if (!patch) return painter_->render(engine, shape);
+    if (engine->getAttribute(GeometryPatchPainterGL::outerWallFlag()))
+        return drawsEdges(*engine) || painter_->render(engine, shape);
 
     if (colorsPatches_) {
         glPushAttrib(GL_CURRENT_BIT);

@@ -8,7 +8,8 @@
 namespace ZMT::CORE {
 
 /// Stands in front of a patch painter and shows what it does: notes the patches drawn, and can draw each in a
-/// colour of its own, so that the level of detail is seen. Registered behind the painter it takes its place.
+/// colour of its own, so that the level of detail is seen. Where edges are drawn, it leaves out the outer
+/// walls. Registered behind the painter it takes its place.
 /// Render thread only.
 class PatchInspectorGL : public GeometryPatchPainterGL {
     NBX_CLASS(PatchInspectorGL, GeometryPatchPainterGL)
