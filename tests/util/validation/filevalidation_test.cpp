@@ -21,6 +21,11 @@ Bytes terrainBytes() {
 
 class ValidationFromServer : public WebTest {
 protected:
+    void SetUp() override {
+        WebTest::SetUp();
+        // Nothing here is silent, however busy the machine is.
+        ZMT::CORE::IMPL::httpTimes().silenceMilliseconds = 2000;
+    }
     ValidationReport validated(const Bytes & bytes) {
         server_.setFile("/t.ztt", std::string(bytes.begin(), bytes.end()), "\"a\"");
         const NBX::SO<AsyncFile> file = AsyncFile::create(server_.url("/t.ztt"));

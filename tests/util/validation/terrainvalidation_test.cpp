@@ -174,6 +174,8 @@ TEST(TerrainValidation, PlantedFaultsAreNamed) {
         {"size", [](Bytes & b) { set(b, 8, std::uint64_t(b.size() + 16)); }, 8, "the blocks end at"},
         {"reserved", [](Bytes & b) { b[20] = 1; }, 16, "the reserved number is not 0"},
         {"extent", [](Bytes & b) { ++b[24]; }, 24, "the size is 34, and the tree has room for 33"},
+        {"larger extent", [](Bytes & b) { ++b[28]; }, 28,
+         "the size is 26, and the box of the root ends at 24"},
         {"smaller extent", [](Bytes & b) { --b[28]; }, 28,
          "the size is 24, and the box of the root ends at 24"},
         {"no extent", [](Bytes & b) { set(b, 28, 0U); }, 28, "the size is 0, and the tree has room for 33"},
@@ -221,10 +223,14 @@ TEST(TerrainValidation, PlantedFaultsAreNamed) {
 }
 
 TEST(TerrainValidation, AWrongBoxIsToldOnce) {
-    Bytes bytes = plain().bytes;
-    const std::size_t finest = plain().blocks.front();
-    ++bytes[finest + 52];
-    EXPECT_EQ(report(bytes).faultCount, 1U) << faults(bytes);
+    for (const std::size_t block : plain().blocks)
+        for (const auto & [offset, value] : {std::pair{40U, 1U}, {52U, 65535U}}) {
+            Bytes bytes = plain().bytes;
+            if (get<std::uint32_t>(bytes, block + offset) == value) continue;
+            set(bytes, block + offset, value);
+            EXPECT_EQ(report(bytes).faultCount, 1U) << faults(bytes);
+            EXPECT_EQ(report(bytes).faults.at(0).offset, block + offset);
+        }
 }
 
 TEST(TerrainValidation, OverlapsGapsAndHolesAreFound) {
@@ -292,17 +298,54 @@ TEST(TerrainValidation, NothingBelowATileWithHeightsIsFound) {
     EXPECT_GT(changes, 5U);
 }
 
+TEST(TerrainValidation, TheLastBlockHasItsZeros) {
+    Bytes bytes = plain().bytes;
+    bytes.resize(plain().blocks.back() + get<std::uint32_t>(bytes, 88 + 8));
+    ASSERT_NE(bytes.size() % 16, 0U);
+    set(bytes, 8, std::uint64_t(bytes.size()));
+    EXPECT_EQ(faults(bytes), "8: the blocks do not end at a multiple of 16\n");
+}
+
+TEST(TerrainValidation, NothingBelowASingleCellIsFound) {
+    const std::size_t root = plain().blocks.back();
+    Bytes bytes = plain().bytes;
+    std::fill_n(bytes.begin() + std::ptrdiff_t(root + 64), 16, std::uint8_t(0));
+    const auto isTold = [&](unsigned x, unsigned y) {
+        Bytes one = bytes;
+        for (unsigned i = 0; i < 25; ++i)
+            set(one, root + 128 + 2 * std::size_t(i % 5 + 9 * (i / 5)), std::uint16_t(0));
+        for (const unsigned at : {x + 9 * y, x + 1 + 9 * y, x + 9 * y + 9, x + 10 + 9 * y})
+            set(one, root + 128 + 2 * std::size_t(at), std::uint16_t(7));
+        return faults(one).find("child 0 has nothing where the tile has heights") != std::string::npos;
+    };
+    // What touches the border of the quarter may stem from beyond.
+    for (unsigned y = 0; y < 4; ++y)
+        for (unsigned x = 0; x < 4; ++x)
+            EXPECT_EQ(isTold(x, y), x > 0 && x < 3 && y > 0 && y < 3) << x << " " << y;
+}
+
 TEST(TerrainValidation, HeightsOutsideOfTheBoxAreFound) {
-    // The upper half of the square is empty.
-    const Rewriting low(terrain, written(band(33, 9), 3), false);
-    Bytes bytes = low.bytes;
-    const std::size_t root = low.blocks.back();
-    ASSERT_EQ(get<std::uint32_t>(bytes, root + 96 + 8), 0U);
-    set(bytes, root + 96 + 8, 1U);
-    EXPECT_EQ(faults(bytes),
-              std::to_string(root + 96) +
-                  ": the tile of depth 2 at 0, 0: child 2 has heights outside of the box of the "
-                  "tile\n");
+    // The boxes end in the middle of the square.
+    const double none = FunctionBand::none;
+    const struct {
+        SO<FunctionBand> source;
+        unsigned child;
+    } cases[] = {
+        {band(33, 13), 2},
+        {band(13, 33), 1},
+        {band(33, 33, [=](unsigned x, unsigned y) { return y < 20 ? none : FunctionBand::hills(x, y); }), 0},
+        {band(33, 33, [=](unsigned x, unsigned y) { return x < 20 ? none : FunctionBand::hills(x, y); }), 2},
+    };
+    for (const auto & c : cases) {
+        const Rewriting half(terrain, written(c.source, 3), false);
+        Bytes bytes = half.bytes;
+        const std::size_t ref = half.blocks.back() + 64 + 16 * std::size_t(c.child);
+        ASSERT_EQ(get<std::uint32_t>(bytes, ref + 8), 0U);
+        set(bytes, ref + 8, 1U);
+        EXPECT_EQ(faults(bytes), std::to_string(ref) + ": the tile of depth 2 at 0, 0: child " +
+                                     std::to_string(c.child) +
+                                     " has heights outside of the box of the tile\n");
+    }
 }
 
 TEST(TerrainValidation, DamagedBlocksAreFoundWhereTheyBegin) {
@@ -314,6 +357,8 @@ TEST(TerrainValidation, DamagedBlocksAreFoundWhereTheyBegin) {
         const std::string expected = std::to_string(packed.blocks[i]) + ": the tile of depth ";
         EXPECT_EQ(faults(bytes).substr(0, expected.size()), expected) << faults(bytes);
         EXPECT_NE(faults(bytes).find("does not inflate to"), std::string::npos) << faults(bytes);
+        // What lies below is not seen, and says nothing of the tiles above.
+        EXPECT_EQ(report(bytes).faultCount, 1U) << faults(bytes);
     }
     // Sound streams of wrong contents.
     for (unsigned number = 0; number < packed.blocks.size(); ++number) {
@@ -357,6 +402,14 @@ TEST(TerrainValidation, LightMapsAreHeldAgainstTheTerrain) {
     EXPECT_NE(withLight(other).find(at + "the light map is not in the place of the terrain"),
               std::string::npos);
     EXPECT_NE(withLight(other).find(at + "the light map has "), std::string::npos) << withLight(other);
+    // Each side of its root.
+    const Rewriting open(texture, light, false);
+    for (std::size_t side = 0; side < 4; ++side) {
+        Bytes moved = open.bytes;
+        const std::size_t number = open.blocks.back() + 64 + 8 * side;
+        set(moved, number, get<double>(moved, number) + 0.01);
+        EXPECT_EQ(withLight(moved), at + "the light map is not in the place of the terrain\n") << side;
+    }
     // Pixels of another kind.
     const Rewriting alpha(texture, light, false, [](Bytes & block, unsigned) {
         set(block, 24, 4U);

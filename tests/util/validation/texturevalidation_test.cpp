@@ -207,6 +207,15 @@ TEST(TextureValidation, BlocksBetweenMultiplesOf16AreFound) {
                                  " bytes at 264, is no multiple of 16\n256: 8 bytes belong to nothing\n");
 }
 
+TEST(TextureValidation, TheEndIsAMultipleOf16) {
+    Bytes bytes = plain().bytes;
+    const std::string end = std::to_string(bytes.size());
+    bytes.resize(bytes.size() + 8);
+    set(bytes, 8, std::uint64_t(bytes.size()));
+    EXPECT_EQ(faults(bytes),
+              "8: the blocks do not end at a multiple of 16\n" + end + ": 8 bytes belong to nothing\n");
+}
+
 TEST(TextureValidation, TreesDeeperThanReadersGoAreRefused) {
     // Each tile has the one before it as its only child.
     Bytes bytes(256);
