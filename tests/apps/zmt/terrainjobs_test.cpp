@@ -39,6 +39,12 @@ protected:
     RunFolder folder;
 };
 
+TEST_F(TerrainJobs, TheDocumentShowsTheScripts) {
+    const std::string document = readWhole(s_root + "docs/large-terrains.md");
+    for (const char * name : {"terrain-parallel.sh", "terrain-slurm.sh"})
+        EXPECT_NE(std::string::npos, document.find(readWhole(s_root + "docs/" + name))) << name;
+}
+
 TEST_F(TerrainJobs, GnuParallelWritesTheTerrainOfOneProcess) {
     if (shell("command -v parallel").status != 0) GTEST_SKIP() << "GNU parallel is not installed";
     const std::string script = s_root + "docs/terrain-parallel.sh 3 '" + s_raster + "' parallel.ztt";

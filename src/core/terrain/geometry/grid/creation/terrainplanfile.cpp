@@ -34,6 +34,10 @@ std::uint64_t hashOf(const std::vector<char> & bytes) {
     return hash.value();
 }
 
+[[noreturn]] void throwDamaged(const NBX::File & file) {
+    throw NBX::InputException(L"the plan is damaged or cut off; make it anew", file.fullName());
+}
+
 bool isInside(const LatticeArea & area, const LatticeArea & limits) {
     return limits.minX <= area.minX && area.minX <= area.maxX && area.maxX <= limits.maxX &&
            limits.minY <= area.minY && area.minY <= area.maxY && area.maxY <= limits.maxY;
@@ -144,20 +148,19 @@ TerrainPlanFile TerrainPlanFile::read(NBX::File & file) {
     if (head.version != s_version)
         throw NBX::InputException(L"is a plan of another version of this program; make it anew",
                                   file.fullName());
-    const NBX::InputException damaged(L"the plan is damaged or cut off; make it anew", file.fullName());
-    if (head.zero != 0 || head.descriptionSize > file.size() - sizeof head) throw damaged;
+    if (head.zero != 0 || head.descriptionSize > file.size() - sizeof head) throwDamaged(file);
     std::vector<char> bytes(head.descriptionSize);
     if (file.read(bytes.data(), bytes.size()) != bytes.size() || hashOf(bytes) != head.descriptionHash)
-        throw damaged;
+        throwDamaged(file);
     TerrainPlanFile plan;
     try {
         plan.takeDescription(bytes);
     } catch (const NBX::IOException &) {
-        throw damaged;
+        throwDamaged(file);
     }
     if (!plan.isSound() ||
         file.size() != plan.levelsStart() + HeightLevels(plan.sourceArea, plan.header.treeDepth).bytes())
-        throw damaged;
+        throwDamaged(file);
     return plan;
 }
 
