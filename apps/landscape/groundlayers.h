@@ -20,9 +20,11 @@ enum class LayerKind {
     HeightColors,
     Shading, ///< the light, of whatever `Lighting`
     Image,
+    Draped, ///< areas that lie above the ground
 };
 
-/// What lies on the ground of a landscape. Every effect belongs in front of the terrain, lowest first.
+/// What lies on the ground of a landscape. Every effect belongs in front of the terrain, lowest first; what
+/// is draped has none, and stands for itself.
 struct GroundLayer {
     LayerKind kind;
     std::string name; ///< for people

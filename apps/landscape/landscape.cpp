@@ -4,12 +4,15 @@
 
 #include "landscape.h"
 
+#include <filesystem>
+
 #include "errors.h"
 #include "terraininput.h"
 #include "vectorinput.h"
 
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
+#include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 
@@ -19,16 +22,17 @@ using Point = NBX::Vector3Base<double>;
 
 } // namespace
 
-Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & streamed) {
-    const Lighting lighting = options.lighting;
-    const Sunlight sun = options.light.value_or(defaultSun());
+Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & streamed) {
+    const Lighting lighting = given.lighting;
+    const Sunlight sun = given.light.value_or(defaultSun());
     // A window may get a built terrain later, with options that were given for rasters.
     TerrainReading how;
-    if (!isBuiltTerrain(options.terrain)) how = {.fillVoids = options.fillVoids, .crs = options.crs};
-    const TerrainInput input = readTerrain(options.terrain, how, streamed);
+    if (!isBuiltTerrain(given.terrain)) how = {.fillVoids = given.fillVoids, .crs = given.crs};
+    const TerrainInput input = readTerrain(given.terrain, how, streamed);
     isStreamed_ = bool(input.streamed);
     reference_ = input.reference;
     grid_ = input.grid;
+    const LandscapeOptions options = withVectors(given, input);
     const auto & raster = *grid_->rasterData();
     extent_ = {raster.minX(), raster.minY(), raster.maxX(), raster.maxY()};
     // What cannot be read is noticed before the long work.
@@ -66,8 +70,27 @@ Landscape::Landscape(const LandscapeOptions & options, const StreamedFiles & str
         interest_ = image.box;
     }
     for (std::size_t i = 0; i < areas.size(); ++i)
-        ground_->append(drapeAreas(terrain_, areas[i], options.drapeLift, options.draped[i]).get());
+        drape(options.draped[i], areas[i], options.drapeLift);
     ground_->append(terrain_.get());
+}
+
+LandscapeOptions Landscape::withVectors(LandscapeOptions options, const TerrainInput & input) const {
+    const std::size_t before = options.breakLines.size();
+    for (const std::string & path : options.vectors) {
+        if (input.streamed)
+            throw DataError(path + ": areas and lines need a height raster, and " +
+                            shownName(options.terrain) + " is a streaming terrain; open the raster");
+        if (hasAreas(*grid_, path, reference_)) {
+            options.draped.push_back(path);
+            continue;
+        }
+        if (input.built)
+            throw DataError(path + ": lines become edges while a terrain is built, and " + options.terrain +
+                            " is built; open the heights");
+        options.breakLines.push_back(path);
+    }
+    if (options.breakLines.size() > before) checkLandscape(options);
+    return options;
 }
 
 NBX::SO<ZMT::CORE::Terrain> Landscape::makeTerrain(const LandscapeOptions & options,
@@ -108,8 +131,18 @@ void Landscape::layImage(const GroundLayer & image) {
 }
 
 void Landscape::layOn(const GroundLayer & layer, unsigned above) {
-    layers_.insert(layers_.end() - above, layer);
+    layers_.insert(layers_.end() - above - draped_, layer);
     putBefore(layer.effect.get(), above);
+}
+
+void Landscape::drape(const std::string & path,
+                      const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas, double lift) {
+    // A terrain draws what is draped on it whether it is enabled or not.
+    const NBX::SO<NBX::AttributeComposite> draped(new NBX::AttributeComposite);
+    draped->append(drapeAreas(terrain_, areas, lift, path).get());
+    ground_->append(draped.get());
+    layers_.push_back({LayerKind::Draped, std::filesystem::path(path).filename().string(), draped.get(), {}});
+    ++draped_;
 }
 
 void Landscape::lightVertices(const Sunlight & sun) {

@@ -8,6 +8,7 @@
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
+#include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
@@ -68,10 +69,14 @@ public:
     ViewedGround viewedGround() const { return {*grid_, *terrain_, reference_, exaggeration(), interest_}; }
 
 private:
+    /// Sorts `options.vectors` into break lines and what is draped.
+    LandscapeOptions withVectors(LandscapeOptions options, const TerrainInput & input) const;
     NBX::SO<ZMT::CORE::Terrain> makeTerrain(const LandscapeOptions & options, const TerrainInput & input);
     /// On all that lies there, or below the last `above` layers.
     void layOn(const GroundLayer & layer, unsigned above = 0);
     void layImage(const GroundLayer & image);
+    void drape(const std::string & path, const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas,
+               double lift);
     void lightVertices(const Sunlight & sun);
     /// In front of the ground and the last `above` objects before it.
     void putBefore(NBX::RenderObj * object, unsigned above = 0);
@@ -85,6 +90,7 @@ private:
     NBX::SO<NBX::SceneThing> node_;
     NBX::SO<NBX::SceneThing> ground_; ///< the last in `node_`: the scaling, what is draped, the terrain
     std::vector<GroundLayer> layers_;
+    unsigned draped_ = 0; ///< the last layers, which stand in `ground_`
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
     double geometryErrorFactor_ = 1.0;

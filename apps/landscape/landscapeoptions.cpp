@@ -78,5 +78,7 @@ std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
         files.push_back({"--breaklines", path});
     for (const std::string & path : options.draped)
         files.push_back({"--drape", path});
+    for (const std::string & path : options.vectors)
+        files.push_back({"FILE", path});
     return files;
 }

@@ -30,6 +30,7 @@ struct LandscapeOptions {
     ImageOptions look;                   ///< of the images
     std::vector<std::string> breakLines; ///< vector files
     std::vector<std::string> draped;     ///< vector files
+    std::vector<std::string> vectors;    ///< vector files: areas are draped, lines alone are break lines
     double drapeLift = 0.0;              ///< in units of the heights
     std::optional<Sunlight> light;       ///< without it from the north-west
     Lighting lighting = Lighting::Relief;

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <utility>
 
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/frame/localframe.h>
@@ -67,6 +69,24 @@ NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & gri
     NBX::SO<ZMT::CORE::GridData> stamped = ZMT::CORE::CreateHybridData::create(grid, features);
     step.finish();
     return stamped;
+}
+
+bool hasAreas(const ZMT::CORE::GridData & grid, const std::string & path,
+              const ZMT::RASTER::GeoReference & reference) {
+    const auto file = ZMT::RASTER::GeoFile::openVectors(path);
+    const GeoExtent extent = groundOf(grid);
+    const double margin = 0.01 * spacingOn(grid.getCellSize()); // cuts are rounded
+    const auto isInside = [&](const Point & p) {
+        return p.x > extent.minX + margin && p.x < extent.maxX - margin && p.z > extent.minY + margin &&
+               p.z < extent.maxY - margin;
+    };
+    // What is cut at the border ends there. An outline that is cut has its first point as two ends as well.
+    std::map<std::pair<double, double>, unsigned> ends;
+    for (const auto & line : file->read(reference.wkt, extent))
+        for (const Point & end : {line.points.front(), line.points.back()})
+            if (!line.isClosed && isInside(end)) ++ends[{end.x, end.z}];
+    if (std::any_of(ends.begin(), ends.end(), [](const auto & end) { return end.second == 1; })) return false;
+    return !file->readAreas(reference.wkt, extent).outlines.empty();
 }
 
 std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,

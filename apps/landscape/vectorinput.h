@@ -15,6 +15,11 @@
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference);
 
+/// Whether the file has areas, or closed lines, on `grid`, and no line that ends there. Throws what the
+/// raster layer throws.
+bool hasAreas(const ZMT::CORE::GridData & grid, const std::string & path,
+              const ZMT::RASTER::GeoReference & reference);
+
 /// The outlines of the areas of a vector file, cut at the edge of `grid`. How many lie beyond it is told on
 /// the standard error stream. Throws as above, and `DataError` where they are too large to be draped.
 std::vector<ZMT::CORE::PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid,

@@ -21,24 +21,16 @@ struct LandscapeLoader::Result {
 
 namespace {
 
-/// Throws for what can be neither heights nor an image.
-bool isHeights(const std::string & file) {
-    if (isStreamingTerrainFile(file) || isBuiltTerrain(file)) return true;
-    if (isStreamingTextureFile(file)) return false;
-    using ZMT::RASTER::GeoFile;
-    using ZMT::RASTER::GeoFileKind;
-    switch (GeoFile::kindOf(file)) {
-    case GeoFileKind::Heights:
-        return true;
-    case GeoFileKind::Vectors:
-        throw DataError(file + ": holds lines or areas; name it with --breaklines or --drape");
-    case GeoFileKind::Unknown:
-        GeoFile::openHeights(file); // says why it is nothing
-        break;
-    case GeoFileKind::Image:
-        break;
-    }
-    return false;
+using ZMT::RASTER::GeoFile;
+using FileKind = ZMT::RASTER::GeoFileKind;
+
+/// Throws for what can be nothing of a landscape.
+FileKind kindOf(const std::string & file) {
+    if (isStreamingTerrainFile(file) || isBuiltTerrain(file)) return FileKind::Heights;
+    if (isStreamingTextureFile(file)) return FileKind::Image;
+    const FileKind kind = GeoFile::kindOf(file);
+    if (kind == FileKind::Unknown) GeoFile::openHeights(file); // says why it is nothing
+    return kind;
 }
 
 } // namespace
@@ -54,26 +46,29 @@ LandscapeLoader::~LandscapeLoader() {
 LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
                                             const std::vector<std::string> & files) {
     bool hasNewTerrain = false;
-    std::vector<std::string> images;
+    std::vector<std::string> images, vectors;
     for (const std::string & file : files) {
         const bool isFirst = options.terrain.empty() && &file == &files.front();
-        const bool isTerrain = !hasNewTerrain && (isUrl(file) ? isFirst : isHeights(file));
+        const FileKind kind = !isUrl(file) ? kindOf(file) : isFirst ? FileKind::Heights : FileKind::Image;
+        const bool isTerrain = !hasNewTerrain && kind == FileKind::Heights;
         hasNewTerrain |= isTerrain;
         if (!isTerrain) {
-            images.push_back(file);
+            (kind == FileKind::Vectors ? vectors : images).push_back(file);
             continue;
         }
         if (!options.terrain.empty()) {
             options.images.clear();
             options.breakLines.clear();
             options.draped.clear();
+            options.vectors.clear();
         }
         options.terrain = file;
     }
-    if (options.terrain.empty() && !images.empty())
-        throw DataError(shownName(images.front()) +
-                        ": is an image; open the height raster that it lies on first");
+    if (options.terrain.empty() && !(images.empty() && vectors.empty()))
+        throw DataError(shownName(images.empty() ? vectors.front() : images.front()) +
+                        ": is no terrain; open the height raster that it lies on first");
     options.images.insert(options.images.end(), images.begin(), images.end());
+    options.vectors.insert(options.vectors.end(), vectors.begin(), vectors.end());
     return options;
 }
 

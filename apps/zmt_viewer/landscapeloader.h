@@ -24,9 +24,9 @@ public:
 
     /// Opens streamed files in the event loop, which meanwhile takes what the user does, then loads, on the
     /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
-    /// of another one and all that lies on it; all others are images. Images alone are laid on `shown`, which
-    /// was made of `options`, when they have been read; it must not be drawn meanwhile. Only one load runs at
-    /// a time; false, and nothing else, while one does.
+    /// of another one and all that lies on it; other rasters are images, lines and areas vectors. Images
+    /// alone are laid on `shown`, which was made of `options`, when they have been read; it must not be drawn
+    /// meanwhile. Only one load runs at a time; false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
                const std::shared_ptr<Landscape> & shown = nullptr);
     /// Wishes that the load ends; one of the last three signals follows.

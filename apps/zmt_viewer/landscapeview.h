@@ -50,6 +50,9 @@ public:
 
     /// Back to the view that was set with the landscape, at the present exaggeration.
     void resetView();
+    /// The view in the words of the command line, "--view EX,EY,EZ,AX,AY,AZ", with the exaggeration where
+    /// there is one; empty without a landscape.
+    QString viewArguments() const;
     void setExaggeration(double exaggeration);
     /// Allowed error of the geometry at rest, in pixels. While the view moves a slow picture gets a larger
     /// one.

@@ -8,10 +8,12 @@
 #include <filesystem>
 
 #include <QAction>
+#include <QClipboard>
 #include <QCloseEvent>
 #include <QDockWidget>
 #include <QDragEnterEvent>
 #include <QFileDialog>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLocale>
 #include <QMenuBar>
@@ -151,6 +153,7 @@ void ViewerWindow::makeActions() {
     patches_->setShortcut(Qt::Key_P);
     patches_->setCheckable(true);
     connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
+    copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
     setBusy(false);
@@ -159,7 +162,7 @@ void ViewerWindow::makeActions() {
 /// What would load while something loads, and what needs a landscape.
 void ViewerWindow::setBusy(bool isBusy) {
     open_->setEnabled(!isBusy);
-    for (QAction * action : {reload_, save_})
+    for (QAction * action : {reload_, save_, copyView_})
         action->setEnabled(!isBusy && view_->landscape());
 }
 
@@ -174,7 +177,8 @@ void ViewerWindow::makeLayerKeys() {
 
 void ViewerWindow::chooseFiles() {
     std::vector<std::string> files;
-    for (const QString & name : QFileDialog::getOpenFileNames(this, tr("Open height rasters and images")))
+    for (const QString & name :
+         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, lines and areas")))
         files.push_back(name.toStdString());
     if (!files.empty()) open(files);
 }
@@ -183,6 +187,13 @@ void ViewerWindow::choosePicture() {
     const QString name = QFileDialog::getSaveFileName(this, tr("Save picture"), "landscape.png",
                                                       tr("Pictures (*.png *.jpg *.jpeg)"));
     if (!name.isEmpty()) savePicture(name.toStdString());
+}
+
+void ViewerWindow::copyView() {
+    const QString text = view_->viewArguments();
+    if (text.isEmpty()) return;
+    QGuiApplication::clipboard()->setText(text);
+    statusBar()->showMessage(tr("Copied %1").arg(text), s_messageMilliseconds);
 }
 
 bool ViewerWindow::savePicture(const std::string & path) {
@@ -264,7 +275,10 @@ void ViewerWindow::showProgress(const QString & title, const QString & text, dou
 }
 
 void ViewerWindow::closeProgress() {
-    if (progress_) progress_->deleteLater();
+    if (progress_) {
+        progress_->hide();
+        progress_->deleteLater();
+    }
     progress_ = nullptr;
     statusBar()->clearMessage();
 }
@@ -329,7 +343,8 @@ void ViewerWindow::applyLayers() {
     const auto & layers = view_->landscape()->layers();
     for (std::size_t i = 0; i < layers.size(); ++i) {
         // Where patches have colours, the relief is still to be seen.
-        const bool isHidden = patches_->isChecked() && layers[i].kind != LayerKind::Shading;
+        const bool isColor = layers[i].kind == LayerKind::HeightColors || layers[i].kind == LayerKind::Image;
+        const bool isHidden = patches_->isChecked() && isColor;
         layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
     }
     view_->redraw();

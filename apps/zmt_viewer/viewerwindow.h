@@ -29,8 +29,8 @@ public:
     ViewerWindow(const LandscapeOptions & options, const View & view);
     ~ViewerWindow() override;
 
-    /// Loads in the background: a raster of one band becomes the terrain, images come on top. With
-    /// `options.terrain` set no file is needed.
+    /// Loads in the background: a raster of one band becomes the terrain, images, lines and areas come on
+    /// top. With `options.terrain` set no file is needed.
     void open(const std::vector<std::string> & files);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
@@ -58,6 +58,7 @@ private:
     void makeLayerKeys();
     void chooseFiles();
     void choosePicture();
+    void copyView();
 
     void load(const std::vector<std::string> & files, bool isReload);
     void setBusy(bool isBusy);
@@ -98,6 +99,7 @@ private:
     QAction * open_ = nullptr;
     QAction * reload_ = nullptr;
     QAction * save_ = nullptr;
+    QAction * copyView_ = nullptr;
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
     QProgressDialog * progress_ = nullptr;

@@ -45,12 +45,14 @@ TEST(LandscapeLoaderFiles, LinesAndAreasGoWithTheirTerrain) {
     LandscapeOptions before = with(s_everest, {});
     before.breakLines = {"lines.geojson"};
     before.draped = {"areas.geojson"};
+    before.vectors = {"both.geojson"};
     const auto more = LandscapeLoader::withFiles(before, {s_everestImage});
     EXPECT_EQ(Paths{"lines.geojson"}, more.breakLines);
     EXPECT_EQ(Paths{"areas.geojson"}, more.draped);
     const auto another = LandscapeLoader::withFiles(before, {s_jacksboro});
     EXPECT_TRUE(another.breakLines.empty());
     EXPECT_TRUE(another.draped.empty());
+    EXPECT_TRUE(another.vectors.empty());
     before.terrain.clear();
     const auto first = LandscapeLoader::withFiles(before, {s_everest});
     EXPECT_EQ(Paths{"lines.geojson"}, first.breakLines);
@@ -87,8 +89,10 @@ TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
         LandscapeLoader::withFiles({}, {areas});
         ADD_FAILURE() << "areas are no landscape";
     } catch (const DataError & error) {
-        EXPECT_NE(std::string::npos, std::string(error.what()).find("--drape")) << error.what();
+        EXPECT_NE(std::string::npos, std::string(error.what()).find("height raster")) << error.what();
     }
+    EXPECT_EQ(Paths{areas}, LandscapeLoader::withFiles(with(s_everest, {}), {areas}).vectors);
+    EXPECT_EQ(Paths{areas}, LandscapeLoader::withFiles({}, {areas, s_everest}).vectors);
 }
 
 /// Counts what a loader says.

@@ -5,10 +5,12 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QColor>
 #include <QDropEvent>
 #include <QImage>
 #include <QLabel>
+#include <QLocale>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressDialog>
@@ -427,6 +429,124 @@ TEST_F(ViewerWindowTest, DoesNotSaveAPictureOverAFileThatItShows) {
     }
     EXPECT_EQ(readWhole(s_everest), readWhole(terrain));
     EXPECT_EQ(readWhole(s_everestImage), readWhole(image));
+}
+
+const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
+const std::string s_contours = ZMT_DATA_DIR "/../tests/data/everest_contours.geojson";
+
+TEST_F(ViewerWindowTest, DroppedAreasAreALayer) {
+    load({s_everest, s_everestImage});
+    const auto before = picture();
+    const auto eye = view->flight().eye();
+    drop({s_glaciers});
+    ASSERT_TRUE(settle()) << window->lastError().toStdString();
+    EXPECT_EQ(0.0, (eye - view->flight().eye()).length()) << "the view stays";
+    ASSERT_EQ(4, switches().size());
+    EXPECT_EQ("everest_glaciers.geojson", switches()[3]->text());
+    const auto draped = picture();
+    EXPECT_GT(difference(before, draped), 1e-4);
+    press(Qt::Key_4);
+    ASSERT_TRUE(settle());
+    EXPECT_LT(difference(before, picture()), 1e-4) << "switched off";
+    press(Qt::Key_4);
+    ASSERT_TRUE(settle());
+    EXPECT_LT(difference(draped, picture()), 1e-4);
+    drop({s_detailImage});
+    ASSERT_TRUE(settle());
+    ASSERT_EQ(5, switches().size());
+    EXPECT_EQ("everest_image_detail.tif", switches()[3]->text()) << "below what is draped";
+    EXPECT_EQ("everest_glaciers.geojson", switches()[4]->text());
+}
+
+TEST_F(ViewerWindowTest, DroppedLinesBecomeEdges) {
+    load({s_everest});
+    drop({s_contours});
+    ASSERT_TRUE(settle()) << window->lastError().toStdString();
+    EXPECT_EQ(2, switches().size());
+    EXPECT_TRUE(view->landscape()->tree());
+}
+
+TEST_F(ViewerWindowTest, TheViewIsCopiedAsTheCommandLineTakesIt) {
+    load({s_everest});
+    slider("exaggeration")->setValue(slider("exaggeration")->maximum() * 3 / 4);
+    QTest::keyPress(view, Qt::Key_D);
+    QTest::qWait(200);
+    QTest::keyRelease(view, Qt::Key_D);
+    ASSERT_TRUE(settle());
+    QTest::keyClick(view, Qt::Key_C, Qt::ControlModifier);
+    const QStringList words = QApplication::clipboard()->text().split(' ');
+    ASSERT_EQ(4, words.size()) << words.join(" ").toStdString();
+    EXPECT_EQ("--view", words[0]);
+    EXPECT_EQ("--exaggeration", words[2]);
+    const double exaggeration = words[3].toDouble();
+    EXPECT_DOUBLE_EQ(view->landscape()->exaggeration(), exaggeration);
+    const Viewpoint copied = findViewpoint(parseView(words[1].toStdString()), view->landscape()->grid(),
+                                           exaggeration, view->landscape()->interest());
+    EXPECT_LT((copied.eye - view->flight().eye()).length(), 0.02);
+    const auto direction = (copied.aim - copied.eye).normalized();
+    EXPECT_LT((direction - view->flight().forward()).length(), 1e-5);
+}
+
+TEST_F(ViewerWindowTest, CoordinatesFollowTheViewUnderTheMouse) {
+    load({s_everest});
+    const auto shown = [&] {
+        for (const QLabel * label : window->statusBar()->findChildren<QLabel *>())
+            if (label->text().contains("height")) return label->text();
+        return QString();
+    };
+    const auto agrees = [&] {
+        const auto ground = view->groundAt(middle());
+        return ground && shown().contains("x " + QLocale::c().toString(ground->x, 'f', 1)) &&
+               shown().contains("y " + QLocale::c().toString(ground->z, 'f', 1));
+    };
+    QTest::mouseMove(view, middle() + QPoint(3, 3));
+    QTest::mouseMove(view, middle());
+    ASSERT_TRUE(QTest::qWaitFor(agrees));
+    const QString first = shown();
+    QTest::keyPress(view, Qt::Key_D);
+    QTest::qWait(300);
+    QTest::keyRelease(view, Qt::Key_D);
+    ASSERT_TRUE(QTest::qWaitFor(agrees));
+    EXPECT_NE(first, shown());
+    press(Qt::Key_R);
+    ASSERT_TRUE(QTest::qWaitFor(agrees));
+    EXPECT_EQ(first, shown());
+    QEvent leave(QEvent::Leave);
+    QApplication::sendEvent(view, &leave);
+    EXPECT_EQ("", shown());
+}
+
+TEST_F(ViewerWindowTest, OnePatchIsOne) {
+    const RunFolder folder;
+    SmallGeoTiff flat{10, 10};
+    flat.heights.assign(100, 500.0F);
+    load({folder.write("flat.tif", flat.encode())});
+    const auto * overlay = view->findChild<QLabel *>("overlay");
+    EXPECT_EQ(1U, view->frames().drawn.patches);
+    EXPECT_TRUE(overlay->text().contains("1 patch ")) << overlay->text().toStdString();
+}
+
+TEST_F(ViewerWindowTest, IsUsableWhenItIsSmall) {
+    load({s_everest, s_everestImage});
+    window->resize(480, 280);
+    ASSERT_TRUE(settle());
+    EXPECT_LE(window->width(), 480);
+    EXPECT_LE(window->height(), 280);
+    const auto * overlay = view->findChild<QLabel *>("overlay");
+    EXPECT_LE(overlay->geometry().right(), view->width()) << overlay->text().toStdString();
+}
+
+TEST_F(ViewerWindowTest, ClosesWhileItLoadsThoughADialogIsOpen) {
+    window->open({s_everest});
+    auto * dialog = window->findChild<QProgressDialog *>();
+    ASSERT_TRUE(dialog);
+    EXPECT_FALSE(dialog->isModal());
+    dialog->show();
+    EXPECT_TRUE(window->close());
+    EXPECT_FALSE(window->isVisible());
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !window->loader()->isRunning(); }, 60'000));
+    EXPECT_FALSE(view->landscape());
 }
 
 TEST_F(ViewerWindowTest, EscapeCloses) {
