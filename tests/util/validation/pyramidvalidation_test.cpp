@@ -186,6 +186,14 @@ TEST_F(PyramidValidation, ZerosInFrontOfLevelsAreFew) {
     EXPECT_EQ(report(bytes).faultCount, 1U);
 }
 
+TEST_F(PyramidValidation, EightZerosInFrontOfALevelAreTooMany) {
+    Bytes bytes = small();
+    bytes.insert(bytes.begin() + s_level, 8, std::uint8_t(0));
+    for (const std::size_t at : {std::size_t(256), s_table + 8, s_table + 16})
+        set(bytes, at, get<std::uint64_t>(bytes, at) + 8);
+    EXPECT_EQ(faults(bytes), "264: 8 bytes belong to nothing\n");
+}
+
 TEST_F(PyramidValidation, DamagedTilesAreFoundWhereTheyBegin) {
     const Bytes sound = small(3, 1, true);
     const auto first = get<std::uint64_t>(sound, s_table);

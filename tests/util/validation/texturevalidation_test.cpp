@@ -91,7 +91,7 @@ TEST(TextureValidation, PlantedFaultsAreNamed) {
     const std::vector<Case> cases = {
         {"reserved", [](Bytes & b) { b[16] = 1; }, 16, "the reserved number is not 0"},
         {"long", [](Bytes & b) { set(b, 8, std::uint64_t(b.size() + 1)); }, 8, "the stream has"},
-        {"short", [](Bytes & b) { b.resize(b.size() + 32); }, 8, "32 bytes lie behind the end of the stream"},
+        {"short", [](Bytes & b) { b.resize(b.size() + 1); }, 8, "1 bytes lie behind the end of the stream"},
         {"root", [](Bytes & b) { set(b, 32, 0U); }, 24, "the root is no block that can lie in this stream"},
         {"nothing", [](Bytes & b) { std::fill_n(b.begin() + 24, 16, std::uint8_t(0)); }, 24,
          "there is no tile"},
@@ -136,6 +136,23 @@ TEST(TextureValidation, PlantedFaultsAreNamed) {
         });
         EXPECT_TRUE(isTold) << c.name << "\n" << text(found);
     }
+}
+
+TEST(TextureValidation, CentresOfFewPixelsMayLieBesideTheirPatch) {
+    const std::size_t finest = plain().blocks.front();
+    const auto withImage = [&](double pixels) {
+        Bytes bytes = plain().bytes;
+        const double width = get<std::uint32_t>(bytes, finest + 16) - 1.0, pixel = 0.5;
+        const double minX = get<double>(bytes, finest + 48) + pixels * pixel;
+        set(bytes, finest + 64, minX);
+        set(bytes, finest + 80, minX + width * pixel);
+        return faults(bytes);
+    };
+    EXPECT_EQ(withImage(0.9), "");
+    const double patchWidth =
+        get<double>(plain().bytes, finest + 48) - get<double>(plain().bytes, finest + 32);
+    EXPECT_EQ(withImage(0.9 + 0.02 * patchWidth / 0.5), "");
+    EXPECT_NE(withImage(1.1 + 0.02 * patchWidth / 0.5), "");
 }
 
 TEST(TextureValidation, BlocksOfPixelsAreWhole) {
