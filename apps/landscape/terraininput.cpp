@@ -3,6 +3,7 @@
 #include "errors.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,6 +54,35 @@ void toMetres(ZMT::RASTER::SimpleRasterData<float> & heights, const std::string 
                    ": the unit of its heights is not known, and taken for metres: " + unit);
     else if (*metres != 1.0)
         ZMT::RASTER::HeightUnit::scale(heights, *metres);
+}
+
+/// Numbers that no landscape has are told: most often a value for no data that the file does not name, or a
+/// wrong unit.
+void tellAbsurd(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoReference & reference,
+                const std::string & path) {
+    constexpr double mostHeight = 30'000.0; // above and below all mountains and trenches of planets
+    constexpr double leastCell = 1e-3, mostCell = 1e6;
+    double low = 0.0, high = 0.0;
+    std::vector<double> row(raster.cellsX());
+    for (unsigned y = 0; y < raster.cellsY(); ++y) {
+        raster.valueRow(y, row.data());
+        for (const double height : row) {
+            if (raster.isUndefValue(height)) continue;
+            low = std::min(low, height);
+            high = std::max(high, height);
+        }
+    }
+    char text[160];
+    if (low < -mostHeight || high > mostHeight) {
+        std::snprintf(text, sizeof text, "has heights of %.6g m; check its no-data value and unit",
+                      high > mostHeight ? high : low);
+        writeError("warning: " + path + ": " + text);
+    }
+    const auto isAbsurd = [](double cell) { return cell < leastCell || cell > mostCell; };
+    if (!reference.isGeoreferenced || !(isAbsurd(raster.cellSizeX()) || isAbsurd(raster.cellSizeY()))) return;
+    std::snprintf(text, sizeof text, "has cells of %.6g by %.6g m; check its coordinates and their system",
+                  raster.cellSizeX(), raster.cellSizeY());
+    writeError("warning: " + path + ": " + text);
 }
 
 /// In the system `crs`, or without one in any that is in metres.
@@ -143,7 +173,10 @@ ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const Terrain
         if (!raster.raster) throw DataError("cancelled");
         filling.finish();
     }
-    return how.native ? raster : inMetres(raster, how.crs, path);
+    if (how.native) return raster;
+    raster = inMetres(raster, how.crs, path);
+    tellAbsurd(*raster.raster, raster.reference, path);
+    return raster;
 }
 
 NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {
