@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -36,6 +37,7 @@ struct LodOptions {
     unsigned seed = 1;
     std::string report;
     std::vector<std::string> mesh; ///< level and file
+    bool isRightHanded = false;    ///< the mesh
     TerrainReading reading;
 };
 
@@ -141,8 +143,10 @@ void writeReport(TextFile & file, const GeometryPatch & root, double buildMillis
 }
 
 /// The surfaces of all nodes of a level, and of leaves above it.
-void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel) {
+void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel, bool isRightHanded) {
     std::uint64_t first = 1;
+    // Mirrored, triangles keep the side that they are seen from by turning the other way.
+    const double northwards = isRightHanded ? -1.0 : 1.0;
     const auto writePatch = [&](const GeometryPatch & patch, unsigned id, std::optional<unsigned>,
                                 unsigned level) {
         if (level > wantedLevel || (level < wantedLevel && patch.children() > 0)) return;
@@ -151,10 +155,11 @@ void writeMesh(TextFile & file, const GeometryPatch & root, unsigned wantedLevel
         char line[128];
         for (unsigned v = 0; v < mesh.vertices(); ++v) {
             const auto p = mesh.geoPosition(v);
-            std::snprintf(line, sizeof line, "v %.17g %.17g %.17g\n", p.x, p.y, p.z);
+            std::snprintf(line, sizeof line, "v %.17g %.17g %.17g\n", p.x, p.y, northwards * p.z);
             file.write(line);
         }
         mesh.forEachTriangle([&](unsigned a, unsigned b, unsigned c) {
+            if (isRightHanded) std::swap(b, c);
             std::snprintf(line, sizeof line, "f %" PRIu64 " %" PRIu64 " %" PRIu64 "\n", first + a, first + b,
                           first + c);
             file.write(line);
@@ -179,6 +184,8 @@ void runLod(const LodOptions & options) {
         throw UsageError("--terrain: " + options.terrain + " is built; give the heights");
     if (options.reading.native && !options.reading.crs.empty())
         throw UsageError("--native keeps the cells, and --crs makes others; leave one of them out");
+    if (options.isRightHanded && options.mesh.empty())
+        throw UsageError("--right-handed is for --mesh; leave it out, or give a mesh");
     const unsigned meshLevel = options.mesh.empty() ? 0 : parseLevel(options.mesh[0]);
     checkOutputs({{"--terrain", options.terrain}},
                  {{"--report", options.report}, {"--mesh", options.mesh.empty() ? "" : options.mesh[1]}});
@@ -194,7 +201,7 @@ void runLod(const LodOptions & options) {
     if (meshLevel > lastLevel(*root))
         throw UsageError("--mesh: the tree has the levels 0 to " + std::to_string(lastLevel(*root)) + ": " +
                          options.mesh[0]);
-    if (meshFile) writeMesh(*meshFile, *root, meshLevel);
+    if (meshFile) writeMesh(*meshFile, *root, meshLevel, options.isRightHanded);
     writeReport(report, *root, milliseconds);
     if (meshFile) meshFile->commit();
     report.commit();
@@ -211,10 +218,14 @@ void addLodCommand(CLI::App & app) {
     command->add_option("--seed", options->seed, "Seed of the random choices")->capture_default_str();
     command->add_option("--report", options->report, "JSON file with all nodes")->required();
     command
-        ->add_option("--mesh", options->mesh,
-                     "Level of the tree, and OBJ file for the surface of its nodes and of leaves above it")
+        ->add_option(
+            "--mesh", options->mesh,
+            "Level of the tree, and OBJ file for the surface of its nodes and of leaves above it: in "
+            "map coordinates, x to the east, y up and z to the north, which is left-handed")
         ->expected(2)
         ->type_name("LEVEL FILE");
+    command->add_flag("--right-handed", options->isRightHanded,
+                      "Mesh with z to the south, as most programs for models expect it");
     command->add_flag("--native", options->reading.native,
                       "Keep the raster's own cells, even where they are degrees");
     addVoidOption(*command, options->reading.fillVoids);

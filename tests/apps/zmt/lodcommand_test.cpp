@@ -89,14 +89,24 @@ struct Tree {
     std::string obj;
 };
 
-Tree build(const SmallGeoTiff & raster, unsigned level, const std::string & seed = "1") {
+Tree build(const SmallGeoTiff & raster, unsigned level, const std::string & seed = "1",
+           const std::vector<std::string> & more = {}) {
     const RunFolder folder;
-    const RunResult run =
-        runProcess(ZMT_EXECUTABLE,
-                   {"lod", "--terrain", folder.write("t.tif", raster.encode()), "--native", "--max-vertices",
-                    std::to_string(s_maxVertices), "--seed", seed, "--report", folder.out("r.json"), "--mesh",
-                    std::to_string(level), folder.out("m.obj")},
-                   folder);
+    std::vector<std::string> arguments = {"lod",
+                                          "--terrain",
+                                          folder.write("t.tif", raster.encode()),
+                                          "--native",
+                                          "--max-vertices",
+                                          std::to_string(s_maxVertices),
+                                          "--seed",
+                                          seed,
+                                          "--report",
+                                          folder.out("r.json"),
+                                          "--mesh",
+                                          std::to_string(level),
+                                          folder.out("m.obj")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const RunResult run = runProcess(ZMT_EXECUTABLE, arguments, folder);
     EXPECT_EQ(0, run.status) << run.errors;
     EXPECT_EQ((std::vector<std::string>{"m.obj", "r.json"}), folder.results());
     Tree tree;
@@ -262,6 +272,27 @@ TEST(LodCommand, TheSameSeedGivesTheSameTree) {
     EXPECT_EQ(build(hills(false), 1, "5").obj, build(hills(false), 1, "5").obj);
 }
 
+/// Mirrored along z, with triangles that turn the other way, so that their upper sides stay above.
+TEST(LodCommand, AMeshMayBeRightHanded) {
+    const auto left = build(hills(false), 1).meshes;
+    const auto right = build(hills(false), 1, "1", {"--right-handed"}).meshes;
+    ASSERT_EQ(left.size(), right.size());
+    for (const auto & [id, mesh] : left) {
+        const Mesh & mirrored = right.at(id);
+        ASSERT_EQ(mesh.vertices.size(), mirrored.vertices.size());
+        for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
+            EXPECT_EQ(mesh.vertices[i].x, mirrored.vertices[i].x);
+            EXPECT_EQ(mesh.vertices[i].height, mirrored.vertices[i].height);
+            EXPECT_EQ(mesh.vertices[i].y, -mirrored.vertices[i].y);
+        }
+        ASSERT_EQ(mesh.triangles.size(), mirrored.triangles.size());
+        for (std::size_t i = 0; i < mesh.triangles.size(); ++i) {
+            const auto [a, b, c] = mesh.triangles[i];
+            EXPECT_EQ((std::array<unsigned, 3>{a, c, b}), mirrored.triangles[i]);
+        }
+    }
+}
+
 class LodUsage : public ::testing::TestWithParam<WrongUse> {};
 
 TEST_P(LodUsage, IsTold) {
@@ -284,6 +315,8 @@ INSTANTIATE_TEST_SUITE_P(
                       WrongUse{"NoNumber", {"--max-vertices", "many"}, "max-vertices"},
                       WrongUse{"NegativeLevel", {"--mesh", "-1", "MESH"}, "--mesh"},
                       WrongUse{"LevelIsNoNumber", {"--mesh", "1a", "MESH"}, "--mesh"},
+                      WrongUse{"RightHandedNothing", {"--right-handed"}, "--right-handed is for --mesh"},
+                      WrongUse{"CrsOfNativeCells", {"--native", "--crs", "EPSG:32645"}, "--native keeps"},
                       WrongUse{"MeshWithoutFile", {"--mesh", "1"}, "--mesh"},
                       WrongUse{"UnknownOption", {"--levels", "3"}, "levels"}),
     [](const auto & info) { return std::string(info.param.name); });

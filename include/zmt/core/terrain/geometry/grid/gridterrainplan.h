@@ -26,10 +26,10 @@ public:
     struct Origin {
         std::vector<std::string> rasters; ///< names that all who write parts understand
         std::string oldTerrain;           ///< empty without one
-        std::string system;               ///< WKT that the rasters were laid in; empty: their own choice
         /// Tells what has these names now from what will replace it, such as by sizes and times of files.
         /// It may be empty: some cells are compared as well.
         std::function<std::string()> stamp;
+        std::string system{}; ///< WKT that the rasters were laid in; empty: their own choice
     };
     /// Who has a share: `part` of `parts`, from 1 on.
     struct Share {
