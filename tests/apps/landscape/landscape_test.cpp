@@ -103,8 +103,9 @@ TEST(Landscape, LaterImagesLieOnTheOthersAndBelowTheGround) {
     const unsigned objects = node->objects();
     const NBX::RenderObj * ground = node->object(objects - 1);
     landscape.addImage(landscape.readImage(s_detail));
-    ASSERT_EQ(4U, landscape.layers().size());
+    ASSERT_EQ(5U, landscape.layers().size());
     EXPECT_EQ("everest_image_detail.tif", landscape.layers()[3].name);
+    EXPECT_EQ(LayerKind::Draped, landscape.layers()[4].kind) << "it lies above all images";
     ASSERT_EQ(objects + 1, node->objects());
     EXPECT_EQ(landscape.layers()[2].effect.get(), node->object(objects - 2));
     EXPECT_EQ(landscape.layers()[3].effect.get(), node->object(objects - 1));
