@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 50> order = {
+constexpr std::array<std::string_view, 51> order = {
     "nbx/object",
     "nbx/math",
     "nbx/container/sequence",

@@ -480,8 +480,8 @@ TEST_F(ViewerWindowTest, TheViewIsCopiedAsTheCommandLineTakesIt) {
     EXPECT_EQ("--exaggeration", words[2]);
     const double exaggeration = words[3].toDouble();
     EXPECT_DOUBLE_EQ(view->landscape()->exaggeration(), exaggeration);
-    const Viewpoint copied = findViewpoint(parseView(words[1].toStdString()), view->landscape()->grid(),
-                                           exaggeration, view->landscape()->interest());
+    const Viewpoint copied =
+        findViewpoint(parseView(words[1].toStdString()), view->landscape()->viewedGround());
     EXPECT_LT((copied.eye - view->flight().eye()).length(), 0.02);
     const auto direction = (copied.aim - copied.eye).normalized();
     EXPECT_LT((direction - view->flight().forward()).length(), 1e-5);
