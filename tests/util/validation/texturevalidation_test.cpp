@@ -155,6 +155,16 @@ TEST(TextureValidation, CentresOfFewPixelsMayLieBesideTheirPatch) {
     EXPECT_NE(withImage(1.1 + 0.02 * patchWidth / 0.5), "");
 }
 
+TEST(TextureValidation, PatchesLieInsideOfThoseAboveOnEachSide) {
+    const std::size_t finest = plain().blocks.front();
+    for (std::size_t side = 0; side < 4; ++side) {
+        Bytes bytes = plain().bytes;
+        set(bytes, finest + 32 + 8 * side, side < 2 ? -1e6 : 1e6);
+        EXPECT_EQ(faults(bytes),
+                  std::to_string(finest + 32) + ": tile 0.0: the patch reaches beyond that of the parent\n");
+    }
+}
+
 TEST(TextureValidation, BlocksOfPixelsAreWhole) {
     const Bytes packed = written(0, 40, 0, StreamingTextureOptions::P_DXT1);
     const Rewriting one(texture, packed, false);
