@@ -11,9 +11,9 @@
 #include <cstring>
 
 #include "blockwalk.h"
+#include "core/terrain/geometry/grid/creation/tilesamples.h"
 #include "core/terrain/geometry/grid/model/terrainfileformat.h"
 #include "core/terrain/geometry/grid/model/tileblock.h"
-#include "core/terrain/geometry/grid/creation/tilesamples.h"
 #include "texturevalidation.h"
 
 namespace ZMT::UTIL {
