@@ -154,12 +154,16 @@ RunResult runOnce(const std::string & program, const std::vector<std::string> & 
 
 RunResult runProcess(const std::string & program, const std::vector<std::string> & arguments,
                      const RunFolder & folder, const RunLimits & limits) {
-    RunResult result = runOnce(program, arguments, folder, limits);
     // Under the address sanitizer the leak checker itself fails now and then, when it stops threads that are
     // about to end; that says nothing of the program.
-    const bool isChecked =
-        result.errors.find("LeakSanitizer has encountered a fatal error") == std::string::npos;
-    return isChecked ? result : runOnce(program, arguments, folder, limits);
+    constexpr int tries = 5;
+    RunResult result;
+    for (int i = 0; i < tries; ++i) {
+        result = runOnce(program, arguments, folder, limits);
+        const std::string & told = result.errors;
+        if (told.find("LeakSanitizer has encountered a fatal error") == std::string::npos) break;
+    }
+    return result;
 }
 
 std::string readWhole(const std::string & path) {

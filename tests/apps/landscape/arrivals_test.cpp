@@ -1,0 +1,45 @@
+#include <gtest/gtest.h>
+
+#include "landscape/arrivals.h"
+
+#include <nbx/engine/graphicsmemorymanager.h>
+
+namespace {
+
+class Held : public NBX::SharedObj {};
+
+/// Asks twice a second from `start` on, for so many seconds.
+bool endsWithin(Arrivals & arrivals, double & now, double seconds) {
+    for (const double end = now + seconds; now < end; now += 0.5)
+        if (arrivals.haveEnded(now)) return true;
+    return false;
+}
+
+TEST(Arrivals, EndTenSecondsBehindTheLastProgress) {
+    Arrivals arrivals;
+    double now = NBX::NBXTime::now();
+    EXPECT_FALSE(endsWithin(arrivals, now, 9.5));
+    EXPECT_TRUE(endsWithin(arrivals, now, 1.5));
+}
+
+TEST(Arrivals, WhatIsTakenIsProgress) {
+    Arrivals arrivals;
+    double now = NBX::NBXTime::now();
+    EXPECT_FALSE(endsWithin(arrivals, now, 9.0));
+    const NBX::SO<NBX::SharedObj> held(new Held);
+    NBX::GraphicsMemoryManager::instance()->add(held.get(), 1000);
+    EXPECT_FALSE(endsWithin(arrivals, now, 9.0)) << "something was uploaded";
+    NBX::GraphicsMemoryManager::instance()->remove(held.get());
+    EXPECT_FALSE(endsWithin(arrivals, now, 9.0));
+    EXPECT_TRUE(endsWithin(arrivals, now, 3.0));
+}
+
+TEST(Arrivals, SlowPicturesAreWaitedFor) {
+    Arrivals arrivals;
+    double now = NBX::NBXTime::now();
+    for (unsigned picture = 0; picture + 1 < Arrivals::s_fewestAsks; ++picture, now += 30.0)
+        EXPECT_FALSE(arrivals.haveEnded(now)) << picture;
+    EXPECT_TRUE(arrivals.haveEnded(now));
+}
+
+} // namespace
