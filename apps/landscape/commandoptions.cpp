@@ -1,5 +1,7 @@
 #include "commandoptions.h"
 
+#include "reports.h"
+
 #include <cstdint>
 
 void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
@@ -36,6 +38,9 @@ void addTreeOptions(CLI::App & command, TreeOptions & options) {
                            std::to_string(TreeOptions::s_maxVertices));
     command.add_option("--threads", options.threads,
                        "Threads that build the tree, without it one for each core");
+    command.add_flag_function(
+        "--verbose", [](std::int64_t) { Reports::setVerbose(true); },
+        "Tell also what a tree is built from, and how the libraries work");
 }
 
 void addColorOptions(CLI::App & command, ImageOptions & options) {

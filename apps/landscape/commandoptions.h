@@ -47,7 +47,7 @@ void addTerrainOption(CLI::App & command, std::string & terrain);
 void addVoidOption(CLI::App & command, bool & fillVoids);
 /// Adds the option `--crs`.
 void addCrsOption(CLI::App & command, std::string & crs);
-/// Adds the options `--max-vertices` and `--threads`.
+/// Adds the options `--max-vertices`, `--threads` and `--verbose`.
 void addTreeOptions(CLI::App & command, TreeOptions & options);
 /// Adds the options `--bands`, `--stretch` and `--gamma`.
 void addColorOptions(CLI::App & command, ImageOptions & options);

@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <cmath>
+#include <cstdint>
 
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/polygonmodegl.h>
@@ -14,6 +15,22 @@
 #include <nbx/object/nbxtime.h>
 
 namespace {
+
+constexpr double s_sky[] = {0.72, 0.81, 0.90};
+
+/// What is drawn may lie in view with its box alone.
+bool isSkyAlone(const NBX::Image & picture) {
+    const auto isSky = [&](int x, int y) {
+        const std::uint8_t * pixel = picture.pixelComponentsU8(x, y);
+        for (int i = 0; i < 3; ++i)
+            if (std::abs(pixel[i] - s_sky[i] * 255.0) > 1.0) return false;
+        return true;
+    };
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x)
+            if (!isSky(x, y)) return false;
+    return true;
+}
 
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
@@ -37,7 +54,7 @@ void Frames::add(const std::function<void()> & draw) {
 }
 
 void prepareCanvas(NBX::GLCanvas & canvas) {
-    canvas.setBackgroundColor(NBX::Color(0.72, 0.81, 0.90));
+    canvas.setBackgroundColor(NBX::Color(s_sky[0], s_sky[1], s_sky[2]));
     canvas.setRenderingMode(1);
 }
 
@@ -63,10 +80,11 @@ void checkPictureName(const std::string & option, const std::string & path) {
         option + ": pictures are PNG or JPEG files; choose a name that ends in png, jpg or jpeg: " + path);
 }
 
-void writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path) {
+bool writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path) {
     const NBX::SO<NBX::Image> picture = canvas.snapshot();
     if (!picture) throw DataError("there is no picture to save");
     const auto bytes = NBX::ImageWriter::encode(picture.get(), path);
     if (!bytes) throw DataError("the picture could not be encoded");
     out.write(bytes->pointer(), bytes->size());
+    return !isSkyAlone(*picture);
 }

@@ -14,13 +14,14 @@ constexpr std::size_t s_mostMessages = 20;
 
 Reports * s_current = nullptr;
 
-/// Tells how the library was built, not that something went wrong.
+/// Tells how the library works, not that something went wrong.
 bool isRemark(const NBX::ErrorReport & report) {
     return report.condition == L"!USE_MULTI_THREADING";
 }
 
 bool isWarning(const NBX::ErrorReport & report) {
-    return report.condition == L"needed <= getBudget()" || report.condition == L"projection";
+    return isRemark(report) || report.condition == L"needed <= getBudget()" ||
+           report.condition == L"projection";
 }
 
 } // namespace
@@ -35,7 +36,7 @@ Reports::~Reports() {
 }
 
 void Reports::note(const NBX::ErrorReport & report) {
-    if (isRemark(report)) return;
+    if (isRemark(report) && !s_isVerbose) return;
     const std::string message = NBX::StringUtils::WString2Utf8String(report.message);
     const std::lock_guard lock(mutex_);
     std::vector<std::string> & messages = isWarning(report) ? warnings_ : messages_;

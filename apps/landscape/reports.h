@@ -22,7 +22,14 @@ public:
     /// warnings, which stay.
     static void throwFirst();
 
+    /// Whether the user also wants to know what tells how a library works, and not that something went wrong.
+    /// By default not. To be set before anything reports.
+    static void setVerbose(bool isVerbose) { s_isVerbose = isVerbose; }
+    static bool isVerbose() { return s_isVerbose; }
+
 private:
+    inline static bool s_isVerbose = false;
+
     void note(const NBX::ErrorReport & report);
 
     std::mutex mutex_;

@@ -1,9 +1,11 @@
 #include "terraininput.h"
 
 #include "errors.h"
+#include "reports.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,6 +45,17 @@ void checkTerrain(const ZMT::RASTER::RasterData & raster, const std::string & pa
                         std::to_string(raster.cellsY()) +
                         " cells, a terrain needs at least 2 by 2; give a larger raster");
     if (!hasHeights(raster)) throw DataError(path + ": has no defined height; check its no-data value");
+}
+
+/// The whole raster is to be in memory.
+void checkSize(const ZMT::RASTER::RasterFile & file, const std::string & path) {
+    constexpr std::uint64_t most = ZMT::RASTER::RasterFile::defaultMaxCells;
+    const ZMT::RASTER::RasterGrid & grid = file.grid();
+    if (grid.cellsY <= most / grid.cellsX) return;
+    throw DataError(path + ": the raster is too large: " + std::to_string(grid.cellsX) + " x " +
+                    std::to_string(grid.cellsY) + " cells, of which at most " + std::to_string(most) +
+                    " fit into memory; make a streaming terrain of it with 'zmt build terrain', or cut out "
+                    "a part with gdal_translate");
 }
 
 /// Heights of terrains are metres, as their plan is.
@@ -159,6 +172,7 @@ TerrainInput readTerrain(const std::string & path, const TerrainReading & how,
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
     NBX::Progress reading("reading " + path);
     const auto file = ZMT::RASTER::GeoFile::openHeights(path);
+    checkSize(*file, path);
     ZMT::RASTER::GeoRaster raster = file->read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
@@ -185,9 +199,28 @@ NBX::SO<ZMT::CORE::GridData> makeGrid(const ZMT::RASTER::GeoRaster & raster) {
     return grid;
 }
 
+namespace {
+
+/// What libraries print on the standard error stream has no place while it lives, unless it is wanted.
+class QuietLibraries {
+public:
+    QuietLibraries() {
+        if (!Reports::isVerbose()) std::cerr.rdbuf(nullptr);
+    }
+    ~QuietLibraries() { std::cerr.rdbuf(buffer_); }
+    QuietLibraries(const QuietLibraries &) = delete;
+    QuietLibraries & operator=(const QuietLibraries &) = delete;
+
+private:
+    std::streambuf * buffer_ = std::cerr.rdbuf();
+};
+
+} // namespace
+
 NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid,
                                             const TreeOptions & options, double & milliseconds) {
     const double start = NBX::NBXTime::now();
+    const QuietLibraries quiet;
     auto root = ZMT::CORE::CreateGeometryTree::create(
         grid.get(), options.maxVertices.value_or(TreeOptions::s_maxVertices),
         options.threads.value_or(std::max(1U, std::thread::hardware_concurrency())));

@@ -10,6 +10,7 @@
 
 #include "landscape/commandoptions.h"
 #include "landscape/outputfiles.h"
+#include "landscape/reports.h"
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
 #include "landscape/vectorinput.h"
@@ -129,7 +130,8 @@ void buildPyramid(const PyramidOptions & options) {
         options.mask ? &*options.mask : nullptr, image->reference().wkt);
     if (written) return;
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
-    throw DataError(options.image + ": the image is damaged or cut off; get it anew");
+    Reports::throwFirst();
+    throw DataError(options.image + ": could not be written as a pyramid");
 }
 
 void addPyramidCommand(CLI::App & app) {

@@ -210,9 +210,7 @@ void runRender(RenderOptions & options) {
     }
     // A picture of half the data would look like one of the whole.
     Reports::throwFirst();
-    if (canvas->frames.drawn.patches == 0) warnOfEmptyView(landscape.grid());
-
-    writePicture(*canvas, out, options.out);
+    if (!writePicture(*canvas, out, options.out)) warnOfEmptyView(landscape.grid());
     const std::string description = describe(*canvas, landscape);
     if (stats) {
         stats->write(description.data(), description.size());

@@ -125,8 +125,7 @@ public:
                           static_cast<int>(height_), type, static_cast<GSpacing>(pixelSpace),
                           static_cast<GSpacing>(pixelSpace) * width_, &extra);
         if (error != CE_None || trap.failed())
-            throw NBX::InputException(L"the image is damaged or cut off; get it anew", reader_.source_.path(),
-                                      0, trap.text());
+            throw NBX::InputException(s_unreadable, reader_.source_.path(), 0, trap.text());
     }
 
 private:

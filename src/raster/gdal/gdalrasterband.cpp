@@ -129,8 +129,7 @@ void GdalRasterBand::readPixels(GDALRasterBand & band, unsigned col, unsigned ro
                       static_cast<int>(rows), first, static_cast<int>(width), static_cast<int>(rows), type,
                       mirrored ? -pixel : pixel, southUp ? line : -line, nullptr);
     if (result != CE_None || trap.failed())
-        throw NBX::InputException(L"the file is damaged or cut off; get it anew", source_->path(), 0,
-                                  trap.text());
+        throw NBX::InputException(s_unreadable, source_->path(), 0, trap.text());
 }
 
 float GdalRasterBand::height(double value) const {

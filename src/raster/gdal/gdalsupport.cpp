@@ -15,6 +15,7 @@
 #include <cpl_string.h>
 #include <gdal_utils.h>
 #include <gdalwarper.h>
+#include <unistd.h>
 
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
@@ -123,6 +124,8 @@ void refusePipe(const std::string & path) {
     if (status.type() == fs::file_type::not_found)
         throw NBX::FileNotFoundException(L"no such file; check the name", path);
     if (fs::is_directory(status)) throw NBX::InputException(L"is a directory; name a file in it", path);
+    if (fs::exists(status) && ::eaccess(path.c_str(), R_OK) != 0)
+        throw NBX::InputException(L"cannot be read; check its access rights", path);
     if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
         throw NBX::InputException(L"the file is empty; get it anew", path);
     throw NBX::InputException(advice, path, 0, trap.text());

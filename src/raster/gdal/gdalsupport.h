@@ -47,6 +47,10 @@ constexpr unsigned s_largestGranularity = 128;
 /// than any file needs.
 void checkCollectionDepth(unsigned depth, const std::string & path);
 
+/// For pixels that do not come. GDAL alone knows whose fault it is.
+constexpr const wchar_t * s_unreadable =
+    L"cannot be read: it is damaged or cut off, or a file that it names is missing; get it anew";
+
 struct GdalDatasetCloser {
     void operator()(GDALDataset * dataset) const { GDALClose(dataset); }
 };

@@ -51,6 +51,17 @@ TEST(Reports, AWarningIsToldButNotThrown) {
     EXPECT_TRUE(reports.take().empty());
 }
 
+TEST(Reports, HowALibraryWorksIsToldOnRequestAlone) {
+    Reports reports;
+    NBX_REPORT(2, L"!USE_MULTI_THREADING", L"several threads");
+    EXPECT_EQ(Messages(), reports.take());
+    Reports::setVerbose(true);
+    NBX_REPORT(2, L"!USE_MULTI_THREADING", L"several threads");
+    EXPECT_NO_THROW(Reports::throwFirst());
+    Reports::setVerbose(false);
+    EXPECT_EQ(Messages{"several threads"}, reports.take());
+}
+
 TEST(Reports, TheLaterGatherersComeFirst) {
     Reports outer;
     {

@@ -405,6 +405,17 @@ TEST(Program, APictureWithoutTerrainIsToldOf) {
     ASSERT_EQ(1U, away.errorLines().size()) << away.errors;
     EXPECT_NE(std::string::npos, away.errorLines()[0].find("in sight"));
     EXPECT_NE(std::string::npos, away.errorLines()[0].find("500016,3099760,0 to 500240,3099984,63"));
+    const std::string streaming = folder.in("t.ztt");
+    ASSERT_EQ(0, zmt(folder, {"build", "terrain", terrain, streaming}).status);
+    // The eye is in the box of the terrain, which thus is drawn, and looks up.
+    const std::string up = "500050,3099900,62,500050,3099910,162";
+    for (const std::vector<std::string> & kind :
+         {std::vector<std::string>{terrain, "tree"}, {terrain, "chunked"}, {streaming, "auto"}}) {
+        const RunResult sky = render(folder, kind[0], {"--method", kind[1], "--view", up, "--size", "48x32"});
+        EXPECT_EQ(0, sky.status) << sky.errors;
+        ASSERT_EQ(1U, sky.errorLines().size()) << kind[1] << sky.errors;
+        EXPECT_NE(std::string::npos, sky.errorLines()[0].find("in sight"));
+    }
     const RunResult there = render(folder, terrain);
     EXPECT_EQ(0, there.status);
     EXPECT_EQ(0U, there.errorLines().size()) << there.errors;
@@ -473,6 +484,25 @@ TEST(Program, DamagedPyramidsAreTold) {
     }
 }
 
+/// Nobody can say of these that they are damaged.
+TEST(Program, SoundFilesThatCannotBeReadAreTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string path =
+        folder.write("t.vrt", "<VRTDataset rasterXSize=\"8\" rasterYSize=\"8\"><SRS>EPSG:32645</SRS>"
+                              "<GeoTransform>500000,32,0,3100000,0,-32</GeoTransform>"
+                              "<VRTRasterBand dataType=\"Float32\" band=\"1\"><SimpleSource>"
+                              "<SourceFilename>/missing.tif</SourceFilename><SourceBand>1</SourceBand>"
+                              "<SrcRect xOff=\"0\" yOff=\"0\" xSize=\"8\" ySize=\"8\"/>"
+                              "<DstRect xOff=\"0\" yOff=\"0\" xSize=\"8\" ySize=\"8\"/>"
+                              "</SimpleSource></VRTRasterBand></VRTDataset>");
+    const std::vector<std::string> words = {"cannot be read", "a file that it names", path, "/missing.tif"};
+    expectFailure(render(folder, path), 1, words, folder);
+    expectFailure(render(folder, terrain, {"--image", path}), 1, words, folder);
+    expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp")}), 1, words, folder);
+    expectFailure(zmt(folder, {"build", "terrain", path, folder.out("p.ztt")}), 1, words, folder);
+}
+
 TEST(Program, UsageIsTold) {
     const RunFolder folder;
     expectFailure(zmt(folder, {}), 2, {"--help"}, folder);
@@ -484,6 +514,29 @@ TEST(Program, UsageIsTold) {
     expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
     expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
     expectFailure(zmt(folder, {"build", "pyramid", "a", "b", "c"}), 2, {"zmt build pyramid --help"}, folder);
+}
+
+TEST(Program, LibrariesAreHeardOnRequestAlone) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
+    const std::string image = folder.write("i.tif", greyImage(8, 8).encode());
+    const std::string tree = "creating terrain for:\n", threads = "zmt: warning: using multi-threading";
+    const std::pair<std::vector<std::string>, std::vector<std::string>> commands[] = {
+        {{"render", "--method", "tree", "--image", image, "--terrain", terrain, "--size", "48x32", "--out",
+          folder.out("p.png")},
+         {tree, threads}},
+        {{"lod", "--terrain", terrain, "--report", folder.out("r.json")}, {tree}},
+        {{"build", "tree", terrain, folder.out("t.nbx")}, {tree}}};
+    for (const auto & [command, texts] : commands) {
+        SCOPED_TRACE(command.front());
+        EXPECT_EQ("", zmt(folder, command).errors);
+        std::vector<std::string> verbose = command;
+        verbose.emplace_back("--verbose");
+        const RunResult run = zmt(folder, verbose);
+        EXPECT_EQ(0, run.status);
+        for (const std::string & text : texts)
+            EXPECT_NE(std::string::npos, run.errors.find(text)) << text << "\n" << run.errors;
+    }
 }
 
 TEST(Program, WhatCannotBePrintedIsTold) {
@@ -504,8 +557,8 @@ TEST(Program, RastersOfAnySizeAreTold) {
     const std::string path =
         folder.write("t.vrt", "<VRTDataset rasterXSize=\"2000000000\" rasterYSize=\"2000000000\">"
                               "<VRTRasterBand dataType=\"Float32\" band=\"1\"/></VRTDataset>");
-    expectFailure(render(folder, path), 1, {path, "too large"}, folder);
-    expectFailure(lod(folder, path), 1, {path, "too large"}, folder);
+    expectFailure(render(folder, path), 1, {path, "too large", "'zmt build terrain'"}, folder);
+    expectFailure(lod(folder, path), 1, {path, "too large", "400000000"}, folder);
     EXPECT_NE(std::string::npos, zmt(folder, {"info", path}).output.find("2000000000 by 2000000000 cells"));
     expectFailure(zmt(folder, {"pick", "--terrain", path, "5,5"}), 1, {path, "too large"}, folder);
     expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp"), "--format", "RGBA8"}), 1,

@@ -285,6 +285,20 @@ TEST_F(RasterFileTest, FilesThatAreNoRasters) {
     EXPECT_TRUE(contains(openingFails(""), "no such file"));
 }
 
+TEST_F(RasterFileTest, FilesWithoutTheRightToRead) {
+    const std::string path = directory.write("hidden.tif", "whatever");
+    ASSERT_EQ(0, ::chmod(directory.file("").c_str(), 0755));
+    ASSERT_EQ(0, ::chmod(path.c_str(), 0));
+    // Nothing is hidden from root.
+    const uid_t user = ::geteuid(), nobody = 65534;
+    if (user == 0) {
+        ASSERT_EQ(0, ::seteuid(nobody));
+    }
+    const std::string message = openingFails(path);
+    ASSERT_EQ(0, ::seteuid(user));
+    EXPECT_TRUE(contains(message, "cannot be read; check its access rights")) << message;
+}
+
 TEST_F(RasterFileTest, FileWithoutBands) {
     const std::string path =
         writeTiff(directory.file("bandless.pix"), {.width = 2, .height = 2, .bands = 0, .format = "PCIDSK"});
