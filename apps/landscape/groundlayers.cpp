@@ -126,13 +126,6 @@ NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE:
     return makeTiledTexture(map);
 }
 
-void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
-                const std::string & path) {
-    const bool overlaps = image.minX() < terrain.maxX && terrain.minX < image.maxX() &&
-                          image.minY() < terrain.maxY && terrain.minY < image.maxY();
-    if (!overlaps) throw DataError(path + ": the image lies elsewhere; choose one that covers the area");
-}
-
 /// Reads the image once as a whole, as the first picture will: what is damaged is noticed before the long
 /// work, and the coarse levels of an image that stores none are made.
 void checkContent(const TiledGeoImagePyramid & image, const std::string & path) {
@@ -164,6 +157,13 @@ NBX::SO<TiledGeoImagePyramid> withCoarseLevels(const NBX::SO<TiledGeoImagePyrami
 }
 
 } // namespace
+
+void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
+                const std::string & path) {
+    const bool overlaps = image.minX() < terrain.maxX && terrain.minX < image.maxX() &&
+                          image.minY() < terrain.maxY && terrain.minY < image.maxY();
+    if (!overlaps) throw DataError(path + ": the image lies elsewhere; choose one that covers the area");
+}
 
 GroundLayer makeHeightColors(const GridData & grid) {
     return {LayerKind::HeightColors,

@@ -16,6 +16,10 @@
 #include "streamedfiles.h"
 #include "sunlight.h"
 
+namespace ZMT::RASTER {
+class TiledGeoImagePyramid;
+}
+
 enum class LayerKind {
     HeightColors,
     Shading, ///< the light, of whatever `Lighting`
@@ -58,6 +62,10 @@ GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture 
 
 /// From the north-west, as on relief maps.
 Sunlight defaultSun();
+
+/// Throws `DataError` for an image that lies elsewhere than a terrain with this extent.
+void checkPlace(const ZMT::RASTER::TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
+                const std::string & path);
 
 /// A georeferenced image of any size, or a texture pyramid, streamed while the view moves, for a terrain with
 /// this extent in the system `wkt`. The coarse levels of a large image that has none are made first, which

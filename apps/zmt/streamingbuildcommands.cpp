@@ -378,6 +378,9 @@ void buildTexture(const TextureOptions & options) {
         throw UsageError("one IMAGE is written at a time; join several with gdalbuildvrt first");
     const StreamedTerrain opened = openStreamedTerrain(options.terrain);
     const auto pyramid = ZMT::RASTER::GeoFile::openImage(options.images.front(), opened.reference.wkt);
+    const NBX::Bounds & box = opened.terrain->geoBoundingBox();
+    checkPlace(*pyramid, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z},
+               options.images.front());
     ZMT::CORE::GeoTransformation::setNBXOrigin(opened.overview->origin());
     const auto root = opened.terrain->rootTile()->geometryPatchHACK(opened.terrain);
     const bool written = ZMT::CORE::AsyncQuadtreeTerrainTexture::create(

@@ -370,6 +370,29 @@ TEST_F(Streaming, FilesInTheWrongPlaceAreToldByTheirContent) {
     }
 }
 
+TEST_F(Streaming, AnImageThatLiesElsewhereIsRefused) {
+    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
+    SmallGeoTiff image{20, 20, SmallGeoTiff::Pixels::Colors};
+    image.colors.assign(20 * 20 * 3, 128);
+    // To the west, so near that the margin of the first tile touches it, and to the south.
+    for (const auto & [west, north] :
+         {std::pair(s_west - 19.8 * s_cell, s_north), std::pair(s_west, s_north - 30 * s_cell)}) {
+        image.west = west;
+        image.north = north;
+        const std::string path = folder.write("elsewhere.tif", image.encode());
+        const RunResult run = zmt({"build", "texture", path, folder.out("x.zts"), "--terrain", terrain});
+        EXPECT_EQ(1, run.status);
+        ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(run.errors.find("elsewhere.tif: the image lies elsewhere"), std::string::npos)
+            << run.errors;
+        EXPECT_FALSE(fs::exists(folder.out("x.zts")));
+    }
+    image.west = s_west - 19.2 * s_cell;
+    image.north = s_north;
+    built("texture", {folder.write("touching.tif", image.encode()), "--terrain", terrain}, "x.zts");
+}
+
 TEST_F(Streaming, WhatIsNoStreamingFileIsToldInOneLine) {
     const std::string damaged = folder.write("damaged.ztt", "ZMT-AQTG and nothing more");
     const std::string image = folder.write("damaged.zts", "ZMT-AQTT and nothing more");
