@@ -4,6 +4,7 @@
 #include "reports.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -98,6 +99,26 @@ void tellAbsurd(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoRe
     writeError("warning: " + path + ": " + text);
 }
 
+double unknownShare(const ZMT::RASTER::RasterData & raster) {
+    std::vector<double> row(raster.cellsX());
+    double unknown = 0.0;
+    for (unsigned y = 0; y < raster.cellsY(); ++y) {
+        raster.valueRow(y, row.data());
+        unknown += double(std::count_if(row.begin(), row.end(),
+                                        [&](double height) { return raster.isUndefValue(height); }));
+    }
+    return unknown / (double(raster.cellsX()) * raster.cellsY());
+}
+
+/// Beside a raster in degrees that is near a pole, or turned, its new system has room without heights.
+void tellWedges(double share, const ZMT::RASTER::GeoReference & system, const std::string & path) {
+    constexpr double mostShare = 0.1;
+    if (share <= mostShare) return;
+    writeError("warning: " + path + ": its sides are not straight in " + system.name + ", so that " +
+               std::to_string(std::lround(share * 100.0)) +
+               " % of the terrain have no heights; --crs chooses another system");
+}
+
 /// In the system `crs`, or without one in any that is in metres.
 ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string & crs,
                                 const std::string & path) {
@@ -111,6 +132,7 @@ ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string
         raster.reference = ZMT::RASTER::CoordinateSystem::parse(crs);
         return raster;
     }
+    const double unknownBefore = unknownShare(*raster.raster);
     NBX::Progress warping(crs.empty() ? "warping to metres" : "warping to the system of --crs");
     raster =
         crs.empty() ? RasterWarp::toMetric(raster, &warping) : RasterWarp::toSystem(raster, crs, &warping);
@@ -119,6 +141,7 @@ ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string
     if (!crs.empty() && !hasHeights(*raster.raster))
         throw DataError(path + ": has no height where --crs has coordinates; choose a system for its area");
     checkTerrain(*raster.raster, path);
+    if (crs.empty()) tellWedges(unknownShare(*raster.raster) - unknownBefore, raster.reference, path);
     return raster;
 }
 

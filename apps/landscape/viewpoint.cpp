@@ -125,12 +125,23 @@ private:
         if (interest.isDefined())
             plan = NBX::Bounds(interest.getLLF() - offset_, interest.getURB() - offset_);
         const auto highest = ZMT::UTIL::Summit::find(ground_.grid, plan);
-        const Point summit = highest ? scaled(*highest + offset_) : box_.center();
-        const double distance = size_ * 0.1;
+        const Point summit = highest ? scaled(*highest + offset_) : middleOf(interest);
+        double distance = size_ * 0.1;
+        if (interest.isDefined())
+            distance = std::min(distance, std::max(interest.diagonal().x, interest.diagonal().z));
         Point eye = summit + Point(-distance * 0.4, 0.0, -distance);
         eye.x = std::clamp(eye.x, box_.getLLF().x, box_.getURB().x);
         eye.y = summit.y + distance * 0.35;
         return {eye, summit - Point(0.0, distance * 0.1, 0.0)};
+    }
+
+    /// On the ground, where an area is so small that no summit is in it; without one, of the terrain.
+    Point middleOf(const NBX::Bounds & area) const {
+        if (!area.isDefined()) return box_.center();
+        const Point middle = area.center();
+        const Point geo = ZMT::CORE::GeoTransformation::nbx2geoTf(middle);
+        const auto ground = groundAt(geo.x, geo.z);
+        return ground ? Point(middle.x, *ground, middle.z) : box_.center();
     }
 
     const ViewedGround & ground_;

@@ -121,6 +121,24 @@ TEST_F(FindViewpoint, WithoutGroundNothingCountsFromIt) {
     EXPECT_NO_THROW(find("100,7200,50,5400,9000,0"));
 }
 
+/// On a map of the world an image may be smaller than a cell.
+TEST_F(FindViewpoint, ACloseUpShowsAnImageOfAnySize) {
+    using ZMT::CORE::GeoTransformation;
+    ViewedGround viewed = ground();
+    const auto closeUp = [&](double west, double east) {
+        const NBX::Bounds image({west, 0.0, 7140.0}, {east, 0.0, 7160.0});
+        viewed.interest = GeoTransformation::geo2nbxTf(image);
+        return findViewpoint(parseView("closeup"), viewed);
+    };
+    const Viewpoint small = closeUp(5640.0, 5660.0);
+    expectAt(5650.0, 7150.0, 850.0 - 2.0, small.aim);
+    expectAt(5650.0 - 8.0, 7150.0 - 20.0, 850.0 + 7.0, small.eye);
+    const Viewpoint wide = closeUp(5605.0, 5695.0);
+    expectAt(5650.0, 7150.0, 850.0 - 8.0, wide.aim);
+    // Where the terrain has no ground there is nothing to see.
+    expectAt(5400.0, 7400.0, 600.0 - 2.0, closeUp(9000.0, 9020.0).aim);
+}
+
 TEST_F(FindViewpoint, AnEyeUnderTheGroundIsTold) {
     const auto told = [&](const char * view) {
         testing::internal::CaptureStderr();

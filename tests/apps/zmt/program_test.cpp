@@ -484,6 +484,30 @@ TEST(Program, DamagedPyramidsAreTold) {
     }
 }
 
+TEST(Program, WedgesWithoutHeightsAreTold) {
+    const RunFolder folder;
+    SmallGeoTiff tiff{40, 40, SmallGeoTiff::Pixels::Heights, std::vector<float>(1600, 100.0F)};
+    tiff.isInDegrees = true;
+    tiff.system = 4326;
+    tiff.west = 0.0;
+    tiff.cell = 0.25;
+    for (const double north : {85.0, 55.0}) {
+        SCOPED_TRACE(north);
+        tiff.north = north;
+        const RunResult run = render(folder, folder.write("t.tif", tiff.encode()));
+        EXPECT_EQ(0, run.status);
+        if (north < 60.0) {
+            EXPECT_EQ("", run.errors);
+            continue;
+        }
+        ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(std::string::npos,
+                  run.errors.find("t.tif: its sides are not straight in WGS 84 / UPS North"))
+            << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find(" % of the terrain have no heights")) << run.errors;
+    }
+}
+
 /// Nobody can say of these that they are damaged.
 TEST(Program, SoundFilesThatCannotBeReadAreTold) {
     const RunFolder folder;
