@@ -30,6 +30,26 @@ if(installed_targets)
     DESTINATION ${ZMT_PACKAGE_DIR})
 endif()
 
+# For builds by other tools: zmt-nbx, zmt-raster and zmt-core. The folder of a file says where the package lies,
+# so that it may be moved.
+file(RELATIVE_PATH ZMT_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" ZMT_PC_PREFIX "\${pcfiledir}/${ZMT_PC_PREFIX}")
+function(zmt_install_pkgconfig library component requires description)
+  if(NOT TARGET ${library})
+    return()
+  endif()
+  set(ZMT_PC_NAME zmt-${component})
+  set(ZMT_PC_LIBRARY ${library})
+  set(ZMT_PC_REQUIRES ${requires})
+  set(ZMT_PC_DESCRIPTION ${description})
+  configure_file(cmake/zmt.pc.in ${PROJECT_BINARY_DIR}/zmt-${component}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/zmt-${component}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+zmt_install_pkgconfig(nbx_core nbx "" "Scene and rendering engine of landscapes")
+zmt_install_pkgconfig(zmt_raster raster zmt-nbx "Height rasters, image pyramids and vector files")
+zmt_install_pkgconfig(zmt_core core zmt-raster "Terrains, their levels of detail, textures and painters")
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
 # The program, and beside it the window that it starts.
 foreach(program zmt zmt_viewer)
   if(TARGET ${program})

@@ -35,6 +35,21 @@ endfunction()
 build(${SOURCE_DIR} ${WORK_DIR}/build)
 execute_process(COMMAND ${WORK_DIR}/build/consumer COMMAND_ERROR_IS_FATAL ANY)
 
+# The same by pkg-config, which other tools ask.
+find_program(pkg_config pkg-config)
+if(pkg_config AND "core" IN_LIST COMPONENTS)
+  file(GLOB_RECURSE pc_file ${prefix}/*/zmt-core.pc)
+  cmake_path(GET pc_file PARENT_PATH pc_folder)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pc_folder}
+    ${pkg_config} --cflags --libs "zmt-core >= 0.1" OUTPUT_VARIABLE arguments COMMAND_ERROR_IS_FATAL ANY)
+  separate_arguments(arguments UNIX_COMMAND "${arguments}")
+  separate_arguments(flags UNIX_COMMAND "${FLAGS}")
+  execute_process(COMMAND ${COMPILER} -std=c++20 ${flags} -DZMT_WITH_nbx -DZMT_WITH_raster -DZMT_WITH_core
+    ${SOURCE_DIR}/consumer.cpp ${arguments} -Wl,-rpath,${pc_folder}/.. -o ${WORK_DIR}/pkgconfigconsumer
+    COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${WORK_DIR}/pkgconfigconsumer COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
 # The example that README.md shows.
 if("core" IN_LIST COMPONENTS)
   build(${SOURCE_DIR}/../../examples/firstpicture ${WORK_DIR}/firstpicture)
