@@ -40,9 +40,15 @@ std::string schemeOf(const std::string & text) {
     return scheme;
 }
 
-/// Where the URL ends in a sentence whose letters from `begin` on are one.
+/// Where the URL ends in a sentence whose letters from `begin` on are one. An apostrophe with a letter behind
+/// it does not end it: passwords and queries may have some.
 std::size_t endOfUrl(const std::string & text, std::size_t begin) {
-    const std::size_t end = std::min(text.find_first_of(" \t\r\n\"'<>", begin), text.size());
+    constexpr const char * stops = " \t\r\n\"'<>";
+    std::size_t end = text.find_first_of(stops, begin);
+    while (end < text.size() && text[end] == '\'' && end + 1 < text.size() &&
+           std::isalnum(static_cast<unsigned char>(text[end + 1])))
+        end = text.find_first_of(stops, end + 1);
+    end = std::min(end, text.size());
     const std::size_t last = text.find_last_not_of(".,:;)", end - 1);
     return last == std::string::npos || last < begin ? end : last + 1;
 }

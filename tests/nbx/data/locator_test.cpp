@@ -82,6 +82,9 @@ TEST(Locator, UrlsInSentencesAreShownSo) {
         {"http://", "http://"},
         {"://x?y", "://x?y"},
         {"http://u:p@h?http://v:q@i/z", "http://h"},
+        {"'http://u:don't@h/a?it's'", "'http://h/a'"},
+        {"'http://u:p@h','http://v:q@i'", "'http://h','http://i'"},
+        {"http://u:p@h/a'", "http://h/a'"},
         {"file:///a?b c", "file:///a?b c"},
     };
     for (const auto & [given, shown] : cases)
