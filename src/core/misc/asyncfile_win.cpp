@@ -141,6 +141,7 @@ bool AsyncFile_Win::isLoading() {
 }
 
 std::size_t AsyncFile_Win::pendingRequests() {
+    Request_Win::update(); // as in `isLoading`
     const Request_Win::Schedule & all = Request_Win::schedule();
     return all.active.size() + all.queued.size();
 }
@@ -229,7 +230,6 @@ void AsyncFile_Win::Request_Win::clearBehind(std::uint64_t available) {
 /// The read is no longer owed: what the system gave decides.
 void AsyncFile_Win::Request_Win::finish() {
     const std::uint64_t got = read_->got();
-    s_totalBytes += got;
     if (read_->error() != 0) {
         errno = read_->error();
         fail(NBX::ErrorHandler::getLastError());
@@ -242,6 +242,8 @@ void AsyncFile_Win::Request_Win::finish() {
         fail(L"the file was cut");
         return;
     }
+    // What fails again and again is no progress.
+    s_totalBytes += got;
     clearBehind(fileSize > alignedOffset_ ? fileSize - alignedOffset_ : 0);
     transferred_ = static_cast<std::int64_t>(size_);
     state_ = RS_Ready;

@@ -409,6 +409,13 @@ TEST_P(AsyncFileWinQueueTest, ReadsOfClosedFilesMakeRoomThoughNobodyWaits) {
     file_ = other;
 }
 
+TEST_P(AsyncFileWinQueueTest, RequestsOfClosedFilesAreNotPendingThoughNobodyLooksAtThem) {
+    calls_.release();
+    file_ = nullptr;
+    EXPECT_EQ(AsyncFile::pendingRequests(), 0U);
+    file_ = opened();
+}
+
 TEST_P(AsyncFileWinQueueTest, OneThatIsReadyMakesRoomThoughOthersWereGivenUp) {
     const SO<AsyncFile_Win> other = opened();
     const SO<Request> first = other->request(0, 10, 200.0), second = other->request(0, 10, 1.0);
@@ -732,7 +739,11 @@ TEST_P(AsyncFileWinTest, AFileThatIsCutInUseFailsWhereItsBytesAreMissing) {
             const SO<Request> request = file->request(offset, size, 1.0);
             const std::uint64_t needed = std::min<std::uint64_t>(offset + size, 50000);
             const bool isThere = offset >= 50000 || size == 0 || needed <= length;
+            const std::uint64_t before = AsyncFile::TotalLocalBytes();
             EXPECT_EQ(request->wait(), isThere);
+            if (!isThere) {
+                EXPECT_EQ(AsyncFile::TotalLocalBytes(), before) << "what failed is no progress";
+            }
             EXPECT_EQ(request->errorText(), isThere ? L"" : L"the file was cut");
             if (isThere) {
                 EXPECT_TRUE(bytesOf(*request) == rangeOf(bytes, offset, size));
@@ -786,6 +797,8 @@ TEST_P(AsyncFileWinTest, SaysWhenItsPathMeansAnotherFile) {
     EXPECT_TRUE(cut->hasChanged());
     const SO<AsyncFile_Win> touched = opened();
     std::filesystem::last_write_time(pathOf(), time + std::chrono::milliseconds(1));
+    EXPECT_TRUE(touched->hasChanged());
+    std::filesystem::last_write_time(pathOf(), time + std::chrono::seconds(1));
     EXPECT_TRUE(touched->hasChanged());
     EXPECT_FALSE(opened(pathOf("nowhere"))->hasChanged());
 }

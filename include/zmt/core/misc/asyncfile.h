@@ -82,7 +82,7 @@ public:
     static bool wait(double maxTime);
     /// Bytes received from web servers since the process began.
     static std::uint64_t TotalTransferedBytes();
-    /// Bytes read from local files since the process began.
+    /// Bytes of local files that were read well since the process began.
     static std::uint64_t TotalLocalBytes();
 };
 
