@@ -83,6 +83,8 @@ bool readHeader(AsyncFile & file, FileHeader & header, std::wstring & problem) {
 /// Whether a server answers that nothing is there, or nothing in it, or does not say: some forbid all that
 /// they do not have.
 bool saysNothingIsThere(const std::wstring & problem) {
+    // What was answered then was the answer to another question.
+    if (problem.find(L"is asked again in") != std::wstring::npos) return false;
     for (const wchar_t * status : {L"403", L"404", L"410", L"416"})
         if (problem.find(std::wstring(L"answered ") + status) != std::wstring::npos) return true;
     return false;

@@ -39,7 +39,7 @@ TEST_F(ProjectionOfServerTest, IsReadWhereThereIsOne) {
 TEST_F(ProjectionOfServerTest, IsNoneWithoutAWordWhereNothingIs) {
     const RecordedReports reports;
     EXPECT_EQ(terrain_->wkt(), "");
-    for (const int status : {403, 404, 410}) {
+    for (const int status : {403, 404, 410, 416}) {
         HttpAnswer answer;
         answer.status = status;
         answer.reason = "No";
@@ -66,6 +66,21 @@ TEST_F(ProjectionOfServerTest, OfAServerThatFailsIsReported) {
                                 server_.url("/a.prj") + L"; try again"),
               1U)
         << reports;
+}
+
+/// Whether there is a system nobody knows: the server was asked for something else, and is left alone since.
+TEST_F(ProjectionOfServerTest, OfAServerThatIsLeftAloneIsReported) {
+    server_.setFile("/a.prj", "LOCAL_CS[\"x\"]");
+    HttpAnswer answer;
+    answer.status = 404;
+    answer.reason = "Gone";
+    answer.lines = {"Retry-After: 60"};
+    server_.always(answer);
+    RecordedReports reports;
+    EXPECT_FALSE(AsyncFile::create(server_.url("/other")));
+    reports.clear();
+    EXPECT_EQ(terrain_->wkt(), "");
+    EXPECT_EQ(reports.size(), 1U) << reports;
 }
 
 } // namespace
