@@ -139,7 +139,7 @@ void TexturePatchRequest::takeLoaded(bool force) {
     switch (request_->state()) {
     case AsyncFile::RS_Ready:
         if (TextureTransfers::mayUpload(force) && !finishLoad())
-            fail(L"the block is damaged", s_longestBlockPause);
+            fail(L"the block is damaged; get the file anew", s_longestBlockPause);
         break;
     case AsyncFile::RS_Failed:
         fail(request_->errorText(), s_longestReadPause);

@@ -318,7 +318,7 @@ TEST_F(TexturePatchRequestTest, FailuresAreKnownUntilTheyHeal) {
     held->bytes[root.offset + 40] ^= 0xff;
     getLoaded();
     ASSERT_EQ(Texture::readFailures().size(), 1U);
-    EXPECT_EQ(Texture::readFailures()[0].reason, L"the block is damaged");
+    EXPECT_EQ(Texture::readFailures()[0].reason, L"the block is damaged; get the file anew");
     held->bytes[root.offset + 40] ^= 0xff;
     nextFrame(5.0);
     EXPECT_TRUE(getLoaded());
