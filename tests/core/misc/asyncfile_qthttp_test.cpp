@@ -365,6 +365,27 @@ TEST_F(AsyncFile_QtHttpTest, FileThatChangesOnTheServerFailsUntilItIsBack) {
     EXPECT_FALSE(beyond->wait());
     EXPECT_EQ(beyond->errorText(), L"server '127.0.0.1' answered 416 Range Not Satisfiable");
     EXPECT_TRUE(file->hasChanged());
+    server_.then({.status = 500});
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    EXPECT_TRUE(file->hasChanged()) << "nobody said that it is back";
+}
+
+TEST_F(AsyncFile_QtHttpTest, PauseOfAFileThatIsBackBeginsAnew) {
+    server_.setFile("/f", bytes_, "\"1\"");
+    const auto file = open();
+    httpTimes().firstPause = 0.1;
+    httpTimes().longestPause = 60.0;
+    const auto isReadyAs = [&](const std::string & tag) {
+        server_.setFile("/f", bytes_, tag);
+        return file->request(0, 10, 1.0)->wait();
+    };
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(isReadyAs("\"2\""));
+    EXPECT_TRUE(isReadyAs("\"1\""));
+    EXPECT_FALSE(isReadyAs("\"2\""));
+    const double start = NBX::NBXTime::now();
+    EXPECT_TRUE(isReadyAs("\"1\""));
+    EXPECT_LT(NBX::NBXTime::now() - start, 0.6) << "the fourth pause in a row takes longer";
 }
 
 TEST_F(AsyncFile_QtHttpTest, FileThatChangedIsLeftAloneButNotItsServer) {
@@ -425,12 +446,16 @@ TEST_F(AsyncFile_QtHttpTest, WhatPatienceDoesNotWaitForGoesOn) {
     EXPECT_EQ(server_.requests(), 1u);
 }
 
-TEST_F(AsyncFile_QtHttpTest, OpeningEndsWithThePatience) {
+TEST_F(AsyncFile_QtHttpTest, OpeningAndReadingEndWithThePatience) {
+    const auto file = open();
     httpTimes().silenceMilliseconds = 2400;
     server_.setHeld(true);
     std::wstring problem;
     const Patience patience(0.1);
     EXPECT_FALSE(openHttpFile(server_.url("/f"), problem));
+    EXPECT_EQ(problem, L"nobody waited for the answer");
+    problem.clear();
+    EXPECT_FALSE(file->readNow(0, 10, &problem));
     EXPECT_EQ(problem, L"nobody waited for the answer");
     server_.setHeld(false);
 }
