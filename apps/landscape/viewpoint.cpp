@@ -51,9 +51,7 @@ public:
                 "--lonlat needs a terrain with a coordinate system, and this one has none; leave "
                 "it out, and give map coordinates");
         if (!view.coordinates) return named(view.name);
-        View onMap = view;
-        if (view.isLonLat) onMap.coordinates = inMapCoordinates(*view.coordinates);
-        return given(onMap);
+        return given(view.isLonLat ? inMapCoordinates(view) : view);
     }
 
     /// In scene coordinates; nothing where there is no ground.
@@ -66,10 +64,12 @@ public:
 private:
     Point scaled(const Point & p) const { return {p.x, p.y * ground_.exaggeration, p.z}; }
 
-    /// Eye and aim in map coordinates, whose places are longitudes and latitudes.
-    std::array<double, 6> inMapCoordinates(std::array<double, 6> c) const {
+    /// A view whose places are longitudes and latitudes.
+    View inMapCoordinates(View view) const {
         const ZMT::RASTER::CoordinateSystem system(ground_.reference.wkt);
-        for (double * place : {&c[0], &c[3]}) {
+        // With a direction the eye has no place.
+        for (unsigned first = view.direction ? 3 : 0; first < 6; first += 3) {
+            double * const place = view.coordinates->data() + first;
             const auto onMap = std::abs(place[1]) <= 90.0 ? system.fromLonLat({place[0], place[1]})
                                                           : std::optional<ZMT::RASTER::MapPlace>();
             if (!onMap)
@@ -79,7 +79,7 @@ private:
             place[0] = onMap->x;
             place[1] = onMap->y;
         }
-        return c;
+        return view;
     }
 
     Viewpoint given(const View & view) const {

@@ -131,8 +131,9 @@ void printObject(const PickedPlace & place, const GeoReference & reference) {
 }
 
 /// The place, the height and the system.
-void printLine(const PickedPlace & place, bool isLonLat, const GeoReference & reference) {
-    if (isLonLat && place.lonLat)
+void printLine(const PickedPlace & place, bool isLonLatWanted, const GeoReference & reference) {
+    const bool isLonLat = isLonLatWanted && place.lonLat;
+    if (isLonLat)
         std::printf("%.8f %.8f ", place.lonLat->longitude, place.lonLat->latitude);
     else
         std::printf("%.3f %.3f ", place.geo.x, place.geo.z);

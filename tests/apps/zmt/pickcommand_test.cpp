@@ -176,6 +176,31 @@ TEST_F(PickCommand, TakesAndGivesLongitudeAndLatitude) {
     EXPECT_NEAR(28.0235, latitude, 1e-3);
 }
 
+/// Longitude 0 and latitude 0 have no coordinates in the system of the slope.
+TEST_F(PickCommand, TakesLongitudeAndLatitudeOfAPlaceThatIsLookedAt) {
+    const RunResult run =
+        pick({"--lonlat", "--view", "at:87.0067,28.0198,30,60,900", "--size", "33x21", "16,10"});
+    double longitude = 0.0, latitude = 0.0;
+    ASSERT_EQ(2, std::sscanf(run.output.c_str(), "%lf %lf", &longitude, &latitude)) << run.errors;
+    EXPECT_NEAR(87.0067, longitude, 1e-3);
+    EXPECT_NEAR(28.0198, latitude, 1e-3);
+}
+
+TEST_F(PickCommand, PlacesWithoutLongitudeAndLatitudeAreToldInMapCoordinates) {
+    SmallGeoTiff tiff = slope();
+    // Columns in the east lie beyond the globe.
+    tiff.cell = 1e6;
+    const std::string wide = folder.write("wide.tif", tiff.encode());
+    const RunResult run = runProcess(
+        ZMT_EXECUTABLE,
+        {"pick", "--terrain", wide, "--lonlat", "--view", "north", "--size", "64x64", "50,32"}, folder);
+    double x = 0.0, y = 0.0, height = 0.0;
+    char system[16] = "";
+    ASSERT_EQ(4, std::sscanf(run.output.c_str(), "%lf %lf %lf %15s", &x, &y, &height, system)) << run.errors;
+    EXPECT_GT(x, 2e7);
+    EXPECT_STREQ("EPSG:32645", system);
+}
+
 TEST_F(PickCommand, HolesHaveNoHeight) {
     const double x = s_west + 10.5 * s_cell, y = s_north - 10.5 * s_cell;
     const std::string place = std::to_string(x) + "," + std::to_string(y) + ",";
