@@ -212,7 +212,7 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     NBX::AtomicFileWriter writer(path);
     HeightPyramid pyramid(*layout.source, plan.header.treeDepth, how.resampling, 1U << plan.header.tileLevel);
     const NBX::SO<NBX::File> file(&writer.file());
-    pyramid.keepIn(file, plan.levelsStart());
+    pyramid.keepGuarded(file, plan.levelsStart());
     TileThreads threads(how.threads);
     NBX::Progress progress("reading the raster", layout.source->area().height());
     if (!pyramid.build(threads, progress)) return false;
@@ -224,7 +224,7 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     plan.header.minHeight = scale.minHeight;
     plan.header.heightScale = scale.step;
     plan.work = workOf(plan, layout, pyramid);
-    file->resize(plan.levelsStart() + pyramid.bytes());
+    file->resize(plan.levelsStart() + pyramid.guardedBytes());
     plan.write(*file);
     writer.commit();
     return true;
@@ -291,17 +291,23 @@ bool GridTerrainPlan::writePart(const std::string & path, const Share & share,
 bool GridTerrainPlan::join(const std::vector<std::string> & paths, const std::string & path,
                            unsigned threads) const {
     const std::vector<TerrainPart> parts = openParts(paths, *plan_);
+    const TileRows rows = plan_->rows();
+    const auto countOf = [&](const TerrainPart & part) {
+        const TerrainPartHeader & header = part.header();
+        return plan_->firstRowOf(header.part + 1, header.parts) -
+               plan_->firstRowOf(header.part, header.parts);
+    };
+    for (const TerrainPart & part : parts)
+        part.checkRoom(rows, countOf(part));
     const GridTerrainCreation how = creationOf(*plan_, threads);
     TerrainOutput output(path, how);
     TileThreads workers(threads);
-    const TileRows rows = plan_->rows();
     TileAssembly assembly(rows, workers, output.begin(plan_->header));
     NBX::Progress progress("joining the parts", rows.rows(0).count());
     std::uint32_t done = 0;
     for (const TerrainPart & part : parts) {
-        const std::uint32_t number = part.header().part;
-        const std::uint32_t first = plan_->firstRowOf(number, part.header().parts);
-        const std::uint32_t count = plan_->firstRowOf(number + 1, part.header().parts) - first;
+        const std::uint32_t first = plan_->firstRowOf(part.header().part, part.header().parts);
+        const std::uint32_t count = countOf(part);
         if (!part.deliver(rows, first, count, assembly,
                           [&](std::uint32_t finished) { return progress.update(done + finished); }))
             return false;

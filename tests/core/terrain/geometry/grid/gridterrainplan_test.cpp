@@ -3,10 +3,13 @@
 
 #include <zmt/core/terrain/geometry/grid/gridterrainplan.h>
 
+#include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <random>
+#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -391,6 +394,8 @@ TEST_F(GridTerrainPlanTest, DamagedPlansAndPartsAreRefused) {
     plan(band);
     const std::vector<std::string> all = parts(band, 2);
     const auto put = [](const std::string & name, const Bytes & bytes) {
+        // Some file systems bring a file to the disk at once when it is cut and written again.
+        std::filesystem::remove(name);
         std::ofstream(name, std::ios::binary)
             .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
     };
@@ -416,11 +421,21 @@ TEST_F(GridTerrainPlanTest, DamagedPlansAndPartsAreRefused) {
     };
     expectRefused(
         all[1], [&] { joined(all); }, SIZE_MAX);
-    // The heights of coarser levels are not guarded.
-    const std::size_t levels = (11 * 9 + 6 * 5 + 4 * 3) * sizeof(float);
+    // The heights of coarser levels are looked at when they are needed, and up to 15 zeros before never.
+    const std::size_t size = NBX::File::contents(path("plan")).size();
+    const std::size_t levels = (11 * 9 + 6 * 5 + 4 * 3) * sizeof(float) + (9 + 5 + 3) * sizeof(std::uint64_t);
     expectRefused(
-        path("plan"), [&] { const GridTerrainPlan opened(path("plan")); },
-        NBX::File::contents(path("plan")).size() - levels - 16);
+        path("plan"), [&] { const GridTerrainPlan opened(path("plan")); }, size - levels - 16);
+    const Bytes sound = NBX::File::contents(path("plan"));
+    for (std::size_t at = size - levels; at < size; ++at) {
+        Bytes changed = sound;
+        changed[at] ^= 0x15;
+        put(path("plan"), changed);
+        const std::string problem = problemOf([&] { part(band, 1, 1); });
+        expectContains(problem, "heights in it are damaged; make it anew");
+        expectContains(problem, path("plan"));
+    }
+    put(path("plan"), sound);
     expectContains(problemOf([&] { const GridTerrainPlan opened(all[0]); }), "is no plan");
     expectContains(problemOf([&] { joined({path("plan")}); }), "is no part");
     expectContains(problemOf([&] { joined({path("none")}); }), path("none"));
@@ -448,6 +463,9 @@ TEST_F(GridTerrainPlanTest, ForgedPlansAreRefused) {
         [](auto & p) { p.header.minHeight = NAN; },
         [](auto & p) { p.header.originX = NAN; },
         [](auto & p) { p.header.originY = HUGE_VAL; },
+        [](auto & p) { p.ambientLight = NAN; },
+        [](auto & p) { p.light[0] = NAN; },
+        [](auto & p) { p.light[2] = HUGE_VAL; },
         [](auto & p) { p.resampling = static_cast<HeightResampling>(2); },
         [](auto & p) { p.work.push_back(1); },
         [](auto & p) { p.work.pop_back(); }};
@@ -460,6 +478,68 @@ TEST_F(GridTerrainPlanTest, ForgedPlansAreRefused) {
     }
     sound.write(file);
     EXPECT_EQ(sound.id(), TerrainPlanFile::read(file).id());
+}
+
+/// A plan with an old terrain may claim heights beyond its own, but no more tiles than its parts have.
+TEST_F(GridTerrainPlanTest, AForgedWidthTakesNoMemory) {
+    const SO<FunctionBand> band(new FunctionBand(2, 5, FunctionBand::hills));
+    plan(band);
+    const std::string name = part(band, 1, 1);
+    {
+        NBX::File file(path("plan"), NBX::WM_Update);
+        TerrainPlanFile forged = TerrainPlanFile::read(file);
+        ASSERT_EQ(0U, forged.header.tileLevel);
+        forged.header.treeDepth = 31;
+        forged.area.maxX = 0x80000000;
+        forged.work.resize(forged.rows().rows(0).count(), 1);
+        file.resize(forged.levelsStart() +
+                    HeightLevels(forged.sourceArea, forged.header.treeDepth).guardedBytes());
+        forged.write(file);
+        NBX::File partFile(name, NBX::WM_Update);
+        TerrainPartHeader header{};
+        partFile.read(&header, sizeof header);
+        header.plan = forged.id();
+        header.seal();
+        partFile.seek(0);
+        partFile.write(&header, sizeof header);
+    }
+    const std::string problem = joinProblem({name});
+    expectContains(problem, "the part is damaged");
+    expectContains(problem, name);
+}
+
+/// Notes how far the parts are joined.
+class JoinDisplay : public NBX::ProgressDisplay {
+public:
+    JoinDisplay() : before_(NBX::Progress::setDisplay(this)) {}
+    ~JoinDisplay() override { NBX::Progress::setDisplay(before_); }
+    JoinDisplay(const JoinDisplay &) = delete;
+    JoinDisplay & operator=(const JoinDisplay &) = delete;
+
+    void begin(const NBX::Progress &) override {}
+    bool update(const NBX::Progress & progress) override {
+        if (progress.title() != "joining the parts") return true;
+        values.push_back(progress.currentValue());
+        // Progress that is too quick is not shown.
+        std::this_thread::sleep_for(std::chrono::milliseconds(120));
+        return true;
+    }
+    void end(const NBX::Progress &) override {}
+
+    std::vector<double> values;
+
+private:
+    NBX::ProgressDisplay * before_;
+};
+
+TEST_F(GridTerrainPlanTest, JoiningShowsTheRowsOfAllPartsBefore) {
+    creation.level = 2;
+    const SO<FunctionBand> band(new FunctionBand(17, 17, FunctionBand::hills));
+    plan(band);
+    const std::vector<std::string> all = parts(band, 3);
+    JoinDisplay display;
+    joined(all);
+    EXPECT_EQ((std::vector<double>{1.0, 2.0, 3.0, 4.0, 4.0}), display.values);
 }
 
 /// Entries of a part that no part has, but whose hash is right.

@@ -121,6 +121,10 @@ TerrainPart::TerrainPart(const std::string & path) : path_(path) {
     if (header_.fileSize != file.size()) throwDamaged();
 }
 
+void TerrainPart::checkRoom(const TileRows & rows, std::uint32_t count) const {
+    if (count > 0 && header_.fileSize / sizeof(Entry) / count < rows.columns(0).count()) throwDamaged();
+}
+
 void TerrainPart::throwDamaged() const {
     throw NBX::InputException(L"the part is damaged or cut off; make it anew", path_);
 }

@@ -54,6 +54,9 @@ public:
 
     const std::string & path() const { return path_; }
     const TerrainPartHeader & header() const { return header_; }
+    /// Throws `NBX::InputException` where it is too small for `count` rows of tiles: a plan may claim any
+    /// width, and who joins the parts has memory for each tile of a row.
+    void checkRoom(const TileRows & rows, std::uint32_t count) const;
     /// Hands on the tiles of `count` rows from `firstRow` on: of all that the part holds. Calls `goesOn` with
     /// the number of finished rows; false ends it. Throws `NBX::InputException` where the part is damaged,
     /// and what `sink` throws.

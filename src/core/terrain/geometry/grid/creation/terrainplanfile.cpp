@@ -1,10 +1,11 @@
 // A head of 32 bytes: magic, version, length of the description, its hash. Then the description, zeros up to
-// a multiple of 16, and the heights, level by level, row by row, as floats.
+// a multiple of 16, and the heights, level by level, row by row, as floats, and behind each row its hash.
 
 #include "terrainplanfile.h"
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include <nbx/object/exception.h>
 
@@ -19,7 +20,7 @@ using namespace TerrainFileFormat;
 namespace {
 
 constexpr char s_magic[9] = "ZMT-PLAN";
-constexpr std::uint32_t s_version = 1;
+constexpr std::uint32_t s_version = 2;
 
 struct Head {
     char magic[8];
@@ -123,8 +124,9 @@ bool TerrainPlanFile::isSound() const {
     return isInside(area, {0, 0, last, last}) && isInside(sourceArea, area) &&
            sourceDepth <= header.treeDepth && isSize(header.cellSizeX) && isSize(header.cellSizeY) &&
            isSize(header.heightScale) && std::isfinite(header.minHeight) && std::isfinite(header.originX) &&
-           std::isfinite(header.originY) && resampling <= HeightResampling::Average &&
-           rows().rows(0).count() == work.size();
+           std::isfinite(header.originY) && std::isfinite(ambientLight) &&
+           std::all_of(std::begin(light), std::end(light), [](double x) { return std::isfinite(x); }) &&
+           resampling <= HeightResampling::Average && rows().rows(0).count() == work.size();
 }
 
 void TerrainPlanFile::write(NBX::File & file) const {
@@ -159,14 +161,15 @@ TerrainPlanFile TerrainPlanFile::read(NBX::File & file) {
         throwDamaged(file);
     }
     if (!plan.isSound() ||
-        file.size() != plan.levelsStart() + HeightLevels(plan.sourceArea, plan.header.treeDepth).bytes())
+        file.size() !=
+            plan.levelsStart() + HeightLevels(plan.sourceArea, plan.header.treeDepth).guardedBytes())
         throwDamaged(file);
     return plan;
 }
 
 HeightLevels TerrainPlanFile::levels(const NBX::SO<NBX::File> & file) const {
     HeightLevels result(sourceArea, header.treeDepth);
-    result.keepIn(file, levelsStart());
+    result.keepGuarded(file, levelsStart());
     return result;
 }
 
