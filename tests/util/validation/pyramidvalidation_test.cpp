@@ -62,6 +62,15 @@ TEST_F(PyramidValidation, WrittenPyramidsAreSound) {
         }
 }
 
+/// Levels of one pixel have no half.
+TEST_F(PyramidValidation, NarrowPyramidsAreSound) {
+    for (const auto & [width, height] : {std::pair(1, 600), std::pair(600, 1)}) {
+        const ValidationReport found = report(written(width, height, CompressedTexture::PF_RGB8));
+        EXPECT_TRUE(found.isSound()) << text(found);
+        EXPECT_GT(found.levels, 2U);
+    }
+}
+
 TEST_F(PyramidValidation, ScrambledHeadersNeedTheirKey) {
     CompressedTexture::setEncryptionKey(0x123456789abcdefULL);
     const Bytes bytes = written(300, 130, CompressedTexture::PF_RGB8);

@@ -84,6 +84,29 @@ TEST(TerrainValidation, WrittenTerrainsAreSound) {
     expectSound(scattered);
 }
 
+/// All children of the root are one block, which is a tile of another place, so that nobody takes it.
+TEST(TerrainValidation, BytesThatAreReferredToAgainAndAgainEndTheCheck) {
+    const Bytes sound = written(band(33, 33), 4);
+    const Rewriting plainTiles(terrain, sound, false);
+    ASSERT_EQ(5U, plainTiles.blocks.size());
+    const auto block = [&](unsigned i) {
+        return plainTiles.bytes.begin() + std::ptrdiff_t(plainTiles.blocks[i]);
+    };
+    const std::ptrdiff_t size = block(1) - block(0);
+    Bytes bytes(plainTiles.bytes.begin(), plainTiles.bytes.begin() + 256);
+    bytes.insert(bytes.end(), block(0), block(0) + size);
+    bytes.insert(bytes.end(), block(4), block(4) + size);
+    const std::size_t root = 256 + std::size_t(size);
+    for (unsigned i = 0; i < 4; ++i)
+        set(bytes, root + 64 + 16 * i, std::uint64_t(256));
+    set(bytes, 8, std::uint64_t(bytes.size()));
+    set(bytes, 88, std::uint64_t(root));
+    set(bytes, 256 + 28, 99U);
+    const ValidationReport found = report(bytes);
+    EXPECT_EQ(4U, found.faultCount) << text(found);
+    EXPECT_EQ("more is referred to than the file has; the rest is not checked", found.faults.back().what);
+}
+
 TEST(TerrainValidation, WrittenLightMapsAreSound) {
     expectSound(written(band(40, 31, FunctionBand::hillsWithHoles), 3, Light::Static), true);
     expectSound(written(band(40, 31), 3, Light::Normals), true);
