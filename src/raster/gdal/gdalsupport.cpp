@@ -142,8 +142,10 @@ GdalDataset openDataset(const std::string & path, unsigned kind, const std::wstr
 }
 
 OGRSpatialReference spatialReference(const std::string & wkt) {
+    // The text may come from a file that somebody else wrote.
+    const char * const options[] = {"ALLOW_NETWORK_ACCESS=NO", "ALLOW_FILE_ACCESS=NO", nullptr};
     OGRSpatialReference system;
-    if (system.SetFromUserInput(wkt.c_str()) != OGRERR_NONE)
+    if (system.SetFromUserInput(wkt.c_str(), options) != OGRERR_NONE)
         throw NBX::InputException(L"unknown coordinate system", "", 0,
                                   NBX::StringUtils::Utf8String2WString(wkt.substr(0, 200)));
     system.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);

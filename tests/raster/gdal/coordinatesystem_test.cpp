@@ -1,8 +1,13 @@
 #include <zmt/raster/gdal/coordinatesystem.h>
 
+#include <cstdlib>
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include <nbx/object/exception.h>
+
+#include <support/temporaryfolder.h>
 
 namespace {
 
@@ -32,6 +37,11 @@ TEST(CoordinateSystem, WhatNamesNoneIsRefused) {
 TEST(CoordinateSystem, FilesAreNotAsked) {
     EXPECT_THROW(CoordinateSystem::parse(std::string(ZMT_DATA_DIR) + "/everest_srtm3.tif"),
                  NBX::InputException);
+    const TemporaryFolder folder;
+    const std::string file = std::string(std::getenv("TMPDIR")) + "/system.txt";
+    std::ofstream(file) << CoordinateSystem::parse("EPSG:32645").wkt;
+    EXPECT_THROW(CoordinateSystem::parse(file), NBX::InputException);
+    EXPECT_THROW(CoordinateSystem{file}, NBX::InputException);
 }
 
 TEST(CoordinateSystem, HasNoShortNameWhereNobodyGaveOne) {
