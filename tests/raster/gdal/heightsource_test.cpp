@@ -66,6 +66,21 @@ protected:
     TestDirectory directory;
 };
 
+/// Cells that differ by a ten-thousandth are off by a hundredth of one in the hundredth column.
+TEST_F(HeightSourceTest, cellsThatDriftAreResampled) {
+    TiffContent south{101, 2}, north{100, 2};
+    south.values.assign(202, 7.0);
+    for (int i = 0; i < 200; ++i)
+        north.values.push_back(i % 100);
+    constexpr double cell = 30.003;
+    south.geoTransform = {500000.0, 30.0, 0.0, 3100000.0, 0.0, -20.0};
+    north.geoTransform = {500015.0 - 0.5 * cell, cell, 0.0, 3100040.0, 0.0, -20.0};
+    const HeightSource source({write("south.tif", south), write("north.tif", north)});
+    ASSERT_EQ(101U, source.band()->cellsX());
+    ASSERT_EQ(4U, source.band()->cellsY());
+    EXPECT_NEAR(90.0 * 30.0 / cell, cellsOf(source)[2 * 101 + 90], 0.002);
+}
+
 TEST_F(HeightSourceTest, readsARasterInMetresAsItIs) {
     const HeightSource source({write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}})});
     EXPECT_EQ(source.reference().name, "WGS 84 / UTM zone 45N");

@@ -293,8 +293,9 @@ TEST_F(GridTerrainPlanTest, PartsOfAChangedRasterAreRefused) {
         new FunctionBand({40, 40, 0.0, 5.0, 1.0, 1.0}, FunctionBand::hills),
         new FunctionBand({40, 40, 0.0, 0.0, 2.0, 1.0}, FunctionBand::hills),
         new FunctionBand({40, 40, 0.0, 0.0, 1.0, 2.0}, FunctionBand::hills),
+        new FunctionBand(40, 40, [](unsigned x, unsigned y) { return FunctionBand::hills(x, y) + (x > 20); }),
         new FunctionBand(40, 40,
-                         [](unsigned x, unsigned y) { return FunctionBand::hills(x, y) + (x > 20); })};
+                         [](unsigned x, unsigned y) { return FunctionBand::hills(x, y) + (y > 20); })};
     for (const SO<FunctionBand> & other : others) {
         stamped = "1";
         plan(band);
