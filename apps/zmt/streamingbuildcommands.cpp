@@ -139,7 +139,7 @@ void tellShareOutside(const TerrainOptions & options, const ZMT::RASTER::RasterG
     const double share = GridTerrainCreation::shareOutside(grid, old);
     if (share < s_leastShare || share >= 1.0) return;
     std::ostringstream percent;
-    percent << std::setprecision(2) << 100.0 * share;
+    percent << std::setprecision(3) << 100.0 * share; // two would make 1e+02 of 99.6
     writeError("warning: " + options.inputs.front() + ": " + percent.str() +
                " % lie outside of the square of " + options.merge +
                " and are left out; to have all of it, make a new terrain of both");

@@ -273,7 +273,9 @@ TEST_F(Streaming, MergingTellsWhatIsLeftOutAndWhichSystemIsMissing) {
     EXPECT_EQ(errors(content, old).find("warning"), std::string::npos);
     content.west -= 8 * s_cell;
     const std::string cut = errors(content, old);
-    EXPECT_NE(cut.find("added.tif: 24 % lie outside of the square of " + old), std::string::npos) << cut;
+    EXPECT_NE(cut.find("added.tif: 24.2 % lie outside of the square of " + old), std::string::npos) << cut;
+    const std::string large = errors(slope(600, 600, 0.0), old);
+    EXPECT_NE(large.find("added.tif: 99.7 % lie outside"), std::string::npos) << large;
 
     content.west += 8 * s_cell;
     fs::remove(folder.out("old.prj"));
