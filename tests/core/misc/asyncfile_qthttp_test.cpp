@@ -411,6 +411,31 @@ TEST_F(AsyncFile_QtHttpTest, FileThatChangedIsLeftAloneButNotItsServer) {
     EXPECT_FALSE(anew->hasChanged());
 }
 
+TEST_F(AsyncFile_QtHttpTest, ServerThatHasAnotherFileWorksAgain) {
+    server_.setFile("/f", bytes_, "\"1\"");
+    const auto file = open();
+    httpTimes().firstPause = 0.1;
+    httpTimes().longestPause = 60.0;
+    const std::string place = "127.0.0.1:" + std::to_string(server_.port());
+    server_.then({.status = 503});
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    EXPECT_NE(AsyncFileManager::instance().backoff().lastFailure(place), L"");
+    server_.setFile("/f", bytes_, "\"2\"");
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    EXPECT_TRUE(file->hasChanged());
+    EXPECT_EQ(AsyncFileManager::instance().backoff().lastFailure(place), L"");
+}
+
+TEST_F(AsyncFile_QtHttpTest, ReportsShowNeitherLoginsNorQueries) {
+    server_.always({.status = 404});
+    const RecordedReports reports;
+    const std::wstring url = server_.url("/f?key=secret");
+    EXPECT_FALSE(AsyncFile::create(L"http://u:secret@" + url.substr(7)));
+    ASSERT_EQ(reports.size(), 1u) << reports;
+    EXPECT_EQ(reports[0].message.find(L"secret"), std::wstring::npos) << reports;
+    EXPECT_NE(reports[0].message.find(server_.url("/f")), std::wstring::npos) << reports;
+}
+
 TEST_F(AsyncFile_QtHttpTest, FileThatIsRefusedOrSilentHasNotChanged) {
     const auto file = open();
     for (const HttpAnswer & answer :

@@ -68,6 +68,13 @@ TEST_F(ProjectionOfServerTest, OfAServerThatFailsIsReported) {
         << reports;
 }
 
+TEST_F(ProjectionOfServerTest, ThatIsTooLargeForOneIsReported) {
+    const RecordedReports reports;
+    server_.setFile("/a.prj", std::string((1U << 20U) + 1, ' '));
+    EXPECT_EQ(terrain_->wkt(), "");
+    EXPECT_EQ(reports.size(), 1U) << reports;
+}
+
 /// Whether there is a system nobody knows: the server was asked for something else, and is left alone since.
 TEST_F(ProjectionOfServerTest, OfAServerThatIsLeftAloneIsReported) {
     server_.setFile("/a.prj", "LOCAL_CS[\"x\"]");
