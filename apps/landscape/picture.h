@@ -43,5 +43,6 @@ NBX::SO<NBX::SceneThing> makeHidingSurface(const NBX::SO<NBX::SceneThing> & node
 /// Throws `UsageError` for a name that promises another format than PNG or JPEG.
 void checkPictureName(const std::string & option, const std::string & path);
 /// Draws the canvas and writes the file of the name `path`, JPEG where it says so and PNG otherwise, to
-/// `out`, which is not committed. False for one that shows the sky alone. Throws `DataError` and `NBX::IOException`.
+/// `out`, which is not committed. False for one that shows the sky alone. Throws `DataError` and
+/// `NBX::IOException`.
 bool writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path);
