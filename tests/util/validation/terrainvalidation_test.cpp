@@ -186,13 +186,7 @@ TEST(TerrainValidation, PlantedFaultsAreNamed) {
     const std::vector<std::size_t> & blocks = plain().blocks;
     const std::size_t root = blocks.back(), finest = blocks.front();
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    struct Case {
-        const char * name;
-        std::function<void(Bytes &)> plant;
-        std::size_t offset;
-        const char * what;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<PlantedFault> planted = {
         {"magic", [](Bytes & b) { b[3] = 'x'; }, 0, "no streaming terrain, streaming texture or texture"},
         {"size", [](Bytes & b) { set(b, 8, std::uint64_t(b.size() + 16)); }, 8, "the blocks end at"},
         {"reserved", [](Bytes & b) { b[20] = 1; }, 16, "the reserved number is not 0"},
@@ -233,16 +227,7 @@ TEST(TerrainValidation, PlantedFaultsAreNamed) {
         {"padding", [&](Bytes & b) { b[blocks[1] - 1] = 1; }, blocks[1] - 1,
          "a byte between two blocks is not zero"},
     };
-    for (const Case & c : cases) {
-        Bytes bytes = plain().bytes;
-        c.plant(bytes);
-        const std::string found = faults(bytes);
-
-        bool isTold = false;
-        for (const ValidationReport::Fault & fault : report(bytes).faults)
-            isTold = isTold || (fault.offset == c.offset && fault.what.find(c.what) != std::string::npos);
-        EXPECT_TRUE(isTold) << c.name << "\n" << found;
-    }
+    expectTold(plain().bytes, planted);
 }
 
 TEST(TerrainValidation, AWrongBoxIsToldOnce) {

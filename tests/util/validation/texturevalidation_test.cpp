@@ -82,13 +82,7 @@ TEST(TextureValidation, PlantedFaultsAreNamed) {
     const std::vector<std::size_t> & blocks = plain().blocks;
     const std::size_t root = blocks.back(), finest = blocks.front();
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    struct Case {
-        const char * name;
-        std::function<void(Bytes &)> plant;
-        std::size_t offset;
-        const char * what;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<PlantedFault> planted = {
         {"reserved", [](Bytes & b) { b[16] = 1; }, 16, "the reserved number is not 0"},
         {"long", [](Bytes & b) { set(b, 8, std::uint64_t(b.size() + 1)); }, 8, "the stream has"},
         {"short", [](Bytes & b) { b.resize(b.size() + 1); }, 8, "1 bytes lie behind the end of the stream"},
@@ -127,15 +121,7 @@ TEST(TextureValidation, PlantedFaultsAreNamed) {
         {"padding", [&](Bytes & b) { b[blocks[1] - 1] = 1; }, blocks[1] - 1,
          "a byte between two blocks is not zero"},
     };
-    for (const Case & c : cases) {
-        Bytes bytes = plain().bytes;
-        c.plant(bytes);
-        const ValidationReport found = report(bytes);
-        const bool isTold = std::any_of(found.faults.begin(), found.faults.end(), [&](const auto & fault) {
-            return fault.offset == c.offset && fault.what.find(c.what) != std::string::npos;
-        });
-        EXPECT_TRUE(isTold) << c.name << "\n" << text(found);
-    }
+    expectTold(plain().bytes, planted);
 }
 
 TEST(TextureValidation, CentresOfFewPixelsMayLieBesideTheirPatch) {

@@ -150,6 +150,26 @@ inline void expectChangesFound(const Bytes & sound, const std::function<Found(st
         }
 }
 
+/// A fault that is planted into a sound file, and what is to be told of it.
+struct PlantedFault {
+    const char * name;
+    std::function<void(Bytes &)> plant;
+    std::size_t offset;
+    const char * what; ///< words of the line
+};
+
+inline void expectTold(const Bytes & sound, const std::vector<PlantedFault> & planted) {
+    for (const PlantedFault & fault : planted) {
+        Bytes bytes = sound;
+        fault.plant(bytes);
+        const ValidationReport found = report(bytes);
+        const bool isTold = std::any_of(found.faults.begin(), found.faults.end(), [&](const auto & told) {
+            return told.offset == fault.offset && told.what.find(fault.what) != std::string::npos;
+        });
+        EXPECT_TRUE(isTold) << fault.name << "\n" << text(found);
+    }
+}
+
 /// Every beginning of a sound file is none.
 inline void expectCutsFound(const Bytes & sound, std::uint64_t key = 0) {
     for (std::size_t size = 0; size < sound.size(); ++size) {
