@@ -28,6 +28,8 @@ public:
     /// The open file; only before `commit()`.
     File & file() { return *file_; }
     void write(const void * data, std::uint64_t bytes) { file_->write(data, bytes); }
+    /// Another name in the same folder, before `commit()`.
+    void retarget(const std::string & path);
     /// Closes the file and renames it. With `synchronized` its bytes are on the disk before.
     void commit(bool synchronized = false);
 

@@ -53,6 +53,9 @@ public:
     /// Gives a file without a name one. False when it is taken, and where it cannot be done.
     bool giveName(const std::string & path);
 
+    /// Throws where a file that could not be read has a plain reason: none is there, which is a
+    /// `FileNotFoundException`, it is a folder, may not be read, or is empty (`InputException`).
+    static void checkReadable(const std::string & path);
     static bool exists(const std::string & path);
     /// True for a regular file.
     static bool isFile(const std::string & path);

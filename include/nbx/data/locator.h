@@ -25,8 +25,16 @@ public:
     /// A text for people in which every URL is as `shown` gives it. It ends at a space or a quotation mark,
     /// and in front of what closes a part of a sentence.
     static std::string shownIn(const std::string & text);
+    /// The same with every URL as `withoutLogin` gives it: names such as that of a file behind a URL in an
+    /// archive, as they may be stored.
+    static std::string withoutLoginsIn(const std::string & text);
+
+    /// "%20" becomes a space; what is no such code stays.
+    static std::string decoded(const std::string & text);
 
 private:
+    static std::string withUrlsIn(const std::string & text, std::string (Locator::*form)() const);
+
     std::string text_, scheme_;
 };
 

@@ -23,6 +23,9 @@ public:
     /// such file or no reader makes such an object of it; with `reportsFailure` that is also reported at
     /// level 2.
     static SO<SharedObj> readFile(const std::string & locator, const ID & className, bool reportsFailure);
+    /// The class of the object that a file in our own object format begins with; little of it is read. Empty
+    /// for any other file, and where there is none.
+    static ID classOf(const std::string & path);
 };
 
 } // namespace NBX

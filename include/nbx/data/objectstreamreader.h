@@ -9,23 +9,28 @@
 #include <unordered_set>
 #include <vector>
 
+#include <nbx/data/dataresource.h>
 #include <nbx/object/attributeruns.h>
 #include <nbx/object/serializationmanager.h>
 
 namespace NBX {
 
-/// Reads what `ObjectStreamWriter` wrote, also in its first version. The bytes are not trusted: the whole
-/// structure is checked before the first object is made, and memory is taken in proportion to the bytes only.
+/// Reads what `ObjectStreamWriter` wrote, in any form and also in its first version. The bytes are not
+/// trusted: the whole structure is checked before the first object is made, and memory is taken in proportion
+/// to the bytes only.
 ///
 /// Within a section, attributes are found by name and type, whatever stands between them; several of one
 /// name come in the order of the stream, each of them once. An object that another one refers to is read
 /// in full before, unless the two refer to each other in a circle. References to objects of unknown classes
 /// are null. An exception thrown by an object's `serialize` is thrown again for those that ask for the
 /// object.
-class ObjectStreamReader : public SerializationManager, private AttributeRuns {
+class ObjectStreamReader : public SerializationManager, public AttributeRuns {
 public:
     /// True when the bytes begin like a stream of ours.
     static bool hasMagic(const void * data, std::uint64_t size);
+    /// The class of the root object, by a part of the tables alone; empty for bytes that are no stream of
+    /// ours, or damaged there. Throws what `resource` throws.
+    static ID rootClass(const DataResource & resource);
 
     /// `data` stays the caller's, and must live as long as the reader.
     ObjectStreamReader(const void * data, std::uint64_t size);
@@ -114,6 +119,7 @@ private:
     void readTables();
     void readNames(const std::uint8_t *& at, const std::uint8_t * end);
     void readObjects(const std::uint8_t *& at, const std::uint8_t * end);
+    void inflateBodies(const std::uint8_t * at, const std::uint8_t * end);
     void placeBodies(const std::uint8_t * at, const std::uint8_t * end);
     void validate(ObjectEntry & entry);
     void parse(const std::uint8_t * at, const std::uint8_t * end, Record & record) const;
@@ -143,6 +149,7 @@ private:
     const std::uint8_t * data_;
     std::uint64_t size_;
     std::uint32_t version_ = 0;
+    std::unique_ptr<std::uint8_t[]> inflated_; ///< the bodies, where they were deflated
     std::vector<std::string_view> names_;
     std::unordered_map<std::string_view, std::uint64_t> nameNumbers_;
     std::vector<ObjectEntry> objects_;

@@ -20,13 +20,18 @@ class File;
 /// Objects are written one behind the other, not inside each other, so that chains of any length are no
 /// recursion. An object whose class is not registered is left out as null and reported at level 2. Numbers of
 /// one name and type that follow each other become a run, however they are given.
-class ObjectStreamWriter : public SerializationManager, private AttributeRuns {
+class ObjectStreamWriter : public SerializationManager, public AttributeRuns {
 public:
+    /// Of the bodies of the objects.
+    enum class Form { Plain, Deflated };
+
     /// Throws `IOException` when the class of `root` is not registered.
-    static std::vector<std::uint8_t> write(const SharedObj & root, bool omitsDefaults = true);
+    static std::vector<std::uint8_t> write(const SharedObj & root, bool omitsDefaults = true,
+                                           Form form = Form::Plain);
     /// The same to a file, from its present position, which must be the start; only the tables are kept in
     /// memory. Throws `IOException` also where the file would become larger than object files may be.
-    static void write(const SharedObj & root, File & file, bool omitsDefaults = true);
+    static void write(const SharedObj & root, File & file, bool omitsDefaults = true,
+                      Form form = Form::Plain);
 
     bool isReading() const override { return false; }
     bool isWriting() const override { return true; }
@@ -66,7 +71,7 @@ private:
         std::vector<std::uint8_t> bytes;
     };
 
-    ObjectStreamWriter(bool omitsDefaults, Sink sink);
+    ObjectStreamWriter(bool omitsDefaults, Form form, Sink sink);
 
     bool run(const char * name, int * values, std::uint64_t count) override;
     bool run(const char * name, unsigned * values, std::uint64_t count) override;
@@ -80,6 +85,8 @@ private:
     bool numbers(std::uint8_t type, const char * name, const T * values, std::uint64_t count);
     void endRun();
     void flush();
+    void flushBodies(bool areAll);
+    void deflateBodies(bool areAll);
 
     std::uint64_t reference(SharedObj * object);
     std::uint64_t nameNumber(const char * name);
@@ -96,9 +103,11 @@ private:
     };
 
     bool omitsDefaults_;
+    Form form_;
     Sink sink_;
-    std::uint64_t flushed_ = 0;      ///< bytes that the sink has
-    std::vector<std::uint8_t> body_; ///< those behind them
+    std::uint64_t flushed_ = 0;       ///< bytes that the sink has
+    std::vector<std::uint8_t> body_;  ///< those behind them
+    std::uint64_t inflatedBytes_ = 0; ///< of the bodies that were deflated
     Run run_;
     std::vector<std::size_t> openSections_; ///< where their sizes stand in `body_`
     std::deque<std::string> names_;

@@ -23,6 +23,10 @@ public:
                            const Matrix4x4Base<double> & inverseModel, const Shape * shape, const Ray & ray,
                            RayTracingTechnique * technique) = 0;
 
+    /// Whether all that it does is to report the nearest triangle of a mesh, so that who knows the triangles
+    /// may do so in its place.
+    virtual bool hitsTriangles() const { return false; }
+
 protected:
     /// Both sides of the triangle count, its border as well. On a hit `distance` is the parameter along
     /// `direction`, 0 or more; a triangle without area is never hit.

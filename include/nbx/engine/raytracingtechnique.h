@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include <nbx/engine/technique.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/ray.h>
@@ -40,15 +42,28 @@ public:
     void report(const Engine * engine, const Vector3Base<double> & point, const Vector3Base<double> & normal,
                 const Shape * shape);
 
+    /// The same for a triangle of `shape` that `ray` hits at the parameter `distance`; both are in the frame
+    /// of the engine's model matrix. The normal looks at the ray's origin.
+    void reportTriangle(const Engine * engine, const Ray & ray, double distance,
+                        const std::array<Vector3Base<double>, 3> & corners, const Shape * shape);
+
     /// Whether the ray, which begins at its origin, meets the box; its border counts. False for an undefined
     /// box.
     static bool checkBounds(const Ray & ray, const Bounds & box);
+    /// The parameter at which it enters the box, 0 from within; infinite where `checkBounds` is false.
+    /// Somewhat too small rather than too large.
+    static double enterBounds(const Ray & ray, const Bounds & box);
+    /// The parameter, the same in the frame of every shape, beyond which a hit is not the nearest one any
+    /// more; infinite before the first. Somewhat too large rather than too small.
+    double limit() const;
 
     /// Forgets the hits before.
     void start(Engine * engine) override;
     ID service() const override;
     bool process(Engine * engine, Handler * handler, const Shape * shape) override;
     bool apply(Engine * engine, Handler * handler, const MonoAttribute * attribute, bool entering) override;
+    /// There is one pass.
+    bool nextPass(Engine * engine) override;
 
 private:
     Ray ray_;

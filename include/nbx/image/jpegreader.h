@@ -1,6 +1,9 @@
 #pragma once
 
-#include <nbx/image/image.h>
+#include <cstdint>
+#include <optional>
+
+#include <nbx/image/imageheader.h>
 
 namespace NBX {
 
@@ -18,11 +21,17 @@ public:
     void setProgressBarEnabled(bool enabled) { progressBarEnabled_ = enabled; }
     bool isProgressBarEnabled() const { return progressBarEnabled_; }
 
+    /// What the picture is, by the parts in front of its pixels alone; none for other data.
+    static std::optional<ImageHeader> readHeader(const DataResource * data);
+    /// A picture of more pixels is refused, whatever its bytes could hold; without it there is no such limit.
+    void setMaxPixels(std::uint64_t pixels) { maxPixels_ = pixels; }
+
     /// True when the data begin like a JPEG file.
     static bool recognizes(const DataResource * data);
 
 private:
     bool progressBarEnabled_ = true;
+    std::uint64_t maxPixels_ = UINT64_MAX;
 };
 
 } // namespace NBX

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <nbx/image/image.h>
+#include <optional>
+
+#include <nbx/image/imageheader.h>
 
 namespace NBX {
 
@@ -14,6 +16,8 @@ public:
     /// The picture; null when the data are no whole PNG file or hold fewer bytes than its size could need.
     SO<Image> read(const DataResource * data);
 
+    /// What the picture is, by the parts in front of its pixels alone; none for other data.
+    static std::optional<ImageHeader> readHeader(const DataResource * data);
     /// True when the data begin like a PNG file.
     static bool recognizes(const DataResource * data);
 };

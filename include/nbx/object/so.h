@@ -42,7 +42,7 @@ public:
     bool operator<(const SO & other) const { return std::less<T *>()(object_, other.object_); }
 
     void swap(SO & other) noexcept {
-        // The counter notes holders by address, so that the count itself does not move.
+        // Each object then stands under the other one's address: only what is never swapped is exact.
         std::swap(object_, other.object_);
     }
 

@@ -99,6 +99,13 @@ AtomicFileWriter::AtomicFileWriter(const std::string & path) : target_(goal(path
     file_ = createAside(aside_, path);
 }
 
+void AtomicFileWriter::retarget(const std::string & path) {
+    const std::string target = goal(path);
+    if (File::pathName(target) != File::pathName(target_))
+        throw IOException(L"cannot move what is written to another folder", path);
+    target_ = target;
+}
+
 AtomicFileWriter::~AtomicFileWriter() {
     if (!file_) return;
     file_ = nullptr;

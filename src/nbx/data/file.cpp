@@ -194,6 +194,18 @@ void File::synchronize() {
     if (::fsync(handle_) != 0) throwLastError(L"cannot bring the file to its disk", fullName_);
 }
 
+void File::checkReadable(const std::string & path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    if (status.type() == fs::file_type::not_found)
+        throw FileNotFoundException(L"no such file; check the name", path);
+    if (fs::is_directory(status)) throw InputException(L"is a directory; name a file in it", path);
+    if (fs::exists(status) && ::eaccess(path.c_str(), R_OK) != 0)
+        throw InputException(L"cannot be read; check its access rights", path);
+    if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
+        throw InputException(L"the file is empty; get it anew", path);
+}
+
 bool File::exists(const std::string & path) {
     std::error_code error;
     return fs::exists(path, error);

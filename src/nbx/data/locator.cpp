@@ -15,18 +15,6 @@ int hexDigit(char c) {
     return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-/// "%20" becomes a space; what is no such code stays.
-std::string decoded(const std::string & text) {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool isCode =
-            text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0;
-        result += isCode ? static_cast<char>(16 * hexDigit(text[i + 1]) + hexDigit(text[i + 2])) : text[i];
-        if (isCode) i += 2;
-    }
-    return result;
-}
-
 /// Empty where `text` begins with none.
 std::string schemeOf(const std::string & text) {
     const std::size_t end = text.find("://");
@@ -83,7 +71,26 @@ std::string Locator::shown() const {
     return isFile() ? whole : whole.substr(0, whole.find_first_of("?#"));
 }
 
+std::string Locator::decoded(const std::string & text) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isCode =
+            text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0;
+        result += isCode ? static_cast<char>(16 * hexDigit(text[i + 1]) + hexDigit(text[i + 2])) : text[i];
+        if (isCode) i += 2;
+    }
+    return result;
+}
+
 std::string Locator::shownIn(const std::string & text) {
+    return withUrlsIn(text, &Locator::shown);
+}
+
+std::string Locator::withoutLoginsIn(const std::string & text) {
+    return withUrlsIn(text, &Locator::withoutLogin);
+}
+
+std::string Locator::withUrlsIn(const std::string & text, std::string (Locator::*form)() const) {
     std::string result;
     std::size_t done = 0;
     for (std::size_t mark = text.find("://"); mark != std::string::npos; mark = text.find("://", done)) {
@@ -93,7 +100,7 @@ std::string Locator::shownIn(const std::string & text) {
         const std::size_t end = std::max(endOfUrl(text, begin), mark + 3);
         const Locator url(text.substr(begin, end - begin));
         result += text.substr(done, begin - done);
-        result += url.isFile() ? text.substr(begin, end - begin) : url.shown();
+        result += url.isFile() ? text.substr(begin, end - begin) : (url.*form)();
         done = end;
     }
     return result + text.substr(done);

@@ -1,3 +1,7 @@
+// Which readers are asked for a stored object: our own where the bytes say so, else all that make its class
+// and fetch from where it lies, by priority; where some of them know its suffix, these alone. The first that
+// makes an object of the class is taken, and each gets the bytes on demand.
+
 #include <nbx/data/objectloader.h>
 
 #include <algorithm>
@@ -143,6 +147,14 @@ SO<SharedObj> ObjectLoader::readFile(const std::string & text, const ID & classN
         NBX_FAILURE(L"cannot load " << StringUtils::Utf8String2WString(Locator::shownIn(text)) << L": "
                                     << failure);
     return nullptr;
+}
+
+ID ObjectLoader::classOf(const std::string & path) {
+    try {
+        return ObjectStreamReader::rootClass(LazyFileResource(path));
+    } catch (const IOException &) {
+        return {};
+    }
 }
 
 } // namespace NBX

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <vector>
 
-#include <nbx/data/atomicfilewriter.h>
-#include <nbx/data/objectstreamwriter.h>
+#include <nbx/data/binaryobjectwriter.h>
+#include <nbx/data/file.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 
@@ -54,9 +54,7 @@ bool ObjectSaver::write(const SharedObj * object, const std::string & path) {
         writer->write(object, path);
         return true;
     }
-    AtomicFileWriter writer(path);
-    ObjectStreamWriter::write(*object, writer.file());
-    writer.commit();
+    SO<ObjectWriter>(new BinaryObjectWriter)->write(object, path);
     return true;
 }
 

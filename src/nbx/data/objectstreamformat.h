@@ -13,6 +13,8 @@ static_assert(std::endian::native == std::endian::little, "numbers are stored in
 inline constexpr std::uint8_t s_streamMagic[8] = {'N', 'B', 'X', 'O', '\r', '\n', 0x1A, '\n'};
 /// The version that is written.
 inline constexpr std::uint32_t s_streamVersion = 2;
+/// The same, and its bodies are deflated (`DeflatedBlocks`).
+inline constexpr std::uint32_t s_deflatedStreamVersion = 3;
 /// Its tables lie in front of the bodies, sizes of sections have 8 bytes, and there are no runs.
 inline constexpr std::uint32_t s_firstStreamVersion = 1;
 /// Where the tables begin stands behind magic and version.

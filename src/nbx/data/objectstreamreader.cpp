@@ -11,6 +11,7 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "deflatedblocks.h"
 #include "objectstreamformat.h"
 
 #include <nbx/math/bounds.h>
@@ -97,38 +98,42 @@ std::uint64_t keyOf(std::uint8_t type, std::uint64_t name) {
 }
 
 /// How many objects a visitor may have to hold on its way down from `root`, whom it counts as well. Each
-/// object is looked at once, without recursion. Throws for one that hangs below itself.
+/// object is looked at once, those without children whenever they are met: most objects have none, and are
+/// not noted. No recursion. Throws for one that hangs below itself.
 unsigned depthBelow(const Visitable * root) {
     struct Open {
         const Visitable * object;
-        std::vector<Visitable *> children;
-        std::size_t next;
-        unsigned deepest; ///< of the children that were looked at
+        std::size_t begin, next; ///< in `children`
+        unsigned deepest;        ///< of the children that were looked at
     };
     constexpr unsigned isOpen = 0;
     std::unordered_map<const Visitable *, unsigned> depths;
     std::vector<Open> open;
+    std::vector<Visitable *> children; ///< of all that are open, the innermost at the end
     const auto enter = [&](const Visitable * object) {
+        const std::size_t begin = children.size();
+        object->acceptChildren(children);
+        if (children.size() == begin) return false;
         depths[object] = isOpen;
-        open.push_back({object, {}, 0, 0});
-        object->acceptChildren(open.back().children);
+        open.push_back({object, begin, begin, 0});
+        return true;
     };
-    enter(root);
+    if (!enter(root)) return 1;
     for (;;) {
         Open & top = open.back();
-        if (top.next == top.children.size()) {
+        if (top.next == children.size()) {
             const unsigned depth = depths[top.object] = top.deepest + 1;
+            children.resize(top.begin);
             open.pop_back();
             if (open.empty()) return depth;
             open.back().deepest = std::max(open.back().deepest, depth);
-        } else if (const Visitable * child = top.children[top.next++]) {
+        } else if (const Visitable * child = children[top.next++]) {
             const auto known = depths.find(child);
-            if (known == depths.end())
-                enter(child);
-            else if (known->second == isOpen)
-                throwUnsound(L"an object contains itself");
-            else
+            if (known != depths.end() && known->second == isOpen) throwUnsound(L"an object contains itself");
+            if (known != depths.end())
                 top.deepest = std::max(top.deepest, known->second);
+            else if (!enter(child))
+                top.deepest = std::max(top.deepest, 1U);
         }
     }
 }
@@ -138,6 +143,36 @@ unsigned depthBelow(const Visitable * root) {
 bool ObjectStreamReader::hasMagic(const void * data, std::uint64_t size) {
     return data && size >= sizeof s_streamMagic &&
            std::memcmp(data, s_streamMagic, sizeof s_streamMagic) == 0;
+}
+
+/// Names stand in front of the objects, and are few.
+ID ObjectStreamReader::rootClass(const DataResource & resource) {
+    constexpr unsigned mostBytes = 1U << 20U;
+    std::array<std::uint8_t, sizeof s_streamMagic + sizeof(std::uint32_t) + sizeof(std::uint64_t)> head;
+    if (resource.read(0, head.data(), head.size()) < head.size() || !hasMagic(head.data(), head.size()))
+        return {};
+    const auto version = numberAt<std::uint32_t>(head.data() + sizeof s_streamMagic);
+    const std::uint64_t tables = version == s_firstStreamVersion
+                                     ? sizeof s_streamMagic + sizeof version
+                                     : numberAt<std::uint64_t>(head.data() + head.size() - sizeof tables);
+    if (tables >= resource.size()) return {};
+    std::vector<std::uint8_t> bytes(std::min<std::uint64_t>(resource.size() - tables, mostBytes));
+    bytes.resize(resource.read(unsigned(tables), bytes.data(), unsigned(bytes.size())));
+    const std::uint8_t * at = bytes.data();
+    const std::uint8_t * const end = at + bytes.size();
+    try {
+        std::vector<std::string_view> names;
+        for (std::uint64_t count = takeCount(at, end); count > 0; --count) {
+            const std::uint64_t length = takeCount(at, end);
+            names.emplace_back(reinterpret_cast<const char *>(at), length);
+            at += length;
+        }
+        const bool hasObjects = takeVarint(at, end) > 0;
+        const std::uint64_t name = hasObjects ? takeVarint(at, end) : names.size();
+        return name < names.size() ? ID(std::string(names[name])) : ID();
+    } catch (const IOError &) {
+        return {};
+    }
 }
 
 ObjectStreamReader::ObjectStreamReader(const void * data, std::uint64_t size)
@@ -161,7 +196,7 @@ void ObjectStreamReader::readTables() {
     if (left(at, end) < sizeof version_) throwUnsound(L"it ends within its head");
     version_ = numberAt<std::uint32_t>(at);
     at += sizeof version_;
-    if (version_ != s_streamVersion && version_ != s_firstStreamVersion)
+    if (version_ < s_firstStreamVersion || version_ > s_deflatedStreamVersion)
         throw IOError(L"the object file was written by another version of this program");
 
     const std::uint8_t * bodies = nullptr;
@@ -176,7 +211,10 @@ void ObjectStreamReader::readTables() {
     readNames(at, end);
     readObjects(at, end);
     if (bodies && at != end) throwUnsound(L"bytes follow behind the tables");
-    placeBodies(bodies ? bodies : at, endOfBodies);
+    if (version_ == s_deflatedStreamVersion)
+        inflateBodies(bodies, endOfBodies);
+    else
+        placeBodies(bodies ? bodies : at, endOfBodies);
     references_.clear();
     objects_.front().uses = 1;
     for (ObjectEntry & entry : objects_)
@@ -203,6 +241,18 @@ void ObjectStreamReader::readObjects(const std::uint8_t *& at, const std::uint8_
         if (entry.className >= names_.size()) throwUnsound(L"a class has no name");
         entry.bytes = takeVarint(at, end);
     }
+}
+
+/// Their sizes, in the tables, say what is to come.
+void ObjectStreamReader::inflateBodies(const std::uint8_t * at, const std::uint8_t * end) {
+    std::uint64_t size = 0;
+    for (const ObjectEntry & entry : objects_) {
+        if (entry.bytes > s_largestStream - size) throwUnsound(L"its objects are too large");
+        size += entry.bytes;
+    }
+    inflated_ = DeflatedBlocks::inflate(at, left(at, end), size);
+    if (!inflated_) throwUnsound(L"its objects cannot be inflated");
+    placeBodies(inflated_.get(), inflated_.get() + size);
 }
 
 void ObjectStreamReader::placeBodies(const std::uint8_t * at, const std::uint8_t * end) {

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "deflatedblocks.h"
 #include "objectstreamformat.h"
 
 #include <nbx/data/file.h>
@@ -55,9 +56,9 @@ void appendVector(Bytes & out, const Vector3Base<double> & v) {
 
 } // namespace
 
-std::vector<std::uint8_t> ObjectStreamWriter::write(const SharedObj & root, bool omitsDefaults) {
+std::vector<std::uint8_t> ObjectStreamWriter::write(const SharedObj & root, bool omitsDefaults, Form form) {
     Bytes stream;
-    ObjectStreamWriter m(omitsDefaults, [&stream](const std::uint8_t * bytes, std::size_t size) {
+    ObjectStreamWriter m(omitsDefaults, form, [&stream](const std::uint8_t * bytes, std::size_t size) {
         append(stream, bytes, size);
     });
     const std::uint64_t tables = m.writeAll(root);
@@ -65,8 +66,8 @@ std::vector<std::uint8_t> ObjectStreamWriter::write(const SharedObj & root, bool
     return stream;
 }
 
-void ObjectStreamWriter::write(const SharedObj & root, File & file, bool omitsDefaults) {
-    ObjectStreamWriter m(omitsDefaults, [&file](const std::uint8_t * bytes, std::size_t size) {
+void ObjectStreamWriter::write(const SharedObj & root, File & file, bool omitsDefaults, Form form) {
+    ObjectStreamWriter m(omitsDefaults, form, [&file](const std::uint8_t * bytes, std::size_t size) {
         if (file.position() + size > s_largestStream)
             throw IOException(L"the object is too large for an object file", file.fullName());
         file.write(bytes, size);
@@ -76,16 +77,17 @@ void ObjectStreamWriter::write(const SharedObj & root, File & file, bool omitsDe
     file.write(&tables, sizeof tables);
 }
 
-ObjectStreamWriter::ObjectStreamWriter(bool omitsDefaults, Sink sink)
-    : omitsDefaults_(omitsDefaults), sink_(std::move(sink)) {}
+ObjectStreamWriter::ObjectStreamWriter(bool omitsDefaults, Form form, Sink sink)
+    : omitsDefaults_(omitsDefaults), form_(form), sink_(std::move(sink)) {}
 
 std::uint64_t ObjectStreamWriter::writeAll(const SharedObj & root) {
     // Writing changes no object, but one function serves both directions.
     if (reference(const_cast<SharedObj *>(&root)) == 0)
         throw IOException(L"objects of this class cannot be stored", root.classInfoNBX()->name().text());
     append(body_, s_streamMagic, sizeof s_streamMagic);
-    appendNumber(body_, s_streamVersion);
+    appendNumber(body_, form_ == Form::Deflated ? s_deflatedStreamVersion : s_streamVersion);
     appendNumber(body_, std::uint64_t(0)); // known at the end
+    flush();
 
     // Objects that are met enter the list at its end.
     for (std::size_t i = 0; i < objects_.size(); ++i) {
@@ -93,9 +95,9 @@ std::uint64_t ObjectStreamWriter::writeAll(const SharedObj & root) {
         objects_[i].object->serialize(*this);
         endRun();
         objects_[i].bytes = body_.size() - start;
-        if (body_.size() >= s_piece) flush();
+        if (body_.size() >= s_piece) flushBodies(false);
     }
-    flush();
+    flushBodies(true);
     const std::uint64_t tables = flushed_;
     appendTables();
     flush();
@@ -106,6 +108,28 @@ void ObjectStreamWriter::flush() {
     sink_(body_.data(), body_.size());
     flushed_ += body_.size();
     body_.clear();
+}
+
+void ObjectStreamWriter::flushBodies(bool areAll) {
+    if (form_ == Form::Deflated) return deflateBodies(areAll);
+    flush();
+}
+
+/// What does not fill a block waits for more.
+void ObjectStreamWriter::deflateBodies(bool areAll) {
+    Bytes blocks;
+    std::size_t at = 0;
+    while (body_.size() - at >= DeflatedBlocks::s_blockBytes || (areAll && at < body_.size())) {
+        const auto size = std::min<std::size_t>(body_.size() - at, DeflatedBlocks::s_blockBytes);
+        DeflatedBlocks::append(blocks, body_.data() + at, size);
+        at += size;
+    }
+    inflatedBytes_ += at;
+    if (inflatedBytes_ > s_largestStream) throw IOException(L"the object is too large for an object file");
+    const Bytes rest(body_.begin() + static_cast<std::ptrdiff_t>(at), body_.end());
+    body_ = std::move(blocks);
+    flush();
+    body_ = rest;
 }
 
 void ObjectStreamWriter::appendTables() {

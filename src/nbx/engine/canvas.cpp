@@ -1,3 +1,6 @@
+// A picture brackets a frame of the memory managers, looks for the camera, and evaluates the root nodes in
+// their order. Requests for another picture are times; the earliest one counts.
+
 #include <nbx/engine/canvas.h>
 
 #include <algorithm>

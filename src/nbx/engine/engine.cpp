@@ -78,9 +78,9 @@ struct HandlerKeyHash {
 /// the block is left by an exception.
 class Run {
 public:
-    Run(Engine * engine, SO<Technique> & current, Technique * technique)
+    Run(Engine * engine, Technique *& current, Technique * technique)
         : engine_(engine), current_(current), before_(current), technique_(technique) {
-        current = technique_;
+        current = technique;
     }
     ~Run() {
         if (isStarted_) technique_->stop(engine_);
@@ -96,8 +96,9 @@ public:
 
 private:
     Engine * engine_;
-    SO<Technique> & current_;
-    const SO<Technique> before_, technique_;
+    Technique *& current_;
+    Technique * const before_;
+    const SO<Technique> technique_;
     bool isStarted_ = false;
 };
 
@@ -110,7 +111,7 @@ bool isInState(const Attribute & attribute, int states) {
 struct Engine::Impl {
     Canvas * canvas = nullptr;
     SO<Technique> plainDrawing{new Technique()};
-    SO<Technique> technique = plainDrawing;
+    Technique * technique = plainDrawing.get(); ///< which this or a `Run` holds
 
     std::unordered_map<ID, MonoTable> monos;
     std::unordered_map<ID, std::vector<Pushed>> polys; ///< also of attributes that are neither kind
@@ -359,7 +360,7 @@ void Engine::paint(const Shape * shape) {
     NBX_CHECK(shape, L"no shape");
     if (!shape || !shape->isEnabled()) return;
     const ClassInfo * info = shape->classInfoNBX();
-    const SO<Technique> technique = impl_->technique;
+    Technique * technique = impl_->technique;
     Handler * handler = findHandler(technique->service(), info);
     if (handler && technique->process(this, handler, shape)) return;
     auto * simplifier = dynamic_cast<ShapeSimplifier *>(findHandler(Simplifier::ClassNameNBX(), info));
@@ -381,7 +382,7 @@ void Engine::evaluate(SceneNode * node, Technique * technique) {
 }
 
 Technique * Engine::technique() const {
-    return impl_->technique == impl_->plainDrawing ? nullptr : impl_->technique.get();
+    return impl_->plainDrawing == impl_->technique ? nullptr : impl_->technique;
 }
 
 void Engine::paintWithEffects(const std::vector<Attribute *> &, const std::function<void()> & paintShapes) {

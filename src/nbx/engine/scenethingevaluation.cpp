@@ -65,8 +65,9 @@ bool isActivePassEffect(RenderObj * object) {
     return effect && effect->isEnabled();
 }
 
-void paintObject(Engine * engine, RenderObj * object) {
-    if (const auto * shape = dynamic_cast<const Shape *>(object))
+/// `shape` is the object where it is one, else null.
+void paintObject(Engine * engine, RenderObj * object, const Shape * shape) {
+    if (shape)
         engine->paint(shape);
     else if (auto * node = dynamic_cast<SceneNode *>(object))
         node->evaluate(engine);
@@ -112,13 +113,15 @@ void SceneThing::evaluateObjects(Engine * engine, unsigned begin, unsigned end) 
     GatheredEffects effects;
     for (unsigned i = begin; i < end && i < objects(); ++i) {
         const SO<RenderObj> object = objects_[i];
-        if (auto * effect = passEffect(object.get())) {
+        // Asked first: most objects are shapes, and no shape is anything else.
+        const auto * shape = dynamic_cast<const Shape *>(object.get());
+        if (auto * effect = shape ? nullptr : passEffect(object.get())) {
             if (effect->isEnabled()) effects.add(effect);
             continue;
         }
-        if (pushed.push(object)) continue;
+        if (!shape && pushed.push(object)) continue;
         if (effects.isEmpty()) {
-            paintObject(engine, object.get());
+            paintObject(engine, object.get(), shape);
             continue;
         }
         const unsigned segmentEnd = endOfSegment(i);

@@ -11,12 +11,14 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <optional>
 
 #include <nbx/data/memorydataresource.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
+#include "dxt1encoder.h"
 #include "pixelline.h"
 #include "s3tc.h"
 
@@ -126,6 +128,46 @@ void compressBlocks(S3TC::Format format, const Image & image, unsigned char * bl
             gatherBlock(lines, column, width, pixels.data());
             S3TC::encode(format, pixels.data(), block);
         }
+    }
+}
+
+/// How the encoder of opaque blocks finds the colours of an image by itself; none where these are to be
+/// converted before.
+std::optional<DXT1Encoder::PixelForm> pixelFormOf(const Image & image) {
+    if (image.dataType() != Image::UInt8) return std::nullopt;
+    const int bytes = image.numberOfLayers();
+    switch (image.layerSequence()) {
+    case LS_RGB:
+    case LS_RGBA:
+        return DXT1Encoder::PixelForm{bytes, {0, 1, 2}};
+    case LS_BGR:
+    case LS_BGRA:
+        return DXT1Encoder::PixelForm{bytes, {2, 1, 0}};
+    case LS_Luminance:
+    case LS_LuminanceAlpha:
+    case LS_Intensity:
+        return DXT1Encoder::PixelForm{bytes, {0, 0, 0}};
+    default:
+        return std::nullopt;
+    }
+}
+
+void compressOpaqueBlocks(const Image & image, unsigned char * block) {
+    const int width = image.width(), height = image.height();
+    const std::optional<DXT1Encoder::PixelForm> form = pixelFormOf(image);
+    std::array<std::vector<unsigned char>, 4> converted;
+    std::array<const unsigned char *, 4> lines{};
+    for (int y = 0; y < height; y += 4, block += 8 * static_cast<std::size_t>((width + 3) / 4)) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            const void * line = image.lineComponents(std::min(y + static_cast<int>(i), height - 1));
+            lines[i] = static_cast<const unsigned char *>(line);
+            if (form) continue;
+            converted[i].resize(3 * static_cast<std::size_t>(width));
+            PixelLine::convert(line, image.layerSequence(), image.dataType(), converted[i].data(), LS_RGB,
+                               Image::UInt8, width);
+            lines[i] = converted[i].data();
+        }
+        DXT1Encoder::encodeRow(lines, form.value_or(DXT1Encoder::PixelForm{3, {0, 1, 2}}), width, block);
     }
 }
 
@@ -265,7 +307,9 @@ void CompressedImage::compress(Compression compression, const Image & image) {
                 {static_cast<unsigned>(compression), static_cast<unsigned>(compression == JPEG ? stored : 0),
                  static_cast<std::uint32_t>(image.width()), static_cast<std::uint32_t>(image.height())});
     unsigned char * out = start + headerSize;
-    if (isBlockFormat(compression))
+    if (compression == DXT1)
+        compressOpaqueBlocks(image, out);
+    else if (isBlockFormat(compression))
         compressBlocks(blockFormat(compression), image, out);
     else if (compression != JPEG)
         compressWords(compression, image, out);

@@ -26,6 +26,8 @@ namespace {
 constexpr std::uint64_t maxPixelsPerByte = 1024;
 /// A progressive file of more scans only wants to waste time.
 constexpr int maxScans = 200;
+/// So does one of more parts in front of its pixels.
+constexpr int maxParts = 10000;
 
 /// All state of the decoder that outlives a `longjmp`; the functions that may be left by one hold nothing
 /// that needs a destructor.
@@ -83,7 +85,7 @@ J_COLOR_SPACE outputSpace(J_COLOR_SPACE stored) {
 }
 
 /// Reads up to the first pixel; false for data that cannot be read.
-bool begin(Decoder & decoder, unsigned dataSize) {
+bool begin(Decoder & decoder, unsigned dataSize, std::uint64_t maxPixels) {
     if (setjmp(decoder.failure)) return false;
     jpeg_create_decompress(&decoder.info);
     decoder.info.client_data = &decoder;
@@ -91,7 +93,7 @@ bool begin(Decoder & decoder, unsigned dataSize) {
     decoder.info.progress = &decoder.progress;
     jpeg_read_header(&decoder.info, TRUE);
     const std::uint64_t pixels = std::uint64_t{decoder.info.image_width} * decoder.info.image_height;
-    if (pixels == 0 || pixels / maxPixelsPerByte > dataSize) return false;
+    if (pixels == 0 || pixels > maxPixels || pixels / maxPixelsPerByte > dataSize) return false;
     decoder.info.out_color_space = outputSpace(decoder.info.jpeg_color_space);
     jpeg_start_decompress(&decoder.info);
     return true;
@@ -137,7 +139,40 @@ SO<Image> readLines(Decoder & decoder, Progress * progress) {
     return image;
 }
 
+/// The frame's mark; 0xC4, 0xC8 and 0xCC among them are others.
+bool beginsFrame(unsigned mark) {
+    return mark >= 0xC0 && mark <= 0xCF && mark != 0xC4 && mark != 0xC8 && mark != 0xCC;
+}
+
+/// The fields of a frame, which begin behind its length.
+std::optional<ImageHeader> readFrame(const DataResource & data, unsigned offset) {
+    std::array<unsigned char, 6> fields;
+    if (data.read(offset, fields.data(), fields.size()) != fields.size()) return std::nullopt;
+    const int height = fields[1] << 8 | fields[2], width = fields[3] << 8 | fields[4];
+    if (width == 0 || height == 0) return std::nullopt;
+    return ImageHeader{width, height, fields[5] == 1 ? LS_Luminance : LS_RGB, Image::UInt8};
+}
+
 } // namespace
+
+std::optional<ImageHeader> JPEGReader::readHeader(const DataResource * data) {
+    if (!recognizes(data)) return std::nullopt;
+    std::array<unsigned char, 4> part; // 0xFF, a mark, and the length of what follows, itself included
+    unsigned offset = 2;
+    for (int i = 0; i < maxParts && data->read(offset, part.data(), part.size()) == part.size(); ++i) {
+        if (part[0] != 0xFF) return std::nullopt;
+        if (part[1] == 0xFF) { // fills up
+            ++offset;
+            continue;
+        }
+        if (beginsFrame(part[1])) return readFrame(*data, offset + 4);
+        const unsigned bytes = static_cast<unsigned>(part[2]) << 8 | part[3];
+        const bool startsPixels = part[1] == 0xDA || part[1] == 0xD9;
+        if (startsPixels || bytes < 2 || bytes + 2 > data->size() - offset) return std::nullopt;
+        offset += bytes + 2;
+    }
+    return std::nullopt;
+}
 
 bool JPEGReader::recognizes(const DataResource * data) {
     static constexpr std::array<unsigned char, 3> mark = {0xFF, 0xD8, 0xFF};
@@ -149,7 +184,7 @@ SO<Image> JPEGReader::read(const DataResource * data) {
     if (!recognizes(data)) return nullptr;
     std::unique_ptr<Decoder, void (*)(Decoder *)> decoder(new Decoder(), destroy);
     connect(*decoder, *data);
-    if (!begin(*decoder, data->size())) return nullptr;
+    if (!begin(*decoder, data->size(), maxPixels_)) return nullptr;
     std::unique_ptr<Progress> progress;
     if (progressBarEnabled_)
         progress = std::make_unique<Progress>("Reading JPEG", decoder->info.output_height);

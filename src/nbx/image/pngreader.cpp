@@ -1,3 +1,7 @@
+// libpng leaves a function by `longjmp` where data are damaged: what it may leave holds nothing that needs a
+// destructor, and `Decoder` frees what there is. Sizes are held against the bytes before memory is asked for:
+// deflate has a greatest ratio. The header is read without the library, since its reader wants all bytes.
+
 #include <nbx/image/pngreader.h>
 
 #include <array>
@@ -11,6 +15,8 @@
 #include <nbx/data/dataresource.h>
 #include <nbx/image/memoryimage.h>
 
+#include "storage.h"
+
 namespace NBX {
 
 NBX_CLASS_IMPL(PNGReader, SharedObj)
@@ -21,6 +27,8 @@ constexpr std::size_t signatureBytes = 8;
 /// Deflate makes at most this many bytes of one.
 constexpr std::uint64_t maxInflation = 1032;
 constexpr unsigned maxSide = 1U << 20;
+/// A file of more chunks in front of its pixels only wants to waste time.
+constexpr int maxChunks = 10000;
 constexpr std::size_t maxChunkBytes = std::size_t{16} << 20;
 
 /// All state of the decoder that outlives a `longjmp`; the functions that may be left by one hold nothing
@@ -85,20 +93,41 @@ bool readPixels(Decoder & decoder, png_bytepp rows) {
     return true;
 }
 
-LayerSequence layersOf(int channels) {
-    switch (channels) {
-    case 1:
-        return LS_Luminance;
-    case 2:
-        return LS_LuminanceAlpha;
-    case 3:
-        return LS_RGB;
-    default:
-        return LS_RGBA;
+std::uint32_t readU32(const unsigned char * p) {
+    return std::uint32_t{p[0]} << 24 | p[1] << 16 | p[2] << 8 | p[3];
+}
+
+/// Whether a chunk in front of the pixels makes some of them transparent. `offset` is that of the second
+/// chunk.
+bool hasTransparentColors(const DataResource & data, std::uint64_t offset) {
+    std::array<unsigned char, 8> chunk; // length of what it holds, and its name
+    for (int i = 0; i < maxChunks && offset < data.size(); ++i) {
+        if (data.read(static_cast<unsigned>(offset), chunk.data(), chunk.size()) != chunk.size()) break;
+        if (!std::memcmp(chunk.data() + 4, "tRNS", 4)) return true;
+        if (!std::memcmp(chunk.data() + 4, "IDAT", 4)) return false;
+        offset += std::uint64_t{12} + readU32(chunk.data());
     }
+    return false;
 }
 
 } // namespace
+
+std::optional<ImageHeader> PNGReader::readHeader(const DataResource * data) {
+    constexpr unsigned headerBytes = 25; // the first chunk with its length, name and check
+    std::array<unsigned char, headerBytes> first;
+    if (!recognizes(data) || data->read(signatureBytes, first.data(), headerBytes) != headerBytes ||
+        std::memcmp(first.data() + 4, "IHDR", 4) != 0)
+        return std::nullopt;
+    const std::uint32_t width = readU32(first.data() + 8), height = readU32(first.data() + 12);
+    if (width == 0 || height == 0 || width > INT32_MAX || height > INT32_MAX) return std::nullopt;
+    const unsigned kind = first[17];
+    const bool isGrey = kind == PNG_COLOR_TYPE_GRAY || kind == PNG_COLOR_TYPE_GRAY_ALPHA;
+    const bool hasAlpha = kind == PNG_COLOR_TYPE_GRAY_ALPHA || kind == PNG_COLOR_TYPE_RGB_ALPHA ||
+                          hasTransparentColors(*data, signatureBytes + headerBytes);
+    return ImageHeader{static_cast<int>(width), static_cast<int>(height),
+                       isGrey ? (hasAlpha ? LS_LuminanceAlpha : LS_Luminance) : (hasAlpha ? LS_RGBA : LS_RGB),
+                       first[16] == 16 ? Image::UInt16 : Image::UInt8};
+}
 
 bool PNGReader::recognizes(const DataResource * data) {
     std::array<png_byte, signatureBytes> start;
@@ -116,7 +145,7 @@ SO<Image> PNGReader::read(const DataResource * data) {
     const int height = static_cast<int>(png_get_image_height(decoder.png, decoder.info));
     const bool wide = png_get_bit_depth(decoder.png, decoder.info) == 16;
     SO<MemoryImage> image(new MemoryImage(width, height,
-                                          layersOf(png_get_channels(decoder.png, decoder.info)),
+                                          layersOfChannels(png_get_channels(decoder.png, decoder.info)),
                                           wide ? Image::UInt16 : Image::UInt8));
     if (image->width() != width) return nullptr;
     std::vector<png_bytep> rows(height);

@@ -1,4 +1,5 @@
-// The formats are those of GL_EXT_texture_compression_s3tc. stb_dxt encodes opaque blocks and those of DXT5.
+// The formats are those of GL_EXT_texture_compression_s3tc. stb_dxt encodes opaque blocks and those of DXT5;
+// whole pictures without alpha go to `DXT1Encoder`.
 // It knows neither holes nor alpha of four bits: these are encoded here around its end colours.
 
 #include "s3tc.h"

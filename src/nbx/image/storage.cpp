@@ -21,4 +21,17 @@ std::size_t checkedImageBytes(int width, int height, LayerSequence sequence, int
     return fits ? pitch * static_cast<std::size_t>(height) : 0;
 }
 
+LayerSequence layersOfChannels(int channels) {
+    switch (channels) {
+    case 1:
+        return LS_Luminance;
+    case 2:
+        return LS_LuminanceAlpha;
+    case 3:
+        return LS_RGB;
+    default:
+        return LS_RGBA;
+    }
+}
+
 } // namespace NBX

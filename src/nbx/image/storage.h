@@ -9,4 +9,7 @@ namespace NBX {
 std::size_t checkedImageBytes(int width, int height, LayerSequence sequence, int dataType, int alignment,
                               MemoryLayout layout, std::size_t limit);
 
+/// How files call it: grey, grey and alpha, colour, colour and alpha.
+LayerSequence layersOfChannels(int channels);
+
 } // namespace NBX

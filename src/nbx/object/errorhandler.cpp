@@ -8,8 +8,9 @@
 #include <sstream>
 #include <utility>
 
-#include <nbx/object/heldreports.h>
 #include <nbx/object/stringutils.h>
+
+#include "heldreports.h"
 
 namespace NBX {
 

@@ -1,3 +1,6 @@
+// The display is asked at most every tenth of a second, since most updates come more often. An interrupt is a
+// flag that the next update finds; a timer ends a process that looks at it too late.
+
 #include <nbx/object/progress.h>
 
 #include <algorithm>

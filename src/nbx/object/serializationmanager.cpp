@@ -1,9 +1,12 @@
 #include <nbx/object/serializationmanager.h>
 
+#include <algorithm>
 #include <mutex>
 #include <unordered_map>
 
 #include <nbx/object/stringutils.h>
+
+#include "registeredclasses.h"
 
 namespace NBX {
 
@@ -27,6 +30,16 @@ Registry & registry() {
 }
 
 } // namespace
+
+std::vector<ID> registeredClasses() {
+    std::vector<ID> names;
+    const std::lock_guard lock(registry().mutex);
+    for (const auto & [name, factory] : registry().factories)
+        names.push_back(name);
+    std::sort(names.begin(), names.end(),
+              [](const ID & a, const ID & b) { return std::string_view(a.text()) < b.text(); });
+    return names;
+}
 
 bool SerializationManager::registerClass(const ID & name, Factory factory) {
     const std::lock_guard lock(registry().mutex);

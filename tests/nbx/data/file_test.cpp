@@ -106,6 +106,25 @@ TEST_F(FileTest, SizesGoBeyond32Bits) {
     EXPECT_STREQ(text, "end");
 }
 
+TEST_F(FileTest, WhatCannotBeReadHasAPlainReason) {
+    const auto reasonOf = [](const std::string & name) -> std::string {
+        try {
+            File::checkReadable(name);
+        } catch (const FileNotFoundException & e) {
+            return std::string("missing: ") + e.what();
+        } catch (const InputException & e) {
+            return e.what();
+        }
+        return "";
+    };
+    File(path("a"), WM_Create).write("x", 1);
+    EXPECT_EQ(reasonOf(path("a")), "");
+    EXPECT_EQ(reasonOf(path("none")).find("missing: no such file; check the name: " + path("none")), 0U);
+    EXPECT_EQ(reasonOf(path("")).find("is a directory; name a file in it"), 0U);
+    File(path("empty"), WM_Create);
+    EXPECT_EQ(reasonOf(path("empty")).find("the file is empty; get it anew"), 0U);
+}
+
 TEST_F(FileTest, FailuresNameTheFile) {
     try {
         File(path("missing"));

@@ -91,4 +91,22 @@ TEST(Locator, UrlsInSentencesAreShownSo) {
         EXPECT_EQ(Locator::shownIn(given), shown) << given;
 }
 
+TEST(Locator, UrlsInNamesAreStoredWithoutLogin) {
+    const std::vector<std::pair<const char *, const char *>> cases = {
+        {"", ""},
+        {"/vsicurl/https://u:p@h/a.tif?key=1#2", "/vsicurl/https://h/a.tif?key=1#2"},
+        {"/vsizip//vsicurl/http://u@h/a.zip/b.tif", "/vsizip//vsicurl/http://h/a.zip/b.tif"},
+        {"NETCDF:\"/vsicurl/http://u:p@h/a.nc\":heights", "NETCDF:\"/vsicurl/http://h/a.nc\":heights"},
+        {"/vsis3/bucket/a@b.tif", "/vsis3/bucket/a@b.tif"},
+    };
+    for (const auto & [given, stored] : cases)
+        EXPECT_EQ(Locator::withoutLoginsIn(given), stored) << given;
+}
+
+TEST(Locator, CodesAreDecoded) {
+    EXPECT_EQ("http://u:p@h/ %2", Locator::decoded("http%3A%2f%2Fu:p%40h/%20%2"));
+    EXPECT_EQ("%", Locator::decoded("%"));
+    EXPECT_EQ("%zz%4", Locator::decoded("%zz%4"));
+}
+
 } // namespace

@@ -263,6 +263,28 @@ TEST_F(ObjectLoaderTest, ADamagedObjectFileIsNull) {
     EXPECT_FALSE(ObjectLoader::readFile(file(".nbx", "something else"), name, false));
 }
 
+TEST_F(ObjectLoaderTest, TheClassOfAFileIsTold) {
+    const std::string name = path(".any");
+    ObjectSaver::write(SO<SharedObj>(new Array<double>(3U, 1.0)).get(), name);
+    EXPECT_EQ(ObjectLoader::classOf(name), Array<double>::ClassNameNBX());
+    const std::vector<std::uint8_t> bytes = File::contents(name);
+    const SO<Array<SO<SharedObj>>> list(new Array<SO<SharedObj>>);
+    list->append(new Array<double>(2U, 1.0));
+    ObjectSaver::write(list.get(), name);
+    EXPECT_EQ(ObjectLoader::classOf(name), (Array<SO<SharedObj>>::ClassNameNBX())) << "that of the root";
+    // The class is the first thing behind the names, of which there is one.
+    const auto at = [&](std::size_t size) {
+        File(name, WM_Create).write(bytes.data(), size);
+        return ObjectLoader::classOf(name);
+    };
+    for (std::size_t size = 0; size + 3 < bytes.size(); ++size)
+        EXPECT_TRUE(at(size).isEmpty() || at(size) == Array<double>::ClassNameNBX()) << size;
+    EXPECT_TRUE(at(bytes.size() - 20).isEmpty());
+    EXPECT_TRUE(ObjectLoader::classOf(file(".any", "no object")).isEmpty());
+    EXPECT_TRUE(ObjectLoader::classOf("/no/such/file").isEmpty());
+    EXPECT_TRUE(ObjectLoader::classOf("/tmp").isEmpty());
+}
+
 TEST_F(ObjectLoaderTest, WhatLiesOnAServerIsForReadersThatFetchIt) {
     const RecordedReports reports;
     for (const char * url :

@@ -26,7 +26,7 @@ TEST(ObjectStreamHostile, StreamsOfOthersAreRefused) {
     EXPECT_TRUE(ObjectStreamReader::hasMagic(good.data(), good.size()));
     EXPECT_FALSE(ObjectStreamReader::hasMagic(good.data(), 7));
     EXPECT_FALSE(ObjectStreamReader::hasMagic(nullptr, 0));
-    for (const std::uint8_t version : {0, 3, 255}) {
+    for (const std::uint8_t version : {0, 3, 4, 255}) {
         Bytes other = good;
         other[8] = version;
         EXPECT_THROW(readBytes(other), IOError) << unsigned(version);
@@ -59,7 +59,7 @@ TEST(ObjectStreamHostile, StoredCountsAreCheckedAgainstTheFile) {
 }
 
 /// A graph with everything in it.
-Bytes richStream() {
+Bytes richStream(ObjectStreamWriter::Form form = ObjectStreamWriter::Form::Plain) {
     const SO<Link> root(new Link);
     root->next = new Link;
     root->next->other = everything().get();
@@ -75,7 +75,11 @@ Bytes richStream() {
     palette->insert(L"sky", Color::blue);
     list->members.push_back(palette);
     root->other = list.get();
-    return ObjectStreamWriter::write(*root, false);
+    return ObjectStreamWriter::write(*root, false, form);
+}
+
+Bytes deflatedStream() {
+    return richStream(ObjectStreamWriter::Form::Deflated);
 }
 
 /// The same as the first version wrote it.
@@ -99,8 +103,41 @@ TEST(ObjectStreamHostile, TheFirstVersionIsRead) {
     Tracked::releaseAll();
 }
 
+TEST(ObjectStreamHostile, WhatIsDeflatedIsRead) {
+    const Bytes bytes = deflatedStream();
+    EXPECT_LT(bytes.size(), richStream().size());
+    const SO<SharedObj> root = readBytes(bytes);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(ObjectStreamWriter::write(*root, false), richStream());
+    Tracked::releaseAll();
+}
+
+/// Of the sizes of objects the tables say another than the blocks hold.
+TEST(ObjectStreamHostile, WhatDoesNotInflateToItsSizeIsRefused) {
+    const SO<Link> link(new Link);
+    const Bytes good = ObjectStreamWriter::write(*link, false, ObjectStreamWriter::Form::Deflated);
+    EXPECT_TRUE(readBytes(good));
+    Tracked::releaseAll();
+    const std::uint8_t size = good.back();
+    for (const std::uint8_t other : {size - 1, size + 1, 0, 127}) {
+        Bytes bytes = good;
+        bytes.back() = other;
+        EXPECT_THROW(readBytes(bytes), IOError) << unsigned(other);
+    }
+    // 2^62 bytes, and sums beyond 64 bits.
+    Bytes huge(good.begin(), good.end() - 3);
+    for (int object = 0; object < 5; ++object) {
+        huge.push_back(good[good.size() - 2]);
+        for (int i = 0; i < 8; ++i)
+            huge.push_back(0x80);
+        huge.push_back(0x40);
+    }
+    huge.insert(huge.end() - 50, 5);
+    EXPECT_THROW(readBytes(huge), IOError);
+}
+
 TEST(ObjectStreamHostile, EveryCutIsRefused) {
-    for (const Bytes & good : {richStream(), firstVersion()}) {
+    for (const Bytes & good : {richStream(), firstVersion(), deflatedStream()}) {
         EXPECT_TRUE(readBytes(good));
         Tracked::releaseAll();
         for (std::size_t size = 0; size < good.size(); ++size)
@@ -115,9 +152,9 @@ TEST(ObjectStreamHostile, RandomChangesAreSurvived) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    const Bytes streams[] = {richStream(), firstVersion()};
-    for (int i = 0; i < 20000; ++i) {
-        Bytes bent = streams[i % 2];
+    const Bytes streams[] = {richStream(), firstVersion(), deflatedStream()};
+    for (int i = 0; i < 24000; ++i) {
+        Bytes bent = streams[i % 3];
         for (unsigned changes = 1 + random() % 4; changes > 0; --changes) {
             std::uint8_t & byte = bent[random() % bent.size()];
             byte = random() % 2 ? static_cast<std::uint8_t>(random())

@@ -86,6 +86,14 @@ void expectNumbers(SerializationManager & m, const char * name, std::initializer
     EXPECT_EQ(values, std::vector<unsigned>(expected));
 }
 
+/// Who has the manager alone must get to the runs from there; one by one takes several times as long.
+TEST(ObjectStreamRecords, RunsAreReachedFromTheManager) {
+    const auto hasRuns = [](SerializationManager & m) {
+        EXPECT_NE(dynamic_cast<NBX::AttributeRuns *>(&m), nullptr) << (m.isReading() ? "reading" : "writing");
+    };
+    transfer(hasRuns, hasRuns);
+}
+
 /// However numbers are written, they may be read one by one, at once, and in pieces.
 TEST(ObjectStreamRecords, RunsAreTheSameAsSingleAttributes) {
     const auto single = [](SerializationManager & m) {

@@ -65,7 +65,7 @@ struct CanvasTest : testing::Test {
     Drawn drawn;
 };
 
-TEST_F(CanvasTest, whatAPictureUsesIsNotDroppedBeforeItsEnd) {
+TEST_F(CanvasTest, WhatAPictureUsesIsNotDroppedBeforeItsEnd) {
     auto * graphics = GraphicsMemoryManager::instance();
     auto * main = MainMemoryManager::instance();
     const unsigned tooLarge = MainMemoryManager::defaultBudget + 1;
@@ -83,7 +83,7 @@ TEST_F(CanvasTest, whatAPictureUsesIsNotDroppedBeforeItsEnd) {
     EXPECT_EQ(main->count(), 0U);
 }
 
-TEST_F(CanvasTest, drawsItsRootNodesInOrder) {
+TEST_F(CanvasTest, DrawsItsRootNodesInOrder) {
     std::string log;
     const SO<SceneNode> first(new ProbeNode([&](Engine *) { log += "1"; }));
     const SO<SceneNode> second(new ProbeNode([&](Engine *) { log += "2"; }));
@@ -103,7 +103,7 @@ TEST_F(CanvasTest, drawsItsRootNodesInOrder) {
     EXPECT_EQ(canvas->rootNode(1), nullptr);
 }
 
-TEST_F(CanvasTest, tellsItsNodesWhereTheyAreDrawn) {
+TEST_F(CanvasTest, TellsItsNodesWhereTheyAreDrawn) {
     Canvas * seen = nullptr;
     Area area;
     canvas->append(SO<SceneNode>(new ProbeNode([&](Engine * engine) {
@@ -119,7 +119,7 @@ TEST_F(CanvasTest, tellsItsNodesWhereTheyAreDrawn) {
     EXPECT_EQ(canvas->engine->viewport(), nullptr);
 }
 
-TEST_F(CanvasTest, globalCameraHoldsForTheNodesInFrontOfIt) {
+TEST_F(CanvasTest, GlobalCameraHoldsForTheNodesInFrontOfIt) {
     const SO<Ortho> projection(new Ortho(-3, 3, -3, 3, -3, 3));
     Matrix4x4Base<double> seen;
     canvas->append(
@@ -140,7 +140,7 @@ TEST_F(CanvasTest, globalCameraHoldsForTheNodesInFrontOfIt) {
     EXPECT_EQ(seen, Matrix4x4Base<double>());
 }
 
-TEST_F(CanvasTest, firstGlobalCameraInTheOrderOfTheSceneHolds) {
+TEST_F(CanvasTest, FirstGlobalCameraInTheOrderOfTheSceneHolds) {
     Matrix4x4Base<double> seen;
     const auto probe =
         SO<SceneNode>(new ProbeNode([&](Engine * engine) { seen = engine->projectionMatrix(); }));
@@ -171,7 +171,7 @@ TEST_F(CanvasTest, firstGlobalCameraInTheOrderOfTheSceneHolds) {
     EXPECT_EQ(seen, ortho(1.0)->matrix(1));
 }
 
-TEST_F(CanvasTest, earliestRequestCounts) {
+TEST_F(CanvasTest, EarliestRequestCounts) {
     EXPECT_FALSE(canvas->redisplayPending());
     EXPECT_FALSE(canvas->redisplayDue(1e9));
     canvas->postForRedisplay(5.0);
@@ -186,7 +186,7 @@ TEST_F(CanvasTest, earliestRequestCounts) {
     EXPECT_DOUBLE_EQ(canvas->redisplayTime(), 101.0);
 }
 
-TEST_F(CanvasTest, redisplayServesTheRequestsMadeBeforeAndKeepsThoseMadeMeanwhile) {
+TEST_F(CanvasTest, RedisplayServesTheRequestsMadeBeforeAndKeepsThoseMadeMeanwhile) {
     canvas->postForRedisplay(0.0);
     canvas->redisplay();
     EXPECT_FALSE(canvas->redisplayPending());
@@ -197,7 +197,7 @@ TEST_F(CanvasTest, redisplayServesTheRequestsMadeBeforeAndKeepsThoseMadeMeanwhil
     EXPECT_DOUBLE_EQ(canvas->redisplayTime(), 100.05);
 }
 
-TEST_F(CanvasTest, allCanvasesCanBeAsked) {
+TEST_F(CanvasTest, AllCanvasesCanBeAsked) {
     const SO<SteppedClock> otherClock(new SteppedClock());
     otherClock->time = 7.0;
     const SO<ProbeCanvas> other(new ProbeCanvas(otherClock.get()));
@@ -209,7 +209,7 @@ TEST_F(CanvasTest, allCanvasesCanBeAsked) {
     EXPECT_EQ(std::count(list.begin(), list.end(), other.get()), 1);
 }
 
-TEST(Canvas, leavesTheListWhenItDies) {
+TEST(Canvas, LeavesTheListWhenItDies) {
     const std::size_t before = Canvas::canvasList().size();
     {
         const SO<ProbeCanvas> canvas(new ProbeCanvas(nullptr));
@@ -218,19 +218,19 @@ TEST(Canvas, leavesTheListWhenItDies) {
     EXPECT_EQ(Canvas::canvasList().size(), before);
 }
 
-TEST_F(CanvasTest, renderingModeIsCompleteAtFirst) {
+TEST_F(CanvasTest, RenderingModeIsCompleteAtFirst) {
     EXPECT_EQ(canvas->getRenderingMode(), 0);
     canvas->setRenderingMode(1);
     EXPECT_EQ(canvas->getRenderingMode(), 1);
 }
 
-TEST_F(CanvasTest, withoutAnEngineNothingHappens) {
+TEST_F(CanvasTest, WithoutAnEngineNothingHappens) {
     canvas->engine = nullptr;
     canvas->redisplay();
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(CanvasTest, isDrawnByItsClockWhenARequestIsDue) {
+TEST_F(CanvasTest, IsDrawnByItsClockWhenARequestIsDue) {
     note(*canvas, 'a');
     EXPECT_FALSE(clock->step()) << "nothing was asked for";
     canvas->postForRedisplay(0.5);
@@ -244,7 +244,7 @@ TEST_F(CanvasTest, isDrawnByItsClockWhenARequestIsDue) {
     EXPECT_EQ(drawn, (Drawn{{'a', 100.5}}));
 }
 
-TEST_F(CanvasTest, isDrawnInTheOrderOfTheRequestsTimes) {
+TEST_F(CanvasTest, IsDrawnInTheOrderOfTheRequestsTimes) {
     const SO<ProbeCanvas> second(new ProbeCanvas(clock.get())), third(new ProbeCanvas(clock.get()));
     note(*canvas, 'a');
     note(*second, 'b');
@@ -259,7 +259,7 @@ TEST_F(CanvasTest, isDrawnInTheOrderOfTheRequestsTimes) {
     EXPECT_EQ(clock->sleeps, (std::vector<double>{1.0, 1.0, 1.0})) << "it sleeps until the next is due";
 }
 
-TEST_F(CanvasTest, whatIsDueAtOneTimeIsDrawnInTheOrderOfMaking) {
+TEST_F(CanvasTest, WhatIsDueAtOneTimeIsDrawnInTheOrderOfMaking) {
     const SO<ProbeCanvas> second(new ProbeCanvas(clock.get()));
     note(*canvas, 'a');
     note(*second, 'b');
@@ -269,7 +269,7 @@ TEST_F(CanvasTest, whatIsDueAtOneTimeIsDrawnInTheOrderOfMaking) {
     EXPECT_EQ(drawn, (Drawn{{'a', 101.0}, {'b', 101.0}}));
 }
 
-TEST_F(CanvasTest, refinesUntilNothingAsksForAnotherFrame) {
+TEST_F(CanvasTest, RefinesUntilNothingAsksForAnotherFrame) {
     unsigned left = 3;
     note(*canvas, 'a', [&] {
         if (left-- > 0) canvas->postForRedisplay(0.25);
@@ -281,7 +281,7 @@ TEST_F(CanvasTest, refinesUntilNothingAsksForAnotherFrame) {
     EXPECT_EQ(clock->sleeps.size(), 3U) << "one sleep for each wait, and none for what is due";
 }
 
-TEST_F(CanvasTest, mayDieWhileItWaits) {
+TEST_F(CanvasTest, MayDieWhileItWaits) {
     SO<ProbeCanvas> other(new ProbeCanvas(clock.get()));
     note(*other, 'b');
     other->postForRedisplay(1.0);
@@ -294,7 +294,7 @@ TEST_F(CanvasTest, mayDieWhileItWaits) {
     EXPECT_EQ(drawn, Drawn());
 }
 
-TEST_F(CanvasTest, mayDieWhileAnotherIsDrawn) {
+TEST_F(CanvasTest, MayDieWhileAnotherIsDrawn) {
     SO<ProbeCanvas> other(new ProbeCanvas(clock.get()));
     note(*canvas, 'a', [&] { other = nullptr; });
     note(*other, 'b');
@@ -305,7 +305,7 @@ TEST_F(CanvasTest, mayDieWhileAnotherIsDrawn) {
     EXPECT_FALSE(clock->step());
 }
 
-TEST_F(CanvasTest, offItsClockItIsDrawnByItsOwnerAlone) {
+TEST_F(CanvasTest, OffItsClockItIsDrawnByItsOwnerAlone) {
     note(*canvas, 'a');
     EXPECT_TRUE(canvas->isActive());
     EXPECT_TRUE(clock->removeManager(canvas.get()));
@@ -321,7 +321,7 @@ TEST_F(CanvasTest, offItsClockItIsDrawnByItsOwnerAlone) {
     EXPECT_EQ(canvas->references(), 1) << "it is watched, not kept";
 }
 
-TEST_F(CanvasTest, requestsWaitWhileRedisplayIsSwitchedOff) {
+TEST_F(CanvasTest, RequestsWaitWhileRedisplayIsSwitchedOff) {
     note(*canvas, 'a');
     canvas->setRedisplayEnabled(false);
     canvas->postForRedisplay(0.0);
@@ -335,7 +335,7 @@ TEST_F(CanvasTest, requestsWaitWhileRedisplayIsSwitchedOff) {
     EXPECT_EQ(drawn, (Drawn{{'a', 200.0}}));
 }
 
-TEST_F(CanvasTest, noFrameRunsWithinAFrame) {
+TEST_F(CanvasTest, NoFrameRunsWithinAFrame) {
     note(*canvas, 'a', [&] {
         canvas->postForRedisplay(0.0);
         clock->tick(clock->now());
@@ -346,7 +346,7 @@ TEST_F(CanvasTest, noFrameRunsWithinAFrame) {
     EXPECT_TRUE(canvas->redisplayPending());
 }
 
-TEST_F(CanvasTest, alarmTellsThatANearerTimeWasAskedFor) {
+TEST_F(CanvasTest, AlarmTellsThatANearerTimeWasAskedFor) {
     std::vector<double> alarms;
     clock->setAlarm([&] { alarms.push_back(clock->nextTick()); });
     note(*canvas, 'a', [&] { canvas->postForRedisplay(0.0); });
@@ -359,7 +359,7 @@ TEST_F(CanvasTest, alarmTellsThatANearerTimeWasAskedFor) {
     clock->setAlarm({});
 }
 
-TEST_F(CanvasTest, oddDelaysDoNotStopTheClock) {
+TEST_F(CanvasTest, OddDelaysDoNotStopTheClock) {
     canvas->postForRedisplay(std::nan(""));
     EXPECT_EQ(canvas->redisplayTime(), 100.0);
     canvas->redisplay();
@@ -370,7 +370,7 @@ TEST_F(CanvasTest, oddDelaysDoNotStopTheClock) {
     EXPECT_FALSE(canvas->redisplayPending());
 }
 
-TEST_F(CanvasTest, thoseOfAnotherThreadAreNotTheClocksBusiness) {
+TEST_F(CanvasTest, ThoseOfAnotherThreadAreNotTheClocksBusiness) {
     unsigned alarms = 0;
     clock->setAlarm([&] { ++alarms; });
     std::thread([&] {

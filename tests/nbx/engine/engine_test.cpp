@@ -31,7 +31,7 @@ struct EngineTest : testing::Test {
     RecordedReports reports;
 };
 
-TEST_F(EngineTest, theLastMonoAttributePushedIsTheCurrentOne) {
+TEST_F(EngineTest, TheLastMonoAttributePushedIsTheCurrentOne) {
     EXPECT_EQ(engine->monoTable(category), nullptr);
     EXPECT_EQ(engine->getAttribute(category), nullptr);
     engine->push(a.get());
@@ -49,7 +49,7 @@ TEST_F(EngineTest, theLastMonoAttributePushedIsTheCurrentOne) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(EngineTest, theSameAttributeMayBePushedTwice) {
+TEST_F(EngineTest, TheSameAttributeMayBePushedTwice) {
     engine->push(a.get());
     engine->push(a.get());
     engine->pop(a.get());
@@ -58,7 +58,7 @@ TEST_F(EngineTest, theSameAttributeMayBePushedTwice) {
     EXPECT_EQ(takeProbeLog(), "+a +a -a +a -a");
 }
 
-TEST_F(EngineTest, attributesOfOneCategoryDisplaceEachOtherWhateverTheirClass) {
+TEST_F(EngineTest, AttributesOfOneCategoryDisplaceEachOtherWhateverTheirClass) {
     const SO<ProbeAttribute> derived(new DerivedProbeAttribute("d"));
     engine->push(a.get());
     engine->push(derived.get());
@@ -69,7 +69,7 @@ TEST_F(EngineTest, attributesOfOneCategoryDisplaceEachOtherWhateverTheirClass) {
     EXPECT_EQ(takeProbeLog(), "+a +d -d +a -a");
 }
 
-TEST_F(EngineTest, contextDataIsFoundByName) {
+TEST_F(EngineTest, ContextDataIsFoundByName) {
     const SO<Attribute> flag(new ContextData<bool>("RenderOuterWallFlag", true));
     engine->push(flag.get());
     EXPECT_EQ(engine->getAttribute("RenderOuterWallFlag"), flag.get());
@@ -78,7 +78,7 @@ TEST_F(EngineTest, contextDataIsFoundByName) {
     EXPECT_EQ(engine->getAttribute("RenderOuterWallFlag"), nullptr);
 }
 
-TEST_F(EngineTest, wrongPopsAreReportedAndDoNothing) {
+TEST_F(EngineTest, WrongPopsAreReportedAndDoNothing) {
     engine->pop(a.get());
     EXPECT_EQ(reports.count(L"attribute is not the one pushed last"), 1U);
     engine->push(a.get());
@@ -93,7 +93,7 @@ TEST_F(EngineTest, wrongPopsAreReportedAndDoNothing) {
     engine->pop(a.get());
 }
 
-TEST_F(EngineTest, disabledMonoAttributesAreLeftOut) {
+TEST_F(EngineTest, DisabledMonoAttributesAreLeftOut) {
     a->setEnableState(false);
     engine->push(a.get());
     EXPECT_EQ(engine->getAttribute(category), nullptr);
@@ -107,7 +107,7 @@ TEST_F(EngineTest, disabledMonoAttributesAreLeftOut) {
     EXPECT_EQ(takeProbeLog(), "+b -b");
 }
 
-TEST_F(EngineTest, disregardedCategoriesHaveNoEffect) {
+TEST_F(EngineTest, DisregardedCategoriesHaveNoEffect) {
     engine->push(a.get());
     engine->disregard(category);
     EXPECT_EQ(takeProbeLog(), "+a -a");
@@ -128,7 +128,7 @@ TEST_F(EngineTest, disregardedCategoriesHaveNoEffect) {
     EXPECT_EQ(reports.count(L"category is not disregarded"), 1U);
 }
 
-TEST_F(EngineTest, whatIsPushedAndPoppedWhileDisregardedLeavesNoTrace) {
+TEST_F(EngineTest, WhatIsPushedAndPoppedWhileDisregardedLeavesNoTrace) {
     engine->push(a.get());
     takeProbeLog();
     engine->disregard(category);
@@ -139,7 +139,7 @@ TEST_F(EngineTest, whatIsPushedAndPoppedWhileDisregardedLeavesNoTrace) {
     engine->pop(a.get());
 }
 
-TEST_F(EngineTest, simplifiersEnterAndLeaveOnceEach) {
+TEST_F(EngineTest, SimplifiersEnterAndLeaveOnceEach) {
     const SO<Attribute> s(new SimplifiedProbeAttribute("s")), t(new SimplifiedProbeAttribute("t"));
     engine->push(s.get());
     engine->push(t.get());
@@ -148,7 +148,7 @@ TEST_F(EngineTest, simplifiersEnterAndLeaveOnceEach) {
     EXPECT_EQ(takeProbeLog(), "<s <t >t >s");
 }
 
-TEST_F(EngineTest, compositesPushTheirMembersAndPopThemInReverse) {
+TEST_F(EngineTest, CompositesPushTheirMembersAndPopThemInReverse) {
     const SO<AttributeComposite> composite(new AttributeComposite());
     composite->append(a.get());
     composite->append(new SimplifiedProbeAttribute("s"));
@@ -165,7 +165,7 @@ TEST_F(EngineTest, compositesPushTheirMembersAndPopThemInReverse) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(EngineTest, polyAttributesHoldTogether) {
+TEST_F(EngineTest, PolyAttributesHoldTogether) {
     const SO<ProbePolyAttribute> p(new ProbePolyAttribute()), q(new ProbePolyAttribute());
     const ID poly = ProbePolyAttribute::ClassNameNBX();
     q->setEnableState(false);
@@ -188,7 +188,7 @@ TEST_F(EngineTest, polyAttributesHoldTogether) {
     EXPECT_EQ(engine->polyChanges, 4U);
 }
 
-TEST_F(EngineTest, painterIsFoundByClassThenParentThenSimplifier) {
+TEST_F(EngineTest, PainterIsFoundByClassThenParentThenSimplifier) {
     engine->paint(SO<Shape>(new ProbeShape("exact")).get());
     engine->paint(SO<Shape>(new DerivedProbeShape("parent")).get());
     engine->paint(SO<Shape>(new ComplexProbeShape("simplified")).get());
@@ -206,7 +206,7 @@ public:
     }
 };
 
-TEST_F(EngineTest, painterThatDeclinesGivesWayToTheSimplifier) {
+TEST_F(EngineTest, PainterThatDeclinesGivesWayToTheSimplifier) {
     const SO<DecliningPainter> painter(new DecliningPainter());
     ProbeEngine::table().add(painter.get());
     const SO<Shape> shape(new ComplexProbeShape("c"));
@@ -229,7 +229,7 @@ public:
     }
 };
 
-TEST_F(EngineTest, latestHandlerOfAClassIsAskedAndOwnOnesComeFirst) {
+TEST_F(EngineTest, LatestHandlerOfAClassIsAskedAndOwnOnesComeFirst) {
     const SO<Shape> shape(new ProbeShape("own"));
     const SO<OtherPainter> common(new OtherPainter()), own(new OtherPainter());
     Engine::registerHandler(common.get());
@@ -250,7 +250,7 @@ TEST_F(EngineTest, latestHandlerOfAClassIsAskedAndOwnOnesComeFirst) {
     EXPECT_EQ(reports.count(0, L"handler", L"no handler"), 1U);
 }
 
-TEST_F(EngineTest, pushedHandlersComeBeforeThoseRegistered) {
+TEST_F(EngineTest, PushedHandlersComeBeforeThoseRegistered) {
     const SO<Shape> shape(new ProbeShape("own")), derived(new DerivedProbeShape("derived"));
     const SO<OtherPainter> other(new OtherPainter());
     const SO<Engine> plain(new Engine());
@@ -283,7 +283,7 @@ public:
     }
 };
 
-TEST_F(EngineTest, aPushedHandlerOfAParentClassDoesNotHideOneOfTheClass) {
+TEST_F(EngineTest, APushedHandlerOfAParentClassDoesNotHideOneOfTheClass) {
     const SO<AnyShapePainter> any(new AnyShapePainter());
     engine->pushHandler(any.get());
     engine->paint(SO<Shape>(new ProbeShape("own")).get());
@@ -292,7 +292,7 @@ TEST_F(EngineTest, aPushedHandlerOfAParentClassDoesNotHideOneOfTheClass) {
     engine->popHandler(any.get());
 }
 
-TEST_F(EngineTest, handlersArePoppedInReverse) {
+TEST_F(EngineTest, HandlersArePoppedInReverse) {
     const SO<OtherPainter> first(new OtherPainter()), second(new OtherPainter());
     engine->pushHandler(first.get());
     engine->pushHandler(second.get());
@@ -308,7 +308,7 @@ TEST_F(EngineTest, handlersArePoppedInReverse) {
     EXPECT_EQ(reports.count(0, L"handler", L"no handler"), 1U) << reports;
 }
 
-TEST_F(EngineTest, disabledAndUnknownShapesAreLeftOut) {
+TEST_F(EngineTest, DisabledAndUnknownShapesAreLeftOut) {
     const SO<Shape> shape(new ProbeShape("x"));
     shape->setEnableState(false);
     engine->paint(shape.get());
@@ -319,7 +319,7 @@ TEST_F(EngineTest, disabledAndUnknownShapesAreLeftOut) {
     EXPECT_EQ(reports.count(0, L"shape", L"no shape"), 1U);
 }
 
-TEST_F(EngineTest, compositesArePaintedMemberByMember) {
+TEST_F(EngineTest, CompositesArePaintedMemberByMember) {
     const SO<Composite> composite(new Composite()), inner(new Composite());
     const SO<Shape> off(new ProbeShape("off"));
     off->setEnableState(false);
@@ -344,7 +344,7 @@ public:
     SO<const PolygonSet> caught;
 };
 
-TEST_F(EngineTest, boxesBecomeFacesThatLookOutwards) {
+TEST_F(EngineTest, BoxesBecomeFacesThatLookOutwards) {
     const SO<PolygonSetCatcher> catcher(new PolygonSetCatcher());
     ProbeEngine::table().add(catcher.get());
     const Bounds bounds(V(1, 2, 3), V(4, 6, 8));
@@ -370,7 +370,7 @@ TEST_F(EngineTest, boxesBecomeFacesThatLookOutwards) {
     EXPECT_NEAR(area, 2 * (3 * 4 + 4 * 5 + 3 * 5), 1e-12);
 }
 
-TEST_F(EngineTest, modelMatricesAddUp) {
+TEST_F(EngineTest, ModelMatricesAddUp) {
     engine->pushModelMatrix(M::translation(V(10, 0, 0)));
     engine->pushModelMatrix(M::scaling(V(2, 2, 2)));
     EXPECT_EQ(engine->modelMatrix() * V(1, 1, 1), V(12, 2, 2));
@@ -385,7 +385,7 @@ TEST_F(EngineTest, modelMatricesAddUp) {
     EXPECT_EQ(reports.count(L"no camera was pushed"), 1U);
 }
 
-TEST_F(EngineTest, transformationsAndCamerasActThroughTheMatrices) {
+TEST_F(EngineTest, TransformationsAndCamerasActThroughTheMatrices) {
     const SO<Viewport> viewport(new Viewport(Area(0, 0, 200, 100)));
     const SO<Camera> camera(new Camera(new LookAt(V(0, 0, -5), V()), new Ortho(-1, 1, -1, 1, 1, 10)));
     const SO<Translation> tf(new Translation(V(1, 2, 3)));
@@ -407,7 +407,7 @@ TEST_F(EngineTest, transformationsAndCamerasActThroughTheMatrices) {
     EXPECT_EQ(engine->viewport(), nullptr);
 }
 
-TEST_F(EngineTest, scopePopsAtItsEnd) {
+TEST_F(EngineTest, ScopePopsAtItsEnd) {
     {
         const AttributeScope scope(engine.get(), a.get());
         const AttributeScope none(engine.get(), nullptr);

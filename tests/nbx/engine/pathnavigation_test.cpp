@@ -14,7 +14,7 @@ SO<PathNavigation> flight(LookAt * eye) {
         eye, {{10, V(10, 0, 0), V(0, 0, -5)}, {0, V(), V(0, 0, -1)}, {12, V(10, 4, 0), V(0, 0, -5)}});
 }
 
-TEST(PathNavigation, fliesStraightFromKeyToKey) {
+TEST(PathNavigation, FliesStraightFromKeyToKey) {
     const SO<LookAt> eye(new LookAt());
     const auto path = flight(eye.get());
     EXPECT_DOUBLE_EQ(path->duration(), 12.0);
@@ -31,7 +31,7 @@ TEST(PathNavigation, fliesStraightFromKeyToKey) {
     EXPECT_EQ(eye->getFrom(), V(10, 4, 0));
 }
 
-TEST(PathNavigation, withoutKeysNothingMoves) {
+TEST(PathNavigation, WithoutKeysNothingMoves) {
     const SO<LookAt> eye(new LookAt(V(1, 2, 3), V()));
     const SO<PathNavigation> path(new PathNavigation(eye.get(), {}));
     EXPECT_FALSE(path->update(1));
@@ -39,7 +39,7 @@ TEST(PathNavigation, withoutKeysNothingMoves) {
     EXPECT_EQ(path->duration(), 0.0);
 }
 
-TEST(PathNavigation, keysAtOneMomentAreAJump) {
+TEST(PathNavigation, KeysAtOneMomentAreAJump) {
     const SO<LookAt> eye(new LookAt());
     const SO<PathNavigation> path(new PathNavigation(
         eye.get(), {{0, V(), V()}, {1, V(1, 0, 0), V()}, {1, V(9, 0, 0), V()}, {2, V(10, 0, 0), V()}}));
@@ -49,7 +49,7 @@ TEST(PathNavigation, keysAtOneMomentAreAJump) {
     EXPECT_EQ(eye->getFrom(), V(9, 0, 0));
 }
 
-TEST(Navigation, atMostOneIsActive) {
+TEST(Navigation, AtMostOneIsActive) {
     const SO<LookAt> eye(new LookAt());
     EXPECT_FALSE(Navigation::activeNavigation());
     {
@@ -68,7 +68,7 @@ TEST(Navigation, atMostOneIsActive) {
     EXPECT_FALSE(Navigation::activeNavigation());
 }
 
-TEST(Navigation, missingEyeIsReported) {
+TEST(Navigation, MissingEyeIsReported) {
     RecordedReports reports;
     const auto path = flight(nullptr);
     EXPECT_EQ(reports.count(0, L"eye", L"no eye"), 1U);

@@ -1,6 +1,7 @@
 #include <nbx/engine/raytracingtechnique.h>
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -31,7 +32,7 @@ struct RayTracingTest : testing::Test {
     }
 };
 
-TEST_F(RayTracingTest, findsTheNearestHitWhateverTheOrder) {
+TEST_F(RayTracingTest, FindsTheNearestHitWhateverTheOrder) {
     const SO<Box> far(new Box(V(-1, -1, -12), V(1, 1, -10))), near(new Box(V(-1, -1, -6), V(1, 1, -4)));
     scene->append(far.get());
     scene->append(near.get());
@@ -45,7 +46,23 @@ TEST_F(RayTracingTest, findsTheNearestHitWhateverTheOrder) {
     EXPECT_NEAR(ray->nearestHit().distance, 10.0, 1e-12);
 }
 
-TEST_F(RayTracingTest, missesWhatLiesBesideAndBehind) {
+TEST_F(RayTracingTest, TellsWhereBoxesAreEnteredAndHowFarItLooks) {
+    const Bounds box(V(-1, -1, -12), V(1, 1, -10));
+    constexpr double never = std::numeric_limits<double>::infinity();
+    EXPECT_NEAR(RayTracingTechnique::enterBounds(Ray(V(0, 0, 0), V(0, 0, -2)), box), 5.0, 1e-12);
+    EXPECT_EQ(RayTracingTechnique::enterBounds(Ray(V(0, 0, -11), V(0, 0, -2)), box), 0.0);
+    EXPECT_EQ(RayTracingTechnique::enterBounds(Ray(V(0, 0, 0), V(0, 0, 2)), box), never);
+    EXPECT_EQ(RayTracingTechnique::enterBounds(Ray(V(2, 0, 0), V(0, 0, -2)), box), never);
+    EXPECT_EQ(RayTracingTechnique::enterBounds(Ray(V(0, 0, 0), V(0, 0, -2)), Bounds()), never);
+    scene->append(new Box(box));
+    const auto ray = technique(V(0, 0, 0), V(0, 0, -2));
+    EXPECT_EQ(ray->limit(), never);
+    ASSERT_TRUE(ray->trace(engine.get(), scene.get()));
+    EXPECT_GE(ray->limit(), 5.0);
+    EXPECT_NEAR(ray->limit(), 5.0, 1e-8);
+}
+
+TEST_F(RayTracingTest, MissesWhatLiesBesideAndBehind) {
     scene->append(new Box(V(-1, -1, -6), V(1, 1, -4)));
     EXPECT_FALSE(technique(V(0, 0, 0), V(0, 0, 1))->trace(engine.get(), scene.get()));
     EXPECT_FALSE(technique(V(2, 0, 0), V(0, 0, -1))->trace(engine.get(), scene.get()));
@@ -56,7 +73,7 @@ TEST_F(RayTracingTest, missesWhatLiesBesideAndBehind) {
     EXPECT_NEAR(within->nearestHit().distance, 1.0, 1e-12);
 }
 
-TEST_F(RayTracingTest, distancesAreComparedInTheSceneNotInTheShapesFrames) {
+TEST_F(RayTracingTest, DistancesAreComparedInTheSceneNotInTheShapesFrames) {
     // In its own frame the scaled box is nearer; in the scene it is the farther one.
     const SO<SceneThing> scaled(new SceneThing(scene.get()));
     scaled->append(new Translation(V(0, 0, -20)));
@@ -72,7 +89,35 @@ TEST_F(RayTracingTest, distancesAreComparedInTheSceneNotInTheShapesFrames) {
     EXPECT_NEAR((beside->nearestHit().normal - V(0, 0, 1)).length(), 0.0, 1e-12);
 }
 
-TEST_F(RayTracingTest, disabledShapesAreNotHit) {
+TEST_F(RayTracingTest, EachRayIsTakenIntoTheFrameOfItsOwnShape) {
+    // Frames in turn, of which some differ in one number alone, and the first one again.
+    for (const double x : {0.0, 5.0, 0.0, -5.0, 5.0, 5.0})
+        for (const double z : {-20.0, -30.0}) {
+            const SO<SceneThing> moved(new SceneThing());
+            moved->append(new Translation(V(x, 0, z)));
+            moved->append(new Scaling(V(1, 1, 2)));
+            moved->append(new Box());
+            const auto ray = technique(V(x + 0.1, 0.2, 0), V(0, 0, -1));
+            ASSERT_TRUE(ray->trace(engine.get(), moved.get()));
+            EXPECT_NEAR(ray->nearestHit().distance, -z - 1.0, 1e-12);
+            EXPECT_NEAR((ray->nearestHit().normal - V(0, 0, 1)).length(), 0.0, 1e-12);
+            EXPECT_FALSE(technique(V(x + 1.1, 0.2, 0), V(0, 0, -1))->trace(engine.get(), moved.get()));
+        }
+}
+
+TEST_F(RayTracingTest, AShapeIsAskedOnce) {
+    const SO<Box> box(new Box());
+    scene->append(box.get());
+    const auto ray = technique(V(0, 0, 5), V(0, 0, -1));
+    ASSERT_TRUE(ray->trace(engine.get(), scene.get()));
+    EXPECT_EQ(ray->activePass(), -1) << "when it is over";
+    ray->start(engine.get());
+    EXPECT_EQ(ray->activePass(), 0);
+    EXPECT_FALSE(ray->nextPass(engine.get()));
+    EXPECT_EQ(ray->activePass(), -1);
+}
+
+TEST_F(RayTracingTest, DisabledShapesAreNotHit) {
     const SO<Box> box(new Box());
     scene->append(box.get());
     box->setEnableState(false);
@@ -94,7 +139,7 @@ public:
     }
 };
 
-TEST_F(RayTracingTest, shapesGoToTheirIntersectorAndNotToTheirPainter) {
+TEST_F(RayTracingTest, ShapesGoToTheirIntersectorAndNotToTheirPainter) {
     const SO<ProbeIntersector> intersector(new ProbeIntersector());
     ProbeEngine::table().add(intersector.get());
     const SO<Engine> probes(new ProbeEngine());
@@ -113,7 +158,7 @@ TEST_F(RayTracingTest, shapesGoToTheirIntersectorAndNotToTheirPainter) {
     EXPECT_NEAR(ray->nearestHit().distance, 4.0, 1e-12);
 }
 
-TEST(RayTracingTechnique, checkBoundsCountsTheBorder) {
+TEST(RayTracingTechnique, CheckBoundsCountsTheBorder) {
     const Bounds box(V(-1, -1, -1), V(1, 1, 1));
     struct Row {
         const char * name;
@@ -152,7 +197,7 @@ public:
     }
 };
 
-TEST(RayIntersector, triangleIsHitFromBothSidesWithItsBorder) {
+TEST(RayIntersector, TriangleIsHitFromBothSidesWithItsBorder) {
     const V a(0, 0, 0), b(2, 0, 0), c(0, 2, 0);
     double t = -1;
     EXPECT_TRUE(Intersector::intersectTriangle(V(0.5, 0.5, 4), V(0, 0, -2), a, b, c, t));
@@ -170,7 +215,7 @@ TEST(RayIntersector, triangleIsHitFromBothSidesWithItsBorder) {
     EXPECT_FALSE(Intersector::intersectTriangle(V(0.5, 0.5, 1), V(0, 0, -1), a, b, V(0, NAN, 0), t));
 }
 
-TEST(RayIntersector, raysThroughAFanOfTrianglesNeverSlipThrough) {
+TEST(RayIntersector, RaysThroughAFanOfTrianglesNeverSlipThrough) {
     const unsigned seed = 99;
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> unit(-1, 1);

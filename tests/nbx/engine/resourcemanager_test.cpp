@@ -34,7 +34,7 @@ struct ResourceManagerTest : testing::Test {
     }
 };
 
-TEST_F(ResourceManagerTest, keepsResourcesAliveWithinTheBudget) {
+TEST_F(ResourceManagerTest, KeepsResourcesAliveWithinTheBudget) {
     const auto a = add(40), b = add(60);
     EXPECT_TRUE(a);
     EXPECT_TRUE(b);
@@ -42,7 +42,7 @@ TEST_F(ResourceManagerTest, keepsResourcesAliveWithinTheBudget) {
     EXPECT_EQ(manager.count(), 2U);
 }
 
-TEST_F(ResourceManagerTest, dropsWhatWasUsedTheLongestTimeAgo) {
+TEST_F(ResourceManagerTest, DropsWhatWasUsedTheLongestTimeAgo) {
     const auto a = add(40), b = add(40);
     EXPECT_TRUE(touch(a));
     const auto c = add(40);
@@ -52,7 +52,7 @@ TEST_F(ResourceManagerTest, dropsWhatWasUsedTheLongestTimeAgo) {
     EXPECT_EQ(manager.total(), 80U);
 }
 
-TEST_F(ResourceManagerTest, unknownResourcesCannotBeTouchedOrRemoved) {
+TEST_F(ResourceManagerTest, UnknownResourcesCannotBeTouchedOrRemoved) {
     const SO<SharedObj> stranger(new SharedObj());
     EXPECT_FALSE(manager.touch(stranger.get()));
     EXPECT_FALSE(manager.remove(stranger.get()));
@@ -61,14 +61,14 @@ TEST_F(ResourceManagerTest, unknownResourcesCannotBeTouchedOrRemoved) {
     EXPECT_EQ(reports.count(0, L"resource", L"no resource"), 1U);
 }
 
-TEST_F(ResourceManagerTest, removeLetsGo) {
+TEST_F(ResourceManagerTest, RemoveLetsGo) {
     const auto a = add(40);
     EXPECT_TRUE(remove(a));
     EXPECT_FALSE(a);
     EXPECT_EQ(manager.total(), 0U);
 }
 
-TEST_F(ResourceManagerTest, addingAgainChangesTheSize) {
+TEST_F(ResourceManagerTest, AddingAgainChangesTheSize) {
     const SO<SharedObj> a(new SharedObj());
     manager.add(a.get(), 40);
     manager.add(a.get(), 70);
@@ -76,7 +76,7 @@ TEST_F(ResourceManagerTest, addingAgainChangesTheSize) {
     EXPECT_EQ(manager.count(), 1U);
 }
 
-TEST_F(ResourceManagerTest, largerThanTheBudgetIsKeptInAFrameOnly) {
+TEST_F(ResourceManagerTest, LargerThanTheBudgetIsKeptInAFrameOnly) {
     EXPECT_FALSE(add(101));
     manager.beginFrame();
     const auto a = add(101);
@@ -86,7 +86,7 @@ TEST_F(ResourceManagerTest, largerThanTheBudgetIsKeptInAFrameOnly) {
     EXPECT_EQ(manager.total(), 0U);
 }
 
-TEST_F(ResourceManagerTest, whatWasUsedInThisFrameStaysEvenBeyondTheBudget) {
+TEST_F(ResourceManagerTest, WhatWasUsedInThisFrameStaysEvenBeyondTheBudget) {
     const auto old = add(30), used = add(30);
     manager.beginFrame();
     EXPECT_TRUE(touch(used));
@@ -102,7 +102,7 @@ TEST_F(ResourceManagerTest, whatWasUsedInThisFrameStaysEvenBeyondTheBudget) {
     EXPECT_TRUE(b);
 }
 
-TEST_F(ResourceManagerTest, theFirstUsedMayBeUsedAgainAndTheOthersStay) {
+TEST_F(ResourceManagerTest, TheFirstUsedMayBeUsedAgainAndTheOthersStay) {
     manager.beginFrame();
     const auto a = add(50), b = add(50);
     EXPECT_TRUE(touch(a));
@@ -114,7 +114,7 @@ TEST_F(ResourceManagerTest, theFirstUsedMayBeUsedAgainAndTheOthersStay) {
     EXPECT_FALSE(b);
 }
 
-TEST_F(ResourceManagerTest, framesNest) {
+TEST_F(ResourceManagerTest, FramesNest) {
     manager.beginFrame();
     const auto a = add(80);
     manager.beginFrame();
@@ -128,7 +128,7 @@ TEST_F(ResourceManagerTest, framesNest) {
     EXPECT_EQ(reports.count(L"endFrame without beginFrame"), 1U);
 }
 
-TEST_F(ResourceManagerTest, removalsWaitForTheEndOfTheFrame) {
+TEST_F(ResourceManagerTest, RemovalsWaitForTheEndOfTheFrame) {
     const auto a = add(40);
     manager.beginFrame();
     EXPECT_TRUE(remove(a));
@@ -140,7 +140,7 @@ TEST_F(ResourceManagerTest, removalsWaitForTheEndOfTheFrame) {
     EXPECT_EQ(manager.total(), 0U);
 }
 
-TEST_F(ResourceManagerTest, addingAgainTakesARemovalBack) {
+TEST_F(ResourceManagerTest, AddingAgainTakesARemovalBack) {
     const auto a = add(40);
     manager.beginFrame();
     EXPECT_TRUE(remove(a));
@@ -150,7 +150,7 @@ TEST_F(ResourceManagerTest, addingAgainTakesARemovalBack) {
     EXPECT_EQ(manager.total(), 45U);
 }
 
-TEST_F(ResourceManagerTest, smallerBudgetActsAtOnce) {
+TEST_F(ResourceManagerTest, SmallerBudgetActsAtOnce) {
     const auto a = add(40), b = add(40);
     manager.setBudget(50);
     EXPECT_FALSE(a);
@@ -170,7 +170,7 @@ private:
     std::function<void()> last_;
 };
 
-TEST_F(ResourceManagerTest, destructorsMayCallTheManager) {
+TEST_F(ResourceManagerTest, DestructorsMayCallTheManager) {
     const SO<SharedObj> companion(new SharedObj());
     const WO<SharedObj> watched = companion;
     manager.add(companion.get(), 10);
@@ -185,7 +185,7 @@ TEST_F(ResourceManagerTest, destructorsMayCallTheManager) {
     EXPECT_EQ(manager.count(), 1U);
 }
 
-TEST_F(ResourceManagerTest, lawsHoldForRandomUse) {
+TEST_F(ResourceManagerTest, LawsHoldForRandomUse) {
     const unsigned seed = 4711;
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -212,7 +212,7 @@ TEST_F(ResourceManagerTest, lawsHoldForRandomUse) {
     }
 }
 
-TEST(MemoryManagers, areOneOfEachKindWithABudget) {
+TEST(MemoryManagers, AreOneOfEachKindWithABudget) {
     EXPECT_EQ(MainMemoryManager::instance(), MainMemoryManager::instance());
     EXPECT_EQ(MainMemoryManager::instance()->getBudget(), MainMemoryManager::defaultBudget);
     EXPECT_EQ(GraphicsMemoryManager::instance(), GraphicsMemoryManager::instance());

@@ -35,7 +35,7 @@ struct SceneThingEvaluationTest : testing::Test {
     RecordedReports reports;
 };
 
-TEST_F(SceneThingEvaluationTest, processesItsObjectsInOrderAndPopsInReverse) {
+TEST_F(SceneThingEvaluationTest, ProcessesItsObjectsInOrderAndPopsInReverse) {
     SceneThing * child = make({attribute("c"), shape("2")});
     EXPECT_EQ(evaluated(make({shape("0"), attribute("a"), shape("1"), child,
                               new SimplifiedProbeAttribute("s"), shape("3")})),
@@ -59,21 +59,21 @@ private:
     std::string name_;
 };
 
-TEST_F(SceneThingEvaluationTest, aHandlerHoldsForWhatFollowsInItsNodeAndBelow) {
+TEST_F(SceneThingEvaluationTest, AHandlerHoldsForWhatFollowsInItsNodeAndBelow) {
     SceneThing * below = make({shape("2"), new RenamingPainter("r"), shape("3")});
     SceneThing * node = make({shape("0"), new RenamingPainter("q"), shape("1"), below, shape("4")});
     EXPECT_EQ(evaluated(make({node, shape("5")})), "0 q q r q 5");
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(SceneThingEvaluationTest, aHandlerBetweenEffectsHoldsBehindThemToo) {
+TEST_F(SceneThingEvaluationTest, AHandlerBetweenEffectsHoldsBehindThemToo) {
     EXPECT_EQ(evaluated(make(
                   {effect("e"), shape("0"), new RenamingPainter("q"), shape("1"), effect("f"), shape("2")})),
               evaluated(make({effect("e"), shape("0"), shape("q"), effect("f"), shape("q")})));
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(SceneThingEvaluationTest, handlersAreInstalledWithTheAttributes) {
+TEST_F(SceneThingEvaluationTest, HandlersAreInstalledWithTheAttributes) {
     const SO<SceneThing> thing(make({new RenamingPainter("q"), attribute("a")}));
     const SO<Shape> painted(shape("x"));
     thing->install(engine.get());
@@ -84,7 +84,7 @@ TEST_F(SceneThingEvaluationTest, handlersAreInstalledWithTheAttributes) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(SceneThingEvaluationTest, disabledNodesAndThoseThatDoNotRenderAreLeftOut) {
+TEST_F(SceneThingEvaluationTest, DisabledNodesAndThoseThatDoNotRenderAreLeftOut) {
     const SO<SceneThing> off(make({shape("off")})), hidden(make({shape("hidden")}));
     off->setEnableState(false);
     hidden->setNodeState(SceneNode::NS_Bounds);
@@ -96,7 +96,7 @@ TEST_F(SceneThingEvaluationTest, disabledNodesAndThoseThatDoNotRenderAreLeftOut)
     EXPECT_EQ(takeProbeLog(), "hidden");
 }
 
-TEST_F(SceneThingEvaluationTest, nullEngineIsReported) {
+TEST_F(SceneThingEvaluationTest, NullEngineIsReported) {
     const SO<SceneThing> thing(make({shape("x")}));
     thing->evaluate(nullptr);
     thing->install(nullptr);
@@ -104,13 +104,13 @@ TEST_F(SceneThingEvaluationTest, nullEngineIsReported) {
     EXPECT_EQ(reports.count(0, L"engine", L"no engine"), 3U);
 }
 
-TEST_F(SceneThingEvaluationTest, passEffectsAreHandedOverTopFirstWithWhatFollows) {
+TEST_F(SceneThingEvaluationTest, PassEffectsAreHandedOverTopFirstWithWhatFollows) {
     EXPECT_EQ(evaluated(make({shape("0"), effect("T"), effect("B"), shape("1"), shape("2")})),
               "0 TB1{ 1 2 } TB2{ 1 2 }");
     EXPECT_EQ(evaluated(make({effect("T"), attribute("a"), make({shape("1")})})), "+a T1{ 1 } T2{ 1 } -a");
 }
 
-TEST_F(SceneThingEvaluationTest, laterPassEffectsBeginAnewAndDisabledOnesDoNot) {
+TEST_F(SceneThingEvaluationTest, LaterPassEffectsBeginAnewAndDisabledOnesDoNot) {
     EXPECT_EQ(evaluated(make({effect("T"), shape("1"), effect("U"), shape("2")})),
               "T1{ 1 } T2{ 1 } U1{ 2 } U2{ 2 }");
     const SO<ProbeEffect> off(effect("X"));
@@ -120,14 +120,14 @@ TEST_F(SceneThingEvaluationTest, laterPassEffectsBeginAnewAndDisabledOnesDoNot) 
     EXPECT_EQ(evaluated(make({shape("1"), effect("T")})), "1");
 }
 
-TEST_F(SceneThingEvaluationTest, attributesBetweenShapesUnderPassEffectsHoldForTheRest) {
+TEST_F(SceneThingEvaluationTest, AttributesBetweenShapesUnderPassEffectsHoldForTheRest) {
     EXPECT_EQ(evaluated(make({effect("T"), shape("1"), attribute("a"), shape("2"), effect("U"), shape("3")})),
               "T1{ 1 +a 2 -a } T2{ 1 +a 2 -a } +a U1{ 3 } U2{ 3 } -a");
     EXPECT_EQ(engine->getAttribute(ProbeAttribute::ClassNameNBX()), nullptr);
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(SceneThingEvaluationTest, installPushesTheAttributesAlone) {
+TEST_F(SceneThingEvaluationTest, InstallPushesTheAttributesAlone) {
     const SO<SceneThing> thing(make({attribute("a"), shape("1"), attribute("b")}));
     thing->install(engine.get());
     EXPECT_EQ(takeProbeLog(), "+a +b");
@@ -136,7 +136,7 @@ TEST_F(SceneThingEvaluationTest, installPushesTheAttributesAlone) {
     EXPECT_EQ(takeProbeLog(), "-b +a -a");
 }
 
-TEST_F(SceneThingEvaluationTest, matricesAreAsBeforeBehindANode) {
+TEST_F(SceneThingEvaluationTest, MatricesAreAsBeforeBehindANode) {
     const SO<SceneThing> thing(
         make({new Translation({1, 0, 0}), make({new Translation({0, 1, 0}), shape("1")})}));
     thing->evaluate(engine.get());
@@ -155,7 +155,7 @@ public:
     }
 };
 
-TEST_F(SceneThingEvaluationTest, techniqueRunsEveryPassThatItUses) {
+TEST_F(SceneThingEvaluationTest, TechniqueRunsEveryPassThatItUses) {
     const SO<SceneThing> thing(make({shape("x")}));
     const SO<Technique> technique(new TwoPasses());
     engine->evaluate(thing.get(), technique.get());
@@ -178,7 +178,7 @@ public:
     Bounds boundingBox(Engine *) override { return Bounds(); }
 };
 
-TEST_F(SceneThingEvaluationTest, techniqueIsStoppedAndGoneWhenANodeThrows) {
+TEST_F(SceneThingEvaluationTest, TechniqueIsStoppedAndGoneWhenANodeThrows) {
     const SO<SceneThing> thing(make({attribute("a"), new Translation({1, 0, 0}), new ThrowingNode()}));
     const SO<Technique> technique(new TwoPasses());
     EXPECT_THROW(engine->evaluate(thing.get(), technique.get()), IOError);

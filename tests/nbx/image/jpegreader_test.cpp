@@ -85,6 +85,15 @@ TEST(JPEGReaderTest, SizesThatTheDataCannotHoldAreRefused) {
     EXPECT_EQ(decode(resourceOf(bytes.data(), bytes.size()).get()), nullptr);
 }
 
+TEST(JPEGReaderTest, LargerPicturesThanAllowedAreRefused) {
+    const SO<MemoryDataResource> data = encoded(*smoothImage(16, 9, LS_RGB));
+    const SO<JPEGReader> reader(new JPEGReader());
+    reader->setMaxPixels(16 * 9 - 1);
+    EXPECT_FALSE(reader->read(data.get()));
+    reader->setMaxPixels(16 * 9);
+    EXPECT_TRUE(reader->read(data.get()));
+}
+
 TEST(JPEGReaderTest, InksOfAdobeFilesBecomeColors) {
     // A picture of one block of 8 by 8 pixels and four inks: all coefficients zero, so each ink is 128, which
     // leaves 128 * 128 / 255 of the light. Made by hand: each table has one code of one bit.
@@ -136,4 +145,25 @@ TEST(JPEGReaderTest, UserMayCancelWhereProgressIsShown) {
     EXPECT_TRUE(reader->read(data.get()));
     EXPECT_EQ(display.begun, 1);
     Progress::setDisplay(before);
+}
+
+TEST(JPEGReaderTest, HeadersAreFoundBehindWhatOtherPartsHold) {
+    const SO<MemoryDataResource> data = encoded(*smoothImage(17, 9, LS_RGB));
+    std::vector<unsigned char> bytes(bytesOf(*data), bytesOf(*data) + data->size());
+    // A part that looks like a frame of a small picture inside, then bytes that fill up.
+    const std::vector<unsigned char> part = {0xFF, 0xE1, 0, 14, 0xFF, 0xC0, 0, 11,   8,
+                                             0,    1,    0, 1,  1,    9,    9, 0xFF, 0xFF};
+    bytes.insert(bytes.begin() + 2, part.begin(), part.end());
+    const auto header = JPEGReader::readHeader(resourceOf(bytes.data(), bytes.size()).get());
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->width, 17);
+    EXPECT_EQ(header->height, 9);
+    EXPECT_EQ(header->layerSequence, LS_RGB);
+    bool isKnown = false;
+    for (unsigned length = 0; length < bytes.size(); ++length) {
+        const bool isRead = JPEGReader::readHeader(resourceOf(bytes.data(), length).get()).has_value();
+        EXPECT_TRUE(isRead || !isKnown) << "once the frame is there it is known: " << length;
+        isKnown = isRead;
+    }
+    EXPECT_TRUE(isKnown);
 }

@@ -93,6 +93,26 @@ TEST(PNGReaderTest, TransparentColorsBecomeAlpha) {
     EXPECT_EQ(lineOf(*grey, 0), (Ints{50, 255, 60, 0}));
 }
 
+TEST(PNGReaderTest, HeadersTellWhatReadingGives) {
+    const std::vector<unsigned char> palette = {9, 8, 7, 6, 5, 4}, alpha = {40};
+    for (const auto & file :
+         {pngFile(2, 1, 8, 3, {0, 0, 1}, {{"PLTE", palette}}),
+          pngFile(2, 1, 8, 3, {0, 0, 1}, {{"PLTE", palette}, {"tRNS", alpha}}),
+          pngFile(2, 1, 8, 0, {0, 50, 60}), pngFile(2, 1, 8, 0, {0, 50, 60}, {{"tRNS", {0, 60}}}),
+          pngFile(1, 1, 8, 2, {0, 1, 2, 3}),
+          pngFile(1, 1, 8, 2, {0, 1, 2, 3}, {{"tRNS", {0, 1, 0, 2, 0, 3}}}), pngFile(1, 1, 8, 4, {0, 1, 2}),
+          pngFile(1, 1, 8, 6, {0, 1, 2, 3, 4}), pngFile(2, 1, 16, 0, {0, 0x12, 0x34, 0xFF, 0xFE}),
+          pngFile(8, 1, 1, 0, {0, 0b10110001})}) {
+        const auto header = PNGReader::readHeader(resourceOf(file.data(), file.size()).get());
+        const SO<Image> image = readFile(file);
+        ASSERT_TRUE(header && image);
+        EXPECT_EQ(header->width, image->width());
+        EXPECT_EQ(header->height, image->height());
+        EXPECT_EQ(header->layerSequence, image->layerSequence());
+        EXPECT_EQ(header->dataType, image->dataType());
+    }
+}
+
 TEST(PNGReaderTest, FewBitsAreWidened) {
     const SO<Image> image = readFile(pngFile(8, 1, 1, 0, {0, 0b10110001}));
     ASSERT_TRUE(image);

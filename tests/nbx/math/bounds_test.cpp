@@ -4,6 +4,10 @@
 
 #include <random>
 
+#include <support/roundtrip.h>
+
+#include <nbx/object/serializationmanager.h>
+
 using NBX::Bounds;
 using M = NBX::Matrix4x4Base<double>;
 using V = NBX::Vector3Base<double>;
@@ -92,6 +96,31 @@ TEST(Bounds, TransformKeepsAllPointsInside) {
             M::translation(vector()) * M::rotation(vector(), place(random)) * M::scaling(V(2, -1, 0.5));
         const V p = m * box.point(unit(random), unit(random), unit(random));
         EXPECT_TRUE(box.transform(m).expand(1e-9).containsPoint(p));
+    }
+}
+
+/// Stores a box by its own operation.
+class BoxHolder : public NBX::SharedObj {
+    NBX_STORED_CLASS(BoxHolder, NBX::SharedObj)
+public:
+    void serialize(NBX::SerializationManager & m) override {
+        m.enterObject();
+        NBX::serializeSuperclass<NBX::SharedObj>(m, this);
+        box.serialize(m);
+    }
+    Bounds box;
+};
+NBX_STORED_CLASS_IMPL(BoxHolder, NBX::SharedObj)
+
+TEST(Bounds, AStoredOneIsReadAsItWas) {
+    for (const Bounds & box : {Bounds(), Bounds(V(1, 2, 3)), Bounds(V(-1, 2, 3), V(4, 50, 6))}) {
+        SCOPED_TRACE(testing::Message() << "defined: " << box.isDefined());
+        const NBX::SO<BoxHolder> holder(new BoxHolder);
+        holder->box = box;
+        const auto read = roundTrip(holder);
+        ASSERT_TRUE(read);
+        EXPECT_EQ(read->box.isDefined(), box.isDefined());
+        EXPECT_TRUE(read->box == box);
     }
 }
 

@@ -1,4 +1,4 @@
-#include <nbx/object/heldreports.h>
+#include "nbx/object/heldreports.h"
 
 #include <thread>
 

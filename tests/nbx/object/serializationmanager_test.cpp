@@ -6,6 +6,7 @@
 
 #include <nbx/math/bounds.h>
 #include <support/recordedreports.h>
+#include <support/slotorder.h>
 
 using NBX::Bounds;
 using NBX::ID;
@@ -13,6 +14,7 @@ using NBX::Matrix4x4Base;
 using NBX::SharedObj;
 using NBX::SO;
 using NBX::Vector3Base;
+using Manager = NBX::SerializationManager;
 
 namespace {
 
@@ -195,13 +197,26 @@ TEST(SerializationManager, ObjectNamesAreStored) {
 }
 
 TEST(SerializationManager, ASecondRegistrationReplacesTheFactory) {
-    using Manager = NBX::SerializationManager;
     const ID name("test::twice");
     EXPECT_FALSE(Manager::isRegistered(name));
     EXPECT_TRUE(Manager::registerClass(name, []() -> SharedObj * { return new SharedObj; }));
     EXPECT_TRUE(Manager::registerClass(name, []() -> SharedObj * { return new Derived; }));
     const SO<SharedObj> made(Manager::newInstance(name));
     EXPECT_TRUE(NBX::soCast<Derived>(made));
+}
+
+/// The operation for values of type `T`.
+template <class T>
+constexpr auto valueOf = static_cast<bool (Manager::*)(const char *, T &)>(&Manager::attribute);
+
+TEST(SerializationManager, OperationsKeepTheirOrder) {
+    EXPECT_TRUE(inSlotOrder(&Manager::isReading, &Manager::isWriting, &Manager::omitsDefaults,
+                            &Manager::beginContainer, &Manager::endContainer, &Manager::enterObject,
+                            &Manager::rawAttribute, valueOf<bool>, valueOf<int>, valueOf<unsigned>,
+                            valueOf<std::uint64_t>, valueOf<float>, valueOf<double>, valueOf<std::wstring>,
+                            valueOf<Vector3Base<double>>, valueOf<Bounds>, valueOf<Matrix4x4Base<double>>,
+                            valueOf<SO<SharedObj>>, &Manager::separateValues, &Manager::superclassReference,
+                            &Manager::beginSuperclass, &Manager::endSuperclass));
 }
 
 } // namespace

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <support/slotorder.h>
+
+#include <nbx/object/serializationmanager.h>
 #include <nbx/object/so.h>
 
 using NBX::SharedObj;
@@ -44,6 +47,12 @@ TEST(SharedObj, ACopyTakesTheNameAndStartsItsOwnLife) {
     EXPECT_EQ(assigned->getObjectName(), L"Brocken");
     EXPECT_EQ(assigned->references(), 1);
     EXPECT_FALSE(*assigned == *object);
+}
+
+TEST(SharedObj, OperationsKeepTheirOrder) {
+    EXPECT_TRUE(inSlotOrder(&SharedObj::accept, &SharedObj::acceptChildren, &SharedObj::isEqual,
+                            &SharedObj::classInfoNBX, &SharedObj::modified, &SharedObj::lastTransactionNo,
+                            &SharedObj::serialize, &SharedObj::isRegisteredForSerialization));
 }
 
 } // namespace

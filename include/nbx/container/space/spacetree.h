@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/sharedobj.h>
@@ -70,6 +72,19 @@ public:
     virtual NodePointer child(const NodePointer & node, unsigned i) = 0;
     /// 0 for the root.
     virtual unsigned depth(const NodePointer & node) const = 0;
+
+    /// Which child each node on the way from the root to `node` is, that of the root's child first; empty for
+    /// the root.
+    std::vector<unsigned> path(const NodePointer & node) {
+        std::vector<unsigned> digits;
+        for (NodePointer at = node, above; at; at = above) {
+            above = parent(at);
+            for (unsigned i = 0; above && i < s_childrenOfNode; ++i)
+                if (child(above, i) == at) digits.push_back(i);
+        }
+        std::reverse(digits.begin(), digits.end());
+        return digits;
+    }
 
 protected:
     SpaceTree() : minimum_{}, maximum_{}, axes_{} {}

@@ -9,7 +9,7 @@ namespace NBX {
 /// attribute sets some of these; for the others those further down the stack hold, and at its bottom: no
 /// blending, all components, no test.
 class ColorBufferGL : public MonoAttribute {
-    NBX_CLASS(ColorBufferGL, MonoAttribute)
+    NBX_STORED_CLASS(ColorBufferGL, MonoAttribute)
 public:
     /// What an attribute sets; values may be joined with `|`.
     enum Operation {
@@ -25,6 +25,8 @@ public:
     /// `function` such as GL_GREATER.
     static ColorBufferGL * newAlphaTest(bool enabled, unsigned function, double reference);
     /// Factors such as GL_SRC_ALPHA; `constant` is the colour of GL_CONSTANT_COLOR and GL_CONSTANT_ALPHA.
+    /// With GL_SRC_ALPHA and GL_ONE_MINUS_SRC_ALPHA the alpha of the target becomes that of both one over the
+    /// other.
     static ColorBufferGL * newBlending(bool enabled, unsigned sourceFactor, unsigned targetFactor,
                                        const Color & constant = Color(0.0F, 0.0F, 0.0F, 0.0F));
     /// Which components are written.
@@ -51,7 +53,14 @@ public:
     void setAlphaTest(const AlphaTest & test);
     void setLock(bool red, bool green, bool blue, bool alpha);
 
+    /// Attributes "operations" (default 0), "blends" (false), "sourceFactor" (1), "targetFactor" (0),
+    /// "constant" (transparent black), "testsAlpha" (false), "function" (GL_ALWAYS), "reference" (0) and
+    /// "writes_0" to "writes_3" (true). Throws `IOError` for a function or factors that do not exist.
+    void serialize(SerializationManager & m) override;
+
 private:
+    ColorBufferGL() : ColorBufferGL(0) {}
+
     unsigned operations_;
     Blending blending_;
     AlphaTest alphaTest_;

@@ -7,7 +7,7 @@ namespace NBX {
 /// Test against and writing of the depth buffer. An attribute may leave some of its values open; for those
 /// the ones further down the stack hold, and at its bottom: test on, written, GL_LESS, range 0 to 1.
 class DepthBufferGL : public MonoAttribute {
-    NBX_CLASS(DepthBufferGL, MonoAttribute)
+    NBX_STORED_CLASS(DepthBufferGL, MonoAttribute)
 public:
     /// What an attribute sets; values may be joined with `|`.
     enum Operation {
@@ -29,7 +29,13 @@ public:
     double nearRange() const { return near_; }
     double farRange() const { return far_; }
 
+    /// Attributes "operations", "write" (default true), "test" (true), "function" (GL_LESS), "nearRange" (0),
+    /// "farRange" (1). Throws `IOError` for a function that does not exist.
+    void serialize(SerializationManager & m) override;
+
 private:
+    DepthBufferGL() : DepthBufferGL(true, true) {}
+
     unsigned operations_;
     bool write_, test_;
     unsigned function_;

@@ -9,7 +9,7 @@ class Engine;
 
 /// Whether and how surfaces are lit. Without such an attribute they are lit when there are lights.
 class LightModelGL : public MonoAttribute {
-    NBX_CLASS(LightModelGL, MonoAttribute)
+    NBX_STORED_CLASS(LightModelGL, MonoAttribute)
 public:
     /// Values may be joined with `|`; 0 is no lighting.
     enum Mode {
@@ -28,7 +28,12 @@ public:
     /// that is just ceasing to be the current one; null for none.
     static void updateLighting(Engine * engine, const MonoAttribute * leaving = nullptr);
 
+    /// Attributes "mode" (default 0), "ambient" (grey of 0.2).
+    void serialize(SerializationManager & m) override;
+
 private:
+    LightModelGL() : LightModelGL(0) {}
+
     int mode_;
     Color ambient_;
 };

@@ -70,7 +70,8 @@ public:
     WrapMode getWrapT() const { return wrapT_; }
     WrapMode getWrapR() const { return wrapR_; }
 
-    /// From 1.0, none, upwards; what the driver cannot do is cut to its maximum.
+    /// From 1.0, none, upwards; what the driver cannot do is cut to its maximum. Mesa's software renderer
+    /// does without where there are no mipmaps.
     void setAnisotropy(double anisotropy);
     double getAnisotropy() const { return anisotropy_; }
     /// What is seen beyond the edges with the wrap modes that have a border.

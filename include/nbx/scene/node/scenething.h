@@ -32,6 +32,10 @@ public:
     bool remove(const RenderObj * object);
     /// Puts `replacement` in the place of the first occurrence of `object`; false when there is none.
     bool replace(const RenderObj * object, RenderObj * replacement);
+    /// Puts in the place of each object what `replacement` gives for it, and takes out those for which that
+    /// is null. The time is that of one walk over the objects, and over what stands below the new ones.
+    using Rewriting = std::function<SO<RenderObj>(RenderObj *)>;
+    void rewrite(const Rewriting & replacement);
     void clear();
 
     bool contains(const RenderObj * object) const { return find(object) >= 0; }

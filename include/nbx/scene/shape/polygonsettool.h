@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nbx/container/sequence/iterator.h>
+#include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
 
 namespace NBX {
@@ -23,6 +24,26 @@ public:
     /// A vertex attribute is there when one of the sets has it. The vertices of others are white, have the
     /// mean normal of their polygons, weighted by area, and the texture coordinates of unit 0, or else zero.
     static SO<PolygonSet> mergePolygonSets(const Iterator<SO<PolygonSet>> * sets);
+
+    /// The same triangles as `PT_Triangles`, in their order and winding: quads are cut in two, strips and
+    /// fans taken apart. Left out are the triangles of strips that have a vertex number twice, which only
+    /// join what lies before and behind them, and, with one report, those with a corner beyond the vertices.
+    /// `nonIndexed`: every triangle has three vertices of its own; else the vertices of the set stay, and an
+    /// index sequence says which make the triangles wherever they do not follow each other. Null for null.
+    static SO<PolygonSet> extractTriangleMesh(const PolygonSet * set, bool nonIndexed);
+
+    /// The same polygons without an index sequence: vertices and their attributes stand as often as they are
+    /// used. The kind of polygons stays, unless a corner lies beyond the vertices: then this is reported, and
+    /// the result has the triangles that are whole. An attribute with another number of elements than there
+    /// are vertices is reported and left out. A set without an index sequence is copied as it is. Null for
+    /// null.
+    static SO<PolygonSet> convertToNonIndexedForm(const PolygonSet * set);
+
+    /// Length 1, on the side from which the corners are seen counter-clockwise in right-handed coordinates.
+    /// Zero for a triangle without area, whose corners lie on one line within the rounding of their
+    /// differences, and for one that is not finite.
+    static Vector3Base<double> getTriangleNormal(const Vector3Base<double> & a, const Vector3Base<double> & b,
+                                                 const Vector3Base<double> & c);
 };
 
 } // namespace NBX

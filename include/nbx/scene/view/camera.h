@@ -27,6 +27,15 @@ public:
     /// A null eye or projection is reported, and a default one stands in.
     Camera(LookAt * eye, Projection * projection, Scope scope = S_Local, SizePolicy policy = SP_Fill);
 
+    /// A view, in local scope, whose x and y are pixels of the viewport: 0, 0 is its lower left corner, and
+    /// the middle of a pixel lies at one half. Seen is what has a z from `near` to `far`, which may be the
+    /// smaller one; what lies closer to `near` hides what lies behind it.
+    static SO<Camera> newPixelCoordsCamera(double near, double far);
+    /// The same with the box from `left` to `right` in x and from `bottom` to `top` in y filling the
+    /// viewport.
+    static SO<Camera> newNormalizedDeviceCoordsCamera(double left, double right, double bottom, double top,
+                                                      double near, double far);
+
     LookAt * getLookAt() const { return eye_.get(); }
     Projection * getProjection() const { return projection_.get(); }
     Scope getScope() const { return scope_; }

@@ -12,6 +12,9 @@ class Projection : public SharedObj {
 public:
     /// `aspect` is the width of the viewport through its height.
     virtual Matrix4x4Base<double> matrix(double aspect) const = 0;
+    /// For a viewport of `width` by `height` pixels, both above 0. Only a projection that counts in pixels
+    /// differs from that of the aspect.
+    virtual Matrix4x4Base<double> matrixInViewport(unsigned width, unsigned height) const;
 };
 
 } // namespace NBX

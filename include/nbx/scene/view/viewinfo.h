@@ -35,6 +35,9 @@ public:
     /// Squared distance in pixels between the projections of `a` and `b`. Points in front of the near plane,
     /// or behind the eye, are first moved on to it along the view, so that they count at full size.
     double screenDistance2(const Vector3Base<double> & a, const Vector3Base<double> & b) const;
+    /// Squared distance from `position()` to the nearest point of `box`, 0 from inside. Infinite for an
+    /// undefined box.
+    double distance2(const Bounds & box) const;
     /// -1: entirely outside the view volume, 1: entirely inside, 0: touches its border. An undefined box is
     /// outside.
     int cull(const Bounds & box) const;

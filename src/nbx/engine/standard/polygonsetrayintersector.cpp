@@ -33,9 +33,7 @@ private:
                                   c = vertices.get(triangle[2]);
         double distance = 0.0;
         if (!intersectTriangle(ray.getOrigin(), ray.getDirection(), a, b, c, distance)) return;
-        const Vector3Base<double> normal = (b - a).cross(c - a);
-        const bool looksAway = normal.dot(ray.getDirection()) > 0.0;
-        technique->report(engine, ray.point(distance), looksAway ? -normal : normal, &set);
+        technique->reportTriangle(engine, ray, distance, {a, b, c}, &set);
     }
 };
 

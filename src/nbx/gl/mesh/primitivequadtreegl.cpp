@@ -9,6 +9,7 @@
 #include <GL/glew.h>
 
 #include "trianglequadtree.h"
+#include "vertexstateguardgl.h"
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/primitivequadtreeareagl.h>
@@ -168,13 +169,10 @@ void PrimitiveQuadTreeGL::draw(EngineGL * engine, const Ranges & ranges) const {
     if (!impl_->buffers) impl_->upload(engine, *set_);
     if (!impl_->buffers->areComplete(impl_->tree.positions().size(), triangles())) return;
 
-    glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
-    glPushAttrib(GL_CURRENT_BIT);
+    const VertexStateGuard guard;
     impl_->buffers->bind(engine);
     glMultiDrawElements(GL_TRIANGLES, counts.data(), GL_UNSIGNED_INT, offsets.data(),
                         static_cast<GLsizei>(counts.size()));
-    glPopAttrib();
-    glPopClientAttrib();
 }
 
 void PrimitiveQuadTreeGL::acceptChildren(std::vector<Visitable *> & children) const {

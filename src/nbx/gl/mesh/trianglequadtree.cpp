@@ -1,3 +1,6 @@
+// Triangles are sorted by the cell in which their centre lies, cells in Morton's order, so that a node of the
+// tree is one range of them; its box is that of its triangles, which may reach beyond the cell.
+
 #include "trianglequadtree.h"
 
 #include <algorithm>

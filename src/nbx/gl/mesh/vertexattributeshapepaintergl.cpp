@@ -4,6 +4,7 @@
 
 #include <GL/glew.h>
 
+#include "vertexstateguardgl.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/mesh/vertexattributeshapegl.h>
 #include <nbx/object/errorhandler.h>
@@ -13,21 +14,6 @@ namespace NBX {
 NBX_CLASS_IMPL(VertexAttributeShapePainterGL, ShapePainter)
 
 namespace {
-
-/// Restores the vertex arrays, the bound buffers and the current attributes at the end of the scope.
-class VertexStateGuard {
-public:
-    VertexStateGuard() {
-        glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
-        glPushAttrib(GL_CURRENT_BIT);
-    }
-    ~VertexStateGuard() {
-        glPopAttrib();
-        glPopClientAttrib();
-    }
-    VertexStateGuard(const VertexStateGuard &) = delete;
-    VertexStateGuard & operator=(const VertexStateGuard &) = delete;
-};
 
 void bindAttributes(EngineGL * engine, const VertexAttributeShapeGL & shape) {
     if (const auto & normals = shape.normals()) {

@@ -1,12 +1,16 @@
 #include <nbx/gl/state/colorbuffergl.h>
 
+#include <string>
+
 #include <GL/glew.h>
 
 #include "nbx/gl/context/attributepaintergl.h"
+#include "nbx/scene/base/serializecolor.h"
+#include <nbx/object/serializationmanager.h>
 
 namespace NBX {
 
-NBX_CLASS_IMPL(ColorBufferGL, MonoAttribute)
+NBX_STORED_CLASS_IMPL(ColorBufferGL, MonoAttribute)
 
 ColorBufferGL::ColorBufferGL(unsigned operations) : MonoAttribute(true), operations_(operations) {}
 
@@ -52,12 +56,42 @@ void ColorBufferGL::setLock(bool red, bool green, bool blue, bool alpha) {
 
 namespace {
 
+bool isFactor(unsigned factor) {
+    return factor <= GL_ONE || (factor >= GL_SRC_COLOR && factor <= GL_SRC_ALPHA_SATURATE) ||
+           (factor >= GL_CONSTANT_COLOR && factor <= GL_ONE_MINUS_CONSTANT_ALPHA);
+}
+
+} // namespace
+
+void ColorBufferGL::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<MonoAttribute>(m, this);
+    attributeWithDefault(m, "operations", operations_, 0U);
+    attributeWithDefault(m, "blends", blending_.enabled, false);
+    attributeWithDefault(m, "sourceFactor", blending_.source, unsigned(GL_ONE));
+    attributeWithDefault(m, "targetFactor", blending_.target, unsigned(GL_ZERO));
+    serializeColor(m, "constant", blending_.constant, Color(0.0F, 0.0F, 0.0F, 0.0F));
+    attributeWithDefault(m, "testsAlpha", alphaTest_.enabled, false);
+    attributeWithDefault(m, "function", alphaTest_.function, unsigned(GL_ALWAYS));
+    attributeWithDefault(m, "reference", alphaTest_.reference, 0.0);
+    for (unsigned i = 0; i < 4; ++i)
+        attributeWithDefault(m, ("writes_" + std::to_string(i)).c_str(), writes_[i], true);
+    const bool isSound = isFactor(blending_.source) && isFactor(blending_.target) &&
+                         alphaTest_.function >= GL_NEVER && alphaTest_.function <= GL_ALWAYS;
+    if (!isSound) throw IOError(L"stored state of the colour buffer is damaged");
+}
+
+namespace {
+
 void emitBlending(const ColorBufferGL::Blending & blending) {
     if (blending.enabled)
         glEnable(GL_BLEND);
     else
         glDisable(GL_BLEND);
-    glBlendFunc(blending.source, blending.target);
+    // What is blended over a colour covers it by its alpha: the target becomes as opaque as both are
+    // together, where the factors of the colours would multiply the alpha by itself.
+    const bool isOver = blending.source == GL_SRC_ALPHA && blending.target == GL_ONE_MINUS_SRC_ALPHA;
+    glBlendFuncSeparate(blending.source, blending.target, isOver ? GL_ONE : blending.source, blending.target);
     glBlendColor(blending.constant[0], blending.constant[1], blending.constant[2], blending.constant[3]);
 }
 

@@ -3,10 +3,11 @@
 #include <GL/glew.h>
 
 #include "nbx/gl/context/attributepaintergl.h"
+#include <nbx/object/serializationmanager.h>
 
 namespace NBX {
 
-NBX_CLASS_IMPL(DepthBufferGL, MonoAttribute)
+NBX_STORED_CLASS_IMPL(DepthBufferGL, MonoAttribute)
 
 DepthBufferGL::DepthBufferGL(unsigned operations, bool write, bool test, unsigned function, double nearRange,
                              double farRange)
@@ -14,6 +15,18 @@ DepthBufferGL::DepthBufferGL(unsigned operations, bool write, bool test, unsigne
       near_(nearRange), far_(farRange) {}
 
 DepthBufferGL::DepthBufferGL(bool write, bool test) : DepthBufferGL(O_All, write, test, GL_LESS, 0.0, 1.0) {}
+
+void DepthBufferGL::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<MonoAttribute>(m, this);
+    attributeWithDefault(m, "operations", operations_, unsigned(O_All));
+    attributeWithDefault(m, "write", write_, true);
+    attributeWithDefault(m, "test", test_, true);
+    attributeWithDefault(m, "function", function_, unsigned(GL_LESS));
+    attributeWithDefault(m, "nearRange", near_, 0.0);
+    attributeWithDefault(m, "farRange", far_, 1.0);
+    if (function_ < GL_NEVER || function_ > GL_ALWAYS) throw IOError(L"stored depth test is damaged");
+}
 
 namespace {
 

@@ -3,15 +3,24 @@
 #include <GL/glew.h>
 
 #include "nbx/gl/context/attributepaintergl.h"
+#include "nbx/scene/base/serializecolor.h"
+#include <nbx/object/serializationmanager.h>
 #include <nbx/scene/attribute/disableshading.h>
 #include <nbx/scene/attribute/light.h>
 
 namespace NBX {
 
-NBX_CLASS_IMPL(LightModelGL, MonoAttribute)
+NBX_STORED_CLASS_IMPL(LightModelGL, MonoAttribute)
 
 LightModelGL::LightModelGL(int mode, const Color & ambient)
     : MonoAttribute(true), mode_(mode), ambient_(mode & M_Ambient ? ambient : Color(0.2)) {}
+
+void LightModelGL::serialize(SerializationManager & m) {
+    m.enterObject();
+    serializeSuperclass<MonoAttribute>(m, this);
+    attributeWithDefault(m, "mode", mode_, 0);
+    serializeColor(m, "ambient", ambient_, Color(0.2));
+}
 
 namespace {
 

@@ -16,6 +16,8 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
 
+#include "defaultunpackinggl.h"
+
 namespace NBX {
 
 NBX_STORED_CLASS_IMPL(ImageTexture2DGL, Texture2DGL)
@@ -68,30 +70,6 @@ GLenum blockFormat(CompressedImage::Compression compression) {
         return GL_COMPRESSED_RGBA_S3TC_DXT5_EXT;
     }
 }
-
-/// Unpacking as it is at the start of a context, for the lifetime of the object.
-class DefaultUnpacking {
-public:
-    DefaultUnpacking() {
-        glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
-        glGetIntegerv(GL_PIXEL_UNPACK_BUFFER_BINDING, &buffer_);
-        if (buffer_ != 0) glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
-        glPixelStorei(GL_UNPACK_SWAP_BYTES, GL_FALSE);
-        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
-        glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
-        glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
-    }
-    ~DefaultUnpacking() {
-        if (buffer_ != 0) glBindBuffer(GL_PIXEL_UNPACK_BUFFER, static_cast<GLuint>(buffer_));
-        glPopClientAttrib();
-    }
-    DefaultUnpacking(const DefaultUnpacking &) = delete;
-    DefaultUnpacking & operator=(const DefaultUnpacking &) = delete;
-
-private:
-    GLint buffer_ = 0;
-};
 
 void uploadCompressedLevel(const CompressedImage & image, int level) {
     const void * pixels = image.rawData()->pointer(CompressedImage::headerSize);

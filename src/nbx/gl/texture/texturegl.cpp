@@ -98,6 +98,15 @@ SO<Image> readLuminance(unsigned target, unsigned width, unsigned height) {
     return image;
 }
 
+/// Mesa's software renderer goes over all texels that a pixel covers. Mipmaps keep them few; without any, a
+/// triangle that is seen along its plane may have millions under a pixel, which takes minutes.
+GLfloat largestAnisotropy(const EngineGL & engine, bool hasMipmaps) {
+    if (!hasMipmaps && engine.rendererName().starts_with("llvmpipe")) return 1.0F;
+    GLfloat largest = 1.0F;
+    glGetFloatv(GL_MAX_TEXTURE_MAX_ANISOTROPY_EXT, &largest);
+    return largest;
+}
+
 } // namespace
 
 TextureGL::TextureGL(bool enabled) : MonoAttribute(enabled) {}
@@ -186,12 +195,10 @@ void TextureGL::emitParameters(EngineGL * engine) const {
         glTexParameteri(target(), GL_TEXTURE_WRAP_R, static_cast<GLint>(p.wrapR));
     glTexParameterfv(target(), GL_TEXTURE_BORDER_COLOR, p.borderColor.data());
     static const ID anisotropic("GL_EXT_texture_filter_anisotropic");
-    if (engine->hasExtension(anisotropic)) {
-        GLfloat largest = 1.0F;
-        glGetFloatv(GL_MAX_TEXTURE_MAX_ANISOTROPY_EXT, &largest);
-        glTexParameterf(target(), GL_TEXTURE_MAX_ANISOTROPY_EXT,
-                        std::min(static_cast<GLfloat>(p.anisotropy), largest));
-    }
+    if (engine->hasExtension(anisotropic))
+        glTexParameterf(
+            target(), GL_TEXTURE_MAX_ANISOTROPY_EXT,
+            std::min(static_cast<GLfloat>(p.anisotropy), largestAnisotropy(*engine, hasMipmaps_)));
     emitted_ = p;
 }
 

@@ -8,6 +8,7 @@
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
+#include <nbx/scene/node/lodnode.h>
 #include <nbx/scene/shape/shape.h>
 #include <nbx/scene/view/tf.h>
 
@@ -67,6 +68,17 @@ bool SceneThing::replace(const RenderObj * object, RenderObj * replacement) {
     objects_[static_cast<unsigned>(i)].swap(held);
     modified();
     return true;
+}
+
+void SceneThing::rewrite(const Rewriting & replacement) {
+    std::vector<SO<RenderObj>> written;
+    for (const SO<RenderObj> & object : objects_) {
+        SO<RenderObj> other = replacement(object.get());
+        if (other && (other == object || accepts(other.get()))) written.push_back(std::move(other));
+    }
+    if (written == objects_) return;
+    written.swap(objects_);
+    modified();
 }
 
 void SceneThing::clear() {
@@ -139,6 +151,7 @@ const SceneThing * SceneThing::addToBox(BoxLevel & level, RenderObj * object, En
         level.add(shape->boundingBox());
     } else if (auto * node = dynamic_cast<SceneNode *>(object)) {
         if (!(node->getNodeState() & NS_Bounds)) return nullptr;
+        if (const auto * lod = dynamic_cast<const LODNode *>(node)) return lod->levels();
         // Other nodes may have boxes of their own.
         if (node->classInfoNBX() == ClassInfoNBX()) return static_cast<const SceneThing *>(node);
         level.add(node->boundingBox(engine));

@@ -1,11 +1,13 @@
 // Turning orders the corners anew, in a way of its own for each kind of primitives, and negates the normals.
 // Merging brings all sets to one kind, then joins corners and attributes; a set without an attribute that
-// others have gets a stand-in: mean normals, white, the texture coordinates of unit 0.
+// others have gets a stand-in: mean normals, white, the texture coordinates of unit 0. Taking apart makes a
+// list of corners, three for each triangle, and gathers what the vertices have in its order.
 
 #include <nbx/scene/shape/polygonsettool.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <utility>
@@ -218,6 +220,54 @@ SO<Vectors> mergedTexture(const Sets & sets, unsigned unit) {
     return merged.take();
 }
 
+/// The vertex numbers of all whole triangles. `complete` becomes false when one had to be left out.
+std::vector<unsigned> triangleCorners(const PolygonSet & set, bool & complete) {
+    const bool isStrip = set.getPrimitiveType() == PolygonSet::PT_TriangleStrip;
+    std::vector<unsigned> corners;
+    corners.reserve(std::size_t(set.triangles()) * 3);
+    for (unsigned i = 0; i < set.triangles(); ++i) {
+        std::array<unsigned, 3> t;
+        if (!set.triangle(i, t))
+            complete = false;
+        else if (!isStrip || (t[0] != t[1] && t[1] != t[2] && t[2] != t[0]))
+            corners.insert(corners.end(), t.begin(), t.end());
+    }
+    return corners;
+}
+
+/// True where the vertices make the triangles in their order, and none is left over.
+bool isPlainOrder(const std::vector<unsigned> & corners, unsigned vertices) {
+    if (corners.size() != vertices) return false;
+    for (unsigned i = 0; i < corners.size(); ++i)
+        if (corners[i] != i) return false;
+    return true;
+}
+
+/// The values of the vertices `corners`; null where the vertices have none, or another number of them.
+template <class T>
+SO<Iterator<T>> gathered(const SO<Iterator<T>> & values, unsigned vertices,
+                         const std::vector<unsigned> & corners) {
+    const bool matches = !values || values->size() == vertices;
+    NBX_CHECK(matches, L"an attribute has another number of elements than there are vertices");
+    if (!values || !matches) return nullptr;
+    std::vector<T> result;
+    result.reserve(corners.size());
+    for (const unsigned corner : corners)
+        result.push_back(values->get(corner));
+    return new Array<T>(std::move(result));
+}
+
+SO<PolygonSet> gatheredSet(const PolygonSet & set, PolygonSet::PrimitiveType type,
+                           const std::vector<unsigned> & corners) {
+    const unsigned vertices = set.newVertexIterator() ? set.newVertexIterator()->size() : 0;
+    SO<PolygonSet> result(new PolygonSet(type, gathered(set.newVertexIterator(), vertices, corners)));
+    result->setNormalIterator(gathered(set.newNormalIterator(), vertices, corners));
+    result->setColorIterator(gathered(set.newColorIterator(), vertices, corners));
+    for (unsigned unit = 0; unit < PolygonSet::maxTextureUnits; ++unit)
+        result->setTextureIterator(gathered(set.newTextureIterator(unit), vertices, corners), unit);
+    return result;
+}
+
 } // namespace
 
 SO<PolygonSet> PolygonSetTool::invertOrientation(const PolygonSet * set) {
@@ -258,6 +308,49 @@ SO<PolygonSet> PolygonSetTool::mergePolygonSets(const Iterator<SO<PolygonSet>> *
     for (unsigned unit = 0; unit < PolygonSet::maxTextureUnits; ++unit)
         result->setTextureIterator(mergedTexture(used, unit), unit);
     return result;
+}
+
+SO<PolygonSet> PolygonSetTool::extractTriangleMesh(const PolygonSet * set, bool nonIndexed) {
+    if (!set) return nullptr;
+    bool complete = true;
+    std::vector<unsigned> corners = triangleCorners(*set, complete);
+    NBX_CHECK(complete, L"a polygon has a corner beyond the vertices");
+    const bool isPlain =
+        isPlainOrder(corners, set->newVertexIterator() ? set->newVertexIterator()->size() : 0);
+    if (nonIndexed && !isPlain) return gatheredSet(*set, PolygonSet::PT_Triangles, corners);
+    const SO<PolygonSet> result = newCopy(*set);
+    result->setPrimitiveType(PolygonSet::PT_Triangles);
+    result->setIndexIterator(isPlain ? nullptr : new Array<unsigned>(std::move(corners)));
+    return result;
+}
+
+SO<PolygonSet> PolygonSetTool::convertToNonIndexedForm(const PolygonSet * set) {
+    if (!set) return nullptr;
+    const SO<PolygonSet::Indices> indices = set->newIndexIterator();
+    if (!indices) return newCopy(*set);
+    const unsigned vertices = set->newVertexIterator() ? set->newVertexIterator()->size() : 0;
+    const std::vector<unsigned> corners(indices->begin(), indices->end());
+    if (std::all_of(corners.begin(), corners.end(), [&](unsigned corner) { return corner < vertices; }))
+        return gatheredSet(*set, set->getPrimitiveType(), corners);
+    return extractTriangleMesh(set, true);
+}
+
+Vector3Base<double> PolygonSetTool::getTriangleNormal(const Vector3Base<double> & a,
+                                                      const Vector3Base<double> & b,
+                                                      const Vector3Base<double> & c) {
+    constexpr double rounding = 4.0 * std::numeric_limits<double>::epsilon();
+    // At a size of about 1 no product overflows or vanishes.
+    const auto largest = [](const Vector & v) {
+        return std::max({std::abs(v.x), std::abs(v.y), std::abs(v.z)});
+    };
+    Vector u = b - a, v = c - a;
+    const double sizeU = largest(u), sizeV = largest(v);
+    if (!(sizeU > 0.0 && sizeV > 0.0 && std::isfinite(sizeU) && std::isfinite(sizeV))) return Vector();
+    u = u / sizeU;
+    v = v / sizeV;
+    const Vector normal = u.cross(v);
+    const double length = normal.length();
+    return length > rounding * u.length() * v.length() ? normal / length : Vector();
 }
 
 } // namespace NBX

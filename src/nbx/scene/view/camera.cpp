@@ -2,7 +2,9 @@
 
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
+#include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/pixelprojection.h>
 
 namespace NBX {
 
@@ -14,6 +16,28 @@ Camera::Camera(LookAt * eye, Projection * projection, Scope scope, SizePolicy po
     : MonoAttribute(true), scope_(scope), policy_(policy) {
     setLookAt(eye);
     setProjection(projection);
+}
+
+namespace {
+
+/// Looks along z from the origin, with x to the right and y upwards: what it sees lies at its z.
+SO<LookAt> newEyeAtOrigin() {
+    return new LookAt({}, {0.0, 0.0, 1.0});
+}
+
+} // namespace
+
+SO<Camera> Camera::newPixelCoordsCamera(double near, double far) {
+    const SO<LookAt> eye = newEyeAtOrigin();
+    const SO<Projection> projection(new PixelProjection(near, far));
+    return new Camera(eye.get(), projection.get());
+}
+
+SO<Camera> Camera::newNormalizedDeviceCoordsCamera(double left, double right, double bottom, double top,
+                                                   double near, double far) {
+    const SO<LookAt> eye = newEyeAtOrigin();
+    const SO<Projection> projection(new Ortho(left, right, bottom, top, near, far));
+    return new Camera(eye.get(), projection.get());
 }
 
 void Camera::setLookAt(LookAt * eye) {
@@ -30,7 +54,7 @@ void Camera::setProjection(Projection * projection) {
 
 Matrix4x4Base<double> Camera::projectionMatrix(unsigned width, unsigned height) const {
     const bool fills = policy_ == SP_Fill && width > 0 && height > 0;
-    return projection_->matrix(fills ? static_cast<double>(width) / height : 1.0);
+    return fills ? projection_->matrixInViewport(width, height) : projection_->matrix(1.0);
 }
 
 Ray Camera::rayThrough(double x, double y, unsigned width, unsigned height) const {

@@ -100,6 +100,10 @@ double ViewInfo::screenDistance2(const Vector3Base<double> & a, const Vector3Bas
     return x * x + y * y;
 }
 
+double ViewInfo::distance2(const Bounds & box) const {
+    return (box.nearestPoint(position_) - position_).length2();
+}
+
 bool ViewInfo::missesVolumeBox(const Bounds & box) const {
     return volumeBox_.isDefined() && !volumeBox_.intersects(box);
 }

@@ -27,14 +27,14 @@ struct UseOrderTest : testing::Test {
     Order::Position c = order.add({'c', 300}, false);
 };
 
-TEST_F(UseOrderTest, beginsWithWhatWasUsedLast) {
+TEST_F(UseOrderTest, BeginsWithWhatWasUsedLast) {
     EXPECT_EQ(namesOf(order), "cba");
     order.use(a, false);
     EXPECT_EQ(namesOf(order), "acb");
     EXPECT_EQ(order.oldest(), b);
 }
 
-TEST_F(UseOrderTest, addsUpSizes) {
+TEST_F(UseOrderTest, AddsUpSizes) {
     EXPECT_EQ(order.total(), 321U);
     order.resize(b, 5);
     EXPECT_EQ(order.total(), 306U);
@@ -48,7 +48,7 @@ TEST_F(UseOrderTest, addsUpSizes) {
     EXPECT_EQ(taken.front().name, 'c');
 }
 
-TEST_F(UseOrderTest, keepsWhatWasUsedInTheFrame) {
+TEST_F(UseOrderTest, KeepsWhatWasUsedInTheFrame) {
     order.use(b, true);
     order.use(c, true);
     EXPECT_EQ(order.oldest(), a);
@@ -58,7 +58,7 @@ TEST_F(UseOrderTest, keepsWhatWasUsedInTheFrame) {
     EXPECT_EQ(order.oldest(), b);
 }
 
-TEST_F(UseOrderTest, usingTheFirstOfTheFrameAgainLeavesThoseBehindOutside) {
+TEST_F(UseOrderTest, UsingTheFirstOfTheFrameAgainLeavesThoseBehindOutside) {
     order.use(b, true);
     order.use(c, true);
     order.use(b, true);
@@ -69,7 +69,7 @@ TEST_F(UseOrderTest, usingTheFirstOfTheFrameAgainLeavesThoseBehindOutside) {
     EXPECT_EQ(order.oldest(), order.end());
 }
 
-TEST_F(UseOrderTest, takingTheFirstOfTheFrameKeepsTheOthersOfIt) {
+TEST_F(UseOrderTest, TakingTheFirstOfTheFrameKeepsTheOthersOfIt) {
     order.use(b, true);
     order.use(c, true);
     order.take(b, taken);
@@ -78,7 +78,7 @@ TEST_F(UseOrderTest, takingTheFirstOfTheFrameKeepsTheOthersOfIt) {
     EXPECT_EQ(order.oldest(), order.end());
 }
 
-TEST_F(UseOrderTest, takingTheOnlyOneOfTheFrameEndsItsMark) {
+TEST_F(UseOrderTest, TakingTheOnlyOneOfTheFrameEndsItsMark) {
     order.use(a, true);
     order.take(a, taken);
     EXPECT_EQ(order.oldest(), b);
@@ -87,7 +87,7 @@ TEST_F(UseOrderTest, takingTheOnlyOneOfTheFrameEndsItsMark) {
     EXPECT_EQ(order.oldest(), order.end());
 }
 
-TEST_F(UseOrderTest, hasNoOldestWithoutEntries) {
+TEST_F(UseOrderTest, HasNoOldestWithoutEntries) {
     order.takeAll(taken);
     EXPECT_EQ(order.oldest(), order.end());
     order.add({'d', 1}, true);

@@ -27,6 +27,19 @@ TEST(DynamicSpaceTree, IsItsRootAtFirst) {
     EXPECT_EQ(t->axis(1), 2U);
 }
 
+TEST(DynamicSpaceTree, ThePathToANodeIsTheNumbersOfTheChildren) {
+    const SO<Tree> t = tree();
+    EXPECT_TRUE(t->path(t->root()).empty());
+    Tree::NodePointer node = t->root();
+    for (const unsigned digit : {2U, 0U, 3U, 1U}) {
+        t->createChildren(node);
+        node = t->child(node, digit);
+    }
+    EXPECT_EQ(t->path(node), (std::vector<unsigned>{2, 0, 3, 1}));
+    EXPECT_EQ(t->path(t->parent(node)), (std::vector<unsigned>{2, 0, 3}));
+    EXPECT_TRUE(t->path(Tree::NodePointer()).empty());
+}
+
 TEST(DynamicSpaceTree, ChildrenKnowTheirParentAndKeepTheirContent) {
     const SO<Tree> t = tree();
     t->createChildren(t->root());

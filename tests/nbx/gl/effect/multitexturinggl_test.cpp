@@ -271,7 +271,7 @@ protected:
     std::mt19937 random{7};
 };
 
-TEST_F(MultiTexturingGLTest, withoutEffectsTheShapesAreDrawnOnce) {
+TEST_F(MultiTexturingGLTest, WithoutEffectsTheShapesAreDrawnOnce) {
     root->append(new ImmediateQuad(-1, 1, 0, Color(0.2, 0.4, 0.6)));
     paintings = 0;
     const SO<Image> image = draw();
@@ -279,7 +279,7 @@ TEST_F(MultiTexturingGLTest, withoutEffectsTheShapesAreDrawnOnce) {
     EXPECT_EQ((std::array<int, 4>{51, 102, 153, 255}), pixel(image, 5, 5));
 }
 
-TEST_F(MultiTexturingGLTest, eachEffectAlone) {
+TEST_F(MultiTexturingGLTest, EachEffectAlone) {
     for (const LayerSequence s : {LS_RGB, LS_RGBA, LS_Luminance, LS_LuminanceAlpha, LS_BGRA}) {
         const std::string name = "layers " + std::to_string(s);
         expectFormula({additive({texture(s)}, {1.0}, 0.0)}, name + " additive");
@@ -290,7 +290,7 @@ TEST_F(MultiTexturingGLTest, eachEffectAlone) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, additiveWeights) {
+TEST_F(MultiTexturingGLTest, AdditiveWeights) {
     struct {
         std::vector<double> weights;
         double previous;
@@ -312,11 +312,11 @@ TEST_F(MultiTexturingGLTest, additiveWeights) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, textureWithoutAWeightCountsFull) {
+TEST_F(MultiTexturingGLTest, TextureWithoutAWeightCountsFull) {
     expectFormula({additive({texture(LS_RGB), texture(LS_RGB)}, {0.3}, 0.0)}, "shorter weights");
 }
 
-TEST_F(MultiTexturingGLTest, manyTexturesInOneEffect) {
+TEST_F(MultiTexturingGLTest, ManyTexturesInOneEffect) {
     Textures textures;
     for (int i = 0; i < 12; ++i)
         textures.push_back(texture(LS_RGBA));
@@ -325,7 +325,7 @@ TEST_F(MultiTexturingGLTest, manyTexturesInOneEffect) {
     expectFormula({modulate({textures.begin(), textures.begin() + 3})}, "3 modulations");
 }
 
-TEST_F(MultiTexturingGLTest, stackedEffects) {
+TEST_F(MultiTexturingGLTest, StackedEffects) {
     const auto grey = texture(LS_Luminance);
     expectFormula({additive({texture(LS_RGB)}, {1.0}, 0.0), modulate({grey})}, "light map on an image");
     expectFormula({additive({texture(LS_RGB)}, {1.0}, 0.0), decal({texture(LS_RGBA)}), modulate({grey})},
@@ -336,7 +336,7 @@ TEST_F(MultiTexturingGLTest, stackedEffects) {
     expectFormula({decal({texture(LS_RGBA)}), additive({texture(LS_RGB)}, {0.5}, 0.5)}, "half and half");
 }
 
-TEST_F(MultiTexturingGLTest, randomStacksOfEffectsOnColouredShapes) {
+TEST_F(MultiTexturingGLTest, RandomStacksOfEffectsOnColouredShapes) {
     std::uniform_real_distribution<double> weight(0.0, 1.2), shade(0.3, 1.0);
     const LayerSequence sequences[] = {LS_RGB, LS_RGBA, LS_Luminance, LS_LuminanceAlpha};
     const auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
@@ -367,7 +367,7 @@ TEST_F(MultiTexturingGLTest, randomStacksOfEffectsOnColouredShapes) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, laterPassesTouchOnlyWhatIsVisible) {
+TEST_F(MultiTexturingGLTest, LaterPassesTouchOnlyWhatIsVisible) {
     const Color nearColor(1.0, 0.5, 0.25), farColor(0.25, 0.75, 1.0);
     const auto lit = [&](int x, int) -> Rgb {
         if (x >= 56) return {-1, -1, -1};
@@ -393,7 +393,7 @@ TEST_F(MultiTexturingGLTest, laterPassesTouchOnlyWhatIsVisible) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, slantingSurfacesGiveTheSameInAnyNumberOfPasses) {
+TEST_F(MultiTexturingGLTest, SlantingSurfacesGiveTheSameInAnyNumberOfPasses) {
     root->append(new Camera(new LookAt({0.3, 1.0, -2.5}, {0.0, 0.0, 0.3}), new Perspective(50.0, 0.1, 50.0)));
     root->append(new TexGenGL());
     root->append(decal({texture(LS_RGBA)}).effect.get());
@@ -415,7 +415,7 @@ TEST_F(MultiTexturingGLTest, slantingSurfacesGiveTheSameInAnyNumberOfPasses) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, effectsBelowAnOpaqueOneCostNothing) {
+TEST_F(MultiTexturingGLTest, EffectsBelowAnOpaqueOneCostNothing) {
     root->append(new TexGenGL());
     root->append(additive({texture(LS_RGB)}, {1.0}, 0.0).effect.get());
     root->append(decal({texture(LS_RGBA)}).effect.get());
@@ -426,7 +426,7 @@ TEST_F(MultiTexturingGLTest, effectsBelowAnOpaqueOneCostNothing) {
     EXPECT_EQ(1, paintings);
 }
 
-TEST_F(MultiTexturingGLTest, onePassWhereTheUnitsSuffice) {
+TEST_F(MultiTexturingGLTest, OnePassWhereTheUnitsSuffice) {
     const auto t = texture(LS_RGBA);
     const std::vector<std::vector<Case>> stacks{
         {interpolated(t, t, t)}, {additive({t, t}, {0.4, 0.6}, 0.0), decal({t}), modulate({t})}};
@@ -441,7 +441,7 @@ TEST_F(MultiTexturingGLTest, onePassWhereTheUnitsSuffice) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, disabledEffectsAreLeftOut) {
+TEST_F(MultiTexturingGLTest, DisabledEffectsAreLeftOut) {
     Case effect = modulate({newUniformTexture(Color::black)});
     effect.effect->setEnableState(false);
     root->append(effect.effect.get());
@@ -449,7 +449,7 @@ TEST_F(MultiTexturingGLTest, disabledEffectsAreLeftOut) {
     EXPECT_EQ((std::array<int, 4>{255, 255, 255, 255}), pixel(draw(), 10, 10));
 }
 
-TEST_F(MultiTexturingGLTest, texturesPushedOutsidePlayNoPart) {
+TEST_F(MultiTexturingGLTest, TexturesPushedOutsidePlayNoPart) {
     SO<SceneThing> inner = new SceneThing(root.get());
     root->prepend(newUniformTexture(Color::black).get());
     for (const Case & c :
@@ -465,7 +465,7 @@ TEST_F(MultiTexturingGLTest, texturesPushedOutsidePlayNoPart) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, lockedColoursStayLocked) {
+TEST_F(MultiTexturingGLTest, LockedColoursStayLocked) {
     root->append(ColorBufferGL::newLock(false, false, false, false));
     root->append(additive({texture(LS_RGB), texture(LS_RGB)}, {0.8, 0.6}, 0.5).effect.get());
     root->append(new ImmediateQuad(-1, 1, 0, Color::white));
@@ -475,7 +475,7 @@ TEST_F(MultiTexturingGLTest, lockedColoursStayLocked) {
     EXPECT_EQ(1, paintings);
 }
 
-TEST_F(MultiTexturingGLTest, depthIsTestedAsOutsideWhereItIsNotWritten) {
+TEST_F(MultiTexturingGLTest, DepthIsTestedAsOutsideWhereItIsNotWritten) {
     SO<SceneThing> first = new SceneThing(root.get());
     first->append(new ImmediateQuad(-1, 0, 0.5, Color::white));
     SO<SceneThing> second = new SceneThing(root.get());
@@ -493,7 +493,7 @@ TEST_F(MultiTexturingGLTest, depthIsTestedAsOutsideWhereItIsNotWritten) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, alphaTestOfTheShapesHoldsInAllPasses) {
+TEST_F(MultiTexturingGLTest, AlphaTestOfTheShapesHoldsInAllPasses) {
     root->append(ColorBufferGL::newAlphaTest(true, GL_EQUAL, 1.0));
     root->append(new TexGenGL());
     const Case effect = decal({texture(LS_RGBA), texture(LS_RGBA)});
@@ -510,7 +510,7 @@ TEST_F(MultiTexturingGLTest, alphaTestOfTheShapesHoldsInAllPasses) {
     }
 }
 
-TEST_F(MultiTexturingGLTest, missingPartsOfAnInterpolationAreReported) {
+TEST_F(MultiTexturingGLTest, MissingPartsOfAnInterpolationAreReported) {
     const SO<TextureGL> t = newUniformTexture(Color::black);
     root->append(
         new InterpolatedMultiTexturingEffectGL(nullptr, t.get(), t.get(), nullptr, nullptr, nullptr, false));
@@ -559,7 +559,7 @@ Case dot(const SO<TextureGL> & texture) {
 
 } // namespace
 
-TEST_F(MultiTexturingGLTest, effectsWithStagesOfTheirOwnCombineWithTheOthers) {
+TEST_F(MultiTexturingGLTest, EffectsWithStagesOfTheirOwnCombineWithTheOthers) {
     const SO<TextureGL> normals = texture(LS_RGB), image = texture(LS_RGB), grey = texture(LS_Luminance);
     expectFormula({dot(normals)}, "alone");
     expectFormula({dot(normals), modulate({grey})}, "at the bottom");

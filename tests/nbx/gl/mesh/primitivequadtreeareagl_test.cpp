@@ -6,7 +6,7 @@
 
 using namespace NBX;
 
-TEST(PrimitiveQuadTreeAreaGL, keepsItsBox) {
+TEST(PrimitiveQuadTreeAreaGL, KeepsItsBox) {
     const Bounds box({1, 2, 3}, {4, 5, 6});
     const SO<PrimitiveQuadTreeAreaGL> area(new PrimitiveQuadTreeAreaGL(box));
     EXPECT_EQ(box, area->getBox());

@@ -103,27 +103,27 @@ protected:
     }
 };
 
-TEST(PrimitiveQuadTree, withoutLevelsThereIsOneLeaf) {
+TEST(PrimitiveQuadTree, WithoutLevelsThereIsOneLeaf) {
     const SO<Tree> tree(new Tree(0, squares(4), Bounds(), true));
     EXPECT_EQ(1U, tree->leaves());
     EXPECT_EQ(32U, tree->triangles());
     EXPECT_EQ(Bounds({0, 0, 0}, {4, 0, 4}), tree->boundingBox());
 }
 
-TEST(PrimitiveQuadTree, everyLevelHasFourTimesAsManyLeaves) {
+TEST(PrimitiveQuadTree, EveryLevelHasFourTimesAsManyLeaves) {
     unsigned leaves = 1;
     for (unsigned levels = 0; levels < 4; ++levels, leaves *= 4)
         EXPECT_EQ(leaves, SO<Tree>(new Tree(levels, squares(8), Bounds(), true))->leaves());
 }
 
-TEST(PrimitiveQuadTree, anEmptySetGivesAnEmptyTree) {
+TEST(PrimitiveQuadTree, AnEmptySetGivesAnEmptyTree) {
     const SO<Tree> tree(new Tree(3, new PolygonSet, Bounds(), true));
     EXPECT_FALSE(tree->boundingBox().isDefined());
     EXPECT_EQ(0U, tree->triangles() + tree->leaves());
     EXPECT_TRUE(tree->rangesIn(Bounds({-1, -1, -1}, {1, 1, 1})).empty());
 }
 
-TEST(PrimitiveQuadTree, noSetAndTooManyLevelsAreReported) {
+TEST(PrimitiveQuadTree, NoSetAndTooManyLevelsAreReported) {
     RecordedReports reports;
     EXPECT_EQ(0U, SO<Tree>(new Tree(0, nullptr, Bounds(), true))->triangles());
     EXPECT_EQ(1U, reports.size());
@@ -131,7 +131,7 @@ TEST(PrimitiveQuadTree, noSetAndTooManyLevelsAreReported) {
     EXPECT_EQ(2U, reports.size());
 }
 
-TEST(PrimitiveQuadTree, trianglesThatAreNoneAreLeftOut) {
+TEST(PrimitiveQuadTree, TrianglesThatAreNoneAreLeftOut) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (const double bad : {nan, 1e300, -std::numeric_limits<double>::infinity()}) {
         const SO<Tree> tree(
@@ -144,14 +144,14 @@ TEST(PrimitiveQuadTree, trianglesThatAreNoneAreLeftOut) {
     EXPECT_EQ(1U, SO<Tree>(new Tree(0, set, Bounds(), true))->triangles());
 }
 
-TEST(PrimitiveQuadTree, trianglesInOnePlaceShareALeaf) {
+TEST(PrimitiveQuadTree, TrianglesInOnePlaceShareALeaf) {
     const SO<Tree> tree(new Tree(15, newSet(std::vector<V>(300)), Bounds(), true));
     EXPECT_EQ(1U, tree->leaves());
     EXPECT_EQ(100U, tree->triangles());
     EXPECT_EQ((Ranges{{0, 100}}), tree->rangesIn(Bounds({-1, -1, -1}, {0, 0, 0})));
 }
 
-TEST(PrimitiveQuadTree, aGivenBoxIsSplit) {
+TEST(PrimitiveQuadTree, AGivenBoxIsSplit) {
     // In the lower left quarter of the box everything is one cell.
     const SO<Tree> tree(new Tree(1, squares(4), Bounds({0, 0, 0}, {8, 0, 8}), true));
     EXPECT_EQ(1U, tree->leaves());
@@ -160,7 +160,7 @@ TEST(PrimitiveQuadTree, aGivenBoxIsSplit) {
 }
 
 /// As a file may hold them.
-TEST(PrimitiveQuadTree, boxesOfAnyKindLoseNoTriangle) {
+TEST(PrimitiveQuadTree, BoxesOfAnyKindLoseNoTriangle) {
     const double infinity = std::numeric_limits<double>::infinity();
     const double nan = std::numeric_limits<double>::quiet_NaN();
     for (const double low : {-infinity, -1e300, nan, 2.0})
@@ -172,7 +172,7 @@ TEST(PrimitiveQuadTree, boxesOfAnyKindLoseNoTriangle) {
         }
 }
 
-TEST(PrimitiveQuadTree, touchingCountsAsInside) {
+TEST(PrimitiveQuadTree, TouchingCountsAsInside) {
     const SO<Tree> tree(new Tree(2, squares(4), Bounds(), true));
     EXPECT_EQ(8U, total(tree->rangesIn(Bounds({1, 0, 1}, {1, 0, 1}))));
     EXPECT_EQ(2U, total(tree->rangesIn(Bounds({0.5, 0, 0.5}, {0.5, 0, 0.5}))));
@@ -181,12 +181,12 @@ TEST(PrimitiveQuadTree, touchingCountsAsInside) {
     EXPECT_EQ(0U, total(tree->rangesIn(Bounds())));
 }
 
-TEST(PrimitiveQuadTree, heightsPlayNoPart) {
+TEST(PrimitiveQuadTree, HeightsPlayNoPart) {
     const SO<Tree> tree(new Tree(2, squares(4), Bounds(), true));
     EXPECT_EQ((Ranges{{0, 32}}), tree->rangesIn(Bounds({-1, 50, -1}, {5, 60, 5})));
 }
 
-TEST(PrimitiveQuadTree, everyAreaHasExactlyTheTrianglesThatTouchIt) {
+TEST(PrimitiveQuadTree, EveryAreaHasExactlyTheTrianglesThatTouchIt) {
     const unsigned seed = std::random_device()();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -207,7 +207,7 @@ TEST(PrimitiveQuadTree, everyAreaHasExactlyTheTrianglesThatTouchIt) {
         }
 }
 
-TEST(PrimitiveQuadTree, isStored) {
+TEST(PrimitiveQuadTree, IsStored) {
     const SO<Tree> tree(new Tree(3, squares(4), Bounds({0, 0, 0}, {8, 1, 8}), false));
     const SO<Tree> copy = roundTrip(tree);
     ASSERT_TRUE(copy);
@@ -221,18 +221,18 @@ TEST(PrimitiveQuadTree, isStored) {
     EXPECT_TRUE(empty->isHorizontal());
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, paintsEverythingWithoutAnArea) {
+TEST_F(PrimitiveQuadTreeGLTest, PaintsEverythingWithoutAnArea) {
     root->append(new Tree(2, stripes(), Bounds(), false));
     EXPECT_EQ("wwwwwwww", columns());
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, paintsWhatTouchesTheArea) {
+TEST_F(PrimitiveQuadTreeGLTest, PaintsWhatTouchesTheArea) {
     root->append(new PrimitiveQuadTreeAreaGL(Bounds({-0.6, -1, 0}, {0.1, 1, 0})));
     root->append(new Tree(2, stripes(), Bounds(), false));
     EXPECT_EQ(".wwww...", columns());
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, leavesTheStateAsItWas) {
+TEST_F(PrimitiveQuadTreeGLTest, LeavesTheStateAsItWas) {
     canvas->prepareRedisplay();
     const SO<Tree> tree(new Tree(2, stripes(), Bounds(), false));
     const std::vector<int> before = stateOfGL();
@@ -241,7 +241,7 @@ TEST_F(PrimitiveQuadTreeGLTest, leavesTheStateAsItWas) {
     canvas->finishRedisplay();
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, freesItsBuffers) {
+TEST_F(PrimitiveQuadTreeGLTest, FreesItsBuffers) {
     const Names before = countNames();
     SO<Tree> tree(new Tree(2, stripes(), Bounds(), false));
     root->append(tree.get());
@@ -252,7 +252,7 @@ TEST_F(PrimitiveQuadTreeGLTest, freesItsBuffers) {
     EXPECT_EQ(before.buffers, countNames().buffers);
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, usesTheAttributesOfTheVertices) {
+TEST_F(PrimitiveQuadTreeGLTest, UsesTheAttributesOfTheVertices) {
     const SO<PolygonSet> set = stripes();
     std::vector<Color> colors(48, Color(1.0F, 0.0F, 0.0F));
     std::fill(colors.begin() + 24, colors.end(), Color(0.0F, 0.0F, 1.0F));
@@ -272,14 +272,14 @@ TEST_F(PrimitiveQuadTreeGLTest, usesTheAttributesOfTheVertices) {
     EXPECT_EQ("wwww....", columns());
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, attributesThatAreTooFewAreNotUsed) {
+TEST_F(PrimitiveQuadTreeGLTest, AttributesThatAreTooFewAreNotUsed) {
     const SO<PolygonSet> set = stripes();
     set->setColorIterator(new Array<Color>(std::vector<Color>(3, Color::black)));
     root->append(new Tree(1, set, Bounds(), false));
     EXPECT_EQ("wwwwwwww", columns());
 }
 
-TEST_F(PrimitiveQuadTreeGLTest, rangesBeyondTheTrianglesAreReported) {
+TEST_F(PrimitiveQuadTreeGLTest, RangesBeyondTheTrianglesAreReported) {
     canvas->prepareRedisplay();
     const SO<Tree> tree(new Tree(1, stripes(), Bounds(), false));
     tree->draw(engine.get(), {{0, 17}, {17, 0}, {4000000000U, 4000000000U}});

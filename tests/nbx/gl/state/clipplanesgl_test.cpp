@@ -34,21 +34,21 @@ protected:
 
 } // namespace
 
-TEST_F(ClipPlanesGLTest, whatLiesBehindAPlaneIsCutAway) {
+TEST_F(ClipPlanesGLTest, WhatLiesBehindAPlaneIsCutAway) {
     root->append(rightOf(-0.5).get());
     root->append(box.get());
     EXPECT_EQ("..######", columns());
     EXPECT_EQ(0U, active());
 }
 
-TEST_F(ClipPlanesGLTest, allPlanesHoldTogether) {
+TEST_F(ClipPlanesGLTest, AllPlanesHoldTogether) {
     root->append(rightOf(-0.5).get());
     root->append(leftOf(0.25).get());
     root->append(box.get());
     EXPECT_EQ("..###...", columns());
 }
 
-TEST_F(ClipPlanesGLTest, aPlaneIsInTheFrameInWhichItIsPushed) {
+TEST_F(ClipPlanesGLTest, APlaneIsInTheFrameInWhichItIsPushed) {
     root->append(new Translation({0.5, 0, 0}));
     root->append(rightOf(-0.5).get());
     root->append(new Translation({1.0, 0, 0}));
@@ -56,7 +56,7 @@ TEST_F(ClipPlanesGLTest, aPlaneIsInTheFrameInWhichItIsPushed) {
     EXPECT_EQ("....####", columns());
 }
 
-TEST_F(ClipPlanesGLTest, aPlaneMayBeMovedBetweenItsUses) {
+TEST_F(ClipPlanesGLTest, APlaneMayBeMovedBetweenItsUses) {
     const SO<ClipPlane> plane = rightOf(0.0);
     for (const unsigned cut : {1U, 3U, 6U}) {
         plane->setPlane({1, 0, 0}, 1.0 - cut / 4.0);
@@ -68,7 +68,7 @@ TEST_F(ClipPlanesGLTest, aPlaneMayBeMovedBetweenItsUses) {
     }
 }
 
-TEST_F(ClipPlanesGLTest, aDisabledPlaneCutsNothing) {
+TEST_F(ClipPlanesGLTest, ADisabledPlaneCutsNothing) {
     const SO<ClipPlane> plane = rightOf(-0.5);
     plane->setEnableState(false);
     root->append(plane.get());
@@ -77,7 +77,7 @@ TEST_F(ClipPlanesGLTest, aDisabledPlaneCutsNothing) {
     EXPECT_EQ("######..", columns());
 }
 
-TEST_F(ClipPlanesGLTest, theFirstSixHold) {
+TEST_F(ClipPlanesGLTest, TheFirstSixHold) {
     std::vector<SO<ClipPlane>> planes;
     for (unsigned i = 0; i < 7; ++i) {
         planes.push_back(rightOf(-double(i)));

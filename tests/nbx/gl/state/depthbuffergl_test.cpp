@@ -1,6 +1,7 @@
 #include <nbx/gl/state/depthbuffergl.h>
 
 #include "support/glfixture.h"
+#include "support/roundtrip.h"
 
 using namespace NBX;
 
@@ -24,7 +25,7 @@ protected:
     const State defaults{true, true, GL_LESS, 0.0F, 1.0F};
 };
 
-TEST_F(DepthBufferGLTest, setsAllOrNamedValuesAndGivesThemBack) {
+TEST_F(DepthBufferGLTest, SetsAllOrNamedValuesAndGivesThemBack) {
     EXPECT_EQ(defaults, state());
     const SO<DepthBufferGL> equal = new DepthBufferGL(14, false, true, GL_EQUAL, 0.0, 0.5);
     const SO<DepthBufferGL> unwritten = new DepthBufferGL(2, false, true, GL_LESS, 0.0, 1.0);
@@ -46,7 +47,7 @@ TEST_F(DepthBufferGLTest, setsAllOrNamedValuesAndGivesThemBack) {
     EXPECT_EQ(defaults, state());
 }
 
-TEST_F(DepthBufferGLTest, switchesDepthOff) {
+TEST_F(DepthBufferGLTest, SwitchesDepthOff) {
     const SO<DepthBufferGL> off = new DepthBufferGL(false, false);
     engine->push(off.get());
     EXPECT_EQ((State{false, false, GL_LESS, 0.0F, 1.0F}), state());
@@ -54,7 +55,7 @@ TEST_F(DepthBufferGLTest, switchesDepthOff) {
     EXPECT_EQ(defaults, state());
 }
 
-TEST_F(DepthBufferGLTest, theSameAttributeMayBePushedTwice) {
+TEST_F(DepthBufferGLTest, TheSameAttributeMayBePushedTwice) {
     const SO<DepthBufferGL> off = new DepthBufferGL(false, false);
     engine->push(off.get());
     engine->push(off.get());
@@ -62,4 +63,19 @@ TEST_F(DepthBufferGLTest, theSameAttributeMayBePushedTwice) {
     EXPECT_FALSE(state().test);
     engine->pop(off.get());
     EXPECT_EQ(defaults, state());
+}
+
+TEST_F(DepthBufferGLTest, IsStored) {
+    const SO<DepthBufferGL> read =
+        roundTrip(SO<DepthBufferGL>(new DepthBufferGL(2, false, false, GL_GEQUAL, 0.25, 0.75)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(2U, read->operations());
+    EXPECT_FALSE(read->writes());
+    EXPECT_FALSE(read->tests());
+    EXPECT_EQ(unsigned(GL_GEQUAL), read->function());
+    EXPECT_EQ(0.25, read->nearRange());
+    EXPECT_EQ(0.75, read->farRange());
+    for (const unsigned wrong : {GL_NEVER - 1, GL_ALWAYS + 1})
+        EXPECT_THROW(roundTrip(SO<DepthBufferGL>(new DepthBufferGL(2, false, false, wrong, 0.0, 1.0))),
+                     IOError);
 }

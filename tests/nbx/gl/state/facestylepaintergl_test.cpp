@@ -23,7 +23,7 @@ protected:
     const std::vector<int> defaults{GL_FILL, GL_FILL, 0, GL_BACK, GL_CCW};
 };
 
-TEST_F(FaceStylePainterGLTest, drawsEachSideInItsStyle) {
+TEST_F(FaceStylePainterGLTest, DrawsEachSideInItsStyle) {
     EXPECT_EQ(defaults, faces());
     const SO<FaceStyle> culled = new FaceStyle(2, 3, 3), both = new FaceStyle(2, 2, 0),
                         wires = new FaceStyle(1, 0, 1);
@@ -41,7 +41,7 @@ TEST_F(FaceStylePainterGLTest, drawsEachSideInItsStyle) {
     EXPECT_EQ(defaults, faces());
 }
 
-TEST_F(FaceStylePainterGLTest, leavesTheOrderOfTheCaller) {
+TEST_F(FaceStylePainterGLTest, LeavesTheOrderOfTheCaller) {
     glFrontFace(GL_CW);
     const SO<FaceStyle> style = new FaceStyle(2, 2, 3), turned = new FaceStyle(2, 2, 1);
     engine->push(style.get());
@@ -55,7 +55,7 @@ TEST_F(FaceStylePainterGLTest, leavesTheOrderOfTheCaller) {
     glFrontFace(GL_CCW);
 }
 
-TEST_F(FaceStylePainterGLTest, filledFacesFollowAWireFrameMode) {
+TEST_F(FaceStylePainterGLTest, FilledFacesFollowAWireFrameMode) {
     const SO<PolygonModeGL> wires = new PolygonModeGL(GL_LINE);
     const SO<FaceStyle> style = new FaceStyle(2, 2, 3);
     engine->push(wires.get());
@@ -67,7 +67,7 @@ TEST_F(FaceStylePainterGLTest, filledFacesFollowAWireFrameMode) {
     EXPECT_EQ(defaults, faces());
 }
 
-TEST_F(FaceStylePainterGLTest, badNumbersAreReported) {
+TEST_F(FaceStylePainterGLTest, BadNumbersAreReported) {
     const SO<FaceStyle> style = new FaceStyle(4, -1, 2);
     EXPECT_EQ(1U, reports.count(L"invalid face style: 4, -1, 2"));
     EXPECT_EQ(FaceStyle::S_Filled, style->getFront());
@@ -75,7 +75,7 @@ TEST_F(FaceStylePainterGLTest, badNumbersAreReported) {
     reports.clear();
 }
 
-TEST_F(FaceStylePainterGLTest, theColourHoldsUntilItIsPopped) {
+TEST_F(FaceStylePainterGLTest, TheColourHoldsUntilItIsPopped) {
     const SO<ColorAttribute> red = new ColorAttribute(Color::red), blue = new ColorAttribute(Color::blue);
     const auto current = [] {
         std::vector<float> color(4);
@@ -91,7 +91,7 @@ TEST_F(FaceStylePainterGLTest, theColourHoldsUntilItIsPopped) {
     EXPECT_EQ((std::vector<float>{1, 1, 1, 1}), current());
 }
 
-TEST_F(FaceStylePainterGLTest, bothAreStored) {
+TEST_F(FaceStylePainterGLTest, BothAreStored) {
     const SO<FaceStyle> style = roundTrip(SO<FaceStyle>(new FaceStyle(1, 3, 0)));
     EXPECT_EQ(FaceStyle::S_Lines, style->getFront());
     EXPECT_EQ(FaceStyle::S_Culled, style->getBack());

@@ -1,6 +1,7 @@
 #include <nbx/gl/state/lightmodelgl.h>
 
 #include "support/glfixture.h"
+#include "support/roundtrip.h"
 
 #include <nbx/scene/attribute/directionallight.h>
 #include <nbx/scene/attribute/disableshading.h>
@@ -16,7 +17,7 @@ protected:
     }
 };
 
-TEST_F(LightModelGLTest, lightingIsOnForTheLightingBitOnly) {
+TEST_F(LightModelGLTest, LightingIsOnForTheLightingBitOnly) {
     for (const int mode : {0, 1, 2, 3, 4, 5}) {
         const SO<LightModelGL> model = new LightModelGL(mode, Color::black);
         engine->push(model.get());
@@ -31,7 +32,7 @@ TEST_F(LightModelGLTest, lightingIsOnForTheLightingBitOnly) {
     }
 }
 
-TEST_F(LightModelGLTest, withoutAModelTheLightsDecide) {
+TEST_F(LightModelGLTest, WithoutAModelTheLightsDecide) {
     const SO<DirectionalLight> light = new DirectionalLight();
     const SO<LightModelGL> off = new LightModelGL(0);
     engine->push(light.get());
@@ -48,7 +49,7 @@ TEST_F(LightModelGLTest, withoutAModelTheLightsDecide) {
     EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
 }
 
-TEST_F(LightModelGLTest, nothingIsLitWhileShadingIsDisabled) {
+TEST_F(LightModelGLTest, NothingIsLitWhileShadingIsDisabled) {
     const SO<LightModelGL> lit = new LightModelGL(1), later = new LightModelGL(1);
     const SO<DisableShading> outer = new DisableShading, inner = new DisableShading;
     engine->push(lit.get());
@@ -67,7 +68,7 @@ TEST_F(LightModelGLTest, nothingIsLitWhileShadingIsDisabled) {
     EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
 }
 
-TEST_F(LightModelGLTest, lightsAreOutWhileShadingIsDisabled) {
+TEST_F(LightModelGLTest, LightsAreOutWhileShadingIsDisabled) {
     const SO<DirectionalLight> light = new DirectionalLight();
     const SO<DisableShading> disabling = new DisableShading;
     engine->push(disabling.get());
@@ -77,4 +78,12 @@ TEST_F(LightModelGLTest, lightsAreOutWhileShadingIsDisabled) {
     EXPECT_TRUE(glIsEnabled(GL_LIGHTING));
     engine->pop(light.get());
     EXPECT_FALSE(glIsEnabled(GL_LIGHTING));
+}
+
+TEST_F(LightModelGLTest, IsStored) {
+    const SO<LightModelGL> model = roundTrip(SO<LightModelGL>(new LightModelGL(2, Color(0.1, 0.2, 0.3))));
+    ASSERT_TRUE(model);
+    EXPECT_EQ(2, model->getMode());
+    EXPECT_EQ(Color(0.1, 0.2, 0.3), model->getAmbient());
+    EXPECT_EQ(Color(0.2), roundTrip(SO<LightModelGL>(new LightModelGL(1)))->getAmbient());
 }

@@ -8,7 +8,7 @@ using namespace NBX;
 
 class PolygonOffsetGLTest : public GLFixture {};
 
-TEST_F(PolygonOffsetGLTest, movesTheKindsOfFacesThatAreNamed) {
+TEST_F(PolygonOffsetGLTest, MovesTheKindsOfFacesThatAreNamed) {
     const SO<PolygonOffsetGL> filled = new PolygonOffsetGL(2, 1.0, 1.0);
     const SO<PolygonOffsetGL> others = new PolygonOffsetGL(5, 2.0, 3.0);
     engine->push(filled.get());
@@ -29,7 +29,7 @@ TEST_F(PolygonOffsetGLTest, movesTheKindsOfFacesThatAreNamed) {
     EXPECT_EQ(0.0F, factor);
 }
 
-TEST_F(PolygonOffsetGLTest, wireFrames) {
+TEST_F(PolygonOffsetGLTest, WireFrames) {
     const auto mode = [] {
         GLint modes[2];
         glGetIntegerv(GL_POLYGON_MODE, modes);

@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(ShapeMaterialGLTest, unlitSurfacesShowThePlainColour) {
+TEST_F(ShapeMaterialGLTest, UnlitSurfacesShowThePlainColour) {
     root->append(new LightModelGL(0));
     root->append(new ShapeMaterialGL(Color(0.5), Color(0.5), 115.0, 3, Color(0.2), Color(0.5), Color(0.0),
                                      false, true));
@@ -43,7 +43,7 @@ TEST_F(ShapeMaterialGLTest, unlitSurfacesShowThePlainColour) {
     EXPECT_NEAR(127.5, pixel(draw(), 5, 5)[0], 0.6);
 }
 
-TEST_F(ShapeMaterialGLTest, thePlainColourStandsInForTheNamedComponents) {
+TEST_F(ShapeMaterialGLTest, ThePlainColourStandsInForTheNamedComponents) {
     const SO<ShapeMaterialGL> m = new ShapeMaterialGL(Color(0.6), Color(0.5), 115.0, 3, Color(0.2),
                                                       Color(0.4), Color(0.1), false, true);
     engine->push(m.get());
@@ -54,7 +54,7 @@ TEST_F(ShapeMaterialGLTest, thePlainColourStandsInForTheNamedComponents) {
     engine->pop(m.get());
 }
 
-TEST_F(ShapeMaterialGLTest, allStateIsGivenBack) {
+TEST_F(ShapeMaterialGLTest, AllStateIsGivenBack) {
     const std::vector<float> before = all();
     const std::vector<int> stateBefore = stateOfGL();
     for (int component = 0; component <= 5; ++component)
@@ -70,7 +70,7 @@ TEST_F(ShapeMaterialGLTest, allStateIsGivenBack) {
     EXPECT_EQ(stateBefore, stateOfGL());
 }
 
-TEST_F(ShapeMaterialGLTest, badValuesAreReportedAndCut) {
+TEST_F(ShapeMaterialGLTest, BadValuesAreReportedAndCut) {
     const SO<ShapeMaterialGL> m = new ShapeMaterialGL(Color::red, Color::green, 200.0, 9);
     EXPECT_EQ(2U, reports.size());
     EXPECT_EQ(128.0, m->getShininess());
@@ -78,7 +78,7 @@ TEST_F(ShapeMaterialGLTest, badValuesAreReportedAndCut) {
     reports.clear();
 }
 
-TEST_F(ShapeMaterialGLTest, disabledAtTheStart) {
+TEST_F(ShapeMaterialGLTest, DisabledAtTheStart) {
     const SO<ShapeMaterialGL> m = new ShapeMaterialGL(Color::red, Color::green, 0.0, 3, Color::black,
                                                       Color::black, Color::black, false, false);
     EXPECT_FALSE(m->isEnabled());

@@ -18,7 +18,7 @@ protected:
     }
 };
 
-TEST_F(StencilBufferGLTest, holdsUntilItIsPopped) {
+TEST_F(StencilBufferGLTest, HoldsUntilItIsPopped) {
     const SO<StencilBufferGL> write =
         new StencilBufferGL(2, GL_ALWAYS, 7, 0xff, GL_KEEP, GL_KEEP, GL_REPLACE);
     const SO<StencilBufferGL> test = new StencilBufferGL(2, GL_EQUAL, 7, 0xff, GL_KEEP, GL_KEEP, GL_KEEP);

@@ -60,7 +60,7 @@ protected:
     }
 };
 
-TEST_F(TextureUnitSettingGLTest, everyOrderOfPushingIsUndone) {
+TEST_F(TextureUnitSettingGLTest, EveryOrderOfPushingIsUndone) {
     const SO<TextureGL> a = newTexture(2.0), b = newTexture(3.0), c = newTexture(4.0);
     const SO<TexEnvGL> replace = new TexEnvGL(TexEnvGL::M_Replace);
     Matrix4x4Base<double> planes;
@@ -93,7 +93,7 @@ TEST_F(TextureUnitSettingGLTest, everyOrderOfPushingIsUndone) {
     EXPECT_EQ(unitsBefore, allUnits());
 }
 
-TEST_F(TextureUnitSettingGLTest, generatorsHoldForAllUnitsWithoutTheirOwn) {
+TEST_F(TextureUnitSettingGLTest, GeneratorsHoldForAllUnitsWithoutTheirOwn) {
     Matrix4x4Base<double> planes;
     planes(0, 0) = 5.0;
     const SO<TexGenGL> common = new TexGenGL(TexGenGL::M_ObjectLinear, planes), own = new TexGenGL();
@@ -114,20 +114,20 @@ TEST_F(TextureUnitSettingGLTest, generatorsHoldForAllUnitsWithoutTheirOwn) {
     EXPECT_FALSE(glIsEnabled(GL_TEXTURE_GEN_S));
 }
 
-TEST_F(TextureUnitSettingGLTest, unitsAreCategoriesOfTheirOwn) {
+TEST_F(TextureUnitSettingGLTest, UnitsAreCategoriesOfTheirOwn) {
     EXPECT_NE(TextureUnitSettingGL::category(0), TextureUnitSettingGL::category(1));
     EXPECT_EQ(TextureUnitSettingGL::category(1),
               SO<TextureUnitSettingGL>(new TextureUnitSettingGL(1, nullptr))->category());
     EXPECT_EQ(TextureGL::ClassNameNBX(), newTexture(1.0)->category());
 }
 
-TEST_F(TextureUnitSettingGLTest, aUnitThatDoesNotExistIsReported) {
+TEST_F(TextureUnitSettingGLTest, AUnitThatDoesNotExistIsReported) {
     const SO<TextureUnitSettingGL> setting = new TextureUnitSettingGL(32, nullptr);
     EXPECT_EQ(1U, reports.count(0, L"unit < maxUnits", L"unit out of range: 32"));
     reports.clear();
 }
 
-TEST_F(TextureUnitSettingGLTest, isStored) {
+TEST_F(TextureUnitSettingGLTest, IsStored) {
     const SO<TexGenGL> texGen =
         new TexGenGL(TexGenGL::M_EyeLinear, Matrix4x4Base<double>::scaling({1, 2, 3}));
     const SO<TextureUnitSettingGL> setting =
@@ -140,7 +140,7 @@ TEST_F(TextureUnitSettingGLTest, isStored) {
     EXPECT_EQ(texGen->getPlanes(), read->texGen()->getPlanes());
 }
 
-TEST_F(TextureUnitSettingGLTest, isStoredWithItsEnvironment) {
+TEST_F(TextureUnitSettingGLTest, IsStoredWithItsEnvironment) {
     const SO<TexEnvGL> blend = new TexEnvGL(TexEnvGL::M_Blend);
     blend->setEnvironmentColor(Color(0.25F, 0.5F, 0.75F, 1.0F));
     const SO<TextureUnitSettingGL> plain =

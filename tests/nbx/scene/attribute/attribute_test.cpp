@@ -13,13 +13,13 @@ namespace {
 
 using namespace NBX;
 
-TEST(Attribute, categoryIsTheClassNameUnlessAClassSaysOtherwise) {
+TEST(Attribute, CategoryIsTheClassNameUnlessAClassSaysOtherwise) {
     EXPECT_EQ(SO<Attribute>(new Viewport(Area()))->category(), Viewport::ClassNameNBX());
     EXPECT_EQ(SO<Attribute>(new Translation())->category(), Tf::ClassNameNBX());
     EXPECT_FALSE(SO<Attribute>(new Tf())->isPassEffect());
 }
 
-TEST(ContextData, isFoundUnderItsName) {
+TEST(ContextData, IsFoundUnderItsName) {
     const SO<ContextData<bool>> flag(new ContextData<bool>("MotionFlag", true));
     EXPECT_EQ(flag->category(), ID("MotionFlag"));
     EXPECT_TRUE(flag->getValue());
@@ -35,7 +35,7 @@ TEST(ContextData, isFoundUnderItsName) {
     EXPECT_FALSE(soCast<ContextData<bool>>(other));
 }
 
-TEST(RenderObj, enableStateIsStored) {
+TEST(RenderObj, EnableStateIsStored) {
     const SO<Scaling> scaling(new Scaling({1, 2, 3}));
     scaling->setEnableState(false);
     const SO<Scaling> copy = storedCopy(*scaling);

@@ -11,7 +11,7 @@ namespace {
 
 using namespace NBX;
 
-TEST(AttributeComposite, holdsItsMembersInOrder) {
+TEST(AttributeComposite, HoldsItsMembersInOrder) {
     RecordedReports reports;
     const SO<AttributeComposite> composite(new AttributeComposite());
     const SO<Tf> a(new Tf()), b(new Tf());
@@ -28,7 +28,7 @@ TEST(AttributeComposite, holdsItsMembersInOrder) {
     EXPECT_EQ(composite->attributes(), 1U);
 }
 
-TEST(AttributeComposite, storedAndReadIsTheSame) {
+TEST(AttributeComposite, StoredAndReadIsTheSame) {
     const SO<AttributeComposite> composite(new AttributeComposite());
     composite->append(new Translation({1, 2, 3}));
     composite->append(new Tf());

@@ -8,7 +8,7 @@ namespace {
 
 using namespace NBX;
 
-TEST(ClipPlane, cutsNothingAwayAtFirst) {
+TEST(ClipPlane, CutsNothingAwayAtFirst) {
     const SO<ClipPlane> plane(new ClipPlane);
     EXPECT_EQ(Vector3Base<double>(), plane->getNormal());
     EXPECT_EQ(0.0, plane->getDistance());
@@ -16,7 +16,7 @@ TEST(ClipPlane, cutsNothingAwayAtFirst) {
     EXPECT_EQ(ClipPlane::ClassNameNBX(), plane->category());
 }
 
-TEST(ClipPlane, aNewPlaneIsAModification) {
+TEST(ClipPlane, ANewPlaneIsAModification) {
     const SO<ClipPlane> plane(new ClipPlane({1, 0, 0}, 2.0));
     const auto before = plane->lastTransactionNo();
     plane->setPlane({1, 0, 0}, 2.0);
@@ -25,7 +25,7 @@ TEST(ClipPlane, aNewPlaneIsAModification) {
     EXPECT_NE(before, plane->lastTransactionNo());
 }
 
-TEST(ClipPlane, isStored) {
+TEST(ClipPlane, IsStored) {
     const SO<ClipPlane> plane(new ClipPlane({1, 2, 3}, -4.0));
     const SO<ClipPlane> copy = storedCopy(*plane);
     ASSERT_TRUE(copy);

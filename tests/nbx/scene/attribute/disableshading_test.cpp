@@ -8,13 +8,13 @@ namespace {
 
 using namespace NBX;
 
-TEST(DisableShading, holdsFromTheStart) {
+TEST(DisableShading, HoldsFromTheStart) {
     const SO<DisableShading> attribute(new DisableShading);
     EXPECT_TRUE(attribute->isEnabled());
     EXPECT_EQ(DisableShading::ClassNameNBX(), attribute->category());
 }
 
-TEST(DisableShading, isStored) {
+TEST(DisableShading, IsStored) {
     const SO<DisableShading> attribute(new DisableShading);
     attribute->setEnableState(false);
     const SO<DisableShading> copy = storedCopy(*attribute);

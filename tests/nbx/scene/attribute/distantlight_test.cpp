@@ -19,7 +19,7 @@ void expectNear(const Color & expected, const Color & actual) {
         EXPECT_NEAR(expected[c], actual[c], 1e-6) << c;
 }
 
-TEST(DistantLight, theColorIsSharedOutBetweenDirectionAndEverywhere) {
+TEST(DistantLight, TheColorIsSharedOutBetweenDirectionAndEverywhere) {
     RecordedReports reports;
     const SO<DistantLight> light(new DistantLight(V(1, 2, 3), Color(0.2, 0.4, 1.0, 0.5), 0.5, 0.25));
     EXPECT_EQ(light->getDirection(), V(1, 2, 3));
@@ -30,14 +30,14 @@ TEST(DistantLight, theColorIsSharedOutBetweenDirectionAndEverywhere) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST(DistantLight, atFirstItShinesFromTheZenith) {
+TEST(DistantLight, AtFirstItShinesFromTheZenith) {
     const SO<DistantLight> light(static_cast<DistantLight *>(DistantLight::newInstance()));
     EXPECT_EQ(light->getDirection(), V(0, 1, 0));
     EXPECT_EQ(light->getDiffuse(), Color::white);
     EXPECT_EQ(light->getAmbient(), Color::black);
 }
 
-TEST(DistantLight, sharesOutOfRangeAreReportedAndCut) {
+TEST(DistantLight, SharesOutOfRangeAreReportedAndCut) {
     RecordedReports reports;
     SO<DistantLight> light(new DistantLight(V(0, 1, 0), Color::white, 1.0, 1.5));
     EXPECT_EQ(reports.size(), 1U) << reports;
@@ -55,7 +55,7 @@ TEST(DistantLight, sharesOutOfRangeAreReportedAndCut) {
     EXPECT_EQ(light->getSpecular(), Color::black);
 }
 
-TEST(DistantLight, changesAreNoted) {
+TEST(DistantLight, ChangesAreNoted) {
     const SO<DistantLight> light(new DistantLight(V(1, 2, 3)));
     const auto before = light->lastTransactionNo();
     light->setDirection(V(1, 2, 3));
@@ -65,7 +65,7 @@ TEST(DistantLight, changesAreNoted) {
     EXPECT_GT(light->lastTransactionNo(), before);
 }
 
-TEST(DistantLight, storedAndReadIsTheSame) {
+TEST(DistantLight, StoredAndReadIsTheSame) {
     const SO<DistantLight> light(new DistantLight(V(1, 2, 3), Color::red, 0.5, 0.25));
     EXPECT_EQ(RecordedAttributes::of(*light), std::vector<std::string>{"direction"});
     const SO<DistantLight> copy = storedCopy(*light);

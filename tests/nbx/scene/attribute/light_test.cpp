@@ -11,13 +11,13 @@ namespace {
 using namespace NBX;
 using V = Vector3Base<double>;
 
-TEST(Light, allLightsShareOneCategory) {
+TEST(Light, AllLightsShareOneCategory) {
     const SO<Light> directional(new DirectionalLight()), point(new PointLight());
     EXPECT_EQ(directional->category(), Light::ClassNameNBX());
     EXPECT_EQ(point->category(), Light::ClassNameNBX());
 }
 
-TEST(Light, changesAreNoted) {
+TEST(Light, ChangesAreNoted) {
     const SO<DirectionalLight> light(new DirectionalLight());
     const auto before = light->lastTransactionNo();
     light->setDiffuse(light->getDiffuse());
@@ -27,7 +27,7 @@ TEST(Light, changesAreNoted) {
     EXPECT_GT(light->lastTransactionNo(), before);
 }
 
-TEST(Light, storedAndReadIsTheSame) {
+TEST(Light, StoredAndReadIsTheSame) {
     const SO<DirectionalLight> light(
         new DirectionalLight(V(1, 2, 3), Color::red, Color(0.1, 0.2, 0.3, 0.4), Color::blue));
     const SO<DirectionalLight> copy = storedCopy(*light);
@@ -40,7 +40,7 @@ TEST(Light, storedAndReadIsTheSame) {
     EXPECT_EQ(storedCopy(*point)->getPosition(), V(4, 5, 6));
 }
 
-TEST(ShapeMaterial, storedAndReadIsTheSame) {
+TEST(ShapeMaterial, StoredAndReadIsTheSame) {
     const SO<ShapeMaterial> material(new ShapeMaterial(Color::gold, Color::white, 12.5, Color::green));
     const SO<ShapeMaterial> copy = storedCopy(*material);
     ASSERT_TRUE(copy);

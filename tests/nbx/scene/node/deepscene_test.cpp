@@ -1,4 +1,5 @@
 #include <chrono>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -41,7 +42,7 @@ SO<SharedObj> read(const Bytes & bytes) {
     return ObjectStreamReader(bytes.data(), bytes.size()).read();
 }
 
-TEST(DeepScene, isReleasedWithoutADeepStack) {
+TEST(DeepScene, IsReleasedWithoutADeepStack) {
     constexpr unsigned depth = 400000;
     chain<SceneThing>(depth);
     chain<Composite>(depth);
@@ -49,7 +50,7 @@ TEST(DeepScene, isReleasedWithoutADeepStack) {
 }
 
 /// What waits for its end is nobody's any more, and is gone when the last holder of the top has let go.
-TEST(DeepScene, everyObjectOfItIsGoneAtTheEnd) {
+TEST(DeepScene, EveryObjectOfItIsGoneAtTheEnd) {
     SceneThing * last;
     SO<SceneThing> root = chain(1000, last);
     const SO<Box> box(new Box(V(0, 0, 0), V(1, 1, 1)));
@@ -60,7 +61,7 @@ TEST(DeepScene, everyObjectOfItIsGoneAtTheEnd) {
     EXPECT_EQ(box->references(), 1);
 }
 
-TEST(DeepScene, boxAndWalkNeedNoDeepStack) {
+TEST(DeepScene, BoxAndWalkNeedNoDeepStack) {
     constexpr unsigned depth = 60000;
     SceneThing * last;
     const SO<SceneThing> root = chain(depth, last);
@@ -89,14 +90,74 @@ template <class Node> void expectDepthLimit() {
     }
 }
 
-TEST(DeepScene, isReadUpToALimit) {
+TEST(DeepScene, IsReadUpToALimit) {
     expectDepthLimit<SceneThing>();
     expectDepthLimit<Composite>();
     expectDepthLimit<AttributeComposite>();
 }
 
+/// What has nothing below it is not noted on the way, and counts all the same.
+TEST(DeepScene, TheInnermostObjectCounts) {
+    constexpr unsigned most = ObjectStreamReader::maxDepth;
+    const SO<Box> box(new Box(V(0, 0, 0), V(1, 1, 1)));
+    for (const unsigned nodes : {most - 1, most}) {
+        SceneThing * last;
+        const SO<SceneThing> root = chain(nodes, last);
+        last->append(box.get());
+        root->prepend(box.get());
+        if (nodes < most)
+            EXPECT_TRUE(read(ObjectStreamWriter::write(*root)));
+        else
+            EXPECT_THROW(read(ObjectStreamWriter::write(*root)), IOError);
+    }
+    EXPECT_TRUE(read(ObjectStreamWriter::write(*box))) << "an object alone";
+}
+
+/// Leads a visitor to what it refers to, without asking whether that leads back.
+class Knot : public SharedObj {
+    NBX_STORED_CLASS(Knot, SharedObj)
+public:
+    Knot() { s_all.insert(this); }
+    ~Knot() override { s_all.erase(this); }
+    /// Circles do not end by themselves.
+    static void untieAll() {
+        const std::vector<SO<Knot>> all(s_all.begin(), s_all.end());
+        for (const SO<Knot> & knot : all)
+            knot->other = nullptr;
+    }
+    void acceptChildren(std::vector<Visitable *> & children) const override {
+        children.push_back(other.get());
+    }
+    void serialize(SerializationManager & m) override {
+        m.enterObject();
+        serializeSuperclass<SharedObj>(m, this);
+        m.attribute("other", other);
+    }
+
+    SO<SharedObj> other;
+
+private:
+    static std::set<Knot *> s_all;
+};
+NBX_STORED_CLASS_IMPL(Knot, SharedObj)
+std::set<Knot *> Knot::s_all;
+
+TEST(DeepScene, AnObjectThatAVisitorWouldMeetBelowItselfIsRefused) {
+    const SO<Knot> a(new Knot), b(new Knot);
+    a->other = b.get();
+    EXPECT_TRUE(read(ObjectStreamWriter::write(*a)));
+    b->other = a.get();
+    try {
+        read(ObjectStreamWriter::write(*a));
+        ADD_FAILURE();
+    } catch (const IOError & error) {
+        EXPECT_EQ(error.detail(), L"an object contains itself");
+    }
+    Knot::untieAll();
+}
+
 /// A node that hangs at two depths is met at the smaller one first.
-TEST(DeepScene, theLongestWayToAnObjectCounts) {
+TEST(DeepScene, TheLongestWayToAnObjectCounts) {
     constexpr unsigned most = ObjectStreamReader::maxDepth;
     const SO<SceneThing> below = chain<SceneThing>(most - 1), root(new SceneThing());
     root->append(below.get());
@@ -109,7 +170,7 @@ TEST(DeepScene, theLongestWayToAnObjectCounts) {
 }
 
 /// A walk through all below each node would take a minute.
-TEST(DeepScene, isReadInTimeInProportionToItsSize) {
+TEST(DeepScene, IsReadInTimeInProportionToItsSize) {
     const Bytes bytes = ObjectStreamWriter::write(*chain<SceneThing>(20000));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_THROW(read(bytes), IOError);
@@ -138,7 +199,7 @@ void Impostor::serialize(SerializationManager & m) {
     m.endContainer(typeName, "objects");
 }
 
-TEST(DeepScene, nodesThatAreStoredBelowThemselvesAreLeftOutThere) {
+TEST(DeepScene, NodesThatAreStoredBelowThemselvesAreLeftOutThere) {
     const SO<SceneThing> root(new SceneThing());
     const SO<Impostor> impostor(new Impostor());
     impostor->above = root.get();

@@ -33,7 +33,7 @@ struct SceneThingTest : testing::Test {
     using Objects = std::vector<RenderObj *>;
 };
 
-TEST_F(SceneThingTest, keepsItsObjectsInOrder) {
+TEST_F(SceneThingTest, KeepsItsObjectsInOrder) {
     thing->append(b.get());
     thing->prepend(a.get());
     thing->insert(1, c.get());
@@ -53,7 +53,7 @@ TEST_F(SceneThingTest, keepsItsObjectsInOrder) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
-TEST_F(SceneThingTest, keepsObjectsAliveAndLetsThemGo) {
+TEST_F(SceneThingTest, KeepsObjectsAliveAndLetsThemGo) {
     EXPECT_EQ(a->references(), 1);
     thing->append(a.get());
     EXPECT_EQ(a->references(), 2);
@@ -62,7 +62,7 @@ TEST_F(SceneThingTest, keepsObjectsAliveAndLetsThemGo) {
     EXPECT_EQ(b->references(), 2);
 }
 
-TEST_F(SceneThingTest, appendsItselfToItsParent) {
+TEST_F(SceneThingTest, AppendsItselfToItsParent) {
     auto * child = new SceneThing(thing.get());
     EXPECT_EQ(child->references(), 1);
     thing->prepend(a.get());
@@ -71,7 +71,7 @@ TEST_F(SceneThingTest, appendsItselfToItsParent) {
     EXPECT_EQ(thing->objects(), 2U);
 }
 
-TEST_F(SceneThingTest, changesAreNoted) {
+TEST_F(SceneThingTest, ChangesAreNoted) {
     const auto before = thing->lastTransactionNo();
     thing->append(a.get());
     const auto appended = thing->lastTransactionNo();
@@ -80,7 +80,7 @@ TEST_F(SceneThingTest, changesAreNoted) {
     EXPECT_EQ(thing->lastTransactionNo(), appended);
 }
 
-TEST_F(SceneThingTest, wrongCallsAreReported) {
+TEST_F(SceneThingTest, WrongCallsAreReported) {
     thing->append(nullptr);
     EXPECT_EQ(reports.count(0, L"object", L"no object"), 1U);
     thing->insert(5, a.get());
@@ -91,7 +91,7 @@ TEST_F(SceneThingTest, wrongCallsAreReported) {
     EXPECT_EQ(reports.size(), 4U) << reports;
 }
 
-TEST_F(SceneThingTest, cannotComeToStandBelowItself) {
+TEST_F(SceneThingTest, CannotComeToStandBelowItself) {
     const SO<SceneThing> child(new SceneThing(thing.get())), grandchild(new SceneThing(child.get()));
     grandchild->append(thing.get());
     thing->append(thing.get());
@@ -103,7 +103,7 @@ TEST_F(SceneThingTest, cannotComeToStandBelowItself) {
     EXPECT_EQ(thing->childNodes(), 2U);
 }
 
-TEST_F(SceneThingTest, boxIsThatOfTheContentUnderItsTransformations) {
+TEST_F(SceneThingTest, BoxIsThatOfTheContentUnderItsTransformations) {
     EXPECT_FALSE(thing->boundingBox(nullptr).isDefined());
     thing->append(a.get());
     thing->append(new Translation(V(10, 0, 0)));
@@ -119,7 +119,7 @@ TEST_F(SceneThingTest, boxIsThatOfTheContentUnderItsTransformations) {
     EXPECT_EQ(thing->boundingBox(nullptr), Bounds(V(0, 0, 0), V(1, 1, 1)));
 }
 
-TEST_F(SceneThingTest, traverseMeetsAllObjectsInOrderUntilItIsEnded) {
+TEST_F(SceneThingTest, TraverseMeetsAllObjectsInOrderUntilItIsEnded) {
     const SO<SceneThing> child(new SceneThing());
     thing->append(a.get());
     thing->append(new Translation(V(1, 2, 3)));
@@ -143,7 +143,7 @@ TEST_F(SceneThingTest, traverseMeetsAllObjectsInOrderUntilItIsEnded) {
     EXPECT_EQ(met.size(), 4U);
 }
 
-TEST_F(SceneThingTest, storedAndReadIsTheSame) {
+TEST_F(SceneThingTest, StoredAndReadIsTheSame) {
     thing->append(new Translation(V(1, 2, 3)));
     thing->append(a.get());
     auto * child = new SceneThing(thing.get());
@@ -166,6 +166,30 @@ TEST_F(SceneThingTest, storedAndReadIsTheSame) {
     EXPECT_FALSE(below->isEnabled());
 }
 
+TEST_F(SceneThingTest, IsRewrittenObjectByObject) {
+    thing->append(a.get());
+    thing->append(b.get());
+    thing->append(a.get());
+    const std::uint64_t before = thing->lastTransactionNo();
+    thing->rewrite([](RenderObj * object) { return SO<RenderObj>(object); });
+    EXPECT_EQ(thing->lastTransactionNo(), before) << "nothing changed";
+    const SO<SceneThing> around(new SceneThing), other(new SceneThing);
+    around->append(thing.get());
+    unsigned number = 0;
+    thing->rewrite([&](RenderObj * object) {
+        const SO<RenderObj> results[] = {other, SO<RenderObj>(object), nullptr};
+        return results[number++];
+    });
+    EXPECT_GT(thing->lastTransactionNo(), before);
+    ASSERT_EQ(thing->objects(), 2U);
+    EXPECT_EQ(thing->object(0), other.get());
+    EXPECT_EQ(thing->object(1), b.get());
+    RecordedReports reports;
+    thing->rewrite([&](RenderObj *) { return SO<RenderObj>(around); });
+    EXPECT_EQ(reports.count(0, L"!closesCycle(object)", L"node would contain itself"), 2U) << reports;
+    EXPECT_EQ(thing->objects(), 0U);
+}
+
 /// Counts how often somebody asks what is below it.
 class CountedShape : public Shape {
 public:
@@ -178,7 +202,7 @@ public:
 };
 
 /// Terrains are shapes with hundreds of thousands of objects below them, of which none is a node.
-TEST_F(SceneThingTest, circlesAreLookedForAmongNodesAlone) {
+TEST_F(SceneThingTest, CirclesAreLookedForAmongNodesAlone) {
     const SO<CountedShape> shape(new CountedShape);
     const SO<SceneThing> below(new SceneThing);
     below->append(shape.get());
@@ -186,7 +210,7 @@ TEST_F(SceneThingTest, circlesAreLookedForAmongNodesAlone) {
     EXPECT_EQ(shape->asked, 0U);
 }
 
-TEST_F(SceneThingTest, damagedStreamsAreRefusedOrGiveASoundTree) {
+TEST_F(SceneThingTest, DamagedStreamsAreRefusedOrGiveASoundTree) {
     thing->append(a.get());
     (new SceneThing(thing.get()))->append(b.get());
     const std::vector<std::uint8_t> bytes = ObjectStreamWriter::write(*thing);

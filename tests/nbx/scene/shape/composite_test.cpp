@@ -19,7 +19,7 @@ struct CompositeTest : testing::Test {
     RecordedReports reports;
 };
 
-TEST_F(CompositeTest, holdsItsMembersInOrder) {
+TEST_F(CompositeTest, HoldsItsMembersInOrder) {
     composite->append(b.get());
     composite->append(a.get());
     ASSERT_EQ(composite->shapes(), 2U);
@@ -32,7 +32,7 @@ TEST_F(CompositeTest, holdsItsMembersInOrder) {
     EXPECT_EQ(a->references(), 1);
 }
 
-TEST_F(CompositeTest, boxIsThatOfTheEnabledMembers) {
+TEST_F(CompositeTest, BoxIsThatOfTheEnabledMembers) {
     EXPECT_FALSE(composite->boundingBox().isDefined());
     composite->append(a.get());
     composite->append(b.get());
@@ -41,7 +41,7 @@ TEST_F(CompositeTest, boxIsThatOfTheEnabledMembers) {
     EXPECT_EQ(composite->boundingBox(), a->getBounds());
 }
 
-TEST_F(CompositeTest, refusesNullAndItself) {
+TEST_F(CompositeTest, RefusesNullAndItself) {
     composite->append(nullptr);
     EXPECT_EQ(reports.count(0, L"shape", L"no shape"), 1U);
     const SO<Composite> inner(new Composite());
@@ -53,7 +53,7 @@ TEST_F(CompositeTest, refusesNullAndItself) {
     EXPECT_EQ(composite->shape(7), nullptr);
 }
 
-TEST_F(CompositeTest, storedAndReadIsTheSame) {
+TEST_F(CompositeTest, StoredAndReadIsTheSame) {
     composite->append(a.get());
     composite->append(a.get());
     const SO<Composite> copy = storedCopy(*composite);

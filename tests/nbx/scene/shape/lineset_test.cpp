@@ -11,7 +11,7 @@ namespace {
 using namespace NBX;
 using V = Vector3Base<double>;
 
-TEST(LineSet, boxAndStoredForm) {
+TEST(LineSet, BoxAndStoredForm) {
     const SO<Array<V>> vertices(new Array<V>());
     vertices->append(V(1, 2, 3));
     vertices->append(V(-1, 5, 0));

@@ -28,14 +28,14 @@ std::vector<Triangle> trianglesOf(const PolygonSet & set) {
     return result;
 }
 
-TEST(PolygonSet, emptySetHasNoTrianglesAndNoBox) {
+TEST(PolygonSet, EmptySetHasNoTrianglesAndNoBox) {
     const SO<PolygonSet> set(new PolygonSet());
     EXPECT_EQ(set->triangles(), 0U);
     EXPECT_FALSE(set->boundingBox().isDefined());
     EXPECT_EQ(set->getPrimitiveType(), 5);
 }
 
-TEST(PolygonSet, everyPrimitiveTypeFallsIntoTriangles) {
+TEST(PolygonSet, EveryPrimitiveTypeFallsIntoTriangles) {
     using T = std::vector<Triangle>;
     const auto of = [](PolygonSet::PrimitiveType type, unsigned n) {
         return trianglesOf(*SO<PolygonSet>(new PolygonSet(type, points(n))));
@@ -47,7 +47,7 @@ TEST(PolygonSet, everyPrimitiveTypeFallsIntoTriangles) {
     EXPECT_EQ(of(PolygonSet::PT_TriangleStrip, 2), T{});
 }
 
-TEST(PolygonSet, indicesChooseTheVertices) {
+TEST(PolygonSet, IndicesChooseTheVertices) {
     const SO<Array<unsigned>> indices(new Array<unsigned>(std::vector<unsigned>{3, 0, 2, 1, 1, 9}));
     const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, points(4), indices));
     EXPECT_EQ(set->triangles(), 2U);
@@ -57,7 +57,7 @@ TEST(PolygonSet, indicesChooseTheVertices) {
     EXPECT_FALSE(set->triangle(2, t));
 }
 
-TEST(PolygonSet, boxFollowsTheVertices) {
+TEST(PolygonSet, BoxFollowsTheVertices) {
     const SO<Array<V>> vertices = points(3);
     const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, vertices));
     EXPECT_EQ(set->boundingBox(), Bounds(V(0, 0, -2), V(2, 4, 0)));
@@ -68,7 +68,7 @@ TEST(PolygonSet, boxFollowsTheVertices) {
     EXPECT_FALSE(set->boundingBox().isDefined());
 }
 
-TEST(PolygonSet, textureUnitsAreBounded) {
+TEST(PolygonSet, TextureUnitsAreBounded) {
     RecordedReports reports;
     const SO<PolygonSet> set(new PolygonSet());
     set->setTextureIterator(points(1), 8);
@@ -81,7 +81,7 @@ TEST(PolygonSet, textureUnitsAreBounded) {
     EXPECT_FALSE(set->newTextureIterator(2));
 }
 
-TEST(PolygonSet, storedAndReadIsTheSame) {
+TEST(PolygonSet, StoredAndReadIsTheSame) {
     const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_TriangleFan, points(5)));
     set->setTextureIterator(points(5), 1);
     set->setNormalIterator(points(5));

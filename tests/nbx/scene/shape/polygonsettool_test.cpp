@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <random>
 
 #include <nbx/container/sequence/array.h>
@@ -64,7 +66,7 @@ SO<PolygonSet> merged(const Sets & sets) {
 const PolygonSet::PrimitiveType allTypes[] = {PolygonSet::PT_Triangles, PolygonSet::PT_TriangleStrip,
                                               PolygonSet::PT_TriangleFan, PolygonSet::PT_Quads};
 
-TEST(PolygonSetTool, everyTriangleTurnsTheOtherWay) {
+TEST(PolygonSetTool, EveryTriangleTurnsTheOtherWay) {
     for (const auto type :
          {PolygonSet::PT_Triangles, PolygonSet::PT_TriangleStrip, PolygonSet::PT_TriangleFan})
         for (unsigned n = 0; n < 12; ++n) {
@@ -75,7 +77,7 @@ TEST(PolygonSetTool, everyTriangleTurnsTheOtherWay) {
         }
 }
 
-TEST(PolygonSetTool, quadsTurnTheOtherWay) {
+TEST(PolygonSetTool, QuadsTurnTheOtherWay) {
     // A quad may be cut along its other diagonal; its corners in their order are what counts.
     const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Quads, points(9)));
     const SO<PolygonSet> result = PolygonSetTool::invertOrientation(set.get());
@@ -84,7 +86,7 @@ TEST(PolygonSetTool, quadsTurnTheOtherWay) {
     EXPECT_EQ((std::vector<unsigned>{3, 2, 1, 0, 7, 6, 5, 4, 8}), corners);
 }
 
-TEST(PolygonSetTool, turningTwiceGivesTheSameTriangles) {
+TEST(PolygonSetTool, TurningTwiceGivesTheSameTriangles) {
     std::mt19937 random(7);
     for (const auto type : allTypes)
         for (unsigned n = 3; n < 20; ++n) {
@@ -98,7 +100,7 @@ TEST(PolygonSetTool, turningTwiceGivesTheSameTriangles) {
         }
 }
 
-TEST(PolygonSetTool, turningKeepsTheNumberOfCornersAndTheGivenSet) {
+TEST(PolygonSetTool, TurningKeepsTheNumberOfCornersAndTheGivenSet) {
     const SO<PolygonSet> set(
         new PolygonSet(PolygonSet::PT_Triangles, points(6), numbers({0, 1, 2, 3, 4, 5, 2})));
     set->setNormalIterator(vectors(std::vector<V>(6, V(0, 1, 0))));
@@ -111,19 +113,19 @@ TEST(PolygonSetTool, turningKeepsTheNumberOfCornersAndTheGivenSet) {
     EXPECT_FALSE(PolygonSetTool::invertOrientation(nullptr));
 }
 
-TEST(PolygonSetTool, anEmptySetStaysEmpty) {
+TEST(PolygonSetTool, AnEmptySetStaysEmpty) {
     const SO<PolygonSet> result = PolygonSetTool::invertOrientation(SO<PolygonSet>(new PolygonSet).get());
     ASSERT_TRUE(result);
     EXPECT_EQ(0U, result->triangles());
 }
 
-TEST(PolygonSetTool, nothingMergesToNull) {
+TEST(PolygonSetTool, NothingMergesToNull) {
     EXPECT_FALSE(PolygonSetTool::mergePolygonSets(nullptr));
     EXPECT_FALSE(merged({}));
     EXPECT_FALSE(merged({nullptr, new PolygonSet, new PolygonSet(PolygonSet::PT_Triangles, points(2))}));
 }
 
-TEST(PolygonSetTool, theTrianglesOfAllKindsAreMerged) {
+TEST(PolygonSetTool, TheTrianglesOfAllKindsAreMerged) {
     Sets sets;
     std::vector<Triangle> expected;
     unsigned first = 0;
@@ -143,7 +145,7 @@ TEST(PolygonSetTool, theTrianglesOfAllKindsAreMerged) {
     EXPECT_EQ(expected, trianglesOf(*result));
 }
 
-TEST(PolygonSetTool, quadsAloneStayQuads) {
+TEST(PolygonSetTool, QuadsAloneStayQuads) {
     const SO<PolygonSet> result =
         merged({new PolygonSet(PolygonSet::PT_Quads, points(4)), nullptr,
                 new PolygonSet(PolygonSet::PT_Quads, points(8, 4), numbers({4, 5, 6, 7}))});
@@ -152,7 +154,7 @@ TEST(PolygonSetTool, quadsAloneStayQuads) {
     EXPECT_EQ((std::vector<Triangle>{{0, 1, 2}, {0, 2, 3}, {8, 9, 10}, {8, 10, 11}}), trianglesOf(*result));
 }
 
-TEST(PolygonSetTool, attributesThatNoSetHasAreNotMadeUp) {
+TEST(PolygonSetTool, AttributesThatNoSetHasAreNotMadeUp) {
     const SO<PolygonSet> result = merged({new PolygonSet(PolygonSet::PT_Triangles, points(3))});
     EXPECT_FALSE(result->newNormalIterator());
     EXPECT_FALSE(result->newColorIterator());
@@ -160,7 +162,7 @@ TEST(PolygonSetTool, attributesThatNoSetHasAreNotMadeUp) {
         EXPECT_FALSE(result->newTextureIterator(unit));
 }
 
-TEST(PolygonSetTool, missingAttributesAreFilledIn) {
+TEST(PolygonSetTool, MissingAttributesAreFilledIn) {
     const SO<PolygonSet> plain(new PolygonSet(PolygonSet::PT_Triangles, points(3)));
     const SO<PolygonSet> rich(new PolygonSet(PolygonSet::PT_Triangles, points(3, 3)));
     rich->setNormalIterator(vectors(std::vector<V>(3, V(1, 0, 0))));
@@ -181,7 +183,7 @@ TEST(PolygonSetTool, missingAttributesAreFilledIn) {
     }
 }
 
-TEST(PolygonSetTool, tooFewAttributesAreCompleted) {
+TEST(PolygonSetTool, TooFewAttributesAreCompleted) {
     const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, points(3)));
     set->setColorIterator(new Array<Color>(std::vector<Color>(1, Color::black)));
     const SO<PolygonSet> result = merged({set});
@@ -189,7 +191,7 @@ TEST(PolygonSetTool, tooFewAttributesAreCompleted) {
     EXPECT_EQ(Color::white, result->newColorIterator()->get(2));
 }
 
-TEST(PolygonSetTool, cornersBeyondTheVerticesAreReported) {
+TEST(PolygonSetTool, CornersBeyondTheVerticesAreReported) {
     RecordedReports reports;
     const SO<PolygonSet> result =
         merged({new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 1, 2, 0, 1, 3})),
@@ -199,7 +201,7 @@ TEST(PolygonSetTool, cornersBeyondTheVerticesAreReported) {
     EXPECT_FALSE(merged({new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 1, 3}))}));
 }
 
-TEST(PolygonSetTool, moreVerticesThanCanBeNumberedAreReported) {
+TEST(PolygonSetTool, MoreVerticesThanCanBeNumberedAreReported) {
     RecordedReports reports;
     const auto setOf = [](unsigned vertices) {
         return SO<PolygonSet>(new PolygonSet(PolygonSet::PT_Triangles, new ConstantIterator<V>({}, vertices),
@@ -209,6 +211,171 @@ TEST(PolygonSetTool, moreVerticesThanCanBeNumberedAreReported) {
     EXPECT_FALSE(merged({new PolygonSet(PolygonSet::PT_TriangleStrip, points(3),
                                         new ConstantIterator<unsigned>(0, 2000000000U))}));
     EXPECT_EQ(2U, reports.count(0, L"numbered", L"too many vertices for one polygon set")) << reports;
+}
+
+TEST(PolygonSetTool, EveryKindIsTakenApartToItsTriangles) {
+    std::mt19937 random(11);
+    for (const auto type : allTypes)
+        for (unsigned n = 0; n < 12; ++n)
+            for (const bool indexed : {false, true})
+                for (const bool nonIndexed : {false, true}) {
+                    std::vector<unsigned> indices(n);
+                    for (unsigned & i : indices)
+                        i = random() % 30;
+                    const SO<PolygonSet> set(new PolygonSet(type, indexed ? points(30) : points(n),
+                                                            indexed ? numbers(indices) : nullptr));
+                    const SO<PolygonSet> result = PolygonSetTool::extractTriangleMesh(set.get(), nonIndexed);
+                    EXPECT_EQ(PolygonSet::PT_Triangles, result->getPrimitiveType());
+                    EXPECT_EQ(trianglesOf(*set), trianglesOf(*result)) << type << ", corners: " << n;
+                    EXPECT_TRUE(!nonIndexed || !result->newIndexIterator());
+                }
+}
+
+TEST(PolygonSetTool, TrianglesKeepTheirOrderAndTheirVerticesUnlessTheyAreToBeSingle) {
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Quads, points(4), numbers({3, 2, 1, 0})));
+    const SO<PolygonSet> shared = PolygonSetTool::extractTriangleMesh(set.get(), false);
+    EXPECT_EQ(set->newVertexIterator(), shared->newVertexIterator());
+    const std::vector<unsigned> indices(shared->newIndexIterator()->begin(),
+                                        shared->newIndexIterator()->end());
+    EXPECT_EQ((std::vector<unsigned>{3, 2, 1, 3, 1, 0}), indices);
+    const SO<PolygonSet> single = PolygonSetTool::extractTriangleMesh(set.get(), true);
+    ASSERT_EQ(6U, single->newVertexIterator()->size());
+    for (unsigned i = 0; i < 6; ++i)
+        EXPECT_EQ(double(indices[i]), single->newVertexIterator()->get(i).x);
+    EXPECT_FALSE(PolygonSetTool::extractTriangleMesh(nullptr, false));
+}
+
+TEST(PolygonSetTool, TrianglesWithoutIndicesStayAsTheyAre) {
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, points(6)));
+    for (const bool nonIndexed : {false, true}) {
+        const SO<PolygonSet> result = PolygonSetTool::extractTriangleMesh(set.get(), nonIndexed);
+        EXPECT_EQ(set->newVertexIterator(), result->newVertexIterator());
+        EXPECT_FALSE(result->newIndexIterator());
+    }
+    const SO<PolygonSet> odd(new PolygonSet(PolygonSet::PT_Triangles, points(7)));
+    EXPECT_EQ(6U, PolygonSetTool::extractTriangleMesh(odd.get(), true)->newVertexIterator()->size());
+}
+
+TEST(PolygonSetTool, OnlyTheSeamsOfStripsAreLeftOut) {
+    const SO<PolygonSet> strip(
+        new PolygonSet(PolygonSet::PT_TriangleStrip, points(8), numbers({0, 1, 2, 2, 5, 5, 6, 7})));
+    EXPECT_EQ(2U, PolygonSetTool::extractTriangleMesh(strip.get(), false)->triangles());
+    const SO<PolygonSet> triangles(
+        new PolygonSet(PolygonSet::PT_Triangles, points(3), numbers({0, 0, 1, 0, 1, 2})));
+    EXPECT_EQ(2U, PolygonSetTool::extractTriangleMesh(triangles.get(), false)->triangles());
+}
+
+/// Texture coordinates and colours that name their vertex.
+void addAttributes(PolygonSet & set) {
+    std::vector<V> coordinates;
+    std::vector<Color> colors;
+    for (unsigned i = 0; i < set.newVertexIterator()->size(); ++i) {
+        coordinates.emplace_back(i, 0.5, 0.0);
+        colors.emplace_back(float(i), 0.0F, 0.0F);
+    }
+    set.setNormalIterator(vectors(coordinates));
+    set.setTextureIterator(vectors(coordinates), 1);
+    set.setColorIterator(new Array<Color>(colors));
+}
+
+TEST(PolygonSetTool, TheAttributesFollowTheirVerticesIntoTheNonIndexedForm) {
+    for (const auto type : allTypes) {
+        const SO<PolygonSet> set(new PolygonSet(type, points(5), numbers({4, 0, 3, 1, 2, 4, 0, 1})));
+        addAttributes(*set);
+        const SO<PolygonSet> result = PolygonSetTool::convertToNonIndexedForm(set.get());
+        EXPECT_EQ(type, result->getPrimitiveType());
+        EXPECT_FALSE(result->newIndexIterator());
+        EXPECT_FALSE(result->newTextureIterator(0));
+        EXPECT_EQ(trianglesOf(*set), trianglesOf(*result));
+        ASSERT_EQ(8U, result->newVertexIterator()->size());
+        for (unsigned i = 0; i < 8; ++i) {
+            const double number = result->newVertexIterator()->get(i).x;
+            EXPECT_EQ(number, result->newNormalIterator()->get(i).x);
+            EXPECT_EQ(number, result->newTextureIterator(1)->get(i).x);
+            EXPECT_EQ(number, result->newColorIterator()->get(i)[0]);
+        }
+    }
+    EXPECT_FALSE(PolygonSetTool::convertToNonIndexedForm(nullptr));
+}
+
+TEST(PolygonSetTool, TheNonIndexedFormOfASetWithoutIndicesSharesAll) {
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_TriangleFan, points(5)));
+    addAttributes(*set);
+    const SO<PolygonSet> result = PolygonSetTool::convertToNonIndexedForm(set.get());
+    EXPECT_NE(set, result);
+    EXPECT_EQ(set->newVertexIterator(), result->newVertexIterator());
+    EXPECT_EQ(set->newColorIterator(), result->newColorIterator());
+    EXPECT_EQ(PolygonSet::PT_TriangleFan, result->getPrimitiveType());
+}
+
+TEST(PolygonSetTool, CornersBeyondTheVerticesAreLeftOutOfTheNonIndexedForm) {
+    for (const auto type : allTypes) {
+        RecordedReports reports;
+        const SO<PolygonSet> set(new PolygonSet(type, points(4), numbers({0, 1, 2, 3, 0, 1, 4, 2})));
+        const SO<PolygonSet> result = PolygonSetTool::convertToNonIndexedForm(set.get());
+        EXPECT_EQ(PolygonSet::PT_Triangles, result->getPrimitiveType());
+        EXPECT_EQ(trianglesOf(*set), trianglesOf(*result));
+        EXPECT_EQ(type == PolygonSet::PT_Triangles ? 0U : 1U,
+                  reports.count(0, L"complete", L"a polygon has a corner beyond the vertices"))
+            << type << reports;
+    }
+}
+
+TEST(PolygonSetTool, ASetWithoutVerticesHasAnEmptyNonIndexedForm) {
+    RecordedReports reports;
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles, nullptr, numbers({0, 1, 2})));
+    EXPECT_EQ(0U, PolygonSetTool::convertToNonIndexedForm(set.get())->triangles());
+    EXPECT_EQ(0U, PolygonSetTool::extractTriangleMesh(set.get(), true)->triangles());
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+TEST(PolygonSetTool, AttributesOfAnotherNumberThanTheVerticesAreLeftOut) {
+    RecordedReports reports;
+    const SO<PolygonSet> set(
+        new PolygonSet(PolygonSet::PT_Triangles, points(4), numbers({0, 1, 2, 2, 3, 0})));
+    addAttributes(*set);
+    set->setColorIterator(new ConstantIterator<Color>(Color::white, 6));
+    const SO<PolygonSet> result = PolygonSetTool::convertToNonIndexedForm(set.get());
+    EXPECT_FALSE(result->newColorIterator());
+    EXPECT_EQ(6U, result->newTextureIterator(1)->size());
+    EXPECT_EQ(1U, reports.count(L"an attribute has another number of elements than there are vertices"));
+}
+
+TEST(PolygonSetTool, NormalShowsToWhereTheCornersAreSeenCounterClockwise) {
+    EXPECT_EQ(V(0, 0, 1), PolygonSetTool::getTriangleNormal(V(0, 0, 0), V(2, 0, 0), V(0, 3, 0)));
+    EXPECT_EQ(V(0, 0, -1), PolygonSetTool::getTriangleNormal(V(0, 0, 0), V(0, 3, 0), V(2, 0, 0)));
+    EXPECT_EQ(V(0, -1, 0), PolygonSetTool::getTriangleNormal(V(0, 0, 0), V(1, 0, 0), V(0, 0, 1)));
+}
+
+TEST(PolygonSetTool, NormalDoesNotDependOnSizeAndPlace) {
+    const double far = 5800000.0;
+    for (const double size : {1e-200, 1e-9, 1.0, 1e200}) {
+        const double at = size == 1.0 ? far : 0.0;
+        const V normal =
+            PolygonSetTool::getTriangleNormal(V(at, at, at), V(at + size, at, at), V(at, at + size, at));
+        EXPECT_EQ(V(0, 0, 1), normal) << size;
+    }
+    // A needle of one to a million is a triangle still.
+    EXPECT_EQ(V(0, 0, 1), PolygonSetTool::getTriangleNormal(V(0, 0, 0), V(1e6, 0, 0), V(0, 1, 0)));
+}
+
+TEST(PolygonSetTool, TrianglesWithoutAreaHaveNoNormal) {
+    const double nan = std::nan(""), infinity = std::numeric_limits<double>::infinity();
+    const V p(1, 2, 3), d(0.1, 0.7, -0.3);
+    const std::array<V, 3> rows[] = {
+        {p, p, p},
+        {p, p, V(4, 5, 6)},
+        {p, V(4, 5, 6), p},
+        {p, V(4, 5, 6), V(4, 5, 6)},
+        {V(), d, d * 3.0},
+        {V(), d * (1.0 / 3.0), d * 7.0},
+        {V(nan, 0, 0), V(1, 0, 0), V(0, 1, 0)},
+        {V(), V(1, nan, 0), V(0, 1, 0)},
+        {V(), V(1, 0, 0), V(0, 1, nan)},
+        {V(), V(infinity, 0, 0), V(0, 1, 0)},
+    };
+    for (const auto & row : rows)
+        EXPECT_EQ(V(), PolygonSetTool::getTriangleNormal(row[0], row[1], row[2])) << &row - rows;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include <nbx/scene/view/camera.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <nbx/math/ray.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
+#include <nbx/scene/view/pixelprojection.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"
@@ -16,7 +18,7 @@ namespace {
 using namespace NBX;
 using V = Vector3Base<double>;
 
-TEST(LookAt, bringsTheWorldBeforeTheEye) {
+TEST(LookAt, BringsTheWorldBeforeTheEye) {
     const SO<LookAt> eye(new LookAt(V(1, 2, 3), V(1, 2, -7)));
     const auto m = eye->matrix();
     EXPECT_EQ(m * V(1, 2, 3), V());
@@ -25,7 +27,7 @@ TEST(LookAt, bringsTheWorldBeforeTheEye) {
     EXPECT_EQ(m * V(2, 3, 3), V(-1, 1, 0));
 }
 
-TEST(LookAt, looksStraightDown) {
+TEST(LookAt, LooksStraightDown) {
     // The map view: x to the right when z shows upwards.
     const SO<LookAt> eye(new LookAt(V(0, 100, 0), V(), V(0, 0, 1)));
     const auto m = eye->matrix();
@@ -33,7 +35,7 @@ TEST(LookAt, looksStraightDown) {
     EXPECT_NEAR((m * V(5, 0, 0) - V(5, 0, -100)).length(), 0.0, 1e-12);
 }
 
-TEST(LookAt, degenerateViewsStillGiveARigidMatrix) {
+TEST(LookAt, DegenerateViewsStillGiveARigidMatrix) {
     const LookAt * const eyes[] = {new LookAt(V(), V(0, -5, 0), V(0, 1, 0)),
                                    new LookAt(V(1, 1, 1), V(1, 1, 1)), new LookAt(V(), V(0, 0, -1), V())};
     for (const LookAt * eye : eyes) {
@@ -46,14 +48,14 @@ TEST(LookAt, degenerateViewsStillGiveARigidMatrix) {
     }
 }
 
-TEST(Ortho, bringsItsBoxToTheUnitCube) {
+TEST(Ortho, BringsItsBoxToTheUnitCube) {
     const SO<Ortho> ortho(new Ortho(-2, 6, 1, 5, 10, 30));
     const auto m = ortho->matrix(3.0);
     EXPECT_NEAR((m * V(-2, 1, -10) - V(-1, -1, -1)).length(), 0.0, 1e-12);
     EXPECT_NEAR((m * V(6, 5, -30) - V(1, 1, 1)).length(), 0.0, 1e-12);
 }
 
-TEST(Ortho, boxWithoutVolumeIsReported) {
+TEST(Ortho, BoxWithoutVolumeIsReported) {
     RecordedReports reports;
     const SO<Ortho> ortho(new Ortho(1, 1, 0, 1, 0, 1));
     EXPECT_EQ(reports.count(L"projection without volume"), 1U);
@@ -62,14 +64,14 @@ TEST(Ortho, boxWithoutVolumeIsReported) {
         EXPECT_TRUE(std::isfinite(entry));
 }
 
-TEST(Perspective, bringsItsBordersToTheUnitCube) {
+TEST(Perspective, BringsItsBordersToTheUnitCube) {
     const SO<Perspective> projection(new Perspective(90, 2, 50));
     const auto m = projection->matrix(2.0);
     EXPECT_NEAR((m * V(-4, -2, -2) - V(-1, -1, -1)).length(), 0.0, 1e-12);
     EXPECT_NEAR((m * V(100, 50, -50) - V(1, 1, 1)).length(), 0.0, 1e-12);
 }
 
-TEST(Perspective, badValuesAreReportedAndDoNoHarm) {
+TEST(Perspective, BadValuesAreReportedAndDoNoHarm) {
     RecordedReports reports;
     const SO<Perspective> projection(new Perspective(180, 0, -1));
     EXPECT_EQ(reports.size(), 2U) << reports;
@@ -78,7 +80,7 @@ TEST(Perspective, badValuesAreReportedAndDoNoHarm) {
         EXPECT_TRUE(std::isfinite(entry));
 }
 
-TEST(Camera, sizePolicyDecidesWhatTheViewportsAspectDoes) {
+TEST(Camera, SizePolicyDecidesWhatTheViewportsAspectDoes) {
     const SO<Perspective> projection(new Perspective(60, 1, 10));
     const SO<Camera> fills(new Camera(new LookAt(), projection.get()));
     const SO<Camera> keeps(
@@ -88,7 +90,7 @@ TEST(Camera, sizePolicyDecidesWhatTheViewportsAspectDoes) {
     EXPECT_EQ(fills->projectionMatrix(200, 0), projection->matrix(1.0));
 }
 
-TEST(Camera, raysRunThroughPlacesOfThePicture) {
+TEST(Camera, RaysRunThroughPlacesOfThePicture) {
     const SO<LookAt> eye(new LookAt(V(5e5, 200, -4e6), V(5e5 + 300, -50, -4e6 + 900)));
     const SO<Camera> cameras[] = {
         new Camera(eye.get(), new Perspective(60, 2, 1000)),
@@ -111,7 +113,7 @@ TEST(Camera, raysRunThroughPlacesOfThePicture) {
     }
 }
 
-TEST(Camera, missingPartsAreReportedAndReplaced) {
+TEST(Camera, MissingPartsAreReportedAndReplaced) {
     RecordedReports reports;
     const SO<Camera> camera(new Camera(nullptr, nullptr));
     EXPECT_EQ(reports.count(0, L"eye", L"no eye"), 1U);
@@ -120,7 +122,7 @@ TEST(Camera, missingPartsAreReportedAndReplaced) {
     EXPECT_TRUE(camera->getProjection());
 }
 
-TEST(Camera, storedAndReadIsTheSame) {
+TEST(Camera, StoredAndReadIsTheSame) {
     const SO<Camera> camera(new Camera(new LookAt(V(1, 2, 3), V(4, 5, 6), V(0, 0, 1)),
                                        new Ortho(-2, 6, 1, 5, 10, 30), Camera::S_Global,
                                        Camera::SP_KeepAspect));
@@ -132,6 +134,66 @@ TEST(Camera, storedAndReadIsTheSame) {
     EXPECT_EQ(copy->getSizePolicy(), Camera::SP_KeepAspect);
     const SO<Camera> other(new Camera(new LookAt(), new Perspective(33, 2, 44)));
     EXPECT_EQ(storedCopy(*other)->projectionMatrix(3, 2), other->projectionMatrix(3, 2));
+}
+
+/// Where a point lies in a picture of `width` by `height`, in pixels, with its depth from -1 (near) to 1.
+V inPicture(const Camera & camera, const V & p, unsigned width, unsigned height) {
+    const V q = camera.projectionMatrix(width, height) * (camera.viewMatrix() * p);
+    return {(q.x + 1.0) / 2.0 * width, (q.y + 1.0) / 2.0 * height, q.z};
+}
+
+bool isFinite(const Matrix4x4Base<double> & m) {
+    return std::all_of(m.rows().begin(), m.rows().end(), [](double entry) { return std::isfinite(entry); });
+}
+
+TEST(Camera, PixelCoordinatesAreThoseOfThePicture) {
+    const SO<Camera> camera = Camera::newPixelCoordsCamera(-1, 100);
+    EXPECT_EQ(camera->getScope(), Camera::S_Local);
+    for (const auto & [width, height] : {std::pair(320U, 200U), {1U, 1U}, {17U, 8192U}})
+        for (const V & p : {V(0, 0, -1), V(width, height, 100), V(0.5, height - 0.5, 0), V(-7, 3, 42)}) {
+            const V seen = inPicture(*camera, p, width, height);
+            EXPECT_NEAR(seen.x, p.x, 1e-9);
+            EXPECT_NEAR(seen.y, p.y, 1e-9);
+            EXPECT_NEAR(seen.z, (p.z + 1) / 101 * 2 - 1, 1e-12);
+        }
+}
+
+TEST(Camera, NearMayLieBehindFar) {
+    const SO<Camera> camera = Camera::newPixelCoordsCamera(100, -1);
+    EXPECT_NEAR(inPicture(*camera, V(1, 2, 100), 10, 10).z, -1.0, 1e-12);
+    EXPECT_NEAR(inPicture(*camera, V(1, 2, -1), 10, 10).z, 1.0, 1e-12);
+    EXPECT_NEAR(inPicture(*camera, V(1, 2, 0), 10, 10).y, 2.0, 1e-12);
+}
+
+TEST(Camera, PixelCoordinatesWithoutAViewportStayFinite) {
+    const SO<Camera> camera = Camera::newPixelCoordsCamera(-1, 1);
+    for (const auto & [width, height] : {std::pair(0U, 0U), {5U, 0U}, {0U, 5U}})
+        EXPECT_TRUE(isFinite(camera->projectionMatrix(width, height)));
+    RecordedReports reports;
+    const SO<Camera> flat = Camera::newPixelCoordsCamera(3, 3);
+    EXPECT_EQ(reports.count(L"projection without volume"), 1U);
+    EXPECT_TRUE(isFinite(flat->projectionMatrix(4, 4)));
+}
+
+TEST(Camera, ABoxFillsThePictureWhateverItsShape) {
+    const SO<Camera> camera = Camera::newNormalizedDeviceCoordsCamera(0, 1, -2, 2, -0.1, 7.1);
+    for (const auto & [width, height] : {std::pair(320U, 200U), {64U, 1024U}}) {
+        const V low = inPicture(*camera, V(0, -2, -0.1), width, height);
+        const V high = inPicture(*camera, V(1, 2, 7.1), width, height);
+        EXPECT_NEAR((low - V(0, 0, -1)).length(), 0.0, 1e-9);
+        EXPECT_NEAR((high - V(width, height, 1)).length(), 0.0, 1e-9);
+        EXPECT_NEAR((inPicture(*camera, V(0.5, 0, 3.5), width, height) - V(width, height, 0) * 0.5).length(),
+                    0.0, 1e-9);
+    }
+}
+
+TEST(Camera, PixelCoordinatesAreStored) {
+    const SO<Camera> camera = Camera::newPixelCoordsCamera(-3, 12);
+    const SO<Camera> copy = storedCopy(*camera);
+    ASSERT_TRUE(copy);
+    EXPECT_EQ(copy->projectionMatrix(30, 20), camera->projectionMatrix(30, 20));
+    EXPECT_EQ(dynamic_cast<PixelProjection &>(*copy->getProjection()).getFar(), 12.0);
+    EXPECT_EQ(dynamic_cast<PixelProjection &>(*copy->getProjection()).getNear(), -3.0);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -45,7 +46,7 @@ double roomInView(const M & modelView, const M & projection, const V & p) {
     return room;
 }
 
-TEST(ViewInfo, eyeOfAPerspectiveView) {
+TEST(ViewInfo, EyeOfAPerspectiveView) {
     const SO<LookAt> eye(new LookAt(V(10, 20, 30), V(10, 20, 0)));
     const auto info = view(eye->matrix(), perspective(60, 2.5));
     EXPECT_NEAR((info->position() - V(10, 20, 30)).length(), 0.0, 1e-12);
@@ -53,7 +54,7 @@ TEST(ViewInfo, eyeOfAPerspectiveView) {
     EXPECT_NEAR(info->nearDistance(), 2.5, 1e-12);
 }
 
-TEST(ViewInfo, nearPlaneOfAParallelViewLiesWhereItWasPut) {
+TEST(ViewInfo, NearPlaneOfAParallelViewLiesWhereItWasPut) {
     const SO<LookAt> eye(new LookAt(V(0, 100, 0), V(), V(0, 0, 1)));
     const SO<Ortho> box(new Ortho(-5, 5, -5, 5, 10, 200));
     const auto info = view(eye->matrix(), box->matrix(1));
@@ -63,7 +64,7 @@ TEST(ViewInfo, nearPlaneOfAParallelViewLiesWhereItWasPut) {
     EXPECT_NEAR(view(eye->matrix(), around->matrix(1))->nearDistance(), -10.0, 1e-9);
 }
 
-TEST(ViewInfo, isAskedInModelSpace) {
+TEST(ViewInfo, IsAskedInModelSpace) {
     // The model is enlarged by 10 and moved, so the eye at the origin stands at -1/10 of the offset.
     const M model = M::translation(V(0, 0, -50)) * M::scaling(V(10, 10, 10));
     const auto info = view(model, perspective(90, 1));
@@ -72,11 +73,11 @@ TEST(ViewInfo, isAskedInModelSpace) {
     EXPECT_NEAR(info->nearDistance(), 0.1, 1e-12);
 }
 
-TEST(ViewInfo, undefinedBoxIsOutside) {
+TEST(ViewInfo, UndefinedBoxIsOutside) {
     EXPECT_EQ(unitView()->cull(Bounds()), -1);
 }
 
-TEST(ViewInfo, cullsExactlyAtTheBorders) {
+TEST(ViewInfo, CullsExactlyAtTheBorders) {
     const auto info = unitView();
     const double just = 1e-9;
     struct Row {
@@ -107,21 +108,21 @@ TEST(ViewInfo, cullsExactlyAtTheBorders) {
         EXPECT_EQ(info->cull(Bounds(row.llf, row.urb)), row.expected) << row.name;
 }
 
-TEST(ViewInfo, whatLiesBehindTheEyeIsOutside) {
+TEST(ViewInfo, WhatLiesBehindTheEyeIsOutside) {
     const auto info = view(M(), perspective());
     EXPECT_EQ(info->cull(Bounds(V(-1, -1, 2), V(1, 1, 4))), -1);
     EXPECT_EQ(info->cull(Bounds(V(-2, -2, -4), V(2, 2, -2))), 0);
     EXPECT_EQ(info->cull(Bounds(V(-0.1, -0.1, -4), V(0.1, 0.1, -2))), 1);
 }
 
-TEST(ViewInfo, largeBoxBesideTheVolumeIsDropped) {
+TEST(ViewInfo, LargeBoxBesideTheVolumeIsDropped) {
     // No plane of the volume has the box entirely behind it: it reaches beyond all of them near a corner.
     const auto info = view(M(), perspective(60, 1, 10, 1));
     const Bounds beside(V(6.5, -1000, -1000), V(1000, 1000, 1000));
     EXPECT_EQ(info->cull(beside), -1);
 }
 
-TEST(ViewInfo, infiniteFarPlaneCulls) {
+TEST(ViewInfo, InfiniteFarPlaneCulls) {
     M endless = perspective(90, 1, 1000, 1);
     endless(2, 2) = -1;
     endless(2, 3) = -2;
@@ -131,7 +132,7 @@ TEST(ViewInfo, infiniteFarPlaneCulls) {
     EXPECT_NEAR(info->nearDistance(), 1.0, 1e-9);
 }
 
-TEST(ViewInfo, culledBoxesHaveNoVisiblePointAndKeptOnesNoHiddenPoint) {
+TEST(ViewInfo, CulledBoxesHaveNoVisiblePointAndKeptOnesNoHiddenPoint) {
     const unsigned seed = 20240611;
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -166,7 +167,7 @@ TEST(ViewInfo, culledBoxesHaveNoVisiblePointAndKeptOnesNoHiddenPoint) {
     EXPECT_GT(inside, 20U);
 }
 
-TEST(ViewInfo, screenDistanceEqualsThatOfTheProjectedPoints) {
+TEST(ViewInfo, ScreenDistanceEqualsThatOfTheProjectedPoints) {
     const unsigned seed = 7;
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> unit(-1, 1);
@@ -184,14 +185,14 @@ TEST(ViewInfo, screenDistanceEqualsThatOfTheProjectedPoints) {
     }
 }
 
-TEST(ViewInfo, screenDistanceOfAParallelViewIsTheSameAtAllDepths) {
+TEST(ViewInfo, ScreenDistanceOfAParallelViewIsTheSameAtAllDepths) {
     const auto info = view(M(), Ortho(-10, 10, -10, 10, 1, 100).matrix(1), 200, 100);
     EXPECT_DOUBLE_EQ(info->screenDistance2(V(0, 0, -5), V(1, 0, -5)), 100.0);
     EXPECT_DOUBLE_EQ(info->screenDistance2(V(0, 0, -50), V(0, 1, -50)), 25.0);
     EXPECT_DOUBLE_EQ(info->screenDistance2(V(0, 0, 50), V(0, 1, 50)), 25.0);
 }
 
-TEST(ViewInfo, errorsBehindTheEyeCountAsOnTheNearPlane) {
+TEST(ViewInfo, ErrorsBehindTheEyeCountAsOnTheNearPlane) {
     const auto info = view(M(), perspective(90, 2, 1000, 1), 100, 100);
     const double onNearPlane = info->screenDistance2(V(0, -0.5, -2), V(0, 0.5, -2));
     EXPECT_NEAR(onNearPlane, 25.0 * 25.0, 1e-6);
@@ -200,7 +201,7 @@ TEST(ViewInfo, errorsBehindTheEyeCountAsOnTheNearPlane) {
     EXPECT_GT(info->screenDistance2(V(0, 0, -3), V(0, 1, 5)), 0.0);
 }
 
-TEST(ViewInfo, tenThousandPatchesTakeMilliseconds) {
+TEST(ViewInfo, TenThousandPatchesTakeMilliseconds) {
     const auto info = view(LookAt(V(0, 50, 0), V(1000, 0, 1000)).matrix(), perspective(60, 1, 20000));
     double sum = 0;
     const auto before = std::chrono::steady_clock::now();
@@ -214,6 +215,31 @@ TEST(ViewInfo, tenThousandPatchesTakeMilliseconds) {
     // Measured below 2 ms; the limit leaves room for sanitizers and a busy machine.
     EXPECT_LT(seconds.count(), 0.1);
     RecordProperty("microseconds", static_cast<int>(seconds.count() * 1e6));
+}
+
+TEST(ViewInfo, DistanceToABoxIsThatOfItsNearestPoint) {
+    const SO<LookAt> eye(new LookAt(V(10, 20, 30), V(10, 20, 0)));
+    const auto info = view(eye->matrix(), perspective());
+    const Bounds box(V(12, 17, 30), V(14, 18, 31));
+    EXPECT_NEAR(info->distance2(box), 4.0 + 4.0, 1e-9);
+    EXPECT_NEAR(info->distance2(Bounds(V(0, 20, -70), V(20, 20, -60))), 90.0 * 90.0, 1e-9);
+    EXPECT_NEAR(info->distance2(Bounds(V(11, 21, 31))), 3.0, 1e-9);
+}
+
+TEST(ViewInfo, ABoxAroundTheEyeIsAtNoDistance) {
+    const SO<LookAt> eye(new LookAt(V(10, 20, 30), V(10, 20, 0)));
+    const auto info = view(eye->matrix(), perspective());
+    EXPECT_EQ(info->distance2(Bounds(V(0, 0, 0), V(100, 100, 100))), 0.0);
+    EXPECT_EQ(info->distance2(Bounds(V(-1e9, -1e9, -1e9), V(1e9, 1e9, 1e9))), 0.0);
+}
+
+TEST(ViewInfo, AnUndefinedBoxIsInfinitelyFarAway) {
+    EXPECT_EQ(unitView()->distance2(Bounds()), std::numeric_limits<double>::infinity());
+}
+
+TEST(ViewInfo, DistanceIsMeasuredInModelSpace) {
+    const auto info = view(M::translation(V(0, 0, -50)) * M::scaling(V(10, 10, 10)), perspective(90, 1));
+    EXPECT_NEAR(info->distance2(Bounds(V(0, 0, 0), V(1, 1, 1))), 16.0, 1e-9);
 }
 
 } // namespace
