@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "gdalsupport.h"
 
@@ -34,6 +35,23 @@ std::string codeOf(const OGRSpatialReference & system) {
     return authority && number ? std::string(authority) + ":" + number : "";
 }
 
+constexpr double s_radiansOfDegree = std::numbers::pi / 180.0;
+
+/// Metres that a degree of longitude and one of latitude are on the ellipsoid of WGS 84.
+struct DegreeLengths {
+    double longitude, latitude;
+};
+
+DegreeLengths degreeLengths(double latitude) {
+    constexpr double equator = 6378137.0, flattening = 1.0 / 298.257223563;
+    constexpr double e2 = flattening * (2.0 - flattening);
+    const double sine = std::sin(latitude * s_radiansOfDegree);
+    const double w2 = 1.0 - e2 * sine * sine;
+    const double across = equator / std::sqrt(w2); // radius of curvature in the prime vertical
+    return {across * std::cos(latitude * s_radiansOfDegree) * s_radiansOfDegree,
+            across * (1.0 - e2) / w2 * s_radiansOfDegree};
+}
+
 } // namespace
 
 GeoReference CoordinateSystem::parse(const std::string & text) {
@@ -56,6 +74,18 @@ std::string CoordinateSystem::code(const std::string & wkt) {
     if (system.importFromWkt(wkt.c_str()) != OGRERR_NONE) return "";
     if (codeOf(system).empty()) system.AutoIdentifyEPSG();
     return codeOf(system);
+}
+
+GeoReference CoordinateSystem::utm(const LonLat & place) {
+    const double west = std::fmod(std::fmod(place.longitude + 180.0, 360.0) + 360.0, 360.0);
+    const int zone = std::min(1 + static_cast<int>(west / 6.0), 60);
+    return parse("EPSG:" + std::to_string((place.latitude < 0.0 ? 32700 : 32600) + zone));
+}
+
+bool CoordinateSystem::areSame(const GeoReference & a, const GeoReference & b) {
+    if (a.wkt.empty() || b.wkt.empty() || a.wkt == b.wkt) return true;
+    const std::string nameOfA = code(a.wkt);
+    return !nameOfA.empty() && nameOfA == code(b.wkt);
 }
 
 std::string CoordinateSystem::describe(const GeoReference & reference) {
@@ -83,6 +113,23 @@ CoordinateSystem::~CoordinateSystem() = default;
 
 std::optional<MapPlace> CoordinateSystem::fromLonLat(const LonLat & place) const {
     return transformed(*impl_->fromGlobe, place.longitude, place.latitude);
+}
+
+std::optional<MapAxes> CoordinateSystem::axesAt(const LonLat & place) const {
+    constexpr double step = 1e-3, leastFromPole = 1e-2; // in degrees
+    if (!(std::abs(place.latitude) < 90.0 - leastFromPole)) return {};
+    const auto middle = fromLonLat(place);
+    const DegreeLengths metres = degreeLengths(place.latitude);
+    const auto difference = [&](double longitude, double latitude, double length) -> std::optional<MapPlace> {
+        const auto a = fromLonLat({place.longitude - longitude, place.latitude - latitude});
+        const auto b = fromLonLat({place.longitude + longitude, place.latitude + latitude});
+        if (!a || !b) return {};
+        return MapPlace{(b->x - a->x) / length, (b->y - a->y) / length};
+    };
+    const auto east = difference(step, 0.0, 2.0 * step * metres.longitude);
+    const auto north = difference(0.0, step, 2.0 * step * metres.latitude);
+    if (!middle || !east || !north) return {};
+    return MapAxes{*middle, *east, *north};
 }
 
 std::optional<LonLat> CoordinateSystem::toLonLat(const MapPlace & place) const {

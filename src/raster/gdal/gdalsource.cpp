@@ -1,3 +1,6 @@
+// The grid of a file decides: upright ones are read as they are, turned ones by exchanging rows and columns,
+// all others, and those that are wanted in another system, through GDAL's warping data set.
+
 #include "gdalsource.h"
 
 #include <algorithm>

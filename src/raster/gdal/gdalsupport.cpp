@@ -15,8 +15,8 @@
 #include <cpl_string.h>
 #include <gdal_utils.h>
 #include <gdalwarper.h>
-#include <unistd.h>
 
+#include <nbx/data/file.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
@@ -118,16 +118,7 @@ void refusePipe(const std::string & path) {
 
 [[noreturn]] void throwUnopened(const std::string & path, const std::wstring & advice,
                                 const GdalErrorTrap & trap) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (status.type() == fs::file_type::not_found)
-        throw NBX::FileNotFoundException(L"no such file; check the name", path);
-    if (fs::is_directory(status)) throw NBX::InputException(L"is a directory; name a file in it", path);
-    if (fs::exists(status) && ::eaccess(path.c_str(), R_OK) != 0)
-        throw NBX::InputException(L"cannot be read; check its access rights", path);
-    if (fs::is_regular_file(status) && fs::file_size(path, error) == 0 && !error)
-        throw NBX::InputException(L"the file is empty; get it anew", path);
+    NBX::File::checkReadable(path);
     throw NBX::InputException(advice, path, 0, trap.text());
 }
 
@@ -150,6 +141,23 @@ OGRSpatialReference spatialReference(const std::string & wkt) {
                                   NBX::StringUtils::Utf8String2WString(wkt.substr(0, 200)));
     system.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
     return system;
+}
+
+std::unique_ptr<OGRCoordinateTransformation>
+newTransformation(const OGRSpatialReference * source, const std::string & wkt, const std::string & path) {
+    if (wkt.empty() || !source || source->IsEmpty()) return nullptr;
+    OGRSpatialReference from(*source);
+    from.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    const OGRSpatialReference to = spatialReference(wkt);
+    if (from.IsSame(&to)) return nullptr;
+    const GdalErrorTrap trap;
+    std::unique_ptr<OGRCoordinateTransformation> transformation(
+        OGRCreateCoordinateTransformation(&from, &to));
+    if (!transformation)
+        throw NBX::InputException(L"cannot be brought into another coordinate system; check the coordinate "
+                                  L"system of the file",
+                                  path, 0, trap.text());
+    return transformation;
 }
 
 bool isSameSystem(const OGRSpatialReference & a, const OGRSpatialReference & b) {

@@ -71,6 +71,11 @@ GdalDataset openDataset(const std::string & path, unsigned kind, const std::wstr
 /// The system `wkt` with x as longitude or easting; throws `NBX::InputException` for what is none.
 OGRSpatialReference spatialReference(const std::string & wkt);
 
+/// From `source` to the system `wkt`. Null where there is nothing to convert: they are the same, `source` is
+/// null or empty, or `wkt` is empty. Throws `NBX::InputException`, which names `path`, where there is no way.
+std::unique_ptr<OGRCoordinateTransformation>
+newTransformation(const OGRSpatialReference * source, const std::string & wkt, const std::string & path);
+
 /// True for two names of one system, whatever the order of its axes.
 bool isSameSystem(const OGRSpatialReference & a, const OGRSpatialReference & b);
 

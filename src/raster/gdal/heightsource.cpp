@@ -9,7 +9,9 @@
 #include <limits>
 
 #include <nbx/object/exception.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/rasterwarp.h>
+#include <zmt/raster/heightunit.h>
 
 #include "metricgrid.h"
 #include "pooledrasterbands.h"
@@ -23,7 +25,7 @@ namespace {
 constexpr double tolerance = 1e-3;
 
 struct Source {
-    std::string path;
+    HeightSource::File file;
     NBX::SO<RasterBand> band;
     GeoReference reference;
 };
@@ -82,11 +84,68 @@ private:
     NBX::SO<RasterBand> band_;
 };
 
+/// A band whose numbers are so many metres each.
+class ScaledBand : public RasterBand {
+    NBX_TEMPLATE_CLASS(ScaledBand, RasterBand)
+public:
+    ScaledBand(const NBX::SO<RasterBand> & band, double metres)
+        : RasterBand(band->grid()), band_(band), metres_(metres) {}
+
+protected:
+    void readCells(unsigned col, unsigned row, unsigned width, unsigned height,
+                   float * cells) const override {
+        band_->read(col, row, width, height, cells);
+        for (float * cell = cells; cell != cells + std::size_t(width) * height; ++cell)
+            *cell = static_cast<float>(*cell * metres_);
+    }
+
+private:
+    NBX::SO<RasterBand> band_;
+    double metres_;
+};
+
+/// Heights in memory, of which those of undefined cells are NaN.
+class MemoryBand : public RasterBand {
+    NBX_TEMPLATE_CLASS(MemoryBand, RasterBand)
+public:
+    explicit MemoryBand(const NBX::SO<SimpleRasterData<float>> & heights)
+        : RasterBand(heights->grid()), heights_(heights) {}
+
+protected:
+    void readCells(unsigned col, unsigned row, unsigned width, unsigned height,
+                   float * cells) const override {
+        for (unsigned y = row; y < row + height; ++y, cells += width) {
+            const float * first = heights_->cells() + std::size_t(y) * cellsX() + col;
+            std::transform(first, first + width, cells, [&](float value) {
+                return heights_->isUndefValue(value) ? std::numeric_limits<float>::quiet_NaN() : value;
+            });
+        }
+    }
+
+private:
+    NBX::SO<SimpleRasterData<float>> heights_;
+};
+
+/// What has no heights is told by what it is.
+std::shared_ptr<const GdalSource> openFile(const std::string & path, const std::string & wanted) {
+    try {
+        return std::make_shared<const GdalSource>(path, GdalSource::Outside::NaN, wanted);
+    } catch (const NBX::InputException &) {
+        GeoFile::openHeights(path);
+        throw;
+    }
+}
+
 Source openSource(PooledRasterBands & pool, const std::string & path, const std::string & wanted) {
-    const auto file = std::make_shared<const GdalSource>(path, GdalSource::Outside::NaN, wanted);
-    if (GDALDataTypeIsComplex(file->dataset().GetRasterBand(1)->GetRasterDataType()))
+    const auto file = openFile(path, wanted);
+    GDALRasterBand & first = *file->dataset().GetRasterBand(1);
+    if (GDALDataTypeIsComplex(first.GetRasterDataType()))
         throw NBX::InputException(L"holds complex numbers, which are no heights", path);
-    return {path, pool.add(file, wanted), file->reference()};
+    Source source{
+        {path, file->bandsOfFile(), first.GetUnitType()}, pool.add(file, wanted), file->reference()};
+    if (const double metres = HeightUnit::metres(source.file.heightUnit).value_or(1.0); metres != 1.0)
+        source.band = new ScaledBand(source.band, metres);
+    return source;
 }
 
 std::vector<Source> openSources(const std::vector<std::string> & paths, const std::string & wanted) {
@@ -129,7 +188,7 @@ RasterGrid commonGrid(const std::vector<Source> & sources) {
         const double behind = std::floor((high - finest.*first) / finest.*size + tolerance);
         if (!(before + behind < std::numeric_limits<int>::max()))
             throw NBX::InputException(L"lies too far from the other rasters; choose rasters of one area",
-                                      sources.front().path);
+                                      sources.front().file.path);
         finest.*first -= before * finest.*size;
         finest.*cells = static_cast<unsigned>(before + behind) + 1;
     };
@@ -156,7 +215,8 @@ Layer layerOf(const Source & source, const RasterGrid & whole, const std::string
     const RasterGrid & grid = source.band->grid();
     const bool isSameSystem = system == source.reference.wkt;
     if (!isSameSystem || !liesOn(grid, whole))
-        return {new WarpedRasterBand(source.band, source.reference.wkt, system, whole, source.path), 0, 0};
+        return {new WarpedRasterBand(source.band, source.reference.wkt, system, whole, source.file.path), 0,
+                0};
     return {source.band, static_cast<unsigned>(std::lround((grid.minX - whole.minX) / whole.cellSizeX)),
             static_cast<unsigned>(std::lround((grid.minY - whole.minY) / whole.cellSizeY))};
 }
@@ -185,6 +245,8 @@ HeightSource::HeightSource(const std::vector<std::string> & paths, const std::st
                            const std::string & target) {
     const std::vector<Source> sources = openSources(paths, wanted);
     reference_ = sources.front().reference;
+    for (const Source & source : sources)
+        files_.push_back(source.file);
     const RasterGrid grid = commonGrid(sources);
     const std::string & own = reference_.wkt;
     const auto onGlobe = [&] { return reference_.isGeographic ? gridOnGlobe(grid, reference_.unit) : grid; };
@@ -204,5 +266,8 @@ HeightSource::HeightSource(const std::vector<std::string> & paths, const std::st
     if (!target.empty() && reference_.wkt.empty() && reference_.isGeoreferenced)
         reference_ = metricReference(target);
 }
+
+HeightSource::HeightSource(const GeoRaster & heights)
+    : band_(new MemoryBand(heights.raster)), reference_(heights.reference) {}
 
 } // namespace ZMT::RASTER

@@ -17,8 +17,6 @@ using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr GeoExtent everywhere{-infinity, -infinity, infinity, infinity};
-/// Points a side of an extent whose places in the other system are looked at.
-constexpr std::size_t samples = 33;
 /// Room for what is between them, as a share of the extent.
 constexpr double room = 0.03;
 /// Both sides of the line where a system is cut open keep away from it, by this share of a turn.
@@ -41,7 +39,7 @@ struct Points {
     }
 };
 
-Points sampled(const GeoExtent & extent) {
+Points sampled(const GeoExtent & extent, std::size_t samples) {
     Points points;
     for (std::size_t row = 0; row < samples; ++row)
         for (std::size_t column = 0; column < samples; ++column) {
@@ -115,11 +113,16 @@ bool isBounded(const GeoExtent & extent) {
 }
 
 std::vector<GeoExtent> sourceWindows(OGRCoordinateTransformation & transformation, const GeoExtent & extent) {
-    const Transformation back(transformation.GetInverse());
+    return sourceWindows(transformation, Transformation(transformation.GetInverse()).get(), extent);
+}
+
+std::vector<GeoExtent> sourceWindows(OGRCoordinateTransformation & transformation,
+                                     OGRCoordinateTransformation * back, const GeoExtent & extent,
+                                     std::size_t samples) {
     const OGRSpatialReference * source = transformation.GetSourceCS();
     const OGRSpatialReference * target = transformation.GetTargetCS();
     if (!isBounded(extent) || !back || !source || !target) return {everywhere};
-    Points points = sampled(extent);
+    Points points = sampled(extent, samples);
     points.transform(*back);
     if (!source->IsGeographic()) return {boxOf(points)};
     if (!points.isKnown[points.x.size() / 2]) return {everywhere};

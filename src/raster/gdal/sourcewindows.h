@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include <zmt/raster/geoextent.h>
@@ -20,5 +21,9 @@ bool isBounded(const GeoExtent & extent);
 /// where the target system is cut open, and there are several where longitudes may count whole turns more or
 /// less. One without bounds where nothing can be told.
 std::vector<GeoExtent> sourceWindows(OGRCoordinateTransformation & transformation, const GeoExtent & extent);
+/// The same with the inverse of the transformation, which may be null; `samples` points a side are looked at.
+std::vector<GeoExtent> sourceWindows(OGRCoordinateTransformation & transformation,
+                                     OGRCoordinateTransformation * back, const GeoExtent & extent,
+                                     std::size_t samples = 33);
 
 } // namespace ZMT::RASTER

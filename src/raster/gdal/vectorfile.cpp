@@ -168,30 +168,13 @@ void LineCollector::setTransformation(Transformation transformation) {
     if (transformation_) windows_ = sourceWindows(*transformation_, extent_);
 }
 
-/// Null where there is nothing to convert.
-Transformation transformationTo(const std::string & wkt, const OGRSpatialReference * source,
-                                const std::string & path) {
-    if (wkt.empty() || !source || source->IsEmpty()) return nullptr;
-    OGRSpatialReference from(*source);
-    from.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    const OGRSpatialReference to = spatialReference(wkt);
-    if (from.IsSame(&to)) return nullptr;
-    const GdalErrorTrap trap;
-    Transformation transformation(OGRCreateCoordinateTransformation(&from, &to));
-    if (!transformation)
-        throw NBX::InputException(L"cannot be brought into another coordinate system; check the coordinate "
-                                  L"system of the file",
-                                  path, 0, trap.text());
-    return transformation;
-}
-
 /// Calls `setLayer` with the transformation of each layer, and `work` with each geometry in it.
 template <class SetLayer, class Work>
 void forEachGeometry(GDALDataset & dataset, const std::string & path, const std::string & wkt,
                      const SetLayer & setLayer, const Work & work) {
     GdalErrorTrap trap;
     for (OGRLayer * layer : dataset.GetLayers()) {
-        setLayer(transformationTo(wkt, layer->GetSpatialRef(), path));
+        setLayer(newTransformation(layer->GetSpatialRef(), wkt, path));
         layer->ResetReading();
         for (const OGRFeatureUniquePtr & feature : *layer)
             if (const OGRGeometry * geometry = feature->GetGeometryRef()) work(*geometry);

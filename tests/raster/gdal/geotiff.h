@@ -51,6 +51,7 @@ struct TiffContent {
     double offset = 0.0;
     std::vector<std::string> options = {};
     const char * format = "GTiff";
+    std::string unit = ""; ///< of the numbers
 };
 
 inline std::string writeTiff(const std::string & path, const TiffContent & content) {
@@ -80,6 +81,7 @@ inline std::string writeTiff(const std::string & path, const TiffContent & conte
         if (content.hasNoData) band->SetNoDataValue(content.noData);
         if (content.scale != 1.0) band->SetScale(content.scale);
         if (content.offset != 0.0) band->SetOffset(content.offset);
+        if (!content.unit.empty()) band->SetUnitType(content.unit.c_str());
         auto * values = const_cast<double *>(content.values.data()) + i * pixels;
         EXPECT_EQ(CE_None, band->RasterIO(GF_Write, 0, 0, content.width, content.height, values,
                                           content.width, content.height, GDT_Float64, 0, 0, nullptr));

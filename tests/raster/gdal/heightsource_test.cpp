@@ -1,5 +1,6 @@
 #include <zmt/raster/gdal/heightsource.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iterator>
@@ -67,7 +68,7 @@ protected:
 };
 
 /// Cells that differ by a ten-thousandth are off by a hundredth of one in the hundredth column.
-TEST_F(HeightSourceTest, cellsThatDriftAreResampled) {
+TEST_F(HeightSourceTest, CellsThatDriftAreResampled) {
     TiffContent south{101, 2}, north{100, 2};
     south.values.assign(202, 7.0);
     for (int i = 0; i < 200; ++i)
@@ -81,7 +82,7 @@ TEST_F(HeightSourceTest, cellsThatDriftAreResampled) {
     EXPECT_NEAR(90.0 * 30.0 / cell, cellsOf(source)[2 * 101 + 90], 0.002);
 }
 
-TEST_F(HeightSourceTest, readsARasterInMetresAsItIs) {
+TEST_F(HeightSourceTest, ReadsARasterInMetresAsItIs) {
     const HeightSource source({write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}})});
     EXPECT_EQ(source.reference().name, "WGS 84 / UTM zone 45N");
     EXPECT_EQ(source.band()->minX(), 500015.0);
@@ -91,7 +92,7 @@ TEST_F(HeightSourceTest, readsARasterInMetresAsItIs) {
     expectCells({4, 5, 6, 1, 2, 3}, source);
 }
 
-TEST_F(HeightSourceTest, laysLaterRastersAboveEarlierOnesWhereTheyAreDefined) {
+TEST_F(HeightSourceTest, LaysLaterRastersAboveEarlierOnesWhereTheyAreDefined) {
     const std::string first = write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}});
     // A column to the east and a line to the south.
     TiffContent content{2, 3, {70, -1, -1, 80, 90, 100}};
@@ -107,7 +108,7 @@ TEST_F(HeightSourceTest, laysLaterRastersAboveEarlierOnesWhereTheyAreDefined) {
                 HeightSource({directory.file("b.tif"), first}));
 }
 
-TEST_F(HeightSourceTest, readsWindowsAcrossLayers) {
+TEST_F(HeightSourceTest, ReadsWindowsAcrossLayers) {
     const std::string first = write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}});
     TiffContent content{2, 2, {7, 8, 9, 10}};
     content.geoTransform = {500090.0, 30.0, 0.0, 3100000.0, 0.0, -20.0};
@@ -117,7 +118,7 @@ TEST_F(HeightSourceTest, readsWindowsAcrossLayers) {
     EXPECT_EQ(cells, (std::vector<float>{6, 9, 3, 7}));
 }
 
-TEST_F(HeightSourceTest, resamplesWhatLiesBetweenTheCellsOfTheFinest) {
+TEST_F(HeightSourceTest, ResamplesWhatLiesBetweenTheCellsOfTheFinest) {
     // Both show 2 * x + 3 * y in cells of the finer one.
     TiffContent fine{8, 6}, coarse{6, 5};
     fine.geoTransform = {500000.0, 10.0, 0.0, 3000060.0, 0.0, -10.0};
@@ -150,7 +151,7 @@ TEST_F(HeightSourceTest, resamplesWhatLiesBetweenTheCellsOfTheFinest) {
     EXPECT_GT(defined, 48U + 40U);
 }
 
-TEST_F(HeightSourceTest, bringsDegreesToMetresAsTheWholeRasterWouldBe) {
+TEST_F(HeightSourceTest, BringsDegreesToMetresAsTheWholeRasterWouldBe) {
     // More than one block a side.
     const std::string path = write("degrees.tif", degrees(700, 560, 86.0, 29.0, 0.002));
     const HeightSource source({path});
@@ -174,7 +175,7 @@ TEST_F(HeightSourceTest, bringsDegreesToMetresAsTheWholeRasterWouldBe) {
     }
 }
 
-TEST_F(HeightSourceTest, cellsDoNotDependOnTheWindow) {
+TEST_F(HeightSourceTest, CellsDoNotDependOnTheWindow) {
     const HeightSource source({write("degrees.tif", degrees(700, 560, 86.0, 29.0, 0.002))});
     const RasterBand & band = *source.band();
     const std::vector<float> all = cellsOf(source);
@@ -191,7 +192,7 @@ TEST_F(HeightSourceTest, cellsDoNotDependOnTheWindow) {
     }
 }
 
-TEST_F(HeightSourceTest, laysSeveralRastersInDegreesOnOneGrid) {
+TEST_F(HeightSourceTest, LaysSeveralRastersInDegreesOnOneGrid) {
     const std::string west = write("west.tif", degrees(60, 50, 86.0, 29.0, 0.01));
     const std::string east = write("east.tif", degrees(60, 50, 86.6, 29.0, 0.01));
     const HeightSource both({west, east}), one({west});
@@ -210,7 +211,7 @@ TEST_F(HeightSourceTest, laysSeveralRastersInDegreesOnOneGrid) {
     }
 }
 
-TEST_F(HeightSourceTest, bringsFeetToMetres) {
+TEST_F(HeightSourceTest, BringsFeetToMetres) {
     TiffContent content{3, 2, {1, 2, 3, 4, 5, 6}};
     content.system = "EPSG:2263";
     content.geoTransform = {980000.0, 30.0, 0.0, 200000.0, 0.0, -20.0};
@@ -224,7 +225,7 @@ TEST_F(HeightSourceTest, bringsFeetToMetres) {
     expectCells({4, 5, 6, 1, 2, 3}, source);
 }
 
-TEST_F(HeightSourceTest, bringsAnotherSystemToThatOfTheFirst) {
+TEST_F(HeightSourceTest, BringsAnotherSystemToThatOfTheFirst) {
     TiffContent other{40, 30};
     other.system = "EPSG:32644";
     other.values.assign(40 * 30, 7.0);
@@ -237,7 +238,7 @@ TEST_F(HeightSourceTest, bringsAnotherSystemToThatOfTheFirst) {
     EXPECT_GT(std::count(cells.begin(), cells.end(), 7.0F), 900);
 }
 
-TEST_F(HeightSourceTest, bringsAllToTheWantedSystem) {
+TEST_F(HeightSourceTest, BringsAllToTheWantedSystem) {
     TiffContent other{40, 30};
     other.system = "EPSG:32644";
     other.values.assign(40 * 30, 7.0);
@@ -260,7 +261,7 @@ TEST_F(HeightSourceTest, bringsAllToTheWantedSystem) {
     EXPECT_NEAR(source.band()->cellSizeX(), 31.0, 3.0);
 }
 
-TEST_F(HeightSourceTest, saysWhatCannotBeLaidTogether) {
+TEST_F(HeightSourceTest, SaysWhatCannotBeLaidTogether) {
     const std::string placed = write("a.tif", {2, 2, {1, 2, 3, 4}});
     TiffContent content{2, 2, {1, 2, 3, 4}};
     content.system = "";
@@ -324,7 +325,7 @@ TEST_F(HeightSourceTest, FilesThatChangeWhileTheyAreClosedAreReported) {
     }
 }
 
-TEST_F(HeightSourceTest, laysHeightsInTheSystemThatIsGiven) {
+TEST_F(HeightSourceTest, LaysHeightsInTheSystemThatIsGiven) {
     const std::string path = write("a.tif", degrees(60, 40, 86.0, 28.0, 0.01));
     const std::string target = RasterWarp::toMetric(RasterFile(path).read()).reference.wkt;
     const HeightSource source({path}, "",
@@ -341,7 +342,7 @@ TEST_F(HeightSourceTest, laysHeightsInTheSystemThatIsGiven) {
     EXPECT_EQ(mercator.band()->minY(), whole.raster->minY());
 }
 
-TEST_F(HeightSourceTest, heightsInTheSystemThatIsGivenStayAsTheyAre) {
+TEST_F(HeightSourceTest, HeightsInTheSystemThatIsGivenStayAsTheyAre) {
     const std::string path = write("a.tif", {3, 2, {1, 2, 3, 4, 5, 6}});
     expectCells({4, 5, 6, 1, 2, 3}, HeightSource({path}, "", "EPSG:32645"));
     TiffContent bare{3, 2, {1, 2, 3, 4, 5, 6}};
@@ -349,6 +350,61 @@ TEST_F(HeightSourceTest, heightsInTheSystemThatIsGivenStayAsTheyAre) {
     const HeightSource source({write("bare.tif", bare)}, "", "EPSG:32645");
     EXPECT_EQ(source.reference().name, "WGS 84 / UTM zone 45N");
     expectCells({4, 5, 6, 1, 2, 3}, source);
+}
+
+TEST_F(HeightSourceTest, heightsAreMetresWhateverTheirUnit) {
+    TiffContent feet{2, 2, {10, 20, -1, 40}};
+    feet.unit = "ft";
+    feet.hasNoData = true;
+    feet.noData = -1.0;
+    const std::string low = write("feet.tif", feet);
+    expectCells({nan, 12.192, 3.048, 6.096}, HeightSource({low}));
+    // Beside one in metres, and in another system.
+    TiffContent metres{2, 2, {1, 2, 3, 4}};
+    metres.geoTransform[0] += 60.0;
+    metres.unit = "m";
+    const HeightSource both({low, write("metres.tif", metres)});
+    expectCells({nan, 12.192, 3, 4, 3.048, 6.096, 1, 2}, both);
+    ASSERT_EQ(2U, both.files().size());
+    EXPECT_EQ("ft", both.files()[0].heightUnit);
+    EXPECT_EQ("m", both.files()[1].heightUnit);
+    TiffContent globe = degrees(40, 40, 86.0, 28.0, 0.01);
+    globe.values.assign(1600, 100.0);
+    globe.unit = "ft";
+    const std::vector<float> cells = cellsOf(HeightSource({write("globe.tif", globe)}));
+    EXPECT_GT(std::count_if(cells.begin(), cells.end(), [](float h) { return std::abs(h - 30.48F) < 1e-4F; }),
+              1000);
+
+    feet.unit = "stories";
+    feet.bands = 2;
+    feet.values.resize(8);
+    const HeightSource strange({write("stories.tif", feet)});
+    expectCells({nan, 40, 10, 20}, strange);
+    EXPECT_EQ("stories", strange.files()[0].heightUnit);
+    EXPECT_EQ(2U, strange.files()[0].bands);
+}
+
+TEST_F(HeightSourceTest, takesHeightsInMemory) {
+    TiffContent content{3, 2, {1, 2, 3, -1, 5, 6}};
+    content.hasNoData = true;
+    content.noData = -1.0;
+    GeoRaster raster = RasterFile(write("a.tif", content)).read();
+    const HeightSource source(raster);
+    expectCells({nan, 5, 6, 1, 2, 3}, source);
+    float part[2];
+    source.band()->read(1, 0, 1, 2, part);
+    EXPECT_EQ(5.0F, part[0]);
+    EXPECT_EQ(2.0F, part[1]);
+    EXPECT_EQ("WGS 84 / UTM zone 45N", source.reference().name);
+    EXPECT_EQ(3100000.0 - 30.0, source.band()->minY());
+    EXPECT_TRUE(source.files().empty());
+}
+
+TEST_F(HeightSourceTest, saysWhatAFileWithoutHeightsIs) {
+    const std::string lines =
+        directory.write("a.geojson", R"({"type":"LineString","coordinates":[[86.9,27.9],[86.91,27.91]]})");
+    EXPECT_NE(std::string::npos, problemOf({lines}).find("holds lines or areas and no heights"))
+        << problemOf({lines});
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include <zmt/raster/gdal/rasterfile.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 
@@ -72,6 +73,14 @@ TEST_F(RasterFileTest, NorthUpFileIsReadFromTheSouth) {
     EXPECT_EQ("metre", raster.reference.unitName);
     EXPECT_EQ("WGS 84 / UTM zone 45N", raster.reference.name);
     EXPECT_TRUE(contains(raster.reference.wkt, "32645"));
+}
+
+/// A share of the memory of the machine would be its own choice.
+TEST_F(RasterFileTest, BlocksOfFilesInMemoryAreBounded) {
+    if (std::getenv("GDAL_CACHEMAX")) GTEST_SKIP() << "the environment says otherwise";
+    read({.width = 1, .height = 1, .values = {1}});
+    EXPECT_LE(GDALGetCacheMax64(), GIntBig(256) << 20);
+    EXPECT_GE(GDALGetCacheMax64(), GIntBig(16) << 20);
 }
 
 TEST_F(RasterFileTest, SouthUpFile) {

@@ -18,6 +18,13 @@ struct MapPlace {
     double x, y;
 };
 
+/// A place on the map, and where the ground goes from there: what a metre to the east, and one to the north,
+/// are on the map. They hold the meridian's convergence and the scale of the map.
+struct MapAxes {
+    MapPlace place;
+    MapPlace east, north; ///< differences, for a metre each
+};
+
 /// A coordinate system by one of its names, and places of the globe in it. One thread at a time uses an
 /// object.
 class CoordinateSystem {
@@ -28,6 +35,12 @@ public:
 
     /// The short name of the system `wkt` in a register, such as "EPSG:32645"; empty where it has none.
     static std::string code(const std::string & wkt);
+
+    /// The zone of the universal transverse Mercator system, on WGS 84, in which a place lies.
+    static GeoReference utm(const LonLat & place);
+    /// Whether coordinates in both mean the same: the systems have one short name or one text. What has none
+    /// is the same as anything, since nobody knows.
+    static bool areSame(const GeoReference & a, const GeoReference & b);
 
     /// For people: name, short name and unit, such as "WGS 84 / UTM zone 45N (EPSG:32645), metre"; "none".
     static std::string describe(const GeoReference & reference);
@@ -41,6 +54,9 @@ public:
     /// Nothing for a place that the other side has none for.
     std::optional<MapPlace> fromLonLat(const LonLat & place) const;
     std::optional<LonLat> toLonLat(const MapPlace & place) const;
+    /// For metres on the ellipsoid of WGS 84. Nothing within a kilometre of a pole, where there is no north
+    /// to go by, and for a place that the system has no coordinates for, there or close by.
+    std::optional<MapAxes> axesAt(const LonLat & place) const;
 
 private:
     struct Impl;

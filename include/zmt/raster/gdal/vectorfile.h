@@ -8,7 +8,7 @@
 
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
-#include <zmt/raster/vectorline.h>
+#include <zmt/raster/vector/vectorline.h>
 
 namespace ZMT::RASTER {
 

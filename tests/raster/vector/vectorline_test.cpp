@@ -1,4 +1,4 @@
-#include <zmt/raster/vectorline.h>
+#include <zmt/raster/vector/vectorline.h>
 
 #include <limits>
 
