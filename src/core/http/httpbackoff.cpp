@@ -34,6 +34,11 @@ double HttpBackoff::remaining(const std::string & host, double now) const {
     return entry == hosts_.end() ? 0.0 : std::max(0.0, entry->second.resumption - now);
 }
 
+std::optional<double> HttpBackoff::failureTime(const std::string & host) const {
+    const auto entry = hosts_.find(host);
+    return entry == hosts_.end() ? std::nullopt : std::optional(entry->second.failure);
+}
+
 std::wstring HttpBackoff::lastFailure(const std::string & host) const {
     const auto entry = hosts_.find(host);
     return entry == hosts_.end() ? std::wstring() : entry->second.why;

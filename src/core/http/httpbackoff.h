@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 namespace ZMT::CORE::IMPL {
@@ -19,6 +20,8 @@ public:
 
     /// How long the host is still left alone; 0 when it is not.
     double remaining(const std::string & host, double now) const;
+    /// When the last failure was; none since the last success.
+    std::optional<double> failureTime(const std::string & host) const;
     /// Of the last failure; empty when there was none since the last success.
     std::wstring lastFailure(const std::string & host) const;
 

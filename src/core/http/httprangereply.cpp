@@ -1,3 +1,7 @@
+// Every answer of a server is judged before a byte of its body is taken: status, encoding, range, length and
+// version, in this order, the first fault first. Texts of the server are shown cut and without control codes.
+// Sources: RFC 9110 (range requests, validators, dates), RFC 9112 (heads).
+
 #include "httprangereply.h"
 
 #include <algorithm>

@@ -11,8 +11,8 @@
 
 #include "asyncfile_mem.h"
 #include "asyncfile_win.h"
+#include "core/file/waitlimit.h"
 #include "httpfile.h"
-#include "waitlimit.h"
 
 namespace ZMT::CORE {
 
@@ -70,13 +70,22 @@ bool AsyncFile::remove(const Requests & requests) {
 
 NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool deleteWhenClosed,
                                      std::wstring * problem) {
-    std::wstring text;
-    if (NBX::SO<AsyncFile> remote = IMPL::openHttpFile(urlOrPath, text)) return remote;
+    Problem found;
+    const NBX::SO<AsyncFile> file = create(urlOrPath, deleteWhenClosed, found);
+    if (!file && problem) *problem = found.text;
+    return file;
+}
+
+NBX::SO<AsyncFile> AsyncFile::create(const std::wstring & urlOrPath, bool deleteWhenClosed,
+                                     Problem & problem) {
+    Problem found;
+    if (NBX::SO<AsyncFile> remote = IMPL::openHttpFile(urlOrPath, found.text, &found.isRedirectRefused))
+        return remote;
     NBX::SO<AsyncFile> local(new IMPL::AsyncFile_Win(urlOrPath, deleteWhenClosed));
     if (local->isOpen()) return local;
-    if (text.empty()) text = local->errorText();
-    NBX_FAILURE(text << L": " << shown(urlOrPath));
-    if (problem) *problem = text;
+    if (found.text.empty()) found.text = local->errorText();
+    NBX_FAILURE(found.text << L": " << shown(urlOrPath));
+    problem = found;
     return nullptr;
 }
 

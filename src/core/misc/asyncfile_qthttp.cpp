@@ -1,3 +1,7 @@
+// The face of files on web servers. Requests only know their state and their bytes; what is sent when is the
+// business of the implementation and of the manager. Waiting runs the event loop without what the user does,
+// and without pictures.
+
 #include "asyncfile_qthttp.h"
 
 #include <algorithm>
@@ -14,8 +18,8 @@
 
 #include "asyncfile_qthttpimpl.h"
 #include "asyncfilemanager.h"
+#include "core/file/waitlimit.h"
 #include "httpfile.h"
-#include "waitlimit.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -55,6 +59,13 @@ bool hasApplication() {
     return qApp != nullptr;
 }
 
+/// Whether nobody else may look at the files meanwhile.
+bool isOnThreadOfEventLoop() {
+    const bool isOnItsThread = !qApp || QThread::currentThread() == qApp->thread();
+    NBX_CHECK(isOnItsThread, L"files on web servers are used on the thread of the event loop");
+    return isOnItsThread;
+}
+
 /// Sleeps until there is something to do, `milliseconds` at most, and does it.
 void processEvents(int milliseconds, bool takesInput = false) {
     QAbstractEventDispatcher * dispatcher = QAbstractEventDispatcher::instance();
@@ -91,16 +102,18 @@ std::uint64_t AsyncFile_QtHttp::size() const {
 }
 
 AsyncFile::Requests AsyncFile_QtHttp::requests() const {
+    if (!isOnThreadOfEventLoop()) return {};
     return {impl_->requests().begin(), impl_->requests().end()};
 }
 
 NBX::SO<AsyncFile::Request> AsyncFile_QtHttp::request(std::uint64_t offset, std::uint64_t size,
                                                       double priority) {
-    if (!isOpen()) return nullptr;
+    if (!isOnThreadOfEventLoop() || !isOpen()) return nullptr;
     return impl_->request(offset, size, priority);
 }
 
 bool AsyncFile_QtHttp::remove(const NBX::SO<Request> & request) {
+    if (!isOnThreadOfEventLoop()) return false;
     return impl_->remove(NBX::soCast<AsyncFile_QtHttpRequest>(request).get());
 }
 
@@ -120,23 +133,29 @@ AsyncFile_QtHttpRequest::AsyncFile_QtHttpRequest(AsyncFile_QtHttp * file, std::u
 AsyncFile_QtHttpRequest::~AsyncFile_QtHttpRequest() = default;
 
 AsyncFile::RequestState AsyncFile_QtHttpRequest::state() {
+    if (!isOnThreadOfEventLoop()) return AsyncFile::RS_Failed;
     const bool isPending = state_ == AsyncFile::RS_Queued || state_ == AsyncFile::RS_Processing;
     if (isPending && !file_) fail(L"the file is closed");
     return state_;
 }
 
 bool AsyncFile_QtHttpRequest::wait() {
+    if (!isOnThreadOfEventLoop()) return false;
     const NBX::SO<AsyncFile_QtHttp> file = file_.lock();
     if (state() == AsyncFile::RS_Ready) return true;
     if (state() == AsyncFile::RS_Failed || !hasApplication()) return false;
     const NBX::SO<AsyncFile_QtHttpRequest> self(this);
     const PausedRedisplay paused;
     const WaitLimit limit;
+    const double before = priority_;
     setPriority(AsyncFile::topPriority);
     // It may have been queued before there was an application object.
     AsyncFileManager::instance().dispatchAll();
     while (state() == AsyncFile::RS_Queued || state() == AsyncFile::RS_Processing) {
-        if (Patience::hasEnded()) return false;
+        if (Patience::hasEnded()) {
+            setPriority(before);
+            return false;
+        }
         if (limit.hasPassed())
             file->impl().giveUp(this, L"no complete answer within " +
                                           std::to_wstring(static_cast<int>(WaitLimit::s_seconds)) + L" s");
@@ -147,6 +166,7 @@ bool AsyncFile_QtHttpRequest::wait() {
 }
 
 bool AsyncFile_QtHttpRequest::setPriority(double priority) {
+    if (!isOnThreadOfEventLoop()) return false;
     if (!file_ || state_ != AsyncFile::RS_Queued) return false;
     const bool wasServed = priority_ > AsyncFileManager::s_neverServed;
     priority_ = priority;
@@ -179,22 +199,22 @@ void AsyncFile_QtHttpRequest::addTransferred(std::uint64_t count) {
     transferred_ = std::max<std::int64_t>(0, transferred_) + static_cast<std::int64_t>(count);
 }
 
-NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem) {
+NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem, bool * isRedirectRefused) {
     problem.clear();
+    if (isRedirectRefused) *isRedirectRefused = false;
     if (!usableHttpUrl(url).isValid()) return nullptr;
     if (!hasApplication()) {
         problem = L"no QApplication running";
         return nullptr;
     }
-    const bool isOnItsThread = QThread::currentThread() == qApp->thread();
-    NBX_CHECK(isOnItsThread, L"files on web servers are opened on the thread of the event loop");
-    if (!isOnItsThread) {
+    if (!isOnThreadOfEventLoop()) {
         problem = L"not on the thread of the event loop";
         return nullptr;
     }
     const NBX::SO<AsyncFile_QtHttp> file(new AsyncFile_QtHttp(url));
     if (file->open()) return file;
     problem = file->errorText();
+    if (isRedirectRefused) *isRedirectRefused = file->impl().isRedirectRefused();
     return nullptr;
 }
 

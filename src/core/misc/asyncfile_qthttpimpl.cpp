@@ -1,3 +1,7 @@
+// Requests of one file on their way: queued by priority, under way in one of its clients, ended. A head is
+// held against the range that was asked for and the version that is known; what is wrong with it fails the
+// request and lets the server alone for a while.
+
 #include "asyncfile_qthttpimpl.h"
 
 #include <algorithm>
@@ -148,6 +152,16 @@ double AsyncFile_QtHttpImpl::pause(double now) const {
                     changes_.remaining({}, now));
 }
 
+bool AsyncFile_QtHttpImpl::worksSince(double time) const {
+    return std::any_of(m_workingHttpClients.begin(), m_workingHttpClients.end(),
+                       [time](const auto & working) { return working.first->startTime() >= time; });
+}
+
+bool AsyncFile_QtHttpImpl::isAsked() const {
+    const std::optional<double> change = changes_.failureTime({});
+    return change && worksSince(*change);
+}
+
 void AsyncFile_QtHttpImpl::abortAll(const std::wstring & why) {
     while (!m_workingHttpClients.empty())
         m_workingHttpClients.begin()->first->abort(why);
@@ -170,12 +184,14 @@ std::wstring AsyncFile_QtHttpImpl::readyRead(HttpClient & client) {
     const qint64 count = client.read(request.target(), bytesToRead);
     request.addTransferred(static_cast<std::uint64_t>(count));
     AsyncFileManager::addTransferedBytes(static_cast<std::uint64_t>(count));
+    progress_.note(request.offset(), static_cast<std::uint64_t>(request.transferredBytes()));
     if (bytesAvailable <= bytesToRead) return {};
     NBX_REPORT(2, L"bytesToRead <= bytesAvailable", L"too many bytes received");
     return L"too many bytes received";
 }
 
 void AsyncFile_QtHttpImpl::done(HttpClient & client, const std::wstring & error) {
+    isRedirectRefused_ = client.isRedirectRefused();
     const RequestPointer request = release(client);
     if (!request) return;
     if (error.empty())

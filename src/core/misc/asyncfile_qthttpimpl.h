@@ -9,6 +9,7 @@
 #include "asyncfile_qthttp.h"
 #include "core/http/httpbackoff.h"
 #include "httpclient.h"
+#include <zmt/core/misc/readprogress.h>
 
 namespace ZMT::CORE::IMPL {
 
@@ -29,6 +30,8 @@ public:
     bool open();
     const std::wstring & url() const { return url_; }
     const std::wstring & error() const { return error_; }
+    /// Whether the last transfer failed for that.
+    bool isRedirectRefused() const { return isRedirectRefused_; }
     std::uint64_t size() const { return version_.size; }
     bool hasChanged() const { return hasChanged_; }
     const std::vector<RequestPointer> & requests() const { return requests_; }
@@ -47,6 +50,10 @@ public:
     double pause(double now) const;
     std::size_t pendingRequests() const { return queue_.size() + m_workingHttpClients.size(); }
     unsigned workingClients() const { return static_cast<unsigned>(m_workingHttpClients.size()); }
+    /// Whether a transfer is under way that began at `time` or later.
+    bool worksSince(double time) const;
+    /// Whether a transfer asks how the file is that had changed.
+    bool isAsked() const;
     void abortAll(const std::wstring & why);
 
 private:
@@ -63,10 +70,12 @@ private:
 
     AsyncFile_QtHttp * const file_;
     const std::wstring url_;
-    std::wstring error_;      ///< why the file cannot be used
+    std::wstring error_; ///< why the file cannot be used
+    bool isRedirectRefused_ = false;
     const HttpTarget origin_; ///< the URL itself
     HttpTarget target_;       ///< where its redirects led to
     HttpFileVersion version_; ///< from the first reply
+    ReadProgress progress_;
     bool hasChanged_ = false; ///< as the last answer that told its version says
     HttpBackoff changes_;     ///< of the file itself, which has no name there
     std::vector<RequestPointer> requests_;

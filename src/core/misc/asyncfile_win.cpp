@@ -19,11 +19,11 @@
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/patience.h>
 
-#include "filecalls.h"
-#include "pagestore.h"
-#include "readengine.h"
+#include "core/file/filecalls.h"
+#include "core/file/pagestore.h"
+#include "core/file/readengine.h"
+#include "core/file/waitlimit.h"
 #include "requestrank.h"
-#include "waitlimit.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -246,6 +246,7 @@ void AsyncFile_Win::Request_Win::finish() {
     s_totalBytes += got;
     clearBehind(fileSize > alignedOffset_ ? fileSize - alignedOffset_ : 0);
     transferred_ = static_cast<std::int64_t>(size_);
+    file_.lock()->progress_.note(offset_, size_);
     state_ = RS_Ready;
 }
 
@@ -267,11 +268,15 @@ AsyncFile::RequestState AsyncFile_Win::Request_Win::state() {
 
 bool AsyncFile_Win::Request_Win::wait() {
     const WaitLimit limit;
+    const double before = priority_;
     setPriority(topPriority);
     while (true) {
         const RequestState now = state();
         if (now == RS_Ready || now == RS_Failed) return now == RS_Ready;
-        if (Patience::hasEnded()) return false;
+        if (Patience::hasEnded()) {
+            setPriority(before);
+            return false;
+        }
         if (limit.hasPassed()) {
             dequeue();
             fail(L"the disk gave no answer");

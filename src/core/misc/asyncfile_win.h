@@ -4,10 +4,11 @@
 #include <string>
 
 #include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/misc/readprogress.h>
 
 #include <nbx/object/wo.h>
 
-#include "fileread.h"
+#include "core/file/fileread.h"
 
 namespace ZMT::CORE::IMPL {
 
@@ -49,6 +50,7 @@ private:
     std::shared_ptr<OpenFile> file_; ///< null when it is not open
     bool deleteWhenClosed_;
     Requests requests_;
+    ReadProgress progress_;
     std::wstring error_;
 };
 

@@ -1,3 +1,6 @@
+// Whose turn it is: of all files whose server may be asked, the one with the highest priority starts a
+// transfer, until as many run as may. The network lives as long as the application object, and ends with it.
+
 #include "asyncfilemanager.h"
 
 #include <algorithm>
@@ -73,12 +76,22 @@ bool AsyncFileManager::dispatch(double now) {
     for (AsyncFile_QtHttpImpl * file : files_) {
         if (!file->canStart() || file->pause(now) > 0.0) continue;
         const double priority = file->highestQueuedPriority();
-        if (priority <= highest) continue;
+        if (priority <= highest || (priority < AsyncFile::topPriority && isAsked(*file))) continue;
         highest = priority;
         chosen = file;
     }
     if (chosen) chosen->startNext();
     return chosen != nullptr;
+}
+
+/// Whether a transfer asks how `file` or its server is, which failed last. Those that nobody waits for begin
+/// when it has answered.
+bool AsyncFileManager::isAsked(const AsyncFile_QtHttpImpl & file) const {
+    if (file.isAsked()) return true;
+    const std::optional<double> failure = backoff_.failureTime(file.server());
+    return failure && std::any_of(files_.begin(), files_.end(), [&](const AsyncFile_QtHttpImpl * other) {
+               return other->server() == file.server() && other->worksSince(*failure);
+           });
 }
 
 void AsyncFileManager::dispatchAll() {
@@ -121,11 +134,8 @@ QNetworkAccessManager * AsyncFileManager::network() {
         network_ = std::make_unique<Network>();
         network_->access.setProxyFactory(new EnvironmentProxies);
         network_->resumption.setSingleShot(true);
-        QObject::connect(&network_->resumption, &QTimer::timeout, &network_->resumption, [this] {
-            const double now = httpTimes().now();
-            dispatch(now);
-            scheduleResumption(now);
-        });
+        QObject::connect(&network_->resumption, &QTimer::timeout, &network_->resumption,
+                         [this] { dispatchAll(); });
         qAddPostRoutine(&AsyncFileManager::endNetwork);
     }
     return &network_->access;

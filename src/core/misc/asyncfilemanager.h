@@ -58,6 +58,7 @@ private:
     /// Starts at most one transfer: of the file with the highest queued priority among those that have a
     /// client idle and whose server is not left alone. Whether one was started.
     bool dispatch(double now);
+    bool isAsked(const AsyncFile_QtHttpImpl & file) const;
     void scheduleResumption(double now);
 
     std::vector<AsyncFile_QtHttpImpl *> files_;

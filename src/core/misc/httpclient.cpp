@@ -1,3 +1,6 @@
+// One GET request over Qt's network: redirects are followed here, by our rules in the place of Qt's, and a
+// transfer ends after a silence. The read buffer is bounded, so that what a server sends unasked stays there.
+
 #include "httpclient.h"
 
 #include <utility>
@@ -89,6 +92,7 @@ void HttpClient::get(const HttpTarget & target, std::uint64_t offset, std::uint6
     range_ = "bytes=" + QByteArray::number(static_cast<qulonglong>(offset)) + "-" +
              QByteArray::number(static_cast<qulonglong>(offset + size - 1));
     redirects_ = 0;
+    isRedirectRefused_ = false;
     startTime_ = httpTimes().now();
     measuredFrom_ = NBX::NBXTime::now();
     measuredBytes_ = 0;
@@ -113,9 +117,9 @@ void HttpClient::send() {
     if (!target_.authorization.isEmpty()) request.setRawHeader("Authorization", target_.authorization);
     reply_ = AsyncFileManager::instance().network()->get(request);
     reply_->setReadBufferSize(s_readBufferSize);
-    QObject::connect(reply_, &QNetworkReply::metaDataChanged, reply_, [this] { takeHead(); });
-    QObject::connect(reply_, &QNetworkReply::readyRead, reply_, [this] { takeBody(); });
-    QObject::connect(reply_, &QNetworkReply::finished, reply_, [this] { finish(); });
+    QObject::connect(reply_, &QNetworkReply::metaDataChanged, &timer_, [this] { takeHead(); });
+    QObject::connect(reply_, &QNetworkReply::readyRead, &timer_, [this] { takeBody(); });
+    QObject::connect(reply_, &QNetworkReply::finished, &timer_, [this] { finish(); });
     startTimer();
     if (!timer_.isActive())
         NBX_REPORT(0, L"request->timer()->start(CONNECTION_TIME_OUT, true) != 0", L"failed to start timer.");
@@ -186,9 +190,10 @@ void HttpClient::finish() {
 void HttpClient::follow() {
     const QUrl place = QUrl::fromEncoded(QByteArray::fromStdString(*head_.field("location")));
     const HttpTarget next(target_.url.resolved(place));
-    const std::wstring problem = judgeRedirect(placeOf(target_.url), placeOf(next.url), ++redirects_,
-                                               HttpSettings::getFollowsRedirects());
+    const HttpPlace from = placeOf(target_.url), to = placeOf(next.url);
+    const std::wstring problem = judgeRedirect(from, to, ++redirects_, HttpSettings::getFollowsRedirects());
     if (!problem.empty()) {
+        isRedirectRefused_ = judgeRedirect(from, to, redirects_, true).empty();
         end(problem);
         return;
     }
@@ -203,12 +208,13 @@ void HttpClient::end(const std::wstring & error) {
     user_.done(*this, error);
 }
 
-/// Leaves the reply, whose end aborts the transfer. To abort it by itself makes the network class complain
-/// where the reply has an error of its own.
+/// Leaves the reply, whose end aborts the transfer, by a signal of its own: without that a silent connection
+/// would stay open, and keep its place among those of the host. To abort it by itself makes the network class
+/// complain where the reply has an error of its own.
 QNetworkReply * HttpClient::takeReply() {
     timer_.stop();
     QNetworkReply * reply = std::exchange(reply_, nullptr);
-    if (reply) reply->disconnect();
+    if (reply) reply->disconnect(&timer_);
     return reply;
 }
 

@@ -64,6 +64,8 @@ public:
     const HttpTarget & target() const { return target_; }
     /// Of the last answer; its status is 0 while there is none.
     const HttpReplyHead & head() const { return head_; }
+    /// Whether the last transfer would have been followed to another server if the settings said so.
+    bool isRedirectRefused() const { return isRedirectRefused_; }
     /// When the transfer began, by the clock of the pauses.
     double startTime() const { return startTime_; }
 
@@ -87,6 +89,7 @@ private:
     QByteArray range_;
     int redirects_ = 0;
     bool isRedirected_ = false; ///< the reply leads to another place
+    bool isRedirectRefused_ = false;
     qint64 skippedBytes_ = 0;
     double startTime_ = 0.0;
     double measuredFrom_ = 0.0; ///< since when `measuredBytes_` counts

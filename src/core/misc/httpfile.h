@@ -17,8 +17,10 @@ namespace ZMT::CORE::IMPL {
 /// The file at a URL that begins with "http" or "https" and has a host and a path; its first byte is asked
 /// for, to learn its length. Null where the server does not give it, which `problem` tells, and, without a
 /// problem, for what is no such URL. To be called on the thread of the application's event loop: without an
-/// application object, or on another thread, it is reported.
-NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem);
+/// application object, or on another thread, it is reported. `isRedirectRefused`, where given, becomes
+/// whether it would be followed to another server if the settings said so.
+NBX::SO<AsyncFile> openHttpFile(const std::wstring & url, std::wstring & problem,
+                                bool * isRedirectRefused = nullptr);
 
 /// Whether any transfer from a web server is under way.
 bool isHttpLoading();

@@ -3,7 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "filecalls.h"
+#include "core/file/filecalls.h"
 
 namespace ZMT::CORE {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include <nbx/engine/engine.h>
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
@@ -32,20 +32,6 @@ Matrix fit(const NBX::Bounds & content, const NBX::Bounds & target, bool keepAsp
            Matrix::scaling(fittingScale(target.diagonal(), content.diagonal(), keepAspect)) *
            Matrix::translation(-content.center());
 }
-
-/// On the model stack for the life of a block.
-class PushedMatrix {
-public:
-    PushedMatrix(NBX::Engine * engine, const Matrix & matrix) : engine_(engine) {
-        engine_->pushModelMatrix(matrix);
-    }
-    ~PushedMatrix() { engine_->popModelMatrix(); }
-    PushedMatrix(const PushedMatrix &) = delete;
-    PushedMatrix & operator=(const PushedMatrix &) = delete;
-
-private:
-    NBX::Engine * engine_;
-};
 
 } // namespace
 
@@ -97,7 +83,7 @@ void TAdjuster::evaluate(NBX::Engine * engine) {
     if (!renders()) return;
     if (needsUpdate()) update(engine);
     if (!engine) return;
-    const PushedMatrix pushed(engine, matrix_);
+    const NBX::ModelMatrixScope pushed(engine, matrix_);
     NBX::SceneThing::evaluate(engine);
 }
 

@@ -92,7 +92,8 @@ void Thread::start() {
     const auto hasEnded = start->hasEnded;
     pthread_t handle;
     if (pthread_create(&handle, nullptr, entry, start.get()) != 0) {
-        isRunning_ = false;
+        // The flag is that of an earlier thread whose work goes on.
+        if (!impl_ || *impl_->hasEnded) isRunning_ = false;
         return;
     }
     static_cast<void>(start.release());

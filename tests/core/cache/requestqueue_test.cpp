@@ -24,7 +24,7 @@ struct RequestQueueTest : testing::Test {
     }
 };
 
-TEST_F(RequestQueueTest, addsUpPrioritiesOfEqualRequests) {
+TEST_F(RequestQueueTest, AddsUpPrioritiesOfEqualRequests) {
     queue.add(a, preparer, 2.0, 0);
     queue.add(b, preparer, 3.0, 0);
     queue.add(a, preparer, 2.0, 0);
@@ -35,7 +35,7 @@ TEST_F(RequestQueueTest, addsUpPrioritiesOfEqualRequests) {
     EXPECT_EQ(mostWanted(), nullptr);
 }
 
-TEST_F(RequestQueueTest, keepsRequestsForOneKeyWithOtherPreparersApart) {
+TEST_F(RequestQueueTest, KeepsRequestsForOneKeyWithOtherPreparersApart) {
     const auto other = makeObject();
     queue.add(a, preparer, 1.0, 0);
     queue.add(a, other, 1.0, 0);
@@ -47,13 +47,13 @@ TEST_F(RequestQueueTest, keepsRequestsForOneKeyWithOtherPreparersApart) {
     EXPECT_EQ(queue.size(), 1U);
 }
 
-TEST_F(RequestQueueTest, servesTheFirstAmongEquals) {
+TEST_F(RequestQueueTest, ServesTheFirstAmongEquals) {
     queue.add(b, preparer, 1.0, 0);
     queue.add(a, preparer, 1.0, 0);
     EXPECT_EQ(mostWanted(), b.get());
 }
 
-TEST_F(RequestQueueTest, fadesAndForgetsWhatIsNotRepeated) {
+TEST_F(RequestQueueTest, FadesAndForgetsWhatIsNotRepeated) {
     queue.add(a, preparer, 8.0, 0);
     queue.add(b, preparer, 8.0, 0);
     queue.fade(0.5, 3, 3, taken);
@@ -66,7 +66,7 @@ TEST_F(RequestQueueTest, fadesAndForgetsWhatIsNotRepeated) {
     EXPECT_EQ(taken.back().priority, 2.5);
 }
 
-TEST_F(RequestQueueTest, startsAnewAfterClear) {
+TEST_F(RequestQueueTest, StartsAnewAfterClear) {
     queue.add(a, preparer, 8.0, 0);
     queue.clear();
     EXPECT_TRUE(queue.isEmpty());

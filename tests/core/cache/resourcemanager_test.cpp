@@ -110,6 +110,14 @@ public:
             if (request.key == key) return request.priority;
         return 0.0;
     }
+    /// What waits for a frame, made first first.
+    std::string waiting() const {
+        const MutexLocker lock(mutex_.get());
+        std::string names;
+        for (const Entry & entry : waiting_)
+            names += entry.value ? entry.value->name : "-";
+        return names;
+    }
     bool isToEnd() const {
         const MutexLocker lock(mutex_.get());
         return shutdownRequested_;
@@ -508,16 +516,17 @@ TEST_F(ResourceManagerTest, TheOthersOfAFrameStayWhenItsFirstKeyDies) {
     EXPECT_EQ(manager->cached(), "cb");
 }
 
+/// The storage is the same for all, so that the addresses are.
+struct Placed : Key {
+    using Key::Key;
+    static void * operator new(std::size_t size) {
+        static void * const storage = ::operator new(size);
+        return storage;
+    }
+    static void operator delete(void *) {}
+};
+
 TEST_F(ResourceManagerTest, ANewKeyInThePlaceOfADeadOneIsAnotherKey) {
-    // The storage is the same for all, so that the addresses are.
-    struct Placed : Key {
-        using Key::Key;
-        static void * operator new(std::size_t size) {
-            static void * const storage = ::operator new(size);
-            return storage;
-        }
-        static void operator delete(void *) {}
-    };
     SO<Key> placed(new Placed("1"));
     const Key * const address = placed.get();
     demand(*manager, placed);
@@ -728,6 +737,134 @@ TEST_F(ThreadedResourceManagerTest, AWorkerWithoutWorkSleepsUntilThereIsSome) {
         Thread::sleep(0.001);
 }
 
+/// Twenty keys, "a" to "t", wanted in this order, of which the worker has made what it can in one frame.
+class PreparedManagerTest : public ThreadedResourceManagerTest {
+protected:
+    void SetUp() override {
+        for (char name = 'a'; name <= 't'; ++name)
+            keys.push_back(key(std::string(1, name).c_str()));
+        wantAll(*threaded);
+        threaded->endFrame();
+        waitForMade(s_entering + s_waiting);
+    }
+    /// Requests are forgotten when they are not repeated.
+    void wantAll(Manager & manager) {
+        for (std::size_t i = 0; i < keys.size(); ++i)
+            manager.request(keys[i], preparer, 100.0 - double(i));
+    }
+    /// Until so many resources are there.
+    void waitForMade(std::size_t count) {
+        while (threaded->cached().size() + threaded->waiting().size() < count)
+            Thread::sleep(0.001);
+    }
+    static std::string reversed(std::string text) { return {text.rbegin(), text.rend()}; }
+
+    static constexpr std::size_t s_entering = Manager::s_entriesPerFrame, s_waiting = Manager::s_mostWaiting;
+    const std::string all = "abcdefghijklmnopqrst";
+    std::vector<SO<Key>> keys;
+};
+
+TEST_F(PreparedManagerTest, AFrameTakesAFewInTheOrderInWhichTheyWereMade) {
+    for (std::size_t entered = s_entering; entered < all.size(); entered += s_entering) {
+        const std::size_t made = std::min(entered + s_waiting, all.size());
+        waitForMade(made);
+        EXPECT_EQ(threaded->cached(), reversed(all.substr(0, entered)));
+        EXPECT_EQ(threaded->waiting(), all.substr(entered, made - entered));
+        EXPECT_EQ(threaded->usedMemory(), 10.0 * double(entered));
+        EXPECT_EQ(threaded->outcome(keys[entered]), Outcome::None);
+        EXPECT_FALSE(look(*threaded, keys[entered]));
+        threaded->beginFrame();
+        wantAll(*threaded);
+        threaded->endFrame();
+    }
+    EXPECT_EQ(threaded->waiting(), "");
+    EXPECT_EQ(preparer->calls(), all) << "each once";
+}
+
+TEST_F(PreparedManagerTest, TheWorkerRestsWhileMuchWaits) {
+    Thread::sleep(0.05);
+    EXPECT_EQ(preparer->calls(), all.substr(0, s_entering + s_waiting));
+    EXPECT_EQ(threaded->waiting(), all.substr(s_entering, s_waiting));
+    EXPECT_EQ(threaded->pendingRequests(), all.size() - s_entering) << "for the worker, or for a frame";
+}
+
+TEST_F(PreparedManagerTest, WhatIsDemandedAtOnceDoesNotWait) {
+    const SO<Resource> last = demand(*threaded, keys[11]);
+    ASSERT_TRUE(last);
+    EXPECT_EQ(last->name, "l");
+    EXPECT_EQ(look(*threaded, keys[11]), last);
+    EXPECT_EQ(preparer->calls().find('l'), preparer->calls().rfind('l')) << "it has been made";
+    const SO<Key> fresh = key("x");
+    EXPECT_TRUE(demand(*threaded, fresh));
+    threaded->beginFrame();
+    EXPECT_EQ(threaded->cached(), reversed("abcdlxefgh")) << "beside those of the frame";
+}
+
+TEST_F(PreparedManagerTest, WhatWaitsIsNotRequestedAgain) {
+    const std::string before = threaded->requested();
+    EXPECT_FALSE(threaded->request(keys[5], preparer, 5.0));
+    EXPECT_EQ(threaded->requested(), before);
+}
+
+TEST_F(ThreadedResourceManagerTest, WhatWaitsServesAllItsRequests) {
+    const SO<Preparer> second(new Preparer), third(new Preparer);
+    std::vector<SO<Key>> keys;
+    for (unsigned i = 0; i <= Manager::s_entriesPerFrame; ++i)
+        threaded->request(keys.emplace_back(key("k")), preparer, 10.0 - i);
+    for (const auto & other : {second, third})
+        threaded->request(keys.back(), other, 1.0);
+    threaded->endFrame();
+    while (!threaded->requested().empty())
+        Thread::sleep(0.001);
+    threaded->shutdown();
+    EXPECT_EQ(threaded->waiting(), "k");
+    EXPECT_EQ(second->calls() + third->calls(), "");
+}
+
+TEST_F(PreparedManagerTest, WhatHasFailedTakesNoPlace) {
+    threaded->shutdown();
+    const SO<Manager> other(new Manager(1000.0, true));
+    preparer->fails = true;
+    wantAll(*other);
+    other->endFrame();
+    while (!other->requested().empty())
+        Thread::sleep(0.001);
+    other->shutdown();
+    for (const SO<Key> & failed : keys)
+        EXPECT_EQ(other->outcome(failed), Outcome::Failed);
+}
+
+TEST_F(ThreadedResourceManagerTest, ANewKeyInThePlaceOfADeadOneThatWaitsIsAnotherKey) {
+    std::vector<SO<Key>> keys;
+    for (unsigned i = 0; i < Manager::s_entriesPerFrame; ++i)
+        threaded->request(keys.emplace_back(key("k")), preparer, 10.0);
+    SO<Key> placed(new Placed("1"));
+    threaded->request(placed, preparer, 1.0);
+    threaded->endFrame();
+    while (threaded->waiting().empty())
+        Thread::sleep(0.001);
+    threaded->shutdown();
+    threaded->endFrame();
+    EXPECT_EQ(threaded->waiting(), "1");
+    placed = nullptr;
+    placed = new Placed("2");
+    threaded->request(placed, preparer, 1.0);
+    EXPECT_EQ(threaded->requested(), "2");
+}
+
+TEST_F(PreparedManagerTest, TheDeadAndTheRemovedDoNotEnter) {
+    threaded->shutdown();
+    threaded->endFrame();
+    keys[4] = nullptr;
+    threaded->remove(keys[5]);
+    EXPECT_EQ(threaded->waiting(), "eghijkl");
+    threaded->endFrame();
+    EXPECT_EQ(threaded->waiting(), "ghijkl");
+    keys[6] = nullptr;
+    threaded->beginFrame();
+    EXPECT_EQ(threaded->cached(), reversed("abcdhij")) << "dead in between";
+}
+
 TEST_F(ThreadedResourceManagerTest, PrioritiesFadeAndAddUp) {
     holdWorker();
     threaded->request(a, preparer, 1.0);
@@ -911,8 +1048,11 @@ TEST_F(ThreadedResourceManagerTest, ServesMovingWishes) {
         }
         threaded->endFrame();
     }
-    while (!threaded->requested().empty())
+    while (!threaded->requested().empty()) {
+        threaded->beginFrame();
+        threaded->endFrame();
         Thread::sleep(0.001);
+    }
     threaded->shutdown();
     keys.clear();
     threaded->beginFrame();

@@ -19,6 +19,17 @@ TEST(HttpBackoff, NothingIsLeftAloneAtFirst) {
     EXPECT_EQ(backoff.lastFailure("a"), L"");
 }
 
+TEST(HttpBackoff, KnowsWhenTheLastFailureWas) {
+    HttpBackoff backoff;
+    EXPECT_FALSE(backoff.failureTime("a"));
+    backoff.failed("a", 9.0, 10.0, 0.0, L"");
+    backoff.failed("a", 9.5, 12.0, 0.0, L"");
+    EXPECT_EQ(12.0, backoff.failureTime("a"));
+    EXPECT_FALSE(backoff.failureTime("b"));
+    backoff.succeeded("a", 13.0);
+    EXPECT_FALSE(backoff.failureTime("a"));
+}
+
 TEST(HttpBackoff, PauseDoublesUpToTheLongest) {
     HttpBackoff backoff;
     double now = 100.0;

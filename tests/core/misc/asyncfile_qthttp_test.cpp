@@ -12,9 +12,10 @@
 #include <nbx/engine/canvas.h>
 #include <nbx/engine/engine.h>
 
-#include "core/misc/filecalls.h"
+#include "core/file/filecalls.h"
 #include "core/misc/httpfile.h"
 #include <zmt/core/misc/patience.h>
+#include <zmt/core/misc/readprogress.h>
 
 #include "support/recordedreports.h"
 #include "support/temporaryfolder.h"
@@ -120,6 +121,25 @@ TEST_F(AsyncFile_QtHttpWithoutApplicationTest, WhatIsNoUrlNeedsNoApplication) {
     EXPECT_TRUE(reports.empty()) << reports;
 }
 
+/// What breaks off begins anew.
+TEST_F(AsyncFile_QtHttpTest, WhatComesAgainIsNoProgress) {
+    const NBX::SO<AsyncFile> file = open();
+    const auto progress = [&](const HttpAnswer & answer) {
+        server_.always(answer);
+        const std::uint64_t before = ReadProgress::totalBytes();
+        EXPECT_TRUE(runUntilDone(*file->request(5000, 100, 1.0)));
+        return ReadProgress::totalBytes() - before;
+    };
+    HttpAnswer broken;
+    broken.dropAfter = 40;
+    EXPECT_EQ(progress(broken), 40U);
+    EXPECT_EQ(progress(broken), 0U);
+    broken.dropAfter = 30;
+    EXPECT_EQ(progress(broken), 0U);
+    EXPECT_EQ(progress({}), 60U);
+    EXPECT_EQ(progress({}), 0U);
+}
+
 TEST_F(AsyncFile_QtHttpTest, RangesAreReadAndCounted) {
     NBX::SO<AsyncFile> file = AsyncFile::create(server_.url("/f"));
     ASSERT_TRUE(file);
@@ -149,6 +169,27 @@ TEST_F(AsyncFile_QtHttpTest, RangesAreReadAndCounted) {
     EXPECT_EQ(received[1].fields.at("host"), "127.0.0.1:" + std::to_string(server_.port()));
     EXPECT_EQ(received[1].fields.count("authorization"), 0u);
     EXPECT_EQ(received[1].fields.count("cookie"), 0u);
+}
+
+TEST_F(AsyncFile_QtHttpTest, NoMoreConnectionsAreOpenedThanTransfersMayRunAndThoseThatTheServerEnds) {
+    const auto file = open(), other = open();
+    server_.resetCounts();
+    for (unsigned round = 0; round < 10; ++round) {
+        server_.always({.isLengthHidden = round % 3 == 1}); // the end of the connection is that of the body
+        AsyncFile::Requests requests;
+        for (unsigned i = 0; i < 12; ++i)
+            requests.push_back((i % 2 == 0 ? file : other)->request(i, 100, 1.0));
+        for (const auto & request : requests)
+            EXPECT_TRUE(request->wait());
+    }
+    // The network class asks again by itself where a connection ends under a request.
+    const unsigned again = server_.requests() - 120u;
+    EXPECT_LE(again, 12u);
+    EXPECT_GE(server_.endedConnections(), 36u);
+    // The network class opens connections ahead of requests that then go elsewhere, while others are being
+    // ended.
+    EXPECT_LE(server_.usedConnections(), 5u + server_.endedConnections() + again);
+    EXPECT_LE(server_.mostConnectionsAtOnce(), 6u);
 }
 
 TEST_F(AsyncFile_QtHttpTest, QueryIsKept) {
@@ -330,16 +371,41 @@ TEST_F(AsyncFile_QtHttpTest, LongerBodyIsReportedAndFails) {
 }
 
 TEST_F(AsyncFile_QtHttpTest, AnswerWithTheWholeFileIsAbortedAtItsHead) {
+    server_.setSendBuffer(1 << 16);
     const auto file = open();
     httpTimes() = {}; // the server is slow to make so much
     server_.setFile("/f", std::string(24 << 20, 'x'));
     server_.then({.isWholeFile = true});
     const std::uint64_t before = AsyncFile::TotalTransferedBytes();
+    server_.setHeld(true);
     const auto request = file->request(0, 100, 1.0);
+    ASSERT_TRUE(runUntil([&] { return server_.requests() == 1; }));
+    server_.setHeld(false);
+    // The network class receives what it may while nobody comes to judge the head.
+    for (int i = 0; i < 1000 && server_.sentBytes() == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_LT(0u, server_.sentBytes());
     EXPECT_FALSE(request->wait());
     EXPECT_EQ(AsyncFile::TotalTransferedBytes(), before);
-    // The buffers of the system take a few megabytes.
-    EXPECT_LT(server_.sentBytes(), 12u << 20);
+    // 64 KiB, and what fits the buffers of the system.
+    EXPECT_LT(server_.sentBytes(), 1u << 20);
+}
+
+/// Silent connections that stayed open would keep all places that the host has.
+TEST_F(AsyncFile_QtHttpTest, TransfersThatAreEndedCloseTheirConnections) {
+    const auto file = open();
+    httpTimes().silenceMilliseconds = 50;
+    for (const HttpAnswer & silence : {HttpAnswer{.silentAfter = -1}, HttpAnswer{.silentAfter = 10}})
+        for (int i = 0; i < 8; ++i) {
+            server_.then(silence);
+            EXPECT_FALSE(file->request(0, 100, 1.0)->wait());
+        }
+    EXPECT_TRUE(runUntil([&] { return server_.workingNow() == 0; }, 1.0));
+    const auto last = file->request(0, 100, 1.0);
+    EXPECT_TRUE(last->wait()) << narrow(last->errorText());
+    EXPECT_EQ(server_.requests(), 17u);
+    EXPECT_LE(server_.mostConnectionsAtOnce(), 2u);
 }
 
 TEST_F(AsyncFile_QtHttpTest, FileThatChangesOnTheServerFailsUntilItIsBack) {
@@ -469,6 +535,25 @@ TEST_F(AsyncFile_QtHttpTest, WhatPatienceDoesNotWaitForGoesOn) {
     server_.setHeld(false);
     EXPECT_TRUE(request->wait());
     EXPECT_EQ(server_.requests(), 1u);
+}
+
+TEST_F(AsyncFile_QtHttpTest, WhatWasGivenUpHasThePriorityThatItHad) {
+    const auto file = open();
+    httpTimes().silenceMilliseconds = 60000;
+    server_.setHeld(true);
+    AsyncFile::Requests running;
+    for (int i = 0; i < 4; ++i)
+        running.push_back(file->request(0, 10, 9.0));
+    const auto queued = file->request(0, 10, 3.0);
+    {
+        const Patience patience(0.05);
+        EXPECT_FALSE(queued->wait());
+    }
+    EXPECT_EQ(queued->state(), AsyncFile::RS_Queued);
+    EXPECT_EQ(queued->priority(), 3.0);
+    server_.setHeld(false);
+    EXPECT_TRUE(queued->wait());
+    EXPECT_TRUE(file->wait(running));
 }
 
 TEST_F(AsyncFile_QtHttpTest, OpeningAndReadingEndWithThePatience) {
@@ -658,11 +743,36 @@ TEST_F(AsyncFile_QtHttpTest, FilesAreOpenedOnTheThreadOfTheEventLoop) {
     std::wstring problem;
     std::thread([&] { EXPECT_FALSE(openHttpFile(server_.url("/f"), problem)); }).join();
     EXPECT_EQ(problem, L"not on the thread of the event loop");
-    EXPECT_EQ(reports.count(0, L"isOnItsThread",
-                            L"files on web servers are opened on the thread of the event loop"),
-              1u)
+    EXPECT_EQ(
+        reports.count(0, L"isOnItsThread", L"files on web servers are used on the thread of the event loop"),
+        1u)
         << reports;
     EXPECT_EQ(server_.requests(), 0u);
+}
+
+TEST_F(AsyncFile_QtHttpTest, FilesAreUsedOnTheThreadOfTheEventLoop) {
+    const auto file = open();
+    server_.setHeld(true);
+    AsyncFile::Requests requests;
+    for (int i = 0; i < 5; ++i)
+        requests.push_back(file->request(0, 10, 1.0));
+    const RecordedReports reports;
+    std::thread([&] {
+        EXPECT_FALSE(file->request(0, 10, 1.0));
+        EXPECT_FALSE(requests[4]->setPriority(2.0));
+        EXPECT_FALSE(requests[4]->wait());
+        EXPECT_EQ(requests[4]->state(), AsyncFile::RS_Failed);
+        EXPECT_FALSE(file->remove(requests[4]));
+        EXPECT_TRUE(file->requests().empty());
+        EXPECT_EQ(file->url(), server_.url("/f")) << "what does not change may be looked at";
+    }).join();
+    EXPECT_EQ(
+        reports.count(0, L"isOnItsThread", L"files on web servers are used on the thread of the event loop"),
+        6u)
+        << reports;
+    EXPECT_EQ(requests[4]->priority(), 1.0);
+    server_.setHeld(false);
+    EXPECT_TRUE(requests[4]->wait()) << "nothing has happened to it";
 }
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include <core/misc/filecalls.h>
+#include <core/file/filecalls.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/object/wo.h>

@@ -16,8 +16,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <core/misc/pagestore.h>
-#include <core/misc/readengine.h>
+#include <core/file/pagestore.h>
+#include <core/file/readengine.h>
 #include <nbx/data/file.h>
 #include <nbx/object/stringutils.h>
 #include <support/interruptingsignal.h>
@@ -25,6 +25,7 @@
 #include <support/scriptedfilecalls.h>
 #include <support/temporaryfolder.h>
 #include <zmt/core/misc/patience.h>
+#include <zmt/core/misc/readprogress.h>
 
 using NBX::SO;
 using ZMT::CORE::AsyncFile;
@@ -127,6 +128,7 @@ TEST_P(AsyncFileWinTest, ReadsTheBlocksThatARangeTouches) {
 
     const std::uint64_t before = AsyncFile::TotalLocalBytes();
     const std::uint64_t transfered = AsyncFile::TotalTransferedBytes();
+    const std::uint64_t progress = ZMT::CORE::ReadProgress::totalBytes();
     const SO<Request> request = file->request(5000, 100, 3.0);
     EXPECT_EQ(request->transferredBytes(), -1);
     EXPECT_TRUE(request->wait());
@@ -140,6 +142,9 @@ TEST_P(AsyncFileWinTest, ReadsTheBlocksThatARangeTouches) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(request->data()->pointer()) % 4096, 904U);
     EXPECT_EQ(bytesOf(*request), rangeOf(bytes, 5000, 100));
     EXPECT_EQ(AsyncFile::TotalLocalBytes() - before, 4096U);
+    EXPECT_EQ(ZMT::CORE::ReadProgress::totalBytes() - progress, 100U);
+    EXPECT_TRUE(file->request(5000, 100, 3.0)->wait());
+    EXPECT_EQ(ZMT::CORE::ReadProgress::totalBytes() - progress, 100U) << "the same again";
     EXPECT_EQ(AsyncFile::TotalTransferedBytes(), transfered) << "these are not of a server";
     EXPECT_TRUE(reports_.empty()) << reports_;
 }
@@ -448,7 +453,7 @@ TEST_P(AsyncFileWinQueueTest, TheEndOfARequestWaitsForItsRead) {
     const SO<Request> next = other->request(0, 10, 1.0);
     EXPECT_TRUE(isReleased) << "the memory went while it was written to";
     releasing.join();
-    EXPECT_EQ(FileRead::countOwed(), 1U);
+    EXPECT_LE(FileRead::countOwed(), 1U) << "that of the next request, unless it is done already";
     EXPECT_TRUE(next->wait());
     file_ = other;
 }
@@ -481,6 +486,7 @@ TEST_P(AsyncFileWinQueueTest, WhatPatienceDoesNotWaitForGoesOn) {
     }
     EXPECT_EQ(running_[2]->state(), AsyncFile::RS_Processing);
     EXPECT_EQ(queued->state(), AsyncFile::RS_Queued);
+    EXPECT_EQ(queued->priority(), 1.0) << "what is seen may overtake it again";
     calls_.release();
     EXPECT_TRUE(running_[2]->wait());
     EXPECT_TRUE(queued->wait());

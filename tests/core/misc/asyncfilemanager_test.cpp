@@ -228,6 +228,48 @@ TEST_F(AsyncFileManagerTest, SilentServerIsToldSoonHoweverOftenItIsOpened) {
               L"server '127.0.0.1' is asked again in 1 s: server '127.0.0.1' was silent for 2000 ms");
 }
 
+TEST_F(AsyncFileManagerTest, OneTransferAsksHowTheServerIsHoweverLongThatTakes) {
+    const auto file = open(server_), other = open(server_);
+    server_.then({.status = 503, .reason = "Busy"});
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    httpTimes().silenceMilliseconds = 60000;
+    server_.setHeld(true);
+    AsyncFile::Requests wanted = requestMany(*file, 3);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 1; }));
+    for (unsigned frame = 0; frame < 10; ++frame) {
+        wanted.push_back(frame % 2 == 0 ? file->request(frame, 10, 1.0) : other->request(frame, 10, 1.0));
+        runFor(0.01);
+    }
+    EXPECT_EQ(server_.workingNow(), 1u);
+    const auto awaited = other->request(0, 10, AsyncFile::topPriority);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 2; })) << "who waits does not wait for that";
+    server_.setHeld(false);
+    for (const auto & request : wanted)
+        EXPECT_TRUE(runUntilDone(*request));
+    EXPECT_TRUE(runUntilDone(*awaited));
+    EXPECT_EQ(server_.requests(), 15u);
+}
+
+TEST_F(AsyncFileManagerTest, OneTransferAsksHowAFileIsThatHasChanged) {
+    const auto file = open(server_);
+    server_.setFile("/f", bytes_ + "more");
+    EXPECT_FALSE(file->request(0, 10, 1.0)->wait());
+    EXPECT_TRUE(file->hasChanged());
+    httpTimes().silenceMilliseconds = 60000;
+    server_.setHeld(true);
+    AsyncFile::Requests wanted = requestMany(*file, 3);
+    ASSERT_TRUE(runUntil([&] { return server_.workingNow() == 1; }));
+    for (unsigned frame = 0; frame < 10; ++frame) {
+        wanted.push_back(file->request(frame, 10, 1.0));
+        runFor(0.01);
+    }
+    EXPECT_EQ(server_.workingNow(), 1u);
+    server_.setFile("/f", bytes_);
+    server_.setHeld(false);
+    for (const auto & request : wanted)
+        EXPECT_TRUE(request->wait());
+}
+
 /// A caller that asks anew for everything that fails, frame by frame.
 TEST_F(AsyncFileManagerTest, FailingServerIsNotStormedAndRecoveryIsComplete) {
     const auto file = open(server_);
@@ -245,9 +287,9 @@ TEST_F(AsyncFileManagerTest, FailingServerIsNotStormedAndRecoveryIsComplete) {
         return file->requests(AsyncFile::RS_Ready).size() == wanted.size();
     };
     EXPECT_FALSE(runUntil(isComplete, 1.5));
-    // 20, 40, 80, 160 and then 200 ms: at most eleven rounds of four.
+    // Four at first, then one after each of 20, 40, 80, 160 and then 200 ms.
     EXPECT_GE(server_.requests(), 8u);
-    EXPECT_LE(server_.requests(), 44u);
+    EXPECT_LE(server_.requests(), 15u);
     server_.always({});
     EXPECT_TRUE(runUntil(isComplete, 2.0));
 }

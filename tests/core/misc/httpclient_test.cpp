@@ -9,6 +9,7 @@
 #include "core/misc/httpfile.h"
 #include "support/recordedreports.h"
 #include "support/temporaryfolder.h"
+#include "support/web/networkproxies.h"
 #include "support/web/secureserver.h"
 #include "support/webtest.h"
 
@@ -37,7 +38,7 @@ protected:
     /// What stops `url` from being opened; empty when nothing does.
     std::wstring problemOf(const std::wstring & url) {
         std::wstring problem;
-        file_ = openHttpFile(url, problem);
+        file_ = openHttpFile(url, problem, &isRedirectRefused_);
         EXPECT_EQ(problem.empty(), static_cast<bool>(file_));
         return problem;
     }
@@ -47,6 +48,7 @@ protected:
 
     ScriptedHttpServer other_;
     NBX::SO<AsyncFile> file_;
+    bool isRedirectRefused_ = false; ///< of the last one that was opened
 };
 
 TEST_F(HttpClientTest, RedirectIsFollowedAndItsGoalRemembered) {
@@ -108,10 +110,23 @@ TEST_F(HttpClientTest, RedirectToAnotherHostIsFollowedOnDemandOnly) {
     EXPECT_EQ(problemOf(server_.url("/f")),
               L"server '127.0.0.1' redirects to http://localhost, which is not followed");
     EXPECT_EQ(other_.requests(), 0u);
+    EXPECT_TRUE(isRedirectRefused_);
+    AsyncFileManager::instance().backoff() = {};
+    server_.then(redirect("ftp://localhost/f"));
+    EXPECT_NE(problemOf(server_.url("/f")), L"");
+    EXPECT_FALSE(isRedirectRefused_) << "no setting helps";
+    AsyncFileManager::instance().backoff() = {};
+    server_.then(redirect(otherPlace("localhost")));
+    const RecordedReports reports;
+    AsyncFile::Problem problem;
+    EXPECT_FALSE(AsyncFile::create(server_.url("/f"), false, problem));
+    EXPECT_TRUE(problem.isRedirectRefused);
+    EXPECT_NE(problem.text.find(L"which is not followed"), std::wstring::npos);
     AsyncFileManager::instance().backoff() = {};
     HttpSettings::setFollowsRedirects(true);
     server_.then(redirect(otherPlace("localhost")));
     EXPECT_EQ(problemOf(server_.url("/f")), L"");
+    EXPECT_FALSE(isRedirectRefused_);
     EXPECT_EQ(other_.requests(), 1u);
 }
 
@@ -188,6 +203,24 @@ TEST_F(HttpClientTest, ProxyOfTheEnvironmentIsAsked) {
     ::unsetenv("no_proxy");
 }
 
+TEST_F(HttpClientTest, ProxiesHaveTheKindAndThePortOfTheirScheme) {
+    const struct {
+        const char * value;
+        const char * proxy;
+    } cases[] = {{"http://p.invalid:1234", "http p.invalid:1234 :"},
+                 {"p.invalid", "http p.invalid:8080 :"},
+                 {"http://u:v@p.invalid", "http p.invalid:8080 u:v"},
+                 {"socks5://p.invalid", "socks5 p.invalid:1080 :"},
+                 {"socks5h://u:v@p.invalid:99", "socks5 p.invalid:99 u:v"}};
+    const QNetworkAccessManager & network = *AsyncFileManager::instance().network();
+    EXPECT_EQ(proxyOf(network, "http://a.invalid/f"), "");
+    for (const auto & [value, proxy] : cases) {
+        ::setenv("http_proxy", value, 1);
+        EXPECT_EQ(proxyOf(network, "http://a.invalid/f"), proxy) << value;
+    }
+    ::unsetenv("http_proxy");
+}
+
 TEST_F(HttpClientTest, CookiesAreNotKept) {
     server_.always({.lines = {"Set-Cookie: a=b"}});
     EXPECT_EQ(problemOf(server_.url("/f")), L"");
@@ -210,6 +243,7 @@ TEST_F(HttpClientTest, KnownCertificateIsGoodForItsHostAndRedirectsLeadThere) {
     const SecureServer secure;
     EXPECT_EQ(problemOf(wide(secure.url())), L"");
     EXPECT_EQ(file_->size(), 10u);
+    EXPECT_NE(secure.protocol(), "h2") << "which has other limits on what runs at once";
     server_.then(redirect(secure.url()));
     EXPECT_EQ(problemOf(server_.url("/f")), L"");
     EXPECT_EQ(secure.requests(), 2);

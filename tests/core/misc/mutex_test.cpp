@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <support/slotorder.h>
+
 #include <zmt/core/misc/thread.h>
 
 using ZMT::CORE::Mutex;
@@ -141,6 +143,10 @@ TEST(MutexLocker, UsesTheVirtualOperations) {
         const MutexLocker inner(mutex.get());
     }
     EXPECT_EQ(mutex->text, "lluu");
+}
+
+TEST(Mutex, OperationsKeepTheirOrder) {
+    EXPECT_TRUE(inSlotOrder(&NBX::SharedObj::isRegisteredForSerialization, &Mutex::lock, &Mutex::unlock));
 }
 
 } // namespace

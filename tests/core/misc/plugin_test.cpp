@@ -12,6 +12,7 @@
 #include <zmt/core/misc/plugin.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using NBX::File;
 using ZMT::CORE::Plugin;
@@ -110,6 +111,17 @@ TEST_F(PluginTest, FoldersBesideTheLibraryComeFirst) {
                                  "...\n\t\tOK!\nLoading plugin: zmt_x64_a.qpi\n\tloading: " + folder_ +
                                  second + "...\n\t\tOK!\n");
     EXPECT_EQ(loaded(), 2);
+}
+
+/// These tests again, by a program that lies where the library does: the folder of both is scanned once.
+TEST_F(PluginTest, AFolderOfBothIsScannedOnce) {
+    const std::string library = NBX::PlugIn::fullName("zmt_core.dll");
+    const std::string neighbour = File::pathName(library) + "zmt_plugin_test_" + std::to_string(::getpid());
+    ASSERT_EQ(::link(NBX::PlugIn::fullName("").c_str(), neighbour.c_str()), 0) << neighbour;
+    const std::string command =
+        "'" + neighbour + "' --gtest_filter=PluginTest.MarkerFilesAreTakenByName > /dev/null 2>&1";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    File::remove(neighbour);
 }
 
 TEST_F(PluginTest, TheLastLineThatNamesAFileDecides) {

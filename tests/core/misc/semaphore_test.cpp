@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <support/interruptingsignal.h>
+#include <support/slotorder.h>
 
 #include <nbx/object/so.h>
 #include <zmt/core/misc/thread.h>
@@ -98,6 +99,11 @@ TEST(Semaphore, ACopyStandsForTheSameCount) {
     const NBX::SO<Semaphore> copy(new Semaphore(*semaphore));
     copy->increase();
     semaphore->decrease();
+}
+
+TEST(Semaphore, OperationsKeepTheirOrder) {
+    EXPECT_TRUE(inSlotOrder(&NBX::SharedObj::isRegisteredForSerialization, &Semaphore::increase,
+                            &Semaphore::decrease));
 }
 
 } // namespace

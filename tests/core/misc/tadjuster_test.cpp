@@ -150,6 +150,27 @@ TEST_F(TAdjusterTest, ContentOfNothingIsUndefinedAndUntouched) {
     EXPECT_EQ(engine_->modelMatrix(), Matrix());
 }
 
+TEST_F(TAdjusterTest, ContentThatGoesTakesItsFitAlong) {
+    const auto node = fitted(Point(5, 5, 5), true);
+    EXPECT_TRUE(node->boundingBox(engine_.get()).isDefined());
+    node->clear();
+    EXPECT_FALSE(node->boundingBox(engine_.get()).isDefined());
+    const NBX::SO<NotedBox> boundless(new NotedBox(Bounds()));
+    node->append(boundless.get());
+    node->evaluate(engine_.get());
+    EXPECT_EQ(boundless->paintedUnder, std::vector<Matrix>{Matrix()});
+    EXPECT_FALSE(node->boundingBox(engine_.get()).isDefined());
+}
+
+TEST_F(TAdjusterTest, ATargetThatGoesTakesTheFitAlong) {
+    const auto node = fitted(Point(5, 5, 5), true);
+    EXPECT_TRUE(node->boundingBox(engine_.get()).isDefined());
+    node->setVolume(new Box(Bounds()));
+    expectNear(node->boundingBox(engine_.get()), Bounds(Point(), Point(5, 5, 5)));
+    node->evaluate(engine_.get());
+    EXPECT_EQ(content_->paintedUnder, std::vector<Matrix>{Matrix()});
+}
+
 TEST_F(TAdjusterTest, PaintsItsContentUnderTheFit) {
     const auto node = fitted(Point(5, 5, 5), true);
     engine_->pushModelMatrix(Matrix::translation(Point(100, 0, 0)));

@@ -33,9 +33,11 @@ TEST(UseDisplayListGL, StoresItsValue) {
         const NBX::SO<UseDisplayListGL> written(new UseDisplayListGL(active));
         EXPECT_EQ(RecordedAttributes::of(*written), Names{"active"});
         EXPECT_EQ(RecordedAttributes::of(*written, true), active ? Names{} : Names{"active"});
+        written->setEnableState(active);
         const auto read = roundTrip(written);
         ASSERT_TRUE(read);
         EXPECT_EQ(read->getActive(), active);
+        EXPECT_EQ(read->isEnabled(), active);
     }
 }
 

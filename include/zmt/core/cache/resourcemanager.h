@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -35,6 +36,10 @@ namespace ZMT::CORE {
 /// released by the threads that call `beginFrame`, `endFrame` and `request`, never by the worker.
 /// (6) A preparer that gives null has nothing for the key, which is cached as a resource is. One that throws
 /// has failed: until the first frame after `s_retryTime` its key takes no memory and is not prepared again.
+/// (7) Of what the worker makes `s_entriesPerFrame` resources enter the cache from one `beginFrame` to the
+/// next, in the order in which they were made; the others wait, and the worker rests while `s_mostWaiting`
+/// do. So no picture has to take to the card all that came ready since the last one. What is demanded at
+/// once, and what has failed, enters at once.
 ///
 /// Everything belongs to the render thread, but for the calls of the preparer, of `sizeOf` and of `now`. The
 /// destructor of a subclass calls `shutdown`.
@@ -52,12 +57,16 @@ public:
     static constexpr double s_fading = 0.8;
     /// Seconds without work after which the worker ends; the next frame with requests starts it again.
     static constexpr double s_idleTime = 1.0;
+    /// At 1 MiB each, what a card takes in well under the time of a picture.
+    static constexpr unsigned s_entriesPerFrame = 4;
+    /// Prepared ones that wait for a frame: two frames' worth, so that neither thread waits for the other.
+    static constexpr unsigned s_mostWaiting = 2 * s_entriesPerFrame;
     /// Seconds after which what could not be prepared is tried again when it is requested.
     static constexpr double s_retryTime = 10.0;
 
     /// What came of the preparation of a key.
     enum class Outcome {
-        None,   ///< there was none yet, or it was dropped
+        None,   ///< there was none yet, it waits for a frame, or it was dropped
         Done,   ///< the resource is cached; it may be null
         Failed, ///< the preparer threw
     };
@@ -89,7 +98,7 @@ public:
     virtual NBX::SO<V> request(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer, double priority);
     /// Drops the resource of `key` now.
     virtual void remove(const NBX::SO<K> & key);
-    /// Bytes of all that is cached.
+    /// Bytes of all that is cached, without what waits for a frame.
     virtual double usedMemory() const;
     virtual double maxMemory() const;
     /// Takes effect at the end of the frame.
@@ -104,7 +113,8 @@ public:
     /// others not.
     virtual Outcome outcome(const NBX::SO<K> & key) const;
 
-    /// Number of requests that wait, without the one that is being prepared. May be asked for on any thread.
+    /// Number of requests that wait, for the worker or, prepared, for a frame, without the one that is being
+    /// prepared. May be asked for on any thread.
     std::size_t pendingRequests() const;
 
 protected:
@@ -130,10 +140,12 @@ protected:
     const unsigned requestAgeLimit_;
     const double idleSleep_;
     Entries cache_; ///< frames reach from one `beginFrame` to the next
+    Taken waiting_; ///< what the worker has made for later frames, the oldest first
+    unsigned entriesLeft_ = s_entriesPerFrame; ///< of this frame
     unsigned frame_ = 0;
     Queue requests_;
-    /// Guards the cache, its index, the requests, `released_` and `shutdownRequested_`. Null, as the next
-    /// one, without multi-threading. Taken before the next one.
+    /// Guards the cache, its index, what waits, the requests, `released_` and `shutdownRequested_`. Null, as
+    /// the next one, without multi-threading. Taken before the next one.
     const NBX::SO<Mutex> mutex_;
     const NBX::SO<Mutex> prepareMutex_; ///< held around every call of a preparer
     bool shutdownRequested_ = false;
@@ -154,7 +166,12 @@ private:
 
     // All of these expect `mutex_` to be held.
     Position find(const K * key);
+    Position findWaiting(const K * key);
+    bool hasWork() const { return !requests_.isEmpty() && waiting_.size() < s_mostWaiting; }
     void insert(const NBX::SO<K> & key, Prepared prepared);
+    void insertOrWait(const NBX::SO<K> & key, Prepared prepared);
+    void enter(Position waiting, Taken & entered);
+    void enterThoseOfAFrame(Taken & entered);
     void take(Position entry, Taken & taken);
     bool takeMostWanted(Requests & taken);
     void release(Requests & requests);
@@ -175,13 +192,13 @@ private:
 template <class K, class V> void ResourceManager<K, V>::run() {
     double lastWork = now();
     do {
-        bool hasWork;
+        bool canWork;
         {
             const MutexLocker lock(mutex_.get());
             if (shutdownRequested_) return;
-            hasWork = !requests_.isEmpty();
+            canWork = hasWork();
         }
-        if (hasWork) {
+        if (canWork) {
             prepareOne();
             lastWork = now();
         } else {
@@ -197,15 +214,17 @@ template <class K, class V> void ResourceManager<K, V>::pause() {
         return;
     }
     std::unique_lock lock(*mutex_);
-    wake_.wait_for(lock, s_longestPause, [this] { return shutdownRequested_ || !requests_.isEmpty(); });
+    wake_.wait_for(lock, s_longestPause, [this] { return shutdownRequested_ || hasWork(); });
 }
 
 template <class K, class V> void ResourceManager<K, V>::beginFrame() {
+    Taken entered;
     {
         const MutexLocker lock(mutex_.get());
         forgetFailures();
         cache_.forgetFrame();
         ++frame_;
+        enterThoseOfAFrame(entered);
     }
     if (!multiThreaded_) {
         prepareOne();
@@ -243,6 +262,11 @@ template <class K, class V> void ResourceManager<K, V>::endFrame() {
             if (!entry->key) take(entry, dropped);
             entry = next;
         }
+        for (Position entry = waiting_.begin(); entry != waiting_.end();) {
+            const Position next = std::next(entry);
+            if (!entry->key) dropped.splice(dropped.end(), waiting_, entry);
+            entry = next;
+        }
         while (usedMemory() > maxMemory()) {
             const Position oldest = cache_.oldest();
             if (oldest == cache_.end()) break;
@@ -256,6 +280,7 @@ template <class K, class V> void ResourceManager<K, V>::endFrame() {
 template <class K, class V>
 NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<Preparer> & preparer,
                                           double priority) {
+    Taken entered;
     const MutexLocker lock(mutex_.get());
     const Position entry = find(key.get());
     if (entry != cache_.end()) {
@@ -263,6 +288,13 @@ NBX::SO<V> ResourceManager<K, V>::request(const NBX::SO<K> & key, const NBX::SO<
         return entry->value;
     }
     if (!key || !preparer || !(priority > 0.0)) return nullptr;
+    const Position waiting = findWaiting(key.get());
+    if (waiting != waiting_.end()) {
+        if (priority < s_immediately) return nullptr;
+        const NBX::SO<V> value = waiting->value;
+        enter(waiting, entered);
+        return value;
+    }
     if (priority < s_immediately) {
         requests_.add(key, preparer, priority, frame_);
         wake_.notify_one();
@@ -289,6 +321,8 @@ template <class K, class V> void ResourceManager<K, V>::remove(const NBX::SO<K> 
     const MutexLocker lock(mutex_.get());
     const Position entry = find(key.get());
     if (entry != cache_.end()) take(entry, dropped);
+    const Position waiting = findWaiting(key.get());
+    if (waiting != waiting_.end()) dropped.splice(dropped.end(), waiting_, waiting);
 }
 
 template <class K, class V> double ResourceManager<K, V>::usedMemory() const {
@@ -298,7 +332,7 @@ template <class K, class V> double ResourceManager<K, V>::usedMemory() const {
 
 template <class K, class V> std::size_t ResourceManager<K, V>::pendingRequests() const {
     const MutexLocker lock(mutex_.get());
-    return requests_.size();
+    return requests_.size() + waiting_.size();
 }
 
 template <class K, class V> double ResourceManager<K, V>::maxMemory() const {
@@ -334,7 +368,7 @@ template <class K, class V> void ResourceManager<K, V>::prepareOne() {
     }
 
     const MutexLocker lock(mutex_.get());
-    insert(request.key, std::move(prepared));
+    insertOrWait(request.key, std::move(prepared));
     requests_.takeOneFor(request.key.get(), taken);
     release(taken);
 }
@@ -342,6 +376,36 @@ template <class K, class V> void ResourceManager<K, V>::prepareOne() {
 template <class K, class V> auto ResourceManager<K, V>::find(const K * key) -> Position {
     const auto found = index_.find(key);
     return found != index_.end() && found->second->key ? found->second : cache_.end();
+}
+
+template <class K, class V> auto ResourceManager<K, V>::findWaiting(const K * key) -> Position {
+    return std::find_if(waiting_.begin(), waiting_.end(),
+                        [key](const Entry & entry) { return entry.address == key && entry.key; });
+}
+
+/// A manager without a worker prepares one resource a frame in any case.
+template <class K, class V>
+void ResourceManager<K, V>::insertOrWait(const NBX::SO<K> & key, Prepared prepared) {
+    const bool isLimited = multiThreaded_ && !prepared.failed;
+    // One that was demanded at once meanwhile is there.
+    if (isLimited && entriesLeft_ == 0 && find(key.get()) == cache_.end()) {
+        waiting_.push_back(Entry{NBX::WO<K>(key), key.get(), std::move(prepared.value), prepared.size});
+        return;
+    }
+    if (isLimited && entriesLeft_ > 0) --entriesLeft_;
+    insert(key, std::move(prepared));
+}
+
+/// One whose key has died does not enter.
+template <class K, class V> void ResourceManager<K, V>::enter(Position waiting, Taken & entered) {
+    entered.splice(entered.end(), waiting_, waiting);
+    if (const NBX::SO<K> key = waiting->key.lock()) insert(key, {waiting->value, waiting->size, false});
+}
+
+template <class K, class V> void ResourceManager<K, V>::enterThoseOfAFrame(Taken & entered) {
+    for (entriesLeft_ = s_entriesPerFrame; entriesLeft_ > 0 && !waiting_.empty(); --entriesLeft_)
+        enter(waiting_.begin(), entered);
+    if (!entered.empty()) wake_.notify_one();
 }
 
 /// A resource that the key has already is replaced, unless nothing came of it this time.
@@ -379,7 +443,8 @@ template <class K, class V> void ResourceManager<K, V>::take(Position entry, Tak
 /// Requests whose resource has been demanded at once meanwhile are dropped.
 template <class K, class V> bool ResourceManager<K, V>::takeMostWanted(Requests & taken) {
     while (requests_.takeMostWanted(taken)) {
-        if (find(taken.front().key.get()) == cache_.end()) return true;
+        const K * key = taken.front().key.get();
+        if (find(key) == cache_.end() && findWaiting(key) == waiting_.end()) return true;
         release(taken);
     }
     return false;
@@ -401,7 +466,7 @@ template <class K, class V> void ResourceManager<K, V>::dropReleased() {
 }
 
 template <class K, class V> void ResourceManager<K, V>::startWorkerIfNeeded() {
-    if (!requests_.isEmpty() && !isRunning()) start();
+    if (hasWork() && !isRunning()) start();
 }
 
 } // namespace ZMT::CORE

@@ -17,7 +17,7 @@ namespace ZMT::CORE {
 /// looked at.
 ///
 /// A file and its requests belong to the thread that opened it; files on web servers belong to the thread of
-/// the application's event loop. Nothing throws.
+/// the application's event loop, and used elsewhere they report, and give nothing. Nothing throws.
 class AsyncFile : public NBX::SharedObj {
     NBX_CLASS(AsyncFile, NBX::SharedObj)
 public:
@@ -30,6 +30,12 @@ public:
         RS_Processing = 1, ///< the transfer is under way
         RS_Ready = 2,      ///< the data are complete
         RS_Failed = 3,     ///< the transfer failed or the file is gone; `Request::errorText` says why
+    };
+
+    /// Why a file cannot be opened.
+    struct Problem {
+        std::wstring text;              ///< for people; that of the server, when it was a URL
+        bool isRedirectRefused = false; ///< to a server that is followed where `HttpSettings` say so
     };
 
     /// What blocking reads and roots ask with: nothing that is queued overtakes it.
@@ -68,10 +74,12 @@ public:
                                        std::wstring * problem = nullptr);
 
     /// Opens what lies at a path or at a URL of a web server. What cannot be opened gives null, reported at
-    /// level 2 under "false" with its text and the path; `problem`, where given, gets the text: that of the
-    /// server, when it was a URL. A file on a disk is removed with the last reference if `deleteWhenClosed`.
+    /// level 2 under "false" with its text and the path; `problem`, where given, gets the text. A file on a
+    /// disk is removed with the last reference if `deleteWhenClosed`.
     static NBX::SO<AsyncFile> create(const std::wstring & urlOrPath, bool deleteWhenClosed = false,
                                      std::wstring * problem = nullptr);
+    static NBX::SO<AsyncFile> create(const std::wstring & urlOrPath, bool deleteWhenClosed,
+                                     Problem & problem);
     /// The bytes of `resource`, which are shared.
     static NBX::SO<AsyncFile> create(NBX::SO<NBX::DataResource> resource);
     /// True while any transfer is under way in the process.
@@ -103,7 +111,8 @@ public:
     virtual std::int64_t transferredBytes() const = 0;
     /// `AsyncFile::remove` of its file; false when that is gone.
     virtual bool cancel();
-    /// Blocks until the request is ready, which gives true, or has failed, or a `Patience` has ended.
+    /// Blocks until the request is ready, which gives true, or has failed, or a `Patience` has ended. Nothing
+    /// that is queued overtakes it meanwhile; what was given up goes on with the priority that it had.
     virtual bool wait() = 0;
     /// Why it failed.
     virtual std::wstring errorText() const = 0;

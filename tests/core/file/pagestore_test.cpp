@@ -1,4 +1,4 @@
-#include <core/misc/pagestore.h>
+#include <core/file/pagestore.h>
 
 #include <cerrno>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include <core/misc/readengine.h>
+#include <core/file/readengine.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include <core/misc/ringreadengine.h>
-#include <core/misc/threadreadengine.h>
+#include <core/file/ringreadengine.h>
+#include <core/file/threadreadengine.h>
 #include <support/scriptedfilecalls.h>
 #include <support/temporaryfolder.h>
 

@@ -1,4 +1,4 @@
-#include <core/misc/fileread.h>
+#include <core/file/fileread.h>
 
 #include <cerrno>
 #include <fstream>
@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <core/misc/filecalls.h>
+#include <core/file/filecalls.h>
 #include <support/scriptedfilecalls.h>
 #include <support/temporaryfolder.h>
 

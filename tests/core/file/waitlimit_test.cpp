@@ -1,4 +1,4 @@
-#include <core/misc/waitlimit.h>
+#include <core/file/waitlimit.h>
 
 #include <gtest/gtest.h>
 
