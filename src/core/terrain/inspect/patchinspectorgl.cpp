@@ -12,6 +12,7 @@
 #include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
 #include <zmt/core/terrain/geometry/regular/gridpatchpaintergl.h>
 #include <zmt/core/terrain/geometry/tree/tinpatchpaintergl.h>
+#include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
 #include "core/terrain/geometry/chunked/chunkedlodterrainpatchpaintergl.h"
 
@@ -68,13 +69,14 @@ void PatchInspectorGL::registerAll(bool colorsPatches) {
 PatchInspectorGL::Statistics PatchInspectorGL::statistics() {
     const auto & tiles = GRID::GridTerrainPainterGL::statistics();
     return {static_cast<unsigned>(s_drawn.size()) + tiles.tilesCounted, s_triangles + tiles.triangles,
-            tiles.missingTiles};
+            tiles.missingTiles + AsyncQuadtreeTerrainTexture::missingTiles()};
 }
 
 void PatchInspectorGL::reset() {
     s_drawn.clear();
     s_triangles = 0;
     GRID::GridTerrainPainterGL::resetStatistics();
+    AsyncQuadtreeTerrainTexture::resetStatistics();
 }
 
 NBX::ID PatchInspectorGL::target() const {

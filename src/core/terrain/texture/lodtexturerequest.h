@@ -64,8 +64,9 @@ public:
 
     /// The texture of `patch`, which is mapped, or of its nearest ancestor that has one; the missing ones on
     /// the way are queued, the finer with the higher priority, and those that could not be prepared are
-    /// passed over. The empty texture where the one found has nothing to show, or the root failed. Null only
-    /// when there is no root.
+    /// passed over. So are patches that are not mapped, which is reported: one that got its parent after it
+    /// was mapped. The empty texture where the one found has nothing to show, or the root failed. Null only
+    /// when there is no root, or it is not mapped.
     template <class Piece, class Mapper>
     NBX::SO<NBX::TextureGL>
     find(ResourceManager<Piece, NBX::TextureGL> & manager, const Mapper & mapper,
@@ -116,7 +117,12 @@ LODTextureRequest::find(ResourceManager<Piece, NBX::TextureGL> & manager, const 
         const auto * parentPiece = parent ? mapper.find(parent) : nullptr;
         if (parentPiece && texelSize(**parentPiece) <= textureError_) continue;
 
-        const NBX::SO<Piece> piece = mapper.get(current);
+        const auto * known = mapper.find(current);
+        if (!known) {
+            NBX_REPORT(0, L"mapper_->find(patch, texPatch)", L"");
+            continue;
+        }
+        const NBX::SO<Piece> piece = *known;
         // Asked first, as the worker may be done at any time.
         Outcome outcome = manager.outcome(piece);
         NBX::SO<NBX::TextureGL> texture = manager.request(piece, nullptr, Manager::s_lookOnly);

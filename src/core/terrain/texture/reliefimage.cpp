@@ -1,9 +1,16 @@
+// A texel shows a vertex, or, in colours of shaped cells, a quarter of a cell's side. Tints are interpolated
+// linearly between stops at shares of the range of heights; normals come of the differences of the
+// neighbours, in the exaggerated shape.
+
 #include <zmt/core/terrain/texture/reliefimage.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
+#include <optional>
 #include <span>
+#include <vector>
 
 #include <nbx/image/memoryimage.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
@@ -76,6 +83,93 @@ private:
     double depth_; ///< not less than land is high, so that shallow water beside mountains looks shallow
 };
 
+/// The heights of a grid with the shapes of its cells.
+class ShapedHeights {
+public:
+    explicit ShapedHeights(const GridData & grid) : grid_(grid) {}
+
+    /// At a place in cells from the first vertex. Nothing where it is undefined.
+    std::optional<double> at(double column, double row) const {
+        column = std::clamp(column, 0.0, grid_.sizeX() - 1.0);
+        row = std::clamp(row, 0.0, grid_.sizeY() - 1.0);
+        const unsigned x = cellOf(column, grid_.sizeX()), y = cellOf(row, grid_.sizeY());
+        const std::vector<unsigned> corners = grid_.cellCorners(x, y);
+        const Point place(grid_.scale().x * column, 0.0, grid_.scale().z * row);
+        for (std::size_t i = 0; i + 2 < corners.size(); i += 3)
+            if (const auto height = onTriangle(place, {grid_.vertex(corners[i]), grid_.vertex(corners[i + 1]),
+                                                       grid_.vertex(corners[i + 2])}))
+                return height;
+        return between(x, y, column - x, row - y);
+    }
+
+private:
+    using Point = NBX::Vector3Base<double>;
+    using Triangle = std::array<Point, 3>;
+
+    static constexpr double s_rounding = 1e-9; ///< of shares of a triangle
+
+    static unsigned cellOf(double place, unsigned vertices) {
+        return std::min(static_cast<unsigned>(place), std::max(vertices, 2U) - 2);
+    }
+    bool isDefined(double height) const { return !grid_.isUndefinedHeightValue(height); }
+
+    std::optional<double> onTriangle(const Point & place, const Triangle & t) const {
+        const auto cross = [](const Point & a, const Point & b) { return a.x * b.z - a.z * b.x; };
+        const double area = cross(t[1] - t[0], t[2] - t[0]);
+        double height = 0.0;
+        for (unsigned k = 0; k < 3; ++k) {
+            const Point & a = t[(k + 1) % 3];
+            const double share = cross(t[(k + 2) % 3] - a, place - a) / area;
+            // Also where there is no area.
+            if (!(share >= -s_rounding) || !isDefined(t[k].y)) return {};
+            height += share * t[k].y;
+        }
+        return height;
+    }
+
+    /// Of a plain cell; that of the nearest vertex where one of the four has none.
+    std::optional<double> between(unsigned x, unsigned y, double right, double up) const {
+        double height = 0.0;
+        bool isComplete = true;
+        for (const unsigned i : {0U, 1U})
+            for (const unsigned j : {0U, 1U}) {
+                const double corner = heightAt(x + i, y + j);
+                isComplete = isComplete && isDefined(corner);
+                height += (i ? right : 1.0 - right) * (j ? up : 1.0 - up) * corner;
+            }
+        if (!isComplete) height = heightAt(x + unsigned(right >= 0.5), y + unsigned(up >= 0.5));
+        return isDefined(height) ? std::optional(height) : std::nullopt;
+    }
+    double heightAt(unsigned x, unsigned y) const {
+        return grid_.vertex(std::min(x, grid_.sizeX() - 1), std::min(y, grid_.sizeY() - 1)).y;
+    }
+
+    const GridData & grid_;
+};
+
+/// Several texels a cell.
+NBX::SO<NBX::Image> createShapedColors(const GridData & grid, const HeightColors & colors, unsigned maxSide) {
+    constexpr unsigned texelsOfCell = 4;
+    const ShapedHeights heights(grid);
+    const auto texels = [maxSide](unsigned vertices) {
+        return int(std::min<std::uint64_t>(std::uint64_t(vertices) * texelsOfCell, maxSide));
+    };
+    const int width = texels(grid.sizeX()), lines = texels(grid.sizeY());
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(width, lines, NBX::LS_RGB));
+    for (int y = 0; y < lines; ++y) {
+        unsigned char * texel = image->lineComponentsU8(y);
+        for (int x = 0; x < width; ++x, texel += 3) {
+            const auto height =
+                heights.at((x + 0.5) * grid.sizeX() / width - 0.5, (y + 0.5) * grid.sizeY() / lines - 0.5);
+            if (height)
+                colors.set(*height, texel);
+            else
+                std::fill(texel, texel + 3, s_undefinedGrey);
+        }
+    }
+    return image;
+}
+
 /// Of length 1.
 NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
     const auto normal = grid.normal(column, row);
@@ -89,10 +183,11 @@ unsigned char byteOf(double share) {
 } // namespace
 
 NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsigned maxSide) {
-    const Sampling sampling(grid, maxSide);
-    NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
     const NBX::Bounds box = grid.boundingBox();
     const HeightColors colors(box.getLLF().y, box.getURB().y);
+    if (grid.hasCellShapes()) return createShapedColors(grid, colors, maxSide);
+    const Sampling sampling(grid, maxSide);
+    NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
     for (int y = 0; y < sampling.height(); ++y) {
         unsigned char * texel = image->lineComponentsU8(y);
         for (int x = 0; x < sampling.width(); ++x, texel += 3) {

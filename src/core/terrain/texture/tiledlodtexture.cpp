@@ -195,7 +195,9 @@ void TiledLODTexture::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<TerrainTexture>(m, this);
     NBX::attributeWithDefault(m, "pyramid", pyramid_, nullptr);
-    if (m.isReading()) levels_.clear();
+    if (!m.isReading()) return;
+    levels_.clear();
+    mapper_ = nullptr;
 }
 
 void TiledLODTexture::beginFrame(const TerrainPainterFrameManager::Info &) {

@@ -149,12 +149,17 @@ TEST_F(PatchInspectorGLTest, CountsTheTilesOfStreamingTerrains) {
     EXPECT_EQ(PatchInspectorGL::statistics().patches, 1U);
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 32U);
     EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, 4U);
+    canvas->redisplay();
+    EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, 4U) << "as for edges above a surface";
     terrain->state().deliver();
     PatchInspectorGL::reset();
     canvas->redisplay();
     EXPECT_EQ(PatchInspectorGL::statistics().patches, 4U);
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 4U * 32U);
     EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, 0U);
+    canvas->redisplay();
+    EXPECT_EQ(PatchInspectorGL::statistics().patches, 4U) << "each once, however often it is painted";
+    EXPECT_EQ(PatchInspectorGL::statistics().triangles, 4U * 32U);
     PatchInspectorGL::reset();
     EXPECT_EQ(PatchInspectorGL::statistics().patches, 0U);
     EXPECT_EQ(PatchInspectorGL::statistics().triangles, 0U);

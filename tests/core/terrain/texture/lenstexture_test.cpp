@@ -179,6 +179,19 @@ TEST_F(LensTextureTest, TheRadiusHasNeitherSignNorHeight) {
     EXPECT_GT(made->lastTransactionNo(), before);
 }
 
+TEST_F(LensTextureTest, ThePlaceThatItHasIsAChangeAsWell) {
+    const NBX::SO<LensTexture> made(
+        new LensTexture(1, 0, 0.5, LensTexture::TT_Alpha, {100, 0, 200}, {10, 0, 20}));
+    const Bounds box = made->boundingBox();
+    auto before = made->lastTransactionNo();
+    made->setCenter({100, 0, 200});
+    EXPECT_GT(made->lastTransactionNo(), before);
+    before = made->lastTransactionNo();
+    made->setRadius({10, 0, 20});
+    EXPECT_GT(made->lastTransactionNo(), before);
+    EXPECT_TRUE(made->boundingBox() == box);
+}
+
 TEST_F(LensTextureTest, ALensMapsItsBoxToTheImage) {
     TextureArguments arguments;
     const NBX::SO<LensTexture> made(

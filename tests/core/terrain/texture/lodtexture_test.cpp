@@ -123,6 +123,39 @@ TEST_F(LODTextureTest, ShowsThePartThatLiesUnderThePatch) {
     EXPECT_EQ(LODTexture::usedTextureMemory(), (256U * 128 + 512 * 256 + 512 * 512) * 4);
 }
 
+/// Whoever prepares without an engine cannot ask what the driver knows.
+TEST_F(LODTextureTest, WithoutBordersTexturesAreClampedToTheirEdge) {
+    const SO<ZMT::CORE::LODTexture_Image> image(new ZMT::CORE::LODTexture_Image(ramps().get(), 1024, 512));
+    const SO<LODTexture::Patch> piece(new LODTexture::Patch(image.get(), box, 0, box, nullptr));
+    EXPECT_FALSE(piece->hasBorder);
+    LODTexture::Preparer preparer;
+    const SO<TextureGL> shown = preparer.call(piece);
+    EXPECT_EQ(shown->getWrapS(), TextureGL::WM_ClampToEdge);
+    EXPECT_EQ(shown->getWrapT(), TextureGL::WM_ClampToEdge);
+    EXPECT_EQ(reports.count(0, L"patch->engine", L""), 1U) << reports;
+    EXPECT_EQ(reports.size(), 1U);
+    reports.clear();
+}
+
+TEST_F(LODTextureTest, APatchThatGotAParentAfterwardsIsServed) {
+    const SO<FakePatch> first = FakePatch::oblong(100.0, 200.0, 1024.0, 1536.0, 0);
+    const SO<TextureGL> shown = request(*first);
+    const std::vector<SO<GeometryPatch>> children{SO<GeometryPatch>(first.get())};
+    const SO<FakePatch> above(
+        new FakePatch(box, new NBX::Array<SO<GeometryPatch>>(std::vector<SO<GeometryPatch>>(children))));
+    EXPECT_EQ(request(*first), shown);
+
+    LODTexture::killManager();
+    LODTexture::beginFrame({nullptr, false});
+    asynchronous = true;
+    EXPECT_FALSE(request(*first)) << "nothing is there yet, and the parent is unknown";
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(reports.count(0, L"mapper_->find(patch, texPatch)", L""), 1U) << reports;
+    EXPECT_EQ(reports.count(0, L"false", L"internal error"), 1U) << "it was the root";
+    EXPECT_EQ(reports.size(), 2U);
+    reports.clear();
+}
+
 TEST_F(LODTextureTest, ShowsTheParentUntilTheTextureIsThere) {
     asynchronous = true;
     const SO<TextureGL> ofRoot = request(*tree);

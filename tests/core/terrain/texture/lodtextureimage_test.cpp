@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <support/filesizelimit.h>
+#include <support/readingstream.h>
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
-#include <support/silentserializationmanager.h>
 #include <support/temporaryfolder.h>
 
 #include <nbx/image/memoryimage.h>
@@ -150,28 +150,12 @@ TEST(LODTextureImage, SurvivesDamagedStreams) {
         }
 }
 
-/// A stream in which the pixels are an image of its own.
-class ImageStream : public SilentSerializationManager {
-public:
-    explicit ImageStream(NBX::Image * image) : image_(image) {}
-    using SilentSerializationManager::attribute;
-    bool isReading() const override { return true; }
-    bool isWriting() const override { return false; }
-    bool attribute(const char * name, NBX::SO<NBX::SharedObj> & value) override {
-        if (std::string("data") != name) return false;
-        value = image_.get();
-        return true;
-    }
-
-private:
-    NBX::SO<NBX::Image> image_;
-};
-
 TEST(LODTextureImage, IsReadFromStreamsThatHoldAnImage) {
     const NBX::SO<NBX::MemoryImage> pixels(new NBX::MemoryImage(5, 3, NBX::LS_RGB));
     pixels->setColor(4, 2, NBX::Color::red);
     const NBX::SO<ZMT::CORE::LODTexture_Image> image(new ZMT::CORE::LODTexture_Image(pixels.get(), 1, 1));
-    ImageStream stream(pixels.get());
+    ReadingStream stream;
+    stream.objects["data"] = pixels.get();
     image->serialize(stream);
     ASSERT_EQ(image->width(), 5);
     ASSERT_EQ(image->height(), 3);

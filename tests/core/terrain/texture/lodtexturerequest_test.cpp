@@ -202,7 +202,7 @@ protected:
     }
 
     const SO<FakePatch> root = FakePatch::oblong(0.0, 0.0, 8.0, 4.0, 3);
-    const SO<Mapper> mapper{new Mapper};
+    SO<Mapper> mapper{new Mapper};
     SO<const GeometryPatch> finest;
     const SO<NotingManager> manager{new NotingManager};
     const SO<Manager::Preparer> preparer{new Preparer};
@@ -285,6 +285,22 @@ TEST_F(FindTest, WithoutARootThereIsNothing) {
     EXPECT_EQ(find(nullptr, 0.0), 4U);
     EXPECT_EQ(reports.count(0, L"false", L"internal error"), 1U) << reports;
     EXPECT_TRUE(manager->notes.empty());
+}
+
+TEST_F(FindTest, APatchThatIsNotMappedIsReportedAndPassedOver) {
+    const SO<const GeometryPatch> parent(finest->parent().get());
+    const SO<Mapper> all(mapper);
+    mapper = new Mapper;
+    for (SO<const GeometryPatch> patch = finest; patch; patch = patch->parent())
+        if (patch != parent) mapper->insert(patch, all->get(patch));
+    RecordedReports reports;
+    EXPECT_EQ(find(finest, 0.0), 3U);
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(manager->notes,
+              (Notes{looked(0), wanted(0, 100.0), looked(2), wanted(2, 800.0), looked(3), wanted(3, 1e42)}))
+        << "it costs no priority";
+    EXPECT_EQ(reports.count(0, L"mapper_->find(patch, texPatch)", L""), 1U) << reports;
+    EXPECT_EQ(reports.size(), 1U);
 }
 
 TEST_F(FindTest, PatchesAreMappedFromTheRootDownAndOnce) {

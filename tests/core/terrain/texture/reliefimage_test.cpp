@@ -6,6 +6,7 @@
 
 #include <support/recordedreports.h>
 
+#include "support/smallhybrid.h"
 #include "support/testterrain.h"
 
 using ZMT::CORE::ReliefImage;
@@ -99,6 +100,46 @@ TEST(ReliefImage, LowGroundIsNoDeepSea) {
     EXPECT_EQ(at(-0.5, 4000.0), (Texel{176, 212, 230}));
     EXPECT_EQ(at(-430.0, -10.0), at(10.0, 430.0));
     EXPECT_EQ(at(-430.0, 0.0), at(10.0, 430.0));
+}
+
+/// A pyramid of four triangles in one cell: each texel has the colour of the height in its middle.
+TEST(ReliefImage, ShapesOfCellsHaveTheirOwnHeights) {
+    const auto flat = [](unsigned, unsigned) { return 0.0; };
+    const auto grid = SmallHybrid::hybrid({4, 3, 100.0, 200.0, 10.0, 20.0}, flat, {{1, 0, 80.0}});
+    const auto image = ReliefImage::createHeightColors(*grid);
+    ASSERT_EQ(image->width(), 16);
+    ASSERT_EQ(image->height(), 12);
+    const auto heights = TestTerrain::grid({81, 2}, [](unsigned x, unsigned) { return double(x); });
+    const auto colours = ReliefImage::createHeightColors(*heights);
+    for (int y = 0; y < 12; ++y)
+        for (int x = 0; x < 16; ++x) {
+            const double right = (x + 0.5) / 4 - 0.5 - 1.5, up = (y + 0.5) / 4 - 0.5 - 0.5;
+            const double height = 80.0 * std::max(0.0, 1.0 - 2.0 * std::max(std::abs(right), std::abs(up)));
+            EXPECT_EQ(texel(*image, x, y), texel(*colours, int(height), 0)) << x << ", " << y;
+        }
+    EXPECT_EQ(ReliefImage::createHeightColors(*grid, 9)->width(), 9);
+    EXPECT_EQ(ReliefImage::createHeightColors(*grid, 9)->height(), 9);
+}
+
+/// Beside cells with shapes the ground has its own colours, also where it is undefined.
+TEST(ReliefImage, PlainCellsBesideShapesAreInterpolated) {
+    const auto slope = [](unsigned x, unsigned y) {
+        return x == 5 && y == 2 ? TestTerrain::s_undefined : 40.0 * x + 20.0 * y;
+    };
+    const auto image = ReliefImage::createHeightColors(
+        *SmallHybrid::hybrid({6, 3, 0.0, 0.0, 1.0, 1.0}, slope, {{0, 0, 30.0}, {4, 1, 190.0}}));
+    const auto heights = TestTerrain::grid({441, 2}, [](unsigned x, unsigned) { return 0.5 * x; });
+    const auto colours = ReliefImage::createHeightColors(*heights);
+    for (int x = 0; x < 24; ++x)
+        for (int y = 0; y < 6; ++y) {
+            const double column = std::clamp((x + 0.5) / 4 - 0.5, 0.0, 5.0);
+            const double row = std::clamp((y + 0.5) / 4 - 0.5, 0.0, 2.0);
+            EXPECT_EQ(texel(*image, x, y), texel(*colours, int(80.0 * column + 40.0 * row), 0))
+                << x << ", " << y;
+        }
+    for (int x = 16; x < 24; ++x)
+        for (int y = 8; y < 12; ++y)
+            EXPECT_EQ(texel(*image, x, y) == (Texel{96, 96, 96}), x >= 20) << x << ", " << y;
 }
 
 TEST(ReliefImage, FlatGroundHasOneColor) {

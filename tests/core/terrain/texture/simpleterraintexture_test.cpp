@@ -3,6 +3,7 @@
 #include <cmath>
 #include <random>
 
+#include <support/readingstream.h>
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
@@ -209,6 +210,24 @@ TEST_F(SimpleTerrainTextureTest, ReadingBuildsTheMatrixOnTheTextureAgain) {
     EXPECT_EQ(read->minFilter(), TextureGL::FM_Nearest);
     EXPECT_EQ(arguments_.request(*read).get(), read->texture());
     EXPECT_TRUE(reports_.empty()) << reports_;
+}
+
+/// The stream has another image and no matrix, and either no box or the one that the texture has.
+TEST_F(SimpleTerrainTextureTest, ReadingIntoATextureInUseMapsTheNewImage) {
+    const auto expected = draped(s_box);
+    const Matrix ofBox = image_->getMatrix();
+    for (const bool hasBox : {false, true}) {
+        const auto texture = draped(s_box, Matrix::scaling(Point(2, 4, 1)));
+        const NBX::SO<NBX::ImageTexture2DGL> other(
+            new NBX::ImageTexture2DGL(new NBX::MemoryImage(2, 2, NBX::LS_RGBA)));
+        other->setMatrix(Matrix::scaling(Point(3, 3, 3)));
+        ReadingStream stream;
+        stream.objects["texture"] = other.get();
+        if (hasBox) stream.boxes["bbox"] = texture->boundingBox();
+        texture->serialize(stream);
+        EXPECT_EQ(arguments_.request(*texture).get(), other.get());
+        EXPECT_EQ(other->getMatrix(), hasBox ? ofBox : Matrix());
+    }
 }
 
 TEST_F(SimpleTerrainTextureTest, ReadsATextureThatCoversEverything) {

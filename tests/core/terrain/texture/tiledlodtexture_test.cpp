@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <support/firstframe.h>
 #include <support/glfixture.h>
+#include <support/readingstream.h>
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
@@ -67,9 +69,7 @@ void forgetManager() {
 /// For the tests of other classes, which expect no report.
 void makeManagerQuietly() {
     forgetManager();
-    const RecordedReports reports;
-    beginFrame();
-    endFrame();
+    haveFirstFrame();
 }
 
 /// The patch from (x, z), four times as wide as deep.
@@ -187,8 +187,11 @@ TEST_F(TiledLODTextureTest, OnlyThePartThatBothShareCounts) {
 
 TEST_F(TiledLODTextureTest, ANullPatchIsReported) {
     EXPECT_FALSE(texture->refine(nullptr, view.get(), 1000, 1000, eye, 1.0, false));
-    EXPECT_EQ(reports.count(0, L"patch", L"no geometry patch"), 1U) << reports;
-    EXPECT_EQ(reports.size(), 1U) << reports;
+    EXPECT_EQ(
+        texture->request(nullptr, nullptr, view.get(), 1000, 1000, 1.0, eye, 1.0, false, false, incomplete),
+        EmptyTexture::texture());
+    EXPECT_EQ(reports.count(0, L"patch", L"no geometry patch"), 2U) << reports;
+    EXPECT_EQ(reports.size(), 2U) << reports;
     reports.clear();
 }
 
@@ -584,7 +587,7 @@ TEST_F(TiledLODTextureTest, ATextureMayGoWhileItIsBeingPrepared) {
     arrived->decrease();
     go->increase();
     TiledLODTexture::killManager();
-    reports.clear();
+    EXPECT_EQ(TiledLODTexture::usedTextureMemory(), 0U);
 }
 
 TEST_F(TiledLODTextureTest, TheManagerMayEndWhileATextureIsPrepared) {
@@ -689,6 +692,19 @@ TEST_F(TiledLODTextureTest, KeepsItsPyramidWhenStored) {
 
     EXPECT_EQ(RecordedAttributes::of(*texture, true), std::vector<std::string>{"pyramid"});
     EXPECT_TRUE(RecordedAttributes::of(*none, true).empty()) << "no pyramid is the default";
+}
+
+TEST_F(TiledLODTextureTest, ShowsThePyramidThatWasReadIntoItLast) {
+    request(*root);
+    EXPECT_TRUE(refine(*root, 0.0));
+    const SO<FakePyramid> other(new FakePyramid(1024, 1));
+    ReadingStream stream;
+    stream.objects["pyramid"] = other.get();
+    texture->serialize(stream);
+    ASSERT_EQ(texture->pyramid(), other);
+    EXPECT_FALSE(refine(*root, 0.0)) << "it has no finer level";
+    request(*root);
+    EXPECT_EQ(other->widths(), "1024 ");
 }
 
 /// A moving view asks for a thousand patches of textures that come and go.

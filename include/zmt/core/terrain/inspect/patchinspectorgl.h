@@ -19,7 +19,7 @@ public:
     struct Statistics {
         unsigned patches = 0;
         std::uint64_t triangles = 0; ///< of the surfaces, without skirts and walls; tiles with closed borders
-        unsigned missingTiles = 0;   ///< of streaming terrains: wanted, but not there
+        unsigned missingTiles = 0;   ///< of streaming terrains and textures: wanted, but not there
     };
 
     /// Keeps `painter`. All inspectors of the process share the statistics.

@@ -20,7 +20,9 @@ public:
 
     /// Colours by height, from green lowlands to white summits, over the range of the defined heights; grey
     /// where the height is undefined. Where the range goes from below 0 to above, what is below is sea, which
-    /// is the darker a blue the deeper it is, and lowlands begin at 0. Three layers of 8 bits.
+    /// is the darker a blue the deeper it is, and lowlands begin at 0. Where cells have shapes of their own,
+    /// the heights are those of the shapes, and there are four texels for each vertex in each direction.
+    /// Three layers of 8 bits.
     static NBX::SO<NBX::Image> createHeightColors(const GridData & grid, unsigned maxSide = s_maxSide);
 
     /// The share of light that the surface gives back: `ambient` plus the rest times the cosine of the angle

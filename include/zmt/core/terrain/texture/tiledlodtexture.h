@@ -35,6 +35,7 @@ public:
 
     const NBX::SO<RASTER::TiledGeoImagePyramid> & pyramid() const { return pyramid_; }
 
+    /// False also for a patch that meets the image in a line or a point: there is no area to be shown.
     bool refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo, unsigned viewportWidth,
                 unsigned viewportHeight, const NBX::Vector3Base<double> & eye, double textureError,
                 bool inMotion) const override;

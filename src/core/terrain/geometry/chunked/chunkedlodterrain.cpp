@@ -13,10 +13,10 @@
 #include "chunkedlodmesh.h"
 #include "chunkedlodterrainimpl.h"
 #include "chunkedlodterrainpatch.h"
+#include "chunkedlodworsterror.h"
 #include <nbx/object/progress.h>
 #include <nbx/object/serializationmanager.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/rasterdata.h>
@@ -69,6 +69,7 @@ ChunkedLodTerrain::Point ChunkedLodTerrain::sceneOrigin() const {
 
 void ChunkedLodTerrain::init() {
     impl_ = nullptr;
+    root_ = nullptr;
     NBX_CHECK(grid_, L"no source grid");
     if (!grid_ || !grid_->rasterData()) return;
     const RASTER::RasterData & raster = *grid_->rasterData();

@@ -3,7 +3,7 @@
 // the large ones are few and show the ratios that spare the work on the small ones. Of those that are too
 // many, some are looked at, and their children alone.
 
-#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
+#include "chunkedlodworsterror.h"
 
 #include <algorithm>
 #include <cmath>

@@ -99,9 +99,9 @@ struct MaskAttributes {
 class PlainStateGL {
 public:
     explicit PlainStateGL(unsigned units) {
-        glGetIntegerv(GL_CURRENT_PROGRAM, &program_);
+        if (hasPrograms()) glGetIntegerv(GL_CURRENT_PROGRAM, &program_);
         glPushAttrib(GL_ALL_ATTRIB_BITS);
-        glUseProgram(0);
+        if (hasPrograms()) glUseProgram(0);
         for (unsigned unit = units; unit-- > 0;) {
             glActiveTexture(GL_TEXTURE0 + unit);
             for (const GLenum target : {GL_TEXTURE_1D, GL_TEXTURE_2D, GL_TEXTURE_3D, GL_TEXTURE_CUBE_MAP})
@@ -110,12 +110,15 @@ public:
     }
     ~PlainStateGL() {
         glPopAttrib();
-        glUseProgram(GLuint(program_));
+        if (hasPrograms()) glUseProgram(GLuint(program_));
     }
     PlainStateGL(const PlainStateGL &) = delete;
     PlainStateGL & operator=(const PlainStateGL &) = delete;
 
 private:
+    /// Cards with so few units may be too old for them.
+    static bool hasPrograms() { return glUseProgram != nullptr; }
+
     GLint program_ = 0;
 };
 

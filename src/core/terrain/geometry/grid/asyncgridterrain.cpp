@@ -14,7 +14,6 @@
 #include <nbx/object/callback.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
-#include <nbx/object/heldreports.h>
 #include <nbx/object/serializationmanager.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
@@ -23,12 +22,12 @@
 #include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintileindexbuffer.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintilevertexbuffer.h>
-#include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/gdal/projectionfile.h>
 
 #include "asyncgridterrainrequests.h"
 #include "asyncgridterraintile.h"
+#include "nbx/object/heldreports.h"
 
 namespace ZMT::CORE::GRID {
 
@@ -95,22 +94,24 @@ bool saysNothingIsThere(const std::wstring & problem) {
 std::string fetchedProjection(const std::wstring & url) {
     const std::size_t end = std::min(url.find_first_of(L"?#"), url.size());
     const std::string name = NBX::File::replaceExtensionName(utf8(url.substr(0, end)), "prj");
-    std::wstring problem;
+    std::wstring problem, advice = L"try again";
     NBX::SO<NBX::DataResource> bytes;
     {
         std::vector<NBX::ErrorReport> unheard;
         const NBX::HeldReports held(unheard);
         const NBX::SO<AsyncFile> file = AsyncFile::create(wide(name) + url.substr(end), false, &problem);
-        if (file && file->size() > s_largestProjection)
+        if (file && file->size() > s_largestProjection) {
             problem = L"is too large for one";
-        else if (file)
+            advice = L"put the one there that was built with the terrain";
+        } else if (file) {
             bytes = file->readNow(0, file->size(), &problem);
+        }
     }
     if (bytes) return {static_cast<const char *>(bytes->pointer()), bytes->size()};
     if (!saysNothingIsThere(problem))
         NBX_REPORT(2, L"projection",
                    L"the coordinate system beside the terrain cannot be read, and counts as none: "
-                       << problem << L": " << wide(name) << L"; try again");
+                       << problem << L": " << wide(name) << L"; " << advice);
     return {};
 }
 
@@ -244,8 +245,10 @@ std::vector<AsyncGridTerrain::ReadFailure> AsyncGridTerrain::readFailures() {
     std::vector<ReadFailure> result;
     const double now = AsyncGridTerrainRequests::now();
     for (const AsyncGridTerrainTile * tile : AsyncGridTerrainRequests::instance().failed())
-        result.push_back({tile->terrain()->file->url(), tile->tileRef().offset, tile->tileRef().storedSize,
-                          tile->failure(), std::max(0.0, tile->retryTime() - now)});
+        if (tile->isStillFailing())
+            result.push_back({tile->terrain()->file->url(), tile->tileRef().offset,
+                              tile->tileRef().storedSize, tile->failure(),
+                              std::max(0.0, tile->retryTime() - now)});
     return result;
 }
 
@@ -362,22 +365,8 @@ void AsyncGridTerrain::postRender(NBX::EngineGL * engine, bool colors) const {
     impl_->terrain->indexBuffer->unbind(engine);
 }
 
-NBX::SO<TerrainTexture> AsyncGridTerrain::createStaticLightMap(double, const Point &) {
-    return lightMap();
-}
-
-NBX::SO<TerrainTexture> AsyncGridTerrain::createDynamicLightMap() {
-    return lightMap();
-}
-
-NBX::SO<TerrainTexture> AsyncGridTerrain::lightMap() const {
-    const std::uint64_t offset = lightMapOffset();
-    if (!impl_ || impl_->terrain->file->size() <= offset) return nullptr;
-    return AsyncQuadtreeTerrainTexture::load(impl_->terrain->file, offset, 0);
-}
-
-std::uint64_t AsyncGridTerrain::lightMapOffset() const {
-    return impl_ ? impl_->terrain->header.dataSize : 0;
+NBX::SO<AsyncGridTerrainFile> AsyncGridTerrain::terrainFile() const {
+    return impl_ ? impl_->terrain : nullptr;
 }
 
 void AsyncGridTerrain::serialize(NBX::SerializationManager & m) {

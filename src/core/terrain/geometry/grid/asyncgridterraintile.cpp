@@ -1,13 +1,10 @@
-// A block whose read failed, or which is damaged, is not asked for in every frame: the time until the next
-// try doubles. Of reads it stays short, so that the picture is soon complete when the fault has gone; what
-// keeps them from storming a server that fails is its pause. The last block of the root stays, so that there
-// is always something to draw. Children hold what they show a part of, which may be their parent: whoever
-// lets a tree go unloads its children.
+// A block whose read failed, or which is damaged, is not asked for in every frame (`BlockRetry`). The last
+// block of the root stays, so that there is always something to draw. Whoever lets a tree go unloads its
+// children.
 
 #include "asyncgridterraintile.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 #include <nbx/engine/graphicsmemorymanager.h>
@@ -135,6 +132,7 @@ NBX::SO<GridTerrainTileData> AsyncGridTerrainTile::requestTileData(double priori
                                                                    bool * failed) {
     if (const NBX::SO<AsyncGridTerrainTileData> data = usedData()) return data;
     NBX::SO<AsyncFile::Request> request = request_.lock();
+    const double before = request ? request->priority() : BlockRetry::rankOfGivenUp(priority);
     if (!request) {
         request = ask(blocking ? AsyncFile::topPriority : priority);
     } else if (request->state() == AsyncFile::RS_Queued) {
@@ -143,10 +141,10 @@ NBX::SO<GridTerrainTileData> AsyncGridTerrainTile::requestTileData(double priori
     } else {
         Requests::instance().wantStarted(request);
     }
-    if (request && blocking) request->wait();
+    if (request && blocking && !request->wait()) request->setPriority(before);
     // What is taken may be more than the memory manager keeps.
     NBX::SO<AsyncGridTerrainTileData> data = take(blocking);
-    if (failed && failures_ > 0) *failed = true;
+    if (failed && retry_.hasFailed()) *failed = true;
     return data;
 }
 
@@ -161,7 +159,7 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::usedData() const {
 
 /// A new request; null while it is too early to try again.
 NBX::SO<AsyncFile::Request> AsyncGridTerrainTile::ask(double priority) const {
-    if (failures_ > 0 && Requests::now() < retryTime_) return nullptr;
+    if (retry_.hasFailed() && Requests::now() < retryTime_) return nullptr;
     if (!TerrainFileFormat::isPossibleTile(ref_, place_.tileLevel, terrain_->header.dataSize)) {
         failBlock(L"the file refers to a block that it cannot hold; get it anew");
         return nullptr;
@@ -206,7 +204,7 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::use(const NBX::SO<NBX::D
     const NBX::SO<AsyncGridTerrainTileData> data(new AsyncGridTerrainTileData(place_, block));
     data_ = data;
     if (isRoot_) kept_ = data;
-    failures_ = 0;
+    retry_.succeeded();
     failure_.clear();
     Requests::instance().noteNotFailed(this);
     NBX::MainMemoryManager::instance()->add(data.get(), ref_.rawSize);
@@ -214,20 +212,21 @@ NBX::SO<AsyncGridTerrainTileData> AsyncGridTerrainTile::use(const NBX::SO<NBX::D
 }
 
 void AsyncGridTerrainTile::failRead(const std::wstring & reason) const {
-    fail(reason, s_lastReadRetry);
+    fail(reason, retry_.readFailed());
 }
 
 void AsyncGridTerrainTile::failBlock(const std::wstring & reason) const {
-    fail(reason, s_lastBlockRetry);
+    fail(reason, retry_.blockFailed());
 }
 
-void AsyncGridTerrainTile::fail(const std::wstring & reason, double lastRetry) const {
-    const double wait =
-        std::min(lastRetry, std::ldexp(s_firstRetry, static_cast<int>(std::min(failures_, 30U))));
-    ++failures_;
+void AsyncGridTerrainTile::fail(const std::wstring & reason, double pause) const {
     failure_ = reason;
-    retryTime_ = Requests::now() + wait;
+    retryTime_ = Requests::now() + pause;
     Requests::instance().noteFailed(this);
+}
+
+bool AsyncGridTerrainTile::isStillFailing() const {
+    return BlockRetry::isStillFailing(request_.lock(), Requests::now() - retryTime_);
 }
 
 void AsyncGridTerrainTile::release(const NBX::SO<AsyncFile::Request> & request) const {
@@ -303,6 +302,8 @@ void AsyncGridTerrainTile::dropUnwalked(double time) {
             unloadChild(i);
         } else if (const auto tile = NBX::soCast<AsyncGridTerrainTile>(children_[i])) {
             tile->dropUnwalked(time);
+        } else if (const auto part = NBX::soCast<SubGridTerrainTile>(children_[i])) {
+            part->dropUnwalked(time, terrain_->walkTime);
         }
     }
 }

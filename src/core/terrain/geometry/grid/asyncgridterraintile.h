@@ -1,12 +1,15 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 
+#include "core/terrain/geometry/grid/model/blockretry.h"
 #include "core/terrain/geometry/grid/model/terrainfileformat.h"
+#include "core/terrain/texture/streaming/streamingtextureformat.h"
 
 namespace ZMT::CORE::GRID {
 
@@ -24,6 +27,9 @@ public:
     const NBX::Matrix4x4Base<double> grid2geo, geo2grid;
     const NBX::SO<GridTerrainTileIndexBuffer> indexBuffer;
 
+    /// The head of the light map, once it was read.
+    std::optional<StreamingTextureFormat::StreamHeader> lightMap;
+
     /// Seconds in which frames of the terrain were painted: pauses do not make its tiles old.
     double walkTime = 0.0;
     /// Somebody has asked for a child of the root since the last frame.
@@ -37,9 +43,6 @@ public:
 class AsyncGridTerrainTile : public GridTerrainTile {
     NBX_CLASS(AsyncGridTerrainTile, GridTerrainTile)
 public:
-    /// A failed read, or a block that is damaged, is tried again after so many seconds, then after twice as
-    /// many each time.
-    static constexpr double s_firstRetry = 1.0, s_lastReadRetry = 4.0, s_lastBlockRetry = 60.0;
     /// What nobody walked over for so many seconds is dropped.
     static constexpr double s_unwalked = 10.0;
 
@@ -75,12 +78,14 @@ public:
     const NBX::SO<AsyncGridTerrainFile> & terrain() const { return terrain_; }
     /// Why the last read failed; empty when it did not.
     const std::wstring & failure() const { return failure_; }
+    /// Whether that still matters: the next try has not brought the block, and somebody may want it.
+    bool isStillFailing() const;
     /// When it may be tried again, by the clock of the requests.
     double retryTime() const { return retryTime_; }
 
     /// Notes that `request` was cancelled, or has failed.
     void requestEnded(const NBX::SO<AsyncFile::Request> & request, bool hasFailed) const;
-    /// Drops the trees below that nobody walked over since the walk time `time`.
+    /// Drops the trees below that nobody walked over since the walk time `time`, those of its parts included.
     void dropUnwalked(double time);
 
 private:
@@ -90,7 +95,7 @@ private:
     NBX::SO<AsyncGridTerrainTileData> use(const NBX::SO<NBX::DataResource> & block) const;
     void failRead(const std::wstring & reason) const;
     void failBlock(const std::wstring & reason) const;
-    void fail(const std::wstring & reason, double lastRetry) const;
+    void fail(const std::wstring & reason, double pause) const;
     void release(const NBX::SO<AsyncFile::Request> & request) const;
     NBX::SO<GridTerrainTile> newChild(unsigned index);
 
@@ -111,8 +116,8 @@ private:
     mutable std::array<TileRef, 4> childRefs_{};
     mutable TerrainFileFormat::GridBox box_{};
     mutable NBX::Bounds bounds_;
-    mutable int undefFlag_ = -1;    ///< -1 unknown, else 0 or 1
-    mutable unsigned failures_ = 0; ///< since it was last read
+    mutable int undefFlag_ = -1; ///< -1 unknown, else 0 or 1
+    mutable BlockRetry retry_;
     mutable double retryTime_ = 0.0;
     mutable std::wstring failure_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include <nbx/math/bounds.h>
@@ -36,9 +37,13 @@ struct GridTerrainFrame {
     NBX::SO<NBX::ColorBufferGL> alphaTest{}; ///< the scene's for colours; null without one
     bool isBlocking = false;                 ///< everything is loaded now
     bool isRenderingEnabled = true;
-    bool countsFragments = true; ///< by occlusion queries
-    double geometryError = 1.0;  ///< in pixels
-    GridTerrainPainterGL::Statistics statistics{};
+    bool countsFragments = true;                   ///< by occlusion queries
+    double geometryError = 1.0;                    ///< in pixels
+    GridTerrainPainterGL::Statistics statistics{}; ///< but for what the lists below count
+    std::vector<const GridTerrainTile *> chosen{};
+    std::vector<const GridTerrainTile *> missing{}; ///< wanted, but not there
+    /// Those whose depth was drawn, with their triangles, borders included.
+    std::vector<std::pair<const GridTerrainTile *, unsigned>> drawn{};
 
     /// Whether an effect wants finer textures than those of the tile.
     bool wantsTextureDetail(const GridTerrainTile & tile) const;

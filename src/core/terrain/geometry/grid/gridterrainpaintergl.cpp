@@ -4,9 +4,11 @@
 #include <zmt/core/terrain/geometry/grid/gridterrainpaintergl.h>
 
 #include <algorithm>
+#include <unordered_set>
 
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/mainmemorymanager.h>
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/lightmodelgl.h>
@@ -39,9 +41,36 @@ constexpr double s_smallestError = 1.0;
 const NBX::SO<NBX::LightModelGL> noLighting(new NBX::LightModelGL(0));
 const NBX::SO<NBX::FaceStyle> faceStyle(new NBX::FaceStyle(2, 2, 0));
 
-GridTerrainPainterGL::Statistics & statisticsSoFar() {
-    static GridTerrainPainterGL::Statistics statistics;
-    return statistics;
+/// What was painted since the last reset. A picture may be painted several times, with edges above a hidden
+/// surface or in parts, and its tiles count once.
+class Tally {
+public:
+    void add(const GridTerrainFrame & frame) {
+        sum_.add(frame.statistics);
+        for (const GridTerrainTile * tile : frame.chosen)
+            sum_.tilesCounted += chosen_.insert(tile).second ? 1 : 0;
+        for (const GridTerrainTile * tile : frame.missing)
+            sum_.missingTiles += missing_.insert(tile).second ? 1 : 0;
+        for (const auto & [tile, triangles] : frame.drawn)
+            sum_.triangles += drawn_.insert(tile).second ? triangles : 0;
+    }
+    const GridTerrainPainterGL::Statistics & sum() const { return sum_; }
+
+private:
+    using Tiles = std::unordered_set<const GridTerrainTile *>; ///< some may have gone
+
+    GridTerrainPainterGL::Statistics sum_;
+    Tiles chosen_, missing_, drawn_;
+};
+
+Tally & tallySoFar() {
+    static Tally tally;
+    return tally;
+}
+
+std::uint64_t nextFrameNumber() {
+    static std::uint64_t last = 0;
+    return ++last;
 }
 
 /// The scene's alpha test, unless another attribute hides it; null without one.
@@ -110,37 +139,52 @@ void paintTiles(GridTerrainFrame & frame) {
     touchRoot(frame);
 }
 
-/// Between the callbacks of the frame, in grid space.
+void beginFrame(const TerrainPainterFrameManager::Info & info) {
+    TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() = NBX::Bounds();
+    TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
+    NBX::MainMemoryManager::instance()->beginFrame();
+    NBX::GraphicsMemoryManager::instance()->beginFrame();
+}
+
+void endFrame(const TerrainPainterFrameManager::Info & info) {
+    NBX::GraphicsMemoryManager::instance()->endFrame();
+    NBX::MainMemoryManager::instance()->endFrame();
+    TerrainPainterFrameManager::CallEndFrameCallbacks(info);
+}
+
+/// Between the callbacks of the frame, in grid space. Who has begun the frame ends it, also where a tile or
+/// an effect throws: caches are cut to their budgets there.
 void paintFrame(GridTerrainFrame & frame) {
     NBX::Engine * engine = frame.painting.engine();
     const NBX::Matrix4x4Base<double> grid2vis = frame.terrain->grid2visTf();
     const NBX::SO<NBX::TexGenGL> texGen(
         new NBX::TexGenGL(NBX::TexGenGL::M_ObjectLinear, terrainTexGen()->getPlanes() * grid2vis));
     const TerrainPainterFrameManager::Info info{engine, frame.painting.isInMotion()};
-    engine->pushModelMatrix(grid2vis);
-    frame.viewInfo = engine->viewInfo();
-    frame.nearPoint = TerrainPaintingGL::nearPoint(*frame.viewInfo);
     {
+        const NBX::ModelMatrixScope gridSpace(engine, grid2vis);
+        frame.viewInfo = engine->viewInfo();
+        frame.nearPoint = TerrainPaintingGL::nearPoint(*frame.viewInfo);
         const NBX::AttributeScope texGenScope(engine, texGen.get());
         const NBX::AttributeScope lighting(engine, noLighting.get());
         const NBX::AttributeScope faces(engine, faceStyle.get());
-        TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() = NBX::Bounds();
-        TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
-        NBX::MainMemoryManager::instance()->beginFrame();
-        NBX::GraphicsMemoryManager::instance()->beginFrame();
-        paintTiles(frame);
+        frame.statistics.frameNumber = nextFrameNumber();
+        beginFrame(info);
+        try {
+            paintTiles(frame);
+        } catch (...) {
+            endFrame(info);
+            throw;
+        }
     }
-    engine->popModelMatrix();
     frame.painting.postForRedisplay();
-    NBX::GraphicsMemoryManager::instance()->endFrame();
-    NBX::MainMemoryManager::instance()->endFrame();
-    TerrainPainterFrameManager::CallEndFrameCallbacks(info);
+    endFrame(info);
 }
 
 } // namespace
 
 void GridTerrainPainterGL::Statistics::add(const Statistics & other) {
     paintings += other.paintings;
+    frameNumber = std::max(frameNumber, other.frameNumber);
     tilesCounted += other.tilesCounted;
     tilesDrawn += other.tilesDrawn;
     triangles += other.triangles;
@@ -152,11 +196,11 @@ void GridTerrainPainterGL::Statistics::add(const Statistics & other) {
 }
 
 const GridTerrainPainterGL::Statistics & GridTerrainPainterGL::statistics() {
-    return statisticsSoFar();
+    return tallySoFar().sum();
 }
 
 void GridTerrainPainterGL::resetStatistics() {
-    statisticsSoFar() = {};
+    tallySoFar() = {};
 }
 
 NBX::ID GridTerrainPainterGL::target() const {
@@ -173,7 +217,7 @@ bool GridTerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape
     paintFrame(frame);
     frame.statistics.paintings = 1;
     frame.statistics.isIncomplete = painting.isIncomplete();
-    statisticsSoFar().add(frame.statistics);
+    tallySoFar().add(frame);
     return true;
 }
 

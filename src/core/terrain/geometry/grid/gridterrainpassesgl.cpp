@@ -10,6 +10,7 @@
 
 #include <GL/gl.h>
 
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/depthbuffergl.h>
@@ -89,7 +90,7 @@ std::uint64_t countedFragments(const GridTerrainTile & tile) {
 
 /// The colours of the vertices leave no current colour that is defined.
 void GridTerrainPassesGL::paintDepth() {
-    tileQueries().clear();
+    tileQueries().clear(); // of a pass that threw before they were read
     const AttributeScope lock(frame_.painting.engine(), colorLock.get());
     glPushAttrib(GL_CURRENT_BIT);
     frame_.terrain->preRender(frame_.painting.engineGL(), true);
@@ -113,7 +114,7 @@ void GridTerrainPassesGL::drawDepth(const Tile & tile) {
     if (frame_.countsFragments && !frame_.isBlocking) query = tileQueries()[tile.get()] = takeQuery(engine);
     const AttributeScope counting(engine, query.get());
     const unsigned triangles = tile->renderGeometry(frame_.painting.engineGL(), true);
-    frame_.statistics.triangles += triangles;
+    frame_.drawn.emplace_back(tile.get(), triangles);
     frame_.statistics.trianglesDrawn += triangles;
 }
 
@@ -197,12 +198,11 @@ void GridTerrainPassesGL::paintDraped(NBX::SceneThing & thing, const SO<Geometry
     if (!frame_.painting.appendTexturedGeometries(thing, tile.visBoundingBox())) return;
     NBX::Engine * engine = frame_.painting.engine();
     closeColorBracket();
-    engine->pushModelMatrix(frame_.terrain->vis2gridTf());
     {
+        const NBX::ModelMatrixScope frame(engine, frame_.terrain->vis2gridTf());
         const AttributeScope texGen(engine, terrainTexGen().get());
         thing.evaluate(engine);
     }
-    engine->popModelMatrix();
     openColorBracket();
 }
 

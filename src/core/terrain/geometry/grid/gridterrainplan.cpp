@@ -149,6 +149,10 @@ std::wstring wide(const std::string & text) {
     return NBX::StringUtils::Utf8String2WString(text);
 }
 
+std::string nameIn(const std::vector<std::string> & rasters) {
+    return rasters.empty() ? "the raster" : rasters.front();
+}
+
 [[noreturn]] void throwForeign(const TerrainPart & part, const TerrainPlanFile & plan) {
     const TerrainPartHeader & header = part.header();
     if (header.options != plan.options)
@@ -199,7 +203,7 @@ std::vector<TerrainPart> openParts(const std::vector<std::string> & paths, const
 } // namespace
 
 bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation & how,
-                            const NBX::SO<RASTER::RasterBand> & band, const Origin & origin) {
+                            const NBX::SO<RASTER::RasterBand> & band, const Origin & origin) try {
     const TerrainLayout layout(band, how.level, how.oldTerrain);
     TerrainPlanFile plan = planOf(how, layout);
     plan.rasters = origin.rasters;
@@ -218,8 +222,7 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     if (!pyramid.build(threads, progress)) return false;
     progress.finish();
     if (origin.stamp && origin.stamp() != stamped)
-        throw NBX::InputException(L"was changed while it was read; start again",
-                                  origin.rasters.empty() ? "the raster" : origin.rasters.front());
+        throw NBX::InputException(L"was changed while it was read; start again", nameIn(origin.rasters));
     const HeightScale scale = layout.scale(pyramid);
     plan.header.minHeight = scale.minHeight;
     plan.header.heightScale = scale.step;
@@ -228,6 +231,8 @@ bool GridTerrainPlan::write(const std::string & path, const GridTerrainCreation 
     plan.write(*file);
     writer.commit();
     return true;
+} catch (const TerrainFailure & failure) {
+    throw NBX::InputException(failure.message(), nameIn(origin.rasters));
 }
 
 GridTerrainPlan::GridTerrainPlan(const std::string & path) : path_(path) {
@@ -249,6 +254,35 @@ const std::string & GridTerrainPlan::system() const {
     return plan_->system;
 }
 
+std::uint64_t GridTerrainPlan::id() const {
+    return plan_->id();
+}
+
+unsigned GridTerrainPlan::level() const {
+    return plan_->header.tileLevel;
+}
+
+unsigned GridTerrainPlan::levels() const {
+    return plan_->header.treeDepth + 1;
+}
+
+const std::string & GridTerrainPlan::wkt() const {
+    return plan_->wkt;
+}
+
+GridTerrainPlan::Kind GridTerrainPlan::kindOf(const std::string & path) {
+    if (!NBX::File::isFile(path)) return K_Neither;
+    NBX::File file(path);
+    char start[8] = {};
+    if (file.read(start, sizeof start) != sizeof start) return K_Neither;
+    return TerrainPlanFile::isMagic(start) ? K_Plan : TerrainPartHeader::isMagic(start) ? K_Part : K_Neither;
+}
+
+GridTerrainPlan::Part GridTerrainPlan::describePart(const std::string & path) {
+    const TerrainPartHeader header = TerrainPart(path).header();
+    return {{header.part, header.parts}, header.plan};
+}
+
 bool GridTerrainPlan::writePart(const std::string & path, const Share & share,
                                 const NBX::SO<RASTER::RasterBand> & band,
                                 const NBX::SO<GridTerrain> & oldTerrain,
@@ -260,7 +294,7 @@ bool GridTerrainPlan::writePart(const std::string & path, const Share & share,
         if (isSame) return;
         throw NBX::InputException(L"was changed since the plan was made, or the plan is of another one; make "
                                   L"a new plan",
-                                  plan_->rasters.empty() ? "the raster" : plan_->rasters.front());
+                                  nameIn(plan_->rasters));
     };
     check(originHash(*band, oldTerrain, stamped) == plan_->origin);
     const TerrainLayout layout(band, plan_->header.tileLevel, oldTerrain);

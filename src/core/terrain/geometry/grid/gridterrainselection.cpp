@@ -113,8 +113,9 @@ bool GridTerrainSelection::refine(GridTerrainTile & tile, int clip) {
         children[i] = tile.child(i, false);
     if (std::none_of(children.begin(), children.end(), [](const Tile & child) { return bool(child); }))
         return false;
-    if (const unsigned missing = request(tile, children)) {
-        frame_.statistics.missingTiles += missing;
+    const std::size_t missingBefore = frame_.missing.size();
+    request(tile, children);
+    if (frame_.missing.size() > missingBefore) {
         frame_.painting.setIncomplete();
         return false;
     }
@@ -124,8 +125,8 @@ bool GridTerrainSelection::refine(GridTerrainTile & tile, int clip) {
     return true;
 }
 
-/// The number of children that are not ready.
-unsigned GridTerrainSelection::request(const GridTerrainTile & tile, const Children & children) const {
+/// Notes the children that are missing.
+void GridTerrainSelection::request(const GridTerrainTile & tile, const Children & children) {
     const double priority = priorityOf(tile);
     Children missing;
     unsigned count = 0;
@@ -134,12 +135,10 @@ unsigned GridTerrainSelection::request(const GridTerrainTile & tile, const Child
             child->requestTileData(priority, false, nullptr);
             missing[count++] = child;
         }
-    if (!frame_.isBlocking) return count;
-    return static_cast<unsigned>(
-        std::count_if(missing.begin(), missing.begin() + count, [&](const Tile & child) {
-            child->requestTileData(priority, true, nullptr);
-            return !isReady(*child);
-        }));
+    for (unsigned i = 0; i < count; ++i) {
+        if (frame_.isBlocking) missing[i]->requestTileData(priority, true, nullptr);
+        if (!frame_.isBlocking || !isReady(*missing[i])) frame_.missing.push_back(missing[i].get());
+    }
 }
 
 void GridTerrainSelection::choose(const Tile & tile) {
@@ -153,7 +152,7 @@ void GridTerrainSelection::choose(const Tile & tile) {
         effect->touch(tile.get(), frame_.viewInfo.get(), painting.viewportWidth(), painting.viewportHeight(),
                       eye);
     tile->frameState(GridTerrainTile::FS_Drawn);
-    ++frame_.statistics.tilesCounted;
+    frame_.chosen.push_back(tile.get());
     frame_.statistics.minLevel = std::min(frame_.statistics.minLevel, tile->level());
     frame_.statistics.maxLevel = std::max(frame_.statistics.maxLevel, tile->level());
     TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() += tile->visBoundingBox();

@@ -29,7 +29,7 @@ private:
     void select(const Tile & tile, int clip);
     bool isToBeRefined(const GridTerrainTile & tile) const;
     bool refine(GridTerrainTile & tile, int clip);
-    unsigned request(const GridTerrainTile & tile, const Children & children) const;
+    void request(const GridTerrainTile & tile, const Children & children);
     void choose(const Tile & tile);
     void setNeighbors(const Tile & tile);
 

@@ -59,10 +59,13 @@ void TerrainOutput::writeLightMap() {
     const NBX::SO<AsyncGridTerrain> terrain = AsyncGridTerrain::load(new WrittenFile(written));
     if (!terrain)
         throw TerrainFailure(TerrainFailure::tooLarge().shown(), L"the file that was written cannot be read");
+    std::wstring problem;
     if (!AsyncQuadtreeTerrainTexture::createGridTerrainLightMap(
             side, terrain, header_.heightScale, how_.storesNormals, how_.ambientLight, how_.lightDirection,
-            s_textureSize, 0, how_.threads))
-        throw CreationCancelled();
+            s_textureSize, 0, how_.threads, &problem)) {
+        if (problem.empty()) throw CreationCancelled();
+        throw TerrainFailure(TerrainFailure::tooLarge().shown(), problem);
+    }
     file.seek(0, NBX::SM_End);
     side->seek(0);
     std::vector<char> piece(std::min(s_copiedAtOnce, side->size()));

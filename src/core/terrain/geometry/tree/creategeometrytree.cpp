@@ -63,7 +63,7 @@ NBX::SO<GeometryPatch> CreateGeometryTree::create(GeometryData * data, unsigned 
     if (!grid) return nullptr;
 
     NBX::Progress progress("generating terrain LOD model", 1.0);
-    writeStatistics(*grid->rasterData());
+    if (grid->rasterData()) writeStatistics(*grid->rasterData());
     const NBX::Bounds box = data->boundingBox();
     const double wall = box.getLLF().y - (box.getURB().y - box.getLLF().y) * 0.2;
     const TreePart whole{NBX::Area(0, 0, grid->sizeX() - 1, grid->sizeY() - 1)};

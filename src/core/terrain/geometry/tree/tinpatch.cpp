@@ -163,7 +163,10 @@ NBX::Area TinPatch::cells() const {
     const unsigned low = lists_.vertexNumbers()[lists_.borderNumbers(B_LowX)[0]];
     const unsigned high = lists_.vertexNumbers()[lists_.borderNumbers(B_HighX)[0]];
     const unsigned x = low % grid->sizeX(), y = low / grid->sizeX();
-    return {int(x), int(y), high % grid->sizeX() - x, high / grid->sizeX() - y};
+    const unsigned endX = high % grid->sizeX(), endY = high / grid->sizeX();
+    // What a file says to be the first and the last corner need not be.
+    if (endX < x || endY < y) return {};
+    return {int(x), int(y), endX - x, endY - y};
 }
 
 StripMesh TinPatch::surface(const NBX::Vector3Base<double> & zero) const {

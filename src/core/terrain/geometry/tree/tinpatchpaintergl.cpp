@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include <GL/gl.h>
-
+#include "core/terrain/geometry/base/frontfacegl.h"
 #include "core/terrain/geometry/base/stripmeshgl.h"
 #include <nbx/gl/context/enginegl.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
@@ -14,11 +13,15 @@ namespace ZMT::CORE {
 
 namespace {
 
-/// The local numbers along a border.
-auto borderOf(const TinPatch & patch, unsigned border) {
+/// The local numbers along a border; none where one of them has no vertex.
+std::vector<unsigned> borderOf(const TinPatch & patch, unsigned border) {
     const auto numbers = patch.borderIndices(static_cast<TinPatch::Border>(border));
-    return numbers ? std::vector<unsigned>(numbers->pointer(), numbers->pointer() + numbers->size())
-                   : std::vector<unsigned>();
+    const auto vertices = patch.vertexIndices();
+    if (!numbers || !vertices) return {};
+    std::vector<unsigned> result(numbers->pointer(), numbers->pointer() + numbers->size());
+    const bool fits =
+        std::all_of(result.begin(), result.end(), [&](unsigned number) { return number < vertices->size(); });
+    return fits ? result : std::vector<unsigned>();
 }
 
 bool isOuter(const TinPatch & patch, unsigned border) {
@@ -27,8 +30,7 @@ bool isOuter(const TinPatch & patch, unsigned border) {
 
 /// In local coordinates, as all that is drawn of a patch.
 StripMesh surfaceOf(const TinPatch & patch) {
-    const NBX::SO<GeometryData> data = patch.data();
-    StripMesh mesh = patch.surface(data ? data->origin() : StripMesh::Point());
+    StripMesh mesh = patch.surface(patch.data()->origin());
     // Skirts turn as the triangles do, so their borders are walked backwards.
     for (unsigned i = 0; i < TinPatch::s_borders; ++i)
         if (!isOuter(patch, i)) {
@@ -72,17 +74,18 @@ void TinPatchPainterGL::renderPatch(NBX::EngineGL * engine, const GeometryPatch 
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
     const auto & tin = static_cast<const TinPatch &>(*patch);
+    if (!tin.data()) return;
     if (!tin.patchShape()) tin.patchShape() = upload(engine, surfaceOf(tin));
     // The triangles of a triangulation turn the other way.
-    glFrontFace(GL_CCW);
+    const FrontFaceGL counterClockwise(GL_CCW, GL_CW);
     engine->paint(tin.patchShape().get());
-    glFrontFace(GL_CW);
 }
 
 void TinPatchPainterGL::renderOuterWall(NBX::EngineGL * engine, const GeometryPatch * patch) {
     NBX_CHECK(engine, L"no engine");
     if (!engine) return;
     const auto & tin = static_cast<const TinPatch &>(*patch);
+    if (!tin.data()) return;
     bool hasWall = false;
     for (unsigned i = 0; i < TinPatch::s_borders; ++i)
         hasWall = hasWall || isOuter(tin, i);

@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include <nbx/object/heldreports.h>
+#include "nbx/object/heldreports.h"
 
 namespace ZMT::CORE {
 

@@ -188,13 +188,14 @@ NBX::SO<NBX::Array<unsigned short>> TreeNodeBuilder::localNumbers(const std::vec
 /// nodes of the mesh.
 NBX::SO<NBX::Array<unsigned short>> TreeNodeBuilder::borderNumbers(unsigned startCorner,
                                                                    unsigned endCorner) const {
-    const TinNode n = tin_.node(startCorner), end = tin_.node(endCorner);
-    std::vector<TinNode> nodes;
-    nodes.reserve(tin_.nodes() / 4);
-    TinEdge e = tin_.boundaryEdge(n);
-    // The start corner of a mesh is on its border.
+    // Every mesh begins with its corners: no data leads to the report, only a mesh that was never begun.
+    const TinNode n = startCorner < tin_.nodes() ? tin_.node(startCorner) : TinNode();
     NBX_CHECK(n, L"internal error");
-    for (; e && tin_.origin(e) != end; e = tin_.next(e))
+    std::vector<TinNode> nodes;
+    if (!n) return localNumbers(nodes);
+    const TinNode end = tin_.node(endCorner);
+    nodes.reserve(tin_.nodes() / 4);
+    for (TinEdge e = tin_.boundaryEdge(n); e && tin_.origin(e) != end; e = tin_.next(e))
         nodes.push_back(tin_.origin(e));
     nodes.push_back(end);
     return localNumbers(nodes);

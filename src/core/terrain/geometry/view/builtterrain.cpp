@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <tuple>
 
+#include <nbx/data/objectstreamreader.h>
 #include <nbx/object/serializationmanager.h>
-#include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/raster/gdal/geofile.h>
 
+#include "core/terrain/frame/storedreference.h"
 #include "core/terrain/geometry/tree/treeplan.h"
 
 namespace ZMT::CORE {
@@ -17,6 +20,9 @@ namespace {
 /// What is stored of a patch besides its lists, and of each vertex in the lists: its number, the height of
 /// the parent, its places in strips and borders.
 constexpr double s_bytesOfLeaf = 170.0, s_bytesOfNode = 330.0, s_bytesOfVertex = 16.0;
+
+/// A vertex beside the grid is a point, and has a share in the triangles of its cells.
+constexpr double s_bytesOfMicroVertex = 80.0;
 
 /// Adds up the nodes of a tree. Most rectangles of a level have the same size, and count the same.
 class StoredSize {
@@ -41,11 +47,21 @@ private:
     std::map<std::tuple<unsigned, unsigned, unsigned>, double> known_;
 };
 
-void serializeText(NBX::SerializationManager & m, const char * name, std::string & text) {
-    std::wstring stored = NBX::StringUtils::Utf8String2WString(text);
-    m.attribute(name, stored);
-    text = NBX::StringUtils::WString2Utf8String(stored);
-}
+/// So that whoever asks the one door for files is told what such a file is, also where it has no place.
+class BuiltTerrainGeoFile : public RASTER::GeoFileFormat {
+public:
+    std::string name() const override { return "a built terrain"; }
+    RASTER::GeoFileKind kindOf(const std::string & path) const override {
+        const std::string start = firstBytes(path, s_magicBytes);
+        return NBX::ObjectStreamReader::hasMagic(start.data(), start.size()) ? RASTER::GeoFileKind::Heights
+                                                                             : RASTER::GeoFileKind::Unknown;
+    }
+
+private:
+    static constexpr std::size_t s_magicBytes = 8;
+};
+
+const bool s_isInstalled = (RASTER::GeoFile::install(std::make_unique<const BuiltTerrainGeoFile>()), true);
 
 } // namespace
 
@@ -53,9 +69,7 @@ BuiltTerrain::BuiltTerrain() = default;
 
 BuiltTerrain::BuiltTerrain(const NBX::SO<Terrain> & terrain, const RASTER::GeoReference & reference,
                            unsigned seed, unsigned maxVertices)
-    : terrain_(terrain), wkt_(reference.wkt), systemName_(reference.name), unitName_(reference.unitName),
-      unit_(reference.unit), isGeoreferenced_(reference.isGeoreferenced), seed_(seed),
-      maxVertices_(maxVertices) {
+    : terrain_(terrain), reference_(reference), seed_(seed), maxVertices_(maxVertices) {
     NBX_CHECK(terrain, L"no terrain");
 }
 
@@ -65,20 +79,15 @@ NBX::SO<GridData> BuiltTerrain::grid() const {
     return terrain_ ? NBX::soCast<GridData>(terrain_->data()) : nullptr;
 }
 
-RASTER::GeoReference BuiltTerrain::reference() const {
-    RASTER::GeoReference reference;
-    reference.isGeoreferenced = isGeoreferenced_;
-    reference.wkt = wkt_;
-    reference.name = systemName_;
-    reference.unit = unit_;
-    reference.unitName = unitName_;
-    return reference;
+bool BuiltTerrain::isFile(const std::string & path) {
+    return BuiltTerrainGeoFile().kindOf(path) == RASTER::GeoFileKind::Heights;
 }
 
-std::uint64_t BuiltTerrain::expectedBytes(unsigned sizeX, unsigned sizeY, unsigned maxVertices) {
+std::uint64_t BuiltTerrain::expectedBytes(unsigned sizeX, unsigned sizeY, unsigned maxVertices,
+                                          unsigned microVertices) {
     if (sizeX < 2 || sizeY < 2) return 0;
     const double raster = double(sizeX) * sizeY * sizeof(float);
-    return static_cast<std::uint64_t>(raster +
+    return static_cast<std::uint64_t>(raster + s_bytesOfMicroVertex * microVertices +
                                       StoredSize(maxVertices).of({NBX::Area(0, 0, sizeX - 1, sizeY - 1)}));
 }
 
@@ -86,11 +95,7 @@ void BuiltTerrain::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<NBX::SharedObj>(m, static_cast<NBX::SharedObj *>(this));
     m.attribute("terrain", terrain_);
-    serializeText(m, "system", wkt_);
-    serializeText(m, "systemName", systemName_);
-    serializeText(m, "unitName", unitName_);
-    m.attribute("unit", unit_);
-    m.attribute("isGeoreferenced", isGeoreferenced_);
+    serializeReference(m, reference_);
     m.attribute("seed", seed_);
     m.attribute("maxVertices", maxVertices_);
     if (!m.isReading()) return;

@@ -28,6 +28,7 @@
 #include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "core/terrain/frame/terraintexgen.h"
+#include "core/terrain/geometry/base/frontfacegl.h"
 #include "originwatch.h"
 #include "terrainpaintinggl.h"
 
@@ -77,8 +78,14 @@ public:
         const TerrainPainterFrameManager::Info info{painting_.engine(), painting_.isInMotion()};
         const NBX::AttributeScope texGen(painting_.engine(), terrainTexGen().get());
         TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
-        if (const NBX::SO<GeometryPatch> root = terrain.root())
-            traverse(*root, 0, static_cast<unsigned>(rotation));
+        try {
+            if (const NBX::SO<GeometryPatch> root = terrain.root())
+                traverse(*root, 0, static_cast<unsigned>(rotation));
+        } catch (...) {
+            // Who has begun the frame ends it: caches are cut to their budgets there.
+            TerrainPainterFrameManager::CallEndFrameCallbacks(info);
+            throw;
+        }
         TerrainPainterFrameManager::CallEndFrameCallbacks(info);
     }
 
@@ -171,8 +178,8 @@ bool TerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
     const auto * terrain = dynamic_cast<const Terrain *>(shape);
     if (!terrain) return false;
 
-    glFrontFace(GL_CW);
     {
+        const FrontFaceGL clockwise(GL_CW, GL_CCW);
         const NBX::AttributeScope scope(engine, activeTerrain.get());
         TerrainPaintingGL painting(engine);
         if (!painting.isIdle()) {
@@ -180,7 +187,6 @@ bool TerrainPainterGL::render(NBX::Engine * engine, const NBX::Shape * shape) {
             painting.postForRedisplay();
         }
     }
-    glFrontFace(GL_CCW);
     if (TerrainPainterGLSettings::renderingEnabled()) OriginWatch::check(*terrain);
     return true;
 }

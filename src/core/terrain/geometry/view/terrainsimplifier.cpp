@@ -1,6 +1,6 @@
 #include <zmt/core/terrain/geometry/view/terrainsimplifier.h>
 
-#include <nbx/engine/engine.h>
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/scene/node/scenenode.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
@@ -11,18 +11,15 @@ namespace ZMT::CORE {
 
 namespace {
 
-/// Enabled and disabled ones.
-
 void paintData(NBX::Engine * engine, const Terrain & terrain) {
     const NBX::SO<GeometryData> data = terrain.data();
     if (!data) return;
-    engine->pushModelMatrix(
-        NBX::Matrix4x4Base<double>::translation(LocalFrame(terrain.origin()).originInScene()));
+    const NBX::ModelMatrixScope place(
+        engine, NBX::Matrix4x4Base<double>::translation(LocalFrame(terrain.origin()).originInScene()));
     engine->paint(data.get());
-    engine->popModelMatrix();
 }
 
-/// The triangles stand in scene coordinates.
+/// Enabled and disabled ones. The triangles stand in scene coordinates.
 void paintTexturedTriangles(NBX::Engine * engine) {
     const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
     for (unsigned i = 0; i < engine->polyAttributeCount(name, NBX::Engine::PS_All); ++i) {

@@ -85,7 +85,7 @@ bool AsyncQuadtreeTerrainTexture::create(const NBX::SO<NBX::File> & file, const 
 bool AsyncQuadtreeTerrainTexture::createGridTerrainLightMap(
     const NBX::SO<NBX::File> & file, const NBX::SO<GRID::GridTerrain> & terrain, double exaggeration,
     bool asNormalMap, double ambient, const NBX::Vector3Base<double> & lightDirection, unsigned textureSize,
-    std::uint64_t key, unsigned threads) {
+    std::uint64_t key, unsigned threads, std::wstring * problem) {
     NBX_CHECK(file, L"no file");
     NBX_CHECK(terrain, L"no terrain");
     const NBX::SO<GRID::GridTerrainTile> root = terrain ? terrain->rootTile() : nullptr;
@@ -95,7 +95,11 @@ bool AsyncQuadtreeTerrainTexture::createGridTerrainLightMap(
     const auto tile = walk.write();
     if (writer.isCanceled()) return false;
     if (walk.isIncomplete()) {
-        NBX_FAILURE(L"a tile of the terrain could not be read; the light map is not complete");
+        const wchar_t * reason = L"a tile of the terrain could not be read; the light map is not complete";
+        if (problem)
+            *problem = reason;
+        else
+            NBX_FAILURE(reason);
         return false;
     }
     writer.finish(tile);
@@ -120,10 +124,19 @@ NBX::SO<TerrainTexture> AsyncQuadtreeTerrainTexture::load(const NBX::SO<AsyncFil
 std::vector<AsyncQuadtreeTerrainTexture::ReadFailure> AsyncQuadtreeTerrainTexture::readFailures() {
     std::vector<ReadFailure> result;
     for (const TexturePatchRequest * node : TexturePatchRequest::failed())
-        result.push_back({node->stream().file->url(), node->stream().offset + node->tileRef().offset,
-                          node->tileRef().storedSize, node->failure(),
-                          std::max(0.0, node->retryTime() - TextureTransfers::now())});
+        if (node->isStillFailing())
+            result.push_back({node->stream().file->url(), node->stream().offset + node->tileRef().offset,
+                              node->tileRef().storedSize, node->failure(),
+                              std::max(0.0, node->retryTime() - TextureTransfers::now())});
     return result;
+}
+
+unsigned AsyncQuadtreeTerrainTexture::missingTiles() {
+    return TexturePatchRequest::countMissing();
+}
+
+void AsyncQuadtreeTerrainTexture::resetStatistics() {
+    TexturePatchRequest::forgetMissing();
 }
 
 void AsyncQuadtreeTerrainTexture::beginFrame(const TerrainPainterFrameManager::Info &) {

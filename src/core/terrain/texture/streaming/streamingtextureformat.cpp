@@ -1,3 +1,6 @@
+// What makes a record sound, and which of the formats of pixels there are images for. Numbers of a file are
+// bounded before anything is computed with them.
+
 #include "streamingtextureformat.h"
 
 #include <algorithm>

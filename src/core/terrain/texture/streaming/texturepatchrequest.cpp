@@ -7,7 +7,6 @@
 #include "texturepatchrequest.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 #include "core/terrain/geometry/grid/model/tileblock.h"
@@ -32,10 +31,8 @@ constexpr double s_unbounded = 1e42;
 constexpr double s_anisotropy = 16.0;
 /// Of a node's side: patches differ by halves.
 constexpr double s_tolerance = 1e-4;
-/// In seconds, after a read that failed or a block that is damaged. What keeps reads from storming a server
-/// is its own pause; when it has recovered, the picture is soon to be complete.
-constexpr double s_firstPause = 1.0, s_longestReadPause = 4.0, s_longestBlockPause = 60.0;
-/// Between two reads for the sake of the image alone, so that a budget that is too small costs little.
+/// In seconds, between two reads for the sake of the image alone, so that a budget that is too small costs
+/// little.
 constexpr double s_imagePause = 1.0;
 
 /// Maps the scene's x and z on to the image, to the edges of its border pixels.
@@ -66,6 +63,12 @@ Nodes & failedNodes() {
     return instance;
 }
 
+/// Textures are asked for many times while a picture is drawn.
+Nodes & missingNodes() {
+    static Nodes & instance = *new Nodes;
+    return instance;
+}
+
 } // namespace
 
 TexturePatchRequest::TexturePatchRequest(const TextureStream & stream, const TileRef & ref, unsigned level)
@@ -74,9 +77,19 @@ TexturePatchRequest::TexturePatchRequest(const TextureStream & stream, const Til
 TexturePatchRequest::~TexturePatchRequest() {
     dropRequest();
     failedNodes().erase(this);
+    missingNodes().erase(this);
 }
 
 NBX::SO<NBX::TextureGL> TexturePatchRequest::get(double priority, bool force) {
+    const NBX::SO<NBX::TextureGL> texture = find(priority, force);
+    if (texture)
+        missingNodes().erase(this);
+    else
+        missingNodes().insert(this);
+    return texture;
+}
+
+NBX::SO<NBX::TextureGL> TexturePatchRequest::find(double priority, bool force) {
     const NBX::SO<NBX::TextureGL> texture = ensureTexture(force);
     const bool isWhole = texture && (image_ || !hasChildren());
     if (isWhole || (texture && !force && TextureTransfers::now() < imageAgainAt_)) return texture;
@@ -117,10 +130,10 @@ void TexturePatchRequest::load(double priority, bool force) {
         if (!force) return;
     }
     if (!request_) return;
-    if (force)
-        request_->wait();
-    else
+    if (!force)
         request_->setPriority(priority);
+    else if (!request_->wait())
+        request_->setPriority(GRID::BlockRetry::rankOfGivenUp(priority));
     TextureTransfers::want(request_);
     takeLoaded(force);
 }
@@ -132,17 +145,17 @@ void TexturePatchRequest::startLoad(double priority, bool force) {
     if (request_)
         TextureTransfers::want(request_);
     else
-        fail(L"the file is not open", s_longestReadPause);
+        fail(L"the file is not open", retry_.readFailed());
 }
 
 void TexturePatchRequest::takeLoaded(bool force) {
     switch (request_->state()) {
     case AsyncFile::RS_Ready:
         if (TextureTransfers::mayUpload(force) && !finishLoad())
-            fail(L"the block is damaged; get the file anew", s_longestBlockPause);
+            fail(L"the block is damaged; get the file anew", retry_.blockFailed());
         break;
     case AsyncFile::RS_Failed:
-        fail(request_->errorText(), s_longestReadPause);
+        fail(request_->errorText(), retry_.readFailed());
         break;
     default:
         break;
@@ -204,23 +217,33 @@ void TexturePatchRequest::makeChildren(const TileHeader & header) {
             children_[i] = new TexturePatchRequest(stream_, header.children[i], level_ + 1);
 }
 
-void TexturePatchRequest::fail(const std::wstring & reason, double longestPause) {
+void TexturePatchRequest::fail(const std::wstring & reason, double pause) {
     dropRequest();
-    const double pause = std::min(longestPause, std::ldexp(s_firstPause, static_cast<int>(failures_)));
-    failures_ = std::min(failures_ + 1, 16U);
     askAgainAt_ = TextureTransfers::now() + pause;
     failure_ = reason;
     failedNodes().insert(this);
 }
 
 void TexturePatchRequest::succeed() {
-    failures_ = 0;
+    retry_.succeeded();
     failure_.clear();
     failedNodes().erase(this);
 }
 
 const std::set<const TexturePatchRequest *> & TexturePatchRequest::failed() {
     return failedNodes();
+}
+
+unsigned TexturePatchRequest::countMissing() {
+    return static_cast<unsigned>(missingNodes().size());
+}
+
+void TexturePatchRequest::forgetMissing() {
+    missingNodes().clear();
+}
+
+bool TexturePatchRequest::isStillFailing() const {
+    return GRID::BlockRetry::isStillFailing(request_, TextureTransfers::now() - askAgainAt_);
 }
 
 void TexturePatchRequest::dropRequest() {

@@ -14,6 +14,7 @@
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/raster/geoimage.h>
 
+#include "core/terrain/geometry/grid/model/blockretry.h"
 #include "streamingtextureformat.h"
 
 namespace ZMT::CORE {
@@ -28,8 +29,8 @@ struct TextureStream {
 
 /// A node of a streaming texture, which loads itself when it is asked for. The memory managers own its image
 /// and its texture; the node watches them, and loads again when both are gone. Children stay once they are
-/// known. A block that cannot be read, or does not validate, is asked for again after 1 s, then after twice
-/// as long each time, up to 4 s or 60 s. Render thread.
+/// known. A block that cannot be read, or does not validate, is asked for again after a while (`BlockRetry`).
+/// Render thread.
 class TexturePatchRequest : public NBX::SharedObj {
     NBX_CLASS(TexturePatchRequest, NBX::SharedObj)
 public:
@@ -67,8 +68,14 @@ public:
     NBX::SO<TexturePatchRequest> childWith(const NBX::Bounds & box) const;
     /// The nodes of all textures whose last read failed.
     static const std::set<const TexturePatchRequest *> & failed();
+    /// Those that were asked for and gave no texture, since `forgetMissing`; what came meanwhile is no longer
+    /// among them.
+    static unsigned countMissing();
+    static void forgetMissing();
     /// Why that was, and when it may be asked for again, by `TextureTransfers::now`.
     const std::wstring & failure() const { return failure_; }
+    /// Whether that still matters: the next try has not brought the block, and somebody may want it.
+    bool isStillFailing() const;
     double retryTime() const { return askAgainAt_; }
     const TextureStream & stream() const { return stream_; }
     const TileRef & tileRef() const { return ref_; }
@@ -79,6 +86,7 @@ public:
     bool hasTexture() const { return bool(texture_); }
 
 private:
+    NBX::SO<NBX::TextureGL> find(double priority, bool force);
     NBX::SO<NBX::TextureGL> ensureTexture(bool force);
     void followSceneOrigin(NBX::TextureGL & texture);
     void load(double priority, bool force);
@@ -87,7 +95,7 @@ private:
     bool finishLoad();
     bool takeBlock(const NBX::SO<NBX::DataResource> & block);
     void makeChildren(const StreamingTextureFormat::TileHeader & header);
-    void fail(const std::wstring & reason, double longestPause);
+    void fail(const std::wstring & reason, double pause);
     void succeed();
     void dropRequest();
     NBX::SO<NBX::DataResource> plainData(const NBX::SO<NBX::DataResource> & stored) const;
@@ -97,11 +105,11 @@ private:
     const unsigned level_;
 
     NBX::SO<AsyncFile::Request> request_; ///< under way, or null
-    unsigned failures_ = 0;               ///< since the last success
-    std::wstring failure_;                ///< the last one
-    double askAgainAt_ = 0.0;             ///< after a failure; in seconds of `TextureTransfers::now`
-    std::uint64_t imageFrame_ = 0;        ///< in which it came
-    double imageAgainAt_ = 0.0;           ///< for the sake of the image alone
+    GRID::BlockRetry retry_;
+    std::wstring failure_;         ///< the last one
+    double askAgainAt_ = 0.0;      ///< after a failure; in seconds of `TextureTransfers::now`
+    std::uint64_t imageFrame_ = 0; ///< in which it came
+    double imageAgainAt_ = 0.0;    ///< for the sake of the image alone
     NBX::WO<RASTER::GeoImage> image_;
     NBX::WO<NBX::TextureGL> texture_;
     Point sceneOrigin_;                          ///< for which the texture's matrix is

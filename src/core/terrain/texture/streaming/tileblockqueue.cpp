@@ -1,3 +1,6 @@
+// A block goes through two turns on the threads: it is made, and it is deflated when the references to its
+// children are known, which are written before it. The queue's owner alone writes, in the order of adding.
+
 #include "tileblockqueue.h"
 
 #include <algorithm>

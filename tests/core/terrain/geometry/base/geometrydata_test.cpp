@@ -5,6 +5,7 @@
 #include "support/fakegeometrydata.h"
 #include "support/testterrain.h"
 #include <support/recordedreports.h>
+#include <support/slotorder.h>
 
 using Point = NBX::Vector3Base<double>;
 using Numbers = std::vector<unsigned>;
@@ -95,6 +96,17 @@ TEST_F(GeometryDataTest, BoxSelectsExactlyTheVerticesInside) {
         }
         ASSERT_EQ(taken(data->newIndexIterator(NBX::Bounds(a, b))), expected);
     }
+}
+
+TEST_F(GeometryDataTest, OperationsKeepTheirOrder) {
+    using ZMT::CORE::GeometryData;
+    EXPECT_TRUE(inSlotOrder(&NBX::Shape::boundingBox, &GeometryData::vertices, &GeometryData::vertex,
+                            &GeometryData::normal, &GeometryData::calculateHeight,
+                            &GeometryData::hasUndefinedHeight, &GeometryData::isUndefinedHeightValue,
+                            &GeometryData::getCellSize, &GeometryData::resampleRasterData,
+                            &GeometryData::extractMesh, &GeometryData::origin,
+                            static_cast<GeometryData::Indices * (GeometryData::*)(const NBX::Bounds &) const>(
+                                &GeometryData::newIndexIterator)));
 }
 
 } // namespace

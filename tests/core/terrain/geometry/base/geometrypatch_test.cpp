@@ -3,7 +3,9 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/slotorder.h>
 
+#include <nbx/scene/shape/box.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
@@ -17,7 +19,8 @@ using Point = NBX::Vector3Base<double>;
 
 namespace {
 
-/// A patch without data, whose protected parts can be called, and which can write children that it has not.
+/// A patch without data, whose protected parts can be called, and which can write children that it has not,
+/// and no box.
 class TestPatch : public GeometryPatch {
     NBX_STORED_CLASS(TestPatch, GeometryPatch)
 public:
@@ -29,8 +32,8 @@ public:
     using GeometryPatch::addChild;
 
     void serialize(NBX::SerializationManager & m) override {
-        if (!m.isWriting() || !writtenChildren_) return GeometryPatch::serialize(m);
-        Bounds box = boundingBox();
+        if (!m.isWriting() || (!writtenChildren_ && !writesNoBox_)) return GeometryPatch::serialize(m);
+        Bounds box = writesNoBox_ ? Bounds() : boundingBox();
         double error = approximationError(), lowest = wall();
         m.enterObject();
         NBX::serializeSuperclass<NBX::Shape>(m, this);
@@ -40,7 +43,8 @@ public:
         m.attribute("children", writtenChildren_);
     }
 
-    NBX::SO<Children> writtenChildren_;
+    NBX::SO<NBX::SharedObj> writtenChildren_;
+    bool writesNoBox_ = false;
 };
 NBX_STORED_CLASS_IMPL(TestPatch, GeometryPatch)
 
@@ -191,6 +195,40 @@ TEST_F(GeometryPatchTest, AWallAboveTheBoxExtendsItUp) {
     EXPECT_TRUE(read->boundingBox() == Bounds(Point(1, 2, 3), Point(4, 50, 6)));
 }
 
+TEST_F(GeometryPatchTest, AStoredBoxThatIsUndefinedBecomesTheOriginAndTheWall) {
+    const auto patch = leaf();
+    patch->writesNoBox_ = true;
+    const auto read = roundTrip(patch);
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(read->boundingBox() == Bounds(Point(0, -7, 0), Point(0, 0, 0)));
+}
+
+TEST_F(GeometryPatchTest, StoredChildrenThatAreNoPatchesAreLeftOut) {
+    const auto patch = leaf(), first = leaf(1.0), last = leaf(2.0);
+    const NBX::SO<NBX::SharedObj> box(new NBX::Box);
+    patch->writtenChildren_ = new NBX::Array<NBX::SO<GeometryPatch>>({first, nullptr, last});
+    const auto withoutNull = roundTrip(patch);
+    ASSERT_TRUE(withoutNull);
+    ASSERT_EQ(withoutNull->children(), 2U);
+    EXPECT_EQ(withoutNull->child(0)->approximationError(), 1.0);
+    EXPECT_EQ(withoutNull->child(1)->approximationError(), 2.0);
+    EXPECT_EQ(withoutNull->child(1)->parent(), withoutNull);
+
+    patch->writtenChildren_ = box;
+    const auto withoutChildren = roundTrip(patch);
+    ASSERT_TRUE(withoutChildren);
+    EXPECT_EQ(withoutChildren->children(), 0U) << "what is stored there is no list of patches";
+    EXPECT_TRUE(reports_.empty()) << reports_;
+}
+
+TEST_F(GeometryPatchTest, ADisabledOneIsReadAsSuch) {
+    const auto patch = leaf();
+    patch->setEnableState(false);
+    const auto read = roundTrip(patch);
+    ASSERT_TRUE(read);
+    EXPECT_FALSE(read->isEnabled());
+}
+
 TEST_F(GeometryPatchTest, StoredCirclesAreRefused) {
     const auto a = leaf(), b = leaf();
     a->writtenChildren_ = new Children({b});
@@ -210,6 +248,12 @@ TEST_F(GeometryPatchTest, AStoredChildOfTwoParentsIsRefused) {
     a->addChild(shared);
     b->writtenChildren_ = new Children({shared});
     EXPECT_THROW(roundTrip(root), NBX::IOError);
+}
+
+TEST_F(GeometryPatchTest, OperationsKeepTheirOrder) {
+    EXPECT_TRUE(inSlotOrder(&NBX::Shape::boundingBox, &GeometryPatch::data,
+                            &GeometryPatch::approximationError, &GeometryPatch::wall, &GeometryPatch::parent,
+                            &GeometryPatch::children, &GeometryPatch::child, &GeometryPatch::unloadChildren));
 }
 
 } // namespace

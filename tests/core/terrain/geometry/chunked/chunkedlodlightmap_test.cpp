@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include <support/environmentvariable.h>
 #include <support/filesizelimit.h>
 #include <support/recordedreports.h>
 #include <support/temporaryfolder.h>
@@ -139,6 +140,14 @@ TEST_F(ChunkedLodLightMapTest, BeyondTheLargestSizeTheLastColumnGoesOn) {
     EXPECT_EQ(*image->pixelComponentsU8(4099, 0), unsigned(255.0 * std::sqrt(0.5))) << "flat";
 }
 
+TEST_F(ChunkedLodLightMapTest, BeyondTheLargestSizeTheLastRowGoesOn) {
+    const auto terrain = TestChunked::terrain({2, 8200}, [](unsigned, unsigned y) { return double(y % 50); });
+    const auto image = pixelsOf(terrain->createStaticLightMap(0.0, {0.0, 1.0, 1.0}));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->height(), 4100);
+    EXPECT_EQ(*image->pixelComponentsU8(0, 4099), unsigned(255.0 * std::sqrt(0.5))) << "flat";
+}
+
 TEST_F(ChunkedLodLightMapTest, ALineOfCellsHasNone) {
     for (const ZMT::RASTER::RasterGrid & layout :
          {ZMT::RASTER::RasterGrid{1, 9}, ZMT::RASTER::RasterGrid{9, 1}, ZMT::RASTER::RasterGrid{1, 1}}) {
@@ -190,11 +199,8 @@ TEST_F(ChunkedLodLightMapTest, AFullDiskIsReportedAndLeavesNoFile) {
 
 TEST_F(ChunkedLodLightMapTest, WithoutAFolderForTemporaryFilesThereIsNone) {
     const auto terrain = TestChunked::terrain(s_layout, hilly);
-    const char * variable = std::getenv("TMPDIR");
-    const std::string before = variable ? variable : "";
-    ::setenv("TMPDIR", "/nonexistent", 1);
+    const EnvironmentVariable nowhere("TMPDIR", "/nonexistent");
     EXPECT_FALSE(terrain->createDynamicLightMap());
-    before.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", before.c_str(), 1);
     EXPECT_EQ(reports.size(), 1U) << reports;
     EXPECT_EQ(reports.last().level, 2);
     reports.clear();

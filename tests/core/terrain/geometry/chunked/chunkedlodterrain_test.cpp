@@ -4,6 +4,7 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/silentserializationmanager.h>
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
@@ -22,13 +23,20 @@ class RecordedProgress : public NBX::ProgressDisplay {
 public:
     RecordedProgress() : before_(NBX::Progress::setDisplay(this)) {}
     ~RecordedProgress() override { NBX::Progress::setDisplay(before_); }
-    void begin(const NBX::Progress & progress) override { titles.push_back(progress.title()); }
+    void begin(const NBX::Progress & progress) override {
+        titles.push_back(progress.title());
+        totals.push_back(progress.totalValue());
+    }
     /// Asks for an end, in vain.
-    bool update(const NBX::Progress &) override { return false; }
-    void end(const NBX::Progress &) override { ++ended; }
+    bool update(const NBX::Progress &) override {
+        ++updates;
+        return false;
+    }
+    void end(const NBX::Progress & progress) override { ends.push_back(progress.currentValue()); }
 
     std::vector<std::string> titles;
-    unsigned ended = 0;
+    std::vector<double> totals, ends;
+    unsigned updates = 0;
 
 private:
     NBX::ProgressDisplay * before_;
@@ -112,6 +120,17 @@ TEST_F(ChunkedLodTerrainTest, ColumnsBeyondTheLargestSizeAreLeftOut) {
     EXPECT_EQ(steps.back(), 2 * 8193);
 }
 
+TEST_F(ChunkedLodTerrainTest, RowsBeyondTheLargestSizeAreLeftOut) {
+    const auto terrain = TestChunked::terrain(
+        {2, 8194}, [](unsigned x, unsigned y) { return y == 8193 ? 32767.0 : double(x + y); });
+    EXPECT_EQ(terrain->impl()->sizeY(), 8193U);
+    const auto steps = stepsOf(*terrain);
+    ASSERT_EQ(steps.size(), 2U * 8193);
+    EXPECT_EQ(steps[1], 2 * 1);
+    EXPECT_EQ(steps[2], 2 * 1) << "the first one of the second row";
+    EXPECT_EQ(steps.back(), 2 * 8193);
+}
+
 TEST_F(ChunkedLodTerrainTest, InfiniteHeightsDoNoHarm) {
     const auto terrain = TestChunked::terrain({3, 3}, [](unsigned x, unsigned y) {
         return x == 1 && y == 1 ? std::numeric_limits<double>::infinity() : 0.25 * x;
@@ -133,11 +152,13 @@ TEST_F(ChunkedLodTerrainTest, AMissingGridIsReported) {
 
 TEST_F(ChunkedLodTerrainTest, ShowsItsProgressAndCannotBeCancelled) {
     const RecordedProgress progress;
-    const auto terrain = TestChunked::terrain({9, 9}, TestTerrain::bumpy);
+    const auto terrain = TestChunked::terrain({7, 5}, TestTerrain::bumpy);
     EXPECT_EQ(progress.titles,
               (std::vector<std::string>{"converting height values", "calculating LOD parameters",
                                         "calculating LOD parameters"}));
-    EXPECT_EQ(progress.ended, 3U);
+    EXPECT_EQ(progress.totals, (std::vector<double>{5.0, 0.0, 1.0})) << "the second has no known length";
+    EXPECT_EQ(progress.updates, 1U) << "a row, once in a tenth of a second";
+    EXPECT_EQ(progress.ends, (std::vector<double>{5.0, 0.0, 0.0})) << "after all rows";
     EXPECT_EQ(stepsOf(*terrain).back(), 65534);
 }
 
@@ -239,6 +260,47 @@ TEST_F(ChunkedLodTerrainTest, StoresItsGridAlone) {
     EXPECT_EQ(read->wall(), terrain->wall());
     EXPECT_EQ(read->root()->boundingBox(), terrain->root()->boundingBox());
     EXPECT_TRUE(terrain->isRegisteredForSerialization());
+}
+
+/// Holds a grid under its name, and nothing else.
+class GridStream : public SilentSerializationManager {
+public:
+    explicit GridStream(const NBX::SO<ZMT::CORE::GridData> & grid) : grid_(grid) {}
+    using SilentSerializationManager::attribute;
+    bool isReading() const override { return true; }
+    bool isWriting() const override { return false; }
+    bool attribute(const char * name, NBX::SO<NBX::SharedObj> & value) override {
+        if (std::string(name) != "grid") return false;
+        value = grid_.get();
+        return true;
+    }
+
+private:
+    NBX::SO<ZMT::CORE::GridData> grid_;
+};
+
+TEST_F(ChunkedLodTerrainTest, ReadingIntoATerrainAgainMakesANewRoot) {
+    const auto terrain = TestChunked::terrain({9, 7}, TestTerrain::bumpy);
+    const auto before = terrain->root();
+    GridStream stream(TestTerrain::grid({17, 33}, TestTerrain::bumpy));
+    terrain->serialize(stream);
+    EXPECT_EQ(patch(before)->size(), 9U) << "somebody holds it";
+    ASSERT_NE(terrain->root(), before);
+    EXPECT_EQ(patch(terrain->root())->size(), 33U);
+}
+
+TEST_F(ChunkedLodTerrainTest, ItsPartsAreVisited) {
+    const auto visited = [](const ChunkedLodTerrain & terrain) {
+        std::vector<NBX::Visitable *> children;
+        terrain.acceptChildren(children);
+        return std::vector<NBX::Visitable *>(children.begin(),
+                                             std::remove(children.begin(), children.end(), nullptr));
+    };
+    const auto terrain = TestChunked::terrain({9, 7}, TestTerrain::bumpy);
+    EXPECT_EQ(visited(*terrain), (std::vector<NBX::Visitable *>{terrain->data().get()}));
+    const NBX::SO<ChunkedLodTerrain> empty(
+        static_cast<ChunkedLodTerrain *>(ChunkedLodTerrain::newInstance()));
+    EXPECT_TRUE(visited(*empty).empty());
 }
 
 } // namespace

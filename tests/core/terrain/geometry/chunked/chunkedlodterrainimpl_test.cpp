@@ -59,6 +59,16 @@ TEST(ChunkedLodTerrainImpl, LargeArraysLieInFilesThatAreGoneAtOnce) {
     EXPECT_EQ(lattice->errors()[std::size_t(8193) * 8193 - 1], 65535);
 }
 
+TEST(ChunkedLodTerrainImpl, RowsBeyondTheLargestSizeAreLeftOut) {
+    for (const unsigned cellsY : {8193U, 8194U, 8200U}) {
+        const NBX::SO<Lattice> lattice(new Lattice(2, cellsY));
+        EXPECT_EQ(lattice->sizeX(), 2U);
+        EXPECT_EQ(lattice->sizeY(), 8193U) << cellsY;
+        EXPECT_EQ(lattice->paddedSize(), 8193U) << cellsY;
+        EXPECT_EQ(lattice->heightIndex(0, 8193), 8192U * 2) << "the last row repeats";
+    }
+}
+
 /// How many mappings of files of chunked terrains this process has.
 unsigned mappedFiles() {
     std::ifstream mappings("/proc/self/maps");

@@ -1,4 +1,4 @@
-#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
+#include "core/terrain/geometry/chunked/chunkedlodworsterror.h"
 
 #include <support/patchdeviation.h>
 

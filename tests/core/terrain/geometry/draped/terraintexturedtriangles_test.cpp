@@ -52,10 +52,22 @@ TEST(TerrainTexturedTriangles, HasTheBoxOfItsTree) {
 TEST(TerrainTexturedTriangles, BothFieldsCanBeSet) {
     const SO<TerrainTexturedTriangles> geometry(new TerrainTexturedTriangles(nullptr, {}));
     const SO<PrimitiveQuadTreeGL> tree = smallTree();
+    auto before = geometry->lastTransactionNo();
     geometry->setPrimitiveQuadTree(tree);
+    EXPECT_GT(geometry->lastTransactionNo(), before);
+    before = geometry->lastTransactionNo();
     geometry->setOffset({1, 2, 3});
+    EXPECT_GT(geometry->lastTransactionNo(), before);
     EXPECT_EQ(tree, geometry->primitiveQuadTree());
     EXPECT_EQ(Point(1, 2, 3), geometry->getOffset());
+}
+
+TEST(TerrainTexturedTriangles, VisitorsReachTheTree) {
+    const SO<PrimitiveQuadTreeGL> tree = smallTree();
+    const SO<TerrainTexturedTriangles> geometry(new TerrainTexturedTriangles(tree, {}));
+    std::vector<NBX::Visitable *> children;
+    geometry->acceptChildren(children);
+    EXPECT_EQ(children, std::vector<NBX::Visitable *>{tree.get()});
 }
 
 TEST(TerrainTexturedTriangles, WithoutATreeThereIsNoPart) {

@@ -189,6 +189,22 @@ TEST_F(DrapedTrianglesGLTest, BothWaysDrawTheSamePixels) {
     }
 }
 
+/// Drivers without programs have no such function.
+TEST_F(DrapedTrianglesGLTest, TheStencilWayNeedsNoPrograms) {
+    std::mt19937 random(17);
+    const SO<PrimitiveQuadTreeGL> tree(new PrimitiveQuadTreeGL(2, sheet(12, 0.2), Bounds(), true));
+    root->append(randomView(random).get());
+    appendParts(*SO<TerrainTexturedTriangles>(new TerrainTexturedTriangles(tree, {})),
+                {Bounds({-0.5, 0, -0.5}, {0.5, 0, 0.5})});
+    EngineGL::setMaxTextureUnitsLimit(s_unitsWithStencil);
+    const auto expected = draw();
+    EXPECT_GT(differingPixels(expected, blank()), 500);
+    const auto known = std::exchange(__glewUseProgram, nullptr);
+    const auto picture = draw();
+    __glewUseProgram = known;
+    EXPECT_EQ(differingPixels(expected, picture), 0);
+}
+
 /// Six can be in force at a time, and a patch has four sides.
 TEST_F(DrapedTrianglesGLTest, TheSceneMayHaveClipPlanesOfItsOwn) {
     std::mt19937 random(29);

@@ -199,6 +199,20 @@ TEST_F(AsyncGridTerrainTileTest, BlockingReadsGoInFrontOfAll) {
     EXPECT_EQ(1e+42, watched->last);
 }
 
+TEST_F(AsyncGridTerrainTileTest, WhatWasGivenUpDoesNotStandInTheWay) {
+    file->givesUp = true;
+    const double top = AsyncFile::topPriority;
+    child(0)->requestTileData(7.0, false, nullptr);
+    EXPECT_FALSE(child(0)->requestTileData(top, true, nullptr));
+    EXPECT_EQ(7.0, file->at(0).priority()) << "as before";
+    EXPECT_FALSE(child(1)->requestTileData(5.0, true, nullptr));
+    EXPECT_EQ(5.0, file->at(1).priority()) << "as it was wanted";
+    EXPECT_FALSE(child(2)->requestTileData(top, true, nullptr));
+    EXPECT_EQ(0.0, file->at(2).priority()) << "nobody wants it but who waited";
+    EXPECT_EQ(3U, file->asked);
+    EXPECT_EQ(3U, file->waits);
+}
+
 TEST_F(AsyncGridTerrainTileTest, WhatIsNotWantedAnyMoreLeavesTheQueueAfterAQuarterOfASecond) {
     frame();
     child(0)->requestTileData(1.0, false, nullptr);
@@ -341,7 +355,12 @@ TEST_F(AsyncGridTerrainTileTest, FailuresAreKnownToWhoLooks) {
     EXPECT_EQ(L"the cable was cut", failures[0].reason);
     EXPECT_NEAR(0.75, failures[0].secondsToRetry, 1e-9);
     s_time += 10.0;
+    ASSERT_EQ(1U, AsyncGridTerrain::readFailures().size());
     EXPECT_EQ(0.0, AsyncGridTerrain::readFailures()[0].secondsToRetry);
+    s_time += 1.0;
+    EXPECT_TRUE(AsyncGridTerrain::readFailures().empty()) << "it is wanted no more";
+    tile->requestTileData(1.0, false, nullptr);
+    EXPECT_EQ(1U, AsyncGridTerrain::readFailures().size()) << "it is wanted again";
 }
 
 TEST_F(AsyncGridTerrainTileTest, ADamagedBlockIsAskedForAgainLater) {
@@ -374,6 +393,21 @@ TEST_F(AsyncGridTerrainTileTest, ABlockThatStaysDamagedIsReadLessAndLess) {
         wait = std::min(60.0, 2 * wait);
     }
     EXPECT_EQ(60.0, wait);
+}
+
+TEST_F(AsyncGridTerrainTileTest, AfterALongOutageADamagedBlockIsTriedSoon) {
+    file->failsAll = true;
+    for (unsigned round = 1; round <= 9; ++round) {
+        EXPECT_FALSE(child(3)->requestTileData(1.0, true, nullptr));
+        s_time += 4.0;
+    }
+    file->failsAll = false;
+    damage(*plain.tile(1, 4, 4));
+    EXPECT_FALSE(child(3)->requestTileData(1.0, true, nullptr));
+    EXPECT_EQ(10U, file->asked);
+    file->bytes = bytes;
+    s_time += 1.0;
+    EXPECT_TRUE(child(3)->requestTileData(1.0, true, nullptr));
 }
 
 TEST_F(AsyncGridTerrainTileTest, ABlockThatCameBackShortFails) {
@@ -563,6 +597,26 @@ TEST_F(AsyncGridTerrainTileTest, TreesThatNobodyWalksOverAreDropped) {
     EXPECT_FALSE(data) << "its heights could not be found any more";
     EXPECT_FALSE(below) << "deeper down as well";
     EXPECT_TRUE(child(1)) << "it comes back";
+}
+
+TEST_F(AsyncGridTerrainTileTest, PartsThatNobodyWalksOverAreDropped) {
+    const auto finest = [this] { return child(0)->child(0, false); };
+    child(0)->requestTileData(1.0, true, nullptr);
+    finest()->requestTileData(1.0, true, nullptr);
+    // Painted is a refined tile, whose parts are drawn as they are.
+    const WO<Tile> part = finest()->child(3, false), below = finest()->child(3, false)->child(0, false);
+    for (unsigned i = 0; i < 20; ++i) {
+        EXPECT_TRUE(below) << i;
+        finest()->child(3, false);
+        frame(0.5);
+    }
+    for (unsigned i = 0; i < 5; ++i) {
+        finest()->child(3, false);
+        frame(0.5);
+    }
+    EXPECT_TRUE(part);
+    EXPECT_FALSE(below);
+    EXPECT_TRUE(part.lock()->child(0, false)) << "it comes back";
 }
 
 TEST_F(AsyncGridTerrainTileTest, PausesDropNothing) {

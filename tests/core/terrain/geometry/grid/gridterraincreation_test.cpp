@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 
+#include <gdal.h>
 #include <gtest/gtest.h>
 
 #include <nbx/data/file.h>
@@ -15,6 +16,7 @@
 #include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
+#include <zmt/raster/gdal/rasterfile.h>
 
 #include <support/cancelingdisplay.h>
 #include <support/recordedreports.h>
@@ -93,7 +95,7 @@ protected:
     std::vector<std::uint8_t> bytes(const std::string & name = "a.ztt") const {
         return NBX::File::contents(NBX::StringUtils::WString2Utf8String(path(name)));
     }
-    std::vector<std::uint8_t> write(const SO<FunctionBand> & band, unsigned level = 2) {
+    std::vector<std::uint8_t> write(const SO<ZMT::RASTER::RasterBand> & band, unsigned level = 2) {
         creation.level = level;
         EXPECT_TRUE(creation.run(path(), band));
         return bytes();
@@ -264,6 +266,79 @@ TEST_F(GridTerrainCreationTest, RowsOfMoreTilesThanFitAtOnceAreWhole) {
     // The second one has a tile left over at depth 1.
     for (const unsigned width : {1100U, 1027U})
         compare(PlainTerrainFile(write(new FunctionBand(width, 5, cell), 1)), width, 5, cell);
+}
+
+/// The heights of a raster as GDAL reads them, the southern row first, without those that it says are none.
+class PlainRaster {
+public:
+    explicit PlainRaster(const std::string & path) {
+        GDALAllRegister();
+        const GDALDatasetH file = GDALOpen(path.c_str(), GA_ReadOnly);
+        EXPECT_TRUE(file) << path;
+        width = static_cast<unsigned>(GDALGetRasterXSize(file));
+        height = static_cast<unsigned>(GDALGetRasterYSize(file));
+        double place[6];
+        EXPECT_EQ(CE_None, GDALGetGeoTransform(file, place));
+        cellX = place[1], cellY = -place[5];
+        minX = place[0] + 0.5 * cellX, minY = place[3] - (height - 0.5) * cellY;
+        const GDALRasterBandH band = GDALGetRasterBand(file, 1);
+        noData = GDALGetRasterNoDataValue(band, nullptr);
+        std::vector<float> rows(std::size_t(width) * height);
+        const int w = int(width), h = int(height);
+        EXPECT_EQ(CE_None, GDALRasterIO(band, GF_Read, 0, 0, w, h, rows.data(), w, h, GDT_Float32, 0, 0));
+        cells_ = rows;
+        GDALClose(file);
+    }
+    double at(unsigned x, unsigned y) const {
+        const float cell = cells_[x + std::size_t(height - 1 - y) * width];
+        return cell == noData ? double(FunctionBand::none) : cell;
+    }
+
+    unsigned width, height;
+    double minX, minY, cellX, cellY, noData; ///< of the middle of the south-western cell
+
+private:
+    std::vector<float> cells_;
+};
+
+TEST_F(GridTerrainCreationTest, EverySampleAndBorderOfARasterWithVoidsIsThatOfAnotherReader) {
+    const std::string raster = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_30m_heights.tif";
+    const PlainRaster plain(raster);
+    unsigned voids = 0;
+    for (unsigned y = 0; y < plain.height; ++y)
+        for (unsigned x = 0; x < plain.width; ++x)
+            voids += std::isnan(plain.at(x, y));
+    ASSERT_LT(10U, voids);
+    ASSERT_GT(plain.width * plain.height / 2, voids);
+    for (const Resampling resampling : {Resampling::Nearest, Resampling::Average}) {
+        creation.resampling = resampling;
+        const PlainTerrainFile file(write(ZMT::RASTER::RasterFile(raster).band(), 4));
+        EXPECT_EQ(4U, file.level);
+        EXPECT_EQ(plain.cellX, file.cellSizeX);
+        EXPECT_EQ(plain.cellY, file.cellSizeY);
+        EXPECT_EQ(plain.minX, file.originX);
+        EXPECT_EQ(plain.minY, file.originY);
+        compare(file, plain.width, plain.height, [&](unsigned x, unsigned y) { return plain.at(x, y); });
+    }
+}
+
+TEST_F(GridTerrainCreationTest, WhatAFileSaysOfItsRangeIsNotTrusted) {
+    const std::string source = std::string(std::getenv("ZMT_TEST_DATA")) + "/everest_30m_heights.tif";
+    const std::vector<std::uint8_t> right = write(ZMT::RASTER::RasterFile(source).band(), 4);
+    GDALAllRegister();
+    // In the file, and in one that stands beside it.
+    for (const GDALAccess access : {GA_Update, GA_ReadOnly}) {
+        const std::string raster =
+            std::string(std::getenv("TMPDIR")) + (access == GA_Update ? "/inside.tif" : "/beside.tif");
+        std::filesystem::copy_file(source, raster);
+        const GDALDatasetH file = GDALOpen(raster.c_str(), access);
+        ASSERT_EQ(CE_None, GDALSetRasterStatistics(GDALGetRasterBand(file, 1), 6000.0, 6001.0, 6000.5, 0.1));
+        GDALClose(file);
+        ASSERT_EQ(access == GA_ReadOnly, std::filesystem::exists(raster + ".aux.xml"));
+        const auto band = ZMT::RASTER::RasterFile(raster).band();
+        EXPECT_TRUE(right == write(band, 4));
+        EXPECT_NE(6000.0, band->minValue());
+    }
 }
 
 TEST_F(GridTerrainCreationTest, FlatGroundHasStepsOfOne) {
@@ -494,6 +569,48 @@ TEST_F(GridTerrainCreationTest, TheLightMapStandsBehindTheTiles) {
     EXPECT_NE(lit, normals);
     creation.threads = 3;
     EXPECT_TRUE(normals == write(band, 3));
+    EXPECT_TRUE(reports.empty()) << reports;
+}
+
+/// Damages every file without a name in a folder as soon as a light map is being made.
+class DamagingDisplay : public NBX::ProgressDisplay {
+public:
+    explicit DamagingDisplay(std::string folder) : folder_(std::move(folder)) {
+        NBX::Progress::setDisplay(this);
+    }
+    ~DamagingDisplay() override { NBX::Progress::setDisplay(nullptr); }
+    DamagingDisplay(const DamagingDisplay &) = delete;
+    DamagingDisplay & operator=(const DamagingDisplay &) = delete;
+
+    void begin(const NBX::Progress &) override {
+        if (++begun_ < 3) return;
+        for (const auto & open : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code error;
+            const std::string goal = std::filesystem::read_symlink(open, error).string();
+            if (error || !goal.starts_with(folder_) || std::filesystem::file_size(open, error) < 1000)
+                continue;
+            std::filesystem::resize_file(open, 300, error);
+            ++damaged;
+        }
+    }
+    bool update(const NBX::Progress &) override { return true; }
+    void end(const NBX::Progress &) override {}
+
+    int damaged = 0;
+
+private:
+    std::string folder_;
+    int begun_ = 0;
+};
+
+TEST_F(GridTerrainCreationTest, ALightMapThatFailsSaysWhy) {
+    DamagingDisplay display(std::getenv("TMPDIR"));
+    creation.createShading = true;
+    std::wstring problem;
+    EXPECT_FALSE(creation.run(path(), new FunctionBand(600, 600, FunctionBand::hills), &problem));
+    EXPECT_EQ(1, display.damaged);
+    EXPECT_NE(std::wstring::npos, problem.find(L"the light map is not complete"));
+    EXPECT_TRUE(folder.isEmpty());
     EXPECT_TRUE(reports.empty()) << reports;
 }
 

@@ -230,6 +230,25 @@ protected:
         canvas->redisplay();
         return s_log;
     }
+    /// Without the frame of the canvas around that of the painter.
+    Log paintAlone() {
+        show();
+        const NBX::SO<Probe> before(new Probe), behind(new Probe);
+        root->clear();
+        for (NBX::RenderObj * object :
+             std::initializer_list<NBX::RenderObj *>{camera.get(), before.get(), terrain.get(), behind.get()})
+            root->append(object);
+        ProbePainter::s_observe = [isBefore = true](NBX::Engine *) mutable {
+            auto & main = *NBX::MainMemoryManager::instance();
+            auto & graphics = *NBX::GraphicsMemoryManager::instance();
+            isBefore ? graphics.endFrame() : main.beginFrame();
+            isBefore ? main.endFrame() : graphics.beginFrame();
+            isBefore = false;
+        };
+        s_log.clear();
+        canvas->redisplay();
+        return s_log;
+    }
     /// The entries that begin with `what`.
     static Log only(const Log & log, const std::string & what) {
         Log result;
@@ -290,6 +309,76 @@ TEST_F(GridTerrainPainterGLTest, DrawsDepthThenColors) {
     EXPECT_EQ(statistics.maxLevel, 3);
     GridTerrainPainterGL::resetStatistics();
     EXPECT_EQ(GridTerrainPainterGL::statistics().tilesCounted, 0U);
+}
+
+/// Tells of its end.
+class Resource : public NBX::SharedObj {
+    NBX_TEMPLATE_CLASS(Resource, NBX::SharedObj)
+public:
+    explicit Resource(std::string name) : name_(std::move(name)) {}
+    ~Resource() override { s_log.push_back(name_ + " gone"); }
+
+private:
+    std::string name_;
+};
+
+/// Gives a resource to each manager and takes it back, which is put off to the end of a frame.
+void addAndRemove() {
+    const auto addTo = [](auto & manager, const char * name) {
+        const NBX::SO<Resource> resource(new Resource(name));
+        manager.add(resource.get(), 1);
+        return resource.get();
+    };
+    auto & main = *NBX::MainMemoryManager::instance();
+    auto & graphics = *NBX::GraphicsMemoryManager::instance();
+    const NBX::SharedObj * const inMain = addTo(main, "main");
+    const NBX::SharedObj * const inGraphics = addTo(graphics, "graphics");
+    main.remove(inMain);
+    graphics.remove(inGraphics);
+}
+
+TEST_F(GridTerrainPainterGLTest, ManagersEndTheirFrameGraphicsFirst) {
+    Tile::s_onRender = [](NBX::EngineGL *, const Tile &, bool colors) {
+        if (colors) addAndRemove();
+    };
+    const Log log = paintAlone();
+    EXPECT_EQ((Log{log.end() - 3, log.end()}), (Log{"graphics gone", "main gone", "end"}));
+}
+
+TEST_F(GridTerrainPainterGLTest, ManagersBeginTheirFrameBehindTheCallbacks) {
+    const NBX::SO<FrameCallback> removing =
+        callback([](const TerrainPainterFrameManager::Info &) { addAndRemove(); });
+    TerrainPainterFrameManager::RegisterBeginFrameCallback(removing);
+    const Log log = paintAlone();
+    TerrainPainterFrameManager::UnregisterBeginFrameCallback(removing);
+    EXPECT_EQ((Log{log.begin(), log.begin() + 4}),
+              (Log{"begin", "main gone", "graphics gone", "open depth"}));
+}
+
+TEST_F(GridTerrainPainterGLTest, AThrowEndsTheFrame) {
+    top->split();
+    Tile::s_onRefine = [](const Tile &, const NBX::ViewInfo *, unsigned, unsigned, double) {
+        throw NBX::IOException(L"a tile");
+    };
+    EXPECT_THROW(paint(), NBX::IOException);
+    Tile::s_onRefine = nullptr;
+    EXPECT_EQ(s_log.back(), "end");
+    EXPECT_FALSE(NBX::GraphicsMemoryManager::instance()->isInFrame());
+    EXPECT_EQ(only(paint(), "color").size(), 4U);
+}
+
+TEST_F(GridTerrainPainterGLTest, FramesAreNumbered) {
+    paint();
+    const std::uint64_t first = GridTerrainPainterGL::statistics().frameNumber;
+    EXPECT_LT(0U, first);
+    GridTerrainPainterGL::resetStatistics();
+    paint();
+    EXPECT_EQ(GridTerrainPainterGL::statistics().frameNumber, first + 1);
+    paint();
+    EXPECT_EQ(GridTerrainPainterGL::statistics().frameNumber, first + 2);
+    top = nullptr;
+    paint();
+    EXPECT_EQ(GridTerrainPainterGL::statistics().frameNumber, first + 2) << "nothing was painted";
 }
 
 TEST_F(GridTerrainPainterGLTest, BothPassesHaveTheirStates) {
@@ -483,6 +572,7 @@ TEST_F(GridTerrainPainterGLTest, AllowedErrorsAreAtLeastAPixel) {
     };
     for (const Case & c : {Case{"as set", 1, 3.5, 3.5}, Case{"finer than a pixel", 1, 0.25, 1.0},
                            Case{"complete", 0, 3.5, 1.0}, Case{"complete and finer", 0, 0.25, 1.0}}) {
+        ASSERT_TRUE(canvas->setSize(96, 64));
         canvas->setRenderingMode(c.mode);
         TerrainPainterGLSettings::setGeometryError(c.setting);
         TerrainPainterGLSettings::setTextureError(c.setting + 1.0);
@@ -491,7 +581,7 @@ TEST_F(GridTerrainPainterGLTest, AllowedErrorsAreAtLeastAPixel) {
         Tile::s_onRefine = [&](const Tile &, const NBX::ViewInfo * view, unsigned width, unsigned height,
                                double threshold) {
             geometryError = threshold;
-            EXPECT_EQ(width, 64U);
+            EXPECT_EQ(width, 96U);
             EXPECT_EQ(height, 64U);
             // Grid space: the height is z.
             EXPECT_LT((view->direction() - Point(0, 0, -1)).length(), 1e-9);
@@ -615,11 +705,12 @@ TEST_F(GridTerrainPainterGLTest, WhatAPictureUsesIsKeptToItsEnd) {
 
 TEST_F(GridTerrainPainterGLTest, GeometryEffectsSeeTheChosenTilesFromTheTopDownwards) {
     const NBX::SO<TouchingEffect> below(new TouchingEffect("below")), above(new TouchingEffect("above"));
+    ASSERT_TRUE(canvas->setSize(96, 64));
     top->split();
     look({65, 100, 40}, {65, 0, 40});
     EXPECT_EQ(only(paint({below.get(), above.get()}), "touch"),
               (Log{"touch above rb", "touch below rb", "touch above rd", "touch below rd"}));
-    EXPECT_EQ(below->width_, 64U);
+    EXPECT_EQ(below->width_, 96U);
     EXPECT_EQ(below->height_, 64U);
     EXPECT_LT((below->viewInfo_->direction() - Point(0, 0, -1)).length(), 1e-9);
     EXPECT_LT((below->eye_ - Point(56, 40, 20)).length(), 1e-9) << "in grid space, inside the tile's box";
@@ -627,13 +718,14 @@ TEST_F(GridTerrainPainterGLTest, GeometryEffectsSeeTheChosenTilesFromTheTopDownw
 }
 
 TEST_F(GridTerrainPainterGLTest, EffectsAreAskedInTheFrameOfTheMap) {
+    ASSERT_TRUE(canvas->setSize(96, 64));
     paint({low.get()});
     EXPECT_LT((low->last_.viewInfo->direction() - Point(0, -1, 0)).length(), 1e-9);
     EXPECT_LT((low->last_.viewInfo->position() - Point(32, 100, 32)).length(), 1e-9);
     EXPECT_LT((low->last_.eye - Point(32, 20, 32)).length(), 1e-9);
-    EXPECT_EQ(low->last_.width, 64U);
+    EXPECT_EQ(low->last_.width, 96U);
     EXPECT_EQ(low->last_.height, 64U);
-    EXPECT_EQ(low->last_.priority, double(48 * 56)) << "the fragments seen";
+    EXPECT_EQ(low->last_.priority, double(72 * 56)) << "the fragments seen";
     EXPECT_TRUE(low->last_.asynchronous);
     look({65, 100, 40}, {65, 0, 40});
     paint({low.get()});
@@ -765,6 +857,20 @@ TEST_F(GridTerrainPainterGLTest, QueriesAreUsedAgain) {
     EXPECT_EQ(TerrainPainterGLSettings::engineForOcclusionQueryPool().lock().get(), engine.get());
 }
 
+PFNGLGETQUERYOBJECTUIVPROC s_getQuery = nullptr;
+
+TEST_F(GridTerrainPainterGLTest, CountsThatAreNotThereYetAreNotWaitedFor) {
+    paint(); // which loads the functions of OpenGL
+    s_getQuery = __glewGetQueryObjectuiv;
+    __glewGetQueryObjectuiv = [](GLuint query, GLenum name, GLuint * result) {
+        s_getQuery(query, name, result);
+        if (name == GL_QUERY_RESULT_AVAILABLE) *result = GL_FALSE;
+    };
+    paint();
+    __glewGetQueryObjectuiv = s_getQuery;
+    EXPECT_EQ(top->visibleFragments(), 1024U);
+}
+
 /// Its query is free for others at once.
 TEST_F(GridTerrainPainterGLTest, ATileWhoseCountIsNotThereYetCountsAsQuiteVisible) {
     Terrain::s_finishesDepth = false;
@@ -877,6 +983,18 @@ TEST_F(GridTerrainPainterGLTest, DrapedTrianglesLieOnTheGroundUnderItsTextures) 
             const bool isDraped = x >= 10 && x < 20 && y >= 12 && y < 22;
             ASSERT_EQ(pixel(picture, x, y)[1], isDraped ? 0 : 255) << x << " " << y;
         }
+}
+
+/// Nothing is seen of its children, while the roof is over the tile.
+TEST_F(GridTerrainPainterGLTest, DrapedTrianglesAreDrawnWhereNothingIsLeftOfTheirTile) {
+    const Bounds square({10, 15, 12}, {20, 30, 22});
+    const NBX::SO<Draped> draped(new Draped(square, square));
+    top->split();
+    for (unsigned i = 0; i < 4; ++i)
+        (*top)[i].box = Bounds({200, 200, 10}, {210, 210, 20});
+    const Log log = paint({low.get(), draped.get()});
+    EXPECT_EQ(only(log, "color"), Log{});
+    EXPECT_EQ(only(log, "draped"), Log{"draped"});
 }
 
 TEST_F(GridTerrainPainterGLTest, WithoutRenderingDrapedTrianglesAreAllThatIsDrawn) {

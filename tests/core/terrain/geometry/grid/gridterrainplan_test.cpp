@@ -190,6 +190,34 @@ TEST_F(GridTerrainPlanTest, ThePlanKnowsWhereTheHeightsComeFrom) {
     const GridTerrainPlan plan(path("plan"));
     EXPECT_EQ((std::vector<std::string>{"a.tif", "b c.tif"}), plan.rasters());
     EXPECT_EQ("old.ztt", plan.oldTerrain());
+    EXPECT_EQ(2U, plan.level());
+    // 20 cells are 5 tiles of 4, below a root of 32.
+    EXPECT_EQ(4U, plan.levels());
+    EXPECT_EQ("", plan.wkt());
+}
+
+TEST_F(GridTerrainPlanTest, PlansAndPartsSayWhatTheyAre) {
+    creation.level = 2;
+    creation.wkt = "LOCAL_CS[\"here\"]";
+    const SO<FunctionBand> band(new FunctionBand(20, 20, FunctionBand::hills));
+    plan(band);
+    const std::string second = part(band, 2, 3);
+    EXPECT_EQ(GridTerrainPlan::K_Plan, GridTerrainPlan::kindOf(path("plan")));
+    EXPECT_EQ(GridTerrainPlan::K_Part, GridTerrainPlan::kindOf(second));
+    joined(parts(band, 1));
+    EXPECT_EQ(GridTerrainPlan::K_Neither, GridTerrainPlan::kindOf(path("joined.ztt")));
+    EXPECT_EQ(GridTerrainPlan::K_Neither, GridTerrainPlan::kindOf(path("nothing")));
+    const GridTerrainPlan::Part told = GridTerrainPlan::describePart(second);
+    EXPECT_EQ(2U, told.share.part);
+    EXPECT_EQ(3U, told.share.parts);
+    const GridTerrainPlan read(path("plan"));
+    EXPECT_EQ(read.id(), told.plan);
+    EXPECT_EQ(creation.wkt, read.wkt());
+    creation.level = 3;
+    plan(band, "other");
+    EXPECT_NE(read.id(), GridTerrainPlan(path("other")).id());
+    expectContains(problemOf([&] { GridTerrainPlan::describePart(path("plan")); }),
+                   "is no part of a terrain");
 }
 
 /// The raster is read once for the plan, and once by all parts together but for the rows between them.
@@ -358,7 +386,16 @@ TEST_F(GridTerrainPlanTest, AnotherOldTerrainIsRefused) {
 TEST_F(GridTerrainPlanTest, ARasterWithoutHeightsHasNoPlan) {
     const SO<FunctionBand> band(
         new FunctionBand(40, 40, [](unsigned, unsigned) { return double(FunctionBand::none); }));
-    expectContains(problemOf([&] { plan(band); }), "no height at all");
+    const std::string problem = problemOf([&] { plan(band); });
+    expectContains(problem, "no height at all");
+    expectContains(problem, "band");
+    EXPECT_TRUE(folder.isEmpty());
+}
+
+TEST_F(GridTerrainPlanTest, ARasterThatIsTooNarrowIsNamed) {
+    const std::string problem = problemOf([&] { plan(new FunctionBand(1, 9, FunctionBand::hills)); });
+    expectContains(problem, "one cell wide");
+    expectContains(problem, "band");
     EXPECT_TRUE(folder.isEmpty());
 }
 

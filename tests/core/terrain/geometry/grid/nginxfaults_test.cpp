@@ -5,19 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <nbx/engine/graphicsmemorymanager.h>
-#include <nbx/engine/mainmemorymanager.h>
-#include <nbx/gl/texture/texturegl.h>
-#include <nbx/object/stringutils.h>
-#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
-#include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
-#include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
-#include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
-#include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
-
-#include "core/terrain/texture/streaming/asyncquadtreeterraintexture_impl.h"
-#include "core/terrain/texture/streaming/oblongsource.h"
-#include "writtenterrain.h"
+#include "streamedview.h"
 #include <support/nginx.h>
 #include <support/recordedreports.h>
 #include <support/temporaryfolder.h>
@@ -30,59 +18,12 @@ using namespace ZMT::CORE::GRID;
 using NBX::SO;
 using Bytes = std::vector<std::uint8_t>;
 
-/// Behind the end of a fault all of the picture is there.
-constexpr double s_healed = 15.0;
 constexpr double s_frame = 0.02;
 
-/// Looks at everything there is, frame by frame, as a painter does that never waits.
-class View {
+class View : public StreamedView {
 public:
-    bool open(const Nginx & server) {
-        terrain_ = AsyncGridTerrain::load(server.url("a.ztt"), false, &problem);
-        texture_ = NBX::soCast<AsyncQuadtreeTerrainTexture_Impl>(
-            AsyncQuadtreeTerrainTexture::load(server.url("a.zts"), 0));
-        return terrain_ && texture_;
-    }
-    ~View() {
-        terrain_ = nullptr;
-        texture_ = nullptr;
-        NBX::MainMemoryManager::instance()->clear();
-        NBX::GraphicsMemoryManager::instance()->clear();
-    }
-
-    /// True when nothing is missing. What was there stays there.
-    bool frame() {
-        AsyncFile::wait(1000.0 * s_frame);
-        TerrainPainterFrameManager::CallBeginFrameCallbacks({nullptr, false});
-        missing = 0;
-        tiles = 0;
-        look(*terrain_->rootTile());
-        look(*texture_->root());
-        EXPECT_LE(tilesBefore_, tiles) << "the picture keeps what it has";
-        tilesBefore_ = tiles;
-        return missing == 0;
-    }
-
-    std::wstring problem;
-    unsigned missing = 0, tiles = 0;
-
-private:
-    void look(GridTerrainTile & tile) {
-        const SO<GridTerrainTileData> data = tile.requestTileData(1.0, false, nullptr);
-        ++(data ? tiles : missing);
-        for (unsigned i = 0; data && i < 4; ++i)
-            if (const SO<GridTerrainTile> child = tile.child(i, true)) look(*child);
-    }
-    void look(TexturePatchRequest & node) {
-        const bool isThere = bool(node.get(1.0, false));
-        ++(isThere ? tiles : missing);
-        for (const SO<TexturePatchRequest> & child : node.children())
-            if (isThere && child) look(*child);
-    }
-
-    SO<AsyncGridTerrain> terrain_;
-    SO<AsyncQuadtreeTerrainTexture_Impl> texture_;
-    unsigned tilesBefore_ = 0;
+    View() : StreamedView([] { AsyncFile::wait(1000.0 * s_frame); }) {}
+    bool open(const Nginx & server) { return StreamedView::open(server.url("a.ztt"), server.url("a.zts")); }
 };
 
 class NginxFaultsTest : public WebTest {
@@ -91,9 +32,7 @@ protected:
         WebTest::SetUp();
         if (!Nginx::isInstalled()) GTEST_SKIP() << "nginx is not installed";
         IMPL::httpTimes() = {}; // as they are for users
-        const auto path = NBX::StringUtils::Utf8String2WString(server.pathOf("a.zts"));
-        ASSERT_TRUE(AsyncQuadtreeTerrainTexture::create(path, OblongSource::patches(1),
-                                                        OblongSource::pyramid(), 64, 0));
+        StreamedFiles::writeTexture(server.pathOf("a.zts"));
         server.write("a.ztt", terrain());
     }
     static Bytes terrain(unsigned size = 33, unsigned level = 3, unsigned seed = 0) {
@@ -126,7 +65,7 @@ protected:
     View view;
 };
 
-constexpr unsigned s_tiles = 21 + 5; ///< of terrain and texture
+constexpr unsigned s_tiles = StreamedFiles::tiles;
 
 TEST_F(NginxFaultsTest, WithoutFaultsEveryBlockIsAskedForOnce) {
     ASSERT_TRUE(server.start());

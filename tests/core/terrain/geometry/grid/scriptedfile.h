@@ -36,6 +36,7 @@ public:
     Requests known;
     bool isOpenNow = true;
     bool failsAll = false; ///< what is waited for fails
+    bool givesUp = false;  ///< those who wait lose their patience
     unsigned asked = 0;    ///< requests in all
     unsigned waits = 0;
 };
@@ -59,6 +60,7 @@ public:
     bool wait() override {
         const NBX::SO<ScriptedFile> owner = file_.lock();
         ++owner->waits;
+        if (owner->givesUp) return false;
         now = owner->failsAll ? ZMT::CORE::AsyncFile::RS_Failed : ZMT::CORE::AsyncFile::RS_Ready;
         return !owner->failsAll;
     }

@@ -6,8 +6,8 @@
 #include "support/webtest.h"
 #include "writtenterrain.h"
 
-#include "core/misc/filecalls.h"
-#include "core/misc/waitlimit.h"
+#include "core/file/filecalls.h"
+#include "core/file/waitlimit.h"
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 

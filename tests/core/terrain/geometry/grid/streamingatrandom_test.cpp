@@ -4,11 +4,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <random>
 
 #include <gtest/gtest.h>
 
 #include <nbx/data/atomicfilewriter.h>
+#include <nbx/data/file.h>
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/mainmemorymanager.h>
 #include <nbx/gl/texture/texturegl.h>
@@ -21,13 +23,14 @@
 #include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
-#include "core/misc/readengine.h"
+#include "core/file/readengine.h"
 #include "core/terrain/geometry/grid/asyncgridterrainrequests.h"
 #include "core/terrain/texture/streaming/asyncquadtreeterraintexture_impl.h"
 #include "core/terrain/texture/streaming/oblongsource.h"
 #include "writtenterrain.h"
 #include <support/recordedreports.h>
 #include <support/temporaryfolder.h>
+#include <support/webtest.h>
 
 namespace {
 
@@ -52,12 +55,14 @@ void writeFiles() {
 /// What is open at a time, and what is still held of what was closed.
 class ImpatientUser {
 public:
-    explicit ImpatientUser(unsigned seed) : random_(seed) {}
+    using Place = std::function<std::wstring(const std::string & name)>;
+
+    explicit ImpatientUser(unsigned seed, Place place = pathOf) : random_(seed), place_(std::move(place)) {}
 
     void act() {
         switch (random_() % 10) {
         case 0:
-            if (terrains_.size() < 5) terrains_.push_back(AsyncGridTerrain::load(pathOf("a.ztt")));
+            if (terrains_.size() < 5) terrains_.push_back(AsyncGridTerrain::load(place_("a.ztt")));
             break;
         case 1:
             if (textures_.size() < 5) addTexture();
@@ -96,7 +101,7 @@ private:
     }
     void addTexture() {
         const auto texture = NBX::soCast<AsyncQuadtreeTerrainTexture_Impl>(
-            AsyncQuadtreeTerrainTexture::load(pathOf("a.zts"), 0));
+            AsyncQuadtreeTerrainTexture::load(place_("a.zts"), 0));
         ASSERT_TRUE(texture);
         textures_.push_back(texture);
     }
@@ -121,6 +126,7 @@ private:
     }
 
     std::mt19937 random_;
+    Place place_;
     std::vector<SO<AsyncGridTerrain>> terrains_;
     std::vector<SO<AsyncQuadtreeTerrainTexture_Impl>> textures_;
     std::vector<SO<GridTerrainTile>> held_;
@@ -157,6 +163,48 @@ TEST_P(StreamingAtRandomTest, WhatIsAddedAndClosedWhileItLoadsDoesNoHarm) {
     EXPECT_TRUE(AsyncGridTerrain::readFailures().empty());
     EXPECT_TRUE(AsyncQuadtreeTerrainTexture::readFailures().empty());
     EXPECT_TRUE(reports.empty()) << reports;
+}
+
+class StreamingUrlsAtRandomTest : public WebTest {
+protected:
+    void SetUp() override {
+        WebTest::SetUp();
+        IMPL::httpTimes() = {}; // the machine may be busy
+        writeFiles();
+        for (const std::string name : {"a.ztt", "a.zts"}) {
+            const auto bytes = NBX::File::contents(NBX::StringUtils::WString2Utf8String(pathOf(name)));
+            server_.setFile("/" + name, std::string(bytes.begin(), bytes.end()));
+        }
+    }
+    void TearDown() override {
+        NBX::MainMemoryManager::instance()->clear();
+        NBX::GraphicsMemoryManager::instance()->clear();
+        WebTest::TearDown();
+    }
+
+    const TemporaryFolder folder_;
+};
+
+TEST_F(StreamingUrlsAtRandomTest, WhatIsAddedAndClosedWhileItLoadsDoesNoHarm) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "how the threads of the network class take turns is not seen";
+#endif
+    RecordedReports reports;
+    {
+        ImpatientUser user(3, [this](const std::string & name) { return server_.url("/" + name); });
+        for (unsigned step = 0; step < 800; ++step) {
+            user.act();
+            AsyncFile::wait(1.0);
+        }
+        EXPECT_LT(100U, user.seen);
+    }
+    EXPECT_TRUE(runUntil([] { return AsyncFile::pendingRequests() == 0; }));
+    EXPECT_EQ(0U, AsyncGridTerrainRequests::instance().count()) << "nobody is left who wants";
+    EXPECT_TRUE(AsyncGridTerrain::readFailures().empty());
+    EXPECT_TRUE(AsyncQuadtreeTerrainTexture::readFailures().empty());
+    EXPECT_TRUE(reports.empty()) << reports;
+    // The server may still answer as many that were given up.
+    EXPECT_LE(server_.mostAtOnce(), 10U);
 }
 
 double now() {

@@ -149,6 +149,16 @@ TEST_F(CreateHybridDataTest, NothingStampedIsThePlainGrid) {
     EXPECT_TRUE(reports_.empty()) << reports_;
 }
 
+TEST_F(CreateHybridDataTest, TheCopyInterpolatesAsTheGridDoes) {
+    for (const bool isLinear : {true, false}) {
+        const SO<ZMT::RASTER::SimpleRasterData<float>> raster(
+            new ZMT::RASTER::SimpleRasterData<float>(7, 6, 100.0, 200.0, 10.0, 20.0, false, 0.0F));
+        raster->setUseLinearInterpolation(isLinear);
+        grid_ = new GridData(raster.get());
+        EXPECT_EQ(stamp({})->rasterData()->useLinearInterpolation(), isLinear);
+    }
+}
+
 TEST_F(CreateHybridDataTest, NoGridIsReported) {
     EXPECT_FALSE(CreateHybridData::create(SO<GridData>(), Features()));
     EXPECT_EQ(reports_.count(0, L"grid", L"no grid"), 1U) << reports_;

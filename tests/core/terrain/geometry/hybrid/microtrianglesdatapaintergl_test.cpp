@@ -9,6 +9,8 @@
 
 #include "support/testpatches.h"
 
+#include "core/terrain/geometry/hybrid/microtrianglesgl.h"
+
 using NBX::Area;
 using NBX::SO;
 using ZMT::CORE::CreateHybridData;
@@ -96,6 +98,22 @@ TEST_F(MicroTrianglesDataPainterGLTest, OnlyCornersOnTheGridHaveNormalsOfTheGrid
     for (const auto & c : cases) {
         const double error = (c.drawn.normalized() - c.expected.normalized()).length();
         EXPECT_LT(error, 1e-5) << c.name << ": " << c.drawn.x << " " << c.drawn.y << " " << c.drawn.z;
+    }
+}
+
+/// In whatever place of the triangle.
+TEST_F(MicroTrianglesDataPainterGLTest, OneCornerOnTheGridHasItsOwnNormal) {
+    const auto data = stamped({{{102.2, 8.0, 202.2}}, {{102.8, 9.0, 202.4}}});
+    const unsigned inner = 9 * 7, onGrid = 20;
+    std::vector<unsigned> corners{onGrid, inner + 1, inner};
+    for (unsigned place = 0; place < 3; ++place) {
+        const SO<MicroTrianglesData> micro(new MicroTrianglesData(data.get(), corners));
+        std::vector<Point> normals;
+        ZMT::CORE::drawMicroTrianglesGL(*micro, [&](const Point & normal) { normals.push_back(normal); });
+        ASSERT_EQ(normals.size(), 3U) << place;
+        for (unsigned k = 0; k < 3; ++k)
+            EXPECT_EQ(normals[k] == data->normal(onGrid), corners[k] == onGrid) << place << ", " << k;
+        std::rotate(corners.begin(), corners.begin() + 1, corners.end());
     }
 }
 

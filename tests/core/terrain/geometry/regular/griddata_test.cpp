@@ -6,6 +6,7 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/slotorder.h>
 
 #include <nbx/object/progress.h>
 
@@ -541,6 +542,15 @@ TEST_F(ExtractMeshTest, LiesInTheBoxOnTheSurfaceAndCoversIt) {
         }
         ASSERT_NEAR(area, std::abs(xb - xa) * std::abs(zb - za), 1e-4);
     }
+}
+
+TEST_F(GridDataTest, OperationsKeepTheirOrder) {
+    using Indices = GridData::Indices;
+    EXPECT_TRUE(
+        inSlotOrder(static_cast<Indices * (GridData::*)(const Bounds &) const>(
+                        &ZMT::CORE::GeometryData::newIndexIterator),
+                    &GridData::scale,
+                    static_cast<Indices * (GridData::*)(const Area &) const>(&GridData::newIndexIterator)));
 }
 
 } // namespace

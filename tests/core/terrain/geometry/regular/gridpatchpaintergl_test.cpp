@@ -115,6 +115,43 @@ TEST_F(GridPatchPainterGLTest, SidesComeInTheOrderOfAWalkFromTheLowCorner) {
               (Order{"x 0", "z 0", "x 8", "z 12"}));
 }
 
+/// Nothing shows through below an edge that crosses the border of a patch.
+TEST_F(GridPatchPainterGLTest, SidesReachUpToTheShapesOfCells) {
+    using Feature = ZMT::CORE::CreateHybridData::Feature;
+    // The upper borders do not belong to a grid.
+    const double east = std::nextafter(108.0, 0.0), north = std::nextafter(212.0, 0.0);
+    const auto hybrid = ZMT::CORE::CreateHybridData::create(
+        grid, std::vector<Feature>{{{100.0, 50.0, 206.5}, {east, 50.0, 206.5}},
+                                   {{104.25, 60.0, 200.0}, {104.25, 60.0, north}},
+                                   {{104.75, 70.0, 200.0}, {104.75, 70.0, 200.5}},
+                                   {{106.5, 30.0, 201.0}}});
+    const auto hasTop = [](const Triangles & triangles, double x, double height, double z) {
+        return std::any_of(triangles.begin(), triangles.end(), [&](const auto & t) {
+            return TestPatches::isCurtain(t) && std::any_of(std::begin(t), std::end(t), [&](const Point & p) {
+                       return (p - Point(x, height, z)).length() < 0.01;
+                   });
+        });
+    };
+    const auto whole = TestPatches::gridPatch(hybrid, Area(0, 0, 8, 6));
+    const Triangles around = walls(*painter, *whole);
+    EXPECT_TRUE(hasTop(around, 0.0, 50.0, 6.5));
+    EXPECT_TRUE(hasTop(around, 8.0, 50.0, 6.5));
+    EXPECT_TRUE(hasTop(around, 4.25, 60.0, 0.0));
+    EXPECT_TRUE(hasTop(around, 4.25, 60.0, 12.0));
+    EXPECT_EQ(TestPatches::sidesOf(around), (Sides{{"x 0", 14}, {"z 0", 20}, {"x 8", 14}, {"z 12", 18}}));
+    for (const auto & t : around) {
+        const auto [low, high] = std::minmax({t[0].x, t[1].x, t[2].x});
+        EXPECT_FALSE(low < 4.2 && high > 4.6) << "one top after the other";
+    }
+    const auto inner = TestPatches::gridPatch(hybrid, Area(3, 2, 3, 3));
+    const Triangles skirts = surface(*painter, *inner);
+    EXPECT_TRUE(hasTop(skirts, 3.0, 50.0, 6.5));
+    EXPECT_TRUE(hasTop(skirts, 6.0, 50.0, 6.5));
+    EXPECT_TRUE(hasTop(skirts, 4.25, 60.0, 4.0));
+    EXPECT_TRUE(hasTop(skirts, 4.25, 60.0, 10.0));
+    EXPECT_EQ(TestPatches::sidesOf(skirts), (Sides{{"x 3", 8}, {"z 4", 8}, {"x 6", 8}, {"z 10", 8}}));
+}
+
 /// A strip is open across plain cells, so that it has two vertices for each column of vertices, and is split
 /// by a cell that has its own triangles, three vertices each.
 TEST_F(GridPatchPainterGLTest, AStripGoesOnAcrossPlainCells) {

@@ -81,6 +81,19 @@ bool isConnected(const TestTin & tin, TinNode a, TinNode b, double tolerance) {
 
 } // namespace
 
+TEST(Tin, TheRectangleIsThatOfAllCornersWhereverTheyStand) {
+    for (unsigned first = 0; first < 4; ++first) {
+        TestPoints::points = {Point(3, 1, 0), Point(9, 4, 0), Point(5, 11, 0), Point(2, 6, 0)};
+        std::rotate(TestPoints::points.begin(), TestPoints::points.begin() + first, TestPoints::points.end());
+        TestTin tin;
+        tin.init(0, 1, 2, 3);
+        EXPECT_EQ(tin.minX(), 2.0) << first;
+        EXPECT_EQ(tin.maxX(), 9.0) << first;
+        EXPECT_EQ(tin.minY(), 1.0) << first;
+        EXPECT_EQ(tin.maxY(), 11.0) << first;
+    }
+}
+
 TEST(Tin, FourCornersGiveTwoFacesAndTheirRectangle) {
     setSquare();
     TestTin tin;

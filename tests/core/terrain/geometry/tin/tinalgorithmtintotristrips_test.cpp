@@ -4,6 +4,7 @@
 
 #include <zmt/core/terrain/geometry/tin/tinalgorithmtintotristrips.h>
 
+#include <cmath>
 #include <set>
 
 using namespace ZMT::CORE;
@@ -129,6 +130,21 @@ TEST(TinAlgorithmTinToTristrips, AnEmptyMeshIsReported) {
     const Strips strips{TestTin()};
     EXPECT_EQ(reports.count(0, L"tin.faces() > 0", L"empty tin"), 1u);
     EXPECT_TRUE(strips.all().empty());
+}
+
+// The sum of the corners leaves the range of numbers, so that the centre is in no face.
+TEST(TinAlgorithmTinToTristrips, FacesWithoutACentreAreReportedAndCutFromTheFirstOne) {
+    setLattice(
+        2, 2, [](unsigned, unsigned) { return 0.0; }, 1e308);
+    for (Point & p : TestPoints::points)
+        p.x = p.x * 0.5 + 1e308;
+    TestTin tin;
+    initOnLattice(tin, 2, 2);
+    const RecordedReports reports;
+    const Strips strips(tin);
+    EXPECT_FALSE(std::isfinite(strips.centre().x));
+    EXPECT_EQ(reports.count(0, L"f", L"internal error"), 1U) << reports;
+    EXPECT_EQ(decoded(strips), facesOf(tin));
 }
 
 // The root begins at its first edge: what is beyond this edge is a strip of its own.

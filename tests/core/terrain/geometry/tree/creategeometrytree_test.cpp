@@ -290,6 +290,12 @@ TEST(CreateGeometryTree, GridsWithoutACellAreReported) {
         build(grid, 50);
         EXPECT_FALSE(reports.empty());
     }
+    RecordedReports reports;
+    const NBX::SO<GridData> withoutRaster(new GridData(nullptr));
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    reports.clear();
+    EXPECT_FALSE(build(withoutRaster, 50));
+    EXPECT_FALSE(reports.empty());
 }
 
 TEST(CreateGeometryTree, GroundWithoutAnyHeightEnds) {

@@ -58,6 +58,23 @@ TEST_F(MyTinToTristripsTest, StripsHoldEachFaceOnceAndTurnLikeIt) {
     EXPECT_LT(strips.ends().size(), tin.faces() / 2) << "strips are longer than triangles";
 }
 
+TEST_F(MyTinToTristripsTest, AMissingNodeIsReportedAndLeftOut) {
+    struct Strips : MyTinToTristrips {
+        explicit Strips(const Tin & mesh) : MyTinToTristrips(mesh) {}
+        using MyTinToTristrips::finishStrip;
+        using MyTinToTristrips::triangle;
+    };
+    Strips strips{tin};
+    const std::size_t before = strips.nodes().size();
+    const RecordedReports reports;
+    strips.triangle(tin.node(0), ZMT::CORE::TinNode(), tin.node(1));
+    strips.finishStrip();
+    EXPECT_EQ(reports.count(0, L"n", L"no node"), 1U) << reports;
+    EXPECT_EQ(reports.size(), 1U);
+    EXPECT_EQ(strips.nodes().size(), before + 2);
+    EXPECT_EQ(strips.ends().back(), before + 2);
+}
+
 TEST_F(MyTinToTristripsTest, AnEmptyMeshIsReported) {
     const RecordedReports reports;
     const MyTinToTristrips strips{Tin()};

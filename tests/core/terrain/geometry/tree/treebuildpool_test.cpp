@@ -43,8 +43,11 @@ TEST(TreeBuildPool, AnyNumberOfThreadsGivesTheSameTree) {
 
 TEST(TreeBuildPool, ThreadsLeaveTheValuesOfTheProcessAsOneThreadDoes) {
     const auto grid = TestTerrain::grid({50, 60}, TestTerrain::bumpy);
+    const Point nowhere(-1e9, -2e9, -3e9);
+    ZMT::CORE::MyTinPointAccessor::centerPoint = nowhere;
     build(grid, 50);
     const Point centre = ZMT::CORE::MyTinPointAccessor::centerPoint;
+    EXPECT_NE(centre, nowhere) << "one thread sets it";
     ZMT::CORE::MyTinPointAccessor::currentData = nullptr;
     ZMT::CORE::MyTinPointAccessor::centerPoint = Point();
     build(grid, 50, 4);

@@ -1,6 +1,8 @@
 #include <zmt/core/terrain/geometry/view/builtterrain.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -8,8 +10,12 @@
 #include <nbx/data/file.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/temporaryfolder.h>
+#include <support/thrownwords.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
+#include <zmt/raster/gdal/geofile.h>
+#include <zmt/raster/tiledgeoimagepyramid.h>
 
 #include "core/terrain/geometry/treetest.h"
 
@@ -112,6 +118,29 @@ TEST(BuiltTerrain, TreesOfTheFirstVersionAreRead) {
     EXPECT_EQ(ObjectStreamWriter::write(*readBytes(again)), again);
 }
 
+TEST(BuiltTerrain, TheDoorForFilesKnowsWhatAStoredOneIs) {
+    using ZMT::RASTER::GeoFile;
+    const std::string stored = std::getenv("ZMT_TEST_DATA") + std::string("/objectstream/tree_version1.nbx");
+    EXPECT_TRUE(BuiltTerrain::isFile(stored));
+    EXPECT_EQ(GeoFile::kindOf(stored), ZMT::RASTER::GeoFileKind::Heights);
+    ASSERT_TRUE(GeoFile::formatOf(stored));
+    EXPECT_EQ(GeoFile::formatOf(stored)->name(), "a built terrain");
+    EXPECT_FALSE(GeoFile::formatOf(stored)->isStreamed());
+    expectPart(thrown([&] { GeoFile::openImage(stored); }), "is a built terrain, which has no image");
+    expectPart(thrown([&] { GeoFile::openVectors(stored); }),
+               "is a built terrain, which has no lines or areas");
+
+    const TemporaryFolder folder;
+    const std::string other = std::filesystem::temp_directory_path() / "other";
+    for (const char * bytes : {"", "NBX", "GIF89a, and more"}) {
+        std::ofstream(other) << bytes;
+        EXPECT_FALSE(BuiltTerrain::isFile(other)) << bytes;
+        EXPECT_EQ(GeoFile::formatOf(other), nullptr) << bytes;
+    }
+    EXPECT_FALSE(BuiltTerrain::isFile("nowhere.nbx"));
+    EXPECT_FALSE(BuiltTerrain::isFile("."));
+}
+
 TEST(BuiltTerrain, EveryCutIsRefused) {
     const Bytes good = ObjectStreamWriter::write(*small());
     for (std::size_t size = 0; size < good.size(); size += size < 200 || size + 2000 > good.size() ? 1 : 37)
@@ -152,6 +181,28 @@ TEST(BuiltTerrain, TheExpectedSizeIsAboutTheRealOne) {
         }
     EXPECT_GT(BuiltTerrain::expectedBytes(40000, 40000, 4000), 4ULL << 30);
     EXPECT_LT(BuiltTerrain::expectedBytes(2049, 2049, 4000), 1ULL << 30);
+}
+
+TEST(BuiltTerrain, TheExpectedSizeCountsVerticesBesideTheGrid) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> place(1.0, 99.0);
+    const auto point = [&] { return NBX::Vector3Base<double>(place(random), 50.0, place(random)); };
+    const auto grid = TestTerrain::grid({100, 100}, TestTerrain::bumpy);
+    const double plain = double(ObjectStreamWriter::write(*builtOver(grid, build(grid, 300))).size());
+    for (const unsigned points : {1U, 2U}) {
+        SCOPED_TRACE(points == 1 ? "points" : "edges");
+        std::vector<std::vector<NBX::Vector3Base<double>>> features(points == 1 ? 2000 : 50);
+        for (auto & feature : features)
+            std::generate_n(std::back_inserter(feature), points, point);
+        const NBX::SO<GridData> stamped = ZMT::CORE::CreateHybridData::create(grid, features).get();
+        const double added =
+            double(ObjectStreamWriter::write(*builtOver(stamped, build(stamped, 300))).size()) - plain;
+        const double expected =
+            double(BuiltTerrain::expectedBytes(100, 100, 300, stamped->vertices() - 100 * 100)) -
+            double(BuiltTerrain::expectedBytes(100, 100, 300));
+        EXPECT_LT(added, expected * 1.2);
+        EXPECT_GT(added, expected * 0.6);
+    }
 }
 
 } // namespace

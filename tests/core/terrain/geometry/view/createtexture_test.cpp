@@ -10,15 +10,19 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/context/glcanvas.h>
+#include <nbx/gl/state/lightmodelgl.h>
+#include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/viewport.h>
+#include <zmt/core/misc/usedisplaylistgl.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/frame/terrainwatcher.h>
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
@@ -149,10 +153,6 @@ class CreateTextureTest : public GLFixture {
 protected:
     void SetUp() override {
         GLFixture::SetUp();
-        // The first frame may start managers, which report it.
-        TerrainPainterFrameManager::CallBeginFrameCallbacks({engine.get(), false});
-        TerrainPainterFrameManager::CallEndFrameCallbacks({engine.get(), false});
-        reports.clear();
         TerrainPainterFrameManager::RegisterEndFrameCallback(frames);
         before = stateOfGL();
     }
@@ -178,6 +178,56 @@ TEST_F(CreateTextureTest, NormalsAreColors) {
                   4.0);
     }
     EXPECT_EQ(frames->canvases, (std::vector<FrameSizes::Size>{{300, 200}, {300, 200}}));
+}
+
+/// What is in force while the terrain is painted from above.
+class AttributesInForce : public NBX::Callback1<const TerrainPainterFrameManager::Info &> {
+    using Base = NBX::Callback1<const TerrainPainterFrameManager::Info &>;
+    NBX_TEMPLATE_CLASS(AttributesInForce, Base)
+public:
+    AttributesInForce() { TerrainPainterFrameManager::RegisterEndFrameCallback(this); }
+    void stop() { TerrainPainterFrameManager::UnregisterEndFrameCallback(this); }
+
+    void call(const TerrainPainterFrameManager::Info & info) override {
+        lists = attribute<ZMT::CORE::UseDisplayListGL>(info);
+        watcher = attribute<ZMT::CORE::TerrainWatcher>(info);
+        material = attribute<NBX::ShapeMaterialGL>(info);
+        light = attribute<NBX::LightModelGL>(info);
+    }
+    NBX::SO<ZMT::CORE::UseDisplayListGL> lists;
+    NBX::SO<ZMT::CORE::TerrainWatcher> watcher;
+    NBX::SO<NBX::ShapeMaterialGL> material;
+    NBX::SO<NBX::LightModelGL> light;
+
+private:
+    template <class T> static NBX::SO<T> attribute(const TerrainPainterFrameManager::Info & info) {
+        return dynamic_cast<T *>(info.engine->getAttribute(T::ClassNameNBX()));
+    }
+};
+
+TEST_F(CreateTextureTest, TheTerrainIsDrawnWithoutListsAndWatched) {
+    const auto terrain = wholeTerrain(landscapeGrid({9, 9, 0.0, 0.0, 1.0, 1.0}));
+    const NBX::SO<AttributesInForce> seen(new AttributesInForce);
+    ASSERT_TRUE(CreateTexture::createNormal(terrain, image(20, 10), {1, 1, 1}));
+    ASSERT_TRUE(seen->lists && seen->watcher && seen->light);
+    EXPECT_FALSE(seen->lists->getActive());
+    EXPECT_TRUE(seen->watcher->viewinfo());
+    EXPECT_EQ(seen->light->getMode(), 0);
+
+    const NBX::SO<DistantLight> light(new DistantLight({-1, 1, 1}, Color::white, 1.0, 0.2));
+    ASSERT_TRUE(CreateTexture::createShading(terrain, light, image(20, 10), Color(0.75), {1, 1, 1}));
+    seen->stop();
+    ASSERT_TRUE(seen->lists && seen->watcher && seen->material);
+    EXPECT_FALSE(seen->lists->getActive());
+    EXPECT_EQ(seen->material->getColor(), Color(0.75));
+    EXPECT_EQ(seen->material->getSpecular(), Color::black);
+    EXPECT_EQ(seen->material->getShininess(), 115.0);
+    EXPECT_EQ(seen->material->getComponent(), NBX::ShapeMaterialGL::C_AmbientAndDiffuse);
+    EXPECT_EQ(seen->material->getAmbient(), Color(0.2));
+    EXPECT_EQ(seen->material->getDiffuse(), Color(0.5));
+    EXPECT_EQ(seen->material->getEmission(), Color(0.0));
+    EXPECT_FALSE(seen->material->isTwoSided());
+    EXPECT_TRUE(seen->material->isEnabled());
 }
 
 TEST_F(CreateTextureTest, ThePictureBeginsInTheSouthWest) {

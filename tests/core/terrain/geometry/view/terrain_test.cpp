@@ -3,6 +3,7 @@
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
+#include <support/slotorder.h>
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
@@ -120,6 +121,35 @@ TEST_F(TerrainTest, BoxWithoutVerticesStaysUndefined) {
     EXPECT_FALSE(terrain->boundingBox().isDefined());
 }
 
+TEST_F(TerrainTest, DataAndRootAreVisited) {
+    const auto grid = TestTerrain::grid({3, 3, 0.0, 0.0, 1.0, 1.0}, TestTerrain::bumpy);
+    const NBX::SO<GridPatch> root(
+        new GridPatch(grid, NBX::Area(0, 0, 2, 2), grid->boundingBox(), 0.0, 0.0, nullptr));
+    const NBX::SO<Terrain> terrain(new Terrain(grid.get(), root.get())), empty(new Terrain(nullptr, nullptr));
+    struct Meeting : NBX::Visitor<GeometryData>, NBX::Visitor<ZMT::CORE::GeometryPatch> {
+        NBX::VisitMode visit(GeometryData * data, bool pre) override { return note(data, pre); }
+        NBX::VisitMode visit(ZMT::CORE::GeometryPatch * patch, bool pre) override { return note(patch, pre); }
+        NBX::VisitMode note(NBX::Visitable * object, bool pre) {
+            if (pre) met.push_back(object);
+            return NBX::VM_Continue;
+        }
+        std::vector<NBX::Visitable *> met;
+    } whole, nothing;
+    terrain->accept(whole);
+    EXPECT_EQ(whole.met, (std::vector<NBX::Visitable *>{grid.get(), root.get()}));
+    empty->accept(nothing);
+    EXPECT_TRUE(nothing.met.empty());
+}
+
+TEST_F(TerrainTest, ADisabledOneIsReadAsSuch) {
+    const auto grid = TestTerrain::grid({3, 3}, TestTerrain::bumpy);
+    const NBX::SO<Terrain> terrain(new Terrain(grid.get(), nullptr));
+    terrain->setEnableState(false);
+    const auto read = roundTrip(terrain);
+    ASSERT_TRUE(read);
+    EXPECT_FALSE(read->isEnabled());
+}
+
 TEST_F(TerrainTest, StoresDataAndRoot) {
     EXPECT_EQ(RecordedAttributes::of(*terrain_), (Calls{"data", "root"}));
 
@@ -140,6 +170,18 @@ TEST_F(TerrainTest, IsRegisteredAndEmptyAtFirst) {
     const NBX::SO<Terrain> made(static_cast<Terrain *>(Terrain::newInstance()));
     EXPECT_FALSE(made->data());
     EXPECT_FALSE(made->root());
+}
+
+TEST_F(TerrainTest, OperationsKeepTheirOrder) {
+    using Result = NBX::SO<ZMT::CORE::TerrainTexturedGeometry>;
+    using Set = NBX::SO<NBX::PolygonSet>;
+    EXPECT_TRUE(inSlotOrder(
+        &NBX::Shape::boundingBox, &Terrain::data, &Terrain::root, &Terrain::origin, &Terrain::calculateHeight,
+        &Terrain::hasUndefinedHeight, &Terrain::isUndefinedHeightValue, &Terrain::getCellSize,
+        &Terrain::resampleRasterData, &Terrain::extractMesh, &Terrain::createStaticLightMap,
+        &Terrain::createDynamicLightMap,
+        static_cast<Result (Terrain::*)(const std::vector<Set> &)>(&Terrain::createTerrainTexturedTriangles),
+        static_cast<Result (Terrain::*)(Set)>(&Terrain::createTerrainTexturedTriangles)));
 }
 
 } // namespace

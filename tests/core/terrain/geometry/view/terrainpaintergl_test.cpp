@@ -15,6 +15,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/gl/texture/texgengl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/object/exception.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/view/camera.h>
@@ -273,7 +274,15 @@ TEST_F(TerrainPainterGLTest, WallsAndSurfacesHaveTheirAttributes) {
         GLint front = 0;
         glGetIntegerv(GL_FRONT_FACE, &front);
         list.emplace_back(front == GL_CW ? "clockwise" : "counter-clockwise");
-        if (e->getAttribute("ActiveTerrainAttribute")) list.emplace_back("terrain");
+        using Flag = NBX::ContextData<bool>;
+        if (const auto * active = dynamic_cast<Flag *>(e->getAttribute("ActiveTerrainAttribute"))) {
+            list.emplace_back("terrain");
+            EXPECT_TRUE(active->getValue());
+        }
+        if (const auto * wall = dynamic_cast<Flag *>(e->getAttribute("RenderOuterWallFlag"))) {
+            list.emplace_back("wall");
+            EXPECT_TRUE(wall->getValue());
+        }
         const auto * texGen = dynamic_cast<NBX::TexGenGL *>(e->getAttribute(NBX::TexGenGL::ClassNameNBX()));
         if (texGen) {
             list.emplace_back("texGen");
@@ -305,9 +314,31 @@ TEST_F(TerrainPainterGLTest, WallsAndSurfacesHaveTheirAttributes) {
         }
     };
     paint(leaf("leaf").get());
-    EXPECT_EQ(seen["wall leaf"], (Log{"clockwise", "terrain", "texGen", "light model", "material", "depth"}));
+    EXPECT_EQ(seen["wall leaf"],
+              (Log{"clockwise", "terrain", "wall", "texGen", "light model", "material", "depth"}));
     EXPECT_EQ(seen["paint leaf"], (Log{"clockwise", "terrain", "texGen"}));
     EXPECT_EQ(seen["paint behind"], Log{"counter-clockwise"});
+}
+
+/// What threw in one of the patches is for the application; the engine and the context live on.
+TEST_F(TerrainPainterGLTest, AThrowLeavesTheStateAsItWasAndEndsTheFrame) {
+    const NBX::SO<Terrain> throwing(new Terrain(nullptr, leaf("leaf").get()));
+    bool isDrawn = false;
+    NamedPatchPainter::s_observe = [&](NBX::Engine * e, const std::string & what) {
+        if (what == "paint leaf") throw NBX::IOException(L"a patch");
+        if (what != "paint behind") return;
+        EXPECT_THROW(TerrainPainterGL().render(e, throwing.get()), NBX::IOException);
+        GLint front = 0;
+        glGetIntegerv(GL_FRONT_FACE, &front);
+        EXPECT_EQ(front, GL_CCW);
+        EXPECT_FALSE(e->getAttribute("ActiveTerrainAttribute"));
+        EXPECT_FALSE(e->getAttribute(NBX::TexGenGL::ClassNameNBX()));
+        isDrawn = true;
+    };
+    show(nullptr);
+    canvas->redisplay();
+    EXPECT_TRUE(isDrawn);
+    EXPECT_EQ(s_log, (Log{"begin", "end", "paint behind", "begin", "wall leaf", "paint leaf", "end"}));
 }
 
 /// Whatever the scene has in force.
@@ -554,10 +585,11 @@ TEST_F(TerrainPainterGLTest, EffectsGetTheViewAndTheSettings) {
     TerrainPainterGLSettings::setTextureError(5.0);
     const NBX::SO<GeometryPatch> patch(
         new NamedPatch("p", Bounds({3, -9, -4}, {9, -2, 20}), 0.0, {leaf("a")}));
+    ASSERT_TRUE(canvas->setSize(96, 64));
     paint(patch.get(), {top.get()});
     ASSERT_EQ(top->calls_.size(), 4U) << "refine, ignore, request, ignore";
     for (const auto & call : top->calls_) {
-        EXPECT_EQ(call.width, 64U);
+        EXPECT_EQ(call.width, 96U);
         EXPECT_EQ(call.height, 64U);
         EXPECT_EQ(call.textureError, 5.0);
         EXPECT_FALSE(call.inMotion);
@@ -587,6 +619,34 @@ TEST_F(TerrainPainterGLTest, KeepsTheBoxOfWhatWasPainted) {
     EXPECT_EQ(box, near->boundingBox());
     paint(outside.get());
     EXPECT_FALSE(box.isDefined());
+}
+
+TEST_F(TerrainPainterGLTest, DrapedTrianglesRaiseTheEyeButNotTheBoxOfWhatWasPainted) {
+    const Bounds ground({3, -9, -4}, {9, -2, 20});
+    const NBX::SO<DrapedPatch> draped(new DrapedPatch(Bounds({4, -5, 0}, {5, -1, 1})));
+    paint(leaf("leaf", ground).get(), {top.get(), draped.get()});
+    ASSERT_FALSE(top->calls_.empty());
+    EXPECT_NEAR((top->calls_.back().eye - Point(3, -1, -4)).length(), 0.0, 1e-9);
+    EXPECT_EQ(TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches(), ground);
+}
+
+TEST_F(TerrainPainterGLTest, EachTerrainOfASceneMayAskForAnotherPicture) {
+    for (const bool isFirst : {true, false}) {
+        root->clear();
+        root->append(camera.get());
+        for (const bool now : {true, false}) {
+            const NBX::SO<NBX::SceneThing> node(new NBX::SceneThing);
+            if (now == isFirst) node->append(top.get());
+            node->append(new Terrain(nullptr, leaf("leaf").get()));
+            root->append(node.get());
+        }
+        top->isIncomplete_ = false;
+        canvas->redisplay();
+        EXPECT_FALSE(canvas->redisplayPending()) << isFirst;
+        top->isIncomplete_ = true;
+        canvas->redisplay();
+        EXPECT_TRUE(canvas->redisplayPending()) << isFirst;
+    }
 }
 
 TEST_F(TerrainPainterGLTest, AnIncompletePictureIsPaintedAgain) {

@@ -1,7 +1,8 @@
 #include <zmt/core/terrain/geometry/view/terrainsimplifier.h>
 
-#include <nbx/engine/simplifier.h>
+#include <nbx/engine/shapesimplifier.h>
 #include <nbx/gl/mesh/primitivequadtreegl.h>
+#include <nbx/object/exception.h>
 #include <nbx/scene/node/scenething.h>
 #include <support/recordedreports.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
@@ -9,6 +10,7 @@
 #include <zmt/core/terrain/geometry/view/terrain.h>
 
 #include "support/collectedshapes.h"
+#include "support/fakegeometrydata.h"
 #include "support/testterrain.h"
 
 using CollectedShapes::Matrix;
@@ -74,6 +76,28 @@ TEST_F(TerrainSimplifierTest, WorksInTheFrameOfItsNode) {
     EXPECT_EQ(technique->entries.back().model,
               Matrix::scaling({1, 3, 1}) * Matrix::translation({100, 0, 200}));
     engine->popModelMatrix();
+}
+
+class ThrowingData : public FakeGeometryData {
+    NBX_TEMPLATE_CLASS(ThrowingData, FakeGeometryData)
+public:
+    using FakeGeometryData::FakeGeometryData;
+};
+
+class ThrowingSimplifier : public NBX::ShapeSimplifier {
+    NBX_TEMPLATE_CLASS(ThrowingSimplifier, NBX::ShapeSimplifier)
+public:
+    NBX::ID target() const override { return ThrowingData::ClassNameNBX(); }
+    bool simplify(NBX::Engine *, const NBX::Shape *) override { throw NBX::IOException(L"data"); }
+};
+
+const bool throwingRegistered = (NBX::Engine::registerHandler(new ThrowingSimplifier), true);
+
+TEST_F(TerrainSimplifierTest, AThrowLeavesTheModelMatrixAsItWas) {
+    const NBX::SO<ThrowingData> data(new ThrowingData({{0, 0, 0}}, {10, 0, 20}));
+    const NBX::SO<Terrain> terrain(new Terrain(data.get(), nullptr));
+    EXPECT_THROW(TerrainSimplifier().simplify(engine.get(), terrain.get()), NBX::IOException);
+    EXPECT_EQ(engine->modelMatrix(), Matrix());
 }
 
 TEST_F(TerrainSimplifierTest, ATerrainWithoutDataGivesNothing) {

@@ -33,6 +33,7 @@ public:
             const NBX::SO<HeldFile> owner = file_.lock();
             if (!owner) return false;
             ++owner->waits;
+            if (owner->givesUp) return false;
             now = owner->failsWaits ? RS_Failed : RS_Ready;
             return !owner->failsWaits;
         }
@@ -91,4 +92,5 @@ public:
     Requests known;
     unsigned asked = 0, waits = 0;
     bool failsWaits = false;
+    bool givesUp = false; ///< those who wait lose their patience
 };

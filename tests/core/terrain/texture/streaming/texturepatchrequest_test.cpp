@@ -12,6 +12,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterframemanager.h>
+#include <zmt/core/terrain/inspect/patchinspectorgl.h>
 #include <zmt/core/terrain/texture/streaming/asyncquadtreeterraintexture.h>
 
 #include "../fakepyramid.h"
@@ -328,8 +329,41 @@ TEST_F(TexturePatchRequestTest, FailuresAreKnownUntilTheyHeal) {
     held->setStates(AsyncFile::RS_Failed);
     get();
     EXPECT_EQ(Texture::readFailures().size(), 1U);
+    nextFrame(12.0);
+    EXPECT_TRUE(Texture::readFailures().empty()) << "it is wanted no more";
+    get();
+    EXPECT_EQ(Texture::readFailures().size(), 1U) << "it is wanted again";
     node = nullptr;
     EXPECT_TRUE(Texture::readFailures().empty()) << "with the texture they go";
+}
+
+TEST_F(TexturePatchRequestTest, WhatWasWantedAndDidNotComeIsMissing) {
+    using Texture = AsyncQuadtreeTerrainTexture;
+    Texture::resetStatistics();
+    EXPECT_EQ(Texture::missingTiles(), 0U);
+    const unsigned ofTerrains = PatchInspectorGL::statistics().missingTiles;
+    get();
+    get();
+    EXPECT_EQ(Texture::missingTiles(), 1U) << "however often it was asked for";
+    const SO<TexturePatchRequest> other(
+        new TexturePatchRequest(node->stream(), {child.offset, child.rawSize, child.storedSize}, 1));
+    other->get(1.0, false);
+    EXPECT_EQ(Texture::missingTiles(), 2U);
+    EXPECT_EQ(PatchInspectorGL::statistics().missingTiles, ofTerrains + 2U) << "with those of terrains";
+    held->setStates(AsyncFile::RS_Ready);
+    EXPECT_TRUE(get());
+    EXPECT_EQ(Texture::missingTiles(), 1U) << "what has come is not missing";
+    Texture::resetStatistics();
+    EXPECT_EQ(Texture::missingTiles(), 0U);
+    node = nullptr;
+    open(file());
+    get();
+    PatchInspectorGL::reset();
+    EXPECT_EQ(Texture::missingTiles(), 0U) << "another picture";
+    get();
+    EXPECT_EQ(Texture::missingTiles(), 1U);
+    node = nullptr;
+    EXPECT_EQ(Texture::missingTiles(), 0U) << "with the texture they go";
 }
 
 TEST_F(TexturePatchRequestTest, AFailureThatIsSeenLateCountsAsOne) {
@@ -366,6 +400,34 @@ TEST_F(TexturePatchRequestTest, ABlockThatStaysDamagedIsReadLessAndLess) {
         pause = std::min(60.0, pause * 2.0);
     }
     EXPECT_EQ(pause, 60.0);
+}
+
+TEST_F(TexturePatchRequestTest, AfterALongOutageADamagedBlockIsTriedSoon) {
+    for (unsigned failure = 1; failure <= 9; ++failure) {
+        get();
+        held->setStates(AsyncFile::RS_Failed);
+        get();
+        nextFrame(4.01);
+    }
+    held->bytes[root.offset + 40] ^= 0xff;
+    EXPECT_FALSE(getLoaded());
+    EXPECT_EQ(held->asked, 10U);
+    held->bytes[root.offset + 40] ^= 0xff;
+    nextFrame(1.01);
+    EXPECT_TRUE(getLoaded());
+}
+
+TEST_F(TexturePatchRequestTest, WhatWasGivenUpDoesNotStandInTheWay) {
+    held->givesUp = true;
+    EXPECT_FALSE(node->get(5.0, true));
+    ASSERT_EQ(held->known.size(), 1U);
+    EXPECT_EQ(held->known[0]->priority(), 5.0) << "as it is wanted";
+    EXPECT_FALSE(node->get(AsyncFile::topPriority, false));
+    EXPECT_EQ(held->known[0]->priority(), AsyncFile::topPriority);
+    EXPECT_FALSE(node->get(AsyncFile::topPriority, true));
+    EXPECT_EQ(held->known[0]->priority(), 0.0) << "as a root, nobody wants it but who waited";
+    EXPECT_TRUE(getLoaded()) << "it goes on";
+    EXPECT_EQ(held->asked, 1U);
 }
 
 TEST_F(TexturePatchRequestTest, AFailedWaitIsAFailure) {

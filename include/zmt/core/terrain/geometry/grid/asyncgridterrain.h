@@ -17,6 +17,8 @@ class AsyncFile;
 
 namespace ZMT::CORE::GRID {
 
+struct AsyncGridTerrainFile;
+
 /// A terrain of any size in one file, on a disk or a web server, whose tiles are read while it is looked at.
 /// `docs/streaming-terrain.md` has the format. Render thread; `create` may run on any thread.
 ///
@@ -75,7 +77,7 @@ public:
     static void beginFrame(const TerrainPainterFrameManager::Info & info);
     static void endFrame(const TerrainPainterFrameManager::Info & info);
 
-    /// The tiles of all terrains whose last read failed.
+    /// The tiles of all terrains whose last read failed, and that are still wanted.
     static std::vector<ReadFailure> readFailures();
 
     /// The path or the URL; empty for bytes in memory.
@@ -83,8 +85,9 @@ public:
     /// The file that is read; null without one.
     NBX::SO<AsyncFile> file() const;
     /// What `createStaticLightMap` and `createDynamicLightMap` give. Reads a tile of the light map, and waits
-    /// for it; `LM_None` also where that cannot be read.
-    LightMap lightMapKind() const;
+    /// for it; `LM_None` also where that cannot be read, which `problem` says where it is given, and else a
+    /// report at level 2 under "light map".
+    LightMap lightMapKind(std::wstring * problem = nullptr) const;
     /// Whether it can be stored in a scene: by its name, or embedded where the file goes with the terrain.
     bool serializable() const;
     /// The coordinate system beside the file, as WKT; empty without one. Waits for it where it lies on a web
@@ -106,7 +109,7 @@ public:
     const NBX::Bounds & geoBoundingBox() const override;
     void preRender(NBX::EngineGL * engine, bool colors) const override;
     void postRender(NBX::EngineGL * engine, bool colors) const override;
-    /// The light map of the file; null when it has none.
+    /// The light map of the file; null when it has none, and, reported as above, when that cannot be read.
     NBX::SO<TerrainTexture> createStaticLightMap(double shade, const Point & direction) override;
     NBX::SO<TerrainTexture> createDynamicLightMap() override;
 
@@ -125,8 +128,8 @@ private:
     void restore(NBX::SerializationManager & m);
     void loadFrom(const std::wstring & path, bool isEmbedded);
     NBX::SO<TerrainTexture> lightMap() const;
-    /// Where it begins in the file, if there is one; 0 without a file.
-    std::uint64_t lightMapOffset() const;
+    /// Null without a file.
+    NBX::SO<AsyncGridTerrainFile> terrainFile() const;
 
     NBX::SO<Impl> impl_; ///< null without a file
 };

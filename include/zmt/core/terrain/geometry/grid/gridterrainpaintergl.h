@@ -17,12 +17,14 @@ namespace ZMT::CORE::GRID {
 class GridTerrainPainterGL : public NBX::ShapePainter {
     NBX_CLASS(GridTerrainPainterGL, NBX::ShapePainter)
 public:
-    /// What was painted since the last `reset`, all terrains together.
+    /// What was painted since the last `resetStatistics`, all terrains together. However often a tile was
+    /// painted, chosen and missing ones and their triangles are counted once.
     struct Statistics {
         std::uint64_t paintings = 0;
+        std::uint64_t frameNumber = 0;       ///< of the last one, counted since the process began
         unsigned tilesCounted = 0;           ///< chosen for drawing
         unsigned tilesDrawn = 0;             ///< of these, what the colours were drawn of: not hidden ones
-        std::uint64_t triangles = 0;         ///< of the tiles chosen, borders included, each counted once
+        std::uint64_t triangles = 0;         ///< of the tiles chosen, borders included
         std::uint64_t trianglesDrawn = 0;    ///< in both passes
         unsigned missingTiles = 0;           ///< that were wanted but not there
         bool isIncomplete = false;           ///< tiles or textures were missing

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -40,6 +41,17 @@ public:
     static bool write(const std::string & path, const GridTerrainCreation & how,
                       const NBX::SO<RASTER::RasterBand> & band, const Origin & origin);
 
+    /// What a file is, as far as its first bytes tell.
+    enum Kind { K_Neither, K_Plan, K_Part };
+    static Kind kindOf(const std::string & path);
+
+    /// What a part says of itself.
+    struct Part {
+        Share share;
+        std::uint64_t plan = 0; ///< `id` of the plan by which it was written
+    };
+    static Part describePart(const std::string & path);
+
     /// Reads all but the heights.
     explicit GridTerrainPlan(const std::string & path);
     ~GridTerrainPlan();
@@ -49,6 +61,13 @@ public:
     const std::vector<std::string> & rasters() const;
     const std::string & oldTerrain() const;
     const std::string & system() const;
+    /// A number that no other plan has.
+    std::uint64_t id() const;
+    /// Cells along a side of a tile are 2^level; so many levels of tiles lie above each other.
+    unsigned level() const;
+    unsigned levels() const;
+    /// WKT of what the terrain will lie in; empty where that is not known.
+    const std::string & wkt() const;
 
     /// Writes a part to `path`, with so many threads; 0 stands for one for each core. `band` and `oldTerrain`
     /// are those of which the plan was made, and so is `stamp`, which is asked before and behind; it throws

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include <zmt/core/terrain/geometry/hybrid/createhybriddata.h>
-#include <zmt/raster/vectorline.h>
+#include <zmt/raster/vector/vectorline.h>
 
 namespace ZMT::CORE {
 

@@ -7,7 +7,8 @@
 
 namespace ZMT::CORE {
 
-/// Collects the triangle strips of a triangulation.
+/// Collects the triangle strips of a triangulation. It keeps nodes, which lead to their point numbers, and
+/// ends of 32 bits, as the strips of a large patch have more than 65535 entries.
 class MyTinToTristrips : public TinAlgorithmTinToTristrips<MyTinPointAccessor> {
 public:
     using TinAlgorithmTinToTristrips::centre;

@@ -24,12 +24,18 @@ public:
     const NBX::SO<Terrain> & terrain() const { return terrain_; }
     NBX::SO<GridData> grid() const;
     /// Coordinates are not angles.
-    RASTER::GeoReference reference() const;
+    const RASTER::GeoReference & reference() const { return reference_; }
     unsigned seed() const { return seed_; }
     unsigned maxVertices() const { return maxVertices_; }
 
-    /// About the bytes of the file for a terrain of that many vertices, where each node uses up its budget.
-    static std::uint64_t expectedBytes(unsigned sizeX, unsigned sizeY, unsigned maxVertices);
+    /// Whether a file is one of stored objects, as far as its first bytes tell; `RASTER::GeoFile` takes such
+    /// a file for heights, under the name "a built terrain". What it holds is known when it is read.
+    static bool isFile(const std::string & path);
+
+    /// About the bytes of the file for a terrain of that many vertices on the grid, and beside it, where each
+    /// node uses up its budget.
+    static std::uint64_t expectedBytes(unsigned sizeX, unsigned sizeY, unsigned maxVertices,
+                                       unsigned microVertices = 0);
 
     void serialize(NBX::SerializationManager & m) override;
 
@@ -38,9 +44,7 @@ protected:
 
 private:
     NBX::SO<Terrain> terrain_;
-    std::string wkt_, systemName_, unitName_;
-    double unit_ = 1.0;
-    bool isGeoreferenced_ = false;
+    RASTER::GeoReference reference_;
     unsigned seed_ = 0, maxVertices_ = 0;
 };
 

@@ -82,12 +82,14 @@ public:
     /// normals themselves as colours, transparent where the terrain has no height. Heights, in quantised
     /// units, times `exaggeration` are map units. Tiles are at least half of `textureSize` pixels wide, and
     /// less than `textureSize` where tiles of the terrain are. `threads` is as in the options. False when the
-    /// user cancelled, and, reported, when a tile of the terrain could not be read.
+    /// user cancelled, and when a tile of the terrain could not be read: that is reported, or told in
+    /// `problem`, where given, which otherwise stays as it is.
     static bool createGridTerrainLightMap(const NBX::SO<NBX::File> & file,
                                           const NBX::SO<GRID::GridTerrain> & terrain, double exaggeration,
                                           bool asNormalMap, double ambient,
                                           const NBX::Vector3Base<double> & lightDirection,
-                                          unsigned textureSize, std::uint64_t key, unsigned threads = 0);
+                                          unsigned textureSize, std::uint64_t key, unsigned threads = 0,
+                                          std::wstring * problem = nullptr);
 
     /// Opens a path or a URL; null when it is no streaming texture, or not with this key. What cannot be
     /// opened is reported by `AsyncFile::create`.
@@ -97,10 +99,14 @@ public:
     static NBX::SO<TerrainTexture> load(const NBX::SO<AsyncFile> & file, std::uint64_t offset,
                                         std::uint64_t key);
 
-    /// The tiles of all textures whose last read failed. A tile that is wanted is asked for again after 1 s,
-    /// and after twice the time before each time it fails: up to 4 s where it cannot be read, and up to 60 s
-    /// where it is damaged.
+    /// The tiles of all textures whose last read failed, and that are still wanted. A tile that is wanted is
+    /// asked for again after 1 s, and after twice the time before each time it fails: up to 4 s where it
+    /// cannot be read, and up to 60 s where it is damaged.
     static std::vector<ReadFailure> readFailures();
+
+    /// Tiles of all textures that were wanted since `resetStatistics` and are not there.
+    static unsigned missingTiles();
+    static void resetStatistics();
 
     /// Called when the painting of a terrain begins and ends.
     static void beginFrame(const TerrainPainterFrameManager::Info & info);

@@ -27,6 +27,13 @@ public:
     void add(double number) { addWord(std::bit_cast<std::uint64_t>(number)); }
     std::uint64_t value() const { return value_; }
 
+    /// Of some bytes alone.
+    static std::uint64_t of(const void * data, std::size_t bytes) {
+        ContentHash hash;
+        hash.add(data, bytes);
+        return hash.value();
+    }
+
 private:
     void addWord(std::uint64_t word) {
         value_ = (value_ ^ word) * 0x9E3779B97F4A7C15U;

@@ -11,9 +11,7 @@ namespace ZMT::CORE::GRID {
 namespace {
 
 std::uint64_t hashOf(const float * row, std::uint32_t width) {
-    ContentHash hash;
-    hash.add(row, width * sizeof(float));
-    return hash.value();
+    return ContentHash::of(row, width * sizeof(float));
 }
 
 } // namespace

@@ -1,3 +1,7 @@
+// All coarser levels in one pass over the rows: each row of a level is kept until those beside it have come,
+// and then makes one row of the next. A point that stands for others is defined where any of them is, so that
+// no island is lost. Levels that are too many for the memory go to an unnamed file.
+
 #include "heightpyramid.h"
 
 #include <algorithm>

@@ -63,6 +63,10 @@ double OldTerrainHeights::maxHeight() const {
 }
 
 OldTile OldTerrainHeights::tileAt(const TerrainFileFormat::TilePlace & place) const {
+    if (++tilesAsked_ > s_tilesKept) {
+        terrain_->rootTile()->unloadChildren();
+        tilesAsked_ = 1;
+    }
     // The place's depth in the old tree: below 0 where that is not as fine.
     const int depth = static_cast<int>(place.depth) - static_cast<int>(halvings_);
     NBX::SO<GridTerrainTile> tile = terrain_->rootTile();

@@ -33,6 +33,10 @@ struct OldTile {
 /// and its finest samples lie `halvings` times further apart. The thread of that terrain.
 class OldTerrainHeights {
 public:
+    /// Behind so many tiles the terrain lets all of its tiles go: few of them are asked for again, and of a
+    /// large terrain the tiles alone, without heights, would fill the memory.
+    static constexpr unsigned s_tilesKept = 16384;
+
     OldTerrainHeights(const NBX::SO<GridTerrain> & terrain, std::uint32_t halvings);
 
     /// Where the old terrain may have heights, in the new one's lattice.
@@ -46,6 +50,7 @@ public:
 private:
     NBX::SO<GridTerrain> terrain_;
     std::uint32_t halvings_;
+    mutable unsigned tilesAsked_ = 0; ///< since they were let go
 };
 
 } // namespace ZMT::CORE::GRID

@@ -25,7 +25,7 @@ TerrainFailure TerrainFailure::tooLarge() {
 }
 
 TerrainFailure TerrainFailure::empty() {
-    return {s_tooLarge, L"the raster has no height at all"};
+    return {s_tooLarge, L"the raster has no height at all; take another one"};
 }
 
 TerrainLayout::TerrainLayout(const NBX::SO<RASTER::RasterBand> & band, unsigned level,

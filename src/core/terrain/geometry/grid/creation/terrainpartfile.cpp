@@ -34,9 +34,7 @@ struct Entry {
 static_assert(sizeof(Entry) == 36);
 
 std::uint64_t hashOf(const TerrainPartHeader & header) {
-    ContentHash hash;
-    hash.add(&header, offsetof(TerrainPartHeader, hash));
-    return hash.value();
+    return ContentHash::of(&header, offsetof(TerrainPartHeader, hash));
 }
 
 std::uint64_t hashOf(const std::vector<Entry> & entries, const std::vector<char> & blocks) {
@@ -73,9 +71,12 @@ TerrainPartHeader TerrainPartHeader::of(std::uint32_t part, std::uint32_t parts)
     return header;
 }
 
+bool TerrainPartHeader::isMagic(const char * start) {
+    return std::memcmp(start, s_magic, sizeof magic) == 0;
+}
+
 bool TerrainPartHeader::isSound() const {
-    return std::memcmp(magic, s_magic, sizeof magic) == 0 && version == s_version && part >= 1 &&
-           part <= parts && hash == hashOf(*this);
+    return isMagic(magic) && version == s_version && part >= 1 && part <= parts && hash == hashOf(*this);
 }
 
 void TerrainPartHeader::seal() {

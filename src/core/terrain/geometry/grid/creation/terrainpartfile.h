@@ -23,6 +23,8 @@ struct TerrainPartHeader {
     std::uint64_t hash; ///< of what stands before
 
     static TerrainPartHeader of(std::uint32_t part, std::uint32_t parts);
+    /// Whether `start`, the first 8 bytes of a file, are those of a part.
+    static bool isMagic(const char * start);
     bool isSound() const;
     /// Sets the hash.
     void seal();

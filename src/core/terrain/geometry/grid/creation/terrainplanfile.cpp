@@ -30,9 +30,7 @@ struct Head {
 static_assert(sizeof(Head) == 32);
 
 std::uint64_t hashOf(const std::vector<char> & bytes) {
-    ContentHash hash;
-    hash.add(bytes.data(), bytes.size());
-    return hash.value();
+    return ContentHash::of(bytes.data(), bytes.size());
 }
 
 [[noreturn]] void throwDamaged(const NBX::File & file) {
@@ -141,11 +139,14 @@ void TerrainPlanFile::write(NBX::File & file) const {
     file.write(bytes.data(), bytes.size());
 }
 
+bool TerrainPlanFile::isMagic(const char * start) {
+    return std::memcmp(start, s_magic, sizeof(Head::magic)) == 0;
+}
+
 TerrainPlanFile TerrainPlanFile::read(NBX::File & file) {
     Head head{};
     file.seek(0);
-    if (file.read(&head, sizeof head) != sizeof head ||
-        std::memcmp(head.magic, s_magic, sizeof head.magic) != 0)
+    if (file.read(&head, sizeof head) != sizeof head || !isMagic(head.magic))
         throw NBX::InputException(L"is no plan of a terrain; choose one that --plan wrote", file.fullName());
     if (head.version != s_version)
         throw NBX::InputException(L"is a plan of another version of this program; make it anew",

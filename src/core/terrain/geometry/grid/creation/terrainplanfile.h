@@ -49,6 +49,8 @@ struct TerrainPlanFile {
     std::uint64_t levelsStart() const;
     /// To the beginning of the file. Throws `NBX::IOException`.
     void write(NBX::File & file) const;
+    /// Whether `start`, the first 8 bytes of a file, are those of a plan.
+    static bool isMagic(const char * start);
     /// Throws `NBX::InputException` for what is no plan, damaged or cut off.
     static TerrainPlanFile read(NBX::File & file);
     /// Those of a file that was read.

@@ -4,7 +4,7 @@
 #include "tilesquare.h"
 #include "tilesurface.h"
 
-#include "core/misc/waitlimit.h"
+#include "core/file/waitlimit.h"
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 
 namespace ZMT::CORE::GRID {

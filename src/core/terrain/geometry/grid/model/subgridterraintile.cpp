@@ -4,6 +4,7 @@
 #include <zmt/core/terrain/geometry/grid/model/subgridterraintile.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/object/errorhandler.h>
@@ -101,6 +102,7 @@ bool SubGridTerrainTile::hasChildren(bool loadedOnly) const {
 NBX::SO<GridTerrainTile> SubGridTerrainTile::child(unsigned index, bool onlyExisting) {
     NBX_CHECK_RANGE(0, int(index), 4);
     if (index >= 4 || !hasChildren(onlyExisting)) return nullptr;
+    areWalked_[index] = true;
     if (!children_[index]) {
         const std::uint32_t quarter = range_.count / 4;
         children_[index] = new SubGridTerrainTile(checkedMaster(), this, static_cast<ChildIndex>(index),
@@ -164,6 +166,17 @@ void SubGridTerrainTile::unloadChildren() {
 void SubGridTerrainTile::unloadChild(unsigned index) {
     NBX_CHECK_RANGE(0, int(index), 4);
     if (index < 4) children_[index] = nullptr;
+}
+
+// A terrain that is flown over for long would end up with every part of what was near once.
+void SubGridTerrainTile::dropUnwalked(double time, double now) {
+    for (unsigned i = 0; i < children_.size(); ++i) {
+        if (std::exchange(areWalked_[i], false)) walkTimes_[i] = now;
+        if (walkTimes_[i] < time)
+            children_[i] = nullptr;
+        else if (const auto part = NBX::soCast<SubGridTerrainTile>(children_[i]))
+            part->dropUnwalked(time, now);
+    }
 }
 
 // The heights and the buffer are the master's.

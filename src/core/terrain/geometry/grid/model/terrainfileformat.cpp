@@ -1,3 +1,6 @@
+// What makes a record sound is said in one place for readers, writers and the validation: each record lists
+// its faults, and counts as sound where there is none.
+
 #include "terrainfileformat.h"
 
 #include <algorithm>

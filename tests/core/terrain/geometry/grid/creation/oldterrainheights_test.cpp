@@ -290,6 +290,22 @@ TEST_F(OldTerrainHeightsTest, AnOldTerrainThatCannotBeReadEndsIt) {
     EXPECT_TRUE(folder.isEmpty());
 }
 
+TEST_F(OldTerrainHeightsTest, TilesThatWerePassedAreLetGo) {
+    const OldTerrainHeights old(oldTerrain, 0);
+    const auto lookAt = [&old](std::uint32_t x, std::uint32_t y) { return old.tileAt({2, 0, x, y}).data; };
+    const SO<GridTerrainTileData> data = lookAt(4, 8);
+    ASSERT_TRUE(data);
+    const NBX::WO<GridTerrainTile> tile = oldTerrain->rootTile()->child(0, true);
+    for (unsigned i = 1; i < OldTerrainHeights::s_tilesKept; ++i)
+        lookAt(16, 16);
+    EXPECT_TRUE(tile);
+    lookAt(16, 16);
+    EXPECT_FALSE(tile);
+    const SO<GridTerrainTileData> again = lookAt(4, 8);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(data->value(1, 2), again->value(1, 2));
+}
+
 TEST_F(OldTerrainHeightsTest, TooManyHalvingsAreTooMuch) {
     GridTerrainCreation creation;
     creation.oldTerrain = oldTerrain;

@@ -182,6 +182,32 @@ TEST(GridTerrainTileQuery, PickAndHeightAgree) {
         }
 }
 
+/// Where boxes end the triangles decide, whatever was rounded on the way to the box.
+TEST(GridTerrainTileQuery, RaysToTheCornersOfBoxesAreNotLost) {
+    std::mt19937 random(11);
+    std::uniform_real_distribution<> number(-1.0, 1.0);
+    MemoryGrid grid;
+    grid.level = 1;
+    grid.depth = 3;
+    // Each tile is a plane that ends at its corners; the highest of all is one point.
+    grid.sample = [](unsigned, unsigned x, unsigned y) { return std::uint16_t(1000 + 7 * x + 3 * y); };
+    const MemoryGridTerrain terrain(grid);
+    terrain.loadAll();
+    unsigned hits = 0;
+    for (unsigned i = 0; i < 20000; ++i) {
+        const unsigned x = random() % 17, y = random() % 17;
+        const Point corner(x, y, 1000 + 7.0 * x + 3.0 * y);
+        const Point from = corner + Point(number(random) * 300, number(random) * 300, 900 + number(random));
+        const Ray ray(from, corner - from);
+        const double all = hitOfAll(terrain, ray, 0.0);
+        Point hit;
+        if (all == infinity) continue;
+        ++hits;
+        EXPECT_TRUE(terrain.rootTile()->rayIntersection(ray, hit, true)) << x << ", " << y << ", " << i;
+    }
+    EXPECT_LT(10000U, hits);
+}
+
 TEST(GridTerrainTileQuery, SmallBoxFarAwayMayBeEnteredFirst) {
     // Low left only the far corner is defined, low right everything: for an eye in the south the low right
     // box is nearer in the plane, yet the ray meets the small one first, and only then the slope beside it.

@@ -38,6 +38,10 @@ public:
     NBX::SO<GridTerrainTileIndexBuffer> indexBuffer() const override;
     NBX::SO<GridTerrainTileVertexBuffer> vertexBuffer() override;
 
+    /// Drops the parts below that nobody has asked for since `time`; those asked for since the last call were
+    /// so `now`. In seconds of frames of the terrain.
+    void dropUnwalked(double time, double now);
+
 private:
     /// The part of the master's cells: its first column and row, and how many there are along a side.
     struct Cells {
@@ -54,6 +58,8 @@ private:
     ChildIndex index_;
     IndexRange range_;
     std::array<NBX::SO<GridTerrainTile>, 4> children_;
+    std::array<double, 4> walkTimes_{}; ///< when `dropUnwalked` last found that the child was asked for
+    std::array<bool, 4> areWalked_{};   ///< since the last `dropUnwalked`
     Cells cells_;
     mutable NBX::Bounds bounds_;          ///< undefined where nothing is defined
     mutable bool boundsAreKnown_ = false; ///< false until the heights were in memory

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <support/readingstream.h>
 #include <support/recordedattributes.h>
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
-#include <support/silentserializationmanager.h>
 
 #include <nbx/scene/shape/box.h>
 #include <zmt/core/terrain/geometry/tree/tinpatch.h>
@@ -100,6 +100,24 @@ TEST_F(TinPatchTest, ListsHandedOutStayWhatTheyAre) {
     EXPECT_EQ(before->container(), square.get());
 }
 
+TEST_F(TinPatchTest, CellsLieBetweenTheFirstAndTheLastCorner) {
+    EXPECT_EQ(patch()->description().cells, NBX::Area(0, 0, 2, 2));
+    Lists corner;
+    corner.vertices = {4, 5, 7, 8};
+    EXPECT_EQ(patch(corner)->description().cells, NBX::Area(1, 1, 1, 1));
+}
+
+TEST_F(TinPatchTest, CornersInTheWrongOrderHaveNoCells) {
+    Lists turned;
+    turned.borders = {{3, 2}, {2, 3}, {0, 1}, {1, 0}};
+    EXPECT_EQ(patch(turned)->description().cells, NBX::Area());
+    // The last corner above the first one, but to its west, and beside it, but below.
+    turned.borders = {{1, 2}, {2, 3}, {2, 1}, {1, 0}};
+    EXPECT_EQ(patch(turned)->description().cells, NBX::Area());
+    turned.borders = {{2, 2}, {2, 3}, {1, 1}, {1, 0}};
+    EXPECT_EQ(patch(turned)->description().cells, NBX::Area());
+}
+
 TEST_F(TinPatchTest, ParentHeightsCanBeSetAndTakenAway) {
     const auto square = patch();
     square->setParentHeights(array<float>({1.5F, 2.5F, 3.5F, 4.5F}));
@@ -120,18 +138,59 @@ TEST_F(TinPatchTest, NoDataIsReported) {
     EXPECT_FALSE(none->borderIndices(TinPatch::B_LowX));
 }
 
+/// The list of a patch that is given element by element only, or `none` of them.
+enum ScatteredList {
+    SL_Vertices,
+    SL_Strips,
+    SL_Ranges,
+    SL_ParentHeights,
+    SL_Borders,
+    SL_None = SL_Borders + 4
+};
+
+template <class T> NBX::SO<const NBX::Iterator<T>> listOf(const std::vector<T> & elements, bool isScattered) {
+    if (isScattered) return new Scattered<T>(elements);
+    return array(elements);
+}
+
+const std::vector<float> s_heights{1.5F, 2.5F, 3.5F, 4.5F};
+
+NBX::SO<TinPatch> patchWith(const NBX::SO<ZMT::CORE::GridData> & grid, unsigned scattered) {
+    const Lists lists;
+    const auto border = [&](unsigned i) { return listOf(lists.borders[i], scattered == SL_Borders + i); };
+    const NBX::SO<TinPatch> patch(new TinPatch(
+        grid, listOf(lists.vertices, scattered == SL_Vertices), listOf(lists.strips, scattered == SL_Strips),
+        listOf(lists.ranges, scattered == SL_Ranges), border(0), true, border(1), false, border(2), true,
+        border(3), false, s_box, 1.5, -7.0, nullptr));
+    patch->setParentHeights(listOf(s_heights, scattered == SL_ParentHeights));
+    return patch;
+}
+
 TEST_F(TinPatchTest, AListThatIsNoArrayIsReportedByWriting) {
-    Lists lists;
-    const NBX::SO<TinPatch> square(
-        new TinPatch(grid_, new Scattered<unsigned>(lists.vertices), array(lists.strips), array(lists.ranges),
-                     array(lists.borders[0]), true, array(lists.borders[1]), false, array(lists.borders[2]),
-                     true, array(lists.borders[3]), false, s_box, 1.5, -7.0, nullptr));
+    for (unsigned scattered = SL_Vertices; scattered <= SL_None; ++scattered) {
+        SCOPED_TRACE(testing::Message() << "list " << scattered);
+        const auto square = patchWith(grid_, scattered);
+        EXPECT_TRUE(reports_.empty()) << reports_;
+        const auto read = roundTrip(square);
+        EXPECT_EQ(reports_.size(), scattered == SL_None ? 0U : 1U) << reports_;
+        EXPECT_EQ(reports_.count(0, L"pointer", L"not an array"), reports_.size()) << reports_;
+        reports_.clear();
+        ASSERT_TRUE(read);
+        expectLists(*read, {});
+        EXPECT_EQ(values<float>(read->parentHeights().get()), s_heights);
+        roundTrip(read);
+        EXPECT_TRUE(reports_.empty()) << "what was read is an array: " << reports_;
+    }
+}
+
+TEST_F(TinPatchTest, HeightsThatAreAnArrayReplaceScatteredOnes) {
+    const auto square = patchWith(grid_, SL_ParentHeights);
+    square->setParentHeights(array(s_heights));
+    roundTrip(square);
     EXPECT_TRUE(reports_.empty()) << reports_;
-    const auto read = roundTrip(square);
-    EXPECT_EQ(reports_.size(), 1U) << reports_;
+    square->setParentHeights(new Scattered<float>(s_heights));
+    roundTrip(square);
     EXPECT_EQ(reports_.count(0, L"pointer", L"not an array"), 1U) << reports_;
-    ASSERT_TRUE(read);
-    expectLists(*read, lists);
 }
 
 TEST_F(TinPatchTest, StoresCountedSequencesInOrder) {
@@ -189,23 +248,47 @@ TEST_F(TinPatchTest, ShapesOfThePainterAreNotStored) {
     EXPECT_FALSE(read->wallShape());
 }
 
-/// A stream in which a patch has its data and no list.
-class ListlessStream : public SilentSerializationManager {
-public:
-    using SilentSerializationManager::attribute;
-    bool isReading() const override { return true; }
-    bool isWriting() const override { return false; }
-};
-
 TEST_F(TinPatchTest, ReadingIntoAPatchAgainDropsBothShapes) {
     const auto again = patch();
     again->patchShape() = new NBX::Box;
     again->wallShape() = new NBX::Box;
-    ListlessStream stream;
+    ReadingStream stream;
     again->serialize(stream);
     EXPECT_FALSE(again->patchShape());
     EXPECT_FALSE(again->wallShape());
     EXPECT_FALSE(again->stripIndices()) << "it has been read";
+}
+
+/// A stream in which all lists have one element, 0.
+class ShortListsStream : public ReadingStream {
+public:
+    using ReadingStream::attribute;
+    bool attribute(const char * name, unsigned & value) override {
+        value = std::string(name) == "size" ? 1 : 0;
+        return true;
+    }
+    bool attribute(const char *, unsigned short & value) override {
+        value = 0;
+        return true;
+    }
+    bool attribute(const char *, float & value) override {
+        value = 0.0F;
+        return true;
+    }
+};
+
+TEST_F(TinPatchTest, ReadingIntoAPatchWithScatteredListsMakesThemArrays) {
+    for (unsigned scattered = SL_Vertices; scattered < SL_None; ++scattered) {
+        SCOPED_TRACE(testing::Message() << "list " << scattered);
+        const auto again = patchWith(grid_, scattered);
+        ShortListsStream stream;
+        again->serialize(stream);
+        EXPECT_EQ(values<unsigned>(again->vertexIndices().get()), Numbers{0});
+        EXPECT_EQ(values<float>(again->parentHeights().get()), std::vector<float>{0.0F});
+        roundTrip(again);
+        EXPECT_TRUE(reports_.empty()) << reports_;
+        reports_.clear();
+    }
 }
 
 TEST_F(TinPatchTest, StoredNumbersBesideTheDataAreRefused) {

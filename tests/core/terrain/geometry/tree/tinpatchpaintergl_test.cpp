@@ -3,6 +3,8 @@
 #include <support/roundtrip.h>
 
 #include <nbx/engine/handler.h>
+#include <nbx/engine/shapepainter.h>
+#include <nbx/object/exception.h>
 
 #include "support/testpatches.h"
 
@@ -127,6 +129,59 @@ TEST_F(TinPatchPainterGLTest, LeavesTheStateAsItWas) {
     painter->renderPatch(engine.get(), patch.get());
     painter->renderOuterWall(engine.get(), patch.get());
     EXPECT_EQ(stateOfGL(), before);
+}
+
+class ThrowingShape : public NBX::Shape {
+    NBX_TEMPLATE_CLASS(ThrowingShape, NBX::Shape)
+public:
+    ThrowingShape() : Shape(true) {}
+    NBX::Bounds boundingBox() const override { return {}; }
+};
+
+class ThrowingPainter : public NBX::ShapePainter {
+    NBX_TEMPLATE_CLASS(ThrowingPainter, NBX::ShapePainter)
+public:
+    NBX::ID target() const override { return ThrowingShape::ClassNameNBX(); }
+    bool render(NBX::Engine *, const NBX::Shape *) override { throw NBX::IOException(L"a shape"); }
+};
+
+const bool throwingRegistered = (NBX::EngineGL::registerHandler(new ThrowingPainter), true);
+
+TEST_F(TinPatchPainterGLTest, FrontFacesAreThoseOfTerrainsAgainWhenAShapeThrows) {
+    const auto patch = TestPatches::tinPatch(grid, Area(0, 0, 3, 2));
+    patch->patchShape() = new ThrowingShape;
+    EXPECT_THROW(painter->renderPatch(engine.get(), patch.get()), NBX::IOException);
+    GLint front = 0;
+    glGetIntegerv(GL_FRONT_FACE, &front);
+    EXPECT_EQ(front, GL_CW);
+}
+
+TEST_F(TinPatchPainterGLTest, ListsBesideTheDataDrawNothing) {
+    using TestTerrain::array;
+    using Numbers = std::vector<unsigned>;
+    using Local = std::vector<unsigned short>;
+    struct Row {
+        const char * name;
+        NBX::SO<ZMT::CORE::GridData> data;
+        Numbers vertices;
+        unsigned short onBorder;
+    };
+    const Row rows[] = {{"no data", nullptr, {0, 1, 9, 10}, 3},
+                        {"no vertices", grid, {}, 0},
+                        {"a border beyond the vertices", grid, {0, 1, 9, 10}, 4}};
+    for (const Row & row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto border = [&] { return array(Local{0, row.onBorder}); };
+        for (const bool isOuter : {false, true}) {
+            const NBX::SO<TinPatch> patch(new TinPatch(row.data, array(row.vertices), nullptr, nullptr,
+                                                       border(), isOuter, border(), isOuter, border(),
+                                                       isOuter, border(), isOuter, {}, 0.0, 0.0, nullptr));
+            reports.clear();
+            EXPECT_TRUE(surface(*painter, *patch).empty());
+            EXPECT_TRUE(walls(*painter, *patch).empty());
+            EXPECT_TRUE(reports.empty()) << reports;
+        }
+    }
 }
 
 TEST_F(TinPatchPainterGLTest, ReportsAMissingEngine) {
