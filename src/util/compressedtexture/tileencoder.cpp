@@ -58,7 +58,11 @@ void TileEncoder::work() {
         const std::shared_ptr<Job> job = waiting_.front();
         waiting_.pop_front();
         lock.unlock();
-        encode(*job);
+        try {
+            encode(*job);
+        } catch (...) {
+            job->failure = std::current_exception();
+        }
         lock.lock();
         job->done = true;
         jobDone_.notify_one();
@@ -92,6 +96,7 @@ void TileEncoder::writeUntil(std::size_t left) {
         }
         const std::shared_ptr<Job> job = ordered_.front();
         ordered_.pop_front();
+        if (job->failure) std::rethrow_exception(job->failure);
         write_(job->tile);
     }
 }

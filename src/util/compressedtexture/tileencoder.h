@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -22,7 +23,9 @@ struct EncodedTile {
 };
 
 /// Brings tiles into their pixel format and deflates them, on as many threads as the machine has. Tiles come
-/// out in the order in which they went in, and no more than a few a thread are under way. Used by one thread.
+/// out in the order in which they went in, and no more than a few a thread are under way. What the encoding
+/// of a tile throws, such as for want of memory, is thrown where the tile would be written. Used by one
+/// thread.
 class TileEncoder {
 public:
     TileEncoder(CompressedTexture::PixelFormat format, bool deflates,
@@ -41,6 +44,7 @@ private:
     struct Job {
         EncodedTile tile;
         NBX::SO<NBX::Image> image;
+        std::exception_ptr failure; ///< what the encoding threw
         bool done = false;
     };
 

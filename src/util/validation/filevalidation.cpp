@@ -44,14 +44,16 @@ const char * ValidationReport::formatName(Format format) {
         return "streaming texture";
     case F_TexturePyramid:
         return "texture pyramid";
+    case F_City:
+        return "city";
     default:
         return "unknown";
     }
 }
 
-void ValidationReport::add(std::uint64_t offset, std::string what) {
+void ValidationReport::add(std::uint64_t offset, std::string what, const std::string & file) {
     ++faultCount;
-    if (faults.size() < mostFaults) faults.push_back({offset, std::move(what)});
+    if (faults.size() < mostFaults) faults.push_back({offset, std::move(what), file});
 }
 
 ValidationReport FileValidation::run(CORE::AsyncFile & file, std::uint64_t key) {
@@ -75,8 +77,9 @@ ValidationReport FileValidation::run(CORE::AsyncFile & file, std::uint64_t key) 
         checkPyramid(checked, report, key);
         break;
     default:
-        report.add(0, "no streaming terrain, streaming texture or texture pyramid begins like this, but one "
-                      "that was written with another key");
+        report.add(0,
+                   "no streaming terrain, streaming texture, texture pyramid or city begins like this, but "
+                   "a texture or a pyramid that was written with another key");
     }
     checked.finish();
     return report;

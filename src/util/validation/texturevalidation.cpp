@@ -1,3 +1,6 @@
+// A walk from the root to all tiles, the blocks in the order of the file. A tile whose header is unsound has
+// no children to follow; everything else is told and gone past, so that one fault does not hide another.
+
 #include "texturevalidation.h"
 
 #include <algorithm>

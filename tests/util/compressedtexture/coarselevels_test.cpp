@@ -1,6 +1,5 @@
 #include <zmt/util/compressedtexture/coarselevels.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -12,6 +11,7 @@
 #include <zmt/raster/tiledgeoimage.h>
 
 #include <support/cancelingdisplay.h>
+#include <support/environmentvariable.h>
 #include <support/smallgeotiff.h>
 #include <support/temporaryfolder.h>
 #include <support/zmtrun.h>
@@ -188,32 +188,16 @@ TEST_F(CoarseLevelsTest, LargeImagesThatStoreNoneNeedThem) {
     EXPECT_TRUE(CoarseLevels::areNeeded(*image(8193)));
 }
 
-/// Sets a variable of the environment, or takes it away, while it lives.
-class Variable {
-public:
-    Variable(const char * name, const char * value) : name_(name) {
-        if (const char * before = std::getenv(name)) before_ = before;
-        value ? ::setenv(name, value, 1) : ::unsetenv(name);
-    }
-    ~Variable() { before_ ? ::setenv(name_, before_->c_str(), 1) : ::unsetenv(name_); }
-    Variable(const Variable &) = delete;
-    Variable & operator=(const Variable &) = delete;
-
-private:
-    const char * name_;
-    std::optional<std::string> before_;
-};
-
 TEST(CoarseLevels, TheFolderIsThatOfTheEnvironment) {
-    const Variable home("HOME", "/home/me");
+    const EnvironmentVariable home("HOME", "/home/me");
     {
-        const Variable cache("XDG_CACHE_HOME", "/var/c");
+        const EnvironmentVariable cache("XDG_CACHE_HOME", "/var/c");
         EXPECT_EQ("/var/c/zmt", CoarseLevels::userFolder());
     }
     for (const char * none : {static_cast<const char *>(nullptr), "", "relative"}) {
-        const Variable cache("XDG_CACHE_HOME", none);
+        const EnvironmentVariable cache("XDG_CACHE_HOME", none);
         EXPECT_EQ("/home/me/.cache/zmt", CoarseLevels::userFolder());
-        const Variable nobody("HOME", nullptr);
+        const EnvironmentVariable nobody("HOME", nullptr);
         EXPECT_EQ("", CoarseLevels::userFolder());
     }
 }

@@ -187,7 +187,7 @@ TEST(TerrainValidation, PlantedFaultsAreNamed) {
     const std::size_t root = blocks.back(), finest = blocks.front();
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const std::vector<PlantedFault> planted = {
-        {"magic", [](Bytes & b) { b[3] = 'x'; }, 0, "no streaming terrain, streaming texture or texture"},
+        {"magic", [](Bytes & b) { b[3] = 'x'; }, 0, "no streaming terrain, streaming texture, texture"},
         {"size", [](Bytes & b) { set(b, 8, std::uint64_t(b.size() + 16)); }, 8, "the blocks end at"},
         {"reserved", [](Bytes & b) { b[20] = 1; }, 16, "the reserved number is not 0"},
         {"extent", [](Bytes & b) { ++b[24]; }, 24, "the size is 34, and the tree has room for 33"},

@@ -61,7 +61,7 @@ TEST(TextureValidation, WrittenTexturesAreSound) {
 TEST(TextureValidation, AnotherKeyIsNoFormat) {
     const Bytes bytes = written(1, 20, 5);
     EXPECT_EQ(report(bytes, 6).format, ValidationReport::F_Unknown);
-    EXPECT_NE(faults(bytes).find("0: no streaming terrain, streaming texture or texture pyramid"),
+    EXPECT_NE(faults(bytes).find("0: no streaming terrain, streaming texture, texture pyramid or city"),
               std::string::npos);
     EXPECT_NE(faults(bytes).find("another key"), std::string::npos);
 }

@@ -53,6 +53,7 @@ public:
     /// tile of 128 by 128 pixels holds all. Pixels of `maskColor`, if there is one, become transparent. False
     /// when cancelled, when `source` cannot be read, and for parameters that are no formats or sizes, which
     /// are reported. Throws `NBX::IOException` where the file cannot be written.
+    /// No level is an image in memory, nor does one stand for its size: tiles are made one by one.
     /// `wkt` is the system of its coordinates; it is written beside the file, as `RASTER::ProjectionFile`
     /// describes, and without one there is no such file any more.
     static bool create(NBX::SO<RASTER::TiledGeoImage> source, const std::wstring & path, PixelFormat format,

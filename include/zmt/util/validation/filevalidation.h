@@ -10,11 +10,12 @@ namespace ZMT::UTIL {
 
 /// What `FileValidation` finds out about a file.
 struct ValidationReport {
-    enum Format { F_Unknown, F_StreamingTerrain, F_StreamingTexture, F_TexturePyramid };
+    enum Format { F_Unknown, F_StreamingTerrain, F_StreamingTexture, F_TexturePyramid, F_City };
 
     struct Fault {
         std::uint64_t offset; ///< in the file; of a deflated block, where it begins
         std::string what;
+        std::string file = {}; ///< path or URL of one that belongs to the file; empty for that itself
     };
     /// Faults beyond these are only counted.
     static constexpr std::size_t mostFaults = 100;
@@ -24,7 +25,7 @@ struct ValidationReport {
     std::vector<Fault> faults;
     std::uint64_t faultCount = 0;
     std::uint64_t fileBytes = 0;
-    std::uint64_t tiles = 0;      ///< that were read and are what they stand for
+    std::uint64_t tiles = 0; ///< that were read and are what they stand for; of a city the blocks of textures
     std::uint64_t lightTiles = 0; ///< the same of the light map of a terrain
     std::uint64_t levels = 0;     ///< of the tree or the pyramid
     /// The user cancelled: what is above is not all.
@@ -34,7 +35,7 @@ struct ValidationReport {
     /// As it is told to people, without an article: "streaming terrain".
     static const char * formatName(Format format);
 
-    void add(std::uint64_t offset, std::string what);
+    void add(std::uint64_t offset, std::string what, const std::string & file = {});
 };
 
 /// Checks whether a streaming terrain, a streaming texture or a texture pyramid is all that its format says:
