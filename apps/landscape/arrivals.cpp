@@ -2,18 +2,23 @@
 
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/mainmemorymanager.h>
-#include <zmt/core/misc/asyncfile.h>
 
-Arrivals::Progress Arrivals::present() {
-    using ZMT::CORE::AsyncFile;
-    return {std::uint64_t(AsyncFile::TotalTransferedBytes() + AsyncFile::TotalLocalBytes()),
-            NBX::MainMemoryManager::instance()->total(), NBX::GraphicsMemoryManager::instance()->total()};
+Arrivals::MemoryInUse Arrivals::memoryInUse() {
+    return {NBX::MainMemoryManager::instance()->total(), NBX::GraphicsMemoryManager::instance()->total()};
+}
+
+bool Arrivals::haveProgressed() {
+    const std::uint64_t bytes = ZMT::CORE::ReadProgress::totalBytes();
+    const MemoryInUse memory = memoryInUse();
+    if (bytes - bytes_ < s_fewestBytes && memory == memory_) return false;
+    bytes_ = bytes;
+    memory_ = memory;
+    return true;
 }
 
 bool Arrivals::haveEnded(double now) {
     ++asks_;
-    if (const Progress progress = present(); progress != progress_) {
-        progress_ = progress;
+    if (haveProgressed()) {
         last_ = now;
         asks_ = 0;
     }

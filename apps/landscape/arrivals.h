@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include <nbx/object/nbxtime.h>
+#include <zmt/core/misc/readprogress.h>
 
 /// Notices that nothing arrives any more of what is read while it is looked at.
 class Arrivals {
@@ -13,15 +14,20 @@ public:
     static constexpr double s_patience = 10.0;
     static constexpr unsigned s_fewestAsks = 5;
 
+    /// Bytes that are progress: with fewer within that time, nobody can wait for the end of a tile.
+    static constexpr std::uint64_t s_fewestBytes = 1024;
+
     /// To be asked once a picture, or more often; `now` in seconds.
     bool haveEnded(double now = NBX::NBXTime::now());
 
 private:
-    /// Bytes that came, and those that are in use in both kinds of memory.
-    using Progress = std::array<std::uint64_t, 3>;
-    static Progress present();
+    /// In both kinds of it: what was read, and what was made of it, stays there.
+    using MemoryInUse = std::array<std::uint64_t, 2>;
+    static MemoryInUse memoryInUse();
+    bool haveProgressed();
 
-    Progress progress_ = present();
+    std::uint64_t bytes_ = ZMT::CORE::ReadProgress::totalBytes();
+    MemoryInUse memory_ = memoryInUse();
     double last_ = NBX::NBXTime::now();
     unsigned asks_ = 0;
 };

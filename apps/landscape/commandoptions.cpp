@@ -1,8 +1,14 @@
+// One home for the options that several commands share: their words, their help and how their texts become
+// values. What cannot be parsed is a usage error.
+
 #include "commandoptions.h"
 
 #include "reports.h"
 
 #include <cstdint>
+#include <memory>
+
+#include <zmt/core/misc/httpsettings.h>
 
 void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
                     const char * description) {
@@ -12,11 +18,46 @@ void addFilesOption(CLI::App & command, const char * name, std::vector<std::stri
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
-void addTerrainOption(CLI::App & command, std::string & terrain) {
-    command
+CLI::Option * addTerrainOption(CLI::App & command, std::string & terrain) {
+    return command
         .add_option("--terrain", terrain,
                     "Height raster, a terrain that was built, or a streaming one: its file or its URL")
         ->required();
+}
+
+void addCityFilesOption(CLI::App & command, std::vector<std::string> & files) {
+    addFilesOption(command, "--city", files, "City that 'zmt build city' wrote, or its URL; may be repeated");
+}
+
+void addCityOptions(CLI::App & command, CityOptions & options) {
+    addCityFilesOption(command, options.files);
+    command
+        .add_option("--city-quality", options.look.quality,
+                    "Factor of the distances at which the textures of cities become finer")
+        ->capture_default_str();
+    command.add_option_function<double>(
+        "--city-distance", [&options](double metres) { options.look.distance = metres; },
+        "Metres beyond which nothing of cities that has a texture is drawn");
+}
+
+void addOverlayOptions(CLI::App & command, std::vector<OverlayOptions> & overlays) {
+    const auto list = std::make_shared<OverlayList>(overlays);
+    command
+        .add_option_function<std::string>(
+            "--overlay", [list](const std::string & text) { list->addFile(text); },
+            "Vector file or its URL, or a layer of it, to draw on the ground and above all images; may be "
+            "repeated, later ones on top")
+        ->trigger_on_parse()
+        ->type_name("FILE[,LAYER]");
+    command
+        .add_option_function<std::string>(
+            "--style", [list](const std::string & text) { list->addStyle(text); },
+            "How the --overlay before it is drawn: a style file, or a specification such as "
+            "'color=#d04030,width=2,fill=#d0403040,label=name'; without it by the styles in the file, or as "
+            "is "
+            "usual")
+        ->trigger_on_parse()
+        ->type_name("FILE|SPEC");
 }
 
 void addVoidOption(CLI::App & command, bool & fillVoids) {
@@ -26,9 +67,10 @@ void addVoidOption(CLI::App & command, bool & fillVoids) {
 
 void addCrsOption(CLI::App & command, std::string & crs) {
     addParsedOption(command, "--crs", crs, parseCrs,
-                    "Coordinate system in metres in which the heights are laid, by its number or as WKT; "
+                    "Coordinate system in metres in which the heights are laid, by its number, as WKT or in "
+                    "words of PROJ; "
                     "without it their own, or one for their area where that is in degrees or feet")
-        ->type_name("EPSG|WKT");
+        ->type_name("EPSG|WKT|PROJ");
 }
 
 void addTreeOptions(CLI::App & command, TreeOptions & options) {
@@ -60,6 +102,19 @@ void addColorOptions(CLI::App & command, ImageOptions & options) {
         ->type_name("GAMMA");
 }
 
+void addCacheOption(CLI::App & command, bool & cache) {
+    command.add_flag(
+        "!--no-cache", cache,
+        "Make the coarse levels of large images that have none anew, and keep none: otherwise they stay in "
+        "$XDG_CACHE_HOME/zmt or ~/.cache/zmt, up to 8 GiB in all");
+}
+
+void addRedirectsOption(CLI::App & command) {
+    command.add_flag_function(
+        "--follow-redirects", [](std::int64_t) { ZMT::CORE::HttpSettings::setFollowsRedirects(true); },
+        "Follow a web server to any other one, and not to the same host and from http to https alone");
+}
+
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addFilesOption(
         command, "--image", options.images,
@@ -68,16 +123,22 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addParsedOption(command, "--key", options.key, parseKey,
                     "Key of streaming textures that were written with one")
         ->default_str("0");
+    addRedirectsOption(command);
     addParsedList(
         command, "--opacity", options.look.opacities, parseOpacity,
         "From 0, invisible, to 1. Like --bands, --stretch and --gamma it is given once for all images, "
         "or once for each of them, in their order")
         ->type_name("SHARE");
     addColorOptions(command, options.look);
-    command.add_flag(
-        "!--no-cache", options.look.cache,
-        "Make the coarse levels of large images that have none anew, and keep none: otherwise they stay in "
-        "$XDG_CACHE_HOME/zmt or ~/.cache/zmt, up to 8 GiB in all");
+    addCacheOption(command, options.look.cache);
+    addOverlayOptions(command, options.overlays);
+    addFilesOption(command, "--track", options.tracks.files,
+                   "GPX file of something that moved: its way up to --time, and a mark where it was then; "
+                   "may be repeated");
+    command.add_option(
+        "--time", options.tracks.time,
+        "Of tracks: a time such as 2024-05-01T12:30:00Z, or +SECONDS after the start of the first; "
+        "without it the end of all");
     addFilesOption(command, "--breaklines", options.breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addFilesOption(
@@ -120,7 +181,8 @@ void addViewOptions(CLI::App & command, View & view, PictureSize & size) {
                 view = parseView(text);
                 view.isLonLat = isLonLat;
             },
-            "overview (from the south), closeup, north (straight down, north up); the map coordinates of eye "
+            "overview (all of it, from the south), closeup, north (straight down, north up); the map "
+            "coordinates of eye "
             "and aim: EX,EY,EZ,AX,AY,AZ, with x to the east, y to the north and z the height, from the "
             "ground where it has a sign, such as +50, and exaggerated as the ground is; or "
             "at:X,Y,AZIMUTH,PITCH,DISTANCE: at the ground, in a direction clockwise from north, so many "
@@ -130,8 +192,12 @@ void addViewOptions(CLI::App & command, View & view, PictureSize & size) {
 }
 
 void addErrorOptions(CLI::App & command, AllowedErrors & errors) {
-    command.add_option("--geometry-error", errors.geometry, "Allowed error of the geometry, in pixels")
-        ->capture_default_str();
+    command
+        .add_option("--geometry-error", errors.geometry,
+                    "Allowed error of the geometry, in pixels. It counts upright: from straight above, where "
+                    "that does not show, only 0 gives more detail")
+        ->capture_default_str()
+        ->each([&errors](const std::string &) { errors.isGeometryAsked = true; });
     command.add_option("--texture-error", errors.texture, "Allowed size of a texel, in pixels")
         ->capture_default_str();
 }
@@ -145,10 +211,43 @@ void addMemoryOptions(CLI::App & command, MemoryBudgets & budgets) {
         .add_option("--graphics-memory", budgets.graphics,
                     "MiB of buffers and textures that are kept on the card, at most 4095")
         ->capture_default_str();
+    command
+        .add_option("--city-memory", budgets.city,
+                    "MiB of textures of cities, decoded and on the card, at most 4095")
+        ->capture_default_str();
+    command
+        .add_option("--texture-memory", budgets.overlay,
+                    "MiB of textures of overlays that are kept on the card, at most 4095; a view that needs "
+                    "more is blurred in places")
+        ->capture_default_str();
 }
 
+namespace {
+
+constexpr const char * s_outputNote =
+    "Files appear when they are complete, in the place of what was there. An output that is a symbolic link "
+    "stays one: the file that it points to is replaced. Files that are write protected, devices and pipes "
+    "are "
+    "not, and neither is a file that the run reads.";
+
+constexpr const char * s_combinationNote =
+    "All options go with every terrain, but for these, which are refused in one line elsewhere:\n"
+    "  --crs, --fill-voids, --threads           height rasters, which are not built yet\n"
+    "  --max-vertices, --breaklines             height rasters, as a tree\n"
+    "  --method                                 height rasters; a built terrain is a tree\n"
+    "  --drape                                  all but streaming terrains\n"
+    "  --lighting vertex                        trees\n"
+    "  --lighting static, dynamic               streaming terrains only as they were built\n"
+    "  --light                                  not with baked light of a streaming terrain, but with a "
+    "relief\n"
+    "Streaming textures take --key; --opacity, --bands, --stretch and --gamma are of other images.\n";
+
+} // namespace
+
 void addOutputNote(CLI::App & command) {
-    command.footer("Files appear when they are complete, in the place of what was there. An output that is a "
-                   "symbolic link stays one: the file that it points to is replaced. Files that are write "
-                   "protected, devices and pipes are not, and neither is a file that the run reads.");
+    command.footer(s_outputNote);
+}
+
+void addPictureNotes(CLI::App & command) {
+    command.footer(std::string(s_combinationNote) + "\n" + s_outputNote);
 }

@@ -42,7 +42,13 @@ CLI::Option * addParsedList(CLI::App & command, const char * name, std::vector<V
 void addFilesOption(CLI::App & command, const char * name, std::vector<std::string> & files,
                     const char * description);
 /// Adds the option `--terrain`, which is needed.
-void addTerrainOption(CLI::App & command, std::string & terrain);
+CLI::Option * addTerrainOption(CLI::App & command, std::string & terrain);
+/// Adds the option `--city`.
+void addCityFilesOption(CLI::App & command, std::vector<std::string> & files);
+/// Adds that, and the options `--city-quality` and `--city-distance`.
+void addCityOptions(CLI::App & command, CityOptions & options);
+/// Adds the options `--overlay` and `--style`, which are taken in their order.
+void addOverlayOptions(CLI::App & command, std::vector<OverlayOptions> & overlays);
 /// Adds the option `--fill-voids`.
 void addVoidOption(CLI::App & command, bool & fillVoids);
 /// Adds the option `--crs`.
@@ -51,6 +57,10 @@ void addCrsOption(CLI::App & command, std::string & crs);
 void addTreeOptions(CLI::App & command, TreeOptions & options);
 /// Adds the options `--bands`, `--stretch` and `--gamma`.
 void addColorOptions(CLI::App & command, ImageOptions & options);
+/// Adds the option `--no-cache`.
+void addCacheOption(CLI::App & command, bool & cache);
+/// Adds the option `--follow-redirects`, which holds for all files on web servers.
+void addRedirectsOption(CLI::App & command);
 /// Adds the options that make a landscape; all but the terrain itself.
 void addLandscapeOptions(CLI::App & command, LandscapeOptions & options);
 /// Adds the options `--view` and `--size`.
@@ -61,3 +71,5 @@ void addErrorOptions(CLI::App & command, AllowedErrors & errors);
 void addMemoryOptions(CLI::App & command, MemoryBudgets & budgets);
 /// Tells in the help of `command` what becomes of files that are there already.
 void addOutputNote(CLI::App & command);
+/// The same of a command that draws, and which of its options go with which terrains.
+void addPictureNotes(CLI::App & command);

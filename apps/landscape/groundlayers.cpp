@@ -10,11 +10,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
+#include <cstdint>
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
+#include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
@@ -47,6 +48,11 @@ using Textures = NBX::Array<NBX::SO<TerrainTexture>>;
 
 constexpr double s_anisotropy = 16.0;
 constexpr unsigned s_largestLightMap = 8192;
+/// Texels along a cell where cells have shapes of their own, so that light ends where a wall does.
+constexpr double s_texelsOfShapedCell = 4.0;
+/// And of all cells together, unless that were less than one each: 48 MiB of normals, as many bytes again of
+/// light, and a third of these for coarser levels.
+constexpr double s_mostTexelsOfShapedCells = 4096.0 * 4096.0;
 /// Where all light comes from everywhere, an effect hides what lies below instead of leaving it as it is.
 const double s_mostAmbient = std::nextafter(1.0, 0.0);
 
@@ -93,9 +99,12 @@ NBX::SO<NBX::Attribute> modulate(const NBX::SO<TerrainTexture> & texture) {
 /// A picture of the terrain from above, whose colours are the normals of its exaggerated surface.
 GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridData & grid,
                         double exaggeration) {
-    const NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(std::min(grid.sizeX(), s_largestLightMap)),
-                                                         int(std::min(grid.sizeY(), s_largestLightMap)),
-                                                         NBX::LS_RGB));
+    const double density = texelsOfShapedCell(grid.sizeX(), grid.sizeY());
+    const auto texels = [density](unsigned vertices) {
+        return int(std::min(vertices * density, double(s_largestLightMap)));
+    };
+    const NBX::SO<NBX::Image> image(
+        new NBX::MemoryImage(texels(grid.sizeX()), texels(grid.sizeY()), NBX::LS_RGB));
     const Point scale(1.0, 1.0 / exaggeration, 1.0);
     if (!ZMT::CORE::CreateTexture::createNormal(terrain, image, scale)) {
         // All other reasons are reported.
@@ -106,13 +115,13 @@ GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridD
 }
 
 /// The baked light, or the normals for light of each pixel. Terrains make such maps of themselves, but those
-/// know no exaggeration, and their sun is flattened and moves with the shape of the terrain. Break lines
-/// have normals that only painters know.
+/// know no exaggeration, and their sun is flattened and moves with the shape of the terrain. Cells with
+/// shapes have normals that only painters know.
 NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                                      const GridData & grid, const Sunlight & sun, double exaggeration) {
     Step step("making a light map");
     GroundImage map{nullptr, cellBox(grid)};
-    const bool isStatic = lighting == Lighting::Static;
+    const bool isStatic = lighting != Lighting::Dynamic;
     if (grid.hasCellShapes()) {
         map = drawNormals(terrain, grid, exaggeration);
         if (isStatic) map.image = ReliefImage::createShading(*map.image, sun.direction, sun.ambient);
@@ -158,6 +167,15 @@ NBX::SO<TiledGeoImagePyramid> withCoarseLevels(const NBX::SO<TiledGeoImagePyrami
 
 } // namespace
 
+double texelsOfShapedCell(unsigned columns, unsigned rows) {
+    const double cells = std::max(1.0, double(columns) * rows);
+    return std::clamp(std::sqrt(s_mostTexelsOfShapedCells / cells), 1.0, s_texelsOfShapedCell);
+}
+
+NBX::SO<NBX::Attribute> makeDecal(const NBX::SO<TerrainTexture> & texture) {
+    return new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get());
+}
+
 void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
                 const std::string & path) {
     const bool overlaps = image.minX() < terrain.maxX && terrain.minX < image.maxX() &&
@@ -174,9 +192,10 @@ GroundLayer makeHeightColors(const GridData & grid) {
 
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                         const GridData & grid, double exaggeration) {
-    if (lighting == Lighting::Static)
+    // A quick shading knows the vertices of the grid alone.
+    if (lighting == Lighting::Static || (lighting == Lighting::Relief && grid.hasCellShapes()))
         return {LayerKind::Shading,
-                "light map",
+                lighting == Lighting::Static ? "light map" : "shading",
                 modulate(makeLightMap(lighting, terrain, grid, sun, exaggeration)),
                 {}};
     if (lighting == Lighting::Dynamic)
@@ -191,12 +210,15 @@ GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<Z
     return {LayerKind::Shading, "shading", modulate(makeGridTexture(shading, grid)), {}};
 }
 
-GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight> & sun,
-                                const StreamedTerrain & streamed, double exaggeration) {
+GroundLayer makeStreamedShading(const std::optional<Lighting> & lighting, const std::optional<Sunlight> & sun,
+                                const StreamedTerrain & streamed, const std::string & name,
+                                double exaggeration) {
     using ZMT::CORE::GRID::AsyncGridTerrain;
     const AsyncGridTerrain::LightMap kind = streamed.lightMapKind;
-    const std::string name = NBX::StringUtils::WString2Utf8String(streamed.terrain->fileName());
+    const std::string & problem = streamed.lightMapProblem;
     const auto refuse = [&](const std::string & wish, const std::string & advice) {
+        if (!problem.empty())
+            throw DataError(name + ": the light map behind the terrain cannot be read: " + problem);
         throw UsageError(wish + ": the file has no such light; leave it out, or build " + name + " with " +
                          advice);
     };
@@ -204,35 +226,38 @@ GroundLayer makeStreamedShading(Lighting lighting, const std::optional<Sunlight>
         refuse("--lighting static", "--lighting static");
     if (lighting == Lighting::Dynamic && kind != AsyncGridTerrain::LM_Normals)
         refuse("--lighting dynamic", "--lighting normals");
+    const Sunlight light = sun.value_or(defaultSun());
+    if (!problem.empty() && !lighting)
+        NBX_REPORT(2, L"light map",
+                   L"the light map behind the terrain cannot be read, and a relief is drawn instead: "
+                       << NBX::StringUtils::Utf8String2WString(problem + ": " + name));
+    if (lighting == Lighting::Relief || kind == AsyncGridTerrain::LM_None)
+        return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
     if (sun && kind == AsyncGridTerrain::LM_Light)
         throw UsageError("--light: the light of " + name +
                          " is baked; leave it out, or build it with --lighting normals");
     if (kind == AsyncGridTerrain::LM_Light)
         return {LayerKind::Shading, "light map", modulate(streamed.lightMap), {}};
-    const Sunlight light = sun.value_or(defaultSun());
-    if (kind == AsyncGridTerrain::LM_Normals)
-        return {LayerKind::Shading,
-                "light",
-                new ZMT::CORE::PerPixelTerrainLightingEffect(streamed.lightMap.get(), light.direction,
-                                                             std::min(light.ambient, s_mostAmbient)),
-                {}};
-    return makeShading(Lighting::Relief, light, streamed.terrain, *streamed.overview, exaggeration);
+    return {LayerKind::Shading,
+            "light",
+            new ZMT::CORE::PerPixelTerrainLightingEffect(streamed.lightMap.get(), light.direction,
+                                                         std::min(light.ambient, s_mostAmbient)),
+            {}};
 }
 
 GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture & opened,
                              const ImageLook & look, const ZMT::RASTER::GeoExtent & terrain) {
     if (look.opacity != 1.0 || !look.colors.text().empty())
-        throw UsageError("--opacity, --bands, --stretch and --gamma are for images, and " +
-                         shownName(locator) +
-                         " is a streaming texture; leave them out, or build it from another image");
+        throw UsageError(
+            "--opacity, --bands, --stretch and --gamma are for images, and " + shownName(locator) +
+            " is a streaming texture; leave them out, or give all but --opacity to 'zmt build texture'");
     const NBX::Bounds box = opened.texture->boundingBox();
     const Point low = box.getLLF(), high = box.getURB();
     const bool overlaps =
         low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
     if (!overlaps)
         throw DataError(shownName(locator) + ": the image lies elsewhere; choose one that covers the area");
-    return {LayerKind::Image, std::filesystem::path(shownName(locator)).filename().string(),
-            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(opened.texture).get()),
+    return {LayerKind::Image, fileNameOf(locator), makeDecal(opened.texture),
             ZMT::CORE::GeoTransformation::geo2nbxTf(box), opened.file};
 }
 
@@ -240,16 +265,20 @@ Sunlight defaultSun() {
     return {Point(-1.0, 1.2, 1.0).normalized(), 0.35};
 }
 
+NBX::SO<TiledGeoImagePyramid> openPixels(const std::string & path, const ImageLook & look,
+                                         const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt) {
+    const auto pyramid = ZMT::RASTER::GeoFile::openImage(path, wkt, look.colors);
+    checkPlace(*pyramid, terrain, path);
+    return withCoarseLevels(pyramid, path, look, wkt);
+}
+
 GroundLayer openImage(const std::string & path, const ImageLook & look,
                       const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt) {
-    auto pyramid = ZMT::RASTER::GeoFile::openImage(path, wkt, look.colors);
-    checkPlace(*pyramid, terrain, path);
-    pyramid = withCoarseLevels(pyramid, path, look, wkt);
+    auto pyramid = openPixels(path, look, terrain, wkt);
     Step step("reading " + path);
     checkContent(*pyramid, path);
     step.finish();
     if (look.opacity < 1.0) pyramid = new ZMT::RASTER::TranslucentImagePyramid(pyramid.get(), look.opacity);
     const NBX::SO<TerrainTexture> texture(new ZMT::CORE::TiledLODTexture(pyramid.get()));
-    return {LayerKind::Image, std::filesystem::path(path).filename().string(),
-            new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()), texture->boundingBox()};
+    return {LayerKind::Image, fileNameOf(path), makeDecal(texture), texture->boundingBox()};
 }

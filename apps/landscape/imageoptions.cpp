@@ -16,7 +16,7 @@ template <class Value> Value entryOf(const std::vector<Value> & list, std::size_
 void checkCount(const char * option, std::size_t given, std::size_t images) {
     if (given <= 1 || given == images) return;
     throw UsageError(std::string(option) + " was given " + std::to_string(given) + " times, and there are " +
-                     std::to_string(images) + " images; give it once, or once for each --image");
+                     std::to_string(images) + " images; give it once, or once for each image");
 }
 
 } // namespace

@@ -4,17 +4,20 @@
 
 #include "landscape.h"
 
-#include <filesystem>
-
 #include "errors.h"
 #include "terraininput.h"
 #include "vectorinput.h"
 
+#include <algorithm>
+
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
+#include <nbx/object/stringutils.h>
 #include <nbx/scene/attribute/attributecomposite.h>
 #include <nbx/scene/attribute/distantlight.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 
 namespace {
 
@@ -22,8 +25,14 @@ using Point = NBX::Vector3Base<double>;
 
 } // namespace
 
-Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & streamed) {
-    const Lighting lighting = given.lighting;
+Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & streamed)
+    : scene_(new NBX::SceneThing) {
+    readCities(given.cities, streamed);
+    if (given.terrain.empty() && !cities_.empty()) {
+        layGroundBelowCities();
+        return;
+    }
+    const Lighting lighting = given.lighting.value_or(Lighting::Relief);
     const Sunlight sun = given.light.value_or(defaultSun());
     // A window may get a built terrain later, with options that were given for rasters.
     TerrainReading how;
@@ -39,6 +48,8 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     std::vector<GroundLayer> images;
     for (std::size_t i = 0; i < options.images.size(); ++i)
         images.push_back(readImage(options.images[i], options.look.lookOf(i), streamed));
+    tracks_ = Tracks(options.tracks, reference_);
+    overlays_ = Overlays(options.overlays, reference_, extent_, streamed);
     for (const std::string & path : options.breakLines)
         if (!input.built) grid_ = stampLines(grid_, path, reference_);
     std::vector<std::vector<ZMT::CORE::PolygonTriangulation::Ring>> areas;
@@ -57,8 +68,8 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     ground_->append(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
     if (input.streamed)
-        layOn(makeStreamedShading(lighting, options.light, *streamed.terrain(options.terrain),
-                                  options.exaggeration));
+        layOn(makeStreamedShading(options.lighting, options.light, *streamed.terrain(options.terrain),
+                                  shownName(options.terrain), options.exaggeration));
     else if (lighting == Lighting::Vertex)
         lightVertices(sun);
     else
@@ -72,6 +83,67 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     for (std::size_t i = 0; i < areas.size(); ++i)
         drape(options.draped[i], areas[i], options.drapeLift);
     ground_->append(terrain_.get());
+    if (!options.plain) layVectors();
+    scene_->append(node_.get());
+    addCities();
+    if (hasOverlays_) scene_->append(overlays_.names().get());
+}
+
+/// On all that lies there, the light included.
+void Landscape::layVectors() {
+    const auto layOnTop = [this](const NBX::SO<NBX::Attribute> & effect) {
+        node_->insert(node_->objects() - 1, effect.get());
+        ++onTop_;
+    };
+    hasOverlays_ = !overlays_.empty();
+    if (hasOverlays_) layOnTop(overlays_.layOn(terrain_, exaggeration(), isStreamed_));
+    if (!tracks_.empty()) layOnTop(tracks_.layOn(terrain_, exaggeration()));
+}
+
+void Landscape::readCities(const CityOptions & options, const StreamedFiles & streamed) {
+    for (const std::string & file : options.files)
+        cities_.emplace_back(file, options, streamed.city(file));
+}
+
+CityLayer Landscape::readCity(const std::string & locator, const CityOptions & options,
+                              const StreamedFiles & streamed) const {
+    CityLayer city(locator, options, streamed.city(locator));
+    city.checkSystem(reference_, hasTerrain() ? nullptr : &cities_.front());
+    tellOutside(city, *grid_);
+    return city;
+}
+
+void Landscape::addCity(const CityLayer & city) {
+    cities_.push_back(city);
+    scene_->insert(scene_->objects() - (hasOverlays_ ? 1 : 0), city.node().get());
+    placeCities(cities_, *terrain_, exaggeration());
+}
+
+void Landscape::layGroundBelowCities() {
+    grid_ = makeGroundBelow(cities_);
+    ZMT::CORE::GeoTransformation::setNBXOrigin(grid_->origin());
+    reference_ = cities_.front().city().reference();
+    const NBX::Area all(0, 0, int(grid_->sizeX()) - 1, int(grid_->sizeY()) - 1);
+    root_ = new ZMT::CORE::GridPatch(grid_, all, grid_->boundingBox(), 0.0, 0.0, nullptr);
+    terrain_ = new ZMT::CORE::Terrain(grid_.get(), root_.get());
+    scaling_ = new ZMT::CORE::TerrainScaling(Point(1.0, 1.0, 1.0));
+    addCities();
+}
+
+void Landscape::addCities() {
+    for (const CityLayer & layer : cities_) {
+        layer.checkSystem(reference_, hasTerrain() ? nullptr : &cities_.front());
+        if (hasTerrain()) tellOutside(layer, *grid_);
+        scene_->append(layer.node().get());
+    }
+    placeCities(cities_, *terrain_, exaggeration());
+}
+
+NBX::Bounds Landscape::cityBox() const {
+    NBX::Bounds box;
+    for (const CityLayer & layer : cities_)
+        box += layer.box();
+    return box;
 }
 
 LandscapeOptions Landscape::withVectors(LandscapeOptions options, const TerrainInput & input) const {
@@ -109,6 +181,11 @@ GroundLayer Landscape::readImage(const std::string & path, const ImageLook & loo
                                  const StreamedFiles & streamed) const {
     if (const StreamedTexture * opened = streamed.texture(path))
         return layStreamedImage(path, *opened, look, extent_);
+    if (isStreamed_ && reference_.wkt.empty())
+        writeError(
+            "warning: " + shownName(path) +
+            ": is laid by its own coordinates, since the terrain has no coordinate system; put the .prj "
+            "that was built with it beside it");
     return openImage(path, look, extent_, reference_.wkt);
 }
 
@@ -119,6 +196,18 @@ std::vector<NBX::SO<ZMT::CORE::AsyncFile>> Landscape::streamedFiles() const {
     for (const GroundLayer & layer : layers_)
         if (layer.file) files.push_back(layer.file);
     return files;
+}
+
+std::vector<std::string> Landscape::changedFiles() const {
+    std::vector<std::string> names;
+    const auto add = [&names](const std::string & name) {
+        if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    };
+    for (const auto & file : streamedFiles())
+        if (file->hasChanged()) add(fileNameOf(NBX::StringUtils::WString2Utf8String(file->url())));
+    for (const CityLayer & city : cities_)
+        if (city.hasChanged()) add(fileNameOf(city.name()));
+    return names;
 }
 
 void Landscape::addImage(const GroundLayer & image) {
@@ -141,7 +230,7 @@ void Landscape::drape(const std::string & path,
     const NBX::SO<NBX::AttributeComposite> draped(new NBX::AttributeComposite);
     draped->append(drapeAreas(terrain_, areas, lift, path).get());
     ground_->append(draped.get());
-    layers_.push_back({LayerKind::Draped, std::filesystem::path(path).filename().string(), draped.get(), {}});
+    layers_.push_back({LayerKind::Draped, fileNameOf(path), draped.get(), {}});
     ++draped_;
 }
 
@@ -155,7 +244,7 @@ void Landscape::lightVertices(const Sunlight & sun) {
 }
 
 void Landscape::putBefore(NBX::RenderObj * object, unsigned above) {
-    node_->insert(node_->objects() - 1 - above, object);
+    node_->insert(node_->objects() - 1 - onTop_ - above, object);
 }
 
 double Landscape::exaggeration() const {
@@ -164,10 +253,15 @@ double Landscape::exaggeration() const {
 
 void Landscape::setExaggeration(double exaggeration) {
     scaling_->setScaling(Point(1.0, exaggeration, 1.0));
+    placeCities(cities_, *terrain_, exaggeration);
+    tracks_.setExaggeration(exaggeration);
+    if (hasOverlays_) overlays_.setExaggeration(exaggeration);
 }
 
 NBX::Bounds Landscape::box() const {
     const NBX::Bounds box = terrain_->boundingBox();
     const auto scaled = [&](const Point & p) { return Point(p.x, p.y * exaggeration(), p.z); };
-    return {scaled(box.getLLF()), scaled(box.getURB())};
+    NBX::Bounds all(scaled(box.getLLF()), scaled(box.getURB()));
+    all += cityBox();
+    return all;
 }

@@ -13,8 +13,10 @@
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
 
+#include "citylayer.h"
 #include "groundlayers.h"
 #include "landscapeoptions.h"
+#include "overlays.h"
 #include "terraininput.h"
 #include "viewpoint.h"
 
@@ -33,6 +35,13 @@ public:
     /// Lays what `readImage` gave on all other images, below what is draped and a shading that images have.
     void addImage(const GroundLayer & image);
 
+    /// A city for it, read from what `CityLayer` takes; nothing is changed. Throws as that, and where it is
+    /// in another system.
+    CityLayer readCity(const std::string & locator, const CityOptions & options,
+                       const StreamedFiles & streamed = {}) const;
+    /// Adds what `readCity` gave. There is a terrain.
+    void addCity(const CityLayer & city);
+
     /// How its map coordinates are to be understood.
     const ZMT::RASTER::GeoReference & reference() const { return reference_; }
     /// The heights; coarse ones of a terrain that streams.
@@ -42,11 +51,16 @@ public:
     /// What is read while it is looked at: of the terrain, then of its layers. On the thread that opened
     /// them.
     std::vector<NBX::SO<ZMT::CORE::AsyncFile>> streamedFiles() const;
+    /// The names, without folders, of those and of cities in the place of which others lie now. On that
+    /// thread.
+    std::vector<std::string> changedFiles() const;
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
     /// The root of the terrain's tree; null where it is chunked.
     NBX::SO<ZMT::CORE::GeometryPatch> tree() const { return isChunked_ ? nullptr : root_; }
     /// The content of the scene, without a camera.
-    const NBX::SO<NBX::SceneThing> & node() const { return node_; }
+    const NBX::SO<NBX::SceneThing> & node() const {
+        return cities_.empty() && !hasOverlays_ ? node_ : scene_;
+    }
     /// How long the terrain took to build.
     double buildMilliseconds() const { return buildMilliseconds_; }
 
@@ -66,7 +80,32 @@ public:
     /// Where the last of the images lies; undefined without one.
     const NBX::Bounds & interest() const { return interest_; }
     /// For `findViewpoint`: a close-up is to show the last of the images.
-    ViewedGround viewedGround() const { return {*grid_, *terrain_, reference_, exaggeration(), interest_}; }
+    ViewedGround viewedGround() const {
+        return {*grid_,
+                *terrain_,
+                reference_,
+                exaggeration(),
+                interest_,
+                cityBox(),
+                hasTerrain() ? "" : cities_.front().name()};
+    }
+    /// Textured models, which are read while they are looked at.
+    const std::vector<CityLayer> & cities() const { return cities_; }
+    std::vector<CityLayer> & cities() { return cities_; }
+    /// Vector files on the ground.
+    const Overlays & overlays() const { return overlays_; }
+    Overlays & overlays() { return overlays_; }
+    const Tracks & tracks() const { return tracks_; }
+    Tracks & tracks() { return tracks_; }
+    /// Finds what moves, and what stands upright, in a picture before it is drawn; see `Overlays::prepare`.
+    bool prepare(const NBX::Camera & camera, unsigned width, unsigned height, bool atOnce) {
+        tracks_.prepare(camera, height);
+        return overlays_.prepare(camera, width, height, atOnce);
+    }
+    /// False for cities alone, below which lies level ground that is not drawn.
+    bool hasTerrain() const { return bool(node_); }
+    /// Whether anything of it is read while it is looked at.
+    bool isReadWhileShown() const { return !cities_.empty() || !streamedFiles().empty(); }
 
 private:
     /// Sorts `options.vectors` into break lines and what is draped.
@@ -77,7 +116,14 @@ private:
     void layImage(const GroundLayer & image);
     void drape(const std::string & path, const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas,
                double lift);
+    void layVectors();
     void lightVertices(const Sunlight & sun);
+    void readCities(const CityOptions & options, const StreamedFiles & streamed);
+    /// Stands in the place of a terrain.
+    void layGroundBelowCities();
+    /// To the scene, once the ground is known.
+    void addCities();
+    NBX::Bounds cityBox() const;
     /// In front of the ground and the last `above` objects before it.
     void putBefore(NBX::RenderObj * object, unsigned above = 0);
 
@@ -87,14 +133,20 @@ private:
     NBX::SO<ZMT::CORE::Terrain> terrain_;
     NBX::SO<ZMT::CORE::GeometryPatch> root_; ///< a terrain may merely watch it
     NBX::SO<ZMT::CORE::TerrainScaling> scaling_;
+    NBX::SO<NBX::SceneThing> scene_; ///< `node_`, cities, and the names of overlays
     NBX::SO<NBX::SceneThing> node_;
     NBX::SO<NBX::SceneThing> ground_; ///< the last in `node_`: the scaling, what is draped, the terrain
     std::vector<GroundLayer> layers_;
+    std::vector<CityLayer> cities_;
+    Overlays overlays_;
+    Tracks tracks_;
     unsigned draped_ = 0; ///< the last layers, which stand in `ground_`
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
     double geometryErrorFactor_ = 1.0;
     bool isStreamed_ = false;
+    bool hasOverlays_ = false;
+    unsigned onTop_ = 0;          ///< effects of overlays and tracks, the last ones in front of the ground
     bool isShadingOnTop_ = false; ///< the last layer is the shading
     bool isChunked_ = false;
 };

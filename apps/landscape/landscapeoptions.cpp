@@ -43,6 +43,24 @@ void checkStreamedOptions(const LandscapeOptions & options) {
                          " is a streaming terrain; leave it out, or give the raster");
 }
 
+/// What lies on a terrain.
+void checkBareCities(const LandscapeOptions & options) {
+    const char * given = !options.images.empty()                 ? "--image"
+                         : !options.overlays.empty()             ? "--overlay"
+                         : !options.tracks.files.empty()         ? "--track"
+                         : !options.breakLines.empty()           ? "--breaklines"
+                         : !options.draped.empty()               ? "--drape"
+                         : options.fillVoids                     ? "--fill-voids"
+                         : !options.crs.empty()                  ? "--crs"
+                         : options.lighting                      ? "--lighting"
+                         : options.light                         ? "--light"
+                         : options.method != TerrainMethod::Auto ? "--method"
+                         : options.tree.maxVertices              ? "--max-vertices"
+                         : options.exaggeration != 1.0           ? "--exaggeration"
+                                                                 : nullptr;
+    if (given) throw UsageError(std::string(given) + " needs a terrain; give --terrain, or leave it out");
+}
+
 } // namespace
 
 void checkLandscape(const LandscapeOptions & options) {
@@ -59,6 +77,9 @@ void checkLandscape(const LandscapeOptions & options) {
         throw UsageError(
             "--breaklines needs triangles of any shape, which chunked terrains do not have; give "
             "--method tree");
+    checkCityOptions(options.cities);
+    checkTrackOptions(options.tracks);
+    if (options.terrain.empty() && !options.cities.files.empty()) return checkBareCities(options);
     if (isStreamedTerrain(options.terrain)) return checkStreamedOptions(options);
     if (!isBuiltTerrain(options.terrain)) return;
     checkBuiltOptions(options.terrain, options.tree, {.fillVoids = options.fillVoids, .crs = options.crs});
@@ -66,6 +87,11 @@ void checkLandscape(const LandscapeOptions & options) {
                          : !options.breakLines.empty()            ? "--breaklines"
                                                                   : nullptr;
     if (given) throw UsageError(notForBuilt(given, options.terrain));
+}
+
+std::string mainFile(const LandscapeOptions & options) {
+    const auto & cities = options.cities.files;
+    return !options.terrain.empty() || cities.empty() ? options.terrain : cities.front();
 }
 
 std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
@@ -80,5 +106,13 @@ std::vector<NamedFile> inputFiles(const LandscapeOptions & options) {
         files.push_back({"--drape", path});
     for (const std::string & path : options.vectors)
         files.push_back({"FILE", path});
+    for (const std::string & path : options.cities.files)
+        files.push_back({"--city", path});
+    for (const std::string & path : options.tracks.files)
+        files.push_back({"--track", path});
+    for (const OverlayOptions & overlay : options.overlays) {
+        files.push_back({"--overlay", overlay.file});
+        if (isStyleFile(overlay.style)) files.push_back({"--style", overlay.style});
+    }
     return files;
 }

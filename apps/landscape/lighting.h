@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include <nbx/math/vector3base.h>
+
 /// How a terrain is lit.
 enum class Lighting {
     Relief,  ///< a shading of the heights, one texel a vertex at most
@@ -12,3 +14,12 @@ enum class Lighting {
 
 /// relief, vertex, static or dynamic. Throws `UsageError`.
 Lighting parseLighting(const std::string & text);
+
+/// Light from far away.
+struct Sunlight {
+    NBX::Vector3Base<double> direction; ///< towards the sun, in scene coordinates, of length 1
+    double ambient;                     ///< share of the light that comes from everywhere, 0 to 1
+};
+
+/// AZIMUTH,ELEVATION[,AMBIENT]: degrees clockwise from north, degrees above the horizon. Throws `UsageError`.
+Sunlight parseSunlight(const std::string & text);

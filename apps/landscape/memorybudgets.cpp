@@ -1,9 +1,13 @@
 #include "memorybudgets.h"
 
+#include <malloc.h>
+
 #include "errors.h"
+#include "overlays.h"
 
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/engine/mainmemorymanager.h>
+#include <zmt/core/texturedtriangles/tttmemorycontroller.h>
 
 void checkMemoryBudgets(const MemoryBudgets & budgets) {
     const auto check = [](const char * option, unsigned mebibytes) {
@@ -13,14 +17,26 @@ void checkMemoryBudgets(const MemoryBudgets & budgets) {
     };
     check("--memory", budgets.main);
     check("--graphics-memory", budgets.graphics);
+    check("--city-memory", budgets.city);
+    check("--texture-memory", budgets.overlay);
 }
 
 MemoryBudgets presentMemoryBudgets() {
     return {.main = NBX::MainMemoryManager::instance()->getBudget() >> 20U,
-            .graphics = NBX::GraphicsMemoryManager::instance()->getBudget() >> 20U};
+            .graphics = NBX::GraphicsMemoryManager::instance()->getBudget() >> 20U,
+            .city = unsigned(ZMT::CORE::TTTMemoryController::getMaxTextureMemory() >> 20U),
+            .overlay = Overlays::textureMemory()};
 }
 
 void applyMemoryBudgets(const MemoryBudgets & budgets) {
     NBX::MainMemoryManager::instance()->setBudget(budgets.main << 20U);
     NBX::GraphicsMemoryManager::instance()->setBudget(budgets.graphics << 20U);
+    Overlays::setTextureMemory(budgets.overlay);
+    ZMT::CORE::TTTMemoryController::setMaxTextureMemory(std::uint64_t{budgets.city} << 20U);
+}
+
+void giveMemoryBack() {
+    // Pictures and vertices of tiles, and what drivers make for a draw, are larger.
+    constexpr int smallestBlock = 48 << 10;
+    mallopt(M_MMAP_THRESHOLD, smallestBlock);
 }

@@ -6,6 +6,8 @@ struct MemoryBudgets {
 
     unsigned main = 512;     ///< heights and images
     unsigned graphics = 256; ///< buffers and textures
+    unsigned city = 1024;    ///< textures of cities, decoded and on the card
+    unsigned overlay = 256;  ///< textures of overlays
 };
 
 /// Throws `UsageError` for what is not from 1 to `s_largest`.
@@ -14,3 +16,8 @@ void checkMemoryBudgets(const MemoryBudgets & budgets);
 void applyMemoryBudgets(const MemoryBudgets & budgets);
 /// What those have.
 MemoryBudgets presentMemoryBudgets();
+
+/// What is let go of goes back to the system, which costs a little time: for programs that stream for hours.
+/// By default the heap keeps room for it, in pieces that are ever harder to use again. Before anything is
+/// drawn.
+void giveMemoryBack();

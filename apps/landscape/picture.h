@@ -16,6 +16,7 @@
 struct AllowedErrors {
     double geometry = 3.0;
     double texture = 2.0;
+    bool isGeometryAsked = false; ///< the first is not the usual one
 };
 
 /// Throws `UsageError`.
@@ -27,7 +28,7 @@ struct Frames {
     double lastMilliseconds = 0.0;
     /// Patches, or tiles of streaming terrains.
     ZMT::CORE::PatchInspectorGL::Statistics drawn;
-    /// Tiles of streaming terrains that were wanted and not there.
+    /// Tiles of streaming terrains and textures that were wanted and not there.
     unsigned missingTiles = 0;
 
     /// Calls `draw`, which draws one more.

@@ -21,7 +21,8 @@ bool isRemark(const NBX::ErrorReport & report) {
 
 bool isWarning(const NBX::ErrorReport & report) {
     return isRemark(report) || report.condition == L"needed <= getBudget()" ||
-           report.condition == L"projection";
+           report.condition == L"projection" || report.condition == L"light map" ||
+           report.condition == L"texture format" || report.condition == L"texData";
 }
 
 } // namespace

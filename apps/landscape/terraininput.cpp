@@ -1,3 +1,6 @@
+// From a file to heights in memory: the kind of the file, then its system and unit, its size, its range; each
+// is refused or told before the long work that it would spoil.
+
 #include "terraininput.h"
 
 #include "errors.h"
@@ -11,9 +14,9 @@
 #include <thread>
 #include <vector>
 
-#include <nbx/data/file.h>
 #include <nbx/data/objectloader.h>
-#include <nbx/data/objectstreamreader.h>
+#include <nbx/io/modelfile.h>
+#include <nbx/object/exception.h>
 #include <nbx/object/nbxtime.h>
 #include <nbx/object/progress.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
@@ -60,22 +63,12 @@ void checkSize(const ZMT::RASTER::RasterFile & file, const std::string & path) {
 }
 
 /// Heights of terrains are metres, as their plan is.
-void toMetres(ZMT::RASTER::SimpleRasterData<float> & heights, const std::string & unit,
-              const std::string & path) {
-    const auto metres = ZMT::RASTER::HeightUnit::metres(unit);
-    if (!metres)
-        writeError("warning: " + path +
-                   ": the unit of its heights is not known, and taken for metres: " + unit);
-    else if (*metres != 1.0)
-        ZMT::RASTER::HeightUnit::scale(heights, *metres);
+void toMetres(ZMT::RASTER::SimpleRasterData<float> & heights, const std::string & unit) {
+    const double metres = ZMT::RASTER::HeightUnit::metres(unit).value_or(1.0);
+    if (metres != 1.0) ZMT::RASTER::HeightUnit::scale(heights, metres);
 }
 
-/// Numbers that no landscape has are told: most often a value for no data that the file does not name, or a
-/// wrong unit.
-void tellAbsurd(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoReference & reference,
-                const std::string & path) {
-    constexpr double mostHeight = 30'000.0; // above and below all mountains and trenches of planets
-    constexpr double leastCell = 1e-3, mostCell = 1e6;
+void tellAbsurdHeightsOf(const ZMT::RASTER::RasterData & raster, const std::string & path) {
     double low = 0.0, high = 0.0;
     std::vector<double> row(raster.cellsX());
     for (unsigned y = 0; y < raster.cellsY(); ++y) {
@@ -86,17 +79,7 @@ void tellAbsurd(const ZMT::RASTER::RasterData & raster, const ZMT::RASTER::GeoRe
             high = std::max(high, height);
         }
     }
-    char text[160];
-    if (low < -mostHeight || high > mostHeight) {
-        std::snprintf(text, sizeof text, "has heights of %.6g m; check its no-data value and unit",
-                      high > mostHeight ? high : low);
-        writeError("warning: " + path + ": " + text);
-    }
-    const auto isAbsurd = [](double cell) { return cell < leastCell || cell > mostCell; };
-    if (!reference.isGeoreferenced || !(isAbsurd(raster.cellSizeX()) || isAbsurd(raster.cellSizeY()))) return;
-    std::snprintf(text, sizeof text, "has cells of %.6g by %.6g m; check its coordinates and their system",
-                  raster.cellSizeX(), raster.cellSizeY());
-    writeError("warning: " + path + ": " + text);
+    tellAbsurdHeights(low, high, path);
 }
 
 double unknownShare(const ZMT::RASTER::RasterData & raster) {
@@ -110,13 +93,28 @@ double unknownShare(const ZMT::RASTER::RasterData & raster) {
     return unknown / (double(raster.cellsX()) * raster.cellsY());
 }
 
+/// A way out for a raster in degrees, whose sides are straight in every cylindrical system: the one that is
+/// true to scale in its middle. For others there is none.
+std::string cylindricalSystemFor(const ZMT::RASTER::GeoRaster & raster) {
+    if (!raster.reference.isGeographic) return "another system by --crs";
+    constexpr double nearestToPole = 89.0; // there all is one point
+    const double longitude = (raster.raster->minX() + raster.raster->maxX()) * 0.5;
+    const double latitude = (raster.raster->minY() + raster.raster->maxY()) * 0.5;
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "a system where they are: --crs \"+proj=eqc +lat_ts=%.3g +lon_0=%.4g +datum=WGS84\"",
+                  std::clamp(latitude, -nearestToPole, nearestToPole), longitude);
+    return text;
+}
+
 /// Beside a raster in degrees that is near a pole, or turned, its new system has room without heights.
-void tellWedges(double share, const ZMT::RASTER::GeoReference & system, const std::string & path) {
+void tellWedges(double share, const ZMT::RASTER::GeoReference & system, const std::string & wayOut,
+                const std::string & path) {
     constexpr double mostShare = 0.1;
     if (share <= mostShare) return;
     writeError("warning: " + path + ": its sides are not straight in " + system.name + ", so that " +
-               std::to_string(std::lround(share * 100.0)) +
-               " % of the terrain have no heights; --crs chooses another system");
+               std::to_string(std::lround(share * 100.0)) + " % of the terrain have no heights; choose " +
+               wayOut);
 }
 
 /// In the system `crs`, or without one in any that is in metres.
@@ -133,6 +131,7 @@ ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string
         return raster;
     }
     const double unknownBefore = unknownShare(*raster.raster);
+    const std::string wayOut = cylindricalSystemFor(raster);
     NBX::Progress warping(crs.empty() ? "warping to metres" : "warping to the system of --crs");
     raster =
         crs.empty() ? RasterWarp::toMetric(raster, &warping) : RasterWarp::toSystem(raster, crs, &warping);
@@ -141,17 +140,43 @@ ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string
     if (!crs.empty() && !hasHeights(*raster.raster))
         throw DataError(path + ": has no height where --crs has coordinates; choose a system for its area");
     checkTerrain(*raster.raster, path);
-    if (crs.empty()) tellWedges(unknownShare(*raster.raster) - unknownBefore, raster.reference, path);
+    if (crs.empty()) tellWedges(unknownShare(*raster.raster) - unknownBefore, raster.reference, wayOut, path);
     return raster;
 }
 
 } // namespace
 
+void tellWhatIsTaken(unsigned bands, const std::string & heightUnit, const std::string & path) {
+    if (bands > 1)
+        writeError("warning: " + path + ": has " + std::to_string(bands) +
+                   " bands, of which the first is taken as heights; give another one as a file of its own");
+    if (!ZMT::RASTER::HeightUnit::metres(heightUnit))
+        writeError("warning: " + path +
+                   ": the unit of its heights is not known, and taken for metres: " + heightUnit);
+}
+
+void tellAbsurdHeights(double low, double high, const std::string & path) {
+    constexpr double most = 30'000.0; // above and below all mountains and trenches of planets
+    if (low >= -most && high <= most) return;
+    char text[160];
+    std::snprintf(text, sizeof text, "has heights of %.6g m; check its no-data value and unit",
+                  high > most ? high : low);
+    writeError("warning: " + path + ": " + text);
+}
+
+void tellAbsurdCells(double sizeX, double sizeY, const ZMT::RASTER::GeoReference & reference,
+                     const std::string & path) {
+    constexpr double least = 1e-3, most = 1e6;
+    const auto isAbsurd = [](double size) { return size < least || size > most; };
+    if (!reference.isGeoreferenced || !(isAbsurd(sizeX) || isAbsurd(sizeY))) return;
+    char text[160];
+    std::snprintf(text, sizeof text, "has cells of %.6g by %.6g m; check its coordinates and their system",
+                  sizeX, sizeY);
+    writeError("warning: " + path + ": " + text);
+}
+
 bool isBuiltTerrain(const std::string & path) {
-    if (!NBX::File::isFile(path)) return false;
-    NBX::File file(path);
-    std::uint8_t start[8];
-    return NBX::ObjectStreamReader::hasMagic(start, file.read(start, sizeof start));
+    return BuiltTerrain::isFile(path);
 }
 
 NBX::SO<BuiltTerrain> readBuiltTerrain(const std::string & path) {
@@ -192,27 +217,38 @@ TerrainInput readTerrain(const std::string & path, const TerrainReading & how,
     return input;
 }
 
+std::unique_ptr<ZMT::RASTER::RasterFile> openHeights(const std::string & path) {
+    try {
+        return ZMT::RASTER::GeoFile::openHeights(path);
+    } catch (const NBX::FileNotFoundException &) {
+        throw;
+    } catch (const NBX::InputException &) {
+        if (!NBX::ModelFile::recognizes(path)) throw;
+        throw DataError(path + ": is a model, and no terrain; make a city of it with 'zmt build city'");
+    }
+}
+
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
     NBX::Progress reading("reading " + path);
-    const auto file = ZMT::RASTER::GeoFile::openHeights(path);
+    const auto file = openHeights(path);
     checkSize(*file, path);
     ZMT::RASTER::GeoRaster raster = file->read(0, &reading);
     if (!raster.raster) throw DataError("cancelled");
     reading.finish();
-    if (file->bands() > 1)
-        writeError("warning: " + path + ": has " + std::to_string(file->bands()) +
-                   " bands, of which the first is taken as heights; give another one as a file of its own");
+    tellWhatIsTaken(file->bands(), file->heightUnit(), path);
     checkTerrain(*raster.raster, path);
-    toMetres(*raster.raster, file->heightUnit(), path);
+    toMetres(*raster.raster, file->heightUnit());
     if (how.fillVoids) {
         NBX::Progress filling("filling voids");
         raster.raster = ZMT::RASTER::RasterVoids::fill(raster.raster, &filling);
         if (!raster.raster) throw DataError("cancelled");
         filling.finish();
     }
+    tellAbsurdHeightsOf(*raster.raster, path);
+    // Cells may be in degrees.
     if (how.native) return raster;
     raster = inMetres(raster, how.crs, path);
-    tellAbsurd(*raster.raster, raster.reference, path);
+    tellAbsurdCells(raster.raster->cellSizeX(), raster.raster->cellSizeY(), raster.reference, path);
     return raster;
 }
 

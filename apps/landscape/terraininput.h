@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <nbx/object/so.h>
@@ -7,15 +8,30 @@
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/builtterrain.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/georaster.h>
 
 #include "streamedfiles.h"
 #include "terrainoptions.h"
 
+/// `ZMT::RASTER::GeoFile::openHeights`; throws `DataError` for a model, which says what to do with it.
+std::unique_ptr<ZMT::RASTER::RasterFile> openHeights(const std::string & path);
+
 /// Reads a height raster for a terrain. Unless told otherwise, one that is not in metres is warped to a
 /// system that is, and heights in other units become metres. Throws `DataError`, or what the raster layer
 /// throws, when it cannot be a terrain.
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how = {});
+
+// What may be wrong with heights, though they can be a terrain: each tells it in a line.
+
+/// Several bands, of which the first is taken, and a unit that is not known.
+void tellWhatIsTaken(unsigned bands, const std::string & heightUnit, const std::string & path);
+/// Heights that no landscape has: most often a value for no data that the file does not name, or a wrong
+/// unit.
+void tellAbsurdHeights(double low, double high, const std::string & path);
+/// Cells of a size, in metres, that no landscape has.
+void tellAbsurdCells(double sizeX, double sizeY, const ZMT::RASTER::GeoReference & reference,
+                     const std::string & path);
 
 /// The heights of a terrain, with its tree where the file has one.
 struct TerrainInput {

@@ -11,21 +11,25 @@ namespace {
 
 constexpr unsigned s_mostThreads = 1024;
 
-ZMT::RASTER::GeoReference parseSystem(const std::string & text) {
+ZMT::RASTER::GeoReference parseSystem(const std::string & option, const std::string & text) {
     try {
         return ZMT::RASTER::CoordinateSystem::parse(text);
     } catch (const NBX::InputException & error) {
-        throw UsageError(std::string("--crs: ") + error.what());
+        throw UsageError(option + ": " + error.what());
     }
 }
 
 } // namespace
 
 std::string parseCrs(const std::string & text) {
-    const ZMT::RASTER::GeoReference system = parseSystem(text);
+    return parseSystemOf("--crs", text);
+}
+
+std::string parseSystemOf(const std::string & option, const std::string & text) {
+    const ZMT::RASTER::GeoReference system = parseSystem(option, text);
     if (system.isGeographic || std::abs(system.unit - 1.0) > 1e-9)
-        throw UsageError("--crs must be a map system in metres, and the unit of " + system.name + " is the " +
-                         system.unitName + "; choose another one, such as a UTM zone");
+        throw UsageError(option + " must be a map system in metres, and the unit of " + system.name +
+                         " is the " + system.unitName + "; choose another one, such as a UTM zone");
     return system.wkt;
 }
 

@@ -12,6 +12,8 @@ struct TerrainReading {
 
 /// WKT of a system in metres, by its number, such as EPSG:32645, or itself. Throws `UsageError`.
 std::string parseCrs(const std::string & text);
+/// The same for another option.
+std::string parseSystemOf(const std::string & option, const std::string & text);
 
 /// How a tree is built, as far as it was told.
 struct TreeOptions {

@@ -1,3 +1,6 @@
+// Texts and names of views become an eye and an aim. What is given in map coordinates goes to scene
+// coordinates first, where heights are exaggerated; all geometry is done there.
+
 #include "viewpoint.h"
 
 #include "errors.h"
@@ -22,7 +25,10 @@ using Point = NBX::Vector3Base<double>;
 constexpr unsigned s_largestSide = 16384;
 /// No map is larger, in whatever unit; what is much larger is lost among the numbers of the scene.
 constexpr double s_largestCoordinate = 1e12;
-constexpr double s_steepest = 89.999; ///< degrees; straight down nothing is up
+constexpr double s_steepest = 89.999;    ///< degrees; straight down nothing is up
+constexpr double s_overviewPitch = 35.0; ///< degrees below the horizon
+constexpr double s_overviewMargin =
+    0.03; ///< of half the picture, on the sides that the ground comes nearest to
 
 double radians(double degrees) {
     return degrees * (std::numbers::pi / 180.0);
@@ -37,19 +43,18 @@ std::string text(double number) {
 /// Where to stand for a view, in scene coordinates with the heights exaggerated.
 class ViewpointFinder {
 public:
-    explicit ViewpointFinder(const ViewedGround & ground)
-        : ground_(ground), offset_(ZMT::CORE::LocalFrame(ground.grid.origin()).originInScene()) {
+    explicit ViewpointFinder(const ViewedGround & ground, double aspect = 1.0)
+        : ground_(ground), aspect_(aspect),
+          offset_(ZMT::CORE::LocalFrame(ground.grid.origin()).originInScene()) {
         const NBX::Bounds sceneBox =
             ZMT::CORE::LocalFrame(ground.grid.origin()).toScene(ground.grid.boundingBox());
         box_ = NBX::Bounds(scaled(sceneBox.getLLF()), scaled(sceneBox.getURB()));
+        box_ += ground.models;
         size_ = std::max(box_.diagonal().x, box_.diagonal().z);
     }
 
     Viewpoint find(const View & view) const {
-        if (view.isLonLat && ground_.reference.wkt.empty())
-            throw UsageError(
-                "--lonlat needs a terrain with a coordinate system, and this one has none; leave "
-                "it out, and give map coordinates");
+        if (view.isLonLat && ground_.reference.wkt.empty()) throwNoSystem();
         if (!view.coordinates) return named(view.name);
         return given(view.isLonLat ? inMapCoordinates(view) : view);
     }
@@ -62,6 +67,15 @@ public:
     }
 
 private:
+    [[noreturn]] void throwNoSystem() const {
+        if (!ground_.city.empty())
+            throw UsageError("--lonlat: " + ground_.city +
+                             " has no coordinate system; give map coordinates without --lonlat, or build it "
+                             "with --system");
+        throw UsageError("--lonlat needs a terrain with a coordinate system, and this one has none; leave "
+                         "it out, and give map coordinates");
+    }
+
     Point scaled(const Point & p) const { return {p.x, p.y * ground_.exaggeration, p.z}; }
 
     /// A view whose places are longitudes and latitudes.
@@ -113,9 +127,31 @@ private:
         const Point centre = box_.center();
         if (name == View::Name::North)
             return {Point(centre.x, box_.getURB().y + size_ * 1.25, centre.z), centre};
-        if (name == View::Name::CloseUp) return closeUp();
-        return {centre + Point(size_ * 0.12, size_ * 0.66 + box_.diagonal().y, -size_ * 1.05),
-                centre - Point(0.0, 0.0, size_ * 0.12)};
+        return name == View::Name::CloseUp ? closeUp() : overview();
+    }
+
+    /// From the south, as near as all of the box is in the picture.
+    Viewpoint overview() const {
+        const double pitch = radians(s_overviewPitch);
+        const Point forward(0.0, -std::sin(pitch), std::cos(pitch));
+        const Point up(0.0, std::cos(pitch), std::sin(pitch));
+        const double slopeUp = (1.0 - s_overviewMargin) * std::tan(radians(s_fieldOfView / 2.0));
+        const double slopeAside = slopeUp * aspect_;
+        const Point centre = box_.center();
+        const Point half = box_.diagonal() * 0.5;
+        // How far the sides of the view have to be moved, for a view from the centre, until no corner lies
+        // outside. East and west are alike.
+        double above = 0.0, below = 0.0, aside = 0.0;
+        for (const double y : {-half.y, half.y})
+            for (const double z : {-half.z, half.z}) {
+                const Point corner(half.x, y, z);
+                above = std::max(above, corner.dot(up) - slopeUp * corner.dot(forward));
+                below = std::max(below, -corner.dot(up) - slopeUp * corner.dot(forward));
+                aside = std::max(aside, corner.x - slopeAside * corner.dot(forward));
+            }
+        const double back = std::max((above + below) / (2.0 * slopeUp), aside / slopeAside);
+        const Point aim = centre + up * ((above - below) / 2.0);
+        return {aim - forward * back, aim};
     }
 
     /// Over a slope, looking at the highest place around which all heights are known.
@@ -145,6 +181,7 @@ private:
     }
 
     const ViewedGround & ground_;
+    double aspect_;
     Point offset_; ///< from coordinates of the grid to the scene
     NBX::Bounds box_;
     double size_;
@@ -200,6 +237,13 @@ View parseDirection(const std::string & text) {
     return view;
 }
 
+bool isStraightDown(const View & view) {
+    if (!view.coordinates) return view.name == View::Name::North;
+    if (view.direction) return view.direction->pitch > s_steepest;
+    const auto & c = *view.coordinates;
+    return c[0] == c[3] && c[1] == c[4];
+}
+
 } // namespace
 
 View parseView(const std::string & text) {
@@ -220,8 +264,8 @@ PictureSize parsePictureSize(const std::string & text) {
     return {width, height};
 }
 
-Viewpoint findViewpoint(const View & view, const ViewedGround & ground) {
-    return ViewpointFinder(ground).find(view);
+Viewpoint findViewpoint(const View & view, const ViewedGround & ground, double aspect) {
+    return ViewpointFinder(ground, aspect).find(view);
 }
 
 void tellBuriedEye(const Viewpoint & viewpoint, const ViewedGround & ground) {
@@ -230,6 +274,12 @@ void tellBuriedEye(const Viewpoint & viewpoint, const ViewedGround & ground) {
     if (!surface || !(viewpoint.eye.y < *surface)) return;
     writeError("warning: --view: the eye is " + text((*surface - viewpoint.eye.y) / ground.exaggeration) +
                " m under the ground; give its height as +METRES, which count from the ground");
+}
+
+void tellUnseenErrors(const View & view, const AllowedErrors & errors) {
+    if (!errors.isGeometryAsked || errors.geometry == 0.0 || !isStraightDown(view)) return;
+    writeError("warning: --geometry-error: heights may be wrong by so much upright, which does not show from "
+               "straight above; only 0 gives more detail there");
 }
 
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box) {

@@ -11,8 +11,12 @@
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/georeference.h>
 
+#include "picture.h"
+
 struct PictureSize {
     unsigned width, height;
+
+    double aspect() const { return double(width) / height; }
 };
 
 /// WIDTHxHEIGHT in pixels. Throws `UsageError`.
@@ -20,7 +24,7 @@ PictureSize parsePictureSize(const std::string & text);
 
 struct View {
     enum class Name {
-        Overview, ///< from the south
+        Overview, ///< all of it, from the south
         CloseUp,  ///< of the highest place
         North,    ///< straight down, north up
     };
@@ -60,13 +64,17 @@ struct ViewedGround {
     const ZMT::RASTER::GeoReference & reference; ///< of its map coordinates
     double exaggeration;                         ///< of its heights
     NBX::Bounds interest; ///< what a close-up should show, in scene coordinates; undefined for no preference
+    NBX::Bounds models = {}; ///< what stands on it, in scene coordinates; undefined for nothing
+    std::string city = {};   ///< whose system it is where there is no terrain
 };
 
-/// The viewpoint for `view`. Throws `UsageError` for a place that the ground's system has no coordinates for,
-/// or that has no ground where heights count from it.
-Viewpoint findViewpoint(const View & view, const ViewedGround & ground);
+/// The viewpoint for `view`, in a picture whose width is `aspect` times its height. Throws `UsageError` for a
+/// place that the ground's system has no coordinates for, or that has no ground where heights count from it.
+Viewpoint findViewpoint(const View & view, const ViewedGround & ground, double aspect);
 /// A line on the standard error stream where the eye is under the ground.
 void tellBuriedEye(const Viewpoint & viewpoint, const ViewedGround & ground);
+/// The same where an error of the geometry was asked for, and `view` is straight down, so that none shows.
+void tellUnseenErrors(const View & view, const AllowedErrors & errors);
 
 /// A camera that sees all of `box`, the scene's, as far as it lies in front.
 NBX::SO<NBX::Camera> makeCamera(const Viewpoint & viewpoint, const NBX::Bounds & box);

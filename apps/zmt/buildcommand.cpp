@@ -1,3 +1,6 @@
+// "build pyramid" and "build tree", which read a file whole or by windows and write one; and the frame of all
+// "build" commands. Those of streaming files have a source of their own.
+
 #include "commands.h"
 
 #include <cctype>
@@ -14,15 +17,18 @@
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
 #include "landscape/vectorinput.h"
+#include "treefilesize.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
 #include <nbx/data/objectstreamwriter.h>
 #include <nbx/image/image.h>
 #include <nbx/math/color.h>
+#include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
 #include <zmt/core/terrain/geometry/view/builtterrain.h>
+#include <zmt/raster/gdal/geofile.h>
 #include <zmt/raster/gdal/imagefilepyramid.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/tiledgeoimage.h>
@@ -116,13 +122,27 @@ void checkMask(const PyramidOptions & options) {
                      CompressedTexture::formatName(withAlpha(*options.format)) + ", or leave --format out");
 }
 
+/// What is no image for GDAL is told by what it is.
+NBX::SO<ZMT::RASTER::ImageFilePyramid> openFile(const PyramidOptions & options) {
+    using ZMT::RASTER::GeoFile;
+    const ZMT::RASTER::ImageColors colors = options.look.lookOf(0).colors;
+    try {
+        return new ZMT::RASTER::ImageFilePyramid(options.image, "", colors);
+    } catch (const NBX::InputException &) {
+        GeoFile::openImage(options.image, "", colors);
+        const ZMT::RASTER::GeoFileFormat * format = GeoFile::formatOf(options.image);
+        if (!format) throw;
+        throw DataError(options.image + ": is " + format->name() +
+                        " already; choose the image that it was built from");
+    }
+}
+
 void buildPyramid(const PyramidOptions & options) {
     checkMask(options);
     checkImageOptions(options.look, 1);
     checkOutputs({{"IMAGE", options.image}},
                  {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
-    const NBX::SO<ZMT::RASTER::ImageFilePyramid> image(
-        new ZMT::RASTER::ImageFilePyramid(options.image, "", options.look.lookOf(0).colors));
+    const NBX::SO<ZMT::RASTER::ImageFilePyramid> image = openFile(options);
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
     const bool written = CompressedTexture::create(
         finest, NBX::StringUtils::Utf8String2WString(options.out), formatOf(*finest, options),
@@ -162,16 +182,6 @@ struct TreeBuildOptions {
     std::vector<std::string> breakLines;
 };
 
-/// What cannot be stored is noticed before the long work.
-void checkFileSize(const ZMT::CORE::GridData & grid, const TreeBuildOptions & options) {
-    const unsigned maxVertices = options.tree.maxVertices.value_or(TreeOptions::s_maxVertices);
-    const std::uint64_t bytes =
-        ZMT::CORE::BuiltTerrain::expectedBytes(grid.sizeX(), grid.sizeY(), maxVertices);
-    if (bytes <= UINT32_MAX) return;
-    throw DataError(options.heights + ": its tree would take " + std::to_string((bytes >> 30) + 1) +
-                    " GiB, and a file holds 4; give a smaller raster or fewer --max-vertices");
-}
-
 void buildTreeFile(const TreeBuildOptions & options) {
     checkTreeOptions(options.tree);
     if (isBuiltTerrain(options.heights)) throw UsageError(options.heights + " is built; give the heights");
@@ -182,16 +192,19 @@ void buildTreeFile(const TreeBuildOptions & options) {
     NBX::AtomicFileWriter out(options.out);
     const auto raster = readTerrainRaster(options.heights, options.reading);
     auto grid = makeGrid(raster);
-    checkFileSize(*grid, options);
-    for (const std::string & path : options.breakLines)
+    // What cannot be stored is noticed before the long work.
+    const unsigned maxVertices = options.tree.maxVertices.value_or(TreeOptions::s_maxVertices);
+    checkTreeFileSize(options.heights, *grid, maxVertices);
+    for (const std::string & path : options.breakLines) {
         grid = stampLines(grid, path, raster.reference);
+        checkTreeFileSize(options.heights, *grid, maxVertices);
+    }
     std::srand(options.seed);
     double milliseconds = 0.0;
     const auto root = buildTree(grid, options.tree, milliseconds);
     const NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::Terrain(grid.get(), root.get()));
     const NBX::SO<ZMT::CORE::BuiltTerrain> built(
-        new ZMT::CORE::BuiltTerrain(terrain, raster.reference, options.seed,
-                                    options.tree.maxVertices.value_or(TreeOptions::s_maxVertices)));
+        new ZMT::CORE::BuiltTerrain(terrain, raster.reference, options.seed, maxVertices));
 
     Step writing("writing " + options.out);
     NBX::ObjectStreamWriter::write(*built, out.file());
@@ -225,4 +238,5 @@ void addBuildCommand(CLI::App & app) {
     addPyramidCommand(*command);
     addTreeCommand(*command);
     addStreamingBuildCommands(*command);
+    addCityBuildCommand(*command);
 }

@@ -10,8 +10,9 @@ void addLodCommand(CLI::App & app);
 void addInfoCommand(CLI::App & app);
 void addPickCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);
-/// To those of the command above: what streams.
+/// To those of the command above: what streams, and cities.
 void addStreamingBuildCommands(CLI::App & app);
+void addCityBuildCommand(CLI::App & app);
 void addViewCommand(CLI::App & app);
 void addValidateCommand(CLI::App & app);
 

@@ -1,3 +1,6 @@
+// Each kind of file tells its own; a telling is made of lines for people and of an object for programs
+// together, so that neither knows what the other does not.
+
 #include "commands.h"
 #include "systemjson.h"
 
@@ -7,18 +10,28 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "landscape/commandoptions.h"
 #include "landscape/errors.h"
+#include "landscape/modeloptions.h"
 #include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
 
+#include <nbx/data/objectloader.h>
+#include <nbx/data/objectstreamreader.h>
+#include <nbx/io/modelfile.h>
+#include <nbx/io/modelplacement.h>
 #include <nbx/object/progress.h>
+#include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/terrain/geometry/grid/gridterrainplan.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintile.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
+#include <zmt/core/texturedtriangles/citymodels.h>
 #include <zmt/raster/bandstatistics.h>
 #include <zmt/raster/gdal/coordinatesystem.h>
 #include <zmt/raster/gdal/geofile.h>
@@ -32,14 +45,19 @@
 namespace {
 
 using Json = nlohmann::ordered_json;
+using ZMT::CORE::AsyncFile;
+using ZMT::CORE::CityModels;
+using ZMT::CORE::GRID::GridTerrainPlan;
 using ZMT::RASTER::GeoFile;
 using ZMT::RASTER::GeoReference;
 using ZMT::UTIL::CompressedTexture;
 
 struct InfoOptions {
     std::string file;
+    std::uint64_t key = 0;
     bool statistics = false;
     bool json = false;
+    NBX::ModelOptions model;
 };
 
 /// What is told of a file: lines for people, and an object for programs.
@@ -55,7 +73,7 @@ struct Telling {
         va_end(arguments);
         char start[40];
         std::snprintf(start, sizeof start, "%-11s ", (std::string(label) + ":").c_str());
-        lines += std::string(start) + text + "\n";
+        lines += start + oneLine(text) + "\n";
     }
 };
 
@@ -168,17 +186,16 @@ unsigned countPatches(const ZMT::CORE::GeometryPatch & patch) {
 }
 
 /// All heights are in memory anyway.
-Telling tellBuilt(const std::string & path) {
-    const auto built = readBuiltTerrain(path);
-    const ZMT::RASTER::RasterData & raster = *built->grid()->rasterData();
-    const unsigned patches = countPatches(*built->terrain()->root());
+Telling tellBuilt(const std::string & path, const ZMT::CORE::BuiltTerrain & built) {
+    const ZMT::RASTER::RasterData & raster = *built.grid()->rasterData();
+    const unsigned patches = countPatches(*built.terrain()->root());
     Telling telling = begin(path, "built terrain");
     telling.line("format", "built terrain, %u patches of at most %u vertices, seed %u", patches,
-                 built->maxVertices(), built->seed());
+                 built.maxVertices(), built.seed());
     telling.object["patches"] = patches;
-    telling.object["max_vertices"] = built->maxVertices();
-    telling.object["seed"] = built->seed();
-    tellGrid(telling, raster.grid(), built->reference(), "cell");
+    telling.object["max_vertices"] = built.maxVertices();
+    telling.object["seed"] = built.seed();
+    tellGrid(telling, raster.grid(), built.reference(), "cell");
     const ZMT::RASTER::Histogram histogram(&raster);
     const auto undefined = static_cast<double>(histogram.numberOfUndefinedValues());
     telling.object["heights"] =
@@ -187,15 +204,85 @@ Telling tellBuilt(const std::string & path) {
     return telling;
 }
 
-Telling tellStreamedTerrain(const std::string & locator) {
+const char * nameOf(ZMT::CORE::TexturedTriangleTree::TextureFormat format) {
+    constexpr const char * names[] = {"rgba8", "luminance", "rgba5551", "dxt1", "jpeg"};
+    return names[format];
+}
+
+/// A tree without nodes, textures and triangles is not told.
+void tellTree(Telling & telling, const ZMT::CORE::TexturedTriangleTree & tree) {
+    const auto bare = tree.getUntexturedGeometry();
+    if (!tree.getRenderTree() && tree.getNumberOfLayers() == 0 && (!bare || bare->triangles() == 0)) return;
+    const unsigned nodes = tree.getRenderTree() ? tree.getRenderTree()->numberOfNodes() : 0;
+    Json object = {{"nodes", nodes}, {"atlas_size", tree.getAtlasSize()}, {"layers", Json::array()}};
+    for (int layer = 0; layer < tree.getNumberOfLayers(); ++layer) {
+        const std::string file = shownName(NBX::StringUtils::WString2Utf8String(tree.getPagingFile(layer)));
+        telling.line("tree", "%u nodes, atlases of %d texels, %s, %s", nodes, tree.getAtlasSize(),
+                     nameOf(tree.getLayerFormat(layer)), file.c_str());
+        object["layers"].push_back({{"file", file}, {"format", nameOf(tree.getLayerFormat(layer))}});
+    }
+    if (tree.getNumberOfLayers() == 0) telling.line("tree", "no textures");
+    telling.object["trees"].push_back(object);
+}
+
+Telling tellCity(const std::string & path, const ZMT::CORE::CityModels & city) {
+    Telling telling = begin(path, "city");
+    tellSystem(telling, city.reference());
+    const NBX::Bounds box = city.boundingBox();
+    if (box.isDefined()) {
+        const auto low = box.getLLF() + city.origin(), high = box.getURB() + city.origin();
+        telling.line("x", "%.10g to %.10g", low.x, high.x);
+        telling.line("y", "%.10g to %.10g", low.z, high.z);
+        telling.line("height", "%.10g to %.10g m", low.y, high.y);
+        telling.object["edges"] = boxOf(low.x, low.z, high.x, high.z);
+        telling.object["heights"] = {low.y, high.y};
+    }
+    telling.object["trees"] = Json::array();
+    for (const auto & tree : city.trees())
+        tellTree(telling, *tree);
+    telling.line("models", "%zu", city.models().size());
+    telling.object["models"] = Json::array();
+    for (const ZMT::CORE::CityModels::Model & model : city.models()) {
+        telling.line("model", "%s of %s at %.10g %.10g, %.10g m, %u triangles", model.name.c_str(),
+                     model.source.c_str(), model.place.x, model.place.z, model.place.y, model.triangles);
+        telling.object["models"].push_back({{"name", model.name},
+                                            {"source", model.source},
+                                            {"place", {model.place.x, model.place.z, model.place.y}},
+                                            {"triangles", model.triangles}});
+    }
+    return telling;
+}
+
+/// A file of stored objects.
+Telling tellStored(const std::string & path) {
+    const auto stored = NBX::ObjectLoader::readFile(path, NBX::ID(), false);
+    if (const auto city = NBX::soCast<ZMT::CORE::CityModels>(stored)) return tellCity(path, *city);
+    if (const auto built = NBX::soCast<ZMT::CORE::BuiltTerrain>(stored)) return tellBuilt(path, *built);
+    throw DataError(path + ": is damaged, or neither a terrain nor a city that was built; build it anew");
+}
+
+/// Around the samples, not as close as the edges of a raster: the file knows it to the samples of its
+/// coarsest tile.
+void tellBounds(Telling & telling, const NBX::Bounds & geoBox) {
+    const auto low = geoBox.getLLF(), high = geoBox.getURB();
+    telling.line("x", "%.10g to %.10g at most", low.x, high.x);
+    telling.line("y", "%.10g to %.10g at most", low.z, high.z);
+    telling.object["bounds"] = boxOf(low.x, low.z, high.x, high.z);
+}
+
+Telling tellStreamedTerrain(const std::string & locator, const NBX::SO<AsyncFile> & file) {
     using ZMT::CORE::GRID::AsyncGridTerrain;
-    const StreamedTerrain opened = openStreamedTerrain(locator);
+    const StreamedTerrain opened = openStreamedTerrain(locator, file);
     const AsyncGridTerrain & terrain = *opened.terrain;
     const std::uint64_t side = (1U << terrain.gridLevel()) + 1;
     const auto [cellX, cellY] = terrain.getCellSize();
-    const NBX::Bounds box = terrain.geoBoundingBox(), cells = terrain.gridBoundingBox();
+    const NBX::Bounds cells = terrain.gridBoundingBox();
     const std::string unit = opened.reference.unitName.empty() ? "" : " " + opened.reference.unitName;
-    const char * light = opened.lightMapKind == AsyncGridTerrain::LM_None    ? "none"
+    const std::string & problem = opened.lightMapProblem;
+    if (!problem.empty())
+        writeError("warning: " + locator + ": the light map behind the terrain cannot be read: " + problem);
+    const char * light = !problem.empty()                                    ? "unreadable"
+                         : opened.lightMapKind == AsyncGridTerrain::LM_None  ? "none"
                          : opened.lightMapKind == AsyncGridTerrain::LM_Light ? "baked"
                                                                              : "normals";
     const int levels = terrain.rootTile()->level() + 1;
@@ -206,7 +293,7 @@ Telling tellStreamedTerrain(const std::string & locator) {
                  " heights in %d levels",
                  terrain.file()->size(), side, side, levels);
     telling.line("light", "%s", light);
-    telling.line("size", "%.0f by %.0f cells", cells.getURB().x, cells.getURB().y);
+    telling.line("size", "%.0f by %.0f cells at most", cells.getURB().x, cells.getURB().y);
     telling.line("cell", "%.10g by %.10g%s", cellX, cellY, unit.c_str());
     telling.object.update({{"bytes", terrain.file()->size()},
                            {"tile_side", side},
@@ -217,17 +304,80 @@ Telling tellStreamedTerrain(const std::string & locator) {
                            {"cell", {cellX, cellY}},
                            {"unit", opened.reference.unitName}});
     tellSystem(telling, opened.reference);
-    tellEdges(telling, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    tellBounds(telling, terrain.geoBoundingBox());
     telling.line("heights", "%.10g to %.10g", low, high);
     telling.object["heights"] = {{"minimum", numberOrNull(low)}, {"maximum", numberOrNull(high)}};
     return telling;
 }
 
-Telling tellStreamedTexture(const std::string & locator) {
-    const NBX::Bounds box = openStreamedTexture(locator, 0).texture->boundingBox();
-    Telling telling = begin(locator, "streaming texture");
-    telling.line("format", "streaming texture");
+Telling tellStreamedTexture(const InfoOptions & options, const NBX::SO<AsyncFile> & file) {
+    const StreamedTexture opened = openStreamedTexture(options.file, options.key, file);
+    const NBX::Bounds box = opened.texture->boundingBox();
+    Telling telling = begin(options.file, "streaming texture");
+    telling.line("format", "streaming texture, %" PRIu64 " bytes%s", file->size(),
+                 options.key ? ", written with a key" : "");
+    telling.object["bytes"] = file->size();
+    telling.object["key"] = options.key != 0;
     tellEdges(telling, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z});
+    return telling;
+}
+
+bool isStoredObject(AsyncFile & file) {
+    std::uint64_t start = 0;
+    if (file.size() < sizeof start) return false;
+    const auto bytes = file.readNow(0, sizeof start);
+    return bytes && NBX::ObjectStreamReader::hasMagic(bytes->pointer(), bytes->size());
+}
+
+/// What lies at a URL is told by its first bytes alone, whatever its name.
+Telling tellStreamed(const InfoOptions & options) {
+    const NBX::SO<AsyncFile> file = openStreamedFile(options.file);
+    const StreamedKind kind = kindOfStreamed(*file, options.key);
+    if (kind == StreamedKind::Terrain) return tellStreamedTerrain(options.file, file);
+    if (kind == StreamedKind::Texture) return tellStreamedTexture(options, file);
+    if (isStoredObject(*file))
+        return tellCity(options.file, *CityModels::read(CityModels::fetch(*file), options.file));
+    throw DataError(
+        shownName(options.file) +
+        ": is neither a streaming terrain, nor a streaming texture, nor a city, or was written with "
+        "another --key; get it anew, or give its key");
+}
+
+/// Many parts belong to one plan, which a number tells.
+void tellPlanNumber(Telling & telling, std::uint64_t id) {
+    char text[20];
+    std::snprintf(text, sizeof text, "%016" PRIx64, id);
+    telling.line("plan", "%s", text);
+    telling.object["plan"] = text;
+}
+
+Telling tellPlan(const std::string & path) {
+    const GridTerrainPlan plan(path);
+    Telling telling = begin(path, "plan of a streaming terrain");
+    telling.line("format", "plan of a streaming terrain, tiles of %u by %u heights in %u levels",
+                 (1U << plan.level()) + 1, (1U << plan.level()) + 1, plan.levels());
+    telling.object["tile_side"] = (1U << plan.level()) + 1;
+    telling.object["levels"] = plan.levels();
+    tellPlanNumber(telling, plan.id());
+    telling.object["rasters"] = Json::array();
+    for (const std::string & raster : plan.rasters()) {
+        telling.line("raster", "%s", shownName(raster).c_str());
+        telling.object["rasters"].push_back(shownName(raster));
+    }
+    if (!plan.oldTerrain().empty()) telling.line("merged", "%s", shownName(plan.oldTerrain()).c_str());
+    telling.object["merged"] = plan.oldTerrain().empty() ? Json() : Json(shownName(plan.oldTerrain()));
+    tellSystem(telling,
+               plan.wkt().empty() ? GeoReference() : ZMT::RASTER::ProjectionFile::parse(plan.wkt(), path));
+    return telling;
+}
+
+Telling tellPart(const std::string & path) {
+    const GridTerrainPlan::Part part = GridTerrainPlan::describePart(path);
+    Telling telling = begin(path, "part of a streaming terrain");
+    telling.line("format", "part %u of %u of a streaming terrain", part.share.part, part.share.parts);
+    telling.object["part"] = part.share.part;
+    telling.object["parts"] = part.share.parts;
+    tellPlanNumber(telling, part.plan);
     return telling;
 }
 
@@ -286,11 +436,137 @@ Telling tellVectors(const std::string & path) {
     return telling;
 }
 
+const char * nameOf(NBX::ModelSource source) {
+    return source == NBX::ModelSource::Option ? "option"
+           : source == NBX::ModelSource::File ? "file"
+                                              : "format";
+}
+
+const char * nameOf(NBX::ModelUp up) {
+    return up == NBX::ModelUp::X ? "x" : up == NBX::ModelUp::Y ? "y" : "z";
+}
+
+void tellAxes(Telling & telling, const NBX::Model & model) {
+    const auto said = [](NBX::ModelSource source) {
+        return source == NBX::ModelSource::Option ? "as asked for"
+               : source == NBX::ModelSource::File ? "as the file says"
+                                                  : "the file does not say";
+    };
+    telling.line("axes", "%s up, %s", nameOf(model.up), said(model.upSource));
+    telling.line("unit", "%.10g metres, %s", model.metresPerUnit, said(model.unitSource));
+    telling.object["up"] = nameOf(model.up);
+    telling.object["up_by"] = nameOf(model.upSource);
+    telling.object["metres"] = model.metresPerUnit;
+    telling.object["metres_by"] = nameOf(model.unitSource);
+}
+
+void tellTextures(Telling & telling, const std::vector<NBX::ModelTexture> & textures) {
+    telling.line("textures", "%zu", textures.size());
+    telling.object["textures"] = Json::array();
+    for (const NBX::ModelTexture & texture : textures) {
+        Json object = {{"name", texture.name},
+                       {"file", texture.path.empty() ? Json() : Json(shownName(texture.path))}};
+        if (texture.failure.empty())
+            telling.line("texture", "%s, %d by %d pixels%s", texture.name.c_str(), texture.width,
+                         texture.height, texture.path.empty() ? ", in the model" : "");
+        else
+            telling.line("texture", "%s is left out: %s", texture.name.c_str(), texture.failure.c_str());
+        if (texture.failure.empty()) object.update({{"width", texture.width}, {"height", texture.height}});
+        object["failure"] = texture.failure.empty() ? Json() : Json(texture.failure);
+        telling.object["textures"].push_back(object);
+    }
+}
+
+void tellLeftOut(Telling & telling, const std::vector<std::string> & lines) {
+    telling.object["left_out"] = lines;
+    for (const std::string & line : lines)
+        telling.line("left out", "%s", line.c_str());
+}
+
+/// In metres of the scene: x to the east, y up, z to the north.
+void tellModelBox(Telling & telling, const NBX::Bounds & box) {
+    telling.object["box"] = Json();
+    if (!box.isDefined()) return;
+    const auto low = box.getLLF(), high = box.getURB();
+    telling.line("east", "%.10g to %.10g m", low.x, high.x);
+    telling.line("north", "%.10g to %.10g m", low.z, high.z);
+    telling.line("up", "%.10g to %.10g m", low.y, high.y);
+    telling.object["box"] = {{"east", {low.x, high.x}}, {"north", {low.z, high.z}}, {"up", {low.y, high.y}}};
+}
+
+Telling tellModel(const InfoOptions & options) {
+    const NBX::Model model = NBX::ModelFile::read(options.file, options.model);
+    Telling telling = begin(options.file, "model");
+    telling.line("format", "%s", model.format.c_str());
+    telling.object["format"] = model.format;
+    tellAxes(telling, model);
+    telling.line("meshes", "%u", model.meshes);
+    telling.line("triangles", "%" PRIu64 ", vertices: %" PRIu64, model.triangles, model.vertices);
+    telling.line("materials", "%u", model.materials);
+    telling.object.update({{"meshes", model.meshes},
+                           {"triangles", model.triangles},
+                           {"vertices", model.vertices},
+                           {"materials", model.materials}});
+    tellModelBox(telling, model.box);
+    tellTextures(telling, model.textures);
+    tellLeftOut(telling, model.leftOut);
+    return telling;
+}
+
+const char * nameOf(NBX::ModelPlacement::AltitudeMode mode) {
+    return mode == NBX::ModelPlacement::AM_Absolute           ? "absolute"
+           : mode == NBX::ModelPlacement::AM_RelativeToGround ? "relativeToGround"
+                                                              : "clampToGround";
+}
+
+Telling tellPlacements(const std::string & path, const NBX::ModelPlacements & placements) {
+    Telling telling = begin(path, "placements of models");
+    telling.line("models", "%zu", placements.models.size());
+    telling.object["models"] = Json::array();
+    for (const NBX::ModelPlacement & model : placements.models) {
+        telling.line("model", "%s, %.9g %.9g, altitude %.9g m %s, heading %.9g, tilt %.9g, roll %.9g",
+                     shownName(model.model).c_str(), model.longitude, model.latitude, model.altitude,
+                     nameOf(model.altitudeMode), model.heading, model.tilt, model.roll);
+        telling.object["models"].push_back({{"file", shownName(model.model)},
+                                            {"name", model.name},
+                                            {"longitude", model.longitude},
+                                            {"latitude", model.latitude},
+                                            {"altitude", model.altitude},
+                                            {"altitude_mode", nameOf(model.altitudeMode)},
+                                            {"heading", model.heading},
+                                            {"tilt", model.tilt},
+                                            {"roll", model.roll},
+                                            {"scale", {model.scale.x, model.scale.y, model.scale.z}}});
+    }
+    tellLeftOut(telling, placements.leftOut);
+    return telling;
+}
+
+void refuseModelOptions(const InfoOptions & options) {
+    const NBX::ModelOptions & given = options.model;
+    if (given.up || given.metresPerUnit || !given.textureFolders.empty())
+        throw UsageError("--up, --units and --textures are for models, and " + shownName(options.file) +
+                         " is none; leave them out");
+}
+
 Telling tell(const InfoOptions & options) {
     const std::string & path = options.file;
-    if (isStreamedTerrain(path)) return tellStreamedTerrain(path);
-    if (isStreamingTextureFile(path)) return tellStreamedTexture(path);
-    if (isBuiltTerrain(path)) return tellBuilt(path);
+    if (!isUrl(path) && NBX::ModelFile::recognizes(path)) return tellModel(options);
+    refuseModelOptions(options);
+    if (isUrl(path) || isStreamingTerrainFile(path)) return tellStreamed(options);
+    // What has its suffix may be damaged, or have another key.
+    if (isStreamingTextureFile(path, options.key))
+        return tellStreamedTexture(options, openStreamedFile(path));
+    if (NBX::PlacementFile::recognizes(path)) {
+        const NBX::ModelPlacements placements = NBX::PlacementFile::read(path);
+        // Without models it may have lines and areas.
+        if (!placements.models.empty() || !placements.leftOut.empty())
+            return tellPlacements(path, placements);
+    }
+    const GridTerrainPlan::Kind kind = GridTerrainPlan::kindOf(path);
+    if (kind == GridTerrainPlan::K_Plan) return tellPlan(path);
+    if (kind == GridTerrainPlan::K_Part) return tellPart(path);
+    if (isBuiltTerrain(path)) return tellStored(path);
     if (GeoFile::formatOf(path)) {
         const auto image = GeoFile::openImage(path);
         if (const auto * pyramid = dynamic_cast<const ZMT::UTIL::TexturePyramid *>(image.get()))
@@ -314,14 +590,20 @@ void printInfo(const InfoOptions & options) {
 
 void addInfoCommand(CLI::App & app) {
     auto * command = app.add_subcommand("info", "Tells what a raster, a built or streaming terrain, a "
-                                                "texture pyramid, a streaming texture or a file of "
-                                                "lines and areas holds.");
+                                                "texture pyramid, a streaming texture, a plan or a part "
+                                                "of a terrain, a city, a model, placements of models, or a "
+                                                "file of lines and areas holds.");
     const auto options = std::make_shared<InfoOptions>();
-    command->add_option("FILE", options->file, "The file; of a streaming terrain also its URL")->required();
+    command->add_option("FILE", options->file, "The file; of what streams also its URL")->required();
+    addParsedOption(*command, "--key", options->key, parseKey,
+                    "Key with which a streaming texture was written")
+        ->default_str("0");
     command->add_flag(
         "--statistics", options->statistics,
         "Read all numbers of a raster, of whatever size, and tell their range and average, and how "
         "many are undefined");
     command->add_flag("--json", options->json, "Write an object in the place of lines");
+    addRedirectsOption(*command);
+    addModelOptions(*command, options->model);
     command->callback([options] { printInfo(*options); });
 }

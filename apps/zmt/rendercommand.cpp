@@ -69,8 +69,10 @@ public:
     Frames frames;
 };
 
-/// Waits until a frame is due and draws it. What comes from web servers arrives meanwhile.
+/// Waits until a frame is due and draws it. What comes from web servers arrives meanwhile, and before one
+/// that is due at once, which may be due for just that.
 void stepWithServers(NBX::Clock & clock) {
+    AsyncFile::wait(s_longestWait);
     while (!clock.serve()) {
         const double left = clock.nextTick() - clock.now();
         AsyncFile::wait(std::clamp(left * 1000.0, 1.0, s_longestWait));
@@ -92,14 +94,6 @@ bool drawFrames(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
     return true;
 }
 
-/// What to tell of a streaming landscape that stays incomplete.
-std::string missingParts(const CountedCanvas & canvas, const std::string & terrain) {
-    const auto failures = readFailures();
-    const std::string reason = failures.empty() ? "nothing more arrives" : failures.front().reason;
-    return shownName(terrain) + ": " + std::to_string(canvas.frames.missingTiles) +
-           " of the tiles that the picture needs are missing: " + reason;
-}
-
 /// The driver tells its name while the context is current.
 std::string rendererOf(NBX::GLCanvas & canvas) {
     canvas.makeContextCurrent();
@@ -119,7 +113,7 @@ nlohmann::ordered_json describeFailures() {
     return list;
 }
 
-std::string describe(CountedCanvas & canvas, const Landscape & landscape) {
+std::string describe(CountedCanvas & canvas, const Landscape & landscape, bool isComplete) {
     const Frames & frames = canvas.frames;
     nlohmann::ordered_json json;
     describeSystem(json, landscape.reference());
@@ -127,7 +121,7 @@ std::string describe(CountedCanvas & canvas, const Landscape & landscape) {
     json["width"] = canvas.getWidth();
     json["height"] = canvas.getHeight();
     json["frames"] = frames.count;
-    json["complete"] = !canvas.redisplayPending();
+    json["complete"] = isComplete && !canvas.redisplayPending();
     json["missing_tiles"] = frames.missingTiles;
     json["read_failures"] = describeFailures();
     json["read_bytes"] = AsyncFile::TotalLocalBytes();
@@ -151,15 +145,26 @@ NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
     return canvas;
 }
 
-void fillScene(NBX::SceneThing & scene, const RenderOptions & options, const Landscape & landscape) {
-    const Viewpoint viewpoint = findViewpoint(options.view, landscape.viewedGround());
+/// The camera, which is in `scene`.
+NBX::SO<NBX::Camera> fillScene(NBX::SceneThing & scene, const RenderOptions & options,
+                               const Landscape & landscape) {
+    const Viewpoint viewpoint = findViewpoint(options.view, landscape.viewedGround(), options.size.aspect());
     tellBuriedEye(viewpoint, landscape.viewedGround());
-    scene.append(makeCamera(viewpoint, landscape.box()).get());
+    NBX::SO<NBX::Camera> camera = makeCamera(viewpoint, landscape.box());
+    scene.append(camera.get());
     if (options.wireframe) {
         scene.append(makeHidingSurface(landscape.node()).get());
         scene.append(makeWireframe().get());
     }
     scene.append(landscape.node().get());
+    return camera;
+}
+
+/// Of overlays, on the finest ground that came.
+void drawNames(CountedCanvas & canvas, Landscape & landscape, const NBX::Camera & camera) {
+    if (std::as_const(landscape).overlays().empty()) return;
+    landscape.prepare(camera, canvas.getWidth(), canvas.getHeight(), true);
+    canvas.redisplay();
 }
 
 /// Taking the patches of a large tree apart, one by one, takes longer than to draw them; the process ends
@@ -170,23 +175,36 @@ void keepToTheEnd(const Landscape & landscape) {
     kept.push_back(landscape.tree());
 }
 
-void warnOfEmptyView(const ZMT::CORE::GridData & grid) {
-    const NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
+void warnOfEmptyView(const Landscape & landscape, const CityLook & look) {
+    const ZMT::CORE::GridData & grid = landscape.grid();
+    NBX::Bounds geoBox = ZMT::CORE::LocalFrame(grid.origin()).toGeo(grid.boundingBox());
+    for (const CityLayer & city : landscape.cities())
+        geoBox += city.geoBox();
     const auto low = geoBox.getLLF(), high = geoBox.getURB();
     char place[200];
     std::snprintf(place, sizeof place, "%.10g,%.10g,%.10g to %.10g,%.10g,%.10g", low.x, low.z, low.y, high.x,
                   high.z, high.y);
-    writeError(std::string("warning: --view: nothing of the terrain is in sight, which reaches from ") +
-               place);
+    const bool hasTerrain = landscape.hasTerrain();
+    const std::string what = !hasTerrain ? "nothing is drawn of the models, which reach from "
+                             : landscape.cities().empty()
+                                 ? "nothing of the terrain is in sight, which reaches from "
+                                 : "nothing is drawn of the terrain and the models, which reach from ";
+    const bool isCut = look.distance && !landscape.cities().empty();
+    writeError("warning: --view: " + what + place +
+               (isCut ? "; what has a texture is left out beyond --city-distance" : ""));
 }
 
 void runRender(RenderOptions & options) {
+    if (options.landscape.terrain.empty() && options.landscape.cities.files.empty())
+        throw UsageError("--terrain is required, or --city");
     checkErrors(options.errors);
     checkLandscape(options.landscape);
     checkMemoryBudgets(options.memory);
     checkImageOptions(options.landscape.look, options.landscape.images.size());
     checkOutputs(inputFiles(options.landscape), {{"--out", options.out}, {"--stats", options.stats}});
     checkPictureName("--out", options.out);
+    // Those of streaming terrains are distances of samples, which show from everywhere.
+    if (!isStreamedTerrain(options.landscape.terrain)) tellUnseenErrors(options.view, options.errors);
     // What cannot be written or drawn is noticed before the long work.
     NBX::AtomicFileWriter out(options.out);
     std::optional<NBX::AtomicFileWriter> stats;
@@ -195,23 +213,28 @@ void runRender(RenderOptions & options) {
 
     options.landscape.plain = options.patches;
     applyMemoryBudgets(options.memory);
-    const Landscape landscape(options.landscape, StreamedFiles(options.landscape));
+    Landscape landscape(options.landscape, StreamedFiles(options.landscape));
+    for (const CityLayer & city : std::as_const(landscape).cities()) {
+        checkOutputs(city.pagingFiles(), {{"--out", options.out}, {"--stats", options.stats}});
+        city.openPagingFiles();
+    }
     TerrainPainterGLSettings::setGeometryError(landscape.geometryErrorFor(options.errors.geometry));
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
     PatchInspectorGL::registerAll(options.patches);
     const NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
-    fillScene(*scene, options, landscape);
+    const NBX::SO<NBX::Camera> camera = fillScene(*scene, options, landscape);
+    landscape.tracks().prepare(*camera, options.size.height);
     canvas->append(scene.get());
-    if (!drawFrames(*canvas, landscape.isStreamed(), hasUrls(options.landscape))) {
-        const std::string missing = missingParts(*canvas, options.landscape.terrain);
-        if (!options.allowIncomplete)
-            throw DataError(missing + "; try again later, or give --allow-incomplete");
-        writeError("warning: " + missing);
-    }
-    // A picture of half the data would look like one of the whole.
-    Reports::throwFirst();
-    if (!writePicture(*canvas, out, options.out)) warnOfEmptyView(landscape.grid());
-    const std::string description = describe(*canvas, landscape);
+    // A city whose textures cannot be read is whole, and blurred.
+    const bool isComplete = drawFrames(*canvas, landscape.isReadWhileShown(), hasUrls(options.landscape)) &&
+                            (landscape.cities().empty() || readFailures().empty());
+    if (!isComplete)
+        giveUpPicture(canvas->frames.missingTiles, mainFile(options.landscape), options.allowIncomplete);
+    drawNames(*canvas, landscape, *camera);
+    // A picture of half the data would look like one of the whole. What a city may lack is told at the end.
+    if (isComplete || landscape.cities().empty()) Reports::throwFirst();
+    if (!writePicture(*canvas, out, options.out)) warnOfEmptyView(landscape, options.landscape.cities.look);
+    const std::string description = describe(*canvas, landscape, isComplete);
     if (stats) {
         stats->write(description.data(), description.size());
         stats->commit();
@@ -225,15 +248,17 @@ void runRender(RenderOptions & options) {
 } // namespace
 
 void addRenderCommand(CLI::App & app) {
-    auto * command = app.add_subcommand("render", "Draws a terrain into a picture.");
+    auto * command = app.add_subcommand("render", "Draws a terrain, cities, or both into a picture.");
     const auto options = std::make_shared<RenderOptions>();
-    addTerrainOption(*command, options->landscape.terrain);
+    addTerrainOption(*command, options->landscape.terrain)->required(false);
+    addCityOptions(*command, options->landscape.cities);
     addLandscapeOptions(*command, options->landscape);
     addViewOptions(*command, options->view, options->size);
     addErrorOptions(*command, options->errors);
     addMemoryOptions(*command, options->memory);
-    command->add_flag("--allow-incomplete", options->allowIncomplete,
-                      "Write the picture also where parts of a streaming terrain cannot be read");
+    command->add_flag(
+        "--allow-incomplete", options->allowIncomplete,
+        "Write the picture also where parts of a streaming terrain or of a city cannot be read");
     command->add_flag("--wireframe", options->wireframe,
                       "Draw edges, without those that are hidden, and without walls");
     command->add_flag("--patches", options->patches, "Give each patch a colour, to show the level of detail");
@@ -241,6 +266,6 @@ void addRenderCommand(CLI::App & app) {
     command
         ->add_option("--out", options->out, "The picture: JPEG where the name ends in jpg or jpeg, else PNG")
         ->required();
-    addOutputNote(*command);
+    addPictureNotes(*command);
     command->callback([options] { runRender(*options); });
 }

@@ -18,10 +18,14 @@
 #include "landscape/outputfiles.h"
 #include "landscape/reports.h"
 #include "landscape/streamedfiles.h"
+#include "landscape/terraininput.h"
 
 #include <nbx/data/file.h>
+#include <nbx/data/locator.h>
+#include <nbx/image/image.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
+#include <zmt/core/misc/eventloop.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/grid/gridterraincreation.h>
@@ -32,6 +36,8 @@
 #include <zmt/raster/gdal/heightsource.h>
 #include <zmt/raster/gdal/projectionfile.h>
 #include <zmt/raster/gdal/rasterfile.h>
+#include <zmt/raster/layeredimagepyramid.h>
+#include <zmt/raster/tiledgeoimage.h>
 #include <zmt/raster/tiledgeoimagepyramid.h>
 
 namespace {
@@ -41,9 +47,12 @@ using ZMT::CORE::StreamingTextureOptions;
 using ZMT::CORE::GRID::GridTerrainCreation;
 using ZMT::CORE::GRID::GridTerrainPlan;
 using ZMT::RASTER::ProjectionFile;
+using ZMT::RASTER::TiledGeoImagePyramid;
 
 constexpr unsigned s_mostThreads = 1024;
 constexpr unsigned s_mostParts = 1000000;
+/// Each is a file that is open all the time, and may keep coarse levels of 22 MiB in memory.
+constexpr std::size_t s_mostImages = 64;
 /// Less of a raster is outside of a terrain by roundings.
 constexpr double s_leastShare = 1e-6;
 
@@ -107,6 +116,7 @@ struct TerrainOptions {
     std::string plan;
     std::optional<GridTerrainPlan::Share> part;
     bool joins = false;
+    bool fillVoids = false;
     unsigned level = 7;
     unsigned threads = 0;
     GridTerrainCreation::Resampling resampling = GridTerrainCreation().resampling;
@@ -131,6 +141,11 @@ void checkTerrainOptions(const TerrainOptions & options) {
         throw UsageError("--light is for --lighting static; normals are lit while they are drawn");
     if (!options.merge.empty() && !options.crs.empty())
         throw UsageError("--crs cannot go with --merge, whose terrain has a system; leave one of them out");
+    const bool isOneRaster = options.inputs.size() == 1 && options.merge.empty() && options.plan.empty();
+    if (options.fillVoids && !isOneRaster)
+        throw UsageError(
+            "--fill-voids is for one raster without --merge and --plan; fill the voids of others "
+            "with gdal_fillnodata.py");
 }
 
 /// What of the rasters the old terrain has no room for.
@@ -141,7 +156,7 @@ void tellShareOutside(const TerrainOptions & options, const ZMT::RASTER::RasterG
     std::ostringstream percent;
     percent << std::setprecision(3) << 100.0 * share; // two would make 1e+02 of 99.6
     writeError("warning: " + options.inputs.front() + ": " + percent.str() +
-               " % lie outside of the square of " + options.merge +
+               " % lie outside of the square of " + shownName(options.merge) +
                " and are left out; to have all of it, make a new terrain of both");
 }
 
@@ -151,20 +166,41 @@ void tellMissingSystem(const TerrainOptions & options, const std::string & syste
     const std::string & raster = options.inputs.front();
     if (!oldSystem.empty() && system.empty())
         writeError("warning: " + raster + ": has no coordinate system; it is taken to be in that of " +
-                   options.merge);
+                   shownName(options.merge));
     else if (!options.merge.empty() && oldSystem.empty() && !system.empty())
-        writeError("warning: " + options.merge + ": has no coordinate system; " + raster +
+        writeError("warning: " + shownName(options.merge) + ": has no coordinate system; " + raster +
                    " will be laid by its coordinates alone");
     else if (system.empty())
         writeError("warning: " + raster +
                    ": has no coordinate system; images will be laid by their coordinates alone");
 }
 
+/// In memory, since far neighbours count.
+ZMT::RASTER::HeightSource withFilledVoids(const TerrainOptions & options) {
+    constexpr std::uint64_t most = ZMT::RASTER::RasterFile::defaultMaxCells;
+    const std::string & path = options.inputs.front();
+    const ZMT::RASTER::RasterGrid grid = ZMT::RASTER::GeoFile::openHeights(path)->grid();
+    if (grid.cellsY > most / grid.cellsX)
+        throw DataError(path + ": has more than the " + std::to_string(most) +
+                        " cells whose voids fit into memory; fill them with gdal_fillnodata.py, or leave "
+                        "--fill-voids out");
+    TerrainReading how;
+    how.fillVoids = true;
+    how.crs = options.crs;
+    return ZMT::RASTER::HeightSource(readTerrainRaster(path, how));
+}
+
 /// The rasters and the terrain that they are merged over.
 struct TerrainSources {
     explicit TerrainSources(const TerrainOptions & options)
         : old(options.merge.empty() ? StreamedTerrain() : openStreamedTerrain(options.merge)),
-          heights(options.inputs, old.reference.wkt, options.crs) {}
+          heights(options.fillVoids
+                      ? withFilledVoids(options)
+                      : ZMT::RASTER::HeightSource(options.inputs, old.reference.wkt, options.crs)) {
+        if (!options.crs.empty() && !heights.reference().isGeoreferenced)
+            throw DataError(options.inputs.front() +
+                            ": has no place on the map, so that --crs means nothing; leave it out");
+    }
 
     StreamedTerrain old;
     ZMT::RASTER::HeightSource heights;
@@ -184,6 +220,12 @@ GridTerrainCreation creationOf(const TerrainOptions & options, const TerrainSour
     const Sunlight sun = options.light.value_or(defaultSun());
     creation.lightDirection = sun.direction;
     creation.ambientLight = sun.ambient;
+    for (const ZMT::RASTER::HeightSource::File & file : source.files())
+        tellWhatIsTaken(file.bands, file.heightUnit, file.path);
+    const ZMT::RASTER::RasterBand & band = *source.band();
+    // What was read into memory told it itself.
+    if (!options.fillVoids)
+        tellAbsurdCells(band.cellSizeX(), band.cellSizeY(), source.reference(), options.inputs.front());
     tellMissingSystem(options, source.reference().wkt, old.reference.wkt);
     if (old.terrain) tellShareOutside(options, source.band()->grid(), *old.terrain);
     return creation;
@@ -194,6 +236,14 @@ std::vector<NamedFile> terrainOutputs(const TerrainOptions & options) {
     return {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}};
 }
 
+/// Of the terrain that was written, whose root knows them.
+void tellAbsurdHeightsOf(const std::string & path) {
+    const Reports told; // it can be read, or else who looks at it hears of it
+    const auto terrain =
+        ZMT::CORE::GRID::AsyncGridTerrain::load(StringUtils::Utf8String2WString(path), false);
+    if (terrain) tellAbsurdHeights(terrain->lowestPoint().y, terrain->highestPoint().y, path);
+}
+
 void buildTerrain(const TerrainOptions & options) {
     checkTerrainOptions(options);
     checkTerrainFiles(options, terrainOutputs(options));
@@ -202,13 +252,37 @@ void buildTerrain(const TerrainOptions & options) {
     std::wstring problem;
     if (!creation.run(StringUtils::Utf8String2WString(options.out), sources.heights.band(), &problem))
         throwFailure(problem, options.out + ": could not be written");
+    if (!options.fillVoids) tellAbsurdHeightsOf(options.out);
 }
 
 // --- terrains in parts
 
-/// A name that is understood in other folders as well; what is no file keeps it.
-std::string nameEverywhere(const std::string & name) {
-    return NBX::File::isFile(name) ? NBX::File::absolutePath(name) : name;
+/// Whether a name that no URL is recognised in holds a password all the same: that of a data base, or one in
+/// an encoded URL.
+bool hidesPassword(const std::string & name) {
+    std::string text = NBX::Locator::decoded(name);
+    if (NBX::Locator::withoutLoginsIn(text) != text) return true;
+    for (char & letter : text)
+        letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+    const auto has = [&text](const char * word) { return text.find(word) != std::string::npos; };
+    return has("password=") || has("pwd=") || has("authorization");
+}
+
+/// The name of a raster or of the old terrain as a plan keeps it: understood in other folders as well, and
+/// nothing that others may not read. Throws `UsageError`.
+std::string storedName(const std::string & name) {
+    const std::string given = NBX::Locator(name).text();
+    if (NBX::File::isFile(given)) return NBX::File::absolutePath(given);
+    const std::string stored = NBX::Locator::withoutLoginsIn(given);
+    if (stored != given)
+        writeError("warning: " + shownName(name) +
+                   ": the plan keeps neither user name nor password; who writes a part needs them in a netrc "
+                   "file");
+    if (hidesPassword(stored))
+        throw UsageError(
+            "--plan: the plan would keep the password in the name of a raster; give it by a name "
+            "without one, such as that of a virtual raster");
+    return stored;
 }
 
 /// Sizes and times of all files that are read for the rasters and the old terrain.
@@ -234,11 +308,11 @@ std::string stampOf(const TerrainOptions & options) {
 void planTerrain(const TerrainOptions & options) {
     checkTerrainOptions(options);
     checkTerrainFiles(options, {{"--plan", options.plan}});
-    const TerrainSources sources(options);
     GridTerrainPlan::Origin origin;
     for (const std::string & raster : options.inputs)
-        origin.rasters.push_back(nameEverywhere(raster));
-    if (!options.merge.empty()) origin.oldTerrain = nameEverywhere(options.merge);
+        origin.rasters.push_back(storedName(raster));
+    if (!options.merge.empty()) origin.oldTerrain = storedName(options.merge);
+    const TerrainSources sources(options);
     origin.system = options.crs;
     origin.stamp = [&options] { return stampOf(options); };
     if (!GridTerrainPlan::write(options.plan, creationOf(options, sources), sources.heights.band(), origin))
@@ -253,6 +327,9 @@ void buildPart(TerrainOptions options) {
     options.crs = plan.system();
     checkTerrainFiles(options, {{"PART", options.out}});
     checkOutputs({{"--plan", options.plan}}, {{"PART", options.out}});
+    // A URL that is on no command line.
+    std::optional<ZMT::CORE::EventLoop> eventLoop;
+    if (isUrl(options.merge)) eventLoop.emplace();
     const TerrainSources sources(options);
     if (!plan.writePart(
             options.out, *options.part, sources.heights.band(), sources.old.terrain,
@@ -267,6 +344,7 @@ void joinTerrain(const TerrainOptions & options) {
     checkOutputs({{"--plan", options.plan}}, terrainOutputs(options));
     if (!plan.join(options.inputs, options.out, options.threads))
         throwFailure(L"", options.out + ": could not be written");
+    tellAbsurdHeightsOf(options.out);
 }
 
 /// K/N. Throws `UsageError`.
@@ -292,7 +370,8 @@ void runTerrainCommand(const CLI::App & command, TerrainOptions & options) {
     if ((options.part || options.joins) && options.plan.empty())
         throw UsageError(std::string(options.part ? "--part" : "--join") +
                          " needs --plan FILE, the plan that all parts share");
-    for (const char * option : {"--level", "--resampling", "--merge", "--crs", "--lighting", "--light"})
+    for (const char * option :
+         {"--level", "--resampling", "--merge", "--crs", "--lighting", "--light", "--fill-voids"})
         if ((options.part || options.joins) && command.count(option) > 0)
             throw UsageError(std::string(option) + " belongs to the plan; give it where that is made");
     if (options.part && options.inputs.size() != 1)
@@ -336,6 +415,7 @@ void addTerrainCommand(CLI::App & app) {
     command->add_option("--merge", options->merge,
                         "Streaming terrain whose heights show where the rasters have none");
     addCrsOption(*command, options->crs);
+    addVoidOption(*command, options->fillVoids);
     addParsedOption(*command, "--lighting", options->lighting, parseFileLight,
                     "static: the light of one sun; normals: light is computed while drawing; none")
         ->default_str("static");
@@ -343,6 +423,7 @@ void addTerrainCommand(CLI::App & app) {
                     "AZIMUTH,ELEVATION[,AMBIENT] of the static light: degrees clockwise from north, degrees "
                     "above the horizon, and the share of light from everywhere");
     addThreadsOption(*command, options->threads);
+    addRedirectsOption(*command);
     addOutputNote(*command);
     command->callback([command, options] { runTerrainCommand(*command, *options); });
 }
@@ -355,6 +436,7 @@ StreamingTextureOptions::Pixels parsePixels(const std::string & text) {
                                                    {"rgba", StreamingTextureOptions::P_RGBA},
                                                    {"grey", StreamingTextureOptions::P_Luminance},
                                                    {"dxt1", StreamingTextureOptions::P_DXT1},
+                                                   {"dxt3", StreamingTextureOptions::P_DXT3},
                                                    {"dxt5", StreamingTextureOptions::P_DXT3}});
 }
 
@@ -364,28 +446,65 @@ struct TextureOptions {
     unsigned tileSize = 512;
     std::uint64_t key = 0;
     StreamingTextureOptions writing;
+    ImageOptions look;
 };
 
-void buildTexture(const TextureOptions & options) {
+void checkTextureOptions(const TextureOptions & options) {
     checkThreads(options.writing.threads);
+    checkImageOptions(options.look, options.images.size());
     if (options.tileSize < 16 || options.tileSize > 4096)
         throw UsageError("--tile must be from 16 to 4096: " + std::to_string(options.tileSize));
+    if (options.images.size() > s_mostImages)
+        throw UsageError("at most " + std::to_string(s_mostImages) +
+                         " images are written together; join them with gdalbuildvrt first");
     std::vector<NamedFile> inputs = {{"--terrain", options.terrain}};
     for (const std::string & image : options.images)
         inputs.push_back({"IMAGE", image});
     checkOutputs(inputs, {{"OUT", options.out}});
-    if (options.images.size() > 1)
-        throw UsageError("one IMAGE is written at a time; join several with gdalbuildvrt first");
-    const StreamedTerrain opened = openStreamedTerrain(options.terrain);
-    const auto pyramid = ZMT::RASTER::GeoFile::openImage(options.images.front(), opened.reference.wkt);
-    const NBX::Bounds & box = opened.terrain->geoBoundingBox();
-    checkPlace(*pyramid, {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z},
-               options.images.front());
-    ZMT::CORE::GeoTransformation::setNBXOrigin(opened.overview->origin());
-    const auto root = opened.terrain->rootTile()->geometryPatchHACK(opened.terrain);
+}
+
+/// All images as one, in the system of the terrain.
+NBX::SO<TiledGeoImagePyramid> openImages(const TextureOptions & options, const StreamedTerrain & ground) {
+    const NBX::Bounds & box = ground.terrain->geoBoundingBox();
+    const ZMT::RASTER::GeoExtent extent = {box.getLLF().x, box.getLLF().z, box.getURB().x, box.getURB().z};
+    std::vector<NBX::SO<TiledGeoImagePyramid>> images;
+    for (std::size_t i = 0; i < options.images.size(); ++i)
+        images.push_back(openPixels(options.images[i], options.look.lookOf(i), extent, ground.reference.wkt));
+    if (images.size() == 1) return images.front();
+    NBX::SO<TiledGeoImagePyramid> all(new ZMT::RASTER::LayeredImagePyramid(images));
+    if (all->overviews() == 0)
+        throw DataError(options.images.front() +
+                        ": lies too far from the other images for pixels of this size; choose images of one "
+                        "area");
+    return all;
+}
+
+bool isTransparent(const TiledGeoImagePyramid & image) {
+    const NBX::LayerSequence layers = image.overview(0)->createEmptyImage(1, 1)->layerSequence();
+    return layers == NBX::LS_LuminanceAlpha || layers == NBX::LS_RGBA;
+}
+
+/// What was asked for, or what keeps the alpha of the image.
+StreamingTextureOptions writingOf(const TextureOptions & options, const TiledGeoImagePyramid & image) {
+    StreamingTextureOptions writing = options.writing;
+    if (writing.pixels != StreamingTextureOptions::P_Luminance || !isTransparent(image)) return writing;
+    writeError("warning: " + options.images.front() +
+               (options.images.size() > 1 ? " and the images above it may leave ground free"
+                                          : ": has pixels without data or with alpha") +
+               ", which grey cannot store; rgba is taken instead");
+    writing.pixels = StreamingTextureOptions::P_RGBA;
+    return writing;
+}
+
+void buildTexture(const TextureOptions & options) {
+    checkTextureOptions(options);
+    const StreamedTerrain ground = openStreamedTerrain(options.terrain);
+    const NBX::SO<TiledGeoImagePyramid> image = openImages(options, ground);
+    const StreamingTextureOptions writing = writingOf(options, *image);
+    ZMT::CORE::GeoTransformation::setNBXOrigin(ground.overview->origin());
+    const auto root = ground.terrain->rootTile()->geometryPatchHACK(ground.terrain);
     const bool written = ZMT::CORE::AsyncQuadtreeTerrainTexture::create(
-        StringUtils::Utf8String2WString(options.out), root, pyramid, options.tileSize, options.key,
-        options.writing);
+        StringUtils::Utf8String2WString(options.out), root, image, options.tileSize, options.key, writing);
     if (written) return;
     Reports::throwFirst();
     throwFailure(L"", options.out + ": could not be written");
@@ -393,26 +512,33 @@ void buildTexture(const TextureOptions & options) {
 
 void addTextureCommand(CLI::App & app) {
     auto * command =
-        app.add_subcommand("texture", "Writes an image of any size into one file that is read while a "
+        app.add_subcommand("texture", "Writes images of any size into one file that is read while a "
                                       "streaming terrain is looked at, from a disk or any web server.");
     const auto options = std::make_shared<TextureOptions>();
     command
-        ->add_option("FILES", options->images,
-                     "IMAGE OUT: an image in any format that GDAL reads, or a texture pyramid, and the file; "
-                     "its usual suffix is zts")
+        ->add_option(
+            "FILES", options->images,
+            "IMAGE... OUT: images in any format that GDAL reads, or texture pyramids, the later ones "
+            "above the earlier, and the file; its usual suffix is zts")
         ->required();
-    command->add_option("--terrain", options->terrain, "Streaming terrain on which the image lies")
+    command->add_option("--terrain", options->terrain, "Streaming terrain on which the images lie")
         ->required();
     command->add_option("--tile", options->tileSize, "Largest side of a tile in pixels")
         ->capture_default_str();
-    addParsedOption(*command, "--format", options->writing.pixels, parsePixels,
-                    "Pixels: auto, rgba, grey, dxt1 or dxt5")
+    addParsedOption(
+        *command, "--format", options->writing.pixels, parsePixels,
+        "Pixels: rgba, grey; dxt1, blocks with alpha of 1 bit; dxt3, blocks with alpha of 4 bits, "
+        "which dxt5 stands for as well, since the file knows no other; auto: grey where the image "
+        "has nothing else, rgba otherwise")
         ->default_str("auto");
+    addColorOptions(*command, options->look);
+    addCacheOption(*command, options->look.cache);
     addParsedOption(*command, "--key", options->key, parseKey, "Scrambles the file; who reads it needs it");
     addThreadsOption(*command, options->writing.threads);
+    addRedirectsOption(*command);
     addOutputNote(*command);
     command->callback([options] {
-        options->out = takeLast(options->images, "FILES must be IMAGE OUT");
+        options->out = takeLast(options->images, "FILES must be IMAGE... OUT: at least two");
         buildTexture(*options);
     });
 }

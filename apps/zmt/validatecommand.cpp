@@ -12,9 +12,11 @@
 #include "landscape/errors.h"
 #include "landscape/landscapeoptions.h"
 #include "landscape/reports.h"
+#include "landscape/streamedfiles.h"
 
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
+#include <zmt/util/validation/cityvalidation.h>
 #include <zmt/util/validation/filevalidation.h>
 
 namespace {
@@ -27,36 +29,61 @@ struct ValidateOptions {
     bool json = false;
 };
 
+/// Nothing in the file itself says what it is.
+bool isNamedLikePagingFile(const std::string & file) {
+    const std::string name = fileNameOf(file);
+    return name.find(".opaque.") != std::string::npos || name.find(".trans.") != std::string::npos;
+}
+
 ValidationReport validated(const ValidateOptions & options) {
-    std::wstring problem;
+    ZMT::CORE::AsyncFile::Problem problem;
     NBX::SO<ZMT::CORE::AsyncFile> file;
     {
         const Reports told; // by the problem
         file =
-            ZMT::CORE::AsyncFile::create(NBX::StringUtils::Utf8String2WString(options.file), false, &problem);
+            ZMT::CORE::AsyncFile::create(NBX::StringUtils::Utf8String2WString(options.file), false, problem);
     }
-    if (!file) throw DataError(options.file + ": " + NBX::StringUtils::WString2Utf8String(problem));
-    const ValidationReport report = ZMT::UTIL::FileValidation::run(*file, options.key);
+    if (!file) throw DataError(openingProblem(options.file, problem));
+    const Reports told; // by the faults
+    const bool isCity = ZMT::UTIL::CityValidation::isCity(*file);
+    ValidationReport report = isCity ? ZMT::UTIL::CityValidation::run(*file, options.file)
+                                     : ZMT::UTIL::FileValidation::run(*file, options.key);
+    if (report.format == ValidationReport::F_Unknown && !report.faults.empty() &&
+        isNamedLikePagingFile(options.file))
+        report.faults.front().what += "; in the place of its textures, give the scene of the city";
     if (report.isCancelled) throw DataError("cancelled");
     return report;
 }
 
+/// Of one that belongs to the file that was asked for.
+std::string fileOf(const ValidationReport::Fault & fault) {
+    return fault.file.empty() ? "" : oneLine(fileNameOf(fault.file)) + ", ";
+}
+
 void printText(const ValidateOptions & options, const ValidationReport & report) {
     for (const ValidationReport::Fault & fault : report.faults)
-        std::printf("offset %" PRIu64 ": %s\n", fault.offset, fault.what.c_str());
+        std::printf("%soffset %" PRIu64 ": %s\n", fileOf(fault).c_str(), fault.offset,
+                    oneLine(fault.what).c_str());
     if (report.faultCount > report.faults.size())
         std::printf("and %" PRIu64 " more\n", report.faultCount - report.faults.size());
     if (!report.isSound()) return;
     const std::string light =
         report.lightTiles > 0 ? ", light map of " + std::to_string(report.lightTiles) + " tiles" : "";
-    std::printf("%s: sound; %s, tiles: %" PRIu64 ", levels: %" PRIu64 ", bytes: %" PRIu64 "%s\n",
-                options.file.c_str(), ValidationReport::formatName(report.format), report.tiles,
-                report.levels, report.fileBytes, light.c_str());
+    const char * parts = report.format == ValidationReport::F_City ? "textures" : "tiles";
+    std::printf("%s: sound; %s, %s: %" PRIu64 ", levels: %" PRIu64 ", bytes: %" PRIu64 "%s\n",
+                shownName(options.file).c_str(), ValidationReport::formatName(report.format), parts,
+                report.tiles, report.levels, report.fileBytes, light.c_str());
+}
+
+nlohmann::ordered_json describe(const ValidationReport::Fault & fault) {
+    nlohmann::ordered_json object = {{"offset", fault.offset}, {"what", fault.what}};
+    if (!fault.file.empty()) object["file"] = shownName(fault.file);
+    return object;
 }
 
 void printJson(const ValidateOptions & options, const ValidationReport & report) {
     nlohmann::ordered_json object;
-    object["file"] = options.file;
+    object["file"] = shownName(options.file);
     object["format"] = report.format == ValidationReport::F_Unknown
                            ? nlohmann::ordered_json()
                            : nlohmann::ordered_json(ValidationReport::formatName(report.format));
@@ -64,7 +91,7 @@ void printJson(const ValidateOptions & options, const ValidationReport & report)
     object["fault_count"] = report.faultCount;
     object["faults"] = nlohmann::ordered_json::array();
     for (const ValidationReport::Fault & fault : report.faults)
-        object["faults"].push_back({{"offset", fault.offset}, {"what", fault.what}});
+        object["faults"].push_back(describe(fault));
     object["blocks"] = report.tiles + report.lightTiles;
     object["light_blocks"] = report.lightTiles;
     object["levels"] = report.levels;
@@ -78,15 +105,17 @@ void validate(const ValidateOptions & options) {
     if (report.isSound()) return;
     const std::string faults =
         report.faultCount == 1 ? "a fault" : std::to_string(report.faultCount) + " faults";
-    throw DataError(options.file + ": has " + faults + "; get it anew, or build it again");
+    throw DataError(shownName(options.file) + ": has " + faults + "; get it anew, or build it again");
 }
 
 } // namespace
 
 void addValidateCommand(CLI::App & app) {
     auto * command = app.add_subcommand(
-        "validate", "Checks all of a streaming terrain, a streaming texture or a texture pyramid: each fault "
-                    "is a line with its offset in the file, and the status is 1 if there is any.");
+        "validate",
+        "Checks all of a streaming terrain, a streaming texture, a texture pyramid, or a city with "
+        "its paging files: each fault is a line with its offset in the file, and the status is 1 "
+        "if there is any.");
     const auto options = std::make_shared<ValidateOptions>();
     command->add_option("FILE", options->file, "The file, or its URL; the content tells the format")
         ->required();
@@ -95,6 +124,7 @@ void addValidateCommand(CLI::App & app) {
     command->add_flag(
         "--json", options->json,
         "Write an object with file, format, sound, fault_count, faults, which are the first 100 "
-        "and have offset and what, blocks, light_blocks, levels and bytes");
+        "and have offset, what, and of a paging file file, blocks, light_blocks, levels and bytes");
+    addRedirectsOption(*command);
     command->callback([options] { validate(*options); });
 }

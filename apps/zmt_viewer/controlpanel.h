@@ -7,42 +7,56 @@
 #include "landscape/landscape.h"
 #include "landscape/memorybudgets.h"
 
+class OverlayPanel;
 class QCheckBox;
 class QVBoxLayout;
 class ValueSlider;
 
-/// Switches for the layers of a landscape, and sliders for its heights, the allowed errors, and the memory
-/// that the process may keep.
+/// Switches for the layers of a landscape, of which its cities are the last ones, with sliders for how those
+/// are drawn; its overlays; and sliders for the heights, the allowed errors, and the memory that the process
+/// may keep.
 class ControlPanel : public QWidget {
     Q_OBJECT
 public:
     explicit ControlPanel(QWidget * parent = nullptr);
 
-    /// Shows the switches of another landscape, all on; null shows none.
-    void setLandscape(const Landscape * landscape);
-    /// As if the user had clicked the switch; nothing for a number that no layer has.
+    /// Shows the switches of another landscape, all layers on the ground on, and cities as they are; null
+    /// shows none.
+    void setLandscape(Landscape * landscape);
+    /// As if the user had clicked the switch; nothing for a number that nothing has. Cities come last.
     void toggleLayer(std::size_t number);
+    OverlayPanel * overlays() const { return overlays_; }
     bool isLayerOn(std::size_t number) const;
-    /// Which layers are on, lowest first.
+    bool isCityOn(std::size_t number) const { return isLayerOn(groundLayers_ + number); }
+    /// Which layers on the ground are on, lowest first.
     std::vector<bool> layersOn() const;
     /// Sets the first switches so; further ones stay.
     void setLayersOn(const std::vector<bool> & on);
 
 signals:
     void layerSwitched();
+    void overlaysChanged();
     void exaggerationChanged(double exaggeration);
     void geometryErrorChanged(double pixels);
     void textureErrorChanged(double pixels);
     void memoryChanged(const MemoryBudgets & budgets);
+    void cityLookChanged(std::size_t number, const CityLook & look);
 
 private:
     void makeMemorySliders();
+    void addSwitch(const std::string & name, bool isOn, const QString & hint);
+    void addCity(std::size_t number, const CityLayer & city);
 
+    OverlayPanel * overlays_;
     QVBoxLayout * layers_;
-    std::vector<QCheckBox *> switches_;
+    std::vector<QCheckBox *> switches_; ///< of the layers on the ground, then of cities
+    std::size_t groundLayers_ = 0;
+    std::vector<QWidget *> citySliders_;
     ValueSlider * exaggeration_;
     ValueSlider * geometryError_;
     ValueSlider * textureError_;
     ValueSlider * memory_;
     ValueSlider * graphicsMemory_;
+    ValueSlider * cityMemory_;
+    ValueSlider * overlayMemory_;
 };

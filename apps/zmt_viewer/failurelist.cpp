@@ -5,6 +5,7 @@
 
 #include <QHeaderView>
 #include <QLocale>
+#include <QPushButton>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -17,14 +18,19 @@ QStringList textsOf(const ReadFailure & failure) {
     const auto number = [&](std::uint64_t value) { return locale.toString(qulonglong(value)); };
     const int seconds = int(std::ceil(failure.secondsToRetry));
     return {QString::fromStdString(failure.file),
-            FailureList::tr("%1 bytes from %2").arg(number(failure.size), number(failure.offset)),
-            seconds > 0 ? FailureList::tr("in %1 s").arg(seconds) : FailureList::tr("now"),
+            failure.waitsForRequest()
+                ? FailureList::tr("all of it")
+                : FailureList::tr("%1 bytes from %2").arg(number(failure.size), number(failure.offset)),
+            failure.waitsForRequest() ? FailureList::tr("on request")
+            : seconds > 0             ? FailureList::tr("in %1 s").arg(seconds)
+                                      : FailureList::tr("now"),
             QString::fromStdString(failure.reason)};
 }
 
 } // namespace
 
-FailureList::FailureList(QWidget * parent) : QDialog(parent), list_(new QTreeWidget) {
+FailureList::FailureList(QWidget * parent)
+    : QDialog(parent), list_(new QTreeWidget), tryAgain_(new QPushButton(tr("Try again"))) {
     setObjectName("failures");
     setWindowTitle(tr("What cannot be read"));
     resize(820, 320);
@@ -37,9 +43,17 @@ FailureList::FailureList(QWidget * parent) : QDialog(parent), list_(new QTreeWid
     list_->setColumnWidth(C_Retry, 80);
     auto * column = new QVBoxLayout(this);
     column->addWidget(list_);
+    column->addWidget(tryAgain_, 0, Qt::AlignRight);
+    tryAgain_->setObjectName("tryAgain");
+    tryAgain_->setToolTip(
+        tr("Asks at once for what cities lack, and opens their files anew that could not be "
+           "opened; terrains and images follow in their time"));
+    connect(tryAgain_, &QPushButton::clicked, this, &FailureList::tryAgainWanted);
 }
 
 void FailureList::setFailures(const std::vector<ReadFailure> & failures) {
+    tryAgain_->setEnabled(std::any_of(failures.begin(), failures.end(),
+                                      [](const ReadFailure & failure) { return failure.isOfCity; }));
     const int count = int(failures.size());
     while (list_->topLevelItemCount() > count)
         delete list_->takeTopLevelItem(list_->topLevelItemCount() - 1);

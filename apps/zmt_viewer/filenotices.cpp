@@ -2,12 +2,8 @@
 
 #include "filenotices.h"
 
-#include <filesystem>
-
 #include <QHBoxLayout>
 #include <QPushButton>
-
-#include <nbx/object/stringutils.h>
 
 namespace {
 
@@ -34,12 +30,6 @@ void setNotice(QPushButton & button, const QString & text, const QString & hint)
     button.setText(button.fontMetrics().elidedText(text, Qt::ElideMiddle, s_widestNotice).replace('&', "&&"));
 }
 
-/// Without folders.
-QString nameOf(const ZMT::CORE::AsyncFile & file) {
-    const std::string shown = shownName(NBX::StringUtils::WString2Utf8String(file.url()));
-    return QString::fromStdString(std::filesystem::path(shown).filename().string());
-}
-
 } // namespace
 
 FileNotices::FileNotices(QWidget * parent)
@@ -57,7 +47,7 @@ FileNotices::FileNotices(QWidget * parent)
 
 void FileNotices::setLandscape(const std::shared_ptr<Landscape> & landscape) {
     landscape_ = landscape;
-    const bool isWatched = landscape && !landscape->streamedFiles().empty();
+    const bool isWatched = landscape && landscape->isReadWhileShown();
     isWatched ? timer_.start(s_lookMilliseconds) : timer_.stop();
     look();
 }
@@ -76,8 +66,8 @@ void FileNotices::showFailures(const std::vector<ReadFailure> & failures) {
 void FileNotices::showChanges() {
     QStringList names;
     if (const auto landscape = landscape_.lock())
-        for (const auto & file : landscape->streamedFiles())
-            if (file->hasChanged() && !names.contains(nameOf(*file))) names.append(nameOf(*file));
+        for (const std::string & name : landscape->changedFiles())
+            names.append(QString::fromStdString(name));
     setNotice(*changes_,
               names.isEmpty()     ? QString()
               : names.size() == 1 ? tr("%1 has changed: reload").arg(names.front())
@@ -86,7 +76,10 @@ void FileNotices::showChanges() {
 }
 
 void FileNotices::openRecord() {
-    if (!record_) record_ = new FailureList(window());
+    if (!record_) {
+        record_ = new FailureList(window());
+        connect(record_, &FailureList::tryAgainWanted, this, &FileNotices::tryAgainWanted);
+    }
     record_->setFailures(readFailures());
     record_->show();
     record_->raise();

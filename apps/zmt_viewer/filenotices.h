@@ -25,6 +25,8 @@ public:
 
 signals:
     void reloadWanted();
+    /// For what cities lack.
+    void tryAgainWanted();
 
 private:
     void look();

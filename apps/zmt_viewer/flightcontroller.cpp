@@ -127,8 +127,16 @@ std::optional<Point> FlightController::pick(const NBX::Ray & ray) const {
     return std::nullopt;
 }
 
+/// The nearer one of the ground and of what stands on it.
+std::optional<Point> FlightController::target(const NBX::Ray & ray) const {
+    const std::optional<Point> ground = pick(ray);
+    const double distance = ground_.distanceAlong ? ground_.distanceAlong(ray) : HUGE_VAL;
+    if (!std::isfinite(distance)) return ground;
+    return ground && (*ground - ray.getOrigin()).length() < distance ? ground : ray.point(distance);
+}
+
 void FlightController::grab(double x, double y) {
-    grabbed_ = pick(ray(x, y)).value_or(ground_.box.isDefined() ? ground_.box.center() : eye_ + forward());
+    grabbed_ = target(ray(x, y)).value_or(ground_.box.isDefined() ? ground_.box.center() : eye_ + forward());
     grabbedX_ = x;
     grabbedY_ = y;
 }
@@ -160,11 +168,11 @@ void FlightController::panTo(double x, double y) {
 void FlightController::zoom(double steps, double x, double y) {
     const NBX::Ray towards = ray(x, y);
     const double middle = ground_.box.isDefined() ? (ground_.box.center() - eye_).length() : 1.0;
-    const Point target = pick(towards).value_or(towards.point(std::max(middle, clearance())));
+    const Point goal = target(towards).value_or(towards.point(std::max(middle, clearance())));
     const double factor = std::pow(s_zoomFactor, steps);
-    const double distance = (target - eye_).length() * factor;
+    const double distance = (goal - eye_).length() * factor;
     if (steps > 0.0 && distance < 2.0 * clearance()) return;
-    moveTo(target + (eye_ - target) * factor);
+    moveTo(goal + (eye_ - goal) * factor);
 }
 
 void FlightController::fly(const Flight & flight, double seconds) {

@@ -12,6 +12,8 @@ struct FlightGround {
     NBX::Bounds box;
     /// The height at a place of the plan; not finite where there is none.
     std::function<double(double x, double z)> heightAt;
+    /// How far along a ray what stands on it begins; not finite where there is nothing. May be empty.
+    std::function<double(const NBX::Ray &)> distanceAlong = {};
 };
 
 /// Moves a camera over a landscape, without any window. Scene coordinates throughout: x to the east, y up, z
@@ -43,7 +45,8 @@ public:
     /// Where a ray first meets the ground; none when it does not, or starts below.
     std::optional<Point> pick(const NBX::Ray & ray) const;
 
-    /// Takes hold of what lies at a place of the picture; the next drags refer to it.
+    /// Takes hold of what lies at a place of the picture, be it ground or what stands on it; the next drags
+    /// refer to it.
     void grab(double x, double y);
     /// Turns the view round what was grabbed; where there was no ground, round the ground's middle.
     void orbitTo(double x, double y);
@@ -74,6 +77,7 @@ public:
     double clearance() const;
 
 private:
+    std::optional<Point> target(const NBX::Ray & ray) const;
     Point offset(const Point & inView) const;
     Point inView(const Point & offset) const;
     double size() const;

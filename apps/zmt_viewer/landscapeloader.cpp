@@ -1,3 +1,6 @@
+// Streamed files are opened in the event loop; everything else is read and built on a thread, whose progress
+// is handed to the window's. What a load made belongs to the window when it has ended.
+
 #include "landscapeloader.h"
 
 #include <algorithm>
@@ -7,6 +10,7 @@
 #include <QTimer>
 
 #include "landscape/errors.h"
+#include "landscape/terraininput.h"
 
 #include <zmt/core/misc/patience.h>
 #include <zmt/raster/gdal/geofile.h>
@@ -15,7 +19,8 @@ struct LandscapeLoader::Result {
     LandscapeOptions options;
     StreamedFiles streamed; ///< opened, and released, on the thread of the window
     std::shared_ptr<Landscape> landscape;
-    std::vector<GroundLayer> images; ///< for a landscape that was there before
+    std::vector<GroundLayer> images; ///< for a landscape that was there before, as the next
+    std::vector<CityLayer> cities;
     QString error;
 };
 
@@ -25,11 +30,10 @@ using ZMT::RASTER::GeoFile;
 using FileKind = ZMT::RASTER::GeoFileKind;
 
 /// Throws for what can be nothing of a landscape.
-FileKind kindOf(const std::string & file) {
-    if (isStreamingTerrainFile(file) || isBuiltTerrain(file)) return FileKind::Heights;
-    if (isStreamingTextureFile(file)) return FileKind::Image;
+FileKind kindOf(const std::string & file, std::uint64_t key) {
+    if (isStreamingTextureFile(file, key)) return FileKind::Image;
     const FileKind kind = GeoFile::kindOf(file);
-    if (kind == FileKind::Unknown) GeoFile::openHeights(file); // says why it is nothing
+    if (kind == FileKind::Unknown) openHeights(file); // says why it is nothing
     return kind;
 }
 
@@ -43,13 +47,19 @@ LandscapeLoader::~LandscapeLoader() {
     NBX::Progress::setDisplay(previous_);
 }
 
-LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
-                                            const std::vector<std::string> & files) {
-    bool hasNewTerrain = false;
-    std::vector<std::string> images, vectors;
+LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std::vector<std::string> & files,
+                                            const StreamedFiles & streamed) {
+    bool hasNewTerrain = false, isFirst = options.terrain.empty(); // but for cities
+    std::vector<std::string> images, vectors, cities;
     for (const std::string & file : files) {
-        const bool isFirst = options.terrain.empty() && &file == &files.front();
-        const FileKind kind = !isUrl(file) ? kindOf(file) : isFirst ? FileKind::Heights : FileKind::Image;
+        if (isUrl(file) ? bool(streamed.city(file)) : ZMT::CORE::CityModels::isFile(file)) {
+            cities.push_back(file);
+            continue;
+        }
+        const FileKind kind = !isUrl(file) ? kindOf(file, options.key)
+                              : isFirst    ? FileKind::Heights
+                                           : FileKind::Image;
+        isFirst = false;
         const bool isTerrain = !hasNewTerrain && kind == FileKind::Heights;
         hasNewTerrain |= isTerrain;
         if (!isTerrain) {
@@ -61,6 +71,7 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
             options.breakLines.clear();
             options.draped.clear();
             options.vectors.clear();
+            options.cities.files.clear();
         }
         options.terrain = file;
     }
@@ -69,6 +80,7 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options,
                         ": is no terrain; open the height raster that it lies on first");
     options.images.insert(options.images.end(), images.begin(), images.end());
     options.vectors.insert(options.vectors.end(), vectors.begin(), vectors.end());
+    options.cities.files.insert(options.cities.files.end(), cities.begin(), cities.end());
     return options;
 }
 
@@ -107,15 +119,21 @@ void LandscapeLoader::load(Result & result, const std::vector<std::string> & fil
     if (!result.error.isEmpty()) return;
     try {
         const std::size_t images = result.options.images.size();
-        result.options = withFiles(result.options, files);
-        const bool isMoreImages = result.options.images.size() == images + files.size();
-        if (!shown || !isMoreImages) {
-            result.landscape = std::make_shared<Landscape>(result.options, result.streamed);
+        const std::size_t cities = result.options.cities.files.size();
+        result.options = withFiles(result.options, files, result.streamed);
+        const LandscapeOptions & options = result.options;
+        const bool isMoreAlone =
+            options.images.size() + options.cities.files.size() == images + cities + files.size();
+        if (!shown || !shown->hasTerrain() || !isMoreAlone) {
+            result.landscape = std::make_shared<Landscape>(options, result.streamed);
             return;
         }
-        for (std::size_t i = images; i < result.options.images.size(); ++i)
+        for (std::size_t i = images; i < options.images.size(); ++i)
             result.images.push_back(
-                shown->readImage(result.options.images[i], result.options.look.lookOf(i), result.streamed));
+                shown->readImage(options.images[i], options.look.lookOf(i), result.streamed));
+        for (std::size_t i = cities; i < options.cities.files.size(); ++i)
+            result.cities.push_back(
+                shown->readCity(options.cities.files[i], options.cities, result.streamed));
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));
@@ -126,13 +144,27 @@ void LandscapeLoader::cancel() {
     isCanceled_ = true;
 }
 
+/// As `open`: no picture waits for a server.
+void LandscapeLoader::openPagingFiles(const std::vector<CityLayer> & cities) {
+    const ZMT::CORE::Patience patience([this] { return isCanceled_.load(); });
+    isOpening_ = true;
+    for (const CityLayer & city : cities)
+        city.openPagingFiles();
+    isOpening_ = false;
+}
+
 void LandscapeLoader::finish(const Result & result) {
     if (thread_.joinable()) thread_.join();
     if (isCanceled_) {
         emit canceled();
     } else if (result.landscape) {
+        openPagingFiles(result.landscape->cities());
+        openPagingFiles(result.cities);
+        if (isCanceled_) return emit canceled();
         for (const GroundLayer & image : result.images)
             result.landscape->addImage(image);
+        for (const CityLayer & city : result.cities)
+            result.landscape->addCity(city);
         emit loaded(result.landscape, result.options);
     } else {
         emit failed(result.error);

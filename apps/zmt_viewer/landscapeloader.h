@@ -24,9 +24,10 @@ public:
 
     /// Opens streamed files in the event loop, which meanwhile takes what the user does, then loads, on the
     /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
-    /// of another one and all that lies on it; other rasters are images, lines and areas vectors. Images
-    /// alone are laid on `shown`, which was made of `options`, when they have been read; it must not be drawn
-    /// meanwhile. Only one load runs at a time; false, and nothing else, while one does.
+    /// of another one and all that lies on it; other rasters are images, lines and areas vectors, and cities
+    /// are told by their content. Images and cities alone are added to `shown`, which was made of `options`
+    /// and has a terrain, when they have been read; it must not be drawn meanwhile. Only one load runs at a
+    /// time; false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
                const std::shared_ptr<Landscape> & shown = nullptr);
     /// Wishes that the load ends; one of the last three signals follows.
@@ -35,7 +36,8 @@ public:
 
     /// What `options` become with `files`. Throws what the raster layer throws, and `DataError` where there
     /// is no terrain for an image.
-    static LandscapeOptions withFiles(LandscapeOptions options, const std::vector<std::string> & files);
+    static LandscapeOptions withFiles(LandscapeOptions options, const std::vector<std::string> & files,
+                                      const StreamedFiles & streamed = {});
 
 signals:
     /// `share` runs from 0 to 1.
@@ -55,6 +57,7 @@ private:
               const std::shared_ptr<Landscape> & shown);
     static void load(Result & result, const std::vector<std::string> & files,
                      const std::shared_ptr<Landscape> & shown);
+    void openPagingFiles(const std::vector<CityLayer> & cities);
     void finish(const Result & result);
 
     std::thread thread_;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <unordered_set>
 
 #include <QImage>
 #include <QKeyEvent>
@@ -21,7 +22,6 @@
 #include <QWheelEvent>
 
 #include "clocktimer.h"
-#include "landscape/errors.h"
 #include "windowcontextgl.h"
 
 #include <nbx/data/atomicfilewriter.h>
@@ -34,8 +34,12 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/texture/tiledlodtexture.h>
+#include <zmt/core/terrain/texture/vector/vectortexture.h>
+#include <zmt/core/texturedtriangles/tttmemorycontroller.h>
 
 namespace {
+
+constexpr double s_pickTolerance = 4.0; ///< of features under the mouse, in pixels
 
 using Point = NBX::Vector3Base<double>;
 
@@ -102,7 +106,7 @@ QString mebibytes(std::uint64_t bytes) {
 }
 
 /// What all streamed files of the process take and do.
-QStringList streamFigures() {
+QStringList fileFigures() {
     using ZMT::CORE::AsyncFile;
     const auto used = [](const QString & name, std::uint64_t bytes, unsigned budget) {
         return LandscapeView::tr("%1 %2 of %3 MiB").arg(name, mebibytes(bytes)).arg(budget >> 20U);
@@ -119,6 +123,20 @@ QStringList streamFigures() {
         figures.append(
             LandscapeView::tr("%1 MiB received").arg(mebibytes(AsyncFile::TotalTransferedBytes())));
     return figures;
+}
+
+/// What the textures of all cities of the process take and do: those of how many nodes are in memory.
+QStringList cityFigures() {
+    using ZMT::CORE::TTTMemoryController;
+    const auto controller = TTTMemoryController::getInstance();
+    std::unordered_set<const void *> nodes;
+    for (const auto & ref : controller->loadedNodes()->entries())
+        nodes.insert(ref.node.operator->());
+    return {LandscapeView::tr("city textures %1 of %2 MiB")
+                .arg(mebibytes(controller->textureMemory()))
+                .arg(TTTMemoryController::getMaxTextureMemory() >> 20U),
+            counted(nodes.size(), LandscapeView::tr("node"), LandscapeView::tr("nodes")),
+            counted(controller->pendingReads(), LandscapeView::tr("request"), LandscapeView::tr("requests"))};
 }
 
 /// One behind the other, in lines of at most `width` pixels where that is possible.
@@ -183,6 +201,8 @@ void LandscapeView::initializeGL() {
 
 void LandscapeView::freeCanvas() {
     if (!canvas_) return;
+    // Its canvas draws in a context beside that of the window.
+    ZMT::CORE::VectorTexture::releaseSharedObjects();
     canvas_->destroy();
     canvas_ = nullptr;
 }
@@ -204,10 +224,14 @@ void LandscapeView::paintGL() {
     const double coarseness = isMoving() ? coarseness_ : 1.0;
     ZMT::CORE::TerrainPainterGLSettings::setGeometryError(
         landscape_->geometryErrorFor(geometryError_ * coarseness));
+    // While the view moves, as much as a picture may wait for.
+    const bool hasNames =
+        landscape_->prepare(*camera_, unsigned(canvas_->getWidth()), unsigned(canvas_->getHeight()), false);
     frames_.add([this] { canvas_->paint(); });
+    if (!hasNames) canvas_->postForRedisplay(0.0);
     if (isMoving()) adaptCoarseness();
     showFigures();
-    if (isComplete() || landscape_->isStreamed()) dropPicture();
+    if (isComplete() || landscape_->isStreamed() || !landscape_->hasTerrain()) dropPicture();
     emit frameDrawn();
 }
 
@@ -276,7 +300,8 @@ void LandscapeView::dropPicture() {
 void LandscapeView::goTo(const View & view) {
     home_ = view;
     try {
-        const Viewpoint viewpoint = findViewpoint(view, landscape_->viewedGround());
+        const double aspect = double(std::max(width(), 1)) / std::max(height(), 1);
+        const Viewpoint viewpoint = findViewpoint(view, landscape_->viewedGround(), aspect);
         tellBuriedEye(viewpoint, landscape_->viewedGround());
         flight_.setView(viewpoint.eye, viewpoint.aim);
     } catch (const UsageError & error) {
@@ -294,7 +319,12 @@ FlightGround LandscapeView::ground() const {
         if (terrain->isUndefinedHeightValue(height)) return -HUGE_VAL;
         return exaggeration * ZMT::CORE::GeoTransformation::geo2nbxTf(Point(0.0, height, 0.0)).y;
     };
-    return {landscape_->box(), heightAt};
+    const auto distanceAlong = [landscape = std::weak_ptr<Landscape>(landscape_)](const NBX::Ray & ray) {
+        const auto shown = landscape.lock();
+        const auto hit = shown ? nearestHit(shown->cities(), ray) : std::nullopt;
+        return hit ? hit->distance : HUGE_VAL;
+    };
+    return {landscape_->box(), heightAt, distanceAlong};
 }
 
 void LandscapeView::resetView() {
@@ -367,9 +397,10 @@ bool LandscapeView::isComplete() const {
 QStringList LandscapeView::frameFigures() const {
     const QLocale locale(QLocale::English);
     const double memory = ZMT::CORE::TiledLODTexture::usedTextureMemory() / s_mebibyte;
-    QStringList figures = {tr("%1 ms").arg(locale.toString(frames_.lastMilliseconds, 'f', 1)),
-                           counted(frames_.drawn.patches, tr("patch"), tr("patches")),
-                           counted(frames_.drawn.triangles, tr("triangle"), tr("triangles"))};
+    QStringList figures = {tr("%1 ms").arg(locale.toString(frames_.lastMilliseconds, 'f', 1))};
+    if (landscape_->hasTerrain())
+        figures.append({counted(frames_.drawn.patches, tr("patch"), tr("patches")),
+                        counted(frames_.drawn.triangles, tr("triangle"), tr("triangles"))});
     if (memory > 0.0)
         figures.append(tr("%1 MiB textures, %2 pending")
                            .arg(locale.toString(memory, 'f', 1),
@@ -378,12 +409,21 @@ QStringList LandscapeView::frameFigures() const {
     return figures;
 }
 
+/// In lines.
+QStringList LandscapeView::streamFigures() const {
+    const int room = width() - 2 * (s_overlayMargin + s_overlayPadding);
+    QStringList lines;
+    if (!landscape_->streamedFiles().empty()) lines.append(wrapped(fileFigures(), *overlay_, room));
+    if (!landscape_->cities().empty()) lines.append(wrapped(cityFigures(), *overlay_, room));
+    return lines;
+}
+
 /// Some times a second, so that they can be read while they change; and in the last picture.
 void LandscapeView::lookAtStreams() {
     const double now = NBX::NBXTime::now();
     if (!streams_.isEmpty() && canvas_->redisplayPending() && now - streamsTime_ < s_calmSeconds) return;
     streamsTime_ = now;
-    streams_ = landscape_->streamedFiles().empty() ? QStringList() : streamFigures();
+    streams_ = streamFigures();
 }
 
 void LandscapeView::showFigures() {
@@ -391,7 +431,8 @@ void LandscapeView::showFigures() {
     lookAtStreams();
     const int room = width() - 2 * (s_overlayMargin + s_overlayPadding);
     QString text = wrapped(frameFigures(), *overlay_, room);
-    if (!streams_.isEmpty()) text += "\n" + wrapped(streams_, *overlay_, room);
+    for (const QString & line : streams_)
+        text += "\n" + line;
     if (text == overlay_->text() && overlay_->isVisible()) return;
     overlay_->setText(text);
     overlay_->adjustSize();
@@ -410,12 +451,34 @@ QPointF LandscapeView::placeInPicture(const QPointF & place) const {
 }
 
 std::optional<Point> LandscapeView::groundAt(const QPointF & place) const {
-    if (!landscape_) return std::nullopt;
+    if (!landscape_ || !landscape_->hasTerrain()) return std::nullopt;
     const QPointF p = placeInPicture(place);
     auto hit = flight_.pick(flight_.ray(p.x(), p.y()));
     if (!hit) return std::nullopt;
     hit->y /= landscape_->exaggeration();
     return ZMT::CORE::GeoTransformation::nbx2geoTf(*hit);
+}
+
+std::optional<LandscapeView::Seen> LandscapeView::seenAt(const QPointF & place) const {
+    if (!landscape_) return std::nullopt;
+    const QPointF p = placeInPicture(place);
+    const NBX::Ray ray = flight_.ray(p.x(), p.y());
+    const auto ground = landscape_->hasTerrain() ? flight_.pick(ray) : std::nullopt;
+    const auto hit = nearestHit(landscape_->cities(), ray);
+    if (hit && (!ground || hit->distance < (*ground - ray.getOrigin()).length()))
+        return Seen{hit->place, hit->model, false};
+    const auto onMap = ground ? groundAt(place) : std::nullopt;
+    if (!onMap) return std::nullopt;
+    return Seen{*onMap, nullptr, true, featuresAt(p, *onMap)};
+}
+
+std::vector<Overlays::Feature> LandscapeView::featuresAt(const QPointF & inPicture, const Point & geo) const {
+    const Overlays & overlays = std::as_const(*landscape_).overlays();
+    if (overlays.empty() || !canvas_) return {};
+    const unsigned columns = unsigned(canvas_->getWidth()), rows = unsigned(canvas_->getHeight());
+    const Overlays::Pixel pixel{0.5 * (inPicture.x() + 1.0) * columns, 0.5 * (inPicture.y() + 1.0) * rows,
+                                columns, rows};
+    return overlays.featuresAt(*camera_, pixel, geo, landscape_->exaggeration(), s_pickTolerance);
 }
 
 void LandscapeView::mousePressEvent(QMouseEvent * event) {

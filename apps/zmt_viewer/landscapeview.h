@@ -73,7 +73,17 @@ public:
 
     const Frames & frames() const { return frames_; }
 
-    /// The ground under a place of the widget in map coordinates: x, height without exaggeration, y.
+    /// What is seen at a place of the widget, in map coordinates: x, height without exaggeration, y.
+    struct Seen {
+        NBX::Vector3Base<double> place;
+        /// A model of a city of the landscape; null for the ground, and for what no table names.
+        const ZMT::CORE::CityModels::Model * model;
+        bool isGround;
+        /// Of overlays, within some pixels, the top and nearest first; of the ground alone.
+        std::vector<Overlays::Feature> features = {};
+    };
+    std::optional<Seen> seenAt(const QPointF & place) const;
+    /// The ground there, whatever stands on it; that below cities without a terrain is not seen.
     std::optional<NBX::Vector3Base<double>> groundAt(const QPointF & place) const;
 
 signals:
@@ -110,9 +120,12 @@ private:
     void adaptCoarseness();
     void showFigures();
     QStringList frameFigures() const;
+    QStringList streamFigures() const;
     void lookAtStreams();
     void point();
     void dropPicture();
+    std::vector<Overlays::Feature> featuresAt(const QPointF & inPicture,
+                                              const NBX::Vector3Base<double> & geo) const;
     QPointF placeInPicture(const QPointF & place) const;
 
     NBX::SO<WindowCanvasGL> canvas_;

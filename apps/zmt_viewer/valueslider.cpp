@@ -14,9 +14,10 @@ constexpr int s_positions = 200;
 
 } // namespace
 
-ValueSlider::ValueSlider(const QString & name, double least, double largest, const QString & unit)
-    : least_(least), largest_(largest), value_(least), unit_(unit), slider_(new QSlider(Qt::Horizontal)),
-      text_(new QLabel) {
+ValueSlider::ValueSlider(const QString & name, double least, double largest, const QString & unit,
+                         const QString & none)
+    : least_(least), largest_(largest), value_(least), unit_(unit), none_(none),
+      slider_(new QSlider(Qt::Horizontal)), text_(new QLabel) {
     slider_->setRange(0, s_positions);
     slider_->setPageStep(s_positions / 20);
     // A click must not take the keys away from the picture.
@@ -44,11 +45,13 @@ void ValueSlider::follow(int position) {
     const double value = least_ * std::pow(largest_ / least_, double(position) / s_positions);
     const double unit = std::pow(10.0, std::floor(std::log10(value)) - 1.0);
     value_ = std::clamp(std::round(value / unit) * unit, least_, largest_);
+    if (!none_.isEmpty() && position == s_positions) value_ = HUGE_VAL;
     showValue();
     emit valueChanged(value_);
 }
 
 void ValueSlider::showValue() {
+    if (std::isinf(value_)) return text_->setText(none_);
     const bool isLarge = value_ >= 1000.0;
     text_->setText(QString::number(value_, isLarge ? 'f' : 'g', isLarge ? 0 : 3) + unit_);
 }

@@ -9,8 +9,10 @@ class QSlider;
 class ValueSlider : public QWidget {
     Q_OBJECT
 public:
-    /// `unit` stands behind the value.
-    ValueSlider(const QString & name, double least, double largest, const QString & unit);
+    /// `unit` stands behind the value. Where `none` is given, the right end means an infinite value, in whose
+    /// place it is shown.
+    ValueSlider(const QString & name, double least, double largest, const QString & unit,
+                const QString & none = {});
 
     double value() const { return value_; }
     /// Shows a value without telling; outside the range the slider stands at its end.
@@ -25,7 +27,7 @@ private:
 
     double least_, largest_;
     double value_;
-    QString unit_;
+    QString unit_, none_;
     QSlider * slider_;
     QLabel * text_;
 };

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <QApplication>
@@ -63,15 +64,16 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.set_version_flag("--version", ZMT_VERSION);
     app.add_option(
         "FILE", options.files,
-        "Height raster or streaming terrain, and images to lie on it, which may be URLs; without one the "
-        "window is empty");
+        "Height raster or streaming terrain, and images to lie on it, which may be URLs; or cities; without "
+        "any the window is empty");
+    addCityOptions(app, options.landscape.cities);
     addLandscapeOptions(app, options.landscape);
     addViewOptions(app, options.view, options.size);
     addErrorOptions(app, options.errors);
     addMemoryOptions(app, options.memory);
     app.add_flag("--wireframe", options.wireframe, "Draw edges");
     app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
-    addOutputNote(app);
+    addPictureNotes(app);
     app.add_option("--screenshot", options.screenshot,
                    "Save the window when the picture is complete, and end: JPEG where the name ends in jpg "
                    "or jpeg, else PNG");
@@ -82,14 +84,19 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
 void checkOptions(const ViewerOptions & options) {
     checkErrors(options.errors);
     checkMemoryBudgets(options.memory);
-    checkLandscape(options.landscape);
+    // What a file is that lies beside cities is not known yet.
+    LandscapeOptions bare = options.landscape;
+    if (!options.files.empty()) bare.cities.files.clear();
+    checkLandscape(bare);
     for (const std::string & file : options.files) {
         if (isUrl(file) && &file != &options.files.front()) continue; // an image
+        if (!isUrl(file) && ZMT::CORE::CityModels::isFile(file)) continue;
         LandscapeOptions landscape = options.landscape;
         landscape.terrain = file;
         checkLandscape(landscape);
     }
-    if (!options.screenshot.empty() && options.files.empty()) throw UsageError("--screenshot needs a FILE");
+    if (!options.screenshot.empty() && options.files.empty() && options.landscape.cities.files.empty())
+        throw UsageError("--screenshot needs a FILE or a --city");
     if (options.allowIncomplete && options.screenshot.empty())
         throw UsageError("--allow-incomplete needs a --screenshot");
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
@@ -108,7 +115,7 @@ class Screenshot {
 public:
     /// Throws `NBX::IOException`: a file that cannot be written is noticed before the long work.
     Screenshot(ViewerWindow & window, const std::string & path, bool allowsIncomplete)
-        : window_(window), allowsIncomplete_(allowsIncomplete),
+        : window_(window), allowsIncomplete_(allowsIncomplete), path_(path),
           format_(NBX::ImageWriter::isJPEG(path) ? "JPEG" : "PNG"), out_(path) {
         QObject::connect(&timer_, &QTimer::timeout, &window, [this] { look(); });
         timer_.start(s_pollMilliseconds);
@@ -116,26 +123,29 @@ public:
 
 private:
     void look() {
-        if (!window_.lastError().isEmpty()) return fail(window_.lastError().toStdString());
+        // A city whose textures cannot be read is whole, and blurred.
+        const auto & landscape = window_.view()->landscape();
+        const bool lacksCities =
+            landscape && !std::as_const(*landscape).cities().empty() && !readFailures().empty();
+        if (!window_.lastError().isEmpty() && !lacksCities) return fail(window_.lastError().toStdString());
         if (window_.loader()->isRunning()) return;
         waited_ += s_pollMilliseconds;
         if (waited_ > s_longestScreenshot) return fail("the picture did not become complete");
-        if (window_.view()->isComplete()) return save();
-        const bool isStreamed = window_.view()->landscape() && window_.view()->landscape()->isStreamed();
-        if (isStreamed && arrivals_.haveEnded()) tellWhatIsMissing();
+        if (window_.view()->isComplete()) return lacksCities ? saveIncomplete() : save();
+        if (landscape && landscape->isReadWhileShown() && arrivals_.haveEnded()) saveIncomplete();
     }
-    void tellWhatIsMissing() {
-        const auto failures = readFailures();
-        const std::string reason = failures.empty() ? "nothing more arrives"
-                                                    : failures.front().file + ": " + failures.front().reason;
-        if (!allowsIncomplete_)
-            return fail("the picture is not complete: " + reason +
-                        "; try again later, or give --allow-incomplete");
-        writeError("warning: the picture is not complete: " + reason);
+    void saveIncomplete() {
+        try {
+            giveUpPicture(window_.view()->frames().missingTiles, window_.shownFile(), allowsIncomplete_);
+        } catch (const DataError & error) {
+            return fail(error.what());
+        }
         save();
     }
     void save() {
         try {
+            for (const CityLayer & city : std::as_const(*window_.view()->landscape()).cities())
+                checkOutputs(city.pagingFiles(), {{"--screenshot", path_}});
             QBuffer picture;
             if (!window_.grab().save(&picture, format_, s_pictureQuality))
                 return fail("the picture could not be encoded");
@@ -154,6 +164,7 @@ private:
 
     ViewerWindow & window_;
     const bool allowsIncomplete_;
+    const std::string path_;
     const char * format_;
     NBX::AtomicFileWriter out_;
     QTimer timer_;
@@ -194,6 +205,7 @@ void endSoon(int status) {
 
 int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     if (!hasDisplay()) throw DataError("no display; the window needs one, 'zmt render' does not");
+    giveMemoryBack();
     const auto application = makeApplication(argc, argv);
     applyMemoryBudgets(options.memory);
     TerrainPainterGLSettings::setGeometryError(options.errors.geometry);

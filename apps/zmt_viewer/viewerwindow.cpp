@@ -4,8 +4,8 @@
 
 #include "viewerwindow.h"
 
+#include <algorithm>
 #include <exception>
-#include <filesystem>
 
 #include <QAction>
 #include <QClipboard>
@@ -27,20 +27,28 @@
 
 #include "controlpanel.h"
 #include "filenotices.h"
+#include "landscape/errors.h"
 #include "landscape/picture.h"
+#include "landscape/readfailures.h"
 #include "landscapeview.h"
+#include "overlaypanel.h"
 
 #include <nbx/data/locator.h>
 #include <nbx/object/nbxtime.h>
+#include <nbx/object/stringutils.h>
+#include <zmt/core/misc/patience.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/grid/model/gridterrain.h>
+#include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
+#include <zmt/core/texturedtriangles/tttmemorycontroller.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 
 namespace {
 
 using ZMT::CORE::GeoTransformation;
 using ZMT::CORE::PatchInspectorGL;
 using ZMT::CORE::TerrainPainterGLSettings;
+using ZMT::CORE::GRID::AsyncGridTerrain;
 using ZMT::CORE::GRID::GridTerrain;
 
 constexpr int s_progressSteps = 1000;
@@ -67,16 +75,25 @@ std::vector<std::string> localFiles(const QMimeData * data) {
     return files;
 }
 
-std::string fileName(const std::string & path) {
-    return std::filesystem::path(shownName(path)).filename().string();
+/// The model, and the file that it came from.
+QString nameOf(const ZMT::CORE::CityModels::Model & model) {
+    return QString::fromStdString(oneLine(model.name + " of " + model.source));
+}
+
+/// Whether the last read of some part of this file failed.
+bool cannotBeRead(const std::string & file) {
+    const auto failures = readFailures();
+    return std::any_of(failures.begin(), failures.end(),
+                       [&](const ReadFailure & failure) { return failure.file == file; });
 }
 
 } // namespace
 
 ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
-    : options_(options), startView_(view), view_(new LandscapeView), panel_(new ControlPanel),
-      hint_(new QLabel(tr("Drop a height raster here, or open one with Ctrl+O"), view_)), place_(new QLabel),
-      notices_(new FileNotices) {
+    : options_(options), startView_(view), isLonLat_(view.isLonLat), view_(new LandscapeView),
+      panel_(new ControlPanel),
+      hint_(new QLabel(tr("Drop a height raster or a city here, or open one with Ctrl+O"), view_)),
+      place_(new QLabel), notices_(new FileNotices) {
     PatchInspectorGL::registerAll(false);
     setCentralWidget(view_);
     setAcceptDrops(true);
@@ -86,6 +103,8 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     (new QVBoxLayout(view_))->addWidget(hint_);
     // A small window shows the beginning of what does not fit.
     place_->setMinimumWidth(1);
+    // Names of models come from files.
+    place_->setTextFormat(Qt::PlainText);
     statusBar()->addPermanentWidget(notices_);
     statusBar()->addPermanentWidget(place_);
     makePanel();
@@ -95,11 +114,15 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
     connect(view_, &LandscapeView::pointedNowhere, this, [this] {
         ground_.reset();
-        showGround(false);
+        showGround();
     });
     refinement_.setSingleShot(true);
     connect(&refinement_, &QTimer::timeout, this, &ViewerWindow::refineHeight);
     connect(notices_, &FileNotices::reloadWanted, this, &ViewerWindow::reload);
+    connect(notices_, &FileNotices::tryAgainWanted, this, [] {
+        const ZMT::CORE::Patience patience(GridTerrain::patienceOfPeople);
+        ZMT::CORE::TTTMemoryController::getInstance()->tryAgain();
+    });
     connect(view_, &LandscapeView::frameDrawn, this, &ViewerWindow::showReports);
     connect(&loader_, &LandscapeLoader::progressed, this, &ViewerWindow::showProgress);
     connect(&loader_, &LandscapeLoader::loaded, this, &ViewerWindow::showLoaded);
@@ -123,10 +146,16 @@ void ViewerWindow::makePanel() {
     dock->setWidget(scrolled(panel_));
     addDockWidget(Qt::RightDockWidgetArea, dock);
     connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
+    connect(panel_, &ControlPanel::overlaysChanged, view_, &LandscapeView::redraw);
     connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
     connect(panel_, &ControlPanel::geometryErrorChanged, view_, &LandscapeView::setGeometryError);
     connect(panel_, &ControlPanel::memoryChanged, this, [this](const MemoryBudgets & budgets) {
         applyMemoryBudgets(budgets);
+        view_->redraw();
+    });
+    connect(panel_, &ControlPanel::cityLookChanged, this, [this](std::size_t number, const CityLook & look) {
+        if (!view_->landscape()) return;
+        view_->landscape()->cities().at(number).setLook(look);
         view_->redraw();
     });
     connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
@@ -178,7 +207,7 @@ void ViewerWindow::makeLayerKeys() {
 void ViewerWindow::chooseFiles() {
     std::vector<std::string> files;
     for (const QString & name :
-         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, lines and areas")))
+         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, lines and areas, and cities")))
         files.push_back(name.toStdString());
     if (!files.empty()) open(files);
 }
@@ -199,6 +228,9 @@ void ViewerWindow::copyView() {
 bool ViewerWindow::savePicture(const std::string & path) {
     try {
         checkOutputs(inputFiles(options_), {{"the picture", path}});
+        if (const auto & landscape = view_->landscape())
+            for (const CityLayer & city : std::as_const(*landscape).cities())
+                checkOutputs(city.pagingFiles(), {{"the picture", path}});
         checkPictureName("the picture", path);
         view_->savePicture(path);
     } catch (const std::exception & error) {
@@ -225,7 +257,7 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
 }
 
 void ViewerWindow::open(const std::vector<std::string> & files) {
-    if (!files.empty() || !options_.terrain.empty()) load(files, false);
+    if (!files.empty() || !shownFile().empty()) load(files, false);
 }
 
 void ViewerWindow::reload() {
@@ -244,7 +276,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload) {
     panel_->setLandscape(nullptr);
     notices_->setLandscape(nullptr);
     ground_.reset();
-    showGround(false);
+    showGround();
     setBusy(true);
     hint_->hide();
     lastError_.clear();
@@ -289,6 +321,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     const Before before = std::exchange(before_, {});
     const bool isSameTerrain = before.landscape && options.terrain == options_.terrain;
     options_ = options;
+    if (landscape != before.landscape) keepCities(before, *landscape);
     // The same file may begin elsewhere by now.
     if (isSameTerrain) view_->shiftEye(before.origin - GeoTransformation::nbx2geoOffset());
     showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
@@ -297,6 +330,18 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     view_->setFocus();
     // Coordinates of one terrain mean nothing on the next.
     if (startView_.coordinates) startView_ = View();
+}
+
+/// Those that are still there look as before.
+void ViewerWindow::keepCities(const Before & before, Landscape & landscape) const {
+    const std::size_t known = before.landscape ? before.landscape->cities().size() : 0;
+    for (std::size_t i = 0; i < std::min(known, landscape.cities().size()); ++i) {
+        const CityLayer & old = before.landscape->cities()[i];
+        CityLayer & city = landscape.cities()[i];
+        if (old.name() != city.name()) continue;
+        city.setShown(old.isShown());
+        city.setLook(old.look());
+    }
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.
@@ -313,6 +358,7 @@ void ViewerWindow::goBack() {
 
 void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
                                  const std::optional<View> & view) {
+    takeSystem(landscape->reference());
     view_->setLandscape(landscape, view);
     panel_->setLandscape(landscape.get());
     notices_->setLandscape(landscape);
@@ -347,6 +393,9 @@ void ViewerWindow::applyLayers() {
         const bool isHidden = patches_->isChecked() && isColor;
         layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
     }
+    const auto & cities = view_->landscape()->cities();
+    for (std::size_t i = 0; i < cities.size(); ++i)
+        cities[i].setShown(panel_->isCityOn(i));
     view_->redraw();
 }
 
@@ -364,39 +413,64 @@ void ViewerWindow::setPatchColors(bool enable) {
 }
 
 /// What is in sight answers at once. Once the mouse rests, the finest heights are asked for, which nobody
-/// waits for: they come, or are told to be missing.
+/// waits for: they come, or are told to be slow, or to be missing.
 void ViewerWindow::showPlace(const QPointF & place) {
-    ground_ = view_->groundAt(place);
-    showGround(false);
+    const auto seen = view_->seenAt(place);
+    ground_.reset();
+    if (seen) ground_ = seen->place;
+    model_ = seen && seen->model ? nameOf(*seen->model) : QString();
+    panel_->overlays()->showFeatures(seen ? seen->features : std::vector<Overlays::Feature>());
+    showGround();
     refinement_.stop();
-    if (!ground_ || !view_->landscape()->isStreamed()) return;
+    if (!seen || !seen->isGround || !view_->landscape()->isStreamed()) return;
     groundTime_ = NBX::NBXTime::now();
     refinement_.start(s_restMilliseconds);
 }
 
 void ViewerWindow::refineHeight() {
     const auto & landscape = view_->landscape();
-    const auto terrain = NBX::soCast<GridTerrain>(landscape ? landscape->terrain() : nullptr);
+    const auto terrain = NBX::soCast<AsyncGridTerrain>(landscape ? landscape->terrain() : nullptr);
     if (!terrain || !ground_) return;
     const auto answer = terrain->heightWithin(0.0, *ground_);
     if (!terrain->isUndefinedHeightValue(answer.height)) ground_->y = answer.height;
-    const bool isAwaited =
-        answer.isCoarse && NBX::NBXTime::now() - groundTime_ < GridTerrain::patienceOfPeople;
-    showGround(answer.isCoarse && !isAwaited);
-    if (isAwaited) refinement_.start(s_askMilliseconds);
+    if (!answer.isCoarse) return showGround(Detail::Fine);
+    const bool hasFailed = cannotBeRead(shownName(NBX::StringUtils::WString2Utf8String(terrain->fileName())));
+    const bool isAwaited = NBX::NBXTime::now() - groundTime_ < GridTerrain::patienceOfPeople;
+    showGround(isAwaited ? Detail::Fine : hasFailed ? Detail::Missing : Detail::Slow);
+    if (isAwaited || !hasFailed) refinement_.start(s_askMilliseconds);
 }
 
-void ViewerWindow::showGround(bool isCoarse) {
+void ViewerWindow::showGround(Detail detail) {
     if (!ground_) return place_->clear();
-    const QLocale locale = QLocale::c();
-    QString text = tr("x %1   y %2   height %3")
-                       .arg(locale.toString(ground_->x, 'f', 1), locale.toString(ground_->z, 'f', 1),
-                            locale.toString(ground_->y, 'f', 1));
-    if (isCoarse) text += tr(" (coarse: finer heights cannot be read)");
+    QString text = placeText() + tr("   height %1").arg(QLocale::c().toString(ground_->y, 'f', 1));
+    if (!systemName_.isEmpty()) text += "   " + systemName_;
+    if (!model_.isEmpty()) text += "   " + model_;
+    if (detail == Detail::Slow) text += tr(" (coarse: finer heights are slow to come)");
+    if (detail == Detail::Missing) text += tr(" (coarse: finer heights cannot be read)");
     place_->setText(text);
 }
 
+QString ViewerWindow::placeText() const {
+    const QLocale locale = QLocale::c();
+    const auto place = system_ ? system_->toLonLat({ground_->x, ground_->z}) : std::nullopt;
+    if (place)
+        return tr("longitude %1   latitude %2")
+            .arg(locale.toString(place->longitude, 'f', 6), locale.toString(place->latitude, 'f', 6));
+    return tr("x %1   y %2").arg(locale.toString(ground_->x, 'f', 1), locale.toString(ground_->z, 'f', 1));
+}
+
+/// Of the coordinates that are shown: of the map, or of the globe.
+void ViewerWindow::takeSystem(const ZMT::RASTER::GeoReference & reference) {
+    using ZMT::RASTER::CoordinateSystem;
+    const bool isLonLat = isLonLat_ && !reference.wkt.empty();
+    system_ = isLonLat ? std::make_unique<CoordinateSystem>(reference.wkt) : nullptr;
+    const std::string code = isLonLat ? "EPSG:4326" : CoordinateSystem::code(reference.wkt);
+    systemName_ = QString::fromStdString(code.empty() ? reference.name : code);
+    place_->setToolTip(
+        tr("Map coordinates: %1").arg(QString::fromStdString(CoordinateSystem::describe(reference))));
+}
+
 void ViewerWindow::showTitle() {
-    const QString name = QString::fromStdString(fileName(options_.terrain));
+    const QString name = QString::fromStdString(fileNameOf(shownFile()));
     setWindowTitle(view_->landscape() ? tr("%1 - zmt").arg(name) : tr("zmt"));
 }

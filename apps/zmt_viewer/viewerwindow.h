@@ -13,6 +13,9 @@
 #include "landscape/viewpoint.h"
 #include "landscapeloader.h"
 
+namespace ZMT::RASTER {
+class CoordinateSystem;
+}
 class ControlPanel;
 class FileNotices;
 class LandscapeView;
@@ -30,7 +33,7 @@ public:
     ~ViewerWindow() override;
 
     /// Loads in the background: a raster of one band becomes the terrain, images, lines and areas come on
-    /// top. With `options.terrain` set no file is needed.
+    /// top, cities beside it. With a terrain or a city in `options` no file is needed.
     void open(const std::vector<std::string> & files);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
@@ -43,6 +46,8 @@ public:
     LandscapeView * view() const { return view_; }
     ControlPanel * panel() const { return panel_; }
     LandscapeLoader * loader() { return &loader_; }
+    /// The path or URL that what is shown is called by; empty without anything.
+    std::string shownFile() const { return mainFile(options_); }
     /// The last thing that went wrong; empty without one.
     const QString & lastError() const { return lastError_; }
 
@@ -75,12 +80,17 @@ private:
     void setPatchColors(bool enable);
     void showPlace(const QPointF & place);
     void refineHeight();
-    void showGround(bool isCoarse);
+    /// Whether the height under the mouse is the finest there is, or why not.
+    enum class Detail { Fine, Slow, Missing };
+    void showGround(Detail detail = Detail::Fine);
+    QString placeText() const;
+    void takeSystem(const ZMT::RASTER::GeoReference & reference);
     void showTitle();
 
     Reports reports_;
     LandscapeOptions options_; ///< of what is shown
     View startView_;
+    const bool isLonLat_; ///< whether places are told in longitude and latitude
 
     /// What was shown before a load began; it comes back when that fails.
     struct Before {
@@ -89,6 +99,7 @@ private:
         std::vector<bool> layers; ///< which are on
         bool isReload = false;
     } before_;
+    void keepCities(const Before & before, Landscape & landscape) const;
     LandscapeLoader loader_; ///< works on `before_`
 
     LandscapeView * view_;
@@ -107,6 +118,10 @@ private:
 
     /// In map coordinates, what the mouse points at; none where it does not.
     std::optional<NBX::Vector3Base<double>> ground_;
+    QString model_; ///< which of a city that is, as it is told; empty for the ground
+    /// Of what is shown; null where its coordinates are not told in longitude and latitude.
+    std::unique_ptr<ZMT::RASTER::CoordinateSystem> system_;
+    QString systemName_;      ///< in which they are told; empty where that is not known
     QTimer refinement_;       ///< until finer heights are asked for
     double groundTime_ = 0.0; ///< since when the mouse has been there
 };

@@ -4,6 +4,8 @@
 #include <QOpenGLWidget>
 #include <QSurfaceFormat>
 
+#include <GL/gl.h>
+
 NBX_CLASS_IMPL(WindowContextGL, NBX::ContextGL)
 
 namespace {
@@ -15,8 +17,6 @@ QSurfaceFormat surfaceFormat() {
     format.setVersion(2, 1);
     format.setDepthBufferSize(24);
     format.setStencilBufferSize(8);
-    // What is transparent in the scene shall not show what lies behind the window.
-    format.setAlphaBufferSize(0);
     return format;
 }
 
@@ -32,6 +32,9 @@ bool WindowContextGL::isSupported() {
 
 void WindowContextGL::prepareWidget(QOpenGLWidget * widget) {
     widget->setFormat(surfaceFormat());
+    // What is transparent in the scene shall not show what lies behind the window, which the toolkit composes
+    // by the alpha of the widget's frame buffer.
+    widget->setTextureFormat(GL_RGB8);
 }
 
 void WindowContextGL::destroy() {

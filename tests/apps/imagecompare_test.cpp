@@ -105,6 +105,53 @@ TEST(ImageCompare, AFailureKeepsThePictures) {
     }
 }
 
+/// A model of one grey, `width` pixels wide, in front of magenta.
+ImagePtr greyModel(int grey, int width) {
+    ImagePtr image = new NBX::MemoryImage(64, 32, NBX::LS_RGB);
+    for (int y = 0; y < 32; ++y)
+        for (int x = 0; x < 64; ++x)
+            image->setColor(x, y,
+                            x < width ? NBX::Color(grey / 255.0, grey / 255.0, grey / 255.0)
+                                      : NBX::Color(1.0, 0.0, 1.0));
+    return image;
+}
+
+const NBX::Color s_magenta(1.0F, 0.0F, 1.0F);
+
+TEST(ImageCompare, ModelsOfFlatColourDifferByTheirMeans) {
+    const ModelLikeness same = compareModels(*greyModel(100, 64), *greyModel(100, 64), s_magenta);
+    EXPECT_DOUBLE_EQ(same.similarity, 1.0);
+    EXPECT_EQ(same.silhouettes, 0.0);
+    EXPECT_EQ(same.shown, 64U * 32U);
+    const ModelLikeness brighter = compareModels(*greyModel(150, 64), *greyModel(100, 64), s_magenta);
+    const double c1 = 2.55 * 2.55;
+    EXPECT_NEAR(brighter.similarity, (2.0 * 150 * 100 + c1) / (150.0 * 150 + 100.0 * 100 + c1), 1e-4);
+}
+
+TEST(ImageCompare, SilhouettesAreWhereOnlyOnePictureShowsTheModel) {
+    const ModelLikeness narrower = compareModels(*greyModel(250, 16), *greyModel(250, 32), s_magenta);
+    EXPECT_DOUBLE_EQ(narrower.silhouettes, 0.25);
+    EXPECT_EQ(narrower.shown, 32U * 32U);
+    EXPECT_LT(narrower.similarity, 0.8);
+    EXPECT_EQ(compareModels(*greyModel(1, 0), *greyModel(1, 0), s_magenta).shown, 0U);
+    EXPECT_EQ(compareModels(*greyModel(1, 0), *greyModel(1, 0), s_magenta).similarity, 1.0);
+}
+
+TEST(ImageCompare, StructureCountsAndNotOnlyColour) {
+    const auto stripes = [](int shift) {
+        ImagePtr image = new NBX::MemoryImage(64, 32, NBX::LS_RGB);
+        for (int y = 0; y < 32; ++y)
+            for (int x = 0; x < 64; ++x) {
+                const double grey = (x + shift) / 4 % 2 == 0 ? 0.25 : 0.75;
+                image->setColor(x, y, NBX::Color(grey, grey, grey));
+            }
+        return image;
+    };
+    EXPECT_LT(compareModels(*stripes(4), *stripes(0), s_magenta).similarity, -0.5) << "the inverse";
+    EXPECT_LT(compareModels(*stripes(1), *stripes(0), s_magenta).similarity, 0.7);
+    EXPECT_EQ(compareModels(*stripes(8), *stripes(0), s_magenta).similarity, 1.0);
+}
+
 TEST(ImageCompare, WhatIsNoPictureIsNoGoldenPicture) {
     EXPECT_FALSE(readPng("/nonexistent.png"));
     EXPECT_FALSE(readPng(ZMT_DATA_DIR "/README.md"));

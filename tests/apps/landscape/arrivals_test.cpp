@@ -34,6 +34,32 @@ TEST(Arrivals, WhatIsTakenIsProgress) {
     EXPECT_TRUE(endsWithin(arrivals, now, 3.0));
 }
 
+/// With fewer bytes than that, nobody can wait for the end.
+TEST(Arrivals, WhatComesForTheFirstTimeIsProgress) {
+    Arrivals arrivals;
+    double now = NBX::NBXTime::now();
+    ZMT::CORE::ReadProgress file;
+    EXPECT_FALSE(endsWithin(arrivals, now, 9.0));
+    file.note(100, Arrivals::s_fewestBytes - 1);
+    EXPECT_FALSE(endsWithin(arrivals, now, 0.5));
+    file.note(100, Arrivals::s_fewestBytes);
+    EXPECT_FALSE(endsWithin(arrivals, now, 10.0)) << "bytes add up";
+    file.note(100, Arrivals::s_fewestBytes);
+    EXPECT_TRUE(endsWithin(arrivals, now, 1.5)) << "the same came again";
+}
+
+TEST(Arrivals, DropsAreNoProgress) {
+    Arrivals arrivals;
+    double now = NBX::NBXTime::now();
+    ZMT::CORE::ReadProgress file;
+    bool hasEnded = false;
+    for (unsigned second = 1; second <= 12 && !hasEnded; ++second) {
+        file.note(100, 4 * second);
+        hasEnded = endsWithin(arrivals, now, 1.0);
+    }
+    EXPECT_TRUE(hasEnded);
+}
+
 TEST(Arrivals, SlowPicturesAreWaitedFor) {
     Arrivals arrivals;
     double now = NBX::NBXTime::now();

@@ -4,6 +4,8 @@
 
 #include "landscape/errors.h"
 
+#include <zmt/core/misc/httpsettings.h>
+
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -28,7 +30,7 @@ struct Parsed {
 TEST(CommandOptions, WithoutAnyTheDefaultsStay) {
     const Parsed parsed({});
     EXPECT_EQ(TerrainMethod::Auto, parsed.landscape.method);
-    EXPECT_EQ(Lighting::Relief, parsed.landscape.lighting);
+    EXPECT_FALSE(parsed.landscape.lighting);
     EXPECT_FALSE(parsed.landscape.light);
     EXPECT_FALSE(parsed.landscape.shadeImages);
     EXPECT_EQ(View::Name::Overview, parsed.view.name);
@@ -53,6 +55,15 @@ TEST(CommandOptions, TextsBecomeValues) {
     EXPECT_EQ(20U, parsed.size.width);
     EXPECT_EQ(10U, parsed.size.height);
     EXPECT_EQ(1.5, parsed.errors.geometry);
+}
+
+TEST(CommandOptions, RedirectsToOtherServersAreFollowedOnRequest) {
+    using ZMT::CORE::HttpSettings;
+    Parsed({});
+    EXPECT_FALSE(HttpSettings::getFollowsRedirects());
+    Parsed({"--follow-redirects"});
+    EXPECT_TRUE(HttpSettings::getFollowsRedirects());
+    HttpSettings::setFollowsRedirects(false);
 }
 
 TEST(CommandOptions, WhatIsNoValueIsAUsageError) {

@@ -1,18 +1,29 @@
 #include "landscape/landscape.h"
 
+#include <array>
+#include <iomanip>
 #include <set>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include <nbx/engine/engine.h>
+#include <nbx/engine/raytracingtechnique.h>
 #include <nbx/object/progress.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
+#include <zmt/raster/gdal/coordinatesystem.h>
 
+#include "landscape/citybuilding.h"
 #include "landscape/errors.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
 namespace {
+
+using Point = NBX::Vector3Base<double>;
 
 const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
 const std::string s_everest = s_data + "everest_heights.tif";
@@ -173,6 +184,80 @@ TEST(Landscape, APlainOneIsOfInterestWhereItsImageWouldLie) {
     const GroundLayer image = landscape.readImage(s_image);
     EXPECT_EQ(image.box.getLLF().x, landscape.interest().getLLF().x);
     EXPECT_EQ(image.box.getURB().z, landscape.interest().getURB().z);
+}
+
+/// Poles of 1 m by 10 m, 6 m above ground that rises to the east from 100 m on, by a metre every two.
+class LandscapeWithACity : public testing::Test {
+protected:
+    void SetUp() override {
+        SmallGeoTiff heights;
+        heights.width = heights.height = 30;
+        for (unsigned i = 0; i < heights.width * heights.height; ++i)
+            heights.heights.push_back(
+                float(groundAt(heights.west + heights.cell * (i % heights.width + 0.5))));
+        options.terrain = folder.write("slope.tif", heights.encode());
+        folder.write("pole.obj", "v 0 0 0\nv 1 0 0\nv 1 10 0\nv 0 10 0\nf 1 2 3 4\n");
+        std::string poles;
+        for (const double x : s_places)
+            poles += placemark(x, heights.north - 480.0);
+        CityBuilding building;
+        building.inputs = {folder.write("poles.kml", "<kml><Document>" + poles + "</Document></kml>")};
+        building.terrain = options.terrain;
+        building.out = folder.out("poles.city");
+        buildCity(building);
+        options.cities.files = {building.out};
+    }
+
+    static double groundAt(double x) { return 100.0 + 0.5 * (x - 500000.0); }
+    static std::string placemark(double x, double y) {
+        using ZMT::RASTER::CoordinateSystem;
+        const CoordinateSystem system(CoordinateSystem::parse("EPSG:32645").wkt);
+        const auto at = system.toLonLat({x, y}).value();
+        std::ostringstream text;
+        text << std::setprecision(15) << "<Placemark><Model><Location><longitude>" << at.longitude
+             << "</longitude><latitude>" << at.latitude << "</latitude><altitude>6</altitude></Location>"
+             << "<altitudeMode>relativeToGround</altitudeMode><Link><href>pole.obj</href></Link>"
+             << "</Model></Placemark>";
+        return text.str();
+    }
+    /// Of what stands at `x`, height of its foot and its top above the ground that is drawn.
+    static std::pair<double, double> standing(const Landscape & landscape, double x) {
+        const auto top = ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x + 0.5, 0.0, 3099520.0));
+        // From below along the pole, and on the way down from above.
+        const double ground =
+            landscape.exaggeration() * ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, groundAt(x), 0.0)).y;
+        const auto isHit = [&](double height) {
+            const NBX::SO<NBX::Engine> engine(new NBX::Engine());
+            const NBX::SO<NBX::RayTracingTechnique> ray(new NBX::RayTracingTechnique(
+                NBX::Ray(Point(top.x, ground + height, top.z - 3.0), Point(0, 0, 1))));
+            return ray->trace(engine.get(), landscape.cities().front().node().get());
+        };
+        double low = -50.0, high = 50.0;
+        while (low < high && !isHit(low))
+            low += 0.125;
+        while (low < high && !isHit(high))
+            high -= 0.125;
+        return {low, high};
+    }
+
+    static constexpr std::array<double, 3> s_places = {500100.0, 500480.0, 500860.0};
+    const RunFolder folder;
+    LandscapeOptions options;
+};
+
+TEST_F(LandscapeWithACity, ModelsStandOnExaggeratedGroundAsFarAboveItAsBefore) {
+    Landscape landscape(options);
+    for (const double exaggeration : {1.0, 2.0, 0.5, 20.0, 1.0}) {
+        landscape.setExaggeration(exaggeration);
+        for (const double x : s_places) {
+            SCOPED_TRACE(testing::Message() << x << " at " << exaggeration);
+            const auto [low, high] = standing(landscape, x);
+            EXPECT_NEAR(low, 6.0, 0.2);
+            EXPECT_NEAR(high, 16.0, 0.2) << "models are not stretched";
+        }
+    }
+    options.exaggeration = 3.0;
+    EXPECT_NEAR(standing(Landscape(options), s_places[2]).first, 6.0, 0.2) << "from the start on";
 }
 
 TEST(Landscape, OnlyLightOnTheVerticesNeedsFullDetail) {

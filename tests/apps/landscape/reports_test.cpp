@@ -49,6 +49,12 @@ TEST(Reports, AWarningIsToldButNotThrown) {
     EXPECT_NO_THROW(Reports::throwFirst());
     EXPECT_EQ((std::vector<std::string>{"little memory"}), reports.take());
     EXPECT_TRUE(reports.take().empty());
+    NBX_REPORT(2, L"projection", L"no system");
+    NBX_REPORT(2, L"light map", L"no light");
+    NBX_REPORT(2, L"texture format", L"no alpha");
+    NBX_REPORT(2, L"texData", L"no texture");
+    EXPECT_NO_THROW(Reports::throwFirst());
+    EXPECT_EQ(4U, reports.take().size());
 }
 
 TEST(Reports, HowALibraryWorksIsToldOnRequestAlone) {

@@ -94,12 +94,12 @@ TEST(TerrainInput, DegreesBecomeMetresUnlessNative) {
 
 TEST(TerrainInput, AbsurdHeightsAndCellsAreTold) {
     const RunFolder folder;
-    const auto told = [&](float height, double cell) {
+    const auto told = [&](float height, double cell, bool native = false) {
         SmallGeoTiff tiff = slope(4, 4);
         tiff.heights[5] = height;
         tiff.cell = cell;
         testing::internal::CaptureStderr();
-        readTerrainRaster(folder.write("t.tif", tiff.encode()));
+        readTerrainRaster(folder.write("t.tif", tiff.encode()), {.native = native});
         return testing::internal::GetCapturedStderr();
     };
     EXPECT_EQ("", told(8848.0F, 32.0));
@@ -108,6 +108,8 @@ TEST(TerrainInput, AbsurdHeightsAndCellsAreTold) {
     EXPECT_NE(std::string::npos, told(1e20F, 32.0).find("has heights of 1e+20 m"));
     EXPECT_NE(std::string::npos, told(100.0F, 1e-5).find("has cells of 1e-05 by 1e-05 m"));
     EXPECT_NE(std::string::npos, told(100.0F, 2e6).find("has cells of 2e+06 by 2e+06 m"));
+    EXPECT_NE(std::string::npos, told(-32768.0F, 32.0, true).find("has heights of -32768 m"));
+    EXPECT_EQ("", told(100.0F, 1e-5, true));
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "landscape/viewpoint.h"
 
+#include <algorithm>
 #include <cmath>
+#include <random>
 #include <tuple>
 #include <vector>
 
@@ -9,6 +11,7 @@
 #include "landscape/errors.h"
 
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/raster/simplerasterdata.h>
 
 namespace {
@@ -64,7 +67,7 @@ protected:
     FindViewpoint() { ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin()); }
     ~FindViewpoint() override { ZMT::CORE::GeoTransformation::setNBXOrigin({}); }
 
-    Viewpoint find(const std::string & view) const { return findViewpoint(parseView(view), ground()); }
+    Viewpoint find(const std::string & view) const { return findViewpoint(parseView(view), ground(), 1.5); }
     ViewedGround ground() const { return {*grid, *terrain, reference, exaggeration, {}}; }
     /// In map coordinates.
     static void expectAt(double x, double y, double height, const NBX::Vector3Base<double> & inScene) {
@@ -128,7 +131,7 @@ TEST_F(FindViewpoint, ACloseUpShowsAnImageOfAnySize) {
     const auto closeUp = [&](double west, double east) {
         const NBX::Bounds image({west, 0.0, 7140.0}, {east, 0.0, 7160.0});
         viewed.interest = GeoTransformation::geo2nbxTf(image);
-        return findViewpoint(parseView("closeup"), viewed);
+        return findViewpoint(parseView("closeup"), viewed, 1.5);
     };
     const Viewpoint small = closeUp(5640.0, 5660.0);
     expectAt(5650.0, 7150.0, 850.0 - 2.0, small.aim);
@@ -151,6 +154,98 @@ TEST_F(FindViewpoint, AnEyeUnderTheGroundIsTold) {
     for (const char * view :
          {"5400,7200,801,5400,7600,0", "100,7200,-500,5400,7600,0", "overview", "closeup"})
         EXPECT_EQ("", told(view)) << view;
+}
+
+TEST(TellUnseenErrors, FromStraightAboveOnly) {
+    const auto told = [](const char * view, double error, bool isAsked = true) {
+        AllowedErrors errors;
+        errors.geometry = error;
+        errors.isGeometryAsked = isAsked;
+        testing::internal::CaptureStderr();
+        tellUnseenErrors(parseView(view), errors);
+        return testing::internal::GetCapturedStderr();
+    };
+    for (const char * view : {"north", "1,2,30,1,2,3", "at:1,2,0,90,500"}) {
+        EXPECT_NE(std::string::npos, told(view, 1.0).find("straight above")) << view;
+        EXPECT_EQ("", told(view, 0.0)) << view;
+        EXPECT_EQ("", told(view, 3.0, false)) << view;
+    }
+    for (const char * view : {"overview", "closeup", "1,2,30,1,5,3", "1,2,30,5,2,3", "at:1,2,0,89,500"})
+        EXPECT_EQ("", told(view, 1.0)) << view;
+}
+
+/// How far from the middle of a picture a point lies, as shares of half its width and half its height.
+std::array<double, 2> placeInPicture(const NBX::Camera & camera, const NBX::Vector3Base<double> & p,
+                                     const NBX::Vector3Base<double> & eye, double aspect) {
+    // Square pixels, so many of them that their centres are everywhere.
+    const unsigned height = 1000, width = unsigned(std::lround(aspect * height));
+    const auto direction = [&](double x, double y) {
+        return camera.rayThrough(x, y, width, height).getDirection().normalized();
+    };
+    const auto forward = direction(width / 2.0, height / 2.0);
+    const auto right = (direction(width, height / 2.0) - direction(0.0, height / 2.0)).normalized();
+    const auto up = (direction(width / 2.0, height) - direction(width / 2.0, 0.0)).normalized();
+    const auto way = p - eye;
+    const double half = std::tan(s_fieldOfView / 2.0 * M_PI / 180.0) * way.dot(forward);
+    EXPECT_GT(half, 0.0) << "behind the eye";
+    return {way.dot(right) / (half * width / height), way.dot(up) / half};
+}
+
+/// A terrain whose box is `width` east, `height` up and `depth` north.
+NBX::SO<ZMT::CORE::GridData> slab(double width, double height, double depth) {
+    NBX::SO<ZMT::RASTER::SimpleRasterData<float>> heights(
+        new ZMT::RASTER::SimpleRasterData<float>(3, 3, 5e5, 4e6, width / 2.0, depth / 2.0, true, -9999.0F));
+    for (unsigned i = 0; i < 9; ++i)
+        heights->setValue(i % 3, i / 3, i == 4 ? float(100.0 + height) : 100.0F);
+    return NBX::SO<ZMT::CORE::GridData>(new ZMT::CORE::GridData(heights.get()));
+}
+
+/// From the south, and as large as the picture allows: every corner of the box is in it, two opposite sides
+/// of the picture come as near as the margin.
+TEST(FindViewpointOfAll, AnOverviewFillsThePicture) {
+    std::mt19937 random(7);
+    const ZMT::RASTER::GeoReference reference;
+    const auto anyOf = [&](double low, double high) {
+        return low * std::pow(high / low, std::uniform_real_distribution<>(0.0, 1.0)(random));
+    };
+    for (int i = 0; i < 300; ++i) {
+        const double width = anyOf(10.0, 1e6), depth = width * anyOf(0.02, 50.0);
+        const double height = i % 5 == 0 ? 0.0 : width * anyOf(1e-3, 2.0), aspect = anyOf(0.2, 5.0);
+        SCOPED_TRACE(testing::Message() << width << " " << height << " " << depth << " at " << aspect);
+        const auto grid = slab(width, height, depth);
+        ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin());
+        const NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::Terrain(grid.get(), nullptr));
+        const ViewedGround ground{*grid, *terrain, reference, anyOf(0.5, 4.0), {}};
+        const Viewpoint viewpoint = findViewpoint(parseView("overview"), ground, aspect);
+        NBX::Bounds box = ZMT::CORE::GeoTransformation::geo2nbxTf(
+            ZMT::CORE::LocalFrame(grid->origin()).toGeo(grid->boundingBox()));
+        const auto scaled = [&](NBX::Vector3Base<double> p) {
+            p.y *= ground.exaggeration;
+            return p;
+        };
+        box = NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB()));
+        const auto camera = makeCamera(viewpoint, box);
+        EXPECT_NEAR(box.center().x, viewpoint.eye.x, 1e-9 * width);
+        EXPECT_EQ(viewpoint.eye.x, viewpoint.aim.x);
+        EXPECT_LT(viewpoint.eye.z, viewpoint.aim.z);
+        double aside = 0.0, top = -1.0, bottom = 1.0;
+        for (unsigned corner = 0; corner < 8; ++corner) {
+            const auto low = box.getLLF(), high = box.getURB();
+            const auto [x, y] = placeInPicture(
+                *camera,
+                {corner & 1 ? high.x : low.x, corner & 2 ? high.y : low.y, corner & 4 ? high.z : low.z},
+                viewpoint.eye, aspect);
+            aside = std::max(aside, std::abs(x));
+            top = std::max(top, y);
+            bottom = std::min(bottom, y);
+        }
+        EXPECT_NEAR(0.97, std::max({aside, top, -bottom}), 0.005);
+        EXPECT_LT(std::max({aside, top, -bottom}), 0.975);
+        if (aside < 0.96) {
+            EXPECT_NEAR(top, -bottom, 0.005);
+        }
+    }
+    ZMT::CORE::GeoTransformation::setNBXOrigin({});
 }
 
 } // namespace

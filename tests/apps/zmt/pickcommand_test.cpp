@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -215,6 +216,144 @@ TEST_F(PickCommand, HolesHaveNoHeight) {
     arguments.emplace_back("--fill-voids");
     const auto filled = nlohmann::json::parse(pick(arguments).output);
     EXPECT_NEAR(slopeAt(x, y), filled.at("height").get<double>(), 1.0);
+}
+
+constexpr double s_cityX = s_west + 650.0, s_cityY = s_north - 450.0;
+
+/// A prism of 3 by 2 by 5 m on the slope.
+class PickCity : public PickCommand {
+protected:
+    std::string built(double height, const std::string & name = "p.city", const std::string & model = s_prism,
+                      const std::string & system = "EPSG:32645") const {
+        char place[100];
+        std::snprintf(place, sizeof place, "%.3f,%.3f,%.3f", s_cityX, s_cityY, height);
+        const RunResult run = runProcess(ZMT_EXECUTABLE,
+                                         {"build", "city", model, "--up", "z", "--at", place, "--system",
+                                          system, "--atlas-size", "64", "--out", folder.out(name)},
+                                         folder);
+        EXPECT_EQ(0, run.status) << run.errors;
+        return folder.out(name);
+    }
+    RunResult run(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), "pick");
+        return runProcess(ZMT_EXECUTABLE, arguments, folder);
+    }
+    /// From 40 m in the south-west, at a place of the prism so high above its foot.
+    static std::string viewOf(double foot, double above) {
+        char view[200];
+        std::snprintf(view, sizeof view, "%.3f,%.3f,%.3f,%.3f,%.3f,%.3f", s_cityX - 28.0, s_cityY - 28.0,
+                      foot + above + 10.0, s_cityX + 1.5, s_cityY + 1.0, foot + above);
+        return view;
+    }
+    static nlohmann::json parsed(const RunResult & run) {
+        EXPECT_EQ(0, run.status) << run.errors;
+        return nlohmann::json::parse(run.output);
+    }
+
+    static inline const std::string s_prism = ZMT_DATA_DIR "/../tests/data/models/prism.obj";
+    const double foot = slopeAt(s_cityX, s_cityY);
+};
+
+TEST_F(PickCity, NamesTheModelWithoutATerrain) {
+    const std::vector<std::string> pick = {"--city", built(foot), "--view", viewOf(foot, 2.0),
+                                           "--size", "33x21",     "16,10"};
+    const RunResult text = run(pick);
+    EXPECT_EQ(0, text.status) << text.errors;
+    EXPECT_NE(std::string::npos, text.output.find(" EPSG:32645 prism of prism.obj\n")) << text.output;
+    const Place place = placeOf(text);
+    EXPECT_NEAR(s_cityX + 1.5, place.x, 2.0);
+    EXPECT_NEAR(s_cityY + 1.0, place.y, 2.0);
+    EXPECT_NEAR(foot + 2.5, place.height, 1.0);
+    std::vector<std::string> json = pick;
+    json.emplace_back("--json");
+    const auto object = parsed(run(json));
+    EXPECT_EQ(9U, object.size());
+    EXPECT_NEAR(place.height, object.at("height").get<double>(), 0.001);
+    const auto & model = object.at("model");
+    EXPECT_EQ(folder.out("p.city"), model.at("city"));
+    EXPECT_EQ("prism", model.at("name"));
+    EXPECT_EQ("prism.obj", model.at("source"));
+    EXPECT_NEAR(s_cityX, model.at("place").at(0).get<double>(), 1e-3);
+    EXPECT_NEAR(s_cityY, model.at("place").at(1).get<double>(), 1e-3);
+    EXPECT_NEAR(foot, model.at("place").at(2).get<double>(), 1e-3);
+}
+
+/// The level ground that stands in for a terrain is not drawn.
+TEST_F(PickCity, NothingIsBesideAModelThatStandsAlone) {
+    const std::vector<std::string> pick = {"--city", built(foot), "--view", viewOf(foot, 2.0),
+                                           "--size", "64x64",     "1,63"};
+    EXPECT_EQ("no hit\n", run(pick).output);
+}
+
+TEST_F(PickCity, TheNearerOfGroundAndModelIsTold) {
+    const auto at = [&](double height, const std::string & pixel) {
+        return parsed(pick(
+            {"--city", built(height), "--view", viewOf(height, 2.0), "--size", "33x21", "--json", pixel}));
+    };
+    EXPECT_EQ("prism", at(foot, "16,10").at("model").at("name"));
+    const auto ground = at(foot, "1,19");
+    EXPECT_TRUE(ground.at("model").is_null());
+    EXPECT_NEAR(slopeAt(ground.at("x"), ground.at("y")), ground.at("height").get<double>(), 1e-3);
+    // It stands below the ground, and the eye above.
+    const auto hidden = parsed(pick(
+        {"--city", built(foot - 20.0), "--view", viewOf(foot, 2.0), "--size", "33x21", "--json", "16,10"}));
+    EXPECT_TRUE(hidden.at("model").is_null());
+    EXPECT_NEAR(slopeAt(hidden.at("x"), hidden.at("y")), hidden.at("height").get<double>(), 1e-3);
+}
+
+/// A model keeps its size where heights are stretched, and its height is told as it was built.
+TEST_F(PickCity, HeightsOfModelsAreThoseThatTheyWereBuiltWith) {
+    const std::string city = built(foot);
+    const auto object = parsed(pick({"--city", city, "--exaggeration", "3", "--view", viewOf(foot, 0.5),
+                                     "--size", "33x21", "--json", "16,10"}));
+    ASSERT_FALSE(object.at("model").is_null()) << object;
+    EXPECT_EQ("prism", object.at("model").at("name"));
+    EXPECT_GT(object.at("height").get<double>(), foot - 0.1);
+    EXPECT_LT(object.at("height").get<double>(), foot + 5.1);
+    EXPECT_NEAR(foot, object.at("model").at("place").at(2).get<double>(), 1e-3);
+}
+
+TEST_F(PickCity, TheNearestOfSeveralCitiesIsTold) {
+    std::filesystem::copy_file(s_prism, folder.in("tower.obj"));
+    const std::string far = built(foot), near = built(foot + 6.0, "t.city", folder.in("tower.obj"));
+    const auto named = [&](double above) {
+        return parsed(run({"--city", far, "--city", near, "--view", viewOf(foot, above), "--size", "33x21",
+                           "--json", "16,10"}))
+            .at("model")
+            .at("name");
+    };
+    EXPECT_EQ("prism", named(2.0));
+    EXPECT_EQ("tower", named(8.0));
+}
+
+TEST_F(PickCity, NamesFromFilesStayInTheirLine) {
+    std::filesystem::create_directories(folder.in("m"));
+    const std::string model = folder.in("m/a\x1b[2J\nb.obj");
+    std::filesystem::copy_file(s_prism, model);
+    const RunResult text = run(
+        {"--city", built(foot, "p.city", model), "--view", viewOf(foot, 2.0), "--size", "33x21", "16,10"});
+    EXPECT_EQ(0, text.status) << text.errors;
+    EXPECT_EQ(1, std::count(text.output.begin(), text.output.end(), '\n')) << text.output;
+    EXPECT_EQ(std::string::npos, text.output.find('\x1b'));
+}
+
+TEST_F(PickCity, WhatDoesNotFitIsRefused) {
+    const std::string city = built(foot);
+    const auto refused = [&](const std::vector<std::string> & arguments, int status,
+                             const std::string & words) {
+        const RunResult result = run(arguments);
+        EXPECT_EQ(status, result.status) << words;
+        EXPECT_NE(std::string::npos, result.errors.find(words)) << result.errors;
+        EXPECT_EQ(1U, result.errorLines().size()) << result.errors;
+        EXPECT_EQ("", result.output);
+    };
+    refused({"5,5"}, 2, "--terrain is required, or --city");
+    refused({"--city", city, "--exaggeration", "2", "5,5"}, 2, "--exaggeration needs a terrain");
+    refused({"--city", city, "--fill-voids", "5,5"}, 2, "--fill-voids needs a terrain");
+    refused({"--city", folder.in("none.city"), "5,5"}, 1, "none.city");
+    refused({"--city", terrain, "5,5"}, 1, "is no city");
+    refused({"--terrain", terrain, "--city", built(foot, "o.city", s_prism, "EPSG:32633"), "5,5"}, 1,
+            "EPSG:32633");
 }
 
 TEST_F(PickCommand, TellsWhatIsWrong) {

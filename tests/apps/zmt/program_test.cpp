@@ -1,15 +1,19 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <limits>
 #include <ostream>
+#include <streambuf>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include "commands.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
+#include "support/web/webapplication.h"
 #include "support/wronguse.h"
 #include "support/zmtrun.h"
 
@@ -505,6 +509,21 @@ TEST(Program, WedgesWithoutHeightsAreTold) {
                   run.errors.find("t.tif: its sides are not straight in WGS 84 / UPS North"))
             << run.errors;
         EXPECT_NE(std::string::npos, run.errors.find(" % of the terrain have no heights")) << run.errors;
+        const std::size_t named = run.errors.find("--crs \"");
+        ASSERT_NE(std::string::npos, named) << run.errors;
+        const std::string system = run.errors.substr(named + 7, run.errors.rfind('"') - named - 7);
+        EXPECT_EQ("+proj=eqc +lat_ts=80 +lon_0=5 +datum=WGS84", system);
+        const RunResult other = render(folder, folder.in("t.tif"), {"--crs", system});
+        EXPECT_EQ(0, other.status);
+        EXPECT_EQ("", other.errors);
+        for (const std::string corner : {"1,84", "9,84"}) {
+            const RunResult pick =
+                zmt(folder, {"pick", "--terrain", folder.in("t.tif"), "--crs", system, "--lonlat", "--view",
+                             corner + ",+5000," + corner + ",+0", "--size", "64x64", "--json", "32,32"});
+            EXPECT_EQ(0, pick.status) << corner << pick.errors;
+            EXPECT_EQ(std::string::npos, pick.output.find("\"height\":null")) << corner << pick.output;
+            EXPECT_NE(std::string::npos, pick.output.find("\"hit\":true")) << corner << pick.output;
+        }
     }
 }
 
@@ -534,7 +553,9 @@ TEST(Program, UsageIsTold) {
     expectFailure(zmt(folder, {"build", "house"}), 2, {"unknown command: house", "pyramid"}, folder);
     expectFailure(zmt(folder, {"--paint"}), 2, {"--help"}, folder);
     expectFailure(zmt(folder, {"build"}), 2, {"zmt build --help"}, folder);
-    expectFailure(zmt(folder, {"render"}), 2, {"--terrain", "--help"}, folder);
+    expectFailure(zmt(folder, {"pick", "1,1"}), 2, {"--terrain", "--help"}, folder);
+    expectFailure(zmt(folder, {"render", "--out", folder.out("p.png")}), 2,
+                  {"--terrain is required, or --city", "--help"}, folder);
     expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
     expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
     expectFailure(zmt(folder, {"build", "pyramid", "a", "b", "c"}), 2, {"zmt build pyramid --help"}, folder);
@@ -706,6 +727,47 @@ TEST(Program, AnInterruptLeavesNothing) {
         EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
         EXPECT_EQ(std::vector<std::string>(), folder.results());
     }
+}
+
+/// Looks, whenever something is printed, whether there is an application object.
+class Onlooker : public std::streambuf {
+public:
+    Onlooker() : before_(std::cout.rdbuf(this)) {}
+    ~Onlooker() override { std::cout.rdbuf(before_); }
+    Onlooker(const Onlooker &) = delete;
+    Onlooker & operator=(const Onlooker &) = delete;
+
+    bool hasLooked = false, hasSeenOne = false;
+
+protected:
+    int_type overflow(int_type letter) override {
+        hasLooked = true;
+        hasSeenOne = hasSeenOne || WebApplication::exists();
+        return traits_type::not_eof(letter);
+    }
+
+private:
+    std::streambuf * before_;
+};
+
+/// Within this process, which has no application object of its own.
+TEST(Program, AnEventLoopRunsOnlyForUrls) {
+    const auto makesOne = [](std::vector<const char *> arguments) {
+        arguments.insert(arguments.begin(), "zmt");
+        arguments.push_back("--help");
+        const Onlooker onlooker;
+        EXPECT_EQ(0, runProgram(static_cast<int>(arguments.size()), arguments.data()));
+        EXPECT_TRUE(onlooker.hasLooked);
+        return onlooker.hasSeenOne;
+    };
+    EXPECT_TRUE(makesOne({"info", "http://127.0.0.1/t.ztt"}));
+    EXPECT_TRUE(makesOne({"render", "--out", "p.png", "--image", "https://127.0.0.1/t.zts"}));
+    EXPECT_TRUE(makesOne({"render", "--terrain=http://127.0.0.1/t.ztt"}));
+    EXPECT_FALSE(makesOne({}));
+    EXPECT_FALSE(makesOne({"info", "t.ztt"}));
+    EXPECT_FALSE(makesOne({"info", "file:///t.ztt"}));
+    EXPECT_FALSE(makesOne({"render", "--terrain=t.ztt", "--image", "http/t.zts"}));
+    EXPECT_FALSE(WebApplication::exists()) << "it goes with the program";
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/zmtrun.h"
+#include "documentedkeys.h"
 
 namespace {
 
@@ -40,7 +40,8 @@ Options offeredOptions() {
                                                             {"build", "pyramid", "--help"},
                                                             {"build", "tree", "--help"},
                                                             {"build", "terrain", "--help"},
-                                                            {"build", "texture", "--help"}};
+                                                            {"build", "texture", "--help"},
+                                                            {"build", "city", "--help"}};
     const RunFolder folder;
     Options options;
     for (const auto & command : commands)
@@ -55,6 +56,52 @@ TEST(Readme, NamesTheOptionsThatThereAre) {
     Options documented = documentedOptions();
     documented.insert("--version"); // speaks for itself
     EXPECT_EQ(offered, documented);
+}
+
+/// Where the note of `command` on what goes with what names all options that the table has.
+TEST(Readme, HelpTellsWhichOptionsGoTogether) {
+    const RunFolder folder;
+    const std::string readme = readWhole(ZMT_DATA_DIR "/../README.md");
+    const std::size_t begin = readme.find("| | chunked | tree |");
+    ASSERT_NE(std::string::npos, begin);
+    std::istringstream lines(readme.substr(begin, readme.find("\n\n", begin) - begin));
+    const std::string help = runProcess(ZMT_EXECUTABLE, {"render", "--help"}, folder).output;
+    const std::size_t note = help.find("All options go with every terrain, but for these");
+    ASSERT_NE(std::string::npos, note);
+    const Options told = optionsIn(help.substr(note));
+    unsigned restricted = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("`--") == std::string::npos ||
+            line.find("| yes | yes | yes | yes |") != std::string::npos)
+            continue;
+        for (const std::string & option : optionsIn(line)) {
+            EXPECT_EQ(1U, told.count(option)) << option;
+            ++restricted;
+        }
+    }
+    EXPECT_GT(restricted, 6U);
+}
+
+TEST(Readme, NamesTheKeysOfStatisticsAndReports) {
+    const RunFolder folder;
+    const std::string heights = ZMT_DATA_DIR "/../tests/data/jacksboro_heights.tif";
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE,
+                            {"render", "--terrain", heights, "--size", "60x40", "--out", folder.out("p.png"),
+                             "--stats", folder.out("stats.json")},
+                            folder)
+                     .status);
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE,
+                            {"lod", "--terrain", heights, "--max-vertices", "500", "--report",
+                             folder.out("report.json")},
+                            folder)
+                     .status);
+    for (const char * name : {"stats.json", "report.json"}) {
+        const auto json = nlohmann::json::parse(readWhole(folder.out(name)));
+        EXPECT_GT(json.size(), 2U);
+        EXPECT_EQ(std::set<std::string>(), undocumentedKeys(json)) << name;
+    }
+    EXPECT_EQ(std::set<std::string>{"no_such_key"},
+              undocumentedKeys({{"nodes", {{{"no_such_key", 1}, {"error", 2}}}}}));
 }
 
 std::string textOf(const std::string & path) {

@@ -134,6 +134,19 @@ TEST(RenderCommand, ImagesLieWhereTheyBelong) {
     EXPECT_EQ(0, hue(picture->getColor(65, 35))) << "south-east";
 }
 
+TEST(RenderCommand, AnErrorThatDoesNotShowFromAboveIsTold) {
+    const RunFolder folder;
+    const std::string terrain = folder.write("t.tif", plain().encode());
+    const auto told = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"--terrain", terrain, "--size", "20x20"});
+        const RunResult run = render(folder, arguments);
+        EXPECT_EQ(0, run.status) << run.errors;
+        return run.errors;
+    };
+    EXPECT_NE(std::string::npos, told({"--view", "north", "--geometry-error", "1"}).find("straight above"));
+    EXPECT_EQ("", told({"--view", "north"}));
+}
+
 TEST(RenderCommand, BandsAndStretchAreOfEachImage) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", plain().encode());

@@ -1,7 +1,10 @@
 // Streaming terrains and textures, as a user of the program builds and looks at them.
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -11,6 +14,7 @@
 #include <nbx/math/color.h>
 #include <nbx/object/stringutils.h>
 
+#include "documentedkeys.h"
 #include "support/imagecompare.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
@@ -130,9 +134,14 @@ TEST_F(Streaming, InfoTellsWhatATerrainIs) {
     EXPECT_NE(output.find("tiles of 17 by 17 heights in 3 levels"), std::string::npos) << output;
     EXPECT_NE(output.find("light:      none"), std::string::npos) << output;
     EXPECT_NE(output.find("WGS 84 / UTM zone 45N"), std::string::npos) << output;
-    // To the samples of the root around what is defined, four cells apart.
-    EXPECT_NE(output.find("x:          500016 to 501456"), std::string::npos) << output;
-    EXPECT_NE(output.find("y:          3099088 to 3100144"), std::string::npos) << output;
+    // The last sample is at 501296; the root, whose samples are four cells apart, knows it less exactly.
+    EXPECT_NE(output.find("size:       45 by 33 cells at most"), std::string::npos) << output;
+    EXPECT_NE(output.find("x:          500016 to 501456 at most"), std::string::npos) << output;
+    EXPECT_NE(output.find("y:          3099088 to 3100144 at most"), std::string::npos) << output;
+    const auto object = nlohmann::json::parse(zmt({"info", terrain, "--json"}).output);
+    EXPECT_EQ(500016.0, object.at("bounds").at("min_x").get<double>());
+    EXPECT_EQ(3100144.0, object.at("bounds").at("max_y").get<double>());
+    EXPECT_FALSE(object.contains("edges"));
     EXPECT_NE(output.find("heights:    800 to 1184"), std::string::npos) << output;
 }
 
@@ -179,6 +188,50 @@ TEST_F(Streaming, TerrainAndTextureShowWhatRasterAndImageShow) {
     expectAlike(picture(s_everest, texture, "texture.png"), raster, 0.07);
 }
 
+TEST_F(Streaming, WithoutACoordinateSystemALineSaysThatImagesAreNotWarped) {
+    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const auto errors = [&] {
+        return zmt({"render", "--terrain", terrain, "--image", s_everestImage, "--size", "60x40", "--out",
+                    folder.out("x.png")})
+            .errorLines();
+    };
+    EXPECT_EQ(0U, errors().size());
+    fs::remove(folder.out("t.prj"));
+    ASSERT_EQ(1U, errors().size());
+    EXPECT_EQ(
+        "zmt: warning: " + s_everestImage +
+            ": is laid by its own coordinates, since the terrain has no coordinate system; put the .prj "
+            "that was built with it beside it",
+        errors()[0]);
+}
+
+/// The coarse heights of a streaming terrain are as good as those of the raster in memory, where it has no
+/// more of them: for the colours, for the relief and for the place that a close-up shows.
+TEST_F(Streaming, CloseUpsAndColoursAreThoseOfTheRaster) {
+    SmallGeoTiff hills{129, 129};
+    for (unsigned i = 0; i < 129 * 129; ++i) {
+        const double x = i % 129 - 80.0, y = i / 129 - 40.0;
+        hills.heights.push_back(float(3000.0 * std::exp(-(x * x + y * y) / 900.0) +
+                                      200.0 * std::sin(x / 9.0) * std::cos(y / 7.0)));
+    }
+    const std::string raster = folder.write("hills.tif", hills.encode());
+    const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
+    for (const char * view : {"closeup", "north", "overview"}) {
+        const auto picture = [&](const std::string & heights, const std::string & name) {
+            return rendered({"--terrain", heights, "--view", view, "--geometry-error", "0.5"}, name);
+        };
+        SCOPED_TRACE(view);
+        expectAlike(picture(terrain, "streamed.png"), picture(raster, "raster.png"), 0.08);
+    }
+    const auto top = [&](const std::string & heights) {
+        const RunResult run = zmt({"pick", "--terrain", heights, "--view", "closeup", "--json", "640,360"});
+        const auto place = nlohmann::json::parse(run.output);
+        return std::pair(place.at("x").get<double>(), place.at("y").get<double>());
+    };
+    EXPECT_NEAR(top(raster).first, top(terrain).first, 1.0);
+    EXPECT_NEAR(top(raster).second, top(terrain).second, 1.0);
+}
+
 TEST_F(Streaming, FilesAreTheSameForAnyNumberOfThreads) {
     const auto bytes = [&](const std::string & threads) {
         const std::string terrain =
@@ -212,10 +265,46 @@ TEST_F(Streaming, LightStandsBehindTheTiles) {
     EXPECT_EQ(2, refused.status);
     EXPECT_NE(refused.errors.find("is baked"), std::string::npos) << refused.errors;
 
+    // A relief that is asked for takes the place of whatever light there is.
+    const auto relief = [&](const std::string & terrain, const std::string & sun) {
+        return brightness(terrain, {"--lighting", "relief", "--light", sun});
+    };
+    EXPECT_GT(relief(lit, "315,45,0.1"), relief(lit, "135,45,0.1") * 1.3);
+    EXPECT_NEAR(relief(lit, "135,45,0.1"), relief(dark, "135,45,0.1"), 0.02);
+
     const std::string normals = built("terrain", {raster, "--lighting", "normals"}, "normals.ztt");
+    EXPECT_NEAR(relief(normals, "315,45,0.1"), relief(dark, "315,45,0.1"), 0.02);
     EXPECT_NE(zmt({"info", normals}).output.find("light:      normals"), std::string::npos);
     EXPECT_GT(brightness(normals, {"--light", "315,45,0.1"}),
               brightness(normals, {"--light", "135,45,0.1"}) * 1.3);
+}
+
+TEST_F(Streaming, LightThatCannotBeReadIsNotTakenForNone) {
+    const std::string raster = folder.write("slope.tif", slope(80, 60, 16.0).encode());
+    const std::string none = built("terrain", {raster, "--lighting", "none"}, "none.ztt");
+    const std::string cut = built("terrain", {raster}, "cut.ztt");
+    fs::resize_file(cut, fs::file_size(none) + 100);
+    const std::string reason = "cannot be read: it is damaged or was cut off; get the file anew";
+    for (const char * lighting : {"static", "dynamic"}) {
+        const RunResult run =
+            zmt({"render", "--terrain", cut, "--lighting", lighting, "--out", folder.out("x.png")});
+        EXPECT_EQ(1, run.status);
+        EXPECT_EQ("zmt: " + cut + ": the light map behind the terrain " + reason, run.errorLines().at(0));
+    }
+    const RunResult run = zmt({"render", "--terrain", cut, "--size", "20x16", "--out", folder.out("x.png")});
+    EXPECT_EQ(0, run.status);
+    EXPECT_EQ(
+        "zmt: warning: the light map behind the terrain cannot be read, and a relief is drawn instead: " +
+            reason.substr(16) + ": " + cut,
+        run.errorLines().at(0));
+    const RunResult relief = zmt({"render", "--terrain", cut, "--size", "20x16", "--lighting", "relief",
+                                  "--out", folder.out("x.png")});
+    EXPECT_EQ(0, relief.status);
+    EXPECT_TRUE(relief.errorLines().empty()) << relief.errors;
+    const RunResult info = zmt({"info", cut});
+    EXPECT_NE(info.output.find("light:      unreadable"), std::string::npos) << info.output;
+    EXPECT_EQ("zmt: warning: " + cut + ": the light map behind the terrain " + reason,
+              info.errorLines().at(0));
 }
 
 TEST_F(Streaming, MergedRastersLieAboveTheOldTerrain) {
@@ -313,6 +402,61 @@ TEST_F(Streaming, TexturesWithAKeyNeedIt) {
     rendered(withKey, "key.png");
 }
 
+TEST_F(Streaming, InfoTellsATextureWithItsKey) {
+    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const std::string texture =
+        built("texture", {s_everestImage, "--terrain", terrain, "--key", "0x123456789abcdef0"}, "any.name");
+    const std::string output = zmt({"info", texture, "--key", "1311768467463790320"}).output;
+    EXPECT_NE(output.find("format:     streaming texture, " + std::to_string(fs::file_size(texture)) +
+                          " bytes, written with a key"),
+              std::string::npos)
+        << output;
+    // Two percent wider than what it shows of the terrain.
+    EXPECT_NE(output.find("\nx: "), std::string::npos) << output;
+    const auto object =
+        nlohmann::json::parse(zmt({"info", texture, "--key", "0x123456789abcdef0", "--json"}).output);
+    EXPECT_TRUE(object.at("key").get<bool>());
+    EXPECT_LT(object.at("edges").at("min_x"), object.at("edges").at("max_x"));
+    for (const char * key : {"0", "2"}) {
+        const RunResult run = zmt({"info", texture, "--key", key});
+        EXPECT_EQ(1, run.status) << run.output;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+    }
+    EXPECT_EQ(2, zmt({"info", texture, "--key", "x"}).status);
+}
+
+TEST_F(Streaming, InfoTellsPlansAndParts) {
+    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string plan = folder.out("t.plan"), part = folder.out("second.part");
+    ASSERT_EQ(0,
+              zmt({"build", "terrain", raster, "--level", "3", "--lighting", "none", "--plan", plan}).status);
+    ASSERT_EQ(0, zmt({"build", "terrain", part, "--part", "2/3", "--plan", plan}).status);
+    const std::string output = zmt({"info", plan}).output;
+    EXPECT_NE(output.find("format:     plan of a streaming terrain, tiles of 9 by 9 heights in 4 levels"),
+              std::string::npos)
+        << output;
+    EXPECT_NE(output.find("raster:     " + raster), std::string::npos) << output;
+    EXPECT_NE(output.find("UTM zone 45N"), std::string::npos) << output;
+    const auto object = nlohmann::json::parse(zmt({"info", plan, "--json"}).output);
+    EXPECT_EQ("plan of a streaming terrain", object.at("kind"));
+    EXPECT_EQ(std::vector<std::string>{raster}, object.at("rasters"));
+    EXPECT_EQ("EPSG:32645", object.at("crs"));
+    EXPECT_TRUE(object.at("merged").is_null());
+
+    const std::string told = zmt({"info", part}).output;
+    EXPECT_NE(told.find("format:     part 2 of 3 of a streaming terrain"), std::string::npos) << told;
+    const auto share = nlohmann::json::parse(zmt({"info", part, "--json"}).output);
+    EXPECT_EQ(2, share.at("part"));
+    EXPECT_EQ(3, share.at("parts"));
+    EXPECT_EQ(object.at("plan"), share.at("plan")) << "which plan it belongs to";
+    EXPECT_NE(told.find("plan:       " + share.at("plan").get<std::string>()), std::string::npos) << told;
+
+    fs::resize_file(part, 100);
+    const RunResult cut = zmt({"info", part});
+    EXPECT_EQ(1, cut.status);
+    EXPECT_NE(cut.errors.find("the part is damaged or cut off"), std::string::npos) << cut.errors;
+}
+
 TEST_F(Streaming, OptionsOfRastersAreRefused) {
     const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
@@ -355,11 +499,110 @@ TEST_F(Streaming, OptionsOfBuildingAreChecked) {
     }
 }
 
+TEST_F(Streaming, WhatATerrainTakesOfItsRastersIsTold) {
+    const auto told = [&](const SmallGeoTiff & content, const std::vector<std::string> & options = {}) {
+        std::vector<std::string> words = {
+            "build",      "terrain", folder.write("r.tif", content.encode()), folder.out("t.ztt"),
+            "--lighting", "none"};
+        words.insert(words.end(), options.begin(), options.end());
+        const RunResult run = zmt(words);
+        EXPECT_EQ(0, run.status) << run.errors;
+        return run.errorLines().empty() ? "" : run.errors;
+    };
+    SmallGeoTiff content = slope(20, 20);
+    EXPECT_EQ("", told(content));
+    content.unit = "ft";
+    EXPECT_EQ("", told(content));
+    const auto info = nlohmann::json::parse(zmt({"info", "--json", folder.out("t.ztt")}).output);
+    EXPECT_NEAR(0.3048 * 800.0, info.at("heights").at("minimum").get<double>(), 0.01);
+    content.unit = "stories";
+    EXPECT_NE(std::string::npos, told(content).find("r.tif: the unit of its heights is not known"));
+    content = slope(20, 20);
+    content.heights[30] = -32768.0F;
+    EXPECT_NE(std::string::npos, told(content).find("t.ztt: has heights of -32768 m")) << told(content);
+    content = slope(20, 20);
+    content.cell = 2e6;
+    EXPECT_NE(std::string::npos, told(content).find("r.tif: has cells of 2e+06 by 2e+06 m"));
+    SmallGeoTiff image{4, 4, SmallGeoTiff::Pixels::Colors};
+    image.colors.assign(48, 7);
+    EXPECT_NE(std::string::npos, told(image).find("r.tif: has 3 bands, of which the first is taken"));
+}
+
+TEST_F(Streaming, VoidsAreFilledAsInARaster) {
+    SmallGeoTiff content = slope(40, 30);
+    content.noData = "-9999";
+    for (const unsigned hole : {15U * 40 + 20, 15U * 40 + 21, 16U * 40 + 20, 16U * 40 + 21})
+        content.heights[hole] = -9999.0F;
+    const std::string raster = folder.write("holes.tif", content.encode());
+    const std::string open = built("terrain", {raster, "--lighting", "none"}, "open.ztt");
+    const std::string filled = built("terrain", {raster, "--lighting", "none", "--fill-voids"}, "filled.ztt");
+    // Into the hole, straight down.
+    const auto heightIn = [&](const std::string & terrain, const std::vector<std::string> & more) {
+        std::vector<std::string> words = {
+            "pick",   "--terrain", terrain, "--view", "500672,3099488,5000,500672,3099489,800",
+            "--size", "11x11",     "5,5"};
+        words.insert(words.end(), more.begin(), more.end());
+        const RunResult run = zmt(words);
+        double x = 0.0, y = 0.0, height = 0.0;
+        const bool isHit = std::sscanf(run.output.c_str(), "%lf %lf %lf", &x, &y, &height) == 3;
+        return isHit ? height : -1.0;
+    };
+    EXPECT_EQ(-1.0, heightIn(open, {}));
+    EXPECT_NEAR(heightIn(raster, {"--fill-voids"}), heightIn(filled, {}), 0.1);
+    EXPECT_GT(heightIn(filled, {}), 800.0);
+
+    for (const std::vector<std::string> & words :
+         {std::vector<std::string>{raster, raster, folder.out("x.ztt")},
+          {raster, folder.out("x.ztt"), "--merge", open},
+          {raster, "--plan", folder.out("plan")}}) {
+        std::vector<std::string> all = {"build", "terrain", "--fill-voids"};
+        all.insert(all.end(), words.begin(), words.end());
+        const RunResult run = zmt(all);
+        EXPECT_EQ(2, run.status) << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find("--fill-voids is for one raster")) << run.errors;
+    }
+    const std::string vast =
+        folder.write("vast.vrt", "<VRTDataset rasterXSize=\"30000\" rasterYSize=\"30000\"><VRTRasterBand "
+                                 "dataType=\"Int16\" band=\"1\"/></VRTDataset>");
+    const RunResult run = zmt({"build", "terrain", "--fill-voids", vast, folder.out("x.ztt")});
+    EXPECT_EQ(1, run.status);
+    ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+    EXPECT_NE(std::string::npos, run.errors.find("leave --fill-voids out")) << run.errors;
+}
+
+TEST_F(Streaming, ASystemIsRefusedForARasterWithoutAPlace) {
+    SmallGeoTiff content = slope(20, 20);
+    content.isPlaced = false;
+    const std::string raster = folder.write("bare.tif", content.encode());
+    for (const std::vector<std::string> & way :
+         {std::vector<std::string>{folder.out("t.ztt")}, {"--plan", folder.out("plan")}}) {
+        std::vector<std::string> words = {"build", "terrain", raster, "--crs", "EPSG:3857"};
+        words.insert(words.end(), way.begin(), way.end());
+        const RunResult run = zmt(words);
+        EXPECT_EQ(1, run.status) << run.errors;
+        ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_NE(std::string::npos, run.errors.find("bare.tif: has no place on the map, so that --crs"))
+            << run.errors;
+        EXPECT_TRUE(folder.results().empty());
+    }
+}
+
 TEST_F(Streaming, FilesInTheWrongPlaceAreToldByTheirContent) {
     const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "any.name");
     const std::string texture = folder.write("also.any", "ZMT-AQTT and nothing more");
+    const std::string pyramid = built("pyramid", {s_everestImage}, "some.pyramid");
+    const std::string lines =
+        folder.write("lines.json", R"({"type":"LineString","coordinates":[[86.9,27.9],[86.91,27.91]]})");
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"build", "terrain", terrain, folder.out("x.ztt")}, "is a streaming terrain, which is only drawn"},
+        {{"build", "terrain", raster, texture, folder.out("x.ztt")},
+         "is a streaming texture, which has no heights"},
+        {{"build", "terrain", lines, folder.out("x.ztt")}, "holds lines or areas and no heights"},
+        {{"build", "pyramid", texture, folder.out("x.ztp")}, "is a streaming texture, which is only drawn"},
+        {{"build", "pyramid", terrain, folder.out("x.ztp")}, "is a streaming terrain, which has no image"},
+        {{"build", "pyramid", pyramid, folder.out("x.ztp")}, "is a texture pyramid already"},
+        {{"build", "pyramid", lines, folder.out("x.ztp")}, "holds lines or areas and no image"},
         {{"build", "texture", texture, folder.out("x.zts"), "--terrain", terrain},
          "is a streaming texture, which is only drawn"},
         {{"render", "--terrain", raster, "--image", terrain, "--out", folder.out("x.png")},
@@ -422,6 +665,18 @@ TEST_F(Streaming, ACancelledBuildLeavesNothing) {
     EXPECT_TRUE(folder.results().empty());
 }
 
+TEST_F(Streaming, AKilledBuildLeavesNothing) {
+    RunLimits limits;
+    limits.interruptWhenIn = folder.path() / "out";
+    limits.signal = SIGKILL;
+    for (const char * lighting : {"none", "static"}) {
+        const RunResult run =
+            zmt({"build", "terrain", s_everest, folder.out("t.ztt"), "--lighting", lighting}, limits);
+        EXPECT_EQ(1000 + SIGKILL, run.status) << run.errors;
+        EXPECT_TRUE(folder.results().empty()) << lighting;
+    }
+}
+
 /// The same from a web server.
 class StreamingFromServer : public Streaming {
 protected:
@@ -434,6 +689,43 @@ protected:
     }
     std::string url(const std::string & path) const {
         return NBX::StringUtils::WString2Utf8String(server.url(path));
+    }
+
+    static HttpAnswer unavailable() {
+        HttpAnswer answer;
+        answer.status = 503;
+        answer.reason = "Service Unavailable";
+        return answer;
+    }
+    /// What opening `path` asks for is answered well; from then on all is as `answer` says.
+    /// How many requests that is.
+    unsigned failAfterOpening(const std::string & path, const HttpAnswer & answer) {
+        server.always({});
+        server.resetCounts();
+        EXPECT_EQ(0, zmt({"info", url(path)}).status);
+        // But for the magic, at which only `info` looks apart.
+        const unsigned opening = server.requests() - 1;
+        for (unsigned i = 0; i < opening; ++i)
+            server.then({});
+        server.always(answer);
+        server.resetCounts();
+        return opening;
+    }
+    /// With tiles below the root.
+    void serveFineTexture() {
+        const std::string texture =
+            built("texture", {s_everestImage, "--terrain", folder.out("t.ztt"), "--tile", "64"}, "fine.zts");
+        server.setFile("/t.zts", readWhole(texture));
+    }
+    /// Of a picture that is not to become complete.
+    RunResult incomplete(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), "render");
+        arguments.insert(arguments.end(), {"--size", "200x160", "--out", folder.out("x.png")});
+        const RunResult run = zmt(arguments);
+        EXPECT_EQ(1, run.status) << run.errors;
+        EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
+        EXPECT_FALSE(fs::exists(folder.out("x.png")));
+        return run;
     }
 
     ScriptedHttpServer server;
@@ -450,6 +742,43 @@ TEST_F(StreamingFromServer, ThePictureIsThatOfTheFiles) {
     for (const auto & request : server.received())
         EXPECT_EQ(request.fields.count("range"), 1U) << request.path;
     EXPECT_NE(zmt({"info", url("/t.ztt")}).output.find("UTM zone 45N"), std::string::npos);
+}
+
+/// By what they hold, whatever their names.
+TEST_F(StreamingFromServer, InfoTellsWhatLiesAtAUrl) {
+    server.setFile("/terrain", readWhole(folder.out("t.ztt")));
+    server.setFile("/t.tif", readWhole(s_everest));
+    server.setFile("/short", "ZMT");
+    EXPECT_NE(zmt({"info", url("/terrain")}).output.find("format:     streaming terrain"), std::string::npos);
+    const std::string remote = zmt({"info", url("/t.zts")}).output;
+    const std::string local = zmt({"info", folder.out("t.zts")}).output;
+    EXPECT_EQ(remote.substr(remote.find("format:")), local.substr(local.find("format:")));
+    EXPECT_NE(remote.find("streaming texture"), std::string::npos) << remote;
+    const std::string secret =
+        built("texture", {s_everestImage, "--terrain", folder.out("t.ztt"), "--key", "77"}, "secret.zts");
+    server.setFile("/secret", readWhole(secret));
+    EXPECT_NE(zmt({"info", url("/secret"), "--key", "77"}).output.find("written with a key"),
+              std::string::npos);
+    for (const char * path : {"/t.tif", "/secret", "/short"}) {
+        const RunResult run = zmt({"info", url(path)});
+        EXPECT_EQ(1, run.status) << run.output;
+        EXPECT_EQ("zmt: " + url(path) +
+                      ": is neither a streaming terrain, nor a streaming texture, nor a city, or was written "
+                      "with another "
+                      "--key; get it anew, or give its key",
+                  run.errorLines().at(0));
+    }
+}
+
+TEST_F(StreamingFromServer, ACoordinateSystemThatIsTooLargeIsNotTriedAgain) {
+    server.setFile("/t.prj", std::string((1U << 20U) + 1, ' '));
+    const RunResult run = zmt({"info", url("/t.ztt")});
+    EXPECT_EQ(0, run.status);
+    EXPECT_EQ(
+        "zmt: warning: the coordinate system beside the terrain cannot be read, and counts as none: is too "
+        "large for one: " +
+            url("/t.prj") + "; put the one there that was built with the terrain",
+        run.errorLines().at(0));
 }
 
 TEST_F(StreamingFromServer, ATextureIsBuiltForATerrainThatLiesThere) {
@@ -475,6 +804,8 @@ TEST_F(StreamingFromServer, NeitherLoginsNorQueriesAreShown) {
     const std::string terrain = place + "t.ztt?key=hidden", gone = place + "gone.ztt?key=hidden";
     server.setFile("/broken.zts", "nothing");
     const std::string broken = place + "broken.zts?key=hidden";
+    server.setFile("/bare.ztt", readWhole(folder.out("t.ztt")));
+    const std::string bare = place + "bare.ztt?key=hidden";
     const std::string picture = folder.out("x.png");
     const std::vector<std::vector<std::string>> runs = {
         {"info", terrain},
@@ -489,6 +820,13 @@ TEST_F(StreamingFromServer, NeitherLoginsNorQueriesAreShown) {
         {"render", terrain, "--out", picture},
         {"build", "texture", s_everestImage, folder.out("x.zts"), "--terrain", gone},
         {"lod", "--terrain", terrain},
+        {"validate", terrain},
+        {"validate", terrain, "--json"},
+        {"validate", gone},
+        {"validate", broken},
+        {"build", "terrain", folder.write("far.tif", slope(99, 99).encode()), folder.out("x.ztt"), "--merge",
+         terrain},
+        {"build", "terrain", s_everest, folder.out("x.ztt"), "--merge", bare},
     };
     for (const auto & words : runs) {
         const RunResult run = zmt(words);
@@ -501,38 +839,99 @@ TEST_F(StreamingFromServer, NeitherLoginsNorQueriesAreShown) {
     EXPECT_EQ(server.received().front().fields.at("authorization"), "Basic bWU6c2VjcmV0");
 }
 
+TEST_F(StreamingFromServer, OtherServersAreFollowedOnRequestAlone) {
+    ScriptedHttpServer first;
+    const auto redirectTo = [&](const std::string & name) {
+        HttpAnswer moved;
+        moved.status = 302;
+        moved.reason = "Found";
+        moved.lines = {"Location: " + NBX::StringUtils::WString2Utf8String(server.url(name, "localhost"))};
+        return moved;
+    };
+    const std::string terrain = NBX::StringUtils::WString2Utf8String(first.url("/t.ztt"));
+    const std::vector<std::vector<std::string>> runs = {
+        {"info", terrain},
+        {"validate", terrain},
+        {"pick", "--terrain", terrain, "640,360"},
+        {"render", "--size", "100x80", "--terrain", terrain, "--out", folder.out("x.png")},
+        {"build", "texture", s_everestImage, folder.out("x.zts"), "--terrain", terrain},
+        {"build", "terrain", s_everest, folder.out("x.ztt"), "--lighting", "none", "--merge", terrain}};
+    for (std::vector<std::string> words : runs) {
+        for (const bool follows : {false, true}) {
+            server.resetCounts();
+            // The terrain is asked for there, and then its system.
+            first.then(redirectTo("/t.ztt"));
+            if (follows) words.push_back("--follow-redirects");
+            if (follows && words.front() != "validate") first.then(redirectTo("/t.prj"));
+            const RunResult run = zmt(words);
+            EXPECT_EQ(follows ? 0 : 1, run.status) << words.front() << run.errors;
+            EXPECT_EQ(!follows, run.errors.find("not followed; give --follow-redirects") != std::string::npos)
+                << run.errors;
+            EXPECT_EQ(follows, server.requests() > 0U) << words.front();
+        }
+    }
+}
+
 TEST_F(StreamingFromServer, APictureWithMissingPartsIsWrittenOnRequestAlone) {
     // The overview is read, and then nothing more.
-    const std::vector<std::string> arguments = {"render",  "--terrain", url("/t.ztt"),
-                                                "--view",  "closeup",   "--size",
-                                                "200x160", "--out",     folder.out("x.png")};
-    ASSERT_EQ(0, zmt({"info", url("/t.ztt")}).status);
-    const unsigned forInfo = server.requests();
-    server.resetCounts();
-    for (unsigned i = 0; i < forInfo; ++i)
-        server.then({});
-    HttpAnswer broken;
-    broken.status = 503;
-    broken.reason = "Service Unavailable";
-    server.always(broken);
-    const RunResult run = zmt(arguments);
-    EXPECT_EQ(1, run.status) << run.errors;
-    EXPECT_NE(run.errors.find("are missing"), std::string::npos) << run.errors;
-    EXPECT_NE(run.errors.find("--allow-incomplete"), std::string::npos) << run.errors;
-    EXPECT_FALSE(fs::exists(folder.out("x.png")));
+    const unsigned opening = failAfterOpening("/t.ztt", unavailable());
+    const RunResult run = incomplete({"--terrain", url("/t.ztt"), "--view", "closeup"});
+    // How many depends on which of the first answers came in time.
+    const std::string line = run.errorLines().at(0);
+    const std::string begin =
+        "zmt: " + url("/t.ztt") + ": server '127.0.0.1' answered 503 Service Unavailable; ";
+    EXPECT_EQ(line.substr(0, begin.size()), begin);
+    EXPECT_GT(std::atoi(line.substr(std::min(begin.size(), line.size())).c_str()), 0) << line;
+    EXPECT_NE(line.find(" missing; try again later, or give --allow-incomplete"), std::string::npos) << line;
     // No storm of requests.
-    EXPECT_LT(server.requests(), forInfo + 60U);
+    EXPECT_LT(server.requests(), opening + 60U);
+}
+
+/// Each attempt brings bytes, and none the end of a tile.
+TEST_F(StreamingFromServer, TransfersThatAlwaysBreakOffAreNoProgress) {
+    HttpAnswer broken;
+    broken.dropAfter = 40;
+    failAfterOpening("/t.ztt", broken);
+    const auto start = std::chrono::steady_clock::now();
+    incomplete({"--terrain", url("/t.ztt"), "--view", "closeup"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
+/// The whole picture takes longer than a program waits where nothing comes.
+TEST_F(StreamingFromServer, ASlowLineIsProgress) {
+    HttpAnswer slow;
+    slow.secondsPerByte = 0.004;
+    serveFineTexture();
+    failAfterOpening("/t.zts", slow);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(rendered({"--terrain", s_everest, "--image", url("/t.zts")}, "slow.png"));
+    EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::seconds(12));
+    EXPECT_TRUE(stats()["complete"].get<bool>());
+}
+
+/// The terrain is sound, whatever its kind, and not what is told.
+TEST_F(StreamingFromServer, TilesOfATextureAreMissedLikeThoseOfATerrain) {
+    serveFineTexture();
+    for (const std::string & terrain : {folder.out("t.ztt"), s_everest}) {
+        failAfterOpening("/t.zts", unavailable());
+        const std::vector<std::string> arguments = {"--terrain",   terrain,  "--image",
+                                                    url("/t.zts"), "--view", "north"};
+        const RunResult run = incomplete(arguments);
+        EXPECT_EQ("zmt: " + url("/t.zts") +
+                      ": server '127.0.0.1' answered 503 Service Unavailable; 4 tiles that the picture needs "
+                      "are missing; try again later, or give --allow-incomplete",
+                  run.errorLines().at(0));
+    }
+    failAfterOpening("/t.zts", unavailable());
+    rendered(
+        {"--terrain", folder.out("t.ztt"), "--image", url("/t.zts"), "--view", "north", "--allow-incomplete"},
+        "incomplete.png");
+    EXPECT_EQ(4, stats()["missing_tiles"].get<int>());
+    EXPECT_FALSE(stats()["complete"].get<bool>());
 }
 
 TEST_F(StreamingFromServer, StatisticsSayWhatCannotBeRead) {
-    ASSERT_EQ(0, zmt({"info", url("/t.ztt")}).status);
-    const unsigned forInfo = server.requests();
-    for (unsigned i = 0; i < forInfo; ++i)
-        server.then({});
-    HttpAnswer broken;
-    broken.status = 503;
-    broken.reason = "Service Unavailable";
-    server.always(broken);
+    failAfterOpening("/t.ztt", unavailable());
     const auto picture = rendered({"--terrain", "http://me:secret@" + url("/t.ztt?key=hidden").substr(7),
                                    "--view", "closeup", "--allow-incomplete"},
                                   "incomplete.png");
@@ -546,6 +945,7 @@ TEST_F(StreamingFromServer, StatisticsSayWhatCannotBeRead) {
         EXPECT_EQ(failure["reason"], "server '127.0.0.1' answered 503 Service Unavailable");
         EXPECT_GE(failure["retry_s"].get<double>(), 0.0);
     }
+    EXPECT_EQ(std::set<std::string>(), undocumentedKeys(stats()));
     server.always({});
     rendered({"--terrain", url("/t.ztt")}, "complete.png");
     EXPECT_EQ(stats()["read_failures"], nlohmann::json::array());

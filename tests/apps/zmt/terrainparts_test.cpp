@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <nbx/object/stringutils.h>
+
+#include "support/nginx.h"
+#include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
@@ -111,6 +115,62 @@ TEST_F(TerrainParts, OneThatIsMergedOverAnOldTerrain) {
     compare({folder.write("new.tif", content.encode())}, {"--merge", old, "--lighting", "normals"}, {1, 3});
 }
 
+TEST_F(TerrainParts, OneThatIsMergedOverAnOldTerrainOnAServer) {
+    const std::string old = folder.out("old.ztt");
+    run({folder.write("old.tif", slope(140, 90).encode()), old, "--level", "4", "--lighting", "none"});
+    ScriptedHttpServer server;
+    server.setFile("/old.ztt", readWhole(old));
+    server.setFile("/old.prj", readWhole(folder.out("old.prj")));
+    SmallGeoTiff content = slope(50, 70);
+    content.west += 800.0;
+    const std::string raster = folder.write("new.tif", content.encode());
+    const std::string url = NBX::StringUtils::WString2Utf8String(server.url("/old.ztt"));
+    compare({raster}, {"--merge", url, "--lighting", "none"}, {1, 2});
+    EXPECT_GT(server.requests(), 0U);
+
+    const RunResult planned = zmt({raster, "--merge", "http://me:secret@" + url.substr(7), "--lighting",
+                                   "none", "--plan", folder.out("plan")});
+    EXPECT_EQ(0, planned.status) << planned.errors;
+    EXPECT_NE(std::string::npos, planned.errors.find(url + ": the plan keeps neither user name nor password"))
+        << planned.errors;
+    EXPECT_EQ(std::string::npos, planned.errors.find("secret")) << planned.errors;
+    EXPECT_EQ(std::string::npos, readWhole(folder.out("plan")).find("secret"));
+    EXPECT_NE(std::string::npos, readWhole(folder.out("plan")).find(url));
+    part(1, 1);
+}
+
+TEST_F(TerrainParts, NoLoginIsStoredWithTheNamesOfRasters) {
+    if (!Nginx::isInstalled()) GTEST_SKIP() << "nginx is not installed";
+    Nginx server;
+    const std::string content = slope(50, 70).encode();
+    server.write("new.tif", {content.begin(), content.end()});
+    ASSERT_TRUE(server.start());
+    const std::string place = NBX::StringUtils::WString2Utf8String(server.url("new.tif")).substr(7);
+    const RunResult planned = zmt({"/vsicurl/http://me:secret@" + place, "--lighting", "none", "--level", "4",
+                                   "--plan", folder.out("plan")});
+    EXPECT_EQ(0, planned.status) << planned.errors;
+    EXPECT_EQ(std::string::npos, planned.errors.find("secret")) << planned.errors;
+    EXPECT_NE(std::string::npos, planned.errors.find("warning: /vsicurl/http://" + place +
+                                                     ": the plan keeps neither user name nor password"))
+        << planned.errors;
+    const std::string plan = readWhole(folder.out("plan"));
+    EXPECT_EQ(std::string::npos, plan.find("secret"));
+    EXPECT_NE(std::string::npos, plan.find("/vsicurl/http://" + place));
+    part(1, 1);
+}
+
+TEST_F(TerrainParts, NamesWithPasswordsAreRefused) {
+    for (const char * name : {"PG:host=h dbname=d user=me Password=secret", "MSSQL:server=h;PWD=secret",
+                              "/vsicurl?url=http%3A%2F%2Fme%3Asecret%40h%2Fa.tif",
+                              "/vsicurl?header.Authorization=secret&url=http%3A%2F%2Fh%2Fa.tif"}) {
+        const RunResult refused = zmt({name, "--plan", folder.out("refused")});
+        EXPECT_EQ(2, refused.status) << refused.errors;
+        EXPECT_EQ(1U, refused.errorLines().size()) << refused.errors;
+        EXPECT_NE(std::string::npos, refused.errors.find("the plan would keep the password")) << name;
+        EXPECT_EQ(std::string::npos, refused.errors.find("secret")) << refused.errors;
+    }
+}
+
 TEST_F(TerrainParts, LieInTheSystemThatThePlanWasGiven) {
     compare({folder.write("slope.tif", slope(150, 90).encode())}, {"--crs", "EPSG:3857"}, {2});
 }
@@ -167,7 +227,7 @@ TEST_F(TerrainParts, OptionsAreChecked) {
     for (const char * share : {"0/3", "4/3", "1", "1/", "/3", "1/3x", "-1/3", "1/-3", "1/2000000", "a/b", ""})
         expectProblem({out, "--part", share, "--plan", made}, 2, "--part must be K/N");
     for (const char * option : {"--level=5", "--resampling=average", "--merge=x", "--crs=EPSG:3857",
-                                "--lighting=none", "--light=1,2"})
+                                "--lighting=none", "--light=1,2", "--fill-voids"})
         expectProblem({out, option, "--part", "1/3", "--plan", made}, 2, "belongs to the plan");
     expectProblem({raster, out, "--part", "1/3", "--plan", made}, 2, "the part to write alone");
     expectProblem({out, "--join", "--plan", made}, 2, "PART... OUT");

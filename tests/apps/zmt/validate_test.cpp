@@ -1,6 +1,7 @@
 // Checks of streaming files, as a user of the program makes them.
 
 #include <algorithm>
+#include <filesystem>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -135,6 +136,53 @@ TEST_F(Validate, JsonHasAll) {
     const RunResult other = zmt({"validate", folder.in("heights.tif"), "--json"});
     EXPECT_EQ(1, other.status);
     EXPECT_TRUE(nlohmann::json::parse(other.output)["format"].is_null());
+}
+
+TEST_F(Validate, CitiesAreCheckedWithTheirPagingFiles) {
+    const std::string city = folder.out("p.city"), textures = folder.out("p.1.opaque.city");
+    ASSERT_EQ(0, zmt({"build", "city", ZMT_DATA_DIR "/../tests/data/models/prism.obj", "--up", "z", "--at",
+                      "370000,5800000,40", "--system", "EPSG:32633", "--atlas-size", "64", "--format",
+                      "rgba8", "--out", city})
+                     .status);
+    const std::string scene = readWhole(city), blocks = readWhole(textures);
+    const RunResult sound = zmt({"validate", city});
+    EXPECT_EQ(0, sound.status) << sound.errors;
+    EXPECT_EQ(city + ": sound; city, textures: 1, levels: 1, bytes: " +
+                  std::to_string(scene.size() + blocks.size()) + "\n",
+              sound.output);
+    std::filesystem::resize_file(textures, blocks.size() - 1);
+    const RunResult cut = zmt({"validate", city});
+    EXPECT_EQ(1, cut.status);
+    EXPECT_EQ(cut.output,
+              "p.1.opaque.city, offset 0: source texture 0 of node 1 ends behind the end of the file; get "
+              "the file anew, it was cut\n");
+    EXPECT_EQ(1U, cut.errorLines().size()) << cut.errors;
+    EXPECT_NE(std::string::npos, cut.errors.find(city + ": has a fault; get it anew, or build it again"));
+    const auto json = nlohmann::json::parse(zmt({"validate", city, "--json"}).output);
+    EXPECT_EQ("city", json["format"]);
+    EXPECT_EQ(textures, json["faults"][0]["file"]);
+    EXPECT_EQ(0, json["blocks"]);
+    std::filesystem::remove(textures);
+    const RunResult missing = zmt({"validate", city});
+    EXPECT_EQ(1, missing.status);
+    EXPECT_EQ(1U, missing.errorLines().size()) << missing.errors;
+    EXPECT_NE(std::string::npos, missing.output.find("p.1.opaque.city, offset 0: cannot be opened"))
+        << missing.output;
+    const RunResult half = zmt({"validate", folder.write("half.city", scene.substr(0, scene.size() / 2))});
+    EXPECT_EQ(1, half.status);
+    EXPECT_NE(std::string::npos, half.output.find("offset 0: the scene cannot be read")) << half.output;
+
+    ScriptedHttpServer server;
+    server.setFile("/p.city", scene);
+    server.setFile("/p.1.opaque.city", blocks);
+    const std::string url =
+        "http://me:secret@" + NBX::StringUtils::WString2Utf8String(server.url("/p.city")).substr(7);
+    const RunResult onServer = zmt({"validate", url});
+    EXPECT_EQ(0, onServer.status) << onServer.output << onServer.errors;
+    server.setFile("/p.1.opaque.city", blocks.substr(1));
+    const RunResult cutOnServer = zmt({"validate", url, "--json"});
+    EXPECT_EQ(1, cutOnServer.status);
+    EXPECT_EQ(std::string::npos, (cutOnServer.output + cutOnServer.errors).find("secret"));
 }
 
 TEST_F(Validate, WhatCannotBeOpenedIsTold) {

@@ -25,6 +25,16 @@ FlightGround flatGround() {
             [](double, double) { return 0.0; }};
 }
 
+/// A wall across the way, from z = 100 on, which is 200 high.
+FlightGround groundWithWall() {
+    FlightGround ground = flatGround();
+    ground.distanceAlong = [](const NBX::Ray & ray) {
+        const double distance = (100.0 - ray.getOrigin().z) / ray.getDirection().z;
+        return distance > 0.0 && ray.point(distance).y < 200.0 ? distance : HUGE_VAL;
+    };
+    return ground;
+}
+
 FlightController controllerOver(const FlightGround & ground, const Point & eye, const Point & aim) {
     FlightController controller;
     controller.setLens(45.0, 1.5);
@@ -139,6 +149,27 @@ TEST(FlightController, OrbitKeepsTheDistanceToWhatWasGrabbed) {
         EXPECT_NEAR(-0.1, y, 1e-6);
         expectLevelFrame(c);
     }
+}
+
+/// Whatever is nearer, wall or ground.
+TEST(FlightController, WhatStandsOnTheGroundIsGrabbedAndApproached) {
+    const Point onWall(30.0, 60.0, 100.0), before(30.0, 0.0, -50.0);
+    for (const Point & aim : {onWall, before}) {
+        auto c = controllerOver(groundWithWall(), {0.0, 90.0, -200.0}, {0.0, 40.0, 100.0});
+        const auto [x, y] = placeOf(c, aim);
+        const double distance = (c.eye() - aim).length();
+        c.grab(x, y);
+        c.orbitTo(x + 0.1, y);
+        EXPECT_NEAR(distance, (c.eye() - aim).length(), 1e-6);
+        auto near = controllerOver(groundWithWall(), {0.0, 90.0, -200.0}, {0.0, 40.0, 100.0});
+        near.zoom(1.0, x, y);
+        EXPECT_NEAR(0.8 * distance, (near.eye() - aim).length(), 1e-6);
+        EXPECT_NEAR(0.0, near.pick(near.ray(0.0, -0.1))->y, 1e-6) << "the ground alone";
+    }
+    auto above = controllerOver(groundWithWall(), {0.0, 250.0, -200.0}, {0.0, 220.0, 100.0});
+    above.grab(0.0, 0.0);
+    const double distance = (above.eye() - above.ray(0.0, 0.0).point(0.0)).length();
+    EXPECT_EQ(0.0, distance) << "over the wall there is ground behind it";
 }
 
 TEST(FlightController, OrbitToTheRightTurnsTheNearSideToTheRight) {

@@ -78,9 +78,32 @@ TEST(LandscapeLoaderFiles, TexturePyramidIsAnImage) {
     EXPECT_EQ(Paths{pyramid}, options.images);
 }
 
+TEST(LandscapeLoaderFiles, TexturesThatWereWrittenWithAKeyAreImages) {
+    const RunFolder folder;
+    const std::string terrain = folder.out("t.ztt"), texture = folder.out("texture.bin");
+    ASSERT_EQ(
+        0, runProcess(ZMT_EXECUTABLE, {"build", "terrain", s_everest, terrain, "--lighting", "none"}, folder)
+               .status);
+    ASSERT_EQ(0,
+              runProcess(ZMT_EXECUTABLE,
+                         {"build", "texture", s_everestImage, texture, "--terrain", terrain, "--key", "77"},
+                         folder)
+                  .status);
+    LandscapeOptions options;
+    options.key = 77;
+    EXPECT_EQ(Paths{texture}, LandscapeLoader::withFiles(options, {terrain, texture}).images);
+    EXPECT_THROW(LandscapeLoader::withFiles({}, {terrain, texture}), std::exception);
+}
+
 TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
     EXPECT_THROW(LandscapeLoader::withFiles({}, {s_everestImage}), DataError);
     EXPECT_THROW(LandscapeLoader::withFiles({}, {"/nowhere/at/all.tif"}), std::exception);
+    try {
+        LandscapeLoader::withFiles({}, {ZMT_DATA_DIR "/../tests/data/models/prism.obj"});
+        ADD_FAILURE() << "it is a model";
+    } catch (const DataError & error) {
+        EXPECT_NE(std::string(error.what()).find("zmt build city"), std::string::npos) << error.what();
+    }
     const RunFolder folder;
     EXPECT_THROW(LandscapeLoader::withFiles({}, {folder.write("bad.tif", "no raster")}), std::exception);
     const std::string areas =

@@ -21,13 +21,16 @@
 #include "controlpanel.h"
 #include "failurelist.h"
 #include "filenotices.h"
+#include "support/recordedreports.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
+#include "windowsystemclick.h"
 
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/misc/patience.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/grid/asyncgridterrain.h>
 
@@ -93,6 +96,20 @@ protected:
     bool isUntold(const char * name) const {
         return QTest::qWaitFor([&] { return !notice(name)->isVisible(); }, 20'000);
     }
+    /// Of which more is there than what is read to open it.
+    std::string serveFineTerrain() const {
+        SmallGeoTiff hills{700, 700};
+        for (unsigned i = 0; i < 700 * 700; ++i)
+            hills.heights.push_back(float(1000.0 + 300.0 * std::sin(i % 700 / 40.0) + i * 7919 % 89));
+        const std::string fine = s_files->out("fine.ztt");
+        EXPECT_EQ(0, runProcess(ZMT_EXECUTABLE,
+                                {"build", "terrain", s_files->write("hills.tif", hills.encode()), fine,
+                                 "--level", "5", "--lighting", "none"},
+                                *s_files)
+                         .status);
+        server->setFile("/fine.ztt", readWhole(fine));
+        return fine;
+    }
     QString overlay() const { return view->findChild<QLabel *>("overlay")->text(); }
     bool statusSays(const QString & words, int milliseconds = 10'000) const {
         return QTest::qWaitFor(
@@ -144,7 +161,7 @@ TEST_F(StreamedWindowTest, ShowsNeitherLoginsNorQueries) {
         if (const auto * label = qobject_cast<const QLabel *>(widget)) said += label->text();
         if (const auto * button = qobject_cast<const QAbstractButton *>(widget)) said += button->text();
     }
-    const auto * list = window->findChild<QTreeWidget *>();
+    const auto * list = window->findChild<QWidget *>("failures")->findChild<QTreeWidget *>();
     ASSERT_TRUE(list);
     ASSERT_GT(list->topLevelItemCount(), 0);
     for (int column = 0; column < 4; ++column)
@@ -250,17 +267,7 @@ TEST_F(StreamedWindowTest, TheEyeStaysOnTheMapWhenATerrainBeginsElsewhere) {
 }
 
 TEST_F(StreamedWindowTest, HeightsUnderTheMouseAreTheFinestThatCome) {
-    // More of it than what is read to open it.
-    SmallGeoTiff hills{700, 700};
-    for (unsigned i = 0; i < 700 * 700; ++i)
-        hills.heights.push_back(float(1000.0 + 300.0 * std::sin(i % 700 / 40.0) + i * 7919 % 89));
-    const std::string fine = s_files->out("fine.ztt");
-    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE,
-                            {"build", "terrain", s_files->write("hills.tif", hills.encode()), fine, "--level",
-                             "5", "--lighting", "none"},
-                            *s_files)
-                     .status);
-    server->setFile("/fine.ztt", readWhole(fine));
+    const std::string fine = serveFineTerrain();
     view->setGeometryError(50.0);
     load({url("/fine.ztt")});
     server->setHeld(true);
@@ -284,6 +291,19 @@ TEST_F(StreamedWindowTest, HeightsUnderTheMouseAreTheFinestThatCome) {
     const double exact = terrain->calculateHeight(*place, false);
     EXPECT_TRUE(statusSays(QString("height %1").arg(QLocale::c().toString(exact, 'f', 1))));
     EXPECT_FALSE(statusSays("coarse", 2500));
+}
+
+TEST_F(StreamedWindowTest, HeightsThatAreSlowAreNotToldToBeMissing) {
+    serveFineTerrain();
+    view->setGeometryError(50.0);
+    load({url("/fine.ztt")});
+    HttpAnswer drip;
+    drip.secondsPerByte = 0.1;
+    server->always(drip);
+    QTest::mouseMove(view, middle() + QPoint(20, 20));
+    QTest::mouseMove(view, middle() + QPoint(23, 23));
+    EXPECT_TRUE(statusSays("coarse: finer heights are slow to come", 5000));
+    EXPECT_FALSE(statusSays("cannot be read", 1500));
 }
 
 TEST_F(StreamedWindowTest, OpeningFromASilentServerCanBeCancelled) {
@@ -328,6 +348,28 @@ TEST_F(StreamedWindowTest, ClosesWithinASecondWhileItOpens) {
     EXPECT_FALSE(window->isVisible());
     window.reset();
     EXPECT_LT(time.elapsed(), 1000);
+}
+
+TEST_F(StreamedWindowTest, WaitsHandOnInputWhereSomebodyCopesWithIt) {
+    QPushButton button("x");
+    button.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&button));
+    bool isClicked = false;
+    QObject::connect(&button, &QPushButton::clicked, [&] { isClicked = true; });
+    const RecordedReports reports; // of what cannot be opened
+    const auto isClickedWhileOpening = [&] {
+        isClicked = false;
+        QTimer::singleShot(200, [&] { clickThroughWindowSystem(button.winId(), 5, 5); });
+        EXPECT_FALSE(ZMT::CORE::AsyncFile::create(server->url("/t.ztt")));
+        return isClicked;
+    };
+    server->setHeld(true);
+    {
+        const ZMT::CORE::Patience patience([&] { return isClicked; });
+        EXPECT_TRUE(isClickedWhileOpening());
+    }
+    EXPECT_FALSE(isClickedWhileOpening()) << "it stays in the queue";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return isClicked; }));
 }
 
 TEST_F(StreamedWindowTest, ClosesWithinASecondWhileItStreams) {

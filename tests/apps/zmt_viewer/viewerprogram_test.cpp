@@ -1,10 +1,11 @@
 #include <algorithm>
-#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/environmentvariable.h"
 #include "support/imagecompare.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
@@ -101,6 +102,44 @@ TEST(ViewerProgram, TakesTheOptionsOfPictures) {
     }
 }
 
+TEST(ViewerProgram, ShowsCities) {
+    const RunFolder folder;
+    const std::string city = folder.out("p.city"), textures = folder.out("p.1.opaque.city");
+    const std::string picture = folder.out("w.png");
+    ASSERT_EQ(0, runProcess(ZMT_EXECUTABLE,
+                            {"build", "city", ZMT_DATA_DIR "/../tests/data/models/prism.obj", "--up", "z",
+                             "--at", "747000,4053000,500", "--system", "EPSG:32616", "--atlas-size", "64",
+                             "--quality", "8", "--out", city},
+                            folder)
+                     .status);
+    for (const std::vector<std::string> & files :
+         {std::vector<std::string>{"--city", city, "--city-quality", "2", "--city-distance", "5000"},
+          {s_jacksboro, city, "--city-memory", "100", "--exaggeration", "2"}}) {
+        std::vector<std::string> arguments = files;
+        arguments.insert(arguments.end(), {"--size", "480x360", "--screenshot", picture});
+        const RunResult run = view(folder, arguments);
+        EXPECT_EQ(0, run.status) << run.errors;
+        EXPECT_EQ("", run.errors);
+        EXPECT_TRUE(std::filesystem::remove(picture));
+    }
+    expectFailure(view(folder, {"--city", city, "--exaggeration", "2", "--screenshot", picture}), 2,
+                  "needs a terrain");
+    expectFailure(view(folder, {"--city", city, "--city-quality", "0"}), 2, "--city-quality");
+    expectFailure(view(folder, {"--city", city, "--city-memory", "0"}), 2, "--city-memory");
+    expectFailure(view(folder, {"--city", city, "--screenshot", city}), 2, "--city");
+    const std::string link = folder.out("link.png");
+    std::filesystem::create_symlink(textures, link);
+    expectFailure(view(folder, {"--city", city, "--screenshot", link}), 1, "--city");
+    EXPECT_FALSE(readWhole(textures).empty());
+    expectFailure(view(folder, {"--city", s_jacksboro, "--screenshot", picture}), 1, "is no city");
+    std::filesystem::remove(textures);
+    expectFailure(view(folder, {"--city", city, "--screenshot", picture}), 1, "--allow-incomplete");
+    const RunResult blurred = view(folder, {"--city", city, "--allow-incomplete", "--screenshot", picture});
+    EXPECT_EQ(0, blurred.status) << blurred.errors;
+    EXPECT_NE(std::string::npos, blurred.errors.find("p.1.opaque.city")) << blurred.errors;
+    EXPECT_TRUE(std::filesystem::exists(picture));
+}
+
 TEST(ViewerProgram, AFullDiskLeavesNothing) {
     const RunFolder folder;
     RunLimits limits;
@@ -111,26 +150,11 @@ TEST(ViewerProgram, AFullDiskLeavesNothing) {
     EXPECT_TRUE(folder.results().empty());
 }
 
-/// While it lives, a variable of the environment has another value.
-class Variable {
-public:
-    Variable(const char * name, const char * value) : name_(name), before_(qgetenv(name)) {
-        value ? ::setenv(name, value, 1) : ::unsetenv(name);
-    }
-    ~Variable() { before_.isEmpty() ? ::unsetenv(name_) : ::setenv(name_, before_.constData(), 1); }
-    Variable(const Variable &) = delete;
-    Variable & operator=(const Variable &) = delete;
-
-private:
-    const char * name_;
-    QByteArray before_;
-};
-
 TEST(ViewerProgram, AMissingDisplayIsToldInOneLine) {
     const RunFolder folder;
-    const Variable wayland("WAYLAND_DISPLAY", nullptr), platform("QT_QPA_PLATFORM", nullptr);
+    const EnvironmentVariable wayland("WAYLAND_DISPLAY", nullptr), platform("QT_QPA_PLATFORM", nullptr);
     for (const char * display : {static_cast<const char *>(nullptr), ":4711", "nowhere.invalid:0"}) {
-        const Variable variable("DISPLAY", display);
+        const EnvironmentVariable variable("DISPLAY", display);
         const RunResult run = view(folder, {s_everest});
         expectFailure(run, 1, "display");
         EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;
@@ -141,7 +165,7 @@ TEST(ViewerProgram, ADisplayWithoutOpenGLIsToldInOneLine) {
     const RunFolder folder;
     for (const auto & [name, value] :
          {std::pair("QT_QPA_PLATFORM", "minimal"), std::pair("QT_XCB_GL_INTEGRATION", "none")}) {
-        const Variable variable(name, value);
+        const EnvironmentVariable variable(name, value);
         const RunResult run = view(folder, {s_everest});
         expectFailure(run, 1, "OpenGL");
         EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;

@@ -1,0 +1,195 @@
+// Files are opened layer by layer, each as a source of features with its style. All of them are drawn in one
+// texture above all others; the names of features stand behind that in the scene.
+
+#include "overlays.h"
+
+#include <cmath>
+#include <utility>
+
+#include "errors.h"
+#include "groundlayers.h"
+#include "memorybudgets.h"
+#include "step.h"
+
+#include <zmt/core/misc/asyncfile.h>
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainscaling.h>
+#include <zmt/core/vector/vectorstylesheet.h>
+#include <zmt/raster/gdal/vector/featurefile.h>
+
+namespace {
+
+using NBX::SO;
+using ZMT::CORE::AsyncFile;
+using ZMT::CORE::GeoTransformation;
+using ZMT::CORE::ScreenLabels;
+using ZMT::CORE::Terrain;
+using ZMT::CORE::VectorStyleSheet;
+using ZMT::RASTER::FeatureFile;
+using Point = NBX::Vector3Base<double>;
+
+constexpr std::size_t s_mostPicked = 20;
+constexpr unsigned s_textureSize = 1024;
+constexpr unsigned s_textureFormat = 0x8058; ///< RGBA8 of OpenGL
+constexpr int s_raySteps = 400;
+/// How far the end of a ray stays from the place, in shares of its length: ground does not hide itself.
+constexpr double s_rayEnd = 0.995;
+
+VectorStyleSheet styleOf(const std::string & style) {
+    const std::string text = readStyle(style);
+    return isStyleFile(style) ? VectorStyleSheet::parseFile(text, style) : VectorStyleSheet::parse(text);
+}
+
+/// In the scene, as it is drawn.
+double heightAt(const Terrain & terrain, double exaggeration, double x, double z) {
+    const Point geo = GeoTransformation::nbx2geoTf(Point(x, 0.0, z));
+    const double height = terrain.calculateHeight(geo, true);
+    if (terrain.isUndefinedHeightValue(height)) return NAN;
+    return GeoTransformation::geo2nbxTf(Point(geo.x, height, geo.z)).y * exaggeration;
+}
+
+/// By the heights that are in memory.
+bool isHiddenOnTheWay(const Terrain & terrain, double exaggeration, const Point & eye, const Point & place) {
+    for (int i = 1; i < s_raySteps; ++i) {
+        const Point p = eye + (place - eye) * (s_rayEnd * i / s_raySteps);
+        if (p.y < heightAt(terrain, exaggeration, p.x, p.z)) return true;
+    }
+    return false;
+}
+
+unsigned s_textureMemory = MemoryBudgets().overlay;
+
+} // namespace
+
+void Overlays::setTextureMemory(unsigned mebibytes) {
+    using Texture = ZMT::CORE::VectorOverlayTexture;
+    s_textureMemory = mebibytes;
+    Texture::setMaxTexturePatches(
+        Texture::texturesFor(std::uint64_t{mebibytes} << 20U, s_textureSize, s_textureFormat));
+}
+
+unsigned Overlays::textureMemory() {
+    return s_textureMemory;
+}
+
+Overlays::Overlays(const std::vector<OverlayOptions> & options, const ZMT::RASTER::GeoReference & reference,
+                   const ZMT::RASTER::GeoExtent & ground, const StreamedFiles & streamed) {
+    for (const OverlayOptions & option : options) {
+        Step step("reading " + shownName(option.file));
+        const VectorStyleSheet style = option.style.empty() ? VectorStyleSheet() : styleOf(option.style);
+        const auto bytes = streamed.overlay(option.file);
+        const auto layers = !option.layer.empty() ? std::vector<std::string>{option.layer}
+                            : bytes               ? FeatureFile::layers(bytes, shownName(option.file))
+                                                  : FeatureFile::layers(option.file);
+        for (const std::string & layer : layers) {
+            const auto source =
+                bytes ? std::make_shared<const FeatureFile>(bytes, shownName(option.file), layer,
+                                                            reference.wkt, ground)
+                      : std::make_shared<const FeatureFile>(option.file, layer, reference.wkt, ground);
+            overlays_.emplace_back(new Overlay(source, style));
+            if (const std::string losses = source->lossReport(); !losses.empty()) writeError(losses);
+            std::string name = fileNameOf(option.file);
+            if (layers.size() > 1 || !option.layer.empty()) name.append(", ").append(layer);
+            overlays_.back()->setName(name);
+        }
+        step.finish();
+    }
+}
+
+NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exaggeration, bool isStreamed) {
+    terrain_ = terrain;
+    exaggeration_ = exaggeration;
+    isStreamed_ = isStreamed;
+    texture_ = new ZMT::CORE::VectorOverlayTexture(
+        overlays_, ZMT::CORE::LocalFrame(GeoTransformation::nbx2geoOffset()), terrain->boundingBox());
+    texture_->setInternalFormat(s_textureFormat);
+    if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
+    setTextureMemory(s_textureMemory);
+    labels_ = std::make_shared<ScreenLabels>();
+    stylesChanged();
+    setGround();
+    return makeDecal(texture_);
+}
+
+void Overlays::stylesChanged() {
+    if (!labels_) return;
+    std::vector<ScreenLabels::Layer> layers;
+    layers.reserve(overlays_.size());
+    // The top one matters most.
+    for (auto overlay = overlays_.rbegin(); overlay != overlays_.rend(); ++overlay)
+        layers.push_back(ScreenLabels::Layer::of(*overlay));
+    labels_->setLayers(std::move(layers));
+}
+
+void Overlays::setOrder(const std::vector<std::size_t> & order) {
+    std::vector<SO<Overlay>> ordered;
+    ordered.reserve(order.size());
+    for (const std::size_t number : order)
+        ordered.push_back(overlays_.at(number));
+    overlays_ = std::move(ordered);
+    if (texture_) texture_->setOverlays(overlays_);
+    stylesChanged();
+}
+
+void Overlays::setGround() const {
+    const Point scale(1.0, exaggeration_, 1.0);
+    const NBX::Bounds box = terrain_->boundingBox();
+    const auto scaled = [&](const Point & p) { return Point(p.x, p.y * exaggeration_, p.z); };
+    ScreenLabels::Ground ground;
+    ground.box = NBX::Bounds(scaled(box.getLLF()), scaled(box.getURB()));
+    ground.heightAt = [terrain = terrain_, factor = exaggeration_](double x, double z) {
+        return heightAt(*terrain, factor, x, z);
+    };
+    if (isStreamed_) {
+        ground.isHidden = [terrain = terrain_, factor = exaggeration_](const Point & eye,
+                                                                       const Point & place) {
+            return isHiddenOnTheWay(*terrain, factor, eye, place);
+        };
+    } else {
+        const SO<NBX::SceneThing> node(new NBX::SceneThing);
+        node->append(new ZMT::CORE::TerrainScaling(scale));
+        node->append(terrain_.get());
+        ground.isHidden = ScreenLabels::Ground::hiddenBehind(node);
+    }
+    labels_->setGround(std::move(ground));
+}
+
+void Overlays::setExaggeration(double exaggeration) {
+    exaggeration_ = exaggeration;
+    setGround();
+}
+
+bool Overlays::prepare(const NBX::Camera & camera, unsigned width, unsigned height, bool atOnce) {
+    if (!labels_) return true;
+    for (std::size_t i = 0; i < overlays_.size(); ++i) {
+        const auto layer = unsigned(overlays_.size() - 1 - i);
+        labels_->setShown(layer, overlays_[i]->isShown());
+        labels_->setOpacity(layer, overlays_[i]->opacity());
+    }
+    // Finer heights may have come.
+    const std::uint64_t read = AsyncFile::TotalLocalBytes() + AsyncFile::TotalTransferedBytes();
+    if (isStreamed_ && std::exchange(bytesRead_, read) != read) labels_->groundChanged();
+    return labels_->update(camera, width, height,
+                           atOnce ? ScreenLabels::Effort::unlimited() : ScreenLabels::Effort());
+}
+
+std::vector<Overlays::Feature> Overlays::featuresAt(const ZMT::CORE::FeatureDistance & place,
+                                                    double tolerance) const {
+    std::vector<Feature> features;
+    for (auto overlay = overlays_.rbegin(); overlay != overlays_.rend(); ++overlay) {
+        if (!(*overlay)->isShown()) continue;
+        for (auto & picked :
+             ZMT::CORE::featuresAt(*(*overlay)->source(), place, tolerance, s_mostPicked - features.size()))
+            features.push_back({overlay->get(), std::move(picked)});
+        if (features.size() >= s_mostPicked) break;
+    }
+    return features;
+}
+
+std::vector<Overlays::Feature> Overlays::featuresAt(const NBX::Camera & camera, const Pixel & pixel,
+                                                    const Point & geo, double exaggeration,
+                                                    double tolerance) const {
+    const auto footprint = ZMT::CORE::PixelFootprint::at(camera, pixel.x, pixel.y, pixel.width, pixel.height,
+                                                         GeoTransformation::geo2nbxTf(geo).y * exaggeration);
+    return footprint ? featuresAt({geo, *footprint}, tolerance) : std::vector<Feature>();
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nbx/object/so.h>
+#include <nbx/scene/attribute/attribute.h>
+#include <nbx/scene/node/scenething.h>
+#include <nbx/scene/view/camera.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/vector/featurepicking.h>
+#include <zmt/core/vector/screenlabels.h>
+#include <zmt/core/vector/vectoroverlaytexture.h>
+#include <zmt/raster/geoextent.h>
+#include <zmt/raster/georeference.h>
+
+#include "overlayoptions.h"
+#include "streamedfiles.h"
+
+/// Vector files on the ground of a landscape: what is drawn on it in one texture, and the names that stand
+/// upright in front of it. On the thread that draws, but for being read.
+class Overlays {
+public:
+    using Overlay = ZMT::CORE::VectorOverlay;
+
+    /// None.
+    Overlays() = default;
+    /// Opens the files of `options`, the lowest first, for ground of this extent in this system; of each,
+    /// without a layer, all that have features. Throws `DataError`, `NBX::InputException` and what styles
+    /// throw.
+    Overlays(const std::vector<OverlayOptions> & options, const ZMT::RASTER::GeoReference & reference,
+             const ZMT::RASTER::GeoExtent & ground, const StreamedFiles & streamed);
+
+    /// MiB that the textures of all overlays of the process may take, of which at least one is kept.
+    static void setTextureMemory(unsigned mebibytes);
+    static unsigned textureMemory();
+
+    bool empty() const { return overlays_.empty(); }
+    /// The lowest first. Their looks may be changed at any time.
+    const std::vector<NBX::SO<Overlay>> & list() const { return overlays_; }
+
+    /// Puts them on a terrain that stands in the scene, with its heights stretched by `exaggeration`: the
+    /// effect that draws them belongs on top of all others of that terrain. None of it is used before.
+    /// `isStreamed` ground hides names by what is in memory.
+    NBX::SO<NBX::Attribute> layOn(const NBX::SO<ZMT::CORE::Terrain> & terrain, double exaggeration,
+                                  bool isStreamed);
+    /// After that.
+    void setExaggeration(double exaggeration);
+    /// Makes those with these numbers, in this order, the lowest first. All of them are there.
+    void setOrder(const std::vector<std::size_t> & order);
+    /// Names are those of other styles.
+    void stylesChanged();
+    /// The names, for the end of the scene.
+    NBX::SO<NBX::SceneThing> names() const { return labels_->node(); }
+    /// Finds the names of a picture before it is drawn; all at once, or as much as a picture in motion may
+    /// wait for. False where another call would find more; true also before they lie on anything.
+    bool prepare(const NBX::Camera & camera, unsigned width, unsigned height, bool atOnce);
+
+    /// What lies at a place in map coordinates, of the top overlay first, the nearest first.
+    struct Feature {
+        const Overlay * overlay;
+        ZMT::CORE::PickedFeature picked;
+    };
+    std::vector<Feature> featuresAt(const ZMT::CORE::FeatureDistance & place, double tolerance) const;
+    /// A place in a picture, in pixels from its lower left corner.
+    struct Pixel {
+        double x, y;
+        unsigned width, height; ///< of the picture
+    };
+    /// The same of ground at `geo`, in map coordinates, which a pixel shows with its heights stretched by
+    /// `exaggeration`. None where the ground is seen edge on.
+    std::vector<Feature> featuresAt(const NBX::Camera & camera, const Pixel & pixel,
+                                    const NBX::Vector3Base<double> & geo, double exaggeration,
+                                    double tolerance) const;
+
+private:
+    void setGround() const;
+
+    std::vector<NBX::SO<Overlay>> overlays_;
+    NBX::SO<ZMT::CORE::VectorOverlayTexture> texture_;
+    std::shared_ptr<ZMT::CORE::ScreenLabels> labels_;
+    NBX::SO<ZMT::CORE::Terrain> terrain_;
+    double exaggeration_ = 1.0;
+    bool isStreamed_ = false;
+    std::uint64_t bytesRead_ = 0; ///< in all, when names were found last
+};

@@ -1,0 +1,140 @@
+#include "tracks.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+#include "errors.h"
+#include "groundlayers.h"
+#include "step.h"
+#include "streamedfiles.h"
+#include "viewpoint.h"
+
+#include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/raster/gdal/vector/trackfile.h>
+#include <zmt/raster/vector/isotime.h>
+
+namespace {
+
+using NBX::SO;
+using ZMT::CORE::GeoTransformation;
+using ZMT::CORE::MovingFeatures;
+using ZMT::CORE::VectorStyleSheet;
+using ZMT::CORE::VectorTrack;
+using ZMT::RASTER::VectorFeature;
+using Point = NBX::Vector3Base<double>;
+
+/// Marks keep their size while the eye comes nearer by less than a twentieth.
+constexpr double s_sizeStep = 0.05;
+const char * const s_wayStyle = "color=#e02020,width=3";
+const char * const s_rimStyle = "color=#ffffff,symbol=circle,size=16";
+const char * const s_markStyle = "color=#e02020,symbol=circle,size=11";
+
+/// Seconds after the start; none for what is no such number.
+std::optional<double> secondsIn(const std::string & text) {
+    if (text.empty() || text[0] != '+') return {};
+    double seconds = 0.0;
+    const char * end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data() + 1, end, seconds);
+    const bool isNumber = error == std::errc() && rest == end && std::isfinite(seconds) && seconds >= 0.0;
+    return isNumber ? std::optional(seconds) : std::nullopt;
+}
+
+void tellLosses(const std::string & path, const VectorTrack & track, std::uint64_t withoutPlace) {
+    const VectorTrack::Counts & counts = track.counts();
+    const auto tell = [&](std::uint64_t points, const char * what) {
+        if (points > 0) writeError("warning: " + path + ": " + std::to_string(points) + what);
+    };
+    tell(counts.withoutTime, " points have no time and are left out");
+    tell(counts.withoutPlace + withoutPlace, " points have no place here and are left out");
+    tell(counts.unordered, " points are not in the order of their times, and are sorted");
+}
+
+} // namespace
+
+void checkTrackOptions(const TrackOptions & options) {
+    if (options.time.empty()) return;
+    if (options.files.empty()) throw UsageError("--time is that of a --track; give one, or leave it out");
+    if (!secondsIn(options.time) && !ZMT::RASTER::IsoTime::parse(options.time))
+        throw UsageError("--time must be a time such as 2024-05-01T12:30:00Z, or +SECONDS after the start: " +
+                         options.time);
+}
+
+Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & reference) {
+    for (const std::string & path : options.files) {
+        Step step("reading " + path);
+        const auto read = ZMT::RASTER::TrackFile::read(path, reference.wkt);
+        tracks_.emplace_back(new VectorTrack(read.pieces));
+        tellLosses(path, *tracks_.back(), read.withoutPlace);
+        if (tracks_.back()->isEmpty())
+            throw DataError(path + ": no point has a time; show its lines by --overlay instead");
+        step.finish();
+    }
+    if (tracks_.empty()) return;
+    const auto seconds = secondsIn(options.time);
+    time_ = options.time.empty() ? end()
+            : seconds            ? start() + *seconds
+                                 : ZMT::RASTER::IsoTime::parse(options.time).value_or(end());
+}
+
+double Tracks::start() const {
+    double first = HUGE_VAL;
+    for (const SO<VectorTrack> & track : tracks_)
+        first = std::min(first, track->start());
+    return tracks_.empty() ? 0.0 : first;
+}
+
+double Tracks::end() const {
+    double last = -HUGE_VAL;
+    for (const SO<VectorTrack> & track : tracks_)
+        last = std::max(last, track->end());
+    return tracks_.empty() ? 0.0 : last;
+}
+
+SO<NBX::Attribute> Tracks::layOn(const SO<ZMT::CORE::Terrain> & terrain, double exaggeration) {
+    terrain_ = terrain;
+    exaggeration_ = exaggeration;
+    features_.emplace(ZMT::CORE::LocalFrame(GeoTransformation::nbx2geoOffset()));
+    texture_ = new ZMT::CORE::DynamicVectorTexture(features_->node().get());
+    return makeDecal(texture_);
+}
+
+/// Where the first mark is, or else in the middle of the terrain.
+double Tracks::metresPerPixel(const NBX::Camera & camera, unsigned height) const {
+    Point seen = terrain_->boundingBox().center();
+    for (const SO<VectorTrack> & track : tracks_)
+        if (const auto place = track->placeAt(time_)) {
+            const double ground = terrain_->calculateHeight(place->position, true);
+            const bool isKnown = !terrain_->isUndefinedHeightValue(ground);
+            seen = GeoTransformation::geo2nbxTf(
+                Point(place->position.x, isKnown ? ground : place->position.y, place->position.z));
+            break;
+        }
+    seen.y *= exaggeration_;
+    const double distance = (seen - camera.rayThrough(0.0, 0.0, 1, 1).getOrigin()).length();
+    return std::max(distance, 1.0) * 2.0 * std::tan(s_fieldOfView * M_PI / 360.0) / height;
+}
+
+void Tracks::prepare(const NBX::Camera & camera, unsigned height) {
+    if (!features_) return;
+    const double size = metresPerPixel(camera, height);
+    const bool isAsDrawn = drawnTime_ == time_ && std::abs(std::log(size / drawnSize_)) < s_sizeStep;
+    if (isAsDrawn) return;
+    drawnTime_ = time_;
+    drawnSize_ = size;
+    const auto group = [](const char * style) {
+        return MovingFeatures::Group{{}, VectorStyleSheet::parse(style)};
+    };
+    std::vector<MovingFeatures::Group> groups = {group(s_wayStyle), group(s_rimStyle), group(s_markStyle)};
+    for (const SO<VectorTrack> & track : tracks_) {
+        VectorFeature way, mark;
+        way.lines = track->passed(time_);
+        groups[0].features.push_back(way);
+        const auto place = track->placeAt(time_);
+        if (!place) continue;
+        mark.points = {place->position};
+        groups[1].features.push_back(mark);
+        groups[2].features.push_back(mark);
+    }
+    features_->set(groups, size);
+}

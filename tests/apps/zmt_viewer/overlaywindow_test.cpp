@@ -1,0 +1,176 @@
+// The window with vector files on the ground: what its panel lists, and what that does to the picture.
+
+#include "viewerwindow.h"
+
+#include <map>
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QSlider>
+#include <QTreeWidget>
+
+#include "controlpanel.h"
+#include "overlaypanel.h"
+#include "support/zmtrun.h"
+#include "viewertest.h"
+
+namespace {
+
+/// A square of 3 km below the middle of the view.
+constexpr const char * s_square =
+    R"({"type": "FeatureCollection",
+        "crs": {"type": "name", "properties": {"name": "urn:ogc:def:crs:EPSG::32616"}},
+        "features": [{"type": "Feature", "properties": {"name": "NAME", "area": 9},
+                      "geometry": {"type": "Polygon", "coordinates": [[[745500, 4051500], [748500, 4051500],
+                                   [748500, 4054500], [745500, 4054500], [745500, 4051500]]]}}]})";
+
+class OverlayWindowTest : public ViewerTest {
+protected:
+    void SetUp() override {
+        for (const char * name : {"red", "blue", "green"})
+            paths_[name] = files_.write(std::string(name) + ".geojson", s_square);
+    }
+    OverlayOptions overlay(const std::string & name, const std::string & style) const {
+        return {paths_.at(name), "", style};
+    }
+    /// A window as the command line opens it, which looks down on the square.
+    void open(std::vector<OverlayOptions> overlays) {
+        LandscapeOptions options;
+        options.terrain = s_jacksboro;
+        options.overlays = std::move(overlays);
+        options.method = TerrainMethod::Chunked;
+        window = std::make_unique<ViewerWindow>(options, parseView("747000,4052000,4000,747000,4053000,400"));
+        window->resize(900, 700);
+        window->show();
+        view = window->view();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return view->canvas() != nullptr; }));
+        window->open({});
+        ASSERT_TRUE(settle()) << window->lastError().toStdString();
+        activate();
+    }
+    OverlayPanel * panel() const { return window->panel()->overlays(); }
+    QTreeWidget * list() const { return panel()->list(); }
+    QLabel * label(const char * name) const { return panel()->findChild<QLabel *>(name); }
+    void enterStyle(const QString & text) const {
+        auto * field = panel()->findChild<QLineEdit *>("overlayStyle");
+        field->setText(text);
+        QTest::keyClick(field, Qt::Key_Return);
+    }
+    /// Of the picture's middle.
+    QColor color() const {
+        const auto image = picture();
+        const auto * rgb = image->pixelComponentsU8(image->width() / 2, image->height() / 2);
+        return {rgb[0], rgb[1], rgb[2]};
+    }
+    static bool isRed(const QColor & color) { return color.red() > color.blue() + 60; }
+    static bool isBlue(const QColor & color) { return color.blue() > color.red() + 60; }
+
+    RunFolder files_;
+    std::map<std::string, std::string> paths_;
+};
+
+TEST_F(OverlayWindowTest, ThePanelIsHiddenWithoutOverlays) {
+    open({});
+    EXPECT_FALSE(panel()->isVisible());
+    EXPECT_EQ(0, list()->topLevelItemCount());
+}
+
+TEST_F(OverlayWindowTest, ThoseOfTheCommandLineAreListedAndDrawnTheLastOnTop) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
+    EXPECT_TRUE(panel()->isVisible());
+    ASSERT_EQ(2, list()->topLevelItemCount());
+    EXPECT_TRUE(list()->topLevelItem(0)->text(0).contains("blue"));
+    EXPECT_TRUE(list()->topLevelItem(1)->text(0).contains("red"));
+    EXPECT_TRUE(isBlue(color())) << color().name().toStdString();
+}
+
+TEST_F(OverlayWindowTest, ASwitchHidesOne) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
+    list()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+    list()->topLevelItem(1)->setCheckState(0, Qt::Unchecked);
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(isRed(color())) << color().name().toStdString();
+    list()->topLevelItem(0)->setCheckState(0, Qt::Checked);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isBlue(color())) << color().name().toStdString();
+}
+
+TEST_F(OverlayWindowTest, OpacityIsThatOfTheSelectedOne) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
+    auto * opacity = panel()->findChild<QWidget *>("overlayOpacity")->findChild<QSlider *>();
+    opacity->setValue(opacity->minimum());
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+    list()->setCurrentItem(list()->topLevelItem(1));
+    EXPECT_EQ(opacity->maximum(), opacity->value());
+}
+
+TEST_F(OverlayWindowTest, MovingAnItemChangesWhatIsOnTop) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
+    list()->addTopLevelItem(list()->takeTopLevelItem(0));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return settle() && isRed(color()); })) << color().name().toStdString();
+    EXPECT_TRUE(list()->topLevelItem(0)->text(0).contains("red"));
+    list()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isBlue(color())) << "switches know the new order";
+}
+
+TEST_F(OverlayWindowTest, AStyleIsTakenAndAWrongOneChangesNothing) {
+    open({overlay("red", "fill=#ff0000")});
+    enterStyle("fill=#0000ff");
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isBlue(color())) << color().name().toStdString();
+    EXPECT_FALSE(label("overlayProblem")->isVisible());
+    enterStyle("fill=nonsense");
+    EXPECT_TRUE(label("overlayProblem")->isVisible());
+    EXPECT_TRUE(label("overlayProblem")->text().contains("nonsense"))
+        << label("overlayProblem")->text().toStdString();
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isBlue(color())) << color().name().toStdString();
+    enterStyle("fill=#ff0000");
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+    EXPECT_FALSE(label("overlayProblem")->isVisible());
+}
+
+TEST_F(OverlayWindowTest, TheLegendHasALineForEachRule) {
+    const std::string rulesFile =
+        files_.write("rules.style", "area > 5: fill=#ff0000\ndefault: fill=#0000ff\n");
+    open({overlay("red", rulesFile), overlay("blue", "fill=#0000ff")});
+    ASSERT_EQ(2, list()->topLevelItemCount());
+    const QTreeWidgetItem * one = list()->topLevelItem(0);
+    ASSERT_EQ(1, one->childCount());
+    EXPECT_EQ("areas", one->child(0)->text(0));
+    const QTreeWidgetItem * rules = list()->topLevelItem(1);
+    ASSERT_GE(rules->childCount(), 2);
+    EXPECT_TRUE(rules->child(0)->text(0).contains("area")) << rules->child(0)->text(0).toStdString();
+    const QImage icon = rules->child(0)->icon(0).pixmap(26, 14).toImage();
+    EXPECT_TRUE(isRed(icon.pixelColor(icon.width() / 2, icon.height() / 2)));
+}
+
+TEST_F(OverlayWindowTest, WhatIsUnderTheMouseShowsItsAttributes) {
+    open({overlay("red", "fill=#ff0000")});
+    QTest::mouseMove(view, middle() + QPoint(3, 3));
+    QTest::mouseMove(view, middle());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return label("overlayAttributes")->text().contains("name: NAME"); }))
+        << label("overlayAttributes")->text().toStdString();
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("area: 9"));
+    QTest::mouseMove(view, {5, 5});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return label("overlayAttributes")->text().isEmpty(); }));
+}
+
+TEST_F(OverlayWindowTest, ThreeWithNamesAskForNoFramesAtRest) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff"), overlay("green", "fill=#00ff00")});
+    const auto unnamed = picture();
+    enterStyle("fill=#00ff00,label=name,label-size=24");
+    ASSERT_TRUE(settle());
+    EXPECT_GT(difference(unnamed, picture()), 0.0) << "the name is drawn";
+    QTest::qWait(400);
+    const unsigned before = view->frames().count;
+    QTest::qWait(400);
+    EXPECT_EQ(before, view->frames().count);
+}
+
+} // namespace
