@@ -20,7 +20,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <core/misc/readengine.h>
+#include <core/file/readengine.h>
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "core/terrain/geometry/chunked/chunkedloderrorfield.h"
 #include "core/terrain/geometry/chunked/chunkedlodmesh.h"
 #include "core/terrain/geometry/chunked/chunkedlodterrainimpl.h"
+#include "core/terrain/geometry/chunked/chunkedlodworsterror.h"
 #include <nbx/gl/context/enginegl.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <nbx/object/progress.h>
@@ -20,7 +21,6 @@
 #include <nbx/scene/view/perspective.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
-#include <zmt/core/terrain/geometry/chunked/chunkedlodworsterror.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 
 #include "syntheticterrain.h"

@@ -1,5 +1,6 @@
-// Flying over a terrain with an image of 20000 by 20000 pixels, 300 frames of 1280 by 720: how long texturing
-// keeps the render thread, and what it takes of memory.
+// Flying over a terrain with an image of 20000 by 20000 pixels, 3000 frames of 1280 by 720: how long
+// texturing keeps the render thread, and what it takes of memory. `FLYOVER_FRAMES=number` flies the same way
+// in fewer frames, each farther from the one before.
 //
 // The image is computed; `FLYOVER_IMAGE=file` takes one of GDAL's instead, stretched over the same ground:
 //     gdal_translate -of GTiff -co TILED=YES -co COMPRESS=JPEG -outsize 20000 20000 any.tif large.tif
@@ -50,7 +51,13 @@ constexpr unsigned s_cells = 1025;
 constexpr double s_extent = (s_cells - 1) * 30.0;
 constexpr unsigned s_pixels = 20000;
 constexpr unsigned s_maxVertices = 100;
-constexpr int s_frames = 300;
+
+int numberOfFrames() {
+    const char * number = std::getenv("FLYOVER_FRAMES");
+    return number ? std::max(std::atoi(number), 2) : 3000;
+}
+
+const int s_frames = numberOfFrames();
 
 /// One level of the computed image: stripes whose colours tell place and level.
 class ComputedLevel : public ZMT::RASTER::TiledGeoImage {

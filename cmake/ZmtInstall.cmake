@@ -50,6 +50,11 @@ zmt_install_pkgconfig(zmt_raster raster zmt-nbx "Height rasters, image pyramids 
 zmt_install_pkgconfig(zmt_core core zmt-raster "Terrains, their levels of detail, textures and painters")
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
+# Started by the library alone.
+if(TARGET zmt_modelreader)
+  install(TARGETS zmt_modelreader RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/zmt)
+endif()
+
 # The program, and beside it the window that it starts.
 foreach(program zmt zmt_viewer)
   if(TARGET ${program})

@@ -42,6 +42,7 @@ function(zmt_collect_nbx_sources result)
     file(GLOB_RECURSE found CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/${folder}/*.cpp)
     list(APPEND sources ${found})
   endforeach()
+  list(FILTER sources EXCLUDE REGEX "/nbx/io/program/")
   set(${result} ${sources} PARENT_SCOPE)
 endfunction()
 
@@ -60,6 +61,39 @@ function(zmt_add_nbx)
     $<BUILD_INTERFACE:PNG::PNG>
     "$<BUILD_INTERFACE:${ZMT_GL_LIBRARIES}>"
     $<BUILD_INTERFACE:${CMAKE_DL_LIBS}>)
+  if(text IN_LIST NBX_FOLDERS)
+    # Their headers lie in folders of their own, which only the sources of text see.
+    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/text/*.cpp)
+    set_property(SOURCE ${sources} APPEND PROPERTY
+      INCLUDE_DIRECTORIES ${freetype_INCLUDE_DIRS} ${harfbuzz_INCLUDE_DIRS} ${fribidi_INCLUDE_DIRS})
+    target_link_libraries(nbx_core PRIVATE
+      $<BUILD_INTERFACE:$<LINK_ONLY:PkgConfig::freetype>>
+      $<BUILD_INTERFACE:$<LINK_ONLY:PkgConfig::harfbuzz>>
+      $<BUILD_INTERFACE:$<LINK_ONLY:PkgConfig::fribidi>>)
+  endif()
+  if(io IN_LIST NBX_FOLDERS)
+    zmt_add_model_reader()
+  endif()
+endfunction()
+
+# The program that reads models for the library, which finds it beside itself or,
+# once installed, at a path from its own folder.
+function(zmt_add_model_reader)
+  include(GNUInstallDirs)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/io/program/*.cpp)
+  add_executable(zmt_modelreader ${sources}
+    ${PROJECT_SOURCE_DIR}/src/nbx/io/folderfiles.cpp ${PROJECT_SOURCE_DIR}/src/nbx/io/modelanswer.cpp)
+  target_compile_features(zmt_modelreader PRIVATE cxx_std_20)
+  target_link_libraries(zmt_modelreader PRIVATE PkgConfig::assimp PkgConfig::pugixml
+    nlohmann_json::nlohmann_json)
+  set_target_properties(zmt_modelreader PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR})
+  file(RELATIVE_PATH place /${CMAKE_INSTALL_LIBDIR} /${CMAKE_INSTALL_LIBEXECDIR}/zmt/zmt_modelreader)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/src/nbx/io/readerprocess.cpp PROPERTIES
+    COMPILE_DEFINITIONS ZMT_MODELREADER="${place}")
+  target_link_libraries(nbx_core PRIVATE
+    $<BUILD_INTERFACE:PkgConfig::pugixml>
+    $<BUILD_INTERFACE:PkgConfig::libzip>)
+  add_dependencies(nbx_core zmt_modelreader)
 endfunction()
 
 function(zmt_add_raster)

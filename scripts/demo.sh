@@ -52,6 +52,19 @@ render jacksboro_break_lines --terrain data/jacksboro_srtm3.tif --method tree --
     --lighting vertex --light 300,30,0.3 --view 755300,4038800,950,755300,4043000,300
 render everest_draped "${chunked[@]}" --drape "$glaciers" --drape-lift 300 --view closeup
 
+# A map: contours by their height, glaciers, the countries of the Earth with their names, and a way in three moments.
+vectors=(--overlay data/everest_contours.geojson --style data/everest_contours.style
+    --overlay "$glaciers" --style 'fill=#60b0ff50,color=#2060c0,width=1.5')
+above=(--lonlat --view at:86.87,27.93,20,30,22000)
+render everest_map "${chunked[@]}" "${vectors[@]}" "${above[@]}"
+render world_map --terrain data/world_etopo15.tif --exaggeration 20 --view north \
+    --overlay data/world_coastline.geojson --style 'color=#303030,width=1' \
+    --overlay data/world_countries.geojson --style 'fill=#00000000,color=#803060,width=1,label=name,halo=2'
+for seconds in 600 1800 3600; do
+    render "everest_way_$seconds" "${chunked[@]}" "${above[@]}" --track data/everest_way.gpx --time "+$seconds"
+done
+"$zmt" pick "${everest_terrain[@]}" "${above[@]}" --overlay "$glaciers" 590,330 || fail "nothing was picked"
+
 # The image as a pyramid in one file, and where a pixel lies.
 "$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>out/pyramid.log ||
     fail "$(tail -n 1 out/pyramid.log)"
@@ -60,7 +73,7 @@ render everest_pyramid "${everest_terrain[@]}" --method chunked --image out/ever
 "$zmt" pick "${everest_terrain[@]}" 640,360 || fail "nothing was picked"
 
 # Heights and image as two files of tiles, drawn from a web server while they are read.
-"$zmt" build terrain data/everest_srtm3.tif out/everest.ztt 2>out/terrain.log || fail "$(tail -n 1 out/terrain.log)"
+"$zmt" build terrain data/everest_srtm3.tif out/everest.ztt --fill-voids 2>out/terrain.log || fail "$(tail -n 1 out/terrain.log)"
 "$zmt" build texture data/everest_landsat7_rgb.tif out/everest.zts --terrain out/everest.ztt 2>out/texture.log ||
     fail "$(tail -n 1 out/texture.log)"
 "$zmt" info out/everest.ztt || fail "the streaming terrain cannot be read"
@@ -76,6 +89,18 @@ done
 render everest_streamed --terrain "http://127.0.0.1:$port/everest.ztt" --image "http://127.0.0.1:$port/everest.zts"
 render everest_streamed_closeup --terrain "http://127.0.0.1:$port/everest.ztt" \
     --image "http://127.0.0.1:$port/everest.zts" --view 481000,3083000,9000,487000,3092500,5500
+
+# A town of one house: near, far, and on a hill.
+town=(data/testtown/testtown_lod3.obj --up z --atlas-size 512)
+"$zmt" build city "${town[@]}" --at 754000,4040000,0 --system EPSG:32616 --out out/town.city 2>out/city.log ||
+    fail "$(tail -n 1 out/city.log)"
+"$zmt" info out/town.city || fail "the city cannot be read"
+render town_near --city out/town.city --view 753960,4039985,20,754006,4040009,10
+render town_far --city out/town.city --view 753600,4039600,200,754006,4040009,10
+"$zmt" build city "${town[@]}" --at 754000,4040000 --terrain data/jacksboro_srtm3.tif --out out/hilltown.city 2>out/city.log ||
+    fail "$(tail -n 1 out/city.log)"
+render town_on_terrain "${jacksboro[@]:0:2}" --city out/hilltown.city \
+    --view 753966,4039982,+18,754004,4040009,+9
 
 # The window, on a screen in memory.
 echo "demo: out/window.png"

@@ -6,10 +6,12 @@ set -euo pipefail
 packages=(
     g++ cmake ninja-build ccache pkg-config
     libeigen3-dev libdeflate-dev zlib1g-dev libjpeg-dev libpng-dev libstb-dev
+    libassimp-dev libpugixml-dev libzip-dev
+    libfreetype-dev libharfbuzz-dev libfribidi-dev fonts-dejavu-core
     libglew-dev libgl-dev libglu1-mesa-dev libegl-dev libegl-mesa0 libgl1-mesa-dri
     libgdal-dev liburing-dev libcli11-dev nlohmann-json3-dev
-    qt6-base-dev libqt6opengl6-dev fonts-dejavu-core
-    nginx-light libgtest-dev libgmock-dev libbenchmark-dev libgmp-dev xvfb xauth
+    qt6-base-dev libqt6opengl6-dev
+    nginx-light libgtest-dev libgmock-dev libbenchmark-dev libgmp-dev xvfb xauth parallel
 )
 if [[ "${1:-}" == "--checks" ]]; then
     packages+=(git clang-format clang-tidy python3)

@@ -17,7 +17,7 @@ if(NOT package_files)
 endif()
 foreach(file IN LISTS package_files)
   file(READ ${file} text)
-  foreach(private GDAL Eigen deflate ZLIB JPEG PNG GLEW OpenGL PkgConfig Threads "/usr/")
+  foreach(private GDAL Eigen deflate ZLIB JPEG PNG GLEW OpenGL assimp pugixml libzip freetype harfbuzz fribidi PkgConfig Threads "/usr/")
     if(file MATCHES "targets" AND text MATCHES "${private}")
       message(FATAL_ERROR "${file} names the private dependency ${private}")
     endif()
@@ -31,6 +31,12 @@ function(build source build)
     COMMAND_ERROR_IS_FATAL ANY)
   execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
+
+# The library finds the program that reads models.
+if(EXISTS ${prefix}/bin/zmt)
+  execute_process(COMMAND ${prefix}/bin/zmt info ${SOURCE_DIR}/../data/models/prism.obj
+    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+endif()
 
 build(${SOURCE_DIR} ${WORK_DIR}/build)
 execute_process(COMMAND ${WORK_DIR}/build/consumer COMMAND_ERROR_IS_FATAL ANY)

@@ -3,31 +3,62 @@
 
 #include <chrono>
 #include <filesystem>
-#include <iterator>
+#include <fstream>
+#include <set>
+#include <string>
 #include <thread>
+#include <utility>
+
+#include <unistd.h>
 
 #include <sanitizer/lsan_interface.h>
 
 namespace {
 
-/// The number of threads is looked at so often, at most so many times.
+/// The threads are looked at so often, at most so many times; so many looks alike say that they rest.
 constexpr std::chrono::milliseconds s_pause{20};
-constexpr int s_mostLooks = 50;
+constexpr int s_mostLooks = 150;
+constexpr int s_looksAlike = 4;
 
-std::ptrdiff_t threads() {
-    std::error_code error;
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task", error),
-                         std::filesystem::directory_iterator());
+/// What a look at the other threads of the process found.
+struct Look {
+    std::set<std::string> threads;
+    /// None runs, and none is on its way out of the system.
+    bool sleep = true;
+};
+
+/// The state of a thread as the system tells it ('S' asleep, 'R' running, 'X' gone ...); '?' of one that has
+/// ended.
+char stateOf(const std::filesystem::path & thread) {
+    std::ifstream file(thread / "stat");
+    std::string text;
+    std::getline(file, text);
+    // The name stands in parentheses and may hold any character.
+    const std::size_t end = text.rfind(')');
+    return end != std::string::npos && end + 2 < text.size() ? text[end + 2] : '?';
 }
 
-/// Those that are about to end do so; the others stay.
+Look lookAtThreads() {
+    Look look;
+    const std::string own = std::to_string(gettid());
+    std::error_code error;
+    for (const auto & thread : std::filesystem::directory_iterator("/proc/self/task", error)) {
+        if (thread.path().filename() == own) continue;
+        look.threads.insert(thread.path().filename());
+        look.sleep = look.sleep && stateOf(thread.path()) == 'S';
+    }
+    return look;
+}
+
+/// Those that are about to end do so; the others sleep.
 void waitForThreads() {
-    std::ptrdiff_t before = 0;
-    for (int i = 0; i < s_mostLooks; ++i) {
-        const std::ptrdiff_t now = threads();
-        if (now == 1 || now == before) return;
-        before = now;
-        std::this_thread::sleep_for(s_pause);
+    std::set<std::string> before;
+    int alike = 0;
+    for (int i = 0; i < s_mostLooks && alike < s_looksAlike; ++i) {
+        if (i > 0) std::this_thread::sleep_for(s_pause);
+        Look look = lookAtThreads();
+        alike = look.sleep && (i == 0 || look.threads == before) ? alike + 1 : 0;
+        before = std::move(look.threads);
     }
 }
 

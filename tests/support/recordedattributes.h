@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include <cxxabi.h>
 
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
@@ -19,8 +23,18 @@ public:
         return recorder.names_;
     }
 
+    /// All calls of the class and its parents: "enter", "begin Parent", "end Parent", "reference Parent" with
+    /// names as `ClassInfo` has them, and of each attribute its name. Where `isWriting` is false, nothing is
+    /// read either.
+    static std::vector<std::string> calls(NBX::SharedObj & object, bool isWriting) {
+        RecordedAttributes recorder(false);
+        recorder.isWriting_ = isWriting;
+        object.serialize(recorder);
+        return recorder.calls_;
+    }
+
     bool isReading() const override { return false; }
-    bool isWriting() const override { return true; }
+    bool isWriting() const override { return isWriting_; }
     bool omitsDefaults() const override { return omitsDefaults_; }
     bool beginContainer(const char *, const char * attributeName) override {
         prefix_ += std::string(attributeName) + ".";
@@ -29,7 +43,7 @@ public:
     void endContainer(const char *, const char * attributeName) override {
         prefix_.resize(prefix_.size() - std::string(attributeName).size() - 1);
     }
-    void enterObject() override {}
+    void enterObject() override { calls_.emplace_back("enter"); }
     bool rawAttribute(const char * name, void *, std::uint64_t) override { return record(name); }
 
     using NBX::SerializationManager::attribute;
@@ -47,20 +61,36 @@ public:
     bool attribute(const char * name, NBX::SO<NBX::SharedObj> &) override { return record(name); }
 
     void separateValues() override {}
-    void superclassReference(const NBX::ID &) override {}
-    void beginSuperclass(const char *) override { ++parents_; }
-    void endSuperclass(const char *) override { --parents_; }
+    void superclassReference(const NBX::ID & name) override {
+        calls_.push_back("reference " + std::string(name.text()));
+    }
+    void beginSuperclass(const char * typeName) override {
+        ++parents_;
+        calls_.push_back("begin " + demangled(typeName));
+    }
+    void endSuperclass(const char * typeName) override {
+        --parents_;
+        calls_.push_back("end " + demangled(typeName));
+    }
 
 private:
     explicit RecordedAttributes(bool omitsDefaults) : omitsDefaults_(omitsDefaults) {}
 
+    static std::string demangled(const char * typeName) {
+        int status = 0;
+        const std::unique_ptr<char, void (*)(void *)> text(
+            abi::__cxa_demangle(typeName, nullptr, nullptr, &status), std::free);
+        return text ? text.get() : typeName;
+    }
+
     bool record(const char * name) {
+        calls_.emplace_back(name);
         if (parents_ == 0) names_.push_back(prefix_ + name);
         return true;
     }
 
-    bool omitsDefaults_;
+    bool omitsDefaults_, isWriting_ = true;
     int parents_ = 0;
     std::string prefix_;
-    std::vector<std::string> names_;
+    std::vector<std::string> names_, calls_;
 };

@@ -17,7 +17,7 @@
 #include <liburing.h>
 #include <unistd.h>
 
-#include <core/misc/filecalls.h>
+#include <core/file/filecalls.h>
 
 /// While it lives, the calls of the system by which local files are read give what a test wants, the same for
 /// whoever carries out the reads. Nothing is being read when it is made and when it goes.

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <chrono>
 #include <stdexcept>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -93,6 +94,11 @@ void ScriptedHttpServer::always(HttpAnswer answer) {
     always_ = std::move(answer);
 }
 
+void ScriptedHttpServer::setSendBuffer(int bytes) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    sendBuffer_ = bytes;
+}
+
 void ScriptedHttpServer::setHeld(bool isHeld) {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -113,6 +119,16 @@ unsigned ScriptedHttpServer::requests() const {
 unsigned ScriptedHttpServer::connections() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return connections_;
+}
+
+unsigned ScriptedHttpServer::usedConnections() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return used_;
+}
+
+unsigned ScriptedHttpServer::endedConnections() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return ended_;
 }
 
 unsigned ScriptedHttpServer::mostAtOnce() const {
@@ -138,8 +154,8 @@ std::uint64_t ScriptedHttpServer::sentBytes() const {
 void ScriptedHttpServer::resetCounts() {
     const std::lock_guard<std::mutex> lock(mutex_);
     received_.clear();
-    connections_ = 0;
-    mostOpen_ = open_;
+    connections_ = used_ = ended_ = 0;
+    mostOpen_ = openConnections();
     mostWorking_ = working_;
     sentBytes_ = 0;
 }
@@ -155,26 +171,45 @@ void ScriptedHttpServer::accept() {
         }
         const int on = 1;
         ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        if (sendBuffer_ > 0) ::setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &sendBuffer_, sizeof sendBuffer_);
         ++connections_;
-        mostOpen_ = std::max(mostOpen_, ++open_);
-        threads_.push_back({socket, std::thread([this, socket] { serve(socket); })});
+        threads_.push_back({socket, {}});
+        Connection & connection = threads_.back();
+        mostOpen_ = std::max(mostOpen_, openConnections());
+        connection.thread = std::thread([this, &connection] { serve(connection); });
     }
 }
 
-void ScriptedHttpServer::serve(int socket) {
+/// Those that the client has closed do not count, whether their thread has seen it or not: a client may open
+/// another one in their place.
+unsigned ScriptedHttpServer::openConnections() const {
+    return static_cast<unsigned>(std::count_if(threads_.begin(), threads_.end(), [](const Connection & c) {
+        pollfd state = {c.socket, POLLRDHUP, 0};
+        return !c.hasEnded && ::poll(&state, 1, 0) == 0;
+    }));
+}
+
+void ScriptedHttpServer::serve(Connection & connection) {
+    const int socket = connection.socket;
     std::string buffer;
     for (Received request; readRequest(socket, buffer, request); request = {}) {
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             received_.push_back(request);
+            if (!std::exchange(connection.isUsed, true)) ++used_;
         }
-        const bool goesOn = answer(socket, request);
-        if (!goesOn) break;
+        if (answer(socket, request)) continue;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++ended_;
+        break;
     }
     // The socket is closed at the very end, so that its number stays its own.
+    {
+        // Before the client can see it, and open another one.
+        const std::lock_guard<std::mutex> lock(mutex_);
+        connection.hasEnded = true;
+    }
     ::shutdown(socket, SHUT_RDWR);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    --open_;
 }
 
 bool ScriptedHttpServer::readRequest(int socket, std::string & buffer, Received & request) {
@@ -250,7 +285,7 @@ bool ScriptedHttpServer::sendAnswer(int socket, const HttpAnswer & answer, const
         head = "HTTP/1.1 416 Range Not Satisfiable\r\n";
     } else if (answer.status == 206) {
         const std::string range = "bytes " + std::to_string(span.first) + "-" + std::to_string(span.end - 1) +
-                                  "/" + std::to_string(file.bytes.size());
+                                  "/" + answer.total.value_or(std::to_string(file.bytes.size()));
         const std::string stated = answer.contentRange.value_or(range);
         if (!stated.empty()) head += "Content-Range: " + stated + "\r\n";
         if (!answer.body) body = file.bytes.substr(span.first, span.end - span.first);
@@ -287,7 +322,9 @@ bool ScriptedHttpServer::sendBody(int socket, const HttpAnswer & answer, const s
 
 bool ScriptedHttpServer::sendAll(int socket, const char * bytes, std::size_t size, bool isBody) {
     for (std::size_t sent = 0; sent < size;) {
-        const ssize_t count = ::send(socket, bytes + sent, size - sent, MSG_NOSIGNAL);
+        // In pieces: a call returns when all of it is on the way.
+        const std::size_t piece = std::min<std::size_t>(size - sent, 16 << 10);
+        const ssize_t count = ::send(socket, bytes + sent, piece, MSG_NOSIGNAL);
         if (count <= 0) return false;
         sent += static_cast<std::size_t>(count);
         const std::lock_guard<std::mutex> lock(mutex_);

@@ -22,6 +22,8 @@ struct HttpAnswer {
     bool isWholeFile = false;
     /// In place of the true one; empty for none.
     std::optional<std::string> contentRange = {};
+    /// The size of the file that the range says, in place of the true one.
+    std::optional<std::string> total = {};
     /// Bytes that the body has more than were asked for; fewer when negative. The length is stated so.
     long excess = 0;
     /// The length is not stated; the end of the connection is the end of the body.
@@ -64,6 +66,8 @@ public:
     void then(HttpAnswer answer);
     /// The answer to all behind those; at first, the right one.
     void always(HttpAnswer answer);
+    /// Of the connections that follow: bytes that the system takes before they were received.
+    void setSendBuffer(int bytes);
     /// Answers wait while it is on.
     void setHeld(bool isHeld);
 
@@ -71,6 +75,10 @@ public:
     unsigned requests() const;
     /// Connections that were opened since the beginning.
     unsigned connections() const;
+    /// Of these, those that the server has ended.
+    unsigned endedConnections() const;
+    /// On which a request came for the first time.
+    unsigned usedConnections() const;
     /// Most requests that were worked on at once, and connections that were open at once.
     unsigned mostAtOnce() const;
     unsigned mostConnectionsAtOnce() const;
@@ -86,6 +94,8 @@ private:
     struct Connection {
         int socket = -1;
         std::thread thread;
+        bool isUsed = false;   ///< by a request
+        bool hasEnded = false; ///< by the server
     };
     /// Counts a request as worked on, up to `end`.
     class Work {
@@ -101,7 +111,8 @@ private:
         bool isCounted_ = true;
     };
     void accept();
-    void serve(int socket);
+    void serve(Connection & connection);
+    unsigned openConnections() const;
     static bool readRequest(int socket, std::string & buffer, Received & request);
     HttpAnswer nextAnswer();
     bool answer(int socket, const Received & request);
@@ -124,7 +135,8 @@ private:
     std::deque<HttpAnswer> script_;
     HttpAnswer always_;
     std::vector<Received> received_;
-    unsigned connections_ = 0, open_ = 0, mostOpen_ = 0, working_ = 0, mostWorking_ = 0;
+    int sendBuffer_ = 0; ///< 0 for what the system chooses
+    unsigned connections_ = 0, used_ = 0, ended_ = 0, mostOpen_ = 0, working_ = 0, mostWorking_ = 0;
     std::uint64_t sentBytes_ = 0;
     std::list<Connection> threads_;
     std::thread acceptor_;

@@ -127,10 +127,8 @@ std::vector<std::string> RunResult::errorLines() const {
     return lines;
 }
 
-namespace {
-
-RunResult runOnce(const std::string & program, const std::vector<std::string> & arguments,
-                  const RunFolder & folder, const RunLimits & limits) {
+RunResult runProcess(const std::string & program, const std::vector<std::string> & arguments,
+                     const RunFolder & folder, const RunLimits & limits) {
     std::vector<std::string> texts = arguments;
     texts.insert(texts.begin(), program);
     std::vector<char *> pointers;
@@ -147,22 +145,6 @@ RunResult runOnce(const std::string & program, const std::vector<std::string> & 
     result.status = waitFor(process, limits, result.secondsAfterSignal);
     result.output = readWhole(output);
     result.errors = readWhole(errors);
-    return result;
-}
-
-} // namespace
-
-RunResult runProcess(const std::string & program, const std::vector<std::string> & arguments,
-                     const RunFolder & folder, const RunLimits & limits) {
-    // Under the address sanitizer the leak checker itself fails now and then, when it stops threads that are
-    // about to end; that says nothing of the program.
-    constexpr int tries = 5;
-    RunResult result;
-    for (int i = 0; i < tries; ++i) {
-        result = runOnce(program, arguments, folder, limits);
-        const std::string & told = result.errors;
-        if (told.find("LeakSanitizer has encountered a fatal error") == std::string::npos) break;
-    }
     return result;
 }
 

@@ -21,19 +21,21 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 51> order = {
+constexpr std::array<std::string_view, 60> order = {
     "nbx/object",
-    "nbx/math",
     "nbx/container/sequence",
+    "nbx/math",
     "nbx/container/map",
     "nbx/container/space",
     "nbx/data",
     "nbx/image",
+    "nbx/image/atlas",
     "nbx/scene/base",
     "nbx/scene/attribute",
     "nbx/scene/view",
     "nbx/scene/shape",
     "nbx/scene/node",
+    "nbx/text",
     "nbx/engine",
     "nbx/engine/standard",
     "nbx/gl/context",
@@ -42,11 +44,16 @@ constexpr std::array<std::string_view, 51> order = {
     "nbx/gl/mesh",
     "nbx/gl/state",
     "nbx/gl/program",
+    "nbx/gl/text",
     "nbx/gl/effect",
+    "nbx/analysis",
     "nbx/io",
     "zmt/raster",
+    "zmt/raster/vector",
     "zmt/raster/gdal",
+    "zmt/raster/gdal/vector",
     "zmt/core/http",
+    "zmt/core/file",
     "zmt/core/misc",
     "zmt/core/cache",
     "zmt/core/terrain/frame",
@@ -59,12 +66,14 @@ constexpr std::array<std::string_view, 51> order = {
     "zmt/core/terrain/texture",
     "zmt/core/terrain/texture/vector",
     "zmt/core/terrain/geometry/view",
+    "zmt/core/terrain/texture/dynamic",
     "zmt/core/terrain/geometry/chunked",
     "zmt/core/terrain/geometry/grid/model",
     "zmt/core/terrain/texture/streaming",
     "zmt/core/terrain/geometry/grid/creation",
     "zmt/core/terrain/geometry/grid",
     "zmt/core/terrain/inspect",
+    "zmt/core/vector",
     "zmt/core/texturedtriangles",
     "zmt/core/texturedtriangles/texturedtriangletree_impl",
     "zmt/util",
@@ -96,14 +105,19 @@ const std::vector<ForeignLibrary> foreignLibraries = {
     {"stb", "stb.*", "src/nbx/image/.*"},
     {"deflate", "libdeflate\\.h|zlib\\.h|zconf\\.h", "src/nbx/data/.*"},
     {"Eigen", "(unsupported/)?Eigen/.*", "src/nbx/math/.*\\.cpp"},
-    {"Assimp", "assimp/.*", "src/nbx/io/.*"},
+    {"Assimp", "assimp/.*", "src/nbx/io/program/.*"},
+    {"FreeType", "ft2build\\.h|freetype/.*", "src/nbx/text/.*"},
+    {"HarfBuzz", "hb(-[a-z]+)?\\.h", "src/nbx/text/.*"},
+    {"FriBidi", "fribidi.*\\.h", "src/nbx/text/.*"},
+    {"pugixml", "pugi(xml|config)\\.hpp", "src/nbx/io/.*"},
+    {"libzip", "zip(conf)?\\.h", "src/nbx/io/.*"},
     {"Qt", "Q[A-Za-z]+(/.*)?|q[a-z]+\\.h", "src/core/(http|misc)/.*|apps/zmt_viewer/.*"},
-    {"liburing", "liburing(/.*|\\.h)", "src/core/misc/.*\\.cpp"},
+    {"liburing", "liburing(/.*|\\.h)", "src/core/file/.*\\.cpp"},
     {"CLI11", "CLI/.*", "apps/.*"},
-    {"nlohmann-json", "nlohmann/.*", "apps/.*"},
+    {"nlohmann-json", "nlohmann/.*", "apps/.*|src/nbx/io/program/.*"},
     {"platform",
      "(sys|linux|arpa|netinet)/.*|(unistd|fcntl|dlfcn|dirent|poll|pthread|sched|semaphore|signal|"
-     "strings|fnmatch|glob|pwd|netdb|link)\\.h",
+     "strings|spawn|fnmatch|glob|pwd|netdb|link|malloc)\\.h",
      "(src|apps)/.*"},
     {"intrinsics", "[a-z]*mmintrin\\.h|immintrin\\.h", "src/.*\\.cpp"},
     {"standard",
@@ -235,16 +249,82 @@ std::vector<std::string> complaintsAbout(const fs::path & root) {
     return complaints;
 }
 
-/// The folders below `root` that hold more sources, or more headers, than a room has.
+/// Those that hold more sources, or more headers, public and private ones together, than a room has.
 std::vector<std::string> crowdedRooms(const fs::path & root) {
     std::map<std::string, std::size_t> counts;
     for (const fs::path & path : sourcesBelow(root))
-        ++counts[path.parent_path().lexically_relative(root).generic_string() + "/*" +
+        ++counts[placeOf(path.parent_path().lexically_relative(root).generic_string()) + "/*" +
                  path.extension().string()];
     std::vector<std::string> crowded;
     for (const auto & [room, count] : counts)
         if (count > s_roomSize) crowded.push_back(room + ": " + std::to_string(count));
     return crowded;
+}
+
+/// A source above that many lines says at its head what it does, how and why.
+constexpr std::size_t s_linesWithoutHead = 150;
+
+std::vector<std::string> linesOf(const fs::path & path) {
+    std::ifstream stream(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> longSourcesWithoutHead(const fs::path & root) {
+    std::vector<std::string> found;
+    for (const fs::path & path : sourcesBelow(root)) {
+        if (path.extension() != ".cpp") continue;
+        const std::vector<std::string> lines = linesOf(path);
+        if (lines.size() > s_linesWithoutHead && !startsWith(lines.front(), "//"))
+            found.push_back(path.lexically_relative(root).generic_string());
+    }
+    return found;
+}
+
+/// The alternatives of `pattern`, those of its groups among them, each without any.
+std::vector<std::string> alternativesOf(const std::string & pattern) {
+    std::size_t begin = std::string::npos;
+    int depth = 0;
+    std::vector<std::size_t> bars;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '(' && depth++ == 0 && begin == std::string::npos) begin = i;
+        if (pattern[i] == ')') --depth;
+        if (pattern[i] == '|' && depth == 0) bars.push_back(i);
+    }
+    std::vector<std::string> found;
+    const auto append = [&found](const std::vector<std::string> & others) {
+        found.insert(found.end(), others.begin(), others.end());
+    };
+    if (!bars.empty()) {
+        append(alternativesOf(pattern.substr(0, bars.front())));
+        append(alternativesOf(pattern.substr(bars.front() + 1)));
+        return found;
+    }
+    if (begin == std::string::npos) return {pattern};
+    const std::size_t end = pattern.find(')', begin); // groups hold no groups
+    for (const std::string & inner : alternativesOf(pattern.substr(begin + 1, end - begin - 1)))
+        append(alternativesOf(pattern.substr(0, begin) + inner + pattern.substr(end + 1)));
+    return found;
+}
+
+/// The patterns by which presets choose test sources.
+std::vector<std::string> testPatternsOfPresets(const fs::path & root) {
+    static const std::regex entry(".*\"ZMT_TESTS_MATCHING\": \"([^\"]+)\".*");
+    std::vector<std::string> patterns;
+    for (const std::string & line : linesOf(root / "CMakePresets.json"))
+        if (std::smatch match; std::regex_match(line, match, entry)) patterns.push_back(match[1]);
+    return patterns;
+}
+
+bool matchesATest(const fs::path & root, const std::string & pattern) {
+    const std::regex compiled(pattern);
+    for (const fs::directory_entry & entry : fs::recursive_directory_iterator(root / "tests"))
+        if (entry.path().filename().string().ends_with("_test.cpp") &&
+            std::regex_search(entry.path().generic_string(), compiled))
+            return true;
+    return false;
 }
 
 std::string joined(const std::vector<std::string> & lines) {
@@ -299,7 +379,31 @@ TEST(Walls, NoRoomIsCrowded) {
     const TemporaryTree tree;
     for (std::size_t i = 0; i <= s_roomSize; ++i)
         tree.write("src/nbx/math/" + std::to_string(i) + ".cpp", "");
-    EXPECT_EQ(joined(crowdedRooms(tree.root())), "src/nbx/math/*.cpp: 26\n");
+    for (std::size_t i = 0; i <= s_roomSize; ++i)
+        tree.write((i % 2 ? "src/core/misc/" : "include/zmt/core/misc/") + std::to_string(i) + ".h", "");
+    EXPECT_EQ(joined(crowdedRooms(tree.root())), "nbx/math/*.cpp: 26\nzmt/core/misc/*.h: 26\n");
+}
+
+TEST(Walls, LongSourcesBeginWithWhatTheyDo) {
+    EXPECT_EQ(joined(longSourcesWithoutHead(ZMT_SOURCE_ROOT)), "");
+    const TemporaryTree tree;
+    std::string lines;
+    for (std::size_t i = 0; i < s_linesWithoutHead; ++i)
+        lines += "\n";
+    tree.write("src/nbx/math/short.cpp", lines);
+    tree.write("src/nbx/math/long.cpp", lines + "\n");
+    tree.write("src/nbx/math/told.cpp", "// Told.\n" + lines);
+    EXPECT_EQ(joined(longSourcesWithoutHead(tree.root())), "src/nbx/math/long.cpp\n");
+}
+
+TEST(Walls, PresetsChooseTestsThatExist) {
+    EXPECT_EQ(alternativesOf("/a/(b|c)d|e(f|g)(h|i)"),
+              (std::vector<std::string>{"/a/bd", "/a/cd", "efh", "efi", "egh", "egi"}));
+    const std::vector<std::string> patterns = testPatternsOfPresets(ZMT_SOURCE_ROOT);
+    EXPECT_FALSE(patterns.empty());
+    for (const std::string & pattern : patterns)
+        for (const std::string & alternative : alternativesOf(pattern))
+            EXPECT_TRUE(matchesATest(ZMT_SOURCE_ROOT, alternative)) << alternative;
 }
 
 TEST(Walls, FileBelongsToTheInnermostRoom) {
@@ -324,7 +428,7 @@ TEST(Walls, AllowedIncludesPass) {
         {"src/nbx/data/zlibfilter.cpp", "libdeflate.h"},
         {"src/nbx/math/matrix.cpp", "Eigen/Dense"},
         {"src/core/misc/thread.cpp", "pthread.h"},
-        {"src/core/misc/filecalls.cpp", "liburing.h"},
+        {"src/core/file/filecalls.cpp", "liburing.h"},
         {"src/util/hachures.cpp", "zmt/core/terrain/geometry/regular/griddata.h"},
         {"src/core/terrain/geometry/hybrid/breaklines.cpp", "core/terrain/geometry/regular/griddomain.h"},
         {"src/core/terrain/geometry/grid/painter.cpp", "zmt/core/terrain/texture/streaming/tile.h"},

@@ -16,10 +16,14 @@ SecureServer::SecureServer(const std::string & answer) : server_(std::make_uniqu
     configuration.setLocalCertificate(QSslCertificate(testCertificate));
     configuration.setPrivateKey(QSslKey(testKey, QSsl::Ec));
     configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
+    configuration.setAllowedNextProtocols(
+        {QSslConfiguration::ALPNProtocolHTTP2, QSslConfiguration::NextProtocolHttp1_1});
     server_->setSslConfiguration(configuration);
     server_->listen(QHostAddress::LocalHost);
     QObject::connect(server_.get(), &QSslServer::pendingConnectionAvailable, server_.get(), [this, bytes] {
         QTcpSocket * socket = server_->nextPendingConnection();
+        if (const auto * encrypted = qobject_cast<QSslSocket *>(socket))
+            protocol_ = encrypted->sslConfiguration().nextNegotiatedProtocol().toStdString();
         QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, bytes] {
             ++requests_;
             socket->readAll();

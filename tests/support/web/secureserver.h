@@ -18,10 +18,13 @@ public:
     static bool isSupported();
     std::string url() const;
     int requests() const { return requests_; }
+    /// What the last client agreed to speak, of "h2" and "http/1.1"; empty where it did not say.
+    const std::string & protocol() const { return protocol_; }
 
 private:
     std::unique_ptr<QSslServer> server_;
     int requests_ = 0;
+    std::string protocol_;
 };
 
 /// The certificate counts as known while this lives.

@@ -1,0 +1,1 @@
+#include "zmt/raster/vector/vectorline.h"
