@@ -1,5 +1,6 @@
-// Best first: the nearest box is opened until it is smaller than it is far, or has nothing within. At any
-// time no part of the terrain lies nearer than the nearest box.
+// Best first: the nearest box is opened until it is smaller than it is far, or has nothing within that is in
+// memory: a picture does not wait for files. At any time no part of the terrain lies nearer than the nearest
+// box.
 
 #include "nearestground.h"
 
@@ -18,7 +19,7 @@ struct Candidate {
 };
 
 bool isFine(const Candidate & candidate) {
-    return candidate.patch->children() == 0 ||
+    return candidate.patch->children() == 0 || !candidate.patch->childrenAreInMemory() ||
            candidate.patch->boundingBox().diagonal().length2() <= candidate.distance2;
 }
 

@@ -13,8 +13,8 @@ public:
     static constexpr unsigned mostOpened = 64;
 
     /// No part of the terrain with the topmost patch `top` that is seen lies nearer to the eye than this, in
-    /// the frame of the view; mostly little farther, since boxes of patches are compared. 0 where nothing is
-    /// seen.
+    /// the frame of the view; mostly little farther, since boxes of patches are compared. Nothing is read for
+    /// it. 0 where nothing is seen.
     static double distance(const NBX::SO<const GeometryPatch> & top, const NBX::ViewInfo & view);
 };
 

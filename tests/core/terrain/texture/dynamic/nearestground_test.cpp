@@ -8,6 +8,7 @@
 #include <nbx/scene/view/perspective.h>
 
 #include "../fakepyramid.h"
+#include "support/memorygridterrain.h"
 
 using NBX::SO;
 using ZMT::CORE::GeometryPatch;
@@ -83,6 +84,27 @@ TEST(NearestGround, ATreeWithoutEndHasAnEnd) {
         NearestGround::distance(SO<const GeometryPatch>(top.get()), *viewFrom({50, 5, 50}, {60, 5, 50})),
         0.0);
     EXPECT_LE(CountedPatch::asked, 4 * NearestGround::mostOpened);
+}
+
+TEST(NearestGround, TilesThatAreNotInMemoryAreNotReadForIt) {
+    MemoryGrid grid;
+    grid.level = 3;
+    grid.depth = 4;
+    grid.sample = [](unsigned, unsigned, unsigned) -> std::uint16_t { return 5; };
+    const SO<MemoryGridTerrain> terrain(new MemoryGridTerrain(grid));
+    const SO<GeometryPatch> top = terrain->rootTile()->geometryPatchHACK(terrain);
+    const SO<const GeometryPatch> asked(top.get());
+    const auto view = viewFrom({-1, 20, 64}, {100, 0, 64});
+    const auto loads = terrain->state().totalLoads();
+    const double coarse = NearestGround::distance(asked, *view);
+    EXPECT_EQ(terrain->state().totalLoads(), loads);
+    // Once the tiles are there, they count.
+    for (unsigned i = 0; i < 64; ++i)
+        ASSERT_TRUE(top->child(i / 16)->child(i / 4 % 4)->child(i % 4));
+    const auto read = terrain->state().totalLoads();
+    EXPECT_EQ(read, loads + 84);
+    EXPECT_GT(NearestGround::distance(asked, *view), coarse);
+    EXPECT_EQ(terrain->state().totalLoads(), read);
 }
 
 } // namespace

@@ -62,6 +62,8 @@ public:
     /// The surface as it is drawn, in geo coordinates less `zero`, made anew; empty where `description` has
     /// no numbers.
     virtual StripMesh surface(const NBX::Vector3Base<double> & zero) const;
+    /// Whether `child` gives all of them at once, without reading, as whoever asks within a picture needs it.
+    virtual bool childrenAreInMemory() const { return true; }
 
     void acceptChildren(std::vector<NBX::Visitable *> & children) const override;
     void serialize(NBX::SerializationManager & m) override;

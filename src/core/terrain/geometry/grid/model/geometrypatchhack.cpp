@@ -113,4 +113,13 @@ StripMesh GeometryPatchHACK::surface(const NBX::Vector3Base<double> & zero) cons
     return mesh;
 }
 
+bool GeometryPatchHACK::childrenAreInMemory() const {
+    const NBX::SO<GridTerrainTile> tile = tile_.lock();
+    for (unsigned i = 0; tile && i < 4; ++i) {
+        const NBX::SO<GridTerrainTile> child = tile->child(i, false);
+        if (child && !child->gridBoundingBox().isDefined()) return false;
+    }
+    return true;
+}
+
 } // namespace ZMT::CORE::GRID

@@ -29,6 +29,8 @@ public:
     Description description() const override;
     /// Without what closes the borders towards coarser tiles.
     StripMesh surface(const NBX::Vector3Base<double> & zero) const override;
+    /// The boxes of the children are known, as far as any lie there; their heights may be gone again.
+    bool childrenAreInMemory() const override;
 
 private:
     NBX::WO<GridTerrainTile> tile_;

@@ -73,6 +73,18 @@ TEST(GeometryPatchHACK, ChildWhoseBoxIsKnownIsNotReadAgain) {
     EXPECT_EQ(2U, terrain->state().totalLoads());
 }
 
+TEST(GeometryPatchHACK, ChildrenAreInMemoryOnceAllThatLieThereWereRead) {
+    const auto terrain = terrainOf();
+    const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
+    EXPECT_FALSE(patch->childrenAreInMemory());
+    EXPECT_EQ(1U, terrain->state().totalLoads()) << "asking reads nothing";
+    EXPECT_TRUE(patch->child(0));
+    EXPECT_FALSE(patch->childrenAreInMemory()) << "the last one is missing";
+    EXPECT_TRUE(patch->child(3));
+    EXPECT_TRUE(patch->childrenAreInMemory()) << "1 does not lie there, and 2 is a part";
+    EXPECT_TRUE(patch->child(2)->childrenAreInMemory()) << "parts of a part";
+}
+
 TEST(GeometryPatchHACK, ChildThatCannotBeReadIsNone) {
     const auto terrain = terrainOf();
     terrain->state().failing = {{1, 4, 4}};
