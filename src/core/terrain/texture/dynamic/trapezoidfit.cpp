@@ -1,7 +1,9 @@
 // After T. Martin, T. Tan, "Anti-aliasing and Continuity with Trapezoidal Shadow Maps", 2004: the view
 // volume, cut by the highest and the lowest ground, is seen in plan, and its hull laid between two lines
 // across the view and two of its own edges, the longest one that leads away from the viewer and the longest
-// one that leads back.
+// one that leads back. The hull is gone round clockwise as seen from above, as terrains wind: so the first
+// leg is the left one, the square is seen from above as the ground is, and what is turned to the viewer of a
+// scene, or has its size in texels, as upright text has, is not mirrored.
 //
 // These edges share a corner where the hull is a triangle, and nearly do where the eye stands between the two
 // heights; the quadrilateral would have three corners, which no projective map takes to a square, or nearly
@@ -90,15 +92,16 @@ Point onLeg(const Loop & turned, std::size_t leg, double x) {
     return {x, 0.0, result.z};
 }
 
-/// The legs of `hull` round that part of it, `seen`, whose ground counts: they are moved to it side by side.
+/// The legs of `hull`, clockwise, round that part of it, `seen`, whose ground counts: they are moved to it
+/// side by side.
 std::array<Point, 4> cornersOf(const Loop & hull, const Loop & seen) {
     const Legs legs = legsOf(hull);
     const auto [near, far] = std::minmax_element(seen.begin(), seen.end(),
                                                  [](const Point & a, const Point & b) { return a.x < b.x; });
-    double forward = std::numeric_limits<double>::infinity(), backward = -forward;
+    double backward = std::numeric_limits<double>::infinity(), forward = -backward;
     for (const Point & p : seen) {
-        forward = std::min(forward, p.z - onLeg(hull, legs.forward, p.x).z);
-        backward = std::max(backward, p.z - onLeg(hull, legs.backward, p.x).z);
+        forward = std::max(forward, p.z - onLeg(hull, legs.forward, p.x).z);
+        backward = std::min(backward, p.z - onLeg(hull, legs.backward, p.x).z);
     }
     const Point onForward(0.0, 0.0, forward), onBackward(0.0, 0.0, backward);
     return {onLeg(hull, legs.forward, near->x) + onForward, onLeg(hull, legs.backward, near->x) + onBackward,
@@ -158,11 +161,13 @@ std::optional<TrapezoidFit::Trapezoid> TrapezoidFit::trapezoid(const Matrix & m,
 
     const Matrix turn = turnToX(planDirection(m)), back = turn.transposed();
     auto & c = result.corners;
-    c = cornersOf(turnedBy(turn, hull), turnedBy(turn, result.hull));
+    Loop clockwise = turnedBy(turn, hull);
+    std::reverse(clockwise.begin(), clockwise.end());
+    c = cornersOf(clockwise, turnedBy(turn, result.hull));
     const double ratio = nearest > 0.0 ? nearest / (nearest + c[2].x - c[0].x) : 0.0;
-    const double nearWidth = c[1].z - c[0].z, farWidth = c[2].z - c[3].z;
-    widen(c[0], c[1], std::max(ratio, leastRatio) * farWidth);
-    widen(c[3], c[2], leastRatio * nearWidth);
+    const double nearWidth = c[0].z - c[1].z, farWidth = c[3].z - c[2].z;
+    widen(c[1], c[0], std::max(ratio, leastRatio) * farWidth);
+    widen(c[2], c[3], leastRatio * nearWidth);
     for (Point & corner : c)
         corner = back * corner;
     return result;

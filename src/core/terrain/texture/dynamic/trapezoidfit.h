@@ -16,7 +16,8 @@ namespace ZMT::CORE {
 ///
 /// Laws: (1) what lies in the view volume between the two heights is mapped into the unit square, but for
 /// rounding; (2) its fourth component is above 0 there; (3) the second coordinate grows with the distance
-/// along the view, and depends on nothing else.
+/// along the view, and depends on nothing else; (4) the first one grows to the right of the view, so that
+/// nothing is mirrored.
 class TrapezoidFit {
 public:
     using Matrix = NBX::Matrix4x4Base<double>;
@@ -28,8 +29,8 @@ public:
 
     struct Trapezoid {
         std::vector<Point> hull; ///< of what is seen, in plan, counter-clockwise
-        /// Near and far, on the leg that leads away from the viewer first: near, near on the other leg, far
-        /// there, far.
+        /// On the leg that leads away from the viewer, at the left, and on the one that leads back: near
+        /// left, near right, far right, far left.
         std::array<Point, 4> corners;
     };
 

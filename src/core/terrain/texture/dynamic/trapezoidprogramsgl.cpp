@@ -91,8 +91,8 @@ void main() {
     vec2 p0 = fake_FragCoordForATI.xy / textureDimension;
     vec2 pixel = 1.0 / textureDimension;
     float own = texture2D(textureSampler, p0).z;
-    vec3 w1 = world(p0 - vec2(pixel.x, 0.0), own);
-    vec3 w2 = world(p0 + vec2(pixel.x, 0.0), own);
+    vec3 w1 = world(p0 + vec2(pixel.x, 0.0), own);
+    vec3 w2 = world(p0 - vec2(pixel.x, 0.0), own);
     vec3 w3 = world(p0 + vec2(0.0, pixel.y), own);
     vec3 w4 = world(p0 - vec2(0.0, pixel.y), own);
     vec3 diff12 = normalize(w1 - w2);

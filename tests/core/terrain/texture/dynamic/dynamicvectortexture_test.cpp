@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include <nbx/scene/view/ortho.h>
+#include <nbx/text/textshape.h>
 #include <zmt/core/terrain/frame/terrainwatcher.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
@@ -132,6 +133,35 @@ TEST_F(DynamicVectorTextureTest, OnePictureIsOneDrawing) {
         EXPECT_EQ(dynamic->renderCount(), i);
         EXPECT_FALSE(canvas->redisplayPending());
     }
+}
+
+/// What is measured in texels has no place in the ground that could undo a mirror.
+TEST_F(DynamicVectorTextureTest, UprightTextIsNotMirrored) {
+    const SO<NBX::TextShape> text(new NBX::TextShape(L"L", Point(500.0, 0.0, 480.0), 240.0));
+    add(text.get(), NBX::Color(1.0, 0.0, 0.0));
+    lay({500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    const SO<NBX::Image> picture = draw();
+    // The stem stands at the left, the foot below.
+    unsigned left = 0, right = 0, above = 0, below = 0;
+    int low = s_pixels, high = 0, bottom = s_pixels, top = 0;
+    const auto forEachRed = [&](const auto & function) {
+        for (int y = 0; y < s_pixels; ++y)
+            for (int x = 0; x < s_pixels; ++x)
+                if (isRed(pixel(picture, x, y))) function(x, y);
+    };
+    forEachRed([&](int x, int y) {
+        low = std::min(low, x);
+        high = std::max(high, x);
+        bottom = std::min(bottom, y);
+        top = std::max(top, y);
+    });
+    ASSERT_GT(high, low + 10);
+    forEachRed([&](int x, int y) {
+        ++(2 * x < low + high ? left : right);
+        ++(2 * y < bottom + top ? below : above);
+    });
+    EXPECT_GT(left, right);
+    EXPECT_GT(below, above);
 }
 
 TEST_F(DynamicVectorTextureTest, AChangeOfTheSceneShowsInTheNextPicture) {

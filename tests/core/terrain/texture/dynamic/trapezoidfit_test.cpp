@@ -171,6 +171,8 @@ TEST_P(TrapezoidFitTest, TheSecondCoordinateGrowsAlongTheViewAlone) {
     const double step = (trapezoid.corners[0] - trapezoid.corners[1]).length() * 0.1;
     EXPECT_GT(mapped(fit, middle + along * step).y, mapped(fit, middle).y);
     EXPECT_NEAR(mapped(fit, middle + across * step).y, mapped(fit, middle).y, 1e-5);
+    // A viewer who looks to the north, z, has the east, x, at the right.
+    EXPECT_LT(mapped(fit, middle + across * step).x, mapped(fit, middle).x) << "across points to the left";
 }
 
 INSTANTIATE_TEST_SUITE_P(Views, TrapezoidFitTest, ::testing::ValuesIn(s_views));
@@ -274,8 +276,8 @@ TEST(TrapezoidFit, StraightDownTheUpperBorderOfThePictureIsFar) {
     EXPECT_NEAR(trapezoid->corners[1].x, 10.0 - half, 1e-6);
     EXPECT_NEAR(trapezoid->corners[2].x, 10.0 + half, 1e-6);
     EXPECT_NEAR(trapezoid->corners[3].x, 10.0 + half, 1e-6);
-    EXPECT_NEAR(trapezoid->corners[0].z, 20.0 - 1.5 * half, 1e-6);
-    EXPECT_NEAR(trapezoid->corners[2].z, 20.0 + 1.5 * half, 1e-6);
+    EXPECT_NEAR(trapezoid->corners[0].z, 20.0 + 1.5 * half, 1e-6) << "at the left of the east is the north";
+    EXPECT_NEAR(trapezoid->corners[2].z, 20.0 - 1.5 * half, 1e-6);
 }
 
 TEST(TrapezoidFit, AParallelViewKeepsItsProportions) {
