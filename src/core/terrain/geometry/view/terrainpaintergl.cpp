@@ -74,19 +74,11 @@ public:
         const Point & d = viewInfo_.direction();
         const int rotation = static_cast<int>(std::atan2(-d.x, -d.z) * 2.0 / std::numbers::pi + 2.0);
 
-        TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() = NBX::Bounds();
-        const TerrainPainterFrameManager::Info info{painting_.engine(), painting_.isInMotion()};
         const NBX::AttributeScope texGen(painting_.engine(), terrainTexGen().get());
-        TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
-        try {
+        painting_.paintFrame([&] {
             if (const NBX::SO<GeometryPatch> root = terrain.root())
                 traverse(*root, 0, static_cast<unsigned>(rotation));
-        } catch (...) {
-            // Who has begun the frame ends it: caches are cut to their budgets there.
-            TerrainPainterFrameManager::CallEndFrameCallbacks(info);
-            throw;
-        }
-        TerrainPainterFrameManager::CallEndFrameCallbacks(info);
+        });
     }
 
 private:

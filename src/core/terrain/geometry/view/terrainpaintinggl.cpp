@@ -9,6 +9,7 @@
 #include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/viewport.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
@@ -110,6 +111,20 @@ bool TerrainPaintingGL::appendTexturedGeometries(NBX::SceneThing & thing, const 
             hasAny = true;
         }
     return hasAny;
+}
+
+void TerrainPaintingGL::paintFrame(const std::function<void()> & paint) const {
+    TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() = NBX::Bounds();
+    const TerrainPainterFrameManager::Info info{engine_, isInMotion_};
+    TerrainPainterFrameManager::CallBeginFrameCallbacks(info);
+    try {
+        paint();
+    } catch (...) {
+        // Who has begun the frame ends it: caches are cut to their budgets there.
+        TerrainPainterFrameManager::CallEndFrameCallbacks(info);
+        throw;
+    }
+    TerrainPainterFrameManager::CallEndFrameCallbacks(info);
 }
 
 void TerrainPaintingGL::postForRedisplay() const {

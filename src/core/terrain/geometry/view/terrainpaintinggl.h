@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include <nbx/math/bounds.h>
@@ -66,6 +67,10 @@ public:
     const NBX::Bounds & texturedBox() const { return texturedBox_; }
     /// Appends the draped triangles inside `box`; false when there are none.
     bool appendTexturedGeometries(NBX::SceneThing & thing, const NBX::Bounds & box) const;
+
+    /// Calls `paint` between the callbacks that begin and end a frame, with no box of rendered patches at
+    /// first. The frame ends where `paint` throws as well.
+    void paintFrame(const std::function<void()> & paint) const;
 
     bool isIncomplete() const { return isIncomplete_; }
     /// Notes that something wanted is not there yet.

@@ -22,6 +22,7 @@
 #include <nbx/scene/attribute/colorattribute.h>
 #include <nbx/scene/attribute/disableshading.h>
 #include <nbx/scene/shape/polygonset.h>
+#include <zmt/core/terrain/frame/terrainpainterframemanager.h>
 #include <zmt/core/terrain/texture/dynamic/dynamicvectortexture.h>
 
 #include "core/terrain/frame/terraintexgen.h"
@@ -229,6 +230,12 @@ bool HeightPassesGL::prepare(NBX::EngineGL & engine) {
 bool HeightPassesGL::render(NBX::EngineGL & engine, const Settings & settings) {
     if (!prepare(engine)) return false;
     TerrainPaintingGL painting(&engine);
+    painting.paintFrame([&] { paint(engine, settings, painting); });
+    painting.postForRedisplay();
+    return true;
+}
+
+void HeightPassesGL::paint(NBX::EngineGL & engine, const Settings & settings, TerrainPaintingGL & painting) {
     const ModelMatrixScope level(engine, Matrix::translation({0.0, settings.level, 0.0}));
     const Pass pass{engine, settings, painting,
                     engine.projectionMatrix() * engine.modelViewMatrix() * exchanged};
@@ -239,14 +246,12 @@ bool HeightPassesGL::render(NBX::EngineGL & engine, const Settings & settings) {
         const CubeScope cube(engine);
         fill(card_->measured, fit, pass);
         measure(fit, pass);
-        if (!statistics_.seesGround()) return true;
+        if (!statistics_.seesGround()) return;
         fit = stretched(fit);
         fill(card_->drawn, fit, pass);
         drawTexture(fit, pass);
     }
     drawMesh(fit, pass);
-    painting.postForRedisplay();
-    return true;
 }
 
 void HeightPassesGL::fill(TrapezoidGridGL & grid, const Matrix & fit, const Pass & pass) {
@@ -316,6 +321,7 @@ void HeightPassesGL::drawEffects(const GeometryPatch & patch, const Pass & pass)
     }
     NBX::SO<NBX::SceneThing> thing(new NBX::SceneThing);
     pass.painting.appendEffects(*thing, patch, 1.0, eye);
+    TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() += box;
     if (thing->objects() == 0) return;
     thing->append(newQuad(box).get());
     const NBX::AttributeScope white(

@@ -54,6 +54,7 @@ private:
     struct Pass;
 
     bool prepare(NBX::EngineGL & engine);
+    void paint(NBX::EngineGL & engine, const Settings & settings, TerrainPaintingGL & painting);
     void fill(TrapezoidGridGL & grid, const Matrix & fit, const Pass & pass);
     void measure(const Matrix & fit, const Pass & pass);
     Matrix stretched(const Matrix & fit) const;

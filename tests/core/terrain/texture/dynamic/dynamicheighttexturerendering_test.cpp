@@ -3,6 +3,7 @@
 #include <zmt/core/terrain/texture/dynamic/heightlevel.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
+#include "../faketerraintexture.h"
 #include "dynamictexturetest.h"
 
 using NBX::SO;
@@ -202,6 +203,53 @@ TEST_F(DynamicHeightTextureRenderingTest, EffectsLieBelowTheGraphAndLowerOnesBel
     EXPECT_EQ(color({800, 0, 300}), (std::array{0, 255, 0, 255})) << "the upper effect alone";
     EXPECT_EQ(color({500, 0, 700}), (std::array{0, 0, 255, 255})) << "the lower effect";
     EXPECT_EQ(color({850, 0, 700}), (std::array{255, 255, 255, 255})) << "neither";
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, WhatChangesOnItShowsInTheNextPicture) {
+    layHeights([](unsigned, unsigned) { return 0.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    root->insert(1, effect(dynamic.get()).get());
+    EXPECT_TRUE(isWhite(pixel(draw(), 64, 64)));
+    add(area(square).get(), NBX::Color(1.0, 0.0, 0.0));
+    EXPECT_TRUE(isRed(pixel(draw(), 64, 64)));
+    scene->clear();
+    EXPECT_TRUE(isWhite(pixel(draw(), 64, 64)));
+    EXPECT_EQ(dynamic->renderCount(), 3U) << "one for a picture";
+}
+
+/// A static one comes by the queue that the end of a frame works off.
+TEST_F(DynamicHeightTextureRenderingTest, AVectorTextureLiesOnItAndItsFramesEnd) {
+    layHeights([](unsigned, unsigned) { return 0.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    add(area(Bounds(Point(0, 0, 0), Point(500, 0, 1024))).get(), NBX::Color(1.0, 0.0, 0.0));
+    root->insert(1, effect(texture.get()).get());
+    canvas->setRenderingMode(1);
+    SO<NBX::Image> picture = draw();
+    for (unsigned i = 0; i < 50 && canvas->redisplayPending(); ++i)
+        picture = draw();
+    EXPECT_FALSE(canvas->redisplayPending());
+    EXPECT_TRUE(isRed(pixel(picture, 30, 64)));
+    EXPECT_TRUE(isWhite(pixel(picture, 98, 64)));
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, WhatItsHeightsWaitForAsksForAnotherPicture) {
+    // Nothing is seen before a height is there, which is told by then.
+    const SO<FakeTerrainTexture> waiting(new FakeTerrainTexture);
+    waiting->box = square;
+    waiting->answer = nullptr;
+    waiting->isIncomplete = true;
+    rendering = new SmallRendering(Bounds(Point(0, 0, 0), Point(1024, 100, 1024)));
+    rendering->terrainHeightSceneGraph()->append(
+        DynamicHeightTextureRendering::CreateRasterHeightShape(SO<ZMT::CORE::TerrainTexture>(waiting.get()))
+            .get());
+    root->clear();
+    look({500, 1900, 480}, {500, 0, 480}, {0, 0, 1});
+    root->append(rendering.get());
+    canvas->setRenderingMode(1);
+    draw();
+    EXPECT_FALSE(rendering->lastStatistics().seesGround());
+    EXPECT_TRUE(canvas->redisplayPending());
+    waiting->isIncomplete = false;
+    draw();
+    EXPECT_FALSE(canvas->redisplayPending());
 }
 
 TEST_F(DynamicHeightTextureRenderingTest, LightFallsOnTheSlopes) {
