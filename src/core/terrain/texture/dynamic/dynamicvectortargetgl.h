@@ -6,7 +6,6 @@
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/scene/node/scenenode.h>
 #include <nbx/scene/shape/shape.h>
-#include <nbx/scene/view/camera.h>
 
 namespace ZMT::CORE {
 
@@ -23,13 +22,12 @@ public:
     /// are left as they are found.
     bool draw(NBX::EngineGL * engine, const NBX::Matrix4x4Base<double> & fit, NBX::Shape * raster,
               NBX::SceneNode * scene);
-    /// With `fit` as its matrix. Null until something was drawn.
+    /// With `fit` as its matrix. Null until something was drawn, and where the last drawing failed.
     const NBX::SO<NBX::Texture2DGL> & texture() const { return texture_; }
 
 private:
     NBX::SO<NBX::GLCanvas> canvas_;
     NBX::SO<NBX::BackgroundGL> background_;
-    NBX::SO<NBX::Camera> camera_;
     NBX::SO<NBX::Texture2DGL> texture_;
 };
 

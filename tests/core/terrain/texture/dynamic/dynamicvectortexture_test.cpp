@@ -138,7 +138,8 @@ TEST_F(DynamicVectorTextureTest, OnePictureIsOneDrawing) {
 /// What is measured in texels has no place in the ground that could undo a mirror.
 TEST_F(DynamicVectorTextureTest, UprightTextIsNotMirrored) {
     const SO<NBX::TextShape> text(new NBX::TextShape(L"L", Point(500.0, 0.0, 480.0), 240.0));
-    add(text.get(), NBX::Color(1.0, 0.0, 0.0));
+    text->setColor(NBX::Color(1.0, 0.0, 0.0));
+    scene->append(text.get());
     lay({500, 900, 480}, {500, 0, 480}, {0, 0, 1});
     const SO<NBX::Image> picture = draw();
     // The stem stands at the left, the foot below.
@@ -162,6 +163,25 @@ TEST_F(DynamicVectorTextureTest, UprightTextIsNotMirrored) {
     });
     EXPECT_GT(left, right);
     EXPECT_GT(below, above);
+}
+
+TEST_F(DynamicVectorTextureTest, TextInMetresLiesWhereItStands) {
+    const SO<NBX::TextShape> text(
+        new NBX::TextShape(L"L", Point(400.0, 0.0, 300.0), 400.0, NBX::TextShape::SU_Metres));
+    text->setColor(NBX::Color(1.0, 0.0, 0.0));
+    scene->append(text.get());
+    lay({100, 300, -300}, {520, 0, 400});
+    const SO<NBX::Image> picture = draw();
+    Bounds found;
+    for (int y = 0; y < s_pixels; ++y)
+        for (int x = 0; x < s_pixels; ++x)
+            if (isRed(pixel(picture, x, y))) found += onPlane(x, y);
+    // A capital is 0.7 of its size high, above what hangs down of others.
+    ASSERT_TRUE(found.isDefined());
+    EXPECT_NEAR(found.getLLF().x, 441.0, 15.0);
+    EXPECT_NEAR(found.getLLF().z, 397.0, 15.0);
+    EXPECT_NEAR(found.getURB().x, 610.0, 20.0);
+    EXPECT_NEAR(found.getURB().z, 678.0, 25.0);
 }
 
 TEST_F(DynamicVectorTextureTest, AChangeOfTheSceneShowsInTheNextPicture) {
