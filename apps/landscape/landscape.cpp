@@ -83,21 +83,34 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     for (std::size_t i = 0; i < areas.size(); ++i)
         drape(options.draped[i], areas[i], options.drapeLift);
     ground_->append(terrain_.get());
-    if (!options.plain) layVectors();
     scene_->append(node_.get());
     addCities();
-    if (hasOverlays_) scene_->append(overlays_.names().get());
+    if (options.plain) return;
+    layOverlays();
+    if (!tracks_.empty()) layOnTop(tracks_.layOn(terrain_, exaggeration()));
 }
 
-/// On all that lies there, the light included.
-void Landscape::layVectors() {
-    const auto layOnTop = [this](const NBX::SO<NBX::Attribute> & effect) {
-        node_->insert(node_->objects() - 1, effect.get());
-        ++onTop_;
-    };
-    hasOverlays_ = !overlays_.empty();
-    if (hasOverlays_) layOnTop(overlays_.layOn(terrain_, exaggeration(), isStreamed_));
-    if (!tracks_.empty()) layOnTop(tracks_.layOn(terrain_, exaggeration()));
+/// The first of them bring their effect, and the names behind all else.
+void Landscape::layOverlays() {
+    if (hasOverlays_ || overlays_.empty()) return;
+    hasOverlays_ = true;
+    layOnTop(overlays_.layOn(terrain_, exaggeration(), isStreamed_), onTop_);
+    scene_->append(overlays_.names().get());
+}
+
+void Landscape::layOnTop(const NBX::SO<NBX::Attribute> & effect, unsigned above) {
+    node_->insert(node_->objects() - 1 - above, effect.get());
+    ++onTop_;
+}
+
+std::vector<NBX::SO<Overlays::Overlay>> Landscape::readOverlay(const OverlayOptions & option,
+                                                               const StreamedFiles & streamed) const {
+    return Overlays::read(option, reference_, extent_, streamed);
+}
+
+void Landscape::addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more) {
+    overlays_.add(more);
+    layOverlays();
 }
 
 void Landscape::readCities(const CityOptions & options, const StreamedFiles & streamed) {

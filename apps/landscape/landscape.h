@@ -42,6 +42,12 @@ public:
     /// Adds what `readCity` gave. There is a terrain.
     void addCity(const CityLayer & city);
 
+    /// Vectors for its ground, as `Overlays::read`; nothing is changed.
+    std::vector<NBX::SO<Overlays::Overlay>> readOverlay(const OverlayOptions & option,
+                                                        const StreamedFiles & streamed = {}) const;
+    /// Lays what `readOverlay` gave on all other overlays. There is a terrain.
+    void addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more);
+
     /// How its map coordinates are to be understood.
     const ZMT::RASTER::GeoReference & reference() const { return reference_; }
     /// The heights; coarse ones of a terrain that streams.
@@ -57,7 +63,7 @@ public:
     const NBX::SO<ZMT::CORE::Terrain> & terrain() const { return terrain_; }
     /// The root of the terrain's tree; null where it is chunked.
     NBX::SO<ZMT::CORE::GeometryPatch> tree() const { return isChunked_ ? nullptr : root_; }
-    /// The content of the scene, without a camera.
+    /// The content of the scene, without a camera; another node after the first city or overlay was added.
     const NBX::SO<NBX::SceneThing> & node() const {
         return cities_.empty() && !hasOverlays_ ? node_ : scene_;
     }
@@ -116,7 +122,9 @@ private:
     void layImage(const GroundLayer & image);
     void drape(const std::string & path, const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas,
                double lift);
-    void layVectors();
+    void layOverlays();
+    /// Above all layers, the light included, and below the last `above` of such effects.
+    void layOnTop(const NBX::SO<NBX::Attribute> & effect, unsigned above = 0);
     void lightVertices(const Sunlight & sun);
     void readCities(const CityOptions & options, const StreamedFiles & streamed);
     /// Stands in the place of a terrain.

@@ -74,26 +74,66 @@ unsigned Overlays::textureMemory() {
 
 Overlays::Overlays(const std::vector<OverlayOptions> & options, const ZMT::RASTER::GeoReference & reference,
                    const ZMT::RASTER::GeoExtent & ground, const StreamedFiles & streamed) {
-    for (const OverlayOptions & option : options) {
-        Step step("reading " + shownName(option.file));
-        const VectorStyleSheet style = option.style.empty() ? VectorStyleSheet() : styleOf(option.style);
-        const auto bytes = streamed.overlay(option.file);
-        const auto layers = !option.layer.empty() ? std::vector<std::string>{option.layer}
-                            : bytes               ? FeatureFile::layers(bytes, shownName(option.file))
-                                                  : FeatureFile::layers(option.file);
-        for (const std::string & layer : layers) {
-            const auto source =
-                bytes ? std::make_shared<const FeatureFile>(bytes, shownName(option.file), layer,
-                                                            reference.wkt, ground)
-                      : std::make_shared<const FeatureFile>(option.file, layer, reference.wkt, ground);
-            overlays_.emplace_back(new Overlay(source, style));
-            if (const std::string losses = source->lossReport(); !losses.empty()) writeError(losses);
-            std::string name = fileNameOf(option.file);
-            if (layers.size() > 1 || !option.layer.empty()) name.append(", ").append(layer);
-            overlays_.back()->setName(name);
-        }
-        step.finish();
+    for (const OverlayOptions & option : options)
+        add(read(option, reference, ground, streamed));
+}
+
+std::vector<SO<Overlays::Overlay>> Overlays::read(const OverlayOptions & option,
+                                                  const ZMT::RASTER::GeoReference & reference,
+                                                  const ZMT::RASTER::GeoExtent & ground,
+                                                  const StreamedFiles & streamed) {
+    Step step("reading " + shownName(option.file));
+    const VectorStyleSheet style = option.style.empty() ? VectorStyleSheet() : styleOf(option.style);
+    const auto bytes = streamed.overlay(option.file);
+    const auto layers = !option.layer.empty() ? std::vector<std::string>{option.layer}
+                        : bytes               ? FeatureFile::layers(bytes, shownName(option.file))
+                                              : FeatureFile::layers(option.file);
+    std::vector<SO<Overlay>> overlays;
+    overlays.reserve(layers.size());
+    for (const std::string & layer : layers) {
+        const auto source =
+            bytes ? std::make_shared<const FeatureFile>(bytes, shownName(option.file), layer, reference.wkt,
+                                                        ground)
+                  : std::make_shared<const FeatureFile>(option.file, layer, reference.wkt, ground);
+        overlays.emplace_back(new Overlay(source, style));
+        if (const std::string losses = source->lossReport(); !losses.empty()) writeError(losses);
+        std::string name = fileNameOf(option.file);
+        if (layers.size() > 1 || !option.layer.empty()) name.append(", ").append(layer);
+        overlays.back()->setName(name);
     }
+    step.finish();
+    return overlays;
+}
+
+void Overlays::add(const std::vector<SO<Overlay>> & more) {
+    overlays_.insert(overlays_.end(), more.begin(), more.end());
+    if (texture_) texture_->setOverlays(overlays_);
+    listLabels();
+}
+
+void Overlays::keepLooks(const Overlays & before) {
+    std::vector<std::size_t> order, others;
+    std::vector<bool> isKnown(overlays_.size());
+    for (const SO<Overlay> & old : before.overlays_)
+        for (std::size_t i = 0; i < overlays_.size(); ++i) {
+            Overlay & overlay = *overlays_[i];
+            if (isKnown[i] || overlay.name() != old->name()) continue;
+            isKnown[i] = true;
+            order.push_back(i);
+            overlay.setShown(old->isShown());
+            overlay.setOpacity(old->opacity());
+            if (before.restyled_.count(old.get()) == 0) break;
+            try {
+                setStyle(overlay, old->styleSheet());
+            } catch (const NBX::Exception &) {
+                // A file that has changed may lack its fields.
+            }
+            break;
+        }
+    for (std::size_t i = 0; i < overlays_.size(); ++i)
+        if (!isKnown[i]) others.push_back(i);
+    order.insert(order.end(), others.begin(), others.end());
+    setOrder(order);
 }
 
 NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exaggeration, bool isStreamed) {
@@ -106,12 +146,19 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
     if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
     setTextureMemory(s_textureMemory);
     labels_ = std::make_shared<ScreenLabels>();
-    stylesChanged();
+    listLabels();
     setGround();
     return makeDecal(texture_);
 }
 
-void Overlays::stylesChanged() {
+void Overlays::setStyle(Overlay & overlay, const VectorStyleSheet & sheet) {
+    overlay.setStyleSheet(sheet);
+    restyled_.insert(&overlay);
+    listLabels();
+}
+
+/// Names are those of the styles.
+void Overlays::listLabels() {
     if (!labels_) return;
     std::vector<ScreenLabels::Layer> layers;
     layers.reserve(overlays_.size());
@@ -128,7 +175,7 @@ void Overlays::setOrder(const std::vector<std::size_t> & order) {
         ordered.push_back(overlays_.at(number));
     overlays_ = std::move(ordered);
     if (texture_) texture_->setOverlays(overlays_);
-    stylesChanged();
+    listLabels();
 }
 
 void Overlays::setGround() const {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,11 +28,16 @@ public:
 
     /// None.
     Overlays() = default;
-    /// Opens the files of `options`, the lowest first, for ground of this extent in this system; of each,
-    /// without a layer, all that have features. Throws `DataError`, `NBX::InputException` and what styles
-    /// throw.
+    /// Those of `options`, the lowest first, as `read`.
     Overlays(const std::vector<OverlayOptions> & options, const ZMT::RASTER::GeoReference & reference,
              const ZMT::RASTER::GeoExtent & ground, const StreamedFiles & streamed);
+
+    /// Opens a file for ground of this extent in this system; without a layer, all that have features. Throws
+    /// `DataError`, `NBX::InputException` and what styles throw. On any thread.
+    static std::vector<NBX::SO<Overlay>> read(const OverlayOptions & option,
+                                              const ZMT::RASTER::GeoReference & reference,
+                                              const ZMT::RASTER::GeoExtent & ground,
+                                              const StreamedFiles & streamed);
 
     /// MiB that the textures of all overlays of the process may take, of which at least one is kept.
     static void setTextureMemory(unsigned mebibytes);
@@ -40,6 +46,12 @@ public:
     bool empty() const { return overlays_.empty(); }
     /// The lowest first. Their looks may be changed at any time.
     const std::vector<NBX::SO<Overlay>> & list() const { return overlays_; }
+
+    /// Lays more on top, the lowest first; on none as well.
+    void add(const std::vector<NBX::SO<Overlay>> & more);
+    /// Those that have the names of some of `before` get their order, opacity and switch, and the style that
+    /// was set for them; others come on top.
+    void keepLooks(const Overlays & before);
 
     /// Puts them on a terrain that stands in the scene, with its heights stretched by `exaggeration`: the
     /// effect that draws them belongs on top of all others of that terrain. None of it is used before.
@@ -50,8 +62,8 @@ public:
     void setExaggeration(double exaggeration);
     /// Makes those with these numbers, in this order, the lowest first. All of them are there.
     void setOrder(const std::vector<std::size_t> & order);
-    /// Names are those of other styles.
-    void stylesChanged();
+    /// Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
+    void setStyle(Overlay & overlay, const ZMT::CORE::VectorStyleSheet & sheet);
     /// The names, for the end of the scene.
     NBX::SO<NBX::SceneThing> names() const { return labels_->node(); }
     /// Finds the names of a picture before it is drawn; all at once, or as much as a picture in motion may
@@ -77,8 +89,10 @@ public:
 
 private:
     void setGround() const;
+    void listLabels();
 
     std::vector<NBX::SO<Overlay>> overlays_;
+    std::set<const Overlay *> restyled_; ///< by `setStyle`
     NBX::SO<ZMT::CORE::VectorOverlayTexture> texture_;
     std::shared_ptr<ZMT::CORE::ScreenLabels> labels_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;

@@ -6,11 +6,11 @@
 #include <optional>
 #include <string>
 
-#include "landscape/citybuilding.h"
+#include "citybuilding.h"
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
-#include "landscape/modeloptions.h"
 #include "landscape/outputfiles.h"
+#include "modeloptions.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
-#include "landscape/modeloptions.h"
 #include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
+#include "modeloptions.h"
 
 #include <nbx/data/objectloader.h>
 #include <nbx/data/objectstreamreader.h>

@@ -21,13 +21,25 @@ struct LandscapeLoader::Result {
     std::shared_ptr<Landscape> landscape;
     std::vector<GroundLayer> images; ///< for a landscape that was there before, as the next
     std::vector<CityLayer> cities;
+    std::vector<NBX::SO<Overlays::Overlay>> overlays;
     QString error;
+};
+
+struct LandscapeLoader::Task {
+    std::vector<std::string> files;
+    std::shared_ptr<Landscape> shown;
+    VectorUse use;
 };
 
 namespace {
 
 using ZMT::RASTER::GeoFile;
 using FileKind = ZMT::RASTER::GeoFileKind;
+
+/// Of what may be added to a landscape.
+std::size_t layersOf(const LandscapeOptions & options) {
+    return options.images.size() + options.overlays.size() + options.cities.files.size();
+}
 
 /// Throws for what can be nothing of a landscape.
 FileKind kindOf(const std::string & file, std::uint64_t key) {
@@ -48,7 +60,7 @@ LandscapeLoader::~LandscapeLoader() {
 }
 
 LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std::vector<std::string> & files,
-                                            const StreamedFiles & streamed) {
+                                            VectorUse use, const StreamedFiles & streamed) {
     bool hasNewTerrain = false, isFirst = options.terrain.empty(); // but for cities
     std::vector<std::string> images, vectors, cities;
     for (const std::string & file : files) {
@@ -71,6 +83,8 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
             options.breakLines.clear();
             options.draped.clear();
             options.vectors.clear();
+            options.overlays.clear();
+            options.tracks = {};
             options.cities.files.clear();
         }
         options.terrain = file;
@@ -79,51 +93,55 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
         throw DataError(shownName(images.empty() ? vectors.front() : images.front()) +
                         ": is no terrain; open the height raster that it lies on first");
     options.images.insert(options.images.end(), images.begin(), images.end());
-    options.vectors.insert(options.vectors.end(), vectors.begin(), vectors.end());
+    if (use == VectorUse::Shape)
+        options.vectors.insert(options.vectors.end(), vectors.begin(), vectors.end());
+    else
+        for (const std::string & file : vectors)
+            options.overlays.push_back({file, "", ""});
     options.cities.files.insert(options.cities.files.end(), cities.begin(), cities.end());
     return options;
 }
 
 bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<std::string> & files,
-                            const std::shared_ptr<Landscape> & shown) {
+                            const std::shared_ptr<Landscape> & shown, VectorUse use) {
     if (isRunning()) return false;
     isCanceled_ = false;
     isOpening_ = true;
     const auto result = std::make_shared<Result>();
     result->options = options;
     // The window shows first that something goes on.
-    QTimer::singleShot(0, this, [this, result, files, shown] { open(result, files, shown); });
+    QTimer::singleShot(0, this, [this, result, task = Task{files, shown, use}] { open(result, task); });
     return true;
 }
 
 /// A server that does not answer is waited for as long as nobody cancels.
-void LandscapeLoader::open(const std::shared_ptr<Result> & result, const std::vector<std::string> & files,
-                           const std::shared_ptr<Landscape> & shown) {
+void LandscapeLoader::open(const std::shared_ptr<Result> & result, const Task & task) {
     try {
         const ZMT::CORE::Patience patience([this] { return isCanceled_.load(); });
-        result->streamed = StreamedFiles(result->options, files);
+        result->streamed = StreamedFiles(result->options, task.files);
     } catch (const std::exception & error) {
         result->error = QString::fromStdString(messageOf(error));
     }
     isOpening_ = false;
     if (isCanceled_) return finish(*result);
-    thread_ = std::thread([this, result, files, shown] {
-        load(*result, files, shown);
+    thread_ = std::thread([this, result, task] {
+        load(*result, task);
         QMetaObject::invokeMethod(
             this, [this, result] { finish(*result); }, Qt::QueuedConnection);
     });
 }
 
-void LandscapeLoader::load(Result & result, const std::vector<std::string> & files,
-                           const std::shared_ptr<Landscape> & shown) {
+void LandscapeLoader::load(Result & result, const Task & task) {
     if (!result.error.isEmpty()) return;
     try {
         const std::size_t images = result.options.images.size();
         const std::size_t cities = result.options.cities.files.size();
-        result.options = withFiles(result.options, files, result.streamed);
+        const std::size_t overlays = result.options.overlays.size();
+        const std::size_t before = layersOf(result.options);
+        result.options = withFiles(result.options, task.files, task.use, result.streamed);
         const LandscapeOptions & options = result.options;
-        const bool isMoreAlone =
-            options.images.size() + options.cities.files.size() == images + cities + files.size();
+        const auto & shown = task.shown;
+        const bool isMoreAlone = layersOf(options) == before + task.files.size();
         if (!shown || !shown->hasTerrain() || !isMoreAlone) {
             result.landscape = std::make_shared<Landscape>(options, result.streamed);
             return;
@@ -134,6 +152,10 @@ void LandscapeLoader::load(Result & result, const std::vector<std::string> & fil
         for (std::size_t i = cities; i < options.cities.files.size(); ++i)
             result.cities.push_back(
                 shown->readCity(options.cities.files[i], options.cities, result.streamed));
+        for (std::size_t i = overlays; i < options.overlays.size(); ++i) {
+            const auto read = shown->readOverlay(options.overlays[i], result.streamed);
+            result.overlays.insert(result.overlays.end(), read.begin(), read.end());
+        }
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));
@@ -165,6 +187,7 @@ void LandscapeLoader::finish(const Result & result) {
             result.landscape->addImage(image);
         for (const CityLayer & city : result.cities)
             result.landscape->addCity(city);
+        if (!result.overlays.empty()) result.landscape->addOverlays(result.overlays);
         emit loaded(result.landscape, result.options);
     } else {
         emit failed(result.error);

@@ -13,6 +13,12 @@
 
 #include "landscape/landscape.h"
 
+/// What lines and areas among files become.
+enum class VectorUse {
+    Shape,   ///< areas are draped, and lines become edges of the terrain
+    Overlay, ///< they are drawn on the ground, which stays as it is
+};
+
 /// Reads and builds landscapes on a thread of its own, and shows the progress of the process. Belongs to the
 /// thread of the window, where its signals arrive.
 class LandscapeLoader : public QObject, private NBX::ProgressDisplay {
@@ -24,12 +30,12 @@ public:
 
     /// Opens streamed files in the event loop, which meanwhile takes what the user does, then loads, on the
     /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
-    /// of another one and all that lies on it; other rasters are images, lines and areas vectors, and cities
-    /// are told by their content. Images and cities alone are added to `shown`, which was made of `options`
-    /// and has a terrain, when they have been read; it must not be drawn meanwhile. Only one load runs at a
-    /// time; false, and nothing else, while one does.
+    /// of another one and all that lies on it; other rasters are images, lines and areas are for `use`, and
+    /// cities are told by their content. Images, overlays and cities alone are added to `shown`, which was
+    /// made of `options` and has a terrain, when they have been read; it must not be drawn meanwhile. Only
+    /// one load runs at a time; false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
-               const std::shared_ptr<Landscape> & shown = nullptr);
+               const std::shared_ptr<Landscape> & shown = nullptr, VectorUse use = VectorUse::Overlay);
     /// Wishes that the load ends; one of the last three signals follows.
     void cancel();
     bool isRunning() const { return isOpening_ || thread_.joinable(); }
@@ -37,6 +43,7 @@ public:
     /// What `options` become with `files`. Throws what the raster layer throws, and `DataError` where there
     /// is no terrain for an image.
     static LandscapeOptions withFiles(LandscapeOptions options, const std::vector<std::string> & files,
+                                      VectorUse use = VectorUse::Overlay,
                                       const StreamedFiles & streamed = {});
 
 signals:
@@ -53,10 +60,9 @@ private:
     void end(const NBX::Progress & progress) override;
 
     struct Result;
-    void open(const std::shared_ptr<Result> & result, const std::vector<std::string> & files,
-              const std::shared_ptr<Landscape> & shown);
-    static void load(Result & result, const std::vector<std::string> & files,
-                     const std::shared_ptr<Landscape> & shown);
+    struct Task;
+    void open(const std::shared_ptr<Result> & result, const Task & task);
+    static void load(Result & result, const Task & task);
     void openPagingFiles(const std::vector<CityLayer> & cities);
     void finish(const Result & result);
 

@@ -257,13 +257,12 @@ void OverlayPanel::takeStyle() {
     if (!overlay) return;
     try {
         const std::string text = style_->text().trimmed().toStdString();
-        overlay->setStyleSheet(text.empty() ? VectorStyleSheet() : VectorStyleSheet::parse(text));
+        overlays_->setStyle(*overlay, text.empty() ? VectorStyleSheet() : VectorStyleSheet::parse(text));
     } catch (const NBX::Exception & error) {
         problem_->setText(QString::fromStdString(error.what()));
         problem_->show();
         return;
     }
-    overlays_->stylesChanged();
     const int row = list_->indexOfTopLevelItem(list_->currentItem());
     const QString text = style_->text();
     fill();

@@ -218,7 +218,7 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();
-    window.open(options.files);
+    window.open(options.files, VectorUse::Shape);
     const int status = QApplication::exec();
     endSoon(status);
     return status;

@@ -207,7 +207,7 @@ void ViewerWindow::makeLayerKeys() {
 void ViewerWindow::chooseFiles() {
     std::vector<std::string> files;
     for (const QString & name :
-         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, lines and areas, and cities")))
+         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, vector files and cities")))
         files.push_back(name.toStdString());
     if (!files.empty()) open(files);
 }
@@ -256,17 +256,17 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
     open(localFiles(event->mimeData()));
 }
 
-void ViewerWindow::open(const std::vector<std::string> & files) {
-    if (!files.empty() || !shownFile().empty()) load(files, false);
+void ViewerWindow::open(const std::vector<std::string> & files, VectorUse use) {
+    if (!files.empty() || !shownFile().empty()) load(files, false, use);
 }
 
 void ViewerWindow::reload() {
-    if (view_->landscape()) load({}, true);
+    if (view_->landscape()) load({}, true, VectorUse::Overlay);
 }
 
 /// Nothing is drawn meanwhile: the origin of the scene belongs to the process, and the loader sets it. The
 /// last picture stays in sight.
-void ViewerWindow::load(const std::vector<std::string> & files, bool isReload) {
+void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, VectorUse use) {
     if (loader_.isRunning()) {
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
         return;
@@ -281,7 +281,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload) {
     hint_->hide();
     lastError_.clear();
     if (before_.landscape) options_.exaggeration = before_.landscape->exaggeration();
-    loader_.start(options_, files, isReload ? nullptr : before_.landscape);
+    loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
     showProgressDialog();
 }
 
@@ -321,7 +321,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     const Before before = std::exchange(before_, {});
     const bool isSameTerrain = before.landscape && options.terrain == options_.terrain;
     options_ = options;
-    if (landscape != before.landscape) keepCities(before, *landscape);
+    if (landscape != before.landscape && before.landscape) keepLooks(before, *landscape);
     // The same file may begin elsewhere by now.
     if (isSameTerrain) view_->shiftEye(before.origin - GeoTransformation::nbx2geoOffset());
     showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
@@ -333,8 +333,8 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
 }
 
 /// Those that are still there look as before.
-void ViewerWindow::keepCities(const Before & before, Landscape & landscape) const {
-    const std::size_t known = before.landscape ? before.landscape->cities().size() : 0;
+void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const {
+    const std::size_t known = before.landscape->cities().size();
     for (std::size_t i = 0; i < std::min(known, landscape.cities().size()); ++i) {
         const CityLayer & old = before.landscape->cities()[i];
         CityLayer & city = landscape.cities()[i];
@@ -342,6 +342,7 @@ void ViewerWindow::keepCities(const Before & before, Landscape & landscape) cons
         city.setShown(old.isShown());
         city.setLook(old.look());
     }
+    landscape.overlays().keepLooks(before.landscape->overlays());
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.

@@ -32,9 +32,9 @@ public:
     ViewerWindow(const LandscapeOptions & options, const View & view);
     ~ViewerWindow() override;
 
-    /// Loads in the background: a raster of one band becomes the terrain, images, lines and areas come on
-    /// top, cities beside it. With a terrain or a city in `options` no file is needed.
-    void open(const std::vector<std::string> & files);
+    /// Loads in the background: a raster of one band becomes the terrain, images come on top, cities beside
+    /// it; lines and areas are for `use`. With a terrain or a city in `options` no file is needed.
+    void open(const std::vector<std::string> & files, VectorUse use = VectorUse::Overlay);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
     /// Saves the picture; a failure is shown.
@@ -65,7 +65,7 @@ private:
     void choosePicture();
     void copyView();
 
-    void load(const std::vector<std::string> & files, bool isReload);
+    void load(const std::vector<std::string> & files, bool isReload, VectorUse use);
     void setBusy(bool isBusy);
     void showProgressDialog();
     void showProgress(const QString & title, const QString & text, double share);
@@ -99,7 +99,7 @@ private:
         std::vector<bool> layers; ///< which are on
         bool isReload = false;
     } before_;
-    void keepCities(const Before & before, Landscape & landscape) const;
+    void keepLooks(const Before & before, Landscape & landscape) const;
     LandscapeLoader loader_; ///< works on `before_`
 
     LandscapeView * view_;

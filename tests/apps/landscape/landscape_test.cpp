@@ -16,7 +16,7 @@
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/raster/gdal/coordinatesystem.h>
 
-#include "landscape/citybuilding.h"
+#include "citybuilding.h"
 #include "landscape/errors.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"

@@ -114,8 +114,41 @@ TEST(LandscapeLoaderFiles, RefusesWhatCannotBe) {
     } catch (const DataError & error) {
         EXPECT_NE(std::string::npos, std::string(error.what()).find("height raster")) << error.what();
     }
-    EXPECT_EQ(Paths{areas}, LandscapeLoader::withFiles(with(s_everest, {}), {areas}).vectors);
-    EXPECT_EQ(Paths{areas}, LandscapeLoader::withFiles({}, {areas, s_everest}).vectors);
+}
+
+TEST(LandscapeLoaderFiles, VectorsAreOverlaysUnlessTheyAreToShapeTheTerrain) {
+    const RunFolder folder;
+    const std::string areas =
+        folder.write("areas.tif", R"({"type":"Polygon","coordinates":[[[10,10],[11,10],[11,11],[10,10]]]})");
+    LandscapeOptions before = with(s_everest, {});
+    before.overlays = {{"roads.gpkg", "main", "width=3"}};
+    for (const auto & options : {LandscapeLoader::withFiles(before, {areas}),
+                                 LandscapeLoader::withFiles(before, {areas}, VectorUse::Overlay)}) {
+        ASSERT_EQ(2U, options.overlays.size());
+        EXPECT_EQ("main", options.overlays[0].layer) << "those that were there stay below";
+        EXPECT_EQ(areas, options.overlays[1].file);
+        EXPECT_TRUE(options.vectors.empty());
+    }
+    const auto shaped = LandscapeLoader::withFiles(before, {areas}, VectorUse::Shape);
+    EXPECT_EQ(1U, shaped.overlays.size());
+    EXPECT_EQ(Paths{areas}, shaped.vectors);
+    const auto both = LandscapeLoader::withFiles({}, {areas, s_everest});
+    ASSERT_EQ(1U, both.overlays.size()) << "the order does not matter";
+    EXPECT_EQ(areas, both.overlays[0].file);
+}
+
+TEST(LandscapeLoaderFiles, OverlaysAndTracksGoWithTheirTerrain) {
+    LandscapeOptions before = with(s_everest, {});
+    before.overlays = {{"roads.gpkg", "", ""}};
+    before.tracks = {{"way.gpx"}, "+5"};
+    const auto another = LandscapeLoader::withFiles(before, {s_jacksboro});
+    EXPECT_TRUE(another.overlays.empty());
+    EXPECT_TRUE(another.tracks.files.empty());
+    EXPECT_EQ("", another.tracks.time);
+    before.terrain.clear();
+    const auto first = LandscapeLoader::withFiles(before, {s_everest});
+    EXPECT_EQ(1U, first.overlays.size());
+    EXPECT_EQ(1U, first.tracks.files.size());
 }
 
 /// Counts what a loader says.

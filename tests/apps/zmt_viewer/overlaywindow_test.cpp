@@ -48,6 +48,11 @@ protected:
         ASSERT_TRUE(settle()) << window->lastError().toStdString();
         activate();
     }
+    void dropped(const std::vector<std::string> & files) const {
+        drop(files);
+        ASSERT_TRUE(settle()) << window->lastError().toStdString();
+        activate();
+    }
     OverlayPanel * panel() const { return window->panel()->overlays(); }
     QTreeWidget * list() const { return panel()->list(); }
     QLabel * label(const char * name) const { return panel()->findChild<QLabel *>(name); }
@@ -73,6 +78,57 @@ TEST_F(OverlayWindowTest, ThePanelIsHiddenWithoutOverlays) {
     open({});
     EXPECT_FALSE(panel()->isVisible());
     EXPECT_EQ(0, list()->topLevelItemCount());
+}
+
+TEST_F(OverlayWindowTest, DroppedFilesBecomeOverlaysOnTheSameLandscape) {
+    open({});
+    const auto shown = view->landscape();
+    const auto bare = picture();
+    dropped({paths_.at("red")});
+    EXPECT_EQ(shown, view->landscape()) << "nothing is built anew";
+    EXPECT_TRUE(panel()->isVisible());
+    ASSERT_EQ(1, list()->topLevelItemCount());
+    EXPECT_GT(difference(bare, picture()), 1e-3) << "the first one of all is drawn";
+    enterStyle("fill=#ff0000");
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+    dropped({paths_.at("blue"), paths_.at("green")});
+    EXPECT_EQ(shown, view->landscape());
+    ASSERT_EQ(3, list()->topLevelItemCount());
+    EXPECT_EQ("green.geojson", list()->topLevelItem(0)->text(0)) << "the last one on top";
+    EXPECT_EQ("red.geojson", list()->topLevelItem(2)->text(0));
+    enterStyle("fill=#0000ff");
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isBlue(color())) << color().name().toStdString();
+}
+
+TEST_F(OverlayWindowTest, AFileThatIsNoneLeavesTheOthers) {
+    open({overlay("red", "fill=#ff0000")});
+    drop({files_.write("bad.geojson", "{\"type\": \"nothing\"}")});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !window->lastError().isEmpty(); }));
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(1, list()->topLevelItemCount());
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+}
+
+TEST_F(OverlayWindowTest, AReloadKeepsDroppedFilesAndTheirLooks) {
+    open({overlay("blue", "fill=#0000ff")});
+    dropped({paths_.at("green"), paths_.at("red")});
+    enterStyle("fill=#ff0000");
+    list()->addTopLevelItem(list()->takeTopLevelItem(1)); // green
+    list()->topLevelItem(2)->setCheckState(0, Qt::Unchecked);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return settle() && list()->topLevelItem(2)->text(0) == "green.geojson"; }));
+    const auto shown = view->landscape();
+    window->reload();
+    ASSERT_TRUE(settle());
+    activate();
+    EXPECT_NE(shown, view->landscape());
+    ASSERT_EQ(3, list()->topLevelItemCount());
+    EXPECT_EQ("red.geojson", list()->topLevelItem(0)->text(0));
+    EXPECT_EQ("green.geojson", list()->topLevelItem(2)->text(0));
+    EXPECT_EQ(Qt::Unchecked, list()->topLevelItem(2)->checkState(0));
+    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
 }
 
 TEST_F(OverlayWindowTest, ThoseOfTheCommandLineAreListedAndDrawnTheLastOnTop) {

@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include <QApplication>
+#include <QDropEvent>
+#include <QMimeData>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -50,6 +53,19 @@ protected:
     void activate() const {
         window->activateWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    }
+
+    void drop(const std::vector<std::string> & files) const {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const std::string & file : files)
+            urls.append(QUrl::fromLocalFile(QString::fromStdString(file)));
+        data.setUrls(urls);
+        QDragEnterEvent enter({20, 20}, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(window.get(), &enter);
+        EXPECT_TRUE(enter.isAccepted());
+        QDropEvent event(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(window.get(), &event);
     }
 
     NBX::SO<NBX::Image> picture() const { return view->canvas()->snapshot(); }

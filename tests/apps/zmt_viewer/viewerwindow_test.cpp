@@ -7,12 +7,10 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QColor>
-#include <QDropEvent>
 #include <QImage>
 #include <QLabel>
 #include <QLocale>
 #include <QMessageBox>
-#include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSlider>
@@ -57,18 +55,6 @@ protected:
         return double(different) / (double(a.width()) * a.height());
     }
 
-    void drop(const std::vector<std::string> & files) const {
-        QMimeData data;
-        QList<QUrl> urls;
-        for (const std::string & file : files)
-            urls.append(QUrl::fromLocalFile(QString::fromStdString(file)));
-        data.setUrls(urls);
-        QDragEnterEvent enter({20, 20}, Qt::CopyAction, &data, Qt::LeftButton, {});
-        QApplication::sendEvent(window.get(), &enter);
-        EXPECT_TRUE(enter.isAccepted());
-        QDropEvent event(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, {});
-        QApplication::sendEvent(window.get(), &event);
-    }
     void clickCancel() const {
         auto * dialog = window->findChild<QProgressDialog *>();
         ASSERT_TRUE(dialog);
@@ -474,13 +460,11 @@ TEST_F(ViewerWindowTest, DoesNotSaveAPictureOverAFileThatItShows) {
 const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
 const std::string s_contours = ZMT_DATA_DIR "/../tests/data/everest_contours.geojson";
 
-TEST_F(ViewerWindowTest, DroppedAreasAreALayer) {
+TEST_F(ViewerWindowTest, AreasOfTheCommandLineAreALayer) {
     load({s_everest, s_everestImage});
     const auto before = picture();
-    const auto eye = view->flight().eye();
-    drop({s_glaciers});
+    window->open({s_glaciers}, VectorUse::Shape);
     ASSERT_TRUE(settle()) << window->lastError().toStdString();
-    EXPECT_EQ(0.0, (eye - view->flight().eye()).length()) << "the view stays";
     ASSERT_EQ(4, switches().size());
     EXPECT_EQ("everest_glaciers.geojson", switches()[3]->text());
     const auto draped = picture();
@@ -498,12 +482,12 @@ TEST_F(ViewerWindowTest, DroppedAreasAreALayer) {
     EXPECT_EQ("everest_glaciers.geojson", switches()[4]->text());
 }
 
-TEST_F(ViewerWindowTest, DroppedLinesBecomeEdges) {
-    load({s_everest});
-    drop({s_contours});
+TEST_F(ViewerWindowTest, LinesOfTheCommandLineBecomeEdges) {
+    window->open({s_everest, s_contours}, VectorUse::Shape);
     ASSERT_TRUE(settle()) << window->lastError().toStdString();
     EXPECT_EQ(2, switches().size());
     EXPECT_TRUE(view->landscape()->tree());
+    EXPECT_TRUE(view->landscape()->grid().hasCellShapes());
 }
 
 TEST_F(ViewerWindowTest, TheViewIsCopiedAsTheCommandLineTakesIt) {

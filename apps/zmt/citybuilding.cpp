@@ -27,11 +27,11 @@
 #include <zmt/core/texturedtriangles/modelshading.h>
 #include <zmt/raster/gdal/coordinatesystem.h>
 
-#include "errors.h"
-#include "groundlayers.h"
-#include "reports.h"
-#include "step.h"
-#include "terraininput.h"
+#include "landscape/errors.h"
+#include "landscape/groundlayers.h"
+#include "landscape/reports.h"
+#include "landscape/step.h"
+#include "landscape/terraininput.h"
 
 namespace {
 

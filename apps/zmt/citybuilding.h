@@ -8,9 +8,9 @@
 #include <nbx/io/modelfile.h>
 #include <zmt/core/texturedtriangles/texturedtriangletree.h>
 
-#include "lighting.h"
-#include "outputfiles.h"
-#include "terrainoptions.h"
+#include "landscape/lighting.h"
+#include "landscape/outputfiles.h"
+#include "landscape/terrainoptions.h"
 
 /// How models become a city.
 struct CityBuilding {

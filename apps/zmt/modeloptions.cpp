@@ -7,8 +7,8 @@
 
 #include <nbx/data/file.h>
 
-#include "commandoptions.h"
-#include "errors.h"
+#include "landscape/commandoptions.h"
+#include "landscape/errors.h"
 
 namespace {
 
