@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 60> order = {
+constexpr std::array<std::string_view, 62> order = {
     "nbx/object",
     "nbx/container/sequence",
     "nbx/math",
@@ -50,6 +50,7 @@ constexpr std::array<std::string_view, 60> order = {
     "nbx/io",
     "zmt/raster",
     "zmt/raster/vector",
+    "zmt/raster/relief",
     "zmt/raster/gdal",
     "zmt/raster/gdal/vector",
     "zmt/core/http",
@@ -78,6 +79,7 @@ constexpr std::array<std::string_view, 60> order = {
     "zmt/core/texturedtriangles/texturedtriangletree_impl",
     "zmt/util",
     "zmt/util/compressedtexture",
+    "zmt/util/hachures",
     "zmt/util/validation",
     "apps/landscape",
     "apps/zmt",

@@ -1,0 +1,20 @@
+#pragma once
+
+namespace ZMT::RASTER {
+
+/// Takes the rows of a raster as they are computed: a file, say.
+class RowSink {
+public:
+    virtual ~RowSink() = default;
+
+    /// Rows are counted from the north here: `count` of them, from `first` on, row by row. NaN stands for
+    /// nothing. Each row comes once, in order. Throws `NBX::IOException` where they cannot be kept.
+    virtual void put(unsigned first, unsigned count, const float * values) = 0;
+
+protected:
+    RowSink() = default;
+    RowSink(const RowSink &) = default;
+    RowSink & operator=(const RowSink &) = default;
+};
+
+} // namespace ZMT::RASTER
