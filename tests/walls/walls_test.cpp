@@ -81,6 +81,8 @@ constexpr std::array<std::string_view, 62> order = {
     "zmt/util/compressedtexture",
     "zmt/util/hachures",
     "zmt/util/validation",
+    "zmt/util/mapping",
+    "zmt/util/occlusion",
     "apps/landscape",
     "apps/zmt",
     "apps/zmt_viewer",

@@ -36,8 +36,22 @@ public:
     /// used. The kind of polygons stays, unless a corner lies beyond the vertices: then this is reported, and
     /// the result has the triangles that are whole. An attribute with another number of elements than there
     /// are vertices is reported and left out. A set without an index sequence is copied as it is. Null for
-    /// null.
-    static SO<PolygonSet> convertToNonIndexedForm(const PolygonSet * set);
+    /// null. With `ownCopy` the result shares no sequence with the set.
+    static SO<PolygonSet> convertToNonIndexedForm(const PolygonSet * set, bool ownCopy = false);
+
+    /// The triangles of all sets, which may be null, as one set of `PT_Triangles`, in their order and
+    /// winding, with the attributes that `mergePolygonSets` gives. `indexed`: the vertices stay, and an index
+    /// sequence says which make the triangles wherever they do not follow each other; else every triangle has
+    /// three vertices of its own. What cannot be taken is left out, and reported, as by `extractTriangleMesh`
+    /// and `mergePolygonSets`. Null when there are no triangles at all.
+    static SO<PolygonSet> forceTriangleMerge(const Iterator<SO<PolygonSet>> * sets, bool indexed);
+
+    /// The triangles of a set, each with three vertices of its own and with its own normal at all of them, of
+    /// length 1 on the side from which it shows; zero for a triangle without area. Null for null.
+    static SO<PolygonSet> computeFaceNormals(const PolygonSet * set);
+
+    /// The same polygons, with sequences of their own. Null for null.
+    static SO<PolygonSet> copy(const PolygonSet * set);
 
     /// Length 1, on the side from which the corners are seen counter-clockwise in right-handed coordinates.
     /// Zero for a triangle without area, whose corners lie on one line within the rounding of their

@@ -72,6 +72,10 @@ SO<PolygonSet> newCopy(const PolygonSet & set) {
     return copy;
 }
 
+template <class T> SO<Iterator<T>> copied(const SO<Iterator<T>> & values) {
+    return values ? SO<Iterator<T>>(new Array<T>(std::vector<T>(values->begin(), values->end()))) : nullptr;
+}
+
 /// Weighted by area; zero where there are only polygons without one.
 std::vector<Vector> meanNormals(const PolygonSet & set) {
     const Vectors & vertices = *set.newVertexIterator();
@@ -324,15 +328,48 @@ SO<PolygonSet> PolygonSetTool::extractTriangleMesh(const PolygonSet * set, bool 
     return result;
 }
 
-SO<PolygonSet> PolygonSetTool::convertToNonIndexedForm(const PolygonSet * set) {
+SO<PolygonSet> PolygonSetTool::convertToNonIndexedForm(const PolygonSet * set, bool ownCopy) {
     if (!set) return nullptr;
     const SO<PolygonSet::Indices> indices = set->newIndexIterator();
-    if (!indices) return newCopy(*set);
+    if (!indices) return ownCopy ? copy(set) : newCopy(*set);
     const unsigned vertices = set->newVertexIterator() ? set->newVertexIterator()->size() : 0;
     const std::vector<unsigned> corners(indices->begin(), indices->end());
     if (std::all_of(corners.begin(), corners.end(), [&](unsigned corner) { return corner < vertices; }))
         return gatheredSet(*set, set->getPrimitiveType(), corners);
     return extractTriangleMesh(set, true);
+}
+
+SO<PolygonSet> PolygonSetTool::forceTriangleMerge(const Iterator<SO<PolygonSet>> * sets, bool indexed) {
+    std::vector<SO<PolygonSet>> triangles;
+    for (unsigned i = 0; sets && i < sets->size(); ++i)
+        triangles.push_back(extractTriangleMesh(sets->get(i).get(), false));
+    const Array<SO<PolygonSet>> whole(std::move(triangles));
+    const SO<PolygonSet> merged = mergePolygonSets(&whole);
+    return extractTriangleMesh(merged.get(), !indexed);
+}
+
+SO<PolygonSet> PolygonSetTool::computeFaceNormals(const PolygonSet * set) {
+    const SO<PolygonSet> result = extractTriangleMesh(set, true);
+    const SO<Vectors> vertices = result ? result->newVertexIterator() : nullptr;
+    if (!vertices) return result;
+    std::vector<Vector> normals(vertices->size());
+    for (unsigned i = 0; i + 2 < vertices->size(); i += 3)
+        // The world is left-handed, so that front faces are seen from the other side of this normal.
+        normals[i] = normals[i + 1] = normals[i + 2] =
+            -getTriangleNormal(vertices->get(i), vertices->get(i + 1), vertices->get(i + 2));
+    result->setNormalIterator(new Array<Vector>(std::move(normals)));
+    return result;
+}
+
+SO<PolygonSet> PolygonSetTool::copy(const PolygonSet * set) {
+    if (!set) return nullptr;
+    SO<PolygonSet> result(new PolygonSet(set->getPrimitiveType(), copied(set->newVertexIterator()),
+                                         copied(set->newIndexIterator())));
+    result->setNormalIterator(copied(set->newNormalIterator()));
+    result->setColorIterator(copied(set->newColorIterator()));
+    for (unsigned unit = 0; unit < PolygonSet::maxTextureUnits; ++unit)
+        result->setTextureIterator(copied(set->newTextureIterator(unit)), unit);
+    return result;
 }
 
 Vector3Base<double> PolygonSetTool::getTriangleNormal(const Vector3Base<double> & a,

@@ -378,4 +378,87 @@ TEST(PolygonSetTool, TrianglesWithoutAreaHaveNoNormal) {
         EXPECT_EQ(V(), PolygonSetTool::getTriangleNormal(row[0], row[1], row[2])) << &row - rows;
 }
 
+TEST(PolygonSetTool, ForcedMergeHasTheTrianglesOfAllSetsInTheirOrder) {
+    const SO<PolygonSet> strip(new PolygonSet(PolygonSet::PT_TriangleStrip, points(4)));
+    const SO<PolygonSet> quad(new PolygonSet(PolygonSet::PT_Quads, points(4, 10)));
+    const SO<PolygonSet> indexed(
+        new PolygonSet(PolygonSet::PT_Triangles, points(4, 20), numbers({0, 1, 2, 2, 1, 3})));
+    const NonPersistentArray<SO<PolygonSet>> sets(Sets{strip, nullptr, quad, indexed});
+    std::vector<Triangle> expected = trianglesOf(*strip);
+    for (const SO<PolygonSet> & set : {quad, indexed})
+        for (const Triangle & t : trianglesOf(*set))
+            expected.push_back(t);
+
+    const SO<PolygonSet> loose = PolygonSetTool::forceTriangleMerge(&sets, false);
+    EXPECT_EQ(PolygonSet::PT_Triangles, loose->getPrimitiveType());
+    EXPECT_FALSE(loose->newIndexIterator());
+    EXPECT_EQ(18u, loose->newVertexIterator()->size());
+    EXPECT_EQ(expected, trianglesOf(*loose));
+
+    const SO<PolygonSet> joined = PolygonSetTool::forceTriangleMerge(&sets, true);
+    EXPECT_EQ(PolygonSet::PT_Triangles, joined->getPrimitiveType());
+    EXPECT_EQ(12u, joined->newVertexIterator()->size());
+    EXPECT_EQ(18u, joined->newIndexIterator()->size());
+    EXPECT_EQ(expected, trianglesOf(*joined));
+}
+
+TEST(PolygonSetTool, ForcedMergeOfQuadsAloneHasTriangles) {
+    const SO<PolygonSet> quad(new PolygonSet(PolygonSet::PT_Quads, points(4)));
+    const NonPersistentArray<SO<PolygonSet>> sets(Sets{quad});
+    const SO<PolygonSet> merged = PolygonSetTool::forceTriangleMerge(&sets, false);
+    EXPECT_EQ(PolygonSet::PT_Triangles, merged->getPrimitiveType());
+    EXPECT_EQ(trianglesOf(*quad), trianglesOf(*merged));
+}
+
+TEST(PolygonSetTool, ForcedMergeOfNothingIsNull) {
+    EXPECT_FALSE(PolygonSetTool::forceTriangleMerge(nullptr, false));
+    const NonPersistentArray<SO<PolygonSet>> none;
+    EXPECT_FALSE(PolygonSetTool::forceTriangleMerge(&none, true));
+    const NonPersistentArray<SO<PolygonSet>> empty(Sets{nullptr, new PolygonSet});
+    EXPECT_FALSE(PolygonSetTool::forceTriangleMerge(&empty, false));
+}
+
+TEST(PolygonSetTool, FaceNormalsShowToTheSideFromWhichATriangleIsSeen) {
+    // Seen from above with the east to the right and the north up, the first turns counter-clockwise, the
+    // second clockwise, and the third is a line.
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_Triangles,
+                                            vectors({{0, 0, 0}, {9, 0, 0}, {0, 0, 4}, {5, 0, 5}}),
+                                            numbers({0, 1, 2, 0, 2, 1, 0, 3, 3})));
+    const SO<PolygonSet> result = PolygonSetTool::computeFaceNormals(set.get());
+    ASSERT_EQ(9u, result->newNormalIterator()->size());
+    ASSERT_EQ(9u, result->newVertexIterator()->size());
+    for (unsigned i = 0; i < 9; ++i)
+        EXPECT_EQ((V(0, i < 3 ? 1 : i < 6 ? -1 : 0, 0)), result->newNormalIterator()->get(i)) << i;
+    EXPECT_FALSE(set->newNormalIterator());
+}
+
+TEST(PolygonSetTool, FaceNormalsOfNothing) {
+    EXPECT_FALSE(PolygonSetTool::computeFaceNormals(nullptr));
+    const SO<PolygonSet> empty(new PolygonSet);
+    EXPECT_EQ(0u, PolygonSetTool::computeFaceNormals(empty.get())->triangles());
+}
+
+TEST(PolygonSetTool, ACopyHasSequencesOfItsOwn) {
+    const SO<Array<V>> vertices(new Array<V>(std::vector<V>{{0, 0, 0}, {1, 0, 0}, {0, 0, 1}}));
+    const SO<PolygonSet> set(new PolygonSet(PolygonSet::PT_TriangleFan, vertices, numbers({2, 1, 0})));
+    set->setNormalIterator(vertices);
+    set->setTextureIterator(vertices, 3);
+    for (const SO<PolygonSet> & copy :
+         {PolygonSetTool::copy(set.get()), PolygonSetTool::convertToNonIndexedForm(set.get(), true)}) {
+        EXPECT_EQ(PolygonSet::PT_TriangleFan, copy->getPrimitiveType());
+        EXPECT_EQ(trianglesOf(*set), trianglesOf(*copy));
+        EXPECT_NE(set->newVertexIterator().get(), copy->newVertexIterator().get());
+        EXPECT_NE(set->newNormalIterator().get(), copy->newNormalIterator().get());
+        ASSERT_TRUE(copy->newTextureIterator(3));
+        EXPECT_NE(set->newTextureIterator(3).get(), copy->newTextureIterator(3).get());
+        EXPECT_FALSE(copy->newTextureIterator(0));
+        EXPECT_FALSE(copy->newColorIterator());
+    }
+    set->setIndexIterator(nullptr);
+    EXPECT_NE(vertices.get(),
+              PolygonSetTool::convertToNonIndexedForm(set.get(), true)->newVertexIterator().get());
+    EXPECT_EQ(vertices.get(), PolygonSetTool::convertToNonIndexedForm(set.get())->newVertexIterator().get());
+    EXPECT_FALSE(PolygonSetTool::copy(nullptr));
+}
+
 } // namespace
