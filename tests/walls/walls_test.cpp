@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 /// The rooms of the tree, lowest first: a file includes its own room and those that stand before it. A file
 /// belongs to the longest entry that its path begins with; its headers in src/ count like those in include/.
-constexpr std::array<std::string_view, 62> order = {
+constexpr auto order = std::to_array<std::string_view>({
     "nbx/object",
     "nbx/container/sequence",
     "nbx/math",
@@ -86,7 +86,7 @@ constexpr std::array<std::string_view, 62> order = {
     "apps/landscape",
     "apps/zmt",
     "apps/zmt_viewer",
-};
+});
 
 /// Rooms beside each other: none of them includes another one.
 constexpr std::array<std::string_view, 2> programs = {"apps/zmt", "apps/zmt_viewer"};
