@@ -173,7 +173,8 @@ void DynamicVectorTexture::draw(const Request & request) const {
     pass.textureError = request.textureError;
     pass.inMotion = request.inMotion;
     pass.asynchronous = request.asynchronous;
-    if (target_->draw(request.engine, textureMatrix_, raster().get(), scene_.get())) ++renders_;
+    const NBX::SO<NBX::Shape> below = raster() ? raster()->asked(pass) : nullptr;
+    if (target_->draw(request.engine, textureMatrix_, below.get(), scene_.get())) ++renders_;
     isIncomplete_ = pass.isIncomplete;
 }
 

@@ -16,6 +16,7 @@
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/engine/engine.h>
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/depthbuffergl.h>
 #include <nbx/gl/texture/texgengl.h>
@@ -28,7 +29,6 @@
 #include "core/terrain/frame/terraintexgen.h"
 #include "core/terrain/geometry/view/terrainpaintinggl.h"
 #include "heightreductiongl.h"
-#include "renderrastertexturegl.h"
 #include "trapezoidfit.h"
 #include "trapezoidgridgl.h"
 #include "trapezoidpass.h"
@@ -49,19 +49,6 @@ constexpr unsigned s_textureSize = 2048;
 
 /// x, z and height to x, height and z, and back.
 constexpr Matrix exchanged({1, 0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1});
-
-class ModelMatrixScope {
-public:
-    ModelMatrixScope(NBX::Engine & engine, const Matrix & matrix) : engine_(engine) {
-        engine_.pushModelMatrix(matrix);
-    }
-    ~ModelMatrixScope() { engine_.popModelMatrix(); }
-    ModelMatrixScope(const ModelMatrixScope &) = delete;
-    ModelMatrixScope & operator=(const ModelMatrixScope &) = delete;
-
-private:
-    NBX::Engine & engine_;
-};
 
 /// What is drawn stands in the cube from -1 to 1 as it is.
 class CubeScope {
@@ -200,7 +187,7 @@ struct HeightPassesGL::Pass {
     void draw(NBX::SceneThing & graph, NBX::Tf & tf, const Matrix & trapMat) const {
         TrapezoidPass pass;
         set(pass, trapMat);
-        TrapezoidProgramsGL::setTrapMat(trapMat);
+        const TrapezoidProgramsGL::TrapMatScope scope(trapMat);
         tf.setMatrix(trapMat);
         graph.evaluate(&engine);
         if (pass.isIncomplete) painting.setIncomplete();
@@ -236,7 +223,7 @@ bool HeightPassesGL::render(NBX::EngineGL & engine, const Settings & settings) {
 }
 
 void HeightPassesGL::paint(NBX::EngineGL & engine, const Settings & settings, TerrainPaintingGL & painting) {
-    const ModelMatrixScope level(engine, Matrix::translation({0.0, settings.level, 0.0}));
+    const NBX::ModelMatrixScope level(&engine, Matrix::translation({0.0, settings.level, 0.0}));
     const Pass pass{engine, settings, painting,
                     engine.projectionMatrix() * engine.modelViewMatrix() * exchanged};
     Matrix fit =
@@ -291,12 +278,14 @@ void HeightPassesGL::drawTexture(const Matrix & fit, const Pass & pass) {
     glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
     if (pass.painting.hasEffects()) {
-        const NBX::Bounds & terrain = pass.settings.terrain;
-        if (!patches_ || patches_->boundingBox() != terrain)
-            patches_ = new RenderRasterTexture_GeometryPatch(terrain);
-        const ModelMatrixScope trapezoid(pass.engine, trapMat * exchanged);
+        const NBX::ModelMatrixScope trapezoid(&pass.engine, trapMat * exchanged);
         const NBX::AttributeScope texGen(&pass.engine, terrainTexGen().get());
-        drawEffects(*patches_, pass);
+        patches_.walk(
+            pass.settings.terrain, *pass.painting.viewInfo(),
+            [&](const GeometryPatch & patch, const Point & eye) {
+                return pass.painting.wantsDetail(patch, eye);
+            },
+            [&](const GeometryPatch & patch, const Point & eye) { drawEffects(patch, eye, pass); });
     }
     drawLight(fit, pass);
     {
@@ -310,15 +299,8 @@ void HeightPassesGL::drawTexture(const Matrix & fit, const Pass & pass) {
     card_->texture->texture()->contentChanged();
 }
 
-void HeightPassesGL::drawEffects(const GeometryPatch & patch, const Pass & pass) const {
+void HeightPassesGL::drawEffects(const GeometryPatch & patch, const Point & eye, const Pass & pass) {
     const NBX::Bounds box = patch.boundingBox();
-    if (pass.painting.viewInfo()->cull(box) == -1) return;
-    const Point eye = box.nearestPoint(pass.painting.nearPoint());
-    if (patch.children() > 0 && pass.painting.wantsDetail(patch, eye)) {
-        for (unsigned i = 0; i < patch.children(); ++i)
-            drawEffects(*patch.child(i), pass);
-        return;
-    }
     NBX::SO<NBX::SceneThing> thing(new NBX::SceneThing);
     pass.painting.appendEffects(*thing, patch, 1.0, eye);
     TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches() += box;

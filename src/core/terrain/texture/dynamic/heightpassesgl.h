@@ -13,11 +13,12 @@
 #include <nbx/scene/view/tf.h>
 #include <zmt/core/terrain/texture/dynamic/dynamicheighttexturerendering.h>
 
+#include "rasterpatches.h"
+
 namespace ZMT::CORE {
 
 class FloatTargetGL;
 class HeightReductionGL;
-class RenderRasterTexture_GeometryPatch;
 class TerrainPaintingGL;
 class TrapezoidGridGL;
 
@@ -59,7 +60,7 @@ private:
     void measure(const Matrix & fit, const Pass & pass);
     Matrix stretched(const Matrix & fit) const;
     void drawTexture(const Matrix & fit, const Pass & pass);
-    void drawEffects(const GeometryPatch & patch, const Pass & pass) const;
+    static void drawEffects(const GeometryPatch & patch, const Point & eye, const Pass & pass);
     void drawLight(const Matrix & fit, const Pass & pass) const;
     void drawMesh(const Matrix & fit, const Pass & pass) const;
 
@@ -69,7 +70,7 @@ private:
     Statistics statistics_;
     NBX::WO<NBX::EngineGL> engine_; ///< to which `card_` belongs
     std::unique_ptr<Card> card_;
-    NBX::SO<RenderRasterTexture_GeometryPatch> patches_; ///< for which effects are asked
+    RasterPatches patches_; ///< for which effects are asked
 };
 
 } // namespace ZMT::CORE

@@ -1,22 +1,21 @@
-// A texture is asked for patches of a quadtree of its own, over its box, or over the terrain where it has
-// none; the view is that of the picture, so that its texels are as fine as the screen shows them. The patches
-// stay: caches of textures know them by identity.
+// A texture is asked for patches over its box, or over the terrain where it has none; the view is that of the
+// picture, so that its texels are as fine as the screen shows them. Places are sent relative to one in view,
+// since single precision would not do for coordinates of countries.
 
 #include "renderrastertexturegl.h"
 
 #include <GL/glew.h>
 
+#include <nbx/engine/modelmatrixscope.h>
 #include <nbx/gl/program/programobject.h>
 #include <nbx/object/errorhandler.h>
 #include <nbx/scene/view/viewport.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
-#include <zmt/core/terrain/geometry/base/geometrydata.h>
 
 #include "trapezoidprogramsgl.h"
 
 namespace ZMT::CORE {
 
-NBX_CLASS_IMPL(RenderRasterTexture_GeometryPatch, GeometryPatch)
 NBX_CLASS_IMPL(RenderRasterTexture, NBX::Shape)
 NBX_CLASS_IMPL(RenderRasterTexturePainterGL, NBX::ShapePainter)
 
@@ -58,22 +57,50 @@ private:
     const GLhandleARB program_;
 };
 
-void drawPlan(const NBX::Bounds & box) {
-    const Point & low = box.getLLF();
-    const Point & high = box.getURB();
-    glBegin(GL_QUADS);
-    for (const auto & [x, z] : {std::array{low.x, low.z}, std::array{high.x, low.z},
-                                std::array{high.x, high.z}, std::array{low.x, high.z}}) {
-        glMultiTexCoord4d(GL_TEXTURE0, x, z, 0.0, 1.0);
-        glVertex3d(x, z, 0.0);
+/// x, z and height to x, height and z.
+constexpr Matrix fromPlan({1, 0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1});
+
+/// From coordinates relative to `origin` to (x, z) of the plan.
+Matrix fromOrigin(const Point & origin) {
+    return Matrix::translation({origin.x, origin.z, 0.0});
+}
+
+/// Draws a convex loop in plan, relative to `origin`, as the programs take it.
+void drawPlan(const TrapezoidPass::Loop & loop, const Point & origin) {
+    glBegin(GL_POLYGON);
+    for (const Point & p : loop) {
+        glMultiTexCoord4d(GL_TEXTURE0, p.x - origin.x, p.z - origin.z, 0.0, 1.0);
+        glVertex3d(p.x - origin.x, p.z - origin.z, 0.0);
     }
     glEnd();
 }
 
+/// To the coordinates that `drawPlan` gives.
+void setTextureMatrix(const NBX::TextureGL & texture, const Point & origin) {
+    const auto matrix = (texture.getMatrix() * fromOrigin(origin)).columns();
+    glMatrixMode(GL_TEXTURE);
+    glLoadMatrixd(matrix.data());
+}
+
+/// Colours are those of the texture of the first unit. Within a `TexturingGuard`.
+class FixedTexturing {
+public:
+    explicit FixedTexturing(const NBX::EngineGL & engine) {
+        NBX::GL2::ProgramObject::useNone();
+        glDisable(GL_LIGHTING);
+        for (unsigned unit = engine.maxTextureUnits(); unit-- > 0;) {
+            glActiveTexture(GL_TEXTURE0 + unit);
+            for (const GLenum state :
+                 {GL_TEXTURE_2D, GL_TEXTURE_GEN_S, GL_TEXTURE_GEN_T, GL_TEXTURE_GEN_R, GL_TEXTURE_GEN_Q})
+                glDisable(state);
+        }
+        glEnable(GL_TEXTURE_2D);
+        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
+    }
+};
+
 /// The view in force, for a shape that stands in a scene by itself.
 void setFromEngine(TrapezoidPass & pass, NBX::EngineGL & engine) {
-    const Matrix fromPlan({1, 0, 0, 0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 1});
-    pass.trapMat = engine.projectionMatrix() * engine.modelViewMatrix() * fromPlan;
     pass.view = engine.viewInfo();
     pass.engine = &engine;
     const NBX::Area area = engine.viewport() ? engine.viewport()->getArea() : NBX::Area();
@@ -83,27 +110,6 @@ void setFromEngine(TrapezoidPass & pass, NBX::EngineGL & engine) {
 }
 
 } // namespace
-
-RenderRasterTexture_GeometryPatch::RenderRasterTexture_GeometryPatch(const NBX::Bounds & box, unsigned depth)
-    : GeometryPatch(box, 0.0, box.getLLF().y, nullptr), depth_(depth) {}
-
-NBX::SO<GeometryData> RenderRasterTexture_GeometryPatch::data() const {
-    return nullptr;
-}
-
-NBX::SO<GeometryPatch> RenderRasterTexture_GeometryPatch::child(unsigned i) const {
-    NBX_CHECK(i < children(), L"range error: [0, " << children() << L"), " << i);
-    if (i >= children()) return nullptr;
-    if (!children_[i]) {
-        const NBX::Bounds box = boundingBox();
-        const double x = i & 1U ? 0.5 : 0.0, z = i & 2U ? 0.5 : 0.0;
-        NBX::SO<RenderRasterTexture_GeometryPatch> child(new RenderRasterTexture_GeometryPatch(
-            {box.point(x, 0.0, z), box.point(x + 0.5, 1.0, z + 0.5)}, depth_ + 1));
-        child->setParent(NBX::WO<GeometryPatch>(const_cast<RenderRasterTexture_GeometryPatch *>(this)));
-        children_[i] = child;
-    }
-    return children_[i];
-}
 
 RenderRasterTexture::RenderRasterTexture(const NBX::SO<TerrainTexture> & texture)
     : Shape(true), texture_(texture) {
@@ -115,52 +121,73 @@ NBX::Bounds RenderRasterTexture::boundingBox() const {
     return box.isDefined() ? areaOf(box, NBX::Bounds(Point(0.0, 0.0, 0.0))) : box;
 }
 
-NBX::SO<RenderRasterTexture_GeometryPatch> RenderRasterTexture::root(const NBX::Bounds & terrain) const {
+NBX::Bounds RenderRasterTexture::area(const NBX::Bounds & terrain) const {
     const NBX::Bounds own = texture_->boundingBox();
-    const NBX::Bounds box = areaOf(own, own.isDefined() && !terrain.isDefined() ? boundingBox() : terrain);
-    if (!box.isDefined()) return nullptr;
-    if (!root_ || root_->boundingBox() != box) root_ = new RenderRasterTexture_GeometryPatch(box);
-    return root_;
+    return areaOf(own, own.isDefined() && !terrain.isDefined() ? boundingBox() : terrain);
+}
+
+RenderRasterTexture::Pieces RenderRasterTexture::request(TrapezoidPass & pass) const {
+    Pieces pieces;
+    patches_.walk(
+        area(pass.terrain), *pass.view,
+        [&](const GeometryPatch & patch, const Point & eye) {
+            return texture_->refine(&patch, pass.view.get(), pass.viewportWidth, pass.viewportHeight, eye,
+                                    pass.textureError, pass.inMotion);
+        },
+        [&](const GeometryPatch & patch, const Point & eye) {
+            auto texture = texture_->request(&patch, pass.engine, pass.view.get(), pass.viewportWidth,
+                                             pass.viewportHeight, 1.0, eye, pass.textureError, pass.inMotion,
+                                             pass.asynchronous, pass.isIncomplete);
+            if (texture) pieces.push_back({patch.boundingBox(), std::move(texture)});
+        });
+    return pieces;
+}
+
+NBX::SO<NBX::Shape> RenderRasterTexture::asked(TrapezoidPass & pass) const {
+    if (!texture_) return nullptr;
+    NBX::SO<RenderRasterTexture> shape(new RenderRasterTexture(texture_));
+    shape->asked_ = request(pass);
+    return shape;
 }
 
 void RenderRasterTexture::draw(NBX::EngineGL * engine) const {
     NBX_CHECK(engine, L"no engine");
     if (!engine || !texture_) return;
     if (TrapezoidPass * pass = TrapezoidPass::current()) {
-        const auto patch = root(pass->terrain);
-        if (!patch) return;
-        const TexturingGuard guard;
-        if (TrapezoidProgramsGL::useTextured(pass->trapMat)) draw(*patch, *pass, *engine);
+        drawInto(*pass, *engine, asked_ ? *asked_ : request(*pass));
         return;
     }
     TrapezoidPass pass;
     setFromEngine(pass, *engine);
-    draw(engine);
+    drawFlat(*engine, request(pass));
 }
 
-void RenderRasterTexture::draw(const GeometryPatch & patch, TrapezoidPass & pass,
-                               NBX::EngineGL & engine) const {
-    const NBX::Bounds box = patch.boundingBox();
-    if (pass.view->cull(box) == -1) return;
-    const Point eye =
-        box.nearestPoint(pass.view->position() + pass.view->direction() * pass.view->nearDistance());
-    if (patch.children() > 0 &&
-        texture_->refine(&patch, pass.view.get(), pass.viewportWidth, pass.viewportHeight, eye,
-                         pass.textureError, pass.inMotion)) {
-        for (unsigned i = 0; i < patch.children(); ++i)
-            draw(*patch.child(i), pass, engine);
-        return;
+void RenderRasterTexture::drawInto(const TrapezoidPass & pass, NBX::EngineGL & engine,
+                                   const Pieces & pieces) {
+    const TexturingGuard guard;
+    const TrapezoidProgramsGL::TrapMatScope scope(pass.trapMat);
+    for (const Piece & piece : pieces) {
+        const TrapezoidPass::Loop loop = pass.visiblePlan(piece.box);
+        if (loop.size() < 3) continue;
+        const Point origin = loop.front();
+        if (!TrapezoidProgramsGL::useTextured(pass.trapMat * fromOrigin(origin))) return;
+        piece.texture->bind(&engine);
+        setTextureMatrix(*piece.texture, origin);
+        drawPlan(loop, origin);
     }
-    const auto texture =
-        texture_->request(&patch, pass.engine, pass.view.get(), pass.viewportWidth, pass.viewportHeight, 1.0,
-                          eye, pass.textureError, pass.inMotion, pass.asynchronous, pass.isIncomplete);
-    if (!texture) return;
-    texture->bind(&engine);
-    const auto matrix = texture->getMatrix().columns();
-    glLoadMatrixd(matrix.data());
-    drawPlan(box);
 }
 
+void RenderRasterTexture::drawFlat(NBX::EngineGL & engine, const Pieces & pieces) {
+    const TexturingGuard guard;
+    const FixedTexturing texturing(engine);
+    for (const Piece & piece : pieces) {
+        const Point origin = piece.box.getLLF(), end = piece.box.getURB();
+        piece.texture->bind(&engine);
+        setTextureMatrix(*piece.texture, origin);
+        const NBX::ModelMatrixScope place(&engine, Matrix::translation({origin.x, 0.0, origin.z}) * fromPlan);
+        drawPlan({origin, Point(end.x, 0.0, origin.z), end, Point(origin.x, 0.0, end.z)}, origin);
+    }
+}
 NBX::ID RenderRasterTexturePainterGL::target() const {
     return RenderRasterTexture::ClassNameNBX();
 }

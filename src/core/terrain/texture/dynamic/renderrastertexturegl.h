@@ -1,36 +1,19 @@
 #pragma once
 
-#include <array>
+#include <optional>
+#include <vector>
 
 #include <nbx/engine/shapepainter.h>
 #include <nbx/gl/context/enginegl.h>
+#include <nbx/gl/texture/texturegl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/scene/shape/shape.h>
-#include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 
+#include "rasterpatches.h"
 #include "trapezoidpass.h"
 
 namespace ZMT::CORE {
-
-/// A node of a quadtree of boxes, without data: that for which a texture is asked. Its children are made when
-/// they are asked for, and live as long as it does.
-class RenderRasterTexture_GeometryPatch : public GeometryPatch {
-    NBX_CLASS(RenderRasterTexture_GeometryPatch, GeometryPatch)
-public:
-    /// No patch lies deeper.
-    static constexpr unsigned maxDepth = 24;
-
-    explicit RenderRasterTexture_GeometryPatch(const NBX::Bounds & box, unsigned depth = 0);
-
-    NBX::SO<GeometryData> data() const override;
-    unsigned children() const override { return depth_ < maxDepth ? 4 : 0; }
-    NBX::SO<GeometryPatch> child(unsigned i) const override;
-
-private:
-    unsigned depth_;
-    mutable std::array<NBX::SO<RenderRasterTexture_GeometryPatch>, 4> children_;
-};
 
 /// A texture of a terrain as a shape: drawn into the trapezoid of the pass in force, else where it lies at
 /// height 0, patch by patch, as fine as the view needs it.
@@ -44,13 +27,26 @@ public:
     NBX::Bounds boundingBox() const override;
     /// The state of OpenGL stays as it is found.
     void draw(NBX::EngineGL * engine) const;
+    /// A shape that draws what the texture gives for `pass`, for which it is asked now: vector textures give
+    /// nothing on the canvas of another texture. Null without a texture.
+    NBX::SO<NBX::Shape> asked(TrapezoidPass & pass) const;
 
 private:
-    void draw(const GeometryPatch & patch, TrapezoidPass & pass, NBX::EngineGL & engine) const;
-    NBX::SO<RenderRasterTexture_GeometryPatch> root(const NBX::Bounds & terrain) const;
+    /// What was given for a patch.
+    struct Piece {
+        NBX::Bounds box;
+        NBX::SO<NBX::TextureGL> texture;
+    };
+    using Pieces = std::vector<Piece>;
+
+    Pieces request(TrapezoidPass & pass) const;
+    NBX::Bounds area(const NBX::Bounds & terrain) const;
+    static void drawInto(const TrapezoidPass & pass, NBX::EngineGL & engine, const Pieces & pieces);
+    static void drawFlat(NBX::EngineGL & engine, const Pieces & pieces);
 
     NBX::SO<TerrainTexture> texture_;
-    mutable NBX::SO<RenderRasterTexture_GeometryPatch> root_;
+    std::optional<Pieces> asked_;
+    mutable RasterPatches patches_;
 };
 
 class RenderRasterTexturePainterGL : public NBX::ShapePainter {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nbx/gl/context/enginegl.h>
+#include <nbx/math/algorithmimpl.h>
 #include <nbx/math/bounds.h>
 #include <nbx/math/matrix4x4base.h>
 #include <nbx/object/so.h>
@@ -13,6 +14,7 @@ namespace ZMT::CORE {
 class TrapezoidPass {
 public:
     using Matrix = NBX::Matrix4x4Base<double>;
+    using Loop = NBX::AlgorithmImpl::Loop;
 
     TrapezoidPass();
     ~TrapezoidPass();
@@ -21,6 +23,10 @@ public:
 
     /// The innermost one; null for none.
     static TrapezoidPass * current();
+
+    /// What of a box, in plan, lies in the trapezoid, at height 0: a convex loop, empty for nothing. Single
+    /// precision would not do for boxes that reach far beyond it.
+    Loop visiblePlan(const NBX::Bounds & box) const;
 
     Matrix trapMat; ///< from (x, z) to the cube from -1 to 1
     /// Of the picture in which the terrain stands, and in the terrain's frame.

@@ -8,6 +8,8 @@
 
 #include "trapezoidprogramsgl.h"
 
+#include <GL/glew.h>
+
 #include <nbx/gl/program/fragmentshaderobject.h>
 #include <nbx/gl/program/vertexshaderobject.h>
 
@@ -270,14 +272,35 @@ TrapezoidProgramGL & TrapezoidProgramsGL::usedRange() {
     return program;
 }
 
-void TrapezoidProgramsGL::setTrapMat(const Matrix & trapMat) {
-    for (TrapezoidProgramGL * program : {&height(), &vectors(), &textured()})
-        program->set("trapMat", trapMat);
+std::array<TrapezoidProgramGL *, 3> TrapezoidProgramsGL::ofTrapezoids() {
+    return {&height(), &vectors(), &textured()};
+}
+
+TrapezoidProgramsGL::Matrix & TrapezoidProgramsGL::trapMat() {
+    static Matrix inForce;
+    return inForce;
+}
+
+void TrapezoidProgramsGL::setTrapMat(const Matrix & matrix) {
+    trapMat() = matrix;
+    for (TrapezoidProgramGL * program : ofTrapezoids())
+        program->set("trapMat", matrix);
 }
 
 bool TrapezoidProgramsGL::useTextured(const Matrix & trapMat) {
     setTrapMat(trapMat);
     return textured().use();
+}
+
+TrapezoidProgramsGL::TrapMatScope::TrapMatScope(const Matrix & matrix) : before_(trapMat()) {
+    setTrapMat(matrix);
+}
+
+TrapezoidProgramsGL::TrapMatScope::~TrapMatScope() {
+    setTrapMat(before_);
+    const GLhandleARB inUse = glGetHandleARB(GL_PROGRAM_OBJECT_ARB);
+    for (const TrapezoidProgramGL * program : ofTrapezoids())
+        if (program->program()->name() == inUse) program->program()->updateVariables();
 }
 
 } // namespace ZMT::CORE

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <string>
 
@@ -60,10 +61,25 @@ public:
     static TrapezoidProgramGL & heightStatistics();
     static TrapezoidProgramGL & usedRange();
 
-    /// For the first three.
-    static void setTrapMat(const Matrix & trapMat);
-    /// Puts the textured one into use.
+    /// The matrix of the first three, as long as it lives: passes may lie within each other.
+    class TrapMatScope {
+    public:
+        explicit TrapMatScope(const Matrix & matrix);
+        /// The one before is in force again, also in the program that is in use.
+        ~TrapMatScope();
+        TrapMatScope(const TrapMatScope &) = delete;
+        TrapMatScope & operator=(const TrapMatScope &) = delete;
+
+    private:
+        const Matrix before_;
+    };
+    /// Puts the textured one into use with another matrix, within a scope.
     static bool useTextured(const Matrix & trapMat);
+
+private:
+    static std::array<TrapezoidProgramGL *, 3> ofTrapezoids();
+    static Matrix & trapMat();
+    static void setTrapMat(const Matrix & matrix);
 };
 
 } // namespace ZMT::CORE

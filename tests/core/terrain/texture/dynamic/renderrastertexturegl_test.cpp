@@ -1,58 +1,22 @@
 #include "core/terrain/texture/dynamic/renderrastertexturegl.h"
 
-#include <set>
+#include <array>
 
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
 #include "../faketerraintexture.h"
 #include "core/terrain/texture/dynamic/trapezoidfit.h"
+#include "core/terrain/texture/dynamic/trapezoidprogramsgl.h"
 #include "dynamictexturetest.h"
 
 using NBX::SO;
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::RenderRasterTexture;
 using ZMT::CORE::TrapezoidPass;
-using Patch = ZMT::CORE::RenderRasterTexture_GeometryPatch;
 
 namespace {
 
 using Point = NBX::Vector3Base<double>;
-const NBX::Bounds s_box(Point(0, -5, 100), Point(80, 15, 200));
-
-TEST(RenderRasterTextureGeometryPatch, ItsChildrenPartItsBoxInPlan) {
-    const SO<Patch> top(new Patch(s_box));
-    ASSERT_EQ(top->children(), 4U);
-    NBX::Bounds whole;
-    double area = 0.0;
-    for (unsigned i = 0; i < 4; ++i) {
-        const NBX::Bounds box = top->child(i)->boundingBox();
-        whole += box;
-        area += box.diagonal().x * box.diagonal().z;
-        EXPECT_EQ(box.getLLF().y, -5.0);
-        EXPECT_EQ(box.getURB().y, 15.0);
-        EXPECT_EQ(top->child(i)->parent().get(), top.get());
-    }
-    EXPECT_EQ(whole, s_box);
-    EXPECT_EQ(area, 80.0 * 100.0);
-    EXPECT_FALSE(top->data());
-    EXPECT_FALSE(top->parent());
-}
-
-TEST(RenderRasterTextureGeometryPatch, ItsChildrenStayTheSame) {
-    const SO<Patch> top(new Patch(s_box));
-    const SO<GeometryPatch> child = top->child(2);
-    EXPECT_EQ(top->child(2), child);
-    EXPECT_NE(top->child(1), child);
-}
-
-TEST(RenderRasterTextureGeometryPatch, TheTreeEnds) {
-    EXPECT_EQ(SO<Patch>(new Patch(s_box, Patch::maxDepth))->children(), 0U);
-    EXPECT_EQ(SO<Patch>(new Patch(s_box, Patch::maxDepth - 1))->children(), 4U);
-    const RecordedReports reports;
-    EXPECT_FALSE(SO<Patch>(new Patch(s_box))->child(4));
-    EXPECT_EQ(reports.count(L"range error: [0, 4), 4"), 1U);
-}
-
 /// Wants patches wider than a width to be split, and notes what it is asked for.
 class SplittingTexture : public FakeTerrainTexture {
     NBX_TEMPLATE_CLASS(SplittingTexture, FakeTerrainTexture)
@@ -117,6 +81,88 @@ TEST_F(RenderRasterTextureTest, ThePatchesAreTheSameInEveryPicture) {
     splitting->asked.clear();
     raster->draw(engine.get());
     EXPECT_EQ(splitting->asked, first);
+}
+
+TEST_F(RenderRasterTextureTest, AVectorTextureIsDrawnBelowVectors) {
+    const SO<NBX::SceneThing> west(new NBX::SceneThing);
+    west->append(new NBX::ColorAttribute(NBX::Color(1.0, 0.0, 0.0)));
+    west->append(area(Bounds(Point(0.0, 0.0, 0.0), Point(500.0, 0.0, 1024.0))).get());
+    const SO<VectorTexture> below(
+        new RecordingVectorTexture(west.get(), square, false, false, true, false, 10, 0));
+    DynamicVectorTexture::setRasterTexture(below.get());
+    lay({512, 900, 512}, {512, 0, 512}, {0, 0, 1});
+    const SO<NBX::Image> picture = draw();
+    EXPECT_TRUE(isRed(pixel(picture, 30, 64)));
+    EXPECT_TRUE(isWhite(pixel(picture, 98, 64)));
+}
+
+/// The split of its colours, and the border, lie where single precision has steps of half a unit.
+TEST_F(RenderRasterTextureTest, FarFromTheOriginItLiesWhereItStandsToo) {
+    const Bounds far(Point(-3.0e6, 0.0, 5200000.3), Point(3.0e6, 0.0, 5200008.1));
+    const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 2, NBX::LS_RGBA));
+    image->setColor(0, 0, NBX::Color(1.0, 0.0, 0.0));
+    image->setColor(0, 1, NBX::Color(0.0, 0.0, 1.0));
+    const SO<ZMT::CORE::TerrainTexture> halves(new ZMT::CORE::SimpleTerrainTexture(
+        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
+                                  NBX::TextureGL::FM_Nearest, NBX::TextureGL::FM_Nearest),
+        far, Matrix()));
+    const SO<RenderRasterTexture> shape(new RenderRasterTexture(halves));
+    root->clear();
+    root->append(new LookingNode([&](NBX::Engine &) {
+        TrapezoidPass pass;
+        set(pass, {500002.3, 20, 5200004}, {500002.3, 0, 5200004}, {0, 0, 1});
+        pass.terrain = far;
+        pass.trapMat = Matrix::scaling({0.25, 0.25, 1.0}) * Matrix::translation({-500002.3, -5200004.2, 0.0});
+        shape->draw(engine.get());
+    }));
+    const SO<NBX::Image> picture = draw();
+    // 16 pixels are a unit; the lowest one shows 5200000.2.
+    for (int y = 3; y < 126; ++y)
+        EXPECT_EQ(isRed(pixel(picture, 64, y)), y < 64) << y;
+    EXPECT_EQ(pixel(picture, 64, 0)[3], 0) << "before the border";
+}
+
+TEST_F(RenderRasterTextureTest, InASceneItHidesAndIsHidden) {
+    const auto plate = [&](double height, double low, double high) {
+        const SO<NBX::SceneThing> thing(new NBX::SceneThing(root.get()));
+        thing->append(new NBX::ColorAttribute(NBX::Color(1.0, 0.0, 0.0)));
+        thing->append(area(Bounds(Point(low, 0.0, 0.0), Point(high, 0.0, 1024.0)), height).get());
+    };
+    const SO<NBX::MemoryImage> white(new NBX::MemoryImage(1, 1, NBX::LS_RGBA));
+    white->setColor(0, 0, NBX::Color::white);
+    splitting->answer = new NBX::ImageTexture2DGL(white);
+    root->clear();
+    look({512, 900, 512}, {512, 0, 512}, {0, 0, 1});
+    plate(100.0, 0.0, 500.0);
+    root->append(raster.get());
+    plate(-100.0, 500.0, 1024.0);
+    const SO<NBX::Image> picture = draw();
+    EXPECT_TRUE(isRed(pixel(picture, 30, 64))) << "what stands above it";
+    EXPECT_TRUE(isWhite(pixel(picture, 98, 64))) << "over what lies below it";
+}
+
+/// A texture whose own drawing is a pass as well.
+TEST_F(RenderRasterTextureTest, AfterAPassWithinItTheOuterOneGoesOn) {
+    using Programs = ZMT::CORE::TrapezoidProgramsGL;
+    const auto inUse = [] {
+        std::array<float, 16> columns{};
+        const GLhandleARB program = glGetHandleARB(GL_PROGRAM_OBJECT_ARB);
+        glGetUniformfvARB(program, glGetUniformLocationARB(program, "trapMat"), columns.data());
+        return columns;
+    };
+    {
+        const Programs::TrapMatScope outer(Matrix::scaling({2.0, 3.0, 1.0}));
+        ASSERT_TRUE(Programs::vectors().use());
+        const auto before = inUse();
+        EXPECT_EQ(before[0], 2.0F);
+        {
+            const Programs::TrapMatScope inner(Matrix::scaling({5.0, 5.0, 1.0}));
+            ASSERT_TRUE(Programs::vectors().use());
+            EXPECT_EQ(inUse()[0], 5.0F);
+        }
+        EXPECT_EQ(inUse(), before);
+    }
+    NBX::GL2::ProgramObject::useNone();
 }
 
 TEST_F(RenderRasterTextureTest, ATextureWithoutABoxLiesOnTheTerrain) {

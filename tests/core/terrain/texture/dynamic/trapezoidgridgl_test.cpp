@@ -30,8 +30,9 @@ protected:
     }
     /// Draws the plane of three heights over the unit square, as heights are drawn.
     void drawPlane(const TrapezoidGridGL & grid, double atOrigin, double alongX, double alongY) {
-        TrapezoidProgramsGL::setTrapMat(grid.toPixelMiddles() * Matrix::translation({-1.0, -1.0, 0.0}) *
-                                        Matrix::scaling({2.0, 2.0, 1.0}));
+        const TrapezoidProgramsGL::TrapMatScope scope(grid.toPixelMiddles() *
+                                                      Matrix::translation({-1.0, -1.0, 0.0}) *
+                                                      Matrix::scaling({2.0, 2.0, 1.0}));
         glPushAttrib(GL_ALL_ATTRIB_BITS);
         glDisable(GL_DEPTH_TEST);
         ASSERT_TRUE(TrapezoidProgramsGL::height().use());
