@@ -96,30 +96,46 @@ TEST_F(RenderRasterTextureTest, AVectorTextureIsDrawnBelowVectors) {
     EXPECT_TRUE(isWhite(pixel(picture, 98, 64)));
 }
 
-/// The split of its colours, and the border, lie where single precision has steps of half a unit.
-TEST_F(RenderRasterTextureTest, FarFromTheOriginItLiesWhereItStandsToo) {
-    const Bounds far(Point(-3.0e6, 0.0, 5200000.3), Point(3.0e6, 0.0, 5200008.1));
-    const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 2, NBX::LS_RGBA));
-    image->setColor(0, 0, NBX::Color(1.0, 0.0, 0.0));
-    image->setColor(0, 1, NBX::Color(0.0, 0.0, 1.0));
-    const SO<ZMT::CORE::TerrainTexture> halves(new ZMT::CORE::SimpleTerrainTexture(
-        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
-                                  NBX::TextureGL::FM_Nearest, NBX::TextureGL::FM_Nearest),
-        far, Matrix()));
-    const SO<RenderRasterTexture> shape(new RenderRasterTexture(halves));
-    root->clear();
-    root->append(new LookingNode([&](NBX::Engine &) {
-        TrapezoidPass pass;
-        set(pass, {500002.3, 20, 5200004}, {500002.3, 0, 5200004}, {0, 0, 1});
-        pass.terrain = far;
-        pass.trapMat = Matrix::scaling({0.25, 0.25, 1.0}) * Matrix::translation({-500002.3, -5200004.2, 0.0});
-        shape->draw(engine.get());
-    }));
-    const SO<NBX::Image> picture = draw();
-    // 16 pixels are a unit; the lowest one shows 5200000.2.
+/// 16 pixels are a unit; the picture begins at 5200000.2, where single precision has steps of half a unit.
+class RenderRasterTextureFarOffTest : public RenderRasterTextureTest {
+protected:
+    /// Red below, blue above.
+    SO<NBX::Image> drawHalves(const Bounds & box) {
+        const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 2, NBX::LS_RGBA));
+        image->setColor(0, 0, NBX::Color(1.0, 0.0, 0.0));
+        image->setColor(0, 1, NBX::Color(0.0, 0.0, 1.0));
+        const SO<ZMT::CORE::TerrainTexture> halves(new ZMT::CORE::SimpleTerrainTexture(
+            new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
+                                      NBX::TextureGL::FM_Nearest, NBX::TextureGL::FM_Nearest),
+            box, Matrix()));
+        const SO<RenderRasterTexture> shape(new RenderRasterTexture(halves));
+        root->clear();
+        root->append(new LookingNode([&](NBX::Engine &) {
+            TrapezoidPass pass;
+            set(pass, {500002.3, 20, 5200004}, {500002.3, 0, 5200004}, {0, 0, 1});
+            pass.terrain = box;
+            pass.trapMat =
+                Matrix::scaling({0.25, 0.25, 1.0}) * Matrix::translation({-500002.3, -5200004.2, 0.0});
+            shape->draw(engine.get());
+        }));
+        return draw();
+    }
+};
+
+TEST_F(RenderRasterTextureFarOffTest, ItsTexelsLieWhereTheyStand) {
+    const SO<NBX::Image> picture = drawHalves({Point(-3.0e6, 0.0, 5200000.3), Point(3.0e6, 0.0, 5200008.1)});
+    EXPECT_EQ(pixel(picture, 64, 0)[3], 0) << "before the border";
     for (int y = 3; y < 126; ++y)
         EXPECT_EQ(isRed(pixel(picture, 64, y)), y < 64) << y;
-    EXPECT_EQ(pixel(picture, 64, 0)[3], 0) << "before the border";
+}
+
+TEST_F(RenderRasterTextureFarOffTest, ABoxThatReachesFarOutOfViewEndsWhereItStands) {
+    const SO<NBX::Image> picture =
+        drawHalves({Point(-3.0e6, 0.0, -800000.0), Point(500002.3, 0.0, 5200004.2)});
+    for (int i = 0; i < 128; ++i) {
+        EXPECT_EQ(pixel(picture, 5, i)[3] > 0, i < 64) << i;
+        EXPECT_EQ(pixel(picture, i, 5)[3] > 0, i < 64) << i;
+    }
 }
 
 TEST_F(RenderRasterTextureTest, InASceneItHidesAndIsHidden) {
