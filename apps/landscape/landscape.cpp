@@ -87,7 +87,7 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     addCities();
     if (options.plain) return;
     layOverlays();
-    if (!tracks_.empty()) layOnTop(tracks_.layOn(terrain_, exaggeration()));
+    dynamic_.emplace(terrain_, exaggeration());
 }
 
 /// The first of them bring their effect, and the names behind all else.
@@ -106,6 +106,26 @@ void Landscape::layOnTop(const NBX::SO<NBX::Attribute> & effect, unsigned above)
 std::vector<NBX::SO<Overlays::Overlay>> Landscape::readOverlay(const OverlayOptions & option,
                                                                const StreamedFiles & streamed) const {
     return Overlays::read(option, reference_, extent_, streamed);
+}
+
+bool Landscape::highlight(const Overlays::Feature * feature, const Point & place) {
+    const auto * overlay = feature ? feature->overlay : nullptr;
+    const std::int64_t id = feature ? feature->picked.feature.id : 0;
+    if (!dynamic_ || (overlay == highlighted_ && id == highlightedId_)) return false;
+    highlighted_ = overlay;
+    highlightedId_ = id;
+    dynamic_->show(DynamicLayer::Part::Highlight,
+                   feature ? Overlays::highlightOf(*feature, place) : DynamicLayer::Groups(), place);
+    return true;
+}
+
+void Landscape::prepareMoving(const NBX::Camera & camera, unsigned height) {
+    if (!dynamic_) return;
+    if (!tracks_.empty()) tracks_.showOn(*dynamic_);
+    if (!hasDynamic_ && dynamic_->isEmpty()) return;
+    if (!hasDynamic_) layOnTop(dynamic_->effect());
+    hasDynamic_ = true;
+    dynamic_->prepare(camera, height);
 }
 
 void Landscape::addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more) {
@@ -267,7 +287,7 @@ double Landscape::exaggeration() const {
 void Landscape::setExaggeration(double exaggeration) {
     scaling_->setScaling(Point(1.0, exaggeration, 1.0));
     placeCities(cities_, *terrain_, exaggeration);
-    tracks_.setExaggeration(exaggeration);
+    if (dynamic_) dynamic_->setExaggeration(exaggeration);
     if (hasOverlays_) overlays_.setExaggeration(exaggeration);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 #include <zmt/raster/georeference.h>
 
 #include "citylayer.h"
+#include "dynamiclayer.h"
 #include "groundlayers.h"
 #include "landscapeoptions.h"
 #include "overlays.h"
@@ -103,9 +106,15 @@ public:
     Overlays & overlays() { return overlays_; }
     const Tracks & tracks() const { return tracks_; }
     Tracks & tracks() { return tracks_; }
-    /// Finds what moves, and what stands upright, in a picture before it is drawn; see `Overlays::prepare`.
+    /// Makes a feature of an overlay stand out, that at a place in map coordinates; null for none. False
+    /// where that changes nothing.
+    bool highlight(const Overlays::Feature * feature, const NBX::Vector3Base<double> & place = {});
+
+    /// Finds what moves in a picture of this height before it is drawn.
+    void prepareMoving(const NBX::Camera & camera, unsigned height);
+    /// The same, and what stands upright; see `Overlays::prepare`.
     bool prepare(const NBX::Camera & camera, unsigned width, unsigned height, bool atOnce) {
-        tracks_.prepare(camera, height);
+        prepareMoving(camera, height);
         return overlays_.prepare(camera, width, height, atOnce);
     }
     /// False for cities alone, below which lies level ground that is not drawn.
@@ -148,13 +157,16 @@ private:
     std::vector<CityLayer> cities_;
     Overlays overlays_;
     Tracks tracks_;
+    std::optional<DynamicLayer> dynamic_; ///< none on a plain ground, and below cities alone
+    const Overlays::Overlay * highlighted_ = nullptr;
+    std::int64_t highlightedId_ = 0;
     unsigned draped_ = 0; ///< the last layers, which stand in `ground_`
     NBX::Bounds interest_;
     double buildMilliseconds_ = 0.0;
     double geometryErrorFactor_ = 1.0;
     bool isStreamed_ = false;
-    bool hasOverlays_ = false;
-    unsigned onTop_ = 0;          ///< effects of overlays and tracks, the last ones in front of the ground
+    bool hasOverlays_ = false, hasDynamic_ = false; ///< effects in the scene
+    unsigned onTop_ = 0; ///< effects of overlays and of what moves, the last ones in front of the ground
     bool isShadingOnTop_ = false; ///< the last layer is the shading
     bool isChunked_ = false;
 };

@@ -35,6 +35,12 @@ constexpr int s_raySteps = 400;
 /// How far the end of a ray stays from the place, in shares of its length: ground does not hide itself.
 constexpr double s_rayEnd = 0.995;
 
+/// Features that may be read for the shape of one.
+constexpr std::size_t s_mostRead = 20'000;
+const char * const s_rimStyle = "color=#202020,width=7,fill=#00000000";
+const char * const s_coreStyle = "color=#ffe030,width=4,fill=#00000000";
+const char * const s_spotStyle = "color=#ffe030b0,symbol=circle,size=22";
+
 VectorStyleSheet styleOf(const std::string & style) {
     const std::string text = readStyle(style);
     return isStyleFile(style) ? VectorStyleSheet::parseFile(text, style) : VectorStyleSheet::parse(text);
@@ -239,4 +245,16 @@ std::vector<Overlays::Feature> Overlays::featuresAt(const NBX::Camera & camera, 
     const auto footprint = ZMT::CORE::PixelFootprint::at(camera, pixel.x, pixel.y, pixel.width, pixel.height,
                                                          GeoTransformation::geo2nbxTf(geo).y * exaggeration);
     return footprint ? featuresAt({geo, *footprint}, tolerance) : std::vector<Feature>();
+}
+
+DynamicLayer::Groups Overlays::highlightOf(const Feature & feature, const Point & place) {
+    using Group = ZMT::CORE::MovingFeatures::Group;
+    ZMT::RASTER::VectorFeature lines =
+        ZMT::CORE::wholeFeature(*feature.overlay->source(), feature.picked.feature, place, s_mostRead);
+    ZMT::RASTER::VectorFeature points;
+    points.points = std::move(lines.points);
+    lines.points.clear();
+    return {Group{{lines}, VectorStyleSheet::parse(s_rimStyle)},
+            Group{{lines}, VectorStyleSheet::parse(s_coreStyle)},
+            Group{{points}, VectorStyleSheet::parse(s_spotStyle)}};
 }

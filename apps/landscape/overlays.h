@@ -17,6 +17,7 @@
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
 
+#include "dynamiclayer.h"
 #include "overlayoptions.h"
 #include "streamedfiles.h"
 
@@ -76,6 +77,8 @@ public:
         ZMT::CORE::PickedFeature picked;
     };
     std::vector<Feature> featuresAt(const ZMT::CORE::FeatureDistance & place, double tolerance) const;
+    /// What makes one of them, that was found at `place`, stand out.
+    static DynamicLayer::Groups highlightOf(const Feature & feature, const NBX::Vector3Base<double> & place);
     /// A place in a picture, in pixels from its lower left corner.
     struct Pixel {
         double x, y;

@@ -3,29 +3,23 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "errors.h"
-#include "groundlayers.h"
 #include "step.h"
 #include "streamedfiles.h"
-#include "viewpoint.h"
 
-#include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/raster/gdal/vector/trackfile.h>
 #include <zmt/raster/vector/isotime.h>
 
 namespace {
 
 using NBX::SO;
-using ZMT::CORE::GeoTransformation;
 using ZMT::CORE::MovingFeatures;
 using ZMT::CORE::VectorStyleSheet;
 using ZMT::CORE::VectorTrack;
 using ZMT::RASTER::VectorFeature;
-using Point = NBX::Vector3Base<double>;
 
-/// Marks keep their size while the eye comes nearer by less than a twentieth.
-constexpr double s_sizeStep = 0.05;
 const char * const s_wayStyle = "color=#e02020,width=3";
 const char * const s_rimStyle = "color=#ffffff,symbol=circle,size=16";
 const char * const s_markStyle = "color=#e02020,symbol=circle,size=11";
@@ -91,50 +85,24 @@ double Tracks::end() const {
     return tracks_.empty() ? 0.0 : last;
 }
 
-SO<NBX::Attribute> Tracks::layOn(const SO<ZMT::CORE::Terrain> & terrain, double exaggeration) {
-    terrain_ = terrain;
-    exaggeration_ = exaggeration;
-    features_.emplace(ZMT::CORE::LocalFrame(GeoTransformation::nbx2geoOffset()));
-    texture_ = new ZMT::CORE::DynamicVectorTexture(features_->node().get());
-    return makeDecal(texture_);
-}
-
-/// Where the first mark is, or else in the middle of the terrain.
-double Tracks::metresPerPixel(const NBX::Camera & camera, unsigned height) const {
-    Point seen = terrain_->boundingBox().center();
-    for (const SO<VectorTrack> & track : tracks_)
-        if (const auto place = track->placeAt(time_)) {
-            const double ground = terrain_->calculateHeight(place->position, true);
-            const bool isKnown = !terrain_->isUndefinedHeightValue(ground);
-            seen = GeoTransformation::geo2nbxTf(
-                Point(place->position.x, isKnown ? ground : place->position.y, place->position.z));
-            break;
-        }
-    seen.y *= exaggeration_;
-    const double distance = (seen - camera.rayThrough(0.0, 0.0, 1, 1).getOrigin()).length();
-    return std::max(distance, 1.0) * 2.0 * std::tan(s_fieldOfView * M_PI / 360.0) / height;
-}
-
-void Tracks::prepare(const NBX::Camera & camera, unsigned height) {
-    if (!features_) return;
-    const double size = metresPerPixel(camera, height);
-    const bool isAsDrawn = drawnTime_ == time_ && std::abs(std::log(size / drawnSize_)) < s_sizeStep;
-    if (isAsDrawn) return;
-    drawnTime_ = time_;
-    drawnSize_ = size;
+void Tracks::showOn(DynamicLayer & layer) {
+    if (shownTime_ == time_) return;
+    shownTime_ = time_;
     const auto group = [](const char * style) {
         return MovingFeatures::Group{{}, VectorStyleSheet::parse(style)};
     };
-    std::vector<MovingFeatures::Group> groups = {group(s_wayStyle), group(s_rimStyle), group(s_markStyle)};
+    DynamicLayer::Groups groups = {group(s_wayStyle), group(s_rimStyle), group(s_markStyle)};
+    std::optional<VectorTrack::Position> firstMark;
     for (const SO<VectorTrack> & track : tracks_) {
         VectorFeature way, mark;
         way.lines = track->passed(time_);
         groups[0].features.push_back(way);
         const auto place = track->placeAt(time_);
         if (!place) continue;
+        if (!firstMark) firstMark = place->position;
         mark.points = {place->position};
         groups[1].features.push_back(mark);
         groups[2].features.push_back(mark);
     }
-    features_->set(groups, size);
+    layer.show(DynamicLayer::Part::Tracks, std::move(groups), firstMark);
 }

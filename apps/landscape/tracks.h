@@ -4,15 +4,11 @@
 #include <string>
 #include <vector>
 
-#include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
-#include <nbx/scene/attribute/attribute.h>
-#include <nbx/scene/view/camera.h>
-#include <zmt/core/terrain/geometry/view/terrain.h>
-#include <zmt/core/terrain/texture/dynamic/dynamicvectortexture.h>
-#include <zmt/core/vector/movingfeatures.h>
 #include <zmt/core/vector/vectortrack.h>
 #include <zmt/raster/georeference.h>
+
+#include "dynamiclayer.h"
 
 /// Tracks of a landscape.
 struct TrackOptions {
@@ -41,22 +37,11 @@ public:
     double time() const { return time_; }
     void setTime(double time) { time_ = time; }
 
-    /// Puts them on a terrain that stands in the scene: the effect that draws them, which belongs on top of
-    /// all others of the terrain.
-    NBX::SO<NBX::Attribute> layOn(const NBX::SO<ZMT::CORE::Terrain> & terrain, double exaggeration);
-    void setExaggeration(double exaggeration) { exaggeration_ = exaggeration; }
-    /// For the time that is set, as it is seen by the camera in a picture of this height; before each
-    /// picture.
-    void prepare(const NBX::Camera & camera, unsigned height);
+    /// Lays them on the ground as they are at that time; nothing where they lie there already.
+    void showOn(DynamicLayer & layer);
 
 private:
-    double metresPerPixel(const NBX::Camera & camera, unsigned height) const;
-
     std::vector<NBX::SO<ZMT::CORE::VectorTrack>> tracks_;
-    std::optional<ZMT::CORE::MovingFeatures> features_;
-    NBX::SO<ZMT::CORE::DynamicVectorTexture> texture_;
-    NBX::SO<ZMT::CORE::Terrain> terrain_;
-    double exaggeration_ = 1.0;
     double time_ = 0.0;
-    double drawnTime_ = 0.0, drawnSize_ = 0.0; ///< of what `features_` are, and of a pixel; 0 before
+    std::optional<double> shownTime_;
 };

@@ -223,7 +223,7 @@ void runRender(RenderOptions & options) {
     PatchInspectorGL::registerAll(options.patches);
     const NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
     const NBX::SO<NBX::Camera> camera = fillScene(*scene, options, landscape);
-    landscape.tracks().prepare(*camera, options.size.height);
+    landscape.prepareMoving(*camera, options.size.height);
     canvas->append(scene.get());
     // A city whose textures cannot be read is whole, and blurred.
     const bool isComplete = drawFrames(*canvas, landscape.isReadWhileShown(), hasUrls(options.landscape)) &&

@@ -149,21 +149,22 @@ void OverlayPanel::setOverlays(Overlays * overlays) {
     select();
 }
 
-void OverlayPanel::showFeatures(const std::vector<Overlays::Feature> & features) {
-    if (features.empty()) return attributes_->clear();
-    const Overlays::Feature & first = features.front();
-    const auto & fields = first.overlay->source()->fields();
+void OverlayPanel::showFeatures(const std::vector<Overlays::Feature> & features, std::size_t number) {
+    if (number >= features.size()) return attributes_->clear();
+    const Overlays::Feature & shown = features[number];
+    const auto & fields = shown.overlay->source()->fields();
     QString text =
-        tr("%1, feature %2").arg(QString::fromStdString(first.overlay->name())).arg(first.picked.feature.id);
+        tr("%1, feature %2").arg(QString::fromStdString(shown.overlay->name())).arg(shown.picked.feature.id);
     int lines = 0;
     for (std::size_t i = 0; i < fields.size() && lines < s_mostAttributes; ++i) {
-        const std::string value = VectorStyleSheet::textOf(first.picked.feature.values.at(i));
+        const std::string value = VectorStyleSheet::textOf(shown.picked.feature.values.at(i));
         if (value.empty()) continue;
         text +=
             "\n" + QString::fromStdString(oneLine(fields[i].name + ": " + value)).left(s_longestAttribute);
         ++lines;
     }
-    if (features.size() > 1) text += "\n" + tr("and %n more", nullptr, int(features.size() - 1));
+    if (features.size() > 1)
+        text += "\n" + tr("%1 of %2 here, N for the next").arg(number + 1).arg(features.size());
     attributes_->setText(text);
 }
 

@@ -21,8 +21,8 @@ public:
 
     /// Shows other overlays, which outlive this or the next call; null, or none of them, hides the panel.
     void setOverlays(Overlays * overlays);
-    /// Shows all that the first of these has in its fields; nothing for none.
-    void showFeatures(const std::vector<Overlays::Feature> & features);
+    /// Shows all that one of these has in its fields, and how many there are; nothing for none.
+    void showFeatures(const std::vector<Overlays::Feature> & features, std::size_t number);
     /// In the list, from the top; for tests and keys.
     QTreeWidget * list() const { return list_; }
 

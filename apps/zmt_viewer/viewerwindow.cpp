@@ -51,6 +51,8 @@ using ZMT::CORE::TerrainPainterGLSettings;
 using ZMT::CORE::GRID::AsyncGridTerrain;
 using ZMT::CORE::GRID::GridTerrain;
 
+using Point = NBX::Vector3Base<double>;
+
 constexpr int s_progressSteps = 1000;
 constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
@@ -114,6 +116,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
     connect(view_, &LandscapeView::pointedNowhere, this, [this] {
         ground_.reset();
+        showFeatures({});
         showGround();
     });
     refinement_.setSingleShot(true);
@@ -182,6 +185,7 @@ void ViewerWindow::makeActions() {
     patches_->setShortcut(Qt::Key_P);
     patches_->setCheckable(true);
     connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
+    view->addAction(tr("&Next feature under the mouse"), Qt::Key_N, this, &ViewerWindow::showNextFeature);
     copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
@@ -276,6 +280,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
     panel_->setLandscape(nullptr);
     notices_->setLandscape(nullptr);
     ground_.reset();
+    showFeatures({});
     showGround();
     setBusy(true);
     hint_->hide();
@@ -416,16 +421,38 @@ void ViewerWindow::setPatchColors(bool enable) {
 /// What is in sight answers at once. Once the mouse rests, the finest heights are asked for, which nobody
 /// waits for: they come, or are told to be slow, or to be missing.
 void ViewerWindow::showPlace(const QPointF & place) {
-    const auto seen = view_->seenAt(place);
+    auto seen = view_->seenAt(place);
     ground_.reset();
     if (seen) ground_ = seen->place;
     model_ = seen && seen->model ? nameOf(*seen->model) : QString();
-    panel_->overlays()->showFeatures(seen ? seen->features : std::vector<Overlays::Feature>());
+    showFeatures(seen ? std::move(seen->features) : std::vector<Overlays::Feature>());
     showGround();
     refinement_.stop();
     if (!seen || !seen->isGround || !view_->landscape()->isStreamed()) return;
     groundTime_ = NBX::NBXTime::now();
     refinement_.start(s_restMilliseconds);
+}
+
+/// The one that stood out goes on to do so, as long as it is among them.
+void ViewerWindow::showFeatures(std::vector<Overlays::Feature> features) {
+    const auto isShown = [this](const Overlays::Feature & feature) {
+        return feature.overlay == feature_.overlay && feature.picked.feature.id == feature_.id;
+    };
+    const auto same = std::find_if(features.begin(), features.end(), isShown);
+    features_ = std::move(features);
+    showFeature(same == features_.end() ? 0 : std::size_t(same - features_.begin()));
+}
+
+void ViewerWindow::showFeature(std::size_t number) {
+    const Overlays::Feature * shown = number < features_.size() ? &features_[number] : nullptr;
+    panel_->overlays()->showFeatures(features_, number);
+    feature_ = shown ? FeatureName{shown->overlay, shown->picked.feature.id, number} : FeatureName();
+    if (view_->landscape() && view_->landscape()->highlight(shown, ground_.value_or(Point())))
+        view_->redraw();
+}
+
+void ViewerWindow::showNextFeature() {
+    if (!features_.empty()) showFeature((feature_.number + 1) % features_.size());
 }
 
 void ViewerWindow::refineHeight() {

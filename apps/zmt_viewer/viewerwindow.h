@@ -79,6 +79,9 @@ private:
     void applyLayers();
     void setPatchColors(bool enable);
     void showPlace(const QPointF & place);
+    void showFeatures(std::vector<Overlays::Feature> features);
+    void showFeature(std::size_t number);
+    void showNextFeature();
     void refineHeight();
     /// Whether the height under the mouse is the finest there is, or why not.
     enum class Detail { Fine, Slow, Missing };
@@ -118,6 +121,13 @@ private:
 
     /// In map coordinates, what the mouse points at; none where it does not.
     std::optional<NBX::Vector3Base<double>> ground_;
+    std::vector<Overlays::Feature> features_; ///< under the mouse
+    /// Which of them stands out.
+    struct FeatureName {
+        const Overlays::Overlay * overlay = nullptr; ///< null for none
+        std::int64_t id = 0;
+        std::size_t number = 0; ///< in `features_`
+    } feature_;
     QString model_; ///< which of a city that is, as it is told; empty for the ground
     /// Of what is shown; null where its coordinates are not told in longitude and latitude.
     std::unique_ptr<ZMT::RASTER::CoordinateSystem> system_;

@@ -22,6 +22,7 @@ constexpr double s_infinite = std::numeric_limits<double>::infinity();
 constexpr double s_step = 0.5; ///< from the place to each ray, in pixels
 /// How many times longer than wide the ground of a pixel may be; beyond, it is seen edge on.
 constexpr double s_flattest = 1e5;
+constexpr double s_growth = 4.0; ///< of the box that is searched for a whole feature
 
 /// Where a ray meets level ground; none where it does not.
 std::optional<Position> onGround(const NBX::Ray & ray, double ground) {
@@ -51,6 +52,22 @@ bool crosses(const Pixels & a, const Pixels & b) {
 int rankOf(const VectorFeature & feature) {
     if (!feature.points.empty()) return 0;
     return feature.lines.empty() ? 2 : 1;
+}
+
+/// How far it reaches from a place, to the east, the west, the north or the south.
+double reachOf(const VectorFeature & feature, const Position & place) {
+    double reach = 0.0;
+    const auto take = [&](const VectorFeature::Line & positions) {
+        for (const Position & p : positions)
+            reach = std::max({reach, std::abs(p.x - place.x), std::abs(p.z - place.z)});
+    };
+    take(feature.points);
+    for (const VectorFeature::Line & line : feature.lines)
+        take(line);
+    for (const VectorFeature::Area & area : feature.areas)
+        for (const VectorFeature::Line & ring : area)
+            take(ring);
+    return reach;
 }
 
 } // namespace
@@ -135,6 +152,31 @@ std::vector<PickedFeature> featuresAt(const RASTER::FeatureSource & source, cons
         return true;
     });
     return picked;
+}
+
+VectorFeature wholeFeature(const RASTER::FeatureSource & source, const VectorFeature & picked,
+                           const Position & place, std::size_t most) {
+    VectorFeature whole = picked;
+    whole.values.clear();
+    whole.style.clear();
+    const auto extent = source.extent();
+    if (!extent) return whole;
+    const double farthest = std::max(
+        {place.x - extent->minX, extent->maxX - place.x, place.z - extent->minY, extent->maxY - place.z});
+    // What is cut off ends beyond the box; so a feature within the box is whole.
+    std::size_t features = 0;
+    for (double reach = reachOf(picked, place); features <= most; reach *= s_growth) {
+        const RASTER::GeoExtent box{place.x - reach, place.z - reach, place.x + reach, place.z + reach};
+        source.read({box, 0.0, {}}, [&](const VectorFeature & feature) {
+            if (feature.id != picked.id) return ++features <= most;
+            whole.points = feature.points;
+            whole.lines = feature.lines;
+            whole.areas = feature.areas;
+            return false;
+        });
+        if (reachOf(whole, place) <= reach || reach >= farthest) break;
+    }
+    return whole;
 }
 
 } // namespace ZMT::CORE

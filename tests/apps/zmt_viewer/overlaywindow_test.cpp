@@ -67,6 +67,24 @@ protected:
         const auto * rgb = image->pixelComponentsU8(image->width() / 2, image->height() / 2);
         return {rgb[0], rgb[1], rgb[2]};
     }
+    void point() const {
+        QTest::mouseMove(view, middle() + QPoint(3, 3));
+        QTest::mouseMove(view, middle());
+    }
+    /// Pixels of such a colour.
+    unsigned count(bool (*isOne)(const QColor &)) const {
+        const auto image = picture();
+        unsigned pixels = 0;
+        for (int y = 0; y < image->height(); ++y)
+            for (int x = 0; x < image->width(); ++x) {
+                const auto * rgb = image->pixelComponentsU8(x, y);
+                pixels += isOne({rgb[0], rgb[1], rgb[2]});
+            }
+        return pixels;
+    }
+    static bool isYellow(const QColor & color) {
+        return color.red() > 220 && color.green() > 190 && color.blue() < 90;
+    }
     static bool isRed(const QColor & color) { return color.red() > color.blue() + 60; }
     static bool isBlue(const QColor & color) { return color.blue() > color.red() + 60; }
 
@@ -208,13 +226,49 @@ TEST_F(OverlayWindowTest, TheLegendHasALineForEachRule) {
 
 TEST_F(OverlayWindowTest, WhatIsUnderTheMouseShowsItsAttributes) {
     open({overlay("red", "fill=#ff0000")});
-    QTest::mouseMove(view, middle() + QPoint(3, 3));
-    QTest::mouseMove(view, middle());
+    point();
     ASSERT_TRUE(QTest::qWaitFor([&] { return label("overlayAttributes")->text().contains("name: NAME"); }))
         << label("overlayAttributes")->text().toStdString();
     EXPECT_TRUE(label("overlayAttributes")->text().contains("area: 9"));
     QTest::mouseMove(view, {5, 5});
     EXPECT_TRUE(QTest::qWaitFor([&] { return label("overlayAttributes")->text().isEmpty(); }));
+}
+
+TEST_F(OverlayWindowTest, WhatIsUnderTheMouseStandsOut) {
+    open({overlay("red", "fill=#ff0000,width=0")});
+    QTest::mouseMove(view, {5, 5});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(0U, count(isYellow));
+    point();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return settle() && count(isYellow) > 0; }));
+    const unsigned outline = count(isYellow);
+    EXPECT_GT(outline, 800U) << "all around the square";
+    EXPECT_LT(outline, 20000U);
+    EXPECT_TRUE(isRed(color())) << "its inside stays as it is";
+    const unsigned before = view->frames().count;
+    QTest::mouseMove(view, middle() + QPoint(4, 4));
+    QTest::qWait(50);
+    EXPECT_EQ(before, view->frames().count) << "the same one again is nothing new";
+    QEvent leave(QEvent::Leave);
+    QApplication::sendEvent(view, &leave);
+    EXPECT_EQ("", label("overlayAttributes")->text());
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(0U, count(isYellow));
+}
+
+TEST_F(OverlayWindowTest, AKeyShowsTheNextOfThoseUnderTheMouse) {
+    open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
+    point();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return label("overlayAttributes")->text().contains("blue"); }));
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("1 of 2"));
+    QTest::keyClick(view, Qt::Key_N);
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("red"));
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("2 of 2"));
+    point();
+    QTest::qWait(50);
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("red")) << "it stays";
+    QTest::keyClick(view, Qt::Key_N);
+    EXPECT_TRUE(label("overlayAttributes")->text().contains("blue")) << "round about";
 }
 
 TEST_F(OverlayWindowTest, ThreeWithNamesAskForNoFramesAtRest) {

@@ -1,5 +1,6 @@
 #include <zmt/core/vector/featurepicking.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -118,6 +119,57 @@ TEST(PixelFootprint, IsThatOfTheCamera) {
         EXPECT_NEAR(pixels.rows, up, 0.1);
     }
     EXPECT_FALSE(PixelFootprint::at(*camera, x, 299.5, width, height, 1e4)) << "above the eye";
+}
+
+/// Hands over of its lines what lies in three times the box, as files do: what lies beyond is moved there.
+class CutFeatures : public MemoryFeatures {
+public:
+    using MemoryFeatures::MemoryFeatures;
+    void read(const Query & query, const std::function<bool(const Feature &)> & visit) const override {
+        const double middle = (query.box.minX + query.box.maxX) / 2.0;
+        const double reach = 1.5 * (query.box.maxX - query.box.minX);
+        MemoryFeatures::read(query, [&](const Feature & feature) {
+            Feature cut = feature;
+            for (Feature::Line & line : cut.lines)
+                for (Position & p : line)
+                    p.x = std::clamp(p.x, middle - reach, middle + reach);
+            ++handed;
+            return visit(cut);
+        });
+    }
+    mutable std::size_t handed = 0;
+};
+
+TEST(WholeFeature, IsAllOfWhatWasCutOff) {
+    CutFeatures source({{"a", ZMT::RASTER::VectorField::Type::Text}});
+    source.addLine({{-10.0, 0.0, 5.0}, {10.0, 0.0, 5.0}}, {std::string("short")});
+    source.addLine({{-5000.0, 0.0, 0.0}, {0.0, 0.0, 0.0}, {8000.0, 0.0, 0.0}}, {std::string("long")}).style =
+        "color=#ff0000";
+    const Point place(3.0, 0.0, 1.0);
+    const auto picked = ZMT::CORE::featuresAt(source, {place, s_oblong}, 0.5, 1);
+    ASSERT_EQ(picked.size(), 1U);
+    ASSERT_LT(picked.front().feature.lines.front().back().x, 100.0) << "it is cut off";
+    const auto whole = ZMT::CORE::wholeFeature(source, picked.front().feature, place, 100);
+    EXPECT_EQ(whole.id, 2);
+    ASSERT_EQ(whole.lines.size(), 1U);
+    EXPECT_EQ(whole.lines.front().front().x, -5000.0);
+    EXPECT_EQ(whole.lines.front().back().x, 8000.0);
+    EXPECT_TRUE(whole.values.empty());
+    EXPECT_EQ(whole.style, "");
+}
+
+TEST(WholeFeature, IsNotLookedForAmongMoreThanAreAllowed) {
+    CutFeatures source;
+    for (int i = 0; i < 50; ++i)
+        source.addLine({{i * 1.0, 0.0, 0.0}, {i * 1.0, 0.0, 1.0}});
+    source.addLine({{-1000.0, 0.0, 0.0}, {0.0, 0.0, 0.0}, {1000.0, 0.0, 0.0}});
+    VectorFeature picked = source.features.back();
+    picked.lines = {{{-1.0, 0.0, 0.0}, {1.0, 0.0, 0.0}}};
+    const auto part = ZMT::CORE::wholeFeature(source, picked, {}, 20);
+    EXPECT_LE(source.handed, 25U);
+    EXPECT_LT(part.lines.front().back().x, 1000.0) << "as far as it was found";
+    EXPECT_GT(part.lines.front().back().x, 2.0);
+    EXPECT_EQ(ZMT::CORE::wholeFeature(source, picked, {}, 1000).lines.front().back().x, 1000.0);
 }
 
 } // namespace

@@ -67,4 +67,10 @@ struct PickedFeature {
 std::vector<PickedFeature> featuresAt(const RASTER::FeatureSource & source, const FeatureDistance & place,
                                       double tolerance, std::size_t most);
 
+/// The geometry of a feature that `featuresAt` found at `place`, and which is cut off around there where it
+/// is large, as a whole; where more than `most` features lie around it, as much as that many tell. It has
+/// neither values nor a style. Throws as `FeatureSource::read`.
+RASTER::VectorFeature wholeFeature(const RASTER::FeatureSource & source, const RASTER::VectorFeature & picked,
+                                   const NBX::Vector3Base<double> & place, std::size_t most);
+
 } // namespace ZMT::CORE
