@@ -59,15 +59,18 @@ int FeatureSceneGL::nextMark() {
 }
 
 void FeatureSceneGL::append(const FeatureShapes & shapes, const NBX::Vector3Base<double> & position) {
-    for (const FeatureShapes::Group * group : shapes.groups()) {
-        const NBX::SO<NBX::SceneThing> look(new NBX::SceneThing);
-        if (group->color[3] < 1.0F) look->append(newMarking(nextMark()).get());
-        if (group->lineWidth > 0.0) look->append(new NBX::LineStyle(group->lineWidth));
-        look->append(new NBX::ColorAttribute(group->color));
-        look->append(new NBX::Translation(position));
-        look->append(newMesh(*group).get());
-        scene_->append(look.get());
-    }
+    for (const FeatureShapes::Group * group : shapes.groups())
+        append(*group, position);
+}
+
+void FeatureSceneGL::append(const FeatureShapes::Group & group, const NBX::Vector3Base<double> & position) {
+    const NBX::SO<NBX::SceneThing> look(new NBX::SceneThing);
+    if (group.color[3] < 1.0F) look->append(newMarking(nextMark()).get());
+    if (group.lineWidth > 0.0) look->append(new NBX::LineStyle(group.lineWidth));
+    look->append(new NBX::ColorAttribute(group.color));
+    look->append(new NBX::Translation(position));
+    look->append(newMesh(group).get());
+    scene_->append(look.get());
 }
 
 } // namespace ZMT::CORE

@@ -15,6 +15,7 @@ public:
 
     /// `position` is where the vertices count from, in the frame of the scene.
     void append(const FeatureShapes & shapes, const NBX::Vector3Base<double> & position);
+    void append(const FeatureShapes::Group & group, const NBX::Vector3Base<double> & position);
     /// Where others may have left marks in the stencil buffer, before anything is appended.
     void clearMarks();
     void append(NBX::RenderObj * object) { scene_->append(object); }

@@ -17,12 +17,16 @@ using Point = NBX::Vector3Base<double>;
 constexpr unsigned s_size = 2048;  ///< pixels of the view, for what depends on them
 constexpr double s_margin = 100.0; ///< around the features, in pixels
 
+NBX::Bounds boxOf(const std::vector<Point> & points) {
+    NBX::Bounds box;
+    for (const Point & p : points)
+        box += Point(p.x, 0.0, p.z);
+    return box;
+}
+
 NBX::Bounds boxOf(const std::vector<RASTER::VectorFeature> & features) {
     NBX::Bounds box;
-    const auto add = [&](const RASTER::VectorFeature::Line & points) {
-        for (const Point & p : points)
-            box += Point(p.x, 0.0, p.z);
-    };
+    const auto add = [&](const RASTER::VectorFeature::Line & points) { box += boxOf(points); };
     for (const RASTER::VectorFeature & feature : features) {
         add(feature.points);
         for (const auto & line : feature.lines)
@@ -56,6 +60,22 @@ void MovingFeatures::set(const std::vector<Group> & groups, double metresPerPixe
         const Point inTerrain = frame_.fromGeo(center);
         scene.append(shapes, {inTerrain.x, 0.0, inTerrain.z});
     }
+    node_->append(scene.scene().get());
+}
+
+void MovingFeatures::set(const std::vector<Point> & corners, const NBX::Color & color) {
+    node_->clear();
+    const NBX::Bounds box = boxOf(corners);
+    if (!box.isDefined()) return;
+    const Point center = box.center(), inTerrain = frame_.fromGeo(center);
+    FeatureShapes::Group group;
+    group.color = color;
+    group.vertices.reserve(corners.size() * 3);
+    for (const Point & p : corners)
+        group.vertices.insert(group.vertices.end(), {float(p.x - center.x), 0.0F, float(p.z - center.z)});
+    FeatureSceneGL scene;
+    scene.clearMarks();
+    scene.append(group, {inTerrain.x, 0.0, inTerrain.z});
     node_->append(scene.scene().get());
 }
 

@@ -89,4 +89,21 @@ TEST(MovingFeatures, WithoutASizeOfPixelsThereIsNothing) {
     EXPECT_EQ(reports.size(), 3U);
 }
 
+TEST(MovingFeatures, TrianglesTakeThePlaceOfFeatures) {
+    MovingFeatures moving{LocalFrame(s_origin)};
+    moving.set({group("width=1", line({0.0, 0.0, 0.0}, {5000.0, 0.0, 5000.0}))}, 2.0);
+    moving.set({s_origin + Point(10.0, 40.0, 20.0), s_origin + Point(110.0, 50.0, 20.0),
+                s_origin + Point(10.0, 60.0, 320.0)},
+               NBX::Color(0.0F, 0.0F, 1.0F, 0.5F));
+    const NBX::Bounds box = boxOf(moving);
+    EXPECT_DOUBLE_EQ(box.getLLF().x, 10.0);
+    EXPECT_DOUBLE_EQ(box.getURB().x, 110.0);
+    EXPECT_DOUBLE_EQ(box.getLLF().z, 20.0);
+    EXPECT_DOUBLE_EQ(box.getURB().z, 320.0);
+    EXPECT_DOUBLE_EQ(box.getLLF().y, 0.0) << "level";
+    EXPECT_DOUBLE_EQ(box.getURB().y, 0.0);
+    moving.set({}, NBX::Color(0.0F, 0.0F, 1.0F, 0.5F));
+    EXPECT_FALSE(boxOf(moving).isDefined());
+}
+
 } // namespace

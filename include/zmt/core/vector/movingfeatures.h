@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include <nbx/math/color.h>
+#include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/frame/localframe.h>
@@ -27,6 +29,8 @@ public:
     /// The lowest group first; within one, areas lie below lines, and these below symbols. Symbols, and lines
     /// of more than some pixels, are as large as if a pixel were `metresPerPixel` wide on the ground.
     void set(const std::vector<Group> & groups, double metresPerPixel);
+    /// Triangles in their place, three corners each, in geo coordinates. They do not overlap.
+    void set(const std::vector<NBX::Vector3Base<double>> & corners, const NBX::Color & color);
     /// The object is the same for ever.
     const NBX::SO<NBX::SceneThing> & node() const { return node_; }
 
