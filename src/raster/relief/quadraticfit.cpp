@@ -56,7 +56,8 @@ void addColumns(const std::vector<double> & kernel, const float * const * rows, 
 
 QuadraticFit::QuadraticFit(unsigned windowSize) : mean_(binomialWeights(usableSize(windowSize))) {
     const std::size_t size = mean_.size();
-    const double middle = double(size / 2);
+    const std::size_t reach = size / 2;
+    const auto middle = static_cast<double>(reach);
     double m2 = 0.0, m4 = 0.0;
     for (std::size_t i = 0; i < size; ++i) {
         const double x = double(i) - middle;

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include <nbx/image/memoryimage.h>
+#include <zmt/raster/relief/morphologicalparameters.h>
+#include <zmt/util/hachures/hachuresettings.h>
+
+#include "util/hachures/brush.h"
+
+/// Hachures step by step, as slow as plain: what the fast ones are held against.
+class PlainHachures {
+public:
+    using Raster = ZMT::RASTER::SimpleRasterData<float>;
+    using Settings = ZMT::UTIL::HachureSettings;
+    PlainHachures(const Raster & heights, unsigned columns, unsigned lines, const Settings & how,
+                  const NBX::SO<NBX::Image> & with)
+        : raster(heights), width(columns), height(lines), settings(how), brush(with) {}
+
+    NBX::SO<NBX::Image> draw() {
+        picture = white();
+        mask = white();
+        NBX::SO<NBX::Image> maskBrush;
+        if (!settings.overlapping)
+            maskBrush = ZMT::UTIL::Brush::createRound(brush->width() * settings.spacingFactor,
+                                                      brush->height() * settings.spacingFactor);
+        parameters = new ZMT::RASTER::MorphologicalParameters(&raster, float(settings.scaling),
+                                                              settings.windowSize, float(settings.tolerance));
+        ratio = double(width) / raster.cellsX() * raster.cellsY() / height;
+        std::vector<Pixel> seeds;
+        for (unsigned y = 0; y < raster.cellsY(); ++y)
+            for (unsigned x = 0; x < raster.cellsX(); ++x)
+                if (!raster.isUndefValue(raster.value(x, y))) seeds.push_back({int(x), int(y)});
+        std::stable_sort(seeds.begin(), seeds.end(),
+                         [&](Pixel a, Pixel b) { return heightOf(a) > heightOf(b); });
+        for (std::size_t i = 0; i < seeds.size(); i += settings.seedStep)
+            drawFrom(seeds[i], maskBrush);
+        return picture;
+    }
+
+private:
+    struct Pixel {
+        int x, y;
+    };
+
+    NBX::SO<NBX::Image> white() const {
+        NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(width), int(height), NBX::LS_Luminance));
+        for (unsigned y = 0; y < height; ++y)
+            std::memset(image->lineComponentsU8(int(y)), 255, width);
+        return image;
+    }
+    double heightOf(Pixel cell) const { return raster.value(unsigned(cell.x), unsigned(cell.y)); }
+    /// NaN where it is nothing.
+    double valueAt(const Raster & values, double px, double py) const {
+        const double x = px * (raster.cellsX() - 1.0) / (width - 1.0);
+        const double y = py * (raster.cellsY() - 1.0) / (height - 1.0);
+        return values.value(values.minX() + x * values.cellSizeX(), values.minY() + y * values.cellSizeY());
+    }
+    double bandOf(double value) const {
+        return std::floor((value * settings.scaling - settings.baseHeight) / settings.heightInterval);
+    }
+
+    std::vector<Pixel> walk(double & x, double & y, double band, bool isFirst) {
+        std::vector<Pixel> points;
+        for (unsigned counter = 0;
+             counter < settings.maxNSteps / 2 && x >= 0 && y >= 0 && x < width - 1.5 && y < height - 1.5;
+             ++counter) {
+            double dx = valueAt(*parameters->coefficientX(), x, y);
+            double dy = valueAt(*parameters->coefficientY(), x, y);
+            const double slope = valueAt(*parameters->slope(), x, y);
+            const double curvature = valueAt(*parameters->crossSectionCurvature(), x, y);
+            const double value = valueAt(raster, x, y);
+            if (std::isnan(dx) || std::isnan(dy) || std::isnan(slope) || std::isnan(curvature)) break;
+            if (!(slope > settings.minSlope)) break;
+            if (!(curvature > settings.minCurvature && curvature < settings.maxCurvature)) break;
+            if (raster.isUndefValue(value) || bandOf(value) != band) break;
+            dx *= ratio;
+            if (dx != 0.0 && dy != 0.0) {
+                const double length = std::hypot(dx, dy);
+                dx /= length;
+                dy /= length;
+            }
+            int px = int(std::floor(x + 0.5)), py = int(std::floor(y + 0.5));
+            x -= dx;
+            y -= dy;
+            if (isFirst && x - px > 0.5) ++px;
+            if (isFirst && y - py > 0.5) ++py;
+            if (!settings.overlapping && *mask->pixelComponentsU8(px, py) != 255) break;
+            points.push_back({px, py});
+        }
+        return points;
+    }
+
+    void drawFrom(Pixel seed, const NBX::SO<NBX::Image> & maskBrush) {
+        double x = seed.x * (width - 1.0) / (raster.cellsX() - 1.0);
+        double y = seed.y * (height - 1.0) / (raster.cellsY() - 1.0);
+        const double band = bandOf(heightOf(seed));
+        const std::vector<Pixel> first = walk(x, y, band, true), second = walk(x, y, band, false);
+        std::vector<Pixel> points;
+        for (std::size_t i = first.size(); i-- > 1;)
+            points.push_back(first[i]);
+        points.insert(points.end(), second.begin(), second.end());
+        if (points.size() < settings.minNSteps) return;
+        const int end =
+            settings.fullLength ? int(points.size()) : int(points.size()) - brush->width() / 2 - 1;
+        for (int i = settings.fullLength ? 0 : brush->width() / 2 + 1; i < end; ++i)
+            ZMT::UTIL::Brush::stamp(*brush, points[std::size_t(i)].x, points[std::size_t(i)].y, *picture);
+        if (settings.overlapping) return;
+        for (const Pixel & point : points)
+            ZMT::UTIL::Brush::stamp(*maskBrush, point.x, point.y, *mask);
+    }
+
+    const Raster & raster;
+    unsigned width, height;
+    Settings settings;
+    NBX::SO<NBX::Image> brush;
+    NBX::SO<NBX::Image> picture, mask;
+    NBX::SO<ZMT::RASTER::MorphologicalParameters> parameters;
+    double ratio = 1.0;
+};
