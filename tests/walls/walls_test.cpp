@@ -80,6 +80,7 @@ constexpr auto order = std::to_array<std::string_view>({
     "zmt/util",
     "zmt/util/compressedtexture",
     "zmt/util/hachures",
+    "zmt/util/mesh",
     "zmt/util/validation",
     "zmt/util/mapping",
     "zmt/util/occlusion",
