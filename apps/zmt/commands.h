@@ -7,6 +7,7 @@ class App;
 // Each adds one sub-command, whose callback runs it.
 void addRenderCommand(CLI::App & app);
 void addLodCommand(CLI::App & app);
+void addMeshCommand(CLI::App & app);
 void addInfoCommand(CLI::App & app);
 void addPickCommand(CLI::App & app);
 void addBuildCommand(CLI::App & app);

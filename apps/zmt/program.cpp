@@ -79,6 +79,7 @@ int runProgram(int argc, const char * const * argv) {
     app.require_subcommand(1);
     addRenderCommand(app);
     addLodCommand(app);
+    addMeshCommand(app);
     addInfoCommand(app);
     addPickCommand(app);
     addBuildCommand(app);
