@@ -1,6 +1,10 @@
 #include <nbx/object/stringutils.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <optional>
+
+#include "codepage.h"
 
 namespace NBX {
 
@@ -26,21 +30,21 @@ void appendUtf8(std::string & out, std::uint32_t c) {
     }
 }
 
-/// Takes one character off the front of `text`.
-std::uint32_t takeUtf8(std::string_view & text) {
+/// Takes one character off the front of `text`, or one byte that begins none.
+std::optional<std::uint32_t> takeUtf8(std::string_view & text) {
     const auto first = static_cast<unsigned char>(text.front());
     text.remove_prefix(1);
     if (first < 0x80) return first;
     const unsigned tails = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-    if (first < 0xC2 || first > 0xF4 || text.size() < tails) return s_replacement;
+    if (first < 0xC2 || first > 0xF4 || text.size() < tails) return {};
     std::uint32_t c = first & (0x3F >> tails);
     for (unsigned i = 0; i < tails; ++i) {
         const auto next = static_cast<unsigned char>(text[i]);
-        if ((next & 0xC0) != 0x80) return s_replacement;
+        if ((next & 0xC0) != 0x80) return {};
         c = (c << 6) | (next & 0x3F);
     }
     static constexpr std::uint32_t s_least[] = {0, 0x80, 0x800, 0x10000};
-    if (c < s_least[tails] || !isScalarValue(c)) return s_replacement;
+    if (c < s_least[tails] || !isScalarValue(c)) return {};
     text.remove_prefix(tails);
     return c;
 }
@@ -61,8 +65,30 @@ std::wstring StringUtils::Utf8String2WString(std::string_view text) {
     std::wstring result;
     result.reserve(text.size());
     while (!text.empty())
-        result.push_back(static_cast<wchar_t>(takeUtf8(text)));
+        result.push_back(static_cast<wchar_t>(takeUtf8(text).value_or(s_replacement)));
     return result;
+}
+
+bool StringUtils::isUtf8(std::string_view text) {
+    while (!text.empty())
+        if (!takeUtf8(text)) return false;
+    return true;
+}
+
+std::wstring StringUtils::String2WString(std::string_view text) {
+    if (const auto & page = CodePage::ofUser()) return page->decode(text);
+    return isUtf8(text) ? Utf8String2WString(text) : CodePage::windows1252().decode(text);
+}
+
+std::vector<std::wstring> StringUtils::Split(std::wstring_view text, wchar_t separator) {
+    std::vector<std::wstring> parts;
+    parts.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), separator)) + 1);
+    for (std::size_t end = text.find(separator); end != text.npos; end = text.find(separator)) {
+        parts.emplace_back(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+    parts.emplace_back(text);
+    return parts;
 }
 
 } // namespace NBX

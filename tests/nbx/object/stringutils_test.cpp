@@ -44,4 +44,30 @@ TEST(StringUtils, BadBytesBecomeReplacementCharacters) {
     EXPECT_EQ(StringUtils::WString2Utf8String(std::wstring(1, wchar_t(-1))), "\xEF\xBF\xBD");
 }
 
+TEST(StringUtils, KnowsWhatIsUtf8) {
+    for (const char * text : {"", "abc", "\xC3\xBC", "\xEF\xBF\xBD", "\xF4\x8F\xBF\xBF"})
+        EXPECT_TRUE(StringUtils::isUtf8(text)) << text;
+    for (const char * text : {"\xFC", "\xC3", "a\x80z", "\xC0\xAF", "\xED\xA0\x80", "\xF5\x80\x80\x80"})
+        EXPECT_FALSE(StringUtils::isUtf8(text)) << text;
+}
+
+TEST(StringUtils, PartsLieBetweenSeparators) {
+    using Parts = std::vector<std::wstring>;
+    const struct {
+        std::wstring text;
+        Parts parts;
+    } rows[] = {
+        {L"", {L""}},
+        {L"a", {L"a"}},
+        {L"=", {L"", L""}},
+        {L"a=", {L"a", L""}},
+        {L"=b", {L"", L"b"}},
+        {L"a = b", {L"a ", L" b"}},
+        {L"a==b", {L"a", L"", L"b"}},
+        {L"a=b=c", {L"a", L"b", L"c"}},
+    };
+    for (const auto & row : rows)
+        EXPECT_EQ(StringUtils::Split(row.text, L'='), row.parts);
+}
+
 } // namespace
