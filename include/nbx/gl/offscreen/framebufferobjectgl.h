@@ -42,6 +42,20 @@ public:
     /// the frame buffer and the viewport that `bind` found; the calls nest.
     void bind(EngineGL * engine) const;
     void unbind(EngineGL * engine) const;
+    /// Bound for the life of a block, also where what is drawn in it throws.
+    class Scope {
+    public:
+        Scope(EngineGL * engine, const FrameBufferObjectGL & object) : engine_(engine), object_(object) {
+            object_.bind(engine_);
+        }
+        ~Scope() { object_.unbind(engine_); }
+        Scope(const Scope &) = delete;
+        Scope & operator=(const Scope &) = delete;
+
+    private:
+        EngineGL * engine_;
+        const FrameBufferObjectGL & object_;
+    };
     /// Reads colour `index` into `target`, which has this size; see `FrameReaderGL` for its format. False for
     /// other images, which are reported.
     bool renderImage(EngineGL * engine, Image * target, unsigned index = 0) const;

@@ -35,6 +35,13 @@ bool isNavigated(const NBX::Engine & engine) {
     return flag && flag->getValue();
 }
 
+NBX::Bounds boxOf(const TerrainPaintingGL::TexturedGeometries & geometries) {
+    NBX::Bounds box;
+    for (const auto & geometry : geometries)
+        box += geometry->boundingBox();
+    return box;
+}
+
 } // namespace
 
 TerrainPaintingGL::TerrainPaintingGL(NBX::Engine * engine)
@@ -48,7 +55,8 @@ TerrainPaintingGL::TerrainPaintingGL(NBX::Engine * engine)
     viewportWidth_ = area.getWidth();
     viewportHeight_ = area.getHeight();
     readEffects();
-    readTexturedGeometries();
+    texturedGeometries_ = texturedGeometriesOf(*engine);
+    texturedBox_ = boxOf(texturedGeometries_);
 }
 
 TerrainPaintingGL::Point TerrainPaintingGL::nearPoint(const NBX::ViewInfo & viewInfo) {
@@ -61,15 +69,18 @@ void TerrainPaintingGL::readEffects() {
         if (auto effect = NBX::soCast<TerrainTexturingEffect>(stack->get(i - 1))) effects_.push_back(effect);
 }
 
-void TerrainPaintingGL::readTexturedGeometries() {
+TerrainPaintingGL::TexturedGeometries TerrainPaintingGL::texturedGeometriesOf(const NBX::Engine & engine) {
     const NBX::ID & name = TerrainTexturedGeometry::ClassNameNBX();
-    for (unsigned i = 0; i < engine_->polyAttributeCount(name, NBX::Engine::PS_All); ++i) {
-        auto * geometry =
-            dynamic_cast<TerrainTexturedGeometry *>(engine_->polyAttribute(name, i, NBX::Engine::PS_All));
-        if (!geometry) continue;
-        texturedGeometries_.push_back(geometry);
-        texturedBox_ += geometry->boundingBox();
-    }
+    TexturedGeometries geometries;
+    for (unsigned i = 0; i < engine.polyAttributeCount(name, NBX::Engine::PS_All); ++i)
+        if (auto * geometry =
+                dynamic_cast<TerrainTexturedGeometry *>(engine.polyAttribute(name, i, NBX::Engine::PS_All)))
+            geometries.emplace_back(geometry);
+    return geometries;
+}
+
+NBX::Bounds TerrainPaintingGL::boxOfTexturedGeometries(const NBX::Engine & engine) {
+    return boxOf(texturedGeometriesOf(engine));
 }
 
 bool TerrainPaintingGL::isIdle() const {

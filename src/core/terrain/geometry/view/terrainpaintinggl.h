@@ -65,6 +65,8 @@ public:
     const TexturedGeometries & texturedGeometries() const { return texturedGeometries_; }
     /// The box of them all.
     const NBX::Bounds & texturedBox() const { return texturedBox_; }
+    /// Of an engine outside of a painting.
+    static NBX::Bounds boxOfTexturedGeometries(const NBX::Engine & engine);
     /// Appends the draped triangles inside `box`; false when there are none.
     bool appendTexturedGeometries(NBX::SceneThing & thing, const NBX::Bounds & box) const;
 
@@ -80,7 +82,7 @@ public:
 
 private:
     void readEffects();
-    void readTexturedGeometries();
+    static TexturedGeometries texturedGeometriesOf(const NBX::Engine & engine);
     bool ignoresPrevious(const TerrainTexturingEffect & effect, const GeometryPatch & patch,
                          const Point & eye) const;
 

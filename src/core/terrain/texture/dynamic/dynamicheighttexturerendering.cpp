@@ -6,6 +6,7 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/errorhandler.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/texture/dynamic/heightlevel.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
@@ -25,15 +26,28 @@ using Point = NBX::Vector3Base<double>;
 constexpr unsigned s_mostTexels = 4096; ///< of a side
 constexpr float s_noHeight = -9999.0F;
 
-/// Heights of every `step`th vertex. Sets `hasHoles` where one of them is undefined.
-NBX::SO<NBX::MemoryImage> heightImage(const GridData & grid, double level, unsigned step, bool & hasHoles) {
-    NBX::SO<NBX::MemoryImage> image(new NBX::MemoryImage(static_cast<int>((grid.sizeX() - 1) / step + 1),
-                                                         static_cast<int>((grid.sizeY() - 1) / step + 1),
+/// Of vertices along a side, how many are taken, the first and the last one among them, evenly.
+unsigned takenOf(unsigned vertices) {
+    return std::min(vertices, s_mostTexels);
+}
+
+/// How many vertices one that is taken comes after the one before.
+double stepOf(unsigned vertices) {
+    return (vertices - 1.0) / (takenOf(vertices) - 1.0);
+}
+
+/// Sets `hasHoles` where a height is undefined.
+NBX::SO<NBX::MemoryImage> heightImage(const GridData & grid, double level, bool & hasHoles) {
+    NBX::SO<NBX::MemoryImage> image(new NBX::MemoryImage(static_cast<int>(takenOf(grid.sizeX())),
+                                                         static_cast<int>(takenOf(grid.sizeY())),
                                                          NBX::LS_Luminance, NBX::Image::Float));
+    const auto vertex = [](int texel, unsigned vertices) {
+        return static_cast<unsigned>(std::lround(texel * stepOf(vertices)));
+    };
     for (int y = 0; y < image->height(); ++y) {
         auto * line = static_cast<float *>(static_cast<NBX::Image &>(*image).lineComponents(y));
         for (int x = 0; x < image->width(); ++x) {
-            const double height = grid.vertex(unsigned(x) * step, unsigned(y) * step).y;
+            const double height = grid.vertex(vertex(x, grid.sizeX()), vertex(y, grid.sizeY())).y;
             const bool isHeight = std::isfinite(height) && !grid.isUndefinedHeightValue(height);
             if (!isHeight) hasHoles = true;
             line[x] = isHeight ? static_cast<float>(height - level) : s_noHeight;
@@ -67,15 +81,15 @@ NBX::SO<TerrainTexture> DynamicHeightTextureRendering::CreateHeightTexture(const
                                                                            double level) {
     NBX_CHECK(grid, L"no grid");
     if (!grid || grid->sizeX() < 2 || grid->sizeY() < 2) return nullptr;
-    const unsigned step = (std::max(grid->sizeX(), grid->sizeY()) - 2) / (s_mostTexels - 1) + 1;
     bool hasHoles = false;
-    const NBX::SO<NBX::MemoryImage> image = heightImage(*grid, level, step, hasHoles);
+    const NBX::SO<NBX::MemoryImage> image = heightImage(*grid, level, hasHoles);
     // Heights are not mixed with those that stand for none.
     const auto filter = hasHoles ? NBX::TextureGL::FM_Nearest : NBX::TextureGL::FM_Linear;
     const NBX::SO<NBX::TextureGL> texture(new NBX::ImageTexture2DGL(
         image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge, filter, filter));
     // A texel lies about its vertex.
-    const Point cell(grid->scale().x * step, 0.0, grid->scale().z * step), half = cell * 0.5;
+    const Point cell(grid->scale().x * stepOf(grid->sizeX()), 0.0, grid->scale().z * stepOf(grid->sizeY()));
+    const Point half = cell * 0.5;
     const Point last(cell.x * (image->width() - 1), 0.0, cell.z * (image->height() - 1));
     return new SimpleTerrainTexture(texture, NBX::Bounds(-half, last + half), NBX::Matrix4x4Base<double>());
 }
@@ -141,7 +155,12 @@ bool DynamicHeightTextureRendering::render(const NBX::SO<NBX::EngineGL> & engine
     if (!engine || !isPossible(*engine)) return false;
     NBX_CHECK(engine->viewport(), L"no viewport");
     if (!engine->viewport()) return false;
-    return impl_->render(*engine, {terrain_, heightLevel(), lightDirection_, showsPattern_});
+    if (!TerrainPainterGLSettings::renderingEnabled()) return true;
+    if (impl_->render(*engine, {terrain_, heightLevel(), lightDirection_, showsPattern_})) return true;
+    if (!impl_->isTold)
+        NBX_FAILURE(L"the graphics driver cannot draw into the targets of floats; drape by a VectorTexture");
+    impl_->isTold = true;
+    return false;
 }
 
 } // namespace ZMT::CORE

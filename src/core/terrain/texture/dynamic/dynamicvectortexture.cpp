@@ -12,6 +12,8 @@
 
 #include <zmt/core/terrain/texture/dynamic/dynamicvectortexture.h>
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -22,6 +24,7 @@
 #include <nbx/scene/view/viewinfo.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 
+#include "core/terrain/geometry/view/terrainpaintinggl.h"
 #include "core/terrain/texture/vector/vectortexturecanvasgl.h"
 #include "dynamicvectorhud.h"
 #include "dynamicvectortargetgl.h"
@@ -59,6 +62,15 @@ NBX::SO<const GeometryPatch> topOf(const GeometryPatch & patch) {
     return top;
 }
 
+/// Draped triangles rise above their terrain, and show its textures as well.
+NBX::Bounds withDraped(const NBX::Bounds & terrain, const NBX::Bounds & draped) {
+    if (!terrain.isDefined() || !draped.isDefined()) return terrain;
+    const Point low = terrain.getLLF(), high = terrain.getURB();
+    const NBX::Bounds column({low.x, std::min(low.y, draped.getLLF().y), low.z},
+                             {high.x, std::max(high.y, draped.getURB().y), high.z});
+    return column.intersects(draped) ? column : terrain;
+}
+
 } // namespace
 
 class DynamicVectorTexture::Target : public DynamicVectorTargetGL {
@@ -74,10 +86,12 @@ struct DynamicVectorTexture::Request {
     bool inMotion, asynchronous;
 
     std::optional<TrapezoidFit::Trapezoid> trapezoid(const NBX::Bounds & terrains,
-                                                     const NBX::SO<const GeometryPatch> & top) const {
+                                                     const NBX::SO<const GeometryPatch> & top,
+                                                     const NBX::Bounds & draped) const {
+        const double nearest =
+            std::min(NearestGround::distance(top, *viewInfo), std::sqrt(viewInfo->distance2(draped)));
         return TrapezoidFit::trapezoid((viewInfo->projection() * viewInfo->modelView()).inverse(),
-                                       terrains.getLLF().y, terrains.getURB().y,
-                                       NearestGround::distance(top, *viewInfo), terrains);
+                                       terrains.getLLF().y, terrains.getURB().y, nearest, terrains);
     }
 };
 
@@ -133,32 +147,36 @@ NBX::SO<NBX::TextureGL> DynamicVectorTexture::requestImpl(const GeometryPatch * 
                                                           bool asynchronous, bool & incomplete) const {
     NBX_CHECK(patch, L"no geometry-patch");
     NBX_CHECK(engine, L"no engine");
+    NBX_CHECK(viewInfo, L"no view-info");
     // A scene with a terrain that shows the scene would have no end.
-    if (!patch || !engine || VectorTextureScopeGL::isActive()) return nullptr;
+    if (!patch || !engine || !viewInfo || VectorTextureScopeGL::isActive()) return nullptr;
     if (!scene_ && !raster()) return nullptr;
-    if (frame_ != s_frame || engine_.lock() != engine)
-        drawFor({engine, viewInfo, width, height, textureError, inMotion, asynchronous}, *patch);
+    const bool isDrawn = frame_ == s_frame && engine_.lock() == engine;
+    if (!isDrawn && !drawFor({engine, viewInfo, width, height, textureError, inMotion, asynchronous}, *patch))
+        return nullptr;
     if (isIncomplete_) incomplete = true;
     return target_ ? target_->texture() : nullptr;
 }
 
-void DynamicVectorTexture::drawFor(const Request & request, const GeometryPatch & patch) const {
+bool DynamicVectorTexture::drawFor(const Request & request, const GeometryPatch & patch) const {
     const NBX::SO<const GeometryPatch> top = topOf(patch);
-    const NBX::Bounds terrain = top->boundingBox();
-    if (!terrain.isDefined()) return;
+    const NBX::Bounds draped = TerrainPaintingGL::boxOfTexturedGeometries(*request.engine);
+    const NBX::Bounds terrain = withDraped(top->boundingBox(), draped);
+    if (!terrain.isDefined()) return false;
     const bool isFurther = isOfThisPicture(request.engine);
     if (!isFurther) terrains_ = NBX::Bounds();
     terrains_ += terrain;
-    const auto trapezoid = request.trapezoid(terrains_, top);
+    const auto trapezoid = request.trapezoid(terrains_, top, draped);
     Matrix matrix;
     if (trapezoid) TrapezoidFit::fit(*trapezoid, matrix);
     frame_ = s_frame;
-    if (isFurther && matrix == textureMatrix_) return;
+    if (isFurther && matrix == textureMatrix_) return true;
     textureMatrix_ = matrix;
     engine_ = request.engine;
     picture_ = NBX::SO<const NBX::MonoAttribute>(request.engine->getAttribute(NBX::Canvas::ClassNameNBX()));
     DynamicVectorHud::note(request.engine, trapezoid);
     draw(request);
+    return true;
 }
 
 void DynamicVectorTexture::draw(const Request & request) const {

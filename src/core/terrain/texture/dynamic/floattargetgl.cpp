@@ -28,10 +28,9 @@ FloatTargetGL::FloatTargetGL(NBX::EngineGL * engine, unsigned size)
 }
 
 void FloatTargetGL::drawInto(NBX::EngineGL * engine, const std::function<void()> & draw) const {
-    target_->bind(engine);
+    const NBX::FrameBufferObjectGL::Scope scope(engine, *target_);
     clear();
     draw();
-    target_->unbind(engine);
     pixels_->texture()->contentChanged();
 }
 

@@ -274,7 +274,7 @@ Matrix HeightPassesGL::stretched(const Matrix & fit) const {
 
 void HeightPassesGL::drawTexture(const Matrix & fit, const Pass & pass) {
     const Matrix trapMat = TrapezoidFit::squareToClip() * fit;
-    card_->textureTarget->bind(&pass.engine);
+    const NBX::FrameBufferObjectGL::Scope scope(&pass.engine, *card_->textureTarget);
     glClearColor(1.0F, 1.0F, 1.0F, 1.0F);
     glClear(GL_COLOR_BUFFER_BIT);
     if (pass.painting.hasEffects()) {
@@ -295,7 +295,6 @@ void HeightPassesGL::drawTexture(const Matrix & fit, const Pass & pass) {
                               .get());
         pass.draw(*textureGraph_, *textureTf_, trapMat);
     }
-    card_->textureTarget->unbind(&pass.engine);
     card_->texture->texture()->contentChanged();
 }
 

@@ -37,13 +37,12 @@ HeightReductionGL::VertexData HeightReductionGL::reduce(NBX::EngineGL * engine, 
         setSize(program, "targetViewport", level.target->width());
         if (!program.use()) return result;
         from->bind(engine);
-        level.target->bind(engine);
+        const NBX::FrameBufferObjectGL::Scope scope(engine, *level.target);
         glRecti(-1, -1, 1, 1);
         if (level.target->width() == 1) {
             glReadBuffer(GL_COLOR_ATTACHMENT0_EXT);
             glReadPixels(0, 0, 1, 1, GL_RGBA, GL_FLOAT, &result);
         }
-        level.target->unbind(engine);
         from = level.pixels->texture().get();
     }
     return result;

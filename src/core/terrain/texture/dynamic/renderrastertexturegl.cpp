@@ -128,6 +128,7 @@ NBX::Bounds RenderRasterTexture::area(const NBX::Bounds & terrain) const {
 
 RenderRasterTexture::Pieces RenderRasterTexture::request(TrapezoidPass & pass) const {
     Pieces pieces;
+    if (!pass.view) return pieces;
     patches_.walk(
         area(pass.terrain), *pass.view,
         [&](const GeometryPatch & patch, const Point & eye) {

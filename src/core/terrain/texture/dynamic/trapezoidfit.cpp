@@ -32,10 +32,20 @@ constexpr std::array<std::array<unsigned, 2>, 12> s_edges = {
 /// Of a view of length 1; below it rounding decides where it shows to in plan.
 constexpr double s_leastPlanLength = 1e-6;
 
+/// A view without a far plane is cut half a billion times as far off as its near plane.
+constexpr double s_endless = 1e-9;
+
+/// A corner of the cube, or of a plane through it, in the frame of the ground.
+Point corner(const Matrix & m, double x, double y, double z) {
+    const auto fourth = [&](double depth) { return m(3, 0) * x + m(3, 1) * y + m(3, 2) * depth + m(3, 3); };
+    const bool isEndless = z > 0.0 && std::abs(fourth(z)) < s_endless * std::abs(fourth(-z));
+    return m * Point(x, y, isEndless ? z - 4.0 * s_endless : z);
+}
+
 std::array<Point, 8> cornersOfVolume(const Matrix & m) {
     std::array<Point, 8> corners;
     for (unsigned i = 0; i < 8; ++i)
-        corners[i] = m * Point(i & 4U ? 1.0 : -1.0, i & 2U ? 1.0 : -1.0, i & 1U ? 1.0 : -1.0);
+        corners[i] = corner(m, i & 4U ? 1.0 : -1.0, i & 2U ? 1.0 : -1.0, i & 1U ? 1.0 : -1.0);
     return corners;
 }
 
@@ -52,7 +62,7 @@ Point inPlan(const Point & direction) {
 
 /// Where the view shows to in plan, length 1; straight down, where the upper border of the picture lies.
 Point planDirection(const Matrix & m) {
-    const Point view = inPlan((m * Point(0.0, 0.0, 1.0) - m * Point(0.0, 0.0, -1.0)).normalized());
+    const Point view = inPlan((corner(m, 0.0, 0.0, 1.0) - corner(m, 0.0, 0.0, -1.0)).normalized());
     if (view.length() > s_leastPlanLength) return view.normalized();
     const Point up = inPlan((m * Point(0.0, 1.0, -1.0) - m * Point(0.0, -1.0, -1.0)).normalized());
     return up.length() > s_leastPlanLength ? up.normalized() : Point(1.0, 0.0, 0.0);

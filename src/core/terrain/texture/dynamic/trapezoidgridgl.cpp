@@ -46,6 +46,7 @@ TrapezoidGridGL::TrapezoidGridGL(NBX::EngineGL * engine, unsigned size)
     : size_(size), target_(engine, size),
       shape_(new NBX::GL2::AttributedShape(NBX::VertexAttributeShapeGL::PT_Triangles,
                                            NBX::Bounds(Point(0.0, 0.0, 0.0), Point(1.0, 1.0, 0.0)))) {
+    if (!isUsable()) return;
     const std::vector<XY> places = placesOf(size);
     shape_->setAttribute("gridXY", new NBX::VertexAttributeBufferObjectGL<XY>(
                                        engine, static_cast<unsigned>(places.size()), places.data()));

@@ -17,7 +17,7 @@ class TrapezoidGridGL {
 public:
     using Matrix = NBX::Matrix4x4Base<double>;
 
-    /// `size` vertices along each side, at least 2.
+    /// `size` vertices along each side, at least 2. There is no mesh where the driver has no such target.
     TrapezoidGridGL(NBX::EngineGL * engine, unsigned size);
 
     unsigned size() const { return size_; }

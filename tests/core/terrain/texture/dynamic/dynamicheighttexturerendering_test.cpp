@@ -1,5 +1,7 @@
 #include <zmt/core/terrain/texture/dynamic/dynamicheighttexturerendering.h>
 
+#include <stdexcept>
+
 #include <zmt/core/terrain/texture/dynamic/heightlevel.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
@@ -337,6 +339,61 @@ TEST_F(DynamicHeightTextureRenderingTest, TheStateIsAsItWasFound) {
     EXPECT_FALSE(canvas->redisplayPending());
 }
 
+TEST_F(DynamicHeightTextureRenderingTest, TheStateIsAsItWasFoundWhereItsSceneThrows) {
+    layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    const SO<SmallRendering> thrown = rendering;
+    bool throws = true;
+    const auto mayThrow = [&](NBX::Engine &) {
+        if (throws) throw std::runtime_error("a shape that fails");
+    };
+    for (const auto & graph : {rendering->terrainHeightSceneGraph(), rendering->terrainTextureSceneGraph()}) {
+        const SO<NBX::SceneNode> node(new LookingNode(mayThrow));
+        graph->append(node.get());
+        throws = false;
+        draw();
+        throws = true;
+        std::vector<int> before, after;
+        int boundBefore = -1, boundAfter = -2;
+        root->replace(root->object(root->objects() - 1), new LookingNode([&](NBX::Engine &) {
+                          before = stateOfGL();
+                          glGetIntegerv(GL_FRAMEBUFFER_BINDING_EXT, &boundBefore);
+                          EXPECT_THROW(thrown->render(engine), std::runtime_error);
+                          glGetIntegerv(GL_FRAMEBUFFER_BINDING_EXT, &boundAfter);
+                          after = stateOfGL();
+                      }));
+        draw();
+        EXPECT_EQ(boundBefore, boundAfter);
+        EXPECT_FALSE(before.empty());
+        EXPECT_EQ(before, after);
+        root->replace(root->object(root->objects() - 1), thrown.get());
+        graph->remove(node.get());
+    }
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, TargetsThatTheDriverDoesNotHaveAreToldOnce) {
+    layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1}, 1U << 18U);
+    draw();
+    EXPECT_FALSE(rendering->lastResult);
+    draw();
+    EXPECT_EQ(reports.count(L"the graphics driver cannot draw into the targets of floats; drape by a "
+                            L"VectorTexture"),
+              1U)
+        << reports;
+    EXPECT_EQ(reports.size(), 1U) << reports;
+    while (glGetError() != GL_NO_ERROR) {
+    }
+    reports.clear();
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, WhereTerrainsAreNotDrawnItIsNot) {
+    layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    EXPECT_GT(pixel(draw(), 64, 64)[3], 0);
+    ZMT::CORE::TerrainPainterGLSettings::enableRendering(false);
+    EXPECT_EQ(pixel(draw(), 64, 64)[3], 0);
+    EXPECT_TRUE(rendering->lastResult);
+    ZMT::CORE::TerrainPainterGLSettings::enableRendering(true);
+}
+
 TEST_F(DynamicHeightTextureRenderingTest, HeightsThatAreTooFarApartAreToldOnceAndNotDrawn) {
     rendering = new SmallRendering(Bounds(Point(0, -10000, 0), Point(1024, 8850, 1024)));
     root->clear();
@@ -385,6 +442,31 @@ TEST_F(DynamicHeightTextureRenderingTest, AHeightTextureHasTheHeightsAboveTheLev
     EXPECT_FALSE(DynamicHeightTextureRendering::CreateHeightTexture(nullptr, 0.0));
     EXPECT_EQ(reports.count(L"no grid"), 1U);
     reports.clear();
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, AThinnedHeightTextureKeepsTheBorders) {
+    const auto wide = TestTerrain::grid({5000, 3, 0.0, 0.0, 10.0, 10.0},
+                                        [](unsigned x, unsigned y) { return x + 0.25 * y; });
+    const auto made = DynamicHeightTextureRendering::CreateHeightTexture(wide.get(), 0.0);
+    const auto * simple = dynamic_cast<const ZMT::CORE::SimpleTerrainTexture *>(made.get());
+    ASSERT_TRUE(simple);
+    simple->texture()->bind(engine.get());
+    std::vector<float> texels(std::size_t(4096) * 3);
+    int width = 0, height = 0;
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
+    glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
+    ASSERT_EQ(width, 4096);
+    ASSERT_EQ(height, 3) << "not more of these than need be";
+    glGetTexImage(GL_TEXTURE_2D, 0, GL_RED, GL_FLOAT, texels.data());
+    glBindTexture(GL_TEXTURE_2D, 0);
+    EXPECT_EQ(texels.front(), 0.0F);
+    EXPECT_EQ(texels[4095], 4999.0F);
+    EXPECT_EQ(texels.back(), 4999.5F);
+    // Its middles are where the heights are, to half a cell.
+    const Bounds box = made->boundingBox();
+    const double texel = box.diagonal().x / 4096.0;
+    for (int i = 0; i < 4096; i += 13)
+        EXPECT_NEAR(box.getLLF().x + (i + 0.5) * texel, 10.0 * texels[std::size_t(i)], 5.001) << i;
 }
 
 TEST_F(DynamicHeightTextureRenderingTest, ExaggerationRaisesTheGround) {

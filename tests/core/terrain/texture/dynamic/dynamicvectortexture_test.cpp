@@ -6,6 +6,7 @@
 #include <nbx/scene/view/ortho.h>
 #include <nbx/text/textshape.h>
 #include <zmt/core/terrain/frame/terrainwatcher.h>
+#include <zmt/core/terrain/geometry/draped/terraintexturedgeometry.h>
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
@@ -82,14 +83,40 @@ TEST_F(DynamicVectorTextureTest, WithoutASceneThereIsNothing) {
     EXPECT_FALSE(isIncomplete);
 }
 
+/// As a tile that is gone.
+class PlacelessPatch : public FakePatch {
+    NBX_TEMPLATE_CLASS(PlacelessPatch, FakePatch)
+public:
+    PlacelessPatch() : FakePatch(NBX::Bounds()) {}
+    NBX::Bounds boundingBox() const override { return {}; }
+};
+
+TEST_F(DynamicVectorTextureTest, WithoutATerrainThereIsNothingAndNoEarlierTextureEither) {
+    add(area(square).get(), NBX::Color(1.0, 0.0, 0.0));
+    bool isIncomplete = false;
+    const auto ask = [&](const GeometryPatch * patch) {
+        begin(engine.get());
+        DynamicVectorTexture::beginFrame({engine.get(), false});
+        return dynamic->request(patch, engine.get(), view.get(), 1000, 1000, 1.0, eye, 1.0, false, false,
+                                isIncomplete);
+    };
+    const SO<PlacelessPatch> gone(new PlacelessPatch);
+    EXPECT_TRUE(ask(tree.get()));
+    EXPECT_FALSE(ask(gone.get()));
+    EXPECT_TRUE(ask(tree.get()));
+}
+
 TEST_F(DynamicVectorTextureTest, WithoutAPatchOrAnEngineThatIsTold) {
     bool isIncomplete = false;
     EXPECT_FALSE(dynamic->request(nullptr, engine.get(), view.get(), 1000, 1000, 1.0, eye, 1.0, false, false,
                                   isIncomplete));
     EXPECT_FALSE(dynamic->request(tree.get(), nullptr, view.get(), 1000, 1000, 1.0, eye, 1.0, false, false,
                                   isIncomplete));
+    EXPECT_FALSE(dynamic->request(tree.get(), engine.get(), nullptr, 1000, 1000, 1.0, eye, 1.0, false, false,
+                                  isIncomplete));
     EXPECT_EQ(reports.count(L"no geometry-patch"), 1U);
     EXPECT_EQ(reports.count(L"no engine"), 1U);
+    EXPECT_EQ(reports.count(L"no view-info"), 1U);
     reports.clear();
 }
 
@@ -311,6 +338,40 @@ TEST_F(DynamicVectorTextureTest, TheScaledTerrainIsWhatTheTrapezoidFits) {
             EXPECT_FALSE(isWhite(p)) << x << ", " << y;
         }
     EXPECT_GT(reds, 3000U);
+}
+
+/// A plate over the ground.
+class DrapedPlate : public ZMT::CORE::TerrainTexturedGeometry {
+    NBX_TEMPLATE_CLASS(DrapedPlate, ZMT::CORE::TerrainTexturedGeometry)
+public:
+    DrapedPlate(const SO<NBX::Shape> & plate) : plate_(plate) {}
+    SO<NBX::SceneNode> geometry(const NBX::Bounds &) const override {
+        SO<NBX::SceneThing> thing(new NBX::SceneThing);
+        thing->append(plate_.get());
+        return thing;
+    }
+    NBX::Bounds boundingBox() const override { return plate_->boundingBox(); }
+
+private:
+    SO<NBX::Shape> plate_;
+};
+
+TEST_F(DynamicVectorTextureTest, DrapedTrianglesAboveTheTerrainShowItToo) {
+    addBoard(s_side);
+    lay({500, 900, -200}, {500, 600, 300});
+    root->insert(1, new DrapedPlate(SO<NBX::Shape>(area(square, 600.0).get())));
+    const SO<NBX::Image> picture = draw();
+    unsigned checked = 0;
+    for (int y = 2; y < s_pixels; y += 2)
+        for (int x = 2; x < s_pixels; x += 2) {
+            const Point p = onPlane(x, y, 600.0);
+            const auto border = [](double at) { return std::abs(std::remainder(at, s_side)); };
+            if (p.y > 1e8 || p.x < 0.0 || p.z < 0.0 || p.x > 1024.0 || p.z > 600.0) continue;
+            if (border(p.x) < 20.0 || border(p.z) < 20.0) continue;
+            ++checked;
+            EXPECT_EQ(isRed(pixel(picture, x, y)), isOnBoard(p, s_side)) << p.x << ", " << p.z;
+        }
+    EXPECT_GT(checked, 300U);
 }
 
 TEST_F(DynamicVectorTextureTest, OpacityInThePictureIsThatOfTheArea) {

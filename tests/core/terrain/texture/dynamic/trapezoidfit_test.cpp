@@ -350,6 +350,21 @@ TEST(TrapezoidFit, AnEndOfTheGroundDoesNotTurnTheLegs) {
     }
 }
 
+TEST(TrapezoidFit, AViewWithoutAFarPlaneHasTheGroundItSees) {
+    const double f = 1.0 / std::tan(25.0 * std::numbers::pi / 180.0);
+    const Matrix endless({f, 0, 0, 0, 0, f, 0, 0, 0, 0, -1, -4, 0, 0, -1, 0});
+    const NBX::Bounds ground({-5000, 0, -3000}, {25000, 100, 3000});
+    for (const Point & target : {Point(1000, 0, 0), Point(1000, 500, 300), Point(0.0, 0.0, 0.0)}) {
+        const Matrix m = fromClip({0, 500, 0}, target, {0, 1, 0.1}, endless);
+        const Matrix bounded = fromClip({0, 500, 0}, target, {0, 1, 0.1}, perspective(50, 1.0, 2.0, 1e6));
+        const auto found = TrapezoidFit::trapezoid(m, 0.0, 100.0, 0.0, ground);
+        const auto expected = TrapezoidFit::trapezoid(bounded, 0.0, 100.0, 0.0, ground);
+        ASSERT_TRUE(found && expected) << target.x;
+        for (unsigned i = 0; i < 4; ++i)
+            EXPECT_LE((found->corners[i] - expected->corners[i]).length(), 5.0) << i;
+    }
+}
+
 TEST(TrapezoidFit, RandomViewsAreCovered) {
     std::mt19937 random(20);
     std::uniform_real_distribution<double> any(-1.0, 1.0);

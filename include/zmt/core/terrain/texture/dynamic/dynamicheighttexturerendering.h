@@ -56,7 +56,7 @@ public:
     static NBX::SO<NBX::Shape> CreateRasterHeightShape(const NBX::SO<TerrainTexture> & texture);
     /// A texture of the heights of a grid, with the height `level` as 0, in the local coordinates of the
     /// grid. Null for a null grid, which is reported. Undefined heights are -9999. Grids of more than 4096
-    /// columns or rows are thinned out.
+    /// columns or rows are thinned out there, but keep their borders.
     static NBX::SO<TerrainTexture> CreateHeightTexture(const GridData * grid, double level);
 
     /// Programs for what stands in the graphs, which draw into the trapezoid of the last pass.

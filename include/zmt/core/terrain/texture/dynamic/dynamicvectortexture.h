@@ -96,7 +96,8 @@ private:
 
     bool isOfThisPicture(const NBX::EngineGL * engine) const;
     void draw(const Request & request) const;
-    void drawFor(const Request & request, const GeometryPatch & patch) const;
+    /// False where there is no terrain.
+    bool drawFor(const Request & request, const GeometryPatch & patch) const;
 
     NBX::SO<NBX::SceneNode> scene_;
     unsigned size_ = usualTextureSize;
