@@ -14,6 +14,9 @@ void addBuildCommand(CLI::App & app);
 /// To those of the command above: what streams, and cities.
 void addStreamingBuildCommands(CLI::App & app);
 void addCityBuildCommand(CLI::App & app);
+void addReliefCommand(CLI::App & app);
+/// To those of the command above.
+void addHachureCommand(CLI::App & app);
 void addViewCommand(CLI::App & app);
 void addValidateCommand(CLI::App & app);
 

@@ -83,6 +83,7 @@ int runProgram(int argc, const char * const * argv) {
     addInfoCommand(app);
     addPickCommand(app);
     addBuildCommand(app);
+    addReliefCommand(app);
     addViewCommand(app);
     addValidateCommand(app);
 

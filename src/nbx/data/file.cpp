@@ -129,9 +129,14 @@ SO<File> File::createUnnamed(const std::string & path) {
     return handle < 0 ? nullptr : new File(absolutePath(path), handle);
 }
 
-bool File::giveName(const std::string & path) {
+std::string File::nameInProcess() const {
     const std::string link = "/proc/self/fd/" + std::to_string(handle_);
-    if (::linkat(AT_FDCWD, link.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) return false;
+    return ::access(link.c_str(), F_OK) == 0 ? link : fullName_;
+}
+
+bool File::giveName(const std::string & path) {
+    if (::linkat(AT_FDCWD, nameInProcess().c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        return false;
     fullName_ = absolutePath(path);
     return true;
 }

@@ -49,6 +49,11 @@ std::vector<std::string> RasterFile::partsOf(const std::string & path) {
     return parts;
 }
 
+void RasterFile::limitCache(std::uint64_t bytes) {
+    const GdalErrorTrap registered;
+    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(static_cast<GIntBig>(bytes));
+}
+
 const std::string & RasterFile::path() const {
     return impl_->source->path();
 }

@@ -57,6 +57,58 @@ private:
 
 } // namespace
 
+namespace {
+
+/// The cells of a raster in memory as a band.
+class MemoryBand : public RasterBand {
+public:
+    explicit MemoryBand(const SimpleRasterData<float> & raster)
+        : RasterBand(raster.grid()), raster_(raster) {}
+
+protected:
+    void readCells(unsigned col, unsigned row, unsigned width, unsigned height,
+                   float * cells) const override {
+        for (unsigned y = 0; y < height; ++y) {
+            const float * from = raster_.cells() + std::size_t(row + y) * raster_.cellsX() + col;
+            cells = std::transform(from, from + width, cells, [this](float value) {
+                return raster_.isUndefValue(value) ? std::numeric_limits<float>::quiet_NaN() : value;
+            });
+        }
+    }
+
+private:
+    const SimpleRasterData<float> & raster_;
+};
+
+/// Keeps the rows, the southern one first.
+class RasterSink : public RowSink {
+public:
+    explicit RasterSink(SimpleRasterData<float> & raster) : raster_(raster) {}
+    void put(unsigned first, unsigned count, float * values) override {
+        const std::size_t width = raster_.cellsX();
+        for (unsigned line = 0; line < count; ++line)
+            std::copy_n(values + line * width, width,
+                        raster_.cells() + (raster_.cellsY() - 1 - first - line) * width);
+    }
+
+private:
+    SimpleRasterData<float> & raster_;
+};
+
+} // namespace
+
+NBX::SO<SimpleRasterData<float>> ReliefWalk::over(const SimpleRasterData<float> & raster,
+                                                  const ReliefProduct & product) {
+    NBX::SO<SimpleRasterData<float>> result(new SimpleRasterData<float>(
+        raster.cellsX(), raster.cellsY(), raster.minX(), raster.minY(), raster.cellSizeX(),
+        raster.cellSizeY(), true, std::numeric_limits<float>::quiet_NaN()));
+    RasterSink sink(*result);
+    const NBX::SO<RasterBand> band(new MemoryBand(raster));
+    run(*band, product, std::vector<CellSize>(raster.cellsY(), {raster.cellSizeX(), raster.cellSizeY()}),
+        sink);
+    return result;
+}
+
 bool ReliefWalk::run(const RasterBand & band, const ReliefProduct & product,
                      const std::vector<CellSize> & cells, RowSink & sink, NBX::Progress * progress) {
     const unsigned width = band.cellsX(), height = band.cellsY(), reach = product.windowSize() / 2;

@@ -306,9 +306,9 @@ HachureDrawing drawnBy(const RasterData * raster, const PictureSize & size, cons
                  settings, wantsLines);
 }
 
-/// The image goes over to the caller, who holds it by an `SO`.
-RASTER::GeoImage * released(HachureDrawing drawing) {
-    RASTER::GeoImage * image = drawing.image.get();
+/// The same pixels for a caller who holds them by an `SO`.
+RASTER::GeoImage * released(const HachureDrawing & drawing) {
+    const RASTER::GeoImage * image = drawing.image.get();
     return image ? new RASTER::GeoImage(image->image().get(), image->minX(), image->maxX(), image->minY(),
                                         image->maxY())
                  : nullptr;
@@ -360,6 +360,12 @@ HachureDrawing Hachures::draw(const RasterData * raster, unsigned width, unsigne
                               double innerStrokeSize, const HachureSettings & settings) {
     return drawnWith(raster, {width, height}, Brush::createRound(strokeSize, innerStrokeSize), settings,
                      true);
+}
+
+HachureDrawing Hachures::drawWithBrush(const RasterData * raster, unsigned width, unsigned height,
+                                       NBX::SO<Image> brush, const HachureSettings & settings) {
+    if (!checkBrush(brush.get())) brush = nullptr;
+    return drawnWith(raster, {width, height}, brush, settings, true);
 }
 
 HachureDrawing Hachures::drawDependent(const RasterData * raster, unsigned width, unsigned height,

@@ -43,7 +43,7 @@ inline std::vector<float> gdalRelief(const std::string & path, const char * kind
 /// Keeps all rows.
 class KeptRows : public ZMT::RASTER::RowSink {
 public:
-    void put(unsigned first, unsigned count, const float * rows) override {
+    void put(unsigned first, unsigned count, float * rows) override {
         EXPECT_EQ(lines, first);
         lines += count;
         values.insert(values.end(), rows, rows + std::size_t(count) * width);

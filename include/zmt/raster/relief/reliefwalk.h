@@ -4,6 +4,7 @@
 
 #include <zmt/raster/relief/reliefproduct.h>
 #include <zmt/raster/relief/rowsink.h>
+#include <zmt/raster/simplerasterdata.h>
 
 namespace NBX {
 class Progress;
@@ -30,6 +31,10 @@ public:
     /// throw.
     static bool run(const RasterBand & band, const ReliefProduct & product,
                     const std::vector<CellSize> & cells, RowSink & sink, NBX::Progress * progress = nullptr);
+
+    /// The same of a raster in memory whose map unit is that of its heights. The undefined value is NaN.
+    static NBX::SO<SimpleRasterData<float>> over(const SimpleRasterData<float> & raster,
+                                                 const ReliefProduct & product);
 };
 
 } // namespace ZMT::RASTER

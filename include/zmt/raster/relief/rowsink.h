@@ -8,8 +8,9 @@ public:
     virtual ~RowSink() = default;
 
     /// Rows are counted from the north here: `count` of them, from `first` on, row by row. NaN stands for
-    /// nothing. Each row comes once, in order. Throws `NBX::IOException` where they cannot be kept.
-    virtual void put(unsigned first, unsigned count, const float * values) = 0;
+    /// nothing. Each row comes once, in order. The values may be changed. Throws `NBX::IOException` where
+    /// they cannot be kept.
+    virtual void put(unsigned first, unsigned count, float * values) = 0;
 
 protected:
     RowSink() = default;

@@ -64,6 +64,8 @@ public:
     /// through, as wide as half of the brush is dark.
     static HachureDrawing draw(const RASTER::RasterData * raster, unsigned width, unsigned height,
                                double strokeSize, double innerStrokeSize, const HachureSettings & settings);
+    static HachureDrawing drawWithBrush(const RASTER::RasterData * raster, unsigned width, unsigned height,
+                                        NBX::SO<NBX::Image> brush, const HachureSettings & settings);
     static HachureDrawing drawDependent(const RASTER::RasterData * raster, unsigned width, unsigned height,
                                         const RASTER::RasterData * reference, unsigned maxStrokeSize,
                                         double blackValue, double whiteValue,
