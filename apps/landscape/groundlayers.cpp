@@ -5,6 +5,7 @@
 #include "groundlayers.h"
 
 #include "errors.h"
+#include "program/stage.h"
 #include "reports.h"
 #include "step.h"
 
@@ -119,6 +120,7 @@ GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridD
 /// shapes have normals that only painters know.
 NBX::SO<TerrainTexture> makeLightMap(Lighting lighting, const NBX::SO<ZMT::CORE::Terrain> & terrain,
                                      const GridData & grid, const Sunlight & sun, double exaggeration) {
+    const Stage stage(L"shade");
     Step step("making a light map");
     GroundImage map{nullptr, cellBox(grid)};
     const bool isStatic = lighting != Lighting::Dynamic;
@@ -184,6 +186,7 @@ void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent
 }
 
 GroundLayer makeHeightColors(const GridData & grid) {
+    const Stage stage(L"shade");
     return {LayerKind::HeightColors,
             "colours by height",
             modulate(makeGridTexture(ReliefImage::createHeightColors(grid), grid)),
@@ -274,6 +277,7 @@ NBX::SO<TiledGeoImagePyramid> openPixels(const std::string & path, const ImageLo
 
 GroundLayer openImage(const std::string & path, const ImageLook & look,
                       const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt) {
+    const Stage stage(L"read");
     auto pyramid = openPixels(path, look, terrain, wkt);
     Step step("reading " + path);
     checkContent(*pyramid, path);

@@ -5,6 +5,7 @@
 #include "landscape.h"
 
 #include "errors.h"
+#include "program/stage.h"
 #include "terraininput.h"
 #include "vectorinput.h"
 
@@ -134,6 +135,7 @@ void Landscape::addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more
 }
 
 void Landscape::readCities(const CityOptions & options, const StreamedFiles & streamed) {
+    const Stage stage(L"read");
     for (const std::string & file : options.files)
         cities_.emplace_back(file, options, streamed.city(file));
 }

@@ -9,6 +9,7 @@
 #include "errors.h"
 #include "groundlayers.h"
 #include "memorybudgets.h"
+#include "program/stage.h"
 #include "step.h"
 
 #include <zmt/core/misc/asyncfile.h>
@@ -88,6 +89,7 @@ std::vector<SO<Overlays::Overlay>> Overlays::read(const OverlayOptions & option,
                                                   const ZMT::RASTER::GeoReference & reference,
                                                   const ZMT::RASTER::GeoExtent & ground,
                                                   const StreamedFiles & streamed) {
+    const Stage stage(L"read");
     Step step("reading " + shownName(option.file));
     const VectorStyleSheet style = option.style.empty() ? VectorStyleSheet() : styleOf(option.style);
     const auto bytes = streamed.overlay(option.file);

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "program/stage.h"
+
 #include <nbx/gl/state/colorbuffergl.h>
 #include <nbx/gl/state/polygonmodegl.h>
 #include <nbx/gl/state/polygonoffsetgl.h>
@@ -45,6 +47,7 @@ void checkErrors(const AllowedErrors & errors) {
 
 void Frames::add(const std::function<void()> & draw) {
     ZMT::CORE::PatchInspectorGL::reset();
+    const Stage drawing(L"draw");
     const double start = NBX::NBXTime::now();
     draw();
     lastMilliseconds = (NBX::NBXTime::now() - start) * 1000.0;

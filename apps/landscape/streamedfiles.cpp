@@ -11,6 +11,7 @@
 
 #include "errors.h"
 #include "landscapeoptions.h"
+#include "program/stage.h"
 #include "reports.h"
 #include "step.h"
 
@@ -166,6 +167,7 @@ StreamedTerrain openStreamedTerrain(const std::string & locator) {
 }
 
 StreamedTerrain openStreamedTerrain(const std::string & locator, const SO<AsyncFile> & file) {
+    const Stage stage(L"open");
     Step opening("opening " + shownName(locator));
     StreamedTerrain result;
     std::wstring problem;
@@ -191,6 +193,7 @@ StreamedTexture openStreamedTexture(const std::string & locator, std::uint64_t k
 
 StreamedTexture openStreamedTexture(const std::string & locator, std::uint64_t key,
                                     const SO<AsyncFile> & file) {
+    const Stage stage(L"open");
     Step opening("opening " + shownName(locator));
     StreamedTexture result;
     {
@@ -206,6 +209,7 @@ StreamedTexture openStreamedTexture(const std::string & locator, std::uint64_t k
 }
 
 NBX::SO<NBX::DataResource> fetchCity(const std::string & url) {
+    const Stage stage(L"open");
     Step opening("opening " + shownName(url));
     const auto bytes = ZMT::CORE::CityModels::fetch(*openStreamedFile(url));
     opening.finish();
@@ -213,6 +217,7 @@ NBX::SO<NBX::DataResource> fetchCity(const std::string & url) {
 }
 
 SO<NBX::DataResource> fetchOverlay(const std::string & url) {
+    const Stage stage(L"open");
     Step opening("opening " + shownName(url));
     const SO<AsyncFile> file = openStreamedFile(url);
     if (file->size() > s_largestOverlay)

@@ -4,6 +4,7 @@
 #include "terraininput.h"
 
 #include "errors.h"
+#include "program/stage.h"
 #include "reports.h"
 
 #include <algorithm>
@@ -132,6 +133,7 @@ ZMT::RASTER::GeoRaster inMetres(ZMT::RASTER::GeoRaster raster, const std::string
     }
     const double unknownBefore = unknownShare(*raster.raster);
     const std::string wayOut = cylindricalSystemFor(raster);
+    const Stage stage(L"warp");
     NBX::Progress warping(crs.empty() ? "warping to metres" : "warping to the system of --crs");
     raster =
         crs.empty() ? RasterWarp::toMetric(raster, &warping) : RasterWarp::toSystem(raster, crs, &warping);
@@ -180,6 +182,7 @@ bool isBuiltTerrain(const std::string & path) {
 }
 
 NBX::SO<BuiltTerrain> readBuiltTerrain(const std::string & path) {
+    const Stage stage(L"read");
     NBX::Progress reading("reading " + path);
     const auto built =
         NBX::soCast<BuiltTerrain>(NBX::ObjectLoader::readFile(path, BuiltTerrain::ClassNameNBX(), false));
@@ -229,6 +232,7 @@ std::unique_ptr<ZMT::RASTER::RasterFile> openHeights(const std::string & path) {
 }
 
 ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const TerrainReading & how) {
+    const Stage stage(L"read");
     NBX::Progress reading("reading " + path);
     const auto file = openHeights(path);
     checkSize(*file, path);
@@ -239,6 +243,7 @@ ZMT::RASTER::GeoRaster readTerrainRaster(const std::string & path, const Terrain
     checkTerrain(*raster.raster, path);
     toMetres(*raster.raster, file->heightUnit());
     if (how.fillVoids) {
+        const Stage inner(L"fill voids");
         NBX::Progress filling("filling voids");
         raster.raster = ZMT::RASTER::RasterVoids::fill(raster.raster, &filling);
         if (!raster.raster) throw DataError("cancelled");
@@ -278,6 +283,7 @@ private:
 
 NBX::SO<ZMT::CORE::GeometryPatch> buildTree(const NBX::SO<ZMT::CORE::GridData> & grid,
                                             const TreeOptions & options, double & milliseconds) {
+    const Stage stage(L"build");
     const double start = NBX::NBXTime::now();
     const QuietLibraries quiet;
     auto root = ZMT::CORE::CreateGeometryTree::create(
@@ -298,6 +304,7 @@ NBX::SO<ZMT::CORE::Terrain> buildChunks(const NBX::SO<ZMT::CORE::GridData> & gri
     if (!fitsChunks(*grid))
         throw DataError("chunked terrains have at most " + std::to_string(most) + " by " +
                         std::to_string(most) + " heights; give --method tree or a smaller raster");
+    const Stage stage(L"build");
     const double start = NBX::NBXTime::now();
     NBX::SO<ZMT::CORE::Terrain> terrain(new ZMT::CORE::ChunkedLodTerrain(grid.get()));
     milliseconds = (NBX::NBXTime::now() - start) * 1000.0;

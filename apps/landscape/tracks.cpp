@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "errors.h"
+#include "program/stage.h"
 #include "step.h"
 #include "streamedfiles.h"
 
@@ -56,6 +57,7 @@ void checkTrackOptions(const TrackOptions & options) {
 
 Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & reference) {
     for (const std::string & path : options.files) {
+        const Stage stage(L"read");
         Step step("reading " + path);
         const auto read = ZMT::RASTER::TrackFile::read(path, reference.wkt);
         tracks_.emplace_back(new VectorTrack(read.pieces));

@@ -1,6 +1,7 @@
 #include "vectorinput.h"
 
 #include "errors.h"
+#include "program/stage.h"
 #include "step.h"
 
 #include <algorithm>
@@ -60,6 +61,7 @@ void checkPoints(const std::vector<PolygonTriangulation::Ring> & areas, double s
 
 NBX::SO<ZMT::CORE::GridData> stampLines(const NBX::SO<ZMT::CORE::GridData> & grid, const std::string & path,
                                         const ZMT::RASTER::GeoReference & reference) {
+    const Stage stage(L"build");
     Step step("stamping " + path);
     const auto lines = ZMT::RASTER::GeoFile::openVectors(path)->read(reference.wkt, extentOf(*grid));
     step.goOn(0.3);
@@ -91,6 +93,7 @@ bool hasAreas(const ZMT::CORE::GridData & grid, const std::string & path,
 
 std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & grid, const std::string & path,
                                                   const ZMT::RASTER::GeoReference & reference) {
+    const Stage stage(L"read");
     Step step("reading " + path);
     const auto areas = ZMT::RASTER::GeoFile::openVectors(path)->readAreas(reference.wkt, groundOf(grid));
     if (areas.outlines.empty()) throw noAreas(path);
@@ -109,6 +112,7 @@ std::vector<PolygonTriangulation::Ring> readAreas(const ZMT::CORE::GridData & gr
 NBX::SO<ZMT::CORE::TerrainTexturedGeometry> drapeAreas(const NBX::SO<ZMT::CORE::Terrain> & terrain,
                                                        const std::vector<PolygonTriangulation::Ring> & areas,
                                                        double lift, const std::string & path) {
+    const Stage stage(L"build");
     Step step("draping " + path);
     const auto triangles = AreaDraping::drape(*terrain, areas, spacingOn(terrain->getCellSize()), lift);
     if (!triangles) throw noAreas(path);

@@ -17,6 +17,7 @@
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
 #include "landscape/vectorinput.h"
+#include "program/stage.h"
 #include "treefilesize.h"
 
 #include <nbx/data/atomicfilewriter.h>
@@ -144,6 +145,7 @@ void buildPyramid(const PyramidOptions & options) {
                  {{"OUT", options.out}, {"the .prj beside OUT", ProjectionFile::pathFor(options.out)}});
     const NBX::SO<ZMT::RASTER::ImageFilePyramid> image = openFile(options);
     const NBX::SO<ZMT::RASTER::TiledGeoImage> finest = image->overview(0);
+    const Stage stage(L"write");
     const bool written = CompressedTexture::create(
         finest, NBX::StringUtils::Utf8String2WString(options.out), formatOf(*finest, options),
         options.deflates ? CompressedTexture::C_Deflate : CompressedTexture::C_None,
@@ -206,6 +208,7 @@ void buildTreeFile(const TreeBuildOptions & options) {
     const NBX::SO<ZMT::CORE::BuiltTerrain> built(
         new ZMT::CORE::BuiltTerrain(terrain, raster.reference, options.seed, maxVertices));
 
+    const Stage stage(L"write");
     Step writing("writing " + options.out);
     NBX::ObjectStreamWriter::write(*built, out.file());
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");

@@ -11,6 +11,7 @@
 #include "landscape/errors.h"
 #include "landscape/outputfiles.h"
 #include "modeloptions.h"
+#include "program/stage.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ void tellFill(const CityReport & report) {
 void runBuildCity(const CityBuilding & building) {
     checkCityBuilding(building);
     checkOutputs(inputFiles(building), {{"--out", building.out}});
+    const Stage stage(L"build");
     const CityReport report = buildCity(building);
     std::printf("models: %zu, triangles: %llu, textures: %zu, atlases: %llu, bytes: %llu\n", report.models,
                 static_cast<unsigned long long>(report.triangles), report.textures,

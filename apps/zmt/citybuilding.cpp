@@ -32,6 +32,7 @@
 #include "landscape/reports.h"
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
+#include "program/stage.h"
 
 namespace {
 
@@ -270,6 +271,7 @@ void add(CityAssembly & city, const NBX::Model & model, const std::string & name
 CityAssembly assembled(const Inputs & inputs, const CityBuilding & building, const Ground & ground,
                        const GeoReference & map, ModelLibrary & library) {
     CityAssembly city;
+    const Stage stage(L"read");
     Step reading("reading models", double(inputs.placed.size() + inputs.others.size()));
     std::optional<CoordinateSystem> system;
     if (!inputs.placed.empty()) system.emplace(map.wkt);
@@ -595,6 +597,7 @@ CityReport buildCity(const CityBuilding & building) {
     const Point origin = assembly.origin();
     const NBX::SO<NBX::SceneThing> scene = assembly.scene(origin);
     if (building.isShaded) {
+        const Stage stage(L"shade");
         const Step shadingModels("shading models");
         ZMT::CORE::ModelShading shading;
         shading.toSun = building.light.value_or(defaultSun()).direction;

@@ -20,6 +20,7 @@
 #include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
 #include "modeloptions.h"
+#include "program/stage.h"
 
 #include <nbx/data/objectloader.h>
 #include <nbx/data/objectstreamreader.h>
@@ -577,6 +578,7 @@ Telling tell(const InfoOptions & options) {
 }
 
 void printInfo(const InfoOptions & options) {
+    const Stage stage(L"read");
     const Telling telling = tell(options);
     if (!options.json) {
         std::fputs(telling.lines.c_str(), stdout);

@@ -21,6 +21,7 @@
 #include "landscape/outputfiles.h"
 #include "landscape/step.h"
 #include "landscape/terraininput.h"
+#include "program/stage.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
@@ -88,6 +89,7 @@ public:
                                      unsigned level)>;
 
     static void run(const std::string & title, const GeometryPatch & root, const Visit & visit) {
+        const Stage stage(L"write");
         NodeWalk walk(title, root, visit);
         walk.visit(root, {}, 0);
         walk.step_.finish();

@@ -19,6 +19,7 @@
 #include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
 #include "landscape/viewpoint.h"
+#include "program/stage.h"
 
 #include <nbx/engine/engine.h>
 #include <nbx/engine/raytracingtechnique.h>
@@ -275,6 +276,7 @@ void runPick(const PickOptions & options) {
         throw UsageError("--tolerance must be a number of pixels from 0 to 100");
     const Pixel pixel = parsePixel(options.pixel, options.size);
     const PickScene scene(options);
+    const Stage stage(L"pick");
     auto place = trace(scene, options.size, pixel);
     if (!place) return printMiss(options.json);
     if (!place->model) place->features = featuresAt(scene, options, pixel, place->geo);

@@ -1,3 +1,6 @@
+// Commands are added, then the user's defaults to the command line, which runs the command while it is
+// parsed. What the run took, and what was warned of, is told last.
+
 #include "commands.h"
 
 #include <algorithm>
@@ -5,12 +8,16 @@
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "landscape/errors.h"
 #include "landscape/reports.h"
 #include "landscape/streamedfiles.h"
+#include "program/defaults.h"
+#include "program/stage.h"
 
 #include <nbx/object/exception.h>
 #include <nbx/object/progress.h>
@@ -50,16 +57,35 @@ int usageError(const CLI::App & app, const std::string & message) {
     return ES_Usage;
 }
 
-int parse(CLI::App & app, int argc, const char * const * argv) {
+int parse(CLI::App & app, const std::vector<std::string> & arguments, const Defaults & defaults) {
+    std::vector<const char *> texts;
+    texts.reserve(arguments.size());
+    for (const std::string & argument : arguments)
+        texts.push_back(argument.c_str());
     try {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(texts.size()), texts.data());
         return ES_Success;
     } catch (const CLI::ParseError & error) {
         if (error.get_exit_code() == 0) return app.exit(error);
         const std::string unknown = unknownCommand(app);
-        return usageError(app, unknown.empty() ? error.what() : unknown);
+        const std::string message = error.what();
+        return usageError(app, unknown.empty() ? message + defaults.originIn(message) : unknown);
     } catch (const UsageError & error) {
-        return usageError(app, error.what());
+        const std::string message = error.what();
+        return usageError(app, message + defaults.originIn(message));
+    }
+}
+
+/// To all commands but `view`, whose options the window knows.
+void addProfileOption(CLI::App & app, bool & isWanted) {
+    for (CLI::App * command : app.get_subcommands([](const CLI::App *) { return true; })) {
+        const bool hasCommands = !command->get_subcommands([](const CLI::App *) { return true; }).empty();
+        if (hasCommands)
+            addProfileOption(*command, isWanted);
+        else if (command->get_help_ptr())
+            command->add_flag("--profile", isWanted,
+                              "Tell at the end, on the standard error stream, how long each stage of the run "
+                              "took");
     }
 }
 
@@ -74,6 +100,7 @@ int flushOutput() {
 } // namespace
 
 int runProgram(int argc, const char * const * argv) {
+    RunProfile profile(L"other");
     CLI::App app("Turns height rasters into terrains and draws them.", "zmt");
     app.set_version_flag("--version", ZMT_VERSION);
     app.require_subcommand(1);
@@ -86,15 +113,21 @@ int runProgram(int argc, const char * const * argv) {
     addReliefCommand(app);
     addViewCommand(app);
     addValidateCommand(app);
+    bool isProfileWanted = false;
+    addProfileOption(app, isProfileWanted);
 
-    std::optional<ZMT::CORE::EventLoop> eventLoop;
-    if (std::any_of(argv + 1, argv + std::max(argc, 1), namesUrl)) eventLoop.emplace();
     Reports reports;
+    Defaults defaults;
+    const auto arguments = defaults.added(app, std::vector<std::string>(argv, argv + argc));
+    for (const std::string & warning : defaults.warnings(app))
+        writeError("warning: " + warning);
+    std::optional<ZMT::CORE::EventLoop> eventLoop;
+    if (std::any_of(arguments.begin(), arguments.end(), namesUrl)) eventLoop.emplace();
     NBX::ConsoleProgressDisplay display;
     NBX::Progress::setDisplay(&display);
     int status = ES_Data;
     try {
-        status = parse(app, argc, argv);
+        status = parse(app, arguments, defaults);
         if (status == ES_Success) status = flushOutput();
     } catch (const std::exception & error) {
         writeError(messageOf(error));
@@ -102,5 +135,6 @@ int runProgram(int argc, const char * const * argv) {
     NBX::Progress::setDisplay(nullptr);
     for (const std::string & message : reports.take())
         writeError("warning: " + message);
+    if (isProfileWanted) profile.tell();
     return status;
 }

@@ -23,6 +23,7 @@
 #include "landscape/readfailures.h"
 #include "landscape/reports.h"
 #include "landscape/viewpoint.h"
+#include "program/stage.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/engine/clock.h>
@@ -81,6 +82,7 @@ void stepWithServers(NBX::Clock & clock) {
 
 /// Lets time go on until nothing asks for another frame. False when a streaming landscape stays incomplete.
 bool drawFrames(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
+    const Stage stage(L"settle");
     Arrivals arrivals;
     canvas.postForRedisplay(0.0);
     while (canvas.redisplayPending() && (isStreamed || canvas.frames.count < s_mostFrames)) {
@@ -135,6 +137,7 @@ std::string describe(CountedCanvas & canvas, const Landscape & landscape, bool i
 }
 
 NBX::SO<CountedCanvas> makeCanvas(PictureSize size) {
+    const Stage stage(L"prepare");
     NBX::SO<CountedCanvas> canvas(new CountedCanvas(size));
     if (!canvas->create())
         throw DataError("no OpenGL context could be made; install Mesa's software renderer");
@@ -163,6 +166,7 @@ NBX::SO<NBX::Camera> fillScene(NBX::SceneThing & scene, const RenderOptions & op
 /// Of overlays, on the finest ground that came.
 void drawNames(CountedCanvas & canvas, Landscape & landscape, const NBX::Camera & camera) {
     if (std::as_const(landscape).overlays().empty()) return;
+    const Stage stage(L"settle");
     landscape.prepare(camera, canvas.getWidth(), canvas.getHeight(), true);
     canvas.redisplay();
 }
@@ -233,6 +237,7 @@ void runRender(RenderOptions & options) {
     drawNames(*canvas, landscape, *camera);
     // A picture of half the data would look like one of the whole. What a city may lack is told at the end.
     if (isComplete || landscape.cities().empty()) Reports::throwFirst();
+    const Stage stage(L"write");
     if (!writePicture(*canvas, out, options.out)) warnOfEmptyView(landscape, options.landscape.cities.look);
     const std::string description = describe(*canvas, landscape, isComplete);
     if (stats) {

@@ -19,6 +19,7 @@
 #include "landscape/reports.h"
 #include "landscape/streamedfiles.h"
 #include "landscape/terraininput.h"
+#include "program/stage.h"
 
 #include <nbx/data/file.h>
 #include <nbx/data/locator.h>
@@ -249,6 +250,7 @@ void buildTerrain(const TerrainOptions & options) {
     checkTerrainFiles(options, terrainOutputs(options));
     const TerrainSources sources(options);
     const GridTerrainCreation creation = creationOf(options, sources);
+    const Stage stage(L"build");
     std::wstring problem;
     if (!creation.run(StringUtils::Utf8String2WString(options.out), sources.heights.band(), &problem))
         throwFailure(problem, options.out + ": could not be written");
@@ -314,6 +316,7 @@ void planTerrain(const TerrainOptions & options) {
     if (!options.merge.empty()) origin.oldTerrain = storedName(options.merge);
     const TerrainSources sources(options);
     origin.system = options.crs;
+    const Stage stage(L"plan");
     origin.stamp = [&options] { return stampOf(options); };
     if (!GridTerrainPlan::write(options.plan, creationOf(options, sources), sources.heights.band(), origin))
         throwFailure(L"", options.plan + ": could not be written");
@@ -331,6 +334,7 @@ void buildPart(TerrainOptions options) {
     std::optional<ZMT::CORE::EventLoop> eventLoop;
     if (isUrl(options.merge)) eventLoop.emplace();
     const TerrainSources sources(options);
+    const Stage stage(L"build");
     if (!plan.writePart(
             options.out, *options.part, sources.heights.band(), sources.old.terrain,
             [&options] { return stampOf(options); }, options.threads))
@@ -342,6 +346,7 @@ void joinTerrain(const TerrainOptions & options) {
     const GridTerrainPlan plan(options.plan);
     checkTerrainFiles(options, terrainOutputs(options));
     checkOutputs({{"--plan", options.plan}}, terrainOutputs(options));
+    const Stage stage(L"join");
     if (!plan.join(options.inputs, options.out, options.threads))
         throwFailure(L"", options.out + ": could not be written");
     tellAbsurdHeightsOf(options.out);
@@ -503,6 +508,7 @@ void buildTexture(const TextureOptions & options) {
     const StreamingTextureOptions writing = writingOf(options, *image);
     ZMT::CORE::GeoTransformation::setNBXOrigin(ground.overview->origin());
     const auto root = ground.terrain->rootTile()->geometryPatchHACK(ground.terrain);
+    const Stage stage(L"build");
     const bool written = ZMT::CORE::AsyncQuadtreeTerrainTexture::create(
         StringUtils::Utf8String2WString(options.out), root, image, options.tileSize, options.key, writing);
     if (written) return;

@@ -13,6 +13,7 @@
 #include "landscape/landscapeoptions.h"
 #include "landscape/reports.h"
 #include "landscape/streamedfiles.h"
+#include "program/stage.h"
 
 #include <nbx/object/stringutils.h>
 #include <zmt/core/misc/asyncfile.h>
@@ -100,6 +101,7 @@ void printJson(const ValidateOptions & options, const ValidationReport & report)
 }
 
 void validate(const ValidateOptions & options) {
+    const Stage stage(L"check");
     const ValidationReport report = validated(options);
     options.json ? printJson(options, report) : printText(options, report);
     if (report.isSound()) return;

@@ -26,6 +26,8 @@
 #include "landscape/readfailures.h"
 #include "landscape/streamedfiles.h"
 #include "landscapeview.h"
+#include "program/defaults.h"
+#include "program/stage.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
 
@@ -53,6 +55,7 @@ struct ViewerOptions {
     bool patches = false;
     std::string screenshot;
     bool allowIncomplete = false;
+    bool profile = false;
 };
 
 int usageError(const std::string & message) {
@@ -79,6 +82,8 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
                    "or jpeg, else PNG");
     app.add_flag("--allow-incomplete", options.allowIncomplete,
                  "Save the window also where parts of streamed files cannot be read");
+    app.add_flag("--profile", options.profile,
+                 "Tell at the end, on the standard error stream, how long the window drew and waited");
 }
 
 void checkOptions(const ViewerOptions & options) {
@@ -203,7 +208,7 @@ void endSoon(int status) {
     }).detach();
 }
 
-int showWindow(const ViewerOptions & options, int argc, char ** argv) {
+int showWindow(const ViewerOptions & options, int argc, char ** argv, RunProfile & profile) {
     if (!hasDisplay()) throw DataError("no display; the window needs one, 'zmt render' does not");
     giveMemoryBack();
     const auto application = makeApplication(argc, argv);
@@ -220,6 +225,7 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv) {
     window.show();
     window.open(options.files, VectorUse::Shape);
     const int status = QApplication::exec();
+    if (options.profile) profile.tell();
     endSoon(status);
     return status;
 }
@@ -233,16 +239,21 @@ void prepareWindowSystem() {
 
 int runViewer(int argc, char ** argv) {
     CLI::App app("Shows a landscape in a window.", "zmt view");
+    RunProfile profile(L"wait");
     ViewerOptions options;
     addOptions(app, options);
+    Defaults defaults;
+    const auto arguments = defaults.added(app, std::vector<std::string>(argv, argv + argc));
     try {
-        app.parse(argc, argv);
+        // It takes them from the end, without the program's name.
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
         checkOptions(options);
-        return showWindow(options, 1, argv);
+        return showWindow(options, 1, argv, profile);
     } catch (const CLI::ParseError & error) {
-        return error.get_exit_code() == 0 ? app.exit(error) : usageError(error.what());
+        return error.get_exit_code() == 0 ? app.exit(error)
+                                          : usageError(error.what() + defaults.originIn(error.what()));
     } catch (const UsageError & error) {
-        return usageError(error.what());
+        return usageError(error.what() + defaults.originIn(error.what()));
     } catch (const std::exception & error) {
         writeError(messageOf(error));
         return ES_Data;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -17,6 +18,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr auto s_longest = std::chrono::minutes(2);
+
+/// Programs see no settings of whoever runs the tests, also where ctest does not say so.
+[[maybe_unused]] const int s_ownSettings =
+    ::setenv("XDG_CONFIG_HOME",
+             (fs::temp_directory_path() / ("zmt_settings_" + std::to_string(::getpid()))).c_str(), 1);
 
 std::vector<std::string> namesIn(const fs::path & folder) {
     std::vector<std::string> names;
