@@ -11,7 +11,7 @@ packages=(
     libglew-dev libgl-dev libglu1-mesa-dev libegl-dev libegl-mesa0 libgl1-mesa-dri
     libgdal-dev liburing-dev libcli11-dev nlohmann-json3-dev
     qt6-base-dev libqt6opengl6-dev
-    nginx-light libgtest-dev libgmock-dev libbenchmark-dev libgmp-dev xvfb xauth parallel
+    nginx-light libgtest-dev libgmock-dev libbenchmark-dev libgmp-dev libembree-dev xvfb xauth parallel
 )
 if [[ "${1:-}" == "--checks" ]]; then
     packages+=(git clang-format clang-tidy python3)

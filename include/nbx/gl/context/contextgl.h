@@ -20,11 +20,12 @@ namespace NBX {
 class ContextGL : public SharedObj {
     NBX_CLASS(ContextGL, SharedObj)
 public:
-    /// What the pixel buffer holds besides 8 bits each of red, green and blue.
+    /// What the pixel buffer holds besides red, green and blue.
     struct Format {
-        bool alpha = true;   ///< 8 bits
+        bool alpha = true;   ///< as many bits as each of the colours
         bool depth = true;   ///< 24 bits
         bool stencil = true; ///< 8 bits
+        bool floats = false; ///< colours are floats of 16 bits, else integers of 8
     };
 
     /// Nothing is made yet; see `create`.
@@ -35,6 +36,8 @@ public:
     static bool isSupported();
     /// The largest side of a pixel buffer.
     static unsigned maxPixelBufferSize();
+    /// Whether pixel buffers can have floats as colours.
+    static bool hasFloatPixelBuffers();
     /// Whether the context that is current can draw elsewhere than on its own buffers.
     static bool hasFrameBufferObjects();
     /// The context that is current on the calling thread, or null.

@@ -10,9 +10,12 @@ class Texture2DGL;
 class PBufferCanvasGL : public GLCanvas {
     NBX_CLASS(PBufferCanvasGL, GLCanvas)
 public:
-    /// `properties` are joined values of `GLCanvas::Property`. All contexts share their objects, so
-    /// `shareWith` is not needed for that and may be null. With `largestPossible` a size above `maxSize()`
-    /// is cut to it instead of failing. Textures made of the picture have the internal format
+    /// A property besides those of `GLCanvas`: colours are floats of 16 bits, which are not cut to 0 to 1.
+    static constexpr unsigned FLOAT_BUFFER = 32;
+
+    /// `properties` are joined values of `GLCanvas::Property` and `FLOAT_BUFFER`. All contexts share their
+    /// objects, so `shareWith` is not needed for that and may be null. With `largestPossible` a size above
+    /// `maxSize()` is cut to it instead of failing. Textures made of the picture have the internal format
     /// `textureFormat` and the target `textureTarget`, which is GL_TEXTURE_2D.
     PBufferCanvasGL(unsigned width, unsigned height,
                     unsigned properties = COLOR_BUFFER | DEPTH_BUFFER | ALPHA_BUFFER | STENCIL_BUFFER,
@@ -20,8 +23,9 @@ public:
                     unsigned textureFormat = 0x1908, unsigned textureTarget = 0x0DE1);
     ~PBufferCanvasGL() override;
 
-    /// True when this process can make such canvases.
-    static bool isSupported();
+    /// True when this process can make such canvases; with `FLOAT_BUFFER` among the joined `properties`, when
+    /// the platform has floats for them.
+    static bool isSupported(unsigned properties = COLOR_BUFFER);
 
     unsigned maxSize() const override;
 
@@ -35,6 +39,7 @@ public:
 
 protected:
     SO<ContextGL> createContext() override;
+    bool createBuffers() override;
     bool resizeBuffers(unsigned width, unsigned height) override;
 
 private:

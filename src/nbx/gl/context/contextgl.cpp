@@ -91,6 +91,7 @@ struct ContextGL::Impl {
         format.alpha = EglPlatformGL::attributeOf(display(), config, EGL_ALPHA_SIZE) > 0;
         format.depth = EglPlatformGL::attributeOf(display(), config, EGL_DEPTH_SIZE) > 0;
         format.stencil = EglPlatformGL::attributeOf(display(), config, EGL_STENCIL_SIZE) > 0;
+        format.floats = EglPlatformGL::hasFloats(display(), config);
     }
 };
 
@@ -110,6 +111,12 @@ bool ContextGL::isSupported() {
 
 unsigned ContextGL::maxPixelBufferSize() {
     return EglPlatformGL::instance().maxPixelBufferSize();
+}
+
+bool ContextGL::hasFloatPixelBuffers() {
+    Format format;
+    format.floats = true;
+    return isSupported() && EglPlatformGL::chooseConfig(Impl::display(), format) != nullptr;
 }
 
 ContextGL * ContextGL::current() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include <EGL/eglext.h>
 
@@ -47,30 +48,31 @@ EGLint EglPlatformGL::attributeOf(EGLDisplay display, EGLConfig config, EGLint a
     return value;
 }
 
+bool EglPlatformGL::hasFloats(EGLDisplay display, EGLConfig config) {
+    return attributeOf(display, config, EGL_COLOR_COMPONENT_TYPE_EXT) == EGL_COLOR_COMPONENT_TYPE_FLOAT_EXT;
+}
+
 EGLConfig EglPlatformGL::chooseConfig(EGLDisplay display, const ContextGL::Format & format) {
-    const EGLint wanted[] = {EGL_SURFACE_TYPE,
-                             EGL_PBUFFER_BIT,
-                             EGL_RENDERABLE_TYPE,
-                             EGL_OPENGL_BIT,
-                             EGL_RED_SIZE,
-                             8,
-                             EGL_GREEN_SIZE,
-                             8,
-                             EGL_BLUE_SIZE,
-                             8,
-                             EGL_ALPHA_SIZE,
-                             format.alpha ? 8 : 0,
-                             EGL_DEPTH_SIZE,
-                             format.depth ? 24 : 0,
-                             EGL_STENCIL_SIZE,
-                             format.stencil ? 8 : 0,
-                             EGL_NONE};
+    const EGLint bits = format.floats ? 16 : 8;
+    std::vector<EGLint> wanted = {EGL_SURFACE_TYPE,    EGL_PBUFFER_BIT,
+                                  EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT,
+                                  EGL_RED_SIZE,        bits,
+                                  EGL_GREEN_SIZE,      bits,
+                                  EGL_BLUE_SIZE,       bits,
+                                  EGL_ALPHA_SIZE,      format.alpha ? bits : 0,
+                                  EGL_DEPTH_SIZE,      format.depth ? 24 : 0,
+                                  EGL_STENCIL_SIZE,    format.stencil ? 8 : 0};
+    // Platforms that know no floats know no attribute for them either.
+    if (format.floats)
+        wanted.insert(wanted.end(), {EGL_COLOR_COMPONENT_TYPE_EXT, EGL_COLOR_COMPONENT_TYPE_FLOAT_EXT});
+    wanted.push_back(EGL_NONE);
     std::array<EGLConfig, 256> configs;
     EGLint count = 0;
-    if (!eglChooseConfig(display, wanted, configs.data(), EGLint(configs.size()), &count)) return nullptr;
+    if (!eglChooseConfig(display, wanted.data(), configs.data(), EGLint(configs.size()), &count))
+        return nullptr;
     const auto penalty = [&](EGLConfig config) {
         const bool alpha = attributeOf(display, config, EGL_ALPHA_SIZE) > 0;
-        const bool wide = attributeOf(display, config, EGL_RED_SIZE) > 8;
+        const bool wide = attributeOf(display, config, EGL_RED_SIZE) > bits;
         return 4 * (attributeOf(display, config, EGL_SAMPLES) > 0) + 2 * wide + (alpha != format.alpha);
     };
     const auto best = std::min_element(configs.begin(), configs.begin() + count,

@@ -26,6 +26,7 @@ public:
     unsigned maxPixelBufferSize() const { return maxPixelBufferSize_; }
 
     static EGLint attributeOf(EGLDisplay display, EGLConfig config, EGLint attribute);
+    static bool hasFloats(EGLDisplay display, EGLConfig config);
     /// The configuration without multisampling that has what `format` asks for; without alpha if it asks for
     /// none, where there is such a one. Null where there is none at all.
     static EGLConfig chooseConfig(EGLDisplay display, const ContextGL::Format & format);

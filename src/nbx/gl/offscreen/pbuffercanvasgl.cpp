@@ -23,8 +23,8 @@ PBufferCanvasGL::~PBufferCanvasGL() {
     destroy();
 }
 
-bool PBufferCanvasGL::isSupported() {
-    return ContextGL::isSupported();
+bool PBufferCanvasGL::isSupported(unsigned properties) {
+    return ContextGL::isSupported() && (!(properties & FLOAT_BUFFER) || ContextGL::hasFloatPixelBuffers());
 }
 
 unsigned PBufferCanvasGL::maxSize() const {
@@ -41,12 +41,22 @@ SO<ContextGL> PBufferCanvasGL::createContext() {
     format.alpha = hasProperty(ALPHA_BUFFER);
     format.depth = hasProperty(DEPTH_BUFFER);
     format.stencil = hasProperty(STENCIL_BUFFER);
+    format.floats = hasProperty(FLOAT_BUFFER);
     const SO<ContextGL> context(new ContextGL);
     if (!context->create(width_, height_, format)) return nullptr;
     format = context->format();
     properties_ = COLOR_BUFFER | (format.alpha ? ALPHA_BUFFER : 0) | (format.depth ? DEPTH_BUFFER : 0) |
-                  (format.stencil ? STENCIL_BUFFER : 0);
+                  (format.stencil ? STENCIL_BUFFER : 0) | (format.floats ? FLOAT_BUFFER : 0);
     return context;
+}
+
+bool PBufferCanvasGL::createBuffers() {
+    // Mesa cuts colours to 0 to 1 in pixel buffers of floats as well, unless it is told not to.
+    if (hasProperty(FLOAT_BUFFER) && GLEW_ARB_color_buffer_float) {
+        glClampColorARB(GL_CLAMP_FRAGMENT_COLOR_ARB, GL_FALSE);
+        glClampColorARB(GL_CLAMP_READ_COLOR_ARB, GL_FALSE);
+    }
+    return true;
 }
 
 bool PBufferCanvasGL::resizeBuffers(unsigned width, unsigned height) {

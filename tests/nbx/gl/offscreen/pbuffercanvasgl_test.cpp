@@ -2,6 +2,7 @@
 
 #include <nbx/gl/context/contextgl.h>
 #include <nbx/gl/texture/texture2dgl.h>
+#include <nbx/image/memoryimage.h>
 
 #include "support/glfixture.h"
 
@@ -102,6 +103,33 @@ TEST_F(PBufferCanvasGLTest, RefusesToUpdateATextureOfAnotherSize) {
     reports.clear();
     buffer->destroy();
     EXPECT_EQ(nullptr, buffer->newTexture(GL_RGBA, false));
+}
+
+TEST_F(PBufferCanvasGLTest, FloatsAreKeptBeyondOneAndBelowTheStepsOfBytes) {
+    const unsigned properties =
+        GLCanvas::COLOR_BUFFER | GLCanvas::ALPHA_BUFFER | PBufferCanvasGL::FLOAT_BUFFER;
+    ASSERT_TRUE(PBufferCanvasGL::isSupported(properties));
+    const SO<PBufferCanvasGL> buffer(new PBufferCanvasGL(4, 4, properties));
+    ASSERT_TRUE(buffer->isCreated());
+    EXPECT_TRUE(buffer->hasProperty(properties));
+    buffer->prepareRedisplay();
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_ONE, GL_ONE);
+    glDisable(GL_DEPTH_TEST);
+    for (int i = 0; i < 8; ++i) {
+        glColor4f(0.5F, 0.0001F, 0.0F, 1.0F);
+        glRectf(-1.0F, -1.0F, 1.0F, 1.0F);
+    }
+    glColor4f(1.0F, 1.0F, 1.0F, 1.0F);
+    const SO<Image> image(new MemoryImage(4, 4, LS_RGBA, Image::Float));
+    EXPECT_TRUE(buffer->snapshot(image.get()));
+    buffer->finishRedisplay();
+    EXPECT_EQ(4.0F, image->getColor(1, 1)[0]);
+    EXPECT_NEAR(0.0008F, image->getColor(1, 1)[1], 0.00001F);
+    EXPECT_EQ(8.0F, image->getColor(1, 1)[3]);
+    EXPECT_FALSE(SO<PBufferCanvasGL>(new PBufferCanvasGL(4, 4))->hasProperty(PBufferCanvasGL::FLOAT_BUFFER));
 }
 
 } // namespace

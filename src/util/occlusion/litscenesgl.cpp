@@ -1,0 +1,133 @@
+// Casters and receivers become scenes that the engine draws with its painters. Textures and materials have no
+// part in it, so that they are left out. Terrains are drawn at their finest level while the light is added
+// up.
+
+#include "litscenesgl.h"
+
+#include <algorithm>
+
+#include <nbx/gl/state/shapematerialgl.h>
+#include <nbx/gl/texture/texturegl.h>
+#include <nbx/image/image.h>
+#include <nbx/scene/node/scenething.h>
+#include <nbx/scene/shape/polygonset.h>
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
+#include <nbx/scene/view/translation.h>
+#include <zmt/core/terrain/frame/localframe.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/terraintexturingeffect.h>
+
+#include "acceptancecontrol.h"
+#include "ambientocclusionshaders.h"
+#include "lighttargetsgl.h"
+
+namespace ZMT::UTIL {
+
+namespace {
+
+using NBX::SceneThing;
+using NBX::SO;
+using Settings = CORE::TerrainPainterGLSettings;
+using Vector = NBX::Vector3Base<double>;
+
+/// While it lives, terrains are drawn complete and at their finest level.
+class FinestLevel {
+public:
+    FinestLevel()
+        : geometryError_(Settings::getGeometryError()), snapshotMode_(Settings::snapshotModeEnabled()),
+          queries_(Settings::occlusionQueriesEnabled()) {
+        Settings::setGeometryError(0.0);
+        Settings::enableSnapshotMode(true);
+        Settings::enableOcclusionQueries(false);
+    }
+    ~FinestLevel() {
+        Settings::setGeometryError(geometryError_);
+        Settings::enableSnapshotMode(snapshotMode_);
+        Settings::enableOcclusionQueries(queries_);
+    }
+    FinestLevel(const FinestLevel &) = delete;
+    FinestLevel & operator=(const FinestLevel &) = delete;
+
+private:
+    double geometryError_;
+    bool snapshotMode_, queries_;
+};
+
+/// What would only cost time, or take the place of the shadow map.
+std::vector<NBX::ID> leftOut() {
+    return {NBX::TextureGL::ClassNameNBX(), NBX::ShapeMaterialGL::ClassNameNBX()};
+}
+
+/// A scene of what `append` puts into it, without textures and materials.
+template <class Append> SO<SceneThing> newPlainScene(Append append) {
+    SO<SceneThing> scene(new SceneThing);
+    for (const NBX::ID & category : leftOut())
+        scene->append(new AcceptanceControl(category, false));
+    append(*scene);
+    for (const NBX::ID & category : leftOut())
+        scene->append(new AcceptanceControl(category, true));
+    return scene;
+}
+
+/// Patches are drawn in local coordinates.
+SO<SceneThing> newTerrainNode(CORE::Terrain & terrain) {
+    SO<SceneThing> node(new SceneThing);
+    node->append(new NBX::Translation(CORE::LocalFrame(terrain.origin()).originInScene()));
+    node->append(&terrain);
+    return node;
+}
+
+} // namespace
+
+LitSceneGL newLitSceneGL(const AOImpl::TerrainStep & step) {
+    LitSceneGL scene;
+    scene.casters = newPlainScene([&](SceneThing & thing) {
+        thing.append(newTerrainNode(*step.terrain).get());
+        if (step.casters) thing.append(step.casters.get());
+    });
+    scene.receiver =
+        newPlainScene([&](SceneThing & thing) { thing.append(newTerrainNode(*step.terrain).get()); });
+    scene.program = AmbientOcclusionShaders::getTerrainTextureCreatorProgram();
+
+    const NBX::Bounds ground = step.terrain->boundingBox();
+    const Vector low = step.part.getLLF(), high = step.part.getURB(), center = step.part.center();
+    // All heights of the terrain may show in the part.
+    const double bottom = std::min(ground.getLLF().y, low.y), top = std::max(ground.getURB().y, high.y);
+    const double margin = std::max(top - bottom, 1.0);
+    const SO<NBX::LookAt> eye(
+        new NBX::LookAt({center.x, top + margin, center.z}, {center.x, bottom, center.z}, {0.0, 0.0, 1.0}));
+    const SO<NBX::Ortho> projection(new NBX::Ortho(low.x - center.x, high.x - center.x, low.z - center.z,
+                                                   high.z - center.z, 0.5 * margin,
+                                                   top - bottom + 2.0 * margin));
+    scene.receiverView = eye->matrix();
+    scene.receiverProjection = projection->matrix(1.0);
+    scene.lit = ground.intersection(NBX::Bounds({low.x, bottom, low.z}, {high.x, top, high.z}));
+    scene.casting = ground;
+    if (step.casters) scene.casting += step.casters->boundingBox();
+    return scene;
+}
+
+LitSceneGL newLitSceneGL(const AOImpl::MeshStep & step) {
+    LitSceneGL scene;
+    scene.casters = newPlainScene([&](SceneThing & thing) {
+        if (step.casters) thing.append(step.casters.get());
+    });
+    scene.receiver = newPlainScene([&](SceneThing & thing) { thing.append(step.receiver.get()); });
+    scene.border = scene.receiver;
+    scene.program = AmbientOcclusionShaders::getAtlasCreatorProgram();
+    scene.lit = scene.casting = step.receiver->boundingBox();
+    if (step.casters) scene.casting += step.casters->boundingBox();
+    return scene;
+}
+
+NBX::SO<NBX::Image> renderLightGL(LightTargetsGL & targets, const LitSceneGL & scene,
+                                  const LightList & lights, int borderWidth, NBX::Progress * progress) {
+    const FinestLevel finest;
+    if (scene.lit.isDefined() && !accumulateLightGL(targets, scene, lights, progress)) return nullptr;
+    closeLightGL(targets, scene, borderWidth);
+    return targets.read();
+}
+
+} // namespace ZMT::UTIL
