@@ -139,6 +139,10 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
         "--time", options.tracks.time,
         "Of tracks: a time such as 2024-05-01T12:30:00Z, or +SECONDS after the start of the first; "
         "without it the end of all");
+    addParsedOption(command, "--flood", options.flood, parseFlood,
+                    "Water over all ground at this height or below, in a colour such as '#2060c0a0', whose "
+                    "last two digits are its opacity")
+        ->type_name("HEIGHT[,COLOR]");
     addFilesOption(command, "--breaklines", options.breakLines,
                    "Vector file whose lines and outlines become edges of the terrain; may be repeated");
     addFilesOption(

@@ -27,7 +27,8 @@ LocalFrame frame() {
 } // namespace
 
 DynamicLayer::DynamicLayer(SO<ZMT::CORE::Terrain> terrain, double exaggeration)
-    : terrain_(std::move(terrain)), exaggeration_(exaggeration), parts_{Shown(frame()), Shown(frame())},
+    : terrain_(std::move(terrain)),
+      exaggeration_(exaggeration), parts_{Shown(frame()), Shown(frame()), Shown(frame())},
       scene_(new NBX::SceneThing) {
     for (const Shown & part : parts_)
         scene_->append(part.features.node().get());
@@ -36,14 +37,24 @@ DynamicLayer::DynamicLayer(SO<ZMT::CORE::Terrain> terrain, double exaggeration)
 }
 
 bool DynamicLayer::isEmpty() const {
-    return std::all_of(parts_.begin(), parts_.end(), [](const Shown & part) { return part.groups.empty(); });
+    return std::all_of(parts_.begin(), parts_.end(), [](const Shown & part) { return part.isEmpty; });
 }
 
 void DynamicLayer::show(Part part, Groups groups, const std::optional<Point> & at) {
     Shown & shown = partOf(part);
     shown.groups = std::move(groups);
+    shown.isEmpty = shown.groups.empty();
+    if (shown.isEmpty) shown.features.set({}, 1.0);
     shown.at = at;
     shown.drawnSize = 0.0;
+    effect_->setEnableState(!isEmpty());
+}
+
+void DynamicLayer::show(Part part, const std::vector<Point> & corners, const NBX::Color & color) {
+    Shown & shown = partOf(part);
+    shown.groups.clear();
+    shown.isEmpty = corners.empty();
+    shown.features.set(corners, color);
     effect_->setEnableState(!isEmpty());
 }
 
@@ -62,6 +73,7 @@ double DynamicLayer::metresPerPixel(const std::optional<Point> & at, const NBX::
 
 void DynamicLayer::prepare(const NBX::Camera & camera, unsigned height) {
     for (Shown & part : parts_) {
+        if (part.groups.empty()) continue;
         const double size = metresPerPixel(part.at, camera, height);
         if (std::abs(std::log(size / part.drawnSize)) < s_sizeStep) continue;
         part.drawnSize = size;

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include <nbx/math/color.h>
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
@@ -17,7 +18,7 @@
 class DynamicLayer {
 public:
     /// The lowest first.
-    enum class Part { Tracks, Highlight };
+    enum class Part { Flood, Tracks, Highlight };
     using Groups = std::vector<ZMT::CORE::MovingFeatures::Group>;
     using Point = NBX::Vector3Base<double>;
 
@@ -33,6 +34,9 @@ public:
     /// large as at `at`, in map coordinates, or else in the middle of the terrain.
     void show(Part part, Groups groups, const std::optional<Point> & at = {});
 
+    /// The same of triangles, three corners each, in map coordinates, which do not overlap.
+    void show(Part part, const std::vector<Point> & corners, const NBX::Color & color);
+
     /// As it is seen by the camera in a picture of this height; before each picture.
     void prepare(const NBX::Camera & camera, unsigned height);
 
@@ -40,7 +44,8 @@ private:
     struct Shown {
         explicit Shown(const ZMT::CORE::LocalFrame & frame) : features(frame) {}
         ZMT::CORE::MovingFeatures features;
-        Groups groups;
+        Groups groups; ///< none of triangles
+        bool isEmpty = true;
         std::optional<Point> at;
         double drawnSize = 0.0; ///< of a pixel in metres; 0 before
     };
@@ -49,7 +54,7 @@ private:
 
     NBX::SO<ZMT::CORE::Terrain> terrain_;
     double exaggeration_;
-    std::array<Shown, 2> parts_;
+    std::array<Shown, 3> parts_;
     NBX::SO<NBX::SceneThing> scene_;
     NBX::SO<NBX::Attribute> effect_;
 };

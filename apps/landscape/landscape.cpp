@@ -88,6 +88,7 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     addCities();
     if (options.plain) return;
     layOverlays();
+    flood_ = Flood(options.flood, *grid_);
     dynamic_.emplace(terrain_, exaggeration());
 }
 
@@ -122,6 +123,7 @@ bool Landscape::highlight(const Overlays::Feature * feature, const Point & place
 
 void Landscape::prepareMoving(const NBX::Camera & camera, unsigned height) {
     if (!dynamic_) return;
+    flood_.showOn(*dynamic_);
     if (!tracks_.empty()) tracks_.showOn(*dynamic_);
     if (!hasDynamic_ && dynamic_->isEmpty()) return;
     if (!hasDynamic_) layOnTop(dynamic_->effect());

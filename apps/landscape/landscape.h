@@ -17,6 +17,7 @@
 
 #include "citylayer.h"
 #include "dynamiclayer.h"
+#include "flood.h"
 #include "groundlayers.h"
 #include "landscapeoptions.h"
 #include "overlays.h"
@@ -106,6 +107,8 @@ public:
     Overlays & overlays() { return overlays_; }
     const Tracks & tracks() const { return tracks_; }
     Tracks & tracks() { return tracks_; }
+    const Flood & flood() const { return flood_; }
+    Flood & flood() { return flood_; }
     /// Makes a feature of an overlay stand out, that at a place in map coordinates; null for none. False
     /// where that changes nothing.
     bool highlight(const Overlays::Feature * feature, const NBX::Vector3Base<double> & place = {});
@@ -157,6 +160,7 @@ private:
     std::vector<CityLayer> cities_;
     Overlays overlays_;
     Tracks tracks_;
+    Flood flood_;
     std::optional<DynamicLayer> dynamic_; ///< none on a plain ground, and below cities alone
     const Overlays::Overlay * highlighted_ = nullptr;
     std::int64_t highlightedId_ = 0;

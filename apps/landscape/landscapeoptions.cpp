@@ -48,6 +48,7 @@ void checkBareCities(const LandscapeOptions & options) {
     const char * given = !options.images.empty()                 ? "--image"
                          : !options.overlays.empty()             ? "--overlay"
                          : !options.tracks.files.empty()         ? "--track"
+                         : options.flood                         ? "--flood"
                          : !options.breakLines.empty()           ? "--breaklines"
                          : !options.draped.empty()               ? "--drape"
                          : options.fillVoids                     ? "--fill-voids"

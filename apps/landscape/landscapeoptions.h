@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "citylayer.h"
+#include "flood.h"
 #include "imageoptions.h"
 #include "lighting.h"
 #include "outputfiles.h"
@@ -44,6 +45,7 @@ struct LandscapeOptions {
     CityOptions cities;
     std::vector<OverlayOptions> overlays; ///< later ones on top
     TrackOptions tracks;
+    std::optional<FloodOptions> flood;
     double exaggeration = 1.0;
     std::uint64_t key = 0; ///< of streaming textures
     bool plain = false;    ///< shading alone, neither colours by height nor images

@@ -56,6 +56,7 @@ void checkTrackOptions(const TrackOptions & options) {
 }
 
 Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & reference) {
+    std::vector<ZMT::RASTER::TrackPiece> pieces;
     for (const std::string & path : options.files) {
         const Stage stage(L"read");
         Step step("reading " + path);
@@ -64,27 +65,15 @@ Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & r
         tellLosses(path, *tracks_.back(), read.withoutPlace);
         if (tracks_.back()->isEmpty())
             throw DataError(path + ": no point has a time; show its lines by --overlay instead");
+        pieces.insert(pieces.end(), read.pieces.begin(), read.pieces.end());
         step.finish();
     }
     if (tracks_.empty()) return;
+    all_ = tracks_.size() == 1 ? tracks_.front() : NBX::SO<VectorTrack>(new VectorTrack(pieces));
     const auto seconds = secondsIn(options.time);
     time_ = options.time.empty() ? end()
             : seconds            ? start() + *seconds
                                  : ZMT::RASTER::IsoTime::parse(options.time).value_or(end());
-}
-
-double Tracks::start() const {
-    double first = HUGE_VAL;
-    for (const SO<VectorTrack> & track : tracks_)
-        first = std::min(first, track->start());
-    return tracks_.empty() ? 0.0 : first;
-}
-
-double Tracks::end() const {
-    double last = -HUGE_VAL;
-    for (const SO<VectorTrack> & track : tracks_)
-        last = std::max(last, track->end());
-    return tracks_.empty() ? 0.0 : last;
 }
 
 void Tracks::showOn(DynamicLayer & layer) {

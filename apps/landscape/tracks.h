@@ -31,9 +31,11 @@ public:
 
     bool empty() const { return tracks_.empty(); }
     const std::vector<NBX::SO<ZMT::CORE::VectorTrack>> & list() const { return tracks_; }
+    /// When any of them has a place, as one track; null without any.
+    const NBX::SO<ZMT::CORE::VectorTrack> & all() const { return all_; }
     /// Seconds since 1970, UTC.
-    double start() const;
-    double end() const;
+    double start() const { return all_ ? all_->start() : 0.0; }
+    double end() const { return all_ ? all_->end() : 0.0; }
     double time() const { return time_; }
     void setTime(double time) { time_ = time; }
 
@@ -42,6 +44,7 @@ public:
 
 private:
     std::vector<NBX::SO<ZMT::CORE::VectorTrack>> tracks_;
+    NBX::SO<ZMT::CORE::VectorTrack> all_;
     double time_ = 0.0;
     std::optional<double> shownTime_;
 };

@@ -28,7 +28,8 @@ constexpr int s_indent = 22;                                            ///< bel
 } // namespace
 
 ControlPanel::ControlPanel(QWidget * parent)
-    : QWidget(parent), overlays_(new OverlayPanel),
+    : QWidget(parent), overlays_(new OverlayPanel), floodBox_(new QGroupBox(tr("Flood"))),
+      floodHeight_(new ValueSlider(tr("Height"), 1.0, 2.0, tr(" m"))),
       exaggeration_(new ValueSlider(tr("Exaggeration"), 0.1, 20.0, tr(" ×"))),
       geometryError_(new ValueSlider(tr("Geometry error"), 0.5, 50.0, tr(" px"))),
       textureError_(new ValueSlider(tr("Texture error"), 0.5, 50.0, tr(" px"))),
@@ -44,6 +45,7 @@ ControlPanel::ControlPanel(QWidget * parent)
     column->setSpacing(14);
     column->addWidget(group);
     column->addWidget(overlays_);
+    column->addWidget(floodBox_);
     connect(overlays_, &OverlayPanel::changed, this, &ControlPanel::overlaysChanged);
     for (ValueSlider * slider : {exaggeration_, geometryError_, textureError_, memory_, graphicsMemory_,
                                  cityMemory_, overlayMemory_})
@@ -63,7 +65,44 @@ ControlPanel::ControlPanel(QWidget * parent)
     connect(geometryError_, &ValueSlider::valueChanged, this, &ControlPanel::geometryErrorChanged);
     connect(textureError_, &ValueSlider::valueChanged, this, &ControlPanel::textureErrorChanged);
     makeMemorySliders();
+    makeFlood();
     setLandscape(nullptr);
+}
+
+void ControlPanel::makeFlood() {
+    floodBox_->setObjectName("flood");
+    floodBox_->setCheckable(true);
+    floodBox_->setFocusPolicy(Qt::TabFocus);
+    floodBox_->setToolTip(tr("Water over all ground at a height or below: G, page up and page down"));
+    floodHeight_->setObjectName("floodHeight");
+    (new QVBoxLayout(floodBox_))->addWidget(floodHeight_);
+    connect(floodBox_, &QGroupBox::toggled, this, &ControlPanel::takeFlood);
+    connect(floodHeight_, &ValueSlider::valueChanged, this, &ControlPanel::takeFlood);
+}
+
+void ControlPanel::setFlood(Flood * flood) {
+    flood_ = nullptr; // what follows is no wish
+    floodBox_->setVisible(flood != nullptr);
+    if (!flood) return;
+    floodBox_->setChecked(flood->isOn());
+    floodHeight_->setEvenRange(flood->lowest(), flood->highest());
+    floodHeight_->setValue(flood->height());
+    flood_ = flood;
+}
+
+void ControlPanel::takeFlood() {
+    if (!flood_) return;
+    flood_->setOn(floodBox_->isChecked());
+    flood_->setHeight(floodHeight_->value());
+    emit floodChanged();
+}
+
+void ControlPanel::toggleFlood() {
+    if (flood_) floodBox_->setChecked(!floodBox_->isChecked());
+}
+
+void ControlPanel::moveFlood(int steps) {
+    if (flood_ && flood_->isOn()) floodHeight_->move(steps);
 }
 
 /// They say what the managers have, whoever gave it to them.
@@ -97,6 +136,7 @@ void ControlPanel::setLandscape(Landscape * landscape) {
     citySliders_.clear();
     groundLayers_ = 0;
     overlays_->setOverlays(landscape ? &landscape->overlays() : nullptr);
+    setFlood(landscape && landscape->hasTerrain() ? &landscape->flood() : nullptr);
     setEnabled(landscape != nullptr);
     if (!landscape) return;
     exaggeration_->setValue(landscape->exaggeration());

@@ -9,6 +9,7 @@
 
 class OverlayPanel;
 class QCheckBox;
+class QGroupBox;
 class QVBoxLayout;
 class ValueSlider;
 
@@ -26,6 +27,9 @@ public:
     /// As if the user had clicked the switch; nothing for a number that nothing has. Cities come last.
     void toggleLayer(std::size_t number);
     OverlayPanel * overlays() const { return overlays_; }
+    // As if the user had done it; nothing without a terrain.
+    void toggleFlood();
+    void moveFlood(int steps);
     bool isLayerOn(std::size_t number) const;
     bool isCityOn(std::size_t number) const { return isLayerOn(groundLayers_ + number); }
     /// Which layers on the ground are on, lowest first.
@@ -36,6 +40,7 @@ public:
 signals:
     void layerSwitched();
     void overlaysChanged();
+    void floodChanged();
     void exaggerationChanged(double exaggeration);
     void geometryErrorChanged(double pixels);
     void textureErrorChanged(double pixels);
@@ -44,10 +49,16 @@ signals:
 
 private:
     void makeMemorySliders();
+    void makeFlood();
+    void setFlood(Flood * flood);
+    void takeFlood();
     void addSwitch(const std::string & name, bool isOn, const QString & hint);
     void addCity(std::size_t number, const CityLayer & city);
 
     OverlayPanel * overlays_;
+    Flood * flood_ = nullptr; ///< null without a terrain
+    QGroupBox * floodBox_;    ///< hidden then
+    ValueSlider * floodHeight_;
     QVBoxLayout * layers_;
     std::vector<QCheckBox *> switches_; ///< of the layers on the ground, then of cities
     std::size_t groundLayers_ = 0;

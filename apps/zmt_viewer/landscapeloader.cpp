@@ -85,6 +85,7 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
             options.vectors.clear();
             options.overlays.clear();
             options.tracks = {};
+            options.flood.reset();
             options.cities.files.clear();
         }
         options.terrain = file;

@@ -5,7 +5,7 @@
 class QLabel;
 class QSlider;
 
-/// A slider over the decades of a positive number, with its name and its value.
+/// A slider over the decades of a positive number, or evenly over any range, with its name and its value.
 class ValueSlider : public QWidget {
     Q_OBJECT
 public:
@@ -14,9 +14,14 @@ public:
     ValueSlider(const QString & name, double least, double largest, const QString & unit,
                 const QString & none = {});
 
+    /// From now on evenly over this range, at its least value.
+    void setEvenRange(double least, double largest);
+
     double value() const { return value_; }
     /// Shows a value without telling; outside the range the slider stands at its end.
     void setValue(double value);
+    /// By so many of its steps, and tells.
+    void move(int steps);
 
 signals:
     void valueChanged(double value);
@@ -26,6 +31,7 @@ private:
     void showValue();
 
     double least_, largest_;
+    bool isEven_ = false;
     double value_;
     QString unit_, none_;
     QSlider * slider_;

@@ -32,6 +32,7 @@
 #include "landscape/readfailures.h"
 #include "landscapeview.h"
 #include "overlaypanel.h"
+#include "trackbar.h"
 
 #include <nbx/data/locator.h>
 #include <nbx/object/nbxtime.h>
@@ -93,7 +94,7 @@ bool cannotBeRead(const std::string & file) {
 
 ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     : options_(options), startView_(view), isLonLat_(view.isLonLat), view_(new LandscapeView),
-      panel_(new ControlPanel),
+      panel_(new ControlPanel), tracks_(new TrackBar),
       hint_(new QLabel(tr("Drop a height raster or a city here, or open one with Ctrl+O"), view_)),
       place_(new QLabel), notices_(new FileNotices) {
     PatchInspectorGL::registerAll(false);
@@ -110,6 +111,8 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     statusBar()->addPermanentWidget(notices_);
     statusBar()->addPermanentWidget(place_);
     makePanel();
+    addToolBar(Qt::BottomToolBarArea, tracks_);
+    connect(tracks_, &TrackBar::moved, view_, &LandscapeView::redraw);
     makeActions();
     makeLayerKeys();
     showTitle();
@@ -150,6 +153,7 @@ void ViewerWindow::makePanel() {
     addDockWidget(Qt::RightDockWidgetArea, dock);
     connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
     connect(panel_, &ControlPanel::overlaysChanged, view_, &LandscapeView::redraw);
+    connect(panel_, &ControlPanel::floodChanged, view_, &LandscapeView::redraw);
     connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
     connect(panel_, &ControlPanel::geometryErrorChanged, view_, &LandscapeView::setGeometryError);
     connect(panel_, &ControlPanel::memoryChanged, this, [this](const MemoryBudgets & budgets) {
@@ -185,11 +189,36 @@ void ViewerWindow::makeActions() {
     patches_->setShortcut(Qt::Key_P);
     patches_->setCheckable(true);
     connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
+    view->addAction(tr("F&lood"), Qt::Key_G, panel_, &ControlPanel::toggleFlood);
+    view->addAction(tr("Raise the flood"), Qt::Key_PageUp, this, [this] { panel_->moveFlood(1); });
+    view->addAction(tr("Lower the flood"), Qt::Key_PageDown, this, [this] { panel_->moveFlood(-1); });
     view->addAction(tr("&Next feature under the mouse"), Qt::Key_N, this, &ViewerWindow::showNextFeature);
     copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
+    makeTrackMenu();
     setBusy(false);
+}
+
+void ViewerWindow::makeTrackMenu() {
+    trackMenu_ = menuBar()->addMenu(tr("&Track"));
+    const auto add = [this](const QString & text, Qt::Key key, void (TrackBar::*function)(int), int steps) {
+        trackMenu_->addAction(text, key, this, [this, function, steps] { (tracks_->*function)(steps); });
+    };
+    trackMenu_->addAction(tr("&Play or pause"), Qt::Key_Space, tracks_, &TrackBar::togglePlay);
+    add(tr("&Slower"), Qt::Key_Comma, &TrackBar::changeSpeed, -1);
+    add(tr("&Faster"), Qt::Key_Period, &TrackBar::changeSpeed, 1);
+    add(tr("&Earlier"), Qt::Key_J, &TrackBar::move, -1);
+    add(tr("&Later"), Qt::Key_K, &TrackBar::move, 1);
+    add(tr("To the s&tart"), Qt::Key_Home, &TrackBar::move, -100);
+    add(tr("To the e&nd"), Qt::Key_End, &TrackBar::move, 100);
+    showTracks(nullptr);
+}
+
+/// Keys without a track do nothing.
+void ViewerWindow::showTracks(Landscape * landscape) {
+    tracks_->setTracks(landscape ? &landscape->tracks() : nullptr);
+    trackMenu_->menuAction()->setVisible(tracks_->player() != nullptr);
 }
 
 /// What would load while something loads, and what needs a landscape.
@@ -278,6 +307,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
     before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn(), isReload};
     view_->keepPicture();
     panel_->setLandscape(nullptr);
+    showTracks(nullptr);
     notices_->setLandscape(nullptr);
     ground_.reset();
     showFeatures({});
@@ -285,7 +315,10 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
     setBusy(true);
     hint_->hide();
     lastError_.clear();
-    if (before_.landscape) options_.exaggeration = before_.landscape->exaggeration();
+    if (before_.landscape) {
+        options_.exaggeration = before_.landscape->exaggeration();
+        options_.flood = before_.landscape->flood().options();
+    }
     loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
     showProgressDialog();
 }
@@ -348,6 +381,7 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const
         city.setLook(old.look());
     }
     landscape.overlays().keepLooks(before.landscape->overlays());
+    if (before.isReload) landscape.tracks().setTime(before.landscape->tracks().time());
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.
@@ -367,6 +401,7 @@ void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
     takeSystem(landscape->reference());
     view_->setLandscape(landscape, view);
     panel_->setLandscape(landscape.get());
+    showTracks(landscape.get());
     notices_->setLandscape(landscape);
     setBusy(false);
     applyLayers();

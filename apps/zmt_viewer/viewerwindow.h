@@ -20,7 +20,9 @@ class ControlPanel;
 class FileNotices;
 class LandscapeView;
 class QAction;
+class TrackBar;
 class QLabel;
+class QMenu;
 class QProgressDialog;
 
 /// The window: a landscape, the panel beside it, menus and a status bar. Files are opened by the menu, or by
@@ -45,6 +47,7 @@ public:
 
     LandscapeView * view() const { return view_; }
     ControlPanel * panel() const { return panel_; }
+    TrackBar * tracks() const { return tracks_; }
     LandscapeLoader * loader() { return &loader_; }
     /// The path or URL that what is shown is called by; empty without anything.
     std::string shownFile() const { return mainFile(options_); }
@@ -60,6 +63,8 @@ protected:
 private:
     void makePanel();
     void makeActions();
+    void makeTrackMenu();
+    void showTracks(Landscape * landscape);
     void makeLayerKeys();
     void chooseFiles();
     void choosePicture();
@@ -107,6 +112,7 @@ private:
 
     LandscapeView * view_;
     ControlPanel * panel_;
+    TrackBar * tracks_;
     QLabel * hint_;
     QLabel * place_;
     FileNotices * notices_;
@@ -116,6 +122,7 @@ private:
     QAction * copyView_ = nullptr;
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
+    QMenu * trackMenu_ = nullptr;
     QProgressDialog * progress_ = nullptr;
     QString lastError_;
 

@@ -291,4 +291,39 @@ TEST_F(OverlayRun, TracksThatCannotBeAreTold) {
                   {"--track", "--terrain"});
 }
 
+/// Rises to the east by a metre for each cell, from 100 on.
+std::string slope() {
+    SmallGeoTiff tiff{s_columns, s_rows};
+    tiff.west = s_west;
+    tiff.north = s_south + s_rows * s_cell;
+    tiff.cell = s_cell;
+    tiff.noData = "-9999";
+    for (int i = 0; i < s_columns * s_rows; ++i)
+        tiff.heights.push_back(i / s_columns < 10 ? -9999.0F : float(i % s_columns - 50));
+    return tiff.encode();
+}
+
+TEST_F(OverlayRun, AFloodCoversWhatLiesBelow) {
+    folder.write("ground.tif", slope());
+    // The vertices stand in the middle of their cells: -20.5 is 300 m to the east.
+    const double shore = (29.5 + 0.5) * s_cell;
+    for (const char * exaggeration : {"1", "3"}) {
+        const bool isPlain = exaggeration == std::string("1");
+        ASSERT_EQ(render({"--exaggeration", exaggeration}, "dry.png").status, 0);
+        ASSERT_EQ(render({"--exaggeration", exaggeration, "--flood", "-20.5,#0000ff80"}).status, 0);
+        const auto dry = picture("dry.png"), wet = picture();
+        for (const double x : {isPlain ? 50.0 : 200.0, isPlain ? shore - 6.0 : 200.0}) {
+            const NBX::Color under = colorAt(*dry, x, 200.0), over = colorAt(*wet, x, 200.0);
+            EXPECT_NEAR(over[2], under[2] + (1.0F - under[2]) * 128.0F / 255.0F, 3.0F / 255.0F) << x;
+            EXPECT_NEAR(over[0], under[0] * 127.0F / 255.0F, 3.0F / 255.0F) << x;
+        }
+        for (const double x : {isPlain ? shore + 6.0 : 420.0, 500.0})
+            EXPECT_EQ(colorAt(*dry, x, 200.0), colorAt(*wet, x, 200.0)) << x;
+        EXPECT_EQ(colorAt(*dry, 100.0, 440.0), colorAt(*wet, 100.0, 440.0)) << "no ground is known there";
+    }
+    expectFailure(render({"--flood", "deep"}), 2, {"--flood", "deep"});
+    expectFailure(zmt(folder, {"render", "--city", areas, "--flood", "3", "--out", folder.out("p.png")}), 2,
+                  {"--flood", "--terrain"});
+}
+
 } // namespace

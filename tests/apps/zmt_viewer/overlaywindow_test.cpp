@@ -10,46 +10,35 @@
 #include <QTreeWidget>
 
 #include "controlpanel.h"
+#include "groundtest.h"
 #include "overlaypanel.h"
-#include "support/zmtrun.h"
-#include "viewertest.h"
 
 namespace {
 
-/// A square of 3 km below the middle of the view.
+/// A square around the middle of the view, which leaves room on all sides.
 constexpr const char * s_square =
     R"({"type": "FeatureCollection",
-        "crs": {"type": "name", "properties": {"name": "urn:ogc:def:crs:EPSG::32616"}},
+        "crs": {"type": "name", "properties": {"name": "urn:ogc:def:crs:EPSG::32645"}},
         "features": [{"type": "Feature", "properties": {"name": "NAME", "area": 9},
-                      "geometry": {"type": "Polygon", "coordinates": [[[745500, 4051500], [748500, 4051500],
-                                   [748500, 4054500], [745500, 4054500], [745500, 4051500]]]}}]})";
+                      "geometry": {"type": "Polygon", "coordinates": [[[500160, 3100120], [500480, 3100120],
+                                   [500480, 3100360], [500160, 3100360], [500160, 3100120]]]}}]})";
 
-class OverlayWindowTest : public ViewerTest {
+class OverlayWindowTest : public GroundTest {
 protected:
     void SetUp() override {
         for (const char * name : {"red", "blue", "green"})
-            paths_[name] = files_.write(std::string(name) + ".geojson", s_square);
+            paths_[name] = files.write(std::string(name) + ".geojson", s_square);
     }
     OverlayOptions overlay(const std::string & name, const std::string & style) const {
         return {paths_.at(name), "", style};
     }
-    /// A window as the command line opens it, which looks down on the square.
     void open(std::vector<OverlayOptions> overlays) {
         LandscapeOptions options;
-        options.terrain = s_jacksboro;
         options.overlays = std::move(overlays);
-        options.method = TerrainMethod::Chunked;
-        window = std::make_unique<ViewerWindow>(options, parseView("747000,4052000,4000,747000,4053000,400"));
-        window->resize(900, 700);
-        window->show();
-        view = window->view();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return view->canvas() != nullptr; }));
-        window->open({});
-        ASSERT_TRUE(settle()) << window->lastError().toStdString();
-        activate();
+        GroundTest::open(options);
     }
-    void dropped(const std::vector<std::string> & files) const {
-        drop(files);
+    void dropped(const std::vector<std::string> & paths) const {
+        drop(paths);
         ASSERT_TRUE(settle()) << window->lastError().toStdString();
         activate();
     }
@@ -61,34 +50,14 @@ protected:
         field->setText(text);
         QTest::keyClick(field, Qt::Key_Return);
     }
-    /// Of the picture's middle.
-    QColor color() const {
-        const auto image = picture();
-        const auto * rgb = image->pixelComponentsU8(image->width() / 2, image->height() / 2);
-        return {rgb[0], rgb[1], rgb[2]};
-    }
     void point() const {
         QTest::mouseMove(view, middle() + QPoint(3, 3));
         QTest::mouseMove(view, middle());
     }
-    /// Pixels of such a colour.
-    unsigned count(bool (*isOne)(const QColor &)) const {
-        const auto image = picture();
-        unsigned pixels = 0;
-        for (int y = 0; y < image->height(); ++y)
-            for (int x = 0; x < image->width(); ++x) {
-                const auto * rgb = image->pixelComponentsU8(x, y);
-                pixels += isOne({rgb[0], rgb[1], rgb[2]});
-            }
-        return pixels;
-    }
     static bool isYellow(const QColor & color) {
         return color.red() > 220 && color.green() > 190 && color.blue() < 90;
     }
-    static bool isRed(const QColor & color) { return color.red() > color.blue() + 60; }
-    static bool isBlue(const QColor & color) { return color.blue() > color.red() + 60; }
 
-    RunFolder files_;
     std::map<std::string, std::string> paths_;
 };
 
@@ -122,7 +91,7 @@ TEST_F(OverlayWindowTest, DroppedFilesBecomeOverlaysOnTheSameLandscape) {
 
 TEST_F(OverlayWindowTest, AFileThatIsNoneLeavesTheOthers) {
     open({overlay("red", "fill=#ff0000")});
-    drop({files_.write("bad.geojson", "{\"type\": \"nothing\"}")});
+    drop({files.write("bad.geojson", "{\"type\": \"nothing\"}")});
     ASSERT_TRUE(QTest::qWaitFor([&] { return !window->lastError().isEmpty(); }));
     ASSERT_TRUE(settle());
     EXPECT_EQ(1, list()->topLevelItemCount());
@@ -211,7 +180,7 @@ TEST_F(OverlayWindowTest, AStyleIsTakenAndAWrongOneChangesNothing) {
 
 TEST_F(OverlayWindowTest, TheLegendHasALineForEachRule) {
     const std::string rulesFile =
-        files_.write("rules.style", "area > 5: fill=#ff0000\ndefault: fill=#0000ff\n");
+        files.write("rules.style", "area > 5: fill=#ff0000\ndefault: fill=#0000ff\n");
     open({overlay("red", rulesFile), overlay("blue", "fill=#0000ff")});
     ASSERT_EQ(2, list()->topLevelItemCount());
     const QTreeWidgetItem * one = list()->topLevelItem(0);
@@ -238,10 +207,10 @@ TEST_F(OverlayWindowTest, WhatIsUnderTheMouseStandsOut) {
     open({overlay("red", "fill=#ff0000,width=0")});
     QTest::mouseMove(view, {5, 5});
     ASSERT_TRUE(settle());
-    EXPECT_EQ(0U, count(isYellow));
+    EXPECT_EQ(0U, placesOf(isYellow).size());
     point();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return settle() && count(isYellow) > 0; }));
-    const unsigned outline = count(isYellow);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return settle() && placesOf(isYellow).size() > 0; }));
+    const std::size_t outline = placesOf(isYellow).size();
     EXPECT_GT(outline, 800U) << "all around the square";
     EXPECT_LT(outline, 20000U);
     EXPECT_TRUE(isRed(color())) << "its inside stays as it is";
@@ -253,7 +222,7 @@ TEST_F(OverlayWindowTest, WhatIsUnderTheMouseStandsOut) {
     QApplication::sendEvent(view, &leave);
     EXPECT_EQ("", label("overlayAttributes")->text());
     ASSERT_TRUE(settle());
-    EXPECT_EQ(0U, count(isYellow));
+    EXPECT_EQ(0U, placesOf(isYellow).size());
 }
 
 TEST_F(OverlayWindowTest, AKeyShowsTheNextOfThoseUnderTheMouse) {
@@ -277,9 +246,9 @@ TEST_F(OverlayWindowTest, ThreeWithNamesAskForNoFramesAtRest) {
     enterStyle("fill=#00ff00,label=name,label-size=24");
     ASSERT_TRUE(settle());
     EXPECT_GT(difference(unnamed, picture()), 0.0) << "the name is drawn";
-    QTest::qWait(400);
+    QTest::qWait(100);
     const unsigned before = view->frames().count;
-    QTest::qWait(400);
+    QTest::qWait(200);
     EXPECT_EQ(before, view->frames().count);
 }
 

@@ -73,4 +73,23 @@ TEST_F(ValueSliderTest, ShowsAValueWithoutTelling) {
     EXPECT_EQ(0, count);
 }
 
+TEST_F(ValueSliderTest, MayRunEvenlyOverAnyRange) {
+    slider.setEvenRange(-500.0, 1500.0);
+    EXPECT_EQ(-500.0, slider.value());
+    handle->setValue(handle->maximum() / 4);
+    EXPECT_DOUBLE_EQ(0.0, told);
+    handle->setValue(handle->maximum());
+    EXPECT_DOUBLE_EQ(1500.0, told);
+    slider.move(-1);
+    EXPECT_DOUBLE_EQ(1490.0, told);
+    slider.setEvenRange(0.0, 6373.0); // steps of 31.865
+    handle->setValue(101);
+    EXPECT_DOUBLE_EQ(3220.0, told) << "round numbers";
+    slider.setValue(6373.0 / 2);
+    EXPECT_EQ(handle->maximum() / 2, handle->value());
+    slider.setEvenRange(5.0, 5.0);
+    handle->setValue(handle->maximum());
+    EXPECT_DOUBLE_EQ(5.0, slider.value()) << "level ground";
+}
+
 } // namespace

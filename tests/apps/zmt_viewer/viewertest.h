@@ -29,8 +29,11 @@ protected:
         LandscapeOptions options;
         options.tree.maxVertices = 200;
         options.method = method();
-        window = std::make_unique<ViewerWindow>(options, View());
-        window->resize(700, 480);
+        makeWindow(options, View(), 700, 480);
+    }
+    void makeWindow(const LandscapeOptions & options, const View & start, int width, int height) {
+        window = std::make_unique<ViewerWindow>(options, start);
+        window->resize(width, height);
         window->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
         activate();
