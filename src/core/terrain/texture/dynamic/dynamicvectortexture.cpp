@@ -137,7 +137,7 @@ void DynamicVectorTexture::setTextureSize(unsigned size) {
 
 bool DynamicVectorTexture::isOfThisPicture(const NBX::EngineGL * engine) const {
     const NBX::SO<const NBX::MonoAttribute> picture = engine->getAttribute(NBX::Canvas::ClassNameNBX());
-    return picture && engine_.lock() == engine && picture_.lock() == picture;
+    return picture && picture_.lock() == picture;
 }
 
 NBX::SO<NBX::TextureGL> DynamicVectorTexture::requestImpl(const GeometryPatch * patch, NBX::EngineGL * engine,

@@ -172,7 +172,8 @@ std::optional<TrapezoidFit::Trapezoid> TrapezoidFit::trapezoid(const Matrix & m,
     const Matrix turn = turnToX(planDirection(m)), back = turn.transposed();
     auto & c = result.corners;
     Loop clockwise = turnedBy(turn, hull);
-    std::reverse(clockwise.begin(), clockwise.end());
+    // From the same point on.
+    std::reverse(clockwise.begin() + 1, clockwise.end());
     c = cornersOf(clockwise, turnedBy(turn, result.hull));
     const double ratio = nearest > 0.0 ? nearest / (nearest + c[2].x - c[0].x) : 0.0;
     const double nearWidth = c[0].z - c[1].z, farWidth = c[3].z - c[2].z;

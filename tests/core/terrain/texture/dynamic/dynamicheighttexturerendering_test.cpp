@@ -272,6 +272,25 @@ TEST_F(DynamicHeightTextureRenderingTest, LightFallsOnTheSlopes) {
     EXPECT_EQ(pixel(draw(), 40, 64)[0], 255) << "without light";
 }
 
+TEST_F(DynamicHeightTextureRenderingTest, LightMultipliesTheEffectsAndNotTheGraphAboveThem) {
+    layHeights([](unsigned x, unsigned) { return 16.0 * (x < 32 ? x : 64 - x); }, {512, 1600, 512},
+               {512, 0, 512}, {0, 0, 1});
+    add(area(square).get(), NBX::Color(0.0, 0.6, 0.0));
+    root->insert(1, effect(dynamic.get()).get());
+    const SO<NBX::SceneThing> half(new NBX::SceneThing(rendering->terrainTextureSceneGraph().get()));
+    half->append(new NBX::ColorAttribute(NBX::Color(1.0, 0.0, 0.0, 0.5)));
+    half->append(new NBX::PolygonSet(NBX::PolygonSet::PT_Quads, new NBX::Array<Point>(std::vector<Point>{
+                                                                    Point(0, 0, 0), Point(1024, 0, 0),
+                                                                    Point(1024, 512, 0), Point(0, 512, 0)})));
+    rendering->setLightDirection({0.0, 0.0, 1.0});
+    const SO<NBX::Image> picture = draw();
+    const auto lit = pixel(picture, 40, 90), blended = pixel(picture, 40, 38);
+    EXPECT_NEAR(lit[0], 0, 3);
+    EXPECT_NEAR(lit[1], 255 * 0.6 * std::sqrt(0.5), 4);
+    EXPECT_NEAR(blended[0], 128, 4);
+    EXPECT_NEAR(blended[1], 255 * 0.3 * std::sqrt(0.5), 4);
+}
+
 TEST_F(DynamicHeightTextureRenderingTest, TheBorderOfAHoleIsNoSlope) {
     layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
     rendering->terrainHeightSceneGraph()->append(new NBX::PolygonSet(

@@ -247,6 +247,8 @@ TEST_F(DynamicVectorTextureTest, ASecondTerrainOfOtherHeightsIsDrawnFor) {
         TestTerrain::grid({65, 65, 1040.0, 0.0, 16.0, 16.0}, [](unsigned, unsigned) { return -400.0; });
     deep->append(
         new ZMT::CORE::Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 64).get()));
+    // What was drawn for both serves the first one again.
+    root->append(terrain.get());
     expectAreas(draw(), [](const Point & p) { return isOnBoard(p, s_side); });
     EXPECT_EQ(dynamic->renderCount(), 2U);
 }
@@ -468,6 +470,9 @@ TEST_F(DynamicVectorTextureTest, AViewThatMissesTheSlabIsDrawnWithTheIdentity) {
                                             false, false, isIncomplete);
     ASSERT_TRUE(handedOut);
     EXPECT_EQ(handedOut->getMatrix(), Matrix());
+    EXPECT_EQ(handedOut->getWrapS(), NBX::TextureGL::WM_ClampToEdge);
+    EXPECT_EQ(handedOut->getWrapT(), NBX::TextureGL::WM_ClampToEdge);
+    EXPECT_EQ(handedOut->getBorderColor(), NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
     EXPECT_EQ(dynamic->textureMatrix(), Matrix());
     EXPECT_EQ(dynamic->renderCount(), 1U);
     EXPECT_TRUE(reports.empty());

@@ -12,6 +12,7 @@
 using NBX::SO;
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::RenderRasterTexture;
+using ZMT::CORE::TrapezoidFit;
 using ZMT::CORE::TrapezoidPass;
 
 namespace {
@@ -94,6 +95,39 @@ TEST_F(RenderRasterTextureTest, AVectorTextureIsDrawnBelowVectors) {
     const SO<NBX::Image> picture = draw();
     EXPECT_TRUE(isRed(pixel(picture, 30, 64)));
     EXPECT_TRUE(isWhite(pixel(picture, 98, 64)));
+}
+
+/// The fourth coordinate divides the others for each pixel, not for each corner.
+TEST_F(RenderRasterTextureTest, AMatrixOfATextureMayBeProjective) {
+    const SO<NBX::MemoryImage> image(new NBX::MemoryImage(2, 1, NBX::LS_RGBA));
+    image->setColor(0, 0, NBX::Color(1.0, 0.0, 0.0));
+    image->setColor(1, 0, NBX::Color(0.0, 0.0, 1.0));
+    splitting->width = 2000.0;
+    // From x of 0 to 1024 to 3 x / (x + 2048): one half at 409.6.
+    const SO<NBX::TextureGL> made(
+        new NBX::ImageTexture2DGL(image, NBX::TextureGL::WM_ClampToEdge, NBX::TextureGL::WM_ClampToEdge,
+                                  NBX::TextureGL::FM_Nearest, NBX::TextureGL::FM_Nearest));
+    made->setMatrix(Matrix({3, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 2048}));
+    splitting->answer = SO<NBX::ImageTexture2DGL>(static_cast<NBX::ImageTexture2DGL *>(made.get()));
+    for (const bool isInPass : {true, false}) {
+        root->clear();
+        look({512, 1098.1, 512}, {512, 0, 512}, {0, 0, 1});
+        root->append(new LookingNode([&](NBX::Engine & e) {
+            if (!isInPass) {
+                e.paint(raster.get());
+                return;
+            }
+            TrapezoidPass pass;
+            set(pass, {512, 3000, 512}, {512, 0, 512}, {0, 0, 1});
+            pass.trapMat = TrapezoidFit::squareToClip() * Matrix::scaling({1 / 1024.0, 1 / 1024.0, 1.0});
+            raster->draw(engine.get());
+        }));
+        const SO<NBX::Image> picture = draw();
+        for (int x = 1; x < 127; ++x)
+            if (x != 51) {
+                EXPECT_EQ(isRed(pixel(picture, x, 64)), x < 51) << x << " in a pass: " << isInPass;
+            }
+    }
 }
 
 /// 16 pixels are a unit; the picture begins at 5200000.2, where single precision has steps of half a unit.

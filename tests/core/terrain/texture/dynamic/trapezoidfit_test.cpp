@@ -267,6 +267,18 @@ TEST(TrapezoidFit, EveryTriangleHasOneWhicheverWayItStands) {
     }
 }
 
+/// A leaning parallelogram, whose four edges lead as far along the view: the first two that are met, from the
+/// corner with the least x on, lie opposite to each other.
+TEST(TrapezoidFit, OfEdgesThatLeadAsFarTheEarlierOneIsTheLeg) {
+    const Matrix leaning({2, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1, 0, 0, 0, 0, 1});
+    const auto trapezoid = TrapezoidFit::trapezoid(leaning, -0.5, 0.5);
+    ASSERT_TRUE(trapezoid);
+    const std::array<Point, 4> expected = {Point(-2, 0, -2), Point(2, 0, -2), Point(2, 0, 2),
+                                           Point(-2, 0, 2)};
+    for (unsigned i = 0; i < 4; ++i)
+        EXPECT_LE((trapezoid->corners[i] - expected[i]).length(), 1e-9) << i;
+}
+
 TEST(TrapezoidFit, StraightDownTheUpperBorderOfThePictureIsFar) {
     const Matrix m = fromClip({10, 1000, 20}, {10, 0, 20}, {1, 0, 0}, perspective(60, 1.5, 1, 2000));
     const auto trapezoid = TrapezoidFit::trapezoid(m, 0.0, 0.0);

@@ -59,7 +59,7 @@ public:
     /// columns or rows are thinned out there, but keep their borders.
     static NBX::SO<TerrainTexture> CreateHeightTexture(const GridData * grid, double level);
 
-    /// Programs for what stands in the graphs, which draw into the trapezoid of the last pass.
+    /// Programs for what stands in the graphs, which draw into the trapezoid of the pass that goes on.
     static NBX::SO<NBX::GL2::ProgramObject> shaderForTerrainHeightWithoutTexture();
     static NBX::SO<NBX::GL2::ProgramObject> shaderForTerrainTextureWithTexture();
     static NBX::SO<NBX::GL2::ProgramObject> shaderForTerrainTextureWithoutTexture();
