@@ -127,6 +127,35 @@ TEST_F(DynamicHeightTextureRenderingTest, TheMeshHasTheHeightsOfTheTerrain) {
     EXPECT_GT(checked, 300U);
 }
 
+/// The view volume is cut for the tiles of a picture that is larger than what the driver draws at once.
+TEST_F(DynamicHeightTextureRenderingTest, APictureInTilesIsTheWholePicture) {
+    layHeights([](unsigned x, unsigned y) { return 2.0 * x + y; }, {100, 300, -300}, {520, 0, 400});
+    addReds();
+    const SO<NBX::Image> whole = canvas->largeScaleSnapshot(200, 200);
+    engine->setMaxViewport(64, 64);
+    const SO<NBX::Image> tiles = canvas->largeScaleSnapshot(200, 200);
+    engine->setMaxViewport(10000, 10000);
+    unsigned different = 0, reds = 0;
+    for (int y = 0; y < 200; ++y)
+        for (int x = 0; x < 200; ++x) {
+            reds += isRed(pixel(whole, x, y));
+            different += isRed(pixel(tiles, x, y)) != isRed(pixel(whole, x, y));
+        }
+    EXPECT_GT(reds, 5000U);
+    EXPECT_LE(different, 400U) << "at edges";
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, FacesThatAreNotDrawnElsewhereAreDrawnHere) {
+    layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    const SO<NBX::SceneNode> culling(new LookingNode([](NBX::Engine &) { glEnable(GL_CULL_FACE); }));
+    root->insert(1, culling.get());
+    for (const GLenum face : {GL_FRONT, GL_BACK}) {
+        glCullFace(face);
+        EXPECT_TRUE(isWhite(pixel(draw(), 64, 64))) << face;
+    }
+    glDisable(GL_CULL_FACE);
+}
+
 TEST_F(DynamicHeightTextureRenderingTest, HeightsForNoDataAreHoles) {
     for (const float hole : {0.0F, -500.0F, -9999.0F}) {
         layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
