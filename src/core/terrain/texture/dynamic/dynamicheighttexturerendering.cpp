@@ -1,3 +1,6 @@
+// Whether heights can be drawn from the graphics card, and textures of the heights of grids. The drawing
+// itself is that of `HeightPassesGL`.
+
 #include <zmt/core/terrain/texture/dynamic/dynamicheighttexturerendering.h>
 
 #include <algorithm>

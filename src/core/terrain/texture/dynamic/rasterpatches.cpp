@@ -13,13 +13,22 @@ NBX_CLASS_IMPL(RenderRasterTexture_GeometryPatch, GeometryPatch)
 
 namespace {
 
+/// Texels are mixed with their neighbours, which lie beyond the border of the picture there.
+constexpr double s_margin = 1.04;
+
+/// Sees a little more on all sides.
+NBX::SO<const NBX::ViewInfo> widened(const NBX::ViewInfo & view) {
+    const auto narrower = NBX::Matrix4x4Base<double>::scaling({1.0 / s_margin, 1.0 / s_margin, 1.0});
+    return new NBX::ViewInfo(view.modelView(), narrower * view.projection(), view.viewport());
+}
+
 /// One walk over a tree.
 struct Walk {
     const NBX::ViewInfo & view;
+    const RasterPatches::Point nearPoint;
     const RasterPatches::Refine & refine;
     const RasterPatches::Take & take;
     const unsigned long number;
-    const RasterPatches::Point nearPoint = TerrainPaintingGL::nearPoint(view);
 
     void visit(const RasterPatches::Patch & patch) const {
         patch.noteWalk(number);
@@ -71,7 +80,7 @@ void RasterPatches::walk(const NBX::Bounds & box, const NBX::ViewInfo & view, co
     if (!box.isDefined()) return;
     ++walk_;
     const NBX::SO<const Patch> root(&rootOver(box));
-    Walk{view, refine, take, walk_}.visit(*root);
+    Walk{*widened(view), TerrainPaintingGL::nearPoint(view), refine, take, walk_}.visit(*root);
     dropUnused();
 }
 

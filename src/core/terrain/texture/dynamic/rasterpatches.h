@@ -50,7 +50,8 @@ public:
     /// What no walk has come to for so many walks is let go.
     static constexpr unsigned long keptWalks = 100;
 
-    /// Calls `take` for the patches in `box` that `view` sees, and that `refine` does not want to be finer.
+    /// Calls `take` for the patches in `box` that `view` sees, or nearly sees, since texels are mixed with
+    /// their neighbours, and that `refine` does not want to be finer.
     void walk(const NBX::Bounds & box, const NBX::ViewInfo & view, const Refine & refine, const Take & take);
 
 private:

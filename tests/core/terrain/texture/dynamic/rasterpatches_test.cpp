@@ -76,6 +76,13 @@ TEST(RasterPatches, SplitsAsWantedWhatIsSeen) {
     EXPECT_TRUE(walk(patches, NBX::Bounds(), 1.0).empty());
 }
 
+/// The view reaches to 500.
+TEST(RasterPatches, WhatLiesCloselyBesideThePictureIsDrawnWithIt) {
+    RasterPatches patches;
+    EXPECT_EQ(walk(patches, NBX::Bounds(Point(510, 0, 0), Point(600, 0, 90)), 1000.0).size(), 1U);
+    EXPECT_EQ(walk(patches, NBX::Bounds(Point(525, 0, 0), Point(600, 0, 75)), 1000.0).size(), 0U);
+}
+
 TEST(RasterPatches, StayTheSameAlsoWhereBoxesTakeTurns) {
     RasterPatches patches;
     const auto small = walk(patches, s_small, 200.0), large = walk(patches, s_large, 220.0);
