@@ -346,6 +346,26 @@ TEST_F(DynamicHeightTextureRenderingTest, ThePatternHasBandsOfTheHeight) {
     EXPECT_EQ(found[3], 255);
 }
 
+/// On a slope, half a pixel of the heights would be a sixth of a band.
+TEST_F(DynamicHeightTextureRenderingTest, TheHeightsOfASlopeLieAtTheirVertices) {
+    constexpr double slope = 0.5;
+    layHeights([](unsigned x, unsigned) { return slope * 16.0 * x; }, {500, 1500, 480}, {500, 0, 480},
+               {0, 0, 1});
+    rendering->showTestPattern(true);
+    const SO<NBX::Image> picture = draw();
+    unsigned checked = 0;
+    for (int y = 4; y < s_pixels; y += 7)
+        for (int x = 1; x < s_pixels; ++x) {
+            const Point low = onPlane(x, y, 0.0), high = onPlane(x, y, 100.0);
+            const double height = slope * low.x / (1.0 - slope * (high.x - low.x) / 100.0);
+            if (height < 40.0 * slope || height > 980.0 * slope || low.z < 60.0 || low.z > 960.0) continue;
+            ++checked;
+            const double expected = std::abs(std::sin((height - rendering->heightLevel()) / 4.0));
+            EXPECT_NEAR(pixel(picture, x, y)[0], 255.0 * expected, 20.0) << x << ", " << y;
+        }
+    EXPECT_GT(checked, 700U);
+}
+
 TEST_F(DynamicHeightTextureRenderingTest, AMeshGivesHeightsAsWell) {
     rendering = new SmallRendering(Bounds(Point(0, 0, 0), Point(1024, 100, 1024)));
     rendering->terrainHeightSceneGraph()->append(new NBX::PolygonSet(
