@@ -44,6 +44,9 @@ protected:
     }
     OverlayPanel * panel() const { return window->panel()->overlays(); }
     QTreeWidget * list() const { return panel()->list(); }
+    QSlider * opacity() const {
+        return panel()->findChild<QWidget *>("overlayOpacity")->findChild<QSlider *>();
+    }
     QLabel * label(const char * name) const { return panel()->findChild<QLabel *>(name); }
     void enterStyle(const QString & text) const {
         auto * field = panel()->findChild<QLineEdit *>("overlayStyle");
@@ -102,6 +105,8 @@ TEST_F(OverlayWindowTest, AReloadKeepsDroppedFilesAndTheirLooks) {
     open({overlay("blue", "fill=#0000ff")});
     dropped({paths_.at("green"), paths_.at("red")});
     enterStyle("fill=#ff0000");
+    opacity()->setValue(opacity()->maximum() - 10);
+    const int share = opacity()->value();
     list()->addTopLevelItem(list()->takeTopLevelItem(1)); // green
     list()->topLevelItem(2)->setCheckState(0, Qt::Unchecked);
     ASSERT_TRUE(
@@ -115,6 +120,7 @@ TEST_F(OverlayWindowTest, AReloadKeepsDroppedFilesAndTheirLooks) {
     EXPECT_EQ("red.geojson", list()->topLevelItem(0)->text(0));
     EXPECT_EQ("green.geojson", list()->topLevelItem(2)->text(0));
     EXPECT_EQ(Qt::Unchecked, list()->topLevelItem(2)->checkState(0));
+    EXPECT_EQ(share, opacity()->value());
     EXPECT_TRUE(isRed(color())) << color().name().toStdString();
 }
 
@@ -142,12 +148,17 @@ TEST_F(OverlayWindowTest, ASwitchHidesOne) {
 
 TEST_F(OverlayWindowTest, OpacityIsThatOfTheSelectedOne) {
     open({overlay("red", "fill=#ff0000"), overlay("blue", "fill=#0000ff")});
-    auto * opacity = panel()->findChild<QWidget *>("overlayOpacity")->findChild<QSlider *>();
-    opacity->setValue(opacity->minimum());
+    opacity()->setValue(opacity()->maximum() / 2); // over the decades from 1 to 100 percent
     ASSERT_TRUE(settle());
-    EXPECT_TRUE(isRed(color())) << color().name().toStdString();
+    EXPECT_NEAR(color().blue(), 25.5, 3.0);
+    EXPECT_NEAR(color().red(), 229.5, 3.0);
     list()->setCurrentItem(list()->topLevelItem(1));
-    EXPECT_EQ(opacity->maximum(), opacity->value());
+    EXPECT_EQ(opacity()->maximum(), opacity()->value());
+    opacity()->setValue(opacity()->minimum());
+    ASSERT_TRUE(settle());
+    EXPECT_LT(color().red(), 200) << "that of the lower one";
+    list()->setCurrentItem(list()->topLevelItem(0));
+    EXPECT_EQ(opacity()->maximum() / 2, opacity()->value());
 }
 
 TEST_F(OverlayWindowTest, MovingAnItemChangesWhatIsOnTop) {
@@ -187,10 +198,17 @@ TEST_F(OverlayWindowTest, TheLegendHasALineForEachRule) {
     ASSERT_EQ(1, one->childCount());
     EXPECT_EQ("areas", one->child(0)->text(0));
     const QTreeWidgetItem * rules = list()->topLevelItem(1);
-    ASSERT_GE(rules->childCount(), 2);
-    EXPECT_TRUE(rules->child(0)->text(0).contains("area")) << rules->child(0)->text(0).toStdString();
-    const QImage icon = rules->child(0)->icon(0).pixmap(26, 14).toImage();
-    EXPECT_TRUE(isRed(icon.pixelColor(icon.width() / 2, icon.height() / 2)));
+    ASSERT_EQ(rules->childCount(), 2);
+    EXPECT_TRUE(rules->child(0)->text(0).contains("area > 5")) << rules->child(0)->text(0).toStdString();
+    const auto swatch = [&](int rule) {
+        const QImage icon = rules->child(rule)->icon(0).pixmap(26, 14).toImage();
+        return icon.pixelColor(icon.width() / 2, icon.height() / 2);
+    };
+    EXPECT_TRUE(isRed(swatch(0))) << swatch(0).name().toStdString();
+    EXPECT_TRUE(isBlue(swatch(1))) << swatch(1).name().toStdString();
+    list()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(isRed(color())) << "the first rule that fits";
 }
 
 TEST_F(OverlayWindowTest, WhatIsUnderTheMouseShowsItsAttributes) {
