@@ -1,6 +1,7 @@
 #include "dynamiclayer.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <utility>
 
@@ -9,7 +10,6 @@
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
-#include <zmt/core/terrain/texture/dynamic/dynamicvectortexture.h>
 
 namespace {
 
@@ -19,6 +19,8 @@ using ZMT::CORE::LocalFrame;
 
 /// Marks keep their size while the eye comes nearer by less than a twentieth.
 constexpr double s_sizeStep = 0.05;
+/// Sides of the texture, which has about two texels for a pixel as far as that can be paid.
+constexpr unsigned s_leastSize = 512, s_largestSize = 2048;
 
 LocalFrame frame() {
     return LocalFrame(GeoTransformation::nbx2geoOffset());
@@ -32,7 +34,8 @@ DynamicLayer::DynamicLayer(SO<ZMT::CORE::Terrain> terrain, double exaggeration)
       scene_(new NBX::SceneThing) {
     for (const Shown & part : parts_)
         scene_->append(part.features.node().get());
-    effect_ = makeDecal(new ZMT::CORE::DynamicVectorTexture(scene_.get()));
+    texture_ = new ZMT::CORE::DynamicVectorTexture(scene_.get());
+    effect_ = makeDecal(texture_);
     effect_->setEnableState(false);
 }
 
@@ -72,6 +75,8 @@ double DynamicLayer::metresPerPixel(const std::optional<Point> & at, const NBX::
 }
 
 void DynamicLayer::prepare(const NBX::Camera & camera, unsigned height) {
+    const unsigned size = std::bit_ceil(std::clamp(2 * height, s_leastSize, s_largestSize));
+    if (size != texture_->getTextureSize()) texture_->setTextureSize(size);
     for (Shown & part : parts_) {
         if (part.groups.empty()) continue;
         const double size = metresPerPixel(part.at, camera, height);

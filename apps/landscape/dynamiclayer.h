@@ -11,6 +11,7 @@
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/dynamic/dynamicvectortexture.h>
 #include <zmt/core/vector/movingfeatures.h>
 
 /// What changes on the ground while it is looked at, all of it in one texture for each picture. On the thread
@@ -56,5 +57,6 @@ private:
     double exaggeration_;
     std::array<Shown, 3> parts_;
     NBX::SO<NBX::SceneThing> scene_;
+    NBX::SO<ZMT::CORE::DynamicVectorTexture> texture_;
     NBX::SO<NBX::Attribute> effect_;
 };
