@@ -30,6 +30,7 @@
 #include "program/stage.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
+#include "windowmemory.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/image/imagewriter.h>
@@ -49,6 +50,7 @@ struct ViewerOptions {
     LandscapeOptions landscape;
     View view;
     PictureSize size{1280, 800};
+    bool isSizeGiven = false;
     AllowedErrors errors;
     MemoryBudgets memory;
     bool wireframe = false;
@@ -220,11 +222,15 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv, RunProfile
     std::optional<Screenshot> screenshot;
     if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot, options.allowIncomplete);
     window.resize(int(options.size.width), int(options.size.height));
+    // A screenshot looks the same for everybody.
+    WindowMemory memory(window, screenshot ? "" : WindowState::userFile());
+    memory.apply(options.isSizeGiven);
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();
     window.open(options.files, VectorUse::Shape);
     const int status = QApplication::exec();
+    memory.save();
     if (options.profile) profile.tell();
     endSoon(status);
     return status;
@@ -247,6 +253,7 @@ int runViewer(int argc, char ** argv) {
     try {
         // It takes them from the end, without the program's name.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
+        options.isSizeGiven = app.count("--size") > 0;
         checkOptions(options);
         return showWindow(options, 1, argv, profile);
     } catch (const CLI::ParseError & error) {

@@ -173,6 +173,7 @@ void ViewerWindow::makePanel() {
 
 void ViewerWindow::makeActions() {
     QMenu * file = menuBar()->addMenu(tr("&File"));
+    file->setObjectName("file");
     open_ = file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
     reload_ = file->addAction(tr("&Reload"), Qt::Key_F5, this, &ViewerWindow::reload);
     save_ = file->addAction(tr("&Save picture..."), QKeySequence::Save, this, &ViewerWindow::choosePicture);
@@ -240,7 +241,8 @@ void ViewerWindow::makeLayerKeys() {
 void ViewerWindow::chooseFiles() {
     std::vector<std::string> files;
     for (const QString & name :
-         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, vector files and cities")))
+         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, vector files and cities"),
+                                       QString::fromStdString(startFolder_)))
         files.push_back(name.toStdString());
     if (!files.empty()) open(files);
 }
@@ -319,6 +321,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         options_.exaggeration = before_.landscape->exaggeration();
         options_.flood = before_.landscape->flood().options();
     }
+    loading_ = files;
     loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
     showProgressDialog();
 }
@@ -368,6 +371,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     view_->setFocus();
     // Coordinates of one terrain mean nothing on the next.
     if (startView_.coordinates) startView_ = View();
+    emit opened(loading_);
 }
 
 /// Those that are still there look as before.

@@ -44,6 +44,8 @@ public:
     /// As if the user had chosen it in the menu.
     void setWireframe(bool enable);
     void setPatches(bool enable);
+    /// Where the user is asked for files; empty for the folder of the process.
+    void setStartFolder(const std::string & folder) { startFolder_ = folder; }
 
     LandscapeView * view() const { return view_; }
     ControlPanel * panel() const { return panel_; }
@@ -53,6 +55,10 @@ public:
     std::string shownFile() const { return mainFile(options_); }
     /// The last thing that went wrong; empty without one.
     const QString & lastError() const { return lastError_; }
+
+signals:
+    /// What `open` was given is shown now.
+    void opened(const std::vector<std::string> & files);
 
 protected:
     /// A load that goes on is cancelled.
@@ -108,7 +114,9 @@ private:
         bool isReload = false;
     } before_;
     void keepLooks(const Before & before, Landscape & landscape) const;
-    LandscapeLoader loader_; ///< works on `before_`
+    LandscapeLoader loader_;           ///< works on `before_`
+    std::vector<std::string> loading_; ///< what `open` was given last
+    std::string startFolder_;
 
     LandscapeView * view_;
     ControlPanel * panel_;
