@@ -162,7 +162,7 @@ class Refiner : public CORE::Tin<LatticePoints> {
 
 public:
     Refiner(const DefinedHeights & heights, unsigned columns, unsigned rows, const LatticePoints & points)
-        : Base(points), columns_(columns),
+        : Base(points), columns_(columns), rows_(rows), hasVoids_(heights.hasVoids()),
           scan_(heights.cells(), columns, heights.hasVoids(), heights.largest() * s_rounding),
           queue_(worst_, heights.largest() * s_rounding) {
         const unsigned last = columns * (rows - 1);
@@ -204,10 +204,25 @@ public:
             star_.push_back(e >> 2);
             e = twinOf(previousOf(e));
         } while (e != noLink && e != first);
+        if (hasVoids_) turnSquares();
         rateAll(star_);
         last_ = CORE::TinFace(own >> 2);
     }
     CORE::TinFace lastFace() const { return last_; }
+
+    /// Makes the neighbours of corners that have a height and no surface around them corners as well, so that
+    /// there is one where the raster has three heights side by side. Whether there were any such.
+    bool freeLonelyCorners() {
+        if (!hasVoids_) return false;
+        const unsigned before = nodes();
+        std::vector<bool> isCovered(before, false);
+        for (std::uint32_t f = 0; f < faces(); ++f)
+            for (unsigned k = 0; k < 3 && isSurface_[f]; ++k)
+                isCovered[faces_[f].corner[k]] = true;
+        for (unsigned n = 0; n < before; ++n)
+            if (!isCovered[n] && hasHeight(n)) insertNeighbours(n);
+        return nodes() > before;
+    }
 
     double error() const {
         double error = 0.0;
@@ -229,6 +244,47 @@ private:
         const auto & corner = faces_[f].corner;
         return {{corners_[corner[0]], corners_[corner[1]], corners_[corner[2]]}, {}};
     }
+    bool hasHeight(std::uint32_t n) const { return !std::isnan(corners_[n].height); }
+
+    void insertNeighbours(std::uint32_t n) {
+        const FaceScan::Corner at = corners_[n];
+        const auto rows = static_cast<std::int32_t>(rows_), columns = static_cast<std::int32_t>(columns_);
+        for (std::int32_t row = std::max(at.row - 1, 0); row <= std::min(at.row + 1, rows - 1); ++row)
+            for (std::int32_t column = std::max(at.column - 1, 0);
+                 column <= std::min(at.column + 1, columns - 1); ++column) {
+                const std::uint32_t cell = std::uint32_t(row) * columns_ + std::uint32_t(column);
+                if (!std::isnan(accessor_.heights[cell]))
+                    insertAt(cell, CORE::TinFace(edge(node(n)).index() >> 2));
+            }
+    }
+
+    /// A cell of the raster with three heights is half a surface: its diagonal, which may be either one, is
+    /// the one between heights. The faces of such cells become a part of the star.
+    void turnSquares() {
+        for (std::size_t i = 0; i < star_.size(); ++i)
+            for (unsigned k = 0; k < 3; ++k)
+                if (const std::uint32_t e = 4 * star_[i] + k; isWrongDiagonal(e)) {
+                    const std::uint32_t beyond = twinOf(e) >> 2;
+                    Base::flip(CORE::TinEdge(e));
+                    if (std::find(star_.begin(), star_.end(), beyond) == star_.end()) star_.push_back(beyond);
+                    break;
+                }
+    }
+    bool isWrongDiagonal(std::uint32_t e) const {
+        const std::uint32_t t = twinOf(e);
+        if (t == noLink) return false;
+        const std::uint32_t a = originOf(e), b = originOf(t), c = originOf(previousOf(e)),
+                            d = originOf(previousOf(t));
+        const auto isStep = [](std::int32_t from, std::int32_t to) {
+            return from - to == 1 || to - from == 1;
+        };
+        const FaceScan::Corner &p = corners_[a], &q = corners_[b], &r = corners_[c], &s = corners_[d];
+        const bool isSquare = isStep(p.column, q.column) && isStep(p.row, q.row) &&
+                              p.column + q.column == r.column + s.column && p.row + q.row == r.row + s.row &&
+                              isStep(r.column, s.column) && isStep(r.row, s.row);
+        return isSquare && hasHeight(a) != hasHeight(b) && hasHeight(c) && hasHeight(d);
+    }
+
     /// All that changed together: what they are to each other counts as well.
     void rateAll(const std::vector<std::uint32_t> & changed) {
         worst_.resize(faces());
@@ -252,7 +308,8 @@ private:
         if (worst_[f].error > threshold_) queue_.push(f, worst_[f]);
     }
 
-    unsigned columns_;
+    unsigned columns_, rows_;
+    bool hasVoids_;
     FaceScan scan_;
     std::vector<FaceScan::Corner> corners_; ///< of the nodes
     std::vector<Worst> worst_;              ///< of the faces
@@ -349,12 +406,15 @@ bool RasterRefinement::refine(const Goal & goal, NBX::Progress * progress, doubl
     refiner.setThreshold(goal.error);
     Pace pace(goal, refiner);
     const double start = progress ? progress->currentValue() : 0.0;
-    for (unsigned steps = 0; refiner.worstError() > 0.0 && refiner.triangles() < goal.triangles; ++steps) {
-        refiner.insertWorst();
-        if (progress && steps % s_stride == 0 &&
-            !progress->update(start + (progressEnd - start) * pace.share(refiner)))
-            return false;
-    }
+    unsigned steps = 0;
+    do {
+        for (; refiner.worstError() > 0.0 && refiner.triangles() < goal.triangles; ++steps) {
+            refiner.insertWorst();
+            if (progress && steps % s_stride == 0 &&
+                !progress->update(start + (progressEnd - start) * pace.share(refiner)))
+                return false;
+        }
+    } while (refiner.triangles() < goal.triangles && refiner.freeLonelyCorners());
     return true;
 }
 

@@ -64,6 +64,22 @@ bool contains(const RasterSurface & surface, const std::array<std::uint32_t, 3> 
     return true;
 }
 
+/// Whether a vertex has a height, and a cell with two more beside it.
+bool mayBeCovered(const Heights & raster, unsigned x, unsigned y) {
+    if (std::isnan(raster.value(x, y))) return false;
+    const auto hasHeight = [&](int column, int row) {
+        return column >= 0 && row >= 0 && column < int(raster.cellsX()) && row < int(raster.cellsY()) &&
+               !std::isnan(raster.value(unsigned(column), unsigned(row)));
+    };
+    for (const int dx : {-1, 1})
+        for (const int dy : {-1, 1})
+            if (hasHeight(int(x) + dx, int(y)) + hasHeight(int(x), int(y) + dy) +
+                    hasHeight(int(x) + dx, int(y) + dy) >=
+                2)
+                return true;
+    return false;
+}
+
 /// What the surface is like, found by trying all vertices in all triangles.
 struct Measured {
     double error = 0.0;
@@ -102,8 +118,7 @@ Measured measure(const Heights & raster, const RasterSurface & surface) {
     }
     for (unsigned y = 0; y < raster.cellsY(); ++y)
         for (unsigned x = 0; x < raster.cellsX(); ++x)
-            result.uncovered +=
-                !covered[std::size_t(y) * raster.cellsX() + x] && !std::isnan(raster.value(x, y));
+            result.uncovered += !covered[std::size_t(y) * raster.cellsX() + x] && mayBeCovered(raster, x, y);
     return result;
 }
 
@@ -198,7 +213,7 @@ TEST(RasterRefinement, VoidsAreHolesWithExactOutlines) {
         for (unsigned y = 0; y < 48; ++y) // a turned picture, a lake, and single ones
             for (unsigned x = 0; x < 64; ++x)
                 if (x + 3 * y < 40 || 2 * x + y > 150 || (x - 30) * (x - 30) + (y - 25) * (y - 25) < 60 ||
-                    random() % 150 == 0)
+                    random() % (seed == 3 ? 4 : 150) == 0)
                     raster->setValue(x, y, s_void);
         RasterRefinement refinement(*raster);
         refinement.refine({6.0});
@@ -206,8 +221,7 @@ TEST(RasterRefinement, VoidsAreHolesWithExactOutlines) {
         EXPECT_EQ(0u, measured.coveredVoids);
         EXPECT_LE(measured.error, 6.0);
         EXPECT_NEAR(measured.error, refinement.error(), 1e-9);
-        // A height between voids may have no triangle.
-        EXPECT_LE(measured.uncovered, 3u);
+        EXPECT_EQ(0u, measured.uncovered);
     }
 }
 

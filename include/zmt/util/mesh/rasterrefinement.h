@@ -36,10 +36,10 @@ struct RasterSurface {
 /// Nothing is kept for the vertices that are no corners: each face is scanned for its worst one. Memory is
 /// about 130 bytes for each corner beside the heights.
 ///
-/// Laws: (1) no vertex with a height is farther from the surface than `error()`; but vertices that have too
-/// few neighbours with heights for any triangle count for nothing; (2) the same heights and goals in the same
-/// order give the same surface; of equal errors that of the first vertex, row by row, is taken; (3) no
-/// triangle covers a vertex without a height, once `error()` is finite.
+/// Laws: (1) no vertex with a height is farther from the surface than `error()`; but vertices of which no
+/// cell of the raster has three heights count for nothing; (2) the same heights and goals in the same order
+/// give the same surface; of equal errors that of the first vertex, row by row, is taken; (3) no triangle
+/// covers a vertex without a height, once `error()` is finite.
 ///
 /// Source: M. Garland, P. Heckbert: Fast Polygonal Approximation of Terrains and Height Fields, 1995. For one
 /// thread.
