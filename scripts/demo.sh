@@ -102,6 +102,15 @@ render town_far --city out/town.city --view 753600,4039600,200,754006,4040009,10
 render town_on_terrain "${jacksboro[@]:0:2}" --city out/hilltown.city \
     --view 753966,4039982,+18,754004,4040009,+9
 
+# A mesh for printing, and how it looks when it is read back.
+"$zmt" mesh data/everest_srtm3.tif out/everest.stl --fill-voids --error 40 --base=-1500 --width 150 2>out/mesh.log ||
+    fail "$(tail -n 1 out/mesh.log)"
+"$zmt" mesh "${everest_terrain[1]}" out/everest.glb --fill-voids --error 40 --image data/everest_landsat7_rgb.tif \
+    2>out/mesh.log || fail "$(tail -n 1 out/mesh.log)"
+"$zmt" build city out/everest.stl --at 500000,3000000,0 --system EPSG:32645 --shade 315,40,0.35 --out out/print.city \
+    2>out/mesh.log || fail "$(tail -n 1 out/mesh.log)"
+render mesh --city out/print.city --view 499972,2999850,75,500003,2999990,-8
+
 # The window, on a screen in memory.
 echo "demo: out/window.png"
 xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view data/everest_srtm3.tif data/everest_landsat7_rgb.tif \

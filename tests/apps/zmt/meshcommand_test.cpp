@@ -436,6 +436,15 @@ TEST(MeshCommand, AFullDiskLeavesTheOldFile) {
     EXPECT_EQ(std::vector<std::string>{"m.ply"}, folder.results());
 }
 
+TEST(MeshCommand, CancelledItLeavesNothing) {
+    const RunFolder folder;
+    RunLimits limits;
+    limits.interruptWhenIn = folder.path() / "in";
+    const RunResult run = runMesh(folder, hills(), "m.glb", {"--error", "0"}, limits);
+    EXPECT_NE(0, run.status);
+    EXPECT_TRUE(folder.results().empty());
+}
+
 TEST(MeshCommand, AnInputIsNotOverwritten) {
     const RunFolder folder;
     const std::string raster = folder.write("t.ply", hills().encode()); // whatever its name

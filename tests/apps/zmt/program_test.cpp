@@ -665,7 +665,7 @@ TEST(Program, HelpAndVersionAreNoErrors) {
         EXPECT_EQ("", run.errors);
         EXPECT_NE("", run.output);
     }
-    for (const char * command : {"render", "lod", "info", "pick", "build"})
+    for (const char * command : {"render", "lod", "mesh", "info", "pick", "build"})
         EXPECT_EQ(0, zmt(folder, {command, "--help"}).status);
 }
 

@@ -35,6 +35,7 @@ Options offeredOptions() {
     const std::vector<std::vector<std::string>> commands = {{"--help"},
                                                             {"render", "--help"},
                                                             {"lod", "--help"},
+                                                            {"mesh", "--help"},
                                                             {"info", "--help"},
                                                             {"pick", "--help"},
                                                             {"build", "pyramid", "--help"},
