@@ -109,7 +109,7 @@ render town_on_terrain "${jacksboro[@]:0:2}" --city out/hilltown.city \
     2>out/mesh.log || fail "$(tail -n 1 out/mesh.log)"
 "$zmt" build city out/everest.stl --at 500000,3000000,0 --system EPSG:32645 --shade 315,40,0.35 --out out/print.city \
     2>out/mesh.log || fail "$(tail -n 1 out/mesh.log)"
-render mesh --city out/print.city --view 499972,2999850,75,500003,2999990,-8
+render mesh --city out/print.city --view 499975,2999815,95,500002,2999990,0
 
 # The window, on a screen in memory.
 echo "demo: out/window.png"

@@ -153,7 +153,7 @@ private:
 /// Of a face with three heights.
 FaceScan::Worst scanSurface(const float * heights, std::size_t columns, const FaceScan::Face & face,
                             double noise) {
-    const auto & [a, b, c] = face.corners;
+    const Corner &a = face.corners[0], &b = face.corners[1], &c = face.corners[2];
     const double x1 = b.column - a.column, y1 = b.row - a.row, rise1 = b.height - a.height;
     const double x2 = c.column - a.column, y2 = c.row - a.row, rise2 = c.height - a.height;
     const double area = x1 * y2 - x2 * y1;

@@ -23,8 +23,8 @@ using Worst = FaceScan::Worst;
 /// Plan positions are whole numbers, so that what is on one line in the raster, is on one line here.
 struct LatticePoints {
     NBX::Vector3Base<double> point(unsigned cell) const {
-        const double column = cell % columns, row = cell / columns;
-        return {column * stepX, row * stepY, double(heights[cell])};
+        const unsigned column = cell % columns, row = cell / columns;
+        return {double(column) * stepX, double(row) * stepY, double(heights[cell])};
     }
 
     const float * heights;
