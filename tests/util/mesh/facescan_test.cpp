@@ -88,6 +88,12 @@ TEST(FaceScan, OfEqualErrorsTheFirstVertexCounts) {
     const Worst found = raster.scan(raster.face({0, 0, 0}, {39, 0, 0}, {0, 39, 0}));
     EXPECT_EQ(2.0, found.error);
     EXPECT_EQ(5u * 40 + 9, found.cell);
+    raster.at(10, 5) = 2.0f; // beside it
+    EXPECT_EQ(5u * 40 + 9, raster.scan(raster.face({0, 0, 0}, {39, 0, 0}, {0, 39, 0})).cell);
+    // In the last rows, which are short.
+    Raster narrow(4, 9);
+    narrow.at(1, 4) = narrow.at(2, 4) = narrow.at(1, 5) = 3.0f;
+    EXPECT_EQ(4u * 4 + 1, narrow.scan(narrow.face({0, 0, 0}, {3, 0, 0}, {0, 8, 0})).cell);
 }
 
 TEST(FaceScan, CornersAreLeftOutAndEdgesAreNot) {

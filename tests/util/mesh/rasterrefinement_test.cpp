@@ -186,6 +186,22 @@ TEST(RasterRefinement, TrianglesEndItAndTheErrorSaysWhatIsLeft) {
     EXPECT_NEAR(measure(*raster, refinement.surface()).error, refinement.error(), 1e-9);
 }
 
+TEST(RasterRefinement, OfEqualErrorsTheFirstVertexIsTaken) {
+    for (const auto & [first, second] :
+         {std::pair(std::pair(14u, 3u), std::pair(3u, 14u)), {{3u, 9u}, {14u, 12u}}}) {
+        const auto raster = flat(20, 20); // in both of the first triangles
+        raster->setValue(first.first, first.second, 5.0f);
+        raster->setValue(second.first, second.second, 5.0f);
+        RasterRefinement refinement(*raster);
+        refinement.refine({0.0, 4});
+        const auto vertices = refinement.surface().vertices;
+        ASSERT_EQ(5u, vertices.size());
+        EXPECT_TRUE(std::any_of(vertices.begin(), vertices.end(), [&](const auto & vertex) {
+            return vertex.column == first.first && vertex.row == first.second;
+        }));
+    }
+}
+
 TEST(RasterRefinement, NeighboursShareTheEdge) {
     auto raster = hills(40, 30);
     for (unsigned y = 10; y < 18; ++y)
