@@ -34,7 +34,7 @@ struct RasterSurface {
 /// cover vertices without a height, or leave out some that have one, its outline is refined first.
 ///
 /// Nothing is kept for the vertices that are no corners: each face is scanned for its worst one. Memory is
-/// about 130 bytes for each corner beside the heights.
+/// about 200 bytes for each corner beside the heights.
 ///
 /// Laws: (1) no vertex with a height is farther from the surface than `error()`; but vertices of which no
 /// cell of the raster has three heights count for nothing; (2) the same heights and goals in the same order
