@@ -128,6 +128,7 @@ HachureDefaults settingsFor(const HachureOptions & options, const ZMT::RASTER::R
     take(settings.heightInterval, options.interval);
     take(settings.fullLength, options.fullLength);
     settings.overlapping = options.overlapping;
+    if (!options.reference.empty()) settings.spacingFactor = 1; // of the thickest brush
     take(settings.spacingFactor, options.spacing);
     take(settings.seedStep, options.seedStep);
     take(settings.minNSteps, options.minSteps);
@@ -339,7 +340,8 @@ void addRunOptions(CLI::App & command, HachureOptions & options) {
         "Whether strokes are drawn to their ends, as they are without it");
     command.add_flag("--overlapping", options.overlapping, "Let strokes cover each other");
     command.add_option("--spacing", options.spacing,
-                       "Diameters of the brush that strokes keep free around them, without it 2");
+                       "Diameters of the brush that strokes keep free around them, without it 2; with "
+                       "--reference those of the thickest one, without it 1");
     command.add_option("--seed-step", options.seedStep,
                        "Every so many cells begins a stroke, of all by their height, without it 1");
     command.add_option("--min-steps", options.minSteps, "Pixels of the shortest stroke, without it 5");

@@ -22,27 +22,30 @@ Options optionsIn(const std::string & text) {
     return found;
 }
 
-/// The options that README.md names; those of other programs' commands are left out.
-Options documentedOptions() {
+/// The options that a document names; those of other programs' commands are left out.
+Options documentedOptions(const std::string & name = "README.md") {
     Options options;
-    std::ifstream file(ZMT_DATA_DIR "/../README.md");
+    std::ifstream file(ZMT_DATA_DIR "/../" + name);
     for (std::string line; std::getline(file, line);)
         if (line.find("cmake ") == std::string::npos) options.merge(optionsIn(line));
     return options;
 }
 
-Options offeredOptions() {
-    const std::vector<std::vector<std::string>> commands = {{"--help"},
-                                                            {"render", "--help"},
-                                                            {"lod", "--help"},
-                                                            {"mesh", "--help"},
-                                                            {"info", "--help"},
-                                                            {"pick", "--help"},
-                                                            {"build", "pyramid", "--help"},
-                                                            {"build", "tree", "--help"},
-                                                            {"build", "terrain", "--help"},
-                                                            {"build", "texture", "--help"},
-                                                            {"build", "city", "--help"}};
+using Commands = std::vector<std::vector<std::string>>;
+
+const Commands s_commands = {{"--help"},
+                             {"render", "--help"},
+                             {"lod", "--help"},
+                             {"mesh", "--help"},
+                             {"info", "--help"},
+                             {"pick", "--help"},
+                             {"build", "pyramid", "--help"},
+                             {"build", "tree", "--help"},
+                             {"build", "terrain", "--help"},
+                             {"build", "texture", "--help"},
+                             {"build", "city", "--help"}};
+
+Options offeredOptions(const Commands & commands = s_commands) {
     const RunFolder folder;
     Options options;
     for (const auto & command : commands)
@@ -56,6 +59,17 @@ TEST(Readme, NamesTheOptionsThatThereAre) {
     offered.insert("--screenshot"); // of the window alone
     Options documented = documentedOptions();
     documented.insert("--version"); // speaks for itself
+    EXPECT_EQ(offered, documented);
+}
+
+TEST(Readme, TheGuideToReliefNamesTheOptionsThatThereAre) {
+    Options offered = offeredOptions({{"relief", "hachures", "--help"},
+                                      {"relief", "slope", "--help"},
+                                      {"relief", "curvature", "--help"},
+                                      {"relief", "shade", "--help"}});
+    EXPECT_GT(offered.size(), 20U);
+    Options documented = documentedOptions("docs/relief.md");
+    documented.insert("--help"); // speaks for itself
     EXPECT_EQ(offered, documented);
 }
 
