@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
@@ -49,11 +50,13 @@ public:
         layout.reference.isGeoreferenced = true;
         layout.deflates = false;
         const auto writer = RasterWriter::open(path("heights.tif"), layout);
-        std::vector<float> row(s_side);
-        for (unsigned y = 0; y < s_side; ++y) {
-            for (unsigned x = 0; x < s_side; ++x)
-                row[x] = heightAt(x, y);
-            writer->put(y, 1, row.data());
+        for (unsigned first = 0; first < s_side; first += RowSink::s_rows) {
+            const unsigned count = std::min(RowSink::s_rows, s_side - first);
+            std::vector<float> rows;
+            for (unsigned y = first; y < first + count; ++y)
+                for (unsigned x = 0; x < s_side; ++x)
+                    rows.push_back(heightAt(x, y));
+            writer->put(first, count, rows.data());
         }
         writer->commit();
     }

@@ -99,6 +99,10 @@ endfunction()
 function(zmt_add_raster)
   file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/raster/*.cpp)
   zmt_add_library(zmt_raster raster ${sources})
+  # Loops over rows whose cells are computed several at once.
+  set_source_files_properties(
+    ${PROJECT_SOURCE_DIR}/src/raster/relief/shadeproduct.cpp ${PROJECT_SOURCE_DIR}/src/raster/relief/slopeproduct.cpp
+    PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release,RelWithDebInfo>:-O3>;-fno-math-errno;-fno-trapping-math")
   if(NOT TARGET zmt_raster)
     return()
   endif()

@@ -17,6 +17,7 @@
 #include "landscape/terraininput.h"
 #include "relieffiles.h"
 
+#include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
 #include <nbx/data/memorydataresource.h>
 #include <nbx/image/imagereader.h>
@@ -278,6 +279,8 @@ void drawHachures(const HachureOptions & options) {
                      {{"RASTER", options.files.raster},
                       {"--brush", options.brush},
                       {"--reference", isFile(options.reference) ? options.reference : ""}});
+    // Where nothing can be written, that is noticed before the long work.
+    const NBX::AtomicFileWriter room(options.files.out);
     checkHachureSize(options.files.raster);
     GeoRaster heights = readTerrainRaster(options.files.raster, options.reading);
     heights.raster = ZMT::RASTER::SquareCells::of(heights.raster);
@@ -306,7 +309,7 @@ void addShapeOptions(CLI::App & command, HachureOptions & options) {
             "Raster that strokes are thick by; or slope, so that steep ground is dark, or shade, so that "
             "what lies in the shade of a lamp in the north-west is")
         ->type_name("FILE|slope|shade");
-    command.add_option("--max-stroke", options.maxStroke, "Diameter of the thickest brush, without it 7");
+    command.add_option("--max-stroke", options.maxStroke, "Diameter of the thickest brush, without it 6");
     command.add_option("--black", options.black,
                        "Number of the reference for the thickest strokes, without it its least one");
     command.add_option("--white", options.white, "The same for the thinnest, without it its greatest one");

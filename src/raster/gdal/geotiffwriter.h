@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <vector>
 
 #include "gdalsupport.h"
 
@@ -11,7 +9,7 @@
 
 namespace ZMT::RASTER {
 
-/// See `RasterWriter`. GDAL writes into the file that stands aside.
+/// See `RasterWriter`. GDAL writes into the file that stands aside, tile by tile, and keeps none.
 class GeoTiffWriter : public RasterWriter {
 public:
     GeoTiffWriter(const std::string & path, const Layout & layout);
@@ -22,13 +20,14 @@ public:
 private:
     void create();
     void place();
+    template <class Pixel, class Make>
+    void putTiles(int band, unsigned first, unsigned count, const Make & make);
     [[noreturn]] void fail(const GdalErrorTrap & trap) const;
 
     std::string path_;
     Layout layout_;
     NBX::AtomicFileWriter file_;
     GdalDataset dataset_;
-    std::vector<std::uint8_t> pixels_; ///< of a picture's rows
 };
 
 } // namespace ZMT::RASTER

@@ -37,7 +37,12 @@ void PngRasterWriter::put(unsigned first, unsigned count, float * values) {
     const std::size_t width = layout_.grid.cellsX;
     for (unsigned line = 0; line < count; ++line) {
         const auto fromBelow = static_cast<int>(layout_.grid.cellsY - 1 - first - line);
-        makeGrayPixels(values + line * width, width, layout_.pixels, picture_->lineComponentsU8(fromBelow));
+        unsigned char * pixels = picture_->lineComponentsU8(fromBelow);
+        for (std::size_t x = 0; x < width; ++x) {
+            const GrayPixel pixel(values[line * width + x], layout_.pixels);
+            pixels[2 * x] = pixel.gray;
+            pixels[2 * x + 1] = pixel.alpha;
+        }
     }
 }
 

@@ -5,7 +5,6 @@
 // such loops.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__) &&     \
     !defined(__SANITIZE_THREAD__)
-#pragma GCC optimize("O3,no-trapping-math,no-math-errno")
 #define ZMT_EACH_PROCESSOR __attribute__((target_clones("avx2", "default")))
 #define ZMT_INLINE __attribute__((always_inline))
 #else

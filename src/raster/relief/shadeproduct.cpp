@@ -21,10 +21,11 @@ struct ShadedRow {
 };
 
 /// By the cosine between the normal (-x, -y, 1) of the ground and the light.
-ZMT_EACH_PROCESSOR void shade(const ShadedRow & row, float * values) {
+ZMT_EACH_PROCESSOR void shade(ShadedRow row, float * __restrict values) {
     constexpr double steps = 254.0;
     const float *south = row.south, *middle = row.middle, *north = row.north;
-    for (std::size_t i = 1; i + 1 < row.width; ++i) {
+    const std::size_t end = row.width - 1;
+    for (std::size_t i = 1; i < end; ++i) {
         const HornSums sums = HornSums::ofShade(south, middle, north, i);
         const double x = sums.x * row.slopeX, y = sums.y * row.slopeY;
         const double light =

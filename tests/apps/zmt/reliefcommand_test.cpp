@@ -217,7 +217,7 @@ TEST_F(Relief, AFullDiskLeavesNothing) {
 
 TEST_F(Relief, IsCancelled) {
     RunLimits limits;
-    limits.interruptWhenIn = folder.path() / "in";
+    limits.interruptWhenIn = folder.path() / "out";
     SmallGeoTiff tiff{3000, 1500};
     for (unsigned i = 0; i < 3000 * 1500; ++i)
         tiff.heights.push_back(float(i % 3000 * 0.7 + std::sin(i * 0.001) * 100.0));

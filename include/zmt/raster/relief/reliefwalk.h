@@ -22,8 +22,8 @@ struct CellSize {
 /// Goes over a raster of any size from the north to the south, a few rows at a time.
 class ReliefWalk {
 public:
-    /// Rows that are read and put at once: those of a tile.
-    static constexpr unsigned s_rows = 256;
+    /// Rows that are read and put at once.
+    static constexpr unsigned s_rows = RowSink::s_rows;
 
     /// Computes all numbers of `product` and puts them into `sink`. `cells` are the sizes of the cells of
     /// each row, counted from the south as those of `band` are. False when `progress`, which may be null, was

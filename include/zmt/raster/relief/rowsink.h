@@ -5,6 +5,9 @@ namespace ZMT::RASTER {
 /// Takes the rows of a raster as they are computed: a file, say.
 class RowSink {
 public:
+    /// Rows that are put at once: those of a tile. The last ones may be fewer.
+    static constexpr unsigned s_rows = 256;
+
     virtual ~RowSink() = default;
 
     /// Rows are counted from the north here: `count` of them, from `first` on, row by row. NaN stands for

@@ -13,7 +13,7 @@ namespace ZMT::UTIL {
 struct HachureDefaults {
     unsigned width, height; ///< of the picture; corner pixels lie on corner cells, others too
     double strokeSize = 3.0, innerStrokeSize = 1.0;
-    unsigned maxStrokeSize = 7; ///< of those that follow another raster
+    unsigned maxStrokeSize = 6; ///< of those that follow another raster
     double usualSlope = 0.0;    ///< degrees that half of the raster is steeper than
     HachureSettings settings;
 
