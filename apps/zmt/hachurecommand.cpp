@@ -172,9 +172,16 @@ struct Reference {
 };
 
 Reference slopeOf(const Raster & heights, const HachureDefaults & defaults) {
-    constexpr double thickest = 2.5; // times as steep as usual
+    constexpr double thickest = 3.5; // times as steep as usual
     return {ZMT::RASTER::ReliefWalk::over(heights, ZMT::RASTER::SlopeProduct()),
             std::min(90.0, std::max(1e-6, thickest * defaults.usualSlope)), 0.0};
+}
+
+/// The thickest strokes would leave no paper between them, so that the darkest shades are drawn by the next
+/// ones.
+Reference shadeOf(const Raster & heights) {
+    constexpr double black = -40.0, white = 255.0;
+    return {ZMT::RASTER::ReliefWalk::over(heights, ZMT::RASTER::ShadeProduct()), black, white};
 }
 
 /// Brought onto the cells of the heights, whose corners are then its own.
@@ -200,7 +207,7 @@ Reference referenceFor(const HachureOptions & options, const GeoRaster & heights
     if (options.reference == "slope")
         result = slopeOf(*heights.raster, defaults);
     else if (options.reference == "shade")
-        result = {ZMT::RASTER::ReliefWalk::over(*heights.raster, ZMT::RASTER::ShadeProduct()), 1.0, 255.0};
+        result = shadeOf(*heights.raster);
     else
         result = readReference(options.reference, heights);
     take(result.black, options.black);

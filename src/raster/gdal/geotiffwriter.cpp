@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <cpl_conv.h>
 #include <cpl_string.h>
 
 #include "graypixels.h"
@@ -39,6 +40,8 @@ void GeoTiffWriter::create() {
         options.AddString(isNumbers ? "PREDICTOR=3" : "PREDICTOR=2");
         options.SetNameValue("NUM_THREADS", std::to_string(std::max(1U, layout_.threads)).c_str());
     }
+    // The file has a name in the process's own folder alone, where GDAL finds no room.
+    const CPLConfigOptionSetter room("CHECK_DISK_FREE_SPACE", "FALSE", false);
     GDALDriver * driver = GetGDALDriverManager()->GetDriverByName("GTiff");
     dataset_.reset(driver->Create(file_.file().nameInProcess().c_str(), static_cast<int>(layout_.grid.cellsX),
                                   static_cast<int>(layout_.grid.cellsY), isNumbers ? 1 : 2,
