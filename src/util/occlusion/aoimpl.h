@@ -37,6 +37,8 @@ public:
         NBX::SO<NBX::PolygonSet> receiver; ///< with normals
         NBX::SO<NBX::PolygonSet> casters;  ///< may be null
         unsigned size = 0;
+        /// Of the shadow map where it may be another one than that of the picture; 0 for the same.
+        unsigned shadowSize = 0;
         bool closes = true; ///< texels around the triangles take the light of their neighbours
     };
 

@@ -28,10 +28,10 @@ private:
 };
 
 NBX::SO<NBX::Image> renderOn(NBX::GLCanvas & canvas, const LitSceneGL & scene, const LightList & lights,
-                             unsigned size, int borderWidth, NBX::Progress * progress) {
+                             unsigned size, unsigned shadowSize, int borderWidth, NBX::Progress * progress) {
     const ContextScope current(canvas);
     if (!current) return nullptr;
-    FboLightTargetsGL targets(canvas.engine().get(), size);
+    FboLightTargetsGL targets(canvas.engine().get(), size, shadowSize);
     return targets.isUsable() ? renderLightGL(targets, scene, lights, borderWidth, progress) : nullptr;
 }
 
@@ -50,13 +50,14 @@ bool AOImplFBO::isSupported(NBX::GLCanvas & canvas) {
 
 NBX::SO<NBX::Image> AOImplFBO::render(const TerrainStep & step, const LightList & lights,
                                       NBX::Progress * progress) {
-    return renderOn(*canvas_, newLitSceneGL(step), lights, step.size,
+    return renderOn(*canvas_, newLitSceneGL(step), lights, step.size, step.size,
                     AmbientOcclusion::getTextureBorderWidth(), progress);
 }
 
 NBX::SO<NBX::Image> AOImplFBO::render(const MeshStep & step, const LightList & lights,
                                       NBX::Progress * progress) {
     return renderOn(*canvas_, newLitSceneGL(step), lights, step.size,
+                    step.shadowSize ? step.shadowSize : step.size,
                     step.closes ? AmbientOcclusion::getTextureBorderWidth() : 0, progress);
 }
 

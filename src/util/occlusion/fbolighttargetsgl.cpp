@@ -20,10 +20,11 @@ void clearColors() {
 
 } // namespace
 
-FboLightTargetsGL::FboLightTargetsGL(NBX::EngineGL * engine, unsigned size)
-    : engine_(engine), size_(size), shadowMap_(new NBX::Texture2DGL(size, size, GL_DEPTH_COMPONENT24)),
-      depthBuffer_(new NBX::FrameBufferObjectGL(engine, size, size)), colors_(newTarget(GL_HALF_FLOAT)),
-      light_(&colors_) {
+FboLightTargetsGL::FboLightTargetsGL(NBX::EngineGL * engine, unsigned size, unsigned shadowSize)
+    : engine_(engine), size_(size),
+      shadowMap_(new NBX::Texture2DGL(shadowSize, shadowSize, GL_DEPTH_COMPONENT24)),
+      depthBuffer_(new NBX::FrameBufferObjectGL(engine, shadowSize, shadowSize)),
+      colors_(newTarget(GL_HALF_FLOAT)), light_(&colors_) {
     shadowMap_->bind(engine_);
     glBindTexture(GL_TEXTURE_2D, 0);
     depthBuffer_->attachDepthTexture(shadowMap_, GL_TEXTURE_2D, shadowMap_->name());

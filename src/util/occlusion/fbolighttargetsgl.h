@@ -14,12 +14,13 @@ namespace ZMT::UTIL {
 class FboLightTargetsGL : public LightTargetsGL {
 public:
     /// `engine` outlives it; its context is current.
-    FboLightTargetsGL(NBX::EngineGL * engine, unsigned size);
+    FboLightTargetsGL(NBX::EngineGL * engine, unsigned size, unsigned shadowSize);
     ~FboLightTargetsGL() override;
 
     bool isUsable() const override;
     NBX::EngineGL * engine() const override { return engine_; }
     unsigned size() const override { return size_; }
+    unsigned shadowSize() const override { return shadowMap_->getWidth(); }
     void beginDepth() override;
     void endDepth() override;
     const NBX::Texture2DGL & shadowMap() const override { return *shadowMap_; }

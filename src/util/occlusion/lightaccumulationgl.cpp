@@ -105,6 +105,10 @@ private:
     VariableScope<float> texelDelta_;
 };
 
+SO<NBX::Viewport> newViewport(unsigned size) {
+    return new NBX::Viewport(NBX::Area(0, 0, size, size));
+}
+
 void drawDepths(LightTargetsGL & targets, const LitSceneGL & scene, const LightCamera & camera) {
     static const SO<NBX::PolygonOffsetGL> offset(
         new NBX::PolygonOffsetGL(NBX::PolygonOffsetGL::F_Filled, 1.0, 1.0));
@@ -112,6 +116,7 @@ void drawDepths(LightTargetsGL & targets, const LitSceneGL & scene, const LightC
     NBX::EngineGL * engine = targets.engine();
     targets.beginDepth();
     {
+        const AttributeScope viewport(engine, newViewport(targets.shadowSize()).get());
         const CameraScope view(*engine, camera.view(), camera.projection());
         const AttributeScope offsetScope(engine, offset.get()), lockScope(engine, lock.get());
         if (scene.casters) engine->evaluate(scene.casters.get());
@@ -136,6 +141,7 @@ void addLight(LightTargetsGL & targets, const LitSceneGL & scene) {
     NBX::EngineGL * engine = targets.engine();
     targets.beginLight();
     {
+        const AttributeScope viewport(engine, newViewport(targets.size()).get());
         const CameraScope view(*engine, scene.receiverView, scene.receiverProjection);
         const AttributeScope depthScope(engine, noDepth.get()), addingScope(engine, adding.get()),
             program(engine, scene.program.get());
@@ -185,9 +191,7 @@ void drawWholeTargetGL(NBX::EngineGL & engine, NBX::GL2::ProgramObject & program
 
 bool accumulateLightGL(LightTargetsGL & targets, const LitSceneGL & scene, const LightList & lights,
                        NBX::Progress * progress) {
-    const SO<NBX::Viewport> viewport(new NBX::Viewport(NBX::Area(0, 0, targets.size(), targets.size())));
-    const AttributeScope viewportScope(targets.engine(), viewport.get());
-    LightVariables variables(*scene.program, targets.size());
+    LightVariables variables(*scene.program, targets.shadowSize());
     const Matrix fromReceiver = scene.receiverView.inverse();
     const auto count = static_cast<unsigned>(lights.directions.size());
     const bool usesPartialSums = count > s_partialPasses;
@@ -199,15 +203,17 @@ bool accumulateLightGL(LightTargetsGL & targets, const LitSceneGL & scene, const
             variables.set(camera, fromReceiver, lights.colors[i]);
             addLight(targets, scene);
         }
-        if (usesPartialSums && ((i + 1) % s_partialPasses == 0 || i + 1 == count)) targets.addPartialSum();
+        if (usesPartialSums && ((i + 1) % s_partialPasses == 0 || i + 1 == count)) {
+            const AttributeScope viewport(targets.engine(), newViewport(targets.size()).get());
+            targets.addPartialSum();
+        }
     }
     return true;
 }
 
 void closeLightGL(LightTargetsGL & targets, const LitSceneGL & scene, int borderWidth) {
     NBX::EngineGL & engine = *targets.engine();
-    const SO<NBX::Viewport> viewport(new NBX::Viewport(NBX::Area(0, 0, targets.size(), targets.size())));
-    const AttributeScope viewportScope(&engine, viewport.get());
+    const AttributeScope viewport(&engine, newViewport(targets.size()).get());
     const SO<NBX::GL2::ProgramObject> program = AmbientOcclusionShaders::getTriangleBorderProgram();
     const VariableScope<float> screenSize(*program, "screenSize", static_cast<float>(targets.size()));
     for (int pass = 0; pass < borderWidth; ++pass) {

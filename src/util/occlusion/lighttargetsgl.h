@@ -13,7 +13,7 @@ class Texture2DGL;
 namespace ZMT::UTIL {
 
 /// Where the passes of one picture of light are drawn: a shadow map, and colours of 16-bit floats that are
-/// added up. All are squares of one size. The context of `engine()` is current.
+/// added up. Both are squares. The context of `engine()` is current.
 ///
 /// The calls come in this order: for each direction `beginDepth`, `endDepth`, `beginLight`, `endLight`, now
 /// and then `addPartialSum`; then any number of times `draw`; at the end `read`.
@@ -24,7 +24,9 @@ public:
     /// False when the hardware cannot do it.
     virtual bool isUsable() const = 0;
     virtual NBX::EngineGL * engine() const = 0;
+    /// Of the colours, and of the shadow map.
     virtual unsigned size() const = 0;
+    virtual unsigned shadowSize() const = 0;
 
     /// Empties the shadow map and directs drawing to it.
     virtual void beginDepth() = 0;

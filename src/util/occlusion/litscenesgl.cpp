@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/gl/texture/texturegl.h>
 #include <nbx/image/image.h>
@@ -53,6 +54,16 @@ public:
 private:
     double geometryError_;
     bool snapshotMode_, queries_;
+};
+
+/// While it lives, nothing that was drawn gives way in graphics memory: all of it is drawn again for the next
+/// direction.
+class OneFrame {
+public:
+    OneFrame() { NBX::GraphicsMemoryManager::instance()->beginFrame(); }
+    ~OneFrame() { NBX::GraphicsMemoryManager::instance()->endFrame(); }
+    OneFrame(const OneFrame &) = delete;
+    OneFrame & operator=(const OneFrame &) = delete;
 };
 
 /// What would only cost time, or take the place of the shadow map.
@@ -125,6 +136,7 @@ LitSceneGL newLitSceneGL(const AOImpl::MeshStep & step) {
 NBX::SO<NBX::Image> renderLightGL(LightTargetsGL & targets, const LitSceneGL & scene,
                                   const LightList & lights, int borderWidth, NBX::Progress * progress) {
     const FinestLevel finest;
+    const OneFrame frame;
     if (scene.lit.isDefined() && !accumulateLightGL(targets, scene, lights, progress)) return nullptr;
     closeLightGL(targets, scene, borderWidth);
     return targets.read();

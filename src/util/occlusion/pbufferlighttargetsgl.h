@@ -19,6 +19,7 @@ public:
     bool isUsable() const override;
     NBX::EngineGL * engine() const override;
     unsigned size() const override { return size_; }
+    unsigned shadowSize() const override { return size_; }
     void beginDepth() override;
     void endDepth() override;
     const NBX::Texture2DGL & shadowMap() const override { return *shadowMap_; }

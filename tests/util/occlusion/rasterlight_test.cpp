@@ -1,0 +1,197 @@
+#include <zmt/util/occlusion/rasterlight.h>
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <set>
+
+#include <nbx/container/sequence/array.h>
+#include <nbx/image/image.h>
+#include <nbx/scene/shape/polygonset.h>
+#include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/raster/rasterband.h>
+
+#include "comparedlight.h"
+#include "raylight.h"
+#include "support/cancelingdisplay.h"
+#include "support/glfixture.h"
+#include "util/occlusion/tileheights.h"
+
+namespace {
+
+using NBX::SO;
+using ZMT::RASTER::GeoReference;
+using ZMT::RASTER::RasterBand;
+using ZMT::RASTER::RasterGrid;
+using ZMT::UTIL::LightList;
+using ZMT::UTIL::RasterLight;
+using ZMT::UTIL::TileHeights;
+using V = NBX::Vector3Base<double>;
+using Height = std::function<float(unsigned, unsigned)>;
+
+/// A raster whose heights are computed.
+class ComputedBand : public RasterBand {
+    NBX_TEMPLATE_CLASS(ComputedBand, RasterBand)
+public:
+    ComputedBand(unsigned width, unsigned height, double cell, Height heights)
+        : RasterBand({width, height, 0.0, 0.0, cell, cell}), heights_(std::move(heights)) {}
+
+protected:
+    void readCells(unsigned col, unsigned row, unsigned width, unsigned height,
+                   float * cells) const override {
+        for (unsigned y = 0; y < height; ++y)
+            for (unsigned x = 0; x < width; ++x)
+                cells[y * width + x] = heights_(col + x, row + y);
+    }
+
+private:
+    Height heights_;
+};
+
+float waves(unsigned x, unsigned y) {
+    return float(400.0 + 60.0 * std::sin(x * 0.21) * std::cos(y * 0.17) +
+                 25.0 * std::sin(x * 0.05 + y * 0.08));
+}
+
+class RasterLightTest : public GLFixture {
+protected:
+    static RasterLight::Settings settings(int directions) {
+        RasterLight::Settings s;
+        s.lighting.numSkyDirections = directions;
+        s.halo = 16;
+        s.farHalo = 64;
+        return s;
+    }
+    /// The light of all cells, row by row from the southern one.
+    std::vector<float> baked(const RasterBand & band, const RasterLight::Settings & s) {
+        std::vector<float> all(std::size_t(band.cellsX()) * band.cellsY(), -1.0F);
+        order.clear();
+        const bool done = RasterLight::bake(
+            band, GeoReference(), s, canvas, [&](const NBX::Area & cells, const std::vector<float> & light) {
+                order.push_back(cells);
+                for (unsigned y = 0; y < cells.getHeight(); ++y)
+                    std::memcpy(
+                        &all[(std::size_t(cells.getY()) + y) * band.cellsX() + std::size_t(cells.getX())],
+                        &light[std::size_t(y) * cells.getWidth()], cells.getWidth() * sizeof(float));
+            });
+        EXPECT_TRUE(done);
+        return all;
+    }
+
+    std::vector<NBX::Area> order;
+};
+
+TEST_F(RasterLightTest, APlaneHasAllOfTheLight) {
+    const SO<ComputedBand> band(new ComputedBand(40, 30, 5.0, [](unsigned, unsigned) { return 123.0F; }));
+    for (const float light : baked(*band, settings(40)))
+        EXPECT_NEAR(1.0F, light, 0.004F);
+}
+
+TEST_F(RasterLightTest, CellsAreLitAsByRays) {
+    constexpr unsigned cells = 48;
+    const SO<ComputedBand> band(new ComputedBand(cells, cells, 10.0, waves));
+    const RasterLight::Settings s = settings(100);
+    const std::vector<float> light = baked(*band, s);
+    std::srand(s.seed);
+    const LightList lights = LightList::combined(s.lighting);
+    const TileHeights heights(*band, NBX::Area(0, 0, cells, cells), {10.0, 10.0}, s.halo, s.farHalo);
+    RayLight rays;
+    rays.add(*heights.newCasters());
+    rays.commit();
+    const SO<NBX::PolygonSet> receiver = heights.newReceiver(cells);
+    ComparedLight compared;
+    for (unsigned y = 0; y < cells; ++y)
+        for (unsigned x = 0; x < cells; ++x) {
+            const unsigned v = (y + 1) * (cells + 2) + x + 1;
+            compared.add(light[y * cells + x],
+                         rays.light(receiver->newVertexIterator()->get(v),
+                                    receiver->newNormalIterator()->get(v), lights, 0.1) /
+                             lights.onOpenPlane().y);
+        }
+    EXPECT_GE(compared.correlation(), 0.98);
+    EXPECT_LE(compared.meanDifference(), 0.02);
+}
+
+TEST_F(RasterLightTest, TilesMeetWithoutASeamAndHowManyAreHeldChangesNothing) {
+    // Two by two tiles, the outer ones a few cells wide.
+    constexpr unsigned width = 530, height = 524;
+    const SO<ComputedBand> band(new ComputedBand(width, height, 10.0, waves));
+    RasterLight::Settings s = settings(6);
+    s.piece = 1;
+    const std::vector<float> one = baked(*band, s);
+    ASSERT_EQ(4u, order.size());
+    EXPECT_EQ(512, order[0].getY());
+    EXPECT_EQ(12u, order[0].getHeight());
+    EXPECT_EQ(512, order[1].getX());
+    EXPECT_EQ(18u, order[1].getWidth());
+    EXPECT_EQ(0, order[2].getY());
+    s.piece = 3;
+    EXPECT_EQ(0, std::memcmp(one.data(), baked(*band, s).data(), one.size() * sizeof(float)));
+    // Steps from cell to cell across the border are as large as those beside it.
+    const auto meanStep = [&](unsigned x) {
+        double sum = 0.0;
+        for (unsigned y = 0; y < height; ++y)
+            sum += std::abs(one[y * width + x] - one[y * width + x - 1]);
+        return sum / height;
+    };
+    EXPECT_LT(meanStep(512), 1.4 * (meanStep(510) + meanStep(511) + meanStep(513) + meanStep(514)) / 4.0);
+}
+
+TEST_F(RasterLightTest, FarHeightsShadeATile) {
+    // A wall far to the west of the second tile, beyond the halo, and the sun low above it.
+    const auto light = [&](float wall) {
+        const SO<ComputedBand> band(new ComputedBand(
+            520, 8, 10.0, [wall](unsigned x, unsigned) { return x < 481 && x > 470 ? wall : 0.0F; }));
+        RasterLight::Settings s = settings(0);
+        s.lighting.extraDirections = new NBX::Array<V>(std::vector<V>{{-1.0, 0.4, 0.0}});
+        s.lighting.extraColors = new NBX::Array<V>(std::vector<V>{{1, 1, 1}});
+        return baked(*band, s)[4 * 520 + 515];
+    };
+    EXPECT_NEAR(1.0F, light(0.0F), 0.01F);
+    EXPECT_NEAR(0.0F, light(400.0F), 0.01F);
+}
+
+TEST_F(RasterLightTest, CellsWithoutHeightsHaveNoLightAndSpoilNoOthers) {
+    const float none = std::nanf("");
+    const SO<ComputedBand> band(new ComputedBand(40, 40, 10.0, [&](unsigned x, unsigned y) {
+        return (x > 10 && x < 20 && y > 5) || x == 30 ? none : 7.0F;
+    }));
+    const std::vector<float> light = baked(*band, settings(20));
+    for (unsigned y = 0; y < 40; ++y)
+        for (unsigned x = 0; x < 40; ++x) {
+            const bool isVoid = (x > 10 && x < 20 && y > 5) || x == 30;
+            EXPECT_EQ(isVoid, std::isnan(light[y * 40 + x])) << x << " " << y;
+            EXPECT_NEAR(1.0F, isVoid ? 1.0F : light[y * 40 + x], 0.01F) << x << " " << y;
+        }
+    const SO<ComputedBand> nothing(new ComputedBand(3, 3, 10.0, [&](unsigned, unsigned) { return none; }));
+    for (const float value : baked(*nothing, settings(20)))
+        EXPECT_TRUE(std::isnan(value));
+    const SO<ComputedBand> single(new ComputedBand(1, 1, 10.0, [&](unsigned, unsigned) { return 5.0F; }));
+    EXPECT_NEAR(1.0F, baked(*single, settings(20))[0], 0.01F);
+}
+
+TEST_F(RasterLightTest, CancellingStopsBeforeAnythingIsWritten) {
+    const CancelingDisplay display;
+    const SO<ComputedBand> band(new ComputedBand(9, 9, 10.0, waves));
+    bool written = false;
+    EXPECT_FALSE(RasterLight::bake(*band, GeoReference(), settings(9), canvas,
+                                   [&](const NBX::Area &, const std::vector<float> &) { written = true; }));
+    EXPECT_FALSE(written);
+}
+
+TEST_F(RasterLightTest, CellsOfDegreesAreMeasuredOnTheEllipsoid) {
+    GeoReference degrees;
+    degrees.isGeographic = true;
+    const RasterGrid grid{100, 100, 10.0, -1.0, 0.01, 0.01};
+    const auto [x, y] = RasterLight::cellSize(grid, degrees, 100.0);
+    EXPECT_NEAR(1113.2, x, 0.1);
+    EXPECT_NEAR(1105.7, y, 0.1);
+    const auto [x60, y60] = RasterLight::cellSize({100, 100, 10.0, 59.0, 0.01, 0.01}, degrees, 100.0);
+    EXPECT_NEAR(558.0, x60, 0.1);
+    EXPECT_NEAR(1114.1, y60, 0.1);
+    GeoReference feet;
+    feet.unit = 0.3048;
+    EXPECT_NEAR(3.048, RasterLight::cellSize({9, 9, 0, 0, 10.0, 20.0}, feet, 0.0).first, 1e-12);
+}
+
+} // namespace
