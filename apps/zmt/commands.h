@@ -17,6 +17,7 @@ void addCityBuildCommand(CLI::App & app);
 void addReliefCommand(CLI::App & app);
 /// To those of the command above.
 void addHachureCommand(CLI::App & app);
+void addReliefLightCommands(CLI::App & app);
 void addViewCommand(CLI::App & app);
 void addValidateCommand(CLI::App & app);
 

@@ -179,4 +179,5 @@ void addReliefCommand(CLI::App & app) {
     addSlope(*command);
     addCurvature(*command);
     addShade(*command);
+    addReliefLightCommands(*command);
 }

@@ -5,10 +5,8 @@
 #include <zmt/util/occlusion/rasterlight.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <numbers>
 
 #include <nbx/gl/context/glcanvas.h>
 #include <nbx/image/image.h>
@@ -16,6 +14,7 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/rasterband.h>
+#include <zmt/raster/relief/reliefwalk.h>
 
 #include "aoimpl.h"
 #include "lightlist.h"
@@ -65,20 +64,7 @@ std::vector<float> sharesOf(const NBX::Image & picture, const TileHeights & heig
 
 } // namespace
 
-std::pair<double, double> RasterLight::cellSize(const RASTER::RasterGrid & grid,
-                                                const RASTER::GeoReference & reference, double row) {
-    const double x = grid.cellSizeX * reference.unit, y = grid.cellSizeY * reference.unit;
-    if (!reference.isGeographic) return {x, y};
-    // Lengths of a degree of the ellipsoid, by their series.
-    const double latitude = (grid.minY + row * grid.cellSizeY) * reference.unit * std::numbers::pi / 180.0;
-    const double eastwards =
-        111412.84 * std::cos(latitude) - 93.5 * std::cos(3.0 * latitude) + 0.118 * std::cos(5.0 * latitude);
-    const double northwards =
-        111132.92 - 559.82 * std::cos(2.0 * latitude) + 1.175 * std::cos(4.0 * latitude);
-    return {x * std::max(eastwards, 1.0), y * northwards};
-}
-
-bool RasterLight::bake(const RASTER::RasterBand & heights, const RASTER::GeoReference & reference,
+bool RasterLight::bake(const RASTER::RasterBand & heights, const std::vector<RASTER::CellSize> & sizes,
                        const Settings & settings, NBX::SO<NBX::GLCanvas> canvas, const Write & write) {
     const NBX::SO<AOImpl> impl = newAOImpl(canvas);
     if (!impl) return false;
@@ -92,12 +78,12 @@ bool RasterLight::bake(const RASTER::RasterBand & heights, const RASTER::GeoRefe
     std::vector<BakedTile> held;
     for (std::size_t i = 0; i < tiles.size(); ++i) {
         const NBX::Area & cells = tiles[i];
-        const TileHeights around(heights, cells,
-                                 cellSize(heights.grid(), reference, cells.getY() + cells.getHeight() / 2.0),
-                                 settings.halo, settings.farHalo);
+        const std::size_t middle = std::size_t(cells.getY()) + cells.getHeight() / 2;
+        const RASTER::CellSize size = middle < sizes.size() ? sizes[middle] : RASTER::CellSize();
+        const TileHeights around(heights, cells, {size.x, size.y}, settings.halo, settings.farHalo);
         BakedTile tile{cells, std::vector<float>(std::size_t(cells.getWidth()) * cells.getHeight(),
                                                  std::numeric_limits<float>::quiet_NaN())};
-        if (around.hasHeights()) {
+        if (around.hasHeights() && size.x > 0.0 && size.y > 0.0) {
             AOImpl::MeshStep step{around.newReceiver(s_tileSize), around.newCasters(), s_tileSize};
             step.shadowSize = s_shadowSize;
             step.closes = false;

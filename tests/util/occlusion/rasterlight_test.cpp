@@ -10,6 +10,7 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/rasterband.h>
+#include <zmt/raster/relief/reliefwalk.h>
 
 #include "comparedlight.h"
 #include "raylight.h"
@@ -20,9 +21,8 @@
 namespace {
 
 using NBX::SO;
-using ZMT::RASTER::GeoReference;
+using ZMT::RASTER::CellSize;
 using ZMT::RASTER::RasterBand;
-using ZMT::RASTER::RasterGrid;
 using ZMT::UTIL::LightList;
 using ZMT::UTIL::RasterLight;
 using ZMT::UTIL::TileHeights;
@@ -48,6 +48,10 @@ private:
     Height heights_;
 };
 
+std::vector<CellSize> sizes(const RasterBand & band) {
+    return std::vector<CellSize>(band.cellsY(), CellSize{band.cellSizeX(), band.cellSizeY()});
+}
+
 float waves(unsigned x, unsigned y) {
     return float(400.0 + 60.0 * std::sin(x * 0.21) * std::cos(y * 0.17) +
                  25.0 * std::sin(x * 0.05 + y * 0.08));
@@ -67,7 +71,7 @@ protected:
         std::vector<float> all(std::size_t(band.cellsX()) * band.cellsY(), -1.0F);
         order.clear();
         const bool done = RasterLight::bake(
-            band, GeoReference(), s, canvas, [&](const NBX::Area & cells, const std::vector<float> & light) {
+            band, sizes(band), s, canvas, [&](const NBX::Area & cells, const std::vector<float> & light) {
                 order.push_back(cells);
                 for (unsigned y = 0; y < cells.getHeight(); ++y)
                     std::memcpy(
@@ -174,24 +178,19 @@ TEST_F(RasterLightTest, CancellingStopsBeforeAnythingIsWritten) {
     const CancelingDisplay display;
     const SO<ComputedBand> band(new ComputedBand(9, 9, 10.0, waves));
     bool written = false;
-    EXPECT_FALSE(RasterLight::bake(*band, GeoReference(), settings(9), canvas,
+    EXPECT_FALSE(RasterLight::bake(*band, sizes(*band), settings(9), canvas,
                                    [&](const NBX::Area &, const std::vector<float> &) { written = true; }));
     EXPECT_FALSE(written);
 }
 
-TEST_F(RasterLightTest, CellsOfDegreesAreMeasuredOnTheEllipsoid) {
-    GeoReference degrees;
-    degrees.isGeographic = true;
-    const RasterGrid grid{100, 100, 10.0, -1.0, 0.01, 0.01};
-    const auto [x, y] = RasterLight::cellSize(grid, degrees, 100.0);
-    EXPECT_NEAR(1113.2, x, 0.1);
-    EXPECT_NEAR(1105.7, y, 0.1);
-    const auto [x60, y60] = RasterLight::cellSize({100, 100, 10.0, 59.0, 0.01, 0.01}, degrees, 100.0);
-    EXPECT_NEAR(558.0, x60, 0.1);
-    EXPECT_NEAR(1114.1, y60, 0.1);
-    GeoReference feet;
-    feet.unit = 0.3048;
-    EXPECT_NEAR(3.048, RasterLight::cellSize({9, 9, 0, 0, 10.0, 20.0}, feet, 0.0).first, 1e-12);
+TEST_F(RasterLightTest, CellsWithoutASizeHaveNoLight) {
+    const double none = std::nan("");
+    const SO<ComputedBand> band(new ComputedBand(5, 5, 10.0, waves));
+    EXPECT_TRUE(RasterLight::bake(*band, std::vector<CellSize>(5, CellSize{none, none}), settings(9), canvas,
+                                  [](const NBX::Area &, const std::vector<float> & light) {
+                                      for (const float value : light)
+                                          EXPECT_TRUE(std::isnan(value));
+                                  }));
 }
 
 } // namespace

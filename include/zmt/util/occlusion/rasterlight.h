@@ -1,17 +1,15 @@
 #pragma once
 
 #include <functional>
-#include <utility>
 #include <vector>
 
 #include <nbx/math/area.h>
-#include <zmt/raster/georeference.h>
-#include <zmt/raster/rasterdata.h>
 #include <zmt/util/occlusion/ambientocclusion.h>
 
 namespace ZMT::RASTER {
 class RasterBand;
-}
+struct CellSize;
+} // namespace ZMT::RASTER
 
 namespace ZMT::UTIL {
 
@@ -41,15 +39,11 @@ public:
     /// Rows of tiles come from north to south, tiles of a row from west to east.
     using Write = std::function<void(const NBX::Area & cells, const std::vector<float> & light)>;
 
-    /// `reference` tells how large a cell is in metres, heights are metres. False when the progress display
-    /// cancelled, or nothing can be drawn, which is reported. What reading or `write` throws goes through.
-    static bool bake(const RASTER::RasterBand & heights, const RASTER::GeoReference & reference,
+    /// `sizes` are those of the cells of each row, from the southern one on, in units of the heights; tiles
+    /// whose middle row has none have no light. False when the progress display cancelled, or nothing can be
+    /// drawn, which is reported. What reading or `write` throws goes through.
+    static bool bake(const RASTER::RasterBand & heights, const std::vector<RASTER::CellSize> & sizes,
                      const Settings & settings, NBX::SO<NBX::GLCanvas> canvas, const Write & write);
-
-    /// Width and height of a cell in metres at the row `row`, on the ellipsoid of WGS 84 where it is of
-    /// degrees.
-    static std::pair<double, double> cellSize(const RASTER::RasterGrid & grid,
-                                              const RASTER::GeoReference & reference, double row);
 };
 
 } // namespace ZMT::UTIL
