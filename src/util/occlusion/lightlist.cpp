@@ -23,8 +23,8 @@ constexpr double s_leastTotal = 1e-10;
 /// From 0 to 1, in 32768 steps, whatever range the process's `rand` has.
 double nextRandom() {
     constexpr std::int64_t steps = 32768;
-    return static_cast<double>(std::int64_t(std::rand()) * steps / (std::int64_t(RAND_MAX) + 1)) /
-           s_largestRandom;
+    const std::int64_t step = std::int64_t(std::rand()) * steps / (std::int64_t(RAND_MAX) + 1);
+    return static_cast<double>(step) / s_largestRandom;
 }
 
 Vector rgb(const NBX::Color & color) {
