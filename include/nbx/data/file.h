@@ -53,8 +53,8 @@ public:
     /// Gives a file without a name one. False when it is taken, and where it cannot be done.
     bool giveName(const std::string & path);
 
-    /// A name by which this process can open the same file once more while it is open, also one without a name:
-    /// for libraries that take names alone.
+    /// A name by which this process can open the same file once more while it is open, also one without a
+    /// name: for libraries that take names alone.
     std::string nameInProcess() const;
 
     /// Throws where a file that could not be read has a plain reason: none is there, which is a

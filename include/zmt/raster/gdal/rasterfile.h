@@ -36,8 +36,8 @@ public:
     /// sources of a virtual one. None where it cannot be opened.
     static std::vector<std::string> partsOf(const std::string & path);
 
-    /// From now on at most so many bytes of blocks of all files are kept in memory, unless the user's environment
-    /// says otherwise (GDAL_CACHEMAX).
+    /// From now on at most so many bytes of blocks of all files are kept in memory, unless the user's
+    /// environment says otherwise (GDAL_CACHEMAX).
     static void limitCache(std::uint64_t bytes);
 
     const std::string & path() const;
