@@ -102,7 +102,7 @@ function(zmt_add_raster)
   # Loops over rows whose cells are computed several at once.
   set_source_files_properties(
     ${PROJECT_SOURCE_DIR}/src/raster/relief/shadeproduct.cpp ${PROJECT_SOURCE_DIR}/src/raster/relief/slopeproduct.cpp
-    PROPERTIES COMPILE_OPTIONS "$<$<CONFIG:Release,RelWithDebInfo>:-O3>;-fno-math-errno;-fno-trapping-math")
+    PROPERTIES SKIP_PRECOMPILE_HEADERS ON COMPILE_OPTIONS "$<$<CONFIG:Release,RelWithDebInfo>:-O3>;-fno-math-errno;-fno-trapping-math")
   if(NOT TARGET zmt_raster)
     return()
   endif()

@@ -25,7 +25,7 @@
 #include <nbx/object/progress.h>
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/rasterwarp.h>
-#include <zmt/raster/gdal/strokewriter.h>
+#include <zmt/raster/gdal/vector/strokewriter.h>
 #include <zmt/raster/relief/quadraticfit.h>
 #include <zmt/raster/relief/reliefwalk.h>
 #include <zmt/raster/relief/shadeproduct.h>

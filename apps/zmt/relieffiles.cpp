@@ -7,7 +7,7 @@
 #include "landscape/errors.h"
 
 #include <nbx/data/file.h>
-#include <zmt/raster/gdal/strokewriter.h>
+#include <zmt/raster/gdal/vector/strokewriter.h>
 
 using ZMT::RASTER::RasterWriter;
 using ZMT::RASTER::StrokeWriter;

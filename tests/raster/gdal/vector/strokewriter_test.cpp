@@ -1,4 +1,4 @@
-#include <zmt/raster/gdal/strokewriter.h>
+#include <zmt/raster/gdal/vector/strokewriter.h>
 
 #include <fstream>
 #include <iterator>

@@ -1,7 +1,7 @@
 // Formats of GDAL are made in memory, and go to the disk as a whole: GeoPackage keeps files beside its own
 // while it writes.
 
-#include <zmt/raster/gdal/strokewriter.h>
+#include <zmt/raster/gdal/vector/strokewriter.h>
 
 #include <algorithm>
 #include <atomic>
