@@ -13,7 +13,7 @@
 #include <cpl_vsi.h>
 #include <ogrsf_frmts.h>
 
-#include "gdalsupport.h"
+#include "raster/gdal/gdalsupport.h"
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/object/exception.h>
