@@ -203,16 +203,14 @@ void ViewerWindow::makeActions() {
 
 void ViewerWindow::makeTrackMenu() {
     trackMenu_ = menuBar()->addMenu(tr("&Track"));
-    const auto add = [this](const QString & text, Qt::Key key, void (TrackBar::*function)(int), int steps) {
-        trackMenu_->addAction(text, key, this, [this, function, steps] { (tracks_->*function)(steps); });
-    };
+    TrackBar * const bar = tracks_;
     trackMenu_->addAction(tr("&Play or pause"), Qt::Key_Space, tracks_, &TrackBar::togglePlay);
-    add(tr("&Slower"), Qt::Key_Comma, &TrackBar::changeSpeed, -1);
-    add(tr("&Faster"), Qt::Key_Period, &TrackBar::changeSpeed, 1);
-    add(tr("&Earlier"), Qt::Key_J, &TrackBar::move, -1);
-    add(tr("&Later"), Qt::Key_K, &TrackBar::move, 1);
-    add(tr("To the s&tart"), Qt::Key_Home, &TrackBar::move, -100);
-    add(tr("To the e&nd"), Qt::Key_End, &TrackBar::move, 100);
+    trackMenu_->addAction(tr("&Slower"), Qt::Key_Comma, bar, [bar] { bar->changeSpeed(-1); });
+    trackMenu_->addAction(tr("&Faster"), Qt::Key_Period, bar, [bar] { bar->changeSpeed(1); });
+    trackMenu_->addAction(tr("&Earlier"), Qt::Key_J, bar, [bar] { bar->move(-1); });
+    trackMenu_->addAction(tr("&Later"), Qt::Key_K, bar, [bar] { bar->move(1); });
+    trackMenu_->addAction(tr("To the s&tart"), Qt::Key_Home, bar, [bar] { bar->move(-100); });
+    trackMenu_->addAction(tr("To the e&nd"), Qt::Key_End, bar, [bar] { bar->move(100); });
     showTracks(nullptr);
 }
 

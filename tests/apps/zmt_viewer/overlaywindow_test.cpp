@@ -232,6 +232,8 @@ TEST_F(OverlayWindowTest, WhatIsUnderTheMouseStandsOut) {
     EXPECT_GT(outline, 800U) << "all around the square";
     EXPECT_LT(outline, 20000U);
     EXPECT_TRUE(isRed(color())) << "its inside stays as it is";
+    QTest::qWait(100);
+    ASSERT_TRUE(settle());
     const unsigned before = view->frames().count;
     QTest::mouseMove(view, middle() + QPoint(4, 4));
     QTest::qWait(50);
