@@ -128,11 +128,15 @@ class SvgText {
 public:
     explicit SvgText(NBX::AtomicFileWriter & out) : out_(out) {}
 
-    template <class... Values> void add(const char * format, Values... values) {
-        char text[256];
-        const int length = std::snprintf(text, sizeof text, format, values...);
-        text_.append(text, static_cast<std::size_t>(std::clamp(length, 0, int(sizeof text) - 1)));
+    void add(const char * text) {
+        text_ += text;
         if (text_.size() > s_piece) flush();
+    }
+    /// With at least one value in the format.
+    template <class First, class... Others> void add(const char * format, First first, Others... others) {
+        char text[256];
+        std::snprintf(text, sizeof text, format, first, others...);
+        add(text);
     }
     void flush() {
         out_.write(text_.data(), text_.size());
@@ -179,7 +183,7 @@ bool writeSvg(const std::vector<StrokeLine> & lines, const StrokeWriter::Place &
     text.add("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
     text.add("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%u\" height=\"%u\" viewBox=\"0 0 %u %u\">\n",
              place.width, place.height, place.width, place.height);
-    text.add("<rect width=\"100%%\" height=\"100%%\" fill=\"#fff\"/>\n");
+    text.add("<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n");
     text.add("<g fill=\"none\" stroke=\"#000\" stroke-linecap=\"round\" stroke-linejoin=\"round\">\n");
     for (std::size_t i = 0; i < lines.size(); ++i) {
         if (!goesOn(progress, i, lines.size())) return false;
