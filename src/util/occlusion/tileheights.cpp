@@ -1,6 +1,7 @@
 // Windows of the raster become meshes: the one at full detail for the tile and its halo, and one of every
-// eighth cell for what lies beyond. Both are cut to the raster, and begin at multiples of their step, so that
-// neighbouring tiles see the same far heights.
+// eighth cell for what lies beyond. Both begin and end at every eighth cell, so that neighbouring tiles see
+// the same far heights, and near ones leave none of them below themselves. Where the raster ends in between,
+// its border goes on level.
 
 #include "tileheights.h"
 
@@ -20,6 +21,10 @@ constexpr int s_step = static_cast<int>(TileHeights::s_farStep);
 
 int roundedDown(int value) {
     return value / s_step * s_step;
+}
+
+int roundedUp(int value) {
+    return roundedDown(value + s_step - 1);
 }
 
 /// Adds the two triangles of a cell, seen from above; those with a corner below 0 are left out.
@@ -55,13 +60,14 @@ TileHeights::Window TileHeights::read(const RASTER::RasterBand & band, unsigned 
     window.step = step;
     window.x = roundedDown(std::max(tile_.getX() - margin, 0));
     window.y = roundedDown(std::max(tile_.getY() - margin, 0));
-    const int endX = std::min(tile_.getX() + static_cast<int>(tile_.getWidth()) + margin, cellsX - 1);
-    const int endY = std::min(tile_.getY() + static_cast<int>(tile_.getHeight()) + margin, cellsY - 1);
-    // The last ones may lie beyond the border, with its heights.
-    window.width = static_cast<unsigned>((endX - window.x + s - 1) / s + 1);
-    window.height = static_cast<unsigned>((endY - window.y + s - 1) / s + 1);
+    const int endX =
+        roundedUp(std::min(tile_.getX() + static_cast<int>(tile_.getWidth()) + margin, cellsX - 1));
+    const int endY =
+        roundedUp(std::min(tile_.getY() + static_cast<int>(tile_.getHeight()) + margin, cellsY - 1));
+    window.width = static_cast<unsigned>((endX - window.x) / s + 1);
+    window.height = static_cast<unsigned>((endY - window.y) / s + 1);
     window.heights.resize(std::size_t(window.width) * window.height);
-    const auto lastX = static_cast<unsigned>(std::min((endX + s - 1) / s * s, cellsX - 1) - window.x);
+    const auto lastX = static_cast<unsigned>(std::min(endX, cellsX - 1) - window.x);
     std::vector<float> row(std::size_t(lastX) + 1);
     for (unsigned i = 0; i < window.height; ++i) {
         const auto y = static_cast<unsigned>(std::min(window.y + static_cast<int>(i) * s, cellsY - 1));

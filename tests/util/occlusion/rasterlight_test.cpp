@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include <nbx/container/sequence/array.h>
 #include <nbx/image/image.h>
@@ -139,6 +140,51 @@ TEST_F(RasterLightTest, TilesMeetWithoutASeamAndHowManyAreHeldChangesNothing) {
         return sum / height;
     };
     EXPECT_LT(meanStep(512), 1.4 * (meanStep(510) + meanStep(511) + meanStep(513) + meanStep(514)) / 4.0);
+}
+
+/// The area on the map of the triangles of a mesh.
+double areaOf(const NBX::PolygonSet & set) {
+    const auto vertices = set.newVertexIterator();
+    const auto corners = set.newIndexIterator();
+    double area = 0.0;
+    for (unsigned i = 0; i + 2 < corners->size(); i += 3) {
+        const V a = vertices->get(corners->get(i)), b = vertices->get(corners->get(i + 1)),
+                c = vertices->get(corners->get(i + 2));
+        area += std::abs((b.x - a.x) * (c.z - a.z) - (c.x - a.x) * (b.z - a.z)) / 2.0;
+    }
+    return area;
+}
+
+TEST(TileHeightsTest, FarHeightsLieBesideNearOnesAtEveryBorder) {
+    // The raster ends between the cells that are seen from far, or at one of them.
+    for (const unsigned cells : {43u, 48u, 49u, 50u}) {
+        const SO<ComputedBand> band(new ComputedBand(cells, cells, 10.0, waves));
+        for (const auto & [x, y, halo] : {std::tuple{0, 0, 8u}, {16, 24, 8u}, {32, 32, 8u}, {32, 0, 16u}}) {
+            const auto width = std::min(8u, cells - unsigned(x)), height = std::min(8u, cells - unsigned(y));
+            const TileHeights heights(*band, NBX::Area(x, y, width, height), {1.0, 1.0}, halo, 1024);
+            const SO<NBX::PolygonSet> casters = heights.newCasters();
+            const NBX::Bounds box = casters->boundingBox();
+            const V size = box.getURB() - box.getLLF();
+            EXPECT_NEAR(size.x * size.z, areaOf(*casters), 1e-6)
+                << cells << " cells, tile at " << x << " " << y;
+        }
+    }
+}
+
+TEST_F(RasterLightTest, CellsAtTheBorderAreLitAsThoseInside) {
+    constexpr unsigned cells = 45;
+    const SO<ComputedBand> rough(new ComputedBand(cells, cells, 10.0, [](unsigned x, unsigned y) {
+        return (x * 7919 + y * 104729) % 5 < 2 ? 0.0F : 9.0F;
+    }));
+    const std::vector<float> light = baked(*rough, settings(60));
+    const auto meanOfRow = [&](unsigned row) {
+        double sum = 0.0;
+        for (unsigned i = 5; i < 40; ++i)
+            sum += light[row * cells + i];
+        return sum / 35.0;
+    };
+    for (const unsigned row : {1u, 41u, 42u, 43u})
+        EXPECT_NEAR(meanOfRow(20), meanOfRow(row), 0.08) << row;
 }
 
 TEST_F(RasterLightTest, FarHeightsShadeATile) {
