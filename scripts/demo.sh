@@ -65,13 +65,17 @@ for seconds in 600 1800 3600; do
 done
 "$zmt" pick "${everest_terrain[@]}" "${above[@]}" --overlay "$glaciers" 590,330 || fail "nothing was picked"
 
-# Maps of the relief: strokes down the slopes as a picture and as lines, and a shade.
+# Maps of the relief: strokes down the slopes as a picture and as lines, a shade, and the light of sky and sun.
+relief() {
+    echo "demo: $3"
+    "$zmt" relief "$@" 2>out/relief.log || fail "$(tail -n 1 out/relief.log)"
+}
 for name in jacksboro_hachures.tif jacksboro_hachures.png jacksboro_hachures.gpkg jacksboro_hachures.svg; do
-    echo "demo: out/$name"
-    "$zmt" relief hachures data/jacksboro_srtm3.tif "out/$name" --reference shade 2>out/relief.log ||
-        fail "$(tail -n 1 out/relief.log)"
+    relief hachures data/jacksboro_srtm3.tif "out/$name" --reference shade
 done
-"$zmt" relief shade data/jacksboro_srtm3.tif out/jacksboro_shade.tif 2>out/relief.log || fail "$(tail -n 1 out/relief.log)"
+relief shade data/jacksboro_srtm3.tif out/jacksboro_shade.tif
+relief occlusion data/everest_srtm3.tif out/everest_occlusion.png --directions 40
+relief sun data/everest_srtm3.tif out/everest_sun.png --directions 10
 
 # The image as a pyramid in one file, and where a pixel lies.
 "$zmt" build pyramid data/everest_landsat7_rgb.tif out/everest_landsat7.ztp --deflate 2>out/pyramid.log ||
