@@ -75,7 +75,8 @@ struct VectorTexture::Request {
         return std::sqrt(
             std::max(viewInfo.screenDistance2(eye - a, eye + a), viewInfo.screenDistance2(eye - b, eye + b)));
     }
-    double pixelSize(const Patch & patch) const { return pixelSize(patch.boundingBox(), viewInfo, eye); }
+    double pixelSize(const NBX::Bounds & box) const { return pixelSize(box, viewInfo, eye); }
+    double pixelSize(const Patch & patch) const { return pixelSize(patch.boundingBox()); }
     bool drawsAtOnce(const Patch * above, unsigned queued) const {
         return !above || textureError <= 0.0 || !asynchronous || queued >= s_mostQueued;
     }
@@ -270,11 +271,26 @@ NBX::SO<NBX::TextureGL> VectorTexture::requestImpl(const GeometryPatch * patch, 
         }
         if (inMotion) return requestFast(box, engine);
     }
-    const GeometryPatchSO wanted(patch);
+    const Request request{engine, *viewInfo, eye, textureError, asynchronous};
+    const GeometryPatchSO wanted = serving(*patch, request);
     if (culling_ && !mapper_->patches->contains(wanted) && showsNothing(wanted, engine))
         return emptyTexture();
     map(wanted);
-    return find(*patch, {engine, *viewInfo, eye, textureError, asynchronous}, priority, incomplete);
+    return find(*wanted, request, priority, incomplete);
+}
+
+/// Culled as such, since what is measured in texels reaches farther in the texture of a patch above.
+GeometryPatchSO VectorTexture::serving(const GeometryPatch & patch, const Request & request) const {
+    unsigned depth = 0;
+    for (GeometryPatchSO above = patch.parent(); above; above = above->parent())
+        ++depth;
+    GeometryPatchSO served(&patch);
+    for (; const GeometryPatchSO above = served->parent(); --depth) {
+        const bool isFineEnough = request.pixelSize(above->boundingBox()) <= request.textureError;
+        if (depth <= maxDepth_ && !isFineEnough) break;
+        served = above;
+    }
+    return served;
 }
 
 NBX::SO<NBX::TextureGL> VectorTexture::requestFast(const NBX::Bounds & box, NBX::EngineGL * engine) const {
@@ -310,8 +326,7 @@ void VectorTexture::map(const GeometryPatchSO & patch) const {
         unknown.push_back(known);
     NBX::SO<Patch> above = known ? mapper_->patches->get(known) : nullptr;
     for (; !unknown.empty(); unknown.pop_back()) {
-        if (!above || above->depth < maxDepth_)
-            above = new Patch(this, unknown.back().get(), above ? above->depth + 1 : 0);
+        above = new Patch(this, unknown.back().get(), above ? above->depth + 1 : 0);
         mapper_->patches->insert(unknown.back(), above);
     }
 }
@@ -328,7 +343,6 @@ NBX::SO<NBX::TextureGL> VectorTexture::find(const GeometryPatch & patch, const R
     unsigned queued = 0;
     for (; piece; piece = parent) {
         parent = above(*piece);
-        if (parent && request.pixelSize(*parent) <= request.textureError) continue;
         if (const auto texture = tables().use(piece.get())) return texture;
         if (request.drawsAtOnce(parent.get(), queued)) {
             VectorTextureRenderer(request.engine).render(*piece);

@@ -449,7 +449,10 @@ TEST_F(VectorTextureTest, PatchesThatTheSceneDoesNotTouchCostNothing) {
     const SO<TextureGL> empty = request(*below(1));
     EXPECT_EQ(drawn(), 0U);
     EXPECT_EQ(request(*below(3)), empty) << "nor do those below";
+    EXPECT_EQ(texture->timesAsked, 1U) << "which is known without a look at the scene";
     EXPECT_NE(request(*tree->child(3)), empty) << "at whatever height";
+    EXPECT_NE(request(*tree->child(3)), empty);
+    EXPECT_EQ(texture->timesAsked, 2U) << "a patch that has a texture is not asked for again";
     EXPECT_EQ(drawn(), 1U);
     add(line(Point(0.0, 0.0, 0.0), Point(10.0, 0.0, 10.0)).get(), NBX::Color::red);
     EXPECT_EQ(request(*below(1)), empty) << "nobody said that the scene changed";
@@ -464,6 +467,25 @@ TEST_F(VectorTextureTest, WhatReachesIntoTheMarginIsDrawn) {
     EXPECT_EQ(drawn(), 1U) << "8 units beside the patch, where a texel is 8 units";
     EXPECT_EQ(request(*tree->child(2)), request(*tree->child(2)->child(0)));
     EXPECT_EQ(drawn(), 1U) << "from 512 northwards there is nothing";
+}
+
+/// Lines have their width in texels, and those of the texture above are larger.
+TEST_F(VectorTextureTest, WhatTheTextureThatServesShowsIsNotCutAtPatchesBesideIt) {
+    add(line(Point(100.0, 0.0, 0.0), Point(100.0, 0.0, 1024.0)).get(), NBX::Color::red);
+    const SO<GeometryPatch> beside = below(2)->child(1)->child(0)->child(0); // from 128 to 160
+    texture = newTexture(true, true);
+    textureError = 16.0;
+    const SO<TextureGL> top = request(*tree);
+    EXPECT_EQ(request(*beside), top);
+    EXPECT_EQ(drawn(), 1U);
+    textureError = 0.001;
+    EXPECT_NE(request(*beside), top) << "its own texels do not reach so far";
+    EXPECT_EQ(drawn(), 1U) << "nor do they cost anything";
+    textureError = 16.0;
+    EXPECT_EQ(request(*beside), top) << "whatever was found nearby";
+    texture = newTexture(true, true, 0);
+    textureError = 0.001;
+    EXPECT_EQ(request(*beside), request(*tree)) << "as deep as textures go";
 }
 
 TEST_F(VectorTextureTest, PatchesThatNobodyElseHoldsAreLetGo) {

@@ -16,7 +16,7 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/texture/vector/vectortexture.h>
 
-/// Notes the boxes that it is drawn for.
+/// Notes the boxes that it is drawn for, and how often it was asked whether something is drawn.
 class RecordingVectorTexture : public ZMT::CORE::VectorTexture {
     NBX_TEMPLATE_CLASS(RecordingVectorTexture, ZMT::CORE::VectorTexture)
 public:
@@ -26,6 +26,13 @@ public:
         VectorTexture::render(canvas, bbox);
     }
     mutable std::vector<NBX::Bounds> boxes;
+    mutable unsigned timesAsked = 0;
+
+protected:
+    bool meets(const NBX::Bounds & area, NBX::EngineGL * engine) const override {
+        ++timesAsked;
+        return VectorTexture::meets(area, engine);
+    }
 };
 
 /// Calls a function where it is drawn.

@@ -114,6 +114,9 @@ private:
 
     const NBX::SO<NBX::TextureGL> & emptyTexture() const;
     NBX::SO<NBX::TextureGL> requestFast(const NBX::Bounds & box, NBX::EngineGL * engine) const;
+    /// The patch itself, or the highest one above it whose texture is fine enough, at most as deep as
+    /// textures go.
+    NBX::SO<const GeometryPatch> serving(const GeometryPatch & patch, const Request & request) const;
     bool showsNothing(const NBX::SO<const GeometryPatch> & patch, NBX::EngineGL * engine) const;
     void map(const NBX::SO<const GeometryPatch> & patch) const;
     NBX::SO<NBX::TextureGL> find(const GeometryPatch & patch, const Request & request, double priority,
