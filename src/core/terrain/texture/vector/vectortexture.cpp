@@ -180,7 +180,6 @@ void VectorTexture::setCaching(bool caching) {
 
 void VectorTexture::setCulling(bool culling) {
     culling_ = culling;
-    mapper_->empty->clear();
     modified();
 }
 
@@ -207,7 +206,6 @@ void VectorTexture::setBufferSize(unsigned size) {
     tables().canvasSize = size;
     tables().dropAllTextures();
     tables().clearQueue();
-    fastTexture_ = nullptr;
     forgetPatches();
 }
 

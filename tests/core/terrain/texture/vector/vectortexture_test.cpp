@@ -212,8 +212,8 @@ TEST_F(VectorTextureTest, AnotherSizeDropsTheTexturesAndTheCanvas) {
     request(*below(5));
     EXPECT_EQ(tables().textureCount(), 1U);
     EXPECT_EQ(tables().queueLength(), 3U);
-    texture->setBufferSize(33);
-    EXPECT_EQ(texture->getBufferSize(), 33U);
+    newTexture()->setBufferSize(33);
+    EXPECT_EQ(texture->getBufferSize(), 33U) << "of the whole class";
     EXPECT_EQ(tables().textureCount(), 0U);
     EXPECT_EQ(tables().queueLength(), 0U);
     textureError = 0.0;
@@ -400,6 +400,7 @@ TEST_F(VectorTextureTest, WithoutCachingAViewInMotionHasOneTextureForEachPicture
         shown = first;
     }
     EXPECT_EQ(drawn(), 3U);
+    EXPECT_EQ(tables().poolSize(), 1U) << "the one of the last picture but one is drawn into again";
     EXPECT_NEAR(texture->boxes[0].diagonal().x, 1024.0 * 97.0 / 65.0, 1e-9) << "no picture came before";
     const Bounds widened = ZMT::CORE::VectorTextureRenderer::widened(box);
     EXPECT_EQ(texture->boxes[2].getLLF().x, widened.getLLF().x);
