@@ -557,6 +557,15 @@ TEST_F(VectorTextureTest, IsStoredWithTheValuesOfItsClass) {
     EXPECT_EQ(VectorTexture::getMaxTexturePatches(), 12U);
 }
 
+TEST_F(VectorTextureTest, ReadIntoAgainItForgetsWhatItHasDrawn) {
+    request(*tree);
+    ReadingStream stream;
+    stream.boxes["bbox"] = Bounds(Point(0.0, 50.0, 0.0), Point(64.0, 60.0, 64.0));
+    texture->serialize(stream);
+    EXPECT_EQ(tables().textureCount(), 0U);
+    EXPECT_EQ(texture->boundingBox(), Bounds(Point(0.0, -1e42, 0.0), Point(64.0, 1e42, 64.0)));
+}
+
 /// Has the numbers that it is given, and nothing else.
 class NumbersStream : public ReadingStream {
 public:

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include <nbx/scene/view/lookat.h>
+#include <nbx/scene/view/ortho.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 
 #include "texellevels.h"
@@ -65,6 +67,23 @@ TEST_F(VectorTextureRendererTest, EastIsAtTheRightAndNorthAtTheTop) {
             const bool inside = px > low.x && px < high.x && py > low.y && py < high.y;
             EXPECT_EQ(levels.at(0, x, y)[3], inside ? 255 : 0) << x << ", " << y;
         }
+}
+
+TEST_F(VectorTextureRendererTest, ItIsSeenFrom10000StraightDownAsDeepAs20000) {
+    NBX::Matrix4x4Base<double> modelView, projection;
+    const SO<NBX::SceneNode> looking(new LookingNode([&](NBX::Engine & there) {
+        modelView = there.modelViewMatrix();
+        projection = there.projectionMatrix();
+    }));
+    scene->append(looking.get());
+    drawn(*FakePatch::oblong(128.0, 256.0, 128.0, 256.0, 0));
+    scene->clear();
+    // Half a side and 16 of 128 pixels of it.
+    const SO<NBX::Ortho> parallel(new NBX::Ortho(-80.0, 80.0, -160.0, 160.0, 1.0, 20000.0));
+    EXPECT_EQ(projection, parallel->matrix(1.0));
+    const SO<NBX::LookAt> down(
+        new NBX::LookAt(Point(192.0, 10000.0, 384.0), Point(192.0, 0.0, 384.0), Point(0.0, 0.0, 1.0)));
+    EXPECT_EQ(modelView, down->matrix());
 }
 
 TEST_F(VectorTextureRendererTest, FarFromTheOriginOfAMapNothingMoves) {
