@@ -62,7 +62,7 @@ void VectorTextureTables::store(Patch * patch, const Texture & texture) {
 }
 
 void VectorTextureTables::dropSurplus(const Patch * latest) {
-    while (textures_->size() > capacity()) {
+    while (textures_->size() > maxPatches) {
         Patch * oldest = textures_->oldest()->first;
         if (oldest == latest || (!renderOrder_.empty() && oldest == renderOrder_.back().patch)) return;
         dropTexture(oldest);
@@ -102,7 +102,7 @@ void VectorTextureTables::beginRenderOrder() {
 }
 
 void VectorTextureTables::giveBack(const Texture & texture) {
-    const bool hasRoom = textures_->size() + pool_.size() <= capacity();
+    const bool hasRoom = textures_->size() + pool_.size() <= maxPatches;
     if (hasRoom && VectorTextureImageGL::canBeDrawnAgain(texture.get())) pool_.push_back(texture);
 }
 
@@ -141,7 +141,7 @@ std::vector<NBX::SO<VectorTextureTables::Patch>> VectorTextureTables::takeQueue(
         static_cast<std::size_t>(std::count_if(entries.begin(), entries.end(), [&](const auto & e) {
             return e.first->lastPicture + 1 >= picture_;
         }));
-    const std::size_t room = used < capacity() ? capacity() - used : 0;
+    const std::size_t room = used < maxPatches ? maxPatches - used : 0;
     // Another view may have room in the next picture, when that before has gone.
     isFull_ = room == 0 && !waiting.empty() && !isNewWish(waiting);
     std::vector<NBX::SO<Patch>> patches;
@@ -170,7 +170,7 @@ void VectorTextureTables::endFrame(const TerrainPainterFrameManager::Info & info
     if (renderOrder_.size() > s_mostRendered) renderOrder_.resize(s_mostRendered);
     while (!renderOrder_.empty() && renderOrder_.back().picture < picture_)
         renderOrder_.pop_back();
-    while (textures_->size() > capacity() && textures_->oldest()->first->lastPicture + 1 < picture_)
+    while (textures_->size() > maxPatches && textures_->oldest()->first->lastPicture + 1 < picture_)
         dropTexture(textures_->oldest()->first);
     for (unsigned i = 0; i < mappers_->size(); ++i)
         mappers_->value(i)->dropUnused();

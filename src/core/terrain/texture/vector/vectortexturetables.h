@@ -23,7 +23,7 @@ public:
     // Values of the class.
     unsigned canvasSize = 1024;
     unsigned textureFormat;
-    unsigned maxPatches = 35;
+    unsigned maxPatches = 35; ///< at least 1
 
     // The textures.
 
@@ -90,7 +90,6 @@ private:
 
     VectorTextureTables();
     void dropSurplus(const Patch * latest);
-    unsigned capacity() const { return maxPatches > 0 ? maxPatches : 1; }
 
     NBX::SO<NBX::LRUMap<Patch *, Texture>> textures_;
     NBX::SO<Queue> queue_;

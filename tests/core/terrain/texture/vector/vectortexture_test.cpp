@@ -250,6 +250,7 @@ TEST_F(VectorTextureTest, SettersTellThatSomethingChanged) {
     EXPECT_TRUE(tells([&] { texture->setGraph(other.get()); }));
     EXPECT_TRUE(tells([&] { texture->setInternalFormat(s_rgba8); }));
     EXPECT_TRUE(tells([&] { texture->setBoundingBox(square); }));
+    EXPECT_FALSE(tells([&] { texture->setInternalFormat(s_rgba8); })) << "it is so already";
     EXPECT_FALSE(texture->getCaching());
     EXPECT_TRUE(texture->getCulling());
     EXPECT_EQ(texture->getGraph(), other.get());
@@ -276,7 +277,14 @@ TEST_F(VectorTextureTest, WhatATextureLeavesBehindItTakesWithIt) {
     request(*below(5));
     EXPECT_EQ(tables().textureCount(), 1U);
     EXPECT_EQ(tables().queueLength(), 3U);
+    const VectorTexture * const place = texture.get();
+    const SO<VectorTexture::Mapper> mapper(new VectorTexture::Mapper);
+    tables().enter(texture.get(), mapper.get());
+    EXPECT_TRUE(tables().activate(place));
     texture = nullptr;
+    EXPECT_EQ(mapper->references(), 1);
+    EXPECT_TRUE(tables().activate(place)) << "the next object may have its place";
+    tables().leave(const_cast<VectorTexture *>(place));
     EXPECT_EQ(tables().textureCount(), 0U);
     EXPECT_EQ(tables().queueLength(), 0U) << "it was removed while it waited";
     end(engine.get());
@@ -332,6 +340,11 @@ TEST_F(VectorTextureTest, ALongFlightInMotionTakesNoMoreThanItsShare) {
         EXPECT_LE(tables().textureCount() + tables().poolSize(), 5U);
     }
     EXPECT_EQ(drawn(), 64U);
+}
+
+TEST_F(VectorTextureTest, OneTextureIsKeptAtLeast) {
+    VectorTexture::setMaxTexturePatches(0);
+    EXPECT_EQ(VectorTexture::getMaxTexturePatches(), 1U);
 }
 
 TEST_F(VectorTextureTest, AViewThatDoesNotFitComesToRest) {
@@ -411,6 +424,20 @@ TEST_F(VectorTextureTest, WithoutCachingAViewInMotionHasOneTextureForEachPicture
     const Point corner = shown->getMatrix() * Point(100.0, 200.0, 0.0);
     EXPECT_NEAR(corner.x, 16.0 / 97.0, 1e-12);
     EXPECT_NEAR(corner.y, 16.0 / 97.0, 1e-12);
+}
+
+TEST_F(VectorTextureTest, TerrainsOfOneMovingPictureShareTheTexture) {
+    texture = newTexture(false);
+    inMotion = true;
+    const SO<NBX::Attribute> picture(
+        new NBX::ContextData<NBX::Canvas *>(NBX::Canvas::ClassNameNBX(), nullptr));
+    const NBX::AttributeScope scope(engine.get(), picture.get());
+    for (int terrain = 0; terrain < 2; ++terrain) {
+        begin(engine.get(), true);
+        request(*tree);
+        end(engine.get(), true);
+    }
+    EXPECT_EQ(drawn(), 1U);
 }
 
 TEST_F(VectorTextureTest, TheBoxThatIsKnownWhenAMovingFrameBeginsCounts) {
@@ -557,6 +584,12 @@ TEST_F(VectorTextureTest, IsStoredWithTheValuesOfItsClass) {
     EXPECT_EQ(VectorTexture::getMaxTexturePatches(), 12U);
 }
 
+TEST_F(VectorTextureTest, VisitorsComeToItsScene) {
+    std::vector<NBX::Visitable *> children;
+    texture->acceptChildren(children);
+    EXPECT_EQ(std::count(children.begin(), children.end(), scene.get()), 1);
+}
+
 TEST_F(VectorTextureTest, ReadIntoAgainItForgetsWhatItHasDrawn) {
     request(*tree);
     ReadingStream stream;
@@ -578,6 +611,15 @@ public:
     }
     std::map<std::string, unsigned> numbers;
 };
+
+TEST_F(VectorTextureTest, TheSameValuesOfTheClassLeaveTheTexturesOfOthers) {
+    request(*tree);
+    NumbersStream stream;
+    stream.numbers = {
+        {"pBufferTextureFormat", s_rgba4}, {"pBufferCanvasSize", 65}, {"maxTexturePatches", 35}};
+    newTexture()->serialize(stream);
+    EXPECT_EQ(tables().textureCount(), 1U);
+}
 
 TEST_F(VectorTextureTest, ValuesOfTheClassThatNobodyCanMeanAreNotTaken) {
     for (const unsigned size : {0U, 1U, 4097U, ~0U}) {

@@ -59,6 +59,7 @@ TEST_F(VectorTextureTablesTest, OnlyAsManyAreTakenAsThereIsRoomFor) {
     frame();
     frame();
     EXPECT_TRUE(tables.use(used.get()));
+    frame(); // what the last picture used counts as well
     for (const SO<Patch> & each : {a, b, c})
         tables.enqueue(each.get(), 1.0);
     EXPECT_EQ(taken(), (Patches{a.get(), b.get()})) << "the unused one gives way";
@@ -103,6 +104,7 @@ TEST_F(VectorTextureTablesTest, TheOldestGoesUnlessItStandsAtTheEndOfTheListOfDr
     EXPECT_EQ(tables.textureCount(), 3U);
     frame();
     EXPECT_EQ(tables.renderOrder().size(), 3U) << "the newest picture's";
+    EXPECT_EQ(tables.textureCount(), 3U) << "drawn is used";
     frame();
     EXPECT_TRUE(tables.renderOrder().empty());
     tables.store(a.get(), image());
