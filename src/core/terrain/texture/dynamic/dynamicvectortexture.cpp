@@ -119,9 +119,7 @@ NBX::Bounds DynamicVectorTexture::boundingBox() const {
 void DynamicVectorTexture::setScene(const NBX::SO<NBX::SceneNode> & scene) {
     if (scene_ == scene) return;
     scene_ = scene;
-    frame_ = 0;
-    picture_ = nullptr;
-    modified();
+    forgetPicture();
 }
 
 void DynamicVectorTexture::setTextureSize(unsigned size) {
@@ -130,6 +128,10 @@ void DynamicVectorTexture::setTextureSize(unsigned size) {
     if (!isPossible || size == size_) return;
     size_ = size;
     target_ = nullptr;
+    forgetPicture();
+}
+
+void DynamicVectorTexture::forgetPicture() {
     frame_ = 0;
     picture_ = nullptr;
     modified();
@@ -244,7 +246,7 @@ void DynamicVectorTexture::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<TerrainTexture>(m, this);
     NBX::attributeWithDefault(m, "scene", scene_, NBX::SO<NBX::SceneNode>());
-    if (m.isReading()) frame_ = 0;
+    if (m.isReading()) forgetPicture();
 }
 
 namespace {

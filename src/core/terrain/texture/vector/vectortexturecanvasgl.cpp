@@ -36,7 +36,6 @@ NBX::SO<NBX::GLCanvas> & currentCanvas() {
 void prepare(NBX::GLCanvas & canvas) {
     // Nobody but a terrain draws it.
     NBX::Clock::systemClock()->removeManager(&canvas);
-    canvas.setRedisplayEnabled(false);
     if (!canvas.makeContextCurrent()) return;
     if (GLEW_ARB_depth_clamp) glEnable(GL_DEPTH_CLAMP);
     canvas.releaseContext();
@@ -118,7 +117,6 @@ VectorTextureScopeGL::~VectorTextureScopeGL() {
     if (!canvas_) return;
     for (; !attributes_.empty(); attributes_.pop_back())
         canvas_->engine()->pop(attributes_.back().get());
-    watcher_ = nullptr;
     canvas_->releaseContext();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <nbx/scene/attribute/contextdata.h>
 #include <nbx/scene/view/ortho.h>
 #include <nbx/text/textshape.h>
 #include <zmt/core/terrain/frame/terrainwatcher.h>
@@ -10,6 +11,7 @@
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 #include <zmt/raster/gdal/rasterfile.h>
 
+#include <support/readingstream.h>
 #include <support/storedcopy.h>
 
 #include "core/terrain/texture/dynamic/trapezoidfit.h"
@@ -287,6 +289,32 @@ TEST_F(DynamicVectorTextureTest, AnotherEngineInBetweenIsNoticed) {
     EXPECT_EQ(dynamic->renderCount(), 2U);
     ask(engine.get());
     EXPECT_EQ(dynamic->renderCount(), 3U);
+}
+
+TEST_F(DynamicVectorTextureTest, ReadIntoAgainItIsDrawnAnewInTheSamePicture) {
+    const SO<NBX::Attribute> picture(
+        new NBX::ContextData<NBX::Canvas *>(NBX::Canvas::ClassNameNBX(), nullptr));
+    const NBX::AttributeScope scope(engine.get(), picture.get());
+    bool isIncomplete = false;
+    const auto ask = [&] {
+        dynamic->request(tree.get(), engine.get(), view.get(), 1000, 1000, 1.0, eye, 1.0, false, false,
+                         isIncomplete);
+    };
+    ask();
+    DynamicVectorTexture::beginFrame({engine.get(), false});
+    ask();
+    EXPECT_EQ(dynamic->renderCount(), 1U) << "the camera sees the same";
+    ReadingStream stream;
+    stream.objects["scene"] = new NBX::SceneThing;
+    dynamic->serialize(stream);
+    ask();
+    EXPECT_EQ(dynamic->renderCount(), 2U);
+}
+
+TEST_F(DynamicVectorTextureTest, VisitorsComeToItsScene) {
+    std::vector<NBX::Visitable *> children;
+    dynamic->acceptChildren(children);
+    EXPECT_EQ(std::count(children.begin(), children.end(), scene.get()), 1);
 }
 
 TEST_F(DynamicVectorTextureTest, TwoWindowsHaveTheirOwnPictures) {

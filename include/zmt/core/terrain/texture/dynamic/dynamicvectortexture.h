@@ -94,6 +94,8 @@ private:
     /// For reading.
     DynamicVectorTexture();
 
+    /// What was drawn does not count any more.
+    void forgetPicture();
     bool isOfThisPicture(const NBX::EngineGL * engine) const;
     void draw(const Request & request) const;
     /// False where there is no terrain.

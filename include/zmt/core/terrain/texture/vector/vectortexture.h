@@ -48,7 +48,7 @@ public:
     ~VectorTexture() override;
 
     /// True when a texel of the patch's texture is as large on the screen as `textureError`, or larger,
-    /// however deep the patch lies.
+    /// however deep the patch lies; never outside of the area.
     bool refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo, unsigned viewportWidth,
                 unsigned viewportHeight, const NBX::Vector3Base<double> & eye, double textureError,
                 bool inMotion) const override;
