@@ -23,7 +23,7 @@ public:
     // Values of the class.
     unsigned canvasSize = 1024;
     unsigned textureFormat;
-    unsigned maxPatches = 35; ///< at least 1
+    unsigned maxPatches = 35;
 
     // The textures.
 
