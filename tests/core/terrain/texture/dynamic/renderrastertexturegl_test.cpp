@@ -1,6 +1,7 @@
 #include "core/terrain/texture/dynamic/renderrastertexturegl.h"
 
 #include <array>
+#include <tuple>
 
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
@@ -28,6 +29,8 @@ public:
     }
     double width = 300.0;
     mutable std::vector<SO<const GeometryPatch>> asked;
+    /// Width and height of the view, the error, whether it moves and may come later.
+    mutable std::tuple<unsigned, unsigned, double, bool, bool> how;
 
 protected:
     SO<NBX::TextureGL> requestImpl(const GeometryPatch * patch, NBX::EngineGL * engine,
@@ -35,6 +38,7 @@ protected:
                                    const Point & eye, double error, bool inMotion, bool asynchronous,
                                    bool & incomplete) const override {
         asked.emplace_back(patch);
+        how = {w, h, error, inMotion, asynchronous};
         return FakeTerrainTexture::requestImpl(patch, engine, viewInfo, w, h, priority, eye, error, inMotion,
                                                asynchronous, incomplete);
     }
@@ -232,6 +236,17 @@ TEST_F(RenderRasterTextureTest, WhatIsIncompleteIsTold) {
     set(pass, {512, 3000, 512}, {512, 0, 512}, {0, 0, 1});
     raster->draw(engine.get());
     EXPECT_TRUE(pass.isIncomplete);
+}
+
+TEST_F(RenderRasterTextureTest, BelowVectorsItIsAskedAsTheseAre) {
+    DynamicVectorTexture::setRasterTexture(splitting.get());
+    for (const bool moves : {true, false}) {
+        bool isIncomplete = false;
+        DynamicVectorTexture::beginFrame({engine.get(), moves});
+        dynamic->request(tree.get(), engine.get(), view.get(), 640, 480, 1.0, eye, 2.5, moves, !moves,
+                         isIncomplete);
+        EXPECT_EQ(splitting->how, std::tuple(640U, 480U, 2.5, moves, !moves)) << moves;
+    }
 }
 
 TEST_F(RenderRasterTextureTest, WhatIsIncompleteBelowVectorsAsksForAnotherPicture) {
