@@ -156,6 +156,27 @@ TEST_F(DynamicHeightTextureRenderingTest, FacesThatAreNotDrawnElsewhereAreDrawnH
     glDisable(GL_CULL_FACE);
 }
 
+TEST_F(DynamicHeightTextureRenderingTest, WhatIsSeenIsMeasuredWhateverTheDepthsOfTheScene) {
+    layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    const SO<NBX::SceneNode> farthest(new LookingNode([](NBX::Engine &) { glDepthFunc(GL_GREATER); }));
+    root->insert(1, farthest.get());
+    draw();
+    glDepthFunc(GL_LESS);
+    EXPECT_TRUE(rendering->lastStatistics().seesGround());
+}
+
+TEST_F(DynamicHeightTextureRenderingTest, WindowsThatTakeTurnsShowTheSame) {
+    layHeights([](unsigned x, unsigned y) { return double(x + y); }, {500, 900, 480}, {500, 0, 480},
+               {0, 0, 1});
+    addReds();
+    const SO<NBX::Image> first = draw();
+    const SO<NBX::OffscreenCanvasGL> second(new NBX::OffscreenCanvasGL(s_pixels, s_pixels));
+    second->append(root.get());
+    second->redisplay();
+    EXPECT_EQ(largestDifference(second->snapshot(), first), 0);
+    EXPECT_EQ(largestDifference(draw(), first), 0);
+}
+
 TEST_F(DynamicHeightTextureRenderingTest, HeightsForNoDataAreHoles) {
     for (const float hole : {0.0F, -500.0F, -9999.0F}) {
         layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
@@ -257,6 +278,8 @@ TEST_F(DynamicHeightTextureRenderingTest, AVectorTextureLiesOnItAndItsFramesEnd)
     for (unsigned i = 0; i < 50 && canvas->redisplayPending(); ++i)
         picture = draw();
     EXPECT_FALSE(canvas->redisplayPending());
+    EXPECT_TRUE(ZMT::CORE::TerrainPainterFrameManager::bboxOfLastRenderedGeometryPatches().isDefined())
+        << "what moving views are drawn for";
     EXPECT_TRUE(isRed(pixel(picture, 30, 64)));
     EXPECT_TRUE(isWhite(pixel(picture, 98, 64)));
 }
