@@ -3,6 +3,7 @@
 
 #include "overlays.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -14,6 +15,7 @@
 
 #include <zmt/core/misc/asyncfile.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/vector/vectorstylesheet.h>
 #include <zmt/raster/gdal/vector/featurefile.h>
@@ -32,6 +34,9 @@ using Point = NBX::Vector3Base<double>;
 constexpr std::size_t s_mostPicked = 20;
 constexpr unsigned s_textureSize = 1024;
 constexpr unsigned s_textureFormat = 0x8058; ///< RGBA8 of OpenGL
+constexpr unsigned s_samples = 4;
+/// In pixels of the screen. Lines with larger ones are blurred, or jagged.
+constexpr double s_largestTexel = 0.5;
 constexpr int s_raySteps = 400;
 /// How far the end of a ray stays from the place, in shares of its length: ground does not hide itself.
 constexpr double s_rayEnd = 0.995;
@@ -151,12 +156,19 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
     texture_ = new ZMT::CORE::VectorOverlayTexture(
         overlays_, ZMT::CORE::LocalFrame(GeoTransformation::nbx2geoOffset()), terrain->boundingBox());
     texture_->setInternalFormat(s_textureFormat);
+    ZMT::CORE::VectorTexture::setSamples(s_samples);
+    setLargestTexel();
     if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
     setTextureMemory(s_textureMemory);
     labels_ = std::make_shared<ScreenLabels>();
     listLabels();
     setGround();
     return makeDecal(texture_);
+}
+
+void Overlays::setLargestTexel() const {
+    const double error = ZMT::CORE::TerrainPainterGLSettings::getTextureError();
+    texture_->setLargestTexel(error > 0.0 ? std::min(error, s_largestTexel) : s_largestTexel);
 }
 
 void Overlays::setStyle(Overlay & overlay, const VectorStyleSheet & sheet) {
@@ -216,6 +228,7 @@ void Overlays::setExaggeration(double exaggeration) {
 
 bool Overlays::prepare(const NBX::Camera & camera, unsigned width, unsigned height, bool atOnce) {
     if (!labels_) return true;
+    setLargestTexel();
     for (std::size_t i = 0; i < overlays_.size(); ++i) {
         const auto layer = unsigned(overlays_.size() - 1 - i);
         labels_->setShown(layer, overlays_[i]->isShown());

@@ -93,6 +93,7 @@ public:
 private:
     void setGround() const;
     void listLabels();
+    void setLargestTexel() const;
 
     std::vector<NBX::SO<Overlay>> overlays_;
     std::set<const Overlay *> restyled_; ///< by `setStyle`

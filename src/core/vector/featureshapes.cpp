@@ -15,7 +15,7 @@ namespace {
 using Kind = VectorStyleSheet::Kind;
 using Form = VectorStyle::Symbol::Form;
 
-/// Beyond it, in pixels, gaps would show at the bends of segments.
+/// Beyond it, in pixels of styles, gaps would show at the bends of segments.
 constexpr double s_widestSegments = 2.0;
 constexpr double s_shortestPeriod = 2.0; ///< of dashes, in pixels
 constexpr double s_tolerance = 0.1;      ///< of round shapes, in pixels
@@ -84,19 +84,19 @@ FeatureShapes::Group & FeatureShapes::group(const Key & key, NBX::Color color, d
 }
 
 void FeatureShapes::setStroke(Look & look, const VectorStyle::Stroke & stroke, const Key & key) {
-    const double width = stroke.width.pixels(view_.metresPerPixel);
-    const bool isSegments =
-        width < 1.0 || (stroke.width.unit == VectorSize::Unit::Pixels && width <= s_widestSegments);
+    const double width = stroke.width.pixels(view_.metresPerPixel, view_.scale);
+    const bool isSegments = width < 1.0 || (stroke.width.unit == VectorSize::Unit::Pixels &&
+                                            stroke.width.value <= s_widestSegments);
     double share = std::min(width, 1.0), period = 0.0, drawn = 0.0;
     for (std::size_t i = 0; i < stroke.dash.size(); ++i) {
-        period += stroke.dash[i];
-        if (i % 2 == 0) drawn += stroke.dash[i];
+        period += stroke.dash[i] * view_.scale;
+        if (i % 2 == 0) drawn += stroke.dash[i] * view_.scale;
     }
     LineStroke::Pen pen;
     if (period >= s_shortestPeriod) {
         pen.dash = stroke.dash;
         for (double & length : pen.dash)
-            length *= view_.metresPerPixel;
+            length *= view_.scale * view_.metresPerPixel;
     } else if (period > 0.0)
         share *= drawn / period;
     pen.tolerance = s_tolerance * view_.metresPerPixel;
@@ -112,7 +112,7 @@ FeatureShapes::Look FeatureShapes::newLook(std::size_t rule, Kind kind, const st
     if (style.fill) look.fill = &group(key(L_Fill), *style.fill, 1.0, 0.0);
     if (style.stroke) setStroke(look, *style.stroke, key(L_Line));
     if (style.symbol) {
-        const double pixels = style.symbol->size.pixels(view_.metresPerPixel);
+        const double pixels = style.symbol->size.pixels(view_.metresPerPixel, view_.scale);
         const double share = std::min(pixels, 1.0);
         look.form = style.symbol->form;
         look.symbolSize = std::max(pixels, 1.0) * view_.metresPerPixel;

@@ -25,7 +25,8 @@ public:
         PlanPoint center; ///< in geo coordinates; vertices count from there
         double halfX, halfZ;
         double metresPerPixel;
-        unsigned size; ///< pixels along each side
+        unsigned size;      ///< pixels along each side
+        double scale = 1.0; ///< pixels in one of those that styles are in
     };
     struct Group {
         NBX::Color color;

@@ -28,6 +28,8 @@ using Point = NBX::Vector3Base<double>;
 using RASTER::GeoExtent;
 
 constexpr double s_tolerance = 0.5; ///< of shapes, in texels
+/// How large the largest texel is drawn, of its size by the style: the smallest one is half as large.
+constexpr double s_largestShare = 1.5;
 
 GeoExtent extentOf(const NBX::Bounds & box, double margin) {
     const Point & low = box.getLLF();
@@ -40,17 +42,17 @@ double metresPerPixel(const NBX::Bounds & box, unsigned size) {
     return std::sqrt(box.diagonal().x * box.diagonal().z) / size;
 }
 
-FeatureShapes::View viewOf(const NBX::Bounds & geoBox, unsigned size) {
+FeatureShapes::View viewOf(const NBX::Bounds & geoBox, unsigned size, double scale) {
     const Point center = geoBox.center(), half = geoBox.diagonal() * 0.5;
-    return {{center.x, center.z}, half.x, half.z, metresPerPixel(geoBox, size), size};
+    return {{center.x, center.z}, half.x, half.z, metresPerPixel(geoBox, size), size, scale};
 }
 
 void drawOverlay(const VectorOverlay & overlay, const LocalFrame & frame, const NBX::Bounds & box,
-                 unsigned size, FeatureSceneGL & scene) {
+                 unsigned size, double scale, FeatureSceneGL & scene) {
     const VectorOverlayReader reader(overlay);
     const NBX::Bounds geoBox = frame.toGeo(box);
-    const double pixel = metresPerPixel(box, size);
-    FeatureShapes shapes(overlay.styleSheet(), overlay.opacity(), viewOf(geoBox, size));
+    const double pixel = metresPerPixel(box, size) * scale; // of styles
+    FeatureShapes shapes(overlay.styleSheet(), overlay.opacity(), viewOf(geoBox, size, scale));
     const double tolerance = s_tolerance * std::min(box.diagonal().x, box.diagonal().z) / size;
     reader.read(extentOf(geoBox, overlay.styleSheet().reach(pixel)), tolerance,
                 [&](const RASTER::VectorFeature & feature) {
@@ -88,6 +90,29 @@ void VectorOverlayTexture::setOverlays(Overlays overlays) {
     clearCache();
 }
 
+void VectorOverlayTexture::setLargestTexel(double pixels) {
+    const bool isSize = std::isfinite(pixels) && pixels >= 0.0;
+    NBX_CHECK(isSize, L"texels of " << pixels << L" pixels");
+    if (!isSize || pixels == largestTexel_) return;
+    largestTexel_ = pixels;
+    clearCache();
+}
+
+double VectorOverlayTexture::allowed(double textureError) const {
+    return largestTexel_ > 0.0 ? std::min(textureError, largestTexel_) : textureError;
+}
+
+double VectorOverlayTexture::scale() const {
+    return largestTexel_ > 0.0 ? s_largestShare / largestTexel_ : 1.0;
+}
+
+bool VectorOverlayTexture::refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo,
+                                  unsigned viewportWidth, unsigned viewportHeight, const Point & eye,
+                                  double textureError, bool inMotion) const {
+    return VectorTexture::refine(patch, viewInfo, viewportWidth, viewportHeight, eye, allowed(textureError),
+                                 inMotion);
+}
+
 std::uint64_t VectorOverlayTexture::stateNo() const {
     std::uint64_t number = 0;
     for (const NBX::SO<VectorOverlay> & overlay : overlays_)
@@ -106,11 +131,11 @@ NBX::SO<NBX::TextureGL> VectorOverlayTexture::requestImpl(const GeometryPatch * 
         const_cast<VectorOverlayTexture *>(this)->clearCache();
     }
     return VectorTexture::requestImpl(patch, engine, viewInfo, viewportWidth, viewportHeight, priority, eye,
-                                      textureError, inMotion, asynchronous, incomplete);
+                                      allowed(textureError), inMotion, asynchronous, incomplete);
 }
 
 bool VectorOverlayTexture::meets(const NBX::Bounds & area, NBX::EngineGL *) const {
-    const double pixel = metresPerPixel(area, getBufferSize());
+    const double pixel = metresPerPixel(area, getBufferSize()) * scale();
     const NBX::Bounds geoArea = frame_.toGeo(area);
     return std::any_of(overlays_.begin(), overlays_.end(), [&](const NBX::SO<VectorOverlay> & overlay) {
         const VectorOverlayReader reader(*overlay);
@@ -130,7 +155,7 @@ void VectorOverlayTexture::render(NBX::GLCanvas * canvas, const NBX::Bounds & bb
     FeatureSceneGL scene;
     for (const NBX::SO<VectorOverlay> & overlay : overlays_)
         if (VectorOverlayReader(*overlay).isVisible())
-            drawOverlay(*overlay, frame_, bbox, getBufferSize(), scene);
+            drawOverlay(*overlay, frame_, bbox, getBufferSize(), scale(), scene);
     canvas->append(scene.scene().get());
 }
 

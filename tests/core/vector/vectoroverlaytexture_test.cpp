@@ -202,6 +202,155 @@ TEST_F(VectorOverlayTextureTest, NeighbouringPatchesMeet) {
     EXPECT_NEAR(middleOf(left, columnIn(0.0)), 100.0 + (256.0 + 200.0) * 312.0 / 1500.0, texel);
 }
 
+/// A patch and the larger one beside it, whose textures meet at x = 512: texels of 2.25 and of 4.5 units.
+class VectorOverlaySeamTest : public VectorOverlayTextureTest {
+protected:
+    static constexpr double s_seam = 512.0, s_fine = s_texel / 2.0;
+
+    void SetUp() override {
+        VectorOverlayTextureTest::SetUp();
+        finer = below(1);
+        ASSERT_EQ(finer->boundingBox().getURB().x, s_seam);
+    }
+    /// Where the middle of the column at `x` is drawn, and how much of it, in units.
+    static std::pair<double, double> crossing(const TexelLevels & levels, double texel, double x) {
+        const double low = -16.0 * (texel == s_fine ? 2.0 : 4.0);
+        double sum = 0.0, count = 0.0;
+        for (int y = 0; y < s_size; ++y) {
+            const double alpha = levels.at(0, int((x - low) / texel), y)[3] / 255.0;
+            sum += alpha * ((y + 0.5) * texel + low);
+            count += alpha;
+        }
+        return {count > 0.0 ? sum / count : NAN, count * texel};
+    }
+
+    SO<GeometryPatch> finer;
+};
+
+TEST_F(VectorOverlaySeamTest, CentreLinesMeetWithinATexelOfTheCoarser) {
+    // As the programs draw; with one sample edges are rounded to whole texels besides.
+    VectorTexture::setSamples(4);
+    for (const double slope : {-0.6, -0.2, 0.0, 0.37, 0.9}) {
+        features->features.clear();
+        features->addLine({at(-200.0, 250.0 - 712.0 * slope), at(1300.0, 250.0 + 788.0 * slope)},
+                          {std::string(), {}});
+        for (const char * style : {"width=1", "width=2", "width=5", "width=20m"}) {
+            lay("color=black, " + std::string(style));
+            const double fine = crossing(drawn(*finer), s_fine, s_seam).first;
+            const double coarse = crossing(drawn(), s_texel, s_seam).first;
+            EXPECT_NEAR(fine, coarse, s_texel) << slope << " " << style;
+            EXPECT_NEAR(fine, 250.0, s_texel) << slope << " " << style;
+        }
+    }
+}
+
+TEST_F(VectorOverlaySeamTest, WidthsJumpByTheRatioOfTheLevelsAndNotAtAllInMetres) {
+    features->addLine({at(-200.0, 250.0), at(1300.0, 250.0)}, {std::string(), {}});
+    for (const unsigned samples : {1U, 4U}) {
+        VectorTexture::setSamples(samples);
+        for (const unsigned width : {1U, 2U, 5U}) {
+            lay("color=black, width=" + std::to_string(width));
+            const double fine = crossing(drawn(*finer), s_fine, s_seam).second;
+            EXPECT_NEAR(crossing(drawn(), s_texel, s_seam).second / fine, 2.0, 0.01) << width;
+        }
+        for (const double metres : {3.0, 9.0, 31.5}) {
+            lay("color=black, width=" + std::to_string(metres) + "m");
+            const double fine = crossing(drawn(*finer), s_fine, s_seam).second;
+            const double coarse = crossing(drawn(), s_texel, s_seam).second;
+            // Edges lie at whole texels, or at samples. What is less than a texel fades, and keeps its sum.
+            const double rounded = metres < s_texel ? s_fine : s_texel;
+            EXPECT_NEAR(fine, coarse, (samples == 1 ? 1.0 : 0.25) * rounded) << metres;
+        }
+    }
+}
+
+/// Dashes are counted from the beginning of the line, in texels: it begins at the seam of two patches of one
+/// level, where both begin their first dash, however the line goes on.
+TEST_F(VectorOverlaySeamTest, DashesOfPatchesOfOneLevelGoOn) {
+    features->addLine({at(100.0, 250.0), at(900.0, 250.0)}, {std::string(), {}});
+    lay("color=black, width=1, dash=12 8");
+    const SO<GeometryPatch> other(tree->child(1));
+    ASSERT_EQ(other->boundingBox().getLLF().x, s_seam);
+    const TexelLevels left = drawn(*finer), right = drawn(*other);
+    unsigned dashes = 0, seen = 0;
+    for (double x = s_seam - 30.0; x < s_seam + 30.0; x += 0.5) {
+        const double along = std::fmod((x - 100.0) / s_fine, 20.0);
+        if (std::min({along, std::abs(along - 12.0), 20.0 - along}) < 1.2) continue;
+        const bool inLeft = crossing(left, s_fine, x).second > 0.0;
+        const bool inRight = crossing(right, s_fine, x - s_seam).second > 0.0;
+        EXPECT_EQ(inLeft, along < 12.0) << x;
+        EXPECT_EQ(inRight, inLeft) << x;
+        dashes += inLeft;
+        ++seen;
+    }
+    EXPECT_GT(dashes, 20U);
+    EXPECT_LT(dashes, seen - 10U) << "and gaps";
+}
+
+TEST_F(VectorOverlayTextureTest, TexelsAreNoLargerThanTheLargestOne) {
+    features->addLine({at(-200.0, 500.0), at(1300.0, 500.0)}, {std::string(), {}});
+    lay("color=black");
+    const auto splits = [&](const GeometryPatch & patch, double error) {
+        return overlaid->refine(&patch, view.get(), 1000, 1000, eye, error, false);
+    };
+    // The square has texels of 4 units, each of which is a pixel of the screen.
+    EXPECT_FALSE(splits(*tree, 8.0));
+    EXPECT_FALSE(splits(*below(1), 4.0));
+    overlaid->setLargestTexel(2.0);
+    EXPECT_EQ(overlaid->largestTexel(), 2.0);
+    EXPECT_TRUE(splits(*tree, 8.0));
+    EXPECT_TRUE(splits(*below(1), 8.0));
+    EXPECT_FALSE(splits(*below(2), 8.0));
+    EXPECT_TRUE(splits(*below(2), 1.0)) << "what the view asks for, where that is less";
+    textureError = 8.0;
+    asynchronous = false;
+    const auto own = request(*overlaid, below(1).get());
+    EXPECT_NE(own.get(), request(*overlaid, tree.get()).get());
+    overlaid->setLargestTexel(0.0);
+    EXPECT_FALSE(splits(*tree, 8.0));
+}
+
+TEST_F(VectorOverlayTextureTest, WithALargestTexelSizesAreThoseOfTheScreen) {
+    features->addLine({at(-200.0, 300.0), at(1300.0, 300.0)}, {std::string(), {}});
+    features->addPoint(at(512.0, 700.0), {std::string(), {}});
+    lay("color=black, width=2, symbol=square, size=8");
+    const auto count = [&](double z) {
+        const TexelLevels levels = drawn();
+        unsigned texels = 0;
+        for (int y = int(column(z - 100.0)); y < int(column(z + 100.0)); ++y)
+            texels += levels.at(0, int(column(512.0)), y)[3] > 0;
+        return texels;
+    };
+    EXPECT_EQ(count(300.0), 2U);
+    EXPECT_EQ(count(700.0), 8U);
+    overlaid->setLargestTexel(0.5);
+    EXPECT_EQ(count(300.0), 6U) << "drawn anew, 1.5 pixels for each by the largest texels";
+    EXPECT_EQ(count(700.0), 24U);
+    const auto before = drawn();
+    const unsigned long textures = VectorTexture::renderCount();
+    overlaid->setLargestTexel(0.5);
+    drawn();
+    EXPECT_EQ(VectorTexture::renderCount(), textures) << "nothing has changed";
+    lay("color=black, width=1, dash=6 4");
+    overlaid->setLargestTexel(0.5);
+    const TexelLevels levels = drawn();
+    const int begin = int(column(-64.0));
+    std::vector<bool> row;
+    for (int x = begin; x < s_size; ++x)
+        row.push_back(levels.at(0, x, int(column(300.0)))[3] > 0);
+    const auto changes = [&] {
+        unsigned number = 0;
+        for (std::size_t i = 1; i < row.size(); ++i)
+            number += row[i] != row[i - 1];
+        return number;
+    }();
+    EXPECT_NEAR(changes, 2.0 * double(row.size()) / 30.0, 2.0);
+    overlaid->setLargestTexel(NAN);
+    EXPECT_EQ(reports.count(0, L"isSize", L"texels of nan pixels"), 1U) << reports;
+    reports.clear();
+    EXPECT_EQ(overlaid->largestTexel(), 0.5);
+}
+
 TEST_F(VectorOverlayTextureTest, AreasHaveHolesAndOpacity) {
     features->addArea({rectangle(100.0, 100.0, 900.0, 900.0), rectangle(300.0, 300.0, 600.0, 600.0)},
                       {std::string(), {}});

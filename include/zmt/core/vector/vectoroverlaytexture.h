@@ -37,6 +37,16 @@ public:
     void setOverlays(Overlays overlays);
     const LocalFrame & frame() const { return frame_; }
 
+    /// Texels are at most so many pixels of the screen large, however large the view allows them to be, and
+    /// sizes that styles give in pixels are those of the screen: what is drawn is 0.75 to 1.5 times as large.
+    /// 0, the usual value, leaves the size of the texels to the view; sizes are in texels then. Drops the
+    /// textures where that changes.
+    void setLargestTexel(double pixels);
+    double largestTexel() const { return largestTexel_; }
+
+    bool refine(const GeometryPatch * patch, const NBX::ViewInfo * viewInfo, unsigned viewportWidth,
+                unsigned viewportHeight, const NBX::Vector3Base<double> & eye, double textureError,
+                bool inMotion) const override;
     void render(NBX::GLCanvas * canvas, const NBX::Bounds & bbox) const override;
 
     /// How many textures of `size` by `size` texels in the internal format of the class fit into `bytes`,
@@ -53,9 +63,13 @@ protected:
 
 private:
     std::uint64_t stateNo() const;
+    double allowed(double textureError) const;
+    /// Texels in a pixel of styles.
+    double scale() const;
 
     Overlays overlays_;
     LocalFrame frame_;
+    double largestTexel_ = 0.0;              ///< in pixels of the screen; 0 where the view decides
     mutable std::uint64_t drawnStateNo_ = 0; ///< of the overlays when textures were dropped last
 };
 

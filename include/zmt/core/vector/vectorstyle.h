@@ -17,9 +17,9 @@ struct VectorSize {
     double value = 0.0;
     Unit unit = Unit::Pixels;
 
-    /// In pixels of `metresPerPixel`.
-    double pixels(double metresPerPixel) const {
-        return unit == Unit::Pixels ? value : value / metresPerPixel;
+    /// In pixels of `metresPerPixel`, `scale` of which are one of the style.
+    double pixels(double metresPerPixel, double scale = 1.0) const {
+        return unit == Unit::Pixels ? value * scale : value / metresPerPixel;
     }
 };
 

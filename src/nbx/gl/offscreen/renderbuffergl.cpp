@@ -11,7 +11,8 @@ namespace NBX {
 
 NBX_CLASS_IMPL(RenderBufferGL, SharedObj)
 
-RenderBufferGL::RenderBufferGL(EngineGL * engine, unsigned width, unsigned height, unsigned format)
+RenderBufferGL::RenderBufferGL(EngineGL * engine, unsigned width, unsigned height, unsigned format,
+                               unsigned samples)
     : width_(width), height_(height), format_(format) {
     NBX_CHECK(engine, L"no engine");
     if (!engine || !FrameBufferObjectGL::isSupported()) return;
@@ -23,7 +24,12 @@ RenderBufferGL::RenderBufferGL(EngineGL * engine, unsigned width, unsigned heigh
     GLint before = 0;
     glGetIntegerv(GL_RENDERBUFFER_BINDING_EXT, &before);
     glBindRenderbufferEXT(GL_RENDERBUFFER_EXT, name_.get());
-    glRenderbufferStorageEXT(GL_RENDERBUFFER_EXT, format, GLsizei(width), GLsizei(height));
+    const unsigned possible = std::min(samples, maxSamples());
+    if (possible > 1)
+        glRenderbufferStorageMultisample(GL_RENDERBUFFER_EXT, GLsizei(possible), format, GLsizei(width),
+                                         GLsizei(height));
+    else
+        glRenderbufferStorageEXT(GL_RENDERBUFFER_EXT, format, GLsizei(width), GLsizei(height));
     glBindRenderbufferEXT(GL_RENDERBUFFER_EXT, GLuint(before));
 }
 
@@ -31,6 +37,13 @@ unsigned RenderBufferGL::maxSize() {
     GLint size = 0;
     glGetIntegerv(GL_MAX_RENDERBUFFER_SIZE_EXT, &size);
     return unsigned(size);
+}
+
+unsigned RenderBufferGL::maxSamples() {
+    if (!GLEW_VERSION_3_0 && !GLEW_ARB_framebuffer_object) return 1;
+    GLint samples = 1;
+    glGetIntegerv(GL_MAX_SAMPLES, &samples);
+    return unsigned(std::max(samples, 1));
 }
 
 } // namespace NBX

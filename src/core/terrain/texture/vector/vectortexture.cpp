@@ -221,6 +221,14 @@ unsigned VectorTexture::getMaxTexturePatches() {
     return tables().maxPatches;
 }
 
+void VectorTexture::setSamples(unsigned count) {
+    tables().samples = std::max(count, 1U);
+}
+
+unsigned VectorTexture::getSamples() {
+    return tables().samples;
+}
+
 unsigned long VectorTexture::renderCount() {
     return VectorTextureRenderer::count();
 }

@@ -20,6 +20,7 @@
 #include <nbx/gl/program/vertexshaderobject.h>
 #include <nbx/gl/texture/imageopengltool.h>
 
+#include "vectorsamplesgl.h"
 #include "vectortexturetables.h"
 
 namespace ZMT::CORE {
@@ -46,9 +47,9 @@ void main() {
 }
 )";
 
-/// Lines have sharp edges, which averages of texels as large as pixels smear over two or three pixels; half a
-/// level finer ones do not shimmer yet.
-constexpr float s_sharpening = -0.5F;
+/// Lines have sharp edges, which averages of texels as large as pixels smear over two or three pixels. With
+/// texels of 0.55 pixels what the filter lays over each other is as wide as one pixel.
+constexpr float s_sharpening = -0.85F;
 
 /// Of the texture that is bound.
 void sharpen() {
@@ -149,19 +150,22 @@ NBX::SO<NBX::Texture2DGL> imageOf(const NBX::MemoryImage & drawn, unsigned forma
 
 } // namespace
 
-NBX::SO<NBX::Texture2DGL> VectorTextureImageGL::draw(NBX::GLCanvas & canvas, unsigned format) {
+NBX::SO<NBX::Texture2DGL> VectorTextureImageGL::draw(NBX::GLCanvas & canvas, unsigned format,
+                                                     const VectorSamplesGL * samples) {
     const bool isCopied = dynamic_cast<NBX::PBufferCanvasGL *>(&canvas) != nullptr;
-    return redraw(canvas, format,
-                  isCopied ? VectorTextureTables::instance().takeFromPool(canvas.getWidth(), format)
-                           : nullptr);
+    VectorTextureTables & tables = VectorTextureTables::instance();
+    return redraw(canvas, format, isCopied ? tables.takeFromPool(canvas.getWidth(), format) : nullptr,
+                  samples);
 }
 
 NBX::SO<NBX::Texture2DGL> VectorTextureImageGL::redraw(NBX::GLCanvas & canvas, unsigned format,
-                                                       const NBX::SO<NBX::Texture2DGL> & before) {
+                                                       const NBX::SO<NBX::Texture2DGL> & before,
+                                                       const VectorSamplesGL * samples) {
     const NBX::SO<NBX::MemoryImage> image(
         new NBX::MemoryImage(int(canvas.getWidth()), int(canvas.getHeight()), NBX::LS_RGBA));
     if (auto * pixelBuffer = dynamic_cast<NBX::PBufferCanvasGL *>(&canvas)) {
         canvas.redisplay();
+        if (samples) samples->average();
         if (const auto texture = copied(*pixelBuffer, format, before)) return texture;
         return canvas.snapshot(image.get()) ? imageOf(*image, format) : nullptr;
     }
@@ -198,6 +202,7 @@ bool VectorTextureImageGL::canBeDrawnAgain(const NBX::Texture2DGL * texture) {
 
 void VectorTextureImageGL::release() {
     copier() = Copier();
+    VectorSamplesGL::release();
 }
 
 DrawnLevelsTextureGL::DrawnLevelsTextureGL(unsigned width, unsigned height, unsigned internalFormat)

@@ -11,6 +11,8 @@ class GLCanvas;
 
 namespace ZMT::CORE {
 
+class VectorSamplesGL;
+
 /// Makes the texture of what a canvas shows. The scene is blended on a transparent ground, so that its
 /// colours come multiplied by their alpha; those of the texture, at all of its levels, are not. See
 /// `VectorPicture`.
@@ -18,12 +20,15 @@ class VectorTextureImageGL {
 public:
     /// Draws the root nodes of the canvas and gives the texture, of the canvas's size: a new one, or one from
     /// the pool. A canvas of pixel buffers is copied on the card, by a shader; of others, and without
-    /// shaders, the picture is read back. Null without a context.
-    static NBX::SO<NBX::Texture2DGL> draw(NBX::GLCanvas & canvas, unsigned format);
+    /// shaders, the picture is read back. Null without a context. `samples` is null, or was made for the
+    /// canvas before its nodes were.
+    static NBX::SO<NBX::Texture2DGL> draw(NBX::GLCanvas & canvas, unsigned format,
+                                          const VectorSamplesGL * samples = nullptr);
     /// The same, but in place of one from the pool `before` is drawn anew where that can be: a texture that
     /// this gave earlier, or null.
     static NBX::SO<NBX::Texture2DGL> redraw(NBX::GLCanvas & canvas, unsigned format,
-                                            const NBX::SO<NBX::Texture2DGL> & before);
+                                            const NBX::SO<NBX::Texture2DGL> & before,
+                                            const VectorSamplesGL * samples = nullptr);
 
     /// The one to begin with.
     static unsigned usualFormat();

@@ -15,6 +15,7 @@
 #include <nbx/scene/view/ortho.h>
 
 #include "appendednodes.h"
+#include "vectorsamplesgl.h"
 #include "vectortexturecanvasgl.h"
 #include "vectortextureimagegl.h"
 #include "vectortexturetables.h"
@@ -88,9 +89,10 @@ NBX::SO<NBX::Texture2DGL> VectorTextureRenderer::renderTexture(const VectorTextu
     NBX::SO<NBX::Texture2DGL> texture;
     {
         const AppendedNodes appended(canvas);
+        const VectorSamplesGL samples(canvas, tables().samples);
         owner.render(&canvas, box);
         canvas.append(newView(box).get());
-        texture = VectorTextureImageGL::draw(canvas, tables().textureFormat);
+        texture = VectorTextureImageGL::draw(canvas, tables().textureFormat, &samples);
     }
     if (!texture) return nullptr;
     ++s_count;

@@ -24,6 +24,7 @@ public:
     unsigned canvasSize = 1024;
     unsigned textureFormat;
     unsigned maxPatches = 35;
+    unsigned samples = 1; ///< of each pixel that is drawn
 
     // The textures.
 

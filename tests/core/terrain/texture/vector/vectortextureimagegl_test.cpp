@@ -116,6 +116,45 @@ TEST_F(VectorTextureImageGLTest, BesideADarkLineAllIsDarkAtEveryLevelAndOnBothCa
     reports.clear();
 }
 
+/// The textures have texels of 24 units, and begin at -256: the edge lies in the middle of column 20.
+TEST_F(VectorTextureImageGLTest, SeveralSamplesMakeEdgesSmooth) {
+    add(area(Bounds(Point(236.0, 0.0, 200.0), Point(800.0, 0.0, 800.0))).get(), NBX::Color(0.8, 0.4, 0.2));
+    EXPECT_EQ(VectorTexture::getSamples(), 1U);
+    for (const unsigned samples : {4U, 1U, 4U}) {
+        VectorTexture::setSamples(samples);
+        const TexelLevels levels = drawn();
+        const auto edge = levels.at(0, 20, 32), inside = levels.at(0, 21, 32);
+        EXPECT_EQ(levels.at(0, 19, 32)[3], 0) << samples;
+        EXPECT_EQ(inside, (std::array<int, 4>{204, 102, 51, 255})) << samples;
+        if (samples == 1) {
+            EXPECT_EQ(edge[3] % 255, 0);
+        } else {
+            EXPECT_NEAR(edge[3], 128, 3);
+            EXPECT_NEAR(edge[0], 204, 3) << "the colour does not darken";
+        }
+    }
+}
+
+TEST_F(VectorTextureImageGLTest, WithSeveralSamplesOpacityIsThatOfTheShape) {
+    VectorTexture::setSamples(4);
+    for (const double opacity : {0.1, 0.4, 0.75, 1.0}) {
+        scene->clear();
+        add(area(square).get(), NBX::Color(0.8, 0.4, 0.2, opacity));
+        EXPECT_NEAR(drawn().at(0, 32, 32)[3], 255.0 * opacity, 2.0);
+    }
+}
+
+TEST_F(VectorTextureImageGLTest, SamplesFollowTheSizeOfTheCanvas) {
+    VectorTexture::setSamples(4);
+    add(area(square).get(), NBX::Color(0.8, 0.4, 0.2));
+    for (const unsigned size : {64U, 32U, 128U}) {
+        texture->setBufferSize(size);
+        const TexelLevels levels = drawn();
+        EXPECT_EQ(levels.at(0, int(size) / 2, int(size) - 20)[3], 255) << size;
+        EXPECT_EQ(levels.at(0, int(size) / 2, int(size) - 4)[3], 0) << size;
+    }
+}
+
 TEST_F(VectorTextureImageGLTest, TheNextTextureIsDrawnIntoOneThatNobodyUses) {
     VectorTexture::setMaxTexturePatches(1);
     const NBX::TextureGL * first = request(*below(0)).get();

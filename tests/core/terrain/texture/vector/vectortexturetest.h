@@ -68,6 +68,7 @@ protected:
     void TearDown() override {
         texture = nullptr;
         VectorTexture::setMaxTexturePatches(35);
+        VectorTexture::setSamples(1);
         newTexture()->setBufferSize(1024);
         newTexture()->setInternalFormat(s_rgba4);
         ZMT::CORE::VectorTextureCanvasGL::allowPixelBuffers(true);

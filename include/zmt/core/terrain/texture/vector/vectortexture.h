@@ -89,6 +89,11 @@ public:
     /// become sharp everywhere.
     static void setMaxTexturePatches(unsigned count);
     static unsigned getMaxTexturePatches();
+    /// Each texel of what is drawn from now on is the average of so many samples, 1 at first, or of as many
+    /// as the driver can. Edges become smooth, for 8 bytes on the card for each of them and each texel of one
+    /// texture. What is drawn in main memory has one.
+    static void setSamples(unsigned count);
+    static unsigned getSamples();
     /// Number of textures drawn since the start, of patches and of views in motion.
     static unsigned long renderCount();
     /// Drops the canvas and all textures, which are made again when they are asked for. Done by itself at the
