@@ -124,29 +124,50 @@ void Overlays::add(const std::vector<SO<Overlay>> & more) {
     listLabels();
 }
 
-void Overlays::keepLooks(const Overlays & before) {
-    std::vector<std::size_t> order, others;
+std::vector<Overlays::Look> Overlays::looks() const {
+    std::vector<Look> looks;
+    looks.reserve(overlays_.size());
+    for (const SO<Overlay> & overlay : overlays_) {
+        looks.push_back({overlay->name(), overlay->isShown(), overlay->opacity()});
+        if (ownStyles_.count(overlay.get()) > 0) looks.back().style = overlay->styleSheet().text();
+    }
+    return looks;
+}
+
+void Overlays::setLooks(const std::vector<Look> & looks) {
+    std::vector<std::size_t> order;
     std::vector<bool> isKnown(overlays_.size());
-    for (const SO<Overlay> & old : before.overlays_)
+    order.reserve(overlays_.size());
+    for (const Look & look : looks)
         for (std::size_t i = 0; i < overlays_.size(); ++i) {
             Overlay & overlay = *overlays_[i];
-            if (isKnown[i] || overlay.name() != old->name()) continue;
+            if (isKnown[i] || overlay.name() != look.name) continue;
             isKnown[i] = true;
             order.push_back(i);
-            overlay.setShown(old->isShown());
-            overlay.setOpacity(old->opacity());
-            if (before.restyled_.count(old.get()) == 0) break;
-            try {
-                setStyle(overlay, old->styleSheet());
-            } catch (const NBX::Exception &) {
-                // A file that has changed may lack its fields.
-            }
+            overlay.setShown(look.isShown);
+            overlay.setOpacity(look.opacity);
+            resetStyle(overlay, look.style);
             break;
         }
     for (std::size_t i = 0; i < overlays_.size(); ++i)
-        if (!isKnown[i]) others.push_back(i);
-    order.insert(order.end(), others.begin(), others.end());
+        if (!isKnown[i]) order.push_back(i);
     setOrder(order);
+}
+
+void Overlays::resetStyle(Overlay & overlay, const std::optional<std::string> & style) {
+    const auto own = ownStyles_.find(&overlay);
+    const bool isOwn = own == ownStyles_.end();
+    if (!style && isOwn) return;
+    if (style && !isOwn && *style == overlay.styleSheet().text()) return;
+    try {
+        if (style)
+            return setStyle(overlay, style->empty() ? VectorStyleSheet() : VectorStyleSheet::parse(*style));
+        overlay.setStyleSheet(own->second);
+        ownStyles_.erase(own);
+    } catch (const NBX::Exception &) {
+        // A file that has changed may lack its fields.
+    }
+    listLabels();
 }
 
 NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exaggeration, bool isStreamed) {
@@ -172,8 +193,9 @@ void Overlays::setLargestTexel() const {
 }
 
 void Overlays::setStyle(Overlay & overlay, const VectorStyleSheet & sheet) {
+    const VectorStyleSheet before = overlay.styleSheet();
     overlay.setStyleSheet(sheet);
-    restyled_.insert(&overlay);
+    ownStyles_.emplace(&overlay, before);
     listLabels();
 }
 

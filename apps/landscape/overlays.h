@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,9 +51,20 @@ public:
 
     /// Lays more on top, the lowest first; on none as well.
     void add(const std::vector<NBX::SO<Overlay>> & more);
-    /// Those that have the names of some of `before` get their order, opacity and switch, and the style that
-    /// was set for them; others come on top.
-    void keepLooks(const Overlays & before);
+    /// How one of them looks.
+    struct Look {
+        std::string name;
+        bool isShown = true;
+        double opacity = 1.0;
+        /// The specification that was set for it; none where it has the style that it was read with.
+        std::optional<std::string> style = {};
+        bool operator==(const Look &) const = default;
+    };
+    /// From the lowest on.
+    std::vector<Look> looks() const;
+    /// Those that are called so look so, and lie in this order; others come on top. A style that a file has
+    /// no fields for is left alone.
+    void setLooks(const std::vector<Look> & looks);
 
     /// Puts them on a terrain that stands in the scene, with its heights stretched by `exaggeration`: the
     /// effect that draws them belongs on top of all others of that terrain. None of it is used before.
@@ -63,7 +75,7 @@ public:
     void setExaggeration(double exaggeration);
     /// Makes those with these numbers, in this order, the lowest first. All of them are there.
     void setOrder(const std::vector<std::size_t> & order);
-    /// Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
+    /// A specification. Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
     void setStyle(Overlay & overlay, const ZMT::CORE::VectorStyleSheet & sheet);
     /// The names, for the end of the scene.
     NBX::SO<NBX::SceneThing> names() const { return labels_->node(); }
@@ -94,9 +106,11 @@ private:
     void setGround() const;
     void listLabels();
     void setLargestTexel() const;
+    void resetStyle(Overlay & overlay, const std::optional<std::string> & style);
 
     std::vector<NBX::SO<Overlay>> overlays_;
-    std::set<const Overlay *> restyled_; ///< by `setStyle`
+    /// The styles of those that have another one by now, by `setStyle`.
+    std::map<const Overlay *, ZMT::CORE::VectorStyleSheet> ownStyles_;
     NBX::SO<ZMT::CORE::VectorOverlayTexture> texture_;
     std::shared_ptr<ZMT::CORE::ScreenLabels> labels_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;

@@ -202,3 +202,8 @@ void ControlPanel::setLayersOn(const std::vector<bool> & on) {
     for (std::size_t i = 0; i < std::min(on.size(), groundLayers_); ++i)
         switches_[i]->setChecked(on[i]);
 }
+
+void ControlPanel::setErrors(double geometry, double texture) {
+    geometryError_->setValue(geometry);
+    textureError_->setValue(texture);
+}

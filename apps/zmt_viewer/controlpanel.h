@@ -36,6 +36,8 @@ public:
     std::vector<bool> layersOn() const;
     /// Sets the first switches so; further ones stay.
     void setLayersOn(const std::vector<bool> & on);
+    /// Shows what is allowed, in pixels, without telling.
+    void setErrors(double geometry, double texture);
 
 signals:
     void layerSwitched();

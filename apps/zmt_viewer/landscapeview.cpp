@@ -333,20 +333,24 @@ void LandscapeView::resetView() {
     noteMotion();
 }
 
-/// The aim lies as far away as the landscape is large, so that millimetres give the direction.
 QString LandscapeView::viewArguments() const {
     if (!landscape_) return {};
-    const double exaggeration = landscape_->exaggeration();
-    const Point eye = flight_.eye();
-    const Point aim = eye + flight_.forward() * landscape_->box().diagonal().length();
     QStringList numbers;
-    for (const Point & p : {eye, aim}) {
-        const Point onMap = ZMT::CORE::GeoTransformation::nbx2geoTf(Point(p.x, p.y / exaggeration, p.z));
-        for (const double number : {onMap.x, onMap.z, onMap.y})
-            numbers.append(QString::number(number, 'f', 3));
-    }
+    for (const double number : viewCoordinates())
+        numbers.append(QString::number(number, 'f', 3));
     const QString view = "--view " + numbers.join(",");
+    const double exaggeration = landscape_->exaggeration();
     return exaggeration == 1.0 ? view : view + " --exaggeration " + QString::number(exaggeration);
+}
+
+/// The aim lies as far away as the landscape is large, so that millimetres give the direction.
+std::array<double, 6> LandscapeView::viewCoordinates() const {
+    const auto onMap = [exaggeration = landscape_->exaggeration()](const Point & p) {
+        return ZMT::CORE::GeoTransformation::nbx2geoTf(Point(p.x, p.y / exaggeration, p.z));
+    };
+    const Point eye = onMap(flight_.eye());
+    const Point aim = onMap(flight_.eye() + flight_.forward() * landscape_->box().diagonal().length());
+    return {eye.x, eye.z, eye.y, aim.x, aim.z, aim.y};
 }
 
 void LandscapeView::setExaggeration(double exaggeration) {

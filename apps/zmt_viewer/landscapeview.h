@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <set>
@@ -53,10 +54,13 @@ public:
     /// The view in the words of the command line, "--view EX,EY,EZ,AX,AY,AZ", with the exaggeration where
     /// there is one; empty without a landscape.
     QString viewArguments() const;
+    /// The same numbers as they are, as `View::coordinates`; there is a landscape.
+    std::array<double, 6> viewCoordinates() const;
     void setExaggeration(double exaggeration);
     /// Allowed error of the geometry at rest, in pixels. While the view moves a slow picture gets a larger
     /// one.
     void setGeometryError(double pixels);
+    double geometryError() const { return geometryError_; }
     void setWireframe(bool enable);
     /// Draws again, after something in the scene was changed.
     void redraw();

@@ -28,6 +28,7 @@
 #include "landscapeview.h"
 #include "program/defaults.h"
 #include "program/stage.h"
+#include "scene/scene.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
 #include "windowmemory.h"
@@ -70,7 +71,7 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.add_option(
         "FILE", options.files,
         "Height raster or streaming terrain, and images to lie on it, which may be URLs; or cities; without "
-        "any the window is empty");
+        "any the window is empty; or one scene, which the window saved");
     addCityOptions(app, options.landscape.cities);
     addLandscapeOptions(app, options.landscape);
     addViewOptions(app, options.view, options.size);
@@ -96,6 +97,10 @@ void checkOptions(const ViewerOptions & options) {
     if (!options.files.empty()) bare.cities.files.clear();
     checkLandscape(bare);
     for (const std::string & file : options.files) {
+        if (isSceneFile(file)) {
+            if (options.files.size() == 1 && mainFile(options.landscape).empty()) continue;
+            throw UsageError(file + " is a scene, which is opened by itself; leave other files out");
+        }
         if (isUrl(file) && &file != &options.files.front()) continue; // an image
         if (!isUrl(file) && ZMT::CORE::CityModels::isFile(file)) continue;
         LandscapeOptions landscape = options.landscape;

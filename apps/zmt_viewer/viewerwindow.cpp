@@ -14,6 +14,7 @@
 #include <QDragEnterEvent>
 #include <QFileDialog>
 #include <QGuiApplication>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLocale>
 #include <QMenuBar>
@@ -32,6 +33,7 @@
 #include "landscape/readfailures.h"
 #include "landscapeview.h"
 #include "overlaypanel.h"
+#include "scenekeeper.h"
 #include "trackbar.h"
 
 #include <nbx/data/locator.h>
@@ -114,7 +116,9 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     addToolBar(Qt::BottomToolBarArea, tracks_);
     connect(tracks_, &TrackBar::moved, view_, &LandscapeView::redraw);
     makeActions();
+    scenes_ = new SceneKeeper(*this);
     makeLayerKeys();
+    setBusy(false);
     showTitle();
     connect(view_, &LandscapeView::pointed, this, &ViewerWindow::showPlace);
     connect(view_, &LandscapeView::pointedNowhere, this, [this] {
@@ -151,10 +155,22 @@ void ViewerWindow::makePanel() {
     panel_->setMinimumWidth(230);
     dock->setWidget(scrolled(panel_));
     addDockWidget(Qt::RightDockWidgetArea, dock);
-    connect(panel_, &ControlPanel::layerSwitched, this, &ViewerWindow::applyLayers);
-    connect(panel_, &ControlPanel::overlaysChanged, view_, &LandscapeView::redraw);
-    connect(panel_, &ControlPanel::floodChanged, view_, &LandscapeView::redraw);
-    connect(panel_, &ControlPanel::exaggerationChanged, view_, &LandscapeView::setExaggeration);
+    connect(panel_, &ControlPanel::layerSwitched, this, [this] {
+        applyLayers();
+        noteEdit(tr("layers"));
+    });
+    connect(panel_, &ControlPanel::overlaysChanged, this, [this] {
+        view_->redraw();
+        noteEdit(tr("overlays"));
+    });
+    connect(panel_, &ControlPanel::floodChanged, this, [this] {
+        view_->redraw();
+        noteEdit(tr("flood"));
+    });
+    connect(panel_, &ControlPanel::exaggerationChanged, this, [this](double exaggeration) {
+        view_->setExaggeration(exaggeration);
+        noteEdit(tr("exaggeration"));
+    });
     connect(panel_, &ControlPanel::geometryErrorChanged, view_, &LandscapeView::setGeometryError);
     connect(panel_, &ControlPanel::memoryChanged, this, [this](const MemoryBudgets & budgets) {
         applyMemoryBudgets(budgets);
@@ -164,6 +180,7 @@ void ViewerWindow::makePanel() {
         if (!view_->landscape()) return;
         view_->landscape()->cities().at(number).setLook(look);
         view_->redraw();
+        noteEdit(tr("city"));
     });
     connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
         TerrainPainterGLSettings::setTextureError(pixels);
@@ -175,8 +192,9 @@ void ViewerWindow::makeActions() {
     QMenu * file = menuBar()->addMenu(tr("&File"));
     file->setObjectName("file");
     open_ = file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
+    openUrl_ = file->addAction(tr("Open &URL..."), tr("Ctrl+U"), this, &ViewerWindow::chooseUrl);
     reload_ = file->addAction(tr("&Reload"), Qt::Key_F5, this, &ViewerWindow::reload);
-    save_ = file->addAction(tr("&Save picture..."), QKeySequence::Save, this, &ViewerWindow::choosePicture);
+    save_ = file->addAction(tr("Save &picture..."), tr("Ctrl+E"), this, &ViewerWindow::choosePicture);
     file->addSeparator();
     file->addAction(tr("&Close"), Qt::Key_Escape, this, &QWidget::close);
 
@@ -198,7 +216,6 @@ void ViewerWindow::makeActions() {
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
     makeTrackMenu();
-    setBusy(false);
 }
 
 void ViewerWindow::makeTrackMenu() {
@@ -222,7 +239,9 @@ void ViewerWindow::showTracks(Landscape * landscape) {
 
 /// What would load while something loads, and what needs a landscape.
 void ViewerWindow::setBusy(bool isBusy) {
-    open_->setEnabled(!isBusy);
+    for (QAction * action : {open_, openUrl_})
+        action->setEnabled(!isBusy);
+    scenes_->setEnabled(!isBusy && view_->landscape());
     for (QAction * action : {reload_, save_, copyView_})
         action->setEnabled(!isBusy && view_->landscape());
 }
@@ -238,11 +257,20 @@ void ViewerWindow::makeLayerKeys() {
 
 void ViewerWindow::chooseFiles() {
     std::vector<std::string> files;
-    for (const QString & name :
-         QFileDialog::getOpenFileNames(this, tr("Open height rasters, images, vector files and cities"),
-                                       QString::fromStdString(startFolder_)))
+    for (const QString & name : QFileDialog::getOpenFileNames(
+             this, tr("Open scenes, height rasters, images, vector files and cities"),
+             QString::fromStdString(startFolder_)))
         files.push_back(name.toStdString());
     if (!files.empty()) open(files);
+}
+
+void ViewerWindow::chooseUrl() {
+    const QString text = QInputDialog::getText(
+        this, tr("Open URL"), tr("A streaming terrain, an image or a city:"), QLineEdit::Normal, "https://");
+    const std::string url = text.trimmed().toStdString();
+    if (text.isEmpty()) return;
+    if (isUrl(url)) return open({url});
+    showFailure(tr("The URL cannot be opened"), tr("%1 is no URL of a web server").arg(text.trimmed()));
 }
 
 void ViewerWindow::choosePicture() {
@@ -275,6 +303,7 @@ bool ViewerWindow::savePicture(const std::string & path) {
 }
 
 void ViewerWindow::closeEvent(QCloseEvent * event) {
+    if (!scenes_->mayLeave()) return event->ignore();
     loader_.cancel();
     closeProgress();
     event->accept();
@@ -290,7 +319,58 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
 }
 
 void ViewerWindow::open(const std::vector<std::string> & files, VectorUse use) {
-    if (!files.empty() || !shownFile().empty()) load(files, false, use);
+    if (std::none_of(files.begin(), files.end(), isSceneFile)) {
+        if (!files.empty() || !shownFile().empty()) load(files, false, use);
+    } else if (files.size() == 1) {
+        scenes_->open(files.front());
+    } else {
+        showFailure(tr("The scene was not opened"), tr("A scene is opened by itself, without other files"));
+    }
+}
+
+bool ViewerWindow::open(const Scene & scene, const std::string & file) {
+    if (loader_.isRunning()) return false;
+    opening_ = scene;
+    // What it does not store.
+    opening_->landscape.key = options_.key;
+    opening_->landscape.tree.threads = options_.tree.threads;
+    load({file}, false, VectorUse::Overlay);
+    return true;
+}
+
+Scene ViewerWindow::scene() const {
+    Scene scene;
+    scene.landscape = options_;
+    scene.look = look();
+    scene.view = view_->viewCoordinates();
+    scene.errors.geometry = view_->geometryError();
+    scene.errors.texture = TerrainPainterGLSettings::getTextureError();
+    scene.wireframe = wireframe_->isChecked();
+    scene.patches = patches_->isChecked();
+    const Tracks & tracks = std::as_const(*view_->landscape()).tracks();
+    if (!tracks.empty()) scene.trackTime = tracks.time();
+    return scene;
+}
+
+LandscapeLook ViewerWindow::look() const {
+    return LandscapeLook::of(*view_->landscape(), panel_->layersOn());
+}
+
+void ViewerWindow::setLook(const LandscapeLook & look) {
+    const auto & landscape = view_->landscape();
+    if (!landscape) return;
+    isSettingLook_ = true;
+    look.applyTo(*landscape);
+    showFeatures({});
+    panel_->setLandscape(landscape.get());
+    panel_->setLayersOn(look.layers);
+    view_->setExaggeration(look.exaggeration);
+    isSettingLook_ = false;
+    applyLayers();
+}
+
+void ViewerWindow::noteEdit(const QString & what) {
+    if (!isSettingLook_ && view_->landscape()) emit edited(what);
 }
 
 void ViewerWindow::reload() {
@@ -304,7 +384,8 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
         return;
     }
-    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn(), isReload};
+    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn(), isReload,
+               options_.exaggeration};
     view_->keepPicture();
     panel_->setLandscape(nullptr);
     showTracks(nullptr);
@@ -320,7 +401,10 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         options_.flood = before_.landscape->flood().options();
     }
     loading_ = files;
-    loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
+    if (opening_)
+        loader_.start(opening_->landscape, {});
+    else
+        loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
     showProgressDialog();
 }
 
@@ -358,18 +442,41 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
                               const LandscapeOptions & options) {
     closeProgress();
     const Before before = std::exchange(before_, {});
-    const bool isSameTerrain = before.landscape && options.terrain == options_.terrain;
+    const std::optional<Scene> scene = std::exchange(opening_, {});
+    const bool isSameTerrain = !scene && before.landscape && options.terrain == options_.terrain;
     options_ = options;
-    if (landscape != before.landscape && before.landscape) keepLooks(before, *landscape);
+    // More layers do not change the light.
+    if (landscape == before.landscape) options_.exaggeration = before.exaggeration;
+    if (!scene && landscape != before.landscape && before.landscape) keepLooks(before, *landscape);
     // The same file may begin elsewhere by now.
     if (isSameTerrain) view_->shiftEye(before.origin - GeoTransformation::nbx2geoOffset());
-    showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
-    if (landscape == before.landscape || before.isReload) panel_->setLayersOn(before.layers);
+    isSettingLook_ = true;
+    if (scene) {
+        showScene(*scene, landscape);
+    } else {
+        showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
+        if (landscape == before.landscape || before.isReload) panel_->setLayersOn(before.layers);
+        // Coordinates of one terrain mean nothing on the next.
+        if (startView_.coordinates) startView_ = View();
+    }
+    isSettingLook_ = false;
     showTitle();
     view_->setFocus();
-    // Coordinates of one terrain mean nothing on the next.
-    if (startView_.coordinates) startView_ = View();
     emit opened(loading_);
+}
+
+void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscape> & landscape) {
+    scene.look.applyTo(*landscape);
+    if (scene.trackTime) landscape->tracks().setTime(*scene.trackTime);
+    View view;
+    view.coordinates = scene.view;
+    showLandscape(landscape, view);
+    panel_->setLayersOn(scene.look.layers);
+    panel_->setErrors(scene.errors.geometry, scene.errors.texture);
+    view_->setGeometryError(scene.errors.geometry);
+    TerrainPainterGLSettings::setTextureError(scene.errors.texture);
+    setWireframe(scene.wireframe);
+    setPatches(scene.patches);
 }
 
 /// Those that are still there look as before.
@@ -382,7 +489,7 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const
         city.setShown(old.isShown());
         city.setLook(old.look());
     }
-    landscape.overlays().keepLooks(before.landscape->overlays());
+    landscape.overlays().setLooks(std::as_const(*before.landscape).overlays().looks());
     if (before.isReload) landscape.tracks().setTime(before.landscape->tracks().time());
 }
 
@@ -391,6 +498,8 @@ void ViewerWindow::goBack() {
     closeProgress();
     reports_.take();
     const Before before = std::exchange(before_, {});
+    opening_.reset();
+    options_.exaggeration = before.exaggeration;
     hint_->setVisible(!before.landscape);
     if (!before.landscape) return setBusy(false);
     GeoTransformation::setNBXOrigin(before.origin);
@@ -535,7 +644,8 @@ void ViewerWindow::takeSystem(const ZMT::RASTER::GeoReference & reference) {
         tr("Map coordinates: %1").arg(QString::fromStdString(CoordinateSystem::describe(reference))));
 }
 
-void ViewerWindow::showTitle() {
-    const QString name = QString::fromStdString(fileNameOf(shownFile()));
+void ViewerWindow::showTitle(const std::string & file) {
+    QString name = QString::fromStdString(fileNameOf(file.empty() ? shownFile() : file));
+    if (!file.empty()) name += "[*]";
     setWindowTitle(view_->landscape() ? tr("%1 - zmt").arg(name) : tr("zmt"));
 }

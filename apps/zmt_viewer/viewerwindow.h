@@ -12,6 +12,7 @@
 #include "landscape/reports.h"
 #include "landscape/viewpoint.h"
 #include "landscapeloader.h"
+#include "scene/scene.h"
 
 namespace ZMT::RASTER {
 class CoordinateSystem;
@@ -24,6 +25,7 @@ class TrackBar;
 class QLabel;
 class QMenu;
 class QProgressDialog;
+class SceneKeeper;
 
 /// The window: a landscape, the panel beside it, menus and a status bar. Files are opened by the menu, or by
 /// being dropped.
@@ -35,8 +37,12 @@ public:
     ~ViewerWindow() override;
 
     /// Loads in the background: a raster of one band becomes the terrain, images come on top, cities beside
-    /// it; lines and areas are for `use`. With a terrain or a city in `options` no file is needed.
+    /// it; lines and areas are for `use`. With a terrain or a city in `options` no file is needed. A scene is
+    /// opened by itself, by `scenes()`.
     void open(const std::vector<std::string> & files, VectorUse use = VectorUse::Overlay);
+    /// Loads what was read from `file`, in the place of what is shown, and comes back to its looks and its
+    /// view. False where something else is loading.
+    bool open(const Scene & scene, const std::string & file);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
     /// Saves the picture; a failure is shown.
@@ -51,6 +57,15 @@ public:
     ControlPanel * panel() const { return panel_; }
     TrackBar * tracks() const { return tracks_; }
     LandscapeLoader * loader() { return &loader_; }
+    SceneKeeper * scenes() const { return scenes_; }
+    /// What is shown, without bookmarks; there is a landscape.
+    Scene scene() const;
+    /// Of what is shown; there is a landscape.
+    LandscapeLook look() const;
+    void setLook(const LandscapeLook & look);
+    void showFailure(const QString & title, const QString & message);
+    /// Names what is shown, and `file`, that of its scene, which may be empty.
+    void showTitle(const std::string & file = "");
     /// The path or URL that what is shown is called by; empty without anything.
     std::string shownFile() const { return mainFile(options_); }
     /// The last thing that went wrong; empty without one.
@@ -59,6 +74,8 @@ public:
 signals:
     /// What `open` was given is shown now.
     void opened(const std::vector<std::string> & files);
+    /// The user has changed `look()`; `what` says of which kind that was.
+    void edited(const QString & what);
 
 protected:
     /// A load that goes on is cancelled.
@@ -83,7 +100,7 @@ private:
     void closeProgress();
     void showReports();
     void showLoaded(const std::shared_ptr<Landscape> & landscape, const LandscapeOptions & options);
-    void showFailure(const QString & title, const QString & message);
+    void showScene(const Scene & scene, const std::shared_ptr<Landscape> & landscape);
     void goBack();
     void showLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
 
@@ -99,7 +116,8 @@ private:
     void showGround(Detail detail = Detail::Fine);
     QString placeText() const;
     void takeSystem(const ZMT::RASTER::GeoReference & reference);
-    void showTitle();
+    void noteEdit(const QString & what);
+    void chooseUrl();
 
     Reports reports_;
     LandscapeOptions options_; ///< of what is shown
@@ -112,7 +130,9 @@ private:
         NBX::Vector3Base<double> origin;
         std::vector<bool> layers; ///< which are on
         bool isReload = false;
+        double exaggeration = 1.0; ///< that of its light
     } before_;
+    std::optional<Scene> opening_; ///< a scene that is loaded; none for files
     void keepLooks(const Before & before, Landscape & landscape) const;
     LandscapeLoader loader_;           ///< works on `before_`
     std::vector<std::string> loading_; ///< what `open` was given last
@@ -128,6 +148,9 @@ private:
     QAction * reload_ = nullptr;
     QAction * save_ = nullptr;
     QAction * copyView_ = nullptr;
+    QAction * openUrl_ = nullptr;
+    SceneKeeper * scenes_ = nullptr;
+    bool isSettingLook_ = false; ///< what the panel tells is no wish of the user
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
     QMenu * trackMenu_ = nullptr;

@@ -86,6 +86,7 @@ constexpr auto order = std::to_array<std::string_view>({
     "zmt/util/occlusion",
     "apps/program",
     "apps/landscape",
+    "apps/scene",
     "apps/zmt",
     "apps/zmt_viewer",
 });
@@ -154,7 +155,7 @@ std::string placeOfHeader(const std::string & header) {
         if (startsWith(header, top)) return header;
     for (const char * top : {"raster/", "core/", "util/"}) // private ones, seen from src/
         if (startsWith(header, top)) return "zmt/" + header;
-    for (const char * top : {"program/", "landscape/"})
+    for (const char * top : {"program/", "landscape/", "scene/"})
         if (startsWith(header, top)) return "apps/" + header;
     return {};
 }

@@ -32,6 +32,7 @@ protected:
         makeWindow(options, View(), 700, 480);
     }
     void makeWindow(const LandscapeOptions & options, const View & start, int width, int height) {
+        window.reset(); // progress is shown by one at a time
         window = std::make_unique<ViewerWindow>(options, start);
         window->resize(width, height);
         window->show();
