@@ -275,12 +275,16 @@ void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
 
 void LandscapeView::keepPicture() {
     if (!landscape_) return;
-    const QImage image = canvas_ && frames_.count > 0 ? imageOf(canvas_->snapshot()) : QImage();
+    const QImage last = image();
     setLandscape(nullptr, {});
-    if (image.isNull()) return;
-    picture_->setPixmap(QPixmap::fromImage(image));
+    if (last.isNull()) return;
+    picture_->setPixmap(QPixmap::fromImage(last));
     picture_->setGeometry(rect());
     picture_->show();
+}
+
+QImage LandscapeView::image() const {
+    return canvas_ && frames_.count > 0 ? imageOf(canvas_->snapshot()) : QImage();
 }
 
 bool LandscapeView::isPictureKept() const {
@@ -329,6 +333,7 @@ FlightGround LandscapeView::ground() const {
 
 void LandscapeView::resetView() {
     if (!landscape_) return;
+    emit taken();
     goTo(home_);
     noteMotion();
 }
@@ -351,6 +356,18 @@ std::array<double, 6> LandscapeView::viewCoordinates() const {
     const Point eye = onMap(flight_.eye());
     const Point aim = onMap(flight_.eye() + flight_.forward() * landscape_->box().diagonal().length());
     return {eye.x, eye.z, eye.y, aim.x, aim.z, aim.y};
+}
+
+void LandscapeView::setViewCoordinates(const std::array<double, 6> & c, bool isMoving) {
+    if (!landscape_) return;
+    const auto inScene = [exaggeration = landscape_->exaggeration()](double x, double y, double height) {
+        const Point p = ZMT::CORE::GeoTransformation::geo2nbxTf(Point(x, height, y));
+        return Point(p.x, p.y * exaggeration, p.z);
+    };
+    flight_.setView(inScene(c[0], c[1], c[2]), inScene(c[3], c[4], c[5]));
+    if (isMoving) return noteMotion();
+    dropPicture();
+    redraw();
 }
 
 void LandscapeView::setExaggeration(double exaggeration) {
@@ -487,6 +504,7 @@ std::vector<Overlays::Feature> LandscapeView::featuresAt(const QPointF & inPictu
 
 void LandscapeView::mousePressEvent(QMouseEvent * event) {
     if (!landscape_ || drag_ != Drag::None) return;
+    emit taken();
     drag_ = event->button() == Qt::LeftButton ? Drag::Orbit : Drag::Pan;
     const QPointF place = placeInPicture(event->position());
     flight_.grab(place.x(), place.y());
@@ -519,6 +537,7 @@ void LandscapeView::wheelEvent(QWheelEvent * event) {
     event->accept();
     pointer_ = event->position();
     if (!landscape_ || event->angleDelta().y() == 0) return;
+    emit taken();
     const QPointF place = placeInPicture(event->position());
     flight_.zoom(event->angleDelta().y() / s_wheelStep, place.x(), place.y());
     noteMotion();
@@ -531,6 +550,7 @@ void LandscapeView::keyPressEvent(QKeyEvent * event) {
         return;
     }
     if (event->isAutoRepeat()) return;
+    emit taken();
     keys_.insert(event->key());
     if (flightTimer_.isActive()) return;
     lastFlight_ = NBX::NBXTime::now();

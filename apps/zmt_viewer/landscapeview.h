@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include <QImage>
 #include <QOpenGLWidget>
 #include <QStringList>
 #include <QTimer>
@@ -56,6 +57,11 @@ public:
     QString viewArguments() const;
     /// The same numbers as they are, as `View::coordinates`; there is a landscape.
     std::array<double, 6> viewCoordinates() const;
+    /// Goes there, as far as the ground allows; nothing without a landscape. While it moves pictures may be
+    /// coarse.
+    void setViewCoordinates(const std::array<double, 6> & coordinates, bool isMoving);
+    /// What was drawn last; null without a picture.
+    QImage image() const;
     void setExaggeration(double exaggeration);
     /// Allowed error of the geometry at rest, in pixels. While the view moves a slow picture gets a larger
     /// one.
@@ -95,6 +101,8 @@ signals:
     /// Something else may lie under the mouse at `place`: one of both has moved.
     void pointed(const QPointF & place);
     void pointedNowhere();
+    /// The user moves the camera.
+    void taken();
 
 protected:
     void initializeGL() override;

@@ -11,6 +11,8 @@
 #include <QMenuBar>
 #include <QMessageBox>
 
+#include "bookmarkmenu.h"
+#include "bookmarkpanel.h"
 #include "landscape/errors.h"
 #include "landscape/outputfiles.h"
 #include "landscapeview.h"
@@ -120,6 +122,7 @@ SceneKeeper::SceneKeeper(ViewerWindow & window) : QObject(&window), window_(wind
 
     connect(&window, &ViewerWindow::edited, this, &SceneKeeper::noteEdit);
     connect(&window, &ViewerWindow::opened, this, &SceneKeeper::noteOpened);
+    connect(window.bookmarks()->panel(), &BookmarkPanel::changed, this, &SceneKeeper::noteBookmarks);
     connect(&edits_, &QUndoStack::cleanChanged, this, &SceneKeeper::showState);
 }
 
@@ -173,16 +176,21 @@ bool SceneKeeper::saveIn(const std::string & file) {
     }
     file_ = target;
     main_ = window_.shownFile();
-    hasOtherLinks_ = false;
+    isChanged_ = false;
     edits_.setClean();
     showState();
     return true;
 }
 
 bool SceneKeeper::mayLeave() {
-    if (file_.empty() || !isModified() || !window_.view()->landscape()) return true;
-    QMessageBox box(QMessageBox::Question, tr("Changes of the scene"),
-                    tr("%1 has changed. Save it?").arg(QString::fromStdString(NBX::File::fileName(file_))),
+    const bool hasLooseBookmarks = file_.empty() && !window_.bookmarks()->panel()->bookmarks().empty();
+    const bool isAsked = hasLooseBookmarks || (!file_.empty() && isModified());
+    if (!isAsked || !window_.view()->landscape()) return true;
+    const QString words =
+        hasLooseBookmarks
+            ? tr("The bookmarks are in no scene yet. Save one?")
+            : tr("%1 has changed. Save it?").arg(QString::fromStdString(NBX::File::fileName(file_)));
+    QMessageBox box(QMessageBox::Question, tr("Changes of the scene"), words,
                     QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, &window_);
     box.setTextFormat(Qt::PlainText);
     const int answer = box.exec();
@@ -192,9 +200,10 @@ bool SceneKeeper::mayLeave() {
 /// Another terrain ends the scene; more layers belong to it.
 void SceneKeeper::noteOpened(const std::vector<std::string> & files) {
     const bool isScene = !opening_.empty() && files == std::vector{opening_};
-    const bool isSame = !isScene && !file_.empty() && main_ == window_.shownFile();
-    hasOtherLinks_ = isSame ? hasOtherLinks_ || !files.empty() : isScene && ExternalLinkSolver::modified();
+    const bool isSame = !isScene && main_ == window_.shownFile();
+    isChanged_ = isSame ? isChanged_ || !files.empty() : isScene && ExternalLinkSolver::modified();
     if (!isSame) file_ = isScene ? opening_ : "";
+    if (!isSame && !isScene) window_.bookmarks()->panel()->setBookmarks({});
     main_ = window_.shownFile();
     opening_.clear();
     look_ = window_.look();
@@ -214,6 +223,11 @@ void SceneKeeper::noteEdit(const QString & what) {
     if (after == look_) return;
     edits_.push(new Edit(*this, what, after));
     look_ = after;
+}
+
+void SceneKeeper::noteBookmarks() {
+    isChanged_ = true;
+    showState();
 }
 
 void SceneKeeper::showState() {

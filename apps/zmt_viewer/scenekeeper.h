@@ -30,12 +30,13 @@ public:
     bool saveAs();
     /// A name without the suffix of scenes gets it. A failure is shown.
     bool saveIn(const std::string & file);
-    /// Asks what is to become of changes of a scene that has a file. False where the user would rather stay.
+    /// Asks what is to become of changes of a scene that has a file, and of bookmarks that are in none. False
+    /// where the user would rather stay.
     bool mayLeave();
 
     /// That of the scene; empty for what was opened otherwise.
     const std::string & file() const { return file_; }
-    bool isModified() const { return hasOtherLinks_ || !edits_.isClean(); }
+    bool isModified() const { return isChanged_ || !edits_.isClean(); }
     QUndoStack & edits() { return edits_; }
 
 private:
@@ -43,6 +44,7 @@ private:
 
     void noteOpened(const std::vector<std::string> & files);
     void noteEdit(const QString & what);
+    void noteBookmarks();
     void showState();
 
     ViewerWindow & window_;
@@ -50,8 +52,8 @@ private:
     std::string opening_; ///< that of a scene that is loaded
     std::string main_;    ///< what the window showed when a scene was opened or saved last
     std::vector<std::string> missing_;
-    bool hasOtherLinks_ = false; ///< files or layers are others than the file of the scene has
-    LandscapeLook look_;         ///< after the last edit
+    bool isChanged_ = false; ///< files, layers or bookmarks are others than the file of the scene has
+    LandscapeLook look_;     ///< after the last edit
     QUndoStack edits_;
     QAction * save_;
     QAction * saveAs_;

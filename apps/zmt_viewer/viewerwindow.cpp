@@ -26,6 +26,8 @@
 #include <QStatusBar>
 #include <QVBoxLayout>
 
+#include "bookmarkmenu.h"
+#include "bookmarkpanel.h"
 #include "controlpanel.h"
 #include "filenotices.h"
 #include "landscape/errors.h"
@@ -116,6 +118,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     addToolBar(Qt::BottomToolBarArea, tracks_);
     connect(tracks_, &TrackBar::moved, view_, &LandscapeView::redraw);
     makeActions();
+    bookmarks_ = new BookmarkMenu(*this);
     scenes_ = new SceneKeeper(*this);
     makeLayerKeys();
     setBusy(false);
@@ -213,6 +216,7 @@ void ViewerWindow::makeActions() {
     view->addAction(tr("Lower the flood"), Qt::Key_PageDown, this, [this] { panel_->moveFlood(-1); });
     view->addAction(tr("&Next feature under the mouse"), Qt::Key_N, this, &ViewerWindow::showNextFeature);
     copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
+    view->setObjectName("view");
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
     makeTrackMenu();
@@ -242,6 +246,7 @@ void ViewerWindow::setBusy(bool isBusy) {
     for (QAction * action : {open_, openUrl_})
         action->setEnabled(!isBusy);
     scenes_->setEnabled(!isBusy && view_->landscape());
+    bookmarks_->setEnabled(!isBusy && view_->landscape());
     for (QAction * action : {reload_, save_, copyView_})
         action->setEnabled(!isBusy && view_->landscape());
 }
@@ -349,6 +354,7 @@ Scene ViewerWindow::scene() const {
     scene.patches = patches_->isChecked();
     const Tracks & tracks = std::as_const(*view_->landscape()).tracks();
     if (!tracks.empty()) scene.trackTime = tracks.time();
+    scene.bookmarks = bookmarks_->panel()->bookmarks();
     return scene;
 }
 
@@ -477,6 +483,7 @@ void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscap
     TerrainPainterGLSettings::setTextureError(scene.errors.texture);
     setWireframe(scene.wireframe);
     setPatches(scene.patches);
+    bookmarks_->panel()->setBookmarks(scene.bookmarks);
 }
 
 /// Those that are still there look as before.

@@ -17,6 +17,7 @@
 namespace ZMT::RASTER {
 class CoordinateSystem;
 }
+class BookmarkMenu;
 class ControlPanel;
 class FileNotices;
 class LandscapeView;
@@ -58,7 +59,8 @@ public:
     TrackBar * tracks() const { return tracks_; }
     LandscapeLoader * loader() { return &loader_; }
     SceneKeeper * scenes() const { return scenes_; }
-    /// What is shown, without bookmarks; there is a landscape.
+    BookmarkMenu * bookmarks() const { return bookmarks_; }
+    /// What is shown, and the bookmarks; there is a landscape.
     Scene scene() const;
     /// Of what is shown; there is a landscape.
     LandscapeLook look() const;
@@ -150,6 +152,7 @@ private:
     QAction * copyView_ = nullptr;
     QAction * openUrl_ = nullptr;
     SceneKeeper * scenes_ = nullptr;
+    BookmarkMenu * bookmarks_ = nullptr;
     bool isSettingLook_ = false; ///< what the panel tells is no wish of the user
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
