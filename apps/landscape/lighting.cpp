@@ -1,18 +1,14 @@
 #include "lighting.h"
 
 #include "errors.h"
+#include "viewpoint.h"
 
 #include <cmath>
 #include <cstdio>
-#include <numbers>
 
 namespace {
 
 constexpr double s_defaultAmbient = 0.35;
-
-double radians(double degrees) {
-    return degrees * (std::numbers::pi / 180.0);
-}
 
 } // namespace
 

@@ -22,7 +22,7 @@ using ZMT::CORE::VectorTrack;
 using ZMT::RASTER::VectorFeature;
 
 const char * const s_wayStyle = "color=#e02020,width=3";
-const char * const s_rimStyle = "color=#ffffff,symbol=circle,size=16";
+const char * const s_markRimStyle = "color=#ffffff,symbol=circle,size=16";
 const char * const s_markStyle = "color=#e02020,symbol=circle,size=11";
 
 /// Seconds after the start; none for what is no such number.
@@ -82,7 +82,7 @@ void Tracks::showOn(DynamicLayer & layer) {
     const auto group = [](const char * style) {
         return MovingFeatures::Group{{}, VectorStyleSheet::parse(style)};
     };
-    DynamicLayer::Groups groups = {group(s_wayStyle), group(s_rimStyle), group(s_markStyle)};
+    DynamicLayer::Groups groups = {group(s_wayStyle), group(s_markRimStyle), group(s_markStyle)};
     std::optional<VectorTrack::Position> firstMark;
     for (const SO<VectorTrack> & track : tracks_) {
         VectorFeature way, mark;

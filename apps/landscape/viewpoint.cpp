@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <numbers>
 
 #include <nbx/scene/view/lookat.h>
 #include <nbx/scene/view/perspective.h>
@@ -29,10 +28,6 @@ constexpr double s_steepest = 89.999;    ///< degrees; straight down nothing is 
 constexpr double s_overviewPitch = 35.0; ///< degrees below the horizon
 constexpr double s_overviewMargin =
     0.03; ///< of half the picture, on the sides that the ground comes nearest to
-
-double radians(double degrees) {
-    return degrees * (std::numbers::pi / 180.0);
-}
 
 std::string text(double number) {
     char digits[32];

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <numbers>
 #include <optional>
 #include <string>
 
@@ -51,6 +52,10 @@ View parseView(const std::string & text);
 
 /// Height of all pictures, in degrees.
 inline constexpr double s_fieldOfView = 45.0;
+
+inline double radians(double degrees) {
+    return degrees * (std::numbers::pi / 180.0);
+}
 
 /// Where the camera stands and what it looks at, in scene coordinates.
 struct Viewpoint {

@@ -46,7 +46,7 @@ using Point = NBX::Vector3Base<double>;
 
 /// Of the pictures that the city is looked at in, for the size of its texels.
 constexpr int s_screenSize = 800;
-constexpr double s_fieldOfView = 90.0;
+constexpr double s_buildingFieldOfView = 90.0;
 
 std::wstring wide(const std::string & text) {
     return NBX::StringUtils::Utf8String2WString(text);
@@ -608,8 +608,8 @@ CityReport buildCity(const CityBuilding & building) {
     ZMT::CORE::HeldPagingFiles held; // to be named when all is done
     const TreeSettings settings(building);
     const auto drawn = TexturedTriangleTree::createOptimizedScene(
-        scene, building.distance, wide(names.scene(0)), true, building.quality, s_screenSize, s_fieldOfView,
-        building.atlasSize, nullptr);
+        scene, building.distance, wide(names.scene(0)), true, building.quality, s_screenSize,
+        s_buildingFieldOfView, building.atlasSize, nullptr);
     if (!drawn) {
         if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
         Reports::throwFirst();

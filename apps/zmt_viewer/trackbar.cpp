@@ -22,7 +22,7 @@ namespace {
 using ZMT::CORE::TrackPlayer;
 using ZMT::CORE::VectorTrack;
 
-constexpr int s_positions = 10'000;
+constexpr int s_trackPositions = 10'000;
 constexpr double s_usualSeconds = 60.0; ///< in which all is played
 constexpr std::array s_speeds = {1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 36'000};
 
@@ -68,8 +68,8 @@ TrackBar::TrackBar(QWidget * parent)
     addWidget(time_);
     addWidget(speed_);
     slider_->setObjectName("trackTime");
-    slider_->setRange(0, s_positions);
-    slider_->setPageStep(s_positions / 20);
+    slider_->setRange(0, s_trackPositions);
+    slider_->setPageStep(s_trackPositions / 20);
     // A click must not take the keys away from the picture.
     for (QWidget * part : {static_cast<QWidget *>(slider_), static_cast<QWidget *>(speed_)})
         part->setFocusPolicy(Qt::TabFocus);
@@ -81,7 +81,7 @@ TrackBar::TrackBar(QWidget * parent)
     for (const int speed : s_speeds)
         speed_->addItem(tr("%1 ×").arg(speed), speed);
     connect(slider_, &QSlider::valueChanged, this, [this](int position) {
-        if (player_) setTime(player_->track()->start() + length_ * position / s_positions);
+        if (player_) setTime(player_->track()->start() + length_ * position / s_trackPositions);
     });
     connect(speed_, &QComboBox::currentIndexChanged, this, [this] {
         if (player_) player_->setSpeed(speed_->currentData().toDouble());
@@ -145,7 +145,7 @@ void TrackBar::follow() {
         style()->standardIcon(player_->isPlaying() ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
     const double share = length_ > 0.0 ? (player_->time() - player_->track()->start()) / length_ : 0.0;
     const QSignalBlocker blocker(slider_);
-    slider_->setValue(int(std::lround(share * s_positions)));
+    slider_->setValue(int(std::lround(share * s_trackPositions)));
     time_->setText(timeText());
     if (tracks_->time() == player_->time()) return;
     tracks_->setTime(player_->time());

@@ -61,7 +61,7 @@ using Point = NBX::Vector3Base<double>;
 constexpr int s_progressSteps = 1000;
 constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
-constexpr int s_restMilliseconds = 200, s_askMilliseconds = 100;
+constexpr int s_refinementMilliseconds = 200, s_askMilliseconds = 100;
 constexpr std::size_t s_layerKeys = 9;
 
 /// `content` in a frame that may be smaller.
@@ -583,7 +583,7 @@ void ViewerWindow::showPlace(const QPointF & place) {
     refinement_.stop();
     if (!seen || !seen->isGround || !view_->landscape()->isStreamed()) return;
     groundTime_ = NBX::NBXTime::now();
-    refinement_.start(s_restMilliseconds);
+    refinement_.start(s_refinementMilliseconds);
 }
 
 /// The one that stood out goes on to do so, as long as it is among them.

@@ -232,12 +232,12 @@ PieceSize pieceSize(const TiledGeoImage & source, double stepX, double stepY, un
 }
 
 /// Whole pixels of one axis, not too many.
-struct Range {
+struct WholePixels {
     std::int64_t first = 0;
     unsigned count = 0;
 };
 
-Range wholePixels(double & low, double & high, double limit, std::uint64_t size) {
+WholePixels wholePixels(double & low, double & high, double limit, std::uint64_t size) {
     if (high - low > limit) {
         low = std::floor(0.5 * (low + high - limit));
         high = low + limit;
@@ -330,8 +330,8 @@ NBX::SO<NBX::Image> PixelBlocks::read(const TiledGeoImage & source, const PixelW
             const unsigned w = std::min(piece.width, width - x), h = std::min(piece.height, height - y);
             PixelWindow part = {window.minX + x * stepX, window.minY + y * stepY,
                                 window.minX + (x + w) * stepX, window.minY + (y + h) * stepY};
-            const Range columns = wholePixels(part.minX, part.maxX, limitX + 2.0, source.pixelsX());
-            const Range rows = wholePixels(part.minY, part.maxY, pieceSide + 2.0, source.pixelsY());
+            const WholePixels columns = wholePixels(part.minX, part.maxX, limitX + 2.0, source.pixelsX());
+            const WholePixels rows = wholePixels(part.minY, part.maxY, pieceSide + 2.0, source.pixelsY());
             const NBX::SO<NBX::Image> pixels = source.getImage(
                 static_cast<int>(columns.first), static_cast<int>(rows.first), columns.count, rows.count);
             if (source.failed()) return nullptr;

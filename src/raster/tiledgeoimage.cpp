@@ -15,12 +15,12 @@ namespace {
 /// Boxes are computed from positions of pixels: their edges are taken as exact up to this part of a pixel.
 constexpr double edgeTolerance = 1e-6;
 
-struct Range {
+struct PixelSpan {
     double first = 0.0, count = 0.0;
 };
 
 /// The pixels that an interval, in pixels from the image's edge, touches.
-Range touched(double low, double high, double pixels) {
+PixelSpan touched(double low, double high, double pixels) {
     if (!(low < high) || !(high > 0.0) || !(low < pixels) || !(pixels > 0.0)) return {};
     const double first = std::clamp(std::floor(low + edgeTolerance), 0.0, pixels - 1.0);
     const double end = std::clamp(std::ceil(high - edgeTolerance), first + 1.0, pixels);
@@ -44,10 +44,10 @@ NBX::SO<NBX::Image> TiledGeoImage::createEmptyImage(unsigned width, unsigned hei
 }
 
 PixelRect TiledGeoImage::pixelRect(double minX, double minY, double maxX, double maxY) const {
-    const Range x = touched((minX - this->minX()) / pixelSizeX(), (maxX - this->minX()) / pixelSizeX(),
-                            static_cast<double>(pixelsX()));
-    const Range y = touched((minY - this->minY()) / pixelSizeY(), (maxY - this->minY()) / pixelSizeY(),
-                            static_cast<double>(pixelsY()));
+    const PixelSpan x = touched((minX - this->minX()) / pixelSizeX(), (maxX - this->minX()) / pixelSizeX(),
+                                static_cast<double>(pixelsX()));
+    const PixelSpan y = touched((minY - this->minY()) / pixelSizeY(), (maxY - this->minY()) / pixelSizeY(),
+                                static_cast<double>(pixelsY()));
     if (x.count == 0.0 || y.count == 0.0) return {};
     return {static_cast<std::int64_t>(x.first), static_cast<std::int64_t>(y.first),
             static_cast<std::uint64_t>(x.count), static_cast<std::uint64_t>(y.count)};

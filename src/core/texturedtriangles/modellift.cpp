@@ -19,16 +19,16 @@ namespace {
 using Mesh = NBX::MappedVertexAttributeShapeGL;
 using NBX::SO;
 
-constexpr unsigned s_float = NBX::VertexAttributeTraitsGL<float>::componentType;
 constexpr std::size_t s_height = 1; ///< component of a position
 
 bool isMovable(const Mesh::Buffer & positions) {
-    return positions.componentType() == s_float && positions.components() == 3;
+    return positions.componentType() == NBX::VertexAttributeTraitsGL<float>::componentType &&
+           positions.components() == 3;
 }
 
 bool isNumbering(const Mesh::Buffer & models, const Mesh::Buffer & positions) {
-    return models.componentType() == s_float && models.components() == 1 &&
-           models.count() == positions.count();
+    return models.componentType() == NBX::VertexAttributeTraitsGL<float>::componentType &&
+           models.components() == 1 && models.count() == positions.count();
 }
 
 /// A number from a file may be anything.

@@ -9,7 +9,7 @@ namespace ZMT::CORE {
 
 namespace {
 
-constexpr int s_version = 2;
+constexpr int s_nodeVersion = 2;
 /// Set in keys that are no place in a file.
 constexpr std::uint64_t s_noPlace = std::uint64_t(1) << 63U;
 
@@ -58,7 +58,7 @@ bool RenderNode::originalTexturesUploaded() const {
 }
 
 void RenderNode::serialize(NBX::SerializationManager & m) {
-    int version = s_version;
+    int version = s_nodeVersion;
     if (!m.attribute("version", version) && m.isReading()) version = 0;
     serializeArray(m, "blockPositions", blockPositions);
     serializeArray(m, "blockSizes", blockSizes);

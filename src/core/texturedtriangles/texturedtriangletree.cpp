@@ -26,7 +26,7 @@ bool TexturedTriangleTree::s_verbose = false;
 
 namespace {
 
-constexpr int s_version = 2;
+constexpr int s_treeVersion = 2;
 
 bool isFormat(int format) {
     return format >= TexturedTriangleTree::TextureFormatRGBA8 &&
@@ -231,9 +231,9 @@ void TexturedTriangleTree::takeRootAtlases() {
 void TexturedTriangleTree::serialize(NBX::SerializationManager & m) {
     m.enterObject();
     NBX::serializeSuperclass<NBX::RenderObj>(m, this);
-    int version = s_version;
+    int version = s_treeVersion;
     if (!m.attribute("version", version) && m.isReading()) version = 0;
-    if (version < 0 || version > s_version) throwDamaged(L"it is of no version that is known");
+    if (version < 0 || version > s_treeVersion) throwDamaged(L"it is of no version that is known");
     NBX::attributeWithDefault(m, "renderTree", renderTree_, nullptr);
     NBX::attributeWithDefault(m, "untexturedGeometry", untexturedGeometry_, nullptr);
     NBX::attributeWithDefault(m, "maxDistanceEnabled", maxDistanceEnabled_, false);

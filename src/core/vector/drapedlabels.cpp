@@ -13,6 +13,8 @@
 #include <nbx/object/stringutils.h>
 #include <zmt/core/vector/labelanchor.h>
 
+#include "coloropacity.h"
+
 namespace ZMT::CORE {
 
 namespace {
@@ -75,11 +77,6 @@ private:
     double cell_;
     std::map<std::pair<std::int64_t, std::int64_t>, std::vector<GeoExtent>> boxes_;
 };
-
-NBX::Color withOpacity(NBX::Color color, double opacity) {
-    color[3] *= static_cast<float>(opacity);
-    return color;
-}
 
 } // namespace
 

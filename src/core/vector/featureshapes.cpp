@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <utility>
 
 namespace ZMT::CORE {
@@ -19,8 +20,7 @@ using Form = VectorStyle::Symbol::Form;
 constexpr double s_widestSegments = 2.0;
 constexpr double s_shortestPeriod = 2.0; ///< of dashes, in pixels
 constexpr double s_tolerance = 0.1;      ///< of round shapes, in pixels
-constexpr double s_margin = 4.0;         ///< of the window, in pixels
-constexpr double s_pi = 3.14159265358979323846;
+constexpr double s_windowMargin = 4.0;   ///< of the window, in pixels
 
 void push(const PlanPoint & p, std::vector<float> & vertices) {
     vertices.insert(vertices.end(), {static_cast<float>(p.x), 0.0F, static_cast<float>(p.z)});
@@ -34,11 +34,12 @@ void pushFan(const std::vector<PlanPoint> & corners, const PlanPoint & at, std::
 
 std::vector<PlanPoint> circle(double radius, double tolerance) {
     const double step = 2.0 * std::acos(1.0 - std::min(tolerance / radius, 0.5));
-    const auto count = static_cast<unsigned>(std::clamp(std::ceil(2.0 * s_pi / step), 8.0, 180.0));
+    const auto count =
+        static_cast<unsigned>(std::clamp(std::ceil(2.0 * std::numbers::pi / step), 8.0, 180.0));
     std::vector<PlanPoint> corners;
     corners.reserve(count);
     for (unsigned i = 0; i < count; ++i) {
-        const double angle = 2.0 * s_pi * i / count;
+        const double angle = 2.0 * std::numbers::pi * i / count;
         corners.push_back({radius * std::cos(angle), radius * std::sin(angle)});
     }
     return corners;
@@ -71,7 +72,7 @@ std::vector<std::vector<PlanPoint>> partsOf(Form form, double size, double toler
 
 FeatureShapes::FeatureShapes(const VectorStyleSheet & sheet, double opacity, const View & view)
     : sheet_(sheet), opacity_(opacity), view_(view),
-      window_(PlanWindow(view.halfX, view.halfZ).grownBy(s_margin * view.metresPerPixel)),
+      window_(PlanWindow(view.halfX, view.halfZ).grownBy(s_windowMargin * view.metresPerPixel)),
       fill_(view.halfX, view.halfZ, view.size) {}
 
 FeatureShapes::Group & FeatureShapes::group(const Key & key, NBX::Color color, double share,

@@ -26,11 +26,11 @@ using Position = LabelAnchor::Position;
 struct Place {
     double x, z;
 };
-using Ring = std::vector<Place>;
+using UnitRing = std::vector<Place>;
 
 /// An area at the size 1.
 struct UnitArea {
-    std::vector<Ring> rings; ///< the outline first
+    std::vector<UnitRing> rings; ///< the outline first
     Place low{0.0, 0.0}, high{0.0, 0.0};
     Position origin;   ///< of the map
     double unit = 0.0; ///< on the map; 0 for an area that has no size, or one beyond all numbers
@@ -52,7 +52,7 @@ UnitArea unitArea(const VectorFeature::Area & area) {
     result.unit = size;
     result.rings.reserve(area.size());
     for (const VectorFeature::Line & line : area) {
-        Ring ring;
+        UnitRing ring;
         ring.reserve(line.size());
         for (const Position & p : line)
             ring.push_back({(p.x - result.origin.x) / size, (p.z - result.origin.z) / size});
@@ -65,7 +65,7 @@ UnitArea unitArea(const VectorFeature::Area & area) {
     return result;
 }
 
-double roomOf(const Ring & ring) {
+double roomOf(const UnitRing & ring) {
     double twice = 0.0;
     for (std::size_t i = 0, before = ring.size() - 1; i < ring.size(); before = i++)
         twice += ring[before].x * ring[i].z - ring[i].x * ring[before].z;
@@ -92,7 +92,7 @@ double squaredDistance(const Place & p, const Place & a, const Place & b) {
 double distanceInside(const UnitArea & area, const Place & p) {
     bool isInside = false;
     double nearest2 = HUGE_VAL;
-    for (const Ring & ring : area.rings)
+    for (const UnitRing & ring : area.rings)
         for (std::size_t i = 0, before = ring.size() - 1; i < ring.size(); before = i++) {
             const Place &a = ring[i], &b = ring[before];
             if ((a.z > p.z) != (b.z > p.z) && p.x < (b.x - a.x) * (p.z - a.z) / (b.z - a.z) + a.x)
@@ -110,7 +110,7 @@ struct Inside {
 /// The middle of the widest stretch of the area in the row `z`.
 Inside widestInRow(const UnitArea & area, double z) {
     std::vector<double> crossings;
-    for (const Ring & ring : area.rings)
+    for (const UnitRing & ring : area.rings)
         for (std::size_t i = 0, before = ring.size() - 1; i < ring.size(); before = i++) {
             const Place &a = ring[i], &b = ring[before];
             if ((a.z > z) != (b.z > z)) crossings.push_back((b.x - a.x) * (z - a.z) / (b.z - a.z) + a.x);
@@ -152,7 +152,7 @@ struct Square {
 /// So many squares are looked at, each of which goes through all vertices.
 std::size_t mostSquares(const UnitArea & area) {
     std::size_t vertices = 1;
-    for (const Ring & ring : area.rings)
+    for (const UnitRing & ring : area.rings)
         vertices += ring.size();
     return std::clamp<std::size_t>(2'000'000 / vertices, 100, 4'000);
 }

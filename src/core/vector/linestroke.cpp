@@ -8,16 +8,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <utility>
 
 namespace ZMT::CORE {
 
 namespace {
 
-constexpr double s_pi = 3.14159265358979323846;
 /// Beyond it a place along a segment is not known to a metre any more.
 constexpr double s_longest = 1e14;
-constexpr double s_largestStep = s_pi / 4.0, s_smallestStep = s_pi / 90.0;
+constexpr double s_largestStep = std::numbers::pi / 4.0, s_smallestStep = std::numbers::pi / 90.0;
 
 double lengthOf(const PlanPoint & way) {
     return std::sqrt(way.x * way.x + way.z * way.z);

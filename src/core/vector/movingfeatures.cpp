@@ -14,8 +14,8 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
-constexpr unsigned s_size = 2048;  ///< pixels of the view, for what depends on them
-constexpr double s_margin = 100.0; ///< around the features, in pixels
+constexpr unsigned s_size = 2048;        ///< pixels of the view, for what depends on them
+constexpr double s_motionMargin = 100.0; ///< around the features, in pixels
 
 NBX::Bounds boxOf(const std::vector<Point> & points) {
     NBX::Bounds box;
@@ -51,7 +51,7 @@ void MovingFeatures::set(const std::vector<Group> & groups, double metresPerPixe
         const NBX::Bounds box = boxOf(group.features);
         if (!box.isDefined()) continue;
         const Point center = box.center(), half = box.diagonal() * 0.5;
-        const double margin = s_margin * metresPerPixel;
+        const double margin = s_motionMargin * metresPerPixel;
         FeatureShapes shapes(
             group.sheet, 1.0,
             {{center.x, center.z}, half.x + margin, half.z + margin, metresPerPixel, s_size});

@@ -10,8 +10,7 @@
 #include <optional>
 #include <utility>
 
-#include <nbx/object/exception.h>
-#include <nbx/object/stringutils.h>
+#include "stylewords.h"
 
 namespace ZMT::CORE {
 
@@ -27,7 +26,7 @@ constexpr std::array<std::pair<std::string_view, Operator>, 6> s_operators{{
     {">", Operator::Greater},
     {">=", Operator::GreaterEqual},
 }};
-constexpr std::string_view s_signs = "=!<>", s_blanks = " \t\r\n";
+constexpr std::string_view s_signs = "=!<>";
 
 struct Word {
     std::string text;
@@ -35,22 +34,18 @@ struct Word {
     bool is(std::string_view plain) const { return type == Type::Plain && text == plain; }
 };
 
-[[noreturn]] void fail(const std::string & message) {
-    throw NBX::InputException(NBX::StringUtils::Utf8String2WString(message));
-}
-
 std::string quoted(const std::string & text) {
     return "\"" + text + "\"";
 }
 
 std::vector<Word> wordsOf(std::string_view text) {
     std::vector<Word> words;
-    for (std::size_t at = 0; (at = text.find_first_not_of(s_blanks, at)) < text.size();) {
+    for (std::size_t at = 0; (at = text.find_first_not_of(styleBlanks, at)) < text.size();) {
         std::size_t end = at;
         if (text[at] == '"') {
             end = text.find('"', at + 1);
             if (end == std::string_view::npos)
-                fail(std::string(text.substr(at)) + " has no second quote; expected one");
+                failStyle(std::string(text.substr(at)) + " has no second quote; expected one");
             words.push_back({std::string(text.substr(at + 1, end - at - 1)), Word::Type::Quoted});
             at = end + 1;
             continue;
@@ -59,7 +54,7 @@ std::vector<Word> wordsOf(std::string_view text) {
         const auto endsHere = [&](char c) {
             return isSign ? s_signs.find(c) == std::string_view::npos
                           : s_signs.find(c) != std::string_view::npos ||
-                                s_blanks.find(c) != std::string_view::npos || c == '"';
+                                styleBlanks.find(c) != std::string_view::npos || c == '"';
         };
         while (end < text.size() && !endsHere(text[end]))
             ++end;
@@ -81,21 +76,23 @@ template <class Number> std::optional<Number> numberOf(const std::string & text)
 Operator operatorOf(const Word & word, const std::string & field) {
     for (const auto & [sign, op] : s_operators)
         if (word.type == Word::Type::Signs && word.text == sign) return op;
-    fail(quoted(word.text) + " behind the field " + quoted(field) +
-         " is no comparison; expected one of = != < <= > >=, and a field of several words in double quotes");
+    failStyle(
+        quoted(word.text) + " behind the field " + quoted(field) +
+        " is no comparison; expected one of = != < <= > >=, and a field of several words in double quotes");
 }
 
 /// Three words from `first` on.
 StyleFilter::Condition conditionOf(const std::vector<Word> & words, std::size_t first) {
     const Word & field = words[first];
     if (field.type == Word::Type::Signs)
-        fail(quoted(field.text) + " has no field in front of it; expected FIELD OP VALUE");
+        failStyle(quoted(field.text) + " has no field in front of it; expected FIELD OP VALUE");
     if (first + 1 == words.size())
-        fail(quoted(field.text) + " is no filter; expected \"default\", or FIELD OP VALUE joined by \"and\"");
+        failStyle(quoted(field.text) +
+                  " is no filter; expected \"default\", or FIELD OP VALUE joined by \"and\"");
     const Operator op = operatorOf(words[first + 1], field.text);
     if (first + 2 == words.size() || words[first + 2].type == Word::Type::Signs)
-        fail("no value behind " + quoted(field.text + " " + words[first + 1].text) +
-             "; expected a number or a text");
+        failStyle("no value behind " + quoted(field.text + " " + words[first + 1].text) +
+                  "; expected a number or a text");
     const Word & value = words[first + 2];
     StyleFilter::Condition condition{field.text, op, value.text};
     if (value.type == Word::Type::Quoted) return condition;
@@ -154,15 +151,15 @@ bool StyleFilter::Condition::fits(const RASTER::FieldValue & value) const {
 StyleFilter StyleFilter::parse(std::string_view text) {
     const std::vector<Word> words = wordsOf(text);
     StyleFilter filter;
-    if (words.empty()) fail("no filter; expected \"default\", or FIELD OP VALUE joined by \"and\"");
+    if (words.empty()) failStyle("no filter; expected \"default\", or FIELD OP VALUE joined by \"and\"");
     if (words.size() == 1 && words.front().is("default")) return filter;
     for (std::size_t i = 0; true; i += 4) {
         filter.conditions_.push_back(conditionOf(words, i));
         if (i + 3 == words.size()) return filter;
         if (!words[i + 3].is("and"))
-            fail(quoted(words[i + 3].text) +
-                 " follows a value; expected \"and\", or a value of several words in double quotes");
-        if (i + 4 == words.size()) fail("nothing behind \"and\"; expected FIELD OP VALUE");
+            failStyle(quoted(words[i + 3].text) +
+                      " follows a value; expected \"and\", or a value of several words in double quotes");
+        if (i + 4 == words.size()) failStyle("nothing behind \"and\"; expected FIELD OP VALUE");
     }
 }
 

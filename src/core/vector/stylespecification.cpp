@@ -10,7 +10,9 @@
 #include <utility>
 
 #include <nbx/object/exception.h>
-#include <nbx/object/stringutils.h>
+
+#include "coloropacity.h"
+#include "stylewords.h"
 
 namespace ZMT::CORE {
 
@@ -23,7 +25,6 @@ using Unit = VectorSize::Unit;
 constexpr double s_mostPixels = 1000.0;
 constexpr double s_mostMetres = 1e6;
 constexpr std::size_t s_mostDashes = 16;
-constexpr std::string_view s_blanks = " \t\r\n";
 
 const NBX::Color s_dark(0.15F, 0.15F, 0.2F);
 const NBX::Color s_plainFill(0.25F, 0.45F, 0.75F);
@@ -46,10 +47,6 @@ constexpr std::array<std::pair<std::string_view, Form>, 5> s_forms{{
     {"triangle", Form::Triangle},
     {"cross", Form::Cross},
 }};
-
-[[noreturn]] void fail(const std::string & message) {
-    throw NBX::InputException(NBX::StringUtils::Utf8String2WString(message));
-}
 
 /// What is wrong with a pair.
 struct Wrong {
@@ -111,7 +108,7 @@ std::vector<double> readDash(std::string_view text) {
         "expected up to 16 lengths in pixels, parted by blanks, the dashes above 0, such as 4 2";
     std::vector<double> lengths;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find_first_of(s_blanks), text.size());
+        const std::size_t end = std::min(text.find_first_of(styleBlanks), text.size());
         if (lengths.size() == s_mostDashes) throw Wrong{expected};
         lengths.push_back(readNumber(text.substr(0, end), 0.0, s_mostPixels, expected));
         text = StyleSpecification::trimmed(text.substr(end));
@@ -200,15 +197,15 @@ void readPair(std::string_view pair, StyleSpecification & specification) {
     const auto * key = std::find_if(s_keys.begin(), s_keys.end(),
                                     [&](const Key & each) { return !name.empty() && each.name == name; });
     if (key == s_keys.end())
-        fail("\"" + std::string(pair) + "\" is no part of a style; expected KEY=VALUE with KEY one of " +
-             keyNames());
+        failStyle("\"" + std::string(pair) + "\" is no part of a style; expected KEY=VALUE with KEY one of " +
+                  keyNames());
     if (sign == std::string_view::npos)
-        fail("\"" + std::string(pair) + "\" has no value; expected " + std::string(name) + "=VALUE");
+        failStyle("\"" + std::string(pair) + "\" has no value; expected " + std::string(name) + "=VALUE");
     try {
         if (!key->read(specification, S::trimmed(pair.substr(sign + 1))))
-            fail("\"" + std::string(name) + "\" stands twice; expected it once");
+            failStyle("\"" + std::string(name) + "\" stands twice; expected it once");
     } catch (const Wrong & wrong) {
-        fail("\"" + std::string(pair) + "\": " + wrong.expected);
+        failStyle("\"" + std::string(pair) + "\": " + wrong.expected);
     }
 }
 
@@ -224,11 +221,6 @@ std::vector<std::string_view> pairsOf(std::string_view text) {
         text.remove_prefix(end + 1);
         isQuoted = false;
     }
-}
-
-NBX::Color withOpacity(NBX::Color color, double opacity) {
-    color[3] *= static_cast<float>(opacity);
-    return color;
 }
 
 bool isVisible(const NBX::Color & color) {
@@ -249,9 +241,9 @@ VectorStyle::Label labelOf(const StyleSpecification & specification) {
 } // namespace
 
 std::string_view StyleSpecification::trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(s_blanks);
+    const std::size_t first = text.find_first_not_of(styleBlanks);
     if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(s_blanks) - first + 1);
+    return text.substr(first, text.find_last_not_of(styleBlanks) - first + 1);
 }
 
 StyleSpecification StyleSpecification::parse(std::string_view text) {

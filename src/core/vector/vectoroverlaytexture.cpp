@@ -27,7 +27,7 @@ namespace {
 using Point = NBX::Vector3Base<double>;
 using RASTER::GeoExtent;
 
-constexpr double s_tolerance = 0.5; ///< of shapes, in texels
+constexpr double s_overlayTolerance = 0.5; ///< of shapes, in texels
 /// How large the largest texel is drawn, of its size by the style: the smallest one is half as large.
 constexpr double s_largestShare = 1.5;
 
@@ -53,7 +53,7 @@ void drawOverlay(const VectorOverlay & overlay, const LocalFrame & frame, const 
     const NBX::Bounds geoBox = frame.toGeo(box);
     const double pixel = metresPerPixel(box, size) * scale; // of styles
     FeatureShapes shapes(overlay.styleSheet(), overlay.opacity(), viewOf(geoBox, size, scale));
-    const double tolerance = s_tolerance * std::min(box.diagonal().x, box.diagonal().z) / size;
+    const double tolerance = s_overlayTolerance * std::min(box.diagonal().x, box.diagonal().z) / size;
     reader.read(extentOf(geoBox, overlay.styleSheet().reach(pixel)), tolerance,
                 [&](const RASTER::VectorFeature & feature) {
                     shapes.add(feature);

@@ -16,8 +16,9 @@
 #include <unistd.h>
 
 #include <nbx/data/atomicfilewriter.h>
-#include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
+
+#include "lasterror.h"
 
 namespace NBX {
 
@@ -29,12 +30,6 @@ namespace fs = std::filesystem;
 
 /// The most that one system call is asked to move.
 constexpr std::uint64_t s_largestTransfer = std::uint64_t(1) << 30;
-
-[[noreturn]] void throwLastError(const std::wstring & message, const std::string & path) {
-    const std::wstring detail = ErrorHandler::getLastError();
-    if (errno == ENOENT) throw FileNotFoundException(L"file not found", path, 0, detail);
-    throw IOException(message, path, 0, detail);
-}
 
 int openFlags(WriteMode mode) {
     switch (mode) {

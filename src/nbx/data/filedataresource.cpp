@@ -9,21 +9,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <nbx/object/stringutils.h>
+
+#include "lasterror.h"
 
 namespace NBX {
 
 NBX_CLASS_IMPL(FileDataResource, DataResource)
 
 namespace {
-
-[[noreturn]] void throwLastError(const std::wstring & message, const std::string & path) {
-    const std::wstring detail = ErrorHandler::getLastError();
-    if (errno == ENOENT) throw FileNotFoundException(L"file not found", path, 0, detail);
-    throw IOException(message, path, 0, detail);
-}
 
 /// Closes a file at the end of a scope.
 struct Handle {

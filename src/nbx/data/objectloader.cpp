@@ -45,13 +45,13 @@ SO<SharedObj> NativeObjectReader::read(DataResource * resource) {
 }
 
 /// Readers are installed while libraries load, so the list is built on first use and never destroyed.
-struct Installed {
+struct InstalledReaders {
     std::mutex mutex;
     std::vector<SO<ObjectReader>> readers;
 };
 
-Installed & installed() {
-    static Installed & instance = *new Installed;
+InstalledReaders & installedReaders() {
+    static InstalledReaders & instance = *new InstalledReaders;
     return instance;
 }
 
@@ -111,7 +111,7 @@ SO<SharedObj> readWith(ObjectReader & reader, DataResource & resource, const ID 
 void ObjectLoader::install(SO<ObjectReader> reader) {
     NBX_CHECK(reader, L"no reader");
     if (!reader) return;
-    Installed & table = installed();
+    InstalledReaders & table = installedReaders();
     const std::lock_guard lock(table.mutex);
     const auto behind =
         std::find_if(table.readers.begin(), table.readers.end(),
@@ -120,7 +120,7 @@ void ObjectLoader::install(SO<ObjectReader> reader) {
 }
 
 std::vector<SO<ObjectReader>> ObjectLoader::readers() {
-    Installed & table = installed();
+    InstalledReaders & table = installedReaders();
     const std::lock_guard lock(table.mutex);
     return table.readers;
 }

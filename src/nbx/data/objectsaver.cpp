@@ -14,18 +14,18 @@ namespace NBX {
 namespace {
 
 /// Writers are installed while libraries load, so the list is built on first use and never destroyed.
-struct Installed {
+struct InstalledWriters {
     std::mutex mutex;
     std::vector<SO<ObjectWriter>> writers;
 };
 
-Installed & installed() {
-    static Installed & instance = *new Installed;
+InstalledWriters & installedWriters() {
+    static InstalledWriters & instance = *new InstalledWriters;
     return instance;
 }
 
 SO<ObjectWriter> writerFor(const SharedObj * object, const std::string & path) {
-    Installed & table = installed();
+    InstalledWriters & table = installedWriters();
     const std::lock_guard lock(table.mutex);
     const std::string suffix = File::extensionName(path);
     const auto found =
@@ -39,7 +39,7 @@ SO<ObjectWriter> writerFor(const SharedObj * object, const std::string & path) {
 void ObjectSaver::install(SO<ObjectWriter> writer) {
     NBX_CHECK(writer, L"no writer");
     if (!writer) return;
-    Installed & table = installed();
+    InstalledWriters & table = installedWriters();
     const std::lock_guard lock(table.mutex);
     const auto behind =
         std::find_if(table.writers.begin(), table.writers.end(),

@@ -31,7 +31,7 @@ NBX_CLASS_IMPL(BitmapReader, SharedObj)
 namespace {
 
 /// A run of TGA makes 128 pixels of two bytes.
-constexpr std::int64_t maxPixelsPerByte = 128;
+constexpr std::int64_t maxBitmapPixelsPerByte = 128;
 
 /// Where the decoder reads.
 struct Source {
@@ -91,7 +91,7 @@ std::optional<ImageHeader> BitmapReader::readHeader(const DataResource * data) {
 
 SO<Image> BitmapReader::read(const DataResource * data) {
     const auto header = readHeader(data);
-    if (!header || std::int64_t{header->width} * header->height / maxPixelsPerByte > data->size())
+    if (!header || std::int64_t{header->width} * header->height / maxBitmapPixelsPerByte > data->size())
         return nullptr;
     Source source{data};
     int width = 0, height = 0, channels = 0;

@@ -75,6 +75,6 @@ SO<SharedObj> ImageReader::read(DataResource * resource) {
     return read(resource, ID());
 }
 
-static const bool isInstalled = (ObjectLoader::install(new ImageReader()), true);
+static const bool isImageReaderInstalled = (ObjectLoader::install(new ImageReader()), true);
 
 } // namespace NBX

@@ -52,6 +52,6 @@ void ImageWriter::write(const SharedObj * object, const std::string & path) {
     file.commit();
 }
 
-static const bool isInstalled = (ObjectSaver::install(new ImageWriter()), true);
+static const bool isImageWriterInstalled = (ObjectSaver::install(new ImageWriter()), true);
 
 } // namespace NBX

@@ -23,7 +23,7 @@ NBX_CLASS_IMPL(JPEGReader, SharedObj)
 namespace {
 
 /// More pixels than the densest JPEG coding can put into a byte: a bit a block of 8 by 8 pixels.
-constexpr std::uint64_t maxPixelsPerByte = 1024;
+constexpr std::uint64_t maxJpegPixelsPerByte = 1024;
 /// A progressive file of more scans only wants to waste time.
 constexpr int maxScans = 200;
 /// So does one of more parts in front of its pixels.
@@ -31,7 +31,7 @@ constexpr int maxParts = 10000;
 
 /// All state of the decoder that outlives a `longjmp`; the functions that may be left by one hold nothing
 /// that needs a destructor.
-struct Decoder {
+struct JpegDecoder {
     jpeg_decompress_struct info;
     jpeg_error_mgr errors;
     jpeg_source_mgr source;
@@ -39,34 +39,34 @@ struct Decoder {
     std::jmp_buf failure;
 };
 
-[[noreturn]] void fail(j_common_ptr info) {
-    std::longjmp(static_cast<Decoder *>(info->client_data)->failure, 1);
+[[noreturn]] void failDecoding(j_common_ptr info) {
+    std::longjmp(static_cast<JpegDecoder *>(info->client_data)->failure, 1);
 }
 
-void ignoreMessage(j_common_ptr) {}
+void ignoreDecoderMessage(j_common_ptr) {}
 void ignoreLevel(j_common_ptr, int) {}
 void doNothing(j_decompress_ptr) {}
 
 boolean failAtEnd(j_decompress_ptr info) {
-    fail(reinterpret_cast<j_common_ptr>(info));
+    failDecoding(reinterpret_cast<j_common_ptr>(info));
 }
 
 void skipBytes(j_decompress_ptr info, long count) {
     if (count <= 0) return;
     if (static_cast<std::size_t>(count) > info->src->bytes_in_buffer)
-        fail(reinterpret_cast<j_common_ptr>(info));
+        failDecoding(reinterpret_cast<j_common_ptr>(info));
     info->src->next_input_byte += count;
     info->src->bytes_in_buffer -= static_cast<std::size_t>(count);
 }
 
 void limitScans(j_common_ptr info) {
-    if (reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > maxScans) fail(info);
+    if (reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > maxScans) failDecoding(info);
 }
 
-void connect(Decoder & decoder, const DataResource & data) {
+void connect(JpegDecoder & decoder, const DataResource & data) {
     decoder.info.err = jpeg_std_error(&decoder.errors);
-    decoder.errors.error_exit = fail;
-    decoder.errors.output_message = ignoreMessage;
+    decoder.errors.error_exit = failDecoding;
+    decoder.errors.output_message = ignoreDecoderMessage;
     decoder.errors.emit_message = ignoreLevel;
     decoder.source.next_input_byte = static_cast<const JOCTET *>(data.pointer());
     decoder.source.bytes_in_buffer = data.size();
@@ -85,7 +85,7 @@ J_COLOR_SPACE outputSpace(J_COLOR_SPACE stored) {
 }
 
 /// Reads up to the first pixel; false for data that cannot be read.
-bool begin(Decoder & decoder, unsigned dataSize, std::uint64_t maxPixels) {
+bool begin(JpegDecoder & decoder, unsigned dataSize, std::uint64_t maxPixels) {
     if (setjmp(decoder.failure)) return false;
     jpeg_create_decompress(&decoder.info);
     decoder.info.client_data = &decoder;
@@ -93,24 +93,24 @@ bool begin(Decoder & decoder, unsigned dataSize, std::uint64_t maxPixels) {
     decoder.info.progress = &decoder.progress;
     jpeg_read_header(&decoder.info, TRUE);
     const std::uint64_t pixels = std::uint64_t{decoder.info.image_width} * decoder.info.image_height;
-    if (pixels == 0 || pixels > maxPixels || pixels / maxPixelsPerByte > dataSize) return false;
+    if (pixels == 0 || pixels > maxPixels || pixels / maxJpegPixelsPerByte > dataSize) return false;
     decoder.info.out_color_space = outputSpace(decoder.info.jpeg_color_space);
     jpeg_start_decompress(&decoder.info);
     return true;
 }
 
-bool readLine(Decoder & decoder, unsigned char * line) {
+bool readLine(JpegDecoder & decoder, unsigned char * line) {
     if (setjmp(decoder.failure)) return false;
     JSAMPROW row = line;
     return jpeg_read_scanlines(&decoder.info, &row, 1) == 1;
 }
 
-bool finish(Decoder & decoder) {
+bool finish(JpegDecoder & decoder) {
     if (setjmp(decoder.failure)) return false;
     return jpeg_finish_decompress(&decoder.info) == TRUE;
 }
 
-void destroy(Decoder * decoder) {
+void destroy(JpegDecoder * decoder) {
     jpeg_destroy_decompress(&decoder->info);
     delete decoder;
 }
@@ -123,7 +123,7 @@ void convertInks(const unsigned char * inks, bool inverted, int count, unsigned 
             rgb[c] = static_cast<unsigned char>(((inks[c] ^ flip) * (inks[3] ^ flip) + 127) / 255);
 }
 
-SO<Image> readLines(Decoder & decoder, Progress * progress) {
+SO<Image> readLines(JpegDecoder & decoder, Progress * progress) {
     const int width = static_cast<int>(decoder.info.output_width);
     const int height = static_cast<int>(decoder.info.output_height);
     const int components = decoder.info.output_components;
@@ -182,7 +182,7 @@ bool JPEGReader::recognizes(const DataResource * data) {
 
 SO<Image> JPEGReader::read(const DataResource * data) {
     if (!recognizes(data)) return nullptr;
-    std::unique_ptr<Decoder, void (*)(Decoder *)> decoder(new Decoder(), destroy);
+    std::unique_ptr<JpegDecoder, void (*)(JpegDecoder *)> decoder(new JpegDecoder(), destroy);
     connect(*decoder, *data);
     if (!begin(*decoder, data->size(), maxPixels_)) return nullptr;
     std::unique_ptr<Progress> progress;

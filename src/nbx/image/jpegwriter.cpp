@@ -21,7 +21,7 @@ NBX_CLASS_IMPL(JPEGWriter, SharedObj)
 namespace {
 
 /// All state of the encoder that outlives a `longjmp`.
-struct Encoder {
+struct JpegEncoder {
     jpeg_compress_struct info;
     jpeg_error_mgr errors;
     std::jmp_buf failure;
@@ -29,13 +29,13 @@ struct Encoder {
     unsigned long bytes = 0;
 };
 
-[[noreturn]] void fail(j_common_ptr info) {
-    std::longjmp(static_cast<Encoder *>(info->client_data)->failure, 1);
+[[noreturn]] void failEncoding(j_common_ptr info) {
+    std::longjmp(static_cast<JpegEncoder *>(info->client_data)->failure, 1);
 }
 
-void ignoreMessage(j_common_ptr) {}
+void ignoreEncoderMessage(j_common_ptr) {}
 
-bool begin(Encoder & encoder, unsigned width, unsigned height, bool grey, int quality) {
+bool begin(JpegEncoder & encoder, unsigned width, unsigned height, bool grey, int quality) {
     if (setjmp(encoder.failure)) return false;
     jpeg_create_compress(&encoder.info);
     jpeg_mem_dest(&encoder.info, &encoder.buffer, &encoder.bytes);
@@ -49,25 +49,25 @@ bool begin(Encoder & encoder, unsigned width, unsigned height, bool grey, int qu
     return true;
 }
 
-bool writeLine(Encoder & encoder, unsigned char * line) {
+bool writeLine(JpegEncoder & encoder, unsigned char * line) {
     if (setjmp(encoder.failure)) return false;
     JSAMPROW row = line;
     return jpeg_write_scanlines(&encoder.info, &row, 1) == 1;
 }
 
-bool finish(Encoder & encoder) {
+bool finish(JpegEncoder & encoder) {
     if (setjmp(encoder.failure)) return false;
     jpeg_finish_compress(&encoder.info);
     return true;
 }
 
-void destroy(Encoder * encoder) {
+void destroy(JpegEncoder * encoder) {
     jpeg_destroy_compress(&encoder->info);
     std::free(encoder->buffer);
     delete encoder;
 }
 
-bool writeLines(Encoder & encoder, const Image & image, LayerSequence sequence) {
+bool writeLines(JpegEncoder & encoder, const Image & image, LayerSequence sequence) {
     std::vector<unsigned char> line(static_cast<std::size_t>(image.width()) *
                                     Image::numberOfLayers(sequence));
     for (int y = image.height() - 1; y >= 0; --y) {
@@ -92,10 +92,10 @@ SO<MemoryDataResource> JPEGWriter::write(const Image * image) {
         return nullptr;
     }
     const bool grey = image->numberOfLayers() < 3;
-    std::unique_ptr<Encoder, void (*)(Encoder *)> encoder(new Encoder(), destroy);
+    std::unique_ptr<JpegEncoder, void (*)(JpegEncoder *)> encoder(new JpegEncoder(), destroy);
     encoder->info.err = jpeg_std_error(&encoder->errors);
-    encoder->errors.error_exit = fail;
-    encoder->errors.output_message = ignoreMessage;
+    encoder->errors.error_exit = failEncoding;
+    encoder->errors.output_message = ignoreEncoderMessage;
     encoder->info.client_data = encoder.get();
     if (!begin(*encoder, static_cast<unsigned>(image->width()), static_cast<unsigned>(image->height()), grey,
                quality_) ||

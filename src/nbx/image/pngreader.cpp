@@ -1,6 +1,7 @@
 // libpng leaves a function by `longjmp` where data are damaged: what it may leave holds nothing that needs a
-// destructor, and `Decoder` frees what there is. Sizes are held against the bytes before memory is asked for:
-// deflate has a greatest ratio. The header is read without the library, since its reader wants all bytes.
+// destructor, and `PngDecoder` frees what there is. Sizes are held against the bytes before memory is asked
+// for: deflate has a greatest ratio. The header is read without the library, since its reader wants all
+// bytes.
 
 #include <nbx/image/pngreader.h>
 
@@ -33,22 +34,22 @@ constexpr std::size_t maxChunkBytes = std::size_t{16} << 20;
 
 /// All state of the decoder that outlives a `longjmp`; the functions that may be left by one hold nothing
 /// that needs a destructor.
-struct Decoder {
+struct PngDecoder {
     png_structp png = nullptr;
     png_infop info = nullptr;
     const unsigned char * next = nullptr;
     std::size_t left = 0;
 
-    ~Decoder() { png_destroy_read_struct(&png, &info, nullptr); }
+    ~PngDecoder() { png_destroy_read_struct(&png, &info, nullptr); }
 };
 
-void fail(png_structp png, png_const_charp) {
+void leaveReading(png_structp png, png_const_charp) {
     png_longjmp(png, 1);
 }
-void ignore(png_structp, png_const_charp) {}
+void ignoreReadWarning(png_structp, png_const_charp) {}
 
 void readBytes(png_structp png, png_bytep target, std::size_t count) {
-    auto & decoder = *static_cast<Decoder *>(png_get_io_ptr(png));
+    auto & decoder = *static_cast<PngDecoder *>(png_get_io_ptr(png));
     if (count > decoder.left) png_error(png, "end of data");
     std::memcpy(target, decoder.next, count);
     decoder.next += count;
@@ -56,13 +57,13 @@ void readBytes(png_structp png, png_bytep target, std::size_t count) {
 }
 
 /// True when the packed lines could come out of the data.
-bool isPlausible(const Decoder & decoder) {
+bool isPlausible(const PngDecoder & decoder) {
     const std::uint64_t height = png_get_image_height(decoder.png, decoder.info);
     const std::uint64_t bytes = height * png_get_rowbytes(decoder.png, decoder.info);
     return bytes / maxInflation <= decoder.left + signatureBytes;
 }
 
-void setTransformations(const Decoder & decoder) {
+void setTransformations(const PngDecoder & decoder) {
     png_set_expand(decoder.png);
     png_set_interlace_handling(decoder.png);
     const std::uint16_t probe = 1;
@@ -71,8 +72,8 @@ void setTransformations(const Decoder & decoder) {
 }
 
 /// Reads up to the first pixel; false for data that cannot be read.
-bool begin(Decoder & decoder) {
-    decoder.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+bool begin(PngDecoder & decoder) {
+    decoder.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, leaveReading, ignoreReadWarning);
     if (!decoder.png) return false;
     if (setjmp(png_jmpbuf(decoder.png))) return false;
     decoder.info = png_create_info_struct(decoder.png);
@@ -86,7 +87,7 @@ bool begin(Decoder & decoder) {
     return true;
 }
 
-bool readPixels(Decoder & decoder, png_bytepp rows) {
+bool readPixels(PngDecoder & decoder, png_bytepp rows) {
     if (setjmp(png_jmpbuf(decoder.png))) return false;
     png_read_image(decoder.png, rows);
     png_read_end(decoder.png, nullptr);
@@ -137,7 +138,7 @@ bool PNGReader::recognizes(const DataResource * data) {
 
 SO<Image> PNGReader::read(const DataResource * data) {
     if (!recognizes(data)) return nullptr;
-    Decoder decoder;
+    PngDecoder decoder;
     decoder.next = static_cast<const unsigned char *>(data->pointer());
     decoder.left = data->size();
     if (!begin(decoder)) return nullptr;

@@ -20,18 +20,18 @@ NBX_CLASS_IMPL(PNGWriter, SharedObj)
 namespace {
 
 /// All state of the encoder that outlives a `longjmp`.
-struct Encoder {
+struct PngEncoder {
     png_structp png = nullptr;
     png_infop info = nullptr;
     std::vector<unsigned char> bytes;
 
-    ~Encoder() { png_destroy_write_struct(&png, &info); }
+    ~PngEncoder() { png_destroy_write_struct(&png, &info); }
 };
 
-void fail(png_structp png, png_const_charp) {
+void leaveWriting(png_structp png, png_const_charp) {
     png_longjmp(png, 1);
 }
-void ignore(png_structp, png_const_charp) {}
+void ignoreWriteWarning(png_structp, png_const_charp) {}
 
 bool append(std::vector<unsigned char> & target, const unsigned char * bytes, std::size_t count) {
     if (count > std::numeric_limits<unsigned>::max() - target.size()) return false;
@@ -44,7 +44,7 @@ bool append(std::vector<unsigned char> & target, const unsigned char * bytes, st
 }
 
 void writeBytes(png_structp png, png_bytep bytes, std::size_t count) {
-    if (!append(static_cast<Encoder *>(png_get_io_ptr(png))->bytes, bytes, count))
+    if (!append(static_cast<PngEncoder *>(png_get_io_ptr(png))->bytes, bytes, count))
         png_error(png, "too large");
 }
 
@@ -78,8 +78,8 @@ LayerSequence storedLayers(LayerSequence sequence) {
     }
 }
 
-bool begin(Encoder & encoder, const Image & image, LayerSequence sequence, int depth, int level) {
-    encoder.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, fail, ignore);
+bool begin(PngEncoder & encoder, const Image & image, LayerSequence sequence, int depth, int level) {
+    encoder.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, leaveWriting, ignoreWriteWarning);
     if (!encoder.png) return false;
     if (setjmp(png_jmpbuf(encoder.png))) return false;
     encoder.info = png_create_info_struct(encoder.png);
@@ -96,19 +96,19 @@ bool begin(Encoder & encoder, const Image & image, LayerSequence sequence, int d
     return true;
 }
 
-bool writeLine(Encoder & encoder, const unsigned char * line) {
+bool writeLine(PngEncoder & encoder, const unsigned char * line) {
     if (setjmp(png_jmpbuf(encoder.png))) return false;
     png_write_row(encoder.png, line);
     return true;
 }
 
-bool finish(Encoder & encoder) {
+bool finish(PngEncoder & encoder) {
     if (setjmp(png_jmpbuf(encoder.png))) return false;
     png_write_end(encoder.png, nullptr);
     return true;
 }
 
-bool writeLines(Encoder & encoder, const Image & image, LayerSequence sequence, Image::DataType type) {
+bool writeLines(PngEncoder & encoder, const Image & image, LayerSequence sequence, Image::DataType type) {
     std::vector<unsigned char> line(Image::bytesPerLine(image.width(), sequence, type, 1));
     for (int y = image.height() - 1; y >= 0; --y) {
         PixelLine::convert(image.lineComponents(y), image.layerSequence(), image.dataType(), line.data(),
@@ -129,7 +129,7 @@ SO<MemoryDataResource> PNGWriter::write(const Image * image) {
     if (!image || image->width() <= 0 || image->height() <= 0) return nullptr;
     const LayerSequence sequence = storedLayers(image->layerSequence());
     const Image::DataType type = image->dataType() == Image::UInt8 ? Image::UInt8 : Image::UInt16;
-    Encoder encoder;
+    PngEncoder encoder;
     if (!begin(encoder, *image, sequence, type == Image::UInt8 ? 8 : 16, level_) ||
         !writeLines(encoder, *image, sequence, type) || !finish(encoder)) {
         NBX_FAILURE(L"PNG encoding failed");

@@ -12,19 +12,13 @@
 #include "modelscene.h"
 #include "modeltextures.h"
 #include "readerprocess.h"
+#include "suffixof.h"
 
 namespace NBX {
 
 namespace {
 
 using Matrix = Matrix4x4Base<double>;
-
-std::string suffixOf(const std::string & path) {
-    std::string suffix = File::extensionName(path);
-    for (char & c : suffix)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return suffix;
-}
 
 const std::map<std::string, std::string> & formats() {
     static const std::map<std::string, std::string> all = {

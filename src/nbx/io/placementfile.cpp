@@ -3,7 +3,6 @@
 
 #include <nbx/io/modelplacement.h>
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -19,6 +18,7 @@
 
 #include "folderfiles.h"
 #include "plaintext.h"
+#include "suffixof.h"
 #include "unpackedarchive.h"
 
 namespace NBX {
@@ -59,13 +59,6 @@ std::optional<double> numberOf(const pugi::xml_node & node, const char * child, 
     if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number))
         return std::nullopt;
     return number;
-}
-
-std::string suffixOf(const std::string & path) {
-    std::string suffix = File::extensionName(path);
-    std::transform(suffix.begin(), suffix.end(), suffix.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return suffix;
 }
 
 using PathsByName = std::map<std::string, std::string>;

@@ -9,7 +9,7 @@ namespace {
 
 using Facet = std::codecvt<wchar_t, char, std::mbstate_t>;
 
-constexpr wchar_t s_replacement = 0xFFFD;
+constexpr wchar_t s_wideReplacement = 0xFFFD;
 
 /// Where it differs from Latin-1, from 0x80 on. The five bytes that it leaves free are as in Latin-1.
 constexpr std::array<wchar_t, 32> s_windows1252 = {
@@ -22,7 +22,7 @@ wchar_t characterOf(const Facet & facet, char byte) {
     const char * behind = nullptr;
     wchar_t character = 0, *end = nullptr;
     const auto result = facet.in(state, &byte, &byte + 1, behind, &character, &character + 1, end);
-    return result == std::codecvt_base::ok && end == &character + 1 ? character : s_replacement;
+    return result == std::codecvt_base::ok && end == &character + 1 ? character : s_wideReplacement;
 }
 
 std::locale userLocale() {

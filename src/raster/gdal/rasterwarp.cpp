@@ -15,7 +15,7 @@ namespace {
 
 using Raster = SimpleRasterData<float>;
 
-constexpr float undefined = std::numeric_limits<float>::quiet_NaN();
+constexpr float undefinedCell = std::numeric_limits<float>::quiet_NaN();
 
 /// Leaves out the rows behind the poles.
 NBX::SO<Raster> withoutRowsBehindPoles(const NBX::SO<Raster> & raster, double unit) {
@@ -23,7 +23,7 @@ NBX::SO<Raster> withoutRowsBehindPoles(const NBX::SO<Raster> & raster, double un
     if (grid.cellsY == raster->cellsY()) return raster;
     const auto first = static_cast<std::size_t>(std::lround((grid.minY - raster->minY()) / grid.cellSizeY));
     NBX::SO<Raster> cut(new Raster(grid.cellsX, grid.cellsY, grid.minX, grid.minY, grid.cellSizeX,
-                                   grid.cellSizeY, true, undefined));
+                                   grid.cellSizeY, true, undefinedCell));
     const std::size_t width = grid.cellsX;
     std::copy_n(raster->cells() + first * width, width * grid.cellsY, cut->cells());
     return cut;
@@ -48,7 +48,7 @@ GeoRaster warp(Raster & raster, const std::string & wkt, const MetricGrid & targ
     GeoRaster result;
     result.reference = metricReference(target.system);
     NBX::SO<Raster> warped(new Raster(grid.cellsX, grid.cellsY, grid.minX, grid.minY, grid.cellSizeX,
-                                      grid.cellSizeY, true, undefined));
+                                      grid.cellSizeY, true, undefinedCell));
     const GdalDataset output = wrapRaster(*warped, result.reference.wkt);
     if (warpBilinear(*input, *output, false, "", progress)) result.raster = warped;
     return result;

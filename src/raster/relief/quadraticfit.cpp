@@ -15,7 +15,7 @@ namespace ZMT::RASTER {
 
 namespace {
 
-constexpr double s_undefined = std::numeric_limits<double>::quiet_NaN();
+constexpr double s_undefinedTerm = std::numeric_limits<double>::quiet_NaN();
 
 unsigned usableSize(unsigned size) {
     NBX_CHECK(size >= 3 && size <= QuadraticFit::s_largestWindow && size % 2 == 1,
@@ -75,7 +75,8 @@ QuadraticFit::QuadraticFit(unsigned windowSize) : mean_(binomialWeights(usableSi
 
 void QuadraticFit::fitRow(const float * const * rows, unsigned width, double cellSizeX, double cellSizeY,
                           QuadraticSurface * surfaces) const {
-    constexpr QuadraticSurface undefined{s_undefined, s_undefined, s_undefined, s_undefined, s_undefined};
+    constexpr QuadraticSurface undefined{s_undefinedTerm, s_undefinedTerm, s_undefinedTerm, s_undefinedTerm,
+                                         s_undefinedTerm};
     std::fill(surfaces, surfaces + width, undefined);
     if (width < windowSize()) return;
     std::vector<double> zeros(width, 0.0);

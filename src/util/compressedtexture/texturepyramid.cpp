@@ -21,10 +21,6 @@ namespace {
 
 using namespace TexturePyramidFormat;
 
-std::string utf8(const std::wstring & text) {
-    return NBX::StringUtils::WString2Utf8String(text);
-}
-
 std::wstring wide(const std::string & text) {
     return NBX::StringUtils::Utf8String2WString(text);
 }
@@ -33,7 +29,7 @@ std::wstring wide(const std::string & text) {
 std::wstring found(const std::wstring & name) {
     if (name.empty()) return name;
     const std::string folder = NBX::File::currentWorkingDir(-1);
-    const std::string path = utf8(name);
+    const std::string path = NBX::StringUtils::WString2Utf8String(name);
     if (NBX::File::exists(path)) return wide(NBX::File::absolutePath(path, folder));
     // The name may hold characters that match others.
     const std::string wanted = NBX::File::fileName(path);
@@ -58,7 +54,7 @@ void TexturePyramid::open() {
     levels_.clear();
     file_ = nullptr;
     if (fileName_.empty()) return;
-    file_ = new NBX::File(utf8(fileName_));
+    file_ = new NBX::File(NBX::StringUtils::WString2Utf8String(fileName_));
     if (readLevels()) return;
     header_ = Header();
     levels_.clear();

@@ -11,15 +11,6 @@
 
 namespace ZMT::UTIL {
 
-namespace {
-
-void clearColors() {
-    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
-    glClear(GL_COLOR_BUFFER_BIT);
-}
-
-} // namespace
-
 FboLightTargetsGL::FboLightTargetsGL(NBX::EngineGL * engine, unsigned size, unsigned shadowSize)
     : engine_(engine), size_(size),
       shadowMap_(new NBX::Texture2DGL(shadowSize, shadowSize, GL_DEPTH_COMPONENT24)),
@@ -37,7 +28,7 @@ FboLightTargetsGL::Target FboLightTargetsGL::newTarget(unsigned type) const {
                   new NBX::FrameBufferObjectGL(engine_, size_, size_)};
     target.texture->attachTo(target.buffer.get());
     target.buffer->bind(engine_);
-    clearColors();
+    clearLightGL();
     target.buffer->unbind(engine_);
     return target;
 }
@@ -74,7 +65,7 @@ void FboLightTargetsGL::addPartialSum() {
     }
     sum_.buffer->unbind(engine_);
     colors_.buffer->bind(engine_);
-    clearColors();
+    clearLightGL();
     colors_.buffer->unbind(engine_);
 }
 
@@ -86,7 +77,7 @@ void FboLightTargetsGL::draw(const std::function<void()> & paint) {
     Target & target = light_ == &pictures_[0] ? pictures_[1] : pictures_[0];
     if (!target.buffer) target = newTarget(GL_HALF_FLOAT);
     target.buffer->bind(engine_);
-    clearColors();
+    clearLightGL();
     paint();
     target.buffer->unbind(engine_);
     light_ = &target;

@@ -174,6 +174,11 @@ void drawBorder(NBX::EngineGL & engine, NBX::GL2::ProgramObject & program, const
 
 } // namespace
 
+void clearLightGL() {
+    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
+    glClear(GL_COLOR_BUFFER_BIT);
+}
+
 void drawWholeTargetGL(NBX::EngineGL & engine, NBX::GL2::ProgramObject & program,
                        const NBX::Texture2DGL & texture) {
     static const SO<NBX::DepthBufferGL> noDepth(new NBX::DepthBufferGL(false, false));

@@ -37,6 +37,8 @@ bool accumulateLightGL(LightTargetsGL & targets, const LitSceneGL & scene, const
                        NBX::Progress * progress);
 /// Gives the texels around what was drawn the light of their neighbours, `borderWidth` texels wide.
 void closeLightGL(LightTargetsGL & targets, const LitSceneGL & scene, int borderWidth);
+/// Empties the colours that are drawn to.
+void clearLightGL();
 /// Draws a square of the texture coordinates 0 to 1 under `program`, which reads `texture` as unit 0, without
 /// depth.
 void drawWholeTargetGL(NBX::EngineGL & engine, NBX::GL2::ProgramObject & program,

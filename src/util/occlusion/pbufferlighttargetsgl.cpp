@@ -6,17 +6,14 @@
 #include <nbx/gl/texture/imagetexture2dgl.h>
 #include <nbx/image/memoryimage.h>
 
+#include "lightaccumulationgl.h"
+
 namespace ZMT::UTIL {
 
 namespace {
 
 constexpr unsigned s_properties = NBX::GLCanvas::COLOR_BUFFER | NBX::GLCanvas::DEPTH_BUFFER |
                                   NBX::GLCanvas::ALPHA_BUFFER | NBX::PBufferCanvasGL::FLOAT_BUFFER;
-
-void clearColors() {
-    glClearColor(0.0F, 0.0F, 0.0F, 0.0F);
-    glClear(GL_COLOR_BUFFER_BIT);
-}
 
 void copyTo(NBX::EngineGL * engine, const NBX::Texture2DGL & texture) {
     texture.bind(engine);
@@ -39,7 +36,7 @@ PBufferLightTargetsGL::PBufferLightTargetsGL(unsigned size)
       shadowMap_(new NBX::Texture2DGL(size, size, GL_DEPTH_COMPONENT24)) {
     if (!canvas_->isCreated()) return;
     canvas_->prepareRedisplay();
-    clearColors();
+    clearLightGL();
 }
 
 PBufferLightTargetsGL::~PBufferLightTargetsGL() {
@@ -69,7 +66,7 @@ void PBufferLightTargetsGL::endDepth() {
 
 void PBufferLightTargetsGL::addPartialSum() {
     const NBX::SO<NBX::Image> colors = readColors();
-    clearColors();
+    clearLightGL();
     if (!sum_ || !colors) {
         sum_ = colors;
         return;
@@ -94,7 +91,7 @@ NBX::SO<NBX::Texture2DGL> PBufferLightTargetsGL::light() {
 }
 
 void PBufferLightTargetsGL::draw(const std::function<void()> & paint) {
-    clearColors();
+    clearLightGL();
     paint();
     sum_ = nullptr;
 }

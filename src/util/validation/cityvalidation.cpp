@@ -33,19 +33,19 @@ using CORE::RenderTree;
 using CORE::TexturedTriangleTree;
 using NBX::SO;
 using StreamTexture = CORE::TTTMemoryController::StreamTexture;
-using TextureFormat = TexturedTriangleTree::TextureFormat;
+using CityTextureFormat = TexturedTriangleTree::TextureFormat;
 using MeshData = NBX::MappedVertexAttributeDataGL;
 
 constexpr std::uint64_t s_sizeBytes = 8;             ///< in front of a source texture
 constexpr std::uint64_t s_chunk = 16U << 20U;        ///< of what is only read
 constexpr std::uint64_t s_largestJpeg = 1ULL << 30U; ///< of a block
-constexpr double s_tolerance = 1e-3;                 ///< of boxes, to their size
+constexpr double s_boxTolerance = 1e-3;              ///< of boxes, to their size
 
 /// A texture in a paging file.
 struct Block {
     std::uint64_t offset, size;
     bool isSource;
-    TextureFormat format;
+    CityTextureFormat format;
     int atlasSize;
     std::string name; ///< "the atlas of node 7"
 
@@ -59,7 +59,7 @@ using Blocks = std::map<std::wstring, std::vector<Block>>;
 bool isInside(const NBX::Bounds & box, const NBX::Bounds & outer) {
     if (!box.isDefined()) return true;
     if (!outer.isDefined()) return false;
-    const NBX::Bounds around = outer.expand(s_tolerance * (1.0 + outer.diagonal().length()));
+    const NBX::Bounds around = outer.expand(s_boxTolerance * (1.0 + outer.diagonal().length()));
     return around.containsPoint(box.getLLF()) && around.containsPoint(box.getURB());
 }
 

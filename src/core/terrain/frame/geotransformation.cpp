@@ -1,16 +1,13 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 
 #include "geotransformationcoordtransformiterator.h"
+#include "shiftedbounds.h"
 
 namespace ZMT::CORE {
 
 namespace {
 
 GeoTransformation::Point s_origin;
-
-NBX::Bounds shifted(const NBX::Bounds & box, const GeoTransformation::Point & offset) {
-    return box.isDefined() ? NBX::Bounds(box.getLLF() + offset, box.getURB() + offset) : box;
-}
 
 } // namespace
 

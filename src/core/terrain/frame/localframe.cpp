@@ -2,15 +2,9 @@
 
 #include <zmt/core/terrain/frame/geotransformation.h>
 
+#include "shiftedbounds.h"
+
 namespace ZMT::CORE {
-
-namespace {
-
-NBX::Bounds shifted(const NBX::Bounds & box, const LocalFrame::Point & offset) {
-    return box.isDefined() ? NBX::Bounds(box.getLLF() + offset, box.getURB() + offset) : box;
-}
-
-} // namespace
 
 LocalFrame::Point LocalFrame::originInScene() const {
     return origin_ + GeoTransformation::geo2nbxOffset();

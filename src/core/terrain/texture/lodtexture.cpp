@@ -30,15 +30,14 @@ using Matrix = NBX::Matrix4x4Base<double>;
 using Point = NBX::Vector3Base<double>;
 using Levels = LODTextureRequest::Levels;
 
-constexpr double s_unbounded = 1e42;
-constexpr double s_idleSleep = 0.01;
+constexpr double s_levelIdleSleep = 0.01;
 
-unsigned s_maxTextureMemory = usualTextureMemory;
+unsigned s_maxLevelMemory = usualTextureMemory;
 
 NBX::Bounds inPlan(const NBX::Bounds & box) {
     if (!box.isDefined()) return box;
     const Point llf = box.getLLF(), urb = box.getURB();
-    return {Point(llf.x, -s_unbounded, llf.z), Point(urb.x, s_unbounded, urb.z)};
+    return {Point(llf.x, -unboundedHeight, llf.z), Point(urb.x, unboundedHeight, urb.z)};
 }
 
 bool hasArea(const NBX::Bounds & box) {
@@ -100,7 +99,7 @@ class LODTextureManager : public ResourceManager<LODTexture::Patch, NBX::Texture
     using Base = ResourceManager<LODTexture::Patch, NBX::TextureGL>;
     NBX_TEMPLATE_CLASS(LODTextureManager, Base)
 public:
-    LODTextureManager() : ResourceManager(s_maxTextureMemory, true, textureRequestAgeLimit, s_idleSleep) {}
+    LODTextureManager() : ResourceManager(s_maxLevelMemory, true, textureRequestAgeLimit, s_levelIdleSleep) {}
     ~LODTextureManager() override { shutdown(); }
 
     double sizeOf(const NBX::SO<LODTexture::Patch> & key) const override {
@@ -110,9 +109,9 @@ public:
 
 namespace {
 
-using Holder = TextureManagerHolder<LODTextureManager>;
+using LevelHolder = TextureManagerHolder<LODTextureManager>;
 
-const bool s_isInFrames = Holder::registerFrames(LODTexture::beginFrame, LODTexture::endFrame);
+const bool s_levelsAreInFrames = LevelHolder::registerFrames(LODTexture::beginFrame, LODTexture::endFrame);
 
 unsigned textureSize(int pixels) {
     return LODTextureRequest::textureSize(static_cast<std::uint64_t>(std::max(pixels, 0)));
@@ -236,7 +235,7 @@ NBX::SO<NBX::TextureGL> LODTexture::requestImpl(const GeometryPatch * patch, NBX
                                                 const NBX::ViewInfo * viewInfo, unsigned, unsigned,
                                                 double priority, const Point & eye, double textureError, bool,
                                                 bool asynchronous, bool & incomplete) const {
-    const auto & MANAGER = Holder::manager();
+    const auto & MANAGER = LevelHolder::manager();
     NBX_CHECK(patch, L"no geometry patch");
     NBX_CHECK(engine, L"no engine");
     NBX_CHECK(MANAGER, L"manager not started");
@@ -282,30 +281,30 @@ void LODTexture::serialize(NBX::SerializationManager & m) {
 }
 
 void LODTexture::beginFrame(const TerrainPainterFrameManager::Info &) {
-    Holder::beginFrame();
+    LevelHolder::beginFrame();
 }
 
 void LODTexture::endFrame(const TerrainPainterFrameManager::Info &) {
-    Holder::endFrame();
+    LevelHolder::endFrame();
 }
 
 unsigned LODTexture::usedTextureMemory() {
-    return Holder::usedMemory();
+    return LevelHolder::usedMemory();
 }
 
 unsigned LODTexture::getMaxTextureMemory() {
-    return s_maxTextureMemory;
+    return s_maxLevelMemory;
 }
 
 void LODTexture::setMaxTextureMemory(unsigned newMaxTextureMemory) {
     NBX_CHECK(newMaxTextureMemory >= 16 * 1024 * 1024,
               L"newMaxTextureMemory must be >= 16*1024*1024: " << newMaxTextureMemory);
-    s_maxTextureMemory = newMaxTextureMemory;
-    Holder::setMaxMemory(newMaxTextureMemory);
+    s_maxLevelMemory = newMaxTextureMemory;
+    LevelHolder::setMaxMemory(newMaxTextureMemory);
 }
 
 void LODTexture::killManager() {
-    Holder::kill();
+    LevelHolder::kill();
 }
 
 } // namespace ZMT::CORE

@@ -18,6 +18,9 @@ class ViewInfo;
 
 namespace ZMT::CORE {
 
+/// Of the boxes of textures that lie on any height.
+inline constexpr double unboundedHeight = 1e42;
+
 /// One resolution of an image.
 struct LODTextureLevel {
     double pixelSizeX, pixelSizeY; ///< in map units

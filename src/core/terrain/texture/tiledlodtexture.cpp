@@ -32,7 +32,6 @@ namespace {
 using Point = NBX::Vector3Base<double>;
 using Levels = LODTextureRequest::Levels;
 
-constexpr double s_unbounded = 1e42;
 constexpr double s_idleSleep = 0.0;
 
 unsigned s_maxTextureMemory = usualTextureMemory;
@@ -147,8 +146,9 @@ TiledLODTexture::~TiledLODTexture() = default;
 
 NBX::Bounds TiledLODTexture::boundingBox() const {
     if (!pyramid_) return {};
-    return GeoTransformation::geo2nbxTf(NBX::Bounds(Point(pyramid_->minX(), -s_unbounded, pyramid_->minY()),
-                                                    Point(pyramid_->maxX(), s_unbounded, pyramid_->maxY())));
+    return GeoTransformation::geo2nbxTf(
+        NBX::Bounds(Point(pyramid_->minX(), -unboundedHeight, pyramid_->minY()),
+                    Point(pyramid_->maxX(), unboundedHeight, pyramid_->maxY())));
 }
 
 const Levels & TiledLODTexture::levels() const {

@@ -38,12 +38,12 @@ using NBX::SO;
 namespace {
 
 using TriangleID = AtlasTreeGenerator::TriangleID;
-using Triangles = AtlasTreeGenerator::Triangles;
+using TriangleIDs = AtlasTreeGenerator::Triangles;
 using AtlasTree = AtlasTreeGenerator::AtlasTree;
 using IDs = std::vector<TriangleID>;
 using Vector = NBX::Vector3Base<double>;
 
-SO<Triangles> trianglesOf(IDs ids) {
+SO<TriangleIDs> trianglesOf(IDs ids) {
     return new NBX::NonPersistentArray<TriangleID>(std::move(ids));
 }
 
@@ -80,7 +80,7 @@ struct Measured {
 };
 using MeasuredIterator = std::vector<Measured>::iterator;
 
-std::vector<Measured> measured(const Triangles & triangles, const TriangleContainer & container,
+std::vector<Measured> measured(const TriangleIDs & triangles, const TriangleContainer & container,
                                unsigned axis0, unsigned axis1) {
     std::vector<Measured> result;
     result.reserve(triangles.size());
@@ -110,7 +110,7 @@ std::ptrdiff_t sortAndHalve(MeasuredIterator begin, MeasuredIterator end, unsign
     return end - begin;
 }
 
-SO<Triangles> sortedGroup(MeasuredIterator begin, MeasuredIterator end) {
+SO<TriangleIDs> sortedGroup(MeasuredIterator begin, MeasuredIterator end) {
     IDs ids;
     ids.reserve(std::size_t(end - begin));
     std::transform(begin, end, std::back_inserter(ids), [](const Measured & m) { return m.id; });
@@ -118,7 +118,7 @@ SO<Triangles> sortedGroup(MeasuredIterator begin, MeasuredIterator end) {
     return trianglesOf(std::move(ids));
 }
 
-SO<Triangles> merged(const Triangles & a, const Triangles & b) {
+SO<TriangleIDs> merged(const TriangleIDs & a, const TriangleIDs & b) {
     IDs ids;
     ids.reserve(std::size_t(a.size()) + b.size());
     std::merge(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(ids));
@@ -126,7 +126,7 @@ SO<Triangles> merged(const Triangles & a, const Triangles & b) {
 }
 
 /// Three for each triangle.
-SO<NBX::Iterator<Vector>> cornersOf(const Triangles & triangles, const TriangleContainer & container) {
+SO<NBX::Iterator<Vector>> cornersOf(const TriangleIDs & triangles, const TriangleContainer & container) {
     std::vector<Vector> corners;
     corners.reserve(std::size_t(triangles.size()) * 3);
     for (const TriangleID & id : triangles) {
@@ -140,7 +140,7 @@ SO<NBX::Iterator<Vector>> cornersOf(const Triangles & triangles, const TriangleC
 class TreeGrowth {
 public:
     using Node = AtlasTree::NodePointer;
-    using Fits = std::function<bool(const SO<Triangles> &)>;
+    using Fits = std::function<bool(const SO<TriangleIDs> &)>;
 
     TreeGrowth(const SO<AtlasTree> & tree, const SO<TriangleContainer> & container, Fits fits)
         : tree_(tree), container_(container), fits_(std::move(fits)) {}
@@ -178,10 +178,10 @@ private:
     }
 
     void divide(const Node & node) {
-        const SO<Triangles> triangles = node->content.triangles;
+        const SO<TriangleIDs> triangles = node->content.triangles;
         node->content.triangles = nullptr;
         tree_->createChildren(node);
-        const std::array<SO<Triangles>, 4> groups =
+        const std::array<SO<TriangleIDs>, 4> groups =
             AtlasTreeGenerator::quadrisect(*triangles, *container_, tree_->axis(0), tree_->axis(1));
         for (unsigned i = 4; i-- > 0;) {
             waiting_.push_back(tree_->child(node, i));
@@ -195,7 +195,7 @@ private:
         for (unsigned i = 0; parent && i < 4; ++i) {
             const Node sibling = tree_->child(parent, i);
             if (sibling->content.imageFile.empty()) continue;
-            const SO<Triangles> both = merged(*sibling->content.triangles, *node->content.triangles);
+            const SO<TriangleIDs> both = merged(*sibling->content.triangles, *node->content.triangles);
             if (!fits_(both)) continue;
             node->content.triangles = both;
             sibling->content = AtlasTreeGenerator::AtlasNode();
@@ -230,13 +230,13 @@ SO<AtlasTree> AtlasTreeGenerator::createAtlasTree(SO<TriangleContainer> containe
     if (TexturedTriangleTree::getVerbose()) std::cout << "\tComputing tree...\n";
     const SO<AtlasTree> tree = emptyTree(*container);
     tree->root()->content.triangles = trianglesOf(allTriangles(*container));
-    TreeGrowth growth(tree, container, [&](const SO<Triangles> & triangles) {
+    TreeGrowth growth(tree, container, [&](const SO<TriangleIDs> & triangles) {
         return fits(triangles, container, distance, fieldOfView, screenSize, quality, atlasSize);
     });
     return growth.run(tree->root()->content.triangles->size()) ? tree : nullptr;
 }
 
-bool AtlasTreeGenerator::areaFits(const Triangles & triangles, const TriangleContainer & container,
+bool AtlasTreeGenerator::areaFits(const TriangleIDs & triangles, const TriangleContainer & container,
                                   double unitsPerTexel, int atlasSize) {
     const double limit = double(atlasSize) * atlasSize * unitsPerTexel * unitsPerTexel;
     double sum = 0.0;
@@ -247,7 +247,7 @@ bool AtlasTreeGenerator::areaFits(const Triangles & triangles, const TriangleCon
     return true;
 }
 
-bool AtlasTreeGenerator::fits(const SO<Triangles> & triangles, const SO<TriangleContainer> & container,
+bool AtlasTreeGenerator::fits(const SO<TriangleIDs> & triangles, const SO<TriangleContainer> & container,
                               double distance, double fieldOfView, int screenSize, double quality,
                               int atlasSize) {
     if (!triangles || triangles->size() <= 1) return true;
@@ -268,9 +268,9 @@ bool AtlasTreeGenerator::fits(const SO<Triangles> & triangles, const SO<Triangle
                                                                   unsigned(atlasSize)));
 }
 
-std::array<SO<Triangles>, 4> AtlasTreeGenerator::quadrisect(const Triangles & triangles,
-                                                            const TriangleContainer & container,
-                                                            unsigned axis0, unsigned axis1) {
+std::array<SO<TriangleIDs>, 4> AtlasTreeGenerator::quadrisect(const TriangleIDs & triangles,
+                                                              const TriangleContainer & container,
+                                                              unsigned axis0, unsigned axis1) {
     std::vector<Measured> all = measured(triangles, container, axis0, axis1);
     const auto begin = all.begin();
     const auto n = std::ptrdiff_t(all.size());

@@ -34,8 +34,8 @@ using AtlasTree = AtlasTreeGenerator::AtlasTree;
 using TextureFormat = TexturedTriangleTree::TextureFormat;
 using TriangleID = TriangleContainer::TriangleID;
 using Vector = TriangleContainer::Vector;
-using Vectors = NBX::Array<Vector>;
-using Triangles = AtlasTreeGenerator::Triangles;
+using VectorArray = NBX::Array<Vector>;
+using TriangleIDs = AtlasTreeGenerator::Triangles;
 
 unsigned depthBelow(AtlasTree & tree, const AtlasTree::NodePointer & node) {
     unsigned depth = 0;
@@ -50,8 +50,8 @@ bool hasAtlas(const AtlasTree::NodePointer & leaf) {
 }
 
 /// The triangles of the leaves that have an atlas, children before what lies behind their parent.
-std::vector<SO<Triangles>> leavesOf(AtlasTree & tree) {
-    std::vector<SO<Triangles>> leaves;
+std::vector<SO<TriangleIDs>> leavesOf(AtlasTree & tree) {
+    std::vector<SO<TriangleIDs>> leaves;
     std::vector<AtlasTree::NodePointer> waiting{tree.root()};
     while (!waiting.empty()) {
         const AtlasTree::NodePointer node = waiting.back();
@@ -64,9 +64,9 @@ std::vector<SO<Triangles>> leavesOf(AtlasTree & tree) {
 }
 
 /// Triangles that become a shape.
-class Mesh {
+class ShapeMesh {
 public:
-    explicit Mesh(const SO<TriangleContainer> & container) : container_(container) {}
+    explicit ShapeMesh(const SO<TriangleContainer> & container) : container_(container) {}
 
     /// With the coordinates of set 0 as they are now, and others as set 1.
     void add(const TriangleID & id, const std::array<Vector, 3> * secondSet = nullptr) {
@@ -97,8 +97,8 @@ public:
 
 private:
     SO<TriangleContainer> container_;
-    SO<Vectors> vertices_{new Vectors()}, texCoords_{new Vectors()}, secondSet_{new Vectors()},
-        models_{new Vectors()};
+    SO<VectorArray> vertices_{new VectorArray()}, texCoords_{new VectorArray()},
+        secondSet_{new VectorArray()}, models_{new VectorArray()};
     SO<NBX::Array<NBX::Color>> colors_{new NBX::Array<NBX::Color>()};
     NBX::Bounds box_;
 };
@@ -210,7 +210,7 @@ private:
     SO<Image> makeLeaf(const AtlasNode & atlasNode, RenderNode & content, unsigned depth) {
         changes_[&content].minDistance = resolution_.distance;
         if (!hasAtlas(atlasNode)) return nullptr;
-        const Triangles & triangles = *atlasNode->content.triangles;
+        const TriangleIDs & triangles = *atlasNode->content.triangles;
         std::vector<std::array<Vector, 3>> sourceCoordinates;
         sourceCoordinates.reserve(triangles.size());
         for (const TriangleID & id : triangles)
@@ -226,7 +226,7 @@ private:
     }
 
     /// From the coordinates of an atlas to those of the picture that all atlases of the deepest level make.
-    void moveToTree(const Triangles & triangles, const std::vector<unsigned> & digits, unsigned depth) {
+    void moveToTree(const TriangleIDs & triangles, const std::vector<unsigned> & digits, unsigned depth) {
         Vector offset;
         for (std::size_t i = 0; i < digits.size(); ++i) {
             const double half = std::ldexp(1.0, int(maxDepth_ - 1 - i));
@@ -241,11 +241,11 @@ private:
         }
     }
 
-    void takeGeometry(const Triangles & triangles,
+    void takeGeometry(const TriangleIDs & triangles,
                       const std::vector<std::array<Vector, 3>> & sourceCoordinates, RenderNode & content) {
-        Mesh all(container_);
+        ShapeMesh all(container_);
         std::vector<unsigned> numbers;
-        std::vector<Mesh> parts;
+        std::vector<ShapeMesh> parts;
         for (unsigned i = 0; i < triangles.size(); ++i) {
             const TriangleID id = triangles.get(i);
             all.add(id);
@@ -262,7 +262,7 @@ private:
         }
         content.bounds = all.box();
         content.triangles = all.newShape(false);
-        for (const Mesh & part : parts)
+        for (const ShapeMesh & part : parts)
             content.originalGeometry.push_back(part.newShape(true));
         content.originalTextures = new RenderNode::Textures();
         if (layer_ == 0) writeSources(numbers, content);

@@ -17,19 +17,19 @@ namespace {
 
 using Vector = NBX::Vector3Base<double>;
 
-struct Corner {
+struct TexturedCorner {
     Vector vertex, texCoord;
     NBX::Color color;
     double model; ///< the same at all corners of a triangle
 };
-using Corners = std::array<Corner, 3>;
+using TexturedCorners = std::array<TexturedCorner, 3>;
 
 NBX::Color mean(const NBX::Color & a, const NBX::Color & b) {
     return {(double(a[0]) + b[0]) / 2.0, (double(a[1]) + b[1]) / 2.0, (double(a[2]) + b[2]) / 2.0,
             (double(a[3]) + b[3]) / 2.0};
 }
 
-Corner mean(const Corner & a, const Corner & b) {
+TexturedCorner mean(const TexturedCorner & a, const TexturedCorner & b) {
     return {(a.vertex + b.vertex) / 2.0, (a.texCoord + b.texCoord) / 2.0, mean(a.color, b.color), a.model};
 }
 
@@ -39,7 +39,7 @@ struct Edge {
     double difference = 0.0;
 };
 
-Edge longestEdge(const Corners & c, unsigned axis) {
+Edge longestEdge(const TexturedCorners & c, unsigned axis) {
     Edge longest;
     for (unsigned i = 0; i < 3; ++i) {
         const double difference = std::abs(c[(i + 1) % 3].texCoord[axis] - c[i].texCoord[axis]);
@@ -49,7 +49,7 @@ Edge longestEdge(const Corners & c, unsigned axis) {
 }
 
 /// About how many pieces a triangle falls into.
-double expectedPieces(const Corners & corners, double maxRepeat) {
+double expectedPieces(const TexturedCorners & corners, double maxRepeat) {
     const auto parts = [&](unsigned axis) {
         return std::ceil(longestEdge(corners, axis).difference / maxRepeat);
     };
@@ -61,7 +61,7 @@ public:
     Splitter(double maxRepeat, std::uint64_t budget) : maxRepeat_(maxRepeat), budget_(budget) {}
 
     /// Appends the pieces of a triangle to `output`.
-    void split(const Corners & corners, TriangleLists & output) {
+    void split(const TexturedCorners & corners, TriangleLists & output) {
         const bool whole = needsSplit(corners) &&
                            !(expectedPieces(corners, maxRepeat_) <= TriangleCollector::maxPiecesOfTriangle);
         if (whole) {
@@ -72,7 +72,7 @@ public:
         stack_.push_back(corners);
         bool complete = true;
         while (!stack_.empty()) {
-            const Corners piece = stack_.back();
+            const TexturedCorners piece = stack_.back();
             stack_.pop_back();
             complete = halve(piece) && complete;
             if (!wasHalved_) append(piece, output);
@@ -84,13 +84,13 @@ public:
     bool hasModels = false;
 
 private:
-    bool needsSplit(const Corners & c) const {
+    bool needsSplit(const TexturedCorners & c) const {
         return std::max(longestEdge(c, 0).difference, longestEdge(c, 1).difference) > maxRepeat_;
     }
 
     /// Puts the halves on the stack, unless the piece is small enough. False when it is not, and the budget
     /// is spent.
-    bool halve(const Corners & c) {
+    bool halve(const TexturedCorners & c) {
         wasHalved_ = false;
         const Edge alongS = longestEdge(c, 0), alongT = longestEdge(c, 1);
         const Edge & edge = alongS.difference >= alongT.difference ? alongS : alongT;
@@ -98,14 +98,14 @@ private:
         if (result.splits >= budget_) return false;
         ++result.splits;
         const unsigned i = edge.number, j = (i + 1) % 3, k = (i + 2) % 3;
-        const Corner middle = mean(c[i], c[j]);
+        const TexturedCorner middle = mean(c[i], c[j]);
         stack_.push_back({middle, c[j], c[k]});
         stack_.push_back({c[i], middle, c[k]});
         return wasHalved_ = true;
     }
 
-    void append(const Corners & corners, TriangleLists & output) const {
-        for (const Corner & corner : corners) {
+    void append(const TexturedCorners & corners, TriangleLists & output) const {
+        for (const TexturedCorner & corner : corners) {
             output.vertices.push_back(corner.vertex);
             output.texCoords.push_back(corner.texCoord);
             output.colors.push_back(corner.color);
@@ -115,7 +115,7 @@ private:
 
     double maxRepeat_;
     std::uint64_t budget_;
-    std::vector<Corners> stack_;
+    std::vector<TexturedCorners> stack_;
     bool wasHalved_ = false;
 };
 
@@ -130,7 +130,7 @@ RepeatSplit::Result RepeatSplit::apply(TriangleLists & triangles, double maxRepe
     output.colors.reserve(triangles.vertices.size());
     output.models.reserve(triangles.models.size());
     for (std::size_t i = 0; i + 2 < triangles.vertices.size(); i += 3) {
-        Corners corners;
+        TexturedCorners corners;
         for (std::size_t k = 0; k < 3; ++k)
             corners[k] = {triangles.vertices[i + k], triangles.texCoords[i + k], triangles.colors[i + k],
                           splitter.hasModels ? triangles.models[i + k] : 0.0};

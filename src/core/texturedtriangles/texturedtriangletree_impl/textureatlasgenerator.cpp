@@ -33,7 +33,6 @@ using Corners = std::array<Vector, 3>;
 
 /// Texels of the shortest side of a patch, and of the atlas that no patch takes.
 constexpr int s_leastPatchEdge = TextureSizeCalculator::BORDER;
-constexpr double s_leastNormal2 = 0.99;
 /// In world units.
 constexpr double s_leastEdge = 1e-10;
 
@@ -93,7 +92,7 @@ Vector normalOfPatch(const TriangleCorners & corners, const Triangles & triangle
 /// Nothing for a patch without extent.
 std::optional<PatchFrame> frameOf(const TriangleCorners & corners, const Triangles & triangles) {
     const Vector normal = normalOfPatch(corners, triangles);
-    if (!(normal.length2() >= s_leastNormal2)) return std::nullopt;
+    if (!(normal.length2() >= leastNormal2)) return std::nullopt;
     PatchFrame frame;
     frame.triangles = &triangles;
     const Matrix turn = NBX::AlgorithmImpl::rotateToXZPlane(normal);

@@ -47,10 +47,10 @@ struct AtlasTriangle {
 };
 
 /// What one texture is drawn on.
-struct Part {
+struct TexturePass {
     std::vector<AtlasTriangle> triangles;
 };
-using Parts = std::map<int, Part>;
+using TexturePasses = std::map<int, TexturePass>;
 
 /// False for a triangle without area on the atlas, which has no place there.
 bool newAtlasTriangle(const Corners & atlasCoords, Corners texCoords, AtlasTriangle & triangle) {
@@ -69,9 +69,9 @@ bool newAtlasTriangle(const Corners & atlasCoords, Corners texCoords, AtlasTrian
 }
 
 /// Corners of polygons on the atlas with the texture coordinates that belong there.
-class Mesh {
+class PassMesh {
 public:
-    explicit Mesh(const AtlasTriangle * triangle = nullptr) : triangle_(triangle) {}
+    explicit PassMesh(const AtlasTriangle * triangle = nullptr) : triangle_(triangle) {}
 
     void begin(const AtlasTriangle & triangle) { triangle_ = &triangle; }
     void append(const Vector & p) {
@@ -96,7 +96,7 @@ private:
 };
 
 /// A strip along each edge, `width` outwards, and a square of that size around each corner.
-void appendWidening(const AtlasTriangle & triangle, double width, Mesh & mesh) {
+void appendWidening(const AtlasTriangle & triangle, double width, PassMesh & mesh) {
     const double half = width / 2.0;
     for (unsigned i = 0; i < 3; ++i) {
         const Vector & a = triangle.corners[i];
@@ -108,8 +108,8 @@ void appendWidening(const AtlasTriangle & triangle, double width, Mesh & mesh) {
     }
 }
 
-NBX::SO<NBX::PolygonSet> newPass(const Part & part, double width) {
-    Mesh mesh;
+NBX::SO<NBX::PolygonSet> newPass(const TexturePass & part, double width) {
+    PassMesh mesh;
     for (const AtlasTriangle & triangle : part.triangles) {
         mesh.begin(triangle);
         if (width > 0.0)
@@ -122,10 +122,10 @@ NBX::SO<NBX::PolygonSet> newPass(const Part & part, double width) {
 }
 
 /// The triangles that have a place, by their texture.
-Parts partsOf(const Vectors & texCoords, const Triangles * textureNumbers, const Vectors & atlasCoords,
-              const Groups * patches) {
+TexturePasses partsOf(const Vectors & texCoords, const Triangles * textureNumbers,
+                      const Vectors & atlasCoords, const Groups * patches) {
     const TriangleCorners source(texCoords), atlas(atlasCoords);
-    Parts parts;
+    TexturePasses parts;
     const auto append = [&](int triangle) {
         AtlasTriangle made;
         if (!source.contains(triangle) || !atlas.contains(triangle) ||
@@ -147,7 +147,7 @@ Parts partsOf(const Vectors & texCoords, const Triangles * textureNumbers, const
 }
 
 /// From the lowest to the highest thing in z, as it is drawn; 0 to 0 without anything.
-std::pair<double, double> depthsOf(const Parts & parts) {
+std::pair<double, double> depthsOf(const TexturePasses & parts) {
     NBX::Bounds box;
     for (const auto & [number, part] : parts)
         for (const AtlasTriangle & triangle : part.triangles)
@@ -158,7 +158,7 @@ std::pair<double, double> depthsOf(const Parts & parts) {
 
 using HeldTextures = std::map<int, NBX::SO<NBX::ImageTexture2DGL>>;
 
-HeldTextures texturesOf(const Parts & parts, const Textures * textures) {
+HeldTextures texturesOf(const TexturePasses & parts, const Textures * textures) {
     HeldTextures held;
     for (const auto & [number, part] : parts)
         if (number >= 0 && textures && static_cast<unsigned>(number) < textures->size())
@@ -170,7 +170,7 @@ HeldTextures texturesOf(const Parts & parts, const Textures * textures) {
 class PassNode : public NBX::SceneNode {
     NBX_TEMPLATE_CLASS(PassNode, NBX::SceneNode)
 public:
-    PassNode(const Parts & parts, const HeldTextures & textures, double width)
+    PassNode(const TexturePasses & parts, const HeldTextures & textures, double width)
         : parts_(parts), textures_(textures), width_(width) {}
 
     void evaluate(NBX::Engine * engine) override {
@@ -185,13 +185,13 @@ public:
     NBX::Bounds boundingBox(NBX::Engine *) override { return {}; }
 
 private:
-    const Parts & parts_;
+    const TexturePasses & parts_;
     const HeldTextures & textures_;
     double width_;
 };
 
 /// Borrows what it draws.
-NBX::SO<NBX::SceneThing> newScene(const Parts & parts, const HeldTextures & textures, int border,
+NBX::SO<NBX::SceneThing> newScene(const TexturePasses & parts, const HeldTextures & textures, int border,
                                   unsigned atlasSize) {
     const auto [zmin, zmax] = depthsOf(parts);
     NBX::SO<NBX::SceneThing> scene(new NBX::SceneThing);
@@ -230,7 +230,7 @@ NBX::SO<NBX::Image> TextureAtlasGenerator::renderTextureAtlas(
     NBX_CHECK(atlasCoords, L"no iterator");
     NBX_CHECK(canvas, L"no canvas");
     if (!texCoords || !atlasCoords || !canvas) return nullptr;
-    const Parts parts = partsOf(*texCoords, textureNumbers, *atlasCoords, patches);
+    const TexturePasses parts = partsOf(*texCoords, textureNumbers, *atlasCoords, patches);
     const HeldTextures held = texturesOf(parts, textures);
     const NBX::SO<NBX::SceneThing> scene = newScene(parts, held, border, canvas->getWidth());
     canvas->append(scene.get());

@@ -93,7 +93,7 @@ SO<ImageTexture2DGL> defaultTexture() {
 }
 
 /// The wrappers by first meeting.
-class Textures {
+class FoundTextures {
 public:
     /// The wrapper of what is in force; null for no texture, and for one whose image cannot be read.
     /// `textureMatrix` is what the coordinates have to go through before they fit to the wrapper.
@@ -319,7 +319,7 @@ private:
     double maxTextureRepeat_;
     bool unique_, splitRepeats_;
     bool hasModels_ = false; ///< then all meshes tell, as those of a tree are joined
-    Textures textures_;
+    FoundTextures textures_;
     std::vector<MeshParts> meshes_; ///< by first meeting
     std::unordered_map<const TextureWrapper *, std::size_t> numbers_;
 };

@@ -7,6 +7,9 @@
 
 namespace ZMT::CORE {
 
+/// Of the squared length of a normal that was normalized: below it a triangle has none.
+inline constexpr double leastNormal2 = 0.99;
+
 /// A sequence with three elements to a triangle, read by triangle. Borrows the sequence.
 class TriangleCorners {
 public:

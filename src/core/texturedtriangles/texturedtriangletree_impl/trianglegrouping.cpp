@@ -28,8 +28,6 @@ using Corners = std::array<Vector, 3>;
 using Groups = TextureAtlasGenerator::Groups;
 using GroupList = NBX::NonPersistentArray<NBX::SO<NBX::Iterator<int>>>;
 
-/// Below it a triangle has no normal.
-constexpr double s_leastNormal2 = 0.99;
 constexpr double s_leastCosine = 0.9;
 /// In world units.
 constexpr double s_planeThickness = 1.0;
@@ -131,7 +129,7 @@ NBX::SO<Groups> TextureAtlasGenerator::groupParallelTriangles(const Vectors * ve
     const TriangleCorners corners(*vertices);
     Buckets buckets;
     for (int triangle = 0; triangle < corners.size(); ++triangle)
-        if (const Vector normal = normalOf(corners[triangle]); normal.length2() >= s_leastNormal2)
+        if (const Vector normal = normalOf(corners[triangle]); normal.length2() >= leastNormal2)
             buckets[directionOf(normal)].push_back(triangle);
 
     const NBX::SO<GroupList> groups(new GroupList);

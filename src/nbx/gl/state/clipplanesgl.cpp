@@ -45,7 +45,7 @@ void ClipPlanesGL::update(EngineGL * engine) {
 
 namespace {
 
-const bool registered =
+const bool s_planesRegistered =
     (EngineGL::setPolyAttributesPainter(ClipPlane::ClassNameNBX(), &ClipPlanesGL::update), true);
 
 } // namespace

@@ -78,7 +78,8 @@ void LightsGL::update(EngineGL * engine) {
 
 namespace {
 
-const bool registered = (EngineGL::setPolyAttributesPainter(Light::ClassNameNBX(), &LightsGL::update), true);
+const bool s_lightsRegistered =
+    (EngineGL::setPolyAttributesPainter(Light::ClassNameNBX(), &LightsGL::update), true);
 
 } // namespace
 

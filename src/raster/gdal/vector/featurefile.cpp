@@ -32,15 +32,6 @@ namespace ZMT::RASTER {
 
 namespace {
 
-GeoExtent common(const GeoExtent & a, const GeoExtent & b) {
-    return {std::max(a.minX, b.minX), std::max(a.minY, b.minY), std::min(a.maxX, b.maxX),
-            std::min(a.maxY, b.maxY)};
-}
-
-bool isEmpty(const GeoExtent & extent) {
-    return !(extent.minX <= extent.maxX && extent.minY <= extent.maxY);
-}
-
 double sizeOf(const GeoExtent & extent) {
     return (extent.maxX - extent.minX) * (extent.maxY - extent.minY);
 }

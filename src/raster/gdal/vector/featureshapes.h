@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -48,6 +49,16 @@ void cutShapes(const FeatureShapes & shapes, const GeoExtent & extent, FeatureSh
 /// way round. Areas keep at least a triangle, or vanish where they are smaller than `tolerance` in x and in
 /// y. Heights count for nothing.
 void simplifyShapes(const FeatureShapes & shapes, double tolerance, FeatureShapes & result);
+
+/// Of two that do not touch it is empty.
+inline GeoExtent common(const GeoExtent & a, const GeoExtent & b) {
+    return {std::max(a.minX, b.minX), std::max(a.minY, b.minY), std::min(a.maxX, b.maxX),
+            std::min(a.maxY, b.maxY)};
+}
+
+inline bool isEmpty(const GeoExtent & extent) {
+    return !(extent.minX <= extent.maxX && extent.minY <= extent.maxY);
+}
 
 inline bool touches(const GeoExtent & a, const GeoExtent & b) {
     return a.minX <= b.maxX && b.minX <= a.maxX && a.minY <= b.maxY && b.minY <= a.maxY;

@@ -30,15 +30,6 @@ constexpr unsigned s_deepest = 16;
 /// What a feature may get of positions on long edges, beyond those that it has.
 constexpr double s_mostNew = 1e6;
 
-GeoExtent common(const GeoExtent & a, const GeoExtent & b) {
-    return {std::max(a.minX, b.minX), std::max(a.minY, b.minY), std::min(a.maxX, b.maxX),
-            std::min(a.maxY, b.maxY)};
-}
-
-bool isEmpty(const GeoExtent & extent) {
-    return !(extent.minX <= extent.maxX && extent.minY <= extent.maxY);
-}
-
 GeoExtent around(const GeoExtent & a, const GeoExtent & b) {
     if (isEmpty(a)) return b;
     if (isEmpty(b)) return a;

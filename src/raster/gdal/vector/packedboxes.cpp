@@ -15,13 +15,13 @@ namespace {
 constexpr std::size_t s_nodeSize = 16;
 constexpr unsigned s_curveBits = 16; ///< an axis
 
-constexpr float s_infinity = std::numeric_limits<float>::infinity();
+constexpr float s_floatInfinity = std::numeric_limits<float>::infinity();
 constexpr float s_largest = std::numeric_limits<float>::max();
 
 float below(double value) {
-    if (value < -s_largest) return -s_infinity;
+    if (value < -s_largest) return -s_floatInfinity;
     const auto rounded = static_cast<float>(std::min<double>(value, s_largest));
-    return rounded > value ? std::nextafter(rounded, -s_infinity) : rounded;
+    return rounded > value ? std::nextafter(rounded, -s_floatInfinity) : rounded;
 }
 
 float above(double value) {

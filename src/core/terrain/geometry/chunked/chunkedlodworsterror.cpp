@@ -22,11 +22,11 @@ namespace {
 
 using Lattice = ChunkedLodTerrain::Impl;
 
-struct Position {
+struct LatticePlace {
     unsigned x, y;
 };
 
-Position middleOf(Position a, Position b) {
+LatticePlace middleOf(LatticePlace a, LatticePlace b) {
     return {(a.x + b.x) / 2, (a.y + b.y) / 2};
 }
 
@@ -40,7 +40,7 @@ constexpr double s_marginOfSamples = 1.25;
 
 /// A vertex of a drawn triangle, or one replaced by it.
 struct Vertex {
-    Position place;
+    LatticePlace place;
     double drawn;    ///< height of the surface
     double distance; ///< above the height of the vertex
 };
@@ -72,8 +72,8 @@ public:
         threshold_ = w.threshold;
         allowed_ = ratio_ * threshold_;
         const unsigned last = w.size - 1;
-        const Position a{w.x, w.y}, b{w.x + last, w.y}, c{w.x + last, w.y + last}, d{w.x, w.y + last};
-        const Position centre = middleOf(a, c);
+        const LatticePlace a{w.x, w.y}, b{w.x + last, w.y}, c{w.x + last, w.y + last}, d{w.x, w.y + last};
+        const LatticePlace centre = middleOf(a, c);
         refine(levels, centre, a, b);
         refine(levels, centre, b, c);
         refine(levels, centre, c, d);
@@ -86,16 +86,16 @@ public:
 
 private:
     /// Looks for the triangles of the mesh. That of the window has its right angle at `i`.
-    void refine(unsigned levels, Position i, Position j, Position k) {
+    void refine(unsigned levels, LatticePlace i, LatticePlace j, LatticePlace k) {
         if (levels == 0) return;
         ++steps_;
-        const Position m = middleOf(j, k);
+        const LatticePlace m = middleOf(j, k);
         if (errorAt(m) < threshold_) return addTriangle(levels, i, j, k);
         refine(levels - 1, m, j, i);
         refine(levels - 1, m, i, k);
     }
 
-    void addTriangle(unsigned levels, Position i, Position j, Position k) {
+    void addTriangle(unsigned levels, LatticePlace i, LatticePlace j, LatticePlace k) {
         if (std::max({i.x, j.x, k.x}) <= lastX_ && std::max({i.y, j.y, k.y}) <= lastY_)
             return explore(levels, shown(i), shown(j), shown(k));
         // Beyond the border all columns, or all rows, fall into one.
@@ -106,7 +106,7 @@ private:
     void explore(unsigned levels, const Vertex & i, const Vertex & j, const Vertex & k) {
         ++steps_;
         constexpr double rounding = 0.5; // of the middle of an edge
-        const Position place = middleOf(j.place, k.place);
+        const LatticePlace place = middleOf(j.place, k.place);
         const double corners = std::max({std::abs(i.distance), std::abs(j.distance), std::abs(k.distance)});
         if (corners + worstDistances_[levels] * (errorAt(place) + rounding) <= allowed_) return;
         const double drawn = (j.drawn + k.drawn) / 2.0;
@@ -118,8 +118,8 @@ private:
     }
 
     /// All vertices below a triangle that is cut off at the border.
-    void scan(Position i, Position j, Position k) {
-        const auto corner = [&](Position p) {
+    void scan(LatticePlace i, LatticePlace j, LatticePlace k) {
+        const auto corner = [&](LatticePlace p) {
             return LatticeTriangle::Corner{std::min(p.x, lastX_), std::min(p.y, lastY_)};
         };
         const auto height = [&](const LatticeTriangle::Corner & c) {
@@ -153,9 +153,11 @@ private:
         ratio_ = allowed_ / threshold_;
     }
 
-    Vertex shown(Position p) const { return {p, double(heightAt(p)), 0.0}; }
-    unsigned heightAt(Position p) const { return lattice_.heights()[p.x + std::size_t(p.y) * (lastX_ + 1)]; }
-    unsigned errorAt(Position p) const {
+    Vertex shown(LatticePlace p) const { return {p, double(heightAt(p)), 0.0}; }
+    unsigned heightAt(LatticePlace p) const {
+        return lattice_.heights()[p.x + std::size_t(p.y) * (lastX_ + 1)];
+    }
+    unsigned errorAt(LatticePlace p) const {
         return lattice_.errors()[p.x + p.y + (std::size_t(p.y) << rowShift_)];
     }
 

@@ -145,10 +145,6 @@ bool isSameLayout(const TerrainLayout & layout, const TerrainPlanFile & plan) {
            isSame(source, plan.sourceArea);
 }
 
-std::wstring wide(const std::string & text) {
-    return NBX::StringUtils::Utf8String2WString(text);
-}
-
 std::string nameIn(const std::vector<std::string> & rasters) {
     return rasters.empty() ? "the raster" : rasters.front();
 }
@@ -174,7 +170,7 @@ std::vector<TerrainPart> openParts(const std::vector<std::string> & paths, const
         if (part.header().plan != plan.id()) throwForeign(part, plan);
         if (part.header().parts != parts.front().header().parts)
             throw NBX::InputException(L"is one of " + std::to_wstring(part.header().parts) + L" parts, but " +
-                                          wide(paths.front()) + L" one of " +
+                                          NBX::StringUtils::Utf8String2WString(paths.front()) + L" one of " +
                                           std::to_wstring(parts.front().header().parts) +
                                           L"; name the parts of one share-out",
                                       path);
@@ -188,7 +184,8 @@ std::vector<TerrainPart> openParts(const std::vector<std::string> & paths, const
         const std::uint32_t number = parts[i].header().part;
         if (number < expected)
             throw NBX::InputException(L"is part " + std::to_wstring(number) + L" once more, beside " +
-                                          wide(parts[i - 1].path()) + L"; name each part once",
+                                          NBX::StringUtils::Utf8String2WString(parts[i - 1].path()) +
+                                          L"; name each part once",
                                       parts[i].path());
         if (number > expected) break;
     }

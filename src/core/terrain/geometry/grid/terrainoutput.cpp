@@ -16,7 +16,7 @@ namespace {
 
 /// Of the light map.
 constexpr unsigned s_textureSize = 512;
-constexpr std::uint64_t s_copiedAtOnce = 0xa00000;
+constexpr std::uint64_t s_lightMapPiece = 0xa00000;
 
 } // namespace
 
@@ -68,7 +68,7 @@ void TerrainOutput::writeLightMap() {
     }
     file.seek(0, NBX::SM_End);
     side->seek(0);
-    std::vector<char> piece(std::min(s_copiedAtOnce, side->size()));
+    std::vector<char> piece(std::min(s_lightMapPiece, side->size()));
     while (const std::uint64_t bytes = side->read(piece.data(), piece.size()))
         file.write(piece.data(), bytes);
 }

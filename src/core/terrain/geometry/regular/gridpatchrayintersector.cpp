@@ -28,7 +28,7 @@ using NBX::RayTracingTechnique;
 using Matrix = NBX::Matrix4x4Base<double>;
 using Point = NBX::Vector3Base<double>;
 
-constexpr double s_infinity = std::numeric_limits<double>::infinity();
+constexpr double s_unlimited = std::numeric_limits<double>::infinity();
 
 /// Where the rounding of a triangle's test may see a hit beside the triangle, relative to the coordinates.
 constexpr double s_relativeMargin = 1e-11;
@@ -199,11 +199,11 @@ private:
     Strip strip(unsigned axis, double cellSize, unsigned level, unsigned block, unsigned low,
                 unsigned high) const {
         const unsigned size = GridHeightBounds::blockCells << level;
-        Strip result{std::max(block * size, low), std::min((block + 1) * size, high), {0.0, s_infinity}};
+        Strip result{std::max(block * size, low), std::min((block + 1) * size, high), {0.0, s_unlimited}};
         if (result.first < result.end)
             clip(result.span, axis, cellSize * result.first, cellSize * result.end);
         else
-            result.span = {s_infinity, 0.0};
+            result.span = {s_unlimited, 0.0};
         return result;
     }
 
@@ -299,11 +299,11 @@ private:
     const NBX::Ray & ray_;
     Cells domain_;
     double minY_, maxY_;
-    Point cell_;                ///< its x and z are the size of a cell
-    double margin_;             ///< in coordinates; how far beside a triangle its test may see a hit
-    double beyond_;             ///< how far the search goes behind the nearest hit, as a parameter
-    Point inverse_;             ///< of the components of the direction
-    double limit_ = s_infinity; ///< what lies behind it does not count
+    Point cell_;                 ///< its x and z are the size of a cell
+    double margin_;              ///< in coordinates; how far beside a triangle its test may see a hit
+    double beyond_;              ///< how far the search goes behind the nearest hit, as a parameter
+    Point inverse_;              ///< of the components of the direction
+    double limit_ = s_unlimited; ///< what lies behind it does not count
     const GridHeightBounds * bounds_ = nullptr;
     std::vector<Candidate> candidates_;
 };

@@ -33,10 +33,6 @@ constexpr double s_redisplayDelay = 0.05;
 
 unsigned long s_count = 0;
 
-VectorTextureTables & tables() {
-    return VectorTextureTables::instance();
-}
-
 /// Looks at a box from above; east is at the right, north at the top.
 NBX::SO<NBX::SceneThing> newView(const NBX::Bounds & box) {
     const Point center = box.center(), half = box.diagonal() * 0.5;
@@ -57,7 +53,7 @@ Matrix textureMatrix(const NBX::Bounds & box) {
 } // namespace
 
 NBX::Bounds VectorTextureRenderer::widened(const NBX::Bounds & bbox) {
-    const double share = s_margin / tables().canvasSize;
+    const double share = s_margin / VectorTextureTables::instance().canvasSize;
     const Point margin(bbox.diagonal().x * share, 0.0, bbox.diagonal().z * share);
     return {bbox.getLLF() - margin, bbox.getURB() + margin};
 }
@@ -89,10 +85,10 @@ NBX::SO<NBX::Texture2DGL> VectorTextureRenderer::renderTexture(const VectorTextu
     NBX::SO<NBX::Texture2DGL> texture;
     {
         const AppendedNodes appended(canvas);
-        const VectorSamplesGL samples(canvas, tables().samples);
+        const VectorSamplesGL samples(canvas, VectorTextureTables::instance().samples);
         owner.render(&canvas, box);
         canvas.append(newView(box).get());
-        texture = VectorTextureImageGL::draw(canvas, tables().textureFormat, &samples);
+        texture = VectorTextureImageGL::draw(canvas, VectorTextureTables::instance().textureFormat, &samples);
     }
     if (!texture) return nullptr;
     ++s_count;
@@ -104,23 +100,23 @@ NBX::SO<NBX::Texture2DGL> VectorTextureRenderer::renderTexture(const VectorTextu
 
 void VectorTextureRenderer::renderPatch(VectorTexture::Patch & patch, NBX::GLCanvas & canvas) {
     const auto texture = renderTexture(*patch.owner, canvas, patch.boundingBox());
-    if (texture) tables().store(&patch, texture);
+    if (texture) VectorTextureTables::instance().store(&patch, texture);
 }
 
 void VectorTextureRenderer::render(VectorTexture::Patch & patch) const {
-    const VectorTextureScopeGL scope(engine_, tables().canvasSize);
+    const VectorTextureScopeGL scope(engine_, VectorTextureTables::instance().canvasSize);
     if (scope.canvas()) renderPatch(patch, *scope.canvas());
 }
 
 void VectorTextureRenderer::renderQueue() const {
-    if (tables().queueLength() == 0) return;
-    const bool wasFull = tables().isFull();
-    const std::vector<NBX::SO<VectorTexture::Patch>> patches = tables().takeQueue();
+    if (VectorTextureTables::instance().queueLength() == 0) return;
+    const bool wasFull = VectorTextureTables::instance().isFull();
+    const std::vector<NBX::SO<VectorTexture::Patch>> patches = VectorTextureTables::instance().takeQueue();
     // Nobody was told that more would come.
-    const bool isUntold = wasFull && !tables().isFull();
+    const bool isUntold = wasFull && !VectorTextureTables::instance().isFull();
     if (isUntold && engine_ && engine_->getCanvas()) engine_->getCanvas()->postForRedisplay(s_redisplayDelay);
     if (patches.empty()) return;
-    const VectorTextureScopeGL scope(engine_, tables().canvasSize);
+    const VectorTextureScopeGL scope(engine_, VectorTextureTables::instance().canvasSize);
     if (!scope.canvas()) return;
     for (const NBX::SO<VectorTexture::Patch> & patch : patches)
         renderPatch(*patch, *scope.canvas());
@@ -130,7 +126,7 @@ NBX::SO<NBX::Texture2DGL> VectorTextureRenderer::renderFast(const VectorTexture 
                                                             const NBX::Bounds & fastBBox) const {
     NBX_CHECK(fastBBox.isDefined(), L"internal error");
     if (!fastBBox.isDefined()) return nullptr;
-    const VectorTextureScopeGL scope(engine_, tables().canvasSize);
+    const VectorTextureScopeGL scope(engine_, VectorTextureTables::instance().canvasSize);
     return scope.canvas() ? renderTexture(fastOwner, *scope.canvas(), fastBBox) : nullptr;
 }
 

@@ -23,7 +23,6 @@ namespace {
 
 using Resampling = HeightResampling;
 
-constexpr float s_none = std::numeric_limits<float>::quiet_NaN();
 /// Points that are read at once.
 constexpr std::uint32_t s_pointsAtOnce = 1U << 21U;
 
@@ -37,7 +36,7 @@ struct Rows {
     std::uint32_t minX, maxX;
 
     float at(const float * row, std::int64_t x) const {
-        return row && x >= minX && x <= maxX ? row[x - minX] : s_none;
+        return row && x >= minX && x <= maxX ? row[x - minX] : noLatticeHeight;
     }
 };
 
@@ -51,7 +50,7 @@ float nearest(const Rows & rows, std::int64_t x) {
           rows.at(rows.behind, x), rows.at(rows.before, x - 1), rows.at(rows.before, x + 1),
           rows.at(rows.behind, x - 1), rows.at(rows.behind, x + 1)})
         if (isDefined(other)) return other;
-    return s_none;
+    return noLatticeHeight;
 }
 
 /// The mean of what is defined: the point itself weighs four times as much as one at a corner.
@@ -67,7 +66,7 @@ float average(const Rows & rows, std::int64_t x) {
             sum += double(height) * weight;
             weights += weight;
         }
-    return weights > 0 ? static_cast<float>(sum / weights) : s_none;
+    return weights > 0 ? static_cast<float>(sum / weights) : noLatticeHeight;
 }
 
 } // namespace

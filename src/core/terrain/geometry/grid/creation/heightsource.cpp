@@ -16,14 +16,13 @@ namespace ZMT::CORE::GRID {
 
 namespace {
 
-constexpr float s_none = std::numeric_limits<float>::quiet_NaN();
 /// Positions this near to a cell, in cells, are taken for it: roundings make them differ.
 constexpr double s_sameCell = 1e-6;
 
 /// No range has room for what is infinite.
 void removeInfinite(float * heights, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
-        heights[i] = std::abs(heights[i]) <= std::numeric_limits<float>::max() ? heights[i] : s_none;
+        heights[i] = std::abs(heights[i]) <= std::numeric_limits<float>::max() ? heights[i] : noLatticeHeight;
 }
 
 /// The first and the last of `points` points, `step` apart from `first` on, between `low` and `high`; the
@@ -94,7 +93,7 @@ void ResampledHeightSource::read(std::uint32_t x, std::uint32_t y, std::uint32_t
             add(c.cell + 1, r.cell, c.share * (1.0 - r.share), sum, weights);
             add(c.cell, r.cell + 1, (1.0 - c.share) * r.share, sum, weights);
             add(c.cell + 1, r.cell + 1, c.share * r.share, sum, weights);
-            *heights++ = weights > 0.0 ? static_cast<float>(sum / weights) : s_none;
+            *heights++ = weights > 0.0 ? static_cast<float>(sum / weights) : noLatticeHeight;
         }
 }
 

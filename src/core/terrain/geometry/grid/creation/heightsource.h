@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include <nbx/object/so.h>
 #include <zmt/raster/rasterband.h>
@@ -17,6 +18,9 @@ struct LatticeArea {
     /// to it.
     LatticeArea halved() const { return {minX / 2, minY / 2, maxX - maxX / 2, maxY - maxY / 2}; }
 };
+
+/// Of a point without a height.
+inline constexpr float noLatticeHeight = std::numeric_limits<float>::quiet_NaN();
 
 /// Heights on the lattice of the finest samples of a terrain, read in windows. One thread at a time.
 class HeightSource {

@@ -17,8 +17,8 @@ using namespace TerrainFileFormat;
 
 namespace {
 
-constexpr char s_magic[9] = "ZMT-PART";
-constexpr std::uint32_t s_version = 1;
+constexpr char s_partMagic[9] = "ZMT-PART";
+constexpr std::uint32_t s_partVersion = 1;
 
 struct PieceHead {
     std::uint64_t blockBytes;
@@ -64,19 +64,19 @@ bool isSound(const Entry & entry, const TilePlace & place) {
 
 TerrainPartHeader TerrainPartHeader::of(std::uint32_t part, std::uint32_t parts) {
     TerrainPartHeader header{};
-    std::memcpy(header.magic, s_magic, sizeof header.magic);
-    header.version = s_version;
+    std::memcpy(header.magic, s_partMagic, sizeof header.magic);
+    header.version = s_partVersion;
     header.part = part;
     header.parts = parts;
     return header;
 }
 
 bool TerrainPartHeader::isMagic(const char * start) {
-    return std::memcmp(start, s_magic, sizeof magic) == 0;
+    return std::memcmp(start, s_partMagic, sizeof magic) == 0;
 }
 
 bool TerrainPartHeader::isSound() const {
-    return isMagic(magic) && version == s_version && part >= 1 && part <= parts && hash == hashOf(*this);
+    return isMagic(magic) && version == s_partVersion && part >= 1 && part <= parts && hash == hashOf(*this);
 }
 
 void TerrainPartHeader::seal() {

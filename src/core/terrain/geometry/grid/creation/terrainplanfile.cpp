@@ -19,8 +19,8 @@ using namespace TerrainFileFormat;
 
 namespace {
 
-constexpr char s_magic[9] = "ZMT-PLAN";
-constexpr std::uint32_t s_version = 2;
+constexpr char s_planMagic[9] = "ZMT-PLAN";
+constexpr std::uint32_t s_planVersion = 2;
 
 struct Head {
     char magic[8];
@@ -130,8 +130,8 @@ bool TerrainPlanFile::isSound() const {
 void TerrainPlanFile::write(NBX::File & file) const {
     const std::vector<char> bytes = description();
     Head head{};
-    std::memcpy(head.magic, s_magic, sizeof head.magic);
-    head.version = s_version;
+    std::memcpy(head.magic, s_planMagic, sizeof head.magic);
+    head.version = s_planVersion;
     head.descriptionSize = bytes.size();
     head.descriptionHash = hashOf(bytes);
     file.seek(0);
@@ -140,7 +140,7 @@ void TerrainPlanFile::write(NBX::File & file) const {
 }
 
 bool TerrainPlanFile::isMagic(const char * start) {
-    return std::memcmp(start, s_magic, sizeof(Head::magic)) == 0;
+    return std::memcmp(start, s_planMagic, sizeof(Head::magic)) == 0;
 }
 
 TerrainPlanFile TerrainPlanFile::read(NBX::File & file) {
@@ -148,7 +148,7 @@ TerrainPlanFile TerrainPlanFile::read(NBX::File & file) {
     file.seek(0);
     if (file.read(&head, sizeof head) != sizeof head || !isMagic(head.magic))
         throw NBX::InputException(L"is no plan of a terrain; choose one that --plan wrote", file.fullName());
-    if (head.version != s_version)
+    if (head.version != s_planVersion)
         throw NBX::InputException(L"is a plan of another version of this program; make it anew",
                                   file.fullName());
     if (head.zero != 0 || head.descriptionSize > file.size() - sizeof head) throwDamaged(file);

@@ -1,5 +1,6 @@
 #include "geometrypatchhack.h"
 
+#include "tilereader.h"
 #include "tilesquare.h"
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/geometry/base/geometrydata.h>
@@ -13,7 +14,6 @@ namespace {
 /// What a tile deviates from the finest heights is not known.
 constexpr double s_unknownError = 0.0;
 constexpr double s_noWall = 0.0;
-constexpr double s_atOnce = 1e42;
 
 /// The samples that a tile, or the part of one, shows.
 struct Samples {
@@ -71,7 +71,7 @@ NBX::SO<GeometryPatch> GeometryPatchHACK::child(unsigned i) const {
     const NBX::SO<GridTerrainTile> tile = tile_.lock();
     const NBX::SO<GridTerrainTile> child = tile && i < 4 ? tile->child(i, false) : nullptr;
     if (!child) return nullptr;
-    if (!child->gridBoundingBox().isDefined() && !child->requestTileData(s_atOnce, true, nullptr))
+    if (!child->gridBoundingBox().isDefined() && !child->requestTileData(tileAtOnce, true, nullptr))
         return nullptr;
     return child->geometryPatchHACK(terrain_.lock());
 }

@@ -10,6 +10,7 @@
 
 #include "gridposition.h"
 #include "gridterraintilequery.h"
+#include "tilesurface.h"
 #include <nbx/container/sequence/array.h>
 #include <nbx/math/isfinite.h>
 #include <nbx/object/errorhandler.h>
@@ -28,8 +29,6 @@ namespace {
 
 using Point = GridTerrain::Point;
 
-constexpr double s_noHeight = -std::numeric_limits<double>::infinity();
-
 /// The position of `geo` in grid space.
 Point inGrid(const GridTerrain & terrain, const Point & geo) {
     return positionInGrid(terrain.grid2geoTf(), terrain.geo2gridTf(), geo);
@@ -37,7 +36,7 @@ Point inGrid(const GridTerrain & terrain, const Point & geo) {
 
 /// The height of what lies at a place of grid space at `height` quantised units.
 double heightInGeo(const GridTerrain & terrain, const Point & grid, double height) {
-    return std::isfinite(height) ? (terrain.grid2geoTf() * Point(grid.x, grid.y, height)).y : s_noHeight;
+    return std::isfinite(height) ? (terrain.grid2geoTf() * Point(grid.x, grid.y, height)).y : noHeight;
 }
 
 /// Whether a cell of the raster lies on the terrain.
@@ -73,7 +72,7 @@ GridTerrain::Point GridTerrain::origin() const {
 
 double GridTerrain::calculateHeight(const Point & p, bool loadedOnly) const {
     const NBX::SO<GridTerrainTile> root = rootTile();
-    if (!root) return s_noHeight;
+    if (!root) return noHeight;
     const Point grid = inGrid(*this, p);
     return heightInGeo(*this, grid, root->verticalRayIntersection(grid.x, grid.y, loadedOnly));
 }
@@ -83,7 +82,7 @@ bool GridTerrain::hasUndefinedHeight(const Point & p, bool loadedOnly) const {
 }
 
 bool GridTerrain::isUndefinedHeightValue(double height) const {
-    return !(height > s_noHeight);
+    return !(height > noHeight);
 }
 
 std::pair<double, double> GridTerrain::getCellSize() const {
@@ -140,7 +139,7 @@ bool GridTerrain::rayIntersection(const NBX::Ray & ray, Point & point, bool load
 
 GridTerrain::HeightAnswer GridTerrain::heightWithin(double seconds, const Point & p) const {
     const NBX::SO<GridTerrainTile> root = rootTile();
-    if (!root) return {s_noHeight, false};
+    if (!root) return {noHeight, false};
     const Patience patience(seconds);
     GridTerrainTileQuery query(false);
     const Point grid = inGrid(*this, p);

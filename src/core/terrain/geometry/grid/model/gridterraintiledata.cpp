@@ -19,7 +19,6 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
-constexpr double s_noHeight = -std::numeric_limits<double>::infinity();
 /// Overlap of triangles in the plane, in cells, and how near to a triangle a ray meets it, in quantised
 /// units.
 constexpr double s_planeMargin = 1e-9, s_heightMargin = 1e-8;
@@ -196,7 +195,7 @@ bool GridTerrainTileData::calculateRayIntersection(const NBX::Ray & ray, Point &
 double GridTerrainTileData::calculateVerticalRayIntersection(double x, double y) const {
     const double distance = step(), last = cells() - 1.0;
     const double u = (x - tileX() * distance) / distance, v = (y - tileY() * distance) / distance;
-    if (!(u >= 0.0 && u <= last && v >= 0.0 && v <= last) || cells() < 2) return s_noHeight;
+    if (!(u >= 0.0 && u <= last && v >= 0.0 && v <= last) || cells() < 2) return noHeight;
     const unsigned column = std::min(static_cast<unsigned>(u), cells() - 2);
     const unsigned row = std::min(static_cast<unsigned>(v), cells() - 2);
     const Cell cell(*this, column, row);
@@ -207,7 +206,7 @@ double GridTerrainTileData::calculateVerticalRayIntersection(double x, double y)
                                         isLow ? 0.0 : s + t - 1.0};
     double height = 0.0;
     for (unsigned i = 0; i < 4; ++i) {
-        if (heights[i] == 0.0 && weights[i] > s_noWeight) return s_noHeight;
+        if (heights[i] == 0.0 && weights[i] > s_noWeight) return noHeight;
         height += weights[i] * heights[i];
     }
     return height;

@@ -15,11 +15,11 @@
 #include <nbx/gl/mesh/bufferobjectgl.h>
 #include <nbx/object/errorhandler.h>
 
+#include "tilesquare.h"
+
 namespace ZMT::CORE::GRID {
 
 namespace {
-
-constexpr unsigned s_borders = 4;
 
 /// Triangles of a border entry, whose row has a vertex at every `step` cells, before cell `i` of the edge.
 std::uint32_t trianglesBefore(unsigned i, unsigned step) {
@@ -37,9 +37,9 @@ GridTerrainTileIndexBuffer::GridTerrainTileIndexBuffer(unsigned level) {
     appendCells(0, 0, cells_);
     tileIndices_ = {IndexRange::triangles, 0, static_cast<std::uint32_t>(indices_.size())};
     // A single cell has no tables.
-    for (unsigned border = 0; level > 0 && border < s_borders; ++border)
+    for (unsigned border = 0; level > 0 && border < bordersOfTile; ++border)
         appendBorder(border);
-    for (unsigned border = 0; level > 0 && border < s_borders; ++border)
+    for (unsigned border = 0; level > 0 && border < bordersOfTile; ++border)
         appendCorners(border);
 }
 
@@ -128,7 +128,7 @@ void GridTerrainTileIndexBuffer::appendCorners(unsigned border) {
 
 IndexRange GridTerrainTileIndexBuffer::borderStretch(unsigned border, unsigned k, unsigned first,
                                                      unsigned cells) const {
-    const bool isInside = border < s_borders && k > 0 && k < borderIndices_[border].size() &&
+    const bool isInside = border < bordersOfTile && k > 0 && k < borderIndices_[border].size() &&
                           first <= cells_ && cells <= cells_ - first;
     NBX_CHECK(isInside, L"no such stretch of a border");
     if (!isInside) return {};
@@ -139,7 +139,7 @@ IndexRange GridTerrainTileIndexBuffer::borderStretch(unsigned border, unsigned k
 }
 
 IndexRange GridTerrainTileIndexBuffer::borderCorner(unsigned border, unsigned k, unsigned cell) const {
-    const bool isInside = border < s_borders && k < cornerIndices_[border].size() && cell <= cells_;
+    const bool isInside = border < bordersOfTile && k < cornerIndices_[border].size() && cell <= cells_;
     NBX_CHECK(isInside, L"no such corner of a border");
     if (!isInside || k < 2 || cell % (1U << k) != 0) return {};
     const std::uint32_t count = (k - 1) * 3;

@@ -17,6 +17,8 @@
 #include <nbx/object/errorhandler.h>
 #include <zmt/core/terrain/geometry/grid/model/gridterraintiledata.h>
 
+#include "tilesquare.h"
+
 // The smallest and the largest number of a row are found in registers that hold several.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC optimize("O3")
@@ -31,7 +33,6 @@ using Point = NBX::Vector3Base<double>;
 
 static_assert(sizeof(Vertex) == 16);
 
-constexpr unsigned s_borders = 4;
 constexpr std::uint8_t s_gridColor = 192, s_borderColor = 0;
 
 std::array<std::uint8_t, 4> colorOf(std::uint8_t grey, std::uint16_t value) {
@@ -42,7 +43,7 @@ unsigned borderVertices(const GridTerrainTileData & data) {
     unsigned vertices = 0;
     for (unsigned k = 0; k < data.borderLODs(); ++k)
         vertices += data.borderLODValues(k);
-    return vertices * s_borders;
+    return vertices * bordersOfTile;
 }
 
 /// All samples as `GridTerrainTileData::samples` has them, for data that lie otherwise.
@@ -52,7 +53,7 @@ std::vector<std::uint16_t> collectSamples(const GridTerrainTileData & data) {
     for (unsigned y = 0; y < data.cells(); ++y)
         for (unsigned x = 0; x < data.cells(); ++x)
             samples.push_back(data.value(x, y));
-    for (unsigned border = 0; border < s_borders; ++border)
+    for (unsigned border = 0; border < bordersOfTile; ++border)
         for (unsigned k = 0; k < data.borderLODs(); ++k)
             for (unsigned i = 0; i < data.borderLODValues(k); ++i)
                 samples.push_back(data.borderValue(border, k, i));
@@ -202,7 +203,7 @@ void GridTerrainTileVertexBuffer::build() {
         writer.gridRow(values, columns, static_cast<float>((y + row) * writer.step));
         extent.addRow(values, row, cells);
     }
-    for (unsigned border = 0; border < s_borders; ++border)
+    for (unsigned border = 0; border < bordersOfTile; ++border)
         for (unsigned k = 0; k < data.borderLODs(); ++k) {
             const double rowStep = 1U << k;
             const unsigned rowLength = data.borderLODValues(k);

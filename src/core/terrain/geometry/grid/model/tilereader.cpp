@@ -5,16 +5,10 @@
 
 namespace ZMT::CORE::GRID {
 
-namespace {
-
-constexpr double s_atOnce = 1e42;
-
-} // namespace
-
 NBX::SO<GridTerrainTileData> TileReader::heights(GridTerrainTile & tile) {
     NBX::SO<GridTerrainTileData> data = tile.tileData();
     if (!data && !loadedOnly_) {
-        data = tile.requestTileData(s_atOnce, true, nullptr);
+        data = tile.requestTileData(tileAtOnce, true, nullptr);
         isIncomplete_ = isIncomplete_ || !data;
     }
     // Tiles above are not read once more: where one read has failed, each might take its time to fail as

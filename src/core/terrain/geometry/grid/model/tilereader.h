@@ -4,6 +4,9 @@
 
 namespace ZMT::CORE::GRID {
 
+/// The priority of a tile that somebody waits for.
+inline constexpr double tileAtOnce = 1e42;
+
 /// Gets the heights of tiles for those who ask for answers instead of pictures: at once, or not at all.
 class TileReader {
 public:

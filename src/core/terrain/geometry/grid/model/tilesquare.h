@@ -6,6 +6,9 @@
 
 namespace ZMT::CORE::GRID {
 
+/// The neighbours of a tile that share a border with it.
+inline constexpr unsigned bordersOfTile = 4;
+
 /// The place of a tile in grid space, whether there are heights or not: that of the root begins at 0, and a
 /// child has a quarter of its parent's. Known before the tile is read, other than its box.
 struct TileSquare {

@@ -7,6 +7,9 @@
 
 namespace ZMT::CORE::GRID {
 
+/// Where nothing is defined.
+inline constexpr double noHeight = -std::numeric_limits<double>::infinity();
+
 /// A ray through grid space whose direction has the largest component 1, so that its parameter is a length of
 /// the magnitude of the coordinates, however long or short the direction was.
 class GridRay {
