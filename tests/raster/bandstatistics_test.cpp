@@ -14,10 +14,10 @@ using ZMT::RASTER::BandStatistics;
 using ZMT::RASTER::RasterBand;
 
 /// Numbers by column and row; every seventh cell of a row is undefined where `hasHoles`.
-class CountingBand : public RasterBand {
-    NBX_TEMPLATE_CLASS(CountingBand, RasterBand)
+class HoledBand : public RasterBand {
+    NBX_TEMPLATE_CLASS(HoledBand, RasterBand)
 public:
-    CountingBand(unsigned width, unsigned height, bool hasHoles)
+    HoledBand(unsigned width, unsigned height, bool hasHoles)
         : RasterBand({width, height, 0.0, 0.0, 1.0, 1.0}), hasHoles_(hasHoles) {}
 
     static float valueAt(unsigned col, unsigned row) { return float(col % 1000) - 10.0F * float(row % 100); }
@@ -42,13 +42,13 @@ private:
 /// Read in several windows, in both directions where it is wide.
 TEST(BandStatistics, AreThoseOfAllCells) {
     for (const auto & [width, height] : {std::pair(3U, 5U), {2500U, 901U}, {1'500'000U, 3U}}) {
-        const NBX::SO<CountingBand> band(new CountingBand(width, height, true));
+        const NBX::SO<HoledBand> band(new HoledBand(width, height, true));
         double low = HUGE_VAL, high = -HUGE_VAL, sum = 0.0;
         std::uint64_t defined = 0;
         for (unsigned row = 0; row < height; ++row)
             for (unsigned col = 0; col < width; ++col) {
                 if (band->isHole(col)) continue;
-                const double value = CountingBand::valueAt(col, row);
+                const double value = HoledBand::valueAt(col, row);
                 low = std::min(low, value);
                 high = std::max(high, value);
                 sum += value;
@@ -65,9 +65,9 @@ TEST(BandStatistics, AreThoseOfAllCells) {
 }
 
 TEST(BandStatistics, WithoutNumbersThereAreNone) {
-    class Empty : public CountingBand {
+    class Empty : public HoledBand {
     public:
-        Empty() : CountingBand(4, 4, false) {}
+        Empty() : HoledBand(4, 4, false) {}
         void readCells(unsigned, unsigned, unsigned width, unsigned height, float * cells) const override {
             std::fill_n(cells, std::size_t(width) * height, std::numeric_limits<float>::quiet_NaN());
         }
@@ -82,7 +82,7 @@ TEST(BandStatistics, WithoutNumbersThereAreNone) {
 TEST(BandStatistics, CanBeCancelledBeforeTheEnd) {
     const CancelingDisplay canceling;
     NBX::Progress progress("reading");
-    const NBX::SO<CountingBand> band(new CountingBand(2000, 2000, false));
+    const NBX::SO<HoledBand> band(new HoledBand(2000, 2000, false));
     EXPECT_FALSE(BandStatistics::of(*band, &progress).isComplete);
     EXPECT_EQ(0U, band->windows);
 }

@@ -15,9 +15,9 @@ using namespace ZMT::RASTER;
 using NBX::SO;
 
 /// Counts reads, has a hole of nothing, and can fail.
-class Source : public MemoryTiledGeoImage {
+class CountingSource : public MemoryTiledGeoImage {
 public:
-    explicit Source(NBX::Image * image) : MemoryTiledGeoImage(image, {1000.0, 50.0, 1600.0, 100.0}) {}
+    explicit CountingSource(NBX::Image * image) : MemoryTiledGeoImage(image, {1000.0, 50.0, 1600.0, 100.0}) {}
     unsigned granularityX() const override { return 100; }
     unsigned granularityY() const override { return 10; }
     bool failed() const override { return fails; }
@@ -37,10 +37,10 @@ protected:
         for (int y = 0; y < 200; ++y)
             for (int x = 0; x < 300; ++x)
                 *image->pixelComponentsU8(x, y) = static_cast<unsigned char>(x + 3 * y);
-        source = new Source(image.get());
+        source = new CountingSource(image.get());
     }
 
-    SO<Source> source;
+    SO<CountingSource> source;
 };
 
 TEST_F(CachedTiledGeoImageTest, TilesHaveTheSizeOfTheImagesWithinLimits) {

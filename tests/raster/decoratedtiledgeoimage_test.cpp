@@ -15,19 +15,19 @@ using namespace ZMT::RASTER;
 using NBX::SO;
 
 /// Differs in all that can be asked from what an image says by itself.
-class Source : public MemoryTiledGeoImage {
+class CoarseSource : public MemoryTiledGeoImage {
 public:
-    explicit Source(NBX::Image * image) : MemoryTiledGeoImage(image, {5.0, 6.0, 45.0, 36.0}) {}
+    explicit CoarseSource(NBX::Image * image) : MemoryTiledGeoImage(image, {5.0, 6.0, 45.0, 36.0}) {}
     unsigned granularityX() const override { return 100; }
     unsigned granularityY() const override { return 2000; }
     bool failed() const override { return fails; }
     bool fails = false;
 };
 
-SO<Source> newSource() {
+SO<CoarseSource> newSource() {
     const SO<NBX::MemoryImage> image(new NBX::MemoryImage(20, 10, NBX::LS_LuminanceAlpha));
     image->pixelComponentsU8(3, 4)[0] = 77;
-    return new Source(image.get());
+    return new CoarseSource(image.get());
 }
 
 void expectSamePlace(const TiledGeoImage & expected, const TiledGeoImage & image) {
@@ -41,7 +41,7 @@ void expectSamePlace(const TiledGeoImage & expected, const TiledGeoImage & image
 }
 
 TEST(DecoratedTiledGeoImage, AsksTheImageForEverything) {
-    const SO<Source> source = newSource();
+    const SO<CoarseSource> source = newSource();
     const SO<DecoratedTiledGeoImage> decorated(new DecoratedTiledGeoImage(source.get()));
     EXPECT_EQ(source.get(), decorated->image().get());
     for (const bool fails : {false, true}) {
@@ -57,7 +57,7 @@ TEST(DecoratedTiledGeoImage, AsksTheImageForEverything) {
 }
 
 TEST(DecoratedTiledGeoImage, SubclassesChangeOnlyWhatTheyAreAbout) {
-    const SO<Source> source = newSource();
+    const SO<CoarseSource> source = newSource();
     const SO<TiledGeoImage> cached(new CachedTiledGeoImage(source.get(), 1 << 20));
     const SO<TiledGeoImage> masked(new ColorMaskedTiledGeoImage(source.get(), NBX::Color::black));
     for (const bool fails : {false, true}) {

@@ -11,7 +11,7 @@
 namespace {
 
 using ZMT::UTIL::CameraPosition;
-using Names = std::vector<std::string>;
+using AttributeNames = std::vector<std::string>;
 using Vector = NBX::Vector3Base<double>;
 
 const Vector s_from(1.5, 2.0, 3.0), s_to(4.0, 5.0, 6.25), s_up(0.0, 1.0, 0.0);
@@ -82,13 +82,13 @@ TEST(CameraPosition, OperationsHaveTheirSlots) {
 TEST(CameraPosition, UsualValuesAreLeftOutOfFilesThatOmitThem) {
     const auto position = summit();
     EXPECT_EQ(RecordedAttributes::of(*position, false),
-              (Names{"from", "to", "up", "name", "duration", "isCircle"}));
-    EXPECT_EQ(RecordedAttributes::of(*position, true), (Names{"from", "to", "name"}));
+              (AttributeNames{"from", "to", "up", "name", "duration", "isCircle"}));
+    EXPECT_EQ(RecordedAttributes::of(*position, true), (AttributeNames{"from", "to", "name"}));
     position->setUp(Vector(0, 0, 1));
     position->setDuration(0.0);
     position->setIsCircle(true);
     EXPECT_EQ(RecordedAttributes::of(*position, true),
-              (Names{"from", "to", "up", "name", "duration", "isCircle"}));
+              (AttributeNames{"from", "to", "up", "name", "duration", "isCircle"}));
 }
 
 TEST(CameraPosition, ComesBackFromAFile) {

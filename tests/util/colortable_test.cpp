@@ -19,11 +19,11 @@ namespace {
 using NBX::Color;
 using NBX::StringUtils;
 using ZMT::UTIL::ColorTable;
-using Names = std::vector<std::wstring>;
+using EntryNames = std::vector<std::wstring>;
 
-Names namesOf(const ColorTable & table) {
+EntryNames namesOf(const ColorTable & table) {
     const auto names = table.getEntries();
-    return Names(names->beginSTL(), names->endSTL());
+    return EntryNames(names->beginSTL(), names->endSTL());
 }
 
 class ColorTableTest : public testing::Test {
@@ -43,7 +43,7 @@ TEST_F(ColorTableTest, KeepsColoursByName) {
     table_->newEntry(L"Gr\u00FCn", Color(0.1F, 0.5F, 0.2F, 0.25F));
     EXPECT_GT(table_->lastTransactionNo(), before);
     EXPECT_EQ(table_->entries(), 2U);
-    EXPECT_EQ(namesOf(*table_), (Names{L"ice", L"Gr\u00FCn"}));
+    EXPECT_EQ(namesOf(*table_), (EntryNames{L"ice", L"Gr\u00FCn"}));
     EXPECT_TRUE(table_->entryExists(L"ice"));
     EXPECT_FALSE(table_->entryExists(L"Ice"));
     EXPECT_EQ(table_->getColor(L"Gr\u00FCn"), Color(0.1F, 0.5F, 0.2F, 0.25F));
@@ -51,7 +51,7 @@ TEST_F(ColorTableTest, KeepsColoursByName) {
     EXPECT_EQ(table_->getColor(L"ice"), Color::lt_blue);
     EXPECT_EQ(table_->entries(), 2U);
     table_->deleteEntry(L"ice");
-    EXPECT_EQ(namesOf(*table_), Names{L"Gr\u00FCn"});
+    EXPECT_EQ(namesOf(*table_), EntryNames{L"Gr\u00FCn"});
     table_->clear();
     EXPECT_EQ(table_->entries(), 0U);
     EXPECT_TRUE(reports_.empty()) << reports_;
@@ -76,7 +76,7 @@ TEST_F(ColorTableTest, RenamingTakesTheColourAlong) {
     EXPECT_TRUE(reports_.empty()) << reports_;
     table_->renameEntry(L"nobody", L"d");
     EXPECT_EQ(reports_.size(), 1U);
-    EXPECT_EQ(namesOf(*table_), Names{L"b"});
+    EXPECT_EQ(namesOf(*table_), EntryNames{L"b"});
 }
 
 TEST_F(ColorTableTest, ACopyHasEntriesOfItsOwn) {
@@ -84,9 +84,9 @@ TEST_F(ColorTableTest, ACopyHasEntriesOfItsOwn) {
     const NBX::SO<ColorTable> copy(new ColorTable(*table_));
     copy->newEntry(L"b", Color::blue);
     copy->setEntry(L"a", Color::green);
-    EXPECT_EQ(namesOf(*table_), Names{L"a"});
+    EXPECT_EQ(namesOf(*table_), EntryNames{L"a"});
     EXPECT_EQ(table_->getColor(L"a"), Color::red);
-    EXPECT_EQ(namesOf(*copy), (Names{L"a", L"b"}));
+    EXPECT_EQ(namesOf(*copy), (EntryNames{L"a", L"b"}));
 }
 
 TEST_F(ColorTableTest, StoresItsTable) {
@@ -110,16 +110,16 @@ TEST_F(ColorTableTest, LoadingMergesOrReplaces) {
     EXPECT_TRUE(table_->saveTable(file()));
 
     const NBX::SO<ColorTable> loaded(new ColorTable(file()));
-    EXPECT_EQ(namesOf(*loaded), (Names{L"ice", L"water"}));
+    EXPECT_EQ(namesOf(*loaded), (EntryNames{L"ice", L"water"}));
 
     loaded->newEntry(L"rock", Color::gold);
     loaded->setEntry(L"ice", Color::red);
     EXPECT_TRUE(loaded->loadTable(file(), false));
-    EXPECT_EQ(namesOf(*loaded), (Names{L"ice", L"water", L"rock"})) << "what the file lacks stays";
+    EXPECT_EQ(namesOf(*loaded), (EntryNames{L"ice", L"water", L"rock"})) << "what the file lacks stays";
     EXPECT_EQ(loaded->getColor(L"ice"), Color::white) << "what it has comes";
 
     EXPECT_TRUE(loaded->loadTable(file(), true));
-    EXPECT_EQ(namesOf(*loaded), (Names{L"ice", L"water"}));
+    EXPECT_EQ(namesOf(*loaded), (EntryNames{L"ice", L"water"}));
     EXPECT_TRUE(reports_.empty()) << reports_;
 }
 
@@ -128,7 +128,7 @@ TEST_F(ColorTableTest, AFileThatHoldsNoTableAddsNothing) {
     EXPECT_FALSE(table_->loadTable(file("missing.nbx"), false));
     const std::string text = folder_.write("text.nbx", "ice=ffffff\n");
     EXPECT_FALSE(table_->loadTable(StringUtils::Utf8String2WString(text), false));
-    EXPECT_EQ(namesOf(*table_), Names{L"ice"});
+    EXPECT_EQ(namesOf(*table_), EntryNames{L"ice"});
     EXPECT_FALSE(table_->loadTable(file("missing.nbx"), true));
     EXPECT_EQ(table_->entries(), 0U);
     EXPECT_EQ(NBX::SO<ColorTable>(new ColorTable(file("missing.nbx")))->entries(), 0U);

@@ -32,7 +32,7 @@ TEST(LandscapeOptions, InputsAreAllFilesThatAreNamed) {
               told);
 }
 
-struct Change {
+struct OptionChange {
     const char * name;
     void (*make)(LandscapeOptions & options);
 };
@@ -40,7 +40,7 @@ struct Change {
 TEST(LandscapeOptions, AreCheckedBeforeAnyFileIsRead) {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     constexpr double infinite = std::numeric_limits<double>::infinity();
-    const Change cases[] = {
+    const OptionChange cases[] = {
         {"unlit images",
          [](LandscapeOptions & o) {
              o.lighting = Lighting::Vertex;
@@ -66,7 +66,7 @@ TEST(LandscapeOptions, AreCheckedBeforeAnyFileIsRead) {
         {"endless lift", [](LandscapeOptions & o) { o.drapeLift = -infinite; }},
     };
     EXPECT_NO_THROW(checkLandscape({}));
-    for (const Change & c : cases) {
+    for (const OptionChange & c : cases) {
         LandscapeOptions bad;
         c.make(bad);
         EXPECT_THROW(checkLandscape(bad), UsageError) << c.name;

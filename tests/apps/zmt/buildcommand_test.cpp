@@ -10,6 +10,7 @@
 #include <zmt/util/compressedtexture/texturepyramid.h>
 #include <zmt/util/compressedtexture/texturepyramidtiledgeoimage.h>
 
+#include "datafiles.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
@@ -17,8 +18,6 @@ namespace {
 
 using ZMT::UTIL::CompressedTexture;
 using ZMT::UTIL::TexturePyramid;
-
-const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
 
 /// Noise, which takes its time to deflate, with a black corner in the south-west.
 SmallGeoTiff noise(unsigned width, unsigned height) {
@@ -57,7 +56,7 @@ protected:
 };
 
 TEST_F(BuildPyramidTest, WritesAPyramidAndTellsWhatItHolds) {
-    const RunResult run = build(s_everest, {"--deflate"});
+    const RunResult run = build(s_everestImage, {"--deflate"});
     ASSERT_EQ(0, run.status) << run.errors;
     EXPECT_EQ("", run.errors);
     EXPECT_EQ((std::vector<std::string>{"a.prj", "a.ztp"}), folder.results());

@@ -4,16 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "datafiles.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
 namespace {
-
-const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
-const std::string s_heights = s_data + "everest_heights.tif";
-const std::string s_image = s_data + "everest_image.tif";
-const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
 
 class BuildTreeTest : public testing::Test {
 protected:
@@ -27,8 +23,9 @@ protected:
         return zmt(arguments, limits);
     }
     NBX::SO<NBX::Image> pictureOf(const std::string & terrain, const std::vector<std::string> & more) const {
-        std::vector<std::string> arguments = {"render", "--terrain", terrain, "--image",          s_image,
-                                              "--size", "160x100",   "--out", folder.out("p.png")};
+        std::vector<std::string> arguments = {"render",  "--terrain",    terrain,
+                                              "--image", s_everestImage, "--size",
+                                              "160x100", "--out",        folder.out("p.png")};
         arguments.insert(arguments.end(), more.begin(), more.end());
         const RunResult run = zmt(arguments);
         EXPECT_EQ(0, run.status) << run.errors;
@@ -51,11 +48,11 @@ TEST_F(BuildTreeTest, LooksLikeTheTreeThatIsBuiltForThePicture) {
         {}, {"--max-vertices", "500"}, {"--fill-voids"}, {"--breaklines", s_glaciers}};
     for (const std::vector<std::string> & way : ways) {
         SCOPED_TRACE(way.empty() ? "plain" : way[0]);
-        const RunResult run = build(s_heights, way);
+        const RunResult run = build(s_everestHeights, way);
         ASSERT_EQ(0, run.status) << run.errors;
         std::vector<std::string> fromHeights = way;
         fromHeights.insert(fromHeights.end(), {"--method", "tree"});
-        const auto picture = pictureOf(tree, {}), expected = pictureOf(s_heights, fromHeights);
+        const auto picture = pictureOf(tree, {}), expected = pictureOf(s_everestHeights, fromHeights);
         ASSERT_TRUE(picture && expected);
         // Stored boxes reach down to the wall, so that finer patches may be chosen.
         EXPECT_LT(compareImages(*picture, *expected).share, 0.002);
@@ -63,14 +60,14 @@ TEST_F(BuildTreeTest, LooksLikeTheTreeThatIsBuiltForThePicture) {
 }
 
 TEST_F(BuildTreeTest, PicksTheSamePlaces) {
-    ASSERT_EQ(0, build(s_heights).status);
+    ASSERT_EQ(0, build(s_everestHeights).status);
     const RunResult built = zmt({"pick", "--terrain", tree, "640,400"});
     EXPECT_EQ(0, built.status) << built.errors;
-    EXPECT_EQ(zmt({"pick", "--terrain", s_heights, "640,400"}).output, built.output);
+    EXPECT_EQ(zmt({"pick", "--terrain", s_everestHeights, "640,400"}).output, built.output);
 }
 
 TEST_F(BuildTreeTest, TellsWhatItHolds) {
-    ASSERT_EQ(0, build(s_heights, {"--max-vertices", "321", "--seed", "5"}).status);
+    ASSERT_EQ(0, build(s_everestHeights, {"--max-vertices", "321", "--seed", "5"}).status);
     const RunResult run = zmt({"info", tree});
     EXPECT_EQ(0, run.status) << run.errors;
     for (const char * word :
@@ -79,14 +76,14 @@ TEST_F(BuildTreeTest, TellsWhatItHolds) {
 }
 
 TEST_F(BuildTreeTest, IsTheSameForAnyNumberOfThreads) {
-    ASSERT_EQ(0, build(s_heights, {"--threads", "1"}).status);
+    ASSERT_EQ(0, build(s_everestHeights, {"--threads", "1"}).status);
     const std::string alone = readWhole(tree);
-    ASSERT_EQ(0, build(s_heights, {"--threads", "3"}).status);
+    ASSERT_EQ(0, build(s_everestHeights, {"--threads", "3"}).status);
     EXPECT_TRUE(alone == readWhole(tree));
 }
 
 TEST_F(BuildTreeTest, OptionsOfTheBuildingAreNoneOfItsUse) {
-    ASSERT_EQ(0, build(s_heights).status);
+    ASSERT_EQ(0, build(s_everestHeights).status);
     const std::vector<std::string> options[] = {{"--max-vertices", "500"},
                                                 {"--threads", "2"},
                                                 {"--breaklines", s_glaciers},
@@ -132,15 +129,15 @@ TEST_F(BuildTreeTest, AnInterruptOrAFullDiskLeavesNothing) {
     EXPECT_EQ(1, interrupted.status);
     EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, interrupted.errorLines()) << interrupted.errors;
     EXPECT_EQ(std::vector<std::string>(), folder.results());
-    expectFailure(build(s_heights, {}, {4096, {}}), 1, "a.nbx");
+    expectFailure(build(s_everestHeights, {}, {4096, {}}), 1, "a.nbx");
     EXPECT_EQ(std::vector<std::string>(), folder.results());
 }
 
 TEST_F(BuildTreeTest, WrongUseIsTold) {
-    expectFailure(build(s_heights, {"--max-vertices", "49"}), 2, "--max-vertices");
-    expectFailure(build(s_heights, {"--threads", "0"}), 2, "--threads");
+    expectFailure(build(s_everestHeights, {"--max-vertices", "49"}), 2, "--max-vertices");
+    expectFailure(build(s_everestHeights, {"--threads", "0"}), 2, "--threads");
     expectFailure(build(folder.in("none.tif")), 1, "none.tif");
-    expectFailure(zmt({"build", "tree", s_heights, folder.out("none/a.nbx")}), 1, "none/a.nbx");
+    expectFailure(zmt({"build", "tree", s_everestHeights, folder.out("none/a.nbx")}), 1, "none/a.nbx");
     EXPECT_EQ(std::vector<std::string>(), folder.results());
 }
 

@@ -7,14 +7,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "smallground.h"
 #include "support/smallgeotiff.h"
 #include "support/wronguse.h"
 #include "support/zmtrun.h"
 
 namespace {
 
-constexpr unsigned s_width = 41, s_height = 29;
-constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
 constexpr unsigned s_maxVertices = 120;
 constexpr unsigned s_deepest = 5; ///< the last level of the trees here
 
@@ -33,12 +32,12 @@ SmallGeoTiff hills(bool voids) {
     return tiff;
 }
 
-struct Point {
+struct MeshPoint {
     double x, height, y;
 };
 
 struct Mesh {
-    std::vector<Point> vertices;
+    std::vector<MeshPoint> vertices;
     std::vector<std::array<unsigned, 3>> triangles;
 };
 
@@ -124,12 +123,12 @@ float heightAt(const SmallGeoTiff & raster, unsigned i, unsigned j) {
     return raster.heights[(s_height - 1 - j) * s_width + i];
 }
 
-Point positionOf(unsigned i, unsigned j, double height) {
+MeshPoint positionOf(unsigned i, unsigned j, double height) {
     return {s_west + (i + 0.5) * s_cell, height, s_north - (s_height - j - 0.5) * s_cell};
 }
 
 /// Twice the signed plan area.
-double cross(const Point & a, const Point & b, const Point & c) {
+double cross(const MeshPoint & a, const MeshPoint & b, const MeshPoint & c) {
     return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
 }
 
@@ -141,9 +140,9 @@ double planArea(const Mesh & mesh) {
 }
 
 /// Height of the surface at the plan position of `p`; not-a-number beside it.
-double surfaceHeight(const Mesh & mesh, const Point & p) {
+double surfaceHeight(const Mesh & mesh, const MeshPoint & p) {
     for (const auto & t : mesh.triangles) {
-        const Point &a = mesh.vertices[t[0]], &b = mesh.vertices[t[1]], &c = mesh.vertices[t[2]];
+        const MeshPoint &a = mesh.vertices[t[0]], &b = mesh.vertices[t[1]], &c = mesh.vertices[t[2]];
         const double area = cross(a, b, c);
         const double u = cross(p, b, c) / area, v = cross(a, p, c) / area, w = cross(a, b, p) / area;
         if (u < -1e-12 || v < -1e-12 || w < -1e-12) continue;
@@ -157,7 +156,7 @@ double largestError(const Mesh & mesh, const SmallGeoTiff & raster, const nlohma
     const unsigned x = node["x"], y = node["y"], w = node["w"], h = node["h"];
     for (unsigned j = y; j <= y + h; ++j)
         for (unsigned i = x; i <= x + w; ++i) {
-            const Point p = positionOf(i, j, heightAt(raster, i, j));
+            const MeshPoint p = positionOf(i, j, heightAt(raster, i, j));
             const double difference = std::abs(surfaceHeight(mesh, p) - p.height);
             EXPECT_FALSE(std::isnan(difference)) << "a gap at " << i << ", " << j;
             error = std::max(error, difference);
@@ -176,7 +175,7 @@ TEST_P(Level, VerticesAreRasterValuesToTheLastBit) {
         const auto & node = tree.nodes[id];
         EXPECT_EQ(node["vertices"], mesh.vertices.size());
         EXPECT_EQ(node["triangles"], mesh.triangles.size());
-        for (const Point & p : mesh.vertices) {
+        for (const MeshPoint & p : mesh.vertices) {
             const double i = (p.x - s_west) / s_cell - 0.5;
             const double j = s_height - (s_north - p.y) / s_cell - 0.5;
             ASSERT_EQ(std::floor(i), i);
@@ -254,7 +253,7 @@ TEST(LodCommand, VoidsLieATenthOfTheRangeBelowTheLowestHeight) {
     const Tree tree = build(raster, s_deepest);
     unsigned fallen = 0;
     for (const auto & [id, mesh] : tree.meshes)
-        for (const Point & p : mesh.vertices) {
+        for (const MeshPoint & p : mesh.vertices) {
             const auto i = unsigned((p.x - s_west) / s_cell);
             const auto j = unsigned(s_height - (s_north - p.y) / s_cell);
             const float height = heightAt(raster, i, j);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "smallground.h"
 #include "support/readmesh.h"
 #include "support/smallgeotiff.h"
 #include "support/wronguse.h"
@@ -17,8 +18,6 @@
 namespace {
 
 using Vector = ReadMesh::Vector;
-
-constexpr unsigned s_width = 41, s_height = 29;
 
 bool isVoid(float height) {
     return height == -9999.0F;

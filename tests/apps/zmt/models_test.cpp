@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "cityrun.h"
 #include "support/zmtrun.h"
 
 namespace {
 
-const std::string s_models = ZMT_DATA_DIR "/../tests/data/models";
-const std::string s_railway = ZMT_DATA_DIR "/../tests/data/railway";
+using CityRun::s_models;
+
+const std::string s_railwayFolder = ZMT_DATA_DIR "/../tests/data/railway";
 
 RunResult info(const RunFolder & folder, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "info");
@@ -27,7 +29,7 @@ nlohmann::json objectOf(const RunFolder & folder, std::vector<std::string> argum
 }
 
 /// One line on the standard error stream with all `words`.
-void expectFailure(const RunResult & run, int status, const std::vector<std::string> & words) {
+void expectOneLine(const RunResult & run, int status, const std::vector<std::string> & words) {
     EXPECT_EQ(run.status, status);
     EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), 1) << run.errors;
     for (const std::string & word : words)
@@ -79,30 +81,30 @@ TEST(ModelInfo, TellsWhyATextureIsLeftOutAndFindsItInAFolderThatIsGiven) {
 
 TEST(ModelInfo, DamagedModelsAreErrorsOfOneLine) {
     const RunFolder folder;
-    expectFailure(info(folder, {folder.write("a.glb", "glTF no more")}), 1,
+    expectOneLine(info(folder, {folder.write("a.glb", "glTF no more")}), 1,
                   {"a.glb", "cannot be read as glb"});
-    expectFailure(info(folder, {folder.write("a.ply", "ply\nformat")}), 1, {"a.ply", "its head has no end"});
-    expectFailure(info(folder, {folder.in("none.obj")}), 1, {"none.obj", "file not found"});
+    expectOneLine(info(folder, {folder.write("a.ply", "ply\nformat")}), 1, {"a.ply", "its head has no end"});
+    expectOneLine(info(folder, {folder.in("none.obj")}), 1, {"none.obj", "file not found"});
     EXPECT_TRUE(folder.results().empty());
 }
 
 TEST(ModelInfo, OptionsOfModelsAreRefusedElsewhere) {
     const RunFolder folder;
     const std::string model = s_models + "/prism.obj";
-    expectFailure(info(folder, {model, "--up", "x"}), 2, {"--up must be y or z"});
+    expectOneLine(info(folder, {model, "--up", "x"}), 2, {"--up must be y or z"});
     for (const char * units : {"0", "-1", "nan", "1m", "inf", ""})
-        expectFailure(info(folder, {model, "--units", units}), 2, {"--units must be"});
+        expectOneLine(info(folder, {model, "--units", units}), 2, {"--units must be"});
     for (const std::vector<std::string> & options :
          {std::vector<std::string>{"--up", "y"}, {"--units", "1"}, {"--textures", s_models}}) {
         std::vector<std::string> arguments = options;
-        arguments.insert(arguments.begin(), s_railway + "/railway.kml");
-        expectFailure(info(folder, arguments), 2, {"are for models", "railway.kml"});
+        arguments.insert(arguments.begin(), s_railwayFolder + "/railway.kml");
+        expectOneLine(info(folder, arguments), 2, {"are for models", "railway.kml"});
     }
 }
 
 TEST(PlacementInfo, TellsModelsAndPlaces) {
     const RunFolder folder;
-    const auto object = objectOf(folder, {s_railway + "/railway.kml"});
+    const auto object = objectOf(folder, {s_railwayFolder + "/railway.kml"});
     EXPECT_EQ(object.at("kind"), "placements of models");
     ASSERT_EQ(object.at("models").size(), 2U);
     EXPECT_TRUE(object.at("left_out").empty()) << object.at("left_out");
@@ -118,7 +120,7 @@ TEST(PlacementInfo, TellsModelsAndPlaces) {
         for (const auto & texture : model.at("textures"))
             EXPECT_TRUE(texture.at("failure").is_null()) << texture;
     }
-    const std::string output = info(folder, {s_railway + "/railway.kml"}).output;
+    const std::string output = info(folder, {s_railwayFolder + "/railway.kml"}).output;
     EXPECT_NE(output.find("models:     2\n"), std::string::npos) << output;
 }
 

@@ -21,15 +21,15 @@ using CityRun::expectFailure;
 using CityRun::zmt;
 
 /// Level ground of 64 by 48 cells of 10 m, in zone 45.
-constexpr double s_west = 500000.0, s_south = 3100000.0;
+constexpr double s_groundWest = 500000.0, s_south = 3100000.0;
 constexpr int s_columns = 64, s_rows = 48;
-constexpr double s_cell = 10.0;
+constexpr double s_groundCell = 10.0;
 
 std::string ground(double height = 100.0) {
     SmallGeoTiff tiff{s_columns, s_rows};
-    tiff.west = s_west;
-    tiff.north = s_south + s_rows * s_cell;
-    tiff.cell = s_cell;
+    tiff.west = s_groundWest;
+    tiff.north = s_south + s_rows * s_groundCell;
+    tiff.cell = s_groundCell;
     tiff.heights.assign(std::size_t(s_columns) * s_rows, float(height));
     return tiff.encode();
 }
@@ -37,7 +37,7 @@ std::string ground(double height = 100.0) {
 /// Longitude and latitude of a place of the ground, as GeoJSON has them.
 std::string place(double x, double y) {
     static const ZMT::RASTER::CoordinateSystem system(ZMT::RASTER::CoordinateSystem::parse("EPSG:32645").wkt);
-    const auto at = system.toLonLat({s_west + x, s_south + y});
+    const auto at = system.toLonLat({s_groundWest + x, s_south + y});
     std::ostringstream text;
     text.precision(12);
     text << "[" << at->longitude << "," << at->latitude << "]";
@@ -89,7 +89,7 @@ protected:
     std::pair<int, int> pixelOf(double x, double y) const {
         static const auto [west, south] = groundAt(100, 160);
         static const auto [east, north] = groundAt(220, 80);
-        const double column = 100.0 + 120.0 * (s_west + x - west) / (east - west);
+        const double column = 100.0 + 120.0 * (s_groundWest + x - west) / (east - west);
         const double row = 160.0 - 80.0 * (s_south + y - south) / (north - south);
         return {int(std::lround(column)), int(std::lround(row))};
     }
@@ -294,9 +294,9 @@ TEST_F(OverlayRun, TracksThatCannotBeAreTold) {
 /// Rises to the east by a metre for each cell, from 100 on.
 std::string slope() {
     SmallGeoTiff tiff{s_columns, s_rows};
-    tiff.west = s_west;
-    tiff.north = s_south + s_rows * s_cell;
-    tiff.cell = s_cell;
+    tiff.west = s_groundWest;
+    tiff.north = s_south + s_rows * s_groundCell;
+    tiff.cell = s_groundCell;
     tiff.noData = "-9999";
     for (int i = 0; i < s_columns * s_rows; ++i)
         tiff.heights.push_back(i / s_columns < 10 ? -9999.0F : float(i % s_columns - 50));
@@ -306,7 +306,7 @@ std::string slope() {
 TEST_F(OverlayRun, AFloodCoversWhatLiesBelow) {
     folder.write("ground.tif", slope());
     // The vertices stand in the middle of their cells: -20.5 is 300 m to the east.
-    const double shore = (29.5 + 0.5) * s_cell;
+    const double shore = (29.5 + 0.5) * s_groundCell;
     for (const char * exaggeration : {"1", "3"}) {
         const bool isPlain = exaggeration == std::string("1");
         ASSERT_EQ(render({"--exaggeration", exaggeration}, "dry.png").status, 0);

@@ -6,13 +6,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "smallground.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
 namespace {
-
-constexpr unsigned s_width = 41, s_height = 29;
-constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
 
 /// The slope of the ground, at map coordinates.
 double slopeAt(double x, double y) {
@@ -20,7 +18,7 @@ double slopeAt(double x, double y) {
 }
 
 /// A slope with a hole in the data around column 10, line 10.
-SmallGeoTiff slope() {
+SmallGeoTiff tiltedGround() {
     SmallGeoTiff tiff{s_width, s_height};
     for (unsigned line = 0; line < s_height; ++line)
         for (unsigned column = 0; column < s_width; ++column) {
@@ -54,7 +52,7 @@ protected:
     }
 
     RunFolder folder;
-    const std::string terrain = folder.write("slope.tif", slope().encode());
+    const std::string terrain = folder.write("slope.tif", tiltedGround().encode());
 };
 
 TEST_F(PickCommand, TheMiddleOfTheMapIsBelowTheMiddleOfThePicture) {
@@ -138,7 +136,7 @@ TEST_F(PickCommand, NamesTheSystem) {
 }
 
 TEST_F(PickCommand, ARasterWithoutASystemHasNone) {
-    SmallGeoTiff tiff = slope();
+    SmallGeoTiff tiff = tiltedGround();
     tiff.isPlaced = false;
     const std::vector<std::string> pixel{"pick",   "--terrain", folder.write("bare.tif", tiff.encode()),
                                          "--view", "north",     "--size",
@@ -188,7 +186,7 @@ TEST_F(PickCommand, TakesLongitudeAndLatitudeOfAPlaceThatIsLookedAt) {
 }
 
 TEST_F(PickCommand, PlacesWithoutLongitudeAndLatitudeAreToldInMapCoordinates) {
-    SmallGeoTiff tiff = slope();
+    SmallGeoTiff tiff = tiltedGround();
     // Columns in the east lie beyond the globe.
     tiff.cell = 1e6;
     const std::string wide = folder.write("wide.tif", tiff.encode());

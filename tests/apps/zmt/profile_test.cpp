@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "datafiles.h"
 #include "support/environmentvariable.h"
 #include "support/zmtrun.h"
 
@@ -15,9 +16,7 @@
 
 namespace {
 
-const std::string s_jacksboro = ZMT_DATA_DIR "/../tests/data/jacksboro_heights.tif";
-
-RunResult zmt(const RunFolder & folder, const std::vector<std::string> & arguments) {
+RunResult runProfiled(const RunFolder & folder, const std::vector<std::string> & arguments) {
     return runProcess(ZMT_EXECUTABLE, arguments, folder);
 }
 
@@ -47,8 +46,8 @@ std::map<std::string, double> stagesIn(const std::string & text) {
 TEST(Profile, TellsTheStagesOfARun) {
     const RunFolder folder;
     const double start = NBX::NBXTime::now();
-    const RunResult run = zmt(folder, {"render", "--terrain", s_jacksboro, "--size", "200x100", "--out",
-                                       folder.out("a.png"), "--profile"});
+    const RunResult run = runProfiled(folder, {"render", "--terrain", s_jacksboroHeights, "--size", "200x100",
+                                               "--out", folder.out("a.png"), "--profile"});
     const double seconds = NBX::NBXTime::now() - start;
     ASSERT_EQ(0, run.status) << run.errors;
     EXPECT_EQ(run.output.find("Profiler"), run.output.npos) << "results stay apart";
@@ -66,10 +65,11 @@ TEST(Profile, TellsTheStagesOfARun) {
 
 TEST(Profile, IsToldOnlyWhereItIsAskedFor) {
     const RunFolder folder;
-    const RunResult run = zmt(folder, {"info", s_jacksboro});
+    const RunResult run = runProfiled(folder, {"info", s_jacksboroHeights});
     EXPECT_EQ(0, run.status);
     EXPECT_EQ("", run.errors);
-    EXPECT_EQ(1U, stagesIn(zmt(folder, {"info", s_jacksboro, "--profile"}).errors).count("read"));
+    EXPECT_EQ(1U,
+              stagesIn(runProfiled(folder, {"info", s_jacksboroHeights, "--profile"}).errors).count("read"));
 }
 
 TEST(Profile, EveryCommandTells) {
@@ -86,13 +86,15 @@ TEST(Profile, EveryCommandTells) {
                                                             {"build", "city"}};
     for (std::vector<std::string> command : commands) {
         command.emplace_back("--help");
-        EXPECT_NE(std::string::npos, zmt(folder, command).output.find("--profile")) << command.front();
+        EXPECT_NE(std::string::npos, runProfiled(folder, command).output.find("--profile"))
+            << command.front();
     }
-    const RunResult tree = zmt(
-        folder, {"build", "tree", s_jacksboro, folder.out("a.nbx"), "--max-vertices", "500", "--profile"});
+    const RunResult tree = runProfiled(folder, {"build", "tree", s_jacksboroHeights, folder.out("a.nbx"),
+                                                "--max-vertices", "500", "--profile"});
     for (const char * name : {"read", "build", "write"})
         EXPECT_TRUE(stagesIn(tree.errors).contains(name)) << name << " is missing in\n" << tree.errors;
-    EXPECT_TRUE(stagesIn(zmt(folder, {"validate", s_jacksboro, "--profile"}).errors).contains("check"))
+    EXPECT_TRUE(
+        stagesIn(runProfiled(folder, {"validate", s_jacksboroHeights, "--profile"}).errors).contains("check"))
         << "also when the run fails";
 }
 
@@ -105,10 +107,10 @@ protected:
     }
     RunResult render(const std::vector<std::string> & more = {}) const {
         std::vector<std::string> arguments = {
-            "render",  "--terrain",          s_jacksboro, "--out", folder_.out("a.png"),
+            "render",  "--terrain",          s_jacksboroHeights, "--out", folder_.out("a.png"),
             "--stats", folder_.out("a.json")};
         arguments.insert(arguments.end(), more.begin(), more.end());
-        return zmt(folder_, arguments);
+        return runProfiled(folder_, arguments);
     }
     int widthOfPicture() const {
         return nlohmann::json::parse(readWhole(folder_.out("a.json")))["width"].get<int>();

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include "commands.h"
+#include "datafiles.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/web/webapplication.h"
@@ -20,7 +21,6 @@
 namespace {
 
 constexpr float s_undefined = -9999.0F;
-const std::string s_jacksboro = ZMT_DATA_DIR "/../tests/data/jacksboro_heights.tif";
 const std::string s_jacksboroElsewhere = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
 
 /// A slope of heights 0, 1, 2, ...
@@ -39,8 +39,8 @@ SmallGeoTiff greyImage(unsigned width, unsigned height) {
     return tiff;
 }
 
-RunResult zmt(const RunFolder & folder, const std::vector<std::string> & arguments,
-              const RunLimits & limits = {}) {
+RunResult runZmt(const RunFolder & folder, const std::vector<std::string> & arguments,
+                 const RunLimits & limits = {}) {
     return runProcess(ZMT_EXECUTABLE, arguments, folder, limits);
 }
 
@@ -48,16 +48,16 @@ RunResult render(const RunFolder & folder, const std::string & terrain,
                  const std::vector<std::string> & more = {"--size", "48x32"}) {
     std::vector<std::string> arguments = {"render", "--terrain", terrain, "--out", folder.out("picture.png")};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return zmt(folder, arguments);
+    return runZmt(folder, arguments);
 }
 
 RunResult lod(const RunFolder & folder, const std::string & terrain) {
-    return zmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", "0",
-                        folder.out("m.obj")});
+    return runZmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", "0",
+                           folder.out("m.obj")});
 }
 
 /// One line on the standard error stream, with all `words`, and nothing left behind.
-void expectFailure(const RunResult & run, int status, const std::vector<std::string> & words,
+void expectRefusal(const RunResult & run, int status, const std::vector<std::string> & words,
                    const RunFolder & folder) {
     EXPECT_EQ(status, run.status);
     EXPECT_EQ(1, std::count(run.errors.begin(), run.errors.end(), '\n')) << run.errors;
@@ -94,8 +94,8 @@ TEST_P(BadTerrainTest, IsToldByRenderAndLod) {
     const std::string path = folder.write("terrain.tif", GetParam().bytes);
     std::vector<std::string> words = GetParam().words;
     words.push_back(path);
-    expectFailure(render(folder, path), 1, words, folder);
-    expectFailure(lod(folder, path), 1, words, folder);
+    expectRefusal(render(folder, path), 1, words, folder);
+    expectRefusal(lod(folder, path), 1, words, folder);
     EXPECT_EQ(std::vector<std::string>{"terrain.tif"}, folder.inputs());
 }
 
@@ -129,28 +129,28 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Program, NoSuchTerrain) {
     const RunFolder folder;
-    expectFailure(render(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
-    expectFailure(lod(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
-    expectFailure(zmt(folder, {"info", folder.in("none.tif")}), 1, {"no such file"}, folder);
+    expectRefusal(render(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
+    expectRefusal(lod(folder, folder.in("none.tif")), 1, {"no such file", folder.in("none.tif")}, folder);
+    expectRefusal(runZmt(folder, {"info", folder.in("none.tif")}), 1, {"no such file"}, folder);
 }
 
 TEST(Program, ATerrainIsNoDirectory) {
     const RunFolder folder;
     const std::string directory = folder.path() / "in";
-    expectFailure(render(folder, directory), 1, {"directory", directory}, folder);
-    expectFailure(lod(folder, directory), 1, {"directory", directory}, folder);
-    expectFailure(zmt(folder, {"info", directory}), 1, {"directory", directory}, folder);
+    expectRefusal(render(folder, directory), 1, {"directory", directory}, folder);
+    expectRefusal(lod(folder, directory), 1, {"directory", directory}, folder);
+    expectRefusal(runZmt(folder, {"info", directory}), 1, {"directory", directory}, folder);
 }
 
 TEST(Program, APipeIsNotWaitedFor) {
     const RunFolder folder;
     const std::string pipe = folder.in("pipe");
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-    expectFailure(render(folder, pipe), 1, {"pipe"}, folder);
-    expectFailure(render(folder, s_jacksboro, {"--image", pipe}), 1, {"pipe"}, folder);
-    expectFailure(render(folder, s_jacksboro, {"--drape", pipe}), 1, {"pipe"}, folder);
-    expectFailure(zmt(folder, {"info", pipe}), 1, {"pipe"}, folder);
-    expectFailure(zmt(folder, {"build", "pyramid", pipe, folder.out("p.ztp")}), 1, {"pipe"}, folder);
+    expectRefusal(render(folder, pipe), 1, {"pipe"}, folder);
+    expectRefusal(render(folder, s_jacksboroHeights, {"--image", pipe}), 1, {"pipe"}, folder);
+    expectRefusal(render(folder, s_jacksboroHeights, {"--drape", pipe}), 1, {"pipe"}, folder);
+    expectRefusal(runZmt(folder, {"info", pipe}), 1, {"pipe"}, folder);
+    expectRefusal(runZmt(folder, {"build", "pyramid", pipe, folder.out("p.ztp")}), 1, {"pipe"}, folder);
 }
 
 TEST(Program, TwoByTwoCellsAreATerrain) {
@@ -179,7 +179,7 @@ TEST(Program, HeightsThatAreNoNumbersAreUndefined) {
     EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("nan"));
     EXPECT_EQ(std::string::npos, readWhole(folder.out("m.obj")).find("inf"));
     EXPECT_NE(std::string::npos,
-              zmt(folder, {"info", path, "--statistics"}).output.find("undefined:  2.78 %"));
+              runZmt(folder, {"info", path, "--statistics"}).output.find("undefined:  2.78 %"));
 }
 
 TEST(Program, OneDefinedHeightIsATerrain) {
@@ -200,7 +200,7 @@ TEST(Program, TerrainsWithoutPlaceAreMeasuredInPixels) {
     const RunFolder folder;
     const std::string path = folder.write("t.tif", tiff.encode());
     expectPicture(render(folder, path), folder);
-    const RunResult info = zmt(folder, {"info", path});
+    const RunResult info = runZmt(folder, {"info", path});
     EXPECT_EQ(0, info.status) << info.errors;
     EXPECT_NE(std::string::npos, info.output.find("cell:       1 by 1")) << info.output;
     EXPECT_NE(std::string::npos, info.output.find("system:     none")) << info.output;
@@ -211,7 +211,7 @@ TEST(Info, TellsOtherUnitsOfHeightsThanMetres) {
     SmallGeoTiff heights = slope(9, 7);
     const auto told = [&](const char * unit) {
         heights.unit = unit;
-        return zmt(folder, {"info", folder.write("t.tif", heights.encode())}).output;
+        return runZmt(folder, {"info", folder.write("t.tif", heights.encode())}).output;
     };
     EXPECT_EQ(std::string::npos, told("metre").find("unit:"));
     EXPECT_NE(std::string::npos, told("ft").find("unit:       ft, 0.3048 metres")) << told("ft");
@@ -221,7 +221,7 @@ TEST(Info, TellsOtherUnitsOfHeightsThanMetres) {
 TEST(Program, InfoTellsWhatAFileHolds) {
     const RunFolder folder;
     const std::string path = folder.write("t.tif", slope(9, 7).encode());
-    const RunResult info = zmt(folder, {"info", path, "--statistics"});
+    const RunResult info = runZmt(folder, {"info", path, "--statistics"});
     EXPECT_EQ(0, info.status);
     EXPECT_EQ("", info.errors);
     for (const char * line : {"format:     GTiff, bands: 1\n", "size:       9 by 7 cells\n",
@@ -231,7 +231,8 @@ TEST(Program, InfoTellsWhatAFileHolds) {
                               "band 1:     Float32, Gray, no data is -9999\n",
                               "heights:    0 to 62, average 31\n", "undefined:  0.00 %\n"})
         EXPECT_NE(std::string::npos, info.output.find(line)) << line << "is missing in\n" << info.output;
-    const auto object = nlohmann::json::parse(zmt(folder, {"info", path, "--statistics", "--json"}).output);
+    const auto object =
+        nlohmann::json::parse(runZmt(folder, {"info", path, "--statistics", "--json"}).output);
     EXPECT_EQ("heights", object.at("kind"));
     EXPECT_EQ(9, object.at("width"));
     EXPECT_EQ("EPSG:32645", object.at("crs"));
@@ -250,18 +251,18 @@ TEST(Program, InfoTellsAllBandsOfAnImage) {
     SmallGeoTiff tiff{2, 2, SmallGeoTiff::Pixels::Colors};
     tiff.colors = {1, 50, 200, 3, 50, 200, 5, 50, 200, 7, 50, 208};
     const std::string path = folder.write("i.tif", tiff.encode());
-    const std::string brief = zmt(folder, {"info", path}).output;
+    const std::string brief = runZmt(folder, {"info", path}).output;
     for (const char * line :
          {"bands: 3\n", "size:       2 by 2 pixels\n", "pixel:      32 by 32 metre\n",
           "band 1:     Byte, Red\n", "band 2:     Byte, Green\n", "band 3:     Byte, Blue\n"})
         EXPECT_NE(std::string::npos, brief.find(line)) << line << "is missing in\n" << brief;
     EXPECT_EQ(std::string::npos, brief.find("values:")) << brief;
-    const std::string all = zmt(folder, {"info", path, "--statistics"}).output;
+    const std::string all = runZmt(folder, {"info", path, "--statistics"}).output;
     for (const char * line : {"values:     1 to 7, average 4\n", "values:     50 to 50, average 50\n",
                               "values:     200 to 208, average 202\n"})
         EXPECT_NE(std::string::npos, all.find(line)) << line << "is missing in\n" << all;
     EXPECT_EQ(std::string::npos, all.find("heights")) << all;
-    EXPECT_EQ(3U, nlohmann::json::parse(zmt(folder, {"info", path, "--json"}).output).at("bands").size());
+    EXPECT_EQ(3U, nlohmann::json::parse(runZmt(folder, {"info", path, "--json"}).output).at("bands").size());
 }
 
 TEST(Program, InfoTellsEveryKindAsAnObject) {
@@ -273,7 +274,7 @@ TEST(Program, InfoTellsEveryKindAsAnObject) {
     const auto build = [&](const std::vector<std::string> & arguments, const std::string & result) {
         std::vector<std::string> all = {"build"};
         all.insert(all.end(), arguments.begin(), arguments.end());
-        EXPECT_EQ(0, zmt(folder, all).status);
+        EXPECT_EQ(0, runZmt(folder, all).status);
         return folder.out(result);
     };
     const std::string terrain = build({"terrain", heights, folder.out("t.ztt")}, "t.ztt");
@@ -285,7 +286,7 @@ TEST(Program, InfoTellsEveryKindAsAnObject) {
         {ZMT_DATA_DIR "/everest_glaciers.geojson", "vectors"},
         {image, "image"}};
     for (const auto & [path, kind] : kinds) {
-        const auto object = nlohmann::json::parse(zmt(folder, {"info", path, "--json"}).output);
+        const auto object = nlohmann::json::parse(runZmt(folder, {"info", path, "--json"}).output);
         EXPECT_EQ(kind, object.at("kind")) << path;
         EXPECT_EQ(path, object.at("file"));
     }
@@ -293,13 +294,13 @@ TEST(Program, InfoTellsEveryKindAsAnObject) {
 
 TEST(Program, ImagesElsewhereAreTold) {
     const RunFolder folder;
-    expectFailure(render(folder, s_jacksboro, {"--image", s_jacksboroElsewhere}), 1,
+    expectRefusal(render(folder, s_jacksboroHeights, {"--image", s_jacksboroElsewhere}), 1,
                   {"lies elsewhere", s_jacksboroElsewhere}, folder);
     // On the same map, beside the terrain.
     SmallGeoTiff image = greyImage(8, 8);
     image.west += 100000.0;
     const std::string path = folder.write("i.tif", image.encode());
-    expectFailure(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1,
+    expectRefusal(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1,
                   {"lies elsewhere", path}, folder);
 }
 
@@ -308,7 +309,7 @@ TEST(Program, ImagesWithoutPlaceAreTold) {
     SmallGeoTiff image = greyImage(8, 8);
     image.isPlaced = false;
     const std::string path = folder.write("i.tif", image.encode());
-    expectFailure(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1, {path},
+    expectRefusal(render(folder, folder.write("t.tif", slope(8, 8).encode()), {"--image", path}), 1, {path},
                   folder);
 }
 
@@ -318,17 +319,18 @@ TEST(Program, ImagesThatCannotBeReadAreTold) {
     const std::string text = folder.write("i.tif", "no image");
     const std::string whole = greyImage(8, 8).encode();
     const std::string shortened = folder.write("s.tif", whole.substr(0, whole.size() - 20));
-    expectFailure(render(folder, terrain, {"--image", text}), 1, {text}, folder);
-    expectFailure(render(folder, terrain, {"--image", folder.in("none.png")}), 1,
+    expectRefusal(render(folder, terrain, {"--image", text}), 1, {text}, folder);
+    expectRefusal(render(folder, terrain, {"--image", folder.in("none.png")}), 1,
                   {"no such file", folder.in("none.png")}, folder);
-    expectFailure(render(folder, terrain, {"--image", shortened}), 1, {shortened}, folder);
+    expectRefusal(render(folder, terrain, {"--image", shortened}), 1, {shortened}, folder);
 }
 
 class RenderUsage : public ::testing::TestWithParam<WrongUse> {};
 
 TEST_P(RenderUsage, IsTold) {
     const RunFolder folder;
-    expectFailure(render(folder, s_jacksboro, GetParam().arguments), 2, {GetParam().words, "--help"}, folder);
+    expectRefusal(render(folder, s_jacksboroHeights, GetParam().arguments), 2, {GetParam().words, "--help"},
+                  folder);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -383,7 +385,7 @@ TEST(Program, VectorFilesThatCannotBeUsedAreTold) {
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
     for (const char * option : {"--breaklines", "--drape"})
         for (const std::string & path : {elsewhere, empty, noVectors, folder.in("missing.shp")})
-            expectFailure(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
+            expectRefusal(render(folder, terrain, {option, path, "--size", "48x32"}), 1, {path}, folder);
 }
 
 TEST(Program, FilesOfAnotherKindAreTold) {
@@ -391,10 +393,10 @@ TEST(Program, FilesOfAnotherKindAreTold) {
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
     const std::string areas =
         folder.write("areas.tif", R"({"type":"Polygon","coordinates":[[[10,10],[11,10],[11,11],[10,10]]]})");
-    expectFailure(render(folder, areas), 1, {"holds lines or areas", areas}, folder);
-    expectFailure(render(folder, terrain, {"--image", areas}), 1, {"holds lines or areas", areas}, folder);
-    expectFailure(render(folder, terrain, {"--drape", terrain}), 1, {"holds a raster", terrain}, folder);
-    const RunResult info = zmt(folder, {"info", areas});
+    expectRefusal(render(folder, areas), 1, {"holds lines or areas", areas}, folder);
+    expectRefusal(render(folder, terrain, {"--image", areas}), 1, {"holds lines or areas", areas}, folder);
+    expectRefusal(render(folder, terrain, {"--drape", terrain}), 1, {"holds a raster", terrain}, folder);
+    const RunResult info = runZmt(folder, {"info", areas});
     EXPECT_EQ(0, info.status) << info.errors;
     EXPECT_NE(std::string::npos, info.output.find("format:     GeoJSON, lines or areas, layers: 1"))
         << info.output;
@@ -410,7 +412,7 @@ TEST(Program, APictureWithoutTerrainIsToldOf) {
     EXPECT_NE(std::string::npos, away.errorLines()[0].find("in sight"));
     EXPECT_NE(std::string::npos, away.errorLines()[0].find("500016,3099760,0 to 500240,3099984,63"));
     const std::string streaming = folder.in("t.ztt");
-    ASSERT_EQ(0, zmt(folder, {"build", "terrain", terrain, streaming}).status);
+    ASSERT_EQ(0, runZmt(folder, {"build", "terrain", terrain, streaming}).status);
     // The eye is in the box of the terrain, which thus is drawn, and looks up.
     const std::string up = "500050,3099900,62,500050,3099910,162";
     for (const std::vector<std::string> & kind :
@@ -465,13 +467,13 @@ TEST(Program, AreasTooLargeToBeDrapedAreToldOnce) {
         "all.geojson", R"({"type":"Polygon","coordinates":[[[80,20],[95,20],[95,40],[80,40],[80,20]]]})");
     SmallGeoTiff flat = slope(2100, 2100);
     flat.heights.assign(flat.heights.size(), 5.0F);
-    expectFailure(render(folder, folder.write("t.tif", flat.encode()), {"--drape", all, "--size", "48x32"}),
+    expectRefusal(render(folder, folder.write("t.tif", flat.encode()), {"--drape", all, "--size", "48x32"}),
                   1, {all, "points", "4000000", "larger cells"}, folder);
 }
 
 TEST(Program, RastersTooLargeForChunkedTerrainsAreTold) {
     const RunFolder folder;
-    expectFailure(render(folder, folder.write("t.tif", slope(8194, 2).encode()),
+    expectRefusal(render(folder, folder.write("t.tif", slope(8194, 2).encode()),
                          {"--method", "chunked", "--size", "48x32"}),
                   1, {"8193", "--method tree"}, folder);
 }
@@ -480,11 +482,11 @@ TEST(Program, DamagedPyramidsAreTold) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
     const std::string image = folder.write("i.tif", greyImage(8, 8).encode());
-    ASSERT_EQ(0, zmt(folder, {"build", "pyramid", image, folder.in("whole.ztp")}).status);
+    ASSERT_EQ(0, runZmt(folder, {"build", "pyramid", image, folder.in("whole.ztp")}).status);
     const std::string bytes = readWhole(folder.in("whole.ztp"));
     for (const std::size_t length : {std::size_t(100), bytes.size() / 2, bytes.size() - 1}) {
         const std::string path = folder.write("cut.ztp", bytes.substr(0, length));
-        expectFailure(render(folder, terrain, {"--image", path, "--size", "48x32"}), 1, {path}, folder);
+        expectRefusal(render(folder, terrain, {"--image", path, "--size", "48x32"}), 1, {path}, folder);
     }
 }
 
@@ -517,9 +519,9 @@ TEST(Program, WedgesWithoutHeightsAreTold) {
         EXPECT_EQ(0, other.status);
         EXPECT_EQ("", other.errors);
         for (const std::string corner : {"1,84", "9,84"}) {
-            const RunResult pick =
-                zmt(folder, {"pick", "--terrain", folder.in("t.tif"), "--crs", system, "--lonlat", "--view",
-                             corner + ",+5000," + corner + ",+0", "--size", "64x64", "--json", "32,32"});
+            const RunResult pick = runZmt(folder, {"pick", "--terrain", folder.in("t.tif"), "--crs", system,
+                                                   "--lonlat", "--view", corner + ",+5000," + corner + ",+0",
+                                                   "--size", "64x64", "--json", "32,32"});
             EXPECT_EQ(0, pick.status) << corner << pick.errors;
             EXPECT_EQ(std::string::npos, pick.output.find("\"height\":null")) << corner << pick.output;
             EXPECT_NE(std::string::npos, pick.output.find("\"hit\":true")) << corner << pick.output;
@@ -540,25 +542,27 @@ TEST(Program, SoundFilesThatCannotBeReadAreTold) {
                               "<DstRect xOff=\"0\" yOff=\"0\" xSize=\"8\" ySize=\"8\"/>"
                               "</SimpleSource></VRTRasterBand></VRTDataset>");
     const std::vector<std::string> words = {"cannot be read", "a file that it names", path, "/missing.tif"};
-    expectFailure(render(folder, path), 1, words, folder);
-    expectFailure(render(folder, terrain, {"--image", path}), 1, words, folder);
-    expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp")}), 1, words, folder);
-    expectFailure(zmt(folder, {"build", "terrain", path, folder.out("p.ztt")}), 1, words, folder);
+    expectRefusal(render(folder, path), 1, words, folder);
+    expectRefusal(render(folder, terrain, {"--image", path}), 1, words, folder);
+    expectRefusal(runZmt(folder, {"build", "pyramid", path, folder.out("p.ztp")}), 1, words, folder);
+    expectRefusal(runZmt(folder, {"build", "terrain", path, folder.out("p.ztt")}), 1, words, folder);
 }
 
 TEST(Program, UsageIsTold) {
     const RunFolder folder;
-    expectFailure(zmt(folder, {}), 2, {"--help"}, folder);
-    expectFailure(zmt(folder, {"paint"}), 2, {"unknown command: paint", "render", "--help"}, folder);
-    expectFailure(zmt(folder, {"build", "house"}), 2, {"unknown command: house", "pyramid"}, folder);
-    expectFailure(zmt(folder, {"--paint"}), 2, {"--help"}, folder);
-    expectFailure(zmt(folder, {"build"}), 2, {"zmt build --help"}, folder);
-    expectFailure(zmt(folder, {"pick", "1,1"}), 2, {"--terrain", "--help"}, folder);
-    expectFailure(zmt(folder, {"render", "--out", folder.out("p.png")}), 2,
+    expectRefusal(runZmt(folder, {}), 2, {"--help"}, folder);
+    expectRefusal(runZmt(folder, {"paint"}), 2, {"unknown command: paint", "render", "--help"}, folder);
+    expectRefusal(runZmt(folder, {"build", "house"}), 2, {"unknown command: house", "pyramid"}, folder);
+    expectRefusal(runZmt(folder, {"--paint"}), 2, {"--help"}, folder);
+    expectRefusal(runZmt(folder, {"build"}), 2, {"zmt build --help"}, folder);
+    expectRefusal(runZmt(folder, {"pick", "1,1"}), 2, {"--terrain", "--help"}, folder);
+    expectRefusal(runZmt(folder, {"render", "--out", folder.out("p.png")}), 2,
                   {"--terrain is required, or --city", "--help"}, folder);
-    expectFailure(zmt(folder, {"render", "--terrain", s_jacksboro}), 2, {"--out", "--help"}, folder);
-    expectFailure(zmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
-    expectFailure(zmt(folder, {"build", "pyramid", "a", "b", "c"}), 2, {"zmt build pyramid --help"}, folder);
+    expectRefusal(runZmt(folder, {"render", "--terrain", s_jacksboroHeights}), 2, {"--out", "--help"},
+                  folder);
+    expectRefusal(runZmt(folder, {"info"}), 2, {"FILE", "--help"}, folder);
+    expectRefusal(runZmt(folder, {"build", "pyramid", "a", "b", "c"}), 2, {"zmt build pyramid --help"},
+                  folder);
 }
 
 TEST(Program, LibrariesAreHeardOnRequestAlone) {
@@ -574,10 +578,10 @@ TEST(Program, LibrariesAreHeardOnRequestAlone) {
         {{"build", "tree", terrain, folder.out("t.nbx")}, {tree}}};
     for (const auto & [command, texts] : commands) {
         SCOPED_TRACE(command.front());
-        EXPECT_EQ("", zmt(folder, command).errors);
+        EXPECT_EQ("", runZmt(folder, command).errors);
         std::vector<std::string> verbose = command;
         verbose.emplace_back("--verbose");
-        const RunResult run = zmt(folder, verbose);
+        const RunResult run = runZmt(folder, verbose);
         EXPECT_EQ(0, run.status);
         for (const std::string & text : texts)
             EXPECT_NE(std::string::npos, run.errors.find(text)) << text << "\n" << run.errors;
@@ -602,23 +606,24 @@ TEST(Program, RastersOfAnySizeAreTold) {
     const std::string path =
         folder.write("t.vrt", "<VRTDataset rasterXSize=\"2000000000\" rasterYSize=\"2000000000\">"
                               "<VRTRasterBand dataType=\"Float32\" band=\"1\"/></VRTDataset>");
-    expectFailure(render(folder, path), 1, {path, "too large", "'zmt build terrain'"}, folder);
-    expectFailure(lod(folder, path), 1, {path, "too large", "400000000"}, folder);
-    EXPECT_NE(std::string::npos, zmt(folder, {"info", path}).output.find("2000000000 by 2000000000 cells"));
-    expectFailure(zmt(folder, {"pick", "--terrain", path, "5,5"}), 1, {path, "too large"}, folder);
-    expectFailure(zmt(folder, {"build", "pyramid", path, folder.out("p.ztp"), "--format", "RGBA8"}), 1,
+    expectRefusal(render(folder, path), 1, {path, "too large", "'zmt build terrain'"}, folder);
+    expectRefusal(lod(folder, path), 1, {path, "too large", "400000000"}, folder);
+    EXPECT_NE(std::string::npos,
+              runZmt(folder, {"info", path}).output.find("2000000000 by 2000000000 cells"));
+    expectRefusal(runZmt(folder, {"pick", "--terrain", path, "5,5"}), 1, {path, "too large"}, folder);
+    expectRefusal(runZmt(folder, {"build", "pyramid", path, folder.out("p.ztp"), "--format", "RGBA8"}), 1,
                   {path, "too large"}, folder);
     const std::string terrain = folder.write("small.tif", slope(8, 8).encode());
-    expectFailure(render(folder, terrain, {"--image", path}), 1, {path}, folder);
+    expectRefusal(render(folder, terrain, {"--image", path}), 1, {path}, folder);
 }
 
 TEST(Program, ATreeIsDescribedWholeOrNotAtAll) {
     const RunFolder folder;
     // Room for the surface of the root, but not for the report.
-    const RunResult run = zmt(folder,
-                              {"lod", "--terrain", s_jacksboro, "--max-vertices", "50", "--report",
-                               folder.out("r.json"), "--mesh", "0", folder.out("m.obj")},
-                              {20000, {}});
+    const RunResult run = runZmt(folder,
+                                 {"lod", "--terrain", s_jacksboroHeights, "--max-vertices", "50", "--report",
+                                  folder.out("r.json"), "--mesh", "0", folder.out("m.obj")},
+                                 {20000, {}});
     EXPECT_EQ(1, run.status);
     ASSERT_EQ(1U, run.errorLines().size()) << run.errors;
     EXPECT_NE(std::string::npos, run.errorLines()[0].find("r.json")) << run.errors;
@@ -629,8 +634,8 @@ TEST(Program, ALevelThatTheTreeDoesNotHaveIsTold) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
     const auto run = [&](const std::string & level) {
-        return zmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", level,
-                            folder.out("m.obj")});
+        return runZmt(folder, {"lod", "--terrain", terrain, "--report", folder.out("r.json"), "--mesh", level,
+                               folder.out("m.obj")});
     };
     const RunResult refused = run("99");
     EXPECT_EQ(2, refused.status);
@@ -645,10 +650,10 @@ TEST(Program, APictureIsWhatItsNameSays) {
     const RunFolder folder;
     const std::string terrain = folder.write("t.tif", slope(8, 8).encode());
     const auto run = [&](const std::string & name) {
-        return zmt(folder, {"render", "--terrain", terrain, "--size", "48x32", "--out", folder.out(name)});
+        return runZmt(folder, {"render", "--terrain", terrain, "--size", "48x32", "--out", folder.out(name)});
     };
     for (const char * name : {"p.tif", "p.bmp", "p.jpg.txt"})
-        expectFailure(run(name), 2, {"--out", "PNG or JPEG", name}, folder);
+        expectRefusal(run(name), 2, {"--out", "PNG or JPEG", name}, folder);
     for (const char * name : {"p.jpg", "p.JPEG", "p.png", "p.PNG", "p"}) {
         EXPECT_EQ(0, run(name).status) << name;
         const std::string begin = readWhole(folder.out(name)).substr(0, 4);
@@ -660,13 +665,13 @@ TEST(Program, APictureIsWhatItsNameSays) {
 TEST(Program, HelpAndVersionAreNoErrors) {
     const RunFolder folder;
     for (const char * option : {"--help", "--version"}) {
-        const RunResult run = zmt(folder, {option});
+        const RunResult run = runZmt(folder, {option});
         EXPECT_EQ(0, run.status);
         EXPECT_EQ("", run.errors);
         EXPECT_NE("", run.output);
     }
     for (const char * command : {"render", "lod", "mesh", "info", "pick", "build"})
-        EXPECT_EQ(0, zmt(folder, {command, "--help"}).status);
+        EXPECT_EQ(0, runZmt(folder, {command, "--help"}).status);
 }
 
 /// Places where no file can be written, seen from a folder with a regular file "file" in it.
@@ -676,13 +681,13 @@ TEST(Program, OutputsThatCannotBeWrittenAreTold) {
     for (const std::string & out :
          {folder.out("none/picture.png"), terrain + "/picture.png", std::string("/proc/picture.png"),
           (folder.path() / "in").string(), std::string("/dev/full"), std::string("")}) {
-        const RunResult run = zmt(folder, {"render", "--terrain", terrain, "--size", "8x8", "--out", out});
-        expectFailure(run, 1, {out}, folder);
-        expectFailure(zmt(folder, {"lod", "--terrain", terrain, "--report", out}), 1, {out}, folder);
+        const RunResult run = runZmt(folder, {"render", "--terrain", terrain, "--size", "8x8", "--out", out});
+        expectRefusal(run, 1, {out}, folder);
+        expectRefusal(runZmt(folder, {"lod", "--terrain", terrain, "--report", out}), 1, {out}, folder);
     }
     // The other output is not written either.
     const std::string none = folder.out("none/s.json");
-    expectFailure(render(folder, terrain, {"--stats", none}), 1, {none}, folder);
+    expectRefusal(render(folder, terrain, {"--stats", none}), 1, {none}, folder);
     EXPECT_EQ(std::vector<std::string>{"t.tif"}, folder.inputs());
 }
 
@@ -690,13 +695,14 @@ TEST(Program, AFullDiskLeavesNothing) {
     const RunFolder folder;
     const RunLimits limits{2048, {}};
     const RunResult picture =
-        zmt(folder, {"render", "--terrain", s_jacksboro, "--size", "320x200", "--out", folder.out("p.png")},
-            limits);
+        runZmt(folder,
+               {"render", "--terrain", s_jacksboroHeights, "--size", "320x200", "--out", folder.out("p.png")},
+               limits);
     EXPECT_EQ(1, picture.status);
     ASSERT_EQ(1U, picture.errorLines().size()) << picture.errors;
     EXPECT_NE(std::string::npos, picture.errorLines()[0].find("p.png")) << picture.errors;
     const RunResult tree =
-        zmt(folder, {"lod", "--terrain", s_jacksboro, "--report", folder.out("r.json")}, limits);
+        runZmt(folder, {"lod", "--terrain", s_jacksboroHeights, "--report", folder.out("r.json")}, limits);
     EXPECT_EQ(1, tree.status);
     ASSERT_EQ(1U, tree.errorLines().size()) << tree.errors;
     EXPECT_NE(std::string::npos, tree.errorLines()[0].find("r.json")) << tree.errors;
@@ -706,8 +712,8 @@ TEST(Program, AFullDiskLeavesNothing) {
 TEST(Program, AFullDiskKeepsTheOldFile) {
     const RunFolder folder;
     ASSERT_EQ(0, std::system(("echo old > " + folder.out("r.json")).c_str()));
-    const RunResult run =
-        zmt(folder, {"lod", "--terrain", s_jacksboro, "--report", folder.out("r.json")}, {2048, {}});
+    const RunResult run = runZmt(
+        folder, {"lod", "--terrain", s_jacksboroHeights, "--report", folder.out("r.json")}, {2048, {}});
     EXPECT_EQ(1, run.status);
     EXPECT_EQ("old\n", readWhole(folder.out("r.json")));
     EXPECT_EQ(std::vector<std::string>{"r.json"}, folder.results());
@@ -722,7 +728,7 @@ TEST(Program, AnInterruptLeavesNothing) {
     for (std::vector<std::string> arguments : commands) {
         const RunFolder folder;
         arguments.push_back(folder.out("result"));
-        const RunResult run = zmt(folder, arguments, {0, folder.path() / "out"});
+        const RunResult run = runZmt(folder, arguments, {0, folder.path() / "out"});
         EXPECT_EQ(1, run.status);
         EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
         EXPECT_EQ(std::vector<std::string>(), folder.results());

@@ -9,6 +9,7 @@
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/gdal/vectorfile.h>
 
+#include "datafiles.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/wronguse.h"
@@ -16,9 +17,7 @@
 
 namespace {
 
-const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
-const std::string s_jacksboro = s_data + "jacksboro_heights.tif";
-const std::string s_everest = s_data + "everest_30m_heights.tif";
+const std::string s_fineEverest = s_data + "everest_30m_heights.tif";
 
 class Relief : public ::testing::Test {
 protected:
@@ -63,25 +62,26 @@ TEST_F(Relief, HachuresAreInkOfATenthToTwoFifths) {
 }
 
 TEST_F(Relief, PicturesAreAsEver) {
-    EXPECT_EQ("", compareWithGolden(made("a.png", {"hachures", s_jacksboro}), "hachures"));
-    EXPECT_EQ("", compareWithGolden(made("b.png", {"hachures", s_jacksboro, "--reference", "shade"}),
+    EXPECT_EQ("", compareWithGolden(made("a.png", {"hachures", s_jacksboroHeights}), "hachures"));
+    EXPECT_EQ("", compareWithGolden(made("b.png", {"hachures", s_jacksboroHeights, "--reference", "shade"}),
                                     "hachures_shade"));
-    EXPECT_EQ("", compareWithGolden(made("c.png", {"shade", s_jacksboro}), "shade"));
+    EXPECT_EQ("", compareWithGolden(made("c.png", {"shade", s_jacksboroHeights}), "shade"));
 }
 
 TEST_F(Relief, AreTheSameOnEveryRun) {
     for (const char * suffix : {"png", "tif", "svg", "geojson"}) {
-        const std::string first = readWhole(made(std::string("1.") + suffix, {"hachures", s_jacksboro}));
-        EXPECT_EQ(first,
-                  readWhole(made(std::string("2.") + suffix, {"hachures", s_jacksboro, "--threads", "1"})))
+        const std::string first =
+            readWhole(made(std::string("1.") + suffix, {"hachures", s_jacksboroHeights}));
+        EXPECT_EQ(first, readWhole(made(std::string("2.") + suffix,
+                                        {"hachures", s_jacksboroHeights, "--threads", "1"})))
             << suffix;
     }
 }
 
 TEST_F(Relief, NumbersLieOnTheCellsOfTheirSource) {
-    const ZMT::RASTER::RasterFile source(s_jacksboro);
+    const ZMT::RASTER::RasterFile source(s_jacksboroHeights);
     for (const char * kind : {"slope", "curvature", "shade"}) {
-        const ZMT::RASTER::RasterFile file(made(std::string(kind) + ".tif", {kind, s_jacksboro}));
+        const ZMT::RASTER::RasterFile file(made(std::string(kind) + ".tif", {kind, s_jacksboroHeights}));
         EXPECT_EQ(source.grid().cellsX, file.grid().cellsX);
         EXPECT_EQ(source.grid().cellsY, file.grid().cellsY);
         EXPECT_NEAR(source.grid().minX, file.grid().minX, 1e-12);
@@ -108,14 +108,14 @@ TEST_F(Relief, SlopesOfDegreesAreTrue) {
 
 TEST_F(Relief, HachuresAreLinesAsWell) {
     for (const char * suffix : {"gpkg", "geojson"}) {
-        const std::string path = made(std::string("s.") + suffix, {"hachures", s_everest});
+        const std::string path = made(std::string("s.") + suffix, {"hachures", s_fineEverest});
         EXPECT_GT(ZMT::RASTER::VectorFile(path).read("", {-1e9, -1e9, 1e9, 1e9}).size(), 500U) << suffix;
     }
     EXPECT_EQ(2U, folder.results().size()) << "nothing beside them";
 }
 
 TEST_F(Relief, OptionsReachTheDrawing) {
-    const std::string plain = readWhole(made("plain.png", {"hachures", s_everest}));
+    const std::string plain = readWhole(made("plain.png", {"hachures", s_fineEverest}));
     for (const std::vector<std::string> & words : std::vector<std::vector<std::string>>{
              {"--width", "300"},
              {"--height", "300"},
@@ -137,9 +137,9 @@ TEST_F(Relief, OptionsReachTheDrawing) {
              {"--max-steps", "10"},
              {"--ink"},
              {"--fill-voids"},
-             {"--reference", s_everest, "--black", "8000", "--white", "5000"},
+             {"--reference", s_fineEverest, "--black", "8000", "--white", "5000"},
              {"--reference", "slope", "--max-stroke", "12"}}) {
-        std::vector<std::string> arguments = {"hachures", s_everest};
+        std::vector<std::string> arguments = {"hachures", s_fineEverest};
         arguments.insert(arguments.end(), words.begin(), words.end());
         EXPECT_NE(plain, readWhole(made("other.png", arguments))) << words[0];
     }
@@ -148,36 +148,40 @@ TEST_F(Relief, OptionsReachTheDrawing) {
 TEST_F(Relief, APictureMayBeTheBrush) {
     const std::string brush = folder.in("brush.png");
     writePng(NBX::MemoryImage(6, 6, NBX::LS_Luminance), brush); // black
-    EXPECT_GT(inkOf(made("b.png", {"hachures", s_everest, "--brush", brush})),
-              1.2 * inkOf(made("s.png", {"hachures", s_everest, "--stroke", "6", "--inner-stroke", "1"})));
-    const RunResult wrong = relief({"hachures", s_everest, folder.out("x.png"), "--brush", s_everest});
+    EXPECT_GT(inkOf(made("b.png", {"hachures", s_fineEverest, "--brush", brush})),
+              1.2 *
+                  inkOf(made("s.png", {"hachures", s_fineEverest, "--stroke", "6", "--inner-stroke", "1"})));
+    const RunResult wrong =
+        relief({"hachures", s_fineEverest, folder.out("x.png"), "--brush", s_fineEverest});
     EXPECT_EQ(1, wrong.status);
     EXPECT_NE(std::string::npos, wrong.errors.find("is no brush")) << wrong.errors;
 }
 
 TEST_F(Relief, WrongUseIsOneLine) {
     const WrongUse cases[] = {
-        {"numbers as a picture", {"slope", s_everest, folder.out("x.png")}, "ends in tif"},
-        {"lines of a shade", {"shade", s_everest, folder.out("x.svg")}, "tif or png"},
-        {"no suffix", {"hachures", s_everest, folder.out("x")}, "suffix"},
-        {"the input", {"shade", s_everest, s_everest}, "same file"},
-        {"the reference", {"hachures", s_everest, s_jacksboro, "--reference", s_jacksboro}, "same file"},
-        {"even window", {"slope", s_everest, folder.out("x.tif"), "--window", "4"}, "--window"},
-        {"unknown kind", {"curvature", s_everest, folder.out("x.tif"), "--kind", "odd"}, "cross-section"},
-        {"dark", {"shade", s_everest, folder.out("x.tif"), "--elevation", "-1"}, "--elevation"},
-        {"flat", {"shade", s_everest, folder.out("x.tif"), "--exaggeration", "0"}, "--exaggeration"},
-        {"thin", {"hachures", s_everest, folder.out("x.tif"), "--stroke", "1"}, "--stroke"},
+        {"numbers as a picture", {"slope", s_fineEverest, folder.out("x.png")}, "ends in tif"},
+        {"lines of a shade", {"shade", s_fineEverest, folder.out("x.svg")}, "tif or png"},
+        {"no suffix", {"hachures", s_fineEverest, folder.out("x")}, "suffix"},
+        {"the input", {"shade", s_fineEverest, s_fineEverest}, "same file"},
+        {"the reference",
+         {"hachures", s_fineEverest, s_jacksboroHeights, "--reference", s_jacksboroHeights},
+         "same file"},
+        {"even window", {"slope", s_fineEverest, folder.out("x.tif"), "--window", "4"}, "--window"},
+        {"unknown kind", {"curvature", s_fineEverest, folder.out("x.tif"), "--kind", "odd"}, "cross-section"},
+        {"dark", {"shade", s_fineEverest, folder.out("x.tif"), "--elevation", "-1"}, "--elevation"},
+        {"flat", {"shade", s_fineEverest, folder.out("x.tif"), "--exaggeration", "0"}, "--exaggeration"},
+        {"thin", {"hachures", s_fineEverest, folder.out("x.tif"), "--stroke", "1"}, "--stroke"},
         {"inner above outer",
-         {"hachures", s_everest, folder.out("x.tif"), "--inner-stroke", "4"},
+         {"hachures", s_fineEverest, folder.out("x.tif"), "--inner-stroke", "4"},
          "--inner-stroke"},
         {"brushes of two kinds",
-         {"hachures", s_everest, folder.out("x.tif"), "--stroke", "4", "--reference", "slope"},
+         {"hachures", s_fineEverest, folder.out("x.tif"), "--stroke", "4", "--reference", "slope"},
          "--reference"},
         {"black without reference",
-         {"hachures", s_everest, folder.out("x.tif"), "--black", "4"},
+         {"hachures", s_fineEverest, folder.out("x.tif"), "--black", "4"},
          "--reference"},
-        {"steps", {"hachures", s_everest, folder.out("x.tif"), "--min-steps", "200"}, "--min-steps"},
-        {"interval", {"hachures", s_everest, folder.out("x.tif"), "--interval", "0"}, "--interval"},
+        {"steps", {"hachures", s_fineEverest, folder.out("x.tif"), "--min-steps", "200"}, "--min-steps"},
+        {"interval", {"hachures", s_fineEverest, folder.out("x.tif"), "--interval", "0"}, "--interval"},
     };
     for (const WrongUse & wrong : cases) {
         const RunResult run = relief(wrong.arguments);
@@ -189,7 +193,7 @@ TEST_F(Relief, WrongUseIsOneLine) {
 }
 
 TEST_F(Relief, WhatCannotBeReadIsOneLine) {
-    const std::string whole = readWhole(s_everest);
+    const std::string whole = readWhole(s_fineEverest);
     const std::string cut = folder.write("cut.tif", whole.substr(0, whole.size() / 2));
     const std::string text = folder.write("text.tif", "no raster");
     for (const char * kind : {"slope", "shade", "curvature", "hachures"})
@@ -208,7 +212,7 @@ TEST_F(Relief, AFullDiskLeavesNothing) {
         for (const char * name : {"x.tif", "x.png", "x.gpkg"}) {
             if (*kind != 'h' && std::string(name) == "x.gpkg") continue;
             if (*kind == 's' && kind[1] == 'l' && std::string(name) == "x.png") continue;
-            const RunResult run = relief({kind, s_jacksboro, folder.out(name)}, limits);
+            const RunResult run = relief({kind, s_jacksboroHeights, folder.out(name)}, limits);
             EXPECT_EQ(1, run.status) << kind << " " << name;
             EXPECT_EQ(1U, run.errorLines().size()) << run.errors;
             EXPECT_TRUE(folder.results().empty()) << kind << " " << name;

@@ -9,6 +9,7 @@
 #include <nbx/image/image.h>
 #include <nbx/math/color.h>
 
+#include "datafiles.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
@@ -17,12 +18,7 @@ namespace {
 
 using NBX::Color;
 
-const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
-const std::string s_everest = s_data + "everest_heights.tif";
-const std::string s_everestImage = s_data + "everest_image.tif";
 const std::string s_everestDetail = s_data + "everest_image_detail.tif";
-const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
-const std::string s_jacksboro = s_data + "jacksboro_heights.tif";
 
 RunResult render(const RunFolder & folder, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "render");
@@ -54,32 +50,38 @@ TEST_P(Golden, LooksAsBefore) {
 }
 
 const GoldenCase s_goldenCases[] = {
-    {"overview", {"--terrain", s_everest, "--image", s_everestImage}},
-    {"closeup", {"--terrain", s_jacksboro, "--view", "closeup", "--exaggeration", "1.5"}},
-    {"north", {"--terrain", s_everest, "--image", s_everestImage, "--view", "north"}},
-    {"grazing", {"--terrain", s_jacksboro, "--view", "751300,4048700,700,745000,4055000,500"}},
+    {"overview", {"--terrain", s_everestHeights, "--image", s_everestImage}},
+    {"closeup", {"--terrain", s_jacksboroHeights, "--view", "closeup", "--exaggeration", "1.5"}},
+    {"north", {"--terrain", s_everestHeights, "--image", s_everestImage, "--view", "north"}},
+    {"grazing", {"--terrain", s_jacksboroHeights, "--view", "751300,4048700,700,745000,4055000,500"}},
     {"walls",
-     {"--terrain", s_everest, "--image", s_everestImage, "--view",
+     {"--terrain", s_everestHeights, "--image", s_everestImage, "--view",
       "478500,3079500,7000,484500,3085500,4500"}},
-    {"patches", {"--terrain", s_jacksboro, "--patches", "--max-vertices", "200", "--geometry-error", "1"}},
-    {"wireframe", {"--terrain", s_jacksboro, "--wireframe", "--max-vertices", "200", "--exaggeration", "2"}},
+    {"patches",
+     {"--terrain", s_jacksboroHeights, "--patches", "--max-vertices", "200", "--geometry-error", "1"}},
+    {"wireframe",
+     {"--terrain", s_jacksboroHeights, "--wireframe", "--max-vertices", "200", "--exaggeration", "2"}},
     {"two_images",
-     {"--terrain", s_everest, "--image", s_everestImage, "--image", s_everestDetail, "--view",
+     {"--terrain", s_everestHeights, "--image", s_everestImage, "--image", s_everestDetail, "--view",
       "484500,3084000,8500,484500,3091000,5000"}},
-    {"chunked", {"--terrain", s_everest, "--image", s_everestImage, "--method", "chunked"}},
+    {"chunked", {"--terrain", s_everestHeights, "--image", s_everestImage, "--method", "chunked"}},
     {"static_light",
-     {"--terrain", s_jacksboro, "--lighting", "static", "--light", "90,30,0.2", "--exaggeration", "2"}},
+     {"--terrain", s_jacksboroHeights, "--lighting", "static", "--light", "90,30,0.2", "--exaggeration",
+      "2"}},
     {"dynamic_light",
-     {"--terrain", s_jacksboro, "--lighting", "dynamic", "--light", "90,30,0.2", "--exaggeration", "2"}},
+     {"--terrain", s_jacksboroHeights, "--lighting", "dynamic", "--light", "90,30,0.2", "--exaggeration",
+      "2"}},
     {"vertex_light",
-     {"--terrain", s_jacksboro, "--lighting", "vertex", "--light", "90,30,0.2", "--exaggeration", "2"}},
+     {"--terrain", s_jacksboroHeights, "--lighting", "vertex", "--light", "90,30,0.2", "--exaggeration",
+      "2"}},
     {"chunked_light",
-     {"--terrain", s_jacksboro, "--lighting", "dynamic", "--method", "chunked", "--light", "90,30,0.2"}},
+     {"--terrain", s_jacksboroHeights, "--lighting", "dynamic", "--method", "chunked", "--light",
+      "90,30,0.2"}},
     {"break_lines",
-     {"--terrain", s_everest, "--breaklines", s_glaciers, "--wireframe", "--view", "north",
+     {"--terrain", s_everestHeights, "--breaklines", s_glaciers, "--wireframe", "--view", "north",
       "--geometry-error", "0.5"}},
     {"draped",
-     {"--terrain", s_everest, "--image", s_everestImage, "--drape", s_glaciers, "--drape-lift", "150",
+     {"--terrain", s_everestHeights, "--image", s_everestImage, "--drape", s_glaciers, "--drape-lift", "150",
       "--view", "closeup"}},
 };
 
@@ -214,8 +216,8 @@ TEST(RenderCommand, AnInterruptEndsTheDrawingOfALargePicture) {
     limits.signalDelay = std::chrono::milliseconds(1500);
     const RunResult run =
         runProcess(ZMT_EXECUTABLE,
-                   {"render", "--terrain", s_everest, "--image", s_everestImage, "--size", "10000x10000",
-                    "--geometry-error", "0", "--out", folder.out("picture.png")},
+                   {"render", "--terrain", s_everestHeights, "--image", s_everestImage, "--size",
+                    "10000x10000", "--geometry-error", "0", "--out", folder.out("picture.png")},
                    folder, limits);
     EXPECT_EQ(1, run.status);
     EXPECT_EQ(std::vector<std::string>{"zmt: cancelled"}, run.errorLines()) << run.errors;
@@ -402,7 +404,7 @@ TEST(RenderCommand, WireframeLeavesWallsOut) {
 
 nlohmann::json statsOf(const std::vector<std::string> & more) {
     const RunFolder folder;
-    std::vector<std::string> arguments = {"--terrain", s_jacksboro,          "--size", "160x100",
+    std::vector<std::string> arguments = {"--terrain", s_jacksboroHeights,   "--size", "160x100",
                                           "--stats",   folder.out("s.json"), "--view", "closeup"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     const RunResult run = render(folder, arguments);
@@ -429,17 +431,18 @@ TEST(RenderCommand, StatisticsTellWhatWasDrawn) {
 /// Map coordinates of a raster in degrees are in a system that nobody has chosen.
 TEST(RenderCommand, NamesTheSystemOfItsMapCoordinates) {
     const RunFolder folder;
-    const RunResult chosen = render(folder, {"--terrain", s_jacksboro, "--size", "16x10"});
+    const RunResult chosen = render(folder, {"--terrain", s_jacksboroHeights, "--size", "16x10"});
     EXPECT_EQ("map coordinates: WGS 84 / UTM zone 16N (EPSG:32616), metre\n", chosen.output) << chosen.errors;
     const RunResult named =
-        render(folder, {"--terrain", s_jacksboro, "--size", "16x10", "--crs", "EPSG:32617"});
+        render(folder, {"--terrain", s_jacksboroHeights, "--size", "16x10", "--crs", "EPSG:32617"});
     EXPECT_EQ("map coordinates: WGS 84 / UTM zone 17N (EPSG:32617), metre\n", named.output) << named.errors;
 }
 
 TEST(RenderCommand, ASystemFarAwayIsRefused) {
     const RunFolder folder;
     for (const char * crs : {"EPSG:32733", "EPSG:28992", "EPSG:3031", "EPSG:32601"}) {
-        const RunResult run = render(folder, {"--terrain", s_jacksboro, "--size", "16x10", "--crs", crs});
+        const RunResult run =
+            render(folder, {"--terrain", s_jacksboroHeights, "--size", "16x10", "--crs", crs});
         EXPECT_GE(1, run.status) << crs << run.errors;
         EXPECT_EQ(std::size_t(run.status), run.errorLines().size()) << crs << run.errors;
     }
@@ -448,9 +451,14 @@ TEST(RenderCommand, ASystemFarAwayIsRefused) {
 /// A place in longitude and latitude is the same place in whatever system the raster is laid.
 TEST(RenderCommand, LongitudeAndLatitudeLookAtTheSamePlaceInEverySystem) {
     const RunFolder folder;
-    const std::vector<std::string> view = {
-        "--terrain", s_jacksboro, "--lonlat", "--view", "-84.24,36.55,4000,-84.24,36.59,500",
-        "--size",    "96x64",     "--out"};
+    const std::vector<std::string> view = {"--terrain",
+                                           s_jacksboroHeights,
+                                           "--lonlat",
+                                           "--view",
+                                           "-84.24,36.55,4000,-84.24,36.59,500",
+                                           "--size",
+                                           "96x64",
+                                           "--out"};
     const auto drawn = [&](const std::string & name, const std::vector<std::string> & more) {
         std::vector<std::string> arguments = {"render"};
         arguments.insert(arguments.end(), view.begin(), view.end());

@@ -14,7 +14,9 @@
 #include <nbx/math/color.h>
 #include <nbx/object/stringutils.h>
 
+#include "datafiles.h"
 #include "documentedkeys.h"
+#include "smallground.h"
 #include "support/imagecompare.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
@@ -24,12 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
-const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_heights.tif";
-const std::string s_everestImage = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
-
 /// A slope of `width` by `height` cells, higher to the east and to the south; flat where it is `level`.
-SmallGeoTiff slope(unsigned width, unsigned height, double rise = 4.0) {
+SmallGeoTiff risingGround(unsigned width, unsigned height, double rise = 4.0) {
     SmallGeoTiff tiff{width, height};
     for (unsigned line = 0; line < height; ++line)
         for (unsigned column = 0; column < width; ++column)
@@ -70,7 +68,7 @@ protected:
 };
 
 TEST_F(Streaming, ATerrainIsBuiltInTheSystemThatIsNamed) {
-    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(41, 29).encode());
     const std::string terrain =
         built("terrain", {raster, "--crs", "EPSG:3857", "--lighting", "none"}, "t.ztt");
     const std::string output = zmt({"info", terrain}).output;
@@ -89,7 +87,7 @@ TEST_F(Streaming, ATerrainIsBuiltInTheSystemThatIsNamed) {
 }
 
 TEST_F(Streaming, PlacesMayBeLongitudeAndLatitude) {
-    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(41, 29).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     const std::vector<std::string> view = {"--lonlat", "--view", "87.005,28.015,4000,87.0067,28.0198,900"};
     const auto picked = [&](const std::string & path) {
@@ -107,7 +105,7 @@ TEST_F(Streaming, PlacesMayBeLongitudeAndLatitude) {
 
 /// Heights from the ground are those of the finest tiles, which are read for them.
 TEST_F(Streaming, AViewMayCountFromTheGround) {
-    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(41, 29).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     for (const char * view : {"at:500700,3099600,30,40,900", "500300,3099300,+400,500700,3099600,+0"}) {
         const auto picked = [&](const std::string & path) {
@@ -126,7 +124,7 @@ TEST_F(Streaming, AViewMayCountFromTheGround) {
 }
 
 TEST_F(Streaming, InfoTellsWhatATerrainIs) {
-    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(41, 29).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     const std::string output = zmt({"info", terrain}).output;
     EXPECT_NE(output.find("streaming terrain"), std::string::npos) << output;
@@ -146,7 +144,7 @@ TEST_F(Streaming, InfoTellsWhatATerrainIs) {
 }
 
 TEST_F(Streaming, PickedHeightsAreThoseOfTheRaster) {
-    const std::string raster = folder.write("slope.tif", slope(61, 47).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(61, 47).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     for (const char * pixel : {"50,50", "42,44", "60,57"}) {
         const auto place = [&](const std::string & path) {
@@ -166,7 +164,7 @@ TEST_F(Streaming, PickedHeightsAreThoseOfTheRaster) {
 }
 
 TEST_F(Streaming, TerrainAndTextureShowWhatRasterAndImageShow) {
-    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const std::string terrain = built("terrain", {s_everestHeights, "--lighting", "none"}, "t.ztt");
     const std::string texture = built("texture", {s_everestImage, "--terrain", terrain}, "t.zts");
     const std::vector<std::string> view = {"--view",           "484500,3084000,12500,484500,3091000,5000",
                                            "--geometry-error", "1",
@@ -177,7 +175,7 @@ TEST_F(Streaming, TerrainAndTextureShowWhatRasterAndImageShow) {
         arguments.insert(arguments.end(), view.begin(), view.end());
         return rendered(arguments, name);
     };
-    const auto raster = picture(s_everest, s_everestImage, "raster.png");
+    const auto raster = picture(s_everestHeights, s_everestImage, "raster.png");
     const auto streamed = picture(terrain, s_everestImage, "terrain.png");
     // The voids of the raster are holes of the terrain.
     expectAlike(streamed, raster, 0.15);
@@ -185,11 +183,11 @@ TEST_F(Streaming, TerrainAndTextureShowWhatRasterAndImageShow) {
     EXPECT_TRUE(stats()["complete"].get<bool>());
     EXPECT_EQ(stats()["missing_tiles"].get<int>(), 0);
     EXPECT_GT(stats()["read_bytes"].get<int>(), 0);
-    expectAlike(picture(s_everest, texture, "texture.png"), raster, 0.07);
+    expectAlike(picture(s_everestHeights, texture, "texture.png"), raster, 0.07);
 }
 
 TEST_F(Streaming, WithoutACoordinateSystemALineSaysThatImagesAreNotWarped) {
-    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const std::string terrain = built("terrain", {s_everestHeights, "--lighting", "none"}, "t.ztt");
     const auto errors = [&] {
         return zmt({"render", "--terrain", terrain, "--image", s_everestImage, "--size", "60x40", "--out",
                     folder.out("x.png")})
@@ -234,8 +232,8 @@ TEST_F(Streaming, CloseUpsAndColoursAreThoseOfTheRaster) {
 
 TEST_F(Streaming, FilesAreTheSameForAnyNumberOfThreads) {
     const auto bytes = [&](const std::string & threads) {
-        const std::string terrain =
-            built("terrain", {s_everest, "--level", "5", "--threads", threads}, "t" + threads + ".ztt");
+        const std::string terrain = built("terrain", {s_everestHeights, "--level", "5", "--threads", threads},
+                                          "t" + threads + ".ztt");
         const std::string texture =
             built("texture", {s_everestImage, "--terrain", terrain, "--tile", "64", "--threads", threads},
                   "t" + threads + ".zts");
@@ -247,7 +245,7 @@ TEST_F(Streaming, FilesAreTheSameForAnyNumberOfThreads) {
 }
 
 TEST_F(Streaming, LightStandsBehindTheTiles) {
-    const std::string raster = folder.write("slope.tif", slope(80, 60, 16.0).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(80, 60, 16.0).encode());
     const auto brightness = [&](const std::string & terrain, const std::vector<std::string> & more) {
         std::vector<std::string> arguments = {"--terrain", terrain, "--view", "north"};
         arguments.insert(arguments.end(), more.begin(), more.end());
@@ -280,7 +278,7 @@ TEST_F(Streaming, LightStandsBehindTheTiles) {
 }
 
 TEST_F(Streaming, LightThatCannotBeReadIsNotTakenForNone) {
-    const std::string raster = folder.write("slope.tif", slope(80, 60, 16.0).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(80, 60, 16.0).encode());
     const std::string none = built("terrain", {raster, "--lighting", "none"}, "none.ztt");
     const std::string cut = built("terrain", {raster}, "cut.ztt");
     fs::resize_file(cut, fs::file_size(none) + 100);
@@ -308,8 +306,8 @@ TEST_F(Streaming, LightThatCannotBeReadIsNotTakenForNone) {
 }
 
 TEST_F(Streaming, MergedRastersLieAboveTheOldTerrain) {
-    const std::string west = folder.write("west.tif", slope(40, 30, 0.0).encode());
-    SmallGeoTiff content = slope(40, 30, 0.0);
+    const std::string west = folder.write("west.tif", risingGround(40, 30, 0.0).encode());
+    SmallGeoTiff content = risingGround(40, 30, 0.0);
     for (float & height : content.heights)
         height = 900.0F;
     content.west = s_west + 20 * s_cell;
@@ -327,7 +325,7 @@ TEST_F(Streaming, MergedRastersLieAboveTheOldTerrain) {
 }
 
 TEST_F(Streaming, MergedRastersAreBroughtToTheSystemOfTheOldTerrain) {
-    const std::string raster = folder.write("old.tif", slope(40, 30, 0.0).encode());
+    const std::string raster = folder.write("old.tif", risingGround(40, 30, 0.0).encode());
     // A hill in the same place, in degrees.
     SmallGeoTiff content{20, 20};
     content.heights.assign(400, 900.0F);
@@ -350,7 +348,7 @@ TEST_F(Streaming, MergedRastersAreBroughtToTheSystemOfTheOldTerrain) {
 }
 
 TEST_F(Streaming, MergingTellsWhatIsLeftOutAndWhichSystemIsMissing) {
-    SmallGeoTiff content = slope(33, 33, 0.0);
+    SmallGeoTiff content = risingGround(33, 33, 0.0);
     const std::string raster = folder.write("old.tif", content.encode());
     const std::string old = built("terrain", {raster, "--level", "4", "--lighting", "none"}, "old.ztt");
     const auto errors = [&](const SmallGeoTiff & added, const std::string & onto) {
@@ -363,7 +361,7 @@ TEST_F(Streaming, MergingTellsWhatIsLeftOutAndWhichSystemIsMissing) {
     content.west -= 8 * s_cell;
     const std::string cut = errors(content, old);
     EXPECT_NE(cut.find("added.tif: 24.2 % lie outside of the square of " + old), std::string::npos) << cut;
-    const std::string large = errors(slope(600, 600, 0.0), old);
+    const std::string large = errors(risingGround(600, 600, 0.0), old);
     EXPECT_NE(large.find("added.tif: 99.7 % lie outside"), std::string::npos) << large;
 
     content.west += 8 * s_cell;
@@ -374,8 +372,8 @@ TEST_F(Streaming, MergingTellsWhatIsLeftOutAndWhichSystemIsMissing) {
 }
 
 TEST_F(Streaming, SeveralRastersAreOneTerrain) {
-    const std::string west = folder.write("west.tif", slope(40, 30, 0.0).encode());
-    SmallGeoTiff content = slope(40, 30, 0.0);
+    const std::string west = folder.write("west.tif", risingGround(40, 30, 0.0).encode());
+    SmallGeoTiff content = risingGround(40, 30, 0.0);
     content.west = s_west + 40 * s_cell;
     const std::string east = folder.write("east.tif", content.encode());
     const std::string both = built("terrain", {west, east, "--lighting", "none"}, "both.ztt");
@@ -389,7 +387,7 @@ TEST_F(Streaming, SeveralRastersAreOneTerrain) {
 }
 
 TEST_F(Streaming, TexturesWithAKeyNeedIt) {
-    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const std::string terrain = built("terrain", {s_everestHeights, "--lighting", "none"}, "t.ztt");
     const std::string texture =
         built("texture", {s_everestImage, "--terrain", terrain, "--key", "0x123456789abcdef0"}, "t.zts");
     const std::vector<std::string> arguments = {"--terrain", terrain, "--image", texture, "--view", "north"};
@@ -403,7 +401,7 @@ TEST_F(Streaming, TexturesWithAKeyNeedIt) {
 }
 
 TEST_F(Streaming, InfoTellsATextureWithItsKey) {
-    const std::string terrain = built("terrain", {s_everest, "--lighting", "none"}, "t.ztt");
+    const std::string terrain = built("terrain", {s_everestHeights, "--lighting", "none"}, "t.ztt");
     const std::string texture =
         built("texture", {s_everestImage, "--terrain", terrain, "--key", "0x123456789abcdef0"}, "any.name");
     const std::string output = zmt({"info", texture, "--key", "1311768467463790320"}).output;
@@ -426,7 +424,7 @@ TEST_F(Streaming, InfoTellsATextureWithItsKey) {
 }
 
 TEST_F(Streaming, InfoTellsPlansAndParts) {
-    const std::string raster = folder.write("slope.tif", slope(41, 29).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(41, 29).encode());
     const std::string plan = folder.out("t.plan"), part = folder.out("second.part");
     ASSERT_EQ(0,
               zmt({"build", "terrain", raster, "--level", "3", "--lighting", "none", "--plan", plan}).status);
@@ -458,7 +456,7 @@ TEST_F(Streaming, InfoTellsPlansAndParts) {
 }
 
 TEST_F(Streaming, OptionsOfRastersAreRefused) {
-    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(20, 20).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     const std::vector<std::vector<std::string>> cases = {
         {"--max-vertices", "100"}, {"--threads", "2"},           {"--fill-voids"},
@@ -476,7 +474,7 @@ TEST_F(Streaming, OptionsOfRastersAreRefused) {
 }
 
 TEST_F(Streaming, OptionsOfBuildingAreChecked) {
-    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(20, 20).encode());
     const std::vector<std::vector<std::string>> cases = {
         {"terrain", raster},
         {"terrain", raster, folder.out("t.ztt"), "--level", "8"},
@@ -509,7 +507,7 @@ TEST_F(Streaming, WhatATerrainTakesOfItsRastersIsTold) {
         EXPECT_EQ(0, run.status) << run.errors;
         return run.errorLines().empty() ? "" : run.errors;
     };
-    SmallGeoTiff content = slope(20, 20);
+    SmallGeoTiff content = risingGround(20, 20);
     EXPECT_EQ("", told(content));
     content.unit = "ft";
     EXPECT_EQ("", told(content));
@@ -517,10 +515,10 @@ TEST_F(Streaming, WhatATerrainTakesOfItsRastersIsTold) {
     EXPECT_NEAR(0.3048 * 800.0, info.at("heights").at("minimum").get<double>(), 0.01);
     content.unit = "stories";
     EXPECT_NE(std::string::npos, told(content).find("r.tif: the unit of its heights is not known"));
-    content = slope(20, 20);
+    content = risingGround(20, 20);
     content.heights[30] = -32768.0F;
     EXPECT_NE(std::string::npos, told(content).find("t.ztt: has heights of -32768 m")) << told(content);
-    content = slope(20, 20);
+    content = risingGround(20, 20);
     content.cell = 2e6;
     EXPECT_NE(std::string::npos, told(content).find("r.tif: has cells of 2e+06 by 2e+06 m"));
     SmallGeoTiff image{4, 4, SmallGeoTiff::Pixels::Colors};
@@ -529,7 +527,7 @@ TEST_F(Streaming, WhatATerrainTakesOfItsRastersIsTold) {
 }
 
 TEST_F(Streaming, VoidsAreFilledAsInARaster) {
-    SmallGeoTiff content = slope(40, 30);
+    SmallGeoTiff content = risingGround(40, 30);
     content.noData = "-9999";
     for (const unsigned hole : {15U * 40 + 20, 15U * 40 + 21, 16U * 40 + 20, 16U * 40 + 21})
         content.heights[hole] = -9999.0F;
@@ -571,7 +569,7 @@ TEST_F(Streaming, VoidsAreFilledAsInARaster) {
 }
 
 TEST_F(Streaming, ASystemIsRefusedForARasterWithoutAPlace) {
-    SmallGeoTiff content = slope(20, 20);
+    SmallGeoTiff content = risingGround(20, 20);
     content.isPlaced = false;
     const std::string raster = folder.write("bare.tif", content.encode());
     for (const std::vector<std::string> & way :
@@ -588,7 +586,7 @@ TEST_F(Streaming, ASystemIsRefusedForARasterWithoutAPlace) {
 }
 
 TEST_F(Streaming, FilesInTheWrongPlaceAreToldByTheirContent) {
-    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(20, 20).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "any.name");
     const std::string texture = folder.write("also.any", "ZMT-AQTT and nothing more");
     const std::string pyramid = built("pyramid", {s_everestImage}, "some.pyramid");
@@ -616,7 +614,7 @@ TEST_F(Streaming, FilesInTheWrongPlaceAreToldByTheirContent) {
 }
 
 TEST_F(Streaming, AnImageThatLiesElsewhereIsRefused) {
-    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(20, 20).encode());
     const std::string terrain = built("terrain", {raster, "--lighting", "none"}, "t.ztt");
     SmallGeoTiff image{20, 20, SmallGeoTiff::Pixels::Colors};
     image.colors.assign(20 * 20 * 3, 128);
@@ -641,7 +639,7 @@ TEST_F(Streaming, AnImageThatLiesElsewhereIsRefused) {
 TEST_F(Streaming, WhatIsNoStreamingFileIsToldInOneLine) {
     const std::string damaged = folder.write("damaged.ztt", "ZMT-AQTG and nothing more");
     const std::string image = folder.write("damaged.zts", "ZMT-AQTT and nothing more");
-    const std::string raster = folder.write("slope.tif", slope(20, 20).encode());
+    const std::string raster = folder.write("slope.tif", risingGround(20, 20).encode());
     for (const auto & arguments : std::vector<std::vector<std::string>>{
              {"info", damaged},
              {"info", image},
@@ -659,7 +657,7 @@ TEST_F(Streaming, WhatIsNoStreamingFileIsToldInOneLine) {
 TEST_F(Streaming, ACancelledBuildLeavesNothing) {
     RunLimits limits;
     limits.interruptWhenIn = folder.path() / "out";
-    const RunResult run = zmt({"build", "terrain", s_everest, folder.out("t.ztt")}, limits);
+    const RunResult run = zmt({"build", "terrain", s_everestHeights, folder.out("t.ztt")}, limits);
     EXPECT_EQ(1, run.status) << run.errors;
     EXPECT_NE(run.errors.find("cancelled"), std::string::npos) << run.errors;
     EXPECT_TRUE(folder.results().empty());
@@ -671,7 +669,7 @@ TEST_F(Streaming, AKilledBuildLeavesNothing) {
     limits.signal = SIGKILL;
     for (const char * lighting : {"none", "static"}) {
         const RunResult run =
-            zmt({"build", "terrain", s_everest, folder.out("t.ztt"), "--lighting", lighting}, limits);
+            zmt({"build", "terrain", s_everestHeights, folder.out("t.ztt"), "--lighting", lighting}, limits);
         EXPECT_EQ(1000 + SIGKILL, run.status) << run.errors;
         EXPECT_TRUE(folder.results().empty()) << lighting;
     }
@@ -681,7 +679,7 @@ TEST_F(Streaming, AKilledBuildLeavesNothing) {
 class StreamingFromServer : public Streaming {
 protected:
     void SetUp() override {
-        const std::string terrain = built("terrain", {s_everest, "--level", "5"}, "t.ztt");
+        const std::string terrain = built("terrain", {s_everestHeights, "--level", "5"}, "t.ztt");
         const std::string texture = built("texture", {s_everestImage, "--terrain", terrain}, "t.zts");
         server.setFile("/t.ztt", readWhole(terrain));
         server.setFile("/t.prj", readWhole(folder.out("t.prj")));
@@ -747,7 +745,7 @@ TEST_F(StreamingFromServer, ThePictureIsThatOfTheFiles) {
 /// By what they hold, whatever their names.
 TEST_F(StreamingFromServer, InfoTellsWhatLiesAtAUrl) {
     server.setFile("/terrain", readWhole(folder.out("t.ztt")));
-    server.setFile("/t.tif", readWhole(s_everest));
+    server.setFile("/t.tif", readWhole(s_everestHeights));
     server.setFile("/short", "ZMT");
     EXPECT_NE(zmt({"info", url("/terrain")}).output.find("format:     streaming terrain"), std::string::npos);
     const std::string remote = zmt({"info", url("/t.zts")}).output;
@@ -824,9 +822,9 @@ TEST_F(StreamingFromServer, NeitherLoginsNorQueriesAreShown) {
         {"validate", terrain, "--json"},
         {"validate", gone},
         {"validate", broken},
-        {"build", "terrain", folder.write("far.tif", slope(99, 99).encode()), folder.out("x.ztt"), "--merge",
-         terrain},
-        {"build", "terrain", s_everest, folder.out("x.ztt"), "--merge", bare},
+        {"build", "terrain", folder.write("far.tif", risingGround(99, 99).encode()), folder.out("x.ztt"),
+         "--merge", terrain},
+        {"build", "terrain", s_everestHeights, folder.out("x.ztt"), "--merge", bare},
     };
     for (const auto & words : runs) {
         const RunResult run = zmt(words);
@@ -855,7 +853,8 @@ TEST_F(StreamingFromServer, OtherServersAreFollowedOnRequestAlone) {
         {"pick", "--terrain", terrain, "640,360"},
         {"render", "--size", "100x80", "--terrain", terrain, "--out", folder.out("x.png")},
         {"build", "texture", s_everestImage, folder.out("x.zts"), "--terrain", terrain},
-        {"build", "terrain", s_everest, folder.out("x.ztt"), "--lighting", "none", "--merge", terrain}};
+        {"build", "terrain", s_everestHeights, folder.out("x.ztt"), "--lighting", "none", "--merge",
+         terrain}};
     for (std::vector<std::string> words : runs) {
         for (const bool follows : {false, true}) {
             server.resetCounts();
@@ -904,7 +903,7 @@ TEST_F(StreamingFromServer, ASlowLineIsProgress) {
     serveFineTexture();
     failAfterOpening("/t.zts", slow);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(rendered({"--terrain", s_everest, "--image", url("/t.zts")}, "slow.png"));
+    EXPECT_TRUE(rendered({"--terrain", s_everestHeights, "--image", url("/t.zts")}, "slow.png"));
     EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::seconds(12));
     EXPECT_TRUE(stats()["complete"].get<bool>());
 }
@@ -912,7 +911,7 @@ TEST_F(StreamingFromServer, ASlowLineIsProgress) {
 /// The terrain is sound, whatever its kind, and not what is told.
 TEST_F(StreamingFromServer, TilesOfATextureAreMissedLikeThoseOfATerrain) {
     serveFineTexture();
-    for (const std::string & terrain : {folder.out("t.ztt"), s_everest}) {
+    for (const std::string & terrain : {folder.out("t.ztt"), s_everestHeights}) {
         failAfterOpening("/t.zts", unavailable());
         const std::vector<std::string> arguments = {"--terrain",   terrain,  "--image",
                                                     url("/t.zts"), "--view", "north"};

@@ -11,6 +11,7 @@
 #include <nbx/math/color.h>
 
 #include "core/terrain/texture/streaming/streamingtexturefile.h"
+#include "smallground.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
@@ -22,7 +23,6 @@ namespace fs = std::filesystem;
 using StreamingTextureFile::Bytes;
 using StreamingTextureFile::Tile;
 
-constexpr double s_cell = 32.0, s_west = 500000.0, s_north = 3100000.0;
 constexpr unsigned s_side = 40;
 
 class StreamingTextures : public ::testing::Test {

@@ -6,6 +6,7 @@
 
 #include <nbx/object/stringutils.h>
 
+#include "datafiles.h"
 #include "support/nginx.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
@@ -14,8 +15,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::string s_data = ZMT_DATA_DIR "/../tests/data/";
 
 class TerrainParts : public ::testing::Test {
 protected:

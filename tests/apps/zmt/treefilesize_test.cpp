@@ -16,7 +16,7 @@ using Point = NBX::Vector3Base<double>;
 namespace {
 
 /// Flat ground of 20 by 30 vertices.
-NBX::SO<GridData> ground() {
+NBX::SO<GridData> flatGround() {
     const NBX::SO<ZMT::RASTER::SimpleRasterData<float>> raster(
         new ZMT::RASTER::SimpleRasterData<float>(20, 30, 0.0, 0.0, 1.0, 1.0, false, 0.0F));
     return new GridData(raster.get());
@@ -33,7 +33,7 @@ std::string toldFor(const GridData & grid, std::uint64_t most) {
 }
 
 TEST(CheckTreeFileSize, WhatIsLargerThanAFileIsToldWithWhatToDo) {
-    const auto grid = ground();
+    const auto grid = flatGround();
     const std::uint64_t bytes = BuiltTerrain::expectedBytes(20, 30, 100);
     EXPECT_EQ(toldFor(*grid, bytes), "");
     EXPECT_EQ(toldFor(*grid, bytes - 1),
@@ -44,7 +44,7 @@ TEST(CheckTreeFileSize, WhatIsLargerThanAFileIsToldWithWhatToDo) {
 
 TEST(CheckTreeFileSize, WhatBreakLinesAddCounts) {
     const std::vector<std::vector<Point>> towers{{{10.5, 75.0, 10.5}, {4.25, 60.0, 20.5}}};
-    const auto stamped = ZMT::CORE::CreateHybridData::create(ground(), towers);
+    const auto stamped = ZMT::CORE::CreateHybridData::create(flatGround(), towers);
     ASSERT_TRUE(stamped);
     const unsigned added = stamped->vertices() - 600;
     ASSERT_GT(added, 0U);

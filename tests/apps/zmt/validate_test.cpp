@@ -9,14 +9,12 @@
 
 #include <nbx/object/stringutils.h>
 
+#include "datafiles.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
 #include "support/zmtrun.h"
 
 namespace {
-
-const std::string s_everestImage = ZMT_DATA_DIR "/../tests/data/everest_image.tif";
-const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_heights.tif";
 
 class Validate : public ::testing::Test {
 protected:
@@ -67,7 +65,7 @@ TEST_F(Validate, SoundFilesGetOneLine) {
     EXPECT_EQ(run.output, heights + ": sound; streaming terrain, tiles: 17, levels: 3, bytes: " +
                               std::to_string(readWhole(heights).size()) + ", light map of 17 tiles\n");
     const std::string key = "0x123456789abcdef0";
-    const std::string ground = built({"terrain", s_everest, "--lighting", "none"}, "g.ztt");
+    const std::string ground = built({"terrain", s_everestHeights, "--lighting", "none"}, "g.ztt");
     const std::string texture =
         built({"texture", s_everestImage, "--terrain", ground, "--key", key}, "t.zts");
     EXPECT_EQ(1, zmt({"validate", texture}).status);
@@ -76,7 +74,7 @@ TEST_F(Validate, SoundFilesGetOneLine) {
 }
 
 TEST_F(Validate, TexturesAndPyramidsAreToldByContent) {
-    const std::string ground = built({"terrain", s_everest, "--lighting", "none"}, "g.ztt");
+    const std::string ground = built({"terrain", s_everestHeights, "--lighting", "none"}, "g.ztt");
     const std::string texture = built(
         {"texture", s_everestImage, "--terrain", ground, "--format", "dxt1", "--tile", "256"}, "other.name");
     const RunResult run = zmt({"validate", texture});

@@ -19,10 +19,6 @@ using ZMT::CORE::AsyncFile;
 
 namespace {
 
-std::wstring wide(const std::string & text) {
-    return NBX::StringUtils::Utf8String2WString(text);
-}
-
 /// A request whose states a test tells.
 class ToldRequest : public AsyncFile::Request {
     NBX_TEMPLATE_CLASS(ToldRequest, AsyncFile::Request)
@@ -133,7 +129,7 @@ TEST(AsyncFile, OpensAPath) {
     const std::string path = std::string(std::getenv("TMPDIR")) + "/höhen";
     std::ofstream(path) << "0123456789";
     std::wstring problem = L"none";
-    SO<AsyncFile> file = AsyncFile::create(wide(path), true, &problem);
+    SO<AsyncFile> file = AsyncFile::create(NBX::StringUtils::Utf8String2WString(path), true, &problem);
     ASSERT_TRUE(file);
     EXPECT_TRUE(file->isOpen());
     EXPECT_EQ(file->size(), 10U);
@@ -149,11 +145,11 @@ TEST(AsyncFile, OpensAPath) {
 
 TEST(AsyncFile, WhatCannotBeOpenedIsReportedAndTold) {
     const TemporaryFolder folder;
-    const std::wstring name = wide(std::getenv("TMPDIR"));
+    const std::wstring name = NBX::StringUtils::Utf8String2WString(std::getenv("TMPDIR"));
     const std::vector<std::pair<std::wstring, std::wstring>> cases = {
-        {name + L"/missing", wide(std::strerror(ENOENT))},
+        {name + L"/missing", NBX::StringUtils::Utf8String2WString(std::strerror(ENOENT))},
         {name, L"this is a folder, no file"},
-        {L"ftp://localhost/file", wide(std::strerror(ENOENT))}};
+        {L"ftp://localhost/file", NBX::StringUtils::Utf8String2WString(std::strerror(ENOENT))}};
     for (const auto & [path, text] : cases) {
         const RecordedReports reports;
         std::wstring problem;

@@ -18,10 +18,6 @@ using namespace ZMT::CORE::IMPL;
 
 namespace {
 
-std::wstring wide(const std::string & text) {
-    return {text.begin(), text.end()};
-}
-
 HttpAnswer redirect(const std::string & goal, int status = 302) {
     return {.status = status, .reason = "Found", .lines = {"Location: " + goal}, .body = "look elsewhere"};
 }
@@ -231,7 +227,7 @@ TEST_F(HttpClientTest, CookiesAreNotKept) {
 TEST_F(HttpClientTest, UnknownCertificateFails) {
     if (!SecureServer::isSupported()) GTEST_SKIP() << "no TLS";
     const SecureServer secure;
-    const std::wstring problem = problemOf(wide(secure.url()));
+    const std::wstring problem = problemOf(NBX::StringUtils::Utf8String2WString(secure.url()));
     EXPECT_NE(problem.find(L"certificate"), std::wstring::npos)
         << NBX::StringUtils::WString2Utf8String(problem);
     EXPECT_EQ(secure.requests(), 0);
@@ -241,7 +237,7 @@ TEST_F(HttpClientTest, KnownCertificateIsGoodForItsHostAndRedirectsLeadThere) {
     if (!SecureServer::isSupported()) GTEST_SKIP() << "no TLS";
     const KnownCertificate known;
     const SecureServer secure;
-    EXPECT_EQ(problemOf(wide(secure.url())), L"");
+    EXPECT_EQ(problemOf(NBX::StringUtils::Utf8String2WString(secure.url())), L"");
     EXPECT_EQ(file_->size(), 10u);
     EXPECT_NE(secure.protocol(), "h2") << "which has other limits on what runs at once";
     server_.then(redirect(secure.url()));
@@ -255,7 +251,7 @@ TEST_F(HttpClientTest, NoRedirectLeadsBackFromHttps) {
     const SecureServer secure(
         ("HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: " + otherPlace("localhost") + "\r\n\r\n")
             .c_str());
-    EXPECT_EQ(problemOf(wide(secure.url())),
+    EXPECT_EQ(problemOf(NBX::StringUtils::Utf8String2WString(secure.url())),
               L"server 'localhost' redirects to http://localhost, which is not followed");
     EXPECT_EQ(other_.requests(), 0u);
 }

@@ -13,10 +13,10 @@ using ZMT::CORE::Thread;
 namespace {
 
 /// Takes the mutex once, and says when it has it.
-class Taker : public Thread {
-    NBX_TEMPLATE_CLASS(Taker, Thread)
+class MutexTaker : public Thread {
+    NBX_TEMPLATE_CLASS(MutexTaker, Thread)
 public:
-    explicit Taker(Mutex * mutex) : mutex_(mutex) {}
+    explicit MutexTaker(Mutex * mutex) : mutex_(mutex) {}
     void run() override {
         const MutexLocker lock(mutex_.get());
         hasTaken = true;
@@ -30,7 +30,7 @@ private:
 /// Whether another thread gets the mutex now; it is waited for in any case.
 class OtherThread {
 public:
-    explicit OtherThread(Mutex * mutex) : taker_(new Taker(mutex)) { taker_->start(); }
+    explicit OtherThread(Mutex * mutex) : taker_(new MutexTaker(mutex)) { taker_->start(); }
     ~OtherThread() { waitForEnd(); }
 
     bool isLockedOut() const {
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    NBX::SO<Taker> taker_;
+    NBX::SO<MutexTaker> taker_;
 };
 
 TEST(Mutex, IsRecursiveAndUnlockedAsOften) {

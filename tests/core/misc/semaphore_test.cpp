@@ -9,16 +9,18 @@
 #include <nbx/object/so.h>
 #include <zmt/core/misc/thread.h>
 
+#include "threadend.h"
+
 using ZMT::CORE::Semaphore;
 using ZMT::CORE::Thread;
 
 namespace {
 
 /// Takes `count` counts, one after the other.
-class Taker : public Thread {
-    NBX_TEMPLATE_CLASS(Taker, Thread)
+class CountTaker : public Thread {
+    NBX_TEMPLATE_CLASS(CountTaker, Thread)
 public:
-    Taker(Semaphore * semaphore, int count) : semaphore_(semaphore), count_(count) {}
+    CountTaker(Semaphore * semaphore, int count) : semaphore_(semaphore), count_(count) {}
     void run() override {
         systemThread = pthread_self();
         for (int i = 0; i < count_; ++i) {
@@ -34,14 +36,9 @@ private:
     int count_;
 };
 
-void waitForEnd(const Thread & thread) {
-    while (thread.isRunning())
-        Thread::sleep(0.001);
-}
-
 TEST(Semaphore, ANewOneBlocksUntilTheFirstIncrease) {
     const NBX::SO<Semaphore> semaphore(new Semaphore);
-    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 1));
+    const NBX::SO<CountTaker> taker(new CountTaker(semaphore.get(), 1));
     taker->start();
     Thread::sleep(0.02);
     EXPECT_EQ(taker->taken, 0);
@@ -53,7 +50,7 @@ TEST(Semaphore, ANewOneBlocksUntilTheFirstIncrease) {
 TEST(Semaphore, ASignalDoesNotEndTheWait) {
     const InterruptingSignal signal;
     const NBX::SO<Semaphore> semaphore(new Semaphore);
-    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 1));
+    const NBX::SO<CountTaker> taker(new CountTaker(semaphore.get(), 1));
     taker->start();
     for (int i = 0; i < 5; ++i) {
         Thread::sleep(0.005);
@@ -72,7 +69,7 @@ TEST(Semaphore, KeepsCountsForLater) {
         semaphore->increase();
     for (int i = 0; i < 3; ++i)
         semaphore->decrease();
-    const NBX::SO<Taker> taker(new Taker(semaphore.get(), 2));
+    const NBX::SO<CountTaker> taker(new CountTaker(semaphore.get(), 2));
     taker->start();
     semaphore->increase();
     Thread::sleep(0.02);
@@ -84,7 +81,7 @@ TEST(Semaphore, KeepsCountsForLater) {
 
 TEST(Semaphore, EachCountLetsOneOfSeveralPass) {
     const NBX::SO<Semaphore> semaphore(new Semaphore);
-    const NBX::SO<Taker> a(new Taker(semaphore.get(), 50)), b(new Taker(semaphore.get(), 50));
+    const NBX::SO<CountTaker> a(new CountTaker(semaphore.get(), 50)), b(new CountTaker(semaphore.get(), 50));
     a->start();
     b->start();
     for (int i = 0; i < 100; ++i)

@@ -19,6 +19,8 @@
 #include <nbx/object/so.h>
 #include <zmt/core/misc/semaphore.h>
 
+#include "threadend.h"
+
 using NBX::NBXTime;
 using ZMT::CORE::Semaphore;
 using ZMT::CORE::Thread;
@@ -47,11 +49,6 @@ public:
 private:
     std::function<void()> work_;
 };
-
-void waitForEnd(const Thread & thread) {
-    while (thread.isRunning())
-        Thread::sleep(0.001);
-}
 
 double secondsOf(double sleep) {
     const double before = NBXTime::now();

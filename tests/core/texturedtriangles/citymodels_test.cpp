@@ -18,6 +18,8 @@
 #include <support/thrownwords.h>
 #include <support/webtest.h>
 
+#include "onetriangle.h"
+
 namespace ZMT::CORE {
 namespace {
 
@@ -25,16 +27,9 @@ using NBX::SO;
 using Point = CityModels::Point;
 using Box = NBX::Bounds;
 
-SO<NBX::MappedVertexAttributeShapeGL> triangle(double x) {
-    const SO<NBX::PolygonSet> set(
-        new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles,
-                            new NBX::Array<Point>(std::vector<Point>{{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}})));
-    return new NBX::MappedVertexAttributeShapeGL(set.get(), NBX::BufferObjectGL::UP_Static);
-}
-
 SO<TexturedTriangleTree> tree(double x, const std::vector<std::wstring> & pagingFiles) {
     const SO<TexturedTriangleTree> result(new TexturedTriangleTree());
-    result->setUntexturedGeometry(triangle(x));
+    result->setUntexturedGeometry(oneTriangle(x));
     for (std::size_t i = 0; i < pagingFiles.size(); ++i)
         result->registerTextureLayer(int(i), pagingFiles[i], nullptr,
                                      TexturedTriangleTree::TextureFormatRGBA8);

@@ -18,7 +18,7 @@ using NBX::SO;
 using List = DistanceSortedNodeList;
 using NodeRef = List::NodeRef;
 
-SO<NBX::SharedObj> texture() {
+SO<NBX::SharedObj> listedTexture() {
     return new NBX::MemoryDataResource(4);
 }
 
@@ -39,7 +39,7 @@ protected:
         return result;
     }
     static void add(List & list, NodeRef ref) {
-        ref.data = texture();
+        ref.data = listedTexture();
         list.add(ref, List::blockOf(ref));
     }
 
@@ -64,7 +64,7 @@ TEST_F(DistanceSortedNodeListTest, ReferencesAreWhoTheyAre) {
     other.distance = 7.0;
     other.urgency = 1;
     other.pixelCount = 9;
-    other.data = texture();
+    other.data = listedTexture();
     EXPECT_TRUE(other.isSame(atlas)) << "whatever they are worth";
     other.tree = nullptr;
     EXPECT_FALSE(other.isSame(atlas));
@@ -193,7 +193,7 @@ TEST_F(DistanceSortedNodeListTest, ASharedBlockIsOneTextureAndCountsOnce) {
     NodeRef first = original(city.leaf(0, 0), 0, 1.0), second = original(city.leaf(3, 3), 2, 2.0);
     const List::Block block = List::blockOf(first);
     EXPECT_EQ(block, List::blockOf(second));
-    first.data = second.data = texture();
+    first.data = second.data = listedTexture();
     list.add(first, block);
     list.add(second, block);
     EXPECT_EQ(std::uint64_t(list.bytesUsed()), block.size);
@@ -246,7 +246,7 @@ protected:
             next.tree = i % 2 ? city.tree.get() : other.get();
             next.textureNumber = i;
             next.distance = i;
-            if (i % (2 * each) < 2) last[i % 2] = texture();
+            if (i % (2 * each) < 2) last[i % 2] = listedTexture();
             next.data = last[i % 2];
             list.add(next, {next.tree, 0, true, std::uint64_t(i / (2 * each)), 1});
         }
@@ -291,12 +291,12 @@ TEST_F(ManyEntriesTest, ATreeIsTakenOutInOnePass) {
 TEST_F(DistanceSortedNodeListTest, BytesAreCountedIn64Bits) {
     List list(2147483647);
     NodeRef large = ref(city.node(0));
-    large.data = texture();
+    large.data = listedTexture();
     city.node(0)->content.blockSizes[0] = 2000000000;
     list.add(large, List::blockOf(large));
     EXPECT_EQ(list.bytes(), 2000000000U);
     NodeRef other = ref(city.node(1), -1.0);
-    other.data = texture();
+    other.data = listedTexture();
     city.node(1)->content.blockSizes[0] = 1ULL << 40U;
     list.add(other, List::blockOf(other));
     EXPECT_TRUE(list.entries().empty()) << "the sum does not wrap";

@@ -9,19 +9,14 @@
 #include <support/recordedreports.h>
 #include <support/roundtrip.h>
 
+#include "onetriangle.h"
+
 namespace ZMT::CORE {
 namespace {
 
 using NBX::SO;
 using Mesh = NBX::MappedVertexAttributeShapeGL;
 using V = NBX::Vector3Base<double>;
-
-SO<Mesh> triangle(double x) {
-    const SO<NBX::PolygonSet> set(
-        new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles,
-                            new NBX::Array<V>(std::vector<V>{{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}})));
-    return new Mesh(set.get(), NBX::BufferObjectGL::UP_Static);
-}
 
 SO<NBX::SharedObj> texture() {
     return new NBX::MemoryDataResource(4);
@@ -35,8 +30,8 @@ RenderNode fullNode() {
     node.textureScaleFactor = 0.25;
     node.minDistance = 120.5;
     node.bounds = NBX::Bounds(V(1, 2, 3), V(4, 5, 6));
-    node.triangles = triangle(1);
-    node.originalGeometry = {triangle(2), triangle(3)};
+    node.triangles = oneTriangle(1);
+    node.originalGeometry = {oneTriangle(2), oneTriangle(3)};
     node.originalTexturesBlockPositions = {17, 19};
     node.originalTexturesBlockSizes = {23, 29};
     node.originalTextures = new RenderNode::Textures(2);
@@ -206,7 +201,7 @@ TEST(RenderNode, ReadsOlderVersions) {
         holder->storedVersion = version;
         holder->node.minDistance = 8.0;
         holder->node.numVertices = 3;
-        holder->node.triangles = triangle(0);
+        holder->node.triangles = oneTriangle(0);
         const SO<Holder> read = roundTrip(holder);
         EXPECT_EQ(read->node.minDistance, 8.0) << version;
         EXPECT_EQ(read->node.numVertices, 3) << version;

@@ -13,6 +13,8 @@
 #include <support/slotorder.h>
 #include <zmt/core/texturedtriangles/tttmemorycontroller.h>
 
+#include "onetriangle.h"
+
 namespace ZMT::CORE {
 namespace {
 
@@ -20,13 +22,6 @@ using NBX::SO;
 using Mesh = NBX::MappedVertexAttributeShapeGL;
 using V = NBX::Vector3Base<double>;
 using Tree = TexturedTriangleTree;
-
-SO<Mesh> triangle(double x) {
-    const SO<NBX::PolygonSet> set(
-        new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles,
-                            new NBX::Array<V>(std::vector<V>{{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}})));
-    return new Mesh(set.get(), NBX::BufferObjectGL::UP_Static);
-}
 
 SO<NBX::SharedObj> atlas() {
     return new NBX::ImageTexture2DGL(new NBX::MemoryImage(2, 2, NBX::LS_RGB));
@@ -39,14 +34,14 @@ SO<Tree> smallTree() {
     nodes->createChildren(nodes->root());
     nodes->root()->content.bounds = NBX::Bounds(V(0, 0, 0), V(1, 1, 0));
     RenderNode & leaf = nodes->child(nodes->root(), 0)->content;
-    leaf.triangles = triangle(0);
+    leaf.triangles = oneTriangle(0);
     leaf.bounds = NBX::Bounds(V(0, 0, 0), V(1, 1, 0));
     leaf.blockPositions = {0, 100};
     leaf.blockSizes = {100, 50};
     leaf.originalTextures = new RenderNode::Textures(1);
-    leaf.originalGeometry = {triangle(0)};
+    leaf.originalGeometry = {oneTriangle(0)};
     tree->setRenderTree(nodes);
-    tree->setUntexturedGeometry(triangle(5));
+    tree->setUntexturedGeometry(oneTriangle(5));
     tree->setAtlasSize(256);
     tree->registerTextureLayer(0, L"a.opaque", atlas(), Tree::TextureFormatDXT1);
     tree->registerTextureLayer(1, L"b.opaque", atlas(), Tree::TextureFormatLuminance8);
@@ -91,7 +86,7 @@ TEST(TexturedTriangleTree, OperationsKeepTheirOrder) {
 
 TEST(TexturedTriangleTree, ItsBoxIsThatOfTheUntexturedGeometryAndOfTheRoot) {
     const SO<Tree> tree(new Tree());
-    tree->setUntexturedGeometry(triangle(5));
+    tree->setUntexturedGeometry(oneTriangle(5));
     EXPECT_EQ(tree->boundingBox(), NBX::Bounds(V(5, 0, 0), V(6, 1, 0)));
     tree->setRenderTree(new RenderTree());
     EXPECT_EQ(tree->boundingBox(), NBX::Bounds(V(5, 0, 0), V(6, 1, 0))) << "an undefined root adds nothing";

@@ -16,7 +16,7 @@ using Area = VectorFeature::Area;
 
 constexpr double s_far = 5'800'000.0;
 
-Line rectangle(double left, double bottom, double right, double top) {
+Line outline(double left, double bottom, double right, double top) {
     return {{left, 7, bottom}, {right, 7, bottom}, {right, 7, top}, {left, 7, top}};
 }
 
@@ -112,9 +112,9 @@ TEST(LabelAnchorTest, AreasAreNamedWhereTheyAreWidest) {
     const Line u = {{0, 7, 0},   {30, 7, 0}, {30, 7, 40}, {22, 7, 40},
                     {22, 7, 10}, {4, 7, 10}, {4, 7, 40},  {0, 7, 40}};
     const Row rows[] = {
-        {"square", {rectangle(0, 0, 10, 10)}, {5, 7, 5}, 0.1, 10.0},
+        {"square", {outline(0, 0, 10, 10)}, {5, 7, 5}, 0.1, 10.0},
         {"square with a hole in its middle, to the left",
-         {rectangle(0, 0, 10, 10), rectangle(1, 1, 5, 9)},
+         {outline(0, 0, 10, 10), outline(1, 1, 5, 9)},
          {7.5, 7, 5},
          0.6,
          std::sqrt(68.0)},
@@ -136,9 +136,9 @@ TEST(LabelAnchorTest, AreasAreNamedWhereTheyAreWidest) {
 }
 
 TEST(LabelAnchorTest, TheLargestAreaWithoutItsHolesIsNamed) {
-    const Area frame = {rectangle(0, 0, 100, 100), rectangle(1, 1, 99, 99)}, // 396
-        block = {rectangle(200, 0, 220, 20)},                                // 400
-        same = {rectangle(300, 0, 320, 20)};
+    const Area frame = {outline(0, 0, 100, 100), outline(1, 1, 99, 99)}, // 396
+        block = {outline(200, 0, 220, 20)},                              // 400
+        same = {outline(300, 0, 320, 20)};
     const auto anchor = LabelAnchor::of(ofAreas({frame, block, same}));
     EXPECT_NEAR(210.0, anchor->position.x, 0.2);
     EXPECT_NEAR(20.0, anchor->extent, 1e-9);
@@ -149,7 +149,7 @@ TEST(LabelAnchorTest, AreasComeBeforeLinesAndLinesBeforePoints) {
     feature.points = {{1, 0, 1}};
     feature.lines = {{{0, 0, 0}, {100, 0, 0}}};
     EXPECT_EQ(50.0, LabelAnchor::of(feature)->position.x);
-    feature.areas = {{rectangle(200, 0, 202, 2)}};
+    feature.areas = {{outline(200, 0, 202, 2)}};
     EXPECT_NEAR(201.0, LabelAnchor::of(feature)->position.x, 0.1);
 }
 
@@ -168,20 +168,20 @@ TEST(LabelAnchorTest, AreasWithoutRoomAreNamedOnTheirOutline) {
     EXPECT_FALSE(LabelAnchor::of(ofAreas({{}})));
     EXPECT_FALSE(LabelAnchor::of(ofAreas({{{}}})));
     // The hole is as large as the area.
-    EXPECT_TRUE(LabelAnchor::of(ofAreas({{rectangle(0, 0, 9, 9), rectangle(0, 0, 9, 9)}})));
+    EXPECT_TRUE(LabelAnchor::of(ofAreas({{outline(0, 0, 9, 9), outline(0, 0, 9, 9)}})));
 }
 
 TEST(LabelAnchorTest, SizesAndPlacesBeyondAllMapsCope) {
     for (const double size : {1e-300, 1e-6, 1e150, 1e300, 1.7e308}) {
-        const auto anchor = LabelAnchor::of(ofAreas({{rectangle(0, 0, size, size)}}));
+        const auto anchor = LabelAnchor::of(ofAreas({{outline(0, 0, size, size)}}));
         ASSERT_TRUE(anchor) << size;
         EXPECT_NEAR(0.5, anchor->position.x / size, 0.02) << size;
     }
-    const auto wide = LabelAnchor::of(ofAreas({{rectangle(-1.7e308, 0, 1.7e308, 1)}}));
+    const auto wide = LabelAnchor::of(ofAreas({{outline(-1.7e308, 0, 1.7e308, 1)}}));
     ASSERT_TRUE(!wide || std::isfinite(wide->position.x));
-    const auto far = LabelAnchor::of(ofAreas({{rectangle(s_far, s_far, s_far + 0.01, s_far + 0.01)}}));
+    const auto far = LabelAnchor::of(ofAreas({{outline(s_far, s_far, s_far + 0.01, s_far + 0.01)}}));
     EXPECT_NEAR(s_far + 0.005, far->position.x, 0.0002);
-    const auto sliver = LabelAnchor::of(ofAreas({{rectangle(0, 0, 1e6, 0.001)}}));
+    const auto sliver = LabelAnchor::of(ofAreas({{outline(0, 0, 1e6, 0.001)}}));
     EXPECT_GT(sliver->position.z, 0.0);
     EXPECT_LT(sliver->position.z, 0.001);
 }

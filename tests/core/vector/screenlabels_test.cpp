@@ -27,7 +27,7 @@ using NBX::SO;
 using Point = ScreenLabels::Point;
 using Names = std::vector<std::string>;
 
-constexpr unsigned s_width = 800, s_height = 600;
+constexpr unsigned s_screenWidth = 800, s_screenHeight = 600;
 const std::vector<ZMT::RASTER::VectorField> s_fields = {{"name", ZMT::RASTER::VectorField::Type::Text}};
 
 /// Names on a level ground of 10 km by 10 km, 100 m high, of which the eye sees a part.
@@ -69,7 +69,7 @@ protected:
     }
     /// A metre a pixel, with 5000, 5000 in the middle, and north up.
     static SO<NBX::Camera> fromAbove(double x = 5000, double z = 5000, double metres = 1.0) {
-        const double w = s_width * metres / 2, h = s_height * metres / 2;
+        const double w = s_screenWidth * metres / 2, h = s_screenHeight * metres / 2;
         return new NBX::Camera(new NBX::LookAt({x, 3000, z}, {x, 0, z}, {0, 0, 1}),
                                new NBX::Ortho(-w, w, -h, h, 1.0, 4000.0));
     }
@@ -78,7 +78,7 @@ protected:
     }
     bool update(const SO<NBX::Camera> & camera,
                 const ScreenLabels::Effort & effort = ScreenLabels::Effort::unlimited()) {
-        const bool isComplete = labels.update(*camera, s_width, s_height, effort);
+        const bool isComplete = labels.update(*camera, s_screenWidth, s_screenHeight, effort);
         expectLawful();
         return isComplete;
     }
@@ -100,7 +100,8 @@ protected:
         for (std::size_t i = 0; i < placed.size(); ++i) {
             const auto & box = placed[i].box;
             EXPECT_TRUE(features.emplace(placed[i].layer, placed[i].feature).second);
-            EXPECT_TRUE(box.left >= 0 && box.bottom >= 0 && box.right <= s_width && box.top <= s_height);
+            EXPECT_TRUE(box.left >= 0 && box.bottom >= 0 && box.right <= s_screenWidth &&
+                        box.top <= s_screenHeight);
             for (std::size_t j = 0; j < i; ++j)
                 EXPECT_FALSE(box.overlaps(placed[j].box)) << i << " " << j;
         }
@@ -200,7 +201,7 @@ TEST_F(ScreenLabelsTest, WithoutGroundThereAreNone) {
     labels.setGround({});
     EXPECT_EQ(Names{}, namesFrom(fromAbove()));
     ScreenLabels none;
-    EXPECT_TRUE(none.update(*fromAbove(), s_width, s_height));
+    EXPECT_TRUE(none.update(*fromAbove(), s_screenWidth, s_screenHeight));
     EXPECT_TRUE(none.update(*fromAbove(), 0, 0));
     EXPECT_EQ(nullptr, none.labelAt(1, 1));
 }

@@ -17,7 +17,7 @@ namespace {
 
 using namespace NBX;
 
-std::string text(const DataResource & resource) {
+std::string lazyText(const DataResource & resource) {
     return {static_cast<const char *>(resource.pointer()), resource.size()};
 }
 
@@ -49,7 +49,7 @@ TEST_F(LazyFileResourceTest, GivesPartsAndTheWhole) {
     EXPECT_EQ(part(*resource, 7, 100), "789");
     EXPECT_EQ(part(*resource, 10, 1), "");
     EXPECT_EQ(part(*resource, UINT32_MAX, UINT32_MAX / 1024), "");
-    EXPECT_EQ(text(*resource), "0123456789");
+    EXPECT_EQ(lazyText(*resource), "0123456789");
     EXPECT_EQ(part(*resource, 2, 3), "234");
     EXPECT_EQ(*static_cast<const char *>(resource->pointer(9)), '9');
 }
@@ -58,7 +58,7 @@ TEST_F(LazyFileResourceTest, EmptyFileHasNoBytes) {
     const SO<DataResource> resource(new LazyFileResource(write("a", "")));
     EXPECT_EQ(resource->size(), 0U);
     EXPECT_EQ(part(*resource, 0, 5), "");
-    EXPECT_EQ(text(*resource), "");
+    EXPECT_EQ(lazyText(*resource), "");
 }
 
 TEST_F(LazyFileResourceTest, FileThatBecomesShorterIsAnErrorOfTheReader) {
@@ -74,9 +74,9 @@ TEST_F(LazyFileResourceTest, FileThatBecomesShorterIsAnErrorOfTheReader) {
 TEST_F(LazyFileResourceTest, BytesThatWereReadStay) {
     const std::string name = write("a", "abc");
     const SO<DataResource> resource(new LazyFileResource(name));
-    EXPECT_EQ(text(*resource), "abc");
+    EXPECT_EQ(lazyText(*resource), "abc");
     File(name, WM_Create);
-    EXPECT_EQ(text(*resource), "abc");
+    EXPECT_EQ(lazyText(*resource), "abc");
     EXPECT_EQ(part(*resource, 1, 9), "bc");
 }
 
@@ -85,7 +85,7 @@ TEST_F(LazyFileResourceTest, FileThatGrowsKeepsItsSize) {
     const SO<DataResource> resource(new LazyFileResource(name));
     File(name, WM_Append).write("def", 3);
     EXPECT_EQ(part(*resource, 0, 9), "abc");
-    EXPECT_EQ(text(*resource), "abc");
+    EXPECT_EQ(lazyText(*resource), "abc");
 }
 
 TEST_F(LazyFileResourceTest, WhatIsNoRegularFileIsRefused) {
@@ -119,7 +119,7 @@ TEST_F(LazyFileResourceTest, MayBeReadByManyThreads) {
             bool right = true;
             for (unsigned i = 0; i < 200; ++i)
                 right = right && part(*resource, (i + t) * 500, 300) == content.substr((i + t) * 500, 300);
-            isRight[t] = right && text(*resource) == content;
+            isRight[t] = right && lazyText(*resource) == content;
         });
     for (std::thread & thread : threads)
         thread.join();

@@ -8,12 +8,12 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-SO<Image> decode(const DataResource * data) {
+SO<Image> decodeBitmap(const DataResource * data) {
     return SO<BitmapReader>(new BitmapReader())->read(data);
 }
 
-SO<Image> decode(const Bytes & bytes) {
-    return decode(resourceOf(bytes.data(), bytes.size()).get());
+SO<Image> decodeBitmap(const Bytes & bytes) {
+    return decodeBitmap(resourceOf(bytes.data(), bytes.size()).get());
 }
 
 void put(Bytes & bytes, unsigned value, int count) {
@@ -49,7 +49,7 @@ Bytes bmp(int width, int height, unsigned bits, const Bytes & pixels) {
     return file;
 }
 
-std::vector<int> lineOf(const Image & image, int y) {
+std::vector<int> bitmapLine(const Image & image, int y) {
     const unsigned char * line = image.lineComponentsU8(y);
     return std::vector<int>(line, line + image.width() * image.numberOfLayers());
 }
@@ -70,45 +70,45 @@ Bytes twoLines(bool padded) {
 } // namespace
 
 TEST(BitmapReaderTest, LinesOfTgaStandAsTheDescriptorSays) {
-    const SO<Image> fromBelow = decode(tga(2, 2, 2, 24, twoLines(false)));
+    const SO<Image> fromBelow = decodeBitmap(tga(2, 2, 2, 24, twoLines(false)));
     ASSERT_TRUE(fromBelow);
     EXPECT_EQ(fromBelow->layerSequence(), LS_RGB);
-    EXPECT_EQ(lineOf(*fromBelow, 0), (Ints{1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(lineOf(*fromBelow, 1), (Ints{7, 8, 9, 10, 11, 12}));
-    const SO<Image> fromTop = decode(tga(2, 2, 2, 24, twoLines(false), 0x20));
+    EXPECT_EQ(bitmapLine(*fromBelow, 0), (Ints{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(bitmapLine(*fromBelow, 1), (Ints{7, 8, 9, 10, 11, 12}));
+    const SO<Image> fromTop = decodeBitmap(tga(2, 2, 2, 24, twoLines(false), 0x20));
     ASSERT_TRUE(fromTop);
-    EXPECT_EQ(lineOf(*fromTop, 1), (Ints{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(bitmapLine(*fromTop, 1), (Ints{1, 2, 3, 4, 5, 6}));
 }
 
 TEST(BitmapReaderTest, RunsOfTgaAreSpreadOut) {
-    const SO<Image> image = decode(tga(10, 4, 1, 32, {0x82, 3, 2, 1, 40, 0x00, 6, 5, 4, 50}));
+    const SO<Image> image = decodeBitmap(tga(10, 4, 1, 32, {0x82, 3, 2, 1, 40, 0x00, 6, 5, 4, 50}));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->layerSequence(), LS_RGBA);
-    EXPECT_EQ(lineOf(*image, 0), (Ints{1, 2, 3, 40, 1, 2, 3, 40, 1, 2, 3, 40, 4, 5, 6, 50}));
+    EXPECT_EQ(bitmapLine(*image, 0), (Ints{1, 2, 3, 40, 1, 2, 3, 40, 1, 2, 3, 40, 4, 5, 6, 50}));
 }
 
 TEST(BitmapReaderTest, GreyTgaIsLuminance) {
-    const SO<Image> image = decode(tga(3, 3, 1, 8, {10, 20, 30}));
+    const SO<Image> image = decodeBitmap(tga(3, 3, 1, 8, {10, 20, 30}));
     ASSERT_TRUE(image);
     EXPECT_EQ(image->layerSequence(), LS_Luminance);
-    EXPECT_EQ(lineOf(*image, 0), (Ints{10, 20, 30}));
+    EXPECT_EQ(bitmapLine(*image, 0), (Ints{10, 20, 30}));
 }
 
 TEST(BitmapReaderTest, BmpBeginsBelowOrByANegativeHeightAtTheTop) {
-    const SO<Image> fromBelow = decode(bmp(2, 2, 24, twoLines(true)));
+    const SO<Image> fromBelow = decodeBitmap(bmp(2, 2, 24, twoLines(true)));
     ASSERT_TRUE(fromBelow);
     EXPECT_EQ(fromBelow->layerSequence(), LS_RGB);
-    EXPECT_EQ(lineOf(*fromBelow, 0), (Ints{1, 2, 3, 4, 5, 6}));
-    const SO<Image> fromTop = decode(bmp(2, -2, 24, twoLines(true)));
+    EXPECT_EQ(bitmapLine(*fromBelow, 0), (Ints{1, 2, 3, 4, 5, 6}));
+    const SO<Image> fromTop = decodeBitmap(bmp(2, -2, 24, twoLines(true)));
     ASSERT_TRUE(fromTop);
-    EXPECT_EQ(lineOf(*fromTop, 1), (Ints{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(bitmapLine(*fromTop, 1), (Ints{1, 2, 3, 4, 5, 6}));
 }
 
 TEST(BitmapReaderTest, HeadersTellWhatReadingGives) {
     for (const Bytes & file : {tga(2, 2, 2, 24, twoLines(false)), bmp(2, -2, 24, twoLines(true)),
                                tga(3, 3, 1, 8, {10, 20, 30}), bmp(1, 1, 32, {1, 2, 3, 4})}) {
         const auto header = BitmapReader::readHeader(resourceOf(file.data(), file.size()).get());
-        const SO<Image> image = decode(file);
+        const SO<Image> image = decodeBitmap(file);
         ASSERT_TRUE(header && image);
         EXPECT_EQ(header->width, image->width());
         EXPECT_EQ(header->height, image->height());
@@ -122,12 +122,12 @@ TEST(BitmapReaderTest, EveryBeginningGivesNull) {
         // What pads the last line may lack.
         const std::size_t whole = file[0] == 'B' ? file.size() - 2 : file.size();
         expectNoImageFromAnyBeginning(*resourceOf(file.data(), whole),
-                                      [](const DataResource * data) { return decode(data); });
+                                      [](const DataResource * data) { return decodeBitmap(data); });
     }
 }
 
 TEST(BitmapReaderTest, ChangedBytesAreHarmless) {
-    const auto read = [](const DataResource * data) { return decode(data); };
+    const auto read = [](const DataResource * data) { return decodeBitmap(data); };
     for (const Bytes & file :
          {tga(2, 2, 2, 24, twoLines(false)), bmp(2, 2, 24, twoLines(true)), bmp(4, 2, 16, Bytes(16, 0x5A)),
           bmp(1, 2, 32, Bytes(8, 0x5A)), tga(10, 4, 1, 32, {0x82, 3, 2, 1, 40, 0x00, 6, 5, 4, 50})})
@@ -136,13 +136,13 @@ TEST(BitmapReaderTest, ChangedBytesAreHarmless) {
 }
 
 TEST(BitmapReaderTest, SizesThatTheDataCannotHoldAreRefused) {
-    EXPECT_FALSE(decode(tga(10, 16384, 16384, 32, {0xFF, 1, 2, 3, 4})));
-    EXPECT_FALSE(decode(bmp(30000, 30000, 24, {1, 2, 3, 4})));
-    EXPECT_FALSE(decode(bmp(1, INT32_MIN, 24, {1, 2, 3, 4})));
+    EXPECT_FALSE(decodeBitmap(tga(10, 16384, 16384, 32, {0xFF, 1, 2, 3, 4})));
+    EXPECT_FALSE(decodeBitmap(bmp(30000, 30000, 24, {1, 2, 3, 4})));
+    EXPECT_FALSE(decodeBitmap(bmp(1, INT32_MIN, 24, {1, 2, 3, 4})));
 }
 
 TEST(BitmapReaderTest, OtherDataGiveNull) {
-    EXPECT_FALSE(decode(nullptr));
-    EXPECT_FALSE(decode(Bytes()));
-    EXPECT_FALSE(decode(Bytes(100, 0)));
+    EXPECT_FALSE(decodeBitmap(nullptr));
+    EXPECT_FALSE(decodeBitmap(Bytes()));
+    EXPECT_FALSE(decodeBitmap(Bytes(100, 0)));
 }

@@ -13,7 +13,7 @@ SO<MemoryDataResource> encoded(const Image & image, int quality = 90) {
     return SO<JPEGWriter>(new JPEGWriter(quality))->write(&image);
 }
 
-SO<Image> decode(const DataResource * data) {
+SO<Image> decodeJpeg(const DataResource * data) {
     const SO<JPEGReader> reader(new JPEGReader());
     reader->setProgressBarEnabled(false);
     return reader->read(data);
@@ -41,7 +41,7 @@ TEST(JPEGReaderTest, RoundTripStaysClose) {
     for (const LayerSequence sequence : {LS_Luminance, LS_RGB})
         for (const int size : {1, 7, 64}) {
             const SO<MemoryImage> image = smoothImage(size, size + 1, sequence);
-            const SO<Image> back = decode(encoded(*image).get());
+            const SO<Image> back = decodeJpeg(encoded(*image).get());
             ASSERT_TRUE(back);
             EXPECT_EQ(back->layerSequence(), sequence);
             ASSERT_EQ(back->width(), size);
@@ -55,25 +55,25 @@ TEST(JPEGReaderTest, FirstLineOfTheFileIsTheTopLine) {
     const SO<MemoryImage> image(new MemoryImage(16, 16, LS_Luminance));
     for (int y = 8; y < 16; ++y)
         std::memset(image->lineComponentsU8(y), 255, 16);
-    const SO<Image> back = decode(encoded(*image).get());
+    const SO<Image> back = decodeJpeg(encoded(*image).get());
     ASSERT_TRUE(back);
     EXPECT_LT(*back->pixelComponentsU8(3, 0), 8);
     EXPECT_GT(*back->pixelComponentsU8(3, 15), 247);
 }
 
 TEST(JPEGReaderTest, OtherDataGiveNull) {
-    EXPECT_EQ(decode(nullptr), nullptr);
-    EXPECT_EQ(decode(SO<MemoryDataResource>(new MemoryDataResource(0)).get()), nullptr);
-    EXPECT_EQ(decode(SO<MemoryDataResource>(new MemoryDataResource(100)).get()), nullptr);
+    EXPECT_EQ(decodeJpeg(nullptr), nullptr);
+    EXPECT_EQ(decodeJpeg(SO<MemoryDataResource>(new MemoryDataResource(0)).get()), nullptr);
+    EXPECT_EQ(decodeJpeg(SO<MemoryDataResource>(new MemoryDataResource(100)).get()), nullptr);
 }
 
 TEST(JPEGReaderTest, EveryBeginningGivesNull) {
-    expectNoImageFromAnyBeginning(*encoded(*smoothImage(19, 17, LS_RGB)), decode);
-    expectNoImageFromAnyBeginning(*encoded(*smoothImage(9, 9, LS_Luminance)), decode);
+    expectNoImageFromAnyBeginning(*encoded(*smoothImage(19, 17, LS_RGB)), decodeJpeg);
+    expectNoImageFromAnyBeginning(*encoded(*smoothImage(9, 9, LS_Luminance)), decodeJpeg);
 }
 
 TEST(JPEGReaderTest, ChangedBytesAreHarmless) {
-    expectChangedBytesAreHarmless(*encoded(*smoothImage(19, 17, LS_RGB), 30), decode);
+    expectChangedBytesAreHarmless(*encoded(*smoothImage(19, 17, LS_RGB), 30), decodeJpeg);
 }
 
 TEST(JPEGReaderTest, SizesThatTheDataCannotHoldAreRefused) {
@@ -82,7 +82,7 @@ TEST(JPEGReaderTest, SizesThatTheDataCannotHoldAreRefused) {
     const std::size_t frame = find(bytes, 0xC0);
     for (int i = 5; i < 9; ++i)
         bytes[frame + i] = 0xFD;
-    EXPECT_EQ(decode(resourceOf(bytes.data(), bytes.size()).get()), nullptr);
+    EXPECT_EQ(decodeJpeg(resourceOf(bytes.data(), bytes.size()).get()), nullptr);
 }
 
 TEST(JPEGReaderTest, LargerPicturesThanAllowedAreRefused) {
@@ -112,7 +112,7 @@ TEST(JPEGReaderTest, InksOfAdobeFilesBecomeColors) {
         append({0});
     }
     append({0xFF, 0xDA, 0, 14, 4, 1, 0, 2, 0, 3, 0, 4, 0, 0, 63, 0, 0x00, 0xFF, 0xD9});
-    const SO<Image> image = decode(resourceOf(bytes.data(), bytes.size()).get());
+    const SO<Image> image = decodeJpeg(resourceOf(bytes.data(), bytes.size()).get());
     ASSERT_TRUE(image);
     EXPECT_EQ(image->layerSequence(), LS_RGB);
     EXPECT_EQ(*image->pixelComponentsU8(0, 0, 0), 64);
@@ -120,7 +120,7 @@ TEST(JPEGReaderTest, InksOfAdobeFilesBecomeColors) {
     // Without Adobe's mark the inks are not inverted: 127 * 127 / 255.
     std::vector<unsigned char> plain = bytes;
     plain.erase(plain.begin() + 2, plain.begin() + 18);
-    const SO<Image> other = decode(resourceOf(plain.data(), plain.size()).get());
+    const SO<Image> other = decodeJpeg(resourceOf(plain.data(), plain.size()).get());
     ASSERT_TRUE(other);
     EXPECT_EQ(*other->pixelComponentsU8(0, 0, 1), 63);
 }

@@ -9,7 +9,7 @@ using namespace NBX;
 
 namespace {
 
-SO<Image> decode(const DataResource * data) {
+SO<Image> decodePng(const DataResource * data) {
     return SO<PNGReader>(new PNGReader())->read(data);
 }
 
@@ -58,7 +58,7 @@ pngFile(unsigned width, unsigned height, int depth, int colorType, const std::ve
 }
 
 SO<Image> readFile(const std::vector<unsigned char> & file) {
-    return decode(resourceOf(file.data(), file.size()).get());
+    return decodePng(resourceOf(file.data(), file.size()).get());
 }
 
 std::vector<int> lineOf(const Image & image, int y) {
@@ -129,21 +129,21 @@ TEST(PNGReaderTest, SixteenBitsKeepTheirValue) {
 }
 
 TEST(PNGReaderTest, OtherDataGiveNull) {
-    EXPECT_EQ(decode(nullptr), nullptr);
-    EXPECT_EQ(decode(SO<MemoryDataResource>(new MemoryDataResource(0)).get()), nullptr);
-    EXPECT_EQ(decode(SO<MemoryDataResource>(new MemoryDataResource(100)).get()), nullptr);
+    EXPECT_EQ(decodePng(nullptr), nullptr);
+    EXPECT_EQ(decodePng(SO<MemoryDataResource>(new MemoryDataResource(0)).get()), nullptr);
+    EXPECT_EQ(decodePng(SO<MemoryDataResource>(new MemoryDataResource(100)).get()), nullptr);
 }
 
 TEST(PNGReaderTest, EveryBeginningGivesNull) {
     const SO<PNGWriter> writer(new PNGWriter());
-    expectNoImageFromAnyBeginning(*writer->write(randomImage(9, 7, LS_RGBA).get()), decode);
+    expectNoImageFromAnyBeginning(*writer->write(randomImage(9, 7, LS_RGBA).get()), decodePng);
     expectNoImageFromAnyBeginning(*writer->write(randomImage(3, 5, LS_Luminance, Image::UInt16).get()),
-                                  decode);
+                                  decodePng);
 }
 
 TEST(PNGReaderTest, ChangedBytesAreHarmless) {
     expectChangedBytesAreHarmless(*SO<PNGWriter>(new PNGWriter())->write(smoothImage(19, 17, LS_RGB).get()),
-                                  decode);
+                                  decodePng);
 }
 
 TEST(PNGReaderTest, ChangedBytesUnderARightChecksumAreHarmless) {

@@ -9,7 +9,7 @@ using namespace NBX;
 
 namespace {
 
-SO<Image> roundTrip(const Image & image, int level = 6) {
+SO<Image> throughPng(const Image & image, int level = 6) {
     const SO<MemoryDataResource> data = SO<PNGWriter>(new PNGWriter(level))->write(&image);
     return SO<PNGReader>(new PNGReader())->read(data.get());
 }
@@ -21,7 +21,7 @@ TEST(PNGWriterTest, RoundTripIsExact) {
         for (const int type : {Image::UInt8, Image::UInt16})
             for (const int size : {1, 2, 33}) {
                 const SO<MemoryImage> image = randomImage(size, size + 2, sequence, type, 8);
-                const SO<Image> back = roundTrip(*image);
+                const SO<Image> back = throughPng(*image);
                 ASSERT_TRUE(back);
                 EXPECT_TRUE(samePixels(*image, *back)) << sequence << ", " << type << ", " << size;
             }
@@ -34,7 +34,7 @@ TEST(PNGWriterTest, OtherLayersAreStoredInTheNearestOnes) {
                                                              {LS_Intensity, LS_LuminanceAlpha}};
     for (const auto & [sequence, stored] : cases) {
         const SO<MemoryImage> image = randomImage(5, 4, sequence);
-        const SO<Image> back = roundTrip(*image);
+        const SO<Image> back = throughPng(*image);
         ASSERT_TRUE(back);
         EXPECT_EQ(back->layerSequence(), stored);
         const SO<Image> again(new MemoryImage(5, 4, sequence));
@@ -47,7 +47,7 @@ TEST(PNGWriterTest, FloatsAreCutTo16Bits) {
     const SO<Image> image(new MemoryImage(3, 1, LS_Luminance, Image::Float));
     const float values[] = {-1.0F, 0.5F, 2.0F};
     std::memcpy(image->lineComponents(0), values, sizeof(values));
-    const SO<Image> back = roundTrip(*image);
+    const SO<Image> back = throughPng(*image);
     ASSERT_TRUE(back);
     const auto * line = static_cast<const std::uint16_t *>(back->lineComponents(0));
     EXPECT_EQ(std::vector<int>(line, line + 3), (std::vector<int>{0, 32768, 65535}));
@@ -56,7 +56,7 @@ TEST(PNGWriterTest, FloatsAreCutTo16Bits) {
 TEST(PNGWriterTest, LevelsGiveTheSamePicture) {
     const SO<MemoryImage> image = smoothImage(40, 40, LS_RGB);
     for (const int level : {0, 9})
-        EXPECT_TRUE(samePixels(*roundTrip(*image, level), *image));
+        EXPECT_TRUE(samePixels(*throughPng(*image, level), *image));
 }
 
 TEST(PNGWriterTest, NothingToWriteGivesNull) {

@@ -18,7 +18,7 @@ namespace {
 
 using namespace ZMT::RASTER;
 
-const double nan = std::numeric_limits<double>::quiet_NaN();
+const double s_noHeight = std::numeric_limits<double>::quiet_NaN();
 
 class HeightSourceTest : public testing::Test {
 protected:
@@ -103,8 +103,11 @@ TEST_F(HeightSourceTest, LaysLaterRastersAboveEarlierOnesWhereTheyAreDefined) {
     EXPECT_EQ(source.band()->cellsX(), 4U);
     EXPECT_EQ(source.band()->cellsY(), 4U);
     EXPECT_EQ(source.band()->minY(), 3099930.0);
-    expectCells({nan, nan, 90, 100, nan, nan, nan, 80, 4, 5, 70, nan, 1, 2, 3, nan}, source);
-    expectCells({nan, nan, 90, 100, nan, nan, nan, 80, 4, 5, 6, nan, 1, 2, 3, nan},
+    expectCells({s_noHeight, s_noHeight, 90, 100, s_noHeight, s_noHeight, s_noHeight, 80, 4, 5, 70,
+                 s_noHeight, 1, 2, 3, s_noHeight},
+                source);
+    expectCells({s_noHeight, s_noHeight, 90, 100, s_noHeight, s_noHeight, s_noHeight, 80, 4, 5, 6, s_noHeight,
+                 1, 2, 3, s_noHeight},
                 HeightSource({directory.file("b.tif"), first}));
 }
 
@@ -358,13 +361,13 @@ TEST_F(HeightSourceTest, heightsAreMetresWhateverTheirUnit) {
     feet.hasNoData = true;
     feet.noData = -1.0;
     const std::string low = write("feet.tif", feet);
-    expectCells({nan, 12.192, 3.048, 6.096}, HeightSource({low}));
+    expectCells({s_noHeight, 12.192, 3.048, 6.096}, HeightSource({low}));
     // Beside one in metres, and in another system.
     TiffContent metres{2, 2, {1, 2, 3, 4}};
     metres.geoTransform[0] += 60.0;
     metres.unit = "m";
     const HeightSource both({low, write("metres.tif", metres)});
-    expectCells({nan, 12.192, 3, 4, 3.048, 6.096, 1, 2}, both);
+    expectCells({s_noHeight, 12.192, 3, 4, 3.048, 6.096, 1, 2}, both);
     ASSERT_EQ(2U, both.files().size());
     EXPECT_EQ("ft", both.files()[0].heightUnit);
     EXPECT_EQ("m", both.files()[1].heightUnit);
@@ -379,7 +382,7 @@ TEST_F(HeightSourceTest, heightsAreMetresWhateverTheirUnit) {
     feet.bands = 2;
     feet.values.resize(8);
     const HeightSource strange({write("stories.tif", feet)});
-    expectCells({nan, 40, 10, 20}, strange);
+    expectCells({s_noHeight, 40, 10, 20}, strange);
     EXPECT_EQ("stories", strange.files()[0].heightUnit);
     EXPECT_EQ(2U, strange.files()[0].bands);
 }
@@ -390,7 +393,7 @@ TEST_F(HeightSourceTest, takesHeightsInMemory) {
     content.noData = -1.0;
     GeoRaster raster = RasterFile(write("a.tif", content)).read();
     const HeightSource source(raster);
-    expectCells({nan, 5, 6, 1, 2, 3}, source);
+    expectCells({s_noHeight, 5, 6, 1, 2, 3}, source);
     float part[2];
     source.band()->read(1, 0, 1, 2, part);
     EXPECT_EQ(5.0F, part[0]);

@@ -17,7 +17,7 @@ namespace {
 
 using namespace ZMT::RASTER;
 
-const double nan = std::numeric_limits<double>::quiet_NaN();
+const double notANumber = std::numeric_limits<double>::quiet_NaN();
 const double infinity = std::numeric_limits<double>::infinity();
 
 class RasterFileTest : public testing::Test {
@@ -155,16 +155,16 @@ TEST_F(RasterFileTest, NoDataBecomesUndefined) {
                                        .type = type,
                                        .hasNoData = true,
                                        .noData = -9999});
-        expectCells({nan, 5}, raster);
+        expectCells({notANumber, 5}, raster);
     }
 }
 
 TEST_F(RasterFileTest, NoDataWrittenWithFewDigits) {
-    expectCells({nan, 5}, read({.width = 2,
-                                .height = 1,
-                                .values = {-3.4028234663852886e38, 5},
-                                .hasNoData = true,
-                                .noData = -3.40282e38}));
+    expectCells({notANumber, 5}, read({.width = 2,
+                                       .height = 1,
+                                       .values = {-3.4028234663852886e38, 5},
+                                       .hasNoData = true,
+                                       .noData = -3.40282e38}));
 }
 
 TEST_F(RasterFileTest, NoDataNearAWholeNumberIsNotThatNumber) {
@@ -178,13 +178,14 @@ TEST_F(RasterFileTest, NoDataNearAWholeNumberIsNotThatNumber) {
 
 TEST_F(RasterFileTest, InfiniteNoDataLeavesTheOthers) {
     expectCells(
-        {nan, 5},
+        {notANumber, 5},
         read({.width = 2, .height = 1, .values = {-infinity, 5}, .hasNoData = true, .noData = -infinity}));
 }
 
 TEST_F(RasterFileTest, NotANumberAndInfinityBecomeUndefined) {
-    expectCells({nan, nan, nan, 5}, read({.width = 4, .height = 1, .values = {nan, infinity, -infinity, 5}}));
-    expectCells({nan, 5}, read({.width = 2, .height = 1, .values = {1e300, 5}, .type = GDT_Float64}));
+    expectCells({notANumber, notANumber, notANumber, 5},
+                read({.width = 4, .height = 1, .values = {notANumber, infinity, -infinity, 5}}));
+    expectCells({notANumber, 5}, read({.width = 2, .height = 1, .values = {1e300, 5}, .type = GDT_Float64}));
 }
 
 TEST_F(RasterFileTest, MaskBecomesUndefined) {
@@ -197,18 +198,18 @@ TEST_F(RasterFileTest, MaskBecomesUndefined) {
                                                                               2, GDT_Byte, 0, 0, nullptr));
         GDALClose(dataset);
     }
-    expectCells({3, 4, 1, nan}, RasterFile(path).read());
+    expectCells({3, 4, 1, notANumber}, RasterFile(path).read());
 }
 
 TEST_F(RasterFileTest, ScaleAndOffsetAreApplied) {
-    expectCells({110, nan}, read({.width = 2,
-                                  .height = 1,
-                                  .values = {100, -1},
-                                  .type = GDT_Int16,
-                                  .hasNoData = true,
-                                  .noData = -1,
-                                  .scale = 0.1,
-                                  .offset = 100}));
+    expectCells({110, notANumber}, read({.width = 2,
+                                         .height = 1,
+                                         .values = {100, -1},
+                                         .type = GDT_Int16,
+                                         .hasNoData = true,
+                                         .noData = -1,
+                                         .scale = 0.1,
+                                         .offset = 100}));
 }
 
 TEST_F(RasterFileTest, WideIntegersAreRoundedToFloat) {

@@ -15,7 +15,7 @@ namespace {
 
 using namespace ZMT::RASTER;
 
-const float nan = std::numeric_limits<float>::quiet_NaN();
+const float noHeight = std::numeric_limits<float>::quiet_NaN();
 
 std::string wktOf(const std::string & system) {
     OGRSpatialReference reference;
@@ -31,7 +31,7 @@ std::string wktOf(const std::string & system) {
 GeoRaster degrees(unsigned width, unsigned height, double minX, double minY, double cellSize) {
     GeoRaster result;
     result.raster = NBX::SO<SimpleRasterData<float>>(
-        new SimpleRasterData<float>(width, height, minX, minY, cellSize, cellSize, true, nan));
+        new SimpleRasterData<float>(width, height, minX, minY, cellSize, cellSize, true, noHeight));
     for (unsigned row = 0; row < height; ++row)
         for (unsigned column = 0; column < width; ++column)
             result.raster->setValue(column, row,
@@ -102,7 +102,7 @@ TEST(RasterWarp, VoidsStayVoids) {
     GeoRaster source = degrees(60, 60, 86.0, 27.0, 0.01);
     for (unsigned row = 20; row < 40; ++row)
         for (unsigned column = 20; column < 40; ++column)
-            source.raster->setValue(column, row, nan);
+            source.raster->setValue(column, row, noHeight);
     const GeoRaster warped = RasterWarp::toMetric(source);
     const auto & cells = *warped.raster;
     EXPECT_TRUE(std::isnan(cells.value(cells.cellsX() / 2, cells.cellsY() / 2)));
@@ -185,7 +185,7 @@ TEST(RasterWarp, SmallestSizes) {
 
 TEST(RasterWarp, AllUndefinedStaysSo) {
     GeoRaster source = degrees(5, 5, 86.0, 27.0, 0.01);
-    std::fill_n(source.raster->cells(), 25, nan);
+    std::fill_n(source.raster->cells(), 25, noHeight);
     EXPECT_EQ(0u, Histogram(RasterWarp::toMetric(source).raster.get()).numberOfDefinedValues());
 }
 

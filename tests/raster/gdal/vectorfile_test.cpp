@@ -16,8 +16,8 @@ using namespace ZMT::RASTER;
 using Point = VectorLine::Point;
 using Points = std::vector<Point>;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-const GeoExtent everywhere{-infinity, -infinity, infinity, infinity};
+constexpr double unlimited = std::numeric_limits<double>::infinity();
+const GeoExtent everywhere{-unlimited, -unlimited, unlimited, unlimited};
 
 /// Points of a line, map coordinates first.
 Points line(std::initializer_list<std::array<double, 2>> places) {

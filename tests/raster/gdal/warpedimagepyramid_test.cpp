@@ -21,7 +21,7 @@ using namespace ZMT::RASTER;
 using NBX::SO;
 
 /// In degrees, at the edge of the zone, where north is not up.
-constexpr double west = 84.1, south = 27.9, degree = 0.0005;
+constexpr double westDegrees = 84.1, south = 27.9, degree = 0.0005;
 
 class WarpedImagePyramidTest : public testing::Test {
 protected:
@@ -38,7 +38,7 @@ protected:
     /// Waves of red and green, in degrees.
     std::string writeWaves(int width, int height) const {
         TiffContent content{.width = width, .height = height, .bands = 3, .type = GDT_Byte};
-        content.geoTransform = {west, degree, 0.0, south + height * degree, 0.0, -degree};
+        content.geoTransform = {westDegrees, degree, 0.0, south + height * degree, 0.0, -degree};
         content.system = "EPSG:4326";
         for (int band = 0; band < 3; ++band)
             for (int y = 0; y < height; ++y)
@@ -168,7 +168,7 @@ TEST_F(WarpedImagePyramidTest, ImagesOfAllKindsAreColours) {
             for (int x = 0; x < 40; ++x)
                 image->setColor(x, y, NBX::Color(0.6, 0.6, 0.6));
         const SO<TiledGeoImagePyramid> source(new MemoryTiledGeoImagePyramid(
-            image.get(), NBX::Bounds({west, south, 0.0}, {west + 0.02, south + 0.02, 0.0})));
+            image.get(), NBX::Bounds({westDegrees, south, 0.0}, {westDegrees + 0.02, south + 0.02, 0.0})));
         const auto pyramid = WarpedImagePyramid::create(source, degrees, metres, "a");
         const SO<NBX::Image> pixels = this->pixels(*pyramid, 0);
         ASSERT_TRUE(pixels);

@@ -13,6 +13,8 @@
 #include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/relief/reliefwalk.h>
 
+inline const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_30m_heights.tif";
+
 /// What GDAL makes of the heights in a file, from the northern line down.
 inline std::vector<float> gdalRelief(const std::string & path, const char * kind,
                                      const std::vector<const char *> & words = {}) {

@@ -11,8 +11,6 @@ namespace {
 
 using ZMT::RASTER::ShadeProduct;
 
-const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_30m_heights.tif";
-
 /// None differs by more than 1, and hardly any does.
 void expectSameShade(const std::vector<float> & expected, const std::vector<float> & found) {
     ASSERT_EQ(expected.size(), found.size());

@@ -13,8 +13,6 @@ namespace {
 using ZMT::RASTER::SlopeProduct;
 
 /// Metres, with a hole, and more rows than are read at once.
-const std::string s_everest = ZMT_DATA_DIR "/../tests/data/everest_30m_heights.tif";
-
 /// The share of numbers that differ, none by more than a rounding of a float.
 double shareOfRoundings(const std::vector<float> & expected, const std::vector<float> & found) {
     EXPECT_EQ(expected.size(), found.size());

@@ -13,7 +13,7 @@ using Face = FaceScan::Face;
 using Corner = FaceScan::Corner;
 using Worst = FaceScan::Worst;
 
-constexpr float s_void = std::numeric_limits<float>::quiet_NaN();
+constexpr float s_voidHeight = std::numeric_limits<float>::quiet_NaN();
 
 std::int64_t turn(const Corner & a, const Corner & b, std::int64_t column, std::int64_t row) {
     return (b.column - a.column) * (row - a.row) - (b.row - a.row) * (column - a.column);
@@ -123,7 +123,7 @@ TEST(FaceScan, ASurfaceOverVerticesWithoutHeightsIsWrongWhereTheseAreDeepest) {
     raster.at(6, 1) = 50.0f;
     const Face face = raster.face({0, 0, 0}, {8, 0, 0}, {0, 8, 0});
     for (const auto & [column, row] : {std::pair(1, 1), {2, 2}, {3, 0}})
-        raster.at(column, row) = s_void;
+        raster.at(column, row) = s_voidHeight;
     const Worst found = raster.scan(face, true);
     EXPECT_EQ(Worst::s_outline, found.error);
     EXPECT_EQ(2u * 9 + 2, found.cell);
@@ -133,7 +133,7 @@ TEST(FaceScan, ASurfaceOverVerticesWithoutHeightsIsWrongWhereTheseAreDeepest) {
 
 TEST(FaceScan, AHoleIsWrongWhereHeightsLieInItThatTheSurfaceBesideItLeavesOut) {
     Raster raster(9, 9);
-    std::fill(raster.heights.begin(), raster.heights.end(), s_void);
+    std::fill(raster.heights.begin(), raster.heights.end(), s_voidHeight);
     raster.at(0, 0) = raster.at(8, 0) = raster.at(4, 0) = 1.0f;
     Face face = raster.face({0, 0, 0}, {8, 0, 0}, {0, 8, 0}); // the third has none
     EXPECT_FALSE(FaceScan::isSurface(face));

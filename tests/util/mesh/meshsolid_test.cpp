@@ -10,7 +10,7 @@ namespace {
 using namespace ZMT::UTIL;
 using Heights = RasterRefinement::Heights;
 
-constexpr float s_void = std::numeric_limits<float>::quiet_NaN();
+constexpr float s_hole = std::numeric_limits<float>::quiet_NaN();
 
 /// The closed mesh over the cells of a raster, a unit each, at full detail.
 SurfaceMesh solid(const Heights & raster, float base) {
@@ -51,14 +51,14 @@ double volume(const SurfaceMesh & mesh) {
     return six / 6.0;
 }
 
-NBX::SO<Heights> flat(unsigned columns, unsigned rows, float height) {
-    NBX::SO<Heights> raster(new Heights(columns, rows, 0.0, 0.0, 1.0, 1.0, true, s_void));
+NBX::SO<Heights> plain(unsigned columns, unsigned rows, float height) {
+    NBX::SO<Heights> raster(new Heights(columns, rows, 0.0, 0.0, 1.0, 1.0, true, s_hole));
     std::fill_n(raster->cells(), std::size_t(columns) * rows, height);
     return raster;
 }
 
 TEST(MeshSolid, ACellIsABox) {
-    const SurfaceMesh mesh = solid(*flat(2, 2, 5.0f), 2.0f);
+    const SurfaceMesh mesh = solid(*plain(2, 2, 5.0f), 2.0f);
     EXPECT_EQ(12u, mesh.triangles.size());
     EXPECT_EQ(8u, mesh.positions.size());
     EXPECT_EQ(0u, openEdges(mesh));
@@ -66,8 +66,8 @@ TEST(MeshSolid, ACellIsABox) {
 }
 
 TEST(MeshSolid, AHoleHasWallsInside) {
-    const auto raster = flat(5, 5, 1.0f);
-    raster->setValue(2, 2, s_void);
+    const auto raster = plain(5, 5, 1.0f);
+    raster->setValue(2, 2, s_hole);
     const SurfaceMesh mesh = solid(*raster, 0.0f);
     EXPECT_EQ(0u, openEdges(mesh));
     EXPECT_DOUBLE_EQ(16.0 - 2.0, volume(mesh)); // half of each cell at the hole
@@ -76,11 +76,11 @@ TEST(MeshSolid, AHoleHasWallsInside) {
 TEST(MeshSolid, PartsThatTouchInAVertexArePartedThere) {
     // Two cells with a vertex in common, in both diagonals.
     for (const bool isMirrored : {false, true}) {
-        const auto raster = flat(3, 3, 1.0f);
-        raster->setValue(isMirrored ? 0 : 2, 0, s_void);
-        raster->setValue(isMirrored ? 2 : 0, 2, s_void);
-        raster->setValue(1, isMirrored ? 0 : 2, s_void);
-        raster->setValue(1, isMirrored ? 2 : 0, s_void);
+        const auto raster = plain(3, 3, 1.0f);
+        raster->setValue(isMirrored ? 0 : 2, 0, s_hole);
+        raster->setValue(isMirrored ? 2 : 0, 2, s_hole);
+        raster->setValue(1, isMirrored ? 0 : 2, s_hole);
+        raster->setValue(1, isMirrored ? 2 : 0, s_hole);
         const SurfaceMesh mesh = solid(*raster, 0.0f);
         EXPECT_EQ(0u, openEdges(mesh));
         EXPECT_GT(volume(mesh), 0.9);
@@ -90,10 +90,10 @@ TEST(MeshSolid, PartsThatTouchInAVertexArePartedThere) {
 TEST(MeshSolid, IsClosedWhateverIsMissing) {
     for (const unsigned seed : {1u, 2u, 3u, 4u}) {
         std::mt19937 random(seed);
-        const auto raster = flat(40, 30, 1.0f);
+        const auto raster = plain(40, 30, 1.0f);
         for (unsigned i = 0; i < 1200; ++i)
             raster->setValue(i % 40, i / 40,
-                             random() % (seed + 1) == 0 ? s_void : 5.0f + float(random() % 9));
+                             random() % (seed + 1) == 0 ? s_hole : 5.0f + float(random() % 9));
         const SurfaceMesh mesh = solid(*raster, 0.0f);
         ASSERT_GT(mesh.triangles.size(), 50u);
         EXPECT_EQ(0u, openEdges(mesh)) << seed;

@@ -28,7 +28,7 @@ Bytes written(unsigned levels, unsigned tileSize, std::uint64_t key = 0,
 }
 
 /// 21 tiles of luminance in three levels, stored plain, so that every byte has its place.
-const Rewriting & plain() {
+const Rewriting & plainTexture() {
     static const Bytes bytes = written(2, 20, 0, StreamingTextureOptions::P_Luminance);
     static const Rewriting result(texture, bytes, false);
     return result;
@@ -36,7 +36,8 @@ const Rewriting & plain() {
 
 /// The block at a position, and the position in it.
 std::pair<std::size_t, std::size_t> placeOf(std::size_t at) {
-    const std::size_t block = *std::prev(std::upper_bound(plain().blocks.begin(), plain().blocks.end(), at));
+    const std::size_t block =
+        *std::prev(std::upper_bound(plainTexture().blocks.begin(), plainTexture().blocks.end(), at));
     return {block, at - block};
 }
 
@@ -67,19 +68,19 @@ TEST(TextureValidation, AnotherKeyIsNoFormat) {
 }
 
 TEST(TextureValidation, EveryChangedByteOfPlainTilesIsFound) {
-    ASSERT_EQ(plain().blocks.size(), 21U);
-    expectChangesFound(plain().bytes, [](std::size_t at) {
+    ASSERT_EQ(plainTexture().blocks.size(), 21U);
+    expectChangesFound(plainTexture().bytes, [](std::size_t at) {
         if (at < 256) return at >= 8 && at < 16 ? Found::Elsewhere : Found::Here;
         const auto [block, in] = placeOf(at);
-        const std::size_t end =
-            get<std::uint32_t>(plain().bytes, block + 16) * get<std::uint32_t>(plain().bytes, block + 20) +
-            256;
+        const std::size_t end = get<std::uint32_t>(plainTexture().bytes, block + 16) *
+                                    get<std::uint32_t>(plainTexture().bytes, block + 20) +
+                                256;
         return (in >= 32 && in < 96) || (in >= 256 && in < end) ? Found::Perhaps : Found::Here;
     });
 }
 
 TEST(TextureValidation, PlantedFaultsAreNamed) {
-    const std::vector<std::size_t> & blocks = plain().blocks;
+    const std::vector<std::size_t> & blocks = plainTexture().blocks;
     const std::size_t root = blocks.back(), finest = blocks.front();
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const std::vector<PlantedFault> planted = {
@@ -121,13 +122,13 @@ TEST(TextureValidation, PlantedFaultsAreNamed) {
         {"padding", [&](Bytes & b) { b[blocks[1] - 1] = 1; }, blocks[1] - 1,
          "a byte between two blocks is not zero"},
     };
-    expectTold(plain().bytes, planted);
+    expectTold(plainTexture().bytes, planted);
 }
 
 TEST(TextureValidation, CentresOfFewPixelsMayLieBesideTheirPatch) {
-    const std::size_t finest = plain().blocks.front();
+    const std::size_t finest = plainTexture().blocks.front();
     const auto withImage = [&](double pixels) {
-        Bytes bytes = plain().bytes;
+        Bytes bytes = plainTexture().bytes;
         const double width = get<std::uint32_t>(bytes, finest + 16) - 1.0, pixel = 0.5;
         const double minX = get<double>(bytes, finest + 48) + pixels * pixel;
         set(bytes, finest + 64, minX);
@@ -136,15 +137,15 @@ TEST(TextureValidation, CentresOfFewPixelsMayLieBesideTheirPatch) {
     };
     EXPECT_EQ(withImage(0.9), "");
     const double patchWidth =
-        get<double>(plain().bytes, finest + 48) - get<double>(plain().bytes, finest + 32);
+        get<double>(plainTexture().bytes, finest + 48) - get<double>(plainTexture().bytes, finest + 32);
     EXPECT_EQ(withImage(0.9 + 0.02 * patchWidth / 0.5), "");
     EXPECT_NE(withImage(1.1 + 0.02 * patchWidth / 0.5), "");
 }
 
 TEST(TextureValidation, PatchesLieInsideOfThoseAboveOnEachSide) {
-    const std::size_t finest = plain().blocks.front();
+    const std::size_t finest = plainTexture().blocks.front();
     for (std::size_t side = 0; side < 4; ++side) {
-        Bytes bytes = plain().bytes;
+        Bytes bytes = plainTexture().bytes;
         set(bytes, finest + 32 + 8 * side, side < 2 ? -1e6 : 1e6);
         EXPECT_EQ(faults(bytes),
                   std::to_string(finest + 32) + ": tile 0.0: the patch reaches beyond that of the parent\n");
@@ -161,12 +162,12 @@ TEST(TextureValidation, BlocksOfPixelsAreWhole) {
 }
 
 TEST(TextureValidation, OverlapsAndGapsAreFound) {
-    const std::size_t root = plain().blocks.back();
-    Bytes bytes = plain().bytes;
+    const std::size_t root = plainTexture().blocks.back();
+    Bytes bytes = plainTexture().bytes;
     for (std::size_t i = 0; i < 16; ++i)
         bytes[root + 96 + i] = bytes[root + 112 + i];
     EXPECT_NE(faults(bytes).find("leads into another block"), std::string::npos) << faults(bytes);
-    bytes = plain().bytes;
+    bytes = plainTexture().bytes;
     std::fill_n(bytes.begin() + std::ptrdiff_t(root + 96), 16, std::uint8_t(0));
     EXPECT_EQ(faults(bytes).substr(0, 5), "256: ");
     EXPECT_NE(faults(bytes).find(" bytes belong to nothing"), std::string::npos) << faults(bytes);
@@ -174,7 +175,7 @@ TEST(TextureValidation, OverlapsAndGapsAreFound) {
 }
 
 TEST(TextureValidation, BlocksThatEndInTheirZerosAreFound) {
-    const Rewriting packed(texture, plain().bytes, true);
+    const Rewriting packed(texture, plainTexture().bytes, true);
     ASSERT_EQ(faults(packed.bytes), "");
     // A child is named by its parent, here a plain one.
     const Rewriting mixed(texture, packed.bytes, false);
@@ -198,7 +199,7 @@ TEST(TextureValidation, ChangesAtRandomEnd) {
     std::mt19937 random(5);
     const Bytes packed = written(2, 12, 0, StreamingTextureOptions::P_Luminance);
     for (int i = 0; i < 3000; ++i) {
-        Bytes bytes = i % 2 ? packed : plain().bytes;
+        Bytes bytes = i % 2 ? packed : plainTexture().bytes;
         for (unsigned changes = 1 + random() % 4; changes > 0; --changes)
             bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
         report(bytes);
@@ -221,7 +222,7 @@ TEST(TextureValidation, BlocksBetweenMultiplesOf16AreFound) {
 }
 
 TEST(TextureValidation, TheEndIsAMultipleOf16) {
-    Bytes bytes = plain().bytes;
+    Bytes bytes = plainTexture().bytes;
     const std::string end = std::to_string(bytes.size());
     bytes.resize(bytes.size() + 8);
     set(bytes, 8, std::uint64_t(bytes.size()));

@@ -10,13 +10,12 @@
 
 #include <nbx/gl/texture/imagetexture2dgl.h>
 
+#include "lightconditions.h"
+
 using ZMT::CORE::PerPixelLightingEffectGL;
 using Point = NBX::Vector3Base<double>;
 
 namespace {
-
-const std::wstring s_direction = L"!lightDirection.isOrigin()";
-const std::wstring s_ambient = L"(0.0 <= lightAmbient) && (lightAmbient <= 1.0)";
 
 class PerPixelLightingEffectGLTest : public testing::Test {
 protected:
@@ -70,8 +69,8 @@ TEST_F(PerPixelLightingEffectGLTest, WrongValuesAreReported) {
     const NBX::SO<PerPixelLightingEffectGL> spoilt(
         new PerPixelLightingEffectGL(nullptr, nullptr, {0, 0, 0}, 1.5));
     EXPECT_EQ(reports.count(0, L"normalTexture", L"no normal texture"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_direction, L"invalid light direction"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_ambient, L"invalid light ambient"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_directionCondition, L"invalid light direction"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_ambientCondition, L"invalid light ambient"), 1U) << reports;
     EXPECT_EQ(reports.size(), 3U);
     reports.clear();
     const auto e = effect();
@@ -80,8 +79,8 @@ TEST_F(PerPixelLightingEffectGLTest, WrongValuesAreReported) {
     e->setLightAmbient(-0.5);
     e->setLightAmbient(std::numeric_limits<double>::quiet_NaN());
     EXPECT_EQ(reports.count(0, L"normalTexture", L"no normal texture"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_direction, L"invalid light direction"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_ambient, L"invalid light ambient"), 2U) << reports;
+    EXPECT_EQ(reports.count(0, s_directionCondition, L"invalid light direction"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_ambientCondition, L"invalid light ambient"), 2U) << reports;
     EXPECT_EQ(reports.size(), 4U);
     reports.clear();
     e->setLightAmbient(0.0);

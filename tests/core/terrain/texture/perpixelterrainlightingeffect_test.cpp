@@ -10,15 +10,13 @@
 #include <zmt/core/terrain/texture/simpleterraintexture.h>
 
 #include "faketerraintexture.h"
+#include "lightconditions.h"
 
 using ZMT::CORE::PerPixelLightingEffectGL;
 using ZMT::CORE::PerPixelTerrainLightingEffect;
 using Point = NBX::Vector3Base<double>;
 
 namespace {
-
-const std::wstring s_direction = L"!lightDirection.isOrigin()";
-const std::wstring s_ambient = L"(0.0 <= lightAmbient) && (lightAmbient <= 1.0)";
 
 class PerPixelTerrainLightingTest : public testing::Test {
 protected:
@@ -112,8 +110,8 @@ TEST_F(PerPixelTerrainLightingTest, WrongValuesAreReported) {
     const NBX::SO<PerPixelTerrainLightingEffect> spoilt(
         new PerPixelTerrainLightingEffect(nullptr, {0, 0, 0}, -0.5));
     EXPECT_EQ(reports.count(0, L"normalTexture", L"no normal texture"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_direction, L"invalid light direction"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_ambient, L"invalid light ambient"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_directionCondition, L"invalid light direction"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_ambientCondition, L"invalid light ambient"), 1U) << reports;
     EXPECT_EQ(reports.size(), 3U);
     reports.clear();
     EXPECT_FALSE(arguments.refine(*spoilt));
@@ -125,8 +123,8 @@ TEST_F(PerPixelTerrainLightingTest, WrongValuesAreReported) {
     e->setLightDirection({0, 0, 0});
     e->setLightAmbient(1.5);
     EXPECT_EQ(reports.count(0, L"normalTexture", L"no normal texture"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_direction, L"invalid light direction"), 1U) << reports;
-    EXPECT_EQ(reports.count(0, s_ambient, L"invalid light ambient"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_directionCondition, L"invalid light direction"), 1U) << reports;
+    EXPECT_EQ(reports.count(0, s_ambientCondition, L"invalid light ambient"), 1U) << reports;
     EXPECT_EQ(reports.size(), 3U);
 }
 

@@ -30,22 +30,22 @@ using namespace TriangleMeshes;
 using ZMT::CORE::TexturedTriangleTree;
 using ZMT::CORE::TriangleContainer;
 using Generator = ZMT::CORE::AtlasTreeGenerator;
-using Tree = Generator::AtlasTree;
-using Node = Tree::NodePointer;
+using AtlasTree = Generator::AtlasTree;
+using AtlasNode = AtlasTree::NodePointer;
 using TriangleID = Generator::TriangleID;
 using IDs = std::vector<TriangleID>;
 
 /// A view of 90 degrees is 200 units wide there: with 200 pixels, one unit is a texel.
-constexpr double s_distance = 100.0, s_fieldOfView = 90.0;
-constexpr int s_screen = 200;
+constexpr double s_viewDistance = 100.0, s_viewAngle = 90.0;
+constexpr int s_viewPixels = 200;
 
 SO<TriangleContainer> containerOf(const std::vector<Mesh> & meshes) {
     return new TriangleContainer(meshesOf(meshes));
 }
 
-SO<Tree> treeOf(const SO<TriangleContainer> & container, int atlasSize, double quality = 1.0) {
-    return Generator::createAtlasTree(container, s_distance, s_fieldOfView, s_screen, quality, atlasSize,
-                                      nullptr);
+SO<AtlasTree> treeOf(const SO<TriangleContainer> & container, int atlasSize, double quality = 1.0) {
+    return Generator::createAtlasTree(container, s_viewDistance, s_viewAngle, s_viewPixels, quality,
+                                      atlasSize, nullptr);
 }
 
 SO<Generator::Triangles> sequenceOf(const IDs & ids) {
@@ -59,7 +59,7 @@ IDs listOf(const SO<Generator::Triangles> & triangles) {
     return result;
 }
 
-IDs allOf(const TriangleContainer & container) {
+IDs idsOf(const TriangleContainer & container) {
     IDs ids;
     for (unsigned mesh = 0; mesh < container.numberOfMeshes(); ++mesh)
         for (unsigned i = 0; i < container.numberOfTriangles(mesh); ++i)
@@ -68,13 +68,14 @@ IDs allOf(const TriangleContainer & container) {
 }
 
 bool fits(const SO<TriangleContainer> & container, const IDs & ids, int atlasSize) {
-    return Generator::fits(sequenceOf(ids), container, s_distance, s_fieldOfView, s_screen, 1.0, atlasSize);
+    return Generator::fits(sequenceOf(ids), container, s_viewDistance, s_viewAngle, s_viewPixels, 1.0,
+                           atlasSize);
 }
 
-void forEachNode(const SO<Tree> & tree, const std::function<void(const Node &)> & visit) {
-    std::vector<Node> waiting{tree->root()};
+void forEachNode(const SO<AtlasTree> & tree, const std::function<void(const AtlasNode &)> & visit) {
+    std::vector<AtlasNode> waiting{tree->root()};
     while (!waiting.empty()) {
-        const Node node = waiting.back();
+        const AtlasNode node = waiting.back();
         waiting.pop_back();
         visit(node);
         for (unsigned i = 0; tree->hasChildren(node) && i < 4; ++i)
@@ -93,7 +94,7 @@ Mesh square(double x, double y, double size) {
 
 TEST(AtlasTreeGenerator, AreasAreComparedWithThatOfTheAtlas) {
     const SO<TriangleContainer> container = containerOf({square(0, 0, 10), square(0, 0, 10)});
-    const IDs ids = allOf(*container); // 200 square units
+    const IDs ids = idsOf(*container); // 200 square units
     const auto areaFits = [&](double unitsPerTexel, int atlasSize) {
         return Generator::areaFits(*sequenceOf(ids), *container, unitsPerTexel, atlasSize);
     };
@@ -110,9 +111,9 @@ TEST(AtlasTreeGenerator, OneTriangleAlwaysFits) {
     EXPECT_TRUE(fits(container, {{0, 0}}, 64));
     EXPECT_TRUE(fits(container, {}, 64));
     EXPECT_FALSE(fits(container, {{0, 0}, {0, 1}}, 64));
-    const SO<Tree> tree = treeOf(container, 64);
+    const SO<AtlasTree> tree = treeOf(container, 64);
     unsigned leaves = 0;
-    forEachNode(tree, [&](const Node & node) { leaves += node->content.imageFile == L"done"; });
+    forEachNode(tree, [&](const AtlasNode & node) { leaves += node->content.imageFile == L"done"; });
     EXPECT_EQ(leaves, 2U);
 }
 
@@ -120,7 +121,7 @@ TEST(AtlasTreeGenerator, TexturesHaveToFindRoomWithTheirBorders) {
     // 10 by 10 texels and borders of 8: 26 by 26 each.
     const SO<TriangleContainer> container =
         containerOf({square(0, 0, 10), square(20, 0, 10), square(40, 0, 10)});
-    const IDs ids = allOf(*container);
+    const IDs ids = idsOf(*container);
     EXPECT_TRUE(fits(container, ids, 52));
     EXPECT_FALSE(fits(container, ids, 51));
     EXPECT_TRUE(fits(container, {{0, 0}, {0, 1}}, 26));
@@ -192,7 +193,7 @@ TEST(AtlasTreeGenerator, QuadrisectionEqualsThePlainOne) {
     for (unsigned round = 0; round < 300; ++round) {
         const SO<TriangleContainer> container =
             containerOf({randomMesh(random, random() % 40), randomMesh(random, random() % 3)});
-        const IDs ids = allOf(*container);
+        const IDs ids = idsOf(*container);
         for (const unsigned axis : {1U, 2U}) {
             EXPECT_EQ(quadrisection(ids, *container, axis), plainQuadrisection(ids, *container, 0, axis));
         }
@@ -205,7 +206,7 @@ TEST(AtlasTreeGenerator, QuadrisectionDividesNearHalfOfTheArea) {
         meshes.push_back(square(20 * (i % 4), 20 * (i / 4), 10));
     const SO<TriangleContainer> container = containerOf(meshes);
     std::size_t count = 0;
-    for (const IDs & group : quadrisection(allOf(*container), *container)) {
+    for (const IDs & group : quadrisection(idsOf(*container), *container)) {
         EXPECT_GE(group.size(), 5U);
         EXPECT_LE(group.size(), 12U);
         EXPECT_TRUE(std::is_sorted(group.begin(), group.end()));
@@ -222,11 +223,11 @@ TEST(AtlasTreeGenerator, EqualCentersDivideIntoFourEqualCounts) {
     }
     const SO<TriangleContainer> container = containerOf({{wrapper(), setOf(vertices, texCoords)}});
     // Areas divide these still.
-    for (const IDs & group : quadrisection(allOf(*container), *container))
+    for (const IDs & group : quadrisection(idsOf(*container), *container))
         EXPECT_GE(group.size(), 4U);
     const SO<TriangleContainer> points =
         containerOf({{wrapper(), setOf(Vectors(60, V(1, 1, 1)), Vectors(60, V()))}});
-    for (const IDs & group : quadrisection(allOf(*points), *points))
+    for (const IDs & group : quadrisection(idsOf(*points), *points))
         EXPECT_EQ(group.size(), 5U);
 }
 
@@ -237,7 +238,7 @@ TEST(AtlasTreeGenerator, OneLargeTriangleAmongSmallOnesIsDivided) {
             meshes.push_back(square(i, i, 0.1));
         const SO<TriangleContainer> container = containerOf(meshes);
         unsigned groups = 0;
-        for (const IDs & group : quadrisection(allOf(*container), *container))
+        for (const IDs & group : quadrisection(idsOf(*container), *container))
             groups += !group.empty();
         EXPECT_GE(groups, 2U);
     }
@@ -245,7 +246,7 @@ TEST(AtlasTreeGenerator, OneLargeTriangleAmongSmallOnesIsDivided) {
 
 TEST(AtlasTreeGenerator, SmallAndEmptyListsAreDivided) {
     const SO<TriangleContainer> container = containerOf({square(0, 0, 1)});
-    const auto two = quadrisection(allOf(*container), *container);
+    const auto two = quadrisection(idsOf(*container), *container);
     EXPECT_EQ(std::count_if(two.begin(), two.end(), [](const IDs & group) { return group.size() == 1; }), 2);
     for (const IDs & group : quadrisection({}, *container))
         EXPECT_TRUE(group.empty());
@@ -257,7 +258,7 @@ TEST(AtlasTreeGenerator, SpansXAndTheLargerOfYAndZ) {
     const auto treeOver = [](const V & to) {
         return treeOf(containerOf({{wrapper(), setOf({V(1, 2, 3), to, V(1, 2, 3)}, Vectors(3))}}), 64);
     };
-    SO<Tree> tree = treeOver(V(11, 5, 5));
+    SO<AtlasTree> tree = treeOver(V(11, 5, 5));
     EXPECT_EQ(tree->axis(0), 0U);
     EXPECT_EQ(tree->axis(1), 1U) << "3 against 2";
     EXPECT_EQ(tree->minimum(0), 1.0);
@@ -276,15 +277,15 @@ TEST(AtlasTreeGenerator, SpansXAndTheLargerOfYAndZ) {
 
 TEST(AtlasTreeGenerator, WhatFitsIsOneLeaf) {
     const SO<TriangleContainer> container = containerOf({square(0, 0, 10), square(20, 0, 10)});
-    const SO<Tree> tree = treeOf(container, 64);
+    const SO<AtlasTree> tree = treeOf(container, 64);
     EXPECT_EQ(tree->numberOfNodes(), 1U);
     EXPECT_EQ(tree->root()->content.imageFile, L"done");
-    EXPECT_EQ(listOf(tree->root()->content.triangles), allOf(*container));
+    EXPECT_EQ(listOf(tree->root()->content.triangles), idsOf(*container));
 }
 
 TEST(AtlasTreeGenerator, WithoutTrianglesThereIsTheRootAlone) {
     RecordedReports reports;
-    SO<Tree> tree = treeOf(containerOf({}), 64);
+    SO<AtlasTree> tree = treeOf(containerOf({}), 64);
     EXPECT_EQ(tree->numberOfNodes(), 1U);
     EXPECT_EQ(tree->root()->content.imageFile, L"");
     EXPECT_TRUE(reports.empty()) << reports;
@@ -299,7 +300,7 @@ TEST(AtlasTreeGenerator, FinishedSiblingsAreTakenInWhereAllFit) {
     for (unsigned i = 0; i < 5; ++i)
         meshes.push_back(square(30.0 * i, 0, 10));
     const SO<TriangleContainer> container = containerOf(meshes);
-    const SO<Tree> tree = treeOf(container, 52);
+    const SO<AtlasTree> tree = treeOf(container, 52);
     ASSERT_TRUE(tree->hasChildren(tree->root()));
     EXPECT_FALSE(tree->root()->content.triangles);
     unsigned done = 0, absorbed = 0;
@@ -325,9 +326,9 @@ TEST(AtlasTreeGenerator, EveryTriangleStandsInOneLeafThatFits) {
             meshes.push_back(randomMesh(random, 1 + random() % 60));
         const SO<TriangleContainer> container = containerOf(meshes);
         const int atlasSize = 64 << random() % 3;
-        const SO<Tree> tree = treeOf(container, atlasSize);
+        const SO<AtlasTree> tree = treeOf(container, atlasSize);
         IDs found;
-        forEachNode(tree, [&](const Node & node) {
+        forEachNode(tree, [&](const AtlasNode & node) {
             const Generator::AtlasNode & content = node->content;
             const IDs ids = listOf(content.triangles);
             if (tree->hasChildren(node)) {
@@ -341,13 +342,14 @@ TEST(AtlasTreeGenerator, EveryTriangleStandsInOneLeafThatFits) {
             found.insert(found.end(), ids.begin(), ids.end());
         });
         std::sort(found.begin(), found.end());
-        EXPECT_EQ(found, allOf(*container));
+        EXPECT_EQ(found, idsOf(*container));
         // The same again gives the same tree.
-        const SO<Tree> again = treeOf(container, atlasSize);
+        const SO<AtlasTree> again = treeOf(container, atlasSize);
         ASSERT_EQ(again->numberOfNodes(), tree->numberOfNodes());
         std::vector<IDs> first, second;
-        forEachNode(tree, [&](const Node & node) { first.push_back(listOf(node->content.triangles)); });
-        forEachNode(again, [&](const Node & node) { second.push_back(listOf(node->content.triangles)); });
+        forEachNode(tree, [&](const AtlasNode & node) { first.push_back(listOf(node->content.triangles)); });
+        forEachNode(again,
+                    [&](const AtlasNode & node) { second.push_back(listOf(node->content.triangles)); });
         EXPECT_EQ(first, second);
     }
 }
@@ -370,7 +372,7 @@ TEST(AtlasTreeGenerator, TexelsOfTheirOwnNeedMoreRoom) {
             texCoords.push_back(coordinate);
     }
     const SO<TriangleContainer> container = containerOf({{wrapper(), setOf(vertices, texCoords)}});
-    const IDs ids = allOf(*container);
+    const IDs ids = idsOf(*container);
     EXPECT_TRUE(fits(container, ids, 40));
     const UniqueParameterization unique;
     EXPECT_FALSE(fits(container, ids, 40));
@@ -386,15 +388,15 @@ TEST(AtlasTreeGenerator, EveryTriangleWithTexelsOfItsOwnStandsInOneLeafThatFits)
     for (unsigned round = 0; round < 5; ++round) {
         const SO<TriangleContainer> container =
             containerOf({randomMesh(random, 1 + random() % 60), randomMesh(random, 40)});
-        const SO<Tree> tree = treeOf(container, 128);
+        const SO<AtlasTree> tree = treeOf(container, 128);
         IDs found;
-        forEachNode(tree, [&](const Node & node) {
+        forEachNode(tree, [&](const AtlasNode & node) {
             const IDs ids = listOf(node->content.triangles);
             EXPECT_TRUE(fits(container, ids, 128));
             found.insert(found.end(), ids.begin(), ids.end());
         });
         std::sort(found.begin(), found.end());
-        EXPECT_EQ(found, allOf(*container));
+        EXPECT_EQ(found, idsOf(*container));
     }
 }
 
@@ -414,8 +416,8 @@ TEST(AtlasTreeGenerator, DegenerateAndHugeTrianglesComeToAnEnd) {
         }
         const SO<TriangleContainer> container = containerOf({{wrapper(), setOf(vertices, texCoords)}});
         std::size_t found = 0;
-        const SO<Tree> tree = treeOf(container, 64);
-        forEachNode(tree, [&](const Node & node) { found += listOf(node->content.triangles).size(); });
+        const SO<AtlasTree> tree = treeOf(container, 64);
+        forEachNode(tree, [&](const AtlasNode & node) { found += listOf(node->content.triangles).size(); });
         EXPECT_EQ(found, 300U) << size;
     }
 }
@@ -436,7 +438,7 @@ TEST(AtlasTreeGenerator, AMillionTrianglesAreDividedInTime) {
     }
     const SO<TriangleContainer> container = containerOf(meshes);
     const auto begin = std::chrono::steady_clock::now();
-    const SO<Tree> tree = treeOf(container, 1024);
+    const SO<AtlasTree> tree = treeOf(container, 1024);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     EXPECT_GT(tree->numberOfNodes(), 10U);
     EXPECT_LT(seconds, 60.0) << "a quadratic walk takes hours";
@@ -464,7 +466,7 @@ TEST(AtlasTreeGenerator, TellsItsNodesWhenItIsVerbose) {
 
 TEST(AtlasTreeGenerator, NodesHaveNoStoredForm) {
     RecordedReports reports;
-    const SO<Tree> tree = treeOf(containerOf({}), 64);
+    const SO<AtlasTree> tree = treeOf(containerOf({}), 64);
     RecordedAttributes::of(*tree);
     EXPECT_EQ(reports.count(3, L"L\"Not implemented\"", L"Atlasnodes need not to be serialized"), 1U)
         << reports;

@@ -23,10 +23,10 @@ using namespace ZMT::CORE;
 using CitySquares::V;
 using NBX::Image;
 using NBX::SO;
-using IDs = NBX::NonPersistentArray<TriangleContainer::TriangleID>;
+using LeafIDs = NBX::NonPersistentArray<TriangleContainer::TriangleID>;
 
-SO<AtlasTreeGenerator::Triangles> allOf(const TriangleContainer & container) {
-    const SO<IDs> all(new IDs());
+SO<AtlasTreeGenerator::Triangles> allInLeaf(const TriangleContainer & container) {
+    const SO<LeafIDs> all(new LeafIDs());
     for (unsigned mesh = 0; mesh < container.numberOfMeshes(); ++mesh)
         for (unsigned i = 0; i < container.numberOfTriangles(mesh); ++i)
             all->append({int(mesh), int(i)});
@@ -40,7 +40,7 @@ AtlasResolution resolution(int atlasSize) {
 
 SO<Image> drawn(const SO<TriangleContainer> & container, int atlasSize) {
     SourceTextures textures(*container);
-    return drawLeafAtlas(allOf(*container), container, textures, resolution(atlasSize), nullptr);
+    return drawLeafAtlas(allInLeaf(*container), container, textures, resolution(atlasSize), nullptr);
 }
 
 TEST(LeafAtlas, WhatFindsNoRoomStaysAsItIs) {
@@ -184,7 +184,7 @@ SO<TriangleContainer> squaresInPairs() {
 std::vector<SO<AtlasTreeGenerator::Triangles>> twoLeaves() {
     std::vector<SO<AtlasTreeGenerator::Triangles>> leaves;
     for (const int first : {0, 2}) {
-        const SO<IDs> ids(new IDs());
+        const SO<LeafIDs> ids(new LeafIDs());
         for (unsigned mesh = 0; mesh < s_textures; ++mesh)
             for (const int triangle : {first, first + 1})
                 ids->append({int(mesh), triangle});
@@ -232,7 +232,7 @@ TEST(LeafAtlas, NeighbouringLeavesDecodeEachTextureOnce) {
 TEST(LeafAtlas, WhatIsDrawnCountsForTheImagesThatAreDecodedAtOnce) {
     const SO<TriangleContainer> container = squaresInPairs();
     SourceTextures textures(*container);
-    const SO<IDs> first(new IDs()), second(new IDs());
+    const SO<LeafIDs> first(new LeafIDs()), second(new LeafIDs());
     for (int mesh = 0; mesh < int(SourceTextures::s_mostImages); ++mesh)
         first->append({mesh, 0});
     for (const int mesh : {0, int(SourceTextures::s_mostImages)})
@@ -275,7 +275,7 @@ TEST(LeafAtlas, ATextureOfTwoWrapModesIsDecodedOnce) {
     }
     const SO<TriangleContainer> container(new TriangleContainer(TriangleMeshes::meshesOf(meshes)));
     SourceTextures textures(*container, 1); // one at a time
-    EXPECT_TRUE(drawLeafAtlas(allOf(*container), container, textures, resolution(256), nullptr));
+    EXPECT_TRUE(drawLeafAtlas(allInLeaf(*container), container, textures, resolution(256), nullptr));
     EXPECT_EQ(2U, textures.loads());
 }
 
@@ -304,7 +304,7 @@ TEST(LeafAtlas, PatchesAreDrawnWithFewImagesAtOnce) {
         SourceTextures textures(*container);
         CountedPixels::s_most = CountedPixels::s_alive;
         const SO<Image> atlas =
-            drawLeafAtlas(allOf(*container), container, textures, resolution(side), canvas.get());
+            drawLeafAtlas(allInLeaf(*container), container, textures, resolution(side), canvas.get());
         ASSERT_TRUE(atlas);
         EXPECT_LE(CountedPixels::s_most, int(SourceTextures::s_mostImages) + 1);
         std::map<int, int> texels;
@@ -324,7 +324,7 @@ TEST(LeafAtlas, BetweenPatchesIsTheColourOfWhatIsAround) {
     const SO<TriangleContainer> container = CitySquares::container({2, 2, 2}, 2);
     const SO<NBX::Array<V>> vertices(new NBX::Array<V>()), coordinates(new NBX::Array<V>());
     const SO<NBX::Array<int>> numbers(new NBX::Array<int>());
-    const SO<AtlasTreeGenerator::Triangles> triangles = allOf(*container);
+    const SO<AtlasTreeGenerator::Triangles> triangles = allInLeaf(*container);
     for (const TriangleContainer::TriangleID & id : *triangles) {
         for (unsigned k = 0; k < 3; ++k) {
             vertices->append(container->triangle(id).vertices[k]);

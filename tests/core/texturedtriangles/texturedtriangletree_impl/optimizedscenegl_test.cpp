@@ -1,6 +1,6 @@
 #include "core/texturedtriangles/texturedtriangletree_impl/optimizedscenegl.h"
 
-#include <GL/gl.h>
+#include <GL/glew.h>
 
 #include <gtest/gtest.h>
 

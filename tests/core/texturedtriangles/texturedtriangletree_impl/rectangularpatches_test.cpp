@@ -28,7 +28,7 @@ NBX::SO<TriPatchManager> managerOf(const TriangleList & list, double border = 1.
     return new TriPatchManager(inPlane(list), border, maxSize);
 }
 
-double areaOf(const TriPatchManager & manager) {
+double areaOfPatch(const TriPatchManager & manager) {
     double area = 0.0;
     for (const auto & patch : manager.patches())
         area += patch->area;
@@ -106,7 +106,7 @@ TEST(RectangularPatches, HalvesOfAQuadBecomeOne) {
     EXPECT_NEAR(manager->mergeOps().begin()->gain, 15.0 - 30.0, 1e-9);
     manager->mergeAll();
     EXPECT_EQ(patchesOf(*manager), (GroupList{{0, 1}}));
-    EXPECT_NEAR(areaOf(*manager), 15.0, 1e-9);
+    EXPECT_NEAR(areaOfPatch(*manager), 15.0, 1e-9);
     EXPECT_TRUE(manager->mergeOps().empty());
 }
 
@@ -261,11 +261,11 @@ TEST(RectangularPatches, EveryMergingSavesArea) {
         const auto manager = managerOf(list, 0.5 + seed % 4, seed % 3 ? 1000.0 : 12.0);
         EXPECT_EQ(fault(*manager), "");
         while (!manager->mergeOps().empty() && manager->mergeOps().begin()->gain < 0.0) {
-            const double before = areaOf(*manager);
+            const double before = areaOfPatch(*manager);
             const MergeOp op = *manager->mergeOps().begin();
             const NBX::SO<TriPatch> merged = manager->merge(op);
             ASSERT_TRUE(merged);
-            EXPECT_NEAR(areaOf(*manager), before + op.gain, 1e-9 * before);
+            EXPECT_NEAR(areaOfPatch(*manager), before + op.gain, 1e-9 * before);
             ASSERT_EQ(fault(*manager), "");
         }
         std::multiset<int> seen;

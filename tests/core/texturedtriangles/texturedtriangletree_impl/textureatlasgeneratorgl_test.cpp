@@ -15,7 +15,7 @@ using ZMT::CORE::TextureAtlasGenerator;
 using V = NBX::Vector3Base<double>;
 using Textures = NBX::NonPersistentArray<NBX::SO<NBX::ImageTexture2DGL>>;
 
-constexpr int s_border = 8;
+constexpr int s_drawnBorder = 8;
 constexpr int s_atlasSize = 256;
 
 /// One slow wave in each direction, the same at opposite edges.
@@ -62,8 +62,8 @@ protected:
                                                  const std::vector<int> & numbers, const Textures & textures,
                                                  double unitsPerTexel) {
         return TextureAtlasGenerator::create(newVertices(list).get(), newVertices(texCoords).get(),
-                                             newNumbers(numbers).get(), &textures, unitsPerTexel, s_border,
-                                             s_atlasSize, canvas.get());
+                                             newNumbers(numbers).get(), &textures, unitsPerTexel,
+                                             s_drawnBorder, s_atlasSize, canvas.get());
     }
 };
 
@@ -201,9 +201,9 @@ TEST_F(TextureAtlasGeneratorGLTest, TheBorderContinuesTheTexture) {
             // At the corners there are squares of half the width.
             const bool besideX = p.x < box.getLLF().x || p.x > box.getURB().x;
             const bool besideY = p.y < box.getLLF().y || p.y > box.getURB().y;
-            const double width = besideX && besideY ? s_border / 2 : s_border;
+            const double width = besideX && besideY ? s_drawnBorder / 2 : s_drawnBorder;
             if (!box.expand(width).containsPoint(p)) {
-                if (!box.expand(s_border + 1).containsPoint(p)) {
+                if (!box.expand(s_drawnBorder + 1).containsPoint(p)) {
                     EXPECT_EQ(*mapping.image->pixelComponentsU8(x, y, 0), 0) << x << ", " << y;
                 }
                 continue;
@@ -233,21 +233,21 @@ TEST_F(TextureAtlasGeneratorGLTest, NoTexelOfAPatchLiesInTheBorderOfAnother) {
     const auto textures = texturesOf(colors);
     const auto mapping = TextureAtlasGenerator::create(
         newVertices(list).get(), newVertices(textured(list, 1)).get(), newGroups(patches).get(),
-        textures.get(), resolutions.get(), s_border, s_atlasSize, canvas.get());
+        textures.get(), resolutions.get(), s_drawnBorder, s_atlasSize, canvas.get());
     ASSERT_TRUE(mapping.image && mapping.texCoords);
     for (unsigned i = 0; i < 25; ++i) {
         NBX::Bounds box;
         for (unsigned corner = 6 * i; corner < 6 * i + 6; ++corner)
             box += V(mapping.texCoords->get(corner).x, mapping.texCoords->get(corner).y, 0) * s_atlasSize;
         unsigned missing = 0;
-        const NBX::Bounds grown = box.expand(s_border - 0.5);
+        const NBX::Bounds grown = box.expand(s_drawnBorder - 0.5);
         for (int y = int(grown.getLLF().y); y < grown.getURB().y; ++y)
             for (int x = int(grown.getLLF().x); x < grown.getURB().x; ++x) {
                 const V p(x + 0.5, y + 0.5, 0);
                 if (!grown.containsPoint(p)) continue;
                 if (*mapping.image->pixelComponentsU8(x, y) == 0) {
                     ++missing; // at the corners
-                    EXPECT_FALSE(box.expand(s_border / 2 - 0.5).containsPoint(p));
+                    EXPECT_FALSE(box.expand(s_drawnBorder / 2 - 0.5).containsPoint(p));
                     continue;
                 }
                 for (int layer = 0; layer < 3; ++layer)
@@ -355,24 +355,24 @@ TEST_F(TextureAtlasGeneratorGLTest, MissingPartsAreReported) {
     const auto textures = texturesOf({waves()});
     const NBX::SO<NBX::Array<double>> resolutions(new NBX::Array<double>(1, 0.1));
     EXPECT_FALSE(TextureAtlasGenerator::renderTextureAtlas(
-        vertices.get(), nullptr, numbers.get(), textures.get(), vertices.get(), s_border, canvas.get()));
+        vertices.get(), nullptr, numbers.get(), textures.get(), vertices.get(), s_drawnBorder, canvas.get()));
     EXPECT_EQ(reports.count(2, L"false", L"no texture coordinates"), 1U);
     EXPECT_FALSE(TextureAtlasGenerator::create(
                      nullptr, nullptr, static_cast<NBX::Iterator<NBX::SO<NBX::Iterator<int>>> *>(nullptr),
-                     nullptr, nullptr, s_border, s_atlasSize, nullptr)
+                     nullptr, nullptr, s_drawnBorder, s_atlasSize, nullptr)
                      .image);
     for (const wchar_t * condition :
          {L"triangles", L"texCoords", L"patches", L"textures", L"patchResolutions"})
         EXPECT_EQ(reports.count(0, condition, L"no iterator"), 1U) << reports;
     EXPECT_EQ(reports.count(0, L"canvas", L"no canvas"), 1U);
     EXPECT_FALSE(TextureAtlasGenerator::create(vertices.get(), vertices.get(), numbers.get(), textures.get(),
-                                               0.1, s_border, s_atlasSize, nullptr)
+                                               0.1, s_drawnBorder, s_atlasSize, nullptr)
                      .image);
     EXPECT_EQ(reports.count(0, L"canvas", L"no canvas"), 2U);
     EXPECT_EQ(reports.size(), 8U) << reports;
     reports.clear();
     EXPECT_TRUE(TextureAtlasGenerator::create(vertices.get(), vertices.get(), groups.get(), textures.get(),
-                                              resolutions.get(), s_border, s_atlasSize, canvas.get())
+                                              resolutions.get(), s_drawnBorder, s_atlasSize, canvas.get())
                     .image);
 }
 
@@ -393,7 +393,7 @@ TEST_F(TextureAtlasGeneratorGLTest, PatchesHaveTheirOwnResolutions) {
     const NBX::SO<NBX::Array<double>> resolutions(new NBX::Array<double>(std::vector<double>{0.1, 0.2}));
     const auto mapping = TextureAtlasGenerator::create(
         newVertices(list).get(), newVertices(textured(list, 0.1)).get(), newGroups({{0, 1}, {2, 3}}).get(),
-        textures.get(), resolutions.get(), s_border, s_atlasSize, canvas.get());
+        textures.get(), resolutions.get(), s_drawnBorder, s_atlasSize, canvas.get());
     ASSERT_TRUE(mapping.texCoords);
     const auto edge = [&](unsigned first) {
         const V d = mapping.texCoords->get(first) - mapping.texCoords->get(first + 1);

@@ -43,7 +43,7 @@ bool isInside(const FeatureShapes & shapes, double x, double y) {
     return isInside;
 }
 
-double distance(const Position & p, const Positions & line) {
+double distanceFromLine(const Position & p, const Positions & line) {
     double nearest = 1e300;
     for (std::size_t i = 0; i + 1 < line.size(); ++i) {
         const double x = line[i + 1].x - line[i].x, y = line[i + 1].z - line[i].z;
@@ -61,7 +61,7 @@ double farthest(const Positions & from, const Positions & to) {
     double far = 0.0;
     for (std::size_t i = 0; i + 1 < from.size(); ++i)
         for (double t = 0.0; t <= 1.0; t += 0.5)
-            far = std::max(far, distance(from[i] + (from[i + 1] - from[i]) * t, to));
+            far = std::max(far, distanceFromLine(from[i] + (from[i + 1] - from[i]) * t, to));
     return far;
 }
 

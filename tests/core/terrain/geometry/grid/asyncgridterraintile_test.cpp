@@ -23,7 +23,7 @@ using namespace ZMT::CORE;
 using namespace ZMT::CORE::GRID;
 using NBX::SO;
 using NBX::WO;
-using Tile = GridTerrainTile;
+using GridTile = GridTerrainTile;
 
 double s_time = 0.0;
 
@@ -58,7 +58,7 @@ protected:
         s_time += seconds;
         AsyncGridTerrain::beginFrame({nullptr, false});
     }
-    SO<Tile> child(unsigned i) const { return root->child(i, false); }
+    SO<GridTile> child(unsigned i) const { return root->child(i, false); }
     /// Damages the block of a tile, which lies plain or deflated.
     void damage(const PlainTerrainFile::Tile & tile) {
         for (unsigned i = 0; i < tile.ref.storedSize; ++i)
@@ -90,7 +90,7 @@ protected:
     const PlainTerrainFile plain;
     SO<ScriptedFile> file;
     SO<AsyncGridTerrain> terrain;
-    SO<Tile> root;
+    SO<GridTile> root;
 };
 
 TEST_F(AsyncGridTerrainTileTest, RootIsThereAtOnce) {
@@ -109,7 +109,8 @@ TEST_F(AsyncGridTerrainTileTest, RootIsThereAtOnce) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, HeightsAreThoseOfTheFile) {
-    const std::function<void(Tile &, unsigned, unsigned)> check = [&](Tile & tile, unsigned x, unsigned y) {
+    const std::function<void(GridTile &, unsigned, unsigned)> check = [&](GridTile & tile, unsigned x,
+                                                                          unsigned y) {
         const SO<GridTerrainTileData> data = tile.requestTileData(1.0, true, nullptr);
         ASSERT_TRUE(data);
         const PlainTerrainFile::Tile & expected = *plain.tile(unsigned(tile.level()), x, y);
@@ -127,7 +128,7 @@ TEST_F(AsyncGridTerrainTileTest, HeightsAreThoseOfTheFile) {
                     EXPECT_EQ(plain.border(expected, b, k, i), data->borderValue(b, k, i));
         EXPECT_EQ(0, std::memcmp(expected.values.data(), data->samples(), 2 * expected.values.size()));
         for (unsigned i = 0; tile.level() > 0 && i < 4; ++i) {
-            const SO<Tile> below = tile.child(i, true);
+            const SO<GridTile> below = tile.child(i, true);
             ASSERT_TRUE(below);
             EXPECT_EQ(&tile, below->parent().get());
             EXPECT_EQ(i, unsigned(tile.childIndex(below)));
@@ -160,7 +161,7 @@ TEST_F(AsyncGridTerrainTileTest, WhoWaitsTakesMoreThanThreeBlocksAFrame) {
     for (unsigned i = 0; i < 4; ++i)
         EXPECT_TRUE(child(i)->requestTileData(1.0, true, nullptr)) << i;
     // They count.
-    const SO<Tile> below = child(0)->child(0, false);
+    const SO<GridTile> below = child(0)->child(0, false);
     below->requestTileData(1.0, false, nullptr);
     file->setAll(AsyncFile::RS_Ready);
     EXPECT_FALSE(below->tileData());
@@ -283,7 +284,7 @@ TEST_F(AsyncGridTerrainTileTest, OverASlowLineABlockArrivesWhileItIsWanted) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, AFailedReadIsTriedAgainAfterATimeThatDoubles) {
-    const SO<Tile> tile = child(2);
+    const SO<GridTile> tile = child(2);
     double wait = 1.0;
     for (unsigned round = 0; round < 9; ++round) {
         bool failed = false;
@@ -318,7 +319,7 @@ TEST_F(AsyncGridTerrainTileTest, AFailedReadIsTriedAgainAfterATimeThatDoubles) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, AFailureThatNobodySeesBringsNoStorm) {
-    const SO<Tile> tile = child(2);
+    const SO<GridTile> tile = child(2);
     // Frames that take longer than a request stays in the queue.
     for (unsigned i = 0; i < 20; ++i) {
         tile->requestTileData(1.0, false, nullptr);
@@ -329,7 +330,7 @@ TEST_F(AsyncGridTerrainTileTest, AFailureThatNobodySeesBringsNoStorm) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, HoweverLongReadsFailedTheNextTryIsNear) {
-    const SO<Tile> tile = child(2);
+    const SO<GridTile> tile = child(2);
     for (unsigned round = 1; round <= 9; ++round) {
         tile->requestTileData(1.0, false, nullptr);
         ASSERT_EQ(round, file->asked);
@@ -340,7 +341,7 @@ TEST_F(AsyncGridTerrainTileTest, HoweverLongReadsFailedTheNextTryIsNear) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, FailuresAreKnownToWhoLooks) {
-    const SO<Tile> tile = child(1);
+    const SO<GridTile> tile = child(1);
     EXPECT_TRUE(AsyncGridTerrain::readFailures().empty());
     tile->requestTileData(1.0, false, nullptr);
     file->setAll(AsyncFile::RS_Failed);
@@ -470,7 +471,7 @@ TEST_F(AsyncGridTerrainTileTest, ReferencesBeyondTheFileAreNeverAskedFor) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, EvictedHeightsAreAskedForAgain) {
-    const SO<Tile> tile = child(0);
+    const SO<GridTile> tile = child(0);
     const WO<GridTerrainTileData> data = tile->requestTileData(1.0, true, nullptr);
     EXPECT_TRUE(data);
     EXPECT_EQ(1U, file->asked);
@@ -509,7 +510,7 @@ TEST_F(AsyncGridTerrainTileTest, NothingThatIsUsedInTheFrameIsEvicted) {
 
 TEST_F(AsyncGridTerrainTileTest, VertexBuffersComeWithTheHeightsAlone) {
     NBX::GraphicsMemoryManager & manager = *NBX::GraphicsMemoryManager::instance();
-    const SO<Tile> tile = child(0);
+    const SO<GridTile> tile = child(0);
     EXPECT_FALSE(tile->vertexBuffer());
     EXPECT_EQ(0U, file->asked);
     tile->requestTileData(1.0, true, nullptr);
@@ -524,7 +525,7 @@ TEST_F(AsyncGridTerrainTileTest, VertexBuffersComeWithTheHeightsAlone) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, UnloadingDropsAllBelow) {
-    const SO<Tile> tile = child(0);
+    const SO<GridTile> tile = child(0);
     const WO<GridTerrainTileData> data = tile->requestTileData(1.0, true, nullptr);
     const WO<GridTerrainTileData> below = tile->child(3, true)->requestTileData(1.0, true, nullptr);
     tile->child(2, true)->requestTileData(1.0, false, nullptr);
@@ -541,14 +542,14 @@ TEST_F(AsyncGridTerrainTileTest, UnloadingDropsAllBelow) {
 }
 
 TEST_F(AsyncGridTerrainTileTest, FinestTilesAndPlainAreasArePartsOfTheirHeights) {
-    const SO<Tile> tile = child(0);
+    const SO<GridTile> tile = child(0);
     tile->requestTileData(1.0, true, nullptr);
-    const SO<Tile> finest = tile->child(1, true);
+    const SO<GridTile> finest = tile->child(1, true);
     finest->requestTileData(1.0, true, nullptr);
     EXPECT_FALSE(finest->hasChildren(true));
     EXPECT_TRUE(finest->hasChildren(false));
     EXPECT_FALSE(finest->child(0, true));
-    const SO<Tile> part = finest->child(3, false);
+    const SO<GridTile> part = finest->child(3, false);
     ASSERT_TRUE(NBX::soCast<SubGridTerrainTile>(part));
     EXPECT_EQ(part, finest->child(3, false));
     EXPECT_EQ(-1, part->level());
@@ -566,7 +567,7 @@ TEST_F(AsyncGridTerrainTileTest, ReferencesOfKindOneAreParts) {
         std::fill_n(children + 16, 32, 0);
         children[16 + 8] = 1;
     });
-    const SO<Tile> top2 = other->rootTile();
+    const SO<GridTile> top2 = other->rootTile();
     EXPECT_FALSE(top2->child(1, true));
     ASSERT_TRUE(NBX::soCast<SubGridTerrainTile>(top2->child(1, false)));
     EXPECT_EQ(1, top2->child(1, false)->level());
@@ -578,9 +579,9 @@ TEST_F(AsyncGridTerrainTileTest, ReferencesOfKindOneAreParts) {
 
 TEST_F(AsyncGridTerrainTileTest, TreesThatNobodyWalksOverAreDropped) {
     frame();
-    const WO<Tile> walked = child(0), left = child(1);
+    const WO<GridTile> walked = child(0), left = child(1);
     const WO<GridTerrainTileData> data = child(1)->requestTileData(1.0, true, nullptr);
-    WO<Tile> below = child(0)->child(0, false);
+    WO<GridTile> below = child(0)->child(0, false);
     child(0)->requestTileData(1.0, true, nullptr);
     below = child(0)->child(0, false);
     for (unsigned i = 0; i < 20; ++i) {
@@ -604,7 +605,7 @@ TEST_F(AsyncGridTerrainTileTest, PartsThatNobodyWalksOverAreDropped) {
     child(0)->requestTileData(1.0, true, nullptr);
     finest()->requestTileData(1.0, true, nullptr);
     // Painted is a refined tile, whose parts are drawn as they are.
-    const WO<Tile> part = finest()->child(3, false), below = finest()->child(3, false)->child(0, false);
+    const WO<GridTile> part = finest()->child(3, false), below = finest()->child(3, false)->child(0, false);
     for (unsigned i = 0; i < 20; ++i) {
         EXPECT_TRUE(below) << i;
         finest()->child(3, false);
@@ -621,7 +622,7 @@ TEST_F(AsyncGridTerrainTileTest, PartsThatNobodyWalksOverAreDropped) {
 
 TEST_F(AsyncGridTerrainTileTest, PausesDropNothing) {
     frame();
-    const WO<Tile> left = child(1);
+    const WO<GridTile> left = child(1);
     child(0);
     frame(1000.0);
     EXPECT_TRUE(left) << "nothing was painted meanwhile";
@@ -640,7 +641,7 @@ protected:
 };
 
 TEST_F(AsyncGridTerrainTileHolesTest, TilesKnowWhetherHeightsAreMissing) {
-    const SO<Tile> first = child(0);
+    const SO<GridTile> first = child(0);
     EXPECT_TRUE(first->hasUndefValues()) << "as long as nobody knows";
     first->requestTileData(1.0, true, nullptr);
     child(3)->requestTileData(1.0, true, nullptr);

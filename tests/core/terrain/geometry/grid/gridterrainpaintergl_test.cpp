@@ -217,7 +217,7 @@ protected:
     void show(const std::vector<NBX::Attribute *> & attributes = {}) {
         s_tiles.clear();
         if (top) list(*top);
-        terrain = new Terrain(top);
+        terrain = new ScriptedTerrain(top);
         root->clear();
         root->append(camera.get());
         for (NBX::Attribute * attribute : attributes)
@@ -275,14 +275,14 @@ protected:
     });
     NBX::SO<NBX::Camera> camera;
     NBX::SO<Tile> top;
-    NBX::SO<Terrain> terrain;
+    NBX::SO<ScriptedTerrain> terrain;
     NBX::SO<RecordingEffect> low{new RecordingEffect("low")}, high{new RecordingEffect("high")};
 };
 
 TEST_F(GridTerrainPainterGLTest, IsThePainterOfAllGridTerrains) {
     EXPECT_EQ(GridTerrainPainterGL().target(), GridTerrain::ClassNameNBX());
     EXPECT_TRUE(dynamic_cast<GridTerrainPainterGL *>(
-        engine->findHandler(NBX::Painter::ClassNameNBX(), Terrain::ClassInfoNBX())));
+        engine->findHandler(NBX::Painter::ClassNameNBX(), ScriptedTerrain::ClassInfoNBX())));
     const NBX::SO<DrapedSquare> square(new DrapedSquare(Bounds()));
     EXPECT_FALSE(GridTerrainPainterGL().render(engine.get(), square.get()));
 }
@@ -873,12 +873,12 @@ TEST_F(GridTerrainPainterGLTest, CountsThatAreNotThereYetAreNotWaitedFor) {
 
 /// Its query is free for others at once.
 TEST_F(GridTerrainPainterGLTest, ATileWhoseCountIsNotThereYetCountsAsQuiteVisible) {
-    Terrain::s_finishesDepth = false;
+    ScriptedTerrain::s_finishesDepth = false;
     const Names names = countNames();
     paint();
     EXPECT_TRUE(top->visibleFragments() == 1024U || top->visibleFragments() == 48U * 56);
     EXPECT_LE(countNames().queries, names.queries + 1);
-    Terrain::s_finishesDepth = true;
+    ScriptedTerrain::s_finishesDepth = true;
 }
 
 TEST_F(GridTerrainPainterGLTest, AnotherEngineHasQueriesOfItsOwn) {

@@ -65,15 +65,15 @@ protected:
     View view;
 };
 
-constexpr unsigned s_tiles = StreamedFiles::tiles;
+constexpr unsigned s_tilesOfView = StreamedFiles::tiles;
 
 TEST_F(NginxFaultsTest, WithoutFaultsEveryBlockIsAskedForOnce) {
     ASSERT_TRUE(server.start());
     ASSERT_TRUE(view.open(server));
     EXPECT_GE(s_healed, secondsToWhole(s_healed));
-    EXPECT_EQ(s_tiles, view.tiles);
+    EXPECT_EQ(s_tilesOfView, view.tiles);
     server.stop();
-    EXPECT_EQ(s_tiles + 4, server.answers()) << "a probe and a header of each file";
+    EXPECT_EQ(s_tilesOfView + 4, server.answers()) << "a probe and a header of each file";
 }
 
 TEST_F(NginxFaultsTest, AnswersThatFailForAWhile) {
@@ -96,7 +96,7 @@ TEST_F(NginxFaultsTest, AnswersThatFailForAWhile) {
         while (!another.frame() && now() - begin < s_healed) {
         }
         EXPECT_EQ(0U, another.missing) << status << " behind " << s_healed << " s";
-        EXPECT_EQ(s_tiles, another.tiles);
+        EXPECT_EQ(s_tilesOfView, another.tiles);
     }
 }
 
@@ -109,7 +109,7 @@ TEST_F(NginxFaultsTest, AServerThatIsStartedAgain) {
     EXPECT_LT(0U, view.missing);
     ASSERT_TRUE(server.startAgain());
     expectHealed("restart");
-    EXPECT_EQ(s_tiles, view.tiles);
+    EXPECT_EQ(s_tilesOfView, view.tiles);
 }
 
 TEST_F(NginxFaultsTest, AServerThatIsStartedAgainWhileEverythingIsUnderWay) {
@@ -167,7 +167,7 @@ TEST_F(NginxFaultsTest, WhatIsCompressedOnTheWay) {
     ASSERT_TRUE(server.start("gzip on; gzip_types *; gzip_min_length 1; gzip_proxied any;"));
     ASSERT_TRUE(view.open(server));
     expectHealed("gzip");
-    EXPECT_EQ(s_tiles, view.tiles);
+    EXPECT_EQ(s_tilesOfView, view.tiles);
     server.stop();
     // And what is so in any case is refused.
     ASSERT_TRUE(server.start("add_header Content-Encoding gzip always;"));
@@ -204,9 +204,9 @@ TEST_F(NginxFaultsTest, ServersThatLimitWhatTheyAreAsked) {
         while (!another.frame() && now() - begin < 60.0) {
         }
         EXPECT_EQ(0U, another.missing) << serverLines;
-        EXPECT_EQ(s_tiles, another.tiles) << serverLines;
+        EXPECT_EQ(s_tilesOfView, another.tiles) << serverLines;
         server.stop();
-        EXPECT_GE(before + 4 * s_tiles, server.answers()) << serverLines;
+        EXPECT_GE(before + 4 * s_tilesOfView, server.answers()) << serverLines;
     }
 }
 

@@ -147,10 +147,10 @@ private:
     NBX::SO<GridTerrainTileVertexBuffer> buffer_;
 };
 
-class Terrain : public GridTerrain {
-    NBX_TEMPLATE_CLASS(Terrain, GridTerrain)
+class ScriptedTerrain : public GridTerrain {
+    NBX_TEMPLATE_CLASS(ScriptedTerrain, GridTerrain)
 public:
-    explicit Terrain(const NBX::SO<Tile> & root) : root(root) {
+    explicit ScriptedTerrain(const NBX::SO<Tile> & root) : root(root) {
         if (root) gridBox_ = root->box;
         geoBox_ = gridBox_.transform(gridToGeo());
     }

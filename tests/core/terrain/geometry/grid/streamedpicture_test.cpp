@@ -43,8 +43,8 @@ using Point = NBX::Vector3Base<double>;
 
 namespace {
 
-constexpr unsigned s_width = 320, s_height = 200;
-constexpr double s_exaggeration = 2.5;
+constexpr unsigned s_pictureWidth = 320, s_pictureHeight = 200;
+constexpr double s_pictureExaggeration = 2.5;
 
 class StreamedPictureTest : public GLFixture {
 protected:
@@ -69,7 +69,7 @@ protected:
         size = box.diagonal();
         image = bands();
         lookFrom(0.4, 1.6, -0.15);
-        ASSERT_TRUE(canvas->setSize(s_width, s_height));
+        ASSERT_TRUE(canvas->setSize(s_pictureWidth, s_pictureHeight));
         canvas->setBackgroundColor(NBX::Color(0.4, 0.6, 0.9, 1.0));
     }
     void TearDown() override {
@@ -80,7 +80,7 @@ protected:
     }
 
     Point at(double u, double height, double w) const {
-        return {low.x + u * size.x, height * s_exaggeration, low.z + w * size.z};
+        return {low.x + u * size.x, height * s_pictureExaggeration, low.z + w * size.z};
     }
     void lookFrom(double u, double v, double w) {
         camera = new NBX::Camera(new NBX::LookAt(at(u, 700.0 + 2000.0 * v, w), at(0.5, 600.0, 0.5)),
@@ -118,7 +118,7 @@ protected:
     void show(const std::vector<NBX::RenderObj *> & objects) {
         root->clear();
         root->append(camera.get());
-        root->append(new TerrainScaling({1, s_exaggeration, 1}));
+        root->append(new TerrainScaling({1, s_pictureExaggeration, 1}));
         for (NBX::RenderObj * object : objects)
             root->append(object);
     }

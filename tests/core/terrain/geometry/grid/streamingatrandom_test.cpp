@@ -147,7 +147,7 @@ protected:
     const TemporaryFolder folder_;
 };
 
-std::string nameOf(const testing::TestParamInfo<ReadEngine::Kind> & info) {
+std::string nameOfEngine(const testing::TestParamInfo<ReadEngine::Kind> & info) {
     return info.param == ReadEngine::RE_Ring ? "Ring" : "Threads";
 }
 
@@ -249,8 +249,8 @@ TEST_P(StreamingAtRandomDeathTest, TheProcessEndsWithinASecondInTheMiddleOfIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, StreamingAtRandomTest,
-                         testing::Values(ReadEngine::RE_Ring, ReadEngine::RE_Threads), nameOf);
+                         testing::Values(ReadEngine::RE_Ring, ReadEngine::RE_Threads), nameOfEngine);
 INSTANTIATE_TEST_SUITE_P(Engines, StreamingAtRandomDeathTest,
-                         testing::Values(ReadEngine::RE_Ring, ReadEngine::RE_Threads), nameOf);
+                         testing::Values(ReadEngine::RE_Ring, ReadEngine::RE_Threads), nameOfEngine);
 
 } // namespace

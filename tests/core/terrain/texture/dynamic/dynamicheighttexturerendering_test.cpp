@@ -14,7 +14,7 @@ using ZMT::CORE::HeightLevel;
 
 namespace {
 
-constexpr double s_side = 256.0;
+constexpr double s_squareSide = 256.0;
 
 /// With few vertices.
 class SmallRendering : public DynamicHeightTextureRendering {
@@ -54,9 +54,9 @@ protected:
                                               Point(x + side, z + side, 0.0), Point(x, z + side, 0.0)})));
     }
     void addReds() {
-        for (double z = 0.0; z < 1024.0; z += s_side)
-            for (double x = 0.0; x < 1024.0; x += s_side)
-                if (isOnBoard({x + 1.0, 0.0, z + 1.0}, s_side)) addRed(x, z, s_side);
+        for (double z = 0.0; z < 1024.0; z += s_squareSide)
+            for (double x = 0.0; x < 1024.0; x += s_squareSide)
+                if (isOnBoard({x + 1.0, 0.0, z + 1.0}, s_squareSide)) addRed(x, z, s_squareSide);
     }
 
     SO<ZMT::CORE::GridData> grid;
@@ -91,14 +91,14 @@ TEST_F(DynamicHeightTextureRenderingTest, APlainLiesWhereItStandsWithWhatLiesOnI
     // 3 units are 1 pixel where the plain is 700 away.
     layHeights([](unsigned, unsigned) { return 0.0; }, {100, 300, -300}, {520, 0, 400});
     addReds();
-    expectAreas(draw(), [](const Point & p) { return isOnBoard(p, s_side); });
+    expectAreas(draw(), [](const Point & p) { return isOnBoard(p, s_squareSide); });
     EXPECT_TRUE(rendering->lastResult);
 }
 
 TEST_F(DynamicHeightTextureRenderingTest, StraightDownAsWell) {
     layHeights([](unsigned, unsigned) { return 0.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
     addReds();
-    expectAreas(draw(), [](const Point & p) { return isOnBoard(p, s_side); });
+    expectAreas(draw(), [](const Point & p) { return isOnBoard(p, s_squareSide); });
 }
 
 /// A step of the ground, which the card knows in its heights alone.
@@ -119,10 +119,11 @@ TEST_F(DynamicHeightTextureRenderingTest, TheMeshHasTheHeightsOfTheTerrain) {
             const Point p = high.x > 540.0 ? high : low;
             if ((high.x > 470.0 && low.x < 560.0) || p.x < 20.0 || p.x > 1000.0 || p.z < 20.0 || p.z > 1000.0)
                 continue;
-            if (std::abs(std::remainder(p.x, s_side)) < 30.0 || std::abs(std::remainder(p.z, s_side)) < 30.0)
+            if (std::abs(std::remainder(p.x, s_squareSide)) < 30.0 ||
+                std::abs(std::remainder(p.z, s_squareSide)) < 30.0)
                 continue;
             ++checked;
-            EXPECT_EQ(isRed(pixel(picture, x, y)), isOnBoard(p, s_side)) << p.x << ", " << p.z;
+            EXPECT_EQ(isRed(pixel(picture, x, y)), isOnBoard(p, s_squareSide)) << p.x << ", " << p.z;
         }
     EXPECT_GT(checked, 300U);
 }

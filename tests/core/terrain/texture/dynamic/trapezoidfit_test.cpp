@@ -52,17 +52,17 @@ std::vector<Point> seen(const Matrix & m, double low, double high, std::mt19937 
     return points;
 }
 
-struct View {
+struct FitView {
     const char * name;
     Point eye, target, up;
     double low, high;
 };
 
-std::ostream & operator<<(std::ostream & stream, const View & view) {
+std::ostream & operator<<(std::ostream & stream, const FitView & view) {
     return stream << view.name;
 }
 
-const View s_views[] = {
+const FitView s_views[] = {
     {"across the ground", {0, 3000, 0}, {4000, 0, 3000}, {0, 1, 0}, 0, 800},
     {"straight down", {100, 5000, -40}, {100, 0, -40}, {0, 0, 1}, 0, 500},
     {"nearly straight down", {100, 5000, -40}, {100.01, 0, -40.02}, {0, 0, 1}, 0, 500},
@@ -76,9 +76,9 @@ const View s_views[] = {
     {"a plain", {0, 300, 0}, {600, 0, 100}, {0, 1, 0}, 12, 12},
 };
 
-class TrapezoidFitTest : public ::testing::TestWithParam<View> {
+class TrapezoidFitTest : public ::testing::TestWithParam<FitView> {
 protected:
-    const View & view = GetParam();
+    const FitView & view = GetParam();
     const Matrix m = fromClip(view.eye, view.target, view.up, perspective(50.0, 1.6, 2.0, 40000.0));
     const double size = std::max({std::abs(view.eye.x), std::abs(view.eye.z), 40000.0});
 };

@@ -27,7 +27,7 @@ using StreamingTextureFile::Ref;
 
 namespace {
 
-constexpr std::uint64_t s_key = 0x0102030405060708ULL;
+constexpr std::uint64_t s_requestKey = 0x0102030405060708ULL;
 
 NBX::MainMemoryManager & mainMemory() {
     return *NBX::MainMemoryManager::instance();
@@ -448,12 +448,13 @@ TEST_F(TexturePatchRequestTest, ScrambledBytesInMemoryStayAsTheyAre) {
     Bytes scrambled = plain;
     for (const Ref & ref : {child, root}) {
         const auto first = scrambled.begin() + std::ptrdiff_t(ref.offset);
-        const Bytes part = StreamingTextureFile::scrambled(Bytes(first, first + ref.storedSize), s_key);
+        const Bytes part =
+            StreamingTextureFile::scrambled(Bytes(first, first + ref.storedSize), s_requestKey);
         std::copy(part.begin(), part.end(), first);
     }
     const SO<NBX::DataResource> shared = StreamingTextureFile::resource(scrambled);
     for (int round = 0; round < 2; ++round) {
-        const TextureStream stream{AsyncFile::create(shared), 0, scrambled.size(), s_key};
+        const TextureStream stream{AsyncFile::create(shared), 0, scrambled.size(), s_requestKey};
         const SO<TexturePatchRequest> again(
             new TexturePatchRequest(stream, {root.offset, root.rawSize, root.storedSize}, 0));
         EXPECT_TRUE(again->get(1.0, true)) << round;

@@ -17,7 +17,7 @@ Bounds cube(double from, double to) {
     return {Point(from, from, from), Point(to, to, to)};
 }
 
-SO<NBX::Box> box(double from, double to) {
+SO<NBX::Box> cuboid(double from, double to) {
     return new NBX::Box(Point(from, from, from), Point(to, to, to));
 }
 
@@ -28,9 +28,9 @@ bool meets(const SO<NBX::SceneThing> & scene, const Bounds & bounds) {
 TEST(SceneContent, IsThatOfTheShapesAndNotOfTheBoxAroundThem) {
     const SO<NBX::SceneThing> scene(new NBX::SceneThing);
     EXPECT_FALSE(meets(scene, cube(-100.0, 100.0)));
-    scene->append(box(0.0, 1.0).get());
+    scene->append(cuboid(0.0, 1.0).get());
     const SO<NBX::SceneThing> below(new NBX::SceneThing(scene.get()));
-    below->append(box(10.0, 11.0).get());
+    below->append(cuboid(10.0, 11.0).get());
     EXPECT_TRUE(meets(scene, cube(-1.0, 0.5)));
     EXPECT_TRUE(meets(scene, cube(10.5, 20.0)));
     EXPECT_FALSE(meets(scene, cube(3.0, 7.0)));
@@ -41,7 +41,7 @@ TEST(SceneContent, StandsWhereTransformationsPutIt) {
     const SO<NBX::SceneThing> scene(new NBX::SceneThing);
     const SO<NBX::SceneThing> below(new NBX::SceneThing(scene.get()));
     below->append(new NBX::Translation(Point(100.0, 100.0, 100.0)));
-    below->append(box(0.0, 1.0).get());
+    below->append(cuboid(0.0, 1.0).get());
     EXPECT_FALSE(meets(scene, cube(0.0, 1.0)));
     EXPECT_TRUE(meets(scene, cube(100.5, 101.0)));
 }

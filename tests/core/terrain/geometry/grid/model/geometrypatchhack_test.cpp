@@ -15,7 +15,7 @@ using Point = NBX::Vector3Base<double>;
 
 namespace {
 
-SO<MemoryGridTerrain> terrainOf() {
+SO<MemoryGridTerrain> smallTerrain() {
     MemoryGrid grid;
     grid.level = 2;
     grid.depth = 2;
@@ -27,7 +27,7 @@ SO<MemoryGridTerrain> terrainOf() {
 } // namespace
 
 TEST(GeometryPatchHACK, IsOneObjectForATile) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_EQ(patch, terrain->rootTile()->geometryPatchHACK(terrain));
     EXPECT_EQ(patch, patch->child(0)->parent());
@@ -36,7 +36,7 @@ TEST(GeometryPatchHACK, IsOneObjectForATile) {
 }
 
 TEST(GeometryPatchHACK, BoxIsInSceneCoordinatesAndFollowsTheirOrigin) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_EQ(NBX::Bounds(Point(0, 4, 0), Point(16, 4, 16)), patch->boundingBox());
     ZMT::CORE::GeoTransformation::setNBXOrigin({1, 2, 3});
@@ -46,7 +46,7 @@ TEST(GeometryPatchHACK, BoxIsInSceneCoordinatesAndFollowsTheirOrigin) {
 
 TEST(GeometryPatchHACK, FollowsTheTree) {
     const RecordedReports reports;
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_FALSE(patch->parent());
     EXPECT_FALSE(patch->data());
@@ -65,7 +65,7 @@ TEST(GeometryPatchHACK, FollowsTheTree) {
 }
 
 TEST(GeometryPatchHACK, ChildWhoseBoxIsKnownIsNotReadAgain) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_TRUE(patch->child(3));
     static_cast<MemoryGridTile &>(*terrain->rootTile()->child(3, false)).unloadOwnData();
@@ -74,7 +74,7 @@ TEST(GeometryPatchHACK, ChildWhoseBoxIsKnownIsNotReadAgain) {
 }
 
 TEST(GeometryPatchHACK, ChildrenAreInMemoryOnceAllThatLieThereWereRead) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_FALSE(patch->childrenAreInMemory());
     EXPECT_EQ(1U, terrain->state().totalLoads()) << "asking reads nothing";
@@ -86,7 +86,7 @@ TEST(GeometryPatchHACK, ChildrenAreInMemoryOnceAllThatLieThereWereRead) {
 }
 
 TEST(GeometryPatchHACK, ChildThatCannotBeReadIsNone) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     terrain->state().failing = {{1, 4, 4}};
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     EXPECT_FALSE(patch->child(3));
@@ -95,14 +95,14 @@ TEST(GeometryPatchHACK, ChildThatCannotBeReadIsNone) {
 }
 
 TEST(GeometryPatchHACK, ChildBeyondTheLastIsReported) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     RecordedReports reports;
     EXPECT_FALSE(terrain->rootTile()->geometryPatchHACK(terrain)->child(4));
     EXPECT_EQ(1U, reports.count(0, L"i < children()", L"i out of range"));
 }
 
 TEST(GeometryPatchHACK, UnloadsTheChildrenOfTheTile) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     const NBX::WO<GridTerrainTile> child(terrain->rootTile()->child(0, false));
     patch->unloadChildren();
@@ -156,7 +156,7 @@ TEST(GeometryPatchHACK, SurfaceOfAPartIsThePartOfTheWholeTile) {
 }
 
 TEST(GeometryPatchHACK, WithoutHeightsInMemoryThereIsNoSurface) {
-    const auto terrain = terrainOf();
+    const auto terrain = smallTerrain();
     const auto patch = terrain->rootTile()->geometryPatchHACK(terrain);
     static_cast<MemoryGridTile &>(*terrain->rootTile()).unloadOwnData();
     EXPECT_EQ(patch->description().cells, NBX::Area(0, 0, 16, 16));
@@ -169,7 +169,7 @@ TEST(GeometryPatchHACK, OutlivesItsTileAsAPatchWithoutPlace) {
     SO<Patch> patch;
     NBX::WO<GridTerrainTile> tile;
     {
-        const auto terrain = terrainOf();
+        const auto terrain = smallTerrain();
         patch = terrain->rootTile()->geometryPatchHACK(terrain)->child(0);
         tile = terrain->rootTile();
     }

@@ -17,8 +17,8 @@ using Point = NBX::Vector3Base<double>;
 
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
-constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double unlimited = std::numeric_limits<double>::infinity();
+constexpr double s_nan = std::numeric_limits<double>::quiet_NaN();
 
 /// A tile at (8, 16) steps of 2^depth finest cells, whose heights are those of a list of rows.
 SO<GridTerrainTileData> tileOf(unsigned level, unsigned depth, const std::vector<std::uint16_t> & heights) {
@@ -50,15 +50,15 @@ Point sampleOf(const GridTerrainTileData & data, unsigned x, unsigned y) {
 double hitOf(const Ray & ray, const Point & a, const Point & b, const Point & c, double margin = 1e-9) {
     const Point e1 = b - a, e2 = c - a, p = ray.getDirection().cross(e2);
     const double det = e1.dot(p);
-    if (det == 0.0) return infinity;
+    if (det == 0.0) return unlimited;
     const Point s = ray.getOrigin() - a, q = s.cross(e1);
     const double u = s.dot(p) / det, v = ray.getDirection().dot(q) / det, t = e2.dot(q) / det;
-    return u >= -margin && v >= -margin && u + v <= 1.0 + margin && t >= 0.0 ? t : infinity;
+    return u >= -margin && v >= -margin && u + v <= 1.0 + margin && t >= 0.0 ? t : unlimited;
 }
 
 /// The nearest hit of all triangles whose corners are defined.
 double hitOfAll(const GridTerrainTileData & data, const Ray & ray, double margin = 1e-9) {
-    double nearest = infinity;
+    double nearest = unlimited;
     for (unsigned y = 0; y + 1 < data.cells(); ++y)
         for (unsigned x = 0; x + 1 < data.cells(); ++x) {
             const Point p00 = sampleOf(data, x, y), p10 = sampleOf(data, x + 1, y);
@@ -102,21 +102,21 @@ TEST(GridTerrainTileData, HeightIsNegativeInfinityBesideTheTileAndForWhatIsNoNum
     EXPECT_EQ(5.0, data->calculateVerticalRayIntersection(16.0, 32.0));
     EXPECT_EQ(5.0, data->calculateVerticalRayIntersection(20.0, 36.0)) << "the far corner belongs to it";
     const double beyond = std::nextafter(20.0, 21.0), before = std::nextafter(16.0, 15.0);
-    const std::vector<std::array<double, 2>> outside{
-        {before, 33.0},     {beyond, 33.0},     {17.0, 31.9},        {17.0, 36.1},
-        {notANumber, 33.0}, {17.0, notANumber}, {infinity, 33.0},    {-infinity, 33.0},
-        {17.0, 1e300},      {17.0, -1e300},     {4294967313.0, 33.0}};
+    const std::vector<std::array<double, 2>> outside{{before, 33.0},    {beyond, 33.0},      {17.0, 31.9},
+                                                     {17.0, 36.1},      {s_nan, 33.0},       {17.0, s_nan},
+                                                     {unlimited, 33.0}, {-unlimited, 33.0},  {17.0, 1e300},
+                                                     {17.0, -1e300},    {4294967313.0, 33.0}};
     for (const auto & [x, y] : outside)
-        EXPECT_EQ(-infinity, data->calculateVerticalRayIntersection(x, y)) << x << ", " << y;
+        EXPECT_EQ(-unlimited, data->calculateVerticalRayIntersection(x, y)) << x << ", " << y;
 }
 
 TEST(GridTerrainTileData, UndefinedCornerTakesTheHeightsOfItsTriangles) {
     // 0 4    The low triangle has no corner at the low left; the high one is whole.
     // 4 4
     const auto data = tileOf(1, 0, {0, 4, 4, 4, 4, 4, 4, 4, 4});
-    EXPECT_EQ(-infinity, data->calculateVerticalRayIntersection(8.0, 16.0));
-    EXPECT_EQ(-infinity, data->calculateVerticalRayIntersection(8.3, 16.3));
-    EXPECT_EQ(-infinity, data->calculateVerticalRayIntersection(8.5, 16.0));
+    EXPECT_EQ(-unlimited, data->calculateVerticalRayIntersection(8.0, 16.0));
+    EXPECT_EQ(-unlimited, data->calculateVerticalRayIntersection(8.3, 16.3));
+    EXPECT_EQ(-unlimited, data->calculateVerticalRayIntersection(8.5, 16.0));
     EXPECT_DOUBLE_EQ(4.0, data->calculateVerticalRayIntersection(8.7, 16.7));
     EXPECT_DOUBLE_EQ(4.0, data->calculateVerticalRayIntersection(8.3, 16.7)) << "on the diagonal";
 }
@@ -124,7 +124,7 @@ TEST(GridTerrainTileData, UndefinedCornerTakesTheHeightsOfItsTriangles) {
 TEST(GridTerrainTileData, SampleAmidUndefinedOnesHasItsHeight) {
     const auto data = tileOf(1, 0, {0, 0, 0, 0, 7, 0, 0, 0, 0});
     EXPECT_EQ(7.0, data->calculateVerticalRayIntersection(9.0, 17.0));
-    EXPECT_EQ(-infinity, data->calculateVerticalRayIntersection(9.001, 17.0));
+    EXPECT_EQ(-unlimited, data->calculateVerticalRayIntersection(9.001, 17.0));
 }
 
 TEST(GridTerrainTileData, RayMeetsTheNearestOfAllTriangles) {
@@ -149,7 +149,7 @@ TEST(GridTerrainTileData, RayMeetsTheNearestOfAllTriangles) {
         // With a margin on either side: what decides about a hit there is rounding.
         if (expected != hitOfAll(*data, ray, 1e-9) || expected != hitOfAll(*data, ray, -1e-9)) continue;
         const bool isHit = data->calculateRayIntersection(ray, p);
-        ASSERT_EQ(expected < infinity, isHit) << "ray " << i;
+        ASSERT_EQ(expected < unlimited, isHit) << "ray " << i;
         if (!isHit) continue;
         ++hits;
         const Point wanted = ray.point(expected);
@@ -209,9 +209,9 @@ TEST(GridTerrainTileData, RayWithoutDirectionOrNumbersMisses) {
     const auto data = tileOf(2, 0, std::vector<std::uint16_t>(25, 100));
     Point p;
     for (const Ray & ray :
-         {Ray({10, 18, 200}, {0, 0, 0}), Ray({notANumber, 18, 200}, {0, 0, -1}),
-          Ray({10, 18, 200}, {0, notANumber, -1}), Ray({10, 18, infinity}, {0, 0, -1}),
-          Ray({10, 18, 200}, {0, 0, -infinity}), Ray({1e300, 18, 200}, {0, 0, -1}),
+         {Ray({10, 18, 200}, {0, 0, 0}), Ray({s_nan, 18, 200}, {0, 0, -1}),
+          Ray({10, 18, 200}, {0, s_nan, -1}), Ray({10, 18, unlimited}, {0, 0, -1}),
+          Ray({10, 18, 200}, {0, 0, -unlimited}), Ray({1e300, 18, 200}, {0, 0, -1}),
           Ray({10, -1e300, 200}, {0, 1, 0}), Ray({1e308, 1e308, 1e308}, {-1e-300, -1e308, 1e308})})
         EXPECT_FALSE(data->calculateRayIntersection(ray, p));
     // However long or short the direction is.

@@ -19,7 +19,7 @@ using Point = NBX::Vector3Base<double>;
 
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
+constexpr double s_infinity = std::numeric_limits<double>::infinity();
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 const wchar_t * const s_incomplete =
     L"a part of the terrain cannot be read: coarser heights answer in its place";
@@ -74,11 +74,11 @@ std::vector<Leaf> leavesOf(const MemoryGridTerrain & terrain) {
     return leaves;
 }
 
-struct Square {
+struct QuerySquare {
     double x, y, side;
 };
 
-Square squareOf(const MemoryGrid & grid, const Key & key) {
+QuerySquare squareOf(const MemoryGrid & grid, const Key & key) {
     const double step = 1U << key.depth;
     return {key.x * step, key.y * step, step * (1U << grid.level)};
 }
@@ -86,10 +86,10 @@ Square squareOf(const MemoryGrid & grid, const Key & key) {
 /// The nearest hit among the triangles of all leaves; infinite without any. As a parameter of the ray.
 double hitOfAll(const MemoryGridTerrain & terrain, const Ray & ray, double margin) {
     const MemoryGrid & grid = terrain.state().grid;
-    double nearest = infinity;
+    double nearest = s_infinity;
     for (const Leaf & leaf : leavesOf(terrain)) {
         const MemoryGridTileData data(grid, leaf.data);
-        const Square place = squareOf(grid, leaf.place);
+        const QuerySquare place = squareOf(grid, leaf.place);
         const double step = data.step();
         const auto sample = [&](unsigned x, unsigned y) {
             return Point((data.tileX() + x) * step, (data.tileY() + y) * step, data.value(x, y));
@@ -129,9 +129,9 @@ TEST(GridTerrainTileQuery, HeightIsThatOfTheFinestTileAtThePlace) {
         for (unsigned i = 0; i < 100; ++i) {
             const double x = grid.cells() * (random() % 4096 + 0.5) / 4096.0;
             const double y = grid.cells() * (random() % 4096 + 0.5) / 4096.0;
-            double expected = -infinity;
+            double expected = -s_infinity;
             for (const Leaf & leaf : leaves) {
-                const Square place = squareOf(grid, leaf.place);
+                const QuerySquare place = squareOf(grid, leaf.place);
                 if (x >= place.x && y >= place.y && x < place.x + place.side && y < place.y + place.side)
                     expected = MemoryGridTileData(grid, leaf.data).calculateVerticalRayIntersection(x, y);
             }
@@ -160,8 +160,8 @@ TEST(GridTerrainTileQuery, RayMeetsTheNearestOfAllTilesAtTheirFinest) {
             if (expected != hitOfAll(terrain, ray, 1e-8) || expected != hitOfAll(terrain, ray, -1e-8))
                 continue;
             Point p;
-            ASSERT_EQ(expected < infinity, terrain.rootTile()->rayIntersection(ray, p, false)) << seed;
-            if (expected == infinity) continue;
+            ASSERT_EQ(expected < s_infinity, terrain.rootTile()->rayIntersection(ray, p, false)) << seed;
+            if (expected == s_infinity) continue;
             ++hits;
             EXPECT_LT((p - ray.point(expected)).length(), 1e-6) << seed;
         }
@@ -175,7 +175,7 @@ TEST(GridTerrainTileQuery, PickAndHeightAgree) {
     for (double x = 0.21; x <= 32.0; x += 0.5)
         for (double y = 0.13; y <= 32.0; y += 0.5) {
             const double height = terrain.rootTile()->verticalRayIntersection(x, y, false);
-            Point p(0.0, 0.0, -infinity);
+            Point p(0.0, 0.0, -s_infinity);
             const bool isHit = terrain.rootTile()->rayIntersection(Ray({x, y, 1e6}, {0, 0, -1}), p, false);
             ASSERT_EQ(isHit, height > 0.0) << x << ", " << y;
             EXPECT_TRUE(!isHit || std::abs(p.z - height) < 1e-6) << x << ", " << y;
@@ -201,7 +201,7 @@ TEST(GridTerrainTileQuery, RaysToTheCornersOfBoxesAreNotLost) {
         const Ray ray(from, corner - from);
         const double all = hitOfAll(terrain, ray, 0.0);
         Point hit;
-        if (all == infinity) continue;
+        if (all == s_infinity) continue;
         ++hits;
         EXPECT_TRUE(terrain.rootTile()->rayIntersection(ray, hit, true)) << x << ", " << y << ", " << i;
     }
@@ -298,7 +298,7 @@ TEST(GridTerrainTileQuery, NothingIsReadWhenOnlyWhatIsLoadedCounts) {
     terrain.rootTile()->unloadData();
     const unsigned loads = terrain.state().totalLoads();
     EXPECT_FALSE(terrain.rootTile()->rayIntersection(Ray({1.3, 1.4, 99}, {0, 0, -1}), p, true));
-    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(1.3, 1.4, true));
+    EXPECT_EQ(-s_infinity, terrain.rootTile()->verticalRayIntersection(1.3, 1.4, true));
     EXPECT_EQ(loads, terrain.state().totalLoads());
     EXPECT_EQ(0U, terrain.state().requests);
 }
@@ -313,7 +313,7 @@ TEST(GridTerrainTileQuery, UndefinedSampleOfAFineTileIsNotFilledFromAbove) {
     const MemoryGridTerrain terrain(grid);
     EXPECT_EQ(50.0, terrain.rootTile()->verticalRayIntersection(2.0, 2.0, true))
         << "the coarse tile has a height";
-    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(2.0, 2.0, false));
+    EXPECT_EQ(-s_infinity, terrain.rootTile()->verticalRayIntersection(2.0, 2.0, false));
 }
 
 TEST(GridTerrainTileQuery, PositionBetweenTwoTilesIsTheUpperOnes) {
@@ -323,8 +323,8 @@ TEST(GridTerrainTileQuery, PositionBetweenTwoTilesIsTheUpperOnes) {
     grid.kind = [](const Key & key) { return key.x == 0 || key.y == 0 ? 0U : 2U; };
     const MemoryGridTerrain terrain(grid);
     EXPECT_EQ(1.0, terrain.rootTile()->verticalRayIntersection(4.0, 4.0, false));
-    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(3.999, 4.0, false));
-    EXPECT_EQ(-infinity, terrain.rootTile()->verticalRayIntersection(4.0, 3.999, false));
+    EXPECT_EQ(-s_infinity, terrain.rootTile()->verticalRayIntersection(3.999, 4.0, false));
+    EXPECT_EQ(-s_infinity, terrain.rootTile()->verticalRayIntersection(4.0, 3.999, false));
 }
 
 TEST(GridTerrainTileQuery, FinestLoadedTileStandsInForWhatCannotBeReadAndThatIsTold) {
@@ -381,12 +381,12 @@ TEST(GridTerrainTileQuery, TilesBelowTheRootAnswerForTheirPlace) {
     for (const Key & key : {Key{2, 4, 0}, Key{1, 4, 4}, Key{0, 12, 16}}) {
         const auto tile = terrain.tile(key);
         if (!tile) continue;
-        const Square place = squareOf(terrain.state().grid, key);
+        const QuerySquare place = squareOf(terrain.state().grid, key);
         const double x = place.x + place.side * 0.3, y = place.y + place.side * 0.6;
         EXPECT_EQ(terrain.rootTile()->verticalRayIntersection(x, y, false),
                   tile->verticalRayIntersection(x, y, false));
-        EXPECT_EQ(-infinity, tile->verticalRayIntersection(place.x - 1.0, y, false));
-        EXPECT_EQ(-infinity, tile->verticalRayIntersection(x, place.y + place.side + 1.0, false));
+        EXPECT_EQ(-s_infinity, tile->verticalRayIntersection(place.x - 1.0, y, false));
+        EXPECT_EQ(-s_infinity, tile->verticalRayIntersection(x, place.y + place.side + 1.0, false));
     }
 }
 
@@ -394,9 +394,9 @@ TEST(GridTerrainTileQuery, PositionsAnywhereAndRaysWithoutNumbersHaveNoAnswer) {
     const RecordedReports reports;
     const MemoryGridTerrain terrain(randomGrid(2, 2, 2));
     const auto & root = *terrain.rootTile();
-    for (const double bad : {notANumber, infinity, -infinity, 1e300, -1e300, -0.001, 16.001}) {
-        EXPECT_EQ(-infinity, root.verticalRayIntersection(bad, 3.0, false)) << bad;
-        EXPECT_EQ(-infinity, root.verticalRayIntersection(3.0, bad, false)) << bad;
+    for (const double bad : {notANumber, s_infinity, -s_infinity, 1e300, -1e300, -0.001, 16.001}) {
+        EXPECT_EQ(-s_infinity, root.verticalRayIntersection(bad, 3.0, false)) << bad;
+        EXPECT_EQ(-s_infinity, root.verticalRayIntersection(3.0, bad, false)) << bad;
         Point p;
         EXPECT_FALSE(root.rayIntersection(Ray({bad, 3, 5000}, {0, 0, -1}), p, false)) << bad;
         EXPECT_FALSE(root.rayIntersection(Ray({3, bad, 5000}, {0, 0, -1}), p, false)) << bad;
@@ -405,7 +405,7 @@ TEST(GridTerrainTileQuery, PositionsAnywhereAndRaysWithoutNumbersHaveNoAnswer) {
     EXPECT_FALSE(root.rayIntersection(Ray({3, 3, notANumber}, {0, 0, -1}), p, false));
     EXPECT_FALSE(root.rayIntersection(Ray({3, 3, 5000}, {0, 0, notANumber}), p, false));
     EXPECT_FALSE(root.rayIntersection(Ray({3, 3, 5000}, {0, 0, 0}), p, false));
-    EXPECT_FALSE(root.rayIntersection(Ray({3, 3, 5000}, {infinity, 0, 0}), p, false));
+    EXPECT_FALSE(root.rayIntersection(Ray({3, 3, 5000}, {s_infinity, 0, 0}), p, false));
     EXPECT_EQ(1U, terrain.state().totalLoads()) << "nothing is read for these";
     EXPECT_TRUE(reports.empty()) << reports;
 }

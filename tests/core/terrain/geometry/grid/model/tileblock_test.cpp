@@ -17,21 +17,21 @@ namespace {
 using namespace ZMT::CORE::GRID;
 using NBX::SO;
 
-using Bytes = std::vector<std::uint8_t>;
+using BlockBytes = std::vector<std::uint8_t>;
 
-SO<NBX::DataResource> resource(const Bytes & bytes) {
+SO<NBX::DataResource> resource(const BlockBytes & bytes) {
     return new NBX::MemoryDataResource(bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
-Bytes bytesOf(const SO<NBX::DataResource> & data) {
-    Bytes bytes(data->size());
+BlockBytes bytesOf(const SO<NBX::DataResource> & data) {
+    BlockBytes bytes(data->size());
     std::memcpy(bytes.data(), data->pointer(), bytes.size());
     return bytes;
 }
 
 /// `noise` bytes that do not deflate, then equal ones.
-Bytes block(unsigned size, unsigned noise) {
-    Bytes bytes(size);
+BlockBytes block(unsigned size, unsigned noise) {
+    BlockBytes bytes(size);
     std::uint32_t state = 1;
     for (unsigned i = 0; i < noise; ++i)
         bytes[i] = static_cast<std::uint8_t>((state = state * 1664525U + 1013904223U) >> 24U);
@@ -57,7 +57,7 @@ TEST(TileBlockTest, DeflatingHasToSaveMoreThanAFifth) {
 TEST(TileBlockTest, WhatDeflatesToFourFifthsIsStoredPlain) {
     bool wasDeflated = false, wasPlain = false;
     for (unsigned noise = 700; noise < 860; ++noise) {
-        const Bytes raw = block(1000, noise);
+        const BlockBytes raw = block(1000, noise);
         const unsigned size = NBX::ZLibFilter::compress(raw.data(), 1000, 1)->size();
         const SO<NBX::DataResource> deflated = TileBlock::deflated(raw.data(), 1000, 1);
         EXPECT_EQ(size < 800, static_cast<bool>(deflated)) << size;
@@ -80,12 +80,12 @@ TEST(TileBlockTest, BlocksLieBehindOneAnotherAtMultiplesOf16) {
         EXPECT_EQ((TileRef{16, 6, 6}), TileBlock::append(file, 16, "second", 6, 6));
         EXPECT_EQ((TileRef{48, 9, 16}), TileBlock::append(file, 0, "exactly sixteen.", 16, 9));
     }
-    const Bytes bytes = NBX::File::contents(path);
+    const BlockBytes bytes = NBX::File::contents(path);
     const char expected[] = "0123456789abcdef"
                             "first\0\0\0\0\0\0\0\0\0\0\0"
                             "second\0\0\0\0\0\0\0\0\0\0"
                             "exactly sixteen.";
-    EXPECT_EQ(Bytes(expected, expected + sizeof expected - 1), bytes);
+    EXPECT_EQ(BlockBytes(expected, expected + sizeof expected - 1), bytes);
 }
 
 TEST(TileBlockTest, ReferencesOutsideOfTheStreamAreImpossible) {
@@ -131,8 +131,8 @@ TEST(TileBlockTest, FaultsOfReferencesAreNamed) {
 }
 
 TEST(TileBlockTest, TheEndOfAStreamIsTold) {
-    const Bytes raw = block(5000, 1000);
-    Bytes stored = bytesOf(TileBlock::deflated(raw.data(), 5000, 1));
+    const BlockBytes raw = block(5000, 1000);
+    BlockBytes stored = bytesOf(TileBlock::deflated(raw.data(), 5000, 1));
     const auto size = static_cast<unsigned>(stored.size());
     stored.push_back(0);
     unsigned used = 0;
@@ -143,7 +143,7 @@ TEST(TileBlockTest, TheEndOfAStreamIsTold) {
 }
 
 TEST(TileBlockTest, ABlockComesBackAsItWas) {
-    const Bytes raw = block(5000, 1000);
+    const BlockBytes raw = block(5000, 1000);
     const SO<NBX::DataResource> stored = TileBlock::deflated(raw.data(), 5000, 1);
     ASSERT_TRUE(stored);
     const SO<NBX::DataResource> back = TileBlock::inflated({0, 5000, stored->size()}, stored);
@@ -152,14 +152,14 @@ TEST(TileBlockTest, ABlockComesBackAsItWas) {
     const SO<NBX::DataResource> plain = resource(raw);
     EXPECT_EQ(plain, TileBlock::inflated({0, 5000, 5000}, plain));
     // Also where deflating made it longer.
-    const Bytes noise = block(300, 300);
+    const BlockBytes noise = block(300, 300);
     const SO<NBX::DataResource> longer = NBX::ZLibFilter::compress(noise.data(), 300, 0);
     ASSERT_LT(300U, longer->size());
     EXPECT_EQ(noise, bytesOf(TileBlock::inflated({0, 300, longer->size()}, longer)));
 }
 
 TEST(TileBlockTest, AnyOtherLengthFails) {
-    const Bytes raw = block(5000, 100);
+    const BlockBytes raw = block(5000, 100);
     const SO<NBX::DataResource> stored = TileBlock::deflated(raw.data(), 5000, 1);
     ASSERT_TRUE(stored);
     const unsigned size = stored->size();
@@ -169,19 +169,19 @@ TEST(TileBlockTest, AnyOtherLengthFails) {
     EXPECT_FALSE(TileBlock::inflated({0, 5000, size - 1}, stored));
     EXPECT_FALSE(TileBlock::inflated({0, UINT32_MAX, size}, stored));
     EXPECT_FALSE(TileBlock::inflated({0, 5000, size}, nullptr));
-    const Bytes whole = bytesOf(stored);
+    const BlockBytes whole = bytesOf(stored);
     for (unsigned length = 0; length < size; ++length) {
-        const Bytes part(whole.begin(), whole.begin() + length);
+        const BlockBytes part(whole.begin(), whole.begin() + length);
         EXPECT_FALSE(TileBlock::inflated({0, 5000, length}, resource(part))) << length;
     }
 }
 
 TEST(TileBlockTest, NoChangeOfADeflatedBlockPasses) {
-    const Bytes raw = block(400, 50);
-    const Bytes good = bytesOf(TileBlock::deflated(raw.data(), 400, 1));
+    const BlockBytes raw = block(400, 50);
+    const BlockBytes good = bytesOf(TileBlock::deflated(raw.data(), 400, 1));
     for (std::size_t i = 0; i < good.size(); ++i)
         for (const unsigned bit : {1U, 16U, 128U}) {
-            Bytes bad = good;
+            BlockBytes bad = good;
             bad[i] ^= bit;
             const SO<NBX::DataResource> back =
                 TileBlock::inflated({0, 400, static_cast<std::uint32_t>(bad.size())}, resource(bad));
