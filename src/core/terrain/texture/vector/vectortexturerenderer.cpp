@@ -3,6 +3,7 @@
 
 #include "vectortexturerenderer.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -30,6 +31,7 @@ using Point = NBX::Vector3Base<double>;
 constexpr double s_margin = 16.0; ///< in pixels
 constexpr double s_eyeHeight = 10000.0, s_near = 1.0, s_far = 20000.0;
 constexpr double s_redisplayDelay = 0.05;
+constexpr double s_oblong = 1.5; ///< texels that are more so are sampled several times
 
 unsigned long s_count = 0;
 
@@ -43,6 +45,14 @@ NBX::SO<NBX::SceneThing> newView(const NBX::Bounds & box) {
     NBX::SO<NBX::SceneThing> view(new NBX::SceneThing);
     view->append(camera.get());
     return view;
+}
+
+/// Of texels, the longer side by the shorter one. The card chooses the level for the shorter one, and without
+/// several samples along the longer one those texels are blurred: the tiles at the border of a streaming
+/// terrain may be a tenth as wide as they are long.
+double oblongness(const NBX::Bounds & box) {
+    const Point size = box.diagonal();
+    return std::max(size.x / size.z, size.z / size.x);
 }
 
 Matrix textureMatrix(const NBX::Bounds & box) {
@@ -94,6 +104,9 @@ NBX::SO<NBX::Texture2DGL> VectorTextureRenderer::renderTexture(const VectorTextu
     ++s_count;
     texture->setWrap(NBX::TextureGL::WM_ClampToEdge);
     texture->setBorderColor(NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
+    // Others may be seen at an angle as well, but all of the ground would pay for that.
+    const double oblong = oblongness(box);
+    texture->setAnisotropy(oblong > s_oblong ? oblong : 1.0);
     texture->setMatrix(textureMatrix(box));
     return texture;
 }

@@ -50,6 +50,21 @@ TEST_F(VectorTextureRendererTest, ATextureHasAMarginOf16Pixels) {
     EXPECT_EQ(shown->getBorderColor(), NBX::Color(1.0F, 1.0F, 1.0F, 0.0F));
 }
 
+/// Else the card takes a level for the short side, whose texels are blurred along the long one.
+TEST_F(VectorTextureRendererTest, OblongTexelsAreSampledAsOftenAsTheyAreOblong) {
+    VectorTexture::setMaxTexturePatches(1); // the next texture is drawn into the one before
+    const auto samples = [&](double width, double depth) {
+        const SO<FakePatch> patch = FakePatch::oblong(0.0, 0.0, width, depth, 0);
+        shown = nullptr;
+        shown = request(*patch);
+        return shown->getAnisotropy();
+    };
+    EXPECT_EQ(samples(512.0, 512.0), 1.0);
+    EXPECT_NEAR(samples(64.0, 512.0), 8.0, 1e-9);
+    EXPECT_NEAR(samples(512.0, 128.0), 4.0, 1e-9);
+    EXPECT_EQ(samples(512.0, 400.0), 1.0) << "slightly";
+}
+
 TEST_F(VectorTextureRendererTest, WhatLiesBesideThePatchShowsInTheMargin) {
     add(area(Bounds(Point(-10.0, 0.0, 0.0), Point(-5.0, 0.0, 128.0))).get(), NBX::Color::red);
     const TexelLevels levels = drawn(*below(3));
