@@ -52,6 +52,17 @@ VectorStyleSheet styleOf(const std::string & style) {
     return isStyleFile(style) ? VectorStyleSheet::parseFile(text, style) : VectorStyleSheet::parse(text);
 }
 
+/// The wanted one, or all; of `bytes`, where they are not null.
+FeatureFile::Layers layersOf(const OverlayOptions & option, const SO<NBX::DataResource> & bytes,
+                             const std::string & wkt, const ZMT::RASTER::GeoExtent & ground) {
+    const std::string name = shownName(option.file);
+    if (option.layer.empty())
+        return bytes ? FeatureFile::layers(bytes, name, wkt, ground)
+                     : FeatureFile::layers(option.file, wkt, ground);
+    return {bytes ? std::make_shared<const FeatureFile>(bytes, name, option.layer, wkt, ground)
+                  : std::make_shared<const FeatureFile>(option.file, option.layer, wkt, ground)};
+}
+
 /// In the scene, as it is drawn.
 double heightAt(const Terrain & terrain, double exaggeration, double x, double z) {
     const Point geo = GeoTransformation::nbx2geoTf(Point(x, 0.0, z));
@@ -97,21 +108,14 @@ std::vector<SO<Overlays::Overlay>> Overlays::read(const OverlayOptions & option,
     const Stage stage(L"read");
     Step step("reading " + shownName(option.file));
     const VectorStyleSheet style = option.style.empty() ? VectorStyleSheet() : styleOf(option.style);
-    const auto bytes = streamed.overlay(option.file);
-    const auto layers = !option.layer.empty() ? std::vector<std::string>{option.layer}
-                        : bytes               ? FeatureFile::layers(bytes, shownName(option.file))
-                                              : FeatureFile::layers(option.file);
+    const FeatureFile::Layers layers = layersOf(option, streamed.overlay(option.file), reference.wkt, ground);
     std::vector<SO<Overlay>> overlays;
     overlays.reserve(layers.size());
-    for (const std::string & layer : layers) {
-        const auto source =
-            bytes ? std::make_shared<const FeatureFile>(bytes, shownName(option.file), layer, reference.wkt,
-                                                        ground)
-                  : std::make_shared<const FeatureFile>(option.file, layer, reference.wkt, ground);
-        overlays.emplace_back(new Overlay(source, style));
-        if (const std::string losses = source->lossReport(); !losses.empty()) writeError(losses);
+    for (const auto & layer : layers) {
+        overlays.emplace_back(new Overlay(layer, style));
+        if (const std::string losses = layer->lossReport(); !losses.empty()) writeError(losses);
         std::string name = fileNameOf(option.file);
-        if (layers.size() > 1 || !option.layer.empty()) name.append(", ").append(layer);
+        if (layers.size() > 1 || !option.layer.empty()) name.append(", ").append(layer->layerName());
         overlays.back()->setName(name);
     }
     step.finish();

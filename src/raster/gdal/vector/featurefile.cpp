@@ -41,8 +41,18 @@ bool isMost(const GeoExtent & part, const GeoExtent & whole, bool isOrdered) {
     return contains(part, whole) || (!isOrdered && 2.0 * sizeOf(common(part, whole)) > sizeOf(whole));
 }
 
+void count(FeatureFile::Losses & losses, unsigned lost) {
+    losses.withoutGeometry += (lost & FeatureLoss::noGeometry) != 0;
+    losses.notFinite += (lost & FeatureLoss::notFinite) != 0;
+    losses.withoutPosition += (lost & FeatureLoss::noPosition) != 0;
+    losses.tooFewPoints += (lost & FeatureLoss::tooFewPoints) != 0;
+    losses.tooDeep += (lost & FeatureLoss::tooDeep) != 0;
+}
+
+} // namespace
+
 /// Bytes of the caller's that are opened like a file.
-class FileInMemory {
+class FeatureFile::FileInMemory {
 public:
     FileInMemory(NBX::SO<NBX::DataResource> bytes, const std::string & name) : bytes_(std::move(bytes)) {
         static std::atomic<unsigned> files = 0;
@@ -63,19 +73,9 @@ private:
     std::string path_;
 };
 
-void count(FeatureFile::Losses & losses, unsigned lost) {
-    losses.withoutGeometry += (lost & FeatureLoss::noGeometry) != 0;
-    losses.notFinite += (lost & FeatureLoss::notFinite) != 0;
-    losses.withoutPosition += (lost & FeatureLoss::noPosition) != 0;
-    losses.tooFewPoints += (lost & FeatureLoss::tooFewPoints) != 0;
-    losses.tooDeep += (lost & FeatureLoss::tooDeep) != 0;
-}
-
-} // namespace
-
 struct FeatureFile::Impl {
-    Impl(std::unique_ptr<FileInMemory> file, const std::string & path, const std::string & shownName,
-         const std::string & layer, const std::string & wkt, const GeoExtent & area);
+    Impl(std::shared_ptr<const FileInMemory> file, std::unique_ptr<LayerReader> layer,
+         const std::string & shownName, const std::string & wkt, const GeoExtent & area);
 
     void readAll();
     void readIndexed(const Query & query, const GeoExtent & box,
@@ -88,8 +88,9 @@ struct FeatureFile::Impl {
     void makeLevel(unsigned level, NBX::Progress * progress = nullptr);
 
     std::string name;
-    std::unique_ptr<FileInMemory> bytes; ///< null: a file
-    std::unique_ptr<LayerReader> reader; ///< null once all is stored
+    std::string layerName;
+    std::shared_ptr<const FileInMemory> bytes; ///< null: a file
+    std::unique_ptr<LayerReader> reader;       ///< null once all is stored
     std::unique_ptr<FeatureWarper> warper;
     std::unique_ptr<StoredFeatures> stored; ///< null: the file finds features by itself
     FeatureLevels levels;
@@ -107,10 +108,9 @@ struct FeatureFile::Impl {
     VectorFeature feature;
 };
 
-FeatureFile::Impl::Impl(std::unique_ptr<FileInMemory> file, const std::string & path,
-                        const std::string & shownName, const std::string & layer, const std::string & wkt,
-                        const GeoExtent & area)
-    : name(shownName), bytes(std::move(file)), reader(std::make_unique<LayerReader>(path, shownName, layer)),
+FeatureFile::Impl::Impl(std::shared_ptr<const FileInMemory> file, std::unique_ptr<LayerReader> layer,
+                        const std::string & shownName, const std::string & wkt, const GeoExtent & area)
+    : name(shownName), layerName(layer->layerName()), bytes(std::move(file)), reader(std::move(layer)),
       fields(reader->fields()) {
     const std::optional<GeoExtent> known = reader->knownExtent();
     warper = std::make_unique<FeatureWarper>(reader->system(), wkt, area, known.value_or(everywhere), name);
@@ -244,24 +244,40 @@ void FeatureFile::Impl::makeLevel(unsigned level, NBX::Progress * progress) {
     levels.add(level, std::move(features));
 }
 
-std::vector<std::string> FeatureFile::layers(const std::string & path) {
-    return LayerReader::layers(path, path);
+FeatureFile::Layers FeatureFile::layers(const std::string & path, const std::string & wkt,
+                                        const GeoExtent & area) {
+    return layersOf(nullptr, path, path, wkt, area);
 }
 
-std::vector<std::string> FeatureFile::layers(const NBX::SO<NBX::DataResource> & bytes,
-                                             const std::string & name) {
-    return LayerReader::layers(FileInMemory(bytes, name).path(), name);
+FeatureFile::Layers FeatureFile::layers(const NBX::SO<NBX::DataResource> & bytes, const std::string & name,
+                                        const std::string & wkt, const GeoExtent & area) {
+    const auto file = std::make_shared<const FileInMemory>(bytes, name);
+    return layersOf(file, file->path(), name, wkt, area);
 }
+
+FeatureFile::Layers FeatureFile::layersOf(const std::shared_ptr<const FileInMemory> & file,
+                                          const std::string & path, const std::string & name,
+                                          const std::string & wkt, const GeoExtent & area) {
+    Layers layers;
+    LayerReader::forAll(path, name, [&](std::unique_ptr<LayerReader> reader) {
+        layers.emplace_back(
+            new FeatureFile(std::make_unique<Impl>(file, std::move(reader), name, wkt, area)));
+    });
+    return layers;
+}
+
+FeatureFile::FeatureFile(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 
 FeatureFile::FeatureFile(const std::string & path, const std::string & layer, const std::string & wkt,
                          const GeoExtent & area)
-    : impl_(std::make_unique<Impl>(nullptr, path, path, layer, wkt, area)) {}
+    : impl_(std::make_unique<Impl>(nullptr, std::make_unique<LayerReader>(path, path, layer), path, wkt,
+                                   area)) {}
 
 FeatureFile::FeatureFile(NBX::SO<NBX::DataResource> bytes, const std::string & name,
                          const std::string & layer, const std::string & wkt, const GeoExtent & area) {
-    auto file = std::make_unique<FileInMemory>(std::move(bytes), name);
-    const std::string path = file->path();
-    impl_ = std::make_unique<Impl>(std::move(file), path, name, layer, wkt, area);
+    auto file = std::make_shared<const FileInMemory>(std::move(bytes), name);
+    auto reader = std::make_unique<LayerReader>(file->path(), name, layer);
+    impl_ = std::make_unique<Impl>(std::move(file), std::move(reader), name, wkt, area);
 }
 
 FeatureFile::~FeatureFile() = default;
@@ -289,6 +305,10 @@ std::string FeatureFile::lossReport() const {
 
 const std::string & FeatureFile::name() const {
     return impl_->name;
+}
+
+const std::string & FeatureFile::layerName() const {
+    return impl_->layerName;
 }
 
 const std::vector<VectorField> & FeatureFile::fields() const {

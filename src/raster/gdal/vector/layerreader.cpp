@@ -196,26 +196,48 @@ void LayerReader::Impl::setFields(const std::vector<unsigned> & wanted) {
 }
 
 LayerReader::LayerReader(const std::string & path, const std::string & name, const std::string & layer)
-    : impl_(std::make_unique<Impl>()) {
-    impl_->name = name;
-    impl_->path = path;
-    impl_->bytes = fileBytes(path);
-    impl_->dataset = openVectors(path, name);
+    : LayerReader(openFile(path, name)) {
+    choose(layer);
+}
+
+LayerReader::LayerReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+std::unique_ptr<LayerReader::Impl> LayerReader::openFile(const std::string & path, const std::string & name) {
+    auto impl = std::make_unique<Impl>();
+    impl->name = name;
+    impl->path = path;
+    impl->bytes = fileBytes(path);
+    impl->dataset = openVectors(path, name);
+    return impl;
+}
+
+void LayerReader::choose(const std::string & layer) {
     const GdalErrorTrap trap;
-    impl_->layer = chosenLayer(*impl_->dataset, name, layer);
+    impl_->layer = chosenLayer(*impl_->dataset, impl_->name, layer);
     OGRFeatureDefn & definition = *impl_->layer->GetLayerDefn();
     FieldValue text;
     for (int i = 0; i < definition.GetFieldCount(); ++i) {
         setText(text, definition.GetFieldDefn(i)->GetNameRef());
         fields_.push_back({std::get<std::string>(text), typeOf(*definition.GetFieldDefn(i))});
     }
-    if (trap.failed()) throw NBX::InputException(L"is damaged; get the file anew", name, 0, trap.text());
+    if (trap.failed())
+        throw NBX::InputException(L"is damaged; get the file anew", impl_->name, 0, trap.text());
 }
 
 LayerReader::~LayerReader() = default;
 
-std::vector<std::string> LayerReader::layers(const std::string & path, const std::string & name) {
-    return layerNames(*openVectors(path, name));
+void LayerReader::forAll(const std::string & path, const std::string & name,
+                         const std::function<void(std::unique_ptr<LayerReader>)> & take) {
+    auto first = openFile(path, name);
+    for (const std::string & layer : layerNames(*first->dataset)) {
+        std::unique_ptr<LayerReader> reader(new LayerReader(first ? std::move(first) : openFile(path, name)));
+        reader->choose(layer);
+        take(std::move(reader));
+    }
+}
+
+std::string LayerReader::layerName() const {
+    return impl_->layer->GetName();
 }
 
 const OGRSpatialReference * LayerReader::system() const {

@@ -21,7 +21,12 @@ public:
     LayerReader(const std::string & path, const std::string & name, const std::string & layer);
     ~LayerReader();
 
-    static std::vector<std::string> layers(const std::string & path, const std::string & name);
+    /// Opens all layers of a file in turn, but for those that show the points of others once more. The first
+    /// one has what was opened to know which there are.
+    static void forAll(const std::string & path, const std::string & name,
+                       const std::function<void(std::unique_ptr<LayerReader>)> & take);
+
+    std::string layerName() const;
 
     const std::vector<VectorField> & fields() const { return fields_; }
     const OGRSpatialReference * system() const; ///< may be null
@@ -45,6 +50,11 @@ public:
 
 private:
     struct Impl;
+
+    explicit LayerReader(std::unique_ptr<Impl> impl);
+    static std::unique_ptr<Impl> openFile(const std::string & path, const std::string & name);
+    void choose(const std::string & layer);
+
     std::unique_ptr<Impl> impl_;
     std::vector<VectorField> fields_;
 };

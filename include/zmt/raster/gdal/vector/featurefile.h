@@ -25,12 +25,15 @@ public:
     static constexpr double infinity = std::numeric_limits<double>::infinity();
     static constexpr GeoExtent everywhere{-infinity, -infinity, infinity, infinity};
 
-    /// The names of the layers of a file, without those that show the points of others once more. Throws as
-    /// the constructor.
-    static std::vector<std::string> layers(const std::string & path);
+    using Layers = std::vector<std::shared_ptr<const FeatureFile>>;
+
+    /// All layers of a file, but for those that show the points of others once more, each as the constructor
+    /// opens it. Formats that are read as a whole and have one layer are read once.
+    static Layers layers(const std::string & path, const std::string & wkt = "",
+                         const GeoExtent & area = everywhere);
     /// The same of bytes in memory; `name` tells their format by its suffix.
-    static std::vector<std::string> layers(const NBX::SO<NBX::DataResource> & bytes,
-                                           const std::string & name);
+    static Layers layers(const NBX::SO<NBX::DataResource> & bytes, const std::string & name,
+                         const std::string & wkt = "", const GeoExtent & area = everywhere);
 
     /// Opens `path`, or what else GDAL understands. Without the name of a layer the first one with features
     /// is taken. Features are read in the coordinate system `wkt`, where they lie in `area`, which is in that
@@ -46,6 +49,7 @@ public:
     FeatureFile(const FeatureFile &) = delete;
     FeatureFile & operator=(const FeatureFile &) = delete;
 
+    const std::string & layerName() const;
     /// The system of the file.
     const GeoReference & reference() const;
 
@@ -70,7 +74,13 @@ public:
     void read(const Query & query, const std::function<bool(const VectorFeature &)> & visit) const override;
 
 private:
+    class FileInMemory;
     struct Impl;
+
+    explicit FeatureFile(std::unique_ptr<Impl> impl);
+    static Layers layersOf(const std::shared_ptr<const FileInMemory> & file, const std::string & path,
+                           const std::string & name, const std::string & wkt, const GeoExtent & area);
+
     std::unique_ptr<Impl> impl_;
 };
 
