@@ -1,5 +1,7 @@
 // Lines of real files lie where they lie on the map, from above and from the side.
 
+#include <cpl_vsi.h>
+
 #include <nbx/engine/raytracingtechnique.h>
 
 #include "memoryfeatures.h"
@@ -10,10 +12,45 @@ using NBX::SO;
 namespace {
 
 const std::string s_glaciers = ZMT_DATA_DIR "/everest_glaciers.geojson";
+const std::string s_coastline = ZMT_DATA_DIR "/world_coastline.geojson";
+const std::string s_countries = ZMT_DATA_DIR "/world_countries.geojson";
 const std::string s_contours = ZMT_DATA_DIR "/../tests/data/everest_contours.geojson";
 
 class OverlayPlacesTest : public OverlayPlacesFixture {
 protected:
+    /// Without ALL_TOUCHED GDAL sets one pixel of each row or column that a line crosses, with it every pixel
+    /// that it touches. Each way the one is taken that asks more: what is drawn lies at the thin line, and
+    /// all that the line touches lies at what is drawn.
+    void expectSameLines(const std::string & path, int epsg, double farthestTouched) {
+        SCOPED_TRACE(path);
+        lay(file(path), "color=black, width=1, fill=#00000000");
+        show(fromAbove().get());
+        const SO<NBX::Image> image = settledPicture();
+        // Where a line ends, or touches only the corner of a pixel, it is faint.
+        const Mask drawn = drawnPixels(image, 32), visible = drawnPixels(image, 8);
+        const SourceLines source(path, epsg);
+        const Mask thin = rasterized(source, false), touched = rasterized(source, true);
+        EXPECT_GT(drawn.count(), 300U);
+        EXPECT_LE(drawn.farthestFrom(thin), 1.0);
+        EXPECT_LE(touched.farthestFrom(visible), farthestTouched);
+        EXPECT_LE(touched.numberFarFrom(visible), touched.count() / 1000) << "of " << touched.count();
+    }
+    /// Even ground around a place of the world, in a system whose axes are degrees times a length.
+    void standOnTheWorld(double east, double north, double cell) {
+        constexpr unsigned cells = 33;
+        layout = {cells, cells, east - 0.5 * (cells - 1) * cell, north - 0.5 * (cells - 1) * cell,
+                  cell,  cell};
+        grid = TestTerrain::grid(layout, [](unsigned, unsigned) { return 1.0; });
+        ZMT::CORE::GeoTransformation::setNBXOrigin(grid->origin());
+        terrain = new Terrain(grid.get(), ZMT::CORE::CreateGeometryTree::create(grid.get(), 400).get());
+        const OGRSpatialReferenceH system = OSRNewSpatialReference(nullptr);
+        EXPECT_EQ(OSRImportFromEPSG(system, s_worldSystem), OGRERR_NONE);
+        char * text = nullptr;
+        OSRExportToWkt(system, &text);
+        wkt = text;
+        VSIFree(text);
+        OSRDestroySpatialReference(system);
+    }
     /// Pixels whose darkness, of 255, is at least `faintest`. A line of one texel covers less than half of
     /// a pixel.
     static Mask drawnPixels(const SO<NBX::Image> & image, int faintest) {
@@ -73,23 +110,21 @@ protected:
     }
 
     static constexpr double s_cell = 30.0;
+    static constexpr int s_worldSystem = 4087; ///< by EPSG
 };
 
-/// Without ALL_TOUCHED GDAL sets one pixel of each row or column that a line crosses, with it every pixel
-/// that it touches. Each way the one is taken that asks more: what is drawn lies at the thin line, and all
-/// that the line touches lies at what is drawn.
 TEST_F(OverlayPlacesTest, LinesFromAboveAreThoseThatGDALRasterizes) {
-    for (const std::string & path : {s_glaciers, s_contours}) {
-        lay(file(path), "color=black, width=1, fill=#00000000");
-        show(fromAbove().get());
-        const SO<NBX::Image> image = settledPicture();
-        // Where a line ends, or touches only the corner of a pixel, it is faint.
-        const Mask drawn = drawnPixels(image, 32), visible = drawnPixels(image, 8);
-        const SourceLines source(path);
-        const Mask thin = rasterized(source, false), touched = rasterized(source, true);
-        EXPECT_GT(drawn.count(), 300U) << path;
-        EXPECT_LE(drawn.farthestFrom(thin), 1.0) << path;
-        EXPECT_LE(touched.farthestFrom(visible), 1.0) << path;
+    for (const std::string & path : {s_glaciers, s_contours})
+        expectSameLines(path, 32645, 1.0);
+}
+
+/// Simplified outlines lose tips that reach into a pixel by a hundredth of it.
+TEST_F(OverlayPlacesTest, CoastsAndBordersAreThoseThatGDALRasterizes) {
+    standOnTheWorld(1.2e6, 4.6e6, 2e5);
+    for (const double side : {6e6, 1.5e6}) {
+        ground = side;
+        for (const std::string & path : {s_coastline, s_countries})
+            expectSameLines(path, s_worldSystem, 1.5);
     }
 }
 
@@ -137,11 +172,12 @@ TEST_F(OverlayPlacesTest, LinesSeenFromTheSideArePickedWhereTheyAre) {
 
 /// The picture divides a cell by a diagonal, GDAL draws a straight line through it.
 TEST_F(OverlayPlacesTest, ContoursLieOnTheirHeight) {
-    constexpr double ground = 1000.0, pixel = ground / s_side;
+    ground = 1000.0;
+    const double pixel = ground / s_side;
     const auto lines = contours();
     ASSERT_GT(lines->size(), 5U);
     lay(lines, "color=black, width=1");
-    show(fromAbove(ground).get());
+    show(fromAbove().get());
     const SO<NBX::Image> image = settledPicture();
     const Point middle = grid->boundingBox().center();
     unsigned seen = 0;

@@ -30,17 +30,17 @@
 
 #include "../terrain/texture/vector/vectortexturetest.h"
 
-/// Lines of a file in UTM zone 45, as GDAL has them: outlines of areas as well.
+/// Lines of a file in the system with a number, as GDAL has them: outlines of areas as well.
 class SourceLines {
 public:
-    explicit SourceLines(const std::string & path) {
+    explicit SourceLines(const std::string & path, int epsg = 32645) {
         GDALAllRegister();
         const GDALDatasetH file = GDALOpenEx(path.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr);
         EXPECT_TRUE(file) << path;
         const OGRLayerH layer = GDALDatasetGetLayer(file, 0);
         const OGRSpatialReferenceH from = OSRClone(OGR_L_GetSpatialRef(layer));
         const OGRSpatialReferenceH to = OSRNewSpatialReference(nullptr);
-        OSRImportFromEPSG(to, 32645);
+        OSRImportFromEPSG(to, epsg);
         OSRSetAxisMappingStrategy(from, OAMS_TRADITIONAL_GIS_ORDER);
         OSRSetAxisMappingStrategy(to, OAMS_TRADITIONAL_GIS_ORDER);
         const OGRCoordinateTransformationH way = OCTNewCoordinateTransformation(from, to);
@@ -116,6 +116,14 @@ public:
                 if (isSet(x + i, y + j)) least = std::min(least, std::hypot(i, j));
         return least;
     }
+    /// How many pixels that are set here are more than a pixel from those of another picture; as below.
+    unsigned numberFarFrom(const Mask & other) const {
+        unsigned number = 0;
+        for (int y = 3; y < side_ - 3; ++y)
+            for (int x = 3; x < side_ - 3; ++x)
+                number += isSet(x, y) && other.distance(x, y) > 1.0;
+        return number;
+    }
     /// The largest distance of a pixel that is set here to those of another picture; not at the border, where
     /// the nearest one may lie beyond it.
     double farthestFrom(const Mask & other) const {
@@ -139,8 +147,7 @@ protected:
     using VectorOverlayTexture = ZMT::CORE::VectorOverlayTexture;
     using VectorStyleSheet = ZMT::CORE::VectorStyleSheet;
     using Settings = ZMT::CORE::TerrainPainterGLSettings;
-    static constexpr int s_side = 256;         ///< of the picture, in pixels
-    static constexpr double s_ground = 3400.0; ///< that is seen from above, from side to side, in metres
+    static constexpr int s_side = 256; ///< of the picture, in pixels
 
     void SetUp() override {
         VectorTextureFixture::SetUp();
@@ -212,7 +219,8 @@ protected:
         } while (VectorTexture::renderCount() != before);
         return image;
     }
-    SO<NBX::Camera> fromAbove(double ground = s_ground) const {
+    /// Of `ground` metres from side to side.
+    SO<NBX::Camera> fromAbove() const {
         const Point middle = grid->boundingBox().center();
         const double half = ground / 2.0;
         return new NBX::Camera(new NBX::LookAt(Point(middle.x, 500000.0, middle.z),
@@ -220,16 +228,16 @@ protected:
                                new NBX::Ortho(-half, half, -half, half, 1.0, 1000000.0),
                                NBX::Camera::S_Global);
     }
-    double west() const { return grid->origin().x + grid->boundingBox().center().x - s_ground / 2.0; }
-    double south() const { return grid->origin().z + grid->boundingBox().center().z - s_ground / 2.0; }
+    double west() const { return grid->origin().x + grid->boundingBox().center().x - ground / 2.0; }
+    double south() const { return grid->origin().z + grid->boundingBox().center().z - ground / 2.0; }
     static int darkness(const SO<NBX::Image> & image, int x, int y) { return 255 - pixel(image, x, y)[1]; }
 
     /// What GDAL sets of the ground seen from above.
     Mask rasterized(const SourceLines & source, bool allTouched) const {
         const GDALDatasetH image =
             GDALCreate(GDALGetDriverByName("MEM"), "", s_side, s_side, 1, GDT_Byte, nullptr);
-        const double pixel = s_ground / s_side;
-        double place[6] = {west(), pixel, 0.0, south() + s_ground, 0.0, -pixel};
+        const double pixel = ground / s_side;
+        double place[6] = {west(), pixel, 0.0, south() + ground, 0.0, -pixel};
         GDALSetGeoTransform(image, place);
         int band = 1;
         const std::vector<double> burned(source.lines().size(), 1.0);
@@ -252,6 +260,7 @@ protected:
     }
 
     static constexpr double s_evenHeight = 5500.0;
+    double ground = 3400.0; ///< that is seen from above, from side to side, in metres
     std::string wkt;
     ZMT::RASTER::RasterGrid layout;
     SO<ZMT::CORE::GridData> grid;
