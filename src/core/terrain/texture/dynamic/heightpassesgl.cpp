@@ -256,7 +256,6 @@ void HeightPassesGL::measure(const Matrix & fit, const Pass & pass) {
         glPushAttrib(GL_DEPTH_BUFFER_BIT);
         glEnable(GL_DEPTH_TEST);
         glDepthMask(GL_TRUE);
-        glDepthFunc(GL_LESS);
         if (mesh.use()) card_->measured.draw(&pass.engine);
         glPopAttrib();
     });

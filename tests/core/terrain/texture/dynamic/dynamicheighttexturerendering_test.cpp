@@ -159,10 +159,14 @@ TEST_F(DynamicHeightTextureRenderingTest, FacesThatAreNotDrawnElsewhereAreDrawnH
 
 TEST_F(DynamicHeightTextureRenderingTest, WhatIsSeenIsMeasuredWhateverTheDepthsOfTheScene) {
     layHeights([](unsigned, unsigned) { return 7.0; }, {500, 900, 480}, {500, 0, 480}, {0, 0, 1});
-    const SO<NBX::SceneNode> farthest(new LookingNode([](NBX::Engine &) { glDepthFunc(GL_GREATER); }));
+    const SO<NBX::SceneNode> farthest(new LookingNode([](NBX::Engine &) {
+        glDepthFunc(GL_GREATER);
+        glClearDepth(0.0);
+    }));
     root->insert(1, farthest.get());
     draw();
     glDepthFunc(GL_LESS);
+    glClearDepth(1.0);
     EXPECT_TRUE(rendering->lastStatistics().seesGround());
 }
 

@@ -13,6 +13,7 @@
 using NBX::SO;
 using ZMT::CORE::GeometryPatch;
 using ZMT::CORE::RenderRasterTexture;
+using ZMT::CORE::TerrainPainterGLSettings;
 using ZMT::CORE::TrapezoidFit;
 using ZMT::CORE::TrapezoidPass;
 
@@ -247,6 +248,18 @@ TEST_F(RenderRasterTextureTest, BelowVectorsItIsAskedAsTheseAre) {
                          isIncomplete);
         EXPECT_EQ(splitting->how, std::tuple(640U, 480U, 2.5, moves, !moves)) << moves;
     }
+}
+
+TEST_F(RenderRasterTextureTest, ByItselfItIsAskedAsTerrainsAre) {
+    const double before = TerrainPainterGLSettings::getTextureError();
+    TerrainPainterGLSettings::setTextureError(3.5);
+    look({500, 900, 480}, {500, 0, 480}, {0, 0, 1});
+    const unsigned nodes = canvas->rootNodes();
+    DynamicVectorTexture::renderTerrainTexture(engine, SO<ZMT::CORE::TerrainTexture>(splitting.get()));
+    draw();
+    canvas->remove(canvas->rootNode(nodes));
+    TerrainPainterGLSettings::setTextureError(before);
+    EXPECT_EQ(splitting->how, std::tuple(unsigned(s_pixels), unsigned(s_pixels), 3.5, false, false));
 }
 
 TEST_F(RenderRasterTextureTest, WhatIsIncompleteBelowVectorsAsksForAnotherPicture) {

@@ -77,7 +77,10 @@ TEST_F(TrapezoidGridGLTest, TheHeightsAreThoseAtTheVertices) {
     for (const unsigned n : {2U, 7U, 128U}) {
         TrapezoidGridGL grid(engine.get(), n);
         const std::vector<int> before = stateOfGL();
+        // Of somebody who reads a part of a picture.
+        glPixelStorei(GL_PACK_ROW_LENGTH, int(n) - 1);
         grid.fill(engine.get(), [&] { drawPlane(grid, -100.0, 700.0, 900.0); });
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
         EXPECT_EQ(stateOfGL(), before);
         EXPECT_EQ(grid.shape()->attribute("gridZ")->dataType(), NBX::BufferObjectGL::DT_VertexAttributes);
         const auto heights = values<XYZW>(grid, "gridZ");
