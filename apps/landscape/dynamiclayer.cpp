@@ -30,7 +30,7 @@ LocalFrame frame() {
 
 DynamicLayer::DynamicLayer(SO<ZMT::CORE::Terrain> terrain, double exaggeration)
     : terrain_(std::move(terrain)),
-      exaggeration_(exaggeration), parts_{Shown(frame()), Shown(frame()), Shown(frame())},
+      exaggeration_(exaggeration), parts_{Shown(frame()), Shown(frame()), Shown(frame()), Shown(frame())},
       scene_(new NBX::SceneThing) {
     for (const Shown & part : parts_)
         scene_->append(part.features.node().get());

@@ -19,7 +19,7 @@
 class DynamicLayer {
 public:
     /// The lowest first.
-    enum class Part { Flood, Tracks, Highlight };
+    enum class Part { Flood, Tracks, Highlight, Line };
     using Groups = std::vector<ZMT::CORE::MovingFeatures::Group>;
     using Point = NBX::Vector3Base<double>;
 
@@ -55,7 +55,7 @@ private:
 
     NBX::SO<ZMT::CORE::Terrain> terrain_;
     double exaggeration_;
-    std::array<Shown, 3> parts_;
+    std::array<Shown, 4> parts_;
     NBX::SO<NBX::SceneThing> scene_;
     NBX::SO<ZMT::CORE::DynamicVectorTexture> texture_;
     NBX::SO<NBX::Attribute> effect_;

@@ -24,6 +24,10 @@ namespace {
 
 using Point = NBX::Vector3Base<double>;
 
+/// Of lines that are measured.
+constexpr const char * s_lineRim = "color=#ffffffc0, width=6, symbol=circle, size=12";
+constexpr const char * s_lineCore = "color=#c02060, width=3, symbol=circle, size=8";
+
 } // namespace
 
 Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & streamed)
@@ -119,6 +123,19 @@ bool Landscape::highlight(const Overlays::Feature * feature, const Point & place
     dynamic_->show(DynamicLayer::Part::Highlight,
                    feature ? Overlays::highlightOf(*feature, place) : DynamicLayer::Groups(), place);
     return true;
+}
+
+void Landscape::showLine(const std::vector<Point> & corners) {
+    if (!dynamic_) return;
+    if (corners.empty()) return dynamic_->show(DynamicLayer::Part::Line, DynamicLayer::Groups());
+    ZMT::RASTER::VectorFeature line, marks;
+    if (corners.size() > 1) line.lines = {corners};
+    marks.points = corners;
+    DynamicLayer::Groups groups;
+    for (const char * style : {s_lineRim, s_lineCore})
+        for (const auto & feature : {line, marks})
+            groups.push_back({{feature}, ZMT::CORE::VectorStyleSheet::parse(style)});
+    dynamic_->show(DynamicLayer::Part::Line, std::move(groups), corners.back());
 }
 
 void Landscape::prepareMoving(const NBX::Camera & camera, unsigned height) {

@@ -113,6 +113,9 @@ public:
     /// where that changes nothing.
     bool highlight(const Overlays::Feature * feature, const NBX::Vector3Base<double> & place = {});
 
+    /// Shows a line with its corners on the ground, in map coordinates, above all else; none of no corners.
+    void showLine(const std::vector<NBX::Vector3Base<double>> & corners);
+
     /// Finds what moves in a picture of this height before it is drawn.
     void prepareMoving(const NBX::Camera & camera, unsigned height);
     /// The same, and what stands upright; see `Overlays::prepare`.

@@ -11,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <unordered_set>
+#include <utility>
 
 #include <QImage>
 #include <QKeyEvent>
@@ -40,6 +41,7 @@
 namespace {
 
 constexpr double s_pickTolerance = 4.0; ///< of features under the mouse, in pixels
+constexpr double s_clickPixels = 4.0;   ///< by which the mouse moves in a drag
 
 using Point = NBX::Vector3Base<double>;
 
@@ -506,6 +508,7 @@ void LandscapeView::mousePressEvent(QMouseEvent * event) {
     if (!landscape_ || drag_ != Drag::None) return;
     emit taken();
     drag_ = event->button() == Qt::LeftButton ? Drag::Orbit : Drag::Pan;
+    if (drag_ == Drag::Orbit) press_ = event->position();
     const QPointF place = placeInPicture(event->position());
     flight_.grab(place.x(), place.y());
 }
@@ -515,6 +518,9 @@ void LandscapeView::mouseMoveEvent(QMouseEvent * event) {
     if (drag_ != Drag::None && event->buttons() == Qt::NoButton) drag_ = Drag::None;
     pointer_ = event->position();
     if (drag_ == Drag::None) return point();
+    // A hand that clicks is not quite still.
+    if (press_ && (event->position() - *press_).manhattanLength() < s_clickPixels) return;
+    press_.reset();
     if (drag_ == Drag::Orbit)
         flight_.orbitTo(place.x(), place.y());
     else
@@ -523,7 +529,9 @@ void LandscapeView::mouseMoveEvent(QMouseEvent * event) {
 }
 
 void LandscapeView::mouseReleaseEvent(QMouseEvent * event) {
+    const auto pressed = std::exchange(press_, {});
     if (event->buttons() == Qt::NoButton) drag_ = Drag::None;
+    if (pressed && event->button() == Qt::LeftButton) emit clicked(*pressed);
     point();
 }
 

@@ -92,6 +92,8 @@ public:
         /// Of overlays, within some pixels, the top and nearest first; of the ground alone.
         std::vector<Overlays::Feature> features = {};
     };
+    /// Where the mouse is; none outside.
+    const std::optional<QPointF> & pointer() const { return pointer_; }
     std::optional<Seen> seenAt(const QPointF & place) const;
     /// The ground there, whatever stands on it; that below cities without a terrain is not seen.
     std::optional<NBX::Vector3Base<double>> groundAt(const QPointF & place) const;
@@ -101,6 +103,8 @@ signals:
     /// Something else may lie under the mouse at `place`: one of both has moved.
     void pointed(const QPointF & place);
     void pointedNowhere();
+    /// The left button was pressed and released at `place`, without a drag.
+    void clicked(const QPointF & place);
     /// The user moves the camera.
     void taken();
 
@@ -152,7 +156,8 @@ private:
     FlightController flight_;
     View home_;
     Drag drag_ = Drag::None;
-    std::set<int> keys_; ///< that are held down and fly
+    std::optional<QPointF> press_; ///< where the left button was pressed; none once that is a drag
+    std::set<int> keys_;           ///< that are held down and fly
     bool isFast_ = false;
     std::optional<QPointF> pointer_; ///< where the mouse is; none outside
     double lastFlight_ = 0.0;

@@ -34,6 +34,7 @@
 #include "landscape/picture.h"
 #include "landscape/readfailures.h"
 #include "landscapeview.h"
+#include "measuretool.h"
 #include "overlaypanel.h"
 #include "scenekeeper.h"
 #include "trackbar.h"
@@ -119,6 +120,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     connect(tracks_, &TrackBar::moved, view_, &LandscapeView::redraw);
     makeActions();
     bookmarks_ = new BookmarkMenu(*this);
+    measuring_ = new MeasureTool(*this);
     scenes_ = new SceneKeeper(*this);
     makeLayerKeys();
     setBusy(false);
@@ -247,6 +249,7 @@ void ViewerWindow::setBusy(bool isBusy) {
         action->setEnabled(!isBusy);
     scenes_->setEnabled(!isBusy && view_->landscape());
     bookmarks_->setEnabled(!isBusy && view_->landscape());
+    measuring_->setEnabled(!isBusy && view_->landscape() && view_->landscape()->hasTerrain());
     for (QAction * action : {reload_, save_, copyView_})
         action->setEnabled(!isBusy && view_->landscape());
 }

@@ -21,6 +21,7 @@ class BookmarkMenu;
 class ControlPanel;
 class FileNotices;
 class LandscapeView;
+class MeasureTool;
 class QAction;
 class TrackBar;
 class QLabel;
@@ -60,6 +61,7 @@ public:
     LandscapeLoader * loader() { return &loader_; }
     SceneKeeper * scenes() const { return scenes_; }
     BookmarkMenu * bookmarks() const { return bookmarks_; }
+    MeasureTool * measuring() const { return measuring_; }
     /// What is shown, and the bookmarks; there is a landscape.
     Scene scene() const;
     /// Of what is shown; there is a landscape.
@@ -153,6 +155,7 @@ private:
     QAction * openUrl_ = nullptr;
     SceneKeeper * scenes_ = nullptr;
     BookmarkMenu * bookmarks_ = nullptr;
+    MeasureTool * measuring_ = nullptr;
     bool isSettingLook_ = false; ///< what the panel tells is no wish of the user
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
