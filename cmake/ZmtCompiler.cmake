@@ -36,6 +36,11 @@ if(ZMT_SANITIZE)
   add_link_options(-fsanitize=${ZMT_SANITIZE})
 endif()
 
+if(ZMT_UNITY)
+  # Taken for headers, sources could share the classes that they keep to themselves.
+  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
+
 if(ZMT_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

@@ -1,5 +1,26 @@
 # The three libraries. A library without sources is left out.
 
+# With ZMT_UNITY the sources of <target> that stand in one folder are compiled as one, so that what they include
+# is read once. Sources with compile options, definitions or include folders of their own stay alone.
+function(zmt_compile_by_folder target)
+  if(NOT ZMT_UNITY)
+    return()
+  endif()
+  get_target_property(sources ${target} SOURCES)
+  foreach(source IN LISTS sources)
+    cmake_path(GET source PARENT_PATH folder)
+    file(RELATIVE_PATH group ${PROJECT_SOURCE_DIR} ${folder})
+    string(REPLACE "/" "_" group ${group})
+    set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${group})
+  endforeach()
+  # Each source has options of its own: those that it sets by a pragma end with it.
+  set(guard "#if defined(__GNUC__) && !defined(__clang__)")
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP
+    UNITY_BUILD_CODE_BEFORE_INCLUDE
+      "${guard}\n#pragma GCC push_options\n#endif\n// NOLINTNEXTLINE(bugprone-suspicious-include)"
+    UNITY_BUILD_CODE_AFTER_INCLUDE "${guard}\n#pragma GCC pop_options\n#endif")
+endfunction()
+
 # Adds the shared library <target> with the alias zmt::<alias>, made of the
 # remaining arguments.
 function(zmt_add_library target alias)
@@ -24,6 +45,7 @@ function(zmt_add_library target alias)
     target_precompile_headers(${target} PRIVATE
       <algorithm> <cmath> <cstdint> <functional> <memory> <string> <vector>)
   endif()
+  zmt_compile_by_folder(${target})
 endfunction()
 
 # Links <target> with those of the remaining targets that exist.
@@ -83,6 +105,7 @@ function(zmt_add_model_reader)
   file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/nbx/io/program/*.cpp)
   add_executable(zmt_modelreader ${sources}
     ${PROJECT_SOURCE_DIR}/src/nbx/io/folderfiles.cpp ${PROJECT_SOURCE_DIR}/src/nbx/io/modelanswer.cpp)
+  zmt_compile_by_folder(zmt_modelreader)
   target_compile_features(zmt_modelreader PRIVATE cxx_std_20)
   target_link_libraries(zmt_modelreader PRIVATE PkgConfig::assimp PkgConfig::pugixml
     nlohmann_json::nlohmann_json)
