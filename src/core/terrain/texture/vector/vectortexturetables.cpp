@@ -58,13 +58,13 @@ void VectorTextureTables::store(Patch * patch, const Texture & texture) {
     std::erase_if(renderOrder_, [patch](const Rendered & rendered) { return rendered.patch == patch; });
     renderOrder_.push_front({patch, picture_});
     queue_->remove(patch);
-    dropSurplus(patch);
+    dropSurplus();
 }
 
-void VectorTextureTables::dropSurplus(const Patch * latest) {
+void VectorTextureTables::dropSurplus() {
     while (textures_->size() > maxPatches) {
         Patch * oldest = textures_->oldest()->first;
-        if (oldest == latest || (!renderOrder_.empty() && oldest == renderOrder_.back().patch)) return;
+        if (!renderOrder_.empty() && oldest == renderOrder_.back().patch) return;
         dropTexture(oldest);
     }
 }

@@ -90,7 +90,7 @@ private:
     };
 
     VectorTextureTables();
-    void dropSurplus(const Patch * latest);
+    void dropSurplus();
 
     NBX::SO<NBX::LRUMap<Patch *, Texture>> textures_;
     NBX::SO<Queue> queue_;
