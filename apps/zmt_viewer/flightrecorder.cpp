@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int s_lookMilliseconds = 5;
+constexpr int s_frameMilliseconds = 5;
 constexpr int s_longestFrame = 120'000; ///< in milliseconds
 constexpr int s_mostFrames = 99'999;
 constexpr int s_endMilliseconds = 2000; ///< for the program to end when it is told to
@@ -68,7 +68,7 @@ void FlightRecorder::start(const Flight & flight, const std::string & path, doub
     frame_ = 0;
     size_ = view_.size();
     showFrame();
-    timer_.start(s_lookMilliseconds);
+    timer_.start(s_frameMilliseconds);
 }
 
 void FlightRecorder::cancel() {
@@ -86,7 +86,7 @@ void FlightRecorder::showFrame() {
 }
 
 void FlightRecorder::look() {
-    waited_ += s_lookMilliseconds;
+    waited_ += s_frameMilliseconds;
     if (!view_.landscape()) return end(tr("The landscape is gone"));
     if (view_.size() != size_) return end(tr("The window has got another size meanwhile"));
     if (view_.isComplete()) return saveFrame();
