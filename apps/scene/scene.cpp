@@ -170,9 +170,10 @@ bool isSound(const Scene & scene) {
     const LandscapeOptions & o = scene.landscape;
     const auto isShare = [](double number) { return number >= 0.0 && number <= 1.0; };
     const auto isError = [](double pixels) { return pixels > 0.0 && pixels <= 1e6; };
+    const auto isFactor = [](double factor) { return factor > 0.0 && factor <= 1e6; };
     bool isGood = isError(scene.errors.geometry) && isError(scene.errors.texture) && int(o.method) >= 0 &&
                   o.method <= TerrainMethod::Chunked && std::isfinite(scene.trackTime.value_or(0.0)) &&
-                  std::isfinite(scene.look.floodHeight);
+                  std::isfinite(scene.look.floodHeight) && isFactor(scene.look.exaggeration);
     for (const double number : scene.view)
         isGood &= isPlace(number);
     for (const double opacity : o.look.opacities)
