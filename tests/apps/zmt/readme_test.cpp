@@ -66,7 +66,9 @@ TEST(Readme, TheGuideToReliefNamesTheOptionsThatThereAre) {
     Options offered = offeredOptions({{"relief", "hachures", "--help"},
                                       {"relief", "slope", "--help"},
                                       {"relief", "curvature", "--help"},
-                                      {"relief", "shade", "--help"}});
+                                      {"relief", "shade", "--help"},
+                                      {"relief", "occlusion", "--help"},
+                                      {"relief", "sun", "--help"}});
     EXPECT_GT(offered.size(), 20U);
     Options documented = documentedOptions("docs/relief.md");
     documented.insert("--help"); // speaks for itself

@@ -149,7 +149,7 @@ TEST_F(TTTMemoryControllerBudgetTest, AFlightNeverExceedsItAndIsWhole) {
 /// Views that do not change, of two trees at one place.
 class TTTMemoryControllerSettlingTest : public TTTMemoryControllerBudgetTest {
 protected:
-    static constexpr int s_mostFrames = 200;
+    static constexpr int s_mostFrames = 5000;
     static constexpr double s_longestSettling = 5.0; ///< in seconds, behind which frames count in any case
 
     void SetUp() override {
