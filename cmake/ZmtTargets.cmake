@@ -74,6 +74,9 @@ function(zmt_add_nbx)
   if(NOT TARGET nbx_core)
     return()
   endif()
+  # Behind a source that has used the constructor as a constant, GCC leaves it out of the explicit instantiation.
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/src/nbx/math/matrix4x4base.cpp PROPERTIES
+    SKIP_UNITY_BUILD_INCLUSION ON)
   target_include_directories(nbx_core SYSTEM PRIVATE ${ZMT_STB_INCLUDE_DIR})
   target_link_libraries(nbx_core PRIVATE
     $<BUILD_INTERFACE:Eigen3::Eigen>

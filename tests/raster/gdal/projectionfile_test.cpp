@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "geotiff.h"
+#include "wktof.h"
 
 #include <nbx/object/exception.h>
 
@@ -16,16 +17,6 @@ using NBX::AtomicFileWriter;
 using ZMT::RASTER::GeoReference;
 using ZMT::RASTER::ProjectionFile;
 namespace fs = std::filesystem;
-
-std::string wktOf(const char * name) {
-    OGRSpatialReference system;
-    system.SetFromUserInput(name);
-    char * text = nullptr;
-    system.exportToWkt(&text);
-    const std::string wkt = text;
-    CPLFree(text);
-    return wkt;
-}
 
 class ProjectionFileTest : public testing::Test {
 protected:

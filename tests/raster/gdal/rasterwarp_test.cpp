@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <ogr_spatialref.h>
 
+#include "wktof.h"
+
 #include <nbx/object/exception.h>
 #include <support/cancelingdisplay.h>
 #include <zmt/raster/gdal/rasterfile.h>
@@ -16,16 +18,6 @@ namespace {
 using namespace ZMT::RASTER;
 
 const float noHeight = std::numeric_limits<float>::quiet_NaN();
-
-std::string wktOf(const std::string & system) {
-    OGRSpatialReference reference;
-    reference.SetFromUserInput(system.c_str());
-    char * text = nullptr;
-    reference.exportToWkt(&text);
-    const std::string result = text;
-    CPLFree(text);
-    return result;
-}
 
 /// A raster in degrees whose heights are 10 * longitude + latitude.
 GeoRaster degrees(unsigned width, unsigned height, double minX, double minY, double cellSize) {
