@@ -21,7 +21,7 @@ namespace {
 using namespace ZMT::CORE;
 using NBX::SO;
 
-SO<TextureWrapper> texture(int width, int height) {
+SO<TextureWrapper> sourceTexture(int width, int height) {
     return new TextureWrapper(SO<NBX::ImageTexture2DGL>(
         new NBX::ImageTexture2DGL(new NBX::MemoryImage(width, height, NBX::LS_RGB))));
 }
@@ -35,7 +35,7 @@ SO<TriangleContainer> meshesWith(const std::vector<SO<TextureWrapper>> & texture
 }
 
 TEST(SourceTextures, AreNumberedAsMeshesHaveThem) {
-    const SO<TextureWrapper> a = texture(1, 1), b = texture(2, 2);
+    const SO<TextureWrapper> a = sourceTexture(1, 1), b = sourceTexture(2, 2);
     const SO<TriangleContainer> container = meshesWith({b, a, nullptr, b});
     SourceTextures textures(*container);
     EXPECT_EQ(2U, textures.size());
@@ -51,7 +51,7 @@ TEST(SourceTextures, AreNumberedAsMeshesHaveThem) {
 TEST(SourceTextures, KeepsFiftyImagesAndLetsTheOldestGo) {
     std::vector<SO<TextureWrapper>> wrappers;
     for (unsigned i = 0; i < 51; ++i)
-        wrappers.push_back(texture(1, 1));
+        wrappers.push_back(sourceTexture(1, 1));
     const SO<TriangleContainer> container = meshesWith(wrappers);
     SourceTextures textures(*container);
     for (unsigned i = 0; i < 50; ++i)
@@ -69,7 +69,8 @@ TEST(SourceTextures, KeepsFiftyImagesAndLetsTheOldestGo) {
 /// Large ones as many as fit, and one in any case.
 TEST(SourceTextures, KeepsSoManyBytesOnly) {
     const SO<TriangleContainer> container =
-        meshesWith({texture(10, 10), texture(10, 10), texture(10, 10), texture(20, 20), texture(5, 10)});
+        meshesWith({sourceTexture(10, 10), sourceTexture(10, 10), sourceTexture(10, 10),
+                    sourceTexture(20, 20), sourceTexture(5, 10)});
     SourceTextures textures(*container, 1000); // three times 300
     for (const unsigned i : {0U, 1U, 0U})
         textures.image(i);
@@ -90,7 +91,7 @@ TEST(SourceTextures, KeepsSoManyBytesOnly) {
 TEST(SourceTextures, WhoUsesTheLastImageLetsItGoFirst) {
     const SO<TextureWrapper> deep(new TextureWrapper(SO<NBX::ImageTexture2DGL>(
         new NBX::ImageTexture2DGL(new NBX::MemoryImage(10, 10, NBX::LS_RGB, NBX::Image::UInt16)))));
-    const SO<TriangleContainer> container = meshesWith({texture(10, 10), texture(10, 10), deep});
+    const SO<TriangleContainer> container = meshesWith({sourceTexture(10, 10), sourceTexture(10, 10), deep});
     SourceTextures textures(*container, 800);
     std::vector<unsigned> loadsBefore;
     const auto letGo = [&] { loadsBefore.push_back(textures.loads()); };
@@ -136,7 +137,7 @@ TEST(SourceTextures, OfAllWrapModesHaveOneImage) {
     const SO<TriangleContainer> container =
         meshesWith({ofImage(Wrap::WM_Repeat), ofFile(L"/gone/a.png", Wrap::WM_Repeat),
                     ofImage(Wrap::WM_ClampToEdge), ofFile(L"/gone/b.png", Wrap::WM_Repeat),
-                    ofFile(L"/gone/a.png", Wrap::WM_MirroredRepeat), texture(2, 2)});
+                    ofFile(L"/gone/a.png", Wrap::WM_MirroredRepeat), sourceTexture(2, 2)});
     SourceTextures textures(*container);
     std::vector<unsigned> pictures;
     for (unsigned number = 0; number < textures.size(); ++number)
