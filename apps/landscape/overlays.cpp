@@ -160,9 +160,9 @@ void Overlays::setLooks(const std::vector<Look> & looks) {
 
 void Overlays::resetStyle(Overlay & overlay, const std::optional<std::string> & style) {
     const auto own = ownStyles_.find(&overlay);
-    const bool isOwn = own == ownStyles_.end();
-    if (!style && isOwn) return;
-    if (style && !isOwn && *style == overlay.styleSheet().text()) return;
+    const bool isOwn = own != ownStyles_.end();
+    if (!style && !isOwn) return;
+    if (style && isOwn && *style == overlay.styleSheet().text()) return;
     try {
         if (style)
             return setStyle(overlay, style->empty() ? VectorStyleSheet() : VectorStyleSheet::parse(*style));

@@ -56,7 +56,7 @@ public:
         std::string name;
         bool isShown = true;
         double opacity = 1.0;
-        /// The specification that was set for it; none where it has the style that it was read with.
+        /// The text of the style that was set for it; none where it has the one that it was read with.
         std::optional<std::string> style = {};
         bool operator==(const Look &) const = default;
     };
@@ -75,7 +75,7 @@ public:
     void setExaggeration(double exaggeration);
     /// Makes those with these numbers, in this order, the lowest first. All of them are there.
     void setOrder(const std::vector<std::size_t> & order);
-    /// A specification. Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
+    /// Another style. Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
     void setStyle(Overlay & overlay, const ZMT::CORE::VectorStyleSheet & sheet);
     /// The names, for the end of the scene.
     NBX::SO<NBX::SceneThing> names() const { return labels_->node(); }
