@@ -49,12 +49,9 @@ Flight flightThrough(const std::vector<Bookmark> & bookmarks) {
 
 BookmarkMenu::BookmarkMenu(ViewerWindow & window)
     : QObject(&window), window_(window), panel_(new BookmarkPanel), player_(new FlightPlayer(*window.view())),
-      recorder_(new FlightRecorder(*window.view())), dock_(new QDockWidget(tr("Bookmarks"))),
+      recorder_(new FlightRecorder(*window.view())),
+      dock_(window.addPanel("bookmarkPanel", tr("Bookmarks"), panel_, Qt::LeftDockWidgetArea)),
       menu_(new QMenu(tr("&Bookmarks"), &window)) {
-    dock_->setObjectName("bookmarkPanel");
-    dock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
-    dock_->setWidget(panel_);
-    window.addDockWidget(Qt::LeftDockWidgetArea, dock_);
     dock_->hide();
     window.findChild<QMenu *>("view")->addAction(dock_->toggleViewAction());
 

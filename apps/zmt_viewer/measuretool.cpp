@@ -59,8 +59,8 @@ QString areaText(double squareMetres) {
 } // namespace
 
 MeasureTool::MeasureTool(ViewerWindow & window)
-    : QObject(&window), window_(window), dock_(new QDockWidget(tr("Measure"))), text_(new QLabel),
-      plot_(new ProfilePlot), menu_(new QMenu(tr("&Measure"), &window)) {
+    : QObject(&window), window_(window), text_(new QLabel), plot_(new ProfilePlot),
+      menu_(new QMenu(tr("&Measure"), &window)) {
     auto * content = new QWidget;
     auto * column = new QVBoxLayout(content);
     column->addWidget(text_);
@@ -68,10 +68,7 @@ MeasureTool::MeasureTool(ViewerWindow & window)
     text_->setObjectName("measured");
     text_->setWordWrap(true);
     text_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    dock_->setObjectName("measurePanel");
-    dock_->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
-    dock_->setWidget(content);
-    window.addDockWidget(Qt::BottomDockWidgetArea, dock_);
+    dock_ = window.addPanel("measurePanel", tr("Measure"), content, Qt::BottomDockWidgetArea);
     dock_->hide();
     window.findChild<QMenu *>("view")->addAction(dock_->toggleViewAction());
 

@@ -153,13 +153,19 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
 
 ViewerWindow::~ViewerWindow() = default;
 
-void ViewerWindow::makePanel() {
-    auto * dock = new QDockWidget(tr("Landscape"));
-    dock->setObjectName("panel");
+QDockWidget * ViewerWindow::addPanel(const QString & name, const QString & title, QWidget * content,
+                                     Qt::DockWidgetArea area) {
+    auto * dock = new QDockWidget(title);
+    dock->setObjectName(name);
     dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
+    dock->setWidget(content);
+    addDockWidget(area, dock);
+    return dock;
+}
+
+void ViewerWindow::makePanel() {
     panel_->setMinimumWidth(230);
-    dock->setWidget(scrolled(panel_));
-    addDockWidget(Qt::RightDockWidgetArea, dock);
+    addPanel("panel", tr("Landscape"), scrolled(panel_), Qt::RightDockWidgetArea);
     connect(panel_, &ControlPanel::layerSwitched, this, [this] {
         applyLayers();
         noteEdit(tr("layers"));

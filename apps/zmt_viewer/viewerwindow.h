@@ -22,6 +22,7 @@ class ControlPanel;
 class FileNotices;
 class LandscapeView;
 class MeasureTool;
+class QDockWidget;
 class QAction;
 class TrackBar;
 class QLabel;
@@ -67,6 +68,9 @@ public:
     /// Of what is shown; there is a landscape.
     LandscapeLook look() const;
     void setLook(const LandscapeLook & look);
+    /// A panel that can be moved and closed, with an object name that the state of the window is stored by.
+    QDockWidget * addPanel(const QString & name, const QString & title, QWidget * content,
+                           Qt::DockWidgetArea area);
     void showFailure(const QString & title, const QString & message);
     /// Names what is shown, and `file`, that of its scene, which may be empty.
     void showTitle(const std::string & file = "");
