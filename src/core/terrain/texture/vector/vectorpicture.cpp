@@ -87,14 +87,14 @@ void divide(const Texel & color, unsigned char * target) {
         target[i] = static_cast<unsigned char>(std::lround(std::min(255.0F * color[i] / color[3], 255.0F)));
 }
 
-/// The colour of what lies about a transparent texel.
+/// The colour of what lies about a transparent texel: that of the finest level that has one. Where a coarser
+/// one has none, finer ones, which see less far, have none either, so that empty texels take one look.
 void fill(const VectorPicture::Levels & drawn, std::size_t level, float u, float v, unsigned char * target) {
     std::fill(target, target + 3, static_cast<unsigned char>(255));
-    for (std::size_t i = level + 1; i < drawn.size() && i <= level + s_coarser; ++i) {
+    for (std::size_t i = std::min(level + s_coarser, drawn.size() - 1); i > level; --i) {
         const Texel color = interpolated(*drawn[i], u, v);
-        if (!(color[3] > 0.0F)) continue;
+        if (!(color[3] > 0.0F)) return;
         divide(color, target);
-        return;
     }
 }
 

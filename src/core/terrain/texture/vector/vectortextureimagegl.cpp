@@ -41,8 +41,11 @@ void main() {
     vec4 color = texelFetch(picture, ivec2(gl_FragCoord.xy), level);
     float alpha = color.a;
     vec2 place = gl_FragCoord.xy / vec2(textureSize(picture, level));
-    for (int coarser = 1; coarser <= 3 && color.a <= 0.0; ++coarser)
-        color = textureLod(picture, place, float(level + coarser));
+    for (int coarser = 3; coarser > 0 && alpha <= 0.0; --coarser) {
+        vec4 about = textureLod(picture, place, float(level + coarser));
+        if (about.a <= 0.0) break;
+        color = about;
+    }
     gl_FragColor = vec4(color.a > 0.0 ? min(color.rgb / color.a, 1.0) : vec3(1.0), alpha);
 }
 )";
