@@ -69,6 +69,10 @@ public:
     /// The colour on which the root nodes are drawn; at the start transparent black.
     void setBackgroundColor(const Color & color);
     const Color & getBackgroundColor() const { return background_; }
+    /// Added to the level of detail of all textures that are drawn, 0 at the start: those of -1 are twice as
+    /// fine, as for pictures of several samples a pixel. Beyond the renderer's bounds these hold.
+    void setTextureBias(double levels);
+    double textureBias() const { return textureBias_; }
 
     /// The picture of the last `redisplay`, line 0 lowest, with 4 components when the canvas has an alpha
     /// buffer, else 3. Null without a context.
@@ -113,6 +117,7 @@ private:
     SO<EngineGL> engine_;
     std::vector<SO<ContextGL>> previous_; ///< contexts to go back to; null for none
     Color background_{0.0, 0.0, 0.0, 0.0};
+    double textureBias_ = 0.0;
 };
 
 } // namespace NBX

@@ -151,6 +151,37 @@ void GLCanvas::finishRedisplay() {
     releaseContext();
 }
 
+namespace {
+
+/// The bias of the textures of all units, while this exists.
+class TextureBiasGL {
+public:
+    explicit TextureBiasGL(double levels) : levels_(levels) {
+        if (levels_ != 0.0) set(levels_);
+    }
+    ~TextureBiasGL() {
+        if (levels_ != 0.0) set(0.0);
+    }
+    TextureBiasGL(const TextureBiasGL &) = delete;
+    TextureBiasGL & operator=(const TextureBiasGL &) = delete;
+
+private:
+    static void set(double levels) {
+        GLint units = 0, before = 0;
+        glGetIntegerv(GL_MAX_TEXTURE_COORDS, &units);
+        glGetIntegerv(GL_ACTIVE_TEXTURE, &before);
+        for (GLint unit = 0; unit < units; ++unit) {
+            glActiveTexture(GLenum(GL_TEXTURE0 + unit));
+            glTexEnvf(GL_TEXTURE_FILTER_CONTROL, GL_TEXTURE_LOD_BIAS, GLfloat(levels));
+        }
+        glActiveTexture(GLenum(before));
+    }
+
+    double levels_;
+};
+
+} // namespace
+
 void GLCanvas::redisplay() {
     clearRedisplayRequests();
     if (!isCreated()) return;
@@ -161,6 +192,7 @@ void GLCanvas::redisplay() {
 }
 
 void GLCanvas::drawPicture(const Area & picture, const Area & tile) {
+    const TextureBiasGL bias(textureBias_);
     engine_->beginPicture(picture, tile);
     clear();
     paintRootNodes(engine_.get(), picture);
@@ -196,6 +228,11 @@ bool GLCanvas::setSize(unsigned width, unsigned height) {
     height_ = height;
     modified();
     return true;
+}
+
+void GLCanvas::setTextureBias(double levels) {
+    textureBias_ = levels;
+    modified();
 }
 
 void GLCanvas::setBackgroundColor(const Color & color) {

@@ -36,6 +36,7 @@ struct Noted {
     Canvas * canvas = nullptr;
     int renderingMode = -1;
     int viewport[4] = {};
+    float bias = 0.0F; ///< of textures
     GLCanvas * nested = nullptr;
     bool throws = false;
 } noted;
@@ -50,6 +51,7 @@ public:
         noted.canvas = data ? data->getValue() : nullptr;
         noted.renderingMode = noted.canvas ? noted.canvas->getRenderingMode() : -1;
         glGetIntegerv(GL_VIEWPORT, noted.viewport);
+        glGetTexEnvfv(GL_TEXTURE_FILTER_CONTROL, GL_TEXTURE_LOD_BIAS, &noted.bias);
         if (noted.nested) noted.nested->redisplay();
         if (noted.throws) throw std::runtime_error("no more");
         return true;
@@ -121,6 +123,20 @@ TEST_F(GLCanvasTest, SeesThroughTheCameraInTheScene) {
             EXPECT_EQ(inside ? 255 : 0, pixel(image, x, y)[0]) << x << ", " << y;
         }
     EXPECT_EQ(15, white);
+}
+
+TEST_F(GLCanvasTest, TheBiasOfTexturesHoldsForItsPicturesAlone) {
+    const SO<PBufferCanvasGL> other(new PBufferCanvasGL(8, 8));
+    root->append(new Notes);
+    other->append(root.get());
+    canvas->setTextureBias(-1.5);
+    draw();
+    EXPECT_EQ(-1.5F, noted.bias);
+    other->redisplay();
+    EXPECT_EQ(0.0F, noted.bias);
+    canvas->setTextureBias(0.0);
+    draw();
+    EXPECT_EQ(0.0F, noted.bias);
 }
 
 TEST_F(GLCanvasTest, NearerShapesHideFartherOnes) {

@@ -9,6 +9,7 @@
 #include <nbx/scene/view/ortho.h>
 #include <nbx/scene/view/perspective.h>
 #include <nbx/scene/view/pixelprojection.h>
+#include <nbx/scene/view/shiftedprojection.h>
 #include <support/recordedreports.h>
 
 #include "support/storedcopy.h"
@@ -78,6 +79,23 @@ TEST(Perspective, BadValuesAreReportedAndDoNoHarm) {
     const auto m = projection->matrix(0);
     for (const double entry : m.rows())
         EXPECT_TRUE(std::isfinite(entry));
+}
+
+TEST(ShiftedProjection, MovesWhatIsSeenByPartsOfPixels) {
+    const SO<Perspective> projection(new Perspective(90, 2, 50));
+    const SO<ShiftedProjection> shifted(new ShiftedProjection(projection.get(), 0.25, -0.5));
+    EXPECT_EQ(shifted->matrix(2.0), projection->matrix(2.0));
+    const auto before = projection->matrixInViewport(80, 40), behind = shifted->matrixInViewport(80, 40);
+    for (const V & place : {V(-4, -2, -2), V(1, 2, -5), V(0, 0, -49)})
+        EXPECT_NEAR((behind * place - before * place - V(2 * 0.25 / 80, -2 * 0.5 / 40, 0)).length(), 0.0,
+                    1e-12);
+}
+
+TEST(ShiftedProjection, NeedsAProjection) {
+    RecordedReports reports;
+    const SO<ShiftedProjection> shifted(new ShiftedProjection(nullptr, 0.0, 0.0));
+    EXPECT_EQ(reports.count(L"no projection"), 1U);
+    EXPECT_EQ(shifted->matrix(1.0), SO<Perspective>(new Perspective)->matrix(1.0));
 }
 
 TEST(Camera, SizePolicyDecidesWhatTheViewportsAspectDoes) {
