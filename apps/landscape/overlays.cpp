@@ -193,7 +193,8 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
 
 void Overlays::setLargestTexel() const {
     const double error = ZMT::CORE::TerrainPainterGLSettings::getTextureError();
-    texture_->setLargestTexel(error > 0.0 ? std::min(error, s_largestTexel) : s_largestTexel);
+    const double largest = s_largestTexel / fineness_;
+    texture_->setLargestTexel(error > 0.0 ? std::min(error, largest) : largest);
 }
 
 void Overlays::setStyle(Overlay & overlay, const VectorStyleSheet & sheet) {

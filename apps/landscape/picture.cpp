@@ -1,10 +1,16 @@
+// Pictures of several samples are averages of pictures that are shifted by parts of a pixel, as A. Glassner,
+// "Principles of Digital Image Synthesis", 1995, tells of regular patterns: sizes in pixels stay as they are,
+// and textures become as fine as the samples lie.
+
 #include "picture.h"
 
 #include "errors.h"
+#include "landscape.h"
 
 #include <cctype>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "program/stage.h"
 
@@ -15,8 +21,12 @@
 #include <nbx/image/imagewriter.h>
 #include <nbx/math/color.h>
 #include <nbx/object/nbxtime.h>
+#include <nbx/scene/view/shiftedprojection.h>
+#include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
+
+using ZMT::CORE::TerrainPainterGLSettings;
 
 constexpr double s_sky[] = {0.72, 0.81, 0.90};
 
@@ -36,6 +46,70 @@ bool isSkyAlone(const NBX::Image & picture) {
 
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
+}
+
+/// How many samples lie side by side; 0 for a number that is no square of such.
+unsigned sideOf(unsigned samples) {
+    for (unsigned side = 1; side <= 4; ++side)
+        if (side * side == samples) return side;
+    return 0;
+}
+
+/// Adds up pictures of one size, of bytes.
+class PictureSum {
+public:
+    void add(const NBX::Image & picture) {
+        const std::size_t width = lineBytes(picture);
+        sums_.resize(width * std::size_t(picture.height()));
+        for (int y = 0; y < picture.height(); ++y) {
+            const unsigned char * line = picture.lineComponentsU8(y);
+            std::uint16_t * sum = sums_.data() + width * std::size_t(y);
+            for (std::size_t i = 0; i < width; ++i)
+                sum[i] = static_cast<std::uint16_t>(sum[i] + line[i]);
+        }
+        ++count_;
+    }
+    void average(NBX::Image & target) const {
+        const std::size_t width = lineBytes(target);
+        for (int y = 0; y < target.height(); ++y) {
+            unsigned char * line = target.lineComponentsU8(y);
+            const std::uint16_t * sum = sums_.data() + width * std::size_t(y);
+            for (std::size_t i = 0; i < width; ++i)
+                line[i] = static_cast<unsigned char>((sum[i] + count_ / 2) / count_);
+        }
+    }
+
+private:
+    static std::size_t lineBytes(const NBX::Image & picture) {
+        return std::size_t(picture.width()) * std::size_t(picture.numberOfLayers());
+    }
+
+    std::vector<std::uint16_t> sums_; ///< at most 257 bytes each
+    unsigned count_ = 0;
+};
+
+/// A camera that is as before in the end.
+class ShiftedCamera {
+public:
+    explicit ShiftedCamera(NBX::Camera & camera) : camera_(camera), projection_(camera.getProjection()) {}
+    ~ShiftedCamera() { camera_.setProjection(projection_.get()); }
+    ShiftedCamera(const ShiftedCamera &) = delete;
+    ShiftedCamera & operator=(const ShiftedCamera &) = delete;
+
+    /// In pixels.
+    void shift(double right, double up) const {
+        camera_.setProjection(new NBX::ShiftedProjection(projection_.get(), right, up));
+    }
+
+private:
+    NBX::Camera & camera_;
+    const NBX::SO<NBX::Projection> projection_;
+};
+
+NBX::SO<NBX::Image> snapshotOf(NBX::GLCanvas & canvas) {
+    NBX::SO<NBX::Image> picture = canvas.snapshot();
+    if (!picture) throw DataError("there is no picture to save");
+    return picture;
 }
 
 } // namespace
@@ -83,9 +157,47 @@ void checkPictureName(const std::string & option, const std::string & path) {
         option + ": pictures are PNG or JPEG files; choose a name that ends in png, jpg or jpeg: " + path);
 }
 
-bool writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path) {
-    const NBX::SO<NBX::Image> picture = canvas.snapshot();
-    if (!picture) throw DataError("there is no picture to save");
+void checkSamples(unsigned samples) {
+    if (sideOf(samples) == 0) throw UsageError("--samples: a pixel has 1, 4, 9 or 16 samples");
+}
+
+FinerTextures::FinerTextures(NBX::GLCanvas & canvas, Landscape & landscape, unsigned samples)
+    : canvas_(canvas), landscape_(landscape), error_(TerrainPainterGLSettings::getTextureError()) {
+    const double fineness = sideOf(samples);
+    canvas_.setTextureBias(-std::log2(fineness));
+    landscape_.overlays().setFineness(fineness);
+    TerrainPainterGLSettings::setTextureError(error_ / fineness);
+}
+
+FinerTextures::~FinerTextures() {
+    canvas_.setTextureBias(0.0);
+    landscape_.overlays().setFineness(1.0);
+    TerrainPainterGLSettings::setTextureError(error_);
+}
+
+NBX::SO<NBX::Image> sampledPicture(NBX::GLCanvas & canvas, NBX::Camera & camera, unsigned samples,
+                                   const std::function<void()> & settle) {
+    if (samples == 1) {
+        settle();
+        return snapshotOf(canvas);
+    }
+    const unsigned side = sideOf(samples);
+    const ShiftedCamera shifted(camera);
+    NBX::SO<NBX::Image> picture;
+    PictureSum sum;
+    for (unsigned i = 0; i < samples; ++i) {
+        const auto place = [&](unsigned k) { return (k + 0.5) / side - 0.5; };
+        shifted.shift(place(i % side), place(i / side));
+        settle();
+        picture = snapshotOf(canvas);
+        sum.add(*picture);
+    }
+    sum.average(*picture);
+    return picture;
+}
+
+bool writePicture(const NBX::SO<NBX::Image> & picture, NBX::AtomicFileWriter & out,
+                  const std::string & path) {
     const auto bytes = NBX::ImageWriter::encode(picture.get(), path);
     if (!bytes) throw DataError("the picture could not be encoded");
     out.write(bytes->pointer(), bytes->size());

@@ -5,10 +5,14 @@
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/gl/context/glcanvas.h>
+#include <nbx/image/image.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
 #include <nbx/scene/node/scenething.h>
+#include <nbx/scene/view/camera.h>
 #include <zmt/core/terrain/inspect/patchinspectorgl.h>
+
+class Landscape;
 
 // What the pictures in files and those in the window have in common.
 
@@ -43,7 +47,27 @@ NBX::SO<NBX::Attribute> makeWireframe();
 NBX::SO<NBX::SceneThing> makeHidingSurface(const NBX::SO<NBX::SceneThing> & node);
 /// Throws `UsageError` for a name that promises another format than PNG or JPEG.
 void checkPictureName(const std::string & option, const std::string & path);
-/// Draws the canvas and writes the file of the name `path`, JPEG where it says so and PNG otherwise, to
-/// `out`, which is not committed. False for one that shows the sky alone. Throws `DataError` and
-/// `NBX::IOException`.
-bool writePicture(NBX::GLCanvas & canvas, NBX::AtomicFileWriter & out, const std::string & path);
+/// Throws `UsageError` for other numbers of samples of a pixel than 1, 4, 9 and 16.
+void checkSamples(unsigned samples);
+/// While it exists, textures are as fine as pictures of so many samples a pixel need: those of the canvas and
+/// the landscape, which outlive it.
+class FinerTextures {
+public:
+    FinerTextures(NBX::GLCanvas & canvas, Landscape & landscape, unsigned samples);
+    ~FinerTextures();
+    FinerTextures(const FinerTextures &) = delete;
+    FinerTextures & operator=(const FinerTextures &) = delete;
+
+private:
+    NBX::GLCanvas & canvas_;
+    Landscape & landscape_;
+    double error_; ///< of the textures, before
+};
+/// What `canvas` shows by `camera`, which its scene has: the average of as many pictures as there are samples
+/// of a pixel, each of them seen from a part of a pixel farther. `settle` draws one until it is complete.
+/// The camera is as before behind it. Throws `DataError`.
+NBX::SO<NBX::Image> sampledPicture(NBX::GLCanvas & canvas, NBX::Camera & camera, unsigned samples,
+                                   const std::function<void()> & settle);
+/// Writes the file of the name `path`, JPEG where it says so and PNG otherwise, to `out`, which is not
+/// committed. False for one that shows the sky alone. Throws `DataError` and `NBX::IOException`.
+bool writePicture(const NBX::SO<NBX::Image> & picture, NBX::AtomicFileWriter & out, const std::string & path);

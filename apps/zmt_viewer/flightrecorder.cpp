@@ -23,6 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int s_frameMilliseconds = 5;
+constexpr unsigned s_samples = 4;       ///< of each pixel, so that nothing shimmers
 constexpr int s_longestFrame = 120'000; ///< in milliseconds
 constexpr int s_mostFrames = 99'999;
 constexpr int s_endMilliseconds = 2000; ///< for the program to end when it is told to
@@ -67,6 +68,7 @@ void FlightRecorder::start(const Flight & flight, const std::string & path, doub
     frames_ = int(count);
     frame_ = 0;
     size_ = view_.size();
+    view_.setSamples(s_samples);
     showFrame();
     timer_.start(s_frameMilliseconds);
 }
@@ -141,6 +143,7 @@ void FlightRecorder::takeFilm() {
 
 void FlightRecorder::end(const QString & problem) {
     timer_.stop();
+    view_.setSamples(1);
     isFilming_ = false;
     if (program_) {
         program_->disconnect(this);

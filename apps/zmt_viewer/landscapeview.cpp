@@ -202,6 +202,7 @@ void LandscapeView::initializeGL() {
 }
 
 void LandscapeView::freeCanvas() {
+    finer_ = nullptr;
     if (!canvas_) return;
     // Its canvas draws in a context beside that of the window.
     ZMT::CORE::VectorTexture::releaseSharedObjects();
@@ -255,6 +256,7 @@ void LandscapeView::placeCamera() {
 void LandscapeView::setLandscape(const std::shared_ptr<Landscape> & landscape,
                                  const std::optional<View> & view) {
     stopFlying();
+    setSamples(1);
     landscape_ = landscape;
     streams_.clear();
     scene_->clear();
@@ -462,10 +464,22 @@ void LandscapeView::showFigures() {
     overlay_->show();
 }
 
+void LandscapeView::setSamples(unsigned samples) {
+    samples_ = samples;
+    finer_ = nullptr;
+    if (samples > 1 && canvas_ && landscape_)
+        finer_ = std::make_unique<FinerTextures>(*canvas_, *landscape_, samples);
+    redraw();
+}
+
 void LandscapeView::savePicture(const std::string & path) {
     NBX::AtomicFileWriter out(path);
     if (!canvas_) throw DataError("there is no picture to save");
-    writePicture(*canvas_, out, path);
+    makeCurrent();
+    const auto drawAgain = [&] {
+        if (samples_ > 1) canvas_->paint();
+    };
+    writePicture(sampledPicture(*canvas_, *camera_, samples_, drawAgain), out, path);
     out.commit();
 }
 

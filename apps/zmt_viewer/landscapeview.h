@@ -71,8 +71,10 @@ public:
     /// Draws again, after something in the scene was changed.
     void redraw();
 
-    /// The picture in a file, JPEG where its name says so and PNG otherwise, without what lies over it.
-    /// Throws `DataError` or `NBX::IOException`.
+    /// Textures as fine as pictures of so many samples of a pixel need, until it is given 1 again.
+    void setSamples(unsigned samples);
+    /// The picture in a file, JPEG where its name says so and PNG otherwise, without what lies over it, by as
+    /// many samples as were set. Throws `DataError` or `NBX::IOException`.
     void savePicture(const std::string & path);
 
     /// Whether a landscape is shown and nothing is to be refined.
@@ -162,7 +164,9 @@ private:
     std::optional<QPointF> pointer_; ///< where the mouse is; none outside
     double lastFlight_ = 0.0;
     double geometryError_;
-    double coarseness_ = 1.0; ///< factor of the geometry's error while the view moves
+    unsigned samples_ = 1;                 ///< of each pixel of a saved picture
+    std::unique_ptr<FinerTextures> finer_; ///< for more than one
+    double coarseness_ = 1.0;              ///< factor of the geometry's error while the view moves
 
     QTimer restTimer_, flightTimer_;
     Frames frames_;

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <nbx/image/image.h>
+#include <nbx/image/memoryimage.h>
 #include <nbx/math/color.h>
 
 #include "datafiles.h"
@@ -354,6 +354,55 @@ TEST(RenderCommand, SizeIsAsAsked) {
         ASSERT_TRUE(picture) << size;
         EXPECT_EQ(width, picture->width());
         EXPECT_EQ(height, picture->height());
+    }
+}
+
+/// Steep cones under the four quarters, seen from the south.
+NBX::SO<NBX::Image> conesPicture(const std::vector<std::string> & more) {
+    SmallGeoTiff cones = plain();
+    for (std::size_t i = 0; i < cones.heights.size(); ++i)
+        cones.heights[i] = i % 3 == 0 ? 40.0F : 0.0F;
+    const RunFolder folder;
+    std::vector<std::string> arguments = {"--terrain",        folder.write("t.tif", cones.encode()),
+                                          "--image",          folder.write("i.tif", quarters().encode()),
+                                          "--geometry-error", "0",
+                                          "--view",           "at:500272,3099728,0,35,900"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const RunResult run = render(folder, arguments);
+    EXPECT_EQ(0, run.status) << run.errors;
+    return readPng(folder.out("picture.png"));
+}
+
+/// Each pixel is the average of two by two.
+NBX::SO<NBX::Image> halved(const NBX::Image & picture) {
+    NBX::SO<NBX::Image> half(new NBX::MemoryImage(picture.width() / 2, picture.height() / 2, NBX::LS_RGB));
+    for (int y = 0; y < half->height(); ++y)
+        for (int x = 0; x < half->width(); ++x) {
+            Color sum;
+            for (const auto & [dx, dy] : {std::pair(0, 0), {1, 0}, {0, 1}, {1, 1}})
+                for (int i = 0; i < 3; ++i)
+                    sum[i] += picture.getColor(2 * x + dx, 2 * y + dy)[i] / 4.0F;
+            half->setColor(x, y, sum);
+        }
+    return half;
+}
+
+TEST(RenderCommand, SamplesOfAPixelAreThoseOfAFinerPicture) {
+    const auto finer = halved(*conesPicture({"--size", "240x160"}));
+    const auto four = conesPicture({"--size", "120x80", "--samples", "4"});
+    const auto one = conesPicture({"--size", "120x80", "--samples", "1"});
+    EXPECT_LT(compareImages(*four, *finer, 3.0).share, 0.002);
+    EXPECT_GT(compareImages(*one, *finer, 3.0).share, 0.02);
+}
+
+TEST(RenderCommand, OnlySquaresOfSamplesAreTaken) {
+    for (const char * samples : {"0", "2", "8", "25", "-4", "4294967297", "many"}) {
+        const RunFolder folder;
+        const RunResult run =
+            render(folder, {"--terrain", folder.write("t.tif", plain().encode()), "--samples", samples});
+        EXPECT_EQ(2, run.status) << samples;
+        EXPECT_NE(run.errors.find("--samples"), std::string::npos) << run.errors;
+        EXPECT_TRUE(folder.results().empty());
     }
 }
 

@@ -1,5 +1,6 @@
 #include "flightrecorder.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 
@@ -55,9 +56,27 @@ protected:
         fs::permissions(program, fs::perms::owner_all);
         ::setenv("PATH", (folder_.in("") + ":" + path_).c_str(), 1);
     }
-    QImage shown(double time) const {
+    static QImage read(const std::string & path) {
+        return QImage(QString::fromStdString(path)).convertToFormat(QImage::Format_RGB32);
+    }
+    QImage shown(double time, unsigned samples) const {
+        view->setSamples(samples);
         FlightPlayer::show(*view, flight_.at(time), false);
-        return settle() ? view->image() : QImage();
+        if (!settle()) return {};
+        view->savePicture(folder_.out("shown.png"));
+        view->setSamples(1);
+        const QImage picture = read(folder_.out("shown.png"));
+        fs::remove(folder_.out("shown.png"));
+        return picture;
+    }
+    /// On average, of 255.
+    static double difference(const QImage & a, const QImage & b) {
+        if (a.isNull() || a.size() != b.size()) return 255.0;
+        double sum = 0.0;
+        for (int y = 0; y < a.height(); ++y)
+            for (int x = 0; x < a.width(); ++x)
+                sum += std::abs(qGreen(a.pixel(x, y)) - qGreen(b.pixel(x, y)));
+        return sum / (double(a.width()) * a.height());
     }
 
     RunFolder folder_;
@@ -72,14 +91,22 @@ TEST_F(FlightRecorderTest, EachFrameIsThePictureAtItsTime) {
     EXPECT_EQ(problem_, "");
     EXPECT_EQ(folder_.results(), std::vector<std::string>{"flight"});
     const auto frame = [&](int number) {
-        return QImage(
-                   QString::fromStdString(folder_.out("flight/frame_0000" + std::to_string(number) + ".png")))
-            .convertToFormat(QImage::Format_RGB32);
+        return read(folder_.out("flight/frame_0000" + std::to_string(number) + ".png"));
     };
     for (int number = 1; number <= 6; ++number)
-        EXPECT_EQ(frame(number), shown((number - 1) / 25.0)) << number;
+        EXPECT_EQ(frame(number), shown((number - 1) / 25.0, 4)) << number;
     EXPECT_NE(frame(1), frame(2));
     EXPECT_TRUE(frame(7).isNull());
+}
+
+TEST_F(FlightRecorderTest, FramesHaveFourSamplesOfAPixel) {
+    ASSERT_TRUE(record(folder_.out("flight")));
+    const QImage first = read(folder_.out("flight/frame_00001.png"));
+    const QImage plain = shown(0.0, 1);
+    EXPECT_NE(first, plain);
+    EXPECT_LT(difference(first, plain), 4.0);
+    EXPECT_LT(difference(first, shown(0.0, 16)), difference(plain, shown(0.0, 16)));
+    EXPECT_EQ(shown(0.0, 1), plain) << "what is shown has one again";
 }
 
 TEST_F(FlightRecorderTest, ACancelledOneLeavesNothing) {
