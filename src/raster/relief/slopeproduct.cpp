@@ -45,7 +45,8 @@ struct HornRow {
     double slopeX, slopeY; ///< by which sums become slopes
 };
 
-ZMT_EACH_PROCESSOR void hornDegrees(HornRow row, float * __restrict values) {
+/// `ending` makes numbers of tangents.
+template <class Ending> ZMT_INLINE inline void horn(HornRow row, float * __restrict values, Ending ending) {
     const float *south = row.south, *middle = row.middle, *north = row.north;
     const std::size_t end = row.width - 1;
     for (std::size_t i = 1; i < end; ++i) {
@@ -53,19 +54,16 @@ ZMT_EACH_PROCESSOR void hornDegrees(HornRow row, float * __restrict values) {
         const double x = sums.x * row.slopeX, y = sums.y * row.slopeY;
         // The cell itself has no weight, but no slope either where it is no number.
         const double unknown = middle[i] - middle[i];
-        values[i] = static_cast<float>(arcTangent(std::sqrt(x * x + y * y)) + unknown);
+        values[i] = static_cast<float>(ending(std::sqrt(x * x + y * y)) + unknown);
     }
 }
 
-ZMT_EACH_PROCESSOR void hornPercent(HornRow row, float * __restrict values) {
-    const float *south = row.south, *middle = row.middle, *north = row.north;
-    const std::size_t end = row.width - 1;
-    for (std::size_t i = 1; i < end; ++i) {
-        const HornSums sums = HornSums::ofSlope(south, middle, north, i);
-        const double x = sums.x * row.slopeX, y = sums.y * row.slopeY;
-        const double unknown = middle[i] - middle[i];
-        values[i] = static_cast<float>(100.0 * std::sqrt(x * x + y * y) + unknown);
-    }
+ZMT_EACH_PROCESSOR void hornDegrees(HornRow row, float * values) {
+    horn(row, values, [](double tangent) ZMT_INLINE { return arcTangent(tangent); });
+}
+
+ZMT_EACH_PROCESSOR void hornPercent(HornRow row, float * values) {
+    horn(row, values, [](double tangent) ZMT_INLINE { return 100.0 * tangent; });
 }
 
 } // namespace
