@@ -141,6 +141,20 @@ TEST(RasterWriter, NothingIsThereBeforeItIsComplete) {
     EXPECT_TRUE(std::filesystem::is_empty(folder.file("")));
 }
 
+/// Deflated it may stay small, or not: the width of the offsets in a file is set when it is begun.
+TEST(RasterWriter, LargeFilesHaveRoomForMoreThanFourGiB) {
+    const TestDirectory folder;
+    for (const auto & [cells, version] : {std::pair{300U, 42}, {33000U, 43}}) {
+        RasterWriter::Layout how = layout(RasterWriter::P_Numbers);
+        how.grid.cellsX = how.grid.cellsY = cells;
+        RasterWriter::open(folder.file("n.tif"), how)->commit(); // tiles that were not put are equal
+        std::ifstream file(folder.file("n.tif"), std::ios::binary);
+        char head[4] = {};
+        file.read(head, sizeof head);
+        EXPECT_EQ(version, head[2]) << cells;
+    }
+}
+
 TEST(RasterWriter, WhatCannotBeIsRefused) {
     const TestDirectory folder;
     EXPECT_THROW(RasterWriter::open(folder.file("n.png"), layout(RasterWriter::P_Numbers)), NBX::IOException);

@@ -94,6 +94,12 @@ TEST(MorphologicalParameters, GroundWithinTheToleranceIsLevel) {
     EXPECT_EQ(strict->coefficientY()->value(4U, 4U), level->coefficientY()->value(4U, 4U));
 }
 
+TEST(MorphologicalParameters, TheToleranceItselfIsLevel) {
+    const auto heights = raster(3, 3, [](unsigned x, unsigned) { return 10.0 * x; });
+    EXPECT_EQ(45.0, parametersOf(*heights)->slope()->value(1U, 1U));
+    EXPECT_EQ(0.0, parametersOf(*heights, 1.0F, 3, 45.0F)->slope()->value(1U, 1U));
+}
+
 TEST(MorphologicalParameters, ARasterSmallerThanTheWindowHasNone) {
     const auto found = parametersOf(*raster(4, 4, ramp), 1.0F, 5);
     for (unsigned i = 0; i < 16; ++i)
