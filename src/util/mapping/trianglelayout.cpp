@@ -32,7 +32,8 @@ TriangleLayout::TriangleLayout(const std::array<Vector, 3> & p, double texelsPer
     const Vector foot = p[i] + a * s;
     coordinates[i] = Vector(0.0, 0.0, 0.0);
     coordinates[j] = Vector(1.0, 0.0, 0.0);
-    coordinates[k] = Vector(s >= 0.0 && s <= 1.0 ? s : 0.0, 1.0, 0.0);
+    // Roundings and what is not finite stay on the base.
+    coordinates[k] = Vector(s > 0.0 ? std::min(s, 1.0) : 0.0, 1.0, 0.0);
 
     constexpr int margins = 2 * s_margin;
     const int inner = std::max(maxSize, margins) - margins;

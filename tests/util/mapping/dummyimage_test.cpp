@@ -10,27 +10,27 @@ using NBX::SO;
 using ZMT::UTIL::DummyImage;
 
 TEST(DummyImage, AllShareOneBlockThatGoesWithTheLastOne) {
-    SO<const DummyImage> narrow(new DummyImage(2, 5)), other(new DummyImage(2, 9));
+    SO<const DummyImage> narrow(new DummyImage(2, 5)), other(new DummyImage(2, 9)), wide;
     EXPECT_EQ(0u, DummyImage::scratchBytes());
     const void * line = narrow->lineComponents(0);
     EXPECT_NE(nullptr, line);
     EXPECT_EQ(line, narrow->lineComponents(4));
     EXPECT_EQ(line, other->lineComponents(8));
-    const SO<const DummyImage> wide(new DummyImage(100, 1));
+    wide = new DummyImage(100, 1);
     EXPECT_NE(nullptr, wide->lineComponents(0));
     EXPECT_EQ(400u, DummyImage::scratchBytes());
-    narrow = nullptr;
+    EXPECT_NE(nullptr, narrow->lineComponents(0));
+    narrow = wide = nullptr;
     EXPECT_EQ(400u, DummyImage::scratchBytes());
-}
-
-TEST(DummyImage, NothingIsLeftWithoutImages) {
+    other = nullptr;
     EXPECT_EQ(0u, DummyImage::scratchBytes());
 }
 
 TEST(DummyImage, PlacesOutsideAreReported) {
     RecordedReports reports;
     const SO<const DummyImage> image(new DummyImage(3, 2));
-    EXPECT_NE(nullptr, image->pixelComponents(2, 1, 3));
+    EXPECT_EQ(static_cast<const unsigned char *>(image->lineComponents(1)) + 11,
+              image->pixelComponents(2, 1, 3));
     EXPECT_TRUE(reports.empty()) << reports;
     EXPECT_EQ(nullptr, image->lineComponents(2));
     EXPECT_EQ(1u, reports.count(0, L"((0) <= (y)) && ((y) < (m_height))", L"range error: [0, 2), 2"));

@@ -71,6 +71,18 @@ TEST(TriangleLayout, WithoutAreaOrNotFinite) {
         }
 }
 
+/// Where its place is computed a rounding beyond the base, too.
+TEST(TriangleLayout, AThirdCornerBesideAnEndStaysThere) {
+    std::mt19937 random(6);
+    std::uniform_real_distribution<double> place(-100.0, 100.0), little(-3e-14, 3e-14);
+    const auto vector = [&random](auto & range) { return V(range(random), range(random), range(random)); };
+    for (int i = 0; i < 20000; ++i) {
+        const V end = vector(place);
+        const TriangleLayout layout({vector(place), end, end + vector(little)}, 1.0, 1024);
+        ASSERT_NEAR(layout.coordinates[1].x, layout.coordinates[2].x, 1e-9) << i;
+    }
+}
+
 TEST(TriangleLayout, TheThirdCornerLiesAboveTheBase) {
     std::mt19937 random(5);
     std::uniform_real_distribution<double> place(-100.0, 100.0);

@@ -123,6 +123,28 @@ TEST(UniqueTextureMapping, NoTwoTrianglesShareATexelAndAllAreThere) {
         EXPECT_EQ(number++, x);
 }
 
+/// Each triangle has its own coordinates, and not those of another one of the same rectangle.
+TEST(UniqueTextureMapping, TheLongestEdgeOfEachTriangleIsItsBase) {
+    const auto result = Mapping::create(sequence({manyTriangles(60)}), 0.01, 512); // of 20 by 20 texels each
+    unsigned triangles = 0;
+    for (const SO<PolygonSet> & mesh : *result.meshes)
+        for (unsigned t = 0; t < mesh->newVertexIterator()->size(); t += 3, ++triangles) {
+            unsigned longest = 0;
+            const auto length = [&](unsigned i) {
+                return (mesh->newVertexIterator()->get(t + (i + 1) % 3) -
+                        mesh->newVertexIterator()->get(t + i))
+                    .length();
+            };
+            for (unsigned i = 1; i < 3; ++i)
+                if (length(i) > length(longest)) longest = i;
+            const V along = mesh->newTextureIterator(0)->get(t + (longest + 1) % 3) -
+                            mesh->newTextureIterator(0)->get(t + longest);
+            EXPECT_NEAR(0.0, std::min(std::abs(along.x), std::abs(along.y)), 1e-12) << t;
+            EXPECT_GT(along.length(), 0.01) << t;
+        }
+    EXPECT_EQ(60u, triangles);
+}
+
 TEST(UniqueTextureMapping, AttributesFollowTheirTriangles) {
     const auto mesh = manyTriangles(40);
     const auto vertices = mesh->newVertexIterator();
