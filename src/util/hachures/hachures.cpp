@@ -68,6 +68,7 @@ public:
 
     int width() const override { return brush_->width(); }
     NBX::SO<Image> createMask(unsigned spacingFactor) const override {
+        // Of a brush that is higher than wide, too, the longer edge is that of the outer circle.
         const double a = double(brush_->width()) * spacingFactor,
                      b = double(brush_->height()) * spacingFactor;
         return Brush::createRound(std::max(a, b), std::min(a, b));

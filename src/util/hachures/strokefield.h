@@ -11,8 +11,8 @@ class MorphologicalParameters;
 
 namespace ZMT::UTIL {
 
-/// What strokes go by, between the cells of a raster. Positions are pixels of a picture whose corner pixels
-/// lie on the corner cells.
+/// What strokes go by, between the cells of a raster, in floats: heights that are the same as floats are the
+/// same here. Positions are pixels of a picture whose corner pixels lie on the corner cells.
 class StrokeField {
 public:
     struct Sample {

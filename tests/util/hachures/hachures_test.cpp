@@ -118,20 +118,26 @@ TEST(Hachures, AreThoseOfThePlainSteps) {
     all[5].minNSteps = 1;
     all[5].maxNSteps = 3;
     all[5].fullLength = true;
-    const SO<NBX::Image> brushes[] = {ZMT::UTIL::Brush::createRound(3.0, 1.0),
-                                      ZMT::UTIL::Brush::createRound(4.2, 2.0)};
+    const auto belowTheSea = raster(64, 48, [](double x, double y) {
+        const double height = hills(x, y);
+        return height == s_noData ? height : height - 210.0;
+    });
+    const SO<NBX::Image> brushes[] = {
+        ZMT::UTIL::Brush::createRound(3.0, 1.0), ZMT::UTIL::Brush::createRound(4.2, 2.0),
+        new NBX::MemoryImage(3, 2, NBX::LS_Luminance)}; // black, wider than high
     unsigned ink = 0;
     for (const Settings & settings : all)
         for (const auto & [width, height] : {std::pair{64U, 48U}, {190U, 200U}, {41U, 30U}})
             for (const SO<NBX::Image> & brush : brushes) {
-                PlainHachures plain(*heights, width, height, settings, brush);
+                const auto & under = width == 41U ? belowTheSea : heights;
+                PlainHachures plain(*under, width, height, settings, brush);
                 const SO<NBX::Image> expected = plain.draw();
-                const SO<GeoImage> found = draw(heights, width, height, brush, settings);
+                const SO<GeoImage> found = draw(under, width, height, brush, settings);
                 ASSERT_TRUE(found);
                 expectSamePicture(*expected, *found);
                 ink += dark(*expected);
             }
-    EXPECT_GT(ink, 36U * 500U);
+    EXPECT_GT(ink, 54U * 500U);
 }
 
 TEST(Hachures, TheRoundBrushIsOneAmongBrushes) {
@@ -147,6 +153,21 @@ TEST(Hachures, TheRoundBrushIsOneAmongBrushes) {
     const HachureDrawing again = Hachures::draw(heights.get(), 128, 96, 4.0, 2.0, same);
     expectSamePicture(*again.image, *found);
     EXPECT_GT(again.strokes.size(), 20U);
+}
+
+/// The edges of the mask change places, since its outer circle is not the smaller one.
+TEST(Hachures, BrushesHigherThanWideHaveAMaskToo) {
+    const RecordedReports reports;
+    const auto heights = raster(64, 48, hills);
+    Settings settings;
+    settings.fullLength = true;
+    const SO<NBX::Image> high(new NBX::MemoryImage(1, 4, NBX::LS_Luminance)),
+        wide(new NBX::MemoryImage(4, 1, NBX::LS_Luminance));
+    const auto ofHigh = Hachures::drawWithBrush(heights.get(), 128, 96, high, settings),
+               ofWide = Hachures::drawWithBrush(heights.get(), 128, 96, wide, settings);
+    EXPECT_GT(ofHigh.strokes.size(), 20U);
+    EXPECT_EQ(ofWide.strokes.size(), ofHigh.strokes.size());
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST(Hachures, ThePictureLiesOnTheRaster) {
@@ -232,6 +253,31 @@ TEST(Hachures, AFlatRasterIsWhite) {
         settings.minNSteps = 1;
         EXPECT_TRUE(isWhite(*draw(flat, 60, 60, pixelBrush(), settings)));
     }
+}
+
+/// On ground that falls by a cell's size a cell, whose strokes go from cell to cell.
+TEST(Hachures, BoundsOfSlopesAndCurvaturesAreNoPartOfThem) {
+    const auto isEmpty = [](const SO<Raster> & heights, double minSlope, double minCurvature,
+                            double maxCurvature) {
+        Settings settings = oneStroke();
+        settings.seedStep = 1;
+        settings.minSlope = minSlope;
+        settings.minCurvature = minCurvature;
+        settings.maxCurvature = maxCurvature;
+        return isWhite(*draw(heights, 13, 13, pixelBrush(), settings));
+    };
+    const auto slope = raster(13, 13, [](double, double y) { return 10.0 * y; });
+    EXPECT_TRUE(isEmpty(slope, 45.0, -s_infinity, s_infinity));
+    EXPECT_FALSE(isEmpty(slope, std::nextafter(45.0, 0.0), -s_infinity, s_infinity));
+    // Nowhere are a ridge and a gully more curved than in the middle: by 2 * 0.25 / 100 for each map unit.
+    const auto bent = [](double by) {
+        return raster(13, 13, [by](double x, double y) { return 10.0 * y + by * (x - 6.0) * (x - 6.0); });
+    };
+    const auto most = double(0.005F), less = std::nextafter(most, 0.0);
+    EXPECT_TRUE(isEmpty(bent(-0.25), 0.0, most, s_infinity));
+    EXPECT_FALSE(isEmpty(bent(-0.25), 0.0, less, s_infinity));
+    EXPECT_TRUE(isEmpty(bent(0.25), 0.0, -s_infinity, -most));
+    EXPECT_FALSE(isEmpty(bent(0.25), 0.0, -s_infinity, -less));
 }
 
 TEST(Hachures, TheLastRowAndColumnBeginNoStroke) {
@@ -364,6 +410,7 @@ TEST(DependentHachures, AreThickWhereTheReferenceIsBlack) {
     for (const auto & [value, ink] : {std::pair{-50.0, 6.0},
                                       {0.0, 6.0},
                                       {12.0, 6.0},
+                                      {12.5, 6.0},
                                       {13.0, 5.0},
                                       {37.0, 5.0},
                                       {38.0, 4.0},
@@ -376,6 +423,30 @@ TEST(DependentHachures, AreThickWhereTheReferenceIsBlack) {
         EXPECT_NEAR(ink, inkFor(value), 0.25) << value;
     EXPECT_NEAR(2.0, inkFor(0.0, 7, 100.0, 0.0), 0.25) << "black may be the greater one";
     EXPECT_NEAR(4.0, inkFor(100.0, 5, 100.0, 0.0), 0.25);
+}
+
+TEST(DependentHachures, AreThoseOfThePlainSteps) {
+    const auto heights = raster(64, 48, hills);
+    // Of other cells, with a hole, below black and above white at some places.
+    SO<Raster> reference(new Raster(22, 48, 5000.0, 7000.0, 30.0, 10.0, true, s_noData));
+    for (unsigned y = 0; y < 48; ++y)
+        for (unsigned x = 0; x < 22; ++x)
+            reference->setValue(x, y, x > 17 && y < 9 ? s_noData : float(60.0 * std::sin(0.4 * x + 0.2 * y)));
+    for (const bool fullLength : {false, true}) {
+        Settings s;
+        s.fullLength = fullLength;
+        s.heightInterval = 90.0;
+        s.spacingFactor = fullLength ? 2 : 1;
+        const SO<NBX::Image> expected =
+            PlainHachures(*heights, 210, 170, s, *reference, 7, 50.0, -40.0).draw();
+        const SO<GeoImage> found(Hachures::createDependentHachures(
+            heights.get(), 210, 170, reference.get(), 7, 50.0, -40.0, s.scaling, s.windowSize, s.tolerance,
+            s.minSlope, s.minCurvature, s.maxCurvature, s.baseHeight, s.heightInterval, s.fullLength,
+            s.overlapping, s.spacingFactor, s.seedStep, s.minNSteps, s.maxNSteps));
+        ASSERT_TRUE(found);
+        expectSamePicture(*expected, *found);
+        EXPECT_GT(dark(*found), 3000U);
+    }
 }
 
 TEST(DependentHachures, WidthsChangeAlongTheStroke) {
@@ -483,6 +554,14 @@ TEST(Hachures, CancelledAreNone) {
     const HachureDrawing drawing = Hachures::draw(heights.get(), 64, 48, 3.0, 1.0, {});
     EXPECT_FALSE(drawing.image);
     EXPECT_TRUE(drawing.strokes.empty());
+    EXPECT_EQ(display.titles, std::vector<std::string>{"Precomputing Hachures"});
+}
+
+TEST(Hachures, CancelledAmongTheStrokesAreNone) {
+    const CancelingDisplay display(1);
+    EXPECT_FALSE(Hachures::draw(raster(64, 48, hills).get(), 64, 48, 3.0, 1.0, {}).image);
+    EXPECT_EQ(display.titles, (std::vector<std::string>{"Precomputing Hachures", "Computing Hachures"}));
+    EXPECT_EQ(display.totals.back(), 64.0 * 48.0) << "seeds";
 }
 
 TEST(Hachures, RastersOfFewCellsAreWhite) {

@@ -18,11 +18,20 @@ public:
     using Settings = ZMT::UTIL::HachureSettings;
     PlainHachures(const Raster & heights, unsigned columns, unsigned lines, const Settings & how,
                   const NBX::SO<NBX::Image> & with)
-        : raster(heights), width(columns), height(lines), settings(how), brush(with) {}
+        : raster(heights), width(columns), height(lines), settings(how), brushes{with} {}
+    /// With brushes by the values of another raster.
+    PlainHachures(const Raster & heights, unsigned columns, unsigned lines, const Settings & how,
+                  const Raster & by, unsigned maxStrokeSize, double blackValue, double whiteValue)
+        : raster(heights), width(columns), height(lines), settings(how), reference(&by), black(blackValue),
+          white(whiteValue) {
+        for (unsigned s = 3; s <= maxStrokeSize; ++s)
+            brushes.push_back(ZMT::UTIL::Brush::createRound(s, s - 2));
+    }
 
     NBX::SO<NBX::Image> draw() {
-        picture = white();
-        mask = white();
+        picture = whiteImage();
+        mask = whiteImage();
+        const NBX::SO<NBX::Image> brush = brushes.back();
         NBX::SO<NBX::Image> maskBrush;
         if (!settings.overlapping)
             maskBrush = ZMT::UTIL::Brush::createRound(brush->width() * settings.spacingFactor,
@@ -46,7 +55,7 @@ private:
         int x, y;
     };
 
-    NBX::SO<NBX::Image> white() const {
+    NBX::SO<NBX::Image> whiteImage() const {
         NBX::SO<NBX::Image> image(new NBX::MemoryImage(int(width), int(height), NBX::LS_Luminance));
         for (unsigned y = 0; y < height; ++y)
             std::memset(image->lineComponentsU8(int(y)), 255, width);
@@ -94,6 +103,20 @@ private:
         return points;
     }
 
+    const NBX::Image & brushAt(Pixel point) const {
+        if (!reference) return *brushes[0];
+        const double value =
+            reference->value(raster.minX() + (raster.maxX() - raster.minX()) / (width - 1.0) * point.x,
+                             raster.minY() + (raster.maxY() - raster.minY()) / (height - 1.0) * point.y);
+        const double t = (value - black) / (white - black);
+        if (reference->isUndefValue(value) || t > 1.0) return *brushes.front();
+        if (t < 0.0) return *brushes.back();
+        const int count = int(brushes.size());
+        int k = int(std::floor(t * (count - 1)));
+        if (t * (count - 1) - k > 0.5) ++k;
+        return *brushes[std::size_t(count - 1 - k)];
+    }
+
     void drawFrom(Pixel seed, const NBX::SO<NBX::Image> & maskBrush) {
         double x = seed.x * (width - 1.0) / (raster.cellsX() - 1.0);
         double y = seed.y * (height - 1.0) / (raster.cellsY() - 1.0);
@@ -104,10 +127,11 @@ private:
             points.push_back(first[i]);
         points.insert(points.end(), second.begin(), second.end());
         if (points.size() < settings.minNSteps) return;
-        const int end =
-            settings.fullLength ? int(points.size()) : int(points.size()) - brush->width() / 2 - 1;
-        for (int i = settings.fullLength ? 0 : brush->width() / 2 + 1; i < end; ++i)
-            ZMT::UTIL::Brush::stamp(*brush, points[std::size_t(i)].x, points[std::size_t(i)].y, *picture);
+        const int cut = settings.fullLength ? 0 : brushes.back()->width() / 2 + 1;
+        for (int i = cut; i < int(points.size()) - cut; ++i) {
+            const Pixel point = points[std::size_t(i)];
+            ZMT::UTIL::Brush::stamp(brushAt(point), point.x, point.y, *picture);
+        }
         if (settings.overlapping) return;
         for (const Pixel & point : points)
             ZMT::UTIL::Brush::stamp(*maskBrush, point.x, point.y, *mask);
@@ -116,7 +140,9 @@ private:
     const Raster & raster;
     unsigned width, height;
     Settings settings;
-    NBX::SO<NBX::Image> brush;
+    std::vector<NBX::SO<NBX::Image>> brushes; ///< the thickest one last
+    const Raster * reference = nullptr;
+    double black = 0.0, white = 0.0;
     NBX::SO<NBX::Image> picture, mask;
     NBX::SO<ZMT::RASTER::MorphologicalParameters> parameters;
     double ratio = 1.0;
