@@ -8,7 +8,8 @@ namespace ZMT::UTIL {
 
 namespace {
 
-/// Of the diagonal: how far away the eye stands, and how deep the view volume is, with the box in its middle.
+/// Of the diagonal: how far away the eye stands, and how deep the view volume is, with the box in its middle:
+/// one that began at the eye would end before the box.
 constexpr double s_eyeDistance = 4.0, s_depth = 3.0;
 /// Of the diagonal: the least width of the picture of a box that is seen edge on.
 constexpr double s_leastWidth = 1e-6;

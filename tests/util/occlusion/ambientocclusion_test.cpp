@@ -20,6 +20,8 @@
 
 #include "support/cancelingdisplay.h"
 #include "support/glfixture.h"
+#include "support/slotorder.h"
+#include "util/occlusion/ambientocclusionshaders.h"
 #include "util/occlusion/aoimpl.h"
 
 namespace {
@@ -103,6 +105,16 @@ TEST_F(AmbientOcclusionTest, Settings) {
     EXPECT_EQ(1024, AmbientOcclusion::getIdBufferSize());
     EXPECT_EQ(1024, AmbientOcclusion::getMaxAtlasSize());
     EXPECT_EQ(2, AmbientOcclusion::getTextureBorderWidth());
+}
+
+TEST_F(AmbientOcclusionTest, RenderersTakeTerrainsThenMeshes) {
+    using Progress = NBX::Progress;
+    EXPECT_TRUE(inSlotOrder(
+        &NBX::SharedObj::isRegisteredForSerialization,
+        static_cast<SO<NBX::Image> (AOImpl::*)(const AOImpl::TerrainStep &, const LightList &, Progress *)>(
+            &AOImpl::render),
+        static_cast<SO<NBX::Image> (AOImpl::*)(const AOImpl::MeshStep &, const LightList &, Progress *)>(
+            &AOImpl::render)));
 }
 
 TEST_F(AmbientOcclusionTest, ARoofShadesWhatLiesBelowIt) {
@@ -195,6 +207,9 @@ TEST_F(AmbientOcclusionTest, CancellingGivesNull) {
     EXPECT_FALSE(
         AmbientOcclusion::createLightingTextures(sequence({square({0, 0, 0}, 9)}), 1.0, canvas, sky(3))
             .meshes);
+    EXPECT_EQ((std::vector<std::string>{"Calculate lighting", "Preparing lighting", "Calculate lighting"}),
+              display.titles);
+    EXPECT_EQ(3.0, display.totals.back()) << "directions";
 }
 
 TEST_F(AmbientOcclusionTest, TexturesOfMeshesHaveTheLightOfTheirTriangles) {
@@ -266,6 +281,23 @@ TEST_F(AmbientOcclusionTest, TheBoostProgramStretchesTheLight) {
     EXPECT_NEAR(255 * texturedFactor, colored[0], 1.5);
     EXPECT_NEAR(127 * texturedFactor, colored[1], 1.5);
     EXPECT_EQ(0, colored[2]);
+}
+
+TEST_F(AmbientOcclusionTest, TheBlendingProgramStretchesTheLightByHalf) {
+    const auto texture = [](float r, float g, float b) {
+        const SO<NBX::MemoryImage> image(new NBX::MemoryImage(1, 1, NBX::LS_RGB));
+        image->setColor(0, 0, NBX::Color(r, g, b, 1.0F));
+        return new NBX::ImageTexture2DGL(image);
+    };
+    const SO<NBX::SceneThing> scene(new NBX::SceneThing);
+    scene->append(new NBX::TextureUnitSettingGL(0, texture(0.4F, 0.6F, 1.0F)));
+    scene->append(new NBX::TextureUnitSettingGL(1, texture(1.0F, 0.5F, 0.2F)));
+    scene->append(ZMT::UTIL::AmbientOcclusionShaders::getLightingTextureBlendingProgram().get());
+    scene->append(square({0, 0, 0}, 64).get());
+    const auto found = seen(scene, 10, 10);
+    EXPECT_NEAR(255 * 0.6, found[0], 1.5);
+    EXPECT_NEAR(255 * 0.45, found[1], 1.5);
+    EXPECT_NEAR(255 * 0.3, found[2], 1.5);
 }
 
 TEST_F(AmbientOcclusionTest, ASceneIsShownInItsLight) {

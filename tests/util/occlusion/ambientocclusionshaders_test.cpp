@@ -57,7 +57,9 @@ TEST_F(AmbientOcclusionShadersTest, TheBoostProgramBeginsWithItsTwoConstants) {
 
 TEST_F(AmbientOcclusionShadersTest, TextsAreReadFromFilesWhereThatIsWanted) {
     EXPECT_FALSE(AmbientOcclusionShaders::readsFiles());
-    std::ofstream("fragmentshader.glsl") << "void main() { gl_FragColor = vec4(0.25, 0.5, 0.75, 1.0); }\n";
+    std::ofstream("fragmentshader.glsl") << "uniform vec3 intensityPerLightDir;\nuniform float texelDelta;\n"
+                                            "void main() { gl_FragColor = vec4(0.25 * "
+                                            "intensityPerLightDir.x, 4.0 * texelDelta, 0.75, 1.0); }\n";
     std::ofstream("vertexshader.glsl")
         << "void main() { gl_Position = vec4(gl_MultiTexCoord0.xy * 2.0 - 1.0, 0.0, 1.0); }\n";
     AmbientOcclusionShaders::setReadsFiles(true);

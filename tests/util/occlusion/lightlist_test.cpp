@@ -143,6 +143,9 @@ TEST(LightList, WithoutDirectionsThereIsNothingToScale) {
     c.numSkyDirections = 2;
     c.skyColor = NBX::Color::black;
     EXPECT_EQ(0.0, lengths(LightList::combined(c)));
+    // And what is nearly black is not made bright.
+    c.skyColor = NBX::Color(1e-12F, 0.0F, 0.0F, 1.0F);
+    EXPECT_NEAR(3.0 * 2e-12, lengths(LightList::combined(c)), 1e-18);
 }
 
 TEST(LightList, TheSunsWeightsFallWithTheDistanceFromItsDirection) {

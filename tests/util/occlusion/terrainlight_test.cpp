@@ -14,6 +14,7 @@
 
 #include "comparedlight.h"
 #include "raylight.h"
+#include "support/cancelingdisplay.h"
 #include "support/glfixture.h"
 #include "support/testterrain.h"
 #include "util/occlusion/aoimpl.h"
@@ -297,6 +298,27 @@ TEST_F(TerrainLightTest, ATextureShowsThePartAskedFor) {
     EXPECT_NEAR(pixel(flat, 8, 8)[0], pixel(all, 14, 14)[0], 25);
     EXPECT_EQ(255, pixel(all, 4, 4)[3]);
     EXPECT_EQ((std::array<int, 4>{0, 0, 0, 0}), pixel(beyond, 8, 8));
+}
+
+TEST_F(TerrainLightTest, FurtherCastersShadeATextureAndStayAsTheyAre) {
+    build(9, 10.0, [](unsigned, unsigned) { return 0.0; });
+    AmbientOcclusion::setIdBufferSize(16);
+    const auto roof = box({0, 20, 0}, {40, 30, 80});
+    const SO<PolygonSet::Colors> colors(
+        new NBX::Array<NBX::Color>(std::vector<NBX::Color>(8, NBX::Color::red)));
+    roof->setColorIterator(colors);
+    Configuration c;
+    c.numSkyDirections = 0;
+    c.extraDirections = new NBX::Array<V>(std::vector<V>{{0, 1, 0}});
+    c.extraColors = new NBX::Array<V>(std::vector<V>{{1, 1, 1}});
+    const CancelingDisplay display(1);
+    const auto image = AmbientOcclusion::createTerrainTexture(terrain, roof, canvas, NBX::Bounds(), c);
+    AmbientOcclusion::setIdBufferSize(1024);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(0, pixel(image, 4, 8)[0]);
+    EXPECT_EQ(255, pixel(image, 12, 8)[0]);
+    EXPECT_EQ(colors.get(), roof->newColorIterator().get());
+    EXPECT_EQ(std::vector<std::string>{"Calculating terrain lighting"}, display.titles);
 }
 
 TEST_F(TerrainLightTest, WithoutDirectionsTheTextureIsBlack) {
