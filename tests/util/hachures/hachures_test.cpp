@@ -127,7 +127,7 @@ TEST(Hachures, AreThoseOfThePlainSteps) {
         new NBX::MemoryImage(3, 2, NBX::LS_Luminance)}; // black, wider than high
     unsigned ink = 0;
     for (const Settings & settings : all)
-        for (const auto & [width, height] : {std::pair{64U, 48U}, {190U, 200U}, {41U, 30U}})
+        for (const auto & [width, height] : {std::pair{64U, 48U}, {190U, 200U}, {41U, 30U}, {9U, 8U}})
             for (const SO<NBX::Image> & brush : brushes) {
                 const auto & under = width == 41U ? belowTheSea : heights;
                 PlainHachures plain(*under, width, height, settings, brush);

@@ -25,7 +25,7 @@ StrokeField fieldOf(const Raster & raster, unsigned width, unsigned height) {
 }
 
 TEST(StrokeField, CellsAreInTheOrderOfTheirHeightsAndThenOfTheirRows) {
-    const auto raster = rasterOf(4, {2.0F, -3.0F, s_hole, 0.0F, -0.0F, 7.0F, 2.0F, -400.0F});
+    const auto raster = rasterOf(4, {2.0F, -3.0F, s_hole, -0.0F, 0.0F, 7.0F, 2.0F, -400.0F});
     EXPECT_EQ((std::vector<std::uint32_t>{5, 0, 6, 3, 4, 1, 7, 2}), fieldOf(*raster, 8, 8).cellsByHeight());
 }
 

@@ -41,6 +41,9 @@ TEST(DummyImage, PlacesOutsideAreReported) {
     EXPECT_EQ(1u, reports.count(0, L"((0) <= (component)) && ((component) < (numberOfLayers()))",
                                 L"range error: [0, 4), 4"));
     EXPECT_EQ(3u, reports.size());
+    EXPECT_FALSE(image->pixelComponents(3, 0) || image->pixelComponents(0, 2) ||
+                 image->pixelComponents(0, 0, 4));
+    reports.clear();
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include <nbx/analysis/scenegraphanalyzer.h>
 #include <nbx/container/sequence/array.h>
 #include <nbx/gl/program/programobject.h>
 #include <nbx/gl/state/colorbuffergl.h>
@@ -10,6 +11,7 @@
 #include <nbx/image/memoryimage.h>
 #include <nbx/object/progress.h>
 #include <nbx/scene/attribute/colorattribute.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <nbx/scene/view/camera.h>
 #include <nbx/scene/view/lookat.h>
@@ -130,6 +132,14 @@ TEST_F(AmbientOcclusionTest, ARoofShadesWhatLiesBelowIt) {
     // What lies below the ground throws no shadow on it.
     EXPECT_EQ(255, pixel(fromAbove(square({0, 0, 0}, 64), square({16, -10, 32}, 16)), 24, 40)[0]);
     EXPECT_EQ(255, pixel(fromAbove(square({0, 0, 0}, 64), nullptr), 24, 40)[0]);
+    // Far above it throws the same.
+    EXPECT_EQ(0, pixel(fromAbove(square({0, 0, 0}, 64), square({16, 900, 32}, 16)), 24, 40)[0]);
+}
+
+TEST_F(AmbientOcclusionTest, ADirectionWithoutLengthBringsNoLight) {
+    const auto image = AmbientOcclusion::createLightingTexture(
+        square({0, 0, 0}, 64), nullptr, canvas, new NBX::Array<V>(std::vector<V>{{0, 0, 1}, {0, 0, 0}}));
+    EXPECT_NEAR(127.5, pixel(image, 20, 20)[0], 1.0);
 }
 
 TEST_F(AmbientOcclusionTest, OnlyTheSideFromWhichATriangleIsSeenIsLit) {
@@ -204,12 +214,12 @@ TEST_F(AmbientOcclusionTest, WithoutHardwareOrCanvasThereIsNoResult) {
 TEST_F(AmbientOcclusionTest, CancellingGivesNull) {
     const CancelingDisplay display;
     EXPECT_FALSE(fromAbove(square({0, 0, 0}, 64), nullptr));
-    EXPECT_FALSE(
-        AmbientOcclusion::createLightingTextures(sequence({square({0, 0, 0}, 9)}), 1.0, canvas, sky(3))
-            .meshes);
+    EXPECT_FALSE(AmbientOcclusion::createLightingTextures(
+                     sequence({square({0, 0, 0}, 40), square({0, 9, 0}, 40)}), 1.0, canvas, sky(3))
+                     .meshes);
     EXPECT_EQ((std::vector<std::string>{"Calculate lighting", "Preparing lighting", "Calculate lighting"}),
               display.titles);
-    EXPECT_EQ(3.0, display.totals.back()) << "directions";
+    EXPECT_EQ(6.0, display.totals.back()) << "directions for two atlases";
 }
 
 TEST_F(AmbientOcclusionTest, TexturesOfMeshesHaveTheLightOfTheirTriangles) {
@@ -335,6 +345,43 @@ TEST_F(AmbientOcclusionTest, TexturesAndWhatIsTranslucentKeepTheirLook) {
     // Below the glass it is dark, the glass itself is lit, and blended half and half.
     EXPECT_NEAR(0.5 * 0.8 * 0.75 * 255, seen(lit, 10, 10)[0], 2.0);
     EXPECT_NEAR(0.0, seen(lit, 10, 10)[1], 2.0);
+}
+
+/// First what can nearly not be seen, with blending, then the rest.
+TEST_F(AmbientOcclusionTest, WhatIsTranslucentIsDrawnTwice) {
+    const SO<NBX::SceneThing> scene(new NBX::SceneThing);
+    scene->append(new NBX::ColorAttribute(NBX::Color(0.8F, 0.0F, 0.0F, 0.9F)));
+    scene->append(square({0, 0, 0}, 64).get());
+    const auto lit = AmbientOcclusion::applyAmbientOcclusion(scene, zenith(0.5), 1.0);
+    EXPECT_NEAR(0.8 * 0.75 * 255, seen(lit, 50, 10)[0], 2.0) << "not blended with what lies behind";
+    const auto found =
+        NBX::SceneGraphAnalyzer::findObjects(NBX::ColorBufferGL::ClassNameNBX(), lit.get(), false);
+    ASSERT_EQ(3u, found->size());
+    const auto state = [&](unsigned i) { return NBX::soCast<NBX::ColorBufferGL>(found->get(i)->object()); };
+    EXPECT_TRUE(state(0)->blending().enabled);
+    EXPECT_EQ(unsigned(GL_SRC_ALPHA), state(0)->blending().source);
+    EXPECT_EQ(unsigned(GL_ONE_MINUS_SRC_ALPHA), state(0)->blending().target);
+    for (const auto & [i, function] : {std::pair{1u, GL_LEQUAL}, {2u, GL_GREATER}}) {
+        EXPECT_TRUE(state(i)->alphaTest().enabled);
+        EXPECT_EQ(unsigned(function), state(i)->alphaTest().function);
+        EXPECT_EQ(0.8, state(i)->alphaTest().reference);
+    }
+}
+
+TEST_F(AmbientOcclusionTest, ColoursOfVerticesStayAndLampsAddNothing) {
+    const SO<PolygonSet> ground = square({0, 0, 0}, 64);
+    ground->setColorIterator(
+        new NBX::Array<NBX::Color>(std::vector<NBX::Color>(6, NBX::Color(0.8F, 0.4F, 0.0F, 1.0F))));
+    ground->setNormalIterator(new NBX::Array<V>(std::vector<V>(6, V(0, 1, 0))));
+    const SO<NBX::SceneThing> scene(new NBX::SceneThing), inLamplight(new NBX::SceneThing);
+    scene->append(ground.get());
+    inLamplight->append(new NBX::DistantLight(V(0, 1, 0), NBX::Color::white, 0.25));
+    inLamplight->append(AmbientOcclusion::applyAmbientOcclusion(scene, zenith(0.5), 1.0).get());
+    EXPECT_NEAR(0.8 * 0.75 * 255, seen(inLamplight, 50, 10)[0], 2.0);
+    EXPECT_NEAR(0.4 * 0.75 * 255, seen(inLamplight, 50, 10)[1], 2.0);
+    const auto found =
+        NBX::SceneGraphAnalyzer::findObjects(PolygonSet::ClassNameNBX(), inLamplight.get(), false);
+    EXPECT_TRUE(NBX::soCast<PolygonSet>(found->get(0)->object())->newNormalIterator());
 }
 
 TEST_F(AmbientOcclusionTest, WithoutACanvasATemporaryOneIsMade) {

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <random>
 
+#include "support/recordedreports.h"
+
 namespace {
 
 using NBX::Bounds;
@@ -44,6 +46,7 @@ TEST(LightCamera, WhatIsLitFillsThePictureAndCastersLieInFrontOfIt) {
 }
 
 TEST(LightCamera, ABoxWithoutExtentOrSeenEdgeOnHasAPicture) {
+    const RecordedReports reports;
     for (const Bounds & lit : {Bounds(V(5, 5, 5)), Bounds(V(0, 0, 0), V(9, 0, 9))})
         for (const V & direction : {V(0, 1, 0), V(1, 0, 0), V(0, 0, -1)}) {
             const LightCamera camera(lit, Bounds(), direction);
@@ -52,6 +55,7 @@ TEST(LightCamera, ABoxWithoutExtentOrSeenEdgeOnHasAPicture) {
             EXPECT_NEAR(0.0, p.y, 1e-6);
             EXPECT_NEAR(0.0, p.z, 1e-6);
         }
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST(LightCamera, HoldsForTheWholeCanvasAndFillsIt) {

@@ -122,6 +122,10 @@ TEST(LightList, AllColoursTogetherHaveTheIntensity) {
     EXPECT_EQ(list.colors[250], list.colors[549]);
     EXPECT_EQ(V(0, 1, 0), list.directions[550]);
     EXPECT_NEAR(5.0 / list.colors[550].x, std::sqrt(3.0) / list.colors[300].length(), 1e-9);
+    double sun = 0.0;
+    for (std::size_t i = 0; i < 250; ++i)
+        sun += list.colors[i].x;
+    EXPECT_NEAR(c.sunPower, sun / list.colors[300].x, 1e-9) << "directions of the sky";
 }
 
 TEST(LightList, ExtraDirectionsNeedAColourEach) {
@@ -182,6 +186,14 @@ TEST(LightList, TheSunsWeightsFallWithTheDistanceFromItsDirection) {
         EXPECT_NEAR(weights[i] / absolute / std::sqrt(3.0), list.colors[i].x * (sum > 0 ? 1 : -1), 1e-12);
 }
 
+TEST(LightList, ASunWithoutADirectionStandsInTheZenith) {
+    Configuration c;
+    c.numSunDirections = 1;
+    c.sunDirection = V();
+    c.sunSpread = 0.0;
+    EXPECT_LT((LightList::combined(c).directions[0] - V(0, 1, 0)).length(), 1e-12);
+}
+
 TEST(LightList, GivenDirectionsAreTurnedUpAndWeighEqually) {
     const LightList list = LightList::fromDirections(*vectors({{0, 0, 1}, {1, 0, 0}, {0, 0.6, 0.8}}));
     EXPECT_EQ(V(0, 1, 0), list.directions[0]);
@@ -189,6 +201,8 @@ TEST(LightList, GivenDirectionsAreTurnedUpAndWeighEqually) {
     EXPECT_EQ(V(0, 0.8, -0.6), list.directions[2]);
     EXPECT_DOUBLE_EQ(1.0 / 3.0, list.colors[2].y);
     EXPECT_NEAR((1.0 + 0.0 + 0.8) / 3.0, list.onOpenPlane().x, 1e-12);
+    const auto below = vectors({{0, 0, 1}, {0, 0, -1}});
+    EXPECT_NEAR(0.5, LightList::fromDirections(*below).onOpenPlane().x, 1e-12);
 }
 
 TEST(LightList, UnequalNumbersAreReported) {

@@ -303,7 +303,7 @@ TEST_F(TerrainLightTest, ATextureShowsThePartAskedFor) {
 TEST_F(TerrainLightTest, FurtherCastersShadeATextureAndStayAsTheyAre) {
     build(9, 10.0, [](unsigned, unsigned) { return 0.0; });
     AmbientOcclusion::setIdBufferSize(16);
-    const auto roof = box({0, 20, 0}, {40, 30, 80});
+    const auto roof = box({0, 500, 0}, {40, 510, 80});
     const SO<PolygonSet::Colors> colors(
         new NBX::Array<NBX::Color>(std::vector<NBX::Color>(8, NBX::Color::red)));
     roof->setColorIterator(colors);
@@ -312,7 +312,8 @@ TEST_F(TerrainLightTest, FurtherCastersShadeATextureAndStayAsTheyAre) {
     c.extraDirections = new NBX::Array<V>(std::vector<V>{{0, 1, 0}});
     c.extraColors = new NBX::Array<V>(std::vector<V>{{1, 1, 1}});
     const CancelingDisplay display(1);
-    const auto image = AmbientOcclusion::createTerrainTexture(terrain, roof, canvas, NBX::Bounds(), c);
+    const auto image = AmbientOcclusion::createTerrainTexture(terrain, roof, canvas,
+                                                              NBX::Bounds({0, 900, 0}, {80, 990, 80}), c);
     AmbientOcclusion::setIdBufferSize(1024);
     ASSERT_TRUE(image);
     EXPECT_EQ(0, pixel(image, 4, 8)[0]);
