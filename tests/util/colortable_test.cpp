@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -50,9 +51,14 @@ TEST_F(ColorTableTest, KeepsColoursByName) {
     table_->setEntry(L"ice", Color::lt_blue);
     EXPECT_EQ(table_->getColor(L"ice"), Color::lt_blue);
     EXPECT_EQ(table_->entries(), 2U);
+    auto noted = table_->lastTransactionNo();
     table_->deleteEntry(L"ice");
+    EXPECT_GT(table_->lastTransactionNo(), std::exchange(noted, table_->lastTransactionNo()));
+    table_->deleteEntry(L"ice");
+    EXPECT_EQ(table_->lastTransactionNo(), noted) << "nothing changes";
     EXPECT_EQ(namesOf(*table_), EntryNames{L"Gr\u00FCn"});
     table_->clear();
+    EXPECT_GT(table_->lastTransactionNo(), noted);
     EXPECT_EQ(table_->entries(), 0U);
     EXPECT_TRUE(reports_.empty()) << reports_;
 }
@@ -114,7 +120,9 @@ TEST_F(ColorTableTest, LoadingMergesOrReplaces) {
 
     loaded->newEntry(L"rock", Color::gold);
     loaded->setEntry(L"ice", Color::red);
+    const auto before = loaded->lastTransactionNo();
     EXPECT_TRUE(loaded->loadTable(file(), false));
+    EXPECT_GT(loaded->lastTransactionNo(), before);
     EXPECT_EQ(namesOf(*loaded), (EntryNames{L"ice", L"water", L"rock"})) << "what the file lacks stays";
     EXPECT_EQ(loaded->getColor(L"ice"), Color::white) << "what it has comes";
 

@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 
 /// A clock of a thousand ticks a second that goes on by itself at each look.
 struct FakeClock {
-    std::int64_t now = 0, pace = 0;
+    std::int64_t now = 0, pace = 0, growth = 0; ///< of the pace
     bool hasTicks = true, hasFrequency = true;
 } s_clock;
 
@@ -28,6 +28,7 @@ protected:
         before_ = Profiler::setCounter({[](std::int64_t & ticks) {
                                             ticks = s_clock.now;
                                             s_clock.now += s_clock.pace;
+                                            s_clock.pace += s_clock.growth;
                                             return s_clock.hasTicks;
                                         },
                                         [](std::int64_t & frequency) {
@@ -175,6 +176,23 @@ TEST_F(ProfilerTest, TheLeastMeanOfTheRoundsCounts) {
     EXPECT_DOUBLE_EQ(data->totalTime, 0.007) << "without rounds and loops there is none";
 }
 
+/// The first round costs 2 and 1 + 2 + 3, the next ones more.
+TEST_F(ProfilerTest, RoundsThatTakeLongerAndEarlierCostsDoNotCount) {
+    ProfilerData * outer = profiler_.newId(L"outer");
+    ProfilerData * inner = profiler_.newId(L"inner");
+    for (int again = 0; again < 2; ++again) {
+        s_clock.pace = s_clock.growth = 1;
+        profiler_.measureOverhead(3, 1);
+        s_clock.pace = s_clock.growth = 0;
+        profiler_.reset();
+        profiler_.start(outer);
+        measure(inner, 100);
+        profiler_.stop(outer);
+        EXPECT_NEAR(inner->totalTime, 0.1 - 0.002, 1e-12) << again;
+        EXPECT_NEAR(outer->totalTime, 0.1 - 0.002 - 0.004, 1e-12) << again;
+    }
+}
+
 TEST_F(ProfilerTest, ResetForgetsAllButTheRows) {
     ProfilerData * data = profiler_.newId(L"read");
     ProfilerData foreign{L"of the caller"};
@@ -212,14 +230,19 @@ TEST_F(ProfilerTest, TimesTakeTheFirstFormThatHoldsThem) {
         double seconds;
         const char * text;
     } rows[] = {
-        {863999956801.0, " >=10^6d"}, {8.64e7, "   1000d"},    {8.64e9, " 100000d"},
-        {86399999.0, "999d 23h"},     {864000.0, " 10d  0h"},  {863999.0, "9d 23.9h"},
-        {360000.0, "4d  4.0h"},       {359999.0, " 99h 59m"},  {36000.0, " 10h  0m"},
-        {35999.0, "9h 59.9m"},        {6000.0, "1h 40.0m"},    {5999.0, " 99m 59s"},
-        {600.0, " 10m  0s"},          {599.999, "599.999s"},   {1.0, "  1.000s"},
-        {0.9999999, "999.99ms"},      {0.5, "500.00ms"},       {0.001, "  1.00ms"},
-        {0.00099999999, "999.99us"},  {0.0000125, " 12.50us"}, {1e-6, "  1.00us"},
-        {2.5e-8, " 25.00ns"},         {0.0, "  0.00ns"},       {-2e-9, " -2.00ns"},
+        {863999956801.0, " >=10^6d"}, {863999956800.0, " 9999999d"},
+        {8.64e7, "   1000d"},         {8.64e9, " 100000d"},
+        {86399999.0, "999d 23h"},     {864000.0, " 10d  0h"},
+        {863999.0, "9d 23.9h"},       {360000.0, "4d  4.0h"},
+        {359999.0, " 99h 59m"},       {36000.0, " 10h  0m"},
+        {35999.0, "9h 59.9m"},        {6000.0, "1h 40.0m"},
+        {5999.0, " 99m 59s"},         {600.0, " 10m  0s"},
+        {599.999, "599.999s"},        {1.0, "  1.000s"},
+        {0.9999999, "999.99ms"},      {0.5, "500.00ms"},
+        {0.001, "  1.00ms"},          {0.00099999999, "999.99us"},
+        {0.0000125, " 12.50us"},      {1e-6, "  1.00us"},
+        {2.5e-8, " 25.00ns"},         {0.0, "  0.00ns"},
+        {-2e-9, " -2.00ns"},
     };
     for (const auto & row : rows)
         EXPECT_EQ(timeText(row.seconds), row.text) << std::setprecision(17) << row.seconds;

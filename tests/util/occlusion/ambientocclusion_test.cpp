@@ -52,6 +52,16 @@ SO<PolygonSet> square(const V & low, double side) {
     return set;
 }
 
+/// A square of 64 units on the texels 16 to 47 of 64.
+SO<PolygonSet> middlePart() {
+    const SO<PolygonSet> part = square({0, 0, 0}, 64);
+    std::vector<V> places;
+    for (const V & p : *part->newTextureIterator(0).get())
+        places.push_back(p * 0.5 + V(0.25, 0.25, 0.0));
+    part->setTextureIterator(new NBX::Array<V>(std::move(places)));
+    return part;
+}
+
 SO<AmbientOcclusion::Meshes> sequence(Sets sets) {
     return new NBX::NonPersistentArray<SO<PolygonSet>>(std::move(sets));
 }
@@ -149,6 +159,10 @@ TEST_F(AmbientOcclusionTest, OnlyTheSideFromWhichATriangleIsSeenIsLit) {
         new NBX::Array<V>(std::vector<V>{vertices->get(0), vertices->get(2), vertices->get(1),
                                          vertices->get(3), vertices->get(5), vertices->get(4)}));
     EXPECT_EQ((std::array<int, 4>{0, 0, 0, 255}), pixel(fromAbove(set, nullptr), 20, 20));
+    // Light from below takes nothing from that from above.
+    const auto image = AmbientOcclusion::createLightingTexture(
+        set, nullptr, canvas, new NBX::Array<V>(std::vector<V>{{0, 0, 1}, {0, 0, -1}}));
+    EXPECT_NEAR(127.5, pixel(image, 20, 20)[0], 1.0);
 }
 
 TEST_F(AmbientOcclusionTest, NormalsOfTheReceiverCount) {
@@ -173,14 +187,17 @@ TEST_F(AmbientOcclusionTest, BothRenderersGiveTheSameImage) {
     EXPECT_LE(largestDifference(fbo, pbuffer), 1);
     EXPECT_GT(pixel(pbuffer, 30, 30)[0], 100);
     EXPECT_TRUE(canvas->isContextCurrent());
+    for (const bool enabled : {true, false}) {
+        AmbientOcclusion::setFBOEnabled(enabled);
+        canvas->releaseContext();
+        EXPECT_TRUE(AmbientOcclusion::createLightingTexture(part, caster, canvas, directions));
+        EXPECT_FALSE(canvas->isContextCurrent());
+        ASSERT_TRUE(canvas->makeContextCurrent());
+    }
 }
 
 TEST_F(AmbientOcclusionTest, TheBorderTakesTheLightOfItsNeighbours) {
-    const SO<PolygonSet> part = square({0, 0, 0}, 64);
-    std::vector<V> places;
-    for (const V & p : *part->newTextureIterator(0).get())
-        places.push_back(p * 0.5 + V(0.25, 0.25, 0.0)); // texels 16 to 47
-    part->setTextureIterator(new NBX::Array<V>(std::move(places)));
+    const SO<PolygonSet> part = middlePart();
     const std::array<int, 4> lit = {255, 255, 255, 255}, none = {0, 0, 0, 0};
     for (const int width : {0, 1, 2, 4}) {
         AmbientOcclusion::setTextureBorderWidth(width);
@@ -195,6 +212,32 @@ TEST_F(AmbientOcclusionTest, TheBorderTakesTheLightOfItsNeighbours) {
             EXPECT_EQ(expected, pixel(image, 30, 47 + i)) << width << " " << i;
         }
     }
+    // A corner takes the mean of two, whatever the number of lights.
+    part->setNormalIterator(new NBX::Array<V>(std::vector<V>(6, V(0.0, 0.6, 0.8))));
+    const auto image = AmbientOcclusion::createLightingTexture(
+        part, nullptr, canvas, new NBX::Array<V>(std::vector<V>{{0, 0, 1}, {0, 0, 1}}));
+    EXPECT_NEAR(0.6 * 255, pixel(image, 14, 14)[0], 1.0);
+    EXPECT_NEAR(0.6 * 255, pixel(image, 30, 14)[0], 1.0);
+}
+
+TEST_F(AmbientOcclusionTest, AStepMayLeaveOutTheBorderAndChooseItsShadowMap) {
+    const SO<PolygonSet> part = middlePart();
+    part->setNormalIterator(new NBX::Array<V>(std::vector<V>(6, V(0, 1, 0))));
+    LightList fromZenith;
+    fromZenith.directions = {V(0, 1, 0)};
+    fromZenith.colors = {V(1, 1, 1)};
+    const auto render = [&](unsigned shadowSize, bool closes) {
+        const AOImpl::MeshStep step{part, square({24, 10, 24}, 16), 64, shadowSize, closes};
+        return ZMT::UTIL::newAOImpl(canvas)->render(step, fromZenith, nullptr);
+    };
+    for (const bool enabled : {true, false}) {
+        AmbientOcclusion::setFBOEnabled(enabled);
+        EXPECT_EQ(255, pixel(render(0, true), 15, 30)[3]) << enabled;
+        EXPECT_EQ(0, pixel(render(0, false), 15, 30)[3]) << enabled;
+        EXPECT_EQ(255, pixel(render(0, false), 20, 20)[0]) << enabled;
+    }
+    AmbientOcclusion::setFBOEnabled(true);
+    EXPECT_EQ(0, pixel(render(1, false), 20, 20)[0]) << "one texel, in the middle of which a roof stands";
 }
 
 TEST_F(AmbientOcclusionTest, WithoutHardwareOrCanvasThereIsNoResult) {

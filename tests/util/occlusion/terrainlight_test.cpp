@@ -13,6 +13,7 @@
 #include <zmt/raster/gdal/rasterfile.h>
 
 #include "comparedlight.h"
+#include "core/terrain/geometry/chunked/chunkedfixture.h"
 #include "raylight.h"
 #include "support/cancelingdisplay.h"
 #include "support/glfixture.h"
@@ -176,6 +177,19 @@ TEST_F(TerrainLightTest, APlaneGetsTheSameEverywhereAndAllOfTheLight) {
             for (int x = 0; x < 8; ++x)
                 EXPECT_NEAR(1.0, green(image, x, y) / lights.onOpenPlane().y, 0.004) << directions;
     }
+}
+
+/// A slope of 3 in 4.
+TEST_F(TerrainLightTest, WithoutNormalsTheFacesCount) {
+    terrain = TestChunked::terrain({33, 33, 5000.0, 7000.0, 10.0, 10.0},
+                                   [](unsigned, unsigned y) { return 7.5 * y; });
+    GeoTransformation::setNBXOrigin(terrain->origin());
+    LightList fromAbove;
+    fromAbove.directions = {V(0, 1, 0)};
+    fromAbove.colors = {V(1, 1, 1)};
+    const SO<NBX::Image> image = render(fromAbove, 16);
+    for (int i = 1; i < 15; ++i)
+        EXPECT_NEAR(0.8, green(image, i, i), 0.01) << i;
 }
 
 TEST_F(TerrainLightTest, MirrorImagesOfAWallDarkenAlike) {
