@@ -12,8 +12,8 @@ NBX_CLASS_IMPL(AOImplPBuffer, AOImpl)
 namespace {
 
 NBX::SO<NBX::Image> renderOnPixelBuffer(const LitSceneGL & scene, const LightList & lights, unsigned size,
-                                        int borderWidth, NBX::Progress * progress) {
-    PBufferLightTargetsGL targets(size);
+                                        unsigned shadowSize, int borderWidth, NBX::Progress * progress) {
+    PBufferLightTargetsGL targets(size, shadowSize);
     return targets.isUsable() ? renderLightGL(targets, scene, lights, borderWidth, progress) : nullptr;
 }
 
@@ -31,13 +31,14 @@ bool AOImplPBuffer::isSupported() {
 
 NBX::SO<NBX::Image> AOImplPBuffer::render(const TerrainStep & step, const LightList & lights,
                                           NBX::Progress * progress) {
-    return renderOnPixelBuffer(newLitSceneGL(step), lights, step.size,
+    return renderOnPixelBuffer(newLitSceneGL(step), lights, step.size, step.size,
                                AmbientOcclusion::getTextureBorderWidth(), progress);
 }
 
 NBX::SO<NBX::Image> AOImplPBuffer::render(const MeshStep & step, const LightList & lights,
                                           NBX::Progress * progress) {
     return renderOnPixelBuffer(newLitSceneGL(step), lights, step.size,
+                               step.shadowSize ? step.shadowSize : step.size,
                                step.closes ? AmbientOcclusion::getTextureBorderWidth() : 0, progress);
 }
 

@@ -1,5 +1,7 @@
 #include "pbufferlighttargetsgl.h"
 
+#include <algorithm>
+
 #include <GL/glew.h>
 
 #include <nbx/gl/context/enginegl.h>
@@ -31,9 +33,10 @@ NBX::SO<NBX::Texture2DGL> nearest(NBX::SO<NBX::Texture2DGL> texture) {
 
 } // namespace
 
-PBufferLightTargetsGL::PBufferLightTargetsGL(unsigned size)
-    : size_(size), canvas_(new NBX::PBufferCanvasGL(size, size, s_properties)),
-      shadowMap_(new NBX::Texture2DGL(size, size, GL_DEPTH_COMPONENT24)) {
+PBufferLightTargetsGL::PBufferLightTargetsGL(unsigned size, unsigned shadowSize)
+    : size_(size),
+      canvas_(new NBX::PBufferCanvasGL(std::max(size, shadowSize), std::max(size, shadowSize), s_properties)),
+      shadowMap_(new NBX::Texture2DGL(shadowSize, shadowSize, GL_DEPTH_COMPONENT24)) {
     if (!canvas_->isCreated()) return;
     canvas_->prepareRedisplay();
     clearLightGL();

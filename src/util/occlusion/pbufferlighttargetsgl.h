@@ -7,11 +7,12 @@
 
 namespace ZMT::UTIL {
 
-/// By a pixel buffer of 16-bit floats with a context of its own, which is current while this lives. Depths
-/// and colours are copied to textures; sums are added in main memory.
+/// By a pixel buffer of 16-bit floats with a context of its own, which is current while this lives. It is as
+/// large as the larger of the two; depths and colours, in its lower left, are copied to textures. Sums are
+/// added in main memory.
 class PBufferLightTargetsGL : public LightTargetsGL {
 public:
-    explicit PBufferLightTargetsGL(unsigned size);
+    PBufferLightTargetsGL(unsigned size, unsigned shadowSize);
     ~PBufferLightTargetsGL() override;
 
     static bool isSupported();
@@ -19,7 +20,7 @@ public:
     bool isUsable() const override;
     NBX::EngineGL * engine() const override;
     unsigned size() const override { return size_; }
-    unsigned shadowSize() const override { return size_; }
+    unsigned shadowSize() const override { return shadowMap_->getWidth(); }
     void beginDepth() override;
     void endDepth() override;
     const NBX::Texture2DGL & shadowMap() const override { return *shadowMap_; }
