@@ -9,23 +9,17 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
-#include <iterator>
-#include <map>
-#include <set>
 #include <utility>
 
 #include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
 #include <nbx/data/folderlock.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
-#include <nbx/io/modelplacement.h>
 #include <nbx/object/progress.h>
 #include <nbx/object/stringutils.h>
-#include <zmt/core/texturedtriangles/cityassembly.h>
 #include <zmt/core/texturedtriangles/citymodels.h>
 #include <zmt/core/texturedtriangles/heldpagingfiles.h>
 #include <zmt/core/texturedtriangles/modelshading.h>
-#include <zmt/raster/gdal/coordinatesystem.h>
 
 #include "landscape/errors.h"
 #include "landscape/groundlayers.h"
@@ -52,265 +46,37 @@ std::wstring wide(const std::string & text) {
     return NBX::StringUtils::Utf8String2WString(text);
 }
 
-/// What of a file is not in the city.
-void tellLeftOut(const std::string & path, const std::string & line) {
-    writeError("warning: " + path + ": " + line);
-}
-
-/// The ground under models; nothing without a terrain.
-class Ground {
-public:
-    explicit Ground(const std::string & terrain) : name_(terrain) {
-        if (terrain.empty()) return;
-        if (isStreamedTerrain(terrain)) streamed_ = openStreamedTerrain(terrain);
-        const bool isStreamed = bool(streamed_.terrain);
-        if (!isStreamed) input_ = readTerrain(terrain);
-        reference_ = isStreamed ? streamed_.reference : input_.reference;
+/// The ground of `--terrain`; none without it.
+ModelGround groundOf(const std::string & terrain) {
+    if (terrain.empty()) return {};
+    if (isStreamedTerrain(terrain)) {
+        const StreamedTerrain opened = openStreamedTerrain(terrain);
+        return {
+            terrain, opened.reference, [opened](const ZMT::RASTER::MapPlace & place) {
+                const double height = opened.terrain->calculateHeight(Point(place.x, 0.0, place.y), false);
+                return opened.terrain->isUndefinedHeightValue(height) ? CityModels::Model::unknown : height;
+            }};
     }
-
-    bool isThere() const { return !name_.empty(); }
-    const GeoReference & reference() const { return reference_; }
-    /// Not a number where there is none.
-    double knownHeightAt(const ZMT::RASTER::MapPlace & place) const {
-        if (!isThere()) return CityModels::Model::unknown;
-        const Point at(place.x, 0.0, place.y);
-        const double height = streamed_.terrain ? streamed_.terrain->calculateHeight(at, false)
-                                                : input_.grid->calculateHeight(at);
-        const bool isUndefined = streamed_.terrain ? streamed_.terrain->isUndefinedHeightValue(height)
-                                                   : input_.grid->isUndefinedHeightValue(height);
-        return isUndefined ? CityModels::Model::unknown : height;
-    }
-    /// Throws `DataError` where there is no ground.
-    double heightAt(const ZMT::RASTER::MapPlace & place, const std::string & model) const {
-        if (!isThere())
-            throw DataError(model +
-                            ": stands on the ground, which no file tells; give the heights by --terrain");
-        const double height = knownHeightAt(place);
-        if (std::isnan(height))
-            throw DataError(model + ": stands where " + name_ +
-                            " has no ground; give a terrain that reaches there");
-        return height;
-    }
-
-private:
-    std::string name_;
-    StreamedTerrain streamed_;
-    TerrainInput input_;
-    GeoReference reference_;
-};
-
-/// Models by their files, each read once.
-class ModelLibrary {
-public:
-    explicit ModelLibrary(const NBX::ModelOptions & options) : options_(options) {}
-
-    const NBX::Model & at(const std::string & path) {
-        const auto known = models_.find(path);
-        if (known != models_.end()) return known->second;
-        NBX::Model model = NBX::ModelFile::read(path, options_);
-        for (const std::string & line : model.leftOut)
-            tellLeftOut(path, line);
-        for (const NBX::ModelTexture & texture : model.textures)
-            tell(path, texture);
-        return models_.emplace(path, std::move(model)).first->second;
-    }
-    std::size_t textures() const { return textures_.size(); }
-    /// What was taken for the axis and the unit of models whose files do not say, a line for all alike.
-    std::vector<std::string> assumptions() const {
-        std::map<std::string, std::vector<std::string>> alike;
-        for (const auto & [path, model] : models_)
-            if (std::string assumed = assumptionOf(model); !assumed.empty())
-                alike[std::move(assumed)].push_back(NBX::File::fileName(path));
-        std::vector<std::string> lines;
-        lines.reserve(alike.size());
-        for (auto & [assumed, names] : alike) {
-            std::sort(names.begin(), names.end()); // the models are sorted by their folders
-            const std::string others = " and " + std::to_string(names.size() - 1) + " more";
-            lines.push_back(names.front() + (names.size() > 1 ? others : "") + ": " + assumed);
-        }
-        return lines;
-    }
-    /// Models and textures that were read, for `checkOutputs`.
-    std::vector<NamedFile> files() const {
-        std::vector<NamedFile> files;
-        for (const auto & [path, model] : models_) {
-            files.push_back({"a model", path});
-            for (const NBX::ModelTexture & texture : model.textures)
-                if (!texture.path.empty()) files.push_back({"a texture", texture.path});
-        }
-        return files;
-    }
-
-private:
-    static std::string assumptionOf(const NBX::Model & model) {
-        const bool hasAxis = model.upSource != NBX::ModelSource::Format;
-        const bool hasUnit = model.unitSource != NBX::ModelSource::Format;
-        char unit[64];
-        std::snprintf(unit, sizeof unit, "a unit of %.10g m (--units)", model.metresPerUnit);
-        const char axis = "xyz"[int(model.up)];
-        std::string text = hasAxis ? "" : std::string(1, axis) + " up (--up)";
-        if (!hasUnit) text += (text.empty() ? "" : ", ") + std::string(unit);
-        return text.empty() ? text : text + ", as " + model.format + " files usually have";
-    }
-    void tell(const std::string & path, const NBX::ModelTexture & texture) {
-        if (!texture.failure.empty())
-            tellLeftOut(path, "texture " + texture.name + " is left out: " + texture.failure);
-        else
-            textures_.insert(texture.path.empty() ? path + "#" + texture.name : texture.path);
-    }
-
-    const NBX::ModelOptions options_;
-    std::map<std::string, NBX::Model> models_;
-    std::set<std::string> textures_;
-};
-
-/// Models that stand where a file says, and others, which `--at` places.
-struct Inputs {
-    std::vector<ModelPlacement> placed;
-    std::vector<std::string> others;
-    /// Of archives, as long as their models are read.
-    std::vector<NBX::SO<NBX::SharedObj>> files;
-};
-
-/// The placements of a file, of `models` or of those that it names itself.
-std::vector<ModelPlacement> placementsOf(Inputs & inputs, const std::string & path,
-                                         const std::vector<std::string> & models = {}) {
-    NBX::ModelPlacements read = NBX::PlacementFile::read(path, models);
-    showInstead(read.folder, path + ": ");
-    for (const std::string & line : read.leftOut)
-        tellLeftOut(path, line);
-    inputs.files.push_back(read.files);
-    std::erase_if(read.models, [&](const ModelPlacement & placement) {
-        const NBX::Vector3Base<double> & scale = placement.scale;
-        const bool isUsable = scale.x * scale.y * scale.z != 0.0;
-        if (!isUsable) tellLeftOut(path, placement.name + " is left out: its scale flattens it");
-        return !isUsable;
-    });
-    return std::move(read.models);
-}
-
-/// Of the models on the command line alone.
-void placeOthers(Inputs & inputs, const std::string & path) {
-    const std::vector<std::string> models = std::exchange(inputs.others, {});
-    std::set<std::string> placed;
-    for (ModelPlacement & placement : placementsOf(inputs, path, models)) {
-        if (std::find(models.begin(), models.end(), placement.model) == models.end()) continue;
-        placed.insert(placement.model);
-        inputs.placed.push_back(std::move(placement));
-    }
-    for (const std::string & model : models)
-        if (placed.count(model) == 0) inputs.others.push_back(model);
-    if (placed.empty())
-        throw DataError(path + ": places none of the models; it has to name the files as they are called");
-}
-
-Inputs inputsOf(const CityBuilding & building) {
-    Inputs inputs;
-    for (const std::string & path : building.inputs) {
-        if (!NBX::PlacementFile::recognizes(path)) {
-            inputs.others.push_back(path);
-            continue;
-        }
-        std::vector<ModelPlacement> placed = placementsOf(inputs, path);
-        std::move(placed.begin(), placed.end(), std::back_inserter(inputs.placed));
-    }
-    if (!building.placements.empty()) placeOthers(inputs, building.placements);
-    if (!inputs.placed.empty() && !inputs.others.empty() && !building.at)
-        throw DataError(inputs.others.front() +
-                        ": is placed by no file, and others are; give it a place by --at, or leave it out");
-    if (building.at && !inputs.placed.empty() && inputs.others.empty())
-        throw UsageError("--at is for models that no file places, and all of these are placed; leave it out");
-    if (inputs.placed.empty() && inputs.others.empty())
-        throw DataError(building.inputs.front() + ": places no model; give a file that does, or a model");
-    return inputs;
+    const TerrainInput opened = readTerrain(terrain);
+    return {terrain, opened.reference, [opened](const ZMT::RASTER::MapPlace & place) {
+                const double height = opened.grid->calculateHeight(Point(place.x, 0.0, place.y));
+                return opened.grid->isUndefinedHeightValue(height) ? CityModels::Model::unknown : height;
+            }};
 }
 
 /// The system of the map in which the city stands.
-GeoReference mapOf(const CityBuilding & building, const Ground & ground, const Inputs & inputs) {
+GeoReference mapOf(const CityBuilding & building, const ModelGround & ground, const PlacedModels & models) {
     if (!building.system.empty()) {
         const GeoReference map = CoordinateSystem::parse(building.system); // which knows its own WKT
-        if (ground.isThere() && !CoordinateSystem::areSame(map, ground.reference()))
+        if (ground.isThere() && !CoordinateSystem::areSame(map, ground.reference))
             throw UsageError("--system is another one than that of --terrain, " +
-                             CoordinateSystem::describe(ground.reference()) + "; leave it out");
+                             CoordinateSystem::describe(ground.reference) + "; leave it out");
         return map;
     }
-    if (ground.isThere()) return ground.reference();
-    if (inputs.placed.empty()) return {};
-    const ModelPlacement & first = inputs.placed.front();
+    if (ground.isThere()) return ground.reference;
+    if (models.placed.empty()) return {};
+    const ModelPlacement & first = models.placed.front();
     return CoordinateSystem::utm({first.longitude, first.latitude});
-}
-
-double placedHeight(const ModelPlacement & placement, const Ground & ground,
-                    const ZMT::RASTER::MapPlace & place) {
-    if (placement.altitudeMode == ModelPlacement::AM_Absolute) return placement.altitude;
-    const double base = ground.heightAt(place, placement.model);
-    return placement.altitudeMode == ModelPlacement::AM_RelativeToGround ? base + placement.altitude : base;
-}
-
-CityAssembly::Place placeOf(const ModelPlacement & placement, const CoordinateSystem & system,
-                            const Ground & ground) {
-    const auto axes = system.axesAt({placement.longitude, placement.latitude});
-    if (!axes)
-        throw DataError(placement.model +
-                        ": stands where the map has no coordinates; choose another --system");
-    CityAssembly::Place place;
-    place.axes = *axes;
-    place.height = placedHeight(placement, ground, axes->place);
-    place.ground = ground.knownHeightAt(axes->place);
-    place.orientation = CityAssembly::orientation(placement.heading, placement.tilt, placement.roll,
-                                                  {placement.scale.x, placement.scale.z, placement.scale.y});
-    return place;
-}
-
-void add(CityAssembly & city, const NBX::Model & model, const std::string & name, const std::string & path,
-         const CityAssembly::Place & place) {
-    city.add(model.scene, unsigned(std::min<std::uint64_t>(model.triangles, UINT32_MAX)), name,
-             NBX::File::fileName(path), place);
-}
-
-CityAssembly assembled(const Inputs & inputs, const CityBuilding & building, const Ground & ground,
-                       const GeoReference & map, ModelLibrary & library) {
-    CityAssembly city;
-    const Stage stage(L"read");
-    Step reading("reading models", double(inputs.placed.size() + inputs.others.size()));
-    std::optional<CoordinateSystem> system;
-    if (!inputs.placed.empty()) system.emplace(map.wkt);
-    for (const ModelPlacement & placement : inputs.placed) {
-        const std::string name =
-            placement.name.empty() ? NBX::File::baseName(placement.model) : placement.name;
-        add(city, library.at(placement.model), name, placement.model, placeOf(placement, *system, ground));
-        reading.goOn(double(city.size()));
-    }
-    const std::array<double, 3> at = building.at.value_or(std::array<double, 3>{0.0, 0.0, 0.0});
-    for (const std::string & path : inputs.others) {
-        const bool isOnGround = building.at && std::isnan(at[2]);
-        const double height = isOnGround ? ground.heightAt({at[0], at[1]}, path) : at[2];
-        CityAssembly::Place place =
-            CityAssembly::onMap(at[0], at[1], height, map.isGeoreferenced ? map.unit : 1.0);
-        if (building.at) place.ground = ground.knownHeightAt({at[0], at[1]});
-        add(city, library.at(path), NBX::File::baseName(path), path, place);
-        reading.goOn(double(city.size()));
-    }
-    reading.finish();
-    return city;
-}
-
-/// The middles of models count: a house at the edge of a terrain stands on it.
-void tellOutside(const CityAssembly & city, const Ground & ground, const std::string & terrain) {
-    if (!ground.isThere()) return;
-    std::size_t outside = 0;
-    std::string first;
-    const Point origin = city.origin();
-    for (const CityModels::Model & model : city.table(origin)) {
-        if (!model.box.isDefined()) continue;
-        const Point middle = origin + (model.box.getLLF() + model.box.getURB()) * 0.5;
-        if (!std::isnan(ground.knownHeightAt({middle.x, middle.z}))) continue;
-        if (outside++ == 0) first = model.name;
-    }
-    if (outside > 0)
-        writeError("warning: " + std::to_string(outside) + " of " + std::to_string(city.size()) +
-                   " models stand where " + terrain + " has no ground, the first of them " + first +
-                   "; check --at and --system, or the places");
 }
 
 /// Vertices are floats relative to the middle of the city.
@@ -534,10 +300,6 @@ CityReport reportOf(const CityModels & city, const CityAssembly & assembly, cons
 
 } // namespace
 
-std::string parseCitySystem(const std::string & text) {
-    return parseSystemOf("--system", text);
-}
-
 TexturedTriangleTree::TextureFormat parseCityFormat(const std::string & text) {
     constexpr std::pair<const char *, TexturedTriangleTree::TextureFormat> names[] = {
         {"rgba8", TexturedTriangleTree::TextureFormatRGBA8},
@@ -548,19 +310,6 @@ TexturedTriangleTree::TextureFormat parseCityFormat(const std::string & text) {
     for (const auto & [name, format] : names)
         if (text == name) return format;
     throw UsageError("--format must be one of rgba8, luminance, rgba5551, dxt1, jpeg: " + text);
-}
-
-std::array<double, 3> parseCityPlace(const std::string & text) {
-    std::array<double, 3> place{0.0, 0.0, std::nan("")};
-    char rest = 0;
-    const int count = std::sscanf(text.c_str(), "%lf,%lf,%lf%c", &place[0], &place[1], &place[2], &rest);
-    const bool hasTwo = count == 2 && std::count(text.begin(), text.end(), ',') == 1;
-    const auto isPlace = [](double value) { return std::abs(value) <= 1e12; };
-    if ((count != 3 && !hasTwo) || !isPlace(place[0]) || !isPlace(place[1]) ||
-        (count == 3 && !isPlace(place[2])))
-        throw UsageError("--at must be X,Y or X,Y,Z in map coordinates, each at most 1e12: " + text);
-    if (hasTwo) place[2] = std::nan("");
-    return place;
 }
 
 void checkCityBuilding(const CityBuilding & building) {
@@ -586,14 +335,14 @@ CityReport buildCity(const CityBuilding & building) {
     const std::string out = sceneOf(building.out);
     const NBX::AtomicFileWriter writable(out);
     if (building.isUnique) checkDrawing();
-    const Inputs inputs = inputsOf(building);
-    const Ground ground(building.terrain);
-    const GeoReference map = mapOf(building, ground, inputs);
+    const PlacedModels models = placedModels(building);
+    const ModelGround ground = groundOf(building.terrain);
+    const GeoReference map = mapOf(building, ground, models);
     ModelLibrary library(building.reading);
-    const CityAssembly assembly = assembled(inputs, building, ground, map, library);
+    const CityAssembly assembly = assembledCity(models, building, ground, map, library);
     checkOutputs(library.files(), {{"--out", building.out}});
     tellLostPrecision(assembly);
-    tellOutside(assembly, ground, building.terrain);
+    tellOutside(assembly, ground);
     const Point origin = assembly.origin();
     const NBX::SO<NBX::SceneThing> scene = assembly.scene(origin);
     if (building.isShaded) {

@@ -1,26 +1,19 @@
 #pragma once
 
-#include <array>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <nbx/io/modelfile.h>
 #include <zmt/core/texturedtriangles/texturedtriangletree.h>
 
+#include "cityinputs.h"
 #include "landscape/lighting.h"
 #include "landscape/outputfiles.h"
 #include "landscape/terrainoptions.h"
 
 /// How models become a city.
-struct CityBuilding {
-    std::vector<std::string> inputs; ///< models, and KML or KMZ files with the places of models
-    std::string placements;          ///< KML or KMZ with the places of the models among `inputs`
-    /// Where models without a place stand: map coordinates, and the height in metres.
-    std::optional<std::array<double, 3>> at;
-    std::string system;  ///< WKT of the map's system, in metres; empty for that of the terrain, or UTM
-    std::string terrain; ///< for models whose heights count from the ground
-    NBX::ModelOptions reading;
+struct CityBuilding : CityInputs {
+    std::string terrain;     ///< for models whose heights count from the ground
     double distance = 100.0; ///< from which textures are to be sharp, in metres
     double quality = 1.0;
     int atlasSize = 1024;
@@ -47,11 +40,6 @@ struct CityReport {
 
 /// rgba8, luminance, rgba5551, dxt1 or jpeg. Throws `UsageError`.
 ZMT::CORE::TexturedTriangleTree::TextureFormat parseCityFormat(const std::string & text);
-/// WKT of a system in metres. Throws `UsageError`.
-std::string parseCitySystem(const std::string & text);
-/// X,Y or X,Y,Z. Throws `UsageError`.
-std::array<double, 3> parseCityPlace(const std::string & text);
-
 /// Throws `UsageError` for what cannot be.
 void checkCityBuilding(const CityBuilding & building);
 /// The files that are read, for `checkOutputs`.

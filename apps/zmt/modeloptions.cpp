@@ -33,7 +33,7 @@ std::string parseTextureFolder(const std::string & text) {
 
 } // namespace
 
-void addModelOptions(CLI::App & command, NBX::ModelOptions & options) {
+void addModelAxisOptions(CLI::App & command, NBX::ModelOptions & options) {
     addParsedOption(
         command, "--up", options.up, parseUp,
         "The axis of models that is upwards, y or z; without it as the file says, else z for 3DS, "
@@ -43,6 +43,10 @@ void addModelOptions(CLI::App & command, NBX::ModelOptions & options) {
                     "Metres of a unit of models; without it as the file says, else 0.01 for FBX, and 1 for "
                     "others")
         ->type_name("METRES");
+}
+
+void addModelOptions(CLI::App & command, NBX::ModelOptions & options) {
+    addModelAxisOptions(command, options);
     addParsedList(command, "--textures", options.textureFolders, parseTextureFolder,
                   "A folder where textures are looked for after the model's own; may be repeated")
         ->type_name("FOLDER");

@@ -6,5 +6,7 @@ namespace CLI {
 class App;
 }
 
-/// Adds `--up`, `--units` and `--textures`: how models are read.
+/// Adds `--up` and `--units`: how the shapes of models are read.
+void addModelAxisOptions(CLI::App & command, NBX::ModelOptions & options);
+/// Adds these and `--textures`.
 void addModelOptions(CLI::App & command, NBX::ModelOptions & options);

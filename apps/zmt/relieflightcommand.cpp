@@ -1,5 +1,6 @@
 // "relief occlusion" and "relief sun": the light of the sky, and that of the sun with the shadows of the
-// ground. Tiles come from the library row by row of tiles, and go to the file by rows.
+// ground and of what stands on it. Tiles come from the library row by row of tiles, and go to the file by
+// rows.
 
 #include "commands.h"
 
@@ -12,6 +13,7 @@
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/terraininput.h"
+#include "reliefcasters.h"
 #include "relieffiles.h"
 
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
@@ -53,6 +55,7 @@ private:
 
 struct LightOptions {
     ReliefFiles files;
+    CityInputs casters;
     RasterLight::Settings settings;
     bool storesNumbers = false;
     double exaggeration = 1.0;
@@ -61,9 +64,11 @@ struct LightOptions {
 };
 
 void runLight(const LightOptions & options) {
+    std::vector<NamedFile> inputs = casterFiles(options.casters);
+    inputs.push_back({"RASTER", options.files.raster});
     const auto pixels = options.storesNumbers ? RasterWriter::P_Numbers : RasterWriter::P_Gray;
     checkReliefFiles(options.files, options.storesNumbers ? ReliefKind::Numbers : ReliefKind::Picture,
-                     {{"RASTER", options.files.raster}});
+                     inputs);
     checkExaggeration(options.exaggeration);
     const auto file = openHeights(options.files.raster);
     const std::string unit = file->heightUnit();
@@ -72,13 +77,15 @@ void runLight(const LightOptions & options) {
     const double heightUnit = ZMT::RASTER::HeightUnit::metres(unit).value_or(1.0);
     const auto cells =
         ZMT::RASTER::CellSizes::of(band->grid(), file->reference(), heightUnit * options.exaggeration);
+    RasterLight::Settings settings = options.settings;
+    settings.casters = readCasters(options.casters, *file, options.exaggeration);
     const NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(16, 16));
     if (!canvas->isCreated()) throw DataError("this system has no OpenGL to draw with");
     const auto out = RasterWriter::open(options.files.out,
                                         reliefLayout(options.files, band->grid(), file->reference(), pixels));
     TileRows rows(*out, band->grid(), options.storesNumbers ? 1.0 : options.greyOfOpenPlane);
     if (!RasterLight::bake(
-            *band, cells, options.settings, canvas,
+            *band, cells, settings, canvas,
             [&rows](const NBX::Area & tile, const std::vector<float> & light) { rows.put(tile, light); }))
         throw DataError("cancelled");
     out->commit();
@@ -120,6 +127,7 @@ void addLightOptions(CLI::App & command, LightOptions & options, int & direction
         .add_option("--far", options.settings.farHalo,
                     "Cells around a tile up to which every eighth one casts shadows")
         ->capture_default_str();
+    addCasterOptions(command, options.casters);
     command
         .add_option("--piece", options.settings.piece,
                     "Tiles that are held at once; the result is the same for any")

@@ -84,7 +84,8 @@ bool RasterLight::bake(const RASTER::RasterBand & heights, const std::vector<RAS
         BakedTile tile{cells, std::vector<float>(std::size_t(cells.getWidth()) * cells.getHeight(),
                                                  std::numeric_limits<float>::quiet_NaN())};
         if (around.hasHeights() && size.x > 0.0 && size.y > 0.0) {
-            AOImpl::MeshStep step{around.newReceiver(s_tileSize), around.newCasters(), s_tileSize};
+            AOImpl::MeshStep step{around.newReceiver(s_tileSize), around.newCasters(settings.casters.get()),
+                                  s_tileSize};
             step.shadowSize = s_shadowSize;
             step.closes = false;
             const NBX::SO<NBX::Image> picture = impl->render(step, lights, &progress);

@@ -6,6 +6,7 @@
 #include "tileheights.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -41,9 +42,9 @@ void appendCell(int southWest, int southEast, int northWest, int northEast, std:
 
 TileHeights::TileHeights(const RASTER::RasterBand & band, const NBX::Area & tile,
                          std::pair<double, double> cellSize, unsigned halo, unsigned farHalo)
-    : tile_(tile), cellSize_(cellSize) {
+    : tile_(tile), cellSize_(cellSize), reach_(static_cast<int>(std::max(farHalo, halo))) {
     near_ = read(band, (halo + s_farStep - 1) / s_farStep * s_farStep, 1);
-    far_ = read(band, std::max(farHalo, halo), s_farStep);
+    far_ = read(band, static_cast<unsigned>(reach_), s_farStep);
     float lowest = std::numeric_limits<float>::infinity();
     for (const float height : near_.heights)
         lowest = std::min(std::isnan(height) ? lowest : height, lowest);
@@ -88,11 +89,13 @@ bool TileHeights::isDefined(unsigned column, unsigned row) const {
         near_.clamped(tile_.getX() + static_cast<int>(column), tile_.getY() + static_cast<int>(row)));
 }
 
-TileHeights::Vector TileHeights::place(int cellX, int cellY, float height) const {
-    const double middleX = tile_.getX() + tile_.getWidth() / 2.0,
-                 middleY = tile_.getY() + tile_.getHeight() / 2.0;
-    return {(cellX - middleX) * cellSize_.first, double(height) - double(base_),
-            (cellY - middleY) * cellSize_.second};
+TileHeights::Vector TileHeights::middle() const {
+    return {tile_.getX() + tile_.getWidth() / 2.0, double(base_), tile_.getY() + tile_.getHeight() / 2.0};
+}
+
+TileHeights::Vector TileHeights::place(double cellX, double cellY, double height) const {
+    const Vector from = middle();
+    return {(cellX - from.x) * cellSize_.first, height - from.y, (cellY - from.z) * cellSize_.second};
 }
 
 /// The height, or where there is none the mean of those around it; NaN without any.
@@ -125,7 +128,7 @@ NBX::SO<NBX::PolygonSet> TileHeights::newReceiver(unsigned size) const {
             if (std::isnan(own)) continue;
             numbers[std::size_t(row) * std::size_t(width) + std::size_t(column)] =
                 static_cast<int>(vertices.size());
-            vertices.push_back(place(x, y, own));
+            vertices.push_back(place(x, y, double(own)));
             places.emplace_back((column - 0.5) / size, (row - 0.5) / size, 0.0);
             const auto slope = [&](int dx, int dy, double step) {
                 const float before = filled(x - dx, y - dy), behind = filled(x + dx, y + dy);
@@ -158,7 +161,8 @@ void TileHeights::appendTriangles(const Window & window, const Window * leftOut,
             if (std::isnan(window.at(column, row))) continue;
             numbers[std::size_t(row) * window.width + column] = static_cast<int>(vertices.size());
             vertices.push_back(place(window.x + static_cast<int>(column) * step,
-                                     window.y + static_cast<int>(row) * step, window.at(column, row)));
+                                     window.y + static_cast<int>(row) * step,
+                                     double(window.at(column, row))));
         }
     for (unsigned row = 0; row + 1 < window.height; ++row)
         for (unsigned column = 0; column + 1 < window.width; ++column) {
@@ -171,11 +175,30 @@ void TileHeights::appendTriangles(const Window & window, const Window * leftOut,
         }
 }
 
-NBX::SO<NBX::PolygonSet> TileHeights::newCasters() const {
+void TileHeights::appendBodies(const NBX::PolygonSet & bodies, std::vector<Vector> & vertices,
+                               std::vector<unsigned> & corners) const {
+    const auto & places = *bodies.newVertexIterator();
+    const double west = tile_.getX() - reach_, east = tile_.getX() + double(tile_.getWidth()) + reach_,
+                 south = tile_.getY() - reach_, north = tile_.getY() + double(tile_.getHeight()) + reach_;
+    std::array<unsigned, 3> triangle{};
+    for (unsigned i = 0; i < bodies.triangles(); ++i) {
+        if (!bodies.triangle(i, triangle)) continue;
+        const Vector a = places.get(triangle[0]), b = places.get(triangle[1]), c = places.get(triangle[2]);
+        if (std::max({a.x, b.x, c.x}) < west || std::min({a.x, b.x, c.x}) > east) continue;
+        if (std::max({a.z, b.z, c.z}) < south || std::min({a.z, b.z, c.z}) > north) continue;
+        for (const Vector & p : {a, b, c}) {
+            corners.push_back(static_cast<unsigned>(vertices.size()));
+            vertices.push_back(place(p.x, p.z, p.y));
+        }
+    }
+}
+
+NBX::SO<NBX::PolygonSet> TileHeights::newCasters(const NBX::PolygonSet * bodies) const {
     std::vector<Vector> vertices;
     std::vector<unsigned> corners;
     appendTriangles(near_, nullptr, vertices, corners);
     appendTriangles(far_, &near_, vertices, corners);
+    if (bodies && bodies->newVertexIterator()) appendBodies(*bodies, vertices, corners);
     return new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles, new NBX::Array<Vector>(std::move(vertices)),
                                new NBX::Array<unsigned>(std::move(corners)));
 }

@@ -27,6 +27,8 @@ public:
     TileHeights(const RASTER::RasterBand & band, const NBX::Area & tile, std::pair<double, double> cellSize,
                 unsigned halo, unsigned farHalo);
 
+    /// The origin of the meshes, in cells of the raster and heights.
+    NBX::Vector3Base<double> middle() const;
     /// False where no cell of the tile has a height.
     bool hasHeights() const { return hasHeights_; }
     bool isDefined(unsigned column, unsigned row) const;
@@ -34,8 +36,9 @@ public:
     /// that of its texel, in a picture of `size` texels square. Cells without a height take the mean of those
     /// around them, so that their neighbours are whole.
     NBX::SO<NBX::PolygonSet> newReceiver(unsigned size) const;
-    /// The tile and its halo, and around that the coarser heights.
-    NBX::SO<NBX::PolygonSet> newCasters() const;
+    /// The tile and its halo, around that the coarser heights, and those triangles of `bodies`, which may be
+    /// null and is in cells of the raster and heights, that reach as far as these.
+    NBX::SO<NBX::PolygonSet> newCasters(const NBX::PolygonSet * bodies = nullptr) const;
 
 private:
     using Vector = NBX::Vector3Base<double>;
@@ -53,13 +56,16 @@ private:
     };
 
     Window read(const RASTER::RasterBand & band, unsigned around, unsigned step) const;
-    Vector place(int cellX, int cellY, float height) const;
+    Vector place(double cellX, double cellY, double height) const;
     float filled(int cellX, int cellY) const;
     void appendTriangles(const Window & window, const Window * leftOut, std::vector<Vector> & vertices,
                          std::vector<unsigned> & corners) const;
+    void appendBodies(const NBX::PolygonSet & bodies, std::vector<Vector> & vertices,
+                      std::vector<unsigned> & corners) const;
 
     NBX::Area tile_;
     std::pair<double, double> cellSize_;
+    int reach_; ///< cells around the tile that cast shadows
     Window near_, far_;
     float base_ = 0.0F; ///< height from which the meshes count
     bool hasHeights_ = false;

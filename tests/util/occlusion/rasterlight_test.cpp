@@ -10,6 +10,7 @@
 #include <nbx/image/image.h>
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/raster/gdal/rasterfile.h>
 #include <zmt/raster/rasterband.h>
 #include <zmt/raster/relief/reliefwalk.h>
 
@@ -218,6 +219,191 @@ TEST_F(RasterLightTest, CellsWithoutHeightsHaveNoLightAndSpoilNoOthers) {
         EXPECT_TRUE(std::isnan(value));
     const SO<ComputedBand> single(new ComputedBand(1, 1, 10.0, [&](unsigned, unsigned) { return 5.0F; }));
     EXPECT_NEAR(1.0F, baked(*single, settings(20))[0], 0.01F);
+}
+
+/// Boxes in cells and heights.
+class Bodies {
+public:
+    void add(const V & low, const V & high) {
+        const auto corner = [&](unsigned i) {
+            return V(i & 1 ? high.x : low.x, i & 2 ? high.y : low.y, i & 4 ? high.z : low.z);
+        };
+        for (const unsigned i : {0, 1, 3, 0, 3, 2, 4, 5, 7, 4, 7, 6, 0, 1, 5, 0, 5, 4,
+                                 2, 3, 7, 2, 7, 6, 0, 2, 6, 0, 6, 4, 1, 3, 7, 1, 7, 5})
+            corners_.push_back(corner(i));
+    }
+    const std::vector<V> & corners() const { return corners_; }
+    SO<NBX::PolygonSet> set() const {
+        return new NBX::PolygonSet(NBX::PolygonSet::PT_Triangles, new NBX::Array<V>(corners_));
+    }
+
+private:
+    std::vector<V> corners_;
+};
+
+/// Level ground at the height 100, with cells of 10 m.
+SO<ComputedBand> plain(unsigned width, unsigned height) {
+    return new ComputedBand(width, height, 10.0, [](unsigned, unsigned) { return 100.0F; });
+}
+
+/// A house of 30 m in a yard with walls of 20 m.
+Bodies yard() {
+    Bodies bodies;
+    bodies.add({20.5, 100, 21.5}, {25.5, 130, 26.5});
+    bodies.add({9.5, 100, 9.5}, {38.5, 120, 11.5});
+    bodies.add({9.5, 100, 36.5}, {38.5, 120, 38.5});
+    bodies.add({9.5, 100, 9.5}, {11.5, 120, 38.5});
+    bodies.add({36.5, 100, 9.5}, {38.5, 120, 38.5});
+    return bodies;
+}
+
+TEST_F(RasterLightTest, ABoxInAYardIsLitAsByRays) {
+    constexpr unsigned cells = 48;
+    RasterLight::Settings s = settings(300);
+    const Bodies bodies = yard();
+    s.casters = bodies.set();
+    const std::vector<float> light = baked(*plain(cells, cells), s);
+    std::srand(s.seed);
+    const LightList lights = LightList::combined(s.lighting);
+    RayLight rays;
+    const auto inMetres = [](const V & p) { return V(10.0 * p.x, p.y, 10.0 * p.z); };
+    for (std::size_t i = 0; i < bodies.corners().size(); i += 3)
+        rays.add(inMetres(bodies.corners()[i]), inMetres(bodies.corners()[i + 1]),
+                 inMetres(bodies.corners()[i + 2]));
+    rays.commit();
+    ComparedLight compared;
+    for (unsigned y = 0; y < cells; ++y)
+        for (unsigned x = 0; x < cells; ++x)
+            compared.add(double(light[y * cells + x]),
+                         rays.light({10.0 * x, 100.0, 10.0 * y}, {0.0, 1.0, 0.0}, lights, 0.1) /
+                             lights.onOpenPlane().y);
+    RecordProperty("correlation", testing::PrintToString(compared.correlation()));
+    RecordProperty("difference", testing::PrintToString(compared.meanDifference()));
+    EXPECT_GE(compared.correlation(), 0.98);
+    EXPECT_LE(compared.meanDifference(), 0.02);
+    EXPECT_LT(light[20 * cells + 23], 0.85F);
+    EXPECT_NEAR(0.0F, light[24 * cells + 23], 0.01F) << "below the house";
+}
+
+TEST_F(RasterLightTest, AWallInTheNorthDarkensAsMuchAsItsMirrorImage) {
+    constexpr unsigned cells = 40;
+    std::srand(3);
+    std::vector<V> directions;
+    const auto quarter = ZMT::UTIL::AmbientOcclusion::createLightDirections(40);
+    for (const V & d : *quarter)
+        for (const double z : {-1.0, 1.0})
+            directions.push_back(LightList::turnedUp({d.x, z * d.y, d.z}));
+    const auto mean = [&](double wall, unsigned firstRow) {
+        RasterLight::Settings s = settings(0);
+        s.lighting.extraDirections = new NBX::Array<V>(directions);
+        s.lighting.extraColors = new NBX::Array<V>(std::vector<V>(directions.size(), V(1, 1, 1)));
+        Bodies bodies;
+        bodies.add({-0.5, 100, wall - 1.0}, {39.5, 140, wall + 1.0});
+        s.casters = bodies.set();
+        const std::vector<float> light = baked(*plain(cells, cells), s);
+        double sum = 0.0;
+        for (unsigned y = firstRow; y < firstRow + 6; ++y)
+            for (unsigned x = 0; x < cells; ++x)
+                sum += double(light[y * cells + x]) / (6.0 * cells);
+        return sum;
+    };
+    const double southOfIt = mean(30.0, 22), northOfIt = mean(9.0, 12);
+    EXPECT_LT(southOfIt, 0.9);
+    EXPECT_NEAR(southOfIt, northOfIt, 0.005);
+}
+
+TEST_F(RasterLightTest, BodiesBesideTheRasterShadeItAsFarAsHeightsDo) {
+    RasterLight::Settings s = settings(0);
+    s.lighting.extraDirections = new NBX::Array<V>(std::vector<V>{{0.0, 0.2, 1.0}});
+    s.lighting.extraColors = new NBX::Array<V>(std::vector<V>{{1, 1, 1}});
+    const auto light = [&](double wall) {
+        Bodies bodies;
+        bodies.add({-9.5, 100, wall}, {48.5, 900, wall + 1.0});
+        s.casters = bodies.set();
+        return baked(*plain(40, 40), s)[39 * 40 + 20];
+    };
+    EXPECT_NEAR(0.0F, light(42.0), 0.01F);
+    EXPECT_NEAR(0.0F, light(100.0), 0.01F);
+    EXPECT_NEAR(1.0F, light(105.0), 0.01F) << "beyond the tile and 64 cells";
+}
+
+TEST_F(RasterLightTest, BodiesAcrossTilesGiveTheSameForAnyPiece) {
+    constexpr unsigned width = 530, height = 9;
+    Bodies bodies;
+    bodies.add({505.5, 90, 3.5}, {519.5, 140, 5.5});
+    RasterLight::Settings s = settings(40);
+    s.casters = bodies.set();
+    s.piece = 1;
+    const std::vector<float> one = baked(*plain(width, height), s);
+    s.piece = 2;
+    EXPECT_EQ(0, std::memcmp(one.data(), baked(*plain(width, height), s).data(), one.size() * sizeof(float)));
+    EXPECT_LT(one[2 * width + 511], 0.8F);
+    EXPECT_NEAR(one[2 * width + 511], one[2 * width + 512], 0.03F);
+}
+
+/// A part of another band.
+class PartOfBand : public RasterBand {
+    NBX_TEMPLATE_CLASS(PartOfBand, RasterBand)
+public:
+    PartOfBand(const SO<RasterBand> & all, const NBX::Area & part)
+        : RasterBand({part.getWidth(), part.getHeight(), 0.0, 0.0, 90.0, 90.0}), all_(all), part_(part) {}
+
+protected:
+    void readCells(unsigned col, unsigned row, unsigned width, unsigned height,
+                   float * cells) const override {
+        all_->read(col + unsigned(part_.getX()), row + unsigned(part_.getY()), width, height, cells);
+    }
+
+private:
+    SO<RasterBand> all_;
+    NBX::Area part_;
+};
+
+/// Of the cells that have light.
+double meanOf(const std::vector<float> & light) {
+    double sum = 0.0, cells = 0.0;
+    for (const float value : light) {
+        if (std::isnan(value)) continue;
+        sum += double(value);
+        cells += 1.0;
+    }
+    return sum / cells;
+}
+
+TEST_F(RasterLightTest, AroundEverestAHaloOfTwiceTheSizeChangesLittle) {
+    const ZMT::RASTER::RasterFile file(ZMT_DATA_DIR "/everest_srtm3.tif");
+    // West of the border of tiles lies a part of the second one's halo.
+    const SO<PartOfBand> band(new PartOfBand(file.band(), NBX::Area(570, 1100, 600, 64)));
+    const auto means = [&](unsigned halo, unsigned farHalo) {
+        RasterLight::Settings s = settings(12);
+        s.halo = halo;
+        s.farHalo = farHalo;
+        const std::vector<float> light = baked(*band, s);
+        std::vector<float> second;
+        for (unsigned y = 0; y < 64; ++y)
+            second.insert(second.end(), &light[y * 600 + 512], &light[y * 600] + 600);
+        return second;
+    };
+    const RasterLight::Settings usual;
+    const std::vector<float> once = means(usual.halo, usual.farHalo);
+    const std::vector<float> twice = means(2 * usual.halo, 2 * usual.farHalo);
+    EXPECT_NEAR(meanOf(once), meanOf(twice), 0.01);
+    EXPECT_NE(meanOf(once), meanOf(means(8, usual.farHalo))) << "a smaller one is seen";
+}
+
+TEST_F(RasterLightTest, BothRenderersGiveTheSame) {
+    const SO<ComputedBand> band(new ComputedBand(100, 80, 10.0, waves));
+    RasterLight::Settings s = settings(60);
+    const Bodies bodies = yard();
+    s.casters = bodies.set();
+    const std::vector<float> buffers = baked(*band, s);
+    ZMT::UTIL::AmbientOcclusion::setFBOEnabled(false);
+    const std::vector<float> pbuffers = baked(*band, s);
+    ZMT::UTIL::AmbientOcclusion::setFBOEnabled(true);
+    std::size_t others = 0;
+    for (std::size_t i = 0; i < buffers.size(); ++i)
+        others += std::abs(buffers[i] - pbuffers[i]) > 2.0F / 255.0F ? 1 : 0;
+    EXPECT_LE(1000 * others, buffers.size());
 }
 
 TEST_F(RasterLightTest, CancellingStopsBeforeAnythingIsWritten) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <nbx/math/area.h>
+#include <nbx/scene/shape/polygonset.h>
 #include <zmt/util/occlusion/ambientocclusion.h>
 
 namespace ZMT::RASTER {
@@ -30,6 +31,9 @@ public:
         unsigned halo = 64;
         /// Cells around a tile up to which every eighth one casts shadows.
         unsigned farHalo = 1024;
+        /// Bodies on the ground that cast shadows as far as heights do, such as buildings: x and z in cells
+        /// of the raster, y in units of the heights. May be null.
+        NBX::SO<NBX::PolygonSet> casters;
         /// Tiles that are held at once, 1 or more.
         unsigned piece = 4;
         /// Seed of the process's `rand`, from which the directions are.
