@@ -84,6 +84,10 @@ void addAtlasOptions(CLI::App & command, CityBuilding & building) {
         ->default_str("dxt1");
     command.add_flag("--unique", building.isUnique,
                      "Give triangles texels of their own in place of whole textures");
+    command.add_flag(
+        "--occlusion", building.hasOcclusion,
+        "Darken what sees little of the sky past the other models and the ground of --terrain, in a "
+        "second layer of textures; triangles get texels of their own for it");
     command
         .add_option_function<std::string>(
             "--shade",

@@ -20,6 +20,7 @@
 #include <zmt/core/texturedtriangles/citymodels.h>
 #include <zmt/core/texturedtriangles/heldpagingfiles.h>
 #include <zmt/core/texturedtriangles/modelshading.h>
+#include <zmt/util/occlusion/citylight.h>
 
 #include "landscape/errors.h"
 #include "landscape/groundlayers.h"
@@ -104,7 +105,8 @@ public:
         : format_(TexturedTriangleTree::getDefaultTextureFormat()),
           isUnique_(TexturedTriangleTree::uniqueTextureParameterizationEnforced()) {
         TexturedTriangleTree::setDefaultTextureFormat(building.format);
-        TexturedTriangleTree::enforceUniqueTextureParameterization(building.isUnique);
+        TexturedTriangleTree::enforceUniqueTextureParameterization(building.isUnique ||
+                                                                   building.hasOcclusion);
     }
     ~TreeSettings() {
         TexturedTriangleTree::setDefaultTextureFormat(format_);
@@ -146,6 +148,9 @@ void checkSceneName(const std::string & scene) {
                          "' in its name, which no URL of its files could have: " + name);
 }
 
+/// Of paging files: of what is opaque and what is not, textures and light.
+constexpr const char * s_pagingKinds[] = {"opaque", "trans", "opaque.light", "trans.light"};
+
 /// The names of a build's files beside the scene `path`: its own name with a number.
 class BuildNames {
 public:
@@ -162,9 +167,13 @@ public:
     std::string paging(std::uint64_t number, const char * kind) const {
         return stem_ + "." + std::to_string(number) + "." + kind + "." + suffix_;
     }
+    /// That of the light on what has `textures` as its paging file, in a build without a number.
+    std::wstring light(const std::wstring & textures) const {
+        return wide(paging(0, textures == wide(paging(0, "trans")) ? "trans.light" : "opaque.light"));
+    }
     /// The name of a file of the build that has no number yet.
     std::string numbered(const std::string & path, std::uint64_t number) const {
-        for (const char * kind : {"opaque", "trans"})
+        for (const char * kind : s_pagingKinds)
             if (path == paging(0, kind)) return paging(number, kind);
         return path;
     }
@@ -196,7 +205,7 @@ private:
         std::uint32_t number = 0;
         const std::errc error = std::from_chars(rest.data(), rest.data() + rest.size(), number).ec;
         if (error != std::errc()) return {};
-        for (const char * kind : {"opaque", "trans"})
+        for (const char * kind : s_pagingKinds)
             if (file == paging(number, kind)) return number;
         return {};
     }
@@ -251,12 +260,24 @@ void publish(const CityModels & city, ZMT::CORE::HeldPagingFiles & held, const B
         std::filesystem::remove(file, ignored);
 }
 
-/// Textures of triangles of their own are drawn.
+/// Textures of triangles of their own are drawn, and so is light.
 void checkDrawing() {
     const NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(16, 16));
     if (!canvas->create())
-        throw DataError(
-            "--unique needs OpenGL, and no context could be made; install Mesa's software renderer");
+        throw DataError("--unique and --occlusion need OpenGL, and no context could be made; install Mesa's "
+                        "software renderer");
+}
+
+void bakeOcclusion(const CityModels & city, const ModelGround & ground, const BuildNames & names) {
+    const Stage stage(L"light");
+    const NBX::SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(16, 16));
+    ZMT::UTIL::CityLight::Settings settings;
+    if (ground.isThere()) settings.groundAt = ground.height;
+    const bool isDone = ZMT::UTIL::CityLight::bake(
+        city, settings, canvas.get(), [&](const std::wstring & textures) { return names.light(textures); });
+    if (isDone) return;
+    Reports::throwFirst();
+    throw DataError("cancelled");
 }
 
 std::uint64_t atlasesOf(const TexturedTriangleTree & tree) {
@@ -334,7 +355,7 @@ CityReport buildCity(const CityBuilding & building) {
     // What cannot be written or drawn is noticed before the long work.
     const std::string out = sceneOf(building.out);
     const NBX::AtomicFileWriter writable(out);
-    if (building.isUnique) checkDrawing();
+    if (building.isUnique || building.hasOcclusion) checkDrawing();
     const PlacedModels models = placedModels(building);
     const ModelGround ground = groundOf(building.terrain);
     const GeoReference map = mapOf(building, ground, models);
@@ -366,6 +387,7 @@ CityReport buildCity(const CityBuilding & building) {
     }
     const NBX::SO<CityModels> city(new CityModels(drawn, origin, map, assembly.table(origin)));
     if (NBX::ConsoleProgressDisplay::interrupted()) throw DataError("cancelled");
+    if (building.hasOcclusion) bakeOcclusion(*city, ground, names);
     publish(*city, held, names, out);
     CityReport report = reportOf(*city, assembly, library, out);
     report.opaqueFill = shareOf(held.fill(names.paging(0, "opaque")));

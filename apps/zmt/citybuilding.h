@@ -20,6 +20,8 @@ struct CityBuilding : CityInputs {
     ZMT::CORE::TexturedTriangleTree::TextureFormat format =
         ZMT::CORE::TexturedTriangleTree::TextureFormatDXT1;
     bool isUnique = false; ///< every triangle gets texels of its own
+    /// Ground and neighbours shade the models, in a second layer, which needs these, too.
+    bool hasOcclusion = false;
     bool isShaded = true;
     std::optional<Sunlight> light; ///< without it from the north-west
     std::string out;

@@ -76,6 +76,86 @@ TEST(City, IsBuiltToldAndDrawn) {
     EXPECT_EQ(stats.at("crs"), "EPSG:32633");
 }
 
+namespace {
+
+/// A house of 5 m and a wall of 16 m to the north of it, with z upwards.
+std::string houseBeforeAWall() {
+    std::string text;
+    int first = 1;
+    for (const auto & [low, high] :
+         {std::pair(std::array{0, 0, 0}, std::array{8, 8, 5}), {{-4, 11, 0}, {12, 13, 16}}}) {
+        for (unsigned i = 0; i < 8; ++i)
+            text += "v " + std::to_string((i & 1 ? high : low)[0]) + " " +
+                    std::to_string((i & 2 ? high : low)[1]) + " " + std::to_string((i & 4 ? high : low)[2]) +
+                    "\n";
+        for (const auto & face :
+             {std::array{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}}) {
+            text += "f";
+            for (const int corner : face)
+                text += " " + std::to_string(first + corner);
+            text += "\n";
+        }
+        first += 8;
+    }
+    return text;
+}
+
+/// The darkest and the brightest pixel that is not the background.
+std::pair<double, double> rangeIn(const std::string & path) {
+    const NBX::SO<NBX::Image> image = pictureIn(path);
+    const NBX::Color sky = image->getColor(0, 0);
+    std::pair<double, double> range(1.0, 0.0);
+    for (int y = 0; y < image->height(); ++y)
+        for (int x = 0; x < image->width(); ++x) {
+            const NBX::Color color = image->getColor(x, y);
+            if (color == sky) continue;
+            range = {std::min(range.first, double(color[1])), std::max(range.second, double(color[1]))};
+        }
+    return range;
+}
+
+} // namespace
+
+TEST(City, NeighboursShadeEachOtherInASecondLayer) {
+    const RunFolder folder;
+    const std::string model = folder.write("street.obj", houseBeforeAWall());
+    const auto build = [&](const std::vector<std::string> & more) {
+        std::vector<std::string> arguments = {
+            "build",      "city",         model, "--up",    "z",    "--at",  "370000,5800000,40", "--system",
+            "EPSG:32633", "--atlas-size", "256", "--shade", "none", "--out", folder.out("s.city")};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const RunResult run = zmt(folder, arguments);
+        EXPECT_EQ(run.status, 0) << run.errors;
+        return run.output;
+    };
+    const auto range = [&] {
+        const RunResult drawn =
+            zmt(folder, {"render", "--city", folder.out("s.city"), "--size", "320x240", "--view",
+                         "370020,5799980,60,370004,5800006,43", "--out", folder.out("s.png")});
+        EXPECT_EQ(drawn.status, 0) << drawn.errors;
+        const auto found = rangeIn(folder.out("s.png"));
+        std::filesystem::remove(folder.out("s.png"));
+        return found;
+    };
+    build({"--unique"});
+    const auto [plain, brightestPlain] = range();
+    EXPECT_NEAR(plain, brightestPlain, 0.02) << "all is of one colour";
+    const std::string told = build({"--occlusion"});
+    EXPECT_EQ(folder.results(),
+              (std::vector<std::string>{"s.2.opaque.city", "s.2.opaque.light.city", "s.city"}));
+    EXPECT_NE(told.find("s.2.opaque.light.city\n"), std::string::npos) << told;
+    const auto layers = infoOf(folder, folder.out("s.city")).at("trees").at(0).at("layers");
+    ASSERT_EQ(layers.size(), 2U);
+    EXPECT_EQ(layers.at(1).at("format"), "luminance");
+    EXPECT_EQ(zmt(folder, {"validate", folder.out("s.city")}).status, 0);
+    const auto [darkest, brightest] = range();
+    EXPECT_LT(darkest, 0.7 * plain) << "between house and wall";
+    EXPECT_NEAR(plain, brightest, 0.02) << "what is open";
+    // A build without takes the light away.
+    build({"--unique"});
+    EXPECT_EQ(folder.results(), (std::vector<std::string>{"s.3.opaque.city", "s.city"}));
+}
+
 TEST(City, HasTheSameBytesEachTime) {
     const RunFolder a, b;
     for (const RunFolder * folder : {&a, &b})
