@@ -122,7 +122,7 @@ TEST(City, NeighboursShadeEachOtherInASecondLayer) {
     const auto build = [&](const std::vector<std::string> & more) {
         std::vector<std::string> arguments = {
             "build",      "city",         model, "--up",    "z",    "--at",  "370000,5800000,40", "--system",
-            "EPSG:32633", "--atlas-size", "256", "--shade", "none", "--out", folder.out("s.city")};
+            "EPSG:32633", "--atlas-size", "128", "--shade", "none", "--out", folder.out("s.city")};
         arguments.insert(arguments.end(), more.begin(), more.end());
         const RunResult run = zmt(folder, arguments);
         EXPECT_EQ(run.status, 0) << run.errors;

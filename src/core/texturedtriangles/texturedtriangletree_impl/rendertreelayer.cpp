@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include <nbx/image/memoryimage.h>
@@ -27,7 +29,9 @@ public:
     LayerRun(TexturedTriangleTree & tree, TexturedTriangleTree::TextureFormat format, int layer,
              const std::wstring & pagingFile, const RenderTreeLayer::Draw & draw)
         : tree_(tree), nodes_(*tree.getRenderTree()), format_(format), layer_(std::size_t(layer)),
-          pagingFile_(pagingFile), draw_(draw), file_(pagingFile, format) {}
+          pagingFile_(pagingFile), draw_(draw) {
+        if (nodes_.hasChildren(nodes_.root())) file_.emplace(pagingFile, format);
+    }
 
     bool run() {
         const Node root = nodes_.root();
@@ -38,13 +42,14 @@ public:
         const SO<StreamTexture> texture(new StreamTexture(whole, format_));
         const double scale = root->content.textureScaleFactor;
         texture->setMatrix(NBX::Matrix4x4Base<double>::scaling({scale, scale, 1.0}));
-        file_.commit();
+        if (file_) file_->commit();
         for (const auto & [node, block] : blocks_) {
             grown(node->blockPositions)[layer_] = block.position;
             grown(node->blockSizes)[layer_] = block.size;
         }
         grown(root->content.textures)[layer_] = SO<NBX::SharedObj>(texture.get());
-        tree_.registerTextureLayer(int(layer_), pagingFile_, SO<NBX::SharedObj>(texture.get()), format_);
+        tree_.registerTextureLayer(int(layer_), file_ ? pagingFile_ : tree_.getPagingFile(0),
+                                   SO<NBX::SharedObj>(texture.get()), format_);
         return true;
     }
 
@@ -67,7 +72,7 @@ private:
         for (unsigned i = 0; i < pictures.size() && !isGivenUp_; ++i)
             pictures[i] = make(nodes_.child(node, i));
         if (isGivenUp_) return nullptr;
-        const auto blocks = file_.writeAtlases({pictures.begin(), pictures.end()});
+        const auto blocks = file_->writeAtlases({pictures.begin(), pictures.end()});
         for (unsigned i = 0; i < pictures.size(); ++i)
             blocks_.emplace_back(&nodes_.child(node, i)->content, blocks[i]);
         return AtlasTreeGenerator::combineImages(pictures, tree_.getAtlasSize());
@@ -79,7 +84,7 @@ private:
     const std::size_t layer_;
     const std::wstring & pagingFile_;
     const RenderTreeLayer::Draw & draw_;
-    PagingFileWriter file_;
+    std::optional<PagingFileWriter> file_; ///< nothing for a tree of one node
     std::vector<std::pair<RenderNode *, PagingFileWriter::Block>> blocks_;
     bool isGivenUp_ = false;
 };

@@ -16,8 +16,9 @@ public:
     using Draw = std::function<NBX::SO<NBX::Image>(const RenderNode & leaf)>;
 
     /// Writes the paging file, a new one that appears when it is complete; then `tree`, which has nodes, gets
-    /// the layer. False, with nothing written and `tree` as it was, where `draw` gives null. Throws
-    /// `IOException`, and what `draw` throws.
+    /// the layer. A tree of one node, whose picture it holds itself, has the file of its first layer in the
+    /// place of an empty one, which no web server gives by ranges. False, with nothing written and `tree` as
+    /// it was, where `draw` gives null. Throws `IOException`, and what `draw` throws.
     static bool add(TexturedTriangleTree & tree, TexturedTriangleTree::TextureFormat format, int layer,
                     const std::wstring & pagingFile, const Draw & draw);
 };

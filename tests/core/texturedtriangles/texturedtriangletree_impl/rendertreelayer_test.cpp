@@ -26,7 +26,11 @@ class RenderTreeLayerTest : public testing::Test {
 protected:
     RenderTreeLayerTest() {
         std::filesystem::create_directories(folder);
-        const auto triangles = CitySquares::container({0, 1, 2, 0, 1, 1, 0, 2, 2, 0, 0, 1, 1, 2, 0, 2}, 4);
+        build({0, 1, 2, 0, 1, 1, 0, 2, 2, 0, 0, 1, 1, 2, 0, 2});
+    }
+    void build(const std::vector<unsigned> & textures) {
+        tree = SO<Tree>(new Tree());
+        const auto triangles = CitySquares::container(textures, 4);
         nodes = RenderTreeCreator::create(tree.get(), Tree::TextureFormatDXT1, 0, wide("layer0"),
                                           CitySquares::atlasTree(triangles), triangles, CitySquares::distance,
                                           CitySquares::fieldOfView, CitySquares::screenSize,
@@ -109,6 +113,18 @@ TEST_F(RenderTreeLayerTest, ALayerThatIsGivenUpLeavesNothing) {
     EXPECT_EQ(std::vector<std::string>{"layer0"}, NBX::File::matchingEntries(folder, "*"));
     for (unsigned i = 0; i < 4; ++i)
         EXPECT_EQ(1U, nodes->child(nodes->root(), i)->content.blockSizes.size());
+}
+
+TEST_F(RenderTreeLayerTest, ATreeOfOneLeafNeedsNoFileOfItsOwn) {
+    build({0});
+    ASSERT_EQ(1U, nodes->numberOfNodes());
+    ASSERT_TRUE(add([](const RenderNode &) { return grey(77); }));
+    EXPECT_EQ(2, tree->getNumberOfLayers());
+    EXPECT_EQ(tree->getPagingFile(0), tree->getPagingFile(1));
+    EXPECT_EQ(std::vector<std::string>{"layer0"}, NBX::File::matchingEntries(folder, "*"));
+    const auto root = NBX::soCast<TTTMemoryController::StreamTexture>(tree->getRootAtlas(1));
+    EXPECT_EQ(77, static_cast<const unsigned char *>(root->data()->pointer())[100]);
+    EXPECT_TRUE(reports.empty()) << reports;
 }
 
 TEST_F(RenderTreeLayerTest, ATreeWithoutNodesIsReported) {
