@@ -28,7 +28,7 @@ public:
     static constexpr double s_leastLight = 0.3;
 
     struct Settings {
-        int directions = 300; ///< at random over the sky
+        int directions = 150; ///< at random over the sky
         unsigned seed = 1;    ///< of the process's `rand`, from which they are
         /// Heights of the ground, in metres, at places of the city's map; NaN where there is none. Without it
         /// the ground is level, and throws no shade.
