@@ -102,14 +102,15 @@ render everest_streamed --terrain "http://127.0.0.1:$port/everest.ztt" --image "
 render everest_streamed_closeup --terrain "http://127.0.0.1:$port/everest.ztt" \
     --image "http://127.0.0.1:$port/everest.zts" --view 481000,3083000,9000,487000,3092500,5500
 
-# A town of one house: near, far, and on a hill.
+# A town of one house: near, far, and on a hill, where little of the sky reaches what lies below its balconies.
 town=(data/testtown/testtown_lod3.obj --up z --atlas-size 512)
 "$zmt" build city "${town[@]}" --at 754000,4040000,0 --system EPSG:32616 --out out/town.city 2>out/city.log ||
     fail "$(tail -n 1 out/city.log)"
 "$zmt" info out/town.city || fail "the city cannot be read"
 render town_near --city out/town.city --view 753960,4039985,20,754006,4040009,10
 render town_far --city out/town.city --view 753600,4039600,200,754006,4040009,10
-"$zmt" build city "${town[@]}" --at 754000,4040000 --terrain data/jacksboro_srtm3.tif --out out/hilltown.city 2>out/city.log ||
+"$zmt" build city "${town[@]}" --at 754000,4040000 --terrain data/jacksboro_srtm3.tif --occlusion \
+    --out out/hilltown.city 2>out/city.log ||
     fail "$(tail -n 1 out/city.log)"
 render town_on_terrain "${jacksboro[@]:0:2}" --city out/hilltown.city \
     --view 753966,4039982,+18,754004,4040009,+9

@@ -91,8 +91,8 @@ public:
         for (const Point & place : *inTree)
             sum += place;
         const Point middle = sum * (leaf.textureScaleFactor / inTree->size());
-        const Point corner(std::floor(middle.x) - number % along_, std::floor(middle.y) - number / along_,
-                           0.0);
+        const unsigned column = number % along_, row = number / along_;
+        const Point corner(std::floor(middle.x) - column, std::floor(middle.y) - row, 0.0);
         const SO<PolygonSet> faces = NBX::PolygonSetTool::computeFaceNormals(set.get());
         for (unsigned i = 0; i < faces->newVertexIterator()->size(); ++i) {
             vertices_.push_back(faces->newVertexIterator()->get(i));

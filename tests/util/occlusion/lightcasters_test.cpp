@@ -67,7 +67,9 @@ TEST(LightCastersTest, OnExaggeratedGroundBodiesKeepTheirSize) {
         const std::vector<V> corners = cellsOf({body}, f);
         return std::pair(corners.at(0).y, corners.at(1).y);
     };
-    EXPECT_EQ(std::pair(505.0, 515.0), heights(newFrame(2.0)));
+    LightCasters::Frame onGround = newFrame(2.0);
+    onGround.groundAt = [](const MapPlace &) { return 100.0; };
+    EXPECT_EQ(std::pair(505.0, 515.0), heights(onGround)) << "its own ground comes first";
     LightCasters::Frame feet = newFrame(2.0);
     feet.heightUnit = 0.5;
     EXPECT_EQ(std::pair(1010.0, 1030.0), heights(feet));

@@ -314,17 +314,22 @@ TEST_F(RasterLightTest, AWallInTheNorthDarkensAsMuchAsItsMirrorImage) {
 
 TEST_F(RasterLightTest, BodiesBesideTheRasterShadeItAsFarAsHeightsDo) {
     RasterLight::Settings s = settings(0);
-    s.lighting.extraDirections = new NBX::Array<V>(std::vector<V>{{0.0, 0.2, 1.0}});
     s.lighting.extraColors = new NBX::Array<V>(std::vector<V>{{1, 1, 1}});
-    const auto light = [&](double wall) {
+    // A wall in the direction of the sun, so many cells beyond the border of the raster.
+    const auto light = [&](const V & side, double beyond) {
+        s.lighting.extraDirections = new NBX::Array<V>(std::vector<V>{side + V(0.0, 0.2, 0.0)});
+        const V middle = V(19.5, 100.0, 19.5) + side * (20.0 + beyond), along(side.z, 0.0, side.x);
         Bodies bodies;
-        bodies.add({-9.5, 100, wall}, {48.5, 900, wall + 1.0});
+        bodies.add(middle - along * 30.0, middle + along * 30.0 + side + V(0.0, 800.0, 0.0));
         s.casters = bodies.set();
-        return baked(*plain(40, 40), s)[39 * 40 + 20];
+        const V seen = V(19.5, 0.0, 19.5) + side * 19.0;
+        return baked(*plain(40, 40), s)[unsigned(seen.z) * 40 + unsigned(seen.x)];
     };
-    EXPECT_NEAR(0.0F, light(42.0), 0.01F);
-    EXPECT_NEAR(0.0F, light(100.0), 0.01F);
-    EXPECT_NEAR(1.0F, light(105.0), 0.01F) << "beyond the tile and 64 cells";
+    for (const V & side : {V(1, 0, 0), V(-1, 0, 0), V(0, 0, 1), V(0, 0, -1)}) {
+        EXPECT_NEAR(0.0F, light(side, 3.0), 0.01F) << side.x << side.z;
+        EXPECT_NEAR(0.0F, light(side, 60.0), 0.01F) << side.x << side.z;
+        EXPECT_NEAR(1.0F, light(side, 67.0), 0.01F) << side.x << side.z << " is beyond the tile and 64 cells";
+    }
 }
 
 TEST_F(RasterLightTest, BodiesAcrossTilesGiveTheSameForAnyPiece) {
