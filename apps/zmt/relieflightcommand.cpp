@@ -4,7 +4,9 @@
 
 #include "commands.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <memory>
 #include <numbers>
 #include <string>
@@ -27,7 +29,7 @@ using ZMT::RASTER::RasterWriter;
 using ZMT::UTIL::RasterLight;
 
 /// Puts the tiles of a row together, which come from west to east, and turns their rows: those of files begin
-/// in the north.
+/// in the north, and are put in strips of tiles of their own.
 class TileRows {
 public:
     /// `openPlane` is the number for the light of an open plane.
@@ -36,21 +38,39 @@ public:
 
     void put(const NBX::Area & cells, const std::vector<float> & light) {
         const unsigned height = cells.getHeight(), width = cells.getWidth();
-        rows_.resize(std::size_t(grid_.cellsX) * height);
+        rows_.resize(std::size_t(grid_.cellsX) * (waiting_ + height));
         for (unsigned row = 0; row < height; ++row) {
-            float * to = &rows_[std::size_t(height - 1 - row) * grid_.cellsX + unsigned(cells.getX())];
+            float * to =
+                &rows_[std::size_t(waiting_ + height - 1 - row) * grid_.cellsX + unsigned(cells.getX())];
             for (unsigned column = 0; column < width; ++column)
                 to[column] = light[std::size_t(row) * width + column] * scale_;
         }
         if (unsigned(cells.getX()) + width < grid_.cellsX) return;
-        out_.put(grid_.cellsY - unsigned(cells.getY()) - height, height, rows_.data());
+        waiting_ += height;
+        handOver();
     }
 
 private:
+    /// All strips that are whole, and at the end of the raster the rest.
+    void handOver() {
+        unsigned done = 0;
+        while (done < waiting_) {
+            const unsigned count = std::min({RasterWriter::s_rows, waiting_ - done, grid_.cellsY - first_});
+            if (count < RasterWriter::s_rows && first_ + count < grid_.cellsY) break;
+            out_.put(first_, count, &rows_[std::size_t(done) * grid_.cellsX]);
+            first_ += count;
+            done += count;
+        }
+        rows_.erase(rows_.begin(), rows_.begin() + std::ptrdiff_t(std::size_t(done) * grid_.cellsX));
+        waiting_ -= done;
+    }
+
     RasterWriter & out_;
     ZMT::RASTER::RasterGrid grid_;
     float scale_;
-    std::vector<float> rows_; ///< the northern one first
+    std::vector<float> rows_; ///< that were not put yet, the northern one first
+    unsigned waiting_ = 0;    ///< of these, those that are complete
+    unsigned first_ = 0;      ///< the northern one of these, in the raster
 };
 
 struct LightOptions {

@@ -9,6 +9,7 @@
 
 #include "graypixels.h"
 
+#include <nbx/object/errorhandler.h>
 #include <nbx/object/exception.h>
 #include <zmt/raster/relief/reliefproduct.h>
 
@@ -83,6 +84,9 @@ void GeoTiffWriter::putTiles(int band, unsigned first, unsigned count, const Mak
 }
 
 void GeoTiffWriter::put(unsigned first, unsigned count, float * values) {
+    const bool isStrip = first % s_rows == 0 && count <= s_rows;
+    NBX_CHECK(isStrip, L"rows are put in strips of a tile");
+    if (!isStrip) return;
     GdalErrorTrap trap;
     if (layout_.pixels == P_Numbers) {
         putTiles<float>(1, first, count, [values](std::size_t i) {

@@ -151,9 +151,12 @@ TEST(City, NeighboursShadeEachOtherInASecondLayer) {
     const auto [darkest, brightest] = range();
     EXPECT_LT(darkest, 0.7 * plain) << "between house and wall";
     EXPECT_NEAR(plain, brightest, 0.02) << "what is open";
+    const std::string light = readWhole(folder.out("s.2.opaque.light.city"));
+    build({"--occlusion"});
+    EXPECT_EQ(readWhole(folder.out("s.3.opaque.light.city")), light);
     // A build without takes the light away.
     build({"--unique"});
-    EXPECT_EQ(folder.results(), (std::vector<std::string>{"s.3.opaque.city", "s.city"}));
+    EXPECT_EQ(folder.results(), (std::vector<std::string>{"s.4.opaque.city", "s.city"}));
 }
 
 TEST(City, HasTheSameBytesEachTime) {

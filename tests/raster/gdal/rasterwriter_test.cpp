@@ -12,6 +12,7 @@
 #include <zmt/raster/gdal/rasterfile.h>
 
 #include "raster/gdal/geotiff.h"
+#include "support/recordedreports.h"
 
 namespace {
 
@@ -67,6 +68,18 @@ std::vector<float> bandOf(GDALDataset & dataset, int band) {
     EXPECT_EQ(CE_None, dataset.GetRasterBand(band)->RasterIO(GF_Read, 0, 0, 300, 290, values.data(), 300, 290,
                                                              GDT_Float32, 0, 0, nullptr));
     return values;
+}
+
+/// Of a tile of the file, so that each is written once, and none beyond its end.
+TEST(RasterWriter, RowsThatAreNoStripAreReportedAndNotWritten) {
+    RecordedReports reports;
+    const TestDirectory folder;
+    const auto writer = RasterWriter::open(folder.file("a.tif"), layout(RasterWriter::P_Numbers));
+    std::vector<float> rows(300U * 290U, 1.0F);
+    writer->put(0, 290, rows.data());
+    EXPECT_EQ(1U, reports.size());
+    writer->put(34, 256, rows.data());
+    EXPECT_EQ(2U, reports.size());
 }
 
 TEST(RasterWriter, NumbersAreATiledGeoTiffWithNoData) {

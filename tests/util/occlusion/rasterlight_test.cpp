@@ -398,7 +398,7 @@ TEST_F(RasterLightTest, AroundEverestAHaloOfTwiceTheSizeChangesLittle) {
 
 TEST_F(RasterLightTest, BothRenderersGiveTheSame) {
     const SO<ComputedBand> band(new ComputedBand(100, 80, 10.0, waves));
-    RasterLight::Settings s = settings(60);
+    RasterLight::Settings s = settings(20);
     const Bodies bodies = yard();
     s.casters = bodies.set();
     const std::vector<float> buffers = baked(*band, s);
