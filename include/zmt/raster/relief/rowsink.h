@@ -11,8 +11,8 @@ public:
     virtual ~RowSink() = default;
 
     /// Rows are counted from the north here: `count` of them, from `first` on, row by row: `s_rows`, or those
-    /// that are left at the end. NaN stands for nothing. Each row comes once, in order. The values may be changed. Throws `NBX::IOException` where
-    /// they cannot be kept.
+    /// that are left at the end. NaN stands for nothing. Each row comes once, in order. The values may be
+    /// changed. Throws `NBX::IOException` where they cannot be kept.
     virtual void put(unsigned first, unsigned count, float * values) = 0;
 
 protected:
