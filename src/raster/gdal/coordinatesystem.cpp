@@ -111,6 +111,15 @@ CoordinateSystem::CoordinateSystem(const std::string & wkt) : impl_(std::make_un
 
 CoordinateSystem::~CoordinateSystem() = default;
 
+std::unique_ptr<CoordinateSystem> CoordinateSystem::of(const GeoReference & reference) {
+    if (reference.wkt.empty()) return nullptr;
+    try {
+        return std::make_unique<CoordinateSystem>(reference.wkt);
+    } catch (const NBX::InputException &) {
+        return nullptr;
+    }
+}
+
 std::optional<MapPlace> CoordinateSystem::fromLonLat(const LonLat & place) const {
     return transformed(*impl_->fromGlobe, place.longitude, place.latitude);
 }

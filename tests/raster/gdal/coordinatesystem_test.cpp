@@ -158,4 +158,16 @@ TEST(CoordinateSystem, WhatHasNoPlaceGivesNone) {
     EXPECT_THROW(CoordinateSystem(""), NBX::InputException);
 }
 
+TEST(CoordinateSystem, IsFoundWhereItHasAWayToTheGlobe) {
+    const auto utm = CoordinateSystem::of(CoordinateSystem::parse("EPSG:32645"));
+    ASSERT_TRUE(utm);
+    EXPECT_TRUE(utm->toLonLat({500'000.0, 3'100'000.0}));
+    EXPECT_FALSE(CoordinateSystem::of({}));
+    GeoReference site;
+    site.wkt = "LOCAL_CS[\"site\",UNIT[\"metre\",1]]";
+    EXPECT_FALSE(CoordinateSystem::of(site));
+    site.wkt = "nonsense";
+    EXPECT_FALSE(CoordinateSystem::of(site));
+}
+
 } // namespace

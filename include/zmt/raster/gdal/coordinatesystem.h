@@ -42,6 +42,9 @@ public:
     /// is the same as anything, since nobody knows.
     static bool areSame(const GeoReference & a, const GeoReference & b);
 
+    /// That of `reference`; null where it is not known, or has no way to the globe.
+    static std::unique_ptr<CoordinateSystem> of(const GeoReference & reference);
+
     /// For people: name, short name and unit, such as "WGS 84 / UTM zone 45N (EPSG:32645), metre"; "none".
     static std::string describe(const GeoReference & reference);
 

@@ -4,15 +4,14 @@
 #include <zmt/raster/gdal/vector/strokewriter.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 
 #include <cpl_string.h>
-#include <cpl_vsi.h>
 #include <ogrsf_frmts.h>
 
+#include "memoryfile.h"
 #include "raster/gdal/gdalsupport.h"
 
 #include <nbx/data/atomicfilewriter.h>
@@ -30,28 +29,6 @@ bool goesOn(NBX::Progress * progress, std::size_t done, std::size_t all) {
     return !progress || done % s_linesAtOnce != 0 ||
            progress->update(progress->totalValue() * double(done) / double(all));
 }
-
-/// A file in memory, which goes with the object.
-class MemoryFile {
-public:
-    explicit MemoryFile(const std::string & suffix) {
-        static std::atomic<unsigned> counter{0};
-        path_ = "/vsimem/zmt-strokes-" + std::to_string(++counter) + "." + suffix;
-    }
-    ~MemoryFile() { VSIUnlink(path_.c_str()); }
-    MemoryFile(const MemoryFile &) = delete;
-    MemoryFile & operator=(const MemoryFile &) = delete;
-
-    const std::string & path() const { return path_; }
-    void writeTo(NBX::AtomicFileWriter & out) const {
-        vsi_l_offset size = 0;
-        const GByte * bytes = VSIGetMemFileBuffer(path_.c_str(), &size, FALSE);
-        if (bytes) out.write(bytes, size);
-    }
-
-private:
-    std::string path_;
-};
 
 struct FeatureDestroyer {
     void operator()(OGRFeature * feature) const { OGRFeature::DestroyFeature(feature); }
@@ -117,7 +94,7 @@ bool writeFeatures(const std::string & path, const std::vector<StrokeLine> & lin
             if (part.hasLength()) layer.add(part);
     }
     layer.finish();
-    file.writeTo(out);
+    out.write(file.bytes().data(), file.bytes().size());
     return true;
 }
 
