@@ -8,6 +8,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <span>
 #include <vector>
@@ -75,12 +76,49 @@ public:
             setColor(s_landColors, (height - low_) / range_, texel);
     }
 
+    std::vector<ReliefImage::Tint> tints() const {
+        std::vector<ReliefImage::Tint> tints;
+        tints.reserve(std::size(s_seaColors) + std::size(s_landColors));
+        const auto add = [&tints](double height, const std::array<double, 3> & c) {
+            tints.push_back({height, NBX::Color(c[0] / 255.0, c[1] / 255.0, c[2] / 255.0)});
+        };
+        if (hasSea_)
+            for (std::size_t i = std::size(s_seaColors); i-- > 0;)
+                add(0.0 - s_seaColors[i].position * depth_, s_seaColors[i].color);
+        for (const ColorStop & stop : s_landColors)
+            add(low_ + stop.position * range_, stop.color);
+        return tints;
+    }
+
 private:
     static constexpr double s_leastRange = 1e-12;
 
     bool hasSea_;
     double low_, range_;
     double depth_; ///< not less than land is high, so that shallow water beside mountains looks shallow
+};
+
+/// Colours between those of some heights.
+class TintedHeights {
+public:
+    explicit TintedHeights(std::span<const ReliefImage::Tint> tints) : tints_(tints) {}
+
+    void set(double height, unsigned char * texel) const {
+        const auto isAbove = [](double h, const ReliefImage::Tint & tint) { return h < tint.height; };
+        const auto next = std::upper_bound(tints_.begin(), tints_.end(), height, isAbove);
+        const auto & high = next == tints_.end() ? tints_.back() : *next;
+        const auto & low = next == tints_.begin() ? tints_.front() : *(next - 1);
+        const double share =
+            high.height > low.height ? (height - low.height) / (high.height - low.height) : 0.0;
+        for (unsigned c = 0; c < 3; ++c) {
+            const double from = low.color[c], to = high.color[c];
+            texel[c] =
+                static_cast<unsigned char>(std::clamp(from + share * (to - from), 0.0, 1.0) * 255.0 + 0.5);
+        }
+    }
+
+private:
+    std::span<const ReliefImage::Tint> tints_;
 };
 
 /// The heights of a grid with the shapes of its cells.
@@ -148,7 +186,8 @@ private:
 };
 
 /// Several texels a cell.
-NBX::SO<NBX::Image> createShapedColors(const GridData & grid, const HeightColors & colors, unsigned maxSide) {
+template <class Colors>
+NBX::SO<NBX::Image> createShapedColors(const GridData & grid, const Colors & colors, unsigned maxSide) {
     constexpr unsigned texelsOfCell = 4;
     const ShapedHeights heights(grid);
     const auto texels = [maxSide](unsigned vertices) {
@@ -170,21 +209,8 @@ NBX::SO<NBX::Image> createShapedColors(const GridData & grid, const HeightColors
     return image;
 }
 
-/// Of length 1.
-NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
-    const auto normal = grid.normal(column, row);
-    return NBX::Vector3Base<double>(normal.x * exaggeration, normal.y, normal.z * exaggeration).normalized();
-}
-
-unsigned char byteOf(double share) {
-    return static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
-}
-
-} // namespace
-
-NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsigned maxSide) {
-    const NBX::Bounds box = grid.boundingBox();
-    const HeightColors colors(box.getLLF().y, box.getURB().y);
+template <class Colors>
+NBX::SO<NBX::Image> createColors(const GridData & grid, const Colors & colors, unsigned maxSide) {
     if (grid.hasCellShapes()) return createShapedColors(grid, colors, maxSide);
     const Sampling sampling(grid, maxSide);
     NBX::SO<NBX::Image> image(new NBX::MemoryImage(sampling.width(), sampling.height(), NBX::LS_RGB));
@@ -199,6 +225,35 @@ NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsig
         }
     }
     return image;
+}
+
+/// Of length 1.
+NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
+    const auto normal = grid.normal(column, row);
+    return NBX::Vector3Base<double>(normal.x * exaggeration, normal.y, normal.z * exaggeration).normalized();
+}
+
+unsigned char byteOf(double share) {
+    return static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
+}
+
+} // namespace
+
+NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, unsigned maxSide) {
+    const NBX::Bounds box = grid.boundingBox();
+    return createColors(grid, HeightColors(box.getLLF().y, box.getURB().y), maxSide);
+}
+
+std::vector<ReliefImage::Tint> ReliefImage::usualTints(double low, double high) {
+    return HeightColors(low, high).tints();
+}
+
+NBX::SO<NBX::Image> ReliefImage::createHeightColors(const GridData & grid, std::span<const Tint> tints,
+                                                    unsigned maxSide) {
+    const auto isLower = [](const Tint & a, const Tint & b) { return a.height < b.height; };
+    const bool isTable = !tints.empty() && std::is_sorted(tints.begin(), tints.end(), isLower);
+    NBX_CHECK(isTable, L"tints are sorted by height, and at least one");
+    return isTable ? createColors(grid, TintedHeights(tints), maxSide) : createHeightColors(grid, maxSide);
 }
 
 NBX::SO<NBX::Image> ReliefImage::createShading(const GridData & grid,

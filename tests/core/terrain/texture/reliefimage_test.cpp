@@ -234,4 +234,33 @@ TEST(ReliefImage, WhatAreNoNormalsIsReported) {
     EXPECT_EQ(reports.count(L"normals are three layers of 8 bits"), 1U) << reports;
 }
 
+TEST(ReliefImage, ColoursLieBetweenThoseOfATable) {
+    const auto grid = TestTerrain::grid({9, 2}, [](unsigned x, unsigned) { return 10.0 * x; });
+    const std::vector<ReliefImage::Tint> tints = {{20.0, {0.0F, 0.0F, 0.0F}},
+                                                  {40.0, {1.0F, 0.5F, 0.0F}},
+                                                  {40.0, {0.0F, 0.0F, 1.0F}},
+                                                  {60.0, {0.0F, 1.0F, 1.0F}}};
+    const auto image = ReliefImage::createHeightColors(*grid, tints);
+    EXPECT_EQ(texel(*image, 0, 0), (Texel{0, 0, 0})) << "below all";
+    EXPECT_EQ(texel(*image, 3, 1), (Texel{128, 64, 0}));
+    EXPECT_EQ(texel(*image, 4, 0), (Texel{0, 0, 255})) << "the latter of two";
+    EXPECT_EQ(texel(*image, 5, 0), (Texel{0, 128, 255}));
+    EXPECT_EQ(texel(*image, 8, 0), (Texel{0, 255, 255})) << "above all";
+    EXPECT_EQ(texel(*ReliefImage::createHeightColors(*grid, std::span(tints).first(1)), 8, 0),
+              (Texel{0, 0, 0}));
+}
+
+TEST(ReliefImage, TheUsualColoursAreATable) {
+    for (const double low : {-300.0, 0.0, 250.0}) {
+        const auto grid =
+            TestTerrain::grid({60, 2}, [low](unsigned x, unsigned) { return low + 11.0 * double(x); });
+        const auto usual = ReliefImage::createHeightColors(*grid);
+        const auto table =
+            ReliefImage::createHeightColors(*grid, ReliefImage::usualTints(low, low + 11.0 * 59.0));
+        for (int x = 0; x < 60; ++x)
+            for (unsigned c = 0; c < 3; ++c)
+                EXPECT_NEAR(texel(*usual, x, 0)[c], texel(*table, x, 0)[c], 1) << low << " " << x;
+    }
+}
+
 } // namespace

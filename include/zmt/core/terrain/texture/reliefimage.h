@@ -1,5 +1,9 @@
 #pragma once
 
+#include <span>
+#include <vector>
+
+#include <nbx/math/color.h>
 #include <nbx/math/vector3base.h>
 #include <nbx/object/so.h>
 
@@ -24,6 +28,20 @@ public:
     /// the heights are those of the shapes, and there are four texels for each vertex in each direction.
     /// Three layers of 8 bits.
     static NBX::SO<NBX::Image> createHeightColors(const GridData & grid, unsigned maxSide = s_maxSide);
+
+    /// A height and its colour, whose opacity is not read.
+    struct Tint {
+        double height;
+        NBX::Color color;
+        bool operator==(const Tint &) const = default;
+    };
+    /// The colours above for heights from `low` to `high`, lowest first.
+    static std::vector<Tint> usualTints(double low, double high);
+    /// The same picture with colours between those of `tints`, which are sorted by height, and at least one:
+    /// what is lower than the first, or higher than the last, has their colour. Of two for one height the
+    /// latter holds from there on.
+    static NBX::SO<NBX::Image> createHeightColors(const GridData & grid, std::span<const Tint> tints,
+                                                  unsigned maxSide = s_maxSide);
 
     /// The share of light that the surface gives back: `ambient` plus the rest times the cosine of the angle
     /// between its normal and `direction`, which points to the light (Lambert's law). The surface is that of
