@@ -342,6 +342,13 @@ void LandscapeView::resetView() {
     noteMotion();
 }
 
+void LandscapeView::turnNorth() {
+    if (!landscape_) return;
+    emit taken();
+    flight_.turnNorth();
+    noteMotion();
+}
+
 QString LandscapeView::viewArguments() const {
     if (!landscape_) return {};
     QStringList numbers;

@@ -16,10 +16,10 @@
 #include <nbx/scene/node/scenething.h>
 #include <nbx/scene/view/camera.h>
 
-#include "flightcontroller.h"
 #include "landscape/landscape.h"
 #include "landscape/picture.h"
 #include "landscape/viewpoint.h"
+#include "scene/flightcontroller.h"
 #include "windowcanvasgl.h"
 
 class QLabel;
@@ -52,6 +52,8 @@ public:
 
     /// Back to the view that was set with the landscape, at the present exaggeration.
     void resetView();
+    /// Turns until north is up; what the middle of the picture shows stays there.
+    void turnNorth();
     /// The view in the words of the command line, "--view EX,EY,EZ,AX,AY,AZ", with the exaggeration where
     /// there is one; empty without a landscape.
     QString viewArguments() const;

@@ -10,19 +10,13 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include "scene/roundnumbers.h"
+
 namespace {
 
 constexpr double s_plotLeft = 62.0, s_plotRight = 14.0, s_plotTop = 12.0, s_plotBottom = 24.0;
 constexpr double s_tickDistance = 70.0, s_tickHeight = 30.0; ///< between marks, at least, in points
 constexpr double s_heightMargin = 0.05;                      ///< above and below the curve, of its range
-
-/// 1, 2 or 5 times a power of ten, at least `least`.
-double roundStep(double least) {
-    const double power = std::pow(10.0, std::floor(std::log10(least)));
-    for (const double factor : {1.0, 2.0, 5.0})
-        if (factor * power >= least * (1.0 - 1e-12)) return factor * power;
-    return 10.0 * power;
-}
 
 QString plotNumber(double value, double step) {
     return QLocale::c().toString(value, 'f', std::clamp(-int(std::floor(std::log10(step))), 0, 6));
@@ -46,8 +40,8 @@ public:
     double distanceAt(double x) const { return (x - frame_.left()) / frame_.width() * length_; }
     double low() const { return low_; }
     double high() const { return high_; }
-    double distanceStep() const { return roundStep(length_ * s_tickDistance / frame_.width()); }
-    double heightStep() const { return roundStep((high_ - low_) * s_tickHeight / frame_.height()); }
+    double distanceStep() const { return roundNumberFrom(length_ * s_tickDistance / frame_.width()); }
+    double heightStep() const { return roundNumberFrom((high_ - low_) * s_tickHeight / frame_.height()); }
 
 private:
     QRectF frame_;

@@ -1,4 +1,4 @@
-#include "flightcontroller.h"
+#include "scene/flightcontroller.h"
 
 #include <cmath>
 #include <random>
@@ -344,6 +344,37 @@ TEST(FlightController, WithoutGroundItStillMoves) {
     c.fly({.forward = 1.0}, 1.0);
     EXPECT_TRUE(std::isfinite(c.eye().length()));
     EXPECT_GT(c.clipDistances().far, c.clipDistances().near);
+}
+
+TEST(FlightController, TurnsNorthUpRoundTheMiddleOfThePicture) {
+    FlightController c = controllerOver(flatGround(), {-300.0, 200.0, 50.0}, {100.0, 0.0, -100.0});
+    const auto before = c.pick(c.ray(0.0, 0.0));
+    const double height = c.eye().y;
+    ASSERT_TRUE(before && c.middleDistance());
+    EXPECT_NEAR(*c.middleDistance(), (*before - c.eye()).length(), s_tolerance);
+    c.turnNorth();
+    EXPECT_EQ(c.heading(), 0.0);
+    const auto after = c.pick(c.ray(0.0, 0.0));
+    ASSERT_TRUE(after);
+    expectNear(*before, *after, 1e-3);
+    EXPECT_NEAR(c.eye().y, height, 1e-3);
+    EXPECT_NEAR(c.eye().x, after->x, 1e-3) << "the eye lies in the south";
+    EXPECT_LT(c.eye().z, after->z);
+}
+
+TEST(FlightController, AboveTheHorizonItTurnsNorthOnTheSpot) {
+    FlightController c = controllerOver(flatGround(), {-300.0, 200.0, 50.0}, {100.0, 300.0, 50.0});
+    EXPECT_FALSE(c.middleDistance());
+    EXPECT_NEAR(c.heading(), M_PI / 2.0, s_tolerance);
+    c.turnNorth();
+    EXPECT_EQ(c.heading(), 0.0);
+    expectNear(c.eye(), {-300.0, 200.0, 50.0});
+}
+
+TEST(FlightController, TheMiddleMayBeWhatStandsOnTheGround) {
+    const FlightController c = controllerOver(groundWithWall(), {0.0, 50.0, -100.0}, {0.0, 50.0, 0.0});
+    ASSERT_TRUE(c.middleDistance());
+    EXPECT_NEAR(*c.middleDistance(), 200.0, s_tolerance);
 }
 
 } // namespace

@@ -175,6 +175,18 @@ void FlightController::zoom(double steps, double x, double y) {
     moveTo(goal + (eye_ - goal) * factor);
 }
 
+std::optional<double> FlightController::middleDistance() const {
+    const auto middle = target(ray(0.0, 0.0));
+    return middle ? std::optional((*middle - eye_).length()) : std::nullopt;
+}
+
+void FlightController::turnNorth() {
+    const double distance = middleDistance().value_or(0.0);
+    const Point middle = eye_ + forward() * distance;
+    heading_ = 0.0;
+    moveTo(middle - forward() * distance);
+}
+
 void FlightController::fly(const Flight & flight, double seconds) {
     heading_ = std::remainder(heading_ + flight.turn * s_turnPerSecond * seconds, 2.0 * s_pi);
     pitch_ = std::clamp(pitch_ + flight.tilt * s_turnPerSecond * seconds, s_steepestDown, s_steepestUp);

@@ -36,6 +36,8 @@ public:
     void setLens(double fieldOfViewDegrees, double aspect);
 
     const Point & eye() const { return eye_; }
+    /// Of the view on the plan, in radians, clockwise from north.
+    double heading() const { return heading_; }
     Point forward() const;
     Point up() const;
     Point right() const;
@@ -55,6 +57,14 @@ public:
     void panTo(double x, double y);
     /// Goes nearer to what lies at the place, or with negative steps farther from it.
     void zoom(double steps, double x, double y);
+
+    /// Turns the view until north is up, round what lies in its middle; above the horizon round the eye.
+    void turnNorth();
+    /// What lies in the middle of the picture, be it ground or what stands on it, lies so far from the eye;
+    /// nothing where nothing is there.
+    std::optional<double> middleDistance() const;
+    /// How high the picture is at a distance of 1.
+    double pictureHeight() const { return 2.0 * tangent_; }
 
     /// How to fly, each from -1 to 1.
     struct Flight {
