@@ -132,6 +132,9 @@ void addLandscapeOptions(CLI::App & command, LandscapeOptions & options) {
     addColorOptions(command, options.look);
     addCacheOption(command, options.look.cache);
     addOverlayOptions(command, options.overlays);
+    command.add_option("--contours", options.contours,
+                       "Contour lines on the ground, below all overlays: metres from each to the next; each "
+                       "fifth one is thick, with its height");
     addFilesOption(command, "--track", options.tracks.files,
                    "GPX file of something that moved: its way up to --time, and a mark where it was then; "
                    "may be repeated");

@@ -97,6 +97,11 @@ NBX::SO<NBX::Attribute> modulate(const NBX::SO<TerrainTexture> & texture) {
     return new ZMT::CORE::ModulateTerrainTexturingEffect(listOf(texture).get());
 }
 
+GroundLayer layHeightColors(const NBX::SO<NBX::Image> & image, const GridData & grid) {
+    const Stage stage(L"shade");
+    return {LayerKind::HeightColors, "colours by height", modulate(makeGridTexture(image, grid)), {}};
+}
+
 /// A picture of the terrain from above, whose colours are the normals of its exaggerated surface.
 GroundImage drawNormals(const NBX::SO<ZMT::CORE::Terrain> & terrain, const GridData & grid,
                         double exaggeration) {
@@ -186,11 +191,13 @@ void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent
 }
 
 GroundLayer makeHeightColors(const GridData & grid) {
-    const Stage stage(L"shade");
-    return {LayerKind::HeightColors,
-            "colours by height",
-            modulate(makeGridTexture(ReliefImage::createHeightColors(grid), grid)),
-            {}};
+    return layHeightColors(ReliefImage::createHeightColors(grid), grid);
+}
+
+GroundLayer makeHeightColors(const GridData & grid, std::vector<ReliefImage::Tint> tints) {
+    for (ReliefImage::Tint & tint : tints)
+        tint.height -= grid.origin().y;
+    return layHeightColors(ReliefImage::createHeightColors(grid, tints), grid);
 }
 
 GroundLayer makeShading(Lighting lighting, const Sunlight & sun, const NBX::SO<ZMT::CORE::Terrain> & terrain,

@@ -2,12 +2,14 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nbx/math/bounds.h>
 #include <nbx/object/so.h>
 #include <nbx/scene/attribute/attribute.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/geoextent.h>
 
@@ -40,6 +42,9 @@ struct GroundLayer {
 /// Colours from green lowlands to white summits, and blue ones of sea, where there are heights below 0 and
 /// above.
 GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid);
+/// Colours between those of a table, as `ZMT::CORE::ReliefImage`, whose heights are those of the map.
+GroundLayer makeHeightColors(const ZMT::CORE::GridData & grid,
+                             std::vector<ZMT::CORE::ReliefImage::Tint> tints);
 
 /// Texels along a cell in the light map of a grid with cells that have shapes of their own, as at break
 /// lines: 4, and with more than 2^20 cells fewer, so that the map has at most 2^24 texels; but never less

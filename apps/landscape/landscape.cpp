@@ -15,7 +15,6 @@
 #include <nbx/gl/state/shapematerialgl.h>
 #include <nbx/object/stringutils.h>
 #include <nbx/scene/attribute/attributecomposite.h>
-#include <nbx/scene/attribute/distantlight.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/chunked/chunkedlodterrain.h>
 #include <zmt/core/terrain/geometry/regular/gridpatch.h>
@@ -38,7 +37,8 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
         return;
     }
     const Lighting lighting = given.lighting.value_or(Lighting::Relief);
-    const Sunlight sun = given.light.value_or(defaultSun());
+    light_ = given.light.value_or(defaultSun());
+    lightExaggeration_ = given.exaggeration;
     // A window may get a built terrain later, with options that were given for rasters.
     TerrainReading how;
     if (!isBuiltTerrain(given.terrain)) how = {.fillVoids = given.fillVoids, .crs = given.crs};
@@ -72,13 +72,17 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     // Behind all lights, which else would be raised and lowered with the heights.
     ground_->append(scaling_.get());
     if (!options.plain) layOn(makeHeightColors(*grid_));
-    if (input.streamed)
-        layOn(makeStreamedShading(options.lighting, options.light, *streamed.terrain(options.terrain),
-                                  shownName(options.terrain), options.exaggeration));
-    else if (lighting == Lighting::Vertex)
-        lightVertices(sun);
-    else
-        layOn(makeShading(lighting, sun, terrain_, *grid_, options.exaggeration));
+    if (input.streamed) {
+        const StreamedTerrain & opened = *streamed.terrain(options.terrain);
+        layOn(makeStreamedShading(options.lighting, options.light, opened, shownName(options.terrain),
+                                  options.exaggeration));
+        isLightBaked_ = opened.lightMapKind == ZMT::CORE::GRID::AsyncGridTerrain::LM_Light &&
+                        options.lighting != Lighting::Relief;
+    } else if (lighting == Lighting::Vertex) {
+        lightVertices(light_);
+    } else {
+        layOn(makeShading(lighting, light_, terrain_, *grid_, options.exaggeration));
+    }
     isShadingOnTop_ =
         lighting != Lighting::Vertex && options.shadeImages.value_or(lighting == Lighting::Dynamic);
     for (const GroundLayer & image : images) {
@@ -91,6 +95,7 @@ Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & strea
     scene_->append(node_.get());
     addCities();
     if (options.plain) return;
+    if (options.contours) setContours(options.contours, readContours(*options.contours));
     layOverlays();
     flood_ = Flood(options.flood, *grid_);
     dynamic_.emplace(terrain_, exaggeration());
@@ -112,6 +117,23 @@ void Landscape::layOnTop(const NBX::SO<NBX::Attribute> & effect, unsigned above)
 std::vector<NBX::SO<Overlays::Overlay>> Landscape::readOverlay(const OverlayOptions & option,
                                                                const StreamedFiles & streamed) const {
     return Overlays::read(option, reference_, extent_, streamed);
+}
+
+NBX::SO<Overlays::Overlay> Landscape::readContours(double interval) const {
+    if (isStreamed_)
+        writeError(
+            "warning: contour lines are those of the coarse heights of the streaming terrain; finer ones "
+            "need its raster");
+    return Overlays::readContours(*grid_->rasterData(), interval);
+}
+
+void Landscape::setContours(const std::optional<double> & interval,
+                            const NBX::SO<Overlays::Overlay> & lines) {
+    highlight(nullptr);
+    overlays_.replace(contours_.get(), lines);
+    contours_ = lines;
+    contourInterval_ = interval;
+    layOverlays();
 }
 
 bool Landscape::highlight(const Overlays::Feature * feature, const Point & place) {
@@ -292,9 +314,50 @@ void Landscape::lightVertices(const Sunlight & sun) {
     putBefore(new NBX::LightModelGL(NBX::LightModelGL::M_Lighting | NBX::LightModelGL::M_Ambient,
                                     NBX::Color::black));
     putBefore(new NBX::ShapeMaterialGL(NBX::Color::white, NBX::Color::black, 0.0));
-    putBefore(new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient));
+    lamp_ = new NBX::DistantLight(sun.direction, NBX::Color::white, 1.0, sun.ambient);
+    putBefore(lamp_.get());
     // Coarser levels have no normals at their vertices.
     geometryErrorFactor_ = 0.0;
+}
+
+GroundLayer * Landscape::layer(LayerKind kind) {
+    const auto found = std::find_if(layers_.begin(), layers_.end(),
+                                    [kind](const GroundLayer & layer) { return layer.kind == kind; });
+    return found == layers_.end() ? nullptr : &*found;
+}
+
+/// Switched on or off as the one before.
+void Landscape::replaceEffect(LayerKind kind, const NBX::SO<NBX::Attribute> & effect) {
+    GroundLayer & shown = *layer(kind);
+    if (shown.effect == effect) return;
+    effect->setEnableState(shown.effect->isEnabled());
+    node_->replace(shown.effect.get(), effect.get());
+    shown.effect = effect;
+}
+
+void Landscape::setTints(const Tints & tints) {
+    if (tints == tints_ || !layer(LayerKind::HeightColors)) return;
+    replaceEffect(LayerKind::HeightColors,
+                  (tints.empty() ? makeHeightColors(*grid_) : makeHeightColors(*grid_, tints)).effect);
+    tints_ = tints;
+}
+
+void Landscape::setSun(const std::optional<SunMoment> & moment) {
+    using Sunshine = ZMT::CORE::PerPixelTerrainLightingEffect;
+    if (!canSetSun() || moment == sun_) return;
+    const Sunlight light = moment ? sunlightAt(*moment, reference_, light_.ambient) : light_;
+    if (lamp_) {
+        lamp_->setDirection(light.direction);
+    } else {
+        if (!shadingAsRead_) shadingAsRead_ = layer(LayerKind::Shading)->effect;
+        if (!sunshine_) sunshine_ = NBX::soCast<Sunshine>(shadingAsRead_);
+        if (!sunshine_)
+            sunshine_ = NBX::soCast<Sunshine>(
+                makeShading(Lighting::Dynamic, light, terrain_, *grid_, lightExaggeration_).effect);
+        sunshine_->setLightDirection(light.direction);
+        replaceEffect(LayerKind::Shading, moment ? NBX::SO<NBX::Attribute>(sunshine_) : shadingAsRead_);
+    }
+    sun_ = moment;
 }
 
 void Landscape::putBefore(NBX::RenderObj * object, unsigned above) {

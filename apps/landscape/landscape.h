@@ -6,12 +6,14 @@
 #include <vector>
 
 #include <nbx/object/so.h>
+#include <nbx/scene/attribute/distantlight.h>
 #include <nbx/scene/node/scenething.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/tin/polygontriangulation.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
 
@@ -27,6 +29,8 @@
 /// A terrain with all that lies on it, read and built.
 class Landscape {
 public:
+    using Tints = std::vector<ZMT::CORE::ReliefImage::Tint>;
+
     /// Reads and builds what `checkLandscape` has passed: by the tree where that was built, where the options
     /// need it and where chunks cannot cover the raster, otherwise chunked. Throws `DataError` and what the
     /// raster layer throws for data that cannot be used and after a cancel.
@@ -51,6 +55,15 @@ public:
                                                         const StreamedFiles & streamed = {}) const;
     /// Lays what `readOverlay` gave on all other overlays. There is a terrain.
     void addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more);
+
+    /// Contour lines of its heights, as `Overlays::readContours`; of the coarse ones where it streams.
+    /// Nothing is changed.
+    NBX::SO<Overlays::Overlay> readContours(double interval) const;
+    /// Lays what `readContours` gave for an interval below all overlays, in the place of those before; null
+    /// for none. There is a terrain.
+    void setContours(const std::optional<double> & interval, const NBX::SO<Overlays::Overlay> & lines);
+    /// The interval of those that it has.
+    const std::optional<double> & contours() const { return contourInterval_; }
 
     /// How its map coordinates are to be understood.
     const ZMT::RASTER::GeoReference & reference() const { return reference_; }
@@ -84,6 +97,18 @@ public:
 
     double exaggeration() const;
     void setExaggeration(double exaggeration);
+
+    /// Colours its heights by a table, sorted by height, in map coordinates; an empty one for the usual
+    /// colours. Nothing on a plain ground.
+    void setTints(const Tints & tints);
+    const Tints & tints() const { return tints_; }
+
+    /// Whether its light may be that of the sun; not where it is baked into the file, or nothing is lit.
+    bool canSetSun() const { return hasTerrain() && !isLightBaked_; }
+    /// Lights it by the sun of a moment, for each pixel where that light is no lamp, or with none as it was
+    /// read. Nothing where that cannot be. Throws as `makeShading`, and then changes nothing.
+    void setSun(const std::optional<SunMoment> & moment);
+    const std::optional<SunMoment> & sun() const { return sun_; }
 
     /// The box of the scene, with the heights exaggerated.
     NBX::Bounds box() const;
@@ -141,6 +166,10 @@ private:
     /// Above all layers, the light included, and below the last `above` of such effects.
     void layOnTop(const NBX::SO<NBX::Attribute> & effect, unsigned above = 0);
     void lightVertices(const Sunlight & sun);
+    /// The first layer of this kind; null without one.
+    GroundLayer * layer(LayerKind kind);
+    /// Another effect in the place of that of a layer.
+    void replaceEffect(LayerKind kind, const NBX::SO<NBX::Attribute> & effect);
     void readCities(const CityOptions & options, const StreamedFiles & streamed);
     /// Stands in the place of a terrain.
     void layGroundBelowCities();
@@ -169,6 +198,16 @@ private:
     std::int64_t highlightedId_ = 0;
     unsigned draped_ = 0; ///< the last layers, which stand in `ground_`
     NBX::Bounds interest_;
+    NBX::SO<Overlays::Overlay> contours_; ///< null for none
+    std::optional<double> contourInterval_;
+    Sunlight light_{};                                           ///< that it was read with
+    double lightExaggeration_ = 1.0;                             ///< of the surface that is lit
+    NBX::SO<NBX::DistantLight> lamp_;                            ///< null unless vertices are lit
+    NBX::SO<NBX::Attribute> shadingAsRead_;                      ///< null before the sun shone
+    NBX::SO<ZMT::CORE::PerPixelTerrainLightingEffect> sunshine_; ///< null before that
+    std::optional<SunMoment> sun_;
+    Tints tints_; ///< empty for the usual ones
+    bool isLightBaked_ = false;
     double buildMilliseconds_ = 0.0;
     double geometryErrorFactor_ = 1.0;
     bool isStreamed_ = false;

@@ -47,6 +47,7 @@ void checkStreamedOptions(const LandscapeOptions & options) {
 void checkBareCities(const LandscapeOptions & options) {
     const char * given = !options.images.empty()                 ? "--image"
                          : !options.overlays.empty()             ? "--overlay"
+                         : options.contours                      ? "--contours"
                          : !options.tracks.files.empty()         ? "--track"
                          : options.flood                         ? "--flood"
                          : !options.breakLines.empty()           ? "--breaklines"
@@ -68,6 +69,8 @@ void checkLandscape(const LandscapeOptions & options) {
     checkTreeOptions(options.tree);
     checkExaggeration(options.exaggeration);
     if (!std::isfinite(options.drapeLift)) throw UsageError("--drape-lift must be a number of height units");
+    if (options.contours && (!std::isfinite(*options.contours) || *options.contours <= 0.0))
+        throw UsageError("--contours must be a number of metres above 0");
     if (options.lighting == Lighting::Vertex && options.shadeImages == false)
         throw UsageError(
             "--no-shade-images cannot go with --lighting vertex, which lights all; choose another lighting");

@@ -44,6 +44,7 @@ struct LandscapeOptions {
     TreeOptions tree;
     CityOptions cities;
     std::vector<OverlayOptions> overlays; ///< later ones on top
+    std::optional<double> contours; ///< metres from each contour line to the next; without it there are none
     TrackOptions tracks;
     std::optional<FloodOptions> flood;
     double exaggeration = 1.0;

@@ -6,6 +6,9 @@
 #include <cmath>
 #include <cstdio>
 
+#include <zmt/raster/gdal/coordinatesystem.h>
+#include <zmt/util/solarposition.h>
+
 namespace {
 
 constexpr double s_defaultAmbient = 0.35;
@@ -35,5 +38,17 @@ Sunlight parseSunlight(const std::string & text) {
     const double level = std::cos(radians(elevation));
     return {{std::sin(radians(azimuth)) * level, std::sin(radians(elevation)),
              std::cos(radians(azimuth)) * level},
+            ambient};
+}
+
+Sunlight sunlightAt(const SunMoment & moment, const ZMT::RASTER::GeoReference & reference, double ambient) {
+    const auto sun = ZMT::UTIL::SolarPosition::at(moment.time, moment.longitude, moment.latitude);
+    if (!(sun.apparentElevation > 0.0)) return {{0.0, -1.0, 0.0}, ambient};
+    const auto system = ZMT::RASTER::CoordinateSystem::of(reference);
+    const auto axes = system ? system->axesAt({moment.longitude, moment.latitude}) : std::nullopt;
+    const double convergence = axes ? std::atan2(axes->north.x, axes->north.y) : 0.0;
+    const double azimuth = radians(sun.azimuth) + convergence, elevation = radians(sun.apparentElevation);
+    return {{std::sin(azimuth) * std::cos(elevation), std::sin(elevation),
+             std::cos(azimuth) * std::cos(elevation)},
             ambient};
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <utility>
 
 #include "errors.h"
@@ -18,6 +19,7 @@
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 #include <zmt/core/terrain/frame/terrainscaling.h>
 #include <zmt/core/vector/vectorstylesheet.h>
+#include <zmt/raster/gdal/vector/contourlines.h>
 #include <zmt/raster/gdal/vector/featurefile.h>
 
 namespace {
@@ -46,6 +48,11 @@ constexpr std::size_t s_mostRead = 20'000;
 const char * const s_rimStyle = "color=#202020,width=7,fill=#00000000";
 const char * const s_coreStyle = "color=#ffe030,width=4,fill=#00000000";
 const char * const s_spotStyle = "color=#ffe030b0,symbol=circle,size=22";
+
+/// Brown, as on maps, and dark enough for shaded ground.
+const char * const s_contourStyle =
+    "kind = index: color=#4a2408, width=1.8, label=height, label-size=11, label-color=#4a2408, halo=1.5\n"
+    "default: color=#5a3010c0, width=1\n";
 
 VectorStyleSheet styleOf(const std::string & style) {
     const std::string text = readStyle(style);
@@ -122,8 +129,31 @@ std::vector<SO<Overlays::Overlay>> Overlays::read(const OverlayOptions & option,
     return overlays;
 }
 
+SO<Overlays::Overlay> Overlays::readContours(const ZMT::RASTER::RasterData & heights, double interval) {
+    const Stage stage(L"contours");
+    NBX::Progress drawing("drawing contour lines");
+    const auto lines = ZMT::RASTER::ContourLines::create(heights, interval, &drawing);
+    if (!lines) throw DataError("cancelled");
+    drawing.finish();
+    SO<Overlay> overlay(new Overlay(lines, VectorStyleSheet::parseFile(s_contourStyle)));
+    char name[60];
+    std::snprintf(name, sizeof name, "contour lines, %.6g m", interval);
+    overlay->setName(name);
+    return overlay;
+}
+
 void Overlays::add(const std::vector<SO<Overlay>> & more) {
     overlays_.insert(overlays_.end(), more.begin(), more.end());
+    if (texture_) texture_->setOverlays(overlays_);
+    listLabels();
+}
+
+void Overlays::replace(const Overlay * one, const SO<Overlay> & other) {
+    const auto isOne = [one](const SO<Overlay> & overlay) { return overlay.get() == one; };
+    const auto found = one ? std::find_if(overlays_.begin(), overlays_.end(), isOne) : overlays_.begin();
+    const auto place = one && found != overlays_.end() ? overlays_.erase(found) : overlays_.begin();
+    ownStyles_.erase(one);
+    if (other) overlays_.insert(place, other);
     if (texture_) texture_->setOverlays(overlays_);
     listLabels();
 }

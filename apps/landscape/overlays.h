@@ -17,6 +17,7 @@
 #include <zmt/core/vector/vectoroverlaytexture.h>
 #include <zmt/raster/geoextent.h>
 #include <zmt/raster/georeference.h>
+#include <zmt/raster/rasterdata.h>
 
 #include "dynamiclayer.h"
 #include "overlayoptions.h"
@@ -41,6 +42,10 @@ public:
                                               const ZMT::RASTER::GeoExtent & ground,
                                               const StreamedFiles & streamed);
 
+    /// Contour lines of heights at the multiples of `interval`, with the heights of index lines as names.
+    /// Throws as `ZMT::RASTER::ContourLines`, and `DataError` after a cancel. On any thread.
+    static NBX::SO<Overlay> readContours(const ZMT::RASTER::RasterData & heights, double interval);
+
     /// MiB that the textures of all overlays of the process may take, of which at least one is kept.
     static void setTextureMemory(unsigned mebibytes);
     static unsigned textureMemory();
@@ -51,6 +56,9 @@ public:
 
     /// Lays more on top, the lowest first; on none as well.
     void add(const std::vector<NBX::SO<Overlay>> & more);
+    /// Puts `other` in the place of one of them, or below all where `one` is null; with a null one takes it
+    /// away.
+    void replace(const Overlay * one, const NBX::SO<Overlay> & other);
     /// How one of them looks.
     struct Look {
         std::string name;

@@ -12,10 +12,14 @@ LandscapeLook LandscapeLook::of(const Landscape & landscape, const std::vector<b
     look.exaggeration = landscape.exaggeration();
     look.isFlooded = landscape.flood().isOn();
     look.floodHeight = landscape.flood().height();
+    look.tints = landscape.tints();
+    look.grid = MapGrid::of(landscape);
+    look.sun = landscape.sun();
     return look;
 }
 
 void LandscapeLook::applyTo(Landscape & landscape) const {
+    MapGrid::show(landscape, grid);
     landscape.overlays().setLooks(overlays);
     for (std::size_t i = 0; i < std::min(cities.size(), landscape.cities().size()); ++i) {
         CityLayer & city = landscape.cities()[i];
@@ -26,12 +30,15 @@ void LandscapeLook::applyTo(Landscape & landscape) const {
         landscape.setExaggeration(exaggeration);
     landscape.flood().setOn(isFlooded);
     landscape.flood().setHeight(floodHeight);
+    landscape.setTints(tints);
+    landscape.setSun(sun);
 }
 
 bool LandscapeLook::hasSameSwitches(const LandscapeLook & other) const {
     LandscapeLook same = other;
     same.exaggeration = exaggeration;
     same.floodHeight = floodHeight;
+    if (sun && same.sun) same.sun = sun;
     for (std::size_t i = 0; i < std::min(overlays.size(), same.overlays.size()); ++i)
         same.overlays[i].opacity = overlays[i].opacity;
     for (std::size_t i = 0; i < std::min(cities.size(), same.cities.size()); ++i)

@@ -28,6 +28,8 @@ using ZMT::RASTER::ImageColors;
 constexpr unsigned s_sceneVersion = 1;
 constexpr unsigned s_mostPictureBytes = 1U << 20U;
 constexpr double s_farthestPlace = 1e9; ///< of an eye or an aim, in map coordinates
+constexpr double s_farthestTime = 1e11; ///< of a sun, in seconds from 1970
+constexpr int s_farthestZone = 24 * 60; ///< in minutes
 
 /// Reads or writes fields by name.
 class SceneFields {
@@ -127,6 +129,7 @@ void sceneOptions(SceneFields & f, LandscapeOptions & o) {
     f.maybe("maxVertices", o.tree.maxVertices);
     f.one("cityQuality", o.cities.look.quality);
     f.maybe("cityDistance", o.cities.look.distance);
+    f.maybe("contours", o.contours);
     f.one("exaggeration", o.exaggeration);
     f.one("plain", o.plain);
     std::optional<double> height;
@@ -136,6 +139,19 @@ void sceneOptions(SceneFields & f, LandscapeOptions & o) {
     if (!o.flood) return;
     for (unsigned i = 0; i < 4; ++i)
         f.one("floodColor", o.flood->color[i]);
+}
+
+void sceneSun(SceneFields & f, std::optional<SunMoment> & sun) {
+    std::optional<double> time;
+    if (sun) time = sun->time;
+    f.maybe("sunTime", time);
+    if (!time) return sun.reset();
+    SunMoment moment = sun.value_or(SunMoment());
+    moment.time = *time;
+    f.one("sunZone", moment.zone);
+    f.one("sunLongitude", moment.longitude);
+    f.one("sunLatitude", moment.latitude);
+    sun = moment;
 }
 
 void sceneLook(SceneFields & f, LandscapeLook & look) {
@@ -159,6 +175,26 @@ void sceneLook(SceneFields & f, LandscapeLook & look) {
     f.one("lookExaggeration", look.exaggeration);
     f.one("isFlooded", look.isFlooded);
     f.one("lookFloodHeight", look.floodHeight);
+    f.list(look.tints, [&](HeightTints::value_type & tint) {
+        return f.one("tintHeight", tint.height) && f.one("tintRed", tint.color[0]) &&
+               f.one("tintGreen", tint.color[1]) && f.one("tintBlue", tint.color[2]);
+    });
+    f.one("mapGrid", look.grid);
+    sceneSun(f, look.sun);
+}
+
+bool isMoment(const SunMoment & moment) {
+    return std::abs(moment.time) <= s_farthestTime && std::abs(moment.zone) <= s_farthestZone &&
+           std::abs(moment.longitude) <= 180.0 && std::abs(moment.latitude) <= 90.0;
+}
+
+/// In its place among the others.
+bool isTint(const HeightTints & tints, std::size_t number) {
+    bool isGood = std::isfinite(tints[number].height) &&
+                  (number == 0 || tints[number - 1].height <= tints[number].height);
+    for (unsigned i = 0; i < 3; ++i)
+        isGood &= tints[number].color[i] >= 0.0F && tints[number].color[i] <= 1.0F;
+    return isGood;
 }
 
 bool isPlace(double number) {
@@ -169,7 +205,7 @@ bool isPlace(double number) {
 bool isSound(const Scene & scene) {
     const LandscapeOptions & o = scene.landscape;
     const auto isShare = [](double number) { return number >= 0.0 && number <= 1.0; };
-    const auto isError = [](double pixels) { return pixels > 0.0 && pixels <= 1e6; };
+    const auto isError = [](double pixels) { return pixels >= 0.0 && pixels <= 1e6; };
     const auto isFactor = [](double factor) { return factor > 0.0 && factor <= 1e6; };
     bool isGood = isError(scene.errors.geometry) && isError(scene.errors.texture) && int(o.method) >= 0 &&
                   o.method <= TerrainMethod::Chunked && std::isfinite(scene.trackTime.value_or(0.0)) &&
@@ -185,6 +221,10 @@ bool isSound(const Scene & scene) {
     for (const Bookmark & bookmark : scene.bookmarks)
         for (const auto & place : {bookmark.position->getFrom(), bookmark.position->getTo()})
             isGood &= isPlace(place.x) && isPlace(place.y) && isPlace(place.z);
+    for (std::size_t i = 0; i < scene.look.tints.size(); ++i)
+        isGood &= isTint(scene.look.tints, i);
+    isGood &= int(scene.look.grid) >= 0 && scene.look.grid <= MapGrid::Kind::Degrees;
+    if (scene.look.sun) isGood &= isMoment(*scene.look.sun);
     if (o.lighting) isGood &= int(*o.lighting) >= 0 && *o.lighting <= Lighting::Dynamic;
     if (o.light) isGood &= std::abs(o.light->direction.length() - 1.0) < 1e-6 && isShare(o.light->ambient);
     return isGood;

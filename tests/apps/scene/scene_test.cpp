@@ -45,6 +45,7 @@ protected:
         o.method = TerrainMethod::Tree;
         o.tree.maxVertices = 300;
         o.flood = FloodOptions{12.5, {0.25F, 0.5F, 0.75F, 1.0F}};
+        o.contours = 12.5;
         o.exaggeration = 2.0;
         o.key = 77;
         scene.look.layers = {true, false, true};
@@ -53,6 +54,9 @@ protected:
         scene.look.exaggeration = 3.0;
         scene.look.isFlooded = true;
         scene.look.floodHeight = 14.0;
+        scene.look.tints = {{-5.0, {0.0F, 0.25F, 1.0F}}, {1.5e3, {1.0F, 0.5F, 0.0F}}};
+        scene.look.grid = MapGrid::Kind::Degrees;
+        scene.look.sun = SunMoment{1.7e9, 345, 86.9, 27.98};
         scene.view = {1.0, 2.0, 3.5, 4.0, 5.0, 1.0 / 3.0};
         scene.errors.geometry = 4.5;
         scene.errors.texture = 1.25;
@@ -115,6 +119,7 @@ TEST_F(SceneTest, ComesBackAsItWasStored) {
     ASSERT_TRUE(b.flood);
     EXPECT_EQ(a.flood->height, b.flood->height);
     EXPECT_EQ(a.flood->color, b.flood->color);
+    EXPECT_EQ(a.contours, b.contours);
     EXPECT_EQ(a.exaggeration, b.exaggeration);
     EXPECT_TRUE(stored.look == read.look);
     EXPECT_EQ(stored.view, read.view);
@@ -137,7 +142,7 @@ TEST_F(SceneTest, WhatWasNotToldIsNotThere) {
     const Scene read = roundTrip(scene);
     EXPECT_FALSE(read.landscape.light || read.landscape.lighting || read.landscape.shadeImages ||
                  read.landscape.flood || read.landscape.tree.maxVertices ||
-                 read.landscape.cities.look.distance || read.trackTime);
+                 read.landscape.cities.look.distance || read.trackTime || read.look.sun);
     EXPECT_TRUE(read.landscape.images.empty() && read.landscape.look.bands.empty() && read.bookmarks.empty());
 }
 
@@ -181,9 +186,11 @@ TEST_F(SceneTest, NumbersThatNoSceneHasAreRefused) {
     };
     const double nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(failureOf([](Scene &) {}), "");
+    EXPECT_EQ(failureOf([](Scene & s) { s.errors.geometry = s.errors.texture = 0.0; }), "") << "full detail";
     const std::string damaged = path() + ": is damaged: it has numbers that no scene has";
     EXPECT_EQ(failureOf([&](Scene & s) { s.view[2] = nan; }), damaged);
-    EXPECT_EQ(failureOf([&](Scene & s) { s.errors.texture = 0.0; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.errors.texture = -1.0; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.errors.geometry = -1.0; }), damaged);
     EXPECT_EQ(failureOf([&](Scene & s) { s.landscape.look.opacities[1] = nan; }), damaged);
     EXPECT_EQ(failureOf([&](Scene & s) { s.landscape.lighting = Lighting(9); }), damaged);
     EXPECT_EQ(failureOf([&](Scene & s) { s.landscape.method = TerrainMethod(-1); }), damaged);
@@ -191,6 +198,15 @@ TEST_F(SceneTest, NumbersThatNoSceneHasAreRefused) {
     EXPECT_EQ(failureOf([&](Scene & s) { s.look.cities[0].look.quality = 0.0; }), damaged);
     EXPECT_EQ(failureOf([&](Scene & s) { s.bookmarks[0].position->setFrom({nan, 0.0, 0.0}); }), damaged);
     EXPECT_EQ(failureOf([&](Scene & s) { s.landscape.light->direction = {2.0, 0.0, 0.0}; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.tints[0].height = nan; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.tints[1].height = -6.0; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.tints[1].color[2] = 1.5F; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.grid = MapGrid::Kind(3); }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.sun->time = nan; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.sun->zone = 2000; }), damaged);
+    EXPECT_EQ(failureOf([&](Scene & s) { s.look.sun->latitude = 91.0; }), damaged);
+    EXPECT_NE(failureOf([&](Scene & s) { s.landscape.contours = -1.0; }).find("--contours"),
+              std::string::npos);
     EXPECT_NE(failureOf([&](Scene & s) { s.landscape.exaggeration = -1.0; }).find("exaggeration"),
               std::string::npos);
 }
