@@ -22,6 +22,7 @@ struct LandscapeLoader::Result {
     std::vector<GroundLayer> images; ///< for a landscape that was there before, as the next
     std::vector<CityLayer> cities;
     std::vector<NBX::SO<Overlays::Overlay>> overlays;
+    NBX::SO<Overlays::Overlay> contours; ///< others than before, where the interval is another one
     QString error;
 };
 
@@ -86,6 +87,7 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
             options.overlays.clear();
             options.tracks = {};
             options.flood.reset();
+            options.contours.reset();
             options.cities.files.clear();
         }
         options.terrain = file;
@@ -157,14 +159,17 @@ void LandscapeLoader::load(Result & result, const Task & task) {
             const auto read = shown->readOverlay(options.overlays[i], result.streamed);
             result.overlays.insert(result.overlays.end(), read.begin(), read.end());
         }
+        if (options.contours && options.contours != shown->contours())
+            result.contours = shown->readContours(*options.contours);
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));
     }
 }
 
+/// What runs later shows its progress here as well, and is not meant.
 void LandscapeLoader::cancel() {
-    isCanceled_ = true;
+    isCanceled_ = isRunning();
 }
 
 /// As `open`: no picture waits for a server.
@@ -178,17 +183,20 @@ void LandscapeLoader::openPagingFiles(const std::vector<CityLayer> & cities) {
 
 void LandscapeLoader::finish(const Result & result) {
     if (thread_.joinable()) thread_.join();
-    if (isCanceled_) {
-        emit canceled();
-    } else if (result.landscape) {
+    if (!isCanceled_ && result.landscape) {
         openPagingFiles(result.landscape->cities());
         openPagingFiles(result.cities);
-        if (isCanceled_) return emit canceled();
+    }
+    if (isCanceled_.exchange(false)) {
+        emit canceled();
+    } else if (result.landscape) {
         for (const GroundLayer & image : result.images)
             result.landscape->addImage(image);
         for (const CityLayer & city : result.cities)
             result.landscape->addCity(city);
         if (!result.overlays.empty()) result.landscape->addOverlays(result.overlays);
+        if (result.landscape->hasTerrain() && result.landscape->contours() != result.options.contours)
+            result.landscape->setContours(result.options.contours, result.contours);
         emit loaded(result.landscape, result.options);
     } else {
         emit failed(result.error);

@@ -32,8 +32,8 @@ public:
     /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
     /// of another one and all that lies on it; other rasters are images, lines and areas are for `use`, and
     /// cities are told by their content. Images, overlays and cities alone are added to `shown`, which was
-    /// made of `options` and has a terrain, when they have been read; it must not be drawn meanwhile. Only
-    /// one load runs at a time; false, and nothing else, while one does.
+    /// made of `options`, whatever their contour lines, and has a terrain, when they have been read; it must
+    /// not be drawn meanwhile. Only one load runs at a time; false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
                const std::shared_ptr<Landscape> & shown = nullptr, VectorUse use = VectorUse::Overlay);
     /// Wishes that the load ends; one of the last three signals follows.

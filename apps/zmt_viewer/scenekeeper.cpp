@@ -122,7 +122,8 @@ SceneKeeper::SceneKeeper(ViewerWindow & window) : QObject(&window), window_(wind
 
     connect(&window, &ViewerWindow::edited, this, &SceneKeeper::noteEdit);
     connect(&window, &ViewerWindow::opened, this, &SceneKeeper::noteOpened);
-    connect(window.bookmarks()->panel(), &BookmarkPanel::changed, this, &SceneKeeper::noteBookmarks);
+    connect(window.bookmarks()->panel(), &BookmarkPanel::changed, this, &SceneKeeper::noteChange);
+    connect(&window, &ViewerWindow::changed, this, &SceneKeeper::noteChange);
     connect(&edits_, &QUndoStack::cleanChanged, this, &SceneKeeper::showState);
 }
 
@@ -225,7 +226,7 @@ void SceneKeeper::noteEdit(const QString & what) {
     look_ = after;
 }
 
-void SceneKeeper::noteBookmarks() {
+void SceneKeeper::noteChange() {
     isChanged_ = true;
     showState();
 }

@@ -44,7 +44,7 @@ private:
 
     void noteOpened(const std::vector<std::string> & files);
     void noteEdit(const QString & what);
-    void noteBookmarks();
+    void noteChange();
     void showState();
 
     ViewerWindow & window_;

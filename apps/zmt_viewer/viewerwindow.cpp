@@ -34,6 +34,7 @@
 #include "landscape/picture.h"
 #include "landscape/readfailures.h"
 #include "landscapeview.h"
+#include "mapmenu.h"
 #include "measuretool.h"
 #include "overlaypanel.h"
 #include "scenekeeper.h"
@@ -121,6 +122,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     makeActions();
     bookmarks_ = new BookmarkMenu(*this);
     measuring_ = new MeasureTool(*this);
+    map_ = new MapMenu(*this);
     scenes_ = new SceneKeeper(*this);
     makeLayerKeys();
     setBusy(false);
@@ -256,6 +258,7 @@ void ViewerWindow::setBusy(bool isBusy) {
     scenes_->setEnabled(!isBusy && view_->landscape());
     bookmarks_->setEnabled(!isBusy && view_->landscape());
     measuring_->setEnabled(!isBusy && view_->landscape() && view_->landscape()->hasTerrain());
+    map_->setEnabled(!isBusy && view_->landscape());
     for (QAction * action : {reload_, save_, copyView_})
         action->setEnabled(!isBusy && view_->landscape());
 }
@@ -380,6 +383,7 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     panel_->setLandscape(landscape.get());
     panel_->setLayersOn(look.layers);
     view_->setExaggeration(look.exaggeration);
+    map_->showLook();
     isSettingLook_ = false;
     applyLayers();
 }
@@ -392,6 +396,14 @@ void ViewerWindow::reload() {
     if (view_->landscape()) load({}, true, VectorUse::Overlay);
 }
 
+void ViewerWindow::setContours(const std::optional<double> & interval) {
+    const std::optional<double> before = options_.contours;
+    if (!view_->landscape() || loader_.isRunning() || interval == before) return;
+    options_.contours = interval;
+    load({}, false, VectorUse::Overlay);
+    before_.contours = before;
+}
+
 /// Nothing is drawn meanwhile: the origin of the scene belongs to the process, and the loader sets it. The
 /// last picture stays in sight.
 void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, VectorUse use) {
@@ -399,8 +411,9 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
         return;
     }
-    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), panel_->layersOn(), isReload,
-               options_.exaggeration};
+    before_ = {view_->landscape(),    GeoTransformation::nbx2geoOffset(),
+               panel_->layersOn(),    isReload,
+               options_.exaggeration, options_.contours};
     view_->keepPicture();
     panel_->setLandscape(nullptr);
     showTracks(nullptr);
@@ -478,6 +491,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     showTitle();
     view_->setFocus();
     emit opened(loading_);
+    if (!scene && options_.contours != before.contours) emit changed();
 }
 
 void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscape> & landscape) {
@@ -505,8 +519,12 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const
         city.setShown(old.isShown());
         city.setLook(old.look());
     }
+    if (before.isReload) MapGrid::show(landscape, MapGrid::of(*before.landscape));
     landscape.overlays().setLooks(std::as_const(*before.landscape).overlays().looks());
-    if (before.isReload) landscape.tracks().setTime(before.landscape->tracks().time());
+    if (!before.isReload) return;
+    landscape.tracks().setTime(before.landscape->tracks().time());
+    landscape.setTints(before.landscape->tints());
+    landscape.setSun(before.landscape->sun());
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.
@@ -516,6 +534,7 @@ void ViewerWindow::goBack() {
     const Before before = std::exchange(before_, {});
     opening_.reset();
     options_.exaggeration = before.exaggeration;
+    options_.contours = before.contours;
     hint_->setVisible(!before.landscape);
     if (!before.landscape) return setBusy(false);
     GeoTransformation::setNBXOrigin(before.origin);
@@ -634,6 +653,7 @@ void ViewerWindow::showGround(Detail detail) {
     if (!ground_) return place_->clear();
     QString text = placeText() + tr("   height %1").arg(QLocale::c().toString(ground_->y, 'f', 1));
     if (!systemName_.isEmpty()) text += "   " + systemName_;
+    if (const QString globe = globeText(); !isLonLat_ && !globe.isEmpty()) text += "   " + globe;
     if (!model_.isEmpty()) text += "   " + model_;
     if (detail == Detail::Slow) text += tr(" (coarse: finer heights are slow to come)");
     if (detail == Detail::Missing) text += tr(" (coarse: finer heights cannot be read)");
@@ -641,19 +661,25 @@ void ViewerWindow::showGround(Detail detail) {
 }
 
 QString ViewerWindow::placeText() const {
+    if (const QString globe = globeText(); isLonLat_ && !globe.isEmpty()) return globe;
+    const QLocale locale = QLocale::c();
+    return tr("x %1   y %2").arg(locale.toString(ground_->x, 'f', 1), locale.toString(ground_->z, 'f', 1));
+}
+
+/// Empty where nobody knows.
+QString ViewerWindow::globeText() const {
     const QLocale locale = QLocale::c();
     const auto place = system_ ? system_->toLonLat({ground_->x, ground_->z}) : std::nullopt;
-    if (place)
-        return tr("longitude %1   latitude %2")
-            .arg(locale.toString(place->longitude, 'f', 6), locale.toString(place->latitude, 'f', 6));
-    return tr("x %1   y %2").arg(locale.toString(ground_->x, 'f', 1), locale.toString(ground_->z, 'f', 1));
+    if (!place) return {};
+    return tr("longitude %1   latitude %2")
+        .arg(locale.toString(place->longitude, 'f', 6), locale.toString(place->latitude, 'f', 6));
 }
 
 /// Of the coordinates that are shown: of the map, or of the globe.
 void ViewerWindow::takeSystem(const ZMT::RASTER::GeoReference & reference) {
     using ZMT::RASTER::CoordinateSystem;
-    const bool isLonLat = isLonLat_ && !reference.wkt.empty();
-    system_ = isLonLat ? std::make_unique<CoordinateSystem>(reference.wkt) : nullptr;
+    system_ = CoordinateSystem::of(reference);
+    const bool isLonLat = isLonLat_ && system_;
     const std::string code = isLonLat ? "EPSG:4326" : CoordinateSystem::code(reference.wkt);
     systemName_ = QString::fromStdString(code.empty() ? reference.name : code);
     place_->setToolTip(

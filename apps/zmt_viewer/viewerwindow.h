@@ -21,6 +21,7 @@ class BookmarkMenu;
 class ControlPanel;
 class FileNotices;
 class LandscapeView;
+class MapMenu;
 class MeasureTool;
 class QDockWidget;
 class QAction;
@@ -48,6 +49,9 @@ public:
     bool open(const Scene & scene, const std::string & file);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
+    /// Draws contour lines so many metres from each to the next, in the background; none without. The view
+    /// and the looks of all else stay.
+    void setContours(const std::optional<double> & interval);
     /// Saves the picture; a failure is shown.
     bool savePicture(const std::string & path);
     /// As if the user had chosen it in the menu.
@@ -63,11 +67,14 @@ public:
     SceneKeeper * scenes() const { return scenes_; }
     BookmarkMenu * bookmarks() const { return bookmarks_; }
     MeasureTool * measuring() const { return measuring_; }
+    MapMenu * map() const { return map_; }
     /// What is shown, and the bookmarks; there is a landscape.
     Scene scene() const;
     /// Of what is shown; there is a landscape.
     LandscapeLook look() const;
     void setLook(const LandscapeLook & look);
+    /// The user has changed that; `what` says of which kind it was.
+    void noteEdit(const QString & what);
     /// A panel that can be moved and closed, with an object name that the state of the window is stored by.
     QDockWidget * addPanel(const QString & name, const QString & title, QWidget * content,
                            Qt::DockWidgetArea area);
@@ -84,6 +91,8 @@ signals:
     void opened(const std::vector<std::string> & files);
     /// The user has changed `look()`; `what` says of which kind that was.
     void edited(const QString & what);
+    /// Something else that a scene has was changed.
+    void changed();
 
 protected:
     /// A load that goes on is cancelled.
@@ -123,14 +132,14 @@ private:
     enum class Detail { Fine, Slow, Missing };
     void showGround(Detail detail = Detail::Fine);
     QString placeText() const;
+    QString globeText() const;
     void takeSystem(const ZMT::RASTER::GeoReference & reference);
-    void noteEdit(const QString & what);
     void chooseUrl();
 
     Reports reports_;
     LandscapeOptions options_; ///< of what is shown
     View startView_;
-    const bool isLonLat_; ///< whether places are told in longitude and latitude
+    const bool isLonLat_; ///< whether places are told in longitude and latitude alone
 
     /// What was shown before a load began; it comes back when that fails.
     struct Before {
@@ -139,6 +148,7 @@ private:
         std::vector<bool> layers; ///< which are on
         bool isReload = false;
         double exaggeration = 1.0; ///< that of its light
+        std::optional<double> contours = {};
     } before_;
     std::optional<Scene> opening_; ///< a scene that is loaded; none for files
     void keepLooks(const Before & before, Landscape & landscape) const;
@@ -160,6 +170,7 @@ private:
     SceneKeeper * scenes_ = nullptr;
     BookmarkMenu * bookmarks_ = nullptr;
     MeasureTool * measuring_ = nullptr;
+    MapMenu * map_ = nullptr;
     bool isSettingLook_ = false; ///< what the panel tells is no wish of the user
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;
@@ -177,7 +188,7 @@ private:
         std::size_t number = 0; ///< in `features_`
     } feature_;
     QString model_; ///< which of a city that is, as it is told; empty for the ground
-    /// Of what is shown; null where its coordinates are not told in longitude and latitude.
+    /// Of what is shown; null where nobody knows where that is on the globe.
     std::unique_ptr<ZMT::RASTER::CoordinateSystem> system_;
     QString systemName_;      ///< in which they are told; empty where that is not known
     QTimer refinement_;       ///< until finer heights are asked for

@@ -88,6 +88,7 @@ constexpr auto order = std::to_array<std::string_view>({
     "apps/landscape",
     "apps/scene",
     "apps/zmt",
+    "apps/zmt_viewer/map",
     "apps/zmt_viewer",
 });
 

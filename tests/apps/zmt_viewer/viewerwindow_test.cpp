@@ -101,6 +101,15 @@ TEST_F(ViewerWindowTest, NamesTheSystemOfItsCoordinates) {
     EXPECT_EQ("Map coordinates: WGS 84 / UTM zone 45N (EPSG:32645), metre",
               label("   EPSG:32645")->toolTip());
     EXPECT_TRUE(label("EPSG:32645")->text().startsWith("x "));
+    const auto onGlobe = [&] {
+        const auto place = view->groundAt(middle() + QPoint(3, 3));
+        const auto expected =
+            ZMT::RASTER::CoordinateSystem(view->landscape()->reference().wkt).toLonLat({place->x, place->z});
+        return QString("   longitude %1   latitude %2")
+            .arg(expected->longitude, 0, 'f', 6)
+            .arg(expected->latitude, 0, 'f', 6);
+    };
+    EXPECT_TRUE(label("EPSG:32645")->text().endsWith(onGlobe())) << onGlobe().toStdString();
 
     View globe;
     globe.isLonLat = true;
