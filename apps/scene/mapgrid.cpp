@@ -25,7 +25,7 @@ constexpr double s_linesAlong = 8.0;
 constexpr int s_placesOfLine = 128;
 constexpr int s_borderPlaces = 32; ///< along a side of the area, to find its longitudes and latitudes
 constexpr const char * s_gridStyle =
-    "color=#101820b0, width=1, label=name, label-size=11, label-color=#101820, halo=1.5";
+    "color=#000000d0, width=1.5, label=name, label-size=11, label-color=#101820, halo=1.5";
 
 class GridLines : public ZMT::RASTER::FeatureSource {
 public:

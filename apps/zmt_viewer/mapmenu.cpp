@@ -179,19 +179,22 @@ void MapMenu::showLook() {
     const auto [lowest, highest] = heightsOf(*landscape);
     tints_->setTints(landscape->tints(), lowest, highest);
     tints_->setEnabled(landscape->hasTerrain());
-    sun_->setMoment(landscape->sun(), presentMoment(*landscape));
+    sun_->setMoment(landscape->sun());
     sun_->setProblem(!landscape->hasTerrain()  ? tr("There is no ground to shine on")
                      : !landscape->canSetSun() ? tr("The light of this terrain is baked into its file")
                                                : QString());
 }
 
 void MapMenu::setEnabled(bool isEnabled) {
+    const std::shared_ptr<Landscape> landscape = isEnabled ? window_.view()->landscape() : nullptr;
     for (QAction * action : menu_->actions())
         action->setEnabled(isEnabled);
     for (QWidget * panel : {static_cast<QWidget *>(sun_), static_cast<QWidget *>(tints_)})
         panel->setEnabled(isEnabled);
-    scale_ = isEnabled ? std::make_unique<MapScale>(window_.view()->landscape()->reference()) : nullptr;
-    if (isEnabled) showLook();
+    scale_ = landscape ? std::make_unique<MapScale>(landscape->reference()) : nullptr;
+    if (landscape && landscape != known_.lock()) sun_->setClock(presentMoment(*landscape));
+    if (landscape) known_ = landscape;
+    if (landscape) showLook();
     showSigns();
 }
 

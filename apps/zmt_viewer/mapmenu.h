@@ -51,6 +51,7 @@ private:
     ScaleBar * bar_;
     NorthArrow * arrow_;
     std::unique_ptr<MapScale> scale_; ///< null without a landscape
+    std::weak_ptr<Landscape> known_;  ///< for whose place the clock of the sun was set
     QMenu * menu_;
     SunPanel * sun_;
     TintPanel * tints_;

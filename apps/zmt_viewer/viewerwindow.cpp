@@ -378,7 +378,10 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     const auto & landscape = view_->landscape();
     if (!landscape) return;
     isSettingLook_ = true;
+    const NBX::SO<NBX::SceneThing> before = landscape->node();
     look.applyTo(*landscape);
+    // The first overlay brings another one.
+    if (landscape->node() != before) view_->setLandscape(landscape, {});
     showFeatures({});
     panel_->setLandscape(landscape.get());
     panel_->setLayersOn(look.layers);

@@ -83,7 +83,7 @@ SunPanel::SunPanel(QWidget * parent)
     connect(day_, &QSlider::valueChanged, this,
             [this](int minute) { time_->setTime(QTime(minute / 60, minute % 60)); });
     setFocusProxy(isOn_);
-    setMoment({}, {});
+    setClock({});
 }
 
 int SunPanel::usualZone(double longitude) {
@@ -98,10 +98,17 @@ QString SunPanel::zoneName(int minutes) {
         .arg(size % 60, 2, 10, QChar('0'));
 }
 
-void SunPanel::setMoment(const std::optional<SunMoment> & moment, const SunMoment & usual) {
+void SunPanel::setMoment(const std::optional<SunMoment> & moment) {
     isShowing_ = true;
     isOn_->setChecked(moment.has_value());
-    show(moment.value_or(usual));
+    if (moment) show(*moment);
+    isShowing_ = false;
+    showSun();
+}
+
+void SunPanel::setClock(const SunMoment & moment) {
+    isShowing_ = true;
+    show(moment);
     isShowing_ = false;
     showSun();
 }

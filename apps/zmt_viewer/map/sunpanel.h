@@ -21,9 +21,11 @@ class SunPanel : public QWidget {
 public:
     explicit SunPanel(QWidget * parent = nullptr);
 
-    /// Shows the sun of a moment, to its minute, or that there is none, without telling. The clock stands at
-    /// `usual` then.
-    void setMoment(const std::optional<SunMoment> & moment, const SunMoment & usual);
+    /// Shows the sun of a moment, to its minute, or switches it off and leaves the clock as it is, without
+    /// telling.
+    void setMoment(const std::optional<SunMoment> & moment);
+    /// Where clock and place stand when it is switched on. It is off.
+    void setClock(const SunMoment & moment);
     /// None where it is switched off.
     std::optional<SunMoment> moment() const;
     /// Why there can be no sun; empty where there can.

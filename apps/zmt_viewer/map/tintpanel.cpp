@@ -100,7 +100,7 @@ void TintPanel::fill() {
     rows_->setRowCount(int(all.size()));
     for (int row = 0; row < int(all.size()); ++row) {
         const auto & tint = all[std::size_t(row)];
-        rows_->setItem(row, TC_Height, new QTableWidgetItem(QLocale::c().toString(tint.height, 'g', 8)));
+        rows_->setItem(row, TC_Height, new QTableWidgetItem(QLocale::c().toString(tint.height, 'g', 6)));
         auto * color = new QTableWidgetItem;
         color->setBackground(shownColor(tint.color));
         color->setFlags(color->flags() & ~Qt::ItemIsEditable);

@@ -326,4 +326,50 @@ TEST_F(OverlayRun, AFloodCoversWhatLiesBelow) {
                   {"--flood", "--terrain"});
 }
 
+TEST_F(OverlayRun, ContourLinesAreDrawnAtTheirHeights) {
+    // Rises to the east by one in ten, from 100 in the middle of the first cell on.
+    SmallGeoTiff tiff{s_columns, s_rows};
+    tiff.west = s_groundWest;
+    tiff.north = s_south + s_rows * s_groundCell;
+    tiff.cell = s_groundCell;
+    for (int i = 0; i < s_columns * s_rows; ++i)
+        tiff.heights.push_back(100.0F + float(i % s_columns));
+    const std::string slope = folder.write("slope.tif", tiff.encode());
+    const auto draw = [&](const std::vector<std::string> & more) {
+        std::vector<std::string> arguments = {"render", "--terrain", slope,   "--view",           "north",
+                                              "--size", "640x480",   "--out", folder.out("c.png")};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        EXPECT_EQ(zmt(folder, arguments).status, 0);
+        return CityRun::pictureIn(folder.out("c.png"));
+    };
+    const auto bare = draw({}), lined = draw({"--contours", "20"});
+    ASSERT_TRUE(bare && lined);
+    // Runs of columns that differ in a row of the picture away from names.
+    std::vector<double> lines;
+    for (int x = 0; x < 640; ++x) {
+        const auto *a = bare->pixelComponentsU8(x, 130), *b = lined->pixelComponentsU8(x, 130);
+        if (std::abs(a[0] - b[0]) < 20) continue;
+        if (lines.empty() || x > lines.back() + 3.0) lines.push_back(x);
+    }
+    // At 100, 120, 140 and 160 m: the first lies at the very edge.
+    ASSERT_GE(lines.size(), 3U);
+    const std::size_t last = lines.size() - 1;
+    const double step = lines[last] - lines[last - 1];
+    // What is higher is nearer to the eye.
+    EXPECT_NEAR(step / (lines[last - 1] - lines[last - 2]), 1.04, 0.04);
+    const auto ends = std::pair(pixelOf(0.0, 240.0).first, pixelOf(600.0, 240.0).first);
+    EXPECT_NEAR(step, 2.0 * (ends.second - ends.first) / 3.0, 6.0) << "twice as large as the usual picture";
+}
+
+TEST_F(OverlayRun, ContourLinesThatCannotBeAreRefused) {
+    for (const char * interval : {"0", "-5", "nan"})
+        expectFailure(zmt(folder, {"render", "--terrain", terrain, "--contours", interval, "--out",
+                                   folder.out("c.png")}),
+                      2, {"--contours must be a number of metres above 0"});
+    expectFailure(
+        zmt(folder, {"render", "--terrain", terrain, "--contours", "30", "--out", folder.out("c.png")}), 1,
+        {"contour lines", "would be none"});
+    EXPECT_TRUE(folder.results().empty());
+}
+
 } // namespace

@@ -20,7 +20,7 @@ class SunPanelTest : public testing::Test {
 protected:
     SunPanelTest() {
         QObject::connect(&panel, &SunPanel::changed, [this] { ++changes; });
-        panel.setMoment(s_noon, {});
+        panel.setMoment(s_noon);
     }
     template <class T> T & field(const char * name) const { return *panel.findChild<T *>(name); }
     std::string words() const { return field<QLabel>("sunPosition").text().toStdString(); }
@@ -68,10 +68,14 @@ TEST_F(SunPanelTest, SwitchedOffThereIsNone) {
     EXPECT_FALSE(panel.moment());
     panel.toggle();
     EXPECT_EQ(panel.moment(), s_noon);
-    panel.setMoment({}, {0.0, 60, 15.0, 50.0});
+    panel.setMoment({});
     EXPECT_EQ(changes, 2);
     EXPECT_FALSE(panel.moment());
-    EXPECT_EQ(field<QTimeEdit>("sunTime").text(), "01:00") << "the usual one";
+    EXPECT_EQ(field<QTimeEdit>("sunTime").text(), "12:00") << "the clock stays";
+    panel.setClock({0.0, 60, 15.0, 50.0});
+    EXPECT_EQ(changes, 2);
+    EXPECT_FALSE(panel.moment());
+    EXPECT_EQ(field<QTimeEdit>("sunTime").text(), "01:00");
     panel.setProblem("baked");
     panel.toggle();
     EXPECT_FALSE(panel.moment());
@@ -84,7 +88,7 @@ TEST_F(SunPanelTest, KnowsZones) {
     EXPECT_EQ(SunPanel::usualZone(86.9), 360);
     EXPECT_EQ(SunPanel::usualZone(-7.4), 0);
     EXPECT_EQ(SunPanel::usualZone(-180.0), -720);
-    panel.setMoment(SunMoment{0.0, 17, 4.0, 50.0}, {});
+    panel.setMoment(SunMoment{0.0, 17, 4.0, 50.0});
     EXPECT_EQ(field<QComboBox>("sunZone").currentText(), "UTC+00:17") << "one that is in use no more";
     EXPECT_EQ(panel.moment()->zone, 17);
 }
