@@ -337,6 +337,8 @@ TEST_F(GridsAndContoursTest, ContourLinesThatFailOrAreCancelledLeaveWhatWasThere
     ASSERT_TRUE(QTest::qWaitFor([&] { return !window->loader()->isRunning(); }));
     EXPECT_EQ(window->scene().landscape.contours, 10.0);
     EXPECT_EQ(overlayName(), "contour lines, 10 m");
+    window->map()->sun()->toggle();
+    EXPECT_TRUE(view->landscape()->sun()) << "what comes later is not cancelled";
 }
 
 TEST_F(GridsAndContoursTest, HeightsHaveTheColoursOfATable) {
