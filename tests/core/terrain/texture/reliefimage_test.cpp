@@ -255,8 +255,10 @@ TEST(ReliefImage, TheUsualColoursAreATable) {
         const auto grid =
             TestTerrain::grid({60, 2}, [low](unsigned x, unsigned) { return low + 11.0 * double(x); });
         const auto usual = ReliefImage::createHeightColors(*grid);
-        const auto table =
-            ReliefImage::createHeightColors(*grid, ReliefImage::usualTints(low, low + 11.0 * 59.0));
+        const auto tints = ReliefImage::usualTints(low, low + 11.0 * 59.0);
+        for (std::size_t i = 1; i < tints.size(); ++i)
+            EXPECT_LE(tints[i - 1].height, tints[i].height) << low;
+        const auto table = ReliefImage::createHeightColors(*grid, tints);
         for (int x = 0; x < 60; ++x)
             for (unsigned c = 0; c < 3; ++c)
                 EXPECT_NEAR(texel(*usual, x, 0)[c], texel(*table, x, 0)[c], 1) << low << " " << x;
