@@ -41,7 +41,8 @@ double roundedDegrees(double degrees) {
 /// Now, over the middle of the ground, where that is known.
 SunMoment presentMoment(const Landscape & landscape) {
     SunMoment moment;
-    moment.time = double(QDateTime::currentSecsSinceEpoch() / 60 * 60);
+    const qint64 minute = QDateTime::currentSecsSinceEpoch() / 60;
+    moment.time = 60.0 * double(minute);
     const auto & raster = *landscape.grid().rasterData();
     const auto system = ZMT::RASTER::CoordinateSystem::of(landscape.reference());
     const auto place =
