@@ -223,6 +223,30 @@ TEST_F(SunTest, LightsTreesAndTheirVertices) {
     ZMT::CORE::TerrainPainterGLSettings::setGeometryError(before);
 }
 
+TEST_F(SunTest, ShinesOnStreamingTerrainsThatHaveNoBakedLight) {
+    for (const char * light : {"static", "normals", "none"}) {
+        const std::string built = files.out(std::string(light) + ".ztt");
+        ASSERT_EQ(0,
+                  runProcess(ZMT_EXECUTABLE,
+                             {"build", "terrain", terrain, built, "--level", "4", "--lighting", light}, files)
+                      .status);
+        makeWindow(LandscapeOptions(), parseView("north"), 900, 460);
+        window->open({built});
+        ASSERT_TRUE(settle()) << window->lastError().toStdString();
+        sun().toggle();
+        setClock(9);
+        const double morning = brightness();
+        setClock(15);
+        const bool isBaked = light == std::string("static");
+        EXPECT_EQ(sun().findChild<QLabel *>("sunProblem")->isHidden(), !isBaked) << light;
+        EXPECT_EQ(view->landscape()->sun().has_value(), !isBaked) << light;
+        if (isBaked)
+            EXPECT_EQ(brightness(), morning);
+        else
+            EXPECT_GT(brightness(), morning + 5.0) << light;
+    }
+}
+
 class GridsAndContoursTest : public GroundTest {
 protected:
     const Overlays & overlays() const { return std::as_const(*view->landscape()).overlays(); }
