@@ -379,7 +379,7 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     if (!landscape) return;
     isSettingLook_ = true;
     const NBX::SO<NBX::SceneThing> before = landscape->node();
-    look.applyTo(*landscape);
+    applyLook(look, *landscape);
     // The first overlay brings another one.
     if (landscape->node() != before) view_->setLandscape(landscape, {});
     showFeatures({});
@@ -389,6 +389,14 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     map_->showLook();
     isSettingLook_ = false;
     applyLayers();
+}
+
+void ViewerWindow::applyLook(const LandscapeLook & look, Landscape & landscape) {
+    try {
+        look.applyTo(landscape);
+    } catch (const std::exception & error) {
+        showFailure(tr("The light cannot be made"), QString::fromStdString(messageOf(error)));
+    }
 }
 
 void ViewerWindow::noteEdit(const QString & what) {
@@ -498,7 +506,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
 }
 
 void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscape> & landscape) {
-    scene.look.applyTo(*landscape);
+    applyLook(scene.look, *landscape);
     if (scene.trackTime) landscape->tracks().setTime(*scene.trackTime);
     View view;
     view.coordinates = scene.view;
@@ -513,7 +521,7 @@ void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscap
 }
 
 /// Those that are still there look as before.
-void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const {
+void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) {
     const std::size_t known = before.landscape->cities().size();
     for (std::size_t i = 0; i < std::min(known, landscape.cities().size()); ++i) {
         const CityLayer & old = before.landscape->cities()[i];
@@ -527,7 +535,9 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) const
     if (!before.isReload) return;
     landscape.tracks().setTime(before.landscape->tracks().time());
     landscape.setTints(before.landscape->tints());
-    landscape.setSun(before.landscape->sun());
+    LandscapeLook lit = LandscapeLook::of(landscape, {});
+    lit.sun = before.landscape->sun();
+    applyLook(lit, landscape);
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.

@@ -151,7 +151,9 @@ private:
         std::optional<double> contours = {};
     } before_;
     std::optional<Scene> opening_; ///< a scene that is loaded; none for files
-    void keepLooks(const Before & before, Landscape & landscape) const;
+    void keepLooks(const Before & before, Landscape & landscape);
+    /// What cannot be is shown.
+    void applyLook(const LandscapeLook & look, Landscape & landscape);
     LandscapeLoader loader_;           ///< works on `before_`
     std::vector<std::string> loading_; ///< what `open` was given last
     std::string startFolder_;

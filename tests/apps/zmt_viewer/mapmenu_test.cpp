@@ -247,6 +247,25 @@ TEST_F(SunTest, ShinesOnStreamingTerrainsThatHaveNoBakedLight) {
     }
 }
 
+/// Light of cells with shapes of their own is drawn, not computed.
+TEST_F(SunTest, ShinesOnBreakLines) {
+    LandscapeOptions options;
+    options.terrain = s_everest;
+    options.breakLines = {ZMT_DATA_DIR "/everest_glaciers.geojson"};
+    options.tree.maxVertices = 200;
+    makeWindow(options, parseView("north"), 700, 480);
+    window->open({});
+    ASSERT_TRUE(settle()) << window->lastError().toStdString();
+    sun().toggle();
+    setClock(8);
+    const auto morning = picture();
+    setClock(16);
+    EXPECT_GT(difference(morning, picture()), 0.3);
+    EXPECT_EQ(window->lastError().toStdString(), "");
+    setClock(8);
+    EXPECT_LT(difference(morning, picture()), 1e-3);
+}
+
 class GridsAndContoursTest : public GroundTest {
 protected:
     const Overlays & overlays() const { return std::as_const(*view->landscape()).overlays(); }
