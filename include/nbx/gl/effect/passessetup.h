@@ -44,8 +44,9 @@ public:
     };
     /// previousWeight * picture + sum of weight * texture * lit. Weights not above 0 count as 0.
     void add(const std::vector<Term> & terms, double previousWeight);
-    /// alpha * texture * lit + (1 - alpha) * picture.
-    void decal(const MappedTextureGL & texture);
+    /// alpha * texture * lit + (1 - alpha) * picture, with the alpha of the texture times `opacity`, from 0
+    /// to 1.
+    void decal(const MappedTextureGL & texture, double opacity = 1.0);
     /// picture * texture.
     void modulate(const MappedTextureGL & texture);
     /// factor * texture * lit + (1 - factor) * picture, with the alpha of `factor` where it has one, else its
@@ -106,6 +107,7 @@ private:
     void appendSum(const std::vector<Term> & terms, double previousWeight);
     void interpolateInChain(const MappedTextureGL & factor, const MappedTextureGL & texture);
     void interpolateByBlending(const MappedTextureGL & factor, const MappedTextureGL & texture);
+    void decalInChain(const MappedTextureGL & texture, double opacity);
     void interpolateThroughAlpha(const MappedTextureGL & factor, const MappedTextureGL & texture);
 
     EngineGL * engine_;

@@ -1,12 +1,26 @@
 #include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 
 #include <nbx/gl/effect/decalmultitexturingeffectgl.h>
+#include <nbx/object/errorhandler.h>
 #include <nbx/object/serializationmanager.h>
 
 namespace ZMT::CORE {
 
 NBX::TexturingEffectGL * DecalTerrainTexturingEffect::newEngineEffect(EngineTextures * textures) const {
-    return new NBX::DecalMultiTexturingEffectGL(textures, nullptr, false);
+    return new NBX::DecalMultiTexturingEffectGL(textures, nullptr, false, opacity_);
+}
+
+void DecalTerrainTexturingEffect::setOpacity(double opacity) {
+    NBX_CHECK(opacity >= 0.0 && opacity <= 1.0, L"opacity out of range");
+    if (!(opacity >= 0.0 && opacity <= 1.0) || opacity == opacity_) return;
+    opacity_ = opacity;
+    modified();
+}
+
+/// Behind the textures, so that what was stored without it is read as well.
+void DecalTerrainTexturingEffect::serialize(NBX::SerializationManager & m) {
+    TextureSequenceEffect::serialize(m);
+    NBX::attributeWithDefault(m, "opacity", opacity_, 1.0);
 }
 
 NBX_STORED_CLASS_IMPL(DecalTerrainTexturingEffect, TextureSequenceEffect)

@@ -10,8 +10,9 @@ namespace NBX {
 NBX_CLASS_IMPL(DecalMultiTexturingEffectGL, TexturingEffectGL)
 
 DecalMultiTexturingEffectGL::DecalMultiTexturingEffectGL(Iterator<SO<TextureGL>> * textures,
-                                                         Iterator<SO<TexGenGL>> * texGens, bool disabled)
-    : TexturingEffectGL(!disabled), textures_(textures), texGens_(texGens) {}
+                                                         Iterator<SO<TexGenGL>> * texGens, bool disabled,
+                                                         double opacity)
+    : TexturingEffectGL(!disabled), textures_(textures), texGens_(texGens), opacity_(opacity) {}
 
 namespace {
 
@@ -22,7 +23,7 @@ public:
     void updatePasses(EngineGL *, TexturingEffectGL * effect, PassesSetup & passes) override {
         const auto & own = static_cast<const DecalMultiTexturingEffectGL &>(*effect);
         for (const auto & t : mappedTextures(own.getTextures().get(), own.getTexGens().get()))
-            passes.decal(t.texture);
+            passes.decal(t.texture, own.getOpacity());
     }
 };
 

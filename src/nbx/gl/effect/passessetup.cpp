@@ -26,6 +26,8 @@ constexpr Argument constantColor{GL_CONSTANT, GL_SRC_COLOR};
 constexpr Argument constantAlpha{GL_CONSTANT, GL_SRC_ALPHA};
 constexpr Argument litColor{GL_PRIMARY_COLOR, GL_SRC_COLOR};
 constexpr Argument previousColor{GL_PREVIOUS, GL_SRC_COLOR};
+constexpr Argument previousAlpha{GL_PREVIOUS, GL_SRC_ALPHA};
+constexpr Argument litAlpha{GL_PRIMARY_COLOR, GL_SRC_ALPHA};
 
 /// Weights that differ by less are taken for equal.
 constexpr double epsilon = 1e-6;
@@ -289,18 +291,38 @@ void PassesSetup::amplifyFrameBuffer(double & factor) {
     }
 }
 
-void PassesSetup::decal(const MappedTextureGL & texture) {
-    if (isInChain() && fits(1, false)) {
-        const Argument picture = surface_ == S_Lit ? constantColor : previousColor;
-        appendStage(
-            texture,
-            newStageWithConstant(1.0, 1.0, GL_INTERPOLATE, textureColor, picture, textureAlpha).get());
+void PassesSetup::decal(const MappedTextureGL & texture, double opacity) {
+    const bool isTranslucent = opacity < 1.0;
+    if (isInChain() && fits(isTranslucent ? 2 : 1, false)) {
+        decalInChain(texture, opacity);
         return;
     }
     createNextPass(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     const SO<TexEnvCombineGL> stage = newStage(GL_MODULATE, textureColor, litColor);
     stage->setAlpha(GL_REPLACE, textureAlpha);
+    if (isTranslucent) {
+        stage->setEnvironmentColor(Color(0.0, 0.0, 0.0, opacity));
+        stage->setAlpha(GL_MODULATE, textureAlpha, constantAlpha);
+    }
     appendStage(texture, stage.get());
+}
+
+/// Where alpha is not that of the texture alone, one unit makes it and passes the picture on; the next one,
+/// with the same texture, uses it and gives the shapes their alpha back.
+void PassesSetup::decalInChain(const MappedTextureGL & texture, double opacity) {
+    const Argument picture = surface_ == S_Lit ? constantColor : previousColor;
+    if (opacity >= 1.0) {
+        appendStage(
+            texture,
+            newStageWithConstant(1.0, 1.0, GL_INTERPOLATE, textureColor, picture, textureAlpha).get());
+        return;
+    }
+    const auto alpha = newStageWithConstant(1.0, opacity, GL_REPLACE, picture);
+    alpha->setAlpha(GL_MODULATE, textureAlpha, constantAlpha);
+    appendStage(texture, alpha.get());
+    const auto mix = newStage(GL_INTERPOLATE, textureColor, previousColor, previousAlpha);
+    mix->setAlpha(GL_REPLACE, litAlpha);
+    appendStage(texture, mix.get());
 }
 
 void PassesSetup::modulate(const MappedTextureGL & texture) {

@@ -168,13 +168,14 @@ Case additive(const Textures & textures, const std::vector<double> & weights, do
             }};
 }
 
-Case decal(const Textures & textures) {
-    return {new DecalMultiTexturingEffectGL(new Array<SO<TextureGL>>(textures), nullptr, false),
+Case decal(const Textures & textures, double opacity = 1.0) {
+    return {new DecalMultiTexturingEffectGL(new Array<SO<TextureGL>>(textures), nullptr, false, opacity),
             [=](Rgb picture, const Rgb & lit, int x, int y) {
                 for (const SO<TextureGL> & texture : textures) {
                     const Texel t = texelOf(texture, x, y);
+                    const double alpha = t.alpha * opacity;
                     for (unsigned c = 0; c < 3; ++c)
-                        picture[c] = cut(t.rgb[c] * t.alpha * lit[c] + picture[c] * (1.0 - t.alpha));
+                        picture[c] = cut(t.rgb[c] * alpha * lit[c] + picture[c] * (1.0 - alpha));
                 }
                 return picture;
             }};
@@ -284,6 +285,7 @@ TEST_F(MultiTexturingGLTest, EachEffectAlone) {
         const std::string name = "layers " + std::to_string(s);
         expectFormula({additive({texture(s)}, {1.0}, 0.0)}, name + " additive");
         expectFormula({decal({texture(s)})}, name + " decal");
+        expectFormula({decal({texture(s)}, 0.4)}, name + " translucent decal");
         expectFormula({modulate({texture(s)})}, name + " modulate");
         expectFormula({interpolated(texture(s), texture(LS_RGB), texture(LS_RGB))}, name + " interpolated");
         expectFormula({interpolated(texture(s), nullptr, texture(LS_RGB))}, name + " interpolated, no first");
@@ -334,6 +336,9 @@ TEST_F(MultiTexturingGLTest, StackedEffects) {
     expectFormula({additive({texture(LS_RGB)}, {1.0}, 0.0), interpolated(texture(LS_RGBA), nullptr, grey)},
                   "interpolation over an image");
     expectFormula({decal({texture(LS_RGBA)}), additive({texture(LS_RGB)}, {0.5}, 0.5)}, "half and half");
+    expectFormula(
+        {decal({texture(LS_RGB)}), decal({texture(LS_RGBA), texture(LS_RGB)}, 0.3), modulate({grey})},
+        "translucent images below the light");
 }
 
 TEST_F(MultiTexturingGLTest, RandomStacksOfEffectsOnColouredShapes) {
@@ -349,7 +354,7 @@ TEST_F(MultiTexturingGLTest, RandomStacksOfEffectsOnColouredShapes) {
                 effects.push_back(additive({any(), any()}, {weight(random), weight(random)}, weight(random)));
                 break;
             case 1:
-                effects.push_back(decal({any()}));
+                effects.push_back(decal({any()}, std::min(weight(random), 1.0)));
                 break;
             case 2:
                 effects.push_back(modulate({any()}));
