@@ -10,6 +10,7 @@
 #include "vectorinput.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <nbx/gl/state/lightmodelgl.h>
 #include <nbx/gl/state/shapematerialgl.h>
@@ -173,6 +174,11 @@ void Landscape::prepareMoving(const NBX::Camera & camera, unsigned height) {
 void Landscape::addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more) {
     overlays_.add(more);
     layOverlays();
+}
+
+void Landscape::setTracks(Tracks tracks) {
+    if (!tracks_.empty()) tracks.setTime(tracks_.time());
+    tracks_ = std::move(tracks);
 }
 
 void Landscape::readCities(const CityOptions & options, const StreamedFiles & streamed) {

@@ -65,6 +65,12 @@ public:
     /// The interval of those that it has.
     const std::optional<double> & contours() const { return contourInterval_; }
 
+    /// Tracks for its ground, as `Tracks`; nothing is changed.
+    Tracks readTracks(const TrackOptions & options) const { return {options, reference_}; }
+    /// Puts what `readTracks` gave in the place of all tracks. The time stays, where there were any. There is
+    /// a terrain.
+    void setTracks(Tracks tracks);
+
     /// How its map coordinates are to be understood.
     const ZMT::RASTER::GeoReference & reference() const { return reference_; }
     /// The heights; coarse ones of a terrain that streams.

@@ -1,8 +1,12 @@
 #include "tracks.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <exception>
+#include <fstream>
+#include <string_view>
 #include <utility>
 
 #include "errors.h"
@@ -24,6 +28,14 @@ using ZMT::RASTER::VectorFeature;
 const char * const s_wayStyle = "color=#e02020,width=3";
 const char * const s_markRimStyle = "color=#ffffff,symbol=circle,size=16";
 const char * const s_markStyle = "color=#e02020,symbol=circle,size=11";
+
+/// So that large files of other kinds are not opened once more.
+bool beginsAsGpx(const std::string & path) {
+    std::array<char, 4096> bytes{};
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes.data(), bytes.size());
+    return std::string_view(bytes.data(), std::size_t(file.gcount())).find("<gpx") != std::string_view::npos;
+}
 
 /// Seconds after the start; none for what is no such number.
 std::optional<double> secondsIn(const std::string & text) {
@@ -74,6 +86,19 @@ Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & r
     time_ = options.time.empty() ? end()
             : seconds            ? start() + *seconds
                                  : ZMT::RASTER::IsoTime::parse(options.time).value_or(end());
+}
+
+bool Tracks::isTrack(const std::string & path) {
+    if (!beginsAsGpx(path)) return false;
+    try {
+        const auto read = ZMT::RASTER::TrackFile::read(path);
+        return std::any_of(read.pieces.begin(), read.pieces.end(), [](const auto & piece) {
+            return std::any_of(piece.begin(), piece.end(),
+                               [](const auto & point) { return std::isfinite(point.time); });
+        });
+    } catch (const std::exception &) {
+        return false;
+    }
 }
 
 void Tracks::showOn(DynamicLayer & layer) {

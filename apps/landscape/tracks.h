@@ -29,6 +29,10 @@ public:
     /// them is left out is told on the standard error stream.
     Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & reference);
 
+    /// Whether a file is one of them: GPX with at least one time. False for what cannot be read. Reads it
+    /// all.
+    static bool isTrack(const std::string & path);
+
     bool empty() const { return tracks_.empty(); }
     const std::vector<NBX::SO<ZMT::CORE::VectorTrack>> & list() const { return tracks_; }
     /// When any of them has a place, as one track; null without any.

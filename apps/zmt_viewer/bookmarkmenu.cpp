@@ -55,7 +55,8 @@ BookmarkMenu::BookmarkMenu(ViewerWindow & window)
     dock_->hide();
     window.findChild<QMenu *>("view")->addAction(dock_->toggleViewAction());
 
-    window.menuBar()->insertMenu(window.menuBar()->actions().value(2), menu_);
+    menu_->setObjectName("bookmarks");
+    window.menuBar()->insertMenu(window.findChild<QMenu *>("track")->menuAction(), menu_);
     menu_->addAction(tr("&Add this view"), Qt::Key_B, this, &BookmarkMenu::add);
     menu_->addAction(tr("Fly to the &next"), Qt::Key_BracketRight, this, [this] { flyToNext(1); });
     menu_->addAction(tr("Fly to the &previous"), Qt::Key_BracketLeft, this, [this] { flyToNext(-1); });

@@ -124,6 +124,11 @@ void FlightRecorder::makeFilm() {
     program_ = std::make_unique<QProcess>();
     program_->setProcessChannelMode(QProcess::MergedChannels);
     connect(program_.get(), &QProcess::finished, this, &FlightRecorder::takeFilm);
+    // One that does not start does not finish.
+    connect(program_.get(), &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            end(tr("ffmpeg cannot be started: %1").arg(program_->errorString()));
+    });
     const QString film = aside_->filePath("film." + QString::fromStdString(NBX::File::extensionName(path_)));
     // Players want even sides, and colours with half of the resolution.
     program_->start(filmProgram(), {"-y", "-v", "error", "-framerate", QString::number(framesPerSecond_),

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include <QTimer>
@@ -23,6 +24,7 @@ struct LandscapeLoader::Result {
     std::vector<CityLayer> cities;
     std::vector<NBX::SO<Overlays::Overlay>> overlays;
     NBX::SO<Overlays::Overlay> contours; ///< others than before, where the interval is another one
+    std::optional<Tracks> tracks; ///< all of them; none where there are no others
     QString error;
 };
 
@@ -37,6 +39,10 @@ namespace {
 using ZMT::RASTER::GeoFile;
 using FileKind = ZMT::RASTER::GeoFileKind;
 
+/// Those that are there, the latest last, which shows the progress; they end in any order.
+std::vector<NBX::ProgressDisplay *> s_loaders;
+NBX::ProgressDisplay * s_displayBelow = nullptr; ///< that before the first of them
+
 /// Of what may be added to a landscape.
 std::size_t layersOf(const LandscapeOptions & options) {
     return options.images.size() + options.overlays.size() + options.cities.files.size();
@@ -50,14 +56,26 @@ FileKind kindOf(const std::string & file, std::uint64_t key) {
     return kind;
 }
 
+/// A file of what moved may be played, too.
+void addTrack(TrackOptions & tracks, const std::string & file) {
+    const auto & known = tracks.files;
+    if (std::find(known.begin(), known.end(), file) == known.end() && Tracks::isTrack(file))
+        tracks.files.push_back(file);
+}
+
 } // namespace
 
-LandscapeLoader::LandscapeLoader() : previous_(NBX::Progress::setDisplay(this)) {}
+LandscapeLoader::LandscapeLoader() {
+    NBX::ProgressDisplay * const before = NBX::Progress::setDisplay(this);
+    if (s_loaders.empty()) s_displayBelow = before;
+    s_loaders.push_back(this);
+}
 
 LandscapeLoader::~LandscapeLoader() {
     cancel();
     if (thread_.joinable()) thread_.join();
-    NBX::Progress::setDisplay(previous_);
+    std::erase(s_loaders, static_cast<NBX::ProgressDisplay *>(this));
+    NBX::Progress::setDisplay(s_loaders.empty() ? s_displayBelow : s_loaders.back());
 }
 
 LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std::vector<std::string> & files,
@@ -99,10 +117,24 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
     if (use == VectorUse::Shape)
         options.vectors.insert(options.vectors.end(), vectors.begin(), vectors.end());
     else
-        for (const std::string & file : vectors)
+        for (const std::string & file : vectors) {
             options.overlays.push_back({file, "", ""});
+            addTrack(options.tracks, file);
+        }
     options.cities.files.insert(options.cities.files.end(), cities.begin(), cities.end());
     return options;
+}
+
+bool LandscapeLoader::bringTerrain(const LandscapeOptions & options, const std::vector<std::string> & files) {
+    const auto isTerrain = [&](const std::string & file) {
+        if (isUrl(file)) return options.terrain.empty();
+        try {
+            return !ZMT::CORE::CityModels::isFile(file) && kindOf(file, options.key) == FileKind::Heights;
+        } catch (const std::exception &) {
+            return false; // which the load will tell
+        }
+    };
+    return std::any_of(files.begin(), files.end(), isTerrain);
 }
 
 bool LandscapeLoader::start(const LandscapeOptions & options, const std::vector<std::string> & files,
@@ -140,7 +172,7 @@ void LandscapeLoader::load(Result & result, const Task & task) {
         const std::size_t images = result.options.images.size();
         const std::size_t cities = result.options.cities.files.size();
         const std::size_t overlays = result.options.overlays.size();
-        const std::size_t before = layersOf(result.options);
+        const std::size_t before = layersOf(result.options), tracks = result.options.tracks.files.size();
         result.options = withFiles(result.options, task.files, task.use, result.streamed);
         const LandscapeOptions & options = result.options;
         const auto & shown = task.shown;
@@ -161,6 +193,7 @@ void LandscapeLoader::load(Result & result, const Task & task) {
         }
         if (options.contours && options.contours != shown->contours())
             result.contours = shown->readContours(*options.contours);
+        if (options.tracks.files.size() > tracks) result.tracks = shown->readTracks(options.tracks);
         result.landscape = shown;
     } catch (const std::exception & error) {
         result.error = QString::fromStdString(messageOf(error));
@@ -197,6 +230,7 @@ void LandscapeLoader::finish(const Result & result) {
         if (!result.overlays.empty()) result.landscape->addOverlays(result.overlays);
         if (result.landscape->hasTerrain() && result.landscape->contours() != result.options.contours)
             result.landscape->setContours(result.options.contours, result.contours);
+        if (result.tracks) result.landscape->setTracks(*result.tracks);
         emit loaded(result.landscape, result.options);
     } else {
         emit failed(result.error);

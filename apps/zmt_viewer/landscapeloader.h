@@ -30,10 +30,11 @@ public:
 
     /// Opens streamed files in the event loop, which meanwhile takes what the user does, then loads, on the
     /// thread, `options` with `files` added: the first raster of one band becomes the terrain, in the place
-    /// of another one and all that lies on it; other rasters are images, lines and areas are for `use`, and
-    /// cities are told by their content. Images, overlays and cities alone are added to `shown`, which was
-    /// made of `options`, whatever their contour lines, and has a terrain, when they have been read; it must
-    /// not be drawn meanwhile. Only one load runs at a time; false, and nothing else, while one does.
+    /// of another one and all that lies on it; other rasters are images, lines and areas are for `use`, of
+    /// which overlays with times are tracks as well, and cities are told by their content. Images, overlays
+    /// and cities alone are added to `shown`, which was made of `options`, whatever their contour lines, and
+    /// has a terrain, when they have been read; it must not be drawn meanwhile. Only one load runs at a time;
+    /// false, and nothing else, while one does.
     bool start(const LandscapeOptions & options, const std::vector<std::string> & files,
                const std::shared_ptr<Landscape> & shown = nullptr, VectorUse use = VectorUse::Overlay);
     /// Wishes that the load ends; one of the last three signals follows.
@@ -45,6 +46,10 @@ public:
     static LandscapeOptions withFiles(LandscapeOptions options, const std::vector<std::string> & files,
                                       VectorUse use = VectorUse::Overlay,
                                       const StreamedFiles & streamed = {});
+
+    /// Whether one of `files` becomes the terrain in the place of what `options` show. No server is asked: a
+    /// URL is taken for one where there is none yet. False for what cannot be read.
+    static bool bringTerrain(const LandscapeOptions & options, const std::vector<std::string> & files);
 
 signals:
     /// `share` runs from 0 to 1.
@@ -69,5 +74,4 @@ private:
     std::thread thread_;
     std::atomic<bool> isCanceled_{false};
     bool isOpening_ = false;
-    NBX::ProgressDisplay * previous_;
 };

@@ -72,7 +72,7 @@ MeasureTool::MeasureTool(ViewerWindow & window)
     dock_->hide();
     window.findChild<QMenu *>("view")->addAction(dock_->toggleViewAction());
 
-    window.menuBar()->insertMenu(window.menuBar()->actions().value(2), menu_);
+    window.menuBar()->insertMenu(window.findChild<QMenu *>("bookmarks")->menuAction(), menu_);
     isOn_ = menu_->addAction(tr("&Measure"));
     isOn_->setCheckable(true);
     isOn_->setShortcut(Qt::Key_M);

@@ -103,17 +103,16 @@ private:
 SceneKeeper::SceneKeeper(ViewerWindow & window) : QObject(&window), window_(window) {
     edits_.setUndoLimit(s_mostEdits);
     auto * file = window.findChild<QMenu *>("file");
-    QAction * behind = file->actions().value(2);
     save_ = new QAction(tr("&Save scene"), this);
     saveAs_ = new QAction(tr("Save scene &as..."), this);
     save_->setShortcut(QKeySequence::Save);
     saveAs_->setShortcut(tr("Ctrl+Shift+S"));
     connect(save_, &QAction::triggered, this, &SceneKeeper::save);
     connect(saveAs_, &QAction::triggered, this, &SceneKeeper::saveAs);
-    file->insertActions(behind, {save_, saveAs_});
+    file->insertActions(window.findChild<QAction *>("reload"), {save_, saveAs_});
 
     auto * edit = new QMenu(tr("&Edit"), &window);
-    window.menuBar()->insertMenu(window.menuBar()->actions().value(1), edit);
+    window.menuBar()->insertMenu(window.findChild<QMenu *>("view")->menuAction(), edit);
     QAction * undo = edits_.createUndoAction(this, tr("&Undo"));
     undo->setShortcut(QKeySequence::Undo);
     QAction * redo = edits_.createRedoAction(this, tr("&Redo"));

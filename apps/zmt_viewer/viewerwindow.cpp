@@ -206,12 +206,15 @@ void ViewerWindow::makeActions() {
     file->setObjectName("file");
     open_ = file->addAction(tr("&Open..."), QKeySequence::Open, this, &ViewerWindow::chooseFiles);
     openUrl_ = file->addAction(tr("Open &URL..."), tr("Ctrl+U"), this, &ViewerWindow::chooseUrl);
+    openUrl_->setObjectName("openUrl");
     reload_ = file->addAction(tr("&Reload"), Qt::Key_F5, this, &ViewerWindow::reload);
+    reload_->setObjectName("reload");
     save_ = file->addAction(tr("Save &picture..."), tr("Ctrl+E"), this, &ViewerWindow::choosePicture);
     file->addSeparator();
     file->addAction(tr("&Close"), Qt::Key_Escape, this, &QWidget::close);
 
     QMenu * view = menuBar()->addMenu(tr("&View"));
+    view->setObjectName("view");
     view->addAction(tr("&Reset view"), Qt::Key_R, view_, &LandscapeView::resetView);
     wireframe_ = view->addAction(tr("&Wireframe"));
     wireframe_->setShortcut(Qt::Key_F);
@@ -226,7 +229,6 @@ void ViewerWindow::makeActions() {
     view->addAction(tr("Lower the flood"), Qt::Key_PageDown, this, [this] { panel_->moveFlood(-1); });
     view->addAction(tr("&Next feature under the mouse"), Qt::Key_N, this, &ViewerWindow::showNextFeature);
     copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
-    view->setObjectName("view");
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
     makeTrackMenu();
@@ -234,6 +236,7 @@ void ViewerWindow::makeActions() {
 
 void ViewerWindow::makeTrackMenu() {
     trackMenu_ = menuBar()->addMenu(tr("&Track"));
+    trackMenu_->setObjectName("track");
     TrackBar * const bar = tracks_;
     trackMenu_->addAction(tr("&Play or pause"), Qt::Key_Space, tracks_, &TrackBar::togglePlay);
     trackMenu_->addAction(tr("&Slower"), Qt::Key_Comma, bar, [bar] { bar->changeSpeed(-1); });
@@ -337,12 +340,19 @@ void ViewerWindow::dropEvent(QDropEvent * event) {
 
 void ViewerWindow::open(const std::vector<std::string> & files, VectorUse use) {
     if (std::none_of(files.begin(), files.end(), isSceneFile)) {
-        if (!files.empty() || !shownFile().empty()) load(files, false, use);
+        if (files.empty() && shownFile().empty()) return;
+        if (loader_.isRunning() || mayReplaceBy(files)) load(files, false, use);
     } else if (files.size() == 1) {
         scenes_->open(files.front());
     } else {
         showFailure(tr("The scene was not opened"), tr("A scene is opened by itself, without other files"));
     }
+}
+
+/// Asks what is to become of the changes of a scene that another terrain ends.
+bool ViewerWindow::mayReplaceBy(const std::vector<std::string> & files) {
+    const bool isReplaced = view_->landscape() && LandscapeLoader::bringTerrain(options_, files);
+    return !isReplaced || scenes_->mayLeave();
 }
 
 bool ViewerWindow::open(const Scene & scene, const std::string & file) {

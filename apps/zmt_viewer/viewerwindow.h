@@ -110,6 +110,7 @@ private:
     void choosePicture();
     void copyView();
 
+    bool mayReplaceBy(const std::vector<std::string> & files);
     void load(const std::vector<std::string> & files, bool isReload, VectorUse use);
     void setBusy(bool isBusy);
     void showProgressDialog();

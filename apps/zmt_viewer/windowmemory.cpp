@@ -41,8 +41,7 @@ std::vector<QDockWidget *> panelsOf(const ViewerWindow & window) {
 WindowMemory::WindowMemory(ViewerWindow & window, std::string file)
     : window_(window), file_(std::move(file)), state_(WindowState::read(file_)),
       menu_(new QMenu(tr("Open re&cent"), &window)) {
-    auto * fileMenu = window.findChild<QMenu *>("file");
-    fileMenu->insertMenu(fileMenu->actions().value(1), menu_);
+    window.findChild<QMenu *>("file")->insertMenu(window.findChild<QAction *>("openUrl"), menu_);
     fillMenu();
     window.setStartFolder(state_.folder);
     connect(&window, &ViewerWindow::opened, this, &WindowMemory::remember);

@@ -51,8 +51,8 @@ protected:
         return "";
     }
     /// A program of this name that does so, and nothing else beside the usual tools.
-    void install(const std::string & lines) const {
-        const std::string program = folder_.write("ffmpeg", "#!/bin/sh\n" + lines);
+    void install(const std::string & lines, const std::string & shell = "/bin/sh") const {
+        const std::string program = folder_.write("ffmpeg", "#!" + shell + "\n" + lines);
         fs::permissions(program, fs::perms::owner_all);
         ::setenv("PATH", (folder_.in("") + ":" + path_).c_str(), 1);
     }
@@ -158,6 +158,16 @@ TEST_F(FlightRecorderTest, WhatFfmpegSaysIsTold) {
     EXPECT_TRUE(folder_.results().empty());
     ::setenv("PATH", folder_.out("").c_str(), 1);
     EXPECT_NE(failure(folder_.out("flight.webm")).find("not installed"), std::string::npos);
+}
+
+TEST_F(FlightRecorderTest, AnFfmpegThatCannotBeStartedEndsIt) {
+    install("exit 0\n", "/nowhere/at/all");
+    ASSERT_TRUE(record(folder_.out("flight.mp4")));
+    EXPECT_TRUE(problem_.starts_with("ffmpeg cannot be started: ")) << problem_;
+    EXPECT_FALSE(recorder().isRunning());
+    EXPECT_TRUE(folder_.results().empty());
+    ASSERT_TRUE(record(folder_.out("flight"))) << "the next one may begin";
+    EXPECT_EQ(problem_, "");
 }
 
 } // namespace

@@ -151,6 +151,23 @@ TEST(LandscapeLoaderFiles, OverlaysAndTracksGoWithTheirTerrain) {
     EXPECT_EQ(1U, first.tracks.files.size());
 }
 
+TEST(LandscapeLoaderFiles, AGpxFileWithTimesIsAnOverlayAndATrack) {
+    const std::string way = ZMT_DATA_DIR "/everest_way.gpx";
+    const auto options = LandscapeLoader::withFiles(with(s_everest, {}), {way});
+    EXPECT_EQ(1U, options.overlays.size());
+    EXPECT_EQ(Paths{way}, options.tracks.files);
+    const auto again = LandscapeLoader::withFiles(options, {way});
+    EXPECT_EQ(2U, again.overlays.size());
+    EXPECT_EQ(Paths{way}, again.tracks.files) << "played once";
+    EXPECT_TRUE(
+        LandscapeLoader::withFiles(with(s_everest, {}), {way}, VectorUse::Shape).tracks.files.empty());
+    const RunFolder folder;
+    const std::string timeless = folder.write(
+        "timeless.gpx",
+        R"(<gpx version="1.1"><trk><trkseg><trkpt lat="27.9" lon="86.8"/></trkseg></trk></gpx>)");
+    EXPECT_TRUE(LandscapeLoader::withFiles(with(s_everest, {}), {timeless}).tracks.files.empty());
+}
+
 /// Counts what a loader says.
 struct Ear {
     explicit Ear(LandscapeLoader & loader) {
@@ -271,6 +288,20 @@ TEST(LandscapeLoader, GivesTheDisplayBack) {
     const auto * before = NBX::Progress::setDisplay(nullptr);
     { const LandscapeLoader loader; }
     EXPECT_EQ(nullptr, NBX::Progress::setDisplay(const_cast<NBX::ProgressDisplay *>(before)));
+}
+
+TEST(LandscapeLoader, OfTwoTheOneThatStaysShowsProgress) {
+    auto * const before = NBX::Progress::setDisplay(nullptr);
+    auto first = std::make_unique<LandscapeLoader>();
+    {
+        LandscapeLoader second;
+        first.reset();
+        Ear ear(second);
+        second.start({}, {s_jacksboro});
+        EXPECT_TRUE(ear.waitForEnd());
+        EXPECT_GT(ear.progressed, 0);
+    }
+    EXPECT_EQ(nullptr, NBX::Progress::setDisplay(before)) << "none of them is there any more";
 }
 
 } // namespace

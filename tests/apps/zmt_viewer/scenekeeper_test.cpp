@@ -7,9 +7,12 @@
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QSlider>
 #include <QTimer>
 
+#include "bookmarkmenu.h"
+#include "bookmarkpanel.h"
 #include "controlpanel.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
@@ -189,6 +192,25 @@ TEST_F(SceneKeeperTest, ChangesAreAskedForBeforeTheWindowCloses) {
     answer<QMessageBox>([](QMessageBox & box) { box.button(QMessageBox::Save)->click(); });
     EXPECT_TRUE(window->close());
     EXPECT_TRUE(readScene(folder_.out("mine.zmt")).scene.look.layers[0]);
+}
+
+TEST_F(SceneKeeperTest, ChangesAreAskedForBeforeAnotherTerrainTakesTheirPlace) {
+    load({copied(s_everest)});
+    QTest::keyClick(view, Qt::Key_B);
+    const auto bookmarks = [&] { return window->bookmarks()->panel()->bookmarks().size(); };
+    ASSERT_EQ(bookmarks(), 1U);
+    const std::string shown = window->shownFile();
+    load({copied(s_everestImage)});
+    EXPECT_EQ(bookmarks(), 1U) << "another layer is nobody's end";
+    answer<QMessageBox>([](QMessageBox & box) { box.button(QMessageBox::Cancel)->click(); });
+    window->open({s_jacksboro});
+    EXPECT_FALSE(window->loader()->isRunning());
+    EXPECT_EQ(window->shownFile(), shown);
+    answer<QMessageBox>([](QMessageBox & box) { box.button(QMessageBox::Discard)->click(); });
+    load({s_jacksboro});
+    EXPECT_EQ(bookmarks(), 0U);
+    load({s_everest}); // there is nothing to lose: nobody asks
+    EXPECT_EQ(window->shownFile(), s_everest);
 }
 
 TEST_F(SceneKeeperTest, TheLightStaysThatOfTheStart) {

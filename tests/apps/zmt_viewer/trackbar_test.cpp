@@ -53,6 +53,20 @@ protected:
     }
 };
 
+TEST_F(TrackBarTest, ADroppedTrackIsPlayedAndDrawn) {
+    open();
+    const auto shown = view->landscape();
+    drop({files.write("way.gpx", way())});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(shown, view->landscape()) << "nothing is built anew";
+    EXPECT_FALSE(std::as_const(*shown).overlays().empty());
+    ASSERT_TRUE(bar()->isVisible());
+    EXPECT_EQ(time(), s_length);
+    EXPECT_NEAR(drawn().second, 580.0, 8.0);
+    press(Qt::Key_Home);
+    EXPECT_EQ(time(), 0.0);
+}
+
 TEST_F(TrackBarTest, IsThereForATrackAlone) {
     open();
     EXPECT_FALSE(bar()->isVisible());
