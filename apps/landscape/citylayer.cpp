@@ -152,17 +152,22 @@ std::optional<CityLayer::Hit> nearestHit(const std::vector<CityLayer> & cities, 
     return nearest;
 }
 
-void tellOutside(const CityLayer & city, const ZMT::CORE::GridData & ground) {
+std::string outsideReport(const CityLayer & city, const ZMT::CORE::GridData & ground) {
     const NBX::Bounds models = city.geoBox();
     const NBX::Bounds terrain = ZMT::CORE::LocalFrame(ground.origin()).toGeo(ground.boundingBox());
-    if (!models.isDefined() || !terrain.isDefined()) return;
+    if (!models.isDefined() || !terrain.isDefined()) return {};
     const Point low = models.getLLF(), high = models.getURB();
     const Point least = terrain.getLLF(), most = terrain.getURB();
-    if (low.x <= most.x && high.x >= least.x && low.z <= most.z && high.z >= least.z) return;
+    if (low.x <= most.x && high.x >= least.x && low.z <= most.z && high.z >= least.z) return {};
     char place[200];
     std::snprintf(place, sizeof place, "from %.10g,%.10g to %.10g,%.10g", low.x, low.z, high.x, high.z);
-    writeError("warning: " + city.name() + ": lies outside of the terrain, " + place +
-               "; check the --at, the --system or the placements that it was built with");
+    return city.name() + ": lies outside of the terrain, " + place +
+           "; check the --at, the --system or the placements that it was built with";
+}
+
+void tellOutside(const CityLayer & city, const ZMT::CORE::GridData & ground) {
+    const std::string report = outsideReport(city, ground);
+    if (!report.empty()) writeError("warning: " + report);
 }
 
 void placeCities(std::vector<CityLayer> & cities, const ZMT::CORE::Terrain & terrain, double exaggeration) {

@@ -110,7 +110,9 @@ private:
 /// The nearest of the hits of all cities.
 std::optional<CityLayer::Hit> nearestHit(const std::vector<CityLayer> & cities, const NBX::Ray & ray);
 
-/// A line on the standard error stream for a city no part of which lies on the ground, by its plan.
+/// What to say of a city no part of which lies on the ground, by its plan; empty for others.
+std::string outsideReport(const CityLayer & city, const ZMT::CORE::GridData & ground);
+/// That as a warning on the standard error stream.
 void tellOutside(const CityLayer & city, const ZMT::CORE::GridData & ground);
 
 /// Puts cities into the scene of a terrain whose heights are exaggerated.

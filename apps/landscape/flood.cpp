@@ -51,10 +51,12 @@ std::optional<FloodOptions> Flood::options() const {
 }
 
 void Flood::showOn(DynamicLayer & layer) {
-    const auto wanted = isOn_ && grid_ ? std::optional(options_.height) : std::nullopt;
-    if (wanted == shownHeight_) return;
-    shownHeight_ = wanted;
-    std::vector<DynamicLayer::Point> corners;
-    if (wanted) corners = ZMT::CORE::FloodArea::below(*grid_, *wanted);
-    layer.show(DynamicLayer::Part::Flood, corners, options_.color);
+    const auto wanted = isOn_ && grid_ ? std::optional(options_) : std::nullopt;
+    if (wanted == shown_) return;
+    if (!wanted)
+        corners_.clear();
+    else if (!shown_ || shown_->height != wanted->height)
+        corners_ = ZMT::CORE::FloodArea::below(*grid_, wanted->height);
+    shown_ = wanted;
+    layer.show(DynamicLayer::Part::Flood, corners_, options_.color);
 }

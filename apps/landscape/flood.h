@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nbx/math/color.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
@@ -12,6 +13,7 @@
 struct FloodOptions {
     double height = 0.0; ///< as the terrain has it, whatever the exaggeration
     NBX::Color color = {0.12F, 0.40F, 0.75F, 0.6F};
+    bool operator==(const FloodOptions &) const = default;
 };
 
 /// HEIGHT or HEIGHT,COLOR, a colour of vector styles. Throws `UsageError`.
@@ -30,6 +32,9 @@ public:
     void setOn(bool isOn) { isOn_ = isOn; }
     double height() const { return options_.height; }
     void setHeight(double height) { options_.height = height; }
+    /// From 0 to 1.
+    double opacity() const { return options_.color[3]; }
+    void setOpacity(double opacity) { options_.color[3] = float(opacity); }
     /// As it is; none where it is off.
     std::optional<FloodOptions> options() const;
 
@@ -45,5 +50,6 @@ private:
     bool isOn_ = false;
     const ZMT::CORE::GridData * grid_ = nullptr;
     double lowest_ = 0.0, highest_ = 0.0;
-    std::optional<double> shownHeight_; ///< none: it is not shown
+    std::optional<FloodOptions> shown_;        ///< none: it is not shown
+    std::vector<DynamicLayer::Point> corners_; ///< of the triangles at the height of `shown_`
 };

@@ -22,7 +22,6 @@
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/geometry/view/createtexture.h>
-#include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/modulateterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/perpixelterrainlightingeffect.h>
 #include <zmt/core/terrain/texture/reliefimage.h>
@@ -34,7 +33,6 @@
 #include <zmt/raster/geoimage.h>
 #include <zmt/raster/memorytiledgeoimagepyramid.h>
 #include <zmt/raster/simplerasterdata.h>
-#include <zmt/raster/translucentimagepyramid.h>
 #include <zmt/util/compressedtexture/coarselevels.h>
 
 namespace {
@@ -179,8 +177,12 @@ double texelsOfShapedCell(unsigned columns, unsigned rows) {
     return std::clamp(std::sqrt(s_mostTexelsOfShapedCells / cells), 1.0, s_texelsOfShapedCell);
 }
 
-NBX::SO<NBX::Attribute> makeDecal(const NBX::SO<TerrainTexture> & texture) {
-    return new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get());
+NBX::SO<ZMT::CORE::DecalTerrainTexturingEffect> makeDecal(const NBX::SO<TerrainTexture> & texture,
+                                                          double opacity) {
+    NBX::SO<ZMT::CORE::DecalTerrainTexturingEffect> decal(
+        new ZMT::CORE::DecalTerrainTexturingEffect(listOf(texture).get()));
+    decal->setOpacity(opacity);
+    return decal;
 }
 
 void checkPlace(const TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,
@@ -267,8 +269,12 @@ GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture 
         low.x < terrain.maxX && terrain.minX < high.x && low.z < terrain.maxY && terrain.minY < high.z;
     if (!overlaps)
         throw DataError(shownName(locator) + ": the image lies elsewhere; choose one that covers the area");
-    return {LayerKind::Image, fileNameOf(locator), makeDecal(opened.texture),
-            ZMT::CORE::GeoTransformation::geo2nbxTf(box), opened.file};
+    return {LayerKind::Image,
+            fileNameOf(locator),
+            makeDecal(opened.texture),
+            ZMT::CORE::GeoTransformation::geo2nbxTf(box),
+            opened.file,
+            locator};
 }
 
 Sunlight defaultSun() {
@@ -285,11 +291,14 @@ NBX::SO<TiledGeoImagePyramid> openPixels(const std::string & path, const ImageLo
 GroundLayer openImage(const std::string & path, const ImageLook & look,
                       const ZMT::RASTER::GeoExtent & terrain, const std::string & wkt) {
     const Stage stage(L"read");
-    auto pyramid = openPixels(path, look, terrain, wkt);
+    const auto pyramid = openPixels(path, look, terrain, wkt);
     Step step("reading " + path);
     checkContent(*pyramid, path);
     step.finish();
-    if (look.opacity < 1.0) pyramid = new ZMT::RASTER::TranslucentImagePyramid(pyramid.get(), look.opacity);
     const NBX::SO<TerrainTexture> texture(new ZMT::CORE::TiledLODTexture(pyramid.get()));
-    return {LayerKind::Image, fileNameOf(path), makeDecal(texture), texture->boundingBox()};
+    GroundLayer layer{LayerKind::Image, fileNameOf(path), makeDecal(texture, look.opacity),
+                      texture->boundingBox()};
+    layer.source = path;
+    layer.opacity = look.opacity;
+    return layer;
 }

@@ -9,6 +9,7 @@
 #include <nbx/scene/attribute/attribute.h>
 #include <zmt/core/terrain/geometry/regular/griddata.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
+#include <zmt/core/terrain/texture/decalterraintexturingeffect.h>
 #include <zmt/core/terrain/texture/reliefimage.h>
 #include <zmt/core/terrain/texture/terraintexture.h>
 #include <zmt/raster/geoextent.h>
@@ -29,7 +30,7 @@ enum class LayerKind {
 };
 
 /// What lies on the ground of a landscape. Every effect belongs in front of the terrain, lowest first; what
-/// is draped has none, and stands for itself.
+/// is draped has none, and stands for itself. How it looks is set by its landscape.
 struct GroundLayer {
     LayerKind kind;
     std::string name; ///< for people
@@ -37,6 +38,12 @@ struct GroundLayer {
     NBX::Bounds box; ///< where it lies, in scene coordinates; undefined for everywhere
     /// What it is read from while it is looked at; null for what is in memory.
     NBX::SO<ZMT::CORE::AsyncFile> file = nullptr;
+    std::string source = {}; ///< path or URL; empty for what is made of the heights
+    unsigned number = 0;     ///< of the layers with this name, in the order in which they were laid
+    bool isOn = true;
+    double opacity = 1.0; ///< of images alone
+
+    bool isImage() const { return kind == LayerKind::Image; }
 };
 
 /// Colours from green lowlands to white summits, and blue ones of sea, where there are heights below 0 and
@@ -76,7 +83,8 @@ GroundLayer layStreamedImage(const std::string & locator, const StreamedTexture 
 Sunlight defaultSun();
 
 /// The effect that lays a texture on all below it.
-NBX::SO<NBX::Attribute> makeDecal(const NBX::SO<ZMT::CORE::TerrainTexture> & texture);
+NBX::SO<ZMT::CORE::DecalTerrainTexturingEffect> makeDecal(const NBX::SO<ZMT::CORE::TerrainTexture> & texture,
+                                                          double opacity = 1.0);
 
 /// Throws `DataError` for an image that lies elsewhere than a terrain with this extent.
 void checkPlace(const ZMT::RASTER::TiledGeoImagePyramid & image, const ZMT::RASTER::GeoExtent & terrain,

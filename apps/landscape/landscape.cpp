@@ -31,7 +31,7 @@ constexpr const char * s_lineCore = "color=#c02060, width=3, symbol=circle, size
 } // namespace
 
 Landscape::Landscape(const LandscapeOptions & given, const StreamedFiles & streamed)
-    : scene_(new NBX::SceneThing) {
+    : file_(given.terrain), scene_(new NBX::SceneThing) {
     readCities(given.cities, streamed);
     if (given.terrain.empty() && !cities_.empty()) {
         layGroundBelowCities();
@@ -178,6 +178,7 @@ void Landscape::addOverlays(const std::vector<NBX::SO<Overlays::Overlay>> & more
 
 void Landscape::setTracks(Tracks tracks) {
     if (!tracks_.empty()) tracks.setTime(tracks_.time());
+    tracks.setLooks(tracks_.looks());
     tracks_ = std::move(tracks);
 }
 
@@ -302,8 +303,59 @@ void Landscape::layImage(const GroundLayer & image) {
 }
 
 void Landscape::layOn(const GroundLayer & layer, unsigned above) {
-    layers_.insert(layers_.end() - above - draped_, layer);
+    GroundLayer laid = layer;
+    laid.number = layersNamed(layer.name);
     putBefore(layer.effect.get(), above);
+    switchLayer(laid);
+    layers_.insert(layers_.end() - above - draped_, std::move(laid));
+}
+
+unsigned Landscape::layersNamed(const std::string & name) const {
+    return unsigned(std::count_if(layers_.begin(), layers_.end(),
+                                  [&](const GroundLayer & layer) { return layer.name == name; }));
+}
+
+/// Where patches have colours, the relief is still to be seen.
+void Landscape::switchLayer(const GroundLayer & layer) const {
+    const bool isColor = layer.kind == LayerKind::HeightColors || layer.isImage();
+    layer.effect->setEnableState(layer.isOn && !(areColorsHidden_ && isColor));
+}
+
+void Landscape::setLayerOn(std::size_t number, bool isOn) {
+    layers_.at(number).isOn = isOn;
+    switchLayer(layers_[number]);
+}
+
+void Landscape::hideColors(bool isHiding) {
+    areColorsHidden_ = isHiding;
+    for (const GroundLayer & layer : layers_)
+        switchLayer(layer);
+}
+
+void Landscape::setLayerOpacity(std::size_t number, double opacity) {
+    GroundLayer & layer = layers_.at(number);
+    const auto decal = NBX::soCast<ZMT::CORE::DecalTerrainTexturingEffect>(layer.effect);
+    if (!layer.isImage() || !decal) return;
+    layer.opacity = std::clamp(opacity, 0.0, 1.0);
+    decal->setOpacity(layer.opacity);
+}
+
+void Landscape::setLayerOrder(const std::vector<std::size_t> & order) {
+    const auto isMovable = [](const GroundLayer & layer) {
+        return layer.isImage() || layer.kind == LayerKind::Shading;
+    };
+    std::vector<GroundLayer> moved;
+    moved.reserve(order.size());
+    for (const std::size_t number : order)
+        if (isMovable(layers_.at(number))) moved.push_back(layers_[number]);
+    for (const GroundLayer & layer : moved)
+        node_->remove(layer.effect.get());
+    for (const GroundLayer & layer : moved)
+        putBefore(layer.effect.get());
+    if (moved.size() > 1) isShadingOnTop_ = moved.back().kind == LayerKind::Shading;
+    auto next = moved.begin();
+    for (GroundLayer & layer : layers_)
+        if (isMovable(layer)) layer = *next++;
 }
 
 void Landscape::drape(const std::string & path,
@@ -312,7 +364,13 @@ void Landscape::drape(const std::string & path,
     const NBX::SO<NBX::AttributeComposite> draped(new NBX::AttributeComposite);
     draped->append(drapeAreas(terrain_, areas, lift, path).get());
     ground_->append(draped.get());
-    layers_.push_back({LayerKind::Draped, fileNameOf(path), draped.get(), {}});
+    layers_.push_back({LayerKind::Draped,
+                       fileNameOf(path),
+                       draped.get(),
+                       {},
+                       nullptr,
+                       path,
+                       layersNamed(fileNameOf(path))});
     ++draped_;
 }
 

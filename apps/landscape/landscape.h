@@ -71,6 +71,8 @@ public:
     /// a terrain.
     void setTracks(Tracks tracks);
 
+    /// Path or URL of the terrain; empty for cities alone.
+    const std::string & file() const { return file_; }
     /// How its map coordinates are to be understood.
     const ZMT::RASTER::GeoReference & reference() const { return reference_; }
     /// The heights; coarse ones of a terrain that streams.
@@ -93,8 +95,17 @@ public:
     /// How long the terrain took to build.
     double buildMilliseconds() const { return buildMilliseconds_; }
 
-    /// What lies on the terrain, lowest first; each effect may be switched off.
+    /// What lies on the terrain, lowest first.
     const std::vector<GroundLayer> & layers() const { return layers_; }
+    // Of the layer with a number in that list.
+    void setLayerOn(std::size_t number, bool isOn);
+    /// From 0 to 1; nothing for what is no image.
+    void setLayerOpacity(std::size_t number, double opacity);
+    /// Makes those with these numbers, in this order, the lowest first. All of them are there. Images and
+    /// light change their places; colours by height stay below them, and what is draped above.
+    void setLayerOrder(const std::vector<std::size_t> & order);
+    /// Hides what has colours, whether it is on or not.
+    void hideColors(bool isHiding);
 
     /// What `TerrainPainterGLSettings` is given so that no error of the geometry larger than `pixels` shows:
     /// less where patches lie farther from the heights than they state, and 0 where only the finest level has
@@ -166,6 +177,8 @@ private:
     /// On all that lies there, or below the last `above` layers.
     void layOn(const GroundLayer & layer, unsigned above = 0);
     void layImage(const GroundLayer & image);
+    void switchLayer(const GroundLayer & layer) const;
+    unsigned layersNamed(const std::string & name) const;
     void drape(const std::string & path, const std::vector<ZMT::CORE::PolygonTriangulation::Ring> & areas,
                double lift);
     void layOverlays();
@@ -185,6 +198,7 @@ private:
     /// In front of the ground and the last `above` objects before it.
     void putBefore(NBX::RenderObj * object, unsigned above = 0);
 
+    std::string file_;
     ZMT::RASTER::GeoReference reference_;
     ZMT::RASTER::GeoExtent extent_; ///< in the coordinates of `reference_`
     NBX::SO<ZMT::CORE::GridData> grid_;
@@ -219,6 +233,7 @@ private:
     bool isStreamed_ = false;
     bool hasOverlays_ = false, hasDynamic_ = false; ///< effects in the scene
     unsigned onTop_ = 0; ///< effects of overlays and of what moves, the last ones in front of the ground
-    bool isShadingOnTop_ = false; ///< the last layer is the shading
+    bool isShadingOnTop_ = false; ///< images come below the shading
+    bool areColorsHidden_ = false;
     bool isChunked_ = false;
 };

@@ -1,9 +1,13 @@
+// Files are read one by one, and what they lack is told and noted. What is drawn changes with the time and
+// with their looks: a way and a mark for each, in colours with an opacity of their own.
+
 #include "tracks.h"
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <exception>
 #include <fstream>
 #include <string_view>
@@ -25,9 +29,11 @@ using ZMT::CORE::VectorStyleSheet;
 using ZMT::CORE::VectorTrack;
 using ZMT::RASTER::VectorFeature;
 
-const char * const s_wayStyle = "color=#e02020,width=3";
-const char * const s_markRimStyle = "color=#ffffff,symbol=circle,size=16";
-const char * const s_markStyle = "color=#e02020,symbol=circle,size=11";
+const char * const s_wayColor = "#e02020";
+const char * const s_wayStyle = "width=3";
+const char * const s_markRimColor = "#ffffff";
+const char * const s_markRimStyle = "symbol=circle,size=16";
+const char * const s_markStyle = "symbol=circle,size=11";
 
 /// So that large files of other kinds are not opened once more.
 bool beginsAsGpx(const std::string & path) {
@@ -47,14 +53,28 @@ std::optional<double> secondsIn(const std::string & text) {
     return isNumber ? std::optional(seconds) : std::nullopt;
 }
 
-void tellLosses(const std::string & path, const VectorTrack & track, std::uint64_t withoutPlace) {
+/// Told, and as lines.
+std::string tellLosses(const std::string & path, const VectorTrack & track, std::uint64_t withoutPlace) {
     const VectorTrack::Counts & counts = track.counts();
+    std::string lines;
     const auto tell = [&](std::uint64_t points, const char * what) {
-        if (points > 0) writeError("warning: " + path + ": " + std::to_string(points) + what);
+        if (points == 0) return;
+        const std::string line = std::to_string(points) + what;
+        writeError("warning: " + path + ": " + line);
+        lines.append(lines.empty() ? "" : "\n").append(line);
     };
     tell(counts.withoutTime, " points have no time and are left out");
     tell(counts.withoutPlace + withoutPlace, " points have no place here and are left out");
     tell(counts.unordered, " points are not in the order of their times, and are sorted");
+    return lines;
+}
+
+/// A style with a colour that has an opacity of its own.
+MovingFeatures::Group groupOf(const char * color, const char * rest, double opacity) {
+    char style[80];
+    std::snprintf(style, sizeof style, "color=%s%02x,%s", color, unsigned(std::lround(opacity * 255.0)),
+                  rest);
+    return {{}, VectorStyleSheet::parse(style)};
 }
 
 } // namespace
@@ -74,7 +94,9 @@ Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & r
         Step step("reading " + path);
         const auto read = ZMT::RASTER::TrackFile::read(path, reference.wkt);
         tracks_.emplace_back(new VectorTrack(read.pieces));
-        tellLosses(path, *tracks_.back(), read.withoutPlace);
+        losses_.push_back(tellLosses(path, *tracks_.back(), read.withoutPlace));
+        files_.push_back(path);
+        looks_.emplace_back();
         if (tracks_.back()->isEmpty())
             throw DataError(path + ": no point has a time; show its lines by --overlay instead");
         pieces.insert(pieces.end(), read.pieces.begin(), read.pieces.end());
@@ -86,6 +108,12 @@ Tracks::Tracks(const TrackOptions & options, const ZMT::RASTER::GeoReference & r
     time_ = options.time.empty() ? end()
             : seconds            ? start() + *seconds
                                  : ZMT::RASTER::IsoTime::parse(options.time).value_or(end());
+}
+
+void Tracks::setLooks(const std::vector<Look> & looks) {
+    for (std::size_t i = 0; i < std::min(looks.size(), looks_.size()); ++i)
+        looks_[i] = looks[i];
+    shownTime_.reset();
 }
 
 bool Tracks::isTrack(const std::string & path) {
@@ -104,21 +132,23 @@ bool Tracks::isTrack(const std::string & path) {
 void Tracks::showOn(DynamicLayer & layer) {
     if (shownTime_ == time_) return;
     shownTime_ = time_;
-    const auto group = [](const char * style) {
-        return MovingFeatures::Group{{}, VectorStyleSheet::parse(style)};
-    };
-    DynamicLayer::Groups groups = {group(s_wayStyle), group(s_markRimStyle), group(s_markStyle)};
+    DynamicLayer::Groups ways, marks;
     std::optional<VectorTrack::Position> firstMark;
-    for (const SO<VectorTrack> & track : tracks_) {
+    for (std::size_t i = 0; i < tracks_.size(); ++i) {
+        if (!looks_[i].isShown) continue;
         VectorFeature way, mark;
-        way.lines = track->passed(time_);
-        groups[0].features.push_back(way);
-        const auto place = track->placeAt(time_);
+        way.lines = tracks_[i]->passed(time_);
+        ways.push_back(groupOf(s_wayColor, s_wayStyle, looks_[i].opacity));
+        ways.back().features = {way};
+        const auto place = tracks_[i]->placeAt(time_);
         if (!place) continue;
         if (!firstMark) firstMark = place->position;
         mark.points = {place->position};
-        groups[1].features.push_back(mark);
-        groups[2].features.push_back(mark);
+        marks.push_back(groupOf(s_markRimColor, s_markRimStyle, looks_[i].opacity));
+        marks.back().features = {mark};
+        marks.push_back(groupOf(s_wayColor, s_markStyle, looks_[i].opacity));
+        marks.back().features = {mark};
     }
-    layer.show(DynamicLayer::Part::Tracks, std::move(groups), firstMark);
+    ways.insert(ways.end(), marks.begin(), marks.end());
+    layer.show(DynamicLayer::Part::Tracks, std::move(ways), firstMark);
 }

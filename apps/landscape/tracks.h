@@ -35,6 +35,19 @@ public:
 
     bool empty() const { return tracks_.empty(); }
     const std::vector<NBX::SO<ZMT::CORE::VectorTrack>> & list() const { return tracks_; }
+    /// How one of them looks.
+    struct Look {
+        bool isShown = true;
+        double opacity = 1.0; ///< from 0 to 1
+        bool operator==(const Look &) const = default;
+    };
+    const std::vector<Look> & looks() const { return looks_; }
+    /// Of as many as there are.
+    void setLooks(const std::vector<Look> & looks);
+    /// The file of one, and what of it is left out, a line each; empty where that is nothing.
+    const std::string & file(std::size_t number) const { return files_.at(number); }
+    const std::string & losses(std::size_t number) const { return losses_.at(number); }
+
     /// When any of them has a place, as one track; null without any.
     const NBX::SO<ZMT::CORE::VectorTrack> & all() const { return all_; }
     /// Seconds since 1970, UTC.
@@ -48,7 +61,9 @@ public:
 
 private:
     std::vector<NBX::SO<ZMT::CORE::VectorTrack>> tracks_;
+    std::vector<Look> looks_;
+    std::vector<std::string> files_, losses_;
     NBX::SO<ZMT::CORE::VectorTrack> all_;
     double time_ = 0.0;
-    std::optional<double> shownTime_;
+    std::optional<double> shownTime_; ///< none: something else of them has changed
 };

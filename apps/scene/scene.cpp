@@ -25,7 +25,8 @@ namespace {
 using NBX::StringUtils;
 using ZMT::RASTER::ImageColors;
 
-constexpr unsigned s_sceneVersion = 1;
+/// 2: order and opacity of all layers. In a scene of version 1 they are as they are read.
+constexpr unsigned s_sceneVersion = 2;
 constexpr unsigned s_mostPictureBytes = 1U << 20U;
 constexpr double s_farthestPlace = 1e9; ///< of an eye or an aim, in map coordinates
 constexpr double s_farthestTime = 1e11; ///< of a sun, in seconds from 1970
@@ -78,11 +79,6 @@ public:
     }
     template <class T> void list(const char * name, std::vector<T> & values) {
         list(values, [&](T & value) { return one(name, value); });
-    }
-    void list(const char * name, std::vector<bool> & values) {
-        std::vector<int> numbers(values.begin(), values.end());
-        list(name, numbers);
-        values.assign(numbers.begin(), numbers.end());
     }
 
 private:
@@ -155,7 +151,13 @@ void sceneSun(SceneFields & f, std::optional<SunMoment> & sun) {
 }
 
 void sceneLook(SceneFields & f, LandscapeLook & look) {
-    f.list("layersOn", look.layers);
+    f.list(look.layers, [&](LandscapeLook::Layer & layer) {
+        return f.one("groundName", layer.name) && f.one("groundNumber", layer.number) &&
+               f.one("groundShown", layer.isOn) && f.one("groundOpacity", layer.opacity);
+    });
+    f.list(look.tracks, [&](Tracks::Look & track) {
+        return f.one("trackShown", track.isShown) && f.one("trackOpacity", track.opacity);
+    });
     f.list(look.overlays, [&](Overlays::Look & overlay) {
         bool isRestyled = overlay.style.has_value();
         std::string style = overlay.style.value_or("");
@@ -175,6 +177,7 @@ void sceneLook(SceneFields & f, LandscapeLook & look) {
     f.one("lookExaggeration", look.exaggeration);
     f.one("isFlooded", look.isFlooded);
     f.one("lookFloodHeight", look.floodHeight);
+    f.one("lookFloodOpacity", look.floodOpacity);
     f.list(look.tints, [&](HeightTints::value_type & tint) {
         return f.one("tintHeight", tint.height) && f.one("tintRed", tint.color[0]) &&
                f.one("tintGreen", tint.color[1]) && f.one("tintBlue", tint.color[2]);
@@ -216,6 +219,11 @@ bool isSound(const Scene & scene) {
         isGood &= isShare(opacity);
     for (const Overlays::Look & overlay : scene.look.overlays)
         isGood &= isShare(overlay.opacity);
+    for (const LandscapeLook::Layer & layer : scene.look.layers)
+        isGood &= isShare(layer.opacity);
+    for (const Tracks::Look & track : scene.look.tracks)
+        isGood &= isShare(track.opacity);
+    isGood &= isShare(scene.look.floodOpacity);
     for (const LandscapeLook::City & city : scene.look.cities)
         isGood &= city.look.quality > 0.0 && city.look.distance.value_or(1.0) > 0.0;
     for (const Bookmark & bookmark : scene.bookmarks)

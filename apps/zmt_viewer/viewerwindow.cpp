@@ -1,6 +1,5 @@
 // Panel, actions and keys are made first and connected to the view; below that a load runs from `open` to
-// `showLoaded`, or to `goBack`, which shows again what was there before. Layers are switched in one place,
-// `applyLayers`, by what the panel and the colours of the patches say together.
+// `showLoaded`, or to `goBack`, which shows again what was there before.
 
 #include "viewerwindow.h"
 
@@ -34,9 +33,9 @@
 #include "landscape/picture.h"
 #include "landscape/readfailures.h"
 #include "landscapeview.h"
+#include "layerpanel.h"
 #include "mapmenu.h"
 #include "measuretool.h"
-#include "overlaypanel.h"
 #include "scenekeeper.h"
 #include "trackbar.h"
 
@@ -87,6 +86,16 @@ std::vector<std::string> localFiles(const QMimeData * data) {
 /// The model, and the file that it came from.
 QString nameOf(const ZMT::CORE::CityModels::Model & model) {
     return QString::fromStdString(oneLine(model.name + " of " + model.source));
+}
+
+/// What an edit of it is called.
+QString editNameOf(LayerEntry::Kind kind) {
+    using Kind = LayerEntry::Kind;
+    return kind == Kind::City      ? ViewerWindow::tr("city")
+           : kind == Kind::Track   ? ViewerWindow::tr("track")
+           : kind == Kind::Flood   ? ViewerWindow::tr("flood")
+           : kind == Kind::Overlay ? ViewerWindow::tr("overlays")
+                                   : ViewerWindow::tr("layers");
 }
 
 /// Whether the last read of some part of this file failed.
@@ -168,17 +177,9 @@ QDockWidget * ViewerWindow::addPanel(const QString & name, const QString & title
 void ViewerWindow::makePanel() {
     panel_->setMinimumWidth(230);
     addPanel("panel", tr("Landscape"), scrolled(panel_), Qt::RightDockWidgetArea);
-    connect(panel_, &ControlPanel::layerSwitched, this, [this] {
-        applyLayers();
-        noteEdit(tr("layers"));
-    });
-    connect(panel_, &ControlPanel::overlaysChanged, this, [this] {
+    connect(panel_->layers(), &LayerPanel::changed, this, [this](LayerEntry::Kind kind) {
         view_->redraw();
-        noteEdit(tr("overlays"));
-    });
-    connect(panel_, &ControlPanel::floodChanged, this, [this] {
-        view_->redraw();
-        noteEdit(tr("flood"));
+        noteEdit(editNameOf(kind));
     });
     connect(panel_, &ControlPanel::exaggerationChanged, this, [this](double exaggeration) {
         view_->setExaggeration(exaggeration);
@@ -188,12 +189,6 @@ void ViewerWindow::makePanel() {
     connect(panel_, &ControlPanel::memoryChanged, this, [this](const MemoryBudgets & budgets) {
         applyMemoryBudgets(budgets);
         view_->redraw();
-    });
-    connect(panel_, &ControlPanel::cityLookChanged, this, [this](std::size_t number, const CityLook & look) {
-        if (!view_->landscape()) return;
-        view_->landscape()->cities().at(number).setLook(look);
-        view_->redraw();
-        noteEdit(tr("city"));
     });
     connect(panel_, &ControlPanel::textureErrorChanged, this, [this](double pixels) {
         TerrainPainterGLSettings::setTextureError(pixels);
@@ -224,9 +219,14 @@ void ViewerWindow::makeActions() {
     patches_->setShortcut(Qt::Key_P);
     patches_->setCheckable(true);
     connect(patches_, &QAction::toggled, this, &ViewerWindow::setPatchColors);
-    view->addAction(tr("F&lood"), Qt::Key_G, panel_, &ControlPanel::toggleFlood);
-    view->addAction(tr("Raise the flood"), Qt::Key_PageUp, this, [this] { panel_->moveFlood(1); });
-    view->addAction(tr("Lower the flood"), Qt::Key_PageDown, this, [this] { panel_->moveFlood(-1); });
+    view->addAction(tr("&Layers"), Qt::Key_L, this, [this] {
+        findChild<QDockWidget *>("panel")->show();
+        panel_->layers()->takeKeys(*view_);
+    });
+    view->addAction(tr("F&lood"), Qt::Key_G, panel_->layers(), &LayerPanel::toggleFlood);
+    view->addAction(tr("Raise the flood"), Qt::Key_PageUp, this, [this] { panel_->layers()->moveFlood(1); });
+    view->addAction(tr("Lower the flood"), Qt::Key_PageDown, this,
+                    [this] { panel_->layers()->moveFlood(-1); });
     view->addAction(tr("&Next feature under the mouse"), Qt::Key_N, this, &ViewerWindow::showNextFeature);
     copyView_ = view->addAction(tr("&Copy as --view"), QKeySequence::Copy, this, &ViewerWindow::copyView);
     view->addSeparator();
@@ -268,9 +268,9 @@ void ViewerWindow::setBusy(bool isBusy) {
 
 void ViewerWindow::makeLayerKeys() {
     for (std::size_t number = 0; number < s_layerKeys; ++number) {
-        auto * action = new QAction(this);
+        auto * action = new QAction(tr("Switch a layer, the lowest first, on or off"), this);
         action->setShortcut(QKeySequence(int(Qt::Key_1 + number)));
-        connect(action, &QAction::triggered, this, [this, number] { panel_->toggleLayer(number); });
+        connect(action, &QAction::triggered, this, [this, number] { panel_->layers()->toggle(number); });
         addAction(action);
     }
 }
@@ -381,7 +381,7 @@ Scene ViewerWindow::scene() const {
 }
 
 LandscapeLook ViewerWindow::look() const {
-    return LandscapeLook::of(*view_->landscape(), panel_->layersOn());
+    return LandscapeLook::of(*view_->landscape());
 }
 
 void ViewerWindow::setLook(const LandscapeLook & look) {
@@ -394,11 +394,9 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     if (landscape->node() != before) view_->setLandscape(landscape, {});
     showFeatures({});
     panel_->setLandscape(landscape.get());
-    panel_->setLayersOn(look.layers);
     view_->setExaggeration(look.exaggeration);
     map_->showLook();
     isSettingLook_ = false;
-    applyLayers();
 }
 
 void ViewerWindow::applyLook(const LandscapeLook & look, Landscape & landscape) {
@@ -432,9 +430,8 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         statusBar()->showMessage(tr("Another file is being loaded"), s_messageMilliseconds);
         return;
     }
-    before_ = {view_->landscape(),    GeoTransformation::nbx2geoOffset(),
-               panel_->layersOn(),    isReload,
-               options_.exaggeration, options_.contours};
+    before_ = {view_->landscape(), GeoTransformation::nbx2geoOffset(), isReload, options_.exaggeration,
+               options_.contours};
     view_->keepPicture();
     panel_->setLandscape(nullptr);
     showTracks(nullptr);
@@ -504,7 +501,6 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
         showScene(*scene, landscape);
     } else {
         showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
-        if (landscape == before.landscape || before.isReload) panel_->setLayersOn(before.layers);
         // Coordinates of one terrain mean nothing on the next.
         if (startView_.coordinates) startView_ = View();
     }
@@ -521,7 +517,6 @@ void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscap
     View view;
     view.coordinates = scene.view;
     showLandscape(landscape, view);
-    panel_->setLayersOn(scene.look.layers);
     panel_->setErrors(scene.errors.geometry, scene.errors.texture);
     view_->setGeometryError(scene.errors.geometry);
     TerrainPainterGLSettings::setTextureError(scene.errors.texture);
@@ -541,12 +536,16 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) {
         city.setLook(old.look());
     }
     if (before.isReload) MapGrid::show(landscape, MapGrid::of(*before.landscape));
-    landscape.overlays().setLooks(std::as_const(*before.landscape).overlays().looks());
+    const LandscapeLook look = LandscapeLook::of(*before.landscape);
+    landscape.overlays().setLooks(look.overlays);
     if (!before.isReload) return;
+    look.applyLayersTo(landscape);
     landscape.tracks().setTime(before.landscape->tracks().time());
-    landscape.setTints(before.landscape->tints());
-    LandscapeLook lit = LandscapeLook::of(landscape, {});
-    lit.sun = before.landscape->sun();
+    landscape.tracks().setLooks(look.tracks);
+    landscape.flood().setOpacity(look.floodOpacity);
+    landscape.setTints(look.tints);
+    LandscapeLook lit = LandscapeLook::of(landscape);
+    lit.sun = look.sun;
     applyLook(lit, landscape);
 }
 
@@ -562,7 +561,6 @@ void ViewerWindow::goBack() {
     if (!before.landscape) return setBusy(false);
     GeoTransformation::setNBXOrigin(before.origin);
     showLandscape(before.landscape, {});
-    panel_->setLayersOn(before.layers);
 }
 
 void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
@@ -573,7 +571,7 @@ void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
     showTracks(landscape.get());
     notices_->setLandscape(landscape);
     setBusy(false);
-    applyLayers();
+    setPatchColors(patches_->isChecked());
 }
 
 void ViewerWindow::showFailure(const QString & title, const QString & message) {
@@ -594,21 +592,6 @@ void ViewerWindow::showReports() {
     statusBar()->showMessage(lastError_);
 }
 
-void ViewerWindow::applyLayers() {
-    if (!view_->landscape()) return;
-    const auto & layers = view_->landscape()->layers();
-    for (std::size_t i = 0; i < layers.size(); ++i) {
-        // Where patches have colours, the relief is still to be seen.
-        const bool isColor = layers[i].kind == LayerKind::HeightColors || layers[i].kind == LayerKind::Image;
-        const bool isHidden = patches_->isChecked() && isColor;
-        layers[i].effect->setEnableState(panel_->isLayerOn(i) && !isHidden);
-    }
-    const auto & cities = view_->landscape()->cities();
-    for (std::size_t i = 0; i < cities.size(); ++i)
-        cities[i].setShown(panel_->isCityOn(i));
-    view_->redraw();
-}
-
 void ViewerWindow::setWireframe(bool enable) {
     wireframe_->setChecked(enable);
 }
@@ -619,7 +602,9 @@ void ViewerWindow::setPatches(bool enable) {
 
 void ViewerWindow::setPatchColors(bool enable) {
     PatchInspectorGL::registerAll(enable);
-    applyLayers();
+    if (!view_->landscape()) return;
+    view_->landscape()->hideColors(enable);
+    view_->redraw();
 }
 
 /// What is in sight answers at once. Once the mouse rests, the finest heights are asked for, which nobody
@@ -649,7 +634,7 @@ void ViewerWindow::showFeatures(std::vector<Overlays::Feature> features) {
 
 void ViewerWindow::showFeature(std::size_t number) {
     const Overlays::Feature * shown = number < features_.size() ? &features_[number] : nullptr;
-    panel_->overlays()->showFeatures(features_, number);
+    panel_->layers()->showFeatures(features_, number);
     feature_ = shown ? FeatureName{shown->overlay, shown->picked.feature.id, number} : FeatureName();
     if (view_->landscape() && view_->landscape()->highlight(shown, ground_.value_or(Point())))
         view_->redraw();

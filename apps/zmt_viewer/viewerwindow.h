@@ -122,7 +122,6 @@ private:
     void goBack();
     void showLandscape(const std::shared_ptr<Landscape> & landscape, const std::optional<View> & view);
 
-    void applyLayers();
     void setPatchColors(bool enable);
     void showPlace(const QPointF & place);
     void showFeatures(std::vector<Overlays::Feature> features);
@@ -146,7 +145,6 @@ private:
     struct Before {
         std::shared_ptr<Landscape> landscape;
         NBX::Vector3Base<double> origin;
-        std::vector<bool> layers; ///< which are on
         bool isReload = false;
         double exaggeration = 1.0; ///< that of its light
         std::optional<double> contours = {};

@@ -94,18 +94,18 @@ TEST(MapGrid, LiesAmongOverlaysAndIsPartOfTheLook) {
     LandscapeOptions options;
     options.terrain = folder.write("flat.tif", tiff.encode());
     Landscape landscape(options);
-    const LandscapeLook bare = LandscapeLook::of(landscape, {});
+    const LandscapeLook bare = LandscapeLook::of(landscape);
     EXPECT_EQ(bare.grid, MapGrid::Kind::None);
     MapGrid::show(landscape, MapGrid::Kind::Map);
     MapGrid::show(landscape, MapGrid::Kind::Degrees);
     ASSERT_EQ(landscape.overlays().list().size(), 1U);
     EXPECT_EQ(MapGrid::of(landscape), MapGrid::Kind::Degrees);
-    const LandscapeLook look = LandscapeLook::of(landscape, {});
+    const LandscapeLook look = LandscapeLook::of(landscape);
     EXPECT_FALSE(look == bare);
     bare.applyTo(landscape);
     EXPECT_TRUE(landscape.overlays().list().empty());
     look.applyTo(landscape);
-    EXPECT_EQ(LandscapeLook::of(landscape, {}), look);
+    EXPECT_EQ(LandscapeLook::of(landscape), look);
 }
 
 } // namespace

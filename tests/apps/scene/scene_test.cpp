@@ -48,7 +48,9 @@ protected:
         o.contours = 12.5;
         o.exaggeration = 2.0;
         o.key = 77;
-        scene.look.layers = {true, false, true};
+        scene.look.layers = {{"colours", 0, true, 1.0}, {"a", 0, false, 0.25}, {"a", 1, true, 0.0}};
+        scene.look.tracks = {{false, 0.75}, {}};
+        scene.look.floodOpacity = 0.125;
         scene.look.overlays = {{"Wege Süd", false, 0.3}, {"b", true, 1.0, "width=3"}};
         scene.look.cities = {{false, {0.5, {}}}, {true, {1.0, 50.0}}};
         scene.look.exaggeration = 3.0;

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include <QCheckBox>
 #include <QDropEvent>
 #include <QLabel>
 #include <QMimeData>
@@ -17,7 +16,6 @@
 #include <QTreeWidget>
 #include <QWheelEvent>
 
-#include "controlpanel.h"
 #include "failurelist.h"
 #include "support/scriptedhttpserver.h"
 #include "support/zmtrun.h"
@@ -86,7 +84,10 @@ protected:
     QSlider * slider(const char * name) const {
         return window->panel()->findChild<QWidget *>(name)->findChild<QSlider *>();
     }
-    QList<QCheckBox *> switches() const { return window->panel()->findChildren<QCheckBox *>(); }
+    /// Of a city that is selected for it.
+    QSlider * slider(const char * name, const QString & city) const {
+        return item(city) ? slider(name) : nullptr;
+    }
     QString overlay() const { return view->findChild<QLabel *>("overlay")->text(); }
     QPushButton * notice() const { return window->statusBar()->findChild<QPushButton *>("failureNotice"); }
     void drop(const std::string & file) const {
@@ -131,7 +132,7 @@ TEST_F(CityWindowTest, StandAloneAndComeToRest) {
     open({city()});
     EXPECT_EQ("p.city - zmt", window->windowTitle());
     ASSERT_EQ(1, switches().size());
-    EXPECT_EQ("p.city", switches().front()->text());
+    EXPECT_EQ("p.city", switches().front()->text(0));
     EXPECT_GT(shown(), 0.05);
     EXPECT_GT(TTTMemoryController::getInstance()->textureMemory(), 0U) << "more than the root's";
     EXPECT_EQ(0U, framesAtRest()) << "nothing changes any more";
@@ -182,7 +183,7 @@ TEST_F(CityWindowTest, ASwitchHidesACityAtOnce) {
     open({city()});
     const auto before = picture();
     QTest::keyClick(view, Qt::Key_1);
-    EXPECT_FALSE(switches().front()->isChecked());
+    EXPECT_FALSE(switches().front()->checkState(0));
     ASSERT_TRUE(settle());
     EXPECT_EQ(0.0, shown());
     EXPECT_FALSE(view->seenAt(middle())) << "what is not drawn is not seen";
@@ -195,20 +196,20 @@ TEST_F(CityWindowTest, QualityAndFarLimitActAtOnce) {
     open({city(), city("q.city")}, fromAside());
     ASSERT_EQ(2, switches().size());
     const auto & cities = view->landscape()->cities();
-    slider("cityQuality1")->setValue(slider("cityQuality1")->minimum());
+    slider("cityQuality", "q.city")->setValue(slider("cityQuality", "q.city")->minimum());
     ASSERT_TRUE(settle());
     EXPECT_DOUBLE_EQ(0.1, cities[1].city().trees().front()->getQualityFactor());
     EXPECT_DOUBLE_EQ(1.0, cities[0].city().trees().front()->getQualityFactor());
     EXPECT_FALSE(cities[0].city().trees().front()->maxDistanceEnabled());
     const auto whole = picture();
     const double wholeShare = shown();
-    slider("cityDistance0")->setValue(slider("cityDistance0")->minimum());
-    slider("cityDistance1")->setValue(slider("cityDistance1")->minimum());
+    slider("cityDistance", "p.city")->setValue(slider("cityDistance", "p.city")->minimum());
+    slider("cityDistance", "q.city")->setValue(slider("cityDistance", "q.city")->minimum());
     ASSERT_TRUE(settle());
     EXPECT_DOUBLE_EQ(10.0, cities[0].city().trees().front()->maxDistance());
     EXPECT_LT(shown(), 0.7 * wholeShare) << "all that has a texture is gone";
-    slider("cityDistance0")->setValue(slider("cityDistance0")->maximum());
-    slider("cityDistance1")->setValue(slider("cityDistance1")->maximum());
+    slider("cityDistance", "p.city")->setValue(slider("cityDistance", "p.city")->maximum());
+    slider("cityDistance", "q.city")->setValue(slider("cityDistance", "q.city")->maximum());
     ASSERT_TRUE(settle());
     EXPECT_FALSE(cities[0].city().trees().front()->maxDistanceEnabled());
     EXPECT_LT(difference(whole, picture()), 1e-3);
@@ -227,16 +228,16 @@ TEST_F(CityWindowTest, SlidersShowWhatTheCommandLineSaid) {
             if (label->text() == text) return true;
         return false;
     };
-    EXPECT_TRUE(shows("cityQuality0", "2 ×"));
-    EXPECT_TRUE(shows("cityDistance0", "500 m"));
-    slider("cityDistance0")->setValue(slider("cityDistance0")->maximum());
-    EXPECT_TRUE(shows("cityDistance0", "none"));
+    EXPECT_TRUE(shows("cityQuality", "2 ×"));
+    EXPECT_TRUE(shows("cityDistance", "500 m"));
+    slider("cityDistance", "p.city")->setValue(slider("cityDistance", "p.city")->maximum());
+    EXPECT_TRUE(shows("cityDistance", "none"));
 }
 
 TEST_F(CityWindowTest, ALookLastsThroughAReload) {
     open({city(), city("q.city")});
-    slider("cityQuality1")->setValue(slider("cityQuality1")->maximum());
-    slider("cityDistance0")->setValue(slider("cityDistance0")->minimum());
+    slider("cityQuality", "q.city")->setValue(slider("cityQuality", "q.city")->maximum());
+    slider("cityDistance", "p.city")->setValue(slider("cityDistance", "p.city")->minimum());
     QTest::keyClick(view, Qt::Key_2);
     const auto before = view->landscape();
     window->reload();
@@ -248,8 +249,8 @@ TEST_F(CityWindowTest, ALookLastsThroughAReload) {
     EXPECT_FALSE(cities[1].look().distance);
     EXPECT_TRUE(cities[0].isShown());
     EXPECT_FALSE(cities[1].isShown());
-    EXPECT_TRUE(switches()[0]->isChecked());
-    EXPECT_FALSE(switches()[1]->isChecked());
+    EXPECT_TRUE(switches()[0]->checkState(0));
+    EXPECT_FALSE(switches()[1]->checkState(0));
 }
 
 TEST_F(CityWindowTest, TheirMemoryIsASettingOfItsOwn) {
@@ -277,9 +278,9 @@ TEST_F(CityWindowTest, ADroppedCityStandsOnTheTerrain) {
     EXPECT_EQ(0.0, (eye - view->flight().eye()).length()) << "the view stays";
     ASSERT_EQ(1U, view->landscape()->cities().size());
     ASSERT_EQ(3, switches().size());
-    EXPECT_EQ("p.city", switches()[2]->text());
-    EXPECT_FALSE(switches()[1]->isChecked());
-    EXPECT_TRUE(switches()[2]->isChecked());
+    EXPECT_EQ("p.city", switches()[2]->text(0));
+    EXPECT_FALSE(switches()[1]->checkState(0));
+    EXPECT_TRUE(switches()[2]->checkState(0));
     EXPECT_EQ("jacksboro_heights.tif - zmt", window->windowTitle());
 }
 
@@ -466,7 +467,7 @@ TEST_F(CityWindowOnAServer, FramesComeWhileTexturesAreUnderWay) {
     open({url()}, fromAside(), {0.1, {}});
     EXPECT_EQ(0U, framesAtRest());
     server.setHeld(true);
-    slider("cityQuality0")->setValue(slider("cityQuality0")->maximum());
+    slider("cityQuality", "p.city")->setValue(slider("cityQuality", "p.city")->maximum());
     ASSERT_TRUE(QTest::qWaitFor([&] { return TTTMemoryController::getInstance()->pendingReads() > 0; }));
     const unsigned before = view->frames().count;
     ASSERT_TRUE(QTest::qWaitFor([&] { return view->frames().count > before + 3; }))
@@ -504,7 +505,7 @@ TEST_F(CityWindowOnAServer, WhatFailsIsTriedAgain) {
     broken.reason = "Service Unavailable";
     open({url()}, fromAside(), {0.1, {}});
     server.always(broken);
-    slider("cityQuality0")->setValue(slider("cityQuality0")->maximum());
+    slider("cityQuality", "p.city")->setValue(slider("cityQuality", "p.city")->maximum());
     ASSERT_TRUE(QTest::qWaitFor([&] { return notice()->isVisible() && notice()->toolTip().contains("503"); },
                                 20'000));
     notice()->click();

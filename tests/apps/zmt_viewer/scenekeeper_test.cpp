@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include <QCheckBox>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QLineEdit>
@@ -13,7 +12,6 @@
 
 #include "bookmarkmenu.h"
 #include "bookmarkpanel.h"
-#include "controlpanel.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
 
@@ -26,7 +24,6 @@ namespace fs = std::filesystem;
 class SceneKeeperTest : public ViewerTest {
 protected:
     SceneKeeper & keeper() const { return *window->scenes(); }
-    QCheckBox * layer(int number) const { return window->panel()->findChildren<QCheckBox *>().at(number); }
     void setExaggeration(int position) const {
         window->panel()->findChild<QWidget *>("exaggeration")->findChild<QSlider *>()->setValue(position);
     }
@@ -56,7 +53,7 @@ protected:
 
 TEST_F(SceneKeeperTest, MovedWithItsFilesASceneGivesTheSamePicture) {
     load({copied(s_everest), copied(s_everestImage)});
-    layer(2)->click();
+    layers().toggle(2);
     setExaggeration(650);
     QTest::keyClick(view, Qt::Key_F);
     view->setGeometryError(1.5);
@@ -76,9 +73,9 @@ TEST_F(SceneKeeperTest, MovedWithItsFilesASceneGivesTheSamePicture) {
     EXPECT_EQ(window->shownFile(), moved + "/everest_heights.tif");
     EXPECT_EQ(view->viewArguments().toStdString(), wanted);
     EXPECT_EQ(view->geometryError(), 1.5);
-    EXPECT_FALSE(layer(2)->isChecked());
+    EXPECT_FALSE(layersOn()[2]);
     EXPECT_LT(difference(before, picture()), 1e-4);
-    layer(2)->click();
+    layers().toggle(2);
     ASSERT_TRUE(settle());
     EXPECT_GT(difference(before, picture()), 0.01) << "a picture that could not tell";
     EXPECT_TRUE(window->isWindowModified());
@@ -98,7 +95,7 @@ TEST_F(SceneKeeperTest, AsksForFilesThatAreMissing) {
     });
     openScene(folder_.out("mine.zmt"));
     EXPECT_EQ(asked, "Where is everest_heights.tif?");
-    EXPECT_EQ(window->panel()->layersOn().size(), 3U) << "the image lies beside it";
+    EXPECT_EQ(layersOn().size(), 3U) << "the image lies beside it";
     EXPECT_TRUE(window->isWindowModified()) << "the links of the file are old";
     activate();
     press(Qt::Key_S);
@@ -113,7 +110,7 @@ TEST_F(SceneKeeperTest, WhatIsNotChosenIsLeftOutAndTold) {
     answer<QFileDialog>([](QFileDialog & dialog) { dialog.reject(); });
     window->open({folder_.out("mine.zmt")});
     ASSERT_TRUE(settle());
-    EXPECT_EQ(window->panel()->layersOn().size(), 2U);
+    EXPECT_EQ(layersOn().size(), 2U);
     EXPECT_TRUE(window->lastError().startsWith("Not there: ")) << window->lastError().toStdString();
     EXPECT_TRUE(window->lastError().endsWith("everest_image.tif"));
 }
@@ -138,7 +135,7 @@ TEST_F(SceneKeeperTest, TheSceneDoesNotOverwriteWhatItIsMadeOf) {
 TEST_F(SceneKeeperTest, EditsAreUndoneOneByOne) {
     load({s_everest, s_everestImage});
     const LandscapeLook first = window->look();
-    layer(2)->click();
+    layers().toggle(2);
     const LandscapeLook second = window->look();
     setExaggeration(640);
     setExaggeration(650);
@@ -153,7 +150,7 @@ TEST_F(SceneKeeperTest, EditsAreUndoneOneByOne) {
     EXPECT_EQ(view->landscape()->exaggeration(), 1.0);
     press(Qt::Key_Z);
     EXPECT_TRUE(window->look() == first);
-    EXPECT_TRUE(layer(2)->isChecked());
+    EXPECT_TRUE(layersOn()[2]);
     press(Qt::Key_Y);
     press(Qt::Key_Y);
     EXPECT_TRUE(window->look() == third);
@@ -168,11 +165,11 @@ TEST_F(SceneKeeperTest, StylesAndOrderOfOverlaysAreUndone) {
     load({s_everest, ZMT_DATA_DIR "/everest_contours.geojson", ZMT_DATA_DIR "/everest_glaciers.geojson"});
     const LandscapeLook first = window->look();
     ASSERT_EQ(first.overlays.size(), 2U);
-    auto * style = window->panel()->findChild<QLineEdit *>("overlayStyle");
+    auto * style = window->panel()->findChild<QLineEdit *>("layerStyle");
     style->setText("color=#00ff00, width=4");
     QTest::keyClick(style, Qt::Key_Return);
     view->landscape()->overlays().setOrder({1, 0});
-    emit window->panel()->overlaysChanged();
+    emit layers().changed(LayerEntry::Kind::Overlay);
     EXPECT_EQ(window->look().overlays[0].style, "color=#00ff00, width=4");
     press(Qt::Key_Z);
     EXPECT_EQ(window->look().overlays[0].name, first.overlays[0].name);
@@ -183,15 +180,15 @@ TEST_F(SceneKeeperTest, StylesAndOrderOfOverlaysAreUndone) {
 
 TEST_F(SceneKeeperTest, ChangesAreAskedForBeforeTheWindowCloses) {
     load({copied(s_everest)});
-    layer(0)->click();
+    layers().toggle(0);
     EXPECT_TRUE(keeper().mayLeave()) << "nothing was ever saved";
     ASSERT_TRUE(keeper().saveIn(folder_.out("mine.zmt")));
-    layer(0)->click();
+    layers().toggle(0);
     answer<QMessageBox>([](QMessageBox & box) { box.button(QMessageBox::Cancel)->click(); });
     EXPECT_FALSE(window->close());
     answer<QMessageBox>([](QMessageBox & box) { box.button(QMessageBox::Save)->click(); });
     EXPECT_TRUE(window->close());
-    EXPECT_TRUE(readScene(folder_.out("mine.zmt")).scene.look.layers[0]);
+    EXPECT_TRUE(readScene(folder_.out("mine.zmt")).scene.look.layers[0].isOn);
 }
 
 TEST_F(SceneKeeperTest, ChangesAreAskedForBeforeAnotherTerrainTakesTheirPlace) {

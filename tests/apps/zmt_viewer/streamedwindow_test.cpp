@@ -193,15 +193,21 @@ TEST_F(StreamedWindowTest, WhatCannotBeReadIsOneLineAndARecord) {
         << list->topLevelItem(0)->text(1).toStdString();
     EXPECT_TRUE(list->topLevelItem(0)->text(2).contains(QRegularExpression("^(in \\d+ s|now)$")));
     EXPECT_TRUE(list->topLevelItem(0)->text(3).contains("answered 503 Service Unavailable"));
+    ASSERT_TRUE(item("t.ztt"));
+    const auto * problem = layers().findChild<QLabel *>("layerProblem");
+    EXPECT_TRUE(QTest::qWaitFor([&] { return problem->text().contains("answered 503 Service Unavailable"); }))
+        << "beside its layer as well";
+    EXPECT_FALSE(item("t.ztt")->icon(0).isNull());
     server->always({});
     EXPECT_TRUE(isUntold("failureNotice"));
     EXPECT_TRUE(settle());
-    EXPECT_TRUE(QTest::qWaitFor([&] { return list->topLevelItemCount() == 0; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return list->topLevelItemCount() == 0 && problem->text().isEmpty(); }));
+    EXPECT_TRUE(item("t.ztt")->icon(0).isNull());
 }
 
 TEST_F(StreamedWindowTest, AFileThatChangesOnTheServerIsReloadedOnRequest) {
     load({url("/t.ztt"), url("/t.zts")});
-    window->panel()->toggleLayer(0);
+    layers().toggle(0);
     ASSERT_TRUE(settle());
     serve("2");
     goNearer();
@@ -217,7 +223,7 @@ TEST_F(StreamedWindowTest, AFileThatChangesOnTheServerIsReloadedOnRequest) {
     EXPECT_TRUE(isUntold("failureNotice"));
     EXPECT_LT((eye - view->flight().eye()).length(), 1e-6);
     EXPECT_LT((forward - view->flight().forward()).length(), 1e-9);
-    EXPECT_EQ((std::vector<bool>{false, true, true}), window->panel()->layersOn());
+    EXPECT_EQ((std::vector<bool>{false, true, true}), layersOn());
 }
 
 TEST_F(StreamedWindowTest, AFileThatIsReplacedOnTheDiskIsReloadedOnRequest) {

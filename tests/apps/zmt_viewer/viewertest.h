@@ -8,12 +8,15 @@
 #include <QDropEvent>
 #include <QMimeData>
 #include <QTest>
+#include <QTreeWidget>
 
 #include <gtest/gtest.h>
 
 #include <nbx/image/image.h>
 
+#include "controlpanel.h"
 #include "landscapeview.h"
+#include "layerpanel.h"
 #include "viewerwindow.h"
 
 // What the tests of the window open.
@@ -32,7 +35,7 @@ protected:
         makeWindow(options, View(), 700, 480);
     }
     void makeWindow(const LandscapeOptions & options, const View & start, int width, int height) {
-        window.reset(); // progress is shown by one at a time
+        window.reset();
         window = std::make_unique<ViewerWindow>(options, start);
         window->resize(width, height);
         window->show();
@@ -82,6 +85,29 @@ protected:
                 different += !std::equal(a->pixelComponentsU8(x, y), a->pixelComponentsU8(x, y) + 3,
                                          b->pixelComponentsU8(x, y));
         return double(different) / (double(a->width()) * a->height());
+    }
+    LayerPanel & layers() const { return *window->panel()->layers(); }
+    /// Their items: what lies on the ground, the lowest first, then cities, as keys switch them.
+    QList<QTreeWidgetItem *> switches() const {
+        QList<QTreeWidgetItem *> items;
+        for (const auto kind : {LayerEntry::Kind::Ground, LayerEntry::Kind::City})
+            for (std::size_t i = layers().entries().size(); i-- > 0;)
+                if (layers().entries()[i].kind == kind) items.append(layers().list()->topLevelItem(int(i)));
+        return items;
+    }
+    /// Which of those on the ground are on.
+    std::vector<bool> layersOn() const {
+        std::vector<bool> on;
+        for (const GroundLayer & layer : view->landscape()->layers())
+            on.push_back(layer.isOn);
+        return on;
+    }
+    /// The item of a layer with this name; selected, so that what it has stands below the list.
+    QTreeWidgetItem * item(const QString & name) const {
+        const auto found = layers().list()->findItems(name, Qt::MatchExactly);
+        if (found.empty()) return nullptr;
+        layers().list()->setCurrentItem(found.front());
+        return found.front();
     }
     QPoint middle() const { return view->rect().center(); }
 

@@ -4,7 +4,6 @@
 #include <filesystem>
 
 #include <QApplication>
-#include <QCheckBox>
 #include <QClipboard>
 #include <QColor>
 #include <QImage>
@@ -16,7 +15,6 @@
 #include <QSlider>
 #include <QStatusBar>
 
-#include "controlpanel.h"
 #include "landscape/memorybudgets.h"
 #include "support/imagecompare.h"
 #include "support/smallgeotiff.h"
@@ -33,7 +31,6 @@ protected:
     QSlider * slider(const char * name) const {
         return window->panel()->findChild<QWidget *>(name)->findChild<QSlider *>();
     }
-    QList<QCheckBox *> switches() const { return window->panel()->findChildren<QCheckBox *>(); }
     void press(Qt::Key key) const { QTest::keyClick(view, key); }
 
     /// The view as the user sees it.
@@ -133,7 +130,7 @@ TEST_F(ViewerWindowTest, NamesTheSystemOfItsCoordinates) {
 TEST_F(ViewerWindowTest, ImagesAreLayers) {
     load({s_everest, s_everestImage, s_detailImage});
     ASSERT_EQ(4, switches().size());
-    EXPECT_EQ("everest_image.tif", switches()[2]->text());
+    EXPECT_EQ("everest_image.tif", switches()[2]->text(0));
 }
 
 TEST_F(ViewerWindowTest, LayerThatIsOffIsNotSeen) {
@@ -144,7 +141,7 @@ TEST_F(ViewerWindowTest, LayerThatIsOffIsNotSeen) {
     for (const Qt::Key key : {Qt::Key_1, Qt::Key_2, Qt::Key_3}) {
         press(key);
         ASSERT_TRUE(settle());
-        EXPECT_FALSE(switches()[key - Qt::Key_1]->isChecked());
+        EXPECT_FALSE(switches()[key - Qt::Key_1]->checkState(0));
         EXPECT_GT(difference(all, picture()), 0.001) << char(key);
         press(key);
         ASSERT_TRUE(settle());
@@ -331,7 +328,7 @@ TEST_F(ViewerWindowTest, DroppedImageChangesNothingElse) {
     ASSERT_TRUE(settle());
     EXPECT_EQ(landscape, view->landscape()) << "the terrain is not built again";
     EXPECT_EQ(exaggeration, view->landscape()->exaggeration());
-    EXPECT_EQ((std::vector<bool>{false, true, false, true}), window->panel()->layersOn());
+    EXPECT_EQ((std::vector<bool>{false, true, false, true}), layersOn());
     EXPECT_FALSE(landscape->layers()[0].effect->isEnabled());
     EXPECT_TRUE(landscape->layers()[3].effect->isEnabled());
 }
@@ -345,7 +342,7 @@ TEST_F(ViewerWindowTest, LayersStayOffAfterALoadThatFails) {
     drop({folder.write("bad.tif", "this is no raster")});
     EXPECT_NE(std::string::npos, failure().find("bad.tif"));
     ASSERT_TRUE(settle());
-    EXPECT_EQ((std::vector<bool>{true, false}), window->panel()->layersOn());
+    EXPECT_EQ((std::vector<bool>{true, false}), layersOn());
     EXPECT_LT(difference(before, picture()), 1e-3);
 }
 
@@ -475,7 +472,7 @@ TEST_F(ViewerWindowTest, AreasOfTheCommandLineAreALayer) {
     window->open({s_glaciers}, VectorUse::Shape);
     ASSERT_TRUE(settle()) << window->lastError().toStdString();
     ASSERT_EQ(4, switches().size());
-    EXPECT_EQ("everest_glaciers.geojson", switches()[3]->text());
+    EXPECT_EQ("everest_glaciers.geojson", switches()[3]->text(0));
     const auto draped = picture();
     EXPECT_GT(difference(before, draped), 1e-4);
     press(Qt::Key_4);
@@ -487,8 +484,8 @@ TEST_F(ViewerWindowTest, AreasOfTheCommandLineAreALayer) {
     drop({s_detailImage});
     ASSERT_TRUE(settle());
     ASSERT_EQ(5, switches().size());
-    EXPECT_EQ("everest_image_detail.tif", switches()[3]->text()) << "below what is draped";
-    EXPECT_EQ("everest_glaciers.geojson", switches()[4]->text());
+    EXPECT_EQ("everest_image_detail.tif", switches()[3]->text(0)) << "below what is draped";
+    EXPECT_EQ("everest_glaciers.geojson", switches()[4]->text(0));
 }
 
 TEST_F(ViewerWindowTest, LinesOfTheCommandLineBecomeEdges) {
