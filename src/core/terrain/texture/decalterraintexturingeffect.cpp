@@ -17,10 +17,10 @@ void DecalTerrainTexturingEffect::setOpacity(double opacity) {
     modified();
 }
 
-/// Behind the textures, so that what was stored without it is read as well.
+/// Behind the textures, and only where it is not 1, so that opaque effects are stored as ever.
 void DecalTerrainTexturingEffect::serialize(NBX::SerializationManager & m) {
     TextureSequenceEffect::serialize(m);
-    NBX::attributeWithDefault(m, "opacity", opacity_, 1.0);
+    if (m.isReading() || opacity_ != 1.0) NBX::attributeWithDefault(m, "opacity", opacity_, 1.0);
 }
 
 NBX_STORED_CLASS_IMPL(DecalTerrainTexturingEffect, TextureSequenceEffect)

@@ -14,7 +14,7 @@ INSTANTIATE_TYPED_TEST_SUITE_P(DecalTerrainTexturingEffect, CollectingEffectTest
 
 TEST(DecalTerrainTexturingEffectOpacity, IsHandedOnAndStored) {
     RecordedReports reports;
-    const TextureArguments arguments;
+    TextureArguments arguments;
     const FakeTextures textures = fakeTextures(1);
     const NBX::SO<Decal::Effect> effect(new Decal::Effect(sequenceOf(textures).get()));
     const auto opacity = [&] {
