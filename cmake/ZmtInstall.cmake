@@ -62,3 +62,9 @@ foreach(program zmt zmt_viewer)
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
+
+# What the window shows when it is started without a file; README.md tells where the data comes from.
+if(TARGET zmt_viewer)
+  install(FILES data/everest_srtm3.tif data/everest_landsat7_rgb.tif data/README.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zmt/sample)
+endif()

@@ -17,7 +17,7 @@ QPushButton * makeNotice(const char * name, QWidget * parent) {
     button->setCursor(Qt::PointingHandCursor);
     // A click must not take the keys away from the picture.
     button->setFocusPolicy(Qt::TabFocus);
-    button->setStyleSheet("QPushButton { color: #8a4b00; border: none; padding: 0 6px; }");
+    button->setProperty("isProblem", true);
     // A small window shows as much as fits.
     button->setMinimumWidth(1);
     button->hide();

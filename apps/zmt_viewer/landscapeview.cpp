@@ -211,14 +211,24 @@ void LandscapeView::freeCanvas() {
 }
 
 void LandscapeView::resizeGL(int width, int height) {
-    const auto pixels = [&](int side) { return unsigned(std::max(1.0, side * devicePixelRatioF())); };
-    if (canvas_) canvas_->setSize(pixels(width), pixels(height));
+    fitCanvas();
     flight_.setLens(s_fieldOfView, double(std::max(width, 1)) / std::max(height, 1));
     picture_->resize(width, height);
 }
 
+/// In pixels of the screen, which may be finer than those of windows.
+void LandscapeView::fitCanvas() {
+    const auto pixels = [&](int side) {
+        return unsigned(std::max(1L, std::lround(side * devicePixelRatioF())));
+    };
+    const unsigned columns = pixels(width()), rows = pixels(height());
+    if (!canvas_ || (canvas_->getWidth() == columns && canvas_->getHeight() == rows)) return;
+    canvas_->setSize(columns, rows);
+}
+
 void LandscapeView::paintGL() {
     if (!canvas_) return;
+    fitCanvas(); // the window may stand on another screen
     if (!landscape_ || !canvas_->isRedisplayEnabled()) {
         canvas_->paint();
         return;
@@ -522,7 +532,8 @@ std::vector<Overlays::Feature> LandscapeView::featuresAt(const QPointF & inPictu
     const unsigned columns = unsigned(canvas_->getWidth()), rows = unsigned(canvas_->getHeight());
     const Overlays::Pixel pixel{0.5 * (inPicture.x() + 1.0) * columns, 0.5 * (inPicture.y() + 1.0) * rows,
                                 columns, rows};
-    return overlays.featuresAt(*camera_, pixel, geo, landscape_->exaggeration(), s_pickTolerance);
+    return overlays.featuresAt(*camera_, pixel, geo, landscape_->exaggeration(),
+                               s_pickTolerance * devicePixelRatioF());
 }
 
 void LandscapeView::mousePressEvent(QMouseEvent * event) {
@@ -570,6 +581,16 @@ void LandscapeView::wheelEvent(QWheelEvent * event) {
     const QPointF place = placeInPicture(event->position());
     flight_.zoom(event->angleDelta().y() / s_wheelStep, place.x(), place.y());
     noteMotion();
+}
+
+std::vector<std::pair<QString, QString>> LandscapeView::controls() {
+    return {{tr("Left drag"), tr("Turn round the place under the mouse")},
+            {tr("Right or middle drag"), tr("Shift the ground under the mouse")},
+            {tr("Wheel"), tr("Nearer to the place under the mouse, or away")},
+            {tr("W, S, A, D"), tr("Fly forwards, backwards, left, right")},
+            {tr("E, Q"), tr("Fly up, down")},
+            {tr("Arrows"), tr("Turn and tilt")},
+            {tr("Shift"), tr("Fly faster")}};
 }
 
 void LandscapeView::keyPressEvent(QKeyEvent * event) {

@@ -5,6 +5,8 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <QImage>
 #include <QOpenGLWidget>
@@ -87,6 +89,9 @@ public:
 
     const Frames & frames() const { return frames_; }
 
+    /// What mouse and keys do here, for people: each with what it does.
+    static std::vector<std::pair<QString, QString>> controls();
+
     /// What is seen at a place of the widget, in map coordinates: x, height without exaggeration, y.
     struct Seen {
         NBX::Vector3Base<double> place;
@@ -129,6 +134,7 @@ private:
     enum class Drag { None, Orbit, Pan };
 
     void freeCanvas();
+    void fitCanvas();
     void goTo(const View & view);
     void placeCamera();
     FlightGround ground() const;

@@ -27,8 +27,10 @@
 #include "landscape/streamedfiles.h"
 #include "landscapeview.h"
 #include "program/defaults.h"
+#include "program/samplefiles.h"
 #include "program/stage.h"
 #include "scene/scene.h"
+#include "theme.h"
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
 #include "windowmemory.h"
@@ -71,7 +73,7 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.add_option(
         "FILE", options.files,
         "Height raster or streaming terrain, and images to lie on it, which may be URLs; or cities; without "
-        "any the window is empty; or one scene, which the window saved");
+        "any a sample is shown; or one scene, which the window saved");
     addCityOptions(app, options.landscape.cities);
     addLandscapeOptions(app, options.landscape);
     addViewOptions(app, options.view, options.size);
@@ -230,10 +232,14 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv, RunProfile
     // A screenshot looks the same for everybody.
     WindowMemory memory(window, screenshot ? "" : WindowState::userFile());
     memory.apply(options.isSizeGiven);
+    if (screenshot) window.theme()->set("light");
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();
-    window.open(options.files, VectorUse::Shape);
+    if (options.files.empty() && mainFile(options.landscape).empty())
+        window.openSample(SampleFiles::find());
+    else
+        window.open(options.files, VectorUse::Shape);
     const int status = QApplication::exec();
     memory.save();
     if (options.profile) profile.tell();

@@ -29,6 +29,7 @@
 #include "bookmarkpanel.h"
 #include "controlpanel.h"
 #include "filenotices.h"
+#include "helpsheet.h"
 #include "landscape/errors.h"
 #include "landscape/picture.h"
 #include "landscape/readfailures.h"
@@ -37,6 +38,7 @@
 #include "mapmenu.h"
 #include "measuretool.h"
 #include "scenekeeper.h"
+#include "theme.h"
 #include "trackbar.h"
 
 #include <nbx/data/locator.h>
@@ -108,17 +110,13 @@ bool cannotBeRead(const std::string & file) {
 } // namespace
 
 ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
-    : options_(options), startView_(view), isLonLat_(view.isLonLat), view_(new LandscapeView),
-      panel_(new ControlPanel), tracks_(new TrackBar),
-      hint_(new QLabel(tr("Drop a height raster or a city here, or open one with Ctrl+O"), view_)),
+    : given_(options), options_(options), startView_(view), isLonLat_(view.isLonLat),
+      view_(new LandscapeView), panel_(new ControlPanel), tracks_(new TrackBar), hint_(new QLabel(view_)),
       place_(new QLabel), notices_(new FileNotices) {
     PatchInspectorGL::registerAll(false);
     setCentralWidget(view_);
     setAcceptDrops(true);
-    hint_->setStyleSheet("QLabel { color: #33475b; font-size: 16px; }");
-    hint_->setAlignment(Qt::AlignCenter);
-    hint_->setAttribute(Qt::WA_TransparentForMouseEvents);
-    (new QVBoxLayout(view_))->addWidget(hint_);
+    makeHint();
     // A small window shows the beginning of what does not fit.
     place_->setMinimumWidth(1);
     // Names of models come from files.
@@ -133,6 +131,7 @@ ViewerWindow::ViewerWindow(const LandscapeOptions & options, const View & view)
     measuring_ = new MeasureTool(*this);
     map_ = new MapMenu(*this);
     scenes_ = new SceneKeeper(*this);
+    theme_ = new Theme(*this);
     makeLayerKeys();
     setBusy(false);
     showTitle();
@@ -172,6 +171,32 @@ QDockWidget * ViewerWindow::addPanel(const QString & name, const QString & title
     dock->setWidget(content);
     addDockWidget(area, dock);
     return dock;
+}
+
+void ViewerWindow::makeHint() {
+    hint_->setObjectName("hint");
+    hint_->setTextFormat(Qt::PlainText);
+    hint_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    (new QVBoxLayout(view_))->addWidget(hint_);
+    showHint();
+}
+
+/// What may be opened, where nothing is shown; below the sample in two lines.
+void ViewerWindow::showHint() {
+    const bool isBelow = isSample_ && view_->landscape();
+    hint_->setVisible(isBelow || !view_->landscape());
+    hint_->setText(
+        isBelow ? tr("Mount Everest, a sample. Drop a height raster, a city or a scene to see your own\n"
+                     "(Ctrl+O opens files, F1 tells keys and mouse)")
+                : tr("Drop files here, or open them with Ctrl+O\n\n"
+                     "a height raster, a streaming terrain, a city, a scene\n"
+                     "then images, vector files and tracks, which lie on the ground\n\n"
+                     "F1 tells keys and mouse"));
+    hint_->setAlignment(Qt::AlignCenter);
+    hint_->setStyleSheet(isBelow ? "QLabel { color: white; background: rgba(20, 28, 36, 150); "
+                                   "border-radius: 6px; padding: 6px 12px; }"
+                                 : "QLabel { color: #33475b; font-size: 16px; }");
+    view_->layout()->setAlignment(hint_, isBelow ? Qt::AlignBottom | Qt::AlignHCenter : Qt::AlignCenter);
 }
 
 void ViewerWindow::makePanel() {
@@ -232,6 +257,14 @@ void ViewerWindow::makeActions() {
     view->addSeparator();
     view->addAction(findChild<QDockWidget *>("panel")->toggleViewAction());
     makeTrackMenu();
+    QMenu * help = menuBar()->addMenu(tr("&Help"));
+    help->addAction(tr("&Keys and mouse"), this, &ViewerWindow::showHelp)
+        ->setShortcuts({QKeySequence(Qt::Key_F1), QKeySequence(tr("?"))});
+}
+
+void ViewerWindow::showHelp() {
+    if (auto * shown = findChild<HelpSheet *>()) return shown->activateWindow();
+    (new HelpSheet(*this))->show();
 }
 
 void ViewerWindow::makeTrackMenu() {
@@ -351,7 +384,8 @@ void ViewerWindow::open(const std::vector<std::string> & files, VectorUse use) {
 
 /// Asks what is to become of the changes of a scene that another terrain ends.
 bool ViewerWindow::mayReplaceBy(const std::vector<std::string> & files) {
-    const bool isReplaced = view_->landscape() && LandscapeLoader::bringTerrain(options_, files);
+    const bool isReplaced =
+        view_->landscape() && (isSample_ || LandscapeLoader::bringTerrain(options_, files));
     return !isReplaced || scenes_->mayLeave();
 }
 
@@ -411,6 +445,15 @@ void ViewerWindow::noteEdit(const QString & what) {
     if (!isSettingLook_ && view_->landscape()) emit edited(what);
 }
 
+void ViewerWindow::openSample(const std::optional<SampleFiles> & sample) {
+    if (!sample || loader_.isRunning()) return;
+    sample_ = given_;
+    sample_->terrain = sample->heights;
+    sample_->images = {sample->image};
+    sample_->fillVoids = true;
+    load({}, false, VectorUse::Overlay);
+}
+
 void ViewerWindow::reload() {
     if (view_->landscape()) load({}, true, VectorUse::Overlay);
 }
@@ -447,10 +490,12 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         options_.flood = before_.landscape->flood().options();
     }
     loading_ = files;
-    if (opening_)
-        loader_.start(opening_->landscape, {});
+    const bool leavesSample = isSample_ && !isReload;
+    if (opening_ || sample_)
+        loader_.start(opening_ ? opening_->landscape : *sample_, {});
     else
-        loader_.start(options_, files, isReload ? nullptr : before_.landscape, use);
+        loader_.start(leavesSample ? given_ : options_, files,
+                      isReload || leavesSample ? nullptr : before_.landscape, use);
     showProgressDialog();
 }
 
@@ -489,6 +534,8 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     closeProgress();
     const Before before = std::exchange(before_, {});
     const std::optional<Scene> scene = std::exchange(opening_, {});
+    const bool isNewSample = std::exchange(sample_, {}).has_value();
+    isSample_ = isNewSample || (isSample_ && before.isReload);
     const bool isSameTerrain = !scene && before.landscape && options.terrain == options_.terrain;
     options_ = options;
     // More layers do not change the light.
@@ -500,7 +547,8 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     if (scene) {
         showScene(*scene, landscape);
     } else {
-        showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional<View>(startView_));
+        const View start = isNewSample ? parseView("closeup") : startView_;
+        showLandscape(landscape, isSameTerrain ? std::nullopt : std::optional(start));
         // Coordinates of one terrain mean nothing on the next.
         if (startView_.coordinates) startView_ = View();
     }
@@ -555,10 +603,13 @@ void ViewerWindow::goBack() {
     reports_.take();
     const Before before = std::exchange(before_, {});
     opening_.reset();
+    sample_.reset();
     options_.exaggeration = before.exaggeration;
     options_.contours = before.contours;
-    hint_->setVisible(!before.landscape);
-    if (!before.landscape) return setBusy(false);
+    if (!before.landscape) {
+        showHint();
+        return setBusy(false);
+    }
     GeoTransformation::setNBXOrigin(before.origin);
     showLandscape(before.landscape, {});
 }
@@ -572,6 +623,7 @@ void ViewerWindow::showLandscape(const std::shared_ptr<Landscape> & landscape,
     notices_->setLandscape(landscape);
     setBusy(false);
     setPatchColors(patches_->isChecked());
+    showHint();
 }
 
 void ViewerWindow::showFailure(const QString & title, const QString & message) {

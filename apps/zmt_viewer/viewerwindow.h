@@ -12,6 +12,7 @@
 #include "landscape/reports.h"
 #include "landscape/viewpoint.h"
 #include "landscapeloader.h"
+#include "program/samplefiles.h"
 #include "scene/scene.h"
 
 namespace ZMT::RASTER {
@@ -30,6 +31,7 @@ class QLabel;
 class QMenu;
 class QProgressDialog;
 class SceneKeeper;
+class Theme;
 
 /// The window: a landscape, the panel beside it, menus and a status bar. Files are opened by the menu, or by
 /// being dropped.
@@ -47,6 +49,9 @@ public:
     /// Loads what was read from `file`, in the place of what is shown, and comes back to its looks and its
     /// view. False where something else is loading.
     bool open(const Scene & scene, const std::string & file);
+    /// Loads the landscape that comes with the program, which gives way to whatever is opened next, and says
+    /// what that may be. Nothing where it is missing.
+    void openSample(const std::optional<SampleFiles> & sample);
     /// Opens what is shown anew, and swaps when that is there; the view stays.
     void reload();
     /// Draws contour lines so many metres from each to the next, in the background; none without. The view
@@ -68,6 +73,7 @@ public:
     BookmarkMenu * bookmarks() const { return bookmarks_; }
     MeasureTool * measuring() const { return measuring_; }
     MapMenu * map() const { return map_; }
+    Theme * theme() const { return theme_; }
     /// What is shown, and the bookmarks; there is a landscape.
     Scene scene() const;
     /// Of what is shown; there is a landscape.
@@ -101,8 +107,11 @@ protected:
     void dropEvent(QDropEvent * event) override;
 
 private:
+    void makeHint();
+    void showHint();
     void makePanel();
     void makeActions();
+    void showHelp();
     void makeTrackMenu();
     void showTracks(Landscape * landscape);
     void makeLayerKeys();
@@ -137,7 +146,8 @@ private:
     void chooseUrl();
 
     Reports reports_;
-    LandscapeOptions options_; ///< of what is shown
+    const LandscapeOptions given_; ///< at the start
+    LandscapeOptions options_;     ///< of what is shown
     View startView_;
     const bool isLonLat_; ///< whether places are told in longitude and latitude alone
 
@@ -149,7 +159,9 @@ private:
         double exaggeration = 1.0; ///< that of its light
         std::optional<double> contours = {};
     } before_;
-    std::optional<Scene> opening_; ///< a scene that is loaded; none for files
+    std::optional<Scene> opening_;           ///< a scene that is loaded; none for files
+    std::optional<LandscapeOptions> sample_; ///< that of the sample, while it is loaded
+    bool isSample_ = false;                  ///< it is shown
     void keepLooks(const Before & before, Landscape & landscape);
     /// What cannot be is shown.
     void applyLook(const LandscapeLook & look, Landscape & landscape);
@@ -172,6 +184,7 @@ private:
     BookmarkMenu * bookmarks_ = nullptr;
     MeasureTool * measuring_ = nullptr;
     MapMenu * map_ = nullptr;
+    Theme * theme_ = nullptr;
     bool isSettingLook_ = false; ///< what the panel tells is no wish of the user
     QAction * wireframe_ = nullptr;
     QAction * patches_ = nullptr;

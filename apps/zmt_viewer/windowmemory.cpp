@@ -9,6 +9,7 @@
 #include <QMenu>
 #include <QScreen>
 
+#include "theme.h"
 #include "viewerwindow.h"
 
 #include <nbx/data/file.h>
@@ -48,6 +49,7 @@ WindowMemory::WindowMemory(ViewerWindow & window, std::string file)
 }
 
 void WindowMemory::apply(bool keepsSize) {
+    window_.theme()->set(state_.theme);
     if (state_.place) {
         const WindowState::Place & place = *state_.place;
         if (!keepsSize) window_.resize(place.width, place.height);
@@ -67,6 +69,7 @@ void WindowMemory::save() {
     state_.isMaximized = window_.isMaximized();
     for (const QDockWidget * panel : panelsOf(window_))
         state_.panels[panel->objectName().toStdString()] = !panel->isHidden();
+    state_.theme = window_.theme()->name();
     state_.write(file_);
 }
 

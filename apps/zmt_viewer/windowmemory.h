@@ -11,7 +11,7 @@ class QMenu;
 class ViewerWindow;
 
 /// Lets a window look as its user left it, and knows which files were opened: place, size, panels, the folder
-/// of the last file, and a menu of recent files. Of the theme it merely keeps what the file says.
+/// of the last file, theme, and a menu of recent files.
 class WindowMemory : public QObject {
     Q_OBJECT
 public:

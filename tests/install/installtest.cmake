@@ -38,6 +38,15 @@ if(EXISTS ${prefix}/bin/zmt)
     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
+# The window finds the landscape that it shows without a file.
+if(EXISTS ${prefix}/bin/zmt_viewer)
+  foreach(file everest_srtm3.tif everest_landsat7_rgb.tif README.md)
+    if(NOT EXISTS ${prefix}/share/zmt/sample/${file})
+      message(FATAL_ERROR "${file} of the sample landscape was not installed")
+    endif()
+  endforeach()
+endif()
+
 build(${SOURCE_DIR} ${WORK_DIR}/build)
 execute_process(COMMAND ${WORK_DIR}/build/consumer COMMAND_ERROR_IS_FATAL ANY)
 

@@ -589,4 +589,53 @@ TEST_F(ViewerWindowTest, ClosesWhileItLoads) {
     window.reset();
 }
 
+class SampleWindowTest : public ViewerWindowTest {
+protected:
+    const QLabel * hint() const { return view->findChild<QLabel *>("hint"); }
+    /// Smaller than what is installed, under its names.
+    void openSample() {
+        folder_.write("everest_srtm3.tif", readWhole(s_everest));
+        folder_.write("everest_landsat7_rgb.tif", readWhole(s_everestImage));
+        window->openSample(SampleFiles::in(folder_.in("")));
+        ASSERT_TRUE(settle());
+    }
+
+    RunFolder folder_;
+};
+
+TEST_F(SampleWindowTest, IsShownWithAHint) {
+    EXPECT_TRUE(hint()->isVisible());
+    EXPECT_TRUE(hint()->text().contains("a height raster")) << hint()->text().toStdString();
+    const int center = hint()->geometry().center().y();
+    EXPECT_NEAR(center, view->height() / 2, 3);
+    openSample();
+    EXPECT_EQ(window->windowTitle(), "everest_srtm3.tif - zmt");
+    EXPECT_EQ(view->landscape()->layers().size(), 3U);
+    EXPECT_TRUE(hint()->text().contains("sample")) << hint()->text().toStdString();
+    EXPECT_TRUE(hint()->isVisible());
+    EXPECT_GT(hint()->geometry().top(), view->height() * 3 / 4) << "out of the way";
+    window->openSample(std::nullopt);
+    EXPECT_FALSE(window->loader()->isRunning());
+    window->reload();
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(hint()->isVisible()) << "it is still the sample";
+}
+
+TEST_F(SampleWindowTest, GivesWayToWhateverIsOpened) {
+    openSample();
+    drop({s_everestImage});
+    EXPECT_NE(failure().find("open the height raster"), std::string::npos);
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(hint()->isVisible()) << "it stays while nothing else came";
+    EXPECT_EQ(view->landscape()->layers().size(), 3U);
+    drop({s_jacksboro});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(window->shownFile(), s_jacksboro);
+    EXPECT_EQ(view->landscape()->layers().size(), 2U);
+    EXPECT_FALSE(hint()->isVisible());
+    drop({ZMT_DATA_DIR "/jacksboro_dam.geojson"});
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(std::as_const(*view->landscape()).overlays().list().size(), 1U) << "what is open gets more";
+}
+
 } // namespace

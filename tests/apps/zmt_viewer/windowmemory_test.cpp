@@ -98,12 +98,4 @@ TEST_F(WindowMemoryTest, WhatCouldNotBeShownIsNotRecent) {
     EXPECT_FALSE(recentMenu()->isEnabled());
 }
 
-TEST_F(WindowMemoryTest, TheThemeOfTheFileStays) {
-    WindowState state;
-    state.theme = "dark";
-    writeState(state);
-    WindowMemory(*window, file()).save();
-    EXPECT_EQ(WindowState::read(file()).theme, "dark");
-}
-
 } // namespace
