@@ -102,6 +102,7 @@ TEST_F(FloodWindowTest, ItsOpacityIsSet) {
     ASSERT_TRUE(settle());
     const QColor dry = colorThere();
     EXPECT_TRUE(isOn());
+    EXPECT_FALSE(isWater(dry));
     EXPECT_NEAR(half.red(), (dry.red() + 255) / 2, 3);
     EXPECT_NEAR(half.green(), dry.green() / 2, 3);
 }

@@ -344,6 +344,13 @@ TEST_F(LayerPanelTest, KeysMoveImagesAndTheLight) {
     EXPECT_GT(lit, 100);
     dropped({image("last.tif", Qt::green)});
     EXPECT_EQ(groundNames(), "last.tif black.tif shading white.tif colours by height ");
+    ASSERT_TRUE(item("shading"));
+    list()->setFocus();
+    pressInList(Qt::Key_Up, Qt::ControlModifier);
+    pressInList(Qt::Key_Up, Qt::ControlModifier);
+    dropped({image("lit.tif", Qt::green)});
+    EXPECT_EQ(groundNames(), "shading lit.tif last.tif black.tif white.tif colours by height ")
+        << "light on all images falls on the next as well";
 }
 
 TEST_F(LayerPanelTest, OrderAndOpacityAreUndoneAndStored) {
@@ -379,6 +386,13 @@ TEST_F(LayerPanelTest, OrderAndOpacityAreUndoneAndStored) {
     EXPECT_EQ(groundNames(), "black.tif black.tif white.tif shading colours by height ");
     EXPECT_EQ(layersOn(), (std::vector<bool>{true, true, true, false, true}))
         << "one of the same name is another";
+    ASSERT_TRUE(item("black.tif"));
+    list()->setFocus();
+    pressInList(Qt::Key_Down, Qt::ControlModifier);
+    const LandscapeLook moved = window->look();
+    window->reload();
+    ASSERT_TRUE(settle());
+    EXPECT_TRUE(window->look() == moved) << "also in another order";
 }
 
 TEST_F(LayerPanelTest, WhatIsDraggedAmongOthersComesBack) {
