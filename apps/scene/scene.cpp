@@ -261,6 +261,8 @@ public:
         sceneFiles(fields, scene_.landscape);
         sceneOptions(fields, scene_.landscape);
         sceneLook(fields, scene_.look);
+        if (m.isReading() && version_ < 2)
+            scene_.look.floodOpacity = scene_.landscape.flood.value_or(FloodOptions()).color[3];
         for (double & number : scene_.view)
             fields.one("view", number);
         fields.one("geometryError", scene_.errors.geometry);

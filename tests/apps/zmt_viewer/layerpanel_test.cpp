@@ -12,6 +12,7 @@
 
 #include "groundtest.h"
 #include "scenekeeper.h"
+#include "trackbar.h"
 
 namespace {
 
@@ -443,6 +444,12 @@ TEST_F(LayerPanelTest, TracksAreSwitchedAndTellWhatTheyLack) {
     window->scenes()->edits().undo();
     ASSERT_TRUE(settle());
     EXPECT_GT(placesOf(isWay).size(), 100U);
+    list()->setFocus();
+    for (const Qt::CheckState state : {Qt::Unchecked, Qt::Checked}) {
+        pressInList(Qt::Key_Space);
+        EXPECT_EQ(item("way.gpx")->checkState(0), state);
+        EXPECT_FALSE(window->tracks()->player()->isPlaying()) << "the list has the key";
+    }
     ASSERT_TRUE(item("slope.tif"));
     EXPECT_FALSE(label("layerProblem")->isVisible()) << "that of the selected one";
 }
