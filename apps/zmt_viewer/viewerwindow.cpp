@@ -181,17 +181,17 @@ void ViewerWindow::makeHint() {
     showHint();
 }
 
-/// What may be opened, where nothing is shown; below the sample in two lines.
+/// What may be opened, where nothing is shown; below the sample in short.
 void ViewerWindow::showHint() {
     const bool isBelow = isSample_ && view_->landscape();
     hint_->setVisible(isBelow || !view_->landscape());
-    hint_->setText(
-        isBelow ? tr("Mount Everest, a sample. Drop a height raster, a city or a scene to see your own\n"
-                     "(Ctrl+O opens files, F1 tells keys and mouse)")
-                : tr("Drop files here, or open them with Ctrl+O\n\n"
-                     "a height raster, a streaming terrain, a city, a scene\n"
-                     "then images, vector files and tracks, which lie on the ground\n\n"
-                     "F1 tells keys and mouse"));
+    hint_->setText(isBelow ? tr("Mount Everest, a sample\n"
+                                "Drop a height raster, a city or a scene to see your own\n"
+                                "Ctrl+O opens files, F1 tells keys and mouse")
+                           : tr("Drop files here, or open them with Ctrl+O\n\n"
+                                "a height raster, a streaming terrain, a city, a scene\n"
+                                "then images, vector files and tracks, which lie on the ground\n\n"
+                                "F1 tells keys and mouse"));
     hint_->setAlignment(Qt::AlignCenter);
     hint_->setStyleSheet(isBelow ? "QLabel { color: white; background: rgba(20, 28, 36, 150); "
                                    "border-radius: 6px; padding: 6px 12px; }"
