@@ -24,7 +24,7 @@ struct LandscapeLoader::Result {
     std::vector<CityLayer> cities;
     std::vector<NBX::SO<Overlays::Overlay>> overlays;
     NBX::SO<Overlays::Overlay> contours; ///< others than before, where the interval is another one
-    std::optional<Tracks> tracks; ///< all of them; none where there are no others
+    std::optional<Tracks> tracks;        ///< all of them; none where there are no others
     QString error;
 };
 

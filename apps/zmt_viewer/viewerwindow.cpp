@@ -490,7 +490,7 @@ void ViewerWindow::load(const std::vector<std::string> & files, bool isReload, V
         options_.flood = before_.landscape->flood().options();
     }
     loading_ = files;
-    const bool leavesSample = isSample_ && !isReload;
+    const bool leavesSample = isSample_ && !files.empty();
     if (opening_ || sample_)
         loader_.start(opening_ ? opening_->landscape : *sample_, {});
     else
@@ -535,7 +535,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
     const Before before = std::exchange(before_, {});
     const std::optional<Scene> scene = std::exchange(opening_, {});
     const bool isNewSample = std::exchange(sample_, {}).has_value();
-    isSample_ = isNewSample || (isSample_ && before.isReload);
+    isSample_ = isNewSample || (isSample_ && loading_.empty());
     const bool isSameTerrain = !scene && before.landscape && options.terrain == options_.terrain;
     options_ = options;
     // More layers do not change the light.

@@ -619,6 +619,11 @@ TEST_F(SampleWindowTest, IsShownWithAHint) {
     window->reload();
     ASSERT_TRUE(settle());
     EXPECT_TRUE(hint()->isVisible()) << "it is still the sample";
+    window->setContours(500.0);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(view->landscape()->contours(), 500.0);
+    EXPECT_EQ(view->landscape()->layers().size(), 3U);
+    EXPECT_TRUE(hint()->isVisible()) << "its contour lines are no other landscape";
 }
 
 TEST_F(SampleWindowTest, GivesWayToWhateverIsOpened) {
