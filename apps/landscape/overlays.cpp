@@ -34,7 +34,7 @@ using ZMT::RASTER::FeatureFile;
 using Point = NBX::Vector3Base<double>;
 
 constexpr std::size_t s_mostPicked = 20;
-constexpr unsigned s_textureSize = 1024;
+constexpr unsigned s_usualSize = 1024;       ///< of textures
 constexpr unsigned s_textureFormat = 0x8058; ///< RGBA8 of OpenGL
 constexpr unsigned s_samples = 4;
 /// In pixels of the screen. Lines with larger ones are blurred, or jagged.
@@ -88,6 +88,7 @@ bool isHiddenOnTheWay(const Terrain & terrain, double exaggeration, const Point 
 }
 
 unsigned s_textureMemory = MemoryBudgets().overlay;
+unsigned s_textureSize = s_usualSize; ///< of the process, as the memory
 
 } // namespace
 
@@ -212,13 +213,21 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
         overlays_, ZMT::CORE::LocalFrame(GeoTransformation::nbx2geoOffset()), terrain->boundingBox());
     texture_->setInternalFormat(s_textureFormat);
     ZMT::CORE::VectorTexture::setSamples(s_samples);
-    setLargestTexel();
-    if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
-    setTextureMemory(s_textureMemory);
+    setFineness(fineness_);
     labels_ = std::make_shared<ScreenLabels>();
     listLabels();
     setGround();
     return makeDecal(texture_);
+}
+
+/// Textures become larger by as much, since ground that has no finer patches has no finer texels otherwise.
+void Overlays::setFineness(unsigned times) {
+    fineness_ = times;
+    if (!texture_) return;
+    setLargestTexel();
+    s_textureSize = s_usualSize * times;
+    if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
+    setTextureMemory(s_textureMemory);
 }
 
 void Overlays::setLargestTexel() const {

@@ -81,8 +81,9 @@ public:
                                   bool isStreamed);
     /// After that.
     void setExaggeration(double exaggeration);
-    /// Draws their textures so many times as fine, with lines as wide as before; 1 at the start.
-    void setFineness(double times) { fineness_ = times; }
+    /// Draws their textures so many times as fine as is usual, or as the error allows that is in force, with
+    /// lines as wide as before; 1 at the start.
+    void setFineness(unsigned times);
     /// Makes those with these numbers, in this order, the lowest first. All of them are there.
     void setOrder(const std::vector<std::size_t> & order);
     /// Another style. Throws as `VectorOverlay::setStyleSheet`. `overlay` is one of these.
@@ -124,7 +125,8 @@ private:
     NBX::SO<ZMT::CORE::VectorOverlayTexture> texture_;
     std::shared_ptr<ZMT::CORE::ScreenLabels> labels_;
     NBX::SO<ZMT::CORE::Terrain> terrain_;
-    double exaggeration_ = 1.0, fineness_ = 1.0;
+    double exaggeration_ = 1.0;
+    unsigned fineness_ = 1;
     bool isStreamed_ = false;
     std::uint64_t bytesRead_ = 0; ///< in all, when names were found last
 };

@@ -1,6 +1,6 @@
 // Pictures of several samples are averages of pictures that are shifted by parts of a pixel, as A. Glassner,
 // "Principles of Digital Image Synthesis", 1995, tells of regular patterns: sizes in pixels stay as they are,
-// and textures become as fine as the samples lie.
+// and textures become finer.
 
 #include "picture.h"
 
@@ -47,6 +47,9 @@ bool isSkyAlone(const NBX::Image & picture) {
 bool isAllowed(double error) {
     return std::isfinite(error) && error >= 0.0;
 }
+
+/// How much finer textures are for several samples of a pixel. More is nothing that can be seen.
+constexpr unsigned s_finer = 2;
 
 /// How many samples lie side by side; 0 for a number that is no square of such.
 unsigned sideOf(unsigned samples) {
@@ -163,16 +166,16 @@ void checkSamples(unsigned samples) {
 
 FinerTextures::FinerTextures(NBX::GLCanvas & canvas, Landscape & landscape, unsigned samples)
     : canvas_(canvas), landscape_(landscape), error_(TerrainPainterGLSettings::getTextureError()) {
-    const double fineness = sideOf(samples);
-    canvas_.setTextureBias(-std::log2(fineness));
-    landscape_.overlays().setFineness(fineness);
+    const unsigned fineness = samples > 1 ? s_finer : 1;
+    canvas_.setTextureBias(-std::log2(sideOf(samples)));
     TerrainPainterGLSettings::setTextureError(error_ / fineness);
+    landscape_.overlays().setFineness(fineness);
 }
 
 FinerTextures::~FinerTextures() {
     canvas_.setTextureBias(0.0);
-    landscape_.overlays().setFineness(1.0);
     TerrainPainterGLSettings::setTextureError(error_);
+    landscape_.overlays().setFineness(1);
 }
 
 NBX::SO<NBX::Image> sampledPicture(NBX::GLCanvas & canvas, NBX::Camera & camera, unsigned samples,

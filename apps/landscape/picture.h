@@ -49,7 +49,7 @@ NBX::SO<NBX::SceneThing> makeHidingSurface(const NBX::SO<NBX::SceneThing> & node
 void checkPictureName(const std::string & option, const std::string & path);
 /// Throws `UsageError` for other numbers of samples of a pixel than 1, 4, 9 and 16.
 void checkSamples(unsigned samples);
-/// While it exists, textures are as fine as pictures of so many samples a pixel need: those of the canvas and
+/// While it exists, textures are finer, as pictures of so many samples a pixel need: those of the canvas and
 /// the landscape, which outlive it.
 class FinerTextures {
 public:

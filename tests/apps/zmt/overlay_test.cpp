@@ -146,6 +146,33 @@ TEST_F(OverlayRun, ExaggerationAndOtherKindsOfTerrainLeaveThemThere) {
     }
 }
 
+TEST_F(OverlayRun, WidthsAreThoseOfTheScreenWhateverTheTexels) {
+    const std::string crossing = folder.write("line.geojson", collection({feature(line(0, 180, 640, 180))}));
+    // Of a column in the middle, in pixels.
+    const auto width = [&](const char * error, const char * samples) {
+        const RunResult run =
+            zmt(folder, {"render", "--terrain", terrain, "--view", "north", "--size", "320x240", "--overlay",
+                         crossing, "--style", "color=#ff0000,width=6", "--texture-error", error, "--samples",
+                         samples, "--out", folder.out("p.png")});
+        EXPECT_EQ(run.status, 0) << run.errors;
+        const auto bare = colorAt(100.0, 60.0), full = NBX::Color(1.0, 0.0, 0.0);
+        const auto image = picture();
+        double sum = 0.0;
+        for (int y = 0; y < image->height(); ++y)
+            sum += std::clamp((bare[1] - image->getColor(160, y)[1]) / (bare[1] - full[1]), 0.0F, 1.0F);
+        return sum;
+    };
+    const double usual = width("0.5", "1");
+    const double finer = width("0.2", "1");
+    for (const double one : {usual, finer}) {
+        EXPECT_GT(one, 6.0 * 0.75 - 0.5);
+        EXPECT_LT(one, 6.0 * 1.5 + 0.5);
+    }
+    EXPECT_NEAR(width("0.5", "4"), usual, 0.1 * usual);
+    EXPECT_NEAR(width("0.5", "16"), usual, 0.1 * usual);
+    EXPECT_NEAR(width("0.2", "9"), finer, 0.1 * finer);
+}
+
 TEST_F(OverlayRun, LaterOnesLieOnTop) {
     const std::string more = folder.write("line.geojson", collection({feature(line(0, 180, 640, 180))}));
     const std::vector<std::string> red = {"--overlay", areas, "--style", "fill=#ff0000,width=0"},
