@@ -10,9 +10,11 @@ Arrivals::MemoryInUse Arrivals::memoryInUse() {
 bool Arrivals::haveProgressed() {
     const std::uint64_t bytes = ZMT::CORE::ReadProgress::totalBytes();
     const MemoryInUse memory = memoryInUse();
-    if (bytes - bytes_ < s_fewestBytes && memory == memory_) return false;
+    const unsigned long textures = ZMT::CORE::VectorTexture::renderCount();
+    if (bytes - bytes_ < s_fewestBytes && memory == memory_ && textures == textures_) return false;
     bytes_ = bytes;
     memory_ = memory;
+    textures_ = textures;
     return true;
 }
 

@@ -5,8 +5,9 @@
 
 #include <nbx/object/nbxtime.h>
 #include <zmt/core/misc/readprogress.h>
+#include <zmt/core/terrain/texture/vector/vectortexture.h>
 
-/// Notices that nothing arrives any more of what is read while it is looked at.
+/// Notices that nothing arrives any more of what is read while it is looked at, and nothing is made of it.
 class Arrivals {
 public:
     /// Seconds without progress after which nothing more is expected, and how often one has asked meanwhile:
@@ -28,6 +29,7 @@ private:
 
     std::uint64_t bytes_ = ZMT::CORE::ReadProgress::totalBytes();
     MemoryInUse memory_ = memoryInUse();
+    unsigned long textures_ = ZMT::CORE::VectorTexture::renderCount(); ///< of overlays, which take long
     double last_ = NBX::NBXTime::now();
     unsigned asks_ = 0;
 };

@@ -34,7 +34,7 @@ using ZMT::RASTER::FeatureFile;
 using Point = NBX::Vector3Base<double>;
 
 constexpr std::size_t s_mostPicked = 20;
-constexpr unsigned s_usualSize = 1024;       ///< of textures
+constexpr unsigned s_textureSize = 1024;
 constexpr unsigned s_textureFormat = 0x8058; ///< RGBA8 of OpenGL
 constexpr unsigned s_samples = 4;
 /// In pixels of the screen. Lines with larger ones are blurred, or jagged.
@@ -88,7 +88,6 @@ bool isHiddenOnTheWay(const Terrain & terrain, double exaggeration, const Point 
 }
 
 unsigned s_textureMemory = MemoryBudgets().overlay;
-unsigned s_textureSize = s_usualSize; ///< of the process, as the memory
 
 } // namespace
 
@@ -101,6 +100,13 @@ void Overlays::setTextureMemory(unsigned mebibytes) {
 
 unsigned Overlays::textureMemory() {
     return s_textureMemory;
+}
+
+bool Overlays::makeRoom() {
+    using Texture = ZMT::CORE::VectorTexture;
+    const bool isNeeded = Texture::needsMoreTexturePatches();
+    if (isNeeded) Texture::setMaxTexturePatches(2 * Texture::getMaxTexturePatches());
+    return isNeeded;
 }
 
 Overlays::Overlays(const std::vector<OverlayOptions> & options, const ZMT::RASTER::GeoReference & reference,
@@ -214,6 +220,7 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
     texture_->setInternalFormat(s_textureFormat);
     ZMT::CORE::VectorTexture::setSamples(s_samples);
     setFineness(fineness_);
+    setTextureMemory(s_textureMemory);
     labels_ = std::make_shared<ScreenLabels>();
     listLabels();
     setGround();
@@ -221,13 +228,13 @@ NBX::SO<NBX::Attribute> Overlays::layOn(const SO<Terrain> & terrain, double exag
 }
 
 /// Textures become larger by as much, since ground that has no finer patches has no finer texels otherwise.
+/// As many of them are kept as before: a view that fits goes on to fit.
 void Overlays::setFineness(unsigned times) {
     fineness_ = times;
     if (!texture_) return;
     setLargestTexel();
-    s_textureSize = s_usualSize * times;
-    if (texture_->getBufferSize() != s_textureSize) texture_->setBufferSize(s_textureSize);
-    setTextureMemory(s_textureMemory);
+    const unsigned size = s_textureSize * times;
+    if (texture_->getBufferSize() != size) texture_->setBufferSize(size);
 }
 
 void Overlays::setLargestTexel() const {

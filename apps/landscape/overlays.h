@@ -49,6 +49,9 @@ public:
     /// MiB that the textures of all overlays of the process may take, of which at least one is kept.
     static void setTextureMemory(unsigned mebibytes);
     static unsigned textureMemory();
+    /// Keeps more, until the memory is set again, where the view that was drawn last needs more textures.
+    /// False where it does not: it is as sharp as it becomes.
+    static bool makeRoom();
 
     bool empty() const { return overlays_.empty(); }
     /// The lowest first. Their looks may be changed at any time.
@@ -82,7 +85,7 @@ public:
     /// After that.
     void setExaggeration(double exaggeration);
     /// Draws their textures so many times as fine as is usual, or as the error allows that is in force, with
-    /// lines as wide as before; 1 at the start.
+    /// lines as wide as before, in more memory than `setTextureMemory` says, by the square; 1 at the start.
     void setFineness(unsigned times);
     /// Makes those with these numbers, in this order, the lowest first. All of them are there.
     void setOrder(const std::vector<std::size_t> & order);

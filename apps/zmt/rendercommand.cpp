@@ -97,6 +97,14 @@ bool drawFrames(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
     return true;
 }
 
+/// The same, with as many textures of overlays as the view needs, whatever is to be kept of them.
+bool settle(CountedCanvas & canvas, bool isStreamed, bool usesServers) {
+    bool isComplete = drawFrames(canvas, isStreamed, usesServers);
+    while (isComplete && Overlays::makeRoom())
+        isComplete = drawFrames(canvas, isStreamed, usesServers);
+    return isComplete;
+}
+
 /// The driver tells its name while the context is current.
 std::string rendererOf(NBX::GLCanvas & canvas) {
     canvas.makeContextCurrent();
@@ -233,16 +241,16 @@ void runRender(RenderOptions & options) {
     landscape.prepareMoving(*camera, options.size.height);
     canvas->append(scene.get());
     bool isComplete = true;
-    const auto settle = [&] {
+    const auto draw = [&] {
         if (!isComplete) return canvas->redisplay(); // nothing more comes
         // A city whose textures cannot be read is whole, and blurred.
-        isComplete = drawFrames(*canvas, landscape.isReadWhileShown(), hasUrls(options.landscape)) &&
+        isComplete = settle(*canvas, landscape.isReadWhileShown(), hasUrls(options.landscape)) &&
                      (landscape.cities().empty() || readFailures().empty());
         if (!isComplete)
             giveUpPicture(canvas->frames.missingTiles, mainFile(options.landscape), options.allowIncomplete);
         drawNames(*canvas, landscape, *camera);
     };
-    const NBX::SO<NBX::Image> picture = sampledPicture(*canvas, *camera, options.samples, settle);
+    const NBX::SO<NBX::Image> picture = sampledPicture(*canvas, *camera, options.samples, draw);
     // A picture of half the data would look like one of the whole. What a city may lack is told at the end.
     if (isComplete || landscape.cities().empty()) Reports::throwFirst();
     const Stage stage(L"write");

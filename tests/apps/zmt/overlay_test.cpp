@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cityrun.h"
+#include "support/imagecompare.h"
 #include "support/scriptedhttpserver.h"
 #include "support/smallgeotiff.h"
 
@@ -171,6 +172,24 @@ TEST_F(OverlayRun, WidthsAreThoseOfTheScreenWhateverTheTexels) {
     EXPECT_NEAR(width("0.5", "4"), usual, 0.1 * usual);
     EXPECT_NEAR(width("0.5", "16"), usual, 0.1 * usual);
     EXPECT_NEAR(width("0.2", "9"), finer, 0.1 * finer);
+}
+
+/// Where they were not, those of larger areas would stand in, with wide lines.
+TEST_F(OverlayRun, AllTexturesOfAPictureAreDrawnWhateverIsKeptOfThem) {
+    const std::string streamed = folder.in("ground.ztt");
+    ASSERT_EQ(zmt(folder, {"build", "terrain", terrain, streamed, "--level", "4"}).status, 0);
+    const std::string cross = folder.write(
+        "cross.geojson", collection({feature(line(0, 0, 640, 480)), feature(line(0, 480, 640, 0))}));
+    std::vector<NBX::SO<NBX::Image>> pictures;
+    for (const char * memory : {"1", "1000"}) {
+        const RunResult run =
+            zmt(folder, {"render", "--terrain", streamed, "--view", "north", "--size", "1600x1200",
+                         "--overlay", cross, "--style", "color=#ff0000,width=3", "--texture-memory", memory,
+                         "--out", folder.out("p.png")});
+        ASSERT_EQ(run.status, 0) << run.errors;
+        pictures.push_back(picture());
+    }
+    EXPECT_EQ(compareImages(*pictures[0], *pictures[1], 1.0).share, 0.0);
 }
 
 TEST_F(OverlayRun, LaterOnesLieOnTop) {

@@ -214,11 +214,15 @@ unsigned VectorTexture::getBufferSize() const {
 }
 
 void VectorTexture::setMaxTexturePatches(unsigned count) {
-    tables().maxPatches = std::max(count, 1U);
+    tables().setRoom(count);
 }
 
 unsigned VectorTexture::getMaxTexturePatches() {
     return tables().maxPatches;
+}
+
+bool VectorTexture::needsMoreTexturePatches() {
+    return tables().isFull();
 }
 
 void VectorTexture::setSamples(unsigned count) {

@@ -89,6 +89,8 @@ public:
     /// become sharp everywhere.
     static void setMaxTexturePatches(unsigned count);
     static unsigned getMaxTexturePatches();
+    /// Whether the view that was drawn last is at rest and stays coarse somewhere, since it needs more.
+    static bool needsMoreTexturePatches();
     /// Each texel of what is drawn from now on is the average of so many samples, 1 at first, or of as many
     /// as the driver can. Edges become smooth, for 8 bytes on the card for each of them and each texel of one
     /// texture. What is drawn in main memory has one.
