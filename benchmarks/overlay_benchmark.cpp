@@ -107,7 +107,7 @@ public:
 };
 
 void drawTexture(benchmark::State & state, const std::shared_ptr<Features> & features,
-                 const std::string & style) {
+                 const std::string & style, unsigned samples = 1) {
     const SO<NBX::OffscreenCanvasGL> canvas(new NBX::OffscreenCanvasGL(64, 64));
     if (!canvas->makeContextCurrent()) return state.SkipWithError("no OpenGL context");
     const SO<VectorOverlay> overlay(new VectorOverlay(features, VectorStyleSheet::parse(style)));
@@ -117,6 +117,7 @@ void drawTexture(benchmark::State & state, const std::shared_ptr<Features> & fea
     texture->setBufferSize(s_size);
     texture->setInternalFormat(s_format);
     texture->setCulling(false);
+    VectorOverlayTexture::setSamples(samples);
     const SO<NBX::ViewInfo> view = viewFromAbove(1.0);
     const auto drawOne = [&] {
         bool incomplete = false;
@@ -159,7 +160,7 @@ void drawBare(benchmark::State & state, bool withLevels) {
     glLineWidth(1.0F);
     glEnableClientState(GL_VERTEX_ARRAY);
     glVertexPointer(3, GL_FLOAT, 0, nullptr);
-    for ([[maybe_unused]] auto _ : state) {
+    const auto drawOne = [&] {
         glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT | GL_STENCIL_BUFFER_BIT);
         glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(vertices.size() * sizeof(float)), vertices.data(),
                      GL_STREAM_DRAW);
@@ -167,7 +168,10 @@ void drawBare(benchmark::State & state, bool withLevels) {
         glCopyTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, 0, 0, s_size, s_size);
         if (withLevels) glGenerateMipmap(GL_TEXTURE_2D);
         glFinish();
-    }
+    };
+    drawOne();
+    for ([[maybe_unused]] auto _ : state)
+        drawOne();
     state.counters["vertices"] = static_cast<double>(vertices.size()) / 3.0;
     glDeleteTextures(1, &texture);
     glDeleteBuffers(1, &buffer);
@@ -179,6 +183,9 @@ std::shared_ptr<Features> lines(const benchmark::State & state) {
 }
 void texture(benchmark::State & state) {
     drawTexture(state, lines(state), "color=#ff0000, width=1");
+}
+void textureOfSamples(benchmark::State & state) {
+    drawTexture(state, lines(state), "color=#ff0000, width=1", 4);
 }
 void textureOfRibbons(benchmark::State & state) {
     drawTexture(state, lines(state), "color=#ff0000, width=3");
@@ -210,6 +217,7 @@ void prepare(benchmark::internal::Benchmark * benchmark) {
 BENCHMARK(bare)->Apply(prepare);
 BENCHMARK(texture)->Apply(prepare);
 BENCHMARK(bareWithLevels)->Name("bare_levels")->Apply(prepare);
+BENCHMARK(textureOfSamples)->Name("texture_of_4_samples")->Apply(prepare);
 BENCHMARK(textureOfRibbons)->Name("texture_of_ribbons")->Apply(prepare);
 BENCHMARK(textureOfDashes)->Name("texture_of_dashes")->Apply(prepare);
 BENCHMARK(textureOfAreas)->Name("texture_of_areas")->Apply(prepare);

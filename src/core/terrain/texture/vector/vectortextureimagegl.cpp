@@ -1,6 +1,7 @@
 // On the card: the picture is copied into a texture that the driver reduces by averages; a shader divides the
 // colours of each level, in the corner of the canvas that the level takes, and the corner is copied into the
-// level. It takes the steps of `VectorPicture`, which does the same in main memory.
+// level. It takes the steps of `VectorPicture`, which does the same in main memory: that takes a sixth of the
+// processor time where the card is the processor.
 
 #include "vectortextureimagegl.h"
 
@@ -29,6 +30,8 @@ NBX_CLASS_IMPL(DrawnLevelsTextureGL, NBX::Texture2DGL)
 NBX_CLASS_IMPL(ImageLevelsTextureGL, NBX::ImageTexture2DGL)
 
 namespace {
+
+bool s_software = true;
 
 constexpr const char * s_vertexSource = R"(#version 130
 void main() { gl_Position = gl_Vertex; }
@@ -136,15 +139,65 @@ bool copyPicture(NBX::PBufferCanvasGL & canvas, const DrawnLevelsTextureGL & tex
     return shared.isUsable;
 }
 
-/// Into `before` where that has the size and the format, else into a new one. Null where that cannot be done
-/// on the card.
+/// Whether the card of the canvas is the processor.
+bool isSoftware(const NBX::PBufferCanvasGL & canvas) {
+    return canvas.engine() && canvas.engine()->rendererName().starts_with("llvmpipe");
+}
+
+bool readPicture(NBX::PBufferCanvasGL & canvas, NBX::MemoryImage & image) {
+    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
+    const bool isEven = NBX::ImageOpenGLTool::setPixelStoreModes(&image, true);
+    if (isEven)
+        glReadPixels(0, 0, image.width(), image.height(), GL_RGBA, GL_UNSIGNED_BYTE,
+                     static_cast<NBX::Image &>(image).lineComponents(0));
+    glPopClientAttrib();
+    return isEven || canvas.snapshot(&image);
+}
+
+bool sendLevels(const VectorPicture::Levels & levels) {
+    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
+    bool isSent = true;
+    for (std::size_t i = 0; i < levels.size() && isSent; ++i) {
+        const NBX::MemoryImage & image = *levels[i];
+        isSent = NBX::ImageOpenGLTool::setPixelStoreModes(&image, false);
+        if (isSent)
+            glTexSubImage2D(GL_TEXTURE_2D, GLint(i), 0, 0, image.width(), image.height(), GL_RGBA,
+                            GL_UNSIGNED_BYTE, image.lineComponents(0));
+    }
+    glPopClientAttrib();
+    return isSent;
+}
+
+/// Like `copyPicture`, by the processor.
+bool sendPicture(NBX::PBufferCanvasGL & canvas, const DrawnLevelsTextureGL & texture) {
+    if (!canvas.makeContextCurrent()) return false;
+    NBX::MemoryImage image(int(canvas.getWidth()), int(canvas.getHeight()), NBX::LS_RGBA);
+    bool isSent = readPicture(canvas, image);
+    if (isSent) {
+        glPushAttrib(GL_TEXTURE_BIT);
+        texture.bind(canvas.engine().get());
+        isSent = sendLevels(VectorPicture::levels(image));
+        glPopAttrib();
+        glFlush();
+    }
+    canvas.releaseContext();
+    return isSent;
+}
+
+/// Into `before` where that has the size and the format, else into a new one. Null where that cannot be
+/// done.
 NBX::SO<NBX::Texture2DGL> copied(NBX::PBufferCanvasGL & canvas, unsigned format,
                                  const NBX::SO<NBX::Texture2DGL> & before) {
     NBX::SO<DrawnLevelsTextureGL> texture = NBX::soCast<DrawnLevelsTextureGL>(before);
     if (!texture || texture->getWidth() != canvas.getWidth() || texture->getInternalFormat() != format)
         texture = new DrawnLevelsTextureGL(canvas.getWidth(), canvas.getHeight(), format);
-    if (!copyPicture(canvas, *texture)) return nullptr;
-    return texture;
+    const bool byProcessor = s_software && isSoftware(canvas);
+    const bool isDrawn = byProcessor ? sendPicture(canvas, *texture) : copyPicture(canvas, *texture);
+    return isDrawn ? texture : nullptr;
+}
+
+NBX::SO<NBX::MemoryImage> newImage(const NBX::GLCanvas & canvas) {
+    return new NBX::MemoryImage(int(canvas.getWidth()), int(canvas.getHeight()), NBX::LS_RGBA);
 }
 
 NBX::SO<NBX::Texture2DGL> imageOf(const NBX::MemoryImage & drawn, unsigned format) {
@@ -164,14 +217,14 @@ NBX::SO<NBX::Texture2DGL> VectorTextureImageGL::draw(NBX::GLCanvas & canvas, uns
 NBX::SO<NBX::Texture2DGL> VectorTextureImageGL::redraw(NBX::GLCanvas & canvas, unsigned format,
                                                        const NBX::SO<NBX::Texture2DGL> & before,
                                                        const VectorSamplesGL * samples) {
-    const NBX::SO<NBX::MemoryImage> image(
-        new NBX::MemoryImage(int(canvas.getWidth()), int(canvas.getHeight()), NBX::LS_RGBA));
     if (auto * pixelBuffer = dynamic_cast<NBX::PBufferCanvasGL *>(&canvas)) {
         canvas.redisplay();
         if (samples) samples->average();
         if (const auto texture = copied(*pixelBuffer, format, before)) return texture;
+        const auto image = newImage(canvas);
         return canvas.snapshot(image.get()) ? imageOf(*image, format) : nullptr;
     }
+    const auto image = newImage(canvas);
     return canvas.largeScaleSnapshot(image.get()) ? imageOf(*image, format) : nullptr;
 }
 
@@ -201,6 +254,10 @@ unsigned VectorTextureImageGL::texelBytes(unsigned format) {
 
 bool VectorTextureImageGL::canBeDrawnAgain(const NBX::Texture2DGL * texture) {
     return dynamic_cast<const DrawnLevelsTextureGL *>(texture) != nullptr;
+}
+
+void VectorTextureImageGL::allowSoftware(bool allow) {
+    s_software = allow;
 }
 
 void VectorTextureImageGL::release() {

@@ -19,9 +19,9 @@ class VectorSamplesGL;
 class VectorTextureImageGL {
 public:
     /// Draws the root nodes of the canvas and gives the texture, of the canvas's size: a new one, or one from
-    /// the pool. A canvas of pixel buffers is copied on the card, by a shader; of others, and without
-    /// shaders, the picture is read back. Null without a context. `samples` is null, or was made for the
-    /// canvas before its nodes were.
+    /// the pool. A canvas of pixel buffers is copied on the card, by a shader; of others, without shaders,
+    /// and where the card is the processor, the picture is read back. Null without a context. `samples` is
+    /// null, or was made for the canvas before its nodes were.
     static NBX::SO<NBX::Texture2DGL> draw(NBX::GLCanvas & canvas, unsigned format,
                                           const VectorSamplesGL * samples = nullptr);
     /// The same, but in place of one from the pool `before` is drawn anew where that can be: a texture that
@@ -36,13 +36,15 @@ public:
     static bool isFormat(unsigned format);
     /// What a texel of such a format takes.
     static unsigned texelBytes(unsigned format);
-    /// Whether the texels were made on the card, so that other ones can take their place.
+    /// Whether other texels can take the place of those that it has.
     static bool canBeDrawnAgain(const NBX::Texture2DGL * texture);
+    /// At first true. False: the software renderer is used like a card.
+    static void allowSoftware(bool allow);
     /// Drops what the copies need.
     static void release();
 };
 
-/// A texture of which all levels are drawn.
+/// A texture of which all levels are drawn, or sent anew each time.
 class DrawnLevelsTextureGL : public NBX::Texture2DGL {
     NBX_CLASS(DrawnLevelsTextureGL, NBX::Texture2DGL)
 public:

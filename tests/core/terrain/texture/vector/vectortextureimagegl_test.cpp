@@ -1,5 +1,7 @@
 #include "core/terrain/texture/vector/vectortextureimagegl.h"
 
+#include <string>
+
 #include <nbx/gl/offscreen/pbuffercanvasgl.h>
 #include <nbx/image/memoryimage.h>
 
@@ -23,6 +25,18 @@ protected:
         textureError = 0.0;
     }
 
+    void TearDown() override {
+        VectorTextureImageGL::allowSoftware(true);
+        VectorTextureFixture::TearDown();
+    }
+
+    /// As where there is a card, by the processor behind pixel buffers, and without these.
+    enum Way { W_Card, W_Software, W_NoPixelBuffers };
+    void choose(Way way) {
+        VectorTextureImageGL::allowSoftware(way == W_Software);
+        VectorTextureCanvasGL::allowPixelBuffers(way != W_NoPixelBuffers);
+    }
+
     /// All levels of the texture of the whole square.
     TexelLevels drawn() {
         texture->clearCache();
@@ -39,20 +53,24 @@ TEST_F(VectorTextureImageGLTest, KnowsTheFormatsThatHaveAlpha) {
         EXPECT_FALSE(VectorTextureImageGL::isFormat(format)) << format;
 }
 
-TEST_F(VectorTextureImageGLTest, OpacityIsThatOfTheShapeInEveryFormat) {
-    for (const double opacity : {0.1, 0.4, 0.75, 1.0}) {
-        scene->clear();
-        add(area(square).get(), NBX::Color(0.8, 0.4, 0.2, opacity));
-        const TexelLevels levels = drawn();
-        for (unsigned level = 0; level < 4; ++level) {
-            const auto texel = levels.at(level, int(32U >> level), int(32U >> level));
-            EXPECT_NEAR(texel[3], 255.0 * opacity, 2.0) << opacity << " level " << level;
-            // What a colour may be wrong by grows as it counts less.
-            EXPECT_NEAR(texel[0], 204.0, 1.0 + 1.0 / opacity) << opacity << " level " << level;
-            EXPECT_NEAR(texel[1], 102.0, 1.0 + 1.0 / opacity) << opacity << " level " << level;
-            EXPECT_NEAR(texel[2], 51.0, 1.0 + 1.0 / opacity) << opacity << " level " << level;
+TEST_F(VectorTextureImageGLTest, OpacityIsThatOfTheShapeOnAllWays) {
+    for (const Way way : {W_Card, W_Software, W_NoPixelBuffers})
+        for (const double opacity : {0.1, 0.4, 0.75, 1.0}) {
+            SCOPED_TRACE(std::to_string(way) + " " + std::to_string(opacity));
+            choose(way);
+            scene->clear();
+            add(area(square).get(), NBX::Color(0.8, 0.4, 0.2, opacity));
+            const TexelLevels levels = drawn();
+            for (unsigned level = 0; level < 4; ++level) {
+                const auto texel = levels.at(level, int(32U >> level), int(32U >> level));
+                EXPECT_NEAR(texel[3], 255.0 * opacity, 2.0) << "level " << level;
+                // What a colour may be wrong by grows as it counts less.
+                EXPECT_NEAR(texel[0], 204.0, 1.0 + 1.0 / opacity) << "level " << level;
+                EXPECT_NEAR(texel[1], 102.0, 1.0 + 1.0 / opacity) << "level " << level;
+                EXPECT_NEAR(texel[2], 51.0, 1.0 + 1.0 / opacity) << "level " << level;
+            }
         }
-    }
+    reports.clear();
 }
 
 TEST_F(VectorTextureImageGLTest, WhatLiesOverSomethingCoversItByItsOpacity) {
@@ -64,14 +82,18 @@ TEST_F(VectorTextureImageGLTest, WhatLiesOverSomethingCoversItByItsOpacity) {
     EXPECT_NEAR(texel[2] * texel[3] / 255.0, 128, 2);
 }
 
-TEST_F(VectorTextureImageGLTest, BothCanvasesMakeTheSameTexture) {
+TEST_F(VectorTextureImageGLTest, AllWaysMakeTheSameTexture) {
     add(area(Bounds(Point(100.0, 0.0, 300.0), Point(800.0, 0.0, 700.0))).get(),
         NBX::Color(0.2, 0.6, 0.1, 0.6));
     add(line(Point(50.0, 0.0, 80.0), Point(900.0, 0.0, 950.0)).get(), NBX::Color(0.1, 0.0, 0.0));
     add(line(Point(500.0, 0.0, 0.0), Point(500.0, 0.0, 1024.0)).get(), NBX::Color(1.0, 1.0, 0.0, 0.3));
+    choose(W_Software);
+    const TexelLevels byProcessor = drawn();
+    EXPECT_TRUE(dynamic_cast<DrawnLevelsTextureGL *>(request(*tree).get()));
+    choose(W_Card);
     const TexelLevels onCard = drawn();
     EXPECT_TRUE(dynamic_cast<DrawnLevelsTextureGL *>(request(*tree).get()));
-    VectorTextureCanvasGL::allowPixelBuffers(false);
+    choose(W_NoPixelBuffers);
     const TexelLevels readBack = drawn();
     EXPECT_TRUE(dynamic_cast<ImageLevelsTextureGL *>(request(*tree).get()));
     EXPECT_EQ(reports.count(2, L"false",
@@ -81,6 +103,7 @@ TEST_F(VectorTextureImageGLTest, BothCanvasesMakeTheSameTexture) {
         << reports;
     EXPECT_EQ(reports.size(), 1U) << "once, when the canvas is made";
     reports.clear();
+    EXPECT_EQ(byProcessor, readBack);
     ASSERT_EQ(onCard.levels(), 7U);
     ASSERT_EQ(readBack.levels(), 7U);
     for (unsigned level = 0; level < 7; ++level)
@@ -95,10 +118,10 @@ TEST_F(VectorTextureImageGLTest, BothCanvasesMakeTheSameTexture) {
             }
 }
 
-TEST_F(VectorTextureImageGLTest, BesideADarkLineAllIsDarkAtEveryLevelAndOnBothCanvases) {
+TEST_F(VectorTextureImageGLTest, BesideADarkLineAllIsDarkAtEveryLevelAndOnAllWays) {
     add(line(Point(0.0, 0.0, 512.0), Point(1024.0, 0.0, 512.0)).get(), NBX::Color(0.1, 0.0, 0.0));
-    for (const bool onCard : {true, false}) {
-        VectorTextureCanvasGL::allowPixelBuffers(onCard);
+    for (const Way way : {W_Card, W_Software, W_NoPixelBuffers}) {
+        choose(way);
         const TexelLevels levels = drawn();
         for (unsigned level = 0; level < levels.levels(); ++level) {
             const int size = int(64U >> level);
@@ -107,8 +130,8 @@ TEST_F(VectorTextureImageGLTest, BesideADarkLineAllIsDarkAtEveryLevelAndOnBothCa
                 if (a[3] == 0 && b[3] == 0) continue;
                 const double share = std::max(a[3], b[3]) / 255.0;
                 for (const auto & texel : {a, b}) {
-                    EXPECT_NEAR(texel[0] * share, 25.5 * share, 2.0) << onCard << " " << level << " " << y;
-                    EXPECT_EQ(texel[1], 0) << onCard << " " << level << " " << y;
+                    EXPECT_NEAR(texel[0] * share, 25.5 * share, 2.0) << way << " " << level << " " << y;
+                    EXPECT_EQ(texel[1], 0) << way << " " << level << " " << y;
                 }
             }
         }
@@ -171,26 +194,34 @@ TEST_F(VectorTextureImageGLTest, TheNextTextureIsDrawnIntoOneThatNobodyUses) {
 TEST_F(VectorTextureImageGLTest, ATextureThatIsDrawnIntoAgainShowsNothingOfTheOld) {
     VectorTexture::setMaxTexturePatches(1);
     add(area(Bounds(Point(0.0, 0.0, 0.0), Point(512.0, 0.0, 1024.0))).get(), NBX::Color::red);
-    request(*tree->child(0));
-    passPictures(2);
-    request(*tree->child(2));
-    passPictures(2);
-    ASSERT_EQ(Tables::instance().poolSize(), 1U);
-    const SO<NBX::TextureGL> shown = request(*tree->child(1));
-    const TexelLevels levels(*shown, engine.get());
-    for (unsigned level = 0; level < 4; ++level) {
-        const int size = int(64U >> level);
-        EXPECT_EQ(levels.at(level, size - 1, size - 1)[3], 0) << level;
-        EXPECT_EQ(levels.at(level, 0, size - 1)[3], 255) << level;
+    for (const Way way : {W_Card, W_Software}) {
+        choose(way);
+        texture->clearCache();
+        passPictures(2);
+        request(*tree->child(0));
+        passPictures(2);
+        request(*tree->child(2));
+        passPictures(2);
+        ASSERT_EQ(Tables::instance().poolSize(), 1U);
+        const SO<NBX::TextureGL> shown = request(*tree->child(1));
+        const TexelLevels levels(*shown, engine.get());
+        for (unsigned level = 0; level < 4; ++level) {
+            const int size = int(64U >> level);
+            EXPECT_EQ(levels.at(level, size - 1, size - 1)[3], 0) << level;
+            EXPECT_EQ(levels.at(level, 0, size - 1)[3], 255) << level;
+        }
     }
 }
 
 TEST_F(VectorTextureImageGLTest, HalfTheBitsAreTheDefault) {
     texture->setInternalFormat(s_rgba4);
     add(area(square).get(), NBX::Color(0.8, 0.4, 0.2, 0.5));
-    const auto texel = drawn().at(0, 32, 32);
-    EXPECT_NEAR(texel[3], 128, 9);
-    EXPECT_NEAR(texel[0], 204, 9);
+    for (const Way way : {W_Card, W_Software}) {
+        choose(way);
+        const auto texel = drawn().at(0, 32, 32);
+        EXPECT_NEAR(texel[3], 128, 9) << way;
+        EXPECT_NEAR(texel[0], 204, 9) << way;
+    }
 }
 
 TEST_F(VectorTextureImageGLTest, ATextureIsDrawnAnewWhereItCanBe) {
