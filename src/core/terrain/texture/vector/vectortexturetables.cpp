@@ -17,20 +17,6 @@ namespace {
 
 constexpr std::size_t s_mostRendered = 9;
 
-using Waiting = std::vector<std::pair<double, NBX::SO<VectorTexture::Patch>>>;
-
-/// Whether other patches wait than those that did when this was asked last.
-bool isNewWish(const Waiting & waiting) {
-    // Only compared.
-    static std::vector<const void *> last;
-    std::vector<const void *> wishes;
-    wishes.reserve(waiting.size());
-    for (const auto & [priority, patch] : waiting)
-        wishes.push_back(patch.get());
-    std::sort(wishes.begin(), wishes.end(), std::less<>());
-    return std::exchange(last, wishes) != wishes;
-}
-
 } // namespace
 
 VectorTextureTables::VectorTextureTables()
@@ -81,6 +67,8 @@ void VectorTextureTables::forget(Patch * patch) {
     isFull_ = false;
     dropTexture(patch);
     queue_->remove(patch);
+    // The next one may be made at its address.
+    std::erase(lastWishes_, patch);
     std::erase_if(renderOrder_, [patch](const Rendered & rendered) { return rendered.patch == patch; });
 }
 
@@ -124,6 +112,15 @@ void VectorTextureTables::enqueue(Patch * patch, double priority) {
         *known += priority;
     else
         queue_->insert(patch, priority);
+}
+
+bool VectorTextureTables::isNewWish(const Waiting & waiting) {
+    std::vector<const Patch *> wishes;
+    wishes.reserve(waiting.size());
+    for (const auto & [priority, patch] : waiting)
+        wishes.push_back(patch.get());
+    std::sort(wishes.begin(), wishes.end(), std::less<>());
+    return std::exchange(lastWishes_, wishes) != wishes;
 }
 
 std::vector<NBX::SO<VectorTextureTables::Patch>> VectorTextureTables::takeQueue() {

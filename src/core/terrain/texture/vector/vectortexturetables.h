@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <utility>
 #include <vector>
 
 #include <nbx/container/map/lrumap.h>
@@ -91,8 +92,12 @@ private:
         unsigned long picture;
     };
 
+    using Waiting = std::vector<std::pair<double, NBX::SO<Patch>>>; ///< with their priorities
+
     VectorTextureTables();
     void dropSurplus();
+    /// Whether other patches wait than those that did when this was asked last.
+    bool isNewWish(const Waiting & waiting);
 
     NBX::SO<NBX::LRUMap<Patch *, Texture>> textures_;
     NBX::SO<Queue> queue_;
@@ -100,6 +105,7 @@ private:
     NBX::SO<NBX::NonPersistentDictionary<VectorTexture *, NBX::SO<VectorTexture::Mapper>>> mappers_;
     std::deque<Rendered> renderOrder_;
     std::vector<Texture> pool_;
+    std::vector<const Patch *> lastWishes_; ///< in the order of their addresses; those that live
     DrawnBoxes drawnBoxes_;
     unsigned long picture_ = 1;
     bool isFull_ = false;

@@ -92,6 +92,22 @@ TEST_F(VectorTextureTablesTest, OnlyAsManyAreTakenAsThereIsRoomFor) {
     EXPECT_FALSE(tables.isFull()) << "another view";
 }
 
+/// The memory of a patch may be that of the next one.
+TEST_F(VectorTextureTablesTest, AWishIsNewWhereAPatchThatIsGoneHadItsAddress) {
+    tables.maxPatches = 1;
+    const SO<Patch> used = patch(), a = patch();
+    tables.store(used.get(), image());
+    for (const bool isFull : {false, true}) {
+        tables.enqueue(a.get(), 1.0);
+        EXPECT_TRUE(taken().empty());
+        EXPECT_EQ(tables.isFull(), isFull);
+    }
+    tables.forget(a.get());
+    tables.enqueue(a.get(), 1.0);
+    EXPECT_TRUE(taken().empty());
+    EXPECT_FALSE(tables.isFull());
+}
+
 TEST_F(VectorTextureTablesTest, PatchesWhoseGroundIsGoneAreNotTaken) {
     const SO<Patch> gone(new Patch(texture.get(), FakePatch::oblong(0, 0, 8, 8, 0).get(), 0));
     tables.enqueue(gone.get(), 1.0);
