@@ -87,4 +87,39 @@ TEST(VectorPicture, FarFromEverythingItIsWhite) {
     EXPECT_EQ(get(*VectorPicture::levels(*drawn)[0], 60, 60), (Texel{255, 255, 255, 0}));
 }
 
+/// A red and a green texel with two transparent ones between them, on each axis.
+TEST(VectorPicture, ATransparentTexelTakesFromTheFinestLevelByTheDistance) {
+    for (const bool isColumn : {false, true}) {
+        const SO<MemoryImage> drawn = image(64, 64);
+        set(*drawn, 0, 0, {255, 0, 0, 255});
+        set(*drawn, isColumn ? 0 : 3, isColumn ? 3 : 0, {0, 255, 0, 255});
+        const VectorPicture::Levels levels = VectorPicture::levels(*drawn);
+        const auto at = [&](int i) { return get(*levels[0], isColumn ? 0 : i, isColumn ? i : 0); };
+        EXPECT_EQ(at(1), (Texel{191, 64, 0, 0})) << isColumn;
+        EXPECT_EQ(at(2), (Texel{64, 191, 0, 0})) << isColumn;
+    }
+}
+
+TEST(VectorPicture, ThreeLevelsAreAskedForAColour) {
+    const SO<MemoryImage> drawn = image(64, 64);
+    set(*drawn, 0, 0, {20, 0, 0, 255});
+    const VectorPicture::Levels levels = VectorPicture::levels(*drawn);
+    for (const int i : {2, 5, 7, 11})
+        EXPECT_EQ(get(*levels[0], i, i), (Texel{20, 0, 0, 0})) << i;
+    EXPECT_EQ(get(*levels[0], 12, 12), (Texel{255, 255, 255, 0}));
+}
+
+TEST(VectorPicture, WhatIsOneTexelWideIsHalvedAlongTheOtherAxis) {
+    for (const bool isColumn : {false, true}) {
+        const SO<MemoryImage> drawn = isColumn ? image(1, 2) : image(2, 1);
+        set(*drawn, 0, 0, {200, 100, 0, 200});
+        const VectorPicture::Levels levels = VectorPicture::levels(*drawn);
+        ASSERT_EQ(levels.size(), 2U);
+        EXPECT_EQ(get(*levels[1], 0, 0), (Texel{255, 128, 0, 100})) << isColumn;
+    }
+    const VectorPicture::Levels one = VectorPicture::levels(*image(1, 1));
+    ASSERT_EQ(one.size(), 1U);
+    EXPECT_EQ(get(*one[0], 0, 0), (Texel{255, 255, 255, 0}));
+}
+
 } // namespace
