@@ -95,6 +95,7 @@ struct FeatureFile::Impl {
     std::unique_ptr<StoredFeatures> stored; ///< null: the file finds features by itself
     FeatureLevels levels;
     FeatureStyles styles{0.0};
+    bool hasStyles = true;
     std::vector<unsigned> all; ///< numbers of the fields
     GeoReference reference;
     std::vector<VectorField> fields;
@@ -105,7 +106,8 @@ struct FeatureFile::Impl {
     std::unordered_set<std::int64_t> lossy; ///< whose losses are counted
     FeatureRecord record;
     FeatureShapes cut, simple;
-    VectorFeature feature;
+    /// For features that begin with points, lines, areas, so that their lists keep their memory.
+    VectorFeature features[3];
 };
 
 FeatureFile::Impl::Impl(std::shared_ptr<const FileInMemory> file, std::unique_ptr<LayerReader> layer,
@@ -117,6 +119,7 @@ FeatureFile::Impl::Impl(std::shared_ptr<const FileInMemory> file, std::unique_pt
     reference = describe(reader->system());
     reference.isGeoreferenced = !reference.wkt.empty();
     styles = FeatureStyles(reference.isGeographic ? 0.0 : reference.unit);
+    hasStyles = reader->mayHaveStyles();
     all.resize(fields.size());
     std::iota(all.begin(), all.end(), 0U);
     if (reader->hasIndex()) {
@@ -144,7 +147,7 @@ bool FeatureFile::Impl::take(OGRFeature & feature, const std::vector<FeatureWarp
     const unsigned lost =
         geometry ? warper->convert(*geometry, windows, record.shapes) : FeatureLoss::noGeometry;
     record.id = feature.GetFID();
-    record.style = styles.of(feature);
+    if (hasStyles) record.style = styles.of(feature);
     if (lost != 0) note(record.id, lost);
     if (!geometry || record.shapes.isEmpty()) return false;
     reader->values(feature, wanted, record.values);
@@ -344,8 +347,9 @@ void FeatureFile::read(const Query & query, const std::function<bool(const Vecto
         constexpr std::size_t few = 32;
         const FeatureShapes * shapes = &record.shapes;
         positions += shapes->positions.size();
-        if (!touches(*shapes->box(), box)) return true;
-        if (shapes->positions.size() > few && !contains(around, *shapes->box())) {
+        const GeoExtent own = *shapes->box();
+        if (!touches(own, box)) return true;
+        if (shapes->positions.size() > few && !contains(around, own)) {
             cutShapes(*shapes, around, impl.cut);
             shapes = &impl.cut;
         }
@@ -354,11 +358,12 @@ void FeatureFile::read(const Query & query, const std::function<bool(const Vecto
             shapes = &impl.simple;
         }
         if (shapes->isEmpty()) return true;
-        shapes->copyTo(impl.feature);
-        impl.feature.id = record.id;
-        std::swap(impl.feature.values, record.values);
-        std::swap(impl.feature.style, record.style);
-        return visit(impl.feature);
+        VectorFeature & feature = impl.features[static_cast<unsigned>(shapes->paths[0].kind)];
+        shapes->copyTo(feature);
+        feature.id = record.id;
+        std::swap(feature.values, record.values);
+        std::swap(feature.style, record.style);
+        return visit(feature);
     };
     if (simplified)
         simplified->read(box, query.tolerance, query.fields, show);

@@ -98,20 +98,29 @@ double square(double value) {
     return value * value;
 }
 
-/// The square of the distance of `p` from the segment, on the map.
-double distance2(const Position & p, const Position & a, const Position & b) {
-    const double x = b.x - a.x, y = b.z - a.z;
-    const double length2 = x * x + y * y;
-    const double along = length2 > 0.0 ? ((p.x - a.x) * x + (p.z - a.z) * y) / length2 : 0.0;
-    const double t = std::clamp(along, 0.0, 1.0);
-    return square(p.x - (a.x + t * x)) + square(p.z - (a.z + t * y));
-}
+/// On the map.
+class Segment {
+public:
+    Segment(const Position & a, const Position & b)
+        : aX_(a.x), aY_(a.z), x_(b.x - a.x), y_(b.z - a.z), length2_(x_ * x_ + y_ * y_) {}
+
+    /// The square of it.
+    double distance2(const Position & p) const {
+        const double along = length2_ > 0.0 ? ((p.x - aX_) * x_ + (p.z - aY_) * y_) / length2_ : 0.0;
+        const double t = std::clamp(along, 0.0, 1.0);
+        return square(p.x - (aX_ + t * x_)) + square(p.z - (aY_ + t * y_));
+    }
+
+private:
+    double aX_, aY_, x_, y_, length2_;
+};
 
 /// The position between `from` and `to` that is farthest from the segment between them.
 std::pair<std::size_t, double> farthest(Positions line, std::size_t from, std::size_t to) {
     std::pair<std::size_t, double> found(from, -1.0);
+    const Segment segment(line[from], line[to]);
     for (std::size_t i = from + 1; i < to; ++i)
-        if (const double far = distance2(line[i], line[from], line[to]); far > found.second) found = {i, far};
+        if (const double far = segment.distance2(line[i]); far > found.second) found = {i, far};
     return found;
 }
 
@@ -141,12 +150,18 @@ bool isSmaller(const GeoExtent & box, double tolerance) {
 
 void simplifyRing(Positions ring, Kind kind, double tolerance, FeatureShapes & result) {
     thread_local std::vector<Position> turned;
-    if (ring.size() > 3 && !isSmaller(boxAround(ring.data(), ring.data() + ring.size()), tolerance)) {
-        const auto far =
-            std::max_element(ring.begin(), ring.end(), [&](const Position & a, const Position & b) {
-                return distance2(a, ring[0], ring[0]) < distance2(b, ring[0], ring[0]);
-            });
-        const std::size_t middle = far - ring.begin();
+    const bool isVanishing = isSmaller(boxAround(ring.data(), ring.data() + ring.size()), tolerance);
+    if (ring.size() > 3 && !isVanishing) {
+        const auto away2 = [&](const Position & p) {
+            return square(p.x - ring[0].x) + square(p.z - ring[0].z);
+        };
+        std::size_t middle = 0;
+        double most = 0.0;
+        for (std::size_t i = 1; i < ring.size(); ++i)
+            if (const double far = away2(ring[i]); far > most) {
+                middle = i;
+                most = far;
+            }
         turned.assign(ring.begin(), ring.end());
         turned.push_back(ring[0]);
         const std::size_t first = result.positions.size();
@@ -157,7 +172,7 @@ void simplifyRing(Positions ring, Kind kind, double tolerance, FeatureShapes & r
             const auto before = farthest(turned, 0, middle), behind = farthest(turned, middle, ring.size());
             result.positions.push_back(turned[before.second > behind.second ? before.first : behind.first]);
         }
-    } else if (!isSmaller(boxAround(ring.data(), ring.data() + ring.size()), tolerance)) {
+    } else if (!isVanishing) {
         append(result, ring);
     }
     result.close(kind);

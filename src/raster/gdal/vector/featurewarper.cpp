@@ -265,12 +265,26 @@ unsigned FeatureWarper::collect(const OGRGeometry & geometry, unsigned depth) {
 }
 
 unsigned FeatureWarper::addPath(const OGRSimpleCurve & curve, Kind kind) {
-    read_.resize(static_cast<std::size_t>(curve.getNumPoints()));
-    if (!read_.empty()) {
+    std::vector<Position> & positions = source_.positions;
+    const std::size_t first = positions.size();
+    positions.resize(first + static_cast<std::size_t>(curve.getNumPoints()));
+    if (positions.size() > first) {
         constexpr int stride = sizeof(Position);
-        curve.getPoints(&read_[0].x, stride, &read_[0].z, stride, &read_[0].y, stride);
+        Position & p = positions[first];
+        curve.getPoints(&p.x, stride, &p.z, stride, &p.y, stride);
     }
+    const double highest = turn_ == 0.0 ? std::numeric_limits<double>::max() : highestLatitude();
+    const bool isPlain = std::all_of(positions.begin() + first, positions.end(), [&](const Position & p) {
+        return std::isfinite(p.x) && std::isfinite(p.y) && std::abs(p.z) <= highest;
+    });
+    if (isPlain) return closePath(kind);
+    read_.assign(positions.begin() + first, positions.end());
+    positions.resize(first);
     return addRead(kind);
+}
+
+double FeatureWarper::highestLatitude() const {
+    return turn_ / 4.0 * (1.0 + 1e-9);
 }
 
 /// A line is parted where a place is no number, or beyond a pole.
@@ -278,7 +292,7 @@ unsigned FeatureWarper::addRead(Kind kind) {
     unsigned lost = 0;
     bool isOpen = false;
     for (const Position & p : read_) {
-        const bool isOnGlobe = turn_ == 0.0 || std::abs(p.z) <= turn_ / 4.0 * (1.0 + 1e-9);
+        const bool isOnGlobe = turn_ == 0.0 || std::abs(p.z) <= highestLatitude();
         if (std::isfinite(p.x) && std::isfinite(p.z) && isOnGlobe) {
             source_.positions.emplace_back(p.x, std::isfinite(p.y) ? p.y : 0.0, p.z);
             isOpen = true;

@@ -60,6 +60,7 @@ private:
     void setStep();
     unsigned collect(const OGRGeometry & geometry, unsigned depth);
     unsigned addPath(const OGRSimpleCurve & curve, FeatureShapes::Kind kind);
+    double highestLatitude() const;
     unsigned addRead(FeatureShapes::Kind kind);
     unsigned closePath(FeatureShapes::Kind kind);
     bool needsMore(const FeatureShapes & shapes) const;
@@ -72,7 +73,7 @@ private:
     std::vector<Window> windows_;
     double step_; ///< edges of the source become no longer
     bool has3d_ = false;
-    std::vector<FeatureShapes::Position> read_; ///< the path at hand
+    std::vector<FeatureShapes::Position> read_; ///< a path of which not all can be taken
     FeatureShapes source_, cut_, dense_;
     std::vector<double> x_, y_, z_;
     std::vector<int> isKnown_;

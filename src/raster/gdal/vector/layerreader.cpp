@@ -140,16 +140,20 @@ std::string isoDate(const OGRFeature & feature, int field, OGRFieldType type) {
     return std::string(date) + (type == OFTDateTime ? "T" : "") + time + offset;
 }
 
-void setValue(const OGRFeature & feature, int field, FieldValue & value) {
-    const OGRFieldType type = const_cast<OGRFeature &>(feature).GetFieldDefnRef(field)->GetType();
-    if (!feature.IsFieldSetAndNotNull(field)) {
+/// The usual types are taken as they lie in the feature.
+void setValue(const OGRFeature & feature, int field, OGRFieldType type, FieldValue & value) {
+    const OGRField & raw = *feature.GetRawFieldRef(field);
+    if (!feature.IsFieldSetAndNotNullUnsafe(field)) {
         value = std::monostate();
-    } else if (type == OFTInteger || type == OFTInteger64) {
-        value = static_cast<std::int64_t>(feature.GetFieldAsInteger64(field));
+    } else if (type == OFTString) {
+        setText(value, raw.String ? raw.String : "");
+    } else if (type == OFTInteger) {
+        value = std::int64_t(raw.Integer);
+    } else if (type == OFTInteger64) {
+        value = std::int64_t(raw.Integer64);
     } else if (type == OFTReal) {
-        const double number = feature.GetFieldAsDouble(field);
-        if (std::isfinite(number))
-            value = number;
+        if (std::isfinite(raw.Real))
+            value = raw.Real;
         else
             value = std::monostate();
     } else if (type == OFTDate || type == OFTTime || type == OFTDateTime) {
@@ -175,7 +179,8 @@ struct LayerReader::Impl {
     std::uintmax_t bytes = 0; ///< of the file when it was opened; 0 where it is none
     GdalDataset dataset;
     OGRLayer * layer = nullptr;
-    std::vector<unsigned> fields; ///< that are read
+    std::vector<OGRFieldType> types; ///< of all fields
+    std::vector<unsigned> fields;    ///< that are read
     bool areAllRead = true;
 
     void setFields(const std::vector<unsigned> & wanted);
@@ -219,6 +224,7 @@ void LayerReader::choose(const std::string & layer) {
     for (int i = 0; i < definition.GetFieldCount(); ++i) {
         setText(text, definition.GetFieldDefn(i)->GetNameRef());
         fields_.push_back({std::get<std::string>(text), typeOf(*definition.GetFieldDefn(i))});
+        impl_->types.push_back(definition.GetFieldDefn(i)->GetType());
     }
     if (trap.failed())
         throw NBX::InputException(L"is damaged; get the file anew", impl_->name, 0, trap.text());
@@ -283,6 +289,13 @@ bool LayerReader::hasIndex() const {
     return impl_->layer->TestCapability(OLCFastSpatialFilter);
 }
 
+bool LayerReader::mayHaveStyles() const {
+    constexpr const char * plain[] = {"FlatGeobuf", "GPKG", "ESRI Shapefile"};
+    const std::string format = impl_->dataset->GetDriverName();
+    return std::find(std::begin(plain), std::end(plain), format) == std::end(plain) ||
+           impl_->layer->GetLayerDefn()->GetFieldIndex("OGR_STYLE") >= 0;
+}
+
 bool LayerReader::isOrdered() const {
     const std::string format = impl_->dataset->GetDriverName();
     return format == "FlatGeobuf" || format == "ESRI Shapefile";
@@ -324,7 +337,7 @@ void LayerReader::values(const OGRFeature & feature, const std::vector<unsigned>
                          std::vector<FieldValue> & values) const {
     values.resize(fields.size());
     for (std::size_t i = 0; i < fields.size(); ++i)
-        setValue(feature, static_cast<int>(fields[i]), values[i]);
+        setValue(feature, static_cast<int>(fields[i]), impl_->types[fields[i]], values[i]);
 }
 
 } // namespace ZMT::RASTER

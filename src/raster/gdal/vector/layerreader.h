@@ -38,6 +38,8 @@ public:
     bool hasIndex() const;
     /// What it finds comes in the order of the ids.
     bool isOrdered() const;
+    /// Its features may say how they are drawn. False where the format has no place for that.
+    bool mayHaveStyles() const;
     /// Where its features lie; none where it does not know without looking at all of them.
     std::optional<GeoExtent> knownExtent() const;
 

@@ -737,13 +737,31 @@ TEST_F(FeatureFileTest, ReadingAllCanBeCancelled) {
     expectPart(thrown([&] { FeatureFile file(path); }), "cancelled: " + path);
 }
 
+/// As a program writes it whose format has no other place for that.
+void addStyleColumn(const std::string & path, const char * style) {
+    const GDALDatasetUniquePtr dataset(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE));
+    OGRLayer & layer = *dataset->GetLayer(0);
+    OGRFieldDefn column("OGR_STYLE", OFTString);
+    ASSERT_EQ(OGRERR_NONE, layer.CreateField(&column));
+    const OGRFeatureUniquePtr feature(layer.GetNextFeature());
+    feature->SetField("OGR_STYLE", style);
+    ASSERT_EQ(OGRERR_NONE, layer.SetFeature(feature.get()));
+}
+
 TEST_F(FeatureFileTest, StylesOfTheFileAreGiven) {
-    const std::string path =
-        writeFeatures(directory.file("styles"), {"MapInfo File", ".mif", {"FORMAT=MIF"}}, "EPSG:32645",
-                      {{"LINESTRING (0 0, 1 1)", "", 0, "PEN(c:#FF0000,w:2px)"}});
-    const VectorFeature feature = readAll(FeatureFile(path)).at(0);
-    expectPart(feature.style, "color=#ff0000");
-    expectPart(feature.style, "width=2");
+    const char * style = "PEN(c:#ff0000,w:2px)";
+    const std::vector<WrittenFeature> styled{{"LINESTRING (0 0, 1 1)", "", 0, style}};
+    const std::string column = write(s_indexed, {{"LINESTRING (0 0, 1 1)"}});
+    addStyleColumn(column, style);
+    for (const std::string & path : {write({"MapInfo File", ".mif", {"FORMAT=MIF"}}, styled),
+                                     write({"MapInfo File", ".tab"}, styled), column}) {
+        SCOPED_TRACE(path);
+        const FeatureFile file(path);
+        const VectorFeature feature = readAll(file, {file.extent().value(), 0.0, {0}}).at(0);
+        expectPart(feature.style, "color=#ff0000");
+        expectPart(feature.style, "width=2");
+    }
+    EXPECT_EQ(readAll(FeatureFile(write(s_indexed, styled))).at(0).style, "");
 }
 
 TEST_F(FeatureFileTest, RealCoastsAreRead) {
