@@ -124,10 +124,16 @@ std::pair<std::size_t, double> farthest(Positions line, std::size_t from, std::s
     return found;
 }
 
+/// Lists of one thread that keep their memory.
+struct Scratch {
+    std::vector<Position> turned;
+    std::vector<std::size_t> ends;
+};
+
 /// Appends the positions that are needed, the first one included and the last one not.
-void reduce(Positions line, double tolerance, std::vector<Position> & result) {
+void reduce(Positions line, double tolerance, std::vector<std::size_t> & ends,
+            std::vector<Position> & result) {
     constexpr std::size_t stretch = 1024;
-    thread_local std::vector<std::size_t> ends;
     for (std::size_t begin = 0; begin + 1 < line.size(); begin += stretch) {
         std::size_t from = begin;
         ends.assign(1, std::min(begin + stretch, line.size() - 1));
@@ -148,8 +154,8 @@ bool isSmaller(const GeoExtent & box, double tolerance) {
     return box.maxX - box.minX < tolerance && box.maxY - box.minY < tolerance;
 }
 
-void simplifyRing(Positions ring, Kind kind, double tolerance, FeatureShapes & result) {
-    thread_local std::vector<Position> turned;
+void simplifyRing(Positions ring, Kind kind, double tolerance, Scratch & scratch, FeatureShapes & result) {
+    std::vector<Position> & turned = scratch.turned;
     const bool isVanishing = isSmaller(boxAround(ring.data(), ring.data() + ring.size()), tolerance);
     if (ring.size() > 3 && !isVanishing) {
         const auto away2 = [&](const Position & p) {
@@ -165,8 +171,8 @@ void simplifyRing(Positions ring, Kind kind, double tolerance, FeatureShapes & r
         turned.assign(ring.begin(), ring.end());
         turned.push_back(ring[0]);
         const std::size_t first = result.positions.size();
-        reduce(Positions(turned).first(middle + 1), tolerance, result.positions);
-        reduce(Positions(turned).subspan(middle), tolerance, result.positions);
+        reduce(Positions(turned).first(middle + 1), tolerance, scratch.ends, result.positions);
+        reduce(Positions(turned).subspan(middle), tolerance, scratch.ends, result.positions);
         if (result.positions.size() - first == 2) {
             // Narrower than the tolerance, and long: a triangle with the place that is farthest out.
             const auto before = farthest(turned, 0, middle), behind = farthest(turned, middle, ring.size());
@@ -268,16 +274,17 @@ void cutShapes(const FeatureShapes & shapes, const GeoExtent & extent, FeatureSh
 }
 
 void simplifyShapes(const FeatureShapes & shapes, double tolerance, FeatureShapes & result) {
+    thread_local Scratch scratch;
     result.clear();
     for (std::size_t i = 0; i < shapes.paths.size(); ++i) {
         const Positions path = pathOf(shapes, i);
         const Kind kind = shapes.paths[i].kind;
         if (kind == Kind::Outline || kind == Kind::Hole) {
-            simplifyRing(path, kind, tolerance, result);
+            simplifyRing(path, kind, tolerance, scratch, result);
             continue;
         }
         if (kind == Kind::Line && path.size() > 2) {
-            reduce(path, tolerance, result.positions);
+            reduce(path, tolerance, scratch.ends, result.positions);
             result.positions.push_back(path.back());
         } else {
             append(result, path);

@@ -24,6 +24,8 @@ using Kind = FeatureShapes::Kind;
 
 constexpr double s_infinity = std::numeric_limits<double>::infinity();
 constexpr GeoExtent s_everywhere{-s_infinity, -s_infinity, s_infinity, s_infinity};
+constexpr GeoExtent s_nowhere{s_infinity, s_infinity, -s_infinity, -s_infinity};
+constexpr double s_largest = std::numeric_limits<double>::max();
 /// How far edges may be from where they belong, as a share of the area's diagonal.
 constexpr double s_edgeError = 1e-8;
 constexpr unsigned s_deepest = 16;
@@ -35,6 +37,13 @@ GeoExtent around(const GeoExtent & a, const GeoExtent & b) {
     if (isEmpty(b)) return a;
     return {std::min(a.minX, b.minX), std::min(a.minY, b.minY), std::max(a.maxX, b.maxX),
             std::max(a.maxY, b.maxY)};
+}
+
+void widen(GeoExtent & extent, double x, double y) {
+    extent.minX = std::min(extent.minX, x);
+    extent.maxX = std::max(extent.maxX, x);
+    extent.minY = std::min(extent.minY, y);
+    extent.maxY = std::max(extent.maxY, y);
 }
 
 /// By its own size on each side.
@@ -141,7 +150,7 @@ std::vector<FeatureWarper::Window> FeatureWarper::windowsOf(const GeoExtent & pa
     std::vector<Window> result;
     for (std::size_t i = 0; i < windows_.size(); ++i) {
         const Window & window = windows_[i];
-        GeoExtent wanted{1.0, 1.0, 0.0, 0.0};
+        GeoExtent wanted = s_nowhere;
         // A part may count longitudes from another turn than the whole.
         for (std::size_t k = 0; k < boxes.size(); ++k)
             if (const GeoExtent both = common(boxes[k], window.cut);
@@ -157,7 +166,7 @@ std::vector<GeoExtent> FeatureWarper::readBoxes(const std::vector<Window> & wind
     const GeoExtent all = known.value_or(s_everywhere);
     const double near = turn_ / 36.0;
     std::vector<GeoExtent> boxes;
-    GeoExtent crossing{1.0, 1.0, 0.0, 0.0};
+    GeoExtent crossing = s_nowhere;
     for (const Window & window : windows) {
         if (touches(window.wanted, all)) boxes.push_back(window.wanted);
         // The next half turn, odd ones of which are the date line.
@@ -184,7 +193,7 @@ std::optional<GeoExtent> FeatureWarper::extentOf(const GeoExtent & source) const
     std::vector<int> isKnown(x.size(), FALSE);
     const GdalErrorTrap trap; // places outside of a projection are no fault
     transformation_->Transform(static_cast<int>(x.size()), x.data(), y.data(), nullptr, isKnown.data());
-    GeoExtent extent{1.0, 1.0, 0.0, 0.0};
+    GeoExtent extent = s_nowhere;
     for (std::size_t i = 0; i < x.size(); ++i)
         if (isKnown[i] && std::isfinite(x[i]) && std::isfinite(y[i]))
             extent = around(extent, {x[i], y[i], x[i], y[i]});
@@ -264,50 +273,64 @@ unsigned FeatureWarper::collect(const OGRGeometry & geometry, unsigned depth) {
     }
 }
 
+/// What is plain is taken at once, from where the library keeps it.
 unsigned FeatureWarper::addPath(const OGRSimpleCurve & curve, Kind kind) {
     std::vector<Position> & positions = source_.positions;
     const std::size_t first = positions.size();
-    positions.resize(first + static_cast<std::size_t>(curve.getNumPoints()));
-    if (positions.size() > first) {
-        constexpr int stride = sizeof(Position);
-        Position & p = positions[first];
-        curve.getPoints(&p.x, stride, &p.z, stride, &p.y, stride);
+    const int count = curve.getNumPoints();
+    const double highest = highestPlace();
+    bool isPlain = true;
+    GeoExtent box = s_nowhere;
+    positions.resize(first + static_cast<std::size_t>(count));
+    Position * path = positions.data() + first;
+    for (int i = 0; i < count; ++i) {
+        const double x = curve.getX(i), y = curve.getY(i);
+        isPlain &= (std::abs(x) <= s_largest) & (std::abs(y) <= highest);
+        widen(box, x, y);
+        path[i] = {x, 0.0, y};
     }
-    const double highest = turn_ == 0.0 ? std::numeric_limits<double>::max() : highestLatitude();
-    const bool isPlain = std::all_of(positions.begin() + first, positions.end(), [&](const Position & p) {
-        return std::isfinite(p.x) && std::isfinite(p.y) && std::abs(p.z) <= highest;
-    });
-    if (isPlain) return closePath(kind);
+    if (curve.Is3D())
+        for (int i = 0; i < count; ++i) {
+            path[i].y = curve.getZ(i);
+            isPlain &= std::isfinite(path[i].y);
+        }
+    if (isPlain) return closePath(kind, box);
     read_.assign(positions.begin() + first, positions.end());
     positions.resize(first);
     return addRead(kind);
 }
 
-double FeatureWarper::highestLatitude() const {
-    return turn_ / 4.0 * (1.0 + 1e-9);
+/// In y, from 0.
+double FeatureWarper::highestPlace() const {
+    return turn_ == 0.0 ? s_largest : turn_ / 4.0 * (1.0 + 1e-9);
 }
 
 /// A line is parted where a place is no number, or beyond a pole.
 unsigned FeatureWarper::addRead(Kind kind) {
     unsigned lost = 0;
     bool isOpen = false;
+    GeoExtent box = s_nowhere;
     for (const Position & p : read_) {
-        const bool isOnGlobe = turn_ == 0.0 || std::abs(p.z) <= highestLatitude();
+        const bool isOnGlobe = std::abs(p.z) <= highestPlace();
         if (std::isfinite(p.x) && std::isfinite(p.z) && isOnGlobe) {
             source_.positions.emplace_back(p.x, std::isfinite(p.y) ? p.y : 0.0, p.z);
+            widen(box, p.x, p.z);
             isOpen = true;
             continue;
         }
         lost |= isOnGlobe || !std::isfinite(p.z) ? FeatureLoss::notFinite : FeatureLoss::noPosition;
-        if (kind == Kind::Line && isOpen) lost |= closePath(kind);
-        isOpen = isOpen && kind != Kind::Line;
+        if (kind != Kind::Line) continue;
+        if (isOpen) lost |= closePath(kind, box);
+        isOpen = false;
+        box = s_nowhere;
     }
-    if (isOpen || read_.empty() || kind != Kind::Line) lost |= closePath(kind);
+    if (isOpen || read_.empty() || kind != Kind::Line) lost |= closePath(kind, box);
     // Too few are left for a reason.
     return lost == FeatureLoss::tooFewPoints ? lost : lost & ~FeatureLoss::tooFewPoints;
 }
 
-unsigned FeatureWarper::closePath(Kind kind) {
+/// The path behind the last one, which has this box.
+unsigned FeatureWarper::closePath(Kind kind, GeoExtent box) {
     std::vector<Position> & positions = source_.positions;
     const std::size_t first = source_.begin(source_.paths.size());
     const auto isFirst = [&](const Position & p) {
@@ -318,9 +341,13 @@ unsigned FeatureWarper::closePath(Kind kind) {
             positions.pop_back();
     if (kind == Kind::Line && std::all_of(positions.begin() + first, positions.end(), isFirst))
         positions.resize(first);
-    if (turn_ > 0.0 && kind != Kind::Points && positions.size() > first + 1)
+    if (turn_ > 0.0 && kind != Kind::Points && box.maxX - box.minX > turn_ / 2.0) {
         unwrap(positions, first, kind != Kind::Line, turn_);
-    return source_.close(kind) ? 0 : FeatureLoss::tooFewPoints;
+        box = boxAround(positions.data() + first, positions.data() + positions.size());
+    }
+    if (!source_.close(kind)) return FeatureLoss::tooFewPoints;
+    sourceBox_ = around(sourceBox_, box);
+    return 0;
 }
 
 bool FeatureWarper::needsMore(const FeatureShapes & shapes) const {
@@ -404,16 +431,16 @@ unsigned FeatureWarper::convert(const OGRGeometry & geometry, const std::vector<
                                 FeatureShapes & result) {
     result.clear();
     source_.clear();
+    sourceBox_ = s_nowhere;
     has3d_ = geometry.Is3D();
     unsigned lost = collect(geometry, 0);
-    const std::optional<GeoExtent> box = source_.box();
-    if (!box) return lost == 0 ? FeatureLoss::noGeometry : lost;
+    if (source_.isEmpty()) return lost == 0 ? FeatureLoss::noGeometry : lost;
     const auto seen = std::count_if(windows.begin(), windows.end(),
-                                    [&](const Window & window) { return touches(window.cut, *box); });
+                                    [&](const Window & window) { return touches(window.cut, sourceBox_); });
     for (const Window & window : windows) {
-        if (!touches(window.cut, *box)) continue;
+        if (!touches(window.cut, sourceBox_)) continue;
         const FeatureShapes * shapes = &source_;
-        if (!contains(window.cut, *box)) {
+        if (!contains(window.cut, sourceBox_)) {
             cutShapes(source_, window.cut, cut_);
             shapes = &cut_;
         }

@@ -60,9 +60,9 @@ private:
     void setStep();
     unsigned collect(const OGRGeometry & geometry, unsigned depth);
     unsigned addPath(const OGRSimpleCurve & curve, FeatureShapes::Kind kind);
-    double highestLatitude() const;
+    double highestPlace() const;
     unsigned addRead(FeatureShapes::Kind kind);
-    unsigned closePath(FeatureShapes::Kind kind);
+    unsigned closePath(FeatureShapes::Kind kind, GeoExtent box);
     bool needsMore(const FeatureShapes & shapes) const;
     void densify(const FeatureShapes & shapes);
     unsigned transform(const FeatureShapes & shapes, double shift, FeatureShapes & result);
@@ -75,6 +75,7 @@ private:
     bool has3d_ = false;
     std::vector<FeatureShapes::Position> read_; ///< a path of which not all can be taken
     FeatureShapes source_, cut_, dense_;
+    GeoExtent sourceBox_; ///< around `source_`
     std::vector<double> x_, y_, z_;
     std::vector<int> isKnown_;
 };

@@ -111,13 +111,17 @@ VectorField::Type typeOf(const OGRFieldDefn & field) {
 void setText(FieldValue & value, const char * text) {
     if (!std::holds_alternative<std::string>(value)) value = std::string();
     auto & result = std::get<std::string>(value);
-    const std::size_t size = strnlen(text, s_longestText + 1);
-    result.assign(text, std::min(size, s_longestText));
-    if (size > s_longestText)
+    std::size_t size = 0;
+    unsigned char bits = 0;
+    for (; size < s_longestText && text[size]; ++size)
+        bits |= static_cast<unsigned char>(text[size]);
+    result.assign(text, size);
+    const bool isAscii = bits < 0x80U;
+    if (isAscii) return;
+    if (size == s_longestText)
         while (!result.empty() && (static_cast<unsigned char>(text[result.size()]) & 0xC0U) == 0x80U)
             result.pop_back();
-    const bool isAscii = std::none_of(result.begin(), result.end(), [](char c) { return c & 0x80; });
-    if (isAscii || CPLIsUTF8(result.c_str(), -1)) return;
+    if (CPLIsUTF8(result.c_str(), -1)) return;
     char * recoded = CPLRecode(result.c_str(), CPL_ENC_ISO8859_1, CPL_ENC_UTF8);
     result = recoded;
     CPLFree(recoded);
