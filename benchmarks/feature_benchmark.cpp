@@ -1,9 +1,12 @@
 // Features of a large file by the place where they lie, next to GDAL reading the same windows with its
 // spatial filter, transformed where the features are: what one texture of a window needs, and the texture of
-// all. Files are those that the folder ZMT_FEATURES holds, from benchmarks/makefeatures.py and ogr2ogr;
-// others, without an index, have no rival. Also told: how long it takes to open a file, and the peak of
-// memory, that of the process.
+// all. ".../true" is the same without simplification. GDAL makes features with all fields and geometry, and
+// lets them go (".../gdal"); who wants something of them looks at the fields and places as well
+// (".../gdal/looked"). Files are those that the folder ZMT_FEATURES holds, from benchmarks/makefeatures.py
+// and ogr2ogr; others, without an index, have no rival. Also told: how long it takes to open a file, and the
+// peak of memory, that of the process.
 //   makefeatures.py f.geojsons; ogr2ogr f.fgb f.geojsons; ogr2ogr f.gpkg f.geojsons
+//   feature_benchmark --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 
 #include <zmt/raster/gdal/vector/featurefile.h>
 
@@ -64,14 +67,17 @@ void opening(benchmark::State & state, const std::string & path) {
     state.counters["peakMiB"] = peakMebibytes();
 }
 
-void reading(benchmark::State & state, const std::string & path, bool isWarped, double share) {
+/// Shapes are simplified to half a texel, or left as they are.
+void reading(benchmark::State & state, const std::string & path, bool isWarped, double share,
+             bool isSimplified) {
     const FeatureFile & file = opened(path, isWarped);
     const GeoExtent area = isWarped ? s_metres : s_degrees;
     const GeoExtent box = share < 1.0 ? window(area, share) : area;
+    const double tolerance = isSimplified ? (box.maxX - box.minX) / s_texture / 2.0 : 0.0;
     std::size_t features = 0;
     for (auto _ : state) {
         features = 0;
-        file.read({box, (box.maxX - box.minX) / s_texture / 2.0, {0, 1, 2}}, [&](const VectorFeature &) {
+        file.read({box, tolerance, {0, 1, 2}}, [&](const VectorFeature &) {
             ++features;
             return true;
         });
@@ -87,7 +93,19 @@ OGRSpatialReference systemOf(const char * text) {
     return system;
 }
 
-void readingByGdal(benchmark::State & state, const std::string & path, bool isWarped, double share) {
+/// What anybody needs of a feature: its fields as they are, and each place once.
+double look(OGRFeature & feature) {
+    double sum = 0.0;
+    for (int i = 0; i < feature.GetFieldCount(); ++i)
+        sum += feature.GetFieldDefnRef(i)->GetType() == OFTInteger ? feature.GetFieldAsInteger(i)
+                                                                   : *feature.GetFieldAsString(i);
+    OGREnvelope box;
+    feature.GetGeometryRef()->getEnvelope(&box);
+    return sum + box.MinX + box.MaxX + box.MinY + box.MaxY;
+}
+
+void readingByGdal(benchmark::State & state, const std::string & path, bool isWarped, double share,
+                   bool isLookedAt) {
     GDALAllRegister();
     const GDALDatasetUniquePtr dataset(GDALDataset::Open(path.c_str(), GDAL_OF_VECTOR));
     OGRLayer & layer = *dataset->GetLayer(0);
@@ -106,6 +124,7 @@ void readingByGdal(benchmark::State & state, const std::string & path, bool isWa
         for (const OGRFeatureUniquePtr & feature : layer) {
             ++features;
             if (isWarped) feature->GetGeometryRef()->transform(there.get());
+            if (isLookedAt) benchmark::DoNotOptimize(look(*feature));
         }
     }
     state.counters["features"] = static_cast<double>(features);
@@ -120,12 +139,16 @@ bool registerAll() {
             for (const double share : {0.05, 0.005}) {
                 const std::string what =
                     (isWarped ? "/metres/" : "/degrees/") + std::to_string(static_cast<int>(1.0 / share));
-                benchmark::RegisterBenchmark((name + what).c_str(), reading, path, isWarped, share);
-                if (isIndexed)
-                    benchmark::RegisterBenchmark((name + what + "/gdal").c_str(), readingByGdal, path,
-                                                 isWarped, share);
+                for (const bool isSimplified : {true, false})
+                    benchmark::RegisterBenchmark((name + what + (isSimplified ? "" : "/true")).c_str(),
+                                                 reading, path, isWarped, share, isSimplified);
+                for (const bool isLookedAt : {false, true})
+                    if (isIndexed)
+                        benchmark::RegisterBenchmark(
+                            (name + what + "/gdal" + (isLookedAt ? "/looked" : "")).c_str(), readingByGdal,
+                            path, isWarped, share, isLookedAt);
             }
-        benchmark::RegisterBenchmark((name + "/top").c_str(), reading, path, false, 1.0);
+        benchmark::RegisterBenchmark((name + "/top").c_str(), reading, path, false, 1.0, true);
     }
     return true;
 }
