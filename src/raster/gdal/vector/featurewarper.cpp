@@ -285,7 +285,7 @@ unsigned FeatureWarper::addPath(const OGRSimpleCurve & curve, Kind kind) {
     Position * path = positions.data() + first;
     for (int i = 0; i < count; ++i) {
         const double x = curve.getX(i), y = curve.getY(i);
-        isPlain &= (std::abs(x) <= s_largest) & (std::abs(y) <= highest);
+        isPlain = isPlain && std::abs(x) <= s_largest && std::abs(y) <= highest;
         widen(box, x, y);
         path[i] = {x, 0.0, y};
     }
