@@ -158,11 +158,25 @@ void Overlays::add(const std::vector<SO<Overlay>> & more) {
 void Overlays::replace(const Overlay * one, const SO<Overlay> & other) {
     const auto isOne = [one](const SO<Overlay> & overlay) { return overlay.get() == one; };
     const auto found = one ? std::find_if(overlays_.begin(), overlays_.end(), isOne) : overlays_.begin();
-    const auto place = one && found != overlays_.end() ? overlays_.erase(found) : overlays_.begin();
+    const bool isThere = one && found != overlays_.end();
+    if (isThere && other) takeLook(**found, *other);
+    const auto place = isThere ? overlays_.erase(found) : overlays_.begin();
     ownStyles_.erase(one);
     if (other) overlays_.insert(place, other);
     if (texture_) texture_->setOverlays(overlays_);
     listLabels();
+}
+
+/// A style of its own has to have its fields there.
+void Overlays::takeLook(const Overlay & one, Overlay & other) {
+    other.setShown(one.isShown());
+    other.setOpacity(one.opacity());
+    if (ownStyles_.count(&one) == 0) return;
+    try {
+        setStyle(other, one.styleSheet());
+    } catch (const NBX::Exception &) {
+        return;
+    }
 }
 
 std::vector<Overlays::Look> Overlays::looks() const {

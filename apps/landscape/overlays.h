@@ -120,6 +120,8 @@ private:
     void setGround() const;
     void listLabels();
     void setLargestTexel() const;
+    /// That of one becomes that of another.
+    void takeLook(const Overlay & one, Overlay & other);
     void resetStyle(Overlay & overlay, const std::optional<std::string> & style);
 
     std::vector<NBX::SO<Overlay>> overlays_;

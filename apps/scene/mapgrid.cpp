@@ -106,18 +106,30 @@ void addMapLines(GridLines & grid, const GeoExtent & area, double step) {
     });
 }
 
-/// The longitudes and latitudes of an area, as x and y, without a step at 180 degrees.
+/// Above ten degrees whole parts of a circle.
+double degreeStepOf(const GeoExtent & degrees) {
+    const double step = stepOf(degrees);
+    if (step <= 10.0) return step;
+    const double least = std::max(degrees.maxX - degrees.minX, degrees.maxY - degrees.minY) / s_linesAlong;
+    for (const double part : {15.0, 30.0})
+        if (least <= part) return part;
+    return 45.0;
+}
+
+/// The longitudes and latitudes of an area, as x and y, without a step at 180 degrees: those of the whole
+/// globe lie about its middle.
 std::optional<GeoExtent> degreesOf(const GeoExtent & area, const CoordinateSystem & system) {
+    const auto centre = system.toLonLat({(area.minX + area.maxX) / 2.0, (area.minY + area.maxY) / 2.0});
+    std::optional<double> middle = centre ? std::optional(centre->longitude) : std::nullopt;
     std::optional<GeoExtent> degrees;
-    double middle = 0.0;
     for (int i = 0; i <= s_borderPlaces; ++i)
         for (int j = 0; j <= s_borderPlaces; ++j) {
             const double x = std::lerp(area.minX, area.maxX, double(i) / s_borderPlaces);
             const double y = std::lerp(area.minY, area.maxY, double(j) / s_borderPlaces);
             const auto place = system.toLonLat({x, y});
             if (!place) continue;
-            if (!degrees) middle = place->longitude;
-            const double longitude = middle + std::remainder(place->longitude - middle, 360.0);
+            if (!middle) middle = place->longitude;
+            const double longitude = *middle + std::remainder(place->longitude - *middle, 360.0);
             const GeoExtent known =
                 degrees.value_or(GeoExtent{longitude, place->latitude, longitude, place->latitude});
             degrees = GeoExtent{std::min(known.minX, longitude), std::min(known.minY, place->latitude),
@@ -174,7 +186,7 @@ std::shared_ptr<const ZMT::RASTER::FeatureSource> MapGrid::lines(const GeoExtent
     const auto system = CoordinateSystem::of(reference);
     const auto degrees = system ? degreesOf(area, *system) : std::nullopt;
     if (!degrees) return nullptr;
-    step = stepOf(*degrees);
+    step = degreeStepOf(*degrees);
     const auto grid = std::make_shared<GridLines>(kind, "map grid, " + gridNumber(step, "%.6g°"));
     addDegreeLines(*grid, *degrees, step, *system);
     return grid;
@@ -190,14 +202,16 @@ void MapGrid::show(Landscape & landscape, Kind kind) {
     if (!landscape.hasTerrain() || of(landscape) == kind) return;
     landscape.highlight(nullptr);
     const auto overlays = landscape.overlays().list();
-    for (const auto & overlay : overlays)
-        if (gridOf(*overlay)) landscape.overlays().replace(overlay.get(), nullptr);
+    const auto before = std::find_if(overlays.begin(), overlays.end(),
+                                     [](const auto & overlay) { return gridOf(*overlay) != nullptr; });
     const auto & raster = *landscape.grid().rasterData();
     double step = 0.0;
     const auto grid = lines({raster.minX(), raster.minY(), raster.maxX(), raster.maxY()},
                             landscape.reference(), kind, step);
-    if (!grid) return;
-    const NBX::SO<Overlays::Overlay> overlay(
-        new Overlays::Overlay(grid, ZMT::CORE::VectorStyleSheet::parse(s_gridStyle)));
-    landscape.addOverlays({overlay});
+    NBX::SO<Overlays::Overlay> overlay;
+    if (grid) overlay = new Overlays::Overlay(grid, ZMT::CORE::VectorStyleSheet::parse(s_gridStyle));
+    if (before != overlays.end())
+        landscape.overlays().replace(before->get(), overlay);
+    else if (overlay)
+        landscape.addOverlays({overlay});
 }

@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <map>
+#include <set>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -80,6 +82,38 @@ TEST(MapGrid, GoesOverTheDateLine) {
     EXPECT_LT(lines.size(), 20U);
 }
 
+TEST(MapGrid, OfTheWholeGlobeHasEvenPartsOfACircle) {
+    const auto reference = CoordinateSystem::parse("EPSG:3857");
+    const CoordinateSystem system(reference.wkt);
+    const auto corner = system.fromLonLat({179.9, 80.0});
+    ASSERT_TRUE(corner);
+    double step = 0.0;
+    const GeoExtent area{-corner->x, -corner->y, corner->x, corner->y};
+    const auto grid = MapGrid::lines(area, reference, MapGrid::Kind::Degrees, step);
+    ASSERT_TRUE(grid);
+    EXPECT_EQ(step, 45.0);
+    std::set<std::string> names;
+    for (const auto & [name, line] : linesOf(*grid, area))
+        names.insert(name);
+    EXPECT_EQ(names, (std::set<std::string>{"135° W", "90° W", "45° W", "0°", "45° E", "90° E", "135° E",
+                                            "45° S", "45° N"}));
+}
+
+/// From a quarter of the globe down.
+TEST(MapGrid, HasPartsOfACircleAboveTenDegrees) {
+    const auto reference = CoordinateSystem::parse("EPSG:3857");
+    const CoordinateSystem system(reference.wkt);
+    for (const auto & [size, expected] :
+         {std::pair(70.0, 10.0), std::pair(90.0, 15.0), std::pair(125.0, 30.0), std::pair(250.0, 45.0)}) {
+        const auto corner = system.fromLonLat({size / 2.0, 20.0});
+        ASSERT_TRUE(corner);
+        double step = 0.0;
+        EXPECT_TRUE(MapGrid::lines({-corner->x, -corner->y, corner->x, corner->y}, reference,
+                                   MapGrid::Kind::Degrees, step));
+        EXPECT_EQ(step, expected) << size;
+    }
+}
+
 TEST(MapGrid, OfNothingThereIsNone) {
     double step = 0.0;
     EXPECT_FALSE(MapGrid::lines({0.0, 0.0, 10.0, 10.0}, {}, MapGrid::Kind::None, step));
@@ -97,8 +131,10 @@ TEST(MapGrid, LiesAmongOverlaysAndIsPartOfTheLook) {
     const LandscapeLook bare = LandscapeLook::of(landscape);
     EXPECT_EQ(bare.grid, MapGrid::Kind::None);
     MapGrid::show(landscape, MapGrid::Kind::Map);
+    landscape.overlays().list()[0]->setOpacity(0.25);
     MapGrid::show(landscape, MapGrid::Kind::Degrees);
     ASSERT_EQ(landscape.overlays().list().size(), 1U);
+    EXPECT_EQ(landscape.overlays().list()[0]->opacity(), 0.25) << "that of the one before";
     EXPECT_EQ(MapGrid::of(landscape), MapGrid::Kind::Degrees);
     const LandscapeLook look = LandscapeLook::of(landscape);
     EXPECT_FALSE(look == bare);
