@@ -51,7 +51,9 @@ std::vector<HelpSheet::Line> listKeys() {
         {lists, HelpSheet::tr("Up, Down"), HelpSheet::tr("Select")},
         {lists, HelpSheet::tr("Ctrl+Up, Ctrl+Down"), HelpSheet::tr("Move a layer or a bookmark")},
         {lists, HelpSheet::tr("Space"), HelpSheet::tr("Switch a layer on or off")},
-        {lists, HelpSheet::tr("Enter, F2, Del"), HelpSheet::tr("Fly to a bookmark, rename it, remove it")}};
+        {lists, HelpSheet::tr("Enter, F2, Del"), HelpSheet::tr("Fly to a bookmark, rename it, remove it")},
+        {lists, HelpSheet::tr("F2, Enter, Ins, Del"),
+         HelpSheet::tr("Edit a height of the colours, its colour, add a step, remove it")}};
 }
 
 QString htmlOf(const std::vector<HelpSheet::Line> & lines) {
