@@ -118,6 +118,7 @@ void BookmarkMenu::saveFlight(const std::string & path) {
         checkOutputs(inputFiles(window_.scene().landscape), {{"the flight", path}});
         progress_ = new QProgressDialog(tr("Saving the flight"), tr("Cancel"), 0, 1, &window_);
         progress_->setWindowModality(Qt::WindowModal);
+        progress_->setMinimumDuration(0); // nothing is changed or stored meanwhile
         progress_->setAutoClose(false);
         progress_->setAutoReset(false);
         connect(progress_, &QProgressDialog::canceled, recorder_, &FlightRecorder::cancel);

@@ -125,7 +125,8 @@ LandscapeOptions LandscapeLoader::withFiles(LandscapeOptions options, const std:
     return options;
 }
 
-bool LandscapeLoader::bringTerrain(const LandscapeOptions & options, const std::vector<std::string> & files) {
+bool LandscapeLoader::includeTerrain(const LandscapeOptions & options,
+                                     const std::vector<std::string> & files) {
     const auto isTerrain = [&](const std::string & file) {
         if (isUrl(file)) return options.terrain.empty();
         try {

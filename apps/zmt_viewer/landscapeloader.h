@@ -49,7 +49,7 @@ public:
 
     /// Whether one of `files` becomes the terrain in the place of what `options` show. No server is asked: a
     /// URL is taken for one where there is none yet. False for what cannot be read.
-    static bool bringTerrain(const LandscapeOptions & options, const std::vector<std::string> & files);
+    static bool includeTerrain(const LandscapeOptions & options, const std::vector<std::string> & files);
 
 signals:
     /// `share` runs from 0 to 1.

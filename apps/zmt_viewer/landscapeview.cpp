@@ -451,9 +451,13 @@ QStringList LandscapeView::frameFigures() const {
     return figures;
 }
 
+int LandscapeView::figureWidth() const {
+    return width() - 2 * (s_overlayMargin + s_overlayPadding) - besideFigures_;
+}
+
 /// In lines.
 QStringList LandscapeView::streamFigures() const {
-    const int room = width() - 2 * (s_overlayMargin + s_overlayPadding);
+    const int room = figureWidth();
     QStringList lines;
     if (!landscape_->streamedFiles().empty()) lines.append(wrapped(fileFigures(), *overlay_, room));
     if (!landscape_->cities().empty()) lines.append(wrapped(cityFigures(), *overlay_, room));
@@ -471,7 +475,7 @@ void LandscapeView::lookAtStreams() {
 void LandscapeView::showFigures() {
     if (!landscape_) return;
     lookAtStreams();
-    const int room = width() - 2 * (s_overlayMargin + s_overlayPadding);
+    const int room = figureWidth();
     QString text = wrapped(frameFigures(), *overlay_, room);
     for (const QString & line : streams_)
         text += "\n" + line;

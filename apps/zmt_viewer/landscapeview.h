@@ -72,6 +72,8 @@ public:
     void setGeometryError(double pixels);
     double geometryError() const { return geometryError_; }
     void setWireframe(bool enable);
+    /// So many pixels beside the figures, at the right, are taken.
+    void setRoomBesideFigures(int pixels) { besideFigures_ = pixels; }
     /// Draws again, after something in the scene was changed.
     void redraw();
 
@@ -146,6 +148,7 @@ private:
     void adaptCoarseness();
     void showFigures();
     QStringList frameFigures() const;
+    int figureWidth() const;
     QStringList streamFigures() const;
     void lookAtStreams();
     void point();
@@ -181,5 +184,6 @@ private:
     QStringList streams_;      ///< figures of what is read while it is looked at; empty without such
     double streamsTime_ = 0.0; ///< when these were taken
     QLabel * picture_;         ///< the one that is kept; hidden without one
+    int besideFigures_ = 0;
     QLabel * overlay_;
 };

@@ -34,7 +34,8 @@ using ZMT::CORE::VectorStyleSheet;
 
 constexpr int s_numberRole = Qt::UserRole;
 constexpr int s_swatchWidth = 26, s_swatchHeight = 14;
-constexpr double s_thickest = 6.0; ///< of lines in the legend, in pixels
+constexpr QRgb s_paper = 0xffe8e8e4; ///< dark lines show on it in a dark window, too
+constexpr double s_thickest = 6.0;   ///< of lines in the legend, in pixels
 constexpr int s_mostLegendLines = 30;
 constexpr int s_mostAttributes = 16, s_longestAttribute = 120;
 constexpr int s_problemMilliseconds = 1000;
@@ -83,7 +84,7 @@ QPen penOf(const VectorStyle::Stroke & stroke) {
 /// What the style draws.
 QPixmap swatch(const VectorStyle & style) {
     QPixmap pixmap(s_swatchWidth, s_swatchHeight);
-    pixmap.fill(Qt::transparent);
+    pixmap.fill(s_paper);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF area(2.0, 2.0, s_swatchWidth - 4.0, s_swatchHeight - 4.0);

@@ -14,6 +14,7 @@
 #include <QInputDialog>
 #include <QMenu>
 #include <QMenuBar>
+#include <QStatusBar>
 
 #include "landscape/errors.h"
 #include "landscapeview.h"
@@ -77,7 +78,7 @@ MapMenu::MapMenu(ViewerWindow & window)
     signs_->setChecked(true);
 
     makeGrids();
-    menu_->addAction(tr("&Contour lines..."), Qt::Key_C, this, &MapMenu::chooseContours);
+    contours_ = menu_->addAction(tr("&Contour lines..."), Qt::Key_C, this, &MapMenu::chooseContours);
     makeTints();
     makeSun();
 
@@ -109,6 +110,8 @@ void MapMenu::takeGrid(MapGrid::Kind kind) {
     LandscapeLook look = window_.look();
     look.grid = kind;
     window_.setLook(look);
+    if (MapGrid::of(*window_.view()->landscape()) != kind)
+        window_.statusBar()->showMessage(tr("Nobody knows the coordinate system of the terrain"));
     window_.noteEdit(tr("map grid"));
 }
 
@@ -190,6 +193,8 @@ void MapMenu::setEnabled(bool isEnabled) {
     const std::shared_ptr<Landscape> landscape = isEnabled ? window_.view()->landscape() : nullptr;
     for (QAction * action : menu_->actions())
         action->setEnabled(isEnabled);
+    for (QAction * action : {grids_[0], grids_[1], contours_})
+        action->setEnabled(landscape && landscape->hasTerrain());
     for (QWidget * panel : {static_cast<QWidget *>(sun_), static_cast<QWidget *>(tints_)})
         panel->setEnabled(isEnabled);
     scale_ = landscape ? std::make_unique<MapScale>(landscape->reference()) : nullptr;
@@ -210,6 +215,7 @@ void MapMenu::showSigns() {
     bar_->setScale(isOn ? scale_->metresPerPixel(view.flight(), view.height()) : std::nullopt);
     arrow_->setHeading(view.flight().heading());
     arrow_->setVisible(isOn);
+    window_.view()->setRoomBesideFigures(isOn ? arrow_->width() + s_signMargin : 0);
     placeSigns();
 }
 

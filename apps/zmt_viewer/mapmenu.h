@@ -56,5 +56,6 @@ private:
     SunPanel * sun_;
     TintPanel * tints_;
     QAction * grids_[2] = {}; ///< of the map, and of degrees; checked while they show
-    QAction * signs_;         ///< checked while bar and arrow show
+    QAction * contours_ = nullptr;
+    QAction * signs_; ///< checked while bar and arrow show
 };

@@ -10,8 +10,10 @@
 #include <QAction>
 #include <QComboBox>
 #include <QDateTime>
+#include <QEvent>
 #include <QLabel>
 #include <QPainter>
+#include <QPixmap>
 #include <QSignalBlocker>
 #include <QSlider>
 #include <QStyle>
@@ -138,11 +140,29 @@ void TrackBar::setTime(double time) {
     player_->seek(time);
 }
 
+/// In the colour of text, since those of the style are black.
+void TrackBar::showPlaying() {
+    if (!player_) return;
+    const auto sign = player_->isPlaying() ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay;
+    const int side = style()->pixelMetric(QStyle::PM_ToolBarIconSize);
+    QPixmap pixmap = style()->standardIcon(sign).pixmap(QSize(side, side), devicePixelRatioF());
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(QRect(QPoint(), pixmap.deviceIndependentSize().toSize()),
+                     palette().color(QPalette::ButtonText));
+    painter.end();
+    play_->setIcon(pixmap);
+}
+
+void TrackBar::changeEvent(QEvent * event) {
+    if (event->type() == QEvent::PaletteChange) showPlaying();
+    QToolBar::changeEvent(event);
+}
+
 /// Of the player, whatever moved it.
 void TrackBar::follow() {
     play_->setText(player_->isPlaying() ? tr("Pause") : tr("Play"));
-    play_->setIcon(
-        style()->standardIcon(player_->isPlaying() ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+    showPlaying();
     const double share = length_ > 0.0 ? (player_->time() - player_->track()->start()) / length_ : 0.0;
     const QSignalBlocker blocker(slider_);
     slider_->setValue(int(std::lround(share * s_trackPositions)));

@@ -37,9 +37,13 @@ signals:
     /// The tracks lie elsewhere.
     void moved();
 
+protected:
+    void changeEvent(QEvent * event) override;
+
 private:
     void setTime(double time);
     void follow();
+    void showPlaying();
     QString timeText() const;
 
     Tracks * tracks_ = nullptr;

@@ -66,6 +66,7 @@ constexpr int s_progressDelay = 300;
 constexpr int s_messageMilliseconds = 8000;
 constexpr int s_refinementMilliseconds = 200, s_askMilliseconds = 100;
 constexpr std::size_t s_layerKeys = 9;
+constexpr int s_hintMargin = 12, s_scaleBarRoom = 38; ///< that of its letters besides
 
 /// `content` in a frame that may be smaller.
 QScrollArea * scrolled(QWidget * content) {
@@ -73,7 +74,8 @@ QScrollArea * scrolled(QWidget * content) {
     area->setFrameShape(QFrame::NoFrame);
     area->setWidgetResizable(true);
     area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    area->setMinimumWidth(content->minimumWidth() + area->verticalScrollBar()->sizeHint().width());
+    const int width = std::max(content->minimumWidth(), content->minimumSizeHint().width());
+    area->setMinimumWidth(width + area->verticalScrollBar()->sizeHint().width());
     area->setWidget(content);
     return area;
 }
@@ -168,7 +170,8 @@ QDockWidget * ViewerWindow::addPanel(const QString & name, const QString & title
     auto * dock = new QDockWidget(title);
     dock->setObjectName(name);
     dock->setFeatures(QDockWidget::DockWidgetMovable | QDockWidget::DockWidgetClosable);
-    dock->setWidget(content);
+    // So that panels that stand below each other do not make the window higher.
+    dock->setWidget(area == Qt::BottomDockWidgetArea ? content : scrolled(content));
     addDockWidget(area, dock);
     return dock;
 }
@@ -177,11 +180,12 @@ void ViewerWindow::makeHint() {
     hint_->setObjectName("hint");
     hint_->setTextFormat(Qt::PlainText);
     hint_->setAttribute(Qt::WA_TransparentForMouseEvents);
+    hint_->setWordWrap(true);
     (new QVBoxLayout(view_))->addWidget(hint_);
     showHint();
 }
 
-/// What may be opened, where nothing is shown; below the sample in short.
+/// What may be opened, where nothing is shown; on the sample in short, above the scale bar.
 void ViewerWindow::showHint() {
     const bool isBelow = isSample_ && view_->landscape();
     hint_->setVisible(isBelow || !view_->landscape());
@@ -193,15 +197,17 @@ void ViewerWindow::showHint() {
                                 "then images, vector files and tracks, which lie on the ground\n\n"
                                 "F1 tells keys and mouse"));
     hint_->setAlignment(Qt::AlignCenter);
+    const int bottom = isBelow ? fontMetrics().height() + s_scaleBarRoom : s_hintMargin;
+    view_->layout()->setContentsMargins(s_hintMargin, s_hintMargin, s_hintMargin, bottom);
     hint_->setStyleSheet(isBelow ? "QLabel { color: white; background: rgba(20, 28, 36, 150); "
                                    "border-radius: 6px; padding: 6px 12px; }"
                                  : "QLabel { color: #33475b; font-size: 16px; }");
-    view_->layout()->setAlignment(hint_, isBelow ? Qt::AlignBottom | Qt::AlignHCenter : Qt::AlignCenter);
+    view_->layout()->setAlignment(hint_, isBelow ? Qt::AlignBottom : Qt::AlignVCenter);
 }
 
 void ViewerWindow::makePanel() {
     panel_->setMinimumWidth(230);
-    addPanel("panel", tr("Landscape"), scrolled(panel_), Qt::RightDockWidgetArea);
+    addPanel("panel", tr("Landscape"), panel_, Qt::RightDockWidgetArea);
     connect(panel_->layers(), &LayerPanel::changed, this, [this](LayerEntry::Kind kind) {
         view_->redraw();
         noteEdit(editNameOf(kind));
@@ -385,7 +391,7 @@ void ViewerWindow::open(const std::vector<std::string> & files, VectorUse use) {
 /// Asks what is to become of the changes of a scene that another terrain ends.
 bool ViewerWindow::mayReplaceBy(const std::vector<std::string> & files) {
     const bool isReplaced =
-        view_->landscape() && (isSample_ || LandscapeLoader::bringTerrain(options_, files));
+        view_->landscape() && (isSample_ || LandscapeLoader::includeTerrain(options_, files));
     return !isReplaced || scenes_->mayLeave();
 }
 

@@ -73,6 +73,7 @@ SunPanel::SunPanel(QWidget * parent)
     position_->setWordWrap(true);
     problem_->setObjectName("sunProblem");
     problem_->setWordWrap(true);
+    problem_->setProperty("isProblem", true);
     problem_->hide();
     connect(isOn_, &QCheckBox::toggled, this, &SunPanel::take);
     connect(date_, &QDateEdit::dateChanged, this, &SunPanel::take);

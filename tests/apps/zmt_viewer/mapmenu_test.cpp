@@ -76,6 +76,30 @@ TEST_F(MapMenuTest, TheBarIsTrueWhereTheMapIsNot) {
     EXPECT_NEAR(barOnMap(), bar().metres() * 2.0, bar().metres() * 0.02);
 }
 
+TEST_F(MapMenuTest, FiguresLeaveTheArrowItsPlace) {
+    open();
+    const auto * figures = view->findChild<QLabel *>("overlay");
+    for (const int width : {900, 640, 480}) {
+        window->resize(width, 460);
+        ASSERT_TRUE(settle());
+        EXPECT_FALSE(figures->geometry().intersects(arrow().geometry())) << width;
+    }
+}
+
+TEST_F(MapMenuTest, PanelsDoNotMakeASmallWindowLarger) {
+    open();
+    window->resize(800, 600);
+    ASSERT_TRUE(settle());
+    for (const char * words : {"Sun", "Colours of heights", "Add this view"})
+        entry(words)->trigger();
+    press(Qt::Key_M);
+    EXPECT_EQ(window->size(), QSize(800, 600));
+    for (const char * name : {"sunPosition", "sunOn", "tintSave"})
+        EXPECT_TRUE(window->findChild<QWidget *>(name)->isVisible()) << name;
+    const auto * position = window->findChild<QLabel *>("sunPosition");
+    EXPECT_LE(position->heightForWidth(position->width()), position->height()) << "all lines of it";
+}
+
 TEST_F(MapMenuTest, TheSkyHasNoScale) {
     open();
     look(320.0, -200.0, 300.0, 320.0, 240.0);
@@ -304,6 +328,26 @@ protected:
         return least;
     }
 };
+
+TEST_F(GridsAndContoursTest, OtherContoursLookAsThoseBefore) {
+    open();
+    window->setContours(10.0);
+    ASSERT_TRUE(settle());
+    auto & list = view->landscape()->overlays();
+    list.list()[0]->setOpacity(0.5);
+    list.setStyle(*list.list()[0], ZMT::CORE::VectorStyleSheet::parse("color=#ff0000"));
+    window->setContours(20.0);
+    ASSERT_TRUE(settle());
+    const auto looks = overlays().looks();
+    ASSERT_EQ(looks.size(), 1U);
+    EXPECT_EQ(looks[0].name, "contour lines, 20 m");
+    EXPECT_EQ(looks[0].opacity, 0.5);
+    EXPECT_EQ(looks[0].style, "color=#ff0000");
+    list.list()[0]->setShown(false);
+    window->setContours(5.0);
+    ASSERT_TRUE(settle());
+    EXPECT_FALSE(overlays().looks()[0].isShown);
+}
 
 TEST_F(GridsAndContoursTest, AMapGridLiesAtRoundCoordinates) {
     openWhite();

@@ -68,6 +68,7 @@ TEST_F(ThemeTest, AllIsReadable) {
             EXPECT_GT(contrast(palette.color(text), palette.color(ground)), 4.3) << name << " " << int(text);
         for (const QWidget * widget :
              {static_cast<const QWidget *>(window->findChild<QPushButton *>("failureNotice")),
+              static_cast<const QWidget *>(window->findChild<QLabel *>("sunProblem")),
               static_cast<const QWidget *>(window->findChild<QLabel *>("layerProblem"))}) {
             widget->ensurePolished();
             const auto role = widget->foregroundRole();

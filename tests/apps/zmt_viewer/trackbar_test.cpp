@@ -4,6 +4,7 @@
 #include <QSlider>
 
 #include "groundtest.h"
+#include "theme.h"
 
 #include <zmt/raster/vector/isotime.h>
 
@@ -27,6 +28,16 @@ protected:
         add(380.0, 660);
         add(580.0, 720);
         return text + "</trkseg></trk></gpx>";
+    }
+    /// Of the opaque pixels of the sign that plays.
+    int signLightness() const {
+        const auto * play = bar()->actions().value(0);
+        const QImage sign = play->icon().pixmap(16, 16).toImage();
+        int lightness = -1;
+        for (int y = 0; y < sign.height(); ++y)
+            for (int x = 0; x < sign.width(); ++x)
+                if (sign.pixelColor(x, y).alpha() > 250) lightness = sign.pixelColor(x, y).lightness();
+        return lightness;
     }
     void openTrack(const std::string & time = "") {
         LandscapeOptions options;
@@ -52,6 +63,17 @@ protected:
         return range;
     }
 };
+
+TEST_F(TrackBarTest, TheSignThatPlaysHasTheColourOfTheTheme) {
+    openTrack();
+    for (const auto & [theme, low, high] : {std::tuple("light", 0, 60), std::tuple("dark", 200, 255)}) {
+        window->theme()->set(theme);
+        QCoreApplication::processEvents();
+        EXPECT_GE(signLightness(), low) << theme;
+        EXPECT_LE(signLightness(), high) << theme;
+    }
+    window->theme()->set("system");
+}
 
 TEST_F(TrackBarTest, ADroppedTrackIsPlayedAndDrawn) {
     open();

@@ -613,7 +613,15 @@ TEST_F(SampleWindowTest, IsShownWithAHint) {
     EXPECT_EQ(view->landscape()->layers().size(), 3U);
     EXPECT_TRUE(hint()->text().contains("sample")) << hint()->text().toStdString();
     EXPECT_TRUE(hint()->isVisible());
-    EXPECT_GT(hint()->geometry().top(), view->height() * 3 / 4) << "out of the way";
+    EXPECT_GT(hint()->geometry().top(), view->height() / 2) << "out of the way";
+    for (const int width : {700, 480}) {
+        window->resize(width, 480);
+        ASSERT_TRUE(settle());
+        const auto * bar = view->findChild<QWidget *>("scaleBar");
+        ASSERT_TRUE(bar->isVisible());
+        EXPECT_FALSE(hint()->geometry().intersects(bar->geometry())) << width;
+        EXPECT_LE(hint()->heightForWidth(hint()->width()), hint()->height()) << width;
+    }
     window->openSample(std::nullopt);
     EXPECT_FALSE(window->loader()->isRunning());
     window->reload();
