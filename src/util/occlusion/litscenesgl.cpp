@@ -1,10 +1,11 @@
 // Casters and receivers become scenes that the engine draws with its painters. Textures and materials have no
 // part in it, so that they are left out. Terrains are drawn at their finest level while the light is added
-// up.
+// up: by the painter of their patches, of which trees put many into one here, or else by their own.
 
 #include "litscenesgl.h"
 
 #include <algorithm>
+#include <vector>
 
 #include <nbx/engine/graphicsmemorymanager.h>
 #include <nbx/gl/state/shapematerialgl.h>
@@ -17,11 +18,13 @@
 #include <nbx/scene/view/translation.h>
 #include <zmt/core/terrain/frame/localframe.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/core/terrain/texture/terraintexturingeffect.h>
 
 #include "acceptancecontrol.h"
 #include "ambientocclusionshaders.h"
+#include "finestpatches.h"
 #include "lighttargetsgl.h"
 
 namespace ZMT::UTIL {
@@ -82,24 +85,44 @@ template <class Append> SO<SceneThing> newPlainScene(Append append) {
     return scene;
 }
 
-/// Patches are drawn in local coordinates.
-SO<SceneThing> newTerrainNode(CORE::Terrain & terrain) {
-    SO<SceneThing> node(new SceneThing);
-    node->append(new NBX::Translation(CORE::LocalFrame(terrain.origin()).originInScene()));
-    node->append(&terrain);
-    return node;
-}
+/// The ground, as it is drawn for each direction.
+class Ground {
+public:
+    explicit Ground(CORE::Terrain & terrain)
+        : terrain_(terrain), frame_(terrain.origin()), patches_(FinestPatches::of(terrain.root())) {}
+
+    /// What of it may lie above or below `part`, which is in scene coordinates.
+    SO<SceneThing> newNode(const NBX::Bounds & part) const {
+        // Patches are drawn in local coordinates.
+        SO<SceneThing> node(new SceneThing);
+        node->append(new NBX::Translation(frame_.originInScene()));
+        if (patches_.empty()) node->append(&terrain_);
+        for (const SO<CORE::GridPatch> & patch : patches_)
+            if (liesOver(frame_.toScene(patch->boundingBox()), part)) node->append(patch.get());
+        return node;
+    }
+
+private:
+    static bool liesOver(const NBX::Bounds & a, const NBX::Bounds & b) {
+        const Vector low = a.getLLF(), high = a.getURB(), otherLow = b.getLLF(), otherHigh = b.getURB();
+        return low.x <= otherHigh.x && otherLow.x <= high.x && low.z <= otherHigh.z && otherLow.z <= high.z;
+    }
+
+    CORE::Terrain & terrain_;
+    CORE::LocalFrame frame_;
+    std::vector<SO<CORE::GridPatch>> patches_; ///< none where its own painter draws the terrain
+};
 
 } // namespace
 
 LitSceneGL newLitSceneGL(const AOImpl::TerrainStep & step) {
     LitSceneGL scene;
+    const Ground whole(*step.terrain);
     scene.casters = newPlainScene([&](SceneThing & thing) {
-        thing.append(newTerrainNode(*step.terrain).get());
+        thing.append(whole.newNode(step.terrain->boundingBox()).get());
         if (step.casters) thing.append(step.casters.get());
     });
-    scene.receiver =
-        newPlainScene([&](SceneThing & thing) { thing.append(newTerrainNode(*step.terrain).get()); });
+    scene.receiver = newPlainScene([&](SceneThing & thing) { thing.append(whole.newNode(step.part).get()); });
     scene.program = AmbientOcclusionShaders::getTerrainTextureCreatorProgram();
 
     const NBX::Bounds ground = step.terrain->boundingBox();

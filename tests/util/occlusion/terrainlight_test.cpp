@@ -8,6 +8,7 @@
 #include <nbx/scene/shape/polygonset.h>
 #include <zmt/core/terrain/frame/geotransformation.h>
 #include <zmt/core/terrain/geometry/base/geometrypatch.h>
+#include <zmt/core/terrain/geometry/regular/gridpatch.h>
 #include <zmt/core/terrain/geometry/tree/creategeometrytree.h>
 #include <zmt/core/terrain/geometry/view/terrain.h>
 #include <zmt/raster/gdal/rasterfile.h>
@@ -289,6 +290,32 @@ TEST_F(TerrainLightTest, BothRenderersGiveTheSame) {
             for (int x = 0; x < 32; ++x)
                 EXPECT_EQ(green(fbo, x, y), green(pbuffer, x, y)) << x << " " << y;
     }
+}
+
+/// A root below which nothing is known before it is drawn.
+class UnreadRoot : public GridPatch {
+public:
+    UnreadRoot(const SO<GridData> & grid, const GeometryPatch & whole,
+               const std::vector<SO<GeometryPatch>> & children)
+        : GridPatch(grid, NBX::Area(0, 0, 1, 1), whole.boundingBox(), 1e6, whole.wall(),
+                    new NBX::NonPersistentArray<SO<GeometryPatch>>(children)) {}
+    bool childrenAreInMemory() const override { return false; }
+};
+
+TEST_F(TerrainLightTest, PatchesPutTogetherAreLitAsByTheTerrainsOwnPainterAndNearerToRays) {
+    build(140, 10.0, [](unsigned x, unsigned y) { return 60.0 * std::sin(0.1 * x) * std::cos(0.13 * y); });
+    const LightList lights = sky(12);
+    const auto difference = [&] {
+        const ComparedLight compared = compare(render(lights, 128), lights, nullptr, 2.0);
+        EXPECT_GT(compared.correlation(), 0.97);
+        return compared.meanDifference();
+    };
+    const double together = difference();
+    terrain = new Terrain(grid.get(), new UnreadRoot(grid, *terrain->root(), {terrain->root()}));
+    const double painted = difference();
+    EXPECT_LT(together, 0.0105);
+    EXPECT_LT(painted, 0.02);
+    EXPECT_LT(together, painted);
 }
 
 TEST_F(TerrainLightTest, ATextureShowsThePartAskedFor) {
