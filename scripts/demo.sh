@@ -129,4 +129,18 @@ echo "demo: out/window.png"
 xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view data/everest_srtm3.tif data/everest_landsat7_rgb.tif \
     --fill-voids --method chunked --view closeup --screenshot out/window.png 2>out/window.log || fail "$(tail -n 1 out/window.log)"
 
+# A flight between three views as a strip of its frames, and the window with these and the profile of a line.
+ways=(data/everest_srtm3.tif data/everest_landsat7_rgb.tif --fill-voids --method chunked --lonlat
+    --bookmark at:86.86,27.93,20,30,22000 --bookmark at:86.86,27.93,345,25,14000 --bookmark at:86.82,27.9,300,30,20000)
+view() {
+    local name=$1
+    shift
+    echo "demo: out/$name.png"
+    xvfb-run -a -s "-screen 0 1400x900x24" "$zmt" view "${ways[@]}" "$@" 2>"out/$name.log" ||
+        fail "$(tail -n 1 "out/$name.log")"
+}
+view flight --size 720x480 --frames 6 --flight out/flight.png
+view profile --view at:86.86,27.93,20,30,22000 --measure 481000,3088000,487000,3092500,494000,3095000 \
+    --screenshot out/profile.png
+
 echo "demo: the pictures and their statistics are in out/"

@@ -22,7 +22,6 @@ namespace {
 
 constexpr int s_bookmarkWidth = 192, s_bookmarkHeight = 120; ///< of pictures, twice as fine as they show
 constexpr int s_bookmarkQuality = 80;
-constexpr double s_framesPerSecond = 25.0;
 constexpr int s_savedMilliseconds = 8000;
 
 /// What fits into a small picture of it, without borders.
@@ -35,14 +34,6 @@ std::vector<std::uint8_t> bookmarkPicture(const QImage & image) {
     QBuffer bytes;
     scaled.copy(middle).save(&bytes, "JPEG", s_bookmarkQuality);
     return {bytes.data().begin(), bytes.data().end()};
-}
-
-Flight flightThrough(const std::vector<Bookmark> & bookmarks) {
-    std::vector<Flight::Position> positions;
-    positions.reserve(bookmarks.size());
-    for (const Bookmark & bookmark : bookmarks)
-        positions.push_back(bookmark.position);
-    return Flight(positions);
 }
 
 } // namespace
@@ -97,12 +88,20 @@ void BookmarkMenu::flyToNext(int steps) {
     flyTo(panel_->select(steps));
 }
 
+Flight BookmarkMenu::flight() const {
+    std::vector<Flight::Position> positions;
+    positions.reserve(panel_->bookmarks().size());
+    for (const Bookmark & bookmark : panel_->bookmarks())
+        positions.push_back(bookmark.position);
+    return Flight(positions);
+}
+
 void BookmarkMenu::flyThroughAll() {
-    player_->play(flightThrough(panel_->bookmarks()));
+    player_->play(flight());
 }
 
 void BookmarkMenu::chooseFlight() {
-    const QString folder = tr("Pictures in a new folder (*)");
+    const QString folder = tr("Pictures in a new folder (*);;Nine frames in one picture (*.png)");
     const QString films = tr("Films (*.mp4 *.webm *.mkv *.mov)");
     const bool hasFilms = !FlightRecorder::filmProgram().isEmpty();
     const QString chosen =
@@ -123,7 +122,7 @@ void BookmarkMenu::saveFlight(const std::string & path) {
         progress_->setAutoReset(false);
         connect(progress_, &QProgressDialog::canceled, recorder_, &FlightRecorder::cancel);
         saving_ = path;
-        recorder_->start(flightThrough(panel_->bookmarks()), path, s_framesPerSecond);
+        recorder_->start(flight(), path, FlightRecorder::rate(flight(), path));
     } catch (const std::exception & error) {
         endFlight(QString::fromStdString(messageOf(error)));
     }

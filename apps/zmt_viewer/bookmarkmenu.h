@@ -4,6 +4,8 @@
 
 #include <QObject>
 
+#include "scene/flight.h"
+
 class BookmarkPanel;
 class FlightPlayer;
 class FlightRecorder;
@@ -31,6 +33,8 @@ public:
     void add();
     void flyTo(int number);
     void flyThroughAll();
+    /// Through all of them.
+    Flight flight() const;
     /// As `FlightRecorder::start`; progress and failures are shown.
     void saveFlight(const std::string & path);
 

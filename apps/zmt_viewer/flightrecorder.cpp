@@ -9,13 +9,17 @@
 #include <filesystem>
 #include <system_error>
 
+#include <QBuffer>
 #include <QDir>
+#include <QImage>
+#include <QPainter>
 #include <QStandardPaths>
 
 #include "flightplayer.h"
 #include "landscape/errors.h"
 #include "landscapeview.h"
 
+#include <nbx/data/atomicfilewriter.h>
 #include <nbx/data/file.h>
 
 namespace {
@@ -25,8 +29,10 @@ namespace fs = std::filesystem;
 constexpr int s_frameMilliseconds = 5;
 constexpr unsigned s_samples = 4;       ///< of each pixel, so that nothing shimmers
 constexpr int s_longestFrame = 120'000; ///< in milliseconds
-constexpr int s_mostFrames = 99'999;
-constexpr int s_endMilliseconds = 2000; ///< for the program to end when it is told to
+constexpr double s_usualRate = 25.0;    ///< pictures for each second
+constexpr unsigned s_stripFrames = 9;
+constexpr int s_stripWidth = 480, s_stripGap = 6; ///< of one frame, and around it, in pixels
+constexpr int s_endMilliseconds = 2000;           ///< for the program to end when it is told to
 
 } // namespace
 
@@ -47,17 +53,34 @@ QString FlightRecorder::filmProgram() {
     return QStandardPaths::findExecutable("ffmpeg");
 }
 
+bool FlightRecorder::isStrip(const std::string & path) {
+    return QString::fromStdString(NBX::File::extensionName(path)).toLower() == "png";
+}
+
+double FlightRecorder::rate(const Flight & flight, const std::string & path, unsigned frames) {
+    if (frames == 0 && isStrip(path)) frames = s_stripFrames;
+    if (frames == 0 || !(flight.duration() > 0.0)) return s_usualRate;
+    return (frames > 1 ? frames - 1.0 : 0.5) / flight.duration();
+}
+
+void FlightRecorder::checkPath(const std::string & path) {
+    if (isFilm(path) && filmProgram().isEmpty())
+        throw DataError("films need the program ffmpeg, which is not installed; save pictures in a folder");
+    std::error_code error;
+    const bool isThere = fs::exists(path, error), isFolder = fs::is_directory(path, error);
+    if (isThere && isFolder && (isFilm(path) || isStrip(path))) throw DataError(path + ": is a folder");
+    if (!isFilm(path) && !isStrip(path) && isThere && !(isFolder && fs::is_empty(path, error)))
+        throw DataError(path + ": is there already; pictures of a flight go into a folder of their own");
+}
+
 void FlightRecorder::start(const Flight & flight, const std::string & path, double framesPerSecond) {
     const double count = std::floor(flight.duration() * framesPerSecond + 1e-6) + 1.0;
     if (flight.empty() || !view_.landscape()) throw DataError("there is no flight to save");
     if (!(framesPerSecond > 0.0) || count > s_mostFrames)
         throw DataError("a flight has at most 99999 pictures; choose fewer for a second");
-    if (isFilm(path) && filmProgram().isEmpty())
-        throw DataError("films need the program ffmpeg, which is not installed; save pictures in a folder");
-    std::error_code error;
-    if (!isFilm(path) && fs::exists(path, error) &&
-        !(fs::is_directory(path, error) && fs::is_empty(path, error)))
-        throw DataError(path + ": is there already; pictures of a flight go into a folder of their own");
+    if (isStrip(path) && count > s_mostStripFrames)
+        throw DataError("one picture has at most 64 pictures of a flight; choose fewer for a second");
+    checkPath(path);
     path_ = NBX::File::absolutePath(path);
     aside_ = std::make_unique<QTemporaryDir>(
         QString::fromStdString((fs::path(path_).parent_path() / ".flight-XXXXXX").string()));
@@ -109,6 +132,7 @@ void FlightRecorder::saveFrame() {
 
 void FlightRecorder::finish() {
     if (isFilm(path_)) return makeFilm();
+    if (isStrip(path_)) return makeStrip();
     std::error_code error;
     fs::remove(path_, error); // an empty folder
     // Others may read it, other than what is temporary.
@@ -116,6 +140,33 @@ void FlightRecorder::finish() {
     fs::rename(aside_->path().toStdString(), path_, error);
     if (error) return end(QString::fromStdString(path_ + ": cannot be written: " + error.message()));
     aside_->setAutoRemove(false);
+    end({});
+}
+
+/// In rows of as many frames as there are rows, or one more.
+void FlightRecorder::makeStrip() {
+    const int columns = int(std::ceil(std::sqrt(double(frames_)))), rows = (frames_ + columns - 1) / columns;
+    const QSize cell = QSize(s_stripWidth, s_stripWidth * size_.height() / std::max(size_.width(), 1));
+    QImage strip(columns * (cell.width() + s_stripGap) + s_stripGap,
+                 rows * (cell.height() + s_stripGap) + s_stripGap, QImage::Format_RGB32);
+    strip.fill(Qt::black);
+    QPainter painter(&strip);
+    for (int frame = 0; frame < frames_; ++frame) {
+        const QPoint corner(frame % columns * (cell.width() + s_stripGap) + s_stripGap,
+                            frame / columns * (cell.height() + s_stripGap) + s_stripGap);
+        const QImage picture(QString::fromStdString(frameName(frame)));
+        painter.drawImage(corner, picture.scaled(cell, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+    }
+    painter.end();
+    try {
+        QBuffer bytes;
+        if (!strip.save(&bytes, "PNG")) throw DataError(path_ + ": the picture could not be encoded");
+        NBX::AtomicFileWriter out(path_);
+        out.write(bytes.data().constData(), std::uint64_t(bytes.data().size()));
+        out.commit();
+    } catch (const std::exception & error) {
+        return end(QString::fromStdString(messageOf(error)));
+    }
     end({});
 }
 

@@ -14,8 +14,9 @@
 class LandscapeView;
 
 /// Saves a flight as pictures of the size of the view, each of which is complete: as numbered files in a
-/// folder of their own, "frame_00001.png" and so on, or as a film, which the program ffmpeg makes of them.
-/// Works while the window goes on; what is saved appears when all of it is there.
+/// folder of their own, "frame_00001.png" and so on, as a film, which the program ffmpeg makes of them, or as
+/// one picture that has them side by side. Works while the window goes on; what is saved appears when all of
+/// it is there.
 class FlightRecorder : public QObject {
     Q_OBJECT
 public:
@@ -24,11 +25,20 @@ public:
 
     /// Whether the name is that of a film, by its suffix: mp4, mkv, mov or webm.
     static bool isFilm(const std::string & path);
+    /// Whether it is that of one picture with all frames, png.
+    static bool isStrip(const std::string & path);
     /// The program that makes films; empty where it is not installed.
     static QString filmProgram();
 
-    /// `path` is the name of a film, or else that of a folder, which must be empty or missing. Throws
-    /// `DataError`, and nothing has begun then. Nothing else is being recorded.
+    static constexpr unsigned s_mostFrames = 99'999, s_mostStripFrames = 64;
+    /// The pictures for each second that show `frames` of them, from the start of a flight to its end; those
+    /// that `path` usually gets for 0.
+    static double rate(const Flight & flight, const std::string & path, unsigned frames = 0);
+    /// Throws `DataError` where `start` would for that reason.
+    static void checkPath(const std::string & path);
+
+    /// `path` is the name of a film or of one picture, or else that of a folder, which must be empty or
+    /// missing. Throws `DataError`, and nothing has begun then. Nothing else is being recorded.
     void start(const Flight & flight, const std::string & path, double framesPerSecond);
     /// Leaves nothing, and ends with the problem `cancelled()`.
     void cancel();
@@ -45,6 +55,7 @@ private:
     void showFrame();
     void saveFrame();
     void finish();
+    void makeStrip();
     void makeFilm();
     void takeFilm();
     void end(const QString & problem);

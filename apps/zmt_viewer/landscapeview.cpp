@@ -315,13 +315,23 @@ void LandscapeView::dropPicture() {
     picture_->clear();
 }
 
+void LandscapeView::place(const View & view) {
+    const double aspect = double(std::max(width(), 1)) / std::max(height(), 1);
+    const Viewpoint viewpoint = findViewpoint(view, landscape_->viewedGround(), aspect);
+    tellBuriedEye(viewpoint, landscape_->viewedGround());
+    flight_.setView(viewpoint.eye, viewpoint.aim);
+}
+
+void LandscapeView::lookFrom(const View & view) {
+    place(view);
+    dropPicture();
+    redraw();
+}
+
 void LandscapeView::goTo(const View & view) {
     home_ = view;
     try {
-        const double aspect = double(std::max(width(), 1)) / std::max(height(), 1);
-        const Viewpoint viewpoint = findViewpoint(view, landscape_->viewedGround(), aspect);
-        tellBuriedEye(viewpoint, landscape_->viewedGround());
-        flight_.setView(viewpoint.eye, viewpoint.aim);
+        place(view);
     } catch (const UsageError & error) {
         writeError(error.what());
         goTo(View()); // which every ground has

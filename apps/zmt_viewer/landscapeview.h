@@ -64,6 +64,8 @@ public:
     /// Goes there, as far as the ground allows; nothing without a landscape. While it moves pictures may be
     /// coarse.
     void setViewCoordinates(const std::array<double, 6> & coordinates, bool isMoving);
+    /// Looks from `view`. Throws `UsageError` as `findViewpoint` does; there is a landscape.
+    void lookFrom(const View & view);
     /// What was drawn last; null without a picture.
     QImage image() const;
     void setExaggeration(double exaggeration);
@@ -137,6 +139,7 @@ private:
 
     void freeCanvas();
     void fitCanvas();
+    void place(const View & view);
     void goTo(const View & view);
     void placeCamera();
     FlightGround ground() const;

@@ -19,7 +19,7 @@
 
 #include "landscape/errors.h"
 #include "landscapeview.h"
-#include "profileplot.h"
+#include "map/profileplot.h"
 #include "scene/groundmeasure.h"
 #include "viewerwindow.h"
 
@@ -112,6 +112,17 @@ void MeasureTool::addUnderMouse() {
 
 void MeasureTool::add(const Point & place) {
     line_.push_back(place);
+    measure();
+}
+
+void MeasureTool::measureAlong(const std::vector<Point> & places) {
+    const auto & landscape = window_.view()->landscape();
+    isOn_->setChecked(true);
+    line_ = places;
+    if (landscape && landscape->hasTerrain())
+        for (Point & place : line_)
+            if (const double height = heightOf(*landscape)(place.x, place.z); std::isfinite(height))
+                place.y = height;
     measure();
 }
 

@@ -29,6 +29,8 @@ public:
     void setEnabled(bool isEnabled);
     /// In map coordinates.
     void add(const Point & place);
+    /// Another line, in the panel, which opens. The places have no heights yet.
+    void measureAlong(const std::vector<Point> & places);
     void removeLast();
     void clear();
     const std::vector<Point> & line() const { return line_; }

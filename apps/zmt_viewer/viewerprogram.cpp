@@ -1,6 +1,5 @@
-// Options and their checks, then the application and its window, then the screenshot, which waits by a timer
-// until the picture is complete. Without a window system Qt ends the process, so its first message is caught
-// to tell why.
+// Options and their checks, then the application and its window. Without a window system Qt ends the process,
+// so its first message is caught to tell why.
 
 #include "viewerprogram.h"
 
@@ -9,21 +8,15 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <QApplication>
-#include <QBuffer>
-#include <QTimer>
 
-#include "landscape/arrivals.h"
 #include "landscape/commandoptions.h"
 #include "landscape/errors.h"
 #include "landscape/picture.h"
-#include "landscape/readfailures.h"
 #include "landscape/streamedfiles.h"
 #include "landscapeview.h"
 #include "program/defaults.h"
@@ -34,18 +27,14 @@
 #include "viewerwindow.h"
 #include "windowcontextgl.h"
 #include "windowmemory.h"
+#include "windowtask.h"
 
-#include <nbx/data/atomicfilewriter.h>
-#include <nbx/image/imagewriter.h>
 #include <zmt/core/terrain/frame/terrainpainterglsettings.h>
 
 namespace {
 
 using ZMT::CORE::TerrainPainterGLSettings;
 
-constexpr int s_pollMilliseconds = 50;
-constexpr int s_pictureQuality = 90;
-constexpr int s_longestScreenshot = 120'000;
 constexpr std::chrono::milliseconds s_longestEnd(500);
 
 struct ViewerOptions {
@@ -58,8 +47,7 @@ struct ViewerOptions {
     MemoryBudgets memory;
     bool wireframe = false;
     bool patches = false;
-    std::string screenshot;
-    bool allowIncomplete = false;
+    WindowTask task;
     bool profile = false;
 };
 
@@ -82,11 +70,7 @@ void addOptions(CLI::App & app, ViewerOptions & options) {
     app.add_flag("--wireframe", options.wireframe, "Draw edges");
     app.add_flag("--patches", options.patches, "Give each patch a colour, to show the level of detail");
     addPictureNotes(app);
-    app.add_option("--screenshot", options.screenshot,
-                   "Save the window when the picture is complete, and end: JPEG where the name ends in jpg "
-                   "or jpeg, else PNG");
-    app.add_flag("--allow-incomplete", options.allowIncomplete,
-                 "Save the window also where parts of streamed files cannot be read");
+    addTaskOptions(app, options.task);
     app.add_flag("--profile", options.profile,
                  "Tell at the end, on the standard error stream, how long the window drew and waited");
 }
@@ -109,82 +93,18 @@ void checkOptions(const ViewerOptions & options) {
         landscape.terrain = file;
         checkLandscape(landscape);
     }
-    if (!options.screenshot.empty() && options.files.empty() && options.landscape.cities.files.empty())
-        throw UsageError("--screenshot needs a FILE or a --city");
-    if (options.allowIncomplete && options.screenshot.empty())
-        throw UsageError("--allow-incomplete needs a --screenshot");
+    if (options.task.saves() && options.files.empty() && options.landscape.cities.files.empty())
+        throw UsageError(std::string(options.task.flight.empty() ? "--screenshot" : "--flight") +
+                         " needs a FILE or a --city");
     std::vector<NamedFile> inputs = inputFiles(options.landscape);
     for (const std::string & path : options.files)
         inputs.push_back({"FILE", path});
-    checkOutputs(inputs, {{"--screenshot", options.screenshot}});
-    checkPictureName("--screenshot", options.screenshot);
+    checkTask(options.task, inputs);
 }
 
 bool hasDisplay() {
     return std::getenv("DISPLAY") || std::getenv("WAYLAND_DISPLAY") || std::getenv("QT_QPA_PLATFORM");
 }
-
-/// Saves the window when it is complete; ends the program with what became of it.
-class Screenshot {
-public:
-    /// Throws `NBX::IOException`: a file that cannot be written is noticed before the long work.
-    Screenshot(ViewerWindow & window, const std::string & path, bool allowsIncomplete)
-        : window_(window), allowsIncomplete_(allowsIncomplete), path_(path),
-          format_(NBX::ImageWriter::isJPEG(path) ? "JPEG" : "PNG"), out_(path) {
-        QObject::connect(&timer_, &QTimer::timeout, &window, [this] { look(); });
-        timer_.start(s_pollMilliseconds);
-    }
-
-private:
-    void look() {
-        // A city whose textures cannot be read is whole, and blurred.
-        const auto & landscape = window_.view()->landscape();
-        const bool lacksCities =
-            landscape && !std::as_const(*landscape).cities().empty() && !readFailures().empty();
-        if (!window_.lastError().isEmpty() && !lacksCities) return fail(window_.lastError().toStdString());
-        if (window_.loader()->isRunning()) return;
-        waited_ += s_pollMilliseconds;
-        if (waited_ > s_longestScreenshot) return fail("the picture did not become complete");
-        if (window_.view()->isComplete()) return lacksCities ? saveIncomplete() : save();
-        if (landscape && landscape->isReadWhileShown() && arrivals_.haveEnded()) saveIncomplete();
-    }
-    void saveIncomplete() {
-        try {
-            giveUpPicture(window_.view()->frames().missingTiles, window_.shownFile(), allowsIncomplete_);
-        } catch (const DataError & error) {
-            return fail(error.what());
-        }
-        save();
-    }
-    void save() {
-        try {
-            for (const CityLayer & city : std::as_const(*window_.view()->landscape()).cities())
-                checkOutputs(city.pagingFiles(), {{"--screenshot", path_}});
-            QBuffer picture;
-            if (!window_.grab().save(&picture, format_, s_pictureQuality))
-                return fail("the picture could not be encoded");
-            out_.write(picture.data().constData(), std::uint64_t(picture.size()));
-            out_.commit();
-            QCoreApplication::exit(ES_Success);
-        } catch (const std::exception & error) {
-            fail(error.what());
-        }
-    }
-    void fail(const std::string & message) {
-        timer_.stop();
-        writeError(message);
-        QCoreApplication::exit(ES_Data);
-    }
-
-    ViewerWindow & window_;
-    const bool allowsIncomplete_;
-    const std::string path_;
-    const char * format_;
-    NBX::AtomicFileWriter out_;
-    QTimer timer_;
-    Arrivals arrivals_;
-    int waited_ = 0;
-};
 
 /// Qt ends the process where it can make no window. The first thing that it says is the reason.
 void tellWhyThereIsNoWindow(QtMsgType type, const QMessageLogContext &, const QString & message) {
@@ -226,13 +146,12 @@ int showWindow(const ViewerOptions & options, int argc, char ** argv, RunProfile
     TerrainPainterGLSettings::setTextureError(options.errors.texture);
 
     ViewerWindow window(options.landscape, options.view);
-    std::optional<Screenshot> screenshot;
-    if (!options.screenshot.empty()) screenshot.emplace(window, options.screenshot, options.allowIncomplete);
+    const WindowTaskRunner runner(window, options.task);
     window.resize(int(options.size.width), int(options.size.height));
-    // A screenshot looks the same for everybody.
-    WindowMemory memory(window, screenshot ? "" : WindowState::userFile());
+    // What is saved looks the same for everybody.
+    WindowMemory memory(window, options.task.saves() ? "" : WindowState::userFile());
     memory.apply(options.isSizeGiven);
-    if (screenshot) window.theme()->set("light");
+    if (options.task.saves()) window.theme()->set("light");
     window.setWireframe(options.wireframe);
     window.setPatches(options.patches);
     window.show();
@@ -265,6 +184,8 @@ int runViewer(int argc, char ** argv) {
         // It takes them from the end, without the program's name.
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
         options.isSizeGiven = app.count("--size") > 0;
+        for (View & bookmark : options.task.bookmarks)
+            bookmark.isLonLat = options.view.isLonLat;
         checkOptions(options);
         return showWindow(options, 1, argv, profile);
     } catch (const CLI::ParseError & error) {

@@ -5,7 +5,7 @@
 #include <QLabel>
 #include <QStatusBar>
 
-#include "profileplot.h"
+#include "map/profileplot.h"
 #include "support/zmtrun.h"
 #include "viewertest.h"
 
