@@ -214,7 +214,7 @@ unsigned VectorTexture::getBufferSize() const {
 }
 
 void VectorTexture::setMaxTexturePatches(unsigned count) {
-    tables().setRoom(count);
+    tables().maxPatches = std::max(count, 1U);
 }
 
 unsigned VectorTexture::getMaxTexturePatches() {

@@ -148,11 +148,6 @@ std::vector<NBX::SO<VectorTextureTables::Patch>> VectorTextureTables::takeQueue(
     return patches;
 }
 
-void VectorTextureTables::setRoom(unsigned count) {
-    isFull_ = isFull_ && count <= maxPatches;
-    maxPatches = std::max(count, 1U);
-}
-
 void VectorTextureTables::beginFrame(const TerrainPainterFrameManager::Info & info) {
     const bool isNewPicture = drawnBoxes_.begin(info.engine);
     if (isNewPicture) ++picture_;

@@ -69,8 +69,6 @@ public:
     /// True when there was no room for any patch that waited when the queue was taken last: nothing more
     /// comes as long as the view stays.
     bool isFull() const { return isFull_; }
-    /// `count` patches have room from now on, at least one; what found none may be wished again.
-    void setRoom(unsigned count);
 
     // Frames.
 

@@ -363,6 +363,7 @@ TEST_F(VectorTextureTest, AViewThatDoesNotFitComesToRest) {
         if (i == 8) drawnAtLast = drawn();
     }
     EXPECT_FALSE(wasIncomplete) << "nothing more comes";
+    EXPECT_TRUE(VectorTexture::needsMoreTexturePatches());
     EXPECT_EQ(drawn(), drawnAtLast);
     EXPECT_LE(tables().textureCount(), 3U);
     // What there is room for now comes, and is announced.
@@ -375,6 +376,7 @@ TEST_F(VectorTextureTest, AViewThatDoesNotFitComesToRest) {
     end(engine.get());
     EXPECT_GT(drawn(), drawnAtLast);
     EXPECT_TRUE(canvas->redisplayPending());
+    EXPECT_FALSE(VectorTexture::needsMoreTexturePatches());
 }
 
 TEST_F(VectorTextureTest, WhatAnEarlierMovingViewWantedIsForgotten) {
