@@ -16,6 +16,7 @@
 #include "flightrecorder.h"
 #include "landscape/errors.h"
 #include "landscapeview.h"
+#include "trackbar.h"
 #include "viewerwindow.h"
 
 namespace {
@@ -113,6 +114,7 @@ void BookmarkMenu::chooseFlight() {
 void BookmarkMenu::saveFlight(const std::string & path) {
     if (recorder_->isRunning()) return;
     player_->stop();
+    window_.tracks()->pause(); // or pictures would depend on how long they take
     try {
         checkOutputs(inputFiles(window_.scene().landscape), {{"the flight", path}});
         progress_ = new QProgressDialog(tr("Saving the flight"), tr("Cancel"), 0, 1, &window_);

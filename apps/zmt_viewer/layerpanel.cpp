@@ -320,6 +320,7 @@ void LayerPanel::select() {
     // Rules of a file have no room here.
     const QString text = QString::fromStdString(overlay()->styleSheet().text());
     style_->setText(text.contains('\n') || text.contains(':') ? QString() : text);
+    style_->setCursorPosition(0); // it begins with what it draws
 }
 
 void LayerPanel::showProblems() {

@@ -121,11 +121,14 @@ void TrackBar::setTracks(Tracks * tracks) {
 }
 
 void TrackBar::togglePlay() {
-    if (!player_) return;
-    if (player_->isPlaying())
-        player_->pause();
-    else
+    if (player_ && !player_->isPlaying())
         player_->play();
+    else
+        pause();
+}
+
+void TrackBar::pause() {
+    if (player_ && player_->isPlaying()) player_->pause();
 }
 
 void TrackBar::changeSpeed(int steps) {

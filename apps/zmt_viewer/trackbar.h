@@ -28,6 +28,7 @@ public:
 
     // For keys; nothing without tracks.
     void togglePlay();
+    void pause();
     /// By so many of the speeds there are.
     void changeSpeed(int steps);
     /// By so many hundredths of all time.

@@ -3,6 +3,8 @@
 #include <QComboBox>
 #include <QSlider>
 
+#include "bookmarkmenu.h"
+#include "flightrecorder.h"
 #include "groundtest.h"
 #include "theme.h"
 
@@ -182,6 +184,20 @@ TEST_F(TrackBarTest, PausesAndAsksForNoFramesThen) {
     QTest::qWait(200);
     EXPECT_EQ(before, view->frames().count);
     EXPECT_EQ(paused, time());
+}
+
+/// Otherwise what they show would depend on how long they take.
+TEST_F(TrackBarTest, StandsStillInSavedFlights) {
+    openTrack("+0");
+    window->bookmarks()->add();
+    QTest::keyClick(view, Qt::Key_Space);
+    ASSERT_TRUE(bar()->player()->isPlaying());
+    window->bookmarks()->saveFlight(files.out("flight"));
+    EXPECT_FALSE(bar()->player()->isPlaying());
+    EXPECT_TRUE(window->bookmarks()->recorder()->isRunning());
+    window->bookmarks()->recorder()->cancel();
+    bar()->pause();
+    EXPECT_FALSE(bar()->player()->isPlaying());
 }
 
 TEST_F(TrackBarTest, TimeAndSpeedOutliveWhatIsOpenedBesideIt) {
