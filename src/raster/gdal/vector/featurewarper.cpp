@@ -25,7 +25,7 @@ using Kind = FeatureShapes::Kind;
 constexpr double s_infinity = std::numeric_limits<double>::infinity();
 constexpr GeoExtent s_everywhere{-s_infinity, -s_infinity, s_infinity, s_infinity};
 constexpr GeoExtent s_nowhere{s_infinity, s_infinity, -s_infinity, -s_infinity};
-constexpr double s_largest = std::numeric_limits<double>::max();
+constexpr double s_farthest = std::numeric_limits<double>::max();
 /// How far edges may be from where they belong, as a share of the area's diagonal.
 constexpr double s_edgeError = 1e-8;
 constexpr unsigned s_deepest = 16;
@@ -285,7 +285,7 @@ unsigned FeatureWarper::addPath(const OGRSimpleCurve & curve, Kind kind) {
     Position * path = positions.data() + first;
     for (int i = 0; i < count; ++i) {
         const double x = curve.getX(i), y = curve.getY(i);
-        isPlain = isPlain && std::abs(x) <= s_largest && std::abs(y) <= highest;
+        isPlain = isPlain && std::abs(x) <= s_farthest && std::abs(y) <= highest;
         widen(box, x, y);
         path[i] = {x, 0.0, y};
     }
@@ -302,7 +302,7 @@ unsigned FeatureWarper::addPath(const OGRSimpleCurve & curve, Kind kind) {
 
 /// In y, from 0.
 double FeatureWarper::highestPlace() const {
-    return turn_ == 0.0 ? s_largest : turn_ / 4.0 * (1.0 + 1e-9);
+    return turn_ == 0.0 ? s_farthest : turn_ / 4.0 * (1.0 + 1e-9);
 }
 
 /// A line is parted where a place is no number, or beyond a pole.
