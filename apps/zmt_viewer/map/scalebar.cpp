@@ -10,7 +10,7 @@
 namespace {
 
 constexpr double s_longestBar = 150.0; ///< in pixels
-constexpr double s_barMargin = 12.0, s_tickHeight = 5.0;
+constexpr double s_barMargin = 12.0, s_barHeight = 5.0;
 
 } // namespace
 
@@ -30,7 +30,7 @@ void ScaleBar::setScale(std::optional<double> metresPerPixel) {
     length_ = isKnown ? metres_ / *metresPerPixel : 0.0;
     setVisible(isKnown);
     resize(int(std::ceil(length_ + 2.0 * s_barMargin)),
-           fontMetrics().height() + int(s_tickHeight + s_barMargin) + 2);
+           fontMetrics().height() + int(s_barHeight + s_barMargin) + 2);
     update();
 }
 
@@ -42,7 +42,7 @@ void ScaleBar::paintEvent(QPaintEvent *) {
     QPainter painter(this);
     drawPlate(painter, rect());
     const double left = s_barMargin, right = left + length_;
-    const double bottom = height() - s_barMargin / 2.0 - 1.0, top = bottom - s_tickHeight;
+    const double bottom = height() - s_barMargin / 2.0 - 1.0, top = bottom - s_barHeight;
     painter.setPen(QPen(Qt::white, 2.0, Qt::SolidLine, Qt::FlatCap, Qt::MiterJoin));
     const QPointF bar[] = {{left, top}, {left, bottom}, {right, bottom}, {right, top}};
     painter.drawPolyline(bar, 4);
