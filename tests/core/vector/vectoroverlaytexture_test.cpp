@@ -287,6 +287,28 @@ TEST_F(VectorOverlaySeamTest, DashesOfPatchesOfOneLevelGoOn) {
     EXPECT_LT(dashes, seen - 10U) << "and gaps";
 }
 
+/// Both show the letters at the seam, in their size and place.
+TEST_F(VectorOverlaySeamTest, LabelsOnTheGroundAreWholeWhereLevelsMeet) {
+    VectorTexture::setSamples(4);
+    features->addPoint(at(470.0, 250.0), {std::string("HHHHHHHH"), {}});
+    lay("label=NAME, label-size=90m, label-color=#0000ff, halo=0, size=0");
+    const TexelLevels fine = drawn(*finer), coarse = drawn();
+    double letters = 0.0, differences = 0.0;
+    unsigned stems = 0;
+    for (double x = 380.0; x < s_seam + 24.0; x += s_texel) {
+        const auto [middle, height] = crossing(coarse, s_texel, x);
+        const double left = crossing(fine, s_fine, x - s_fine / 2.0).second,
+                     right = crossing(fine, s_fine, x + s_fine / 2.0).second;
+        differences += std::abs(height - (left + right) / 2.0);
+        letters += height;
+        if (height < 50.0) continue;
+        ++stems;
+        EXPECT_NEAR(crossing(fine, s_fine, x).first, middle, s_texel) << x;
+    }
+    EXPECT_GT(stems, 4U);
+    EXPECT_LT(differences, 0.2 * letters);
+}
+
 TEST_F(VectorOverlayTextureTest, TexelsAreNoLargerThanTheLargestOne) {
     features->addLine({at(-200.0, 500.0), at(1300.0, 500.0)}, {std::string(), {}});
     lay("color=black");
