@@ -21,6 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const std::string s_everestContours = ZMT_DATA_DIR "/../tests/data/everest_contours.geojson";
+
 class SceneKeeperTest : public ViewerTest {
 protected:
     SceneKeeper & keeper() const { return *window->scenes(); }
@@ -79,6 +81,45 @@ TEST_F(SceneKeeperTest, MovedWithItsFilesASceneGivesTheSamePicture) {
     ASSERT_TRUE(settle());
     EXPECT_GT(difference(before, picture()), 0.01) << "a picture that could not tell";
     EXPECT_TRUE(window->isWindowModified());
+}
+
+TEST_F(SceneKeeperTest, AllLooksTogetherComeBack) {
+    load({copied(s_everest), copied(s_everestImage), copied(s_everestContours)});
+    window->setContours(500.0);
+    ASSERT_TRUE(settle());
+    LandscapeLook look = window->look();
+    ASSERT_EQ(look.layers.size(), 3U);
+    look.layers[2].opacity = 0.6;
+    std::swap(look.layers[1], look.layers[2]); // the light falls on the image
+    look.tints = {{3000.0, NBX::Color(0.2F, 0.5F, 0.3F)}, {8000.0, NBX::Color(0.9F, 0.9F, 0.7F)}};
+    look.grid = MapGrid::Kind::Degrees;
+    look.sun = SunMoment{1729500000.0, 345, 86.9, 27.9};
+    look.isFlooded = true;
+    look.floodHeight = 5400.0;
+    look.floodOpacity = 0.5;
+    window->setLook(look);
+    ASSERT_TRUE(settle());
+    // The grid is one more overlay by now.
+    look = window->look();
+    ASSERT_EQ(look.overlays.size(), 3U);
+    std::swap(look.overlays[0], look.overlays[2]);
+    look.overlays[1].opacity = 0.7;
+    window->setLook(look);
+    ASSERT_TRUE(settle());
+    const auto before = picture();
+    ASSERT_TRUE(keeper().saveIn(folder_.in("all.zmt")));
+    const std::string moved = (folder_.path() / "elsewhere").string();
+    fs::rename(folder_.path() / "in", moved);
+    makeWindow(LandscapeOptions(), View(), 700, 480);
+    openScene(moved + "/all.zmt");
+    EXPECT_EQ(window->look(), look);
+    EXPECT_EQ(window->scene().landscape.contours, 500.0);
+    EXPECT_FALSE(window->isWindowModified());
+    EXPECT_LT(difference(before, picture()), 1e-4);
+    window->reload();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(window->look(), look);
+    EXPECT_LT(difference(before, picture()), 1e-4);
 }
 
 TEST_F(SceneKeeperTest, AsksForFilesThatAreMissing) {
