@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 #include <numbers>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "landscape/commandoptions.h"
@@ -18,6 +20,7 @@
 #include "reliefcasters.h"
 #include "relieffiles.h"
 
+#include <nbx/container/sequence/array.h>
 #include <nbx/gl/offscreen/offscreencanvasgl.h>
 #include <zmt/raster/gdal/cellsizes.h>
 #include <zmt/raster/heightunit.h>
@@ -154,6 +157,27 @@ void addLightOptions(CLI::App & command, LightOptions & options, int & direction
         ->capture_default_str();
 }
 
+/// Each direction of the sky at random comes with those a quarter, a half and three quarters of a turn from
+/// it, so that few of them favour no side, which would look like a shade.
+void turnSky(RasterLight::Settings & settings) {
+    auto & light = settings.lighting;
+    const auto wanted = unsigned(std::exchange(light.numSkyDirections, 0));
+    std::srand(settings.seed);
+    const auto some = ZMT::UTIL::AmbientOcclusion::createLightDirections(int((wanted + 3) / 4));
+    std::vector<NBX::Vector3Base<double>> directions;
+    directions.reserve(wanted);
+    for (unsigned i = 0; i < some->size(); ++i) {
+        NBX::Vector3Base<double> turned(some->get(i).x, some->get(i).z, some->get(i).y);
+        for (int quarter = 0; quarter < 4 && directions.size() < wanted; ++quarter) {
+            directions.push_back(turned);
+            turned = {-turned.z, turned.y, turned.x};
+        }
+    }
+    const std::vector<NBX::Vector3Base<double>> colors(directions.size(), {1.0, 1.0, 1.0});
+    light.extraDirections = new NBX::Array<NBX::Vector3Base<double>>(std::move(directions));
+    light.extraColors = new NBX::Array<NBX::Vector3Base<double>>(colors);
+}
+
 void addOcclusion(CLI::App & app) {
     auto * command = app.add_subcommand("occlusion", "How much of the sky's light reaches the ground.");
     const auto options = std::make_shared<LightOptions>();
@@ -161,6 +185,7 @@ void addOcclusion(CLI::App & app) {
     command->callback([options] {
         checkDirections(options->settings.lighting.numSkyDirections);
         checkHalo(options->settings);
+        turnSky(options->settings);
         runLight(*options);
     });
 }

@@ -54,6 +54,23 @@ TEST_F(ReliefLightTest, OcclusionIsDarkBesideATowerAndTheSameForAnyPiece) {
     EXPECT_NE(readWhole(folder.out("a.tif")), readWhole(folder.out("c.tif")));
 }
 
+/// Light from one side would be a shade; directions come four by four, a quarter of a turn from each other.
+TEST_F(ReliefLightTest, FewDirectionsOfTheSkyFavourNoSide) {
+    SmallGeoTiff cone;
+    cone.width = cone.height = 33;
+    for (int line = 0; line < 33; ++line)
+        for (int x = 0; x < 33; ++x)
+            cone.heights.push_back(float(400.0 - 20.0 * std::hypot(x - 16, line - 16)));
+    heights = folder.write("cone.tif", cone.encode());
+    ASSERT_EQ(0, zmt("occlusion", "a.tif", {"--numbers", "--directions", "8"}).status);
+    const auto light = ZMT::RASTER::RasterFile(folder.out("a.tif")).read().raster;
+    const double east = light->value(24U, 16U);
+    EXPECT_GT(std::abs(east - 1.0), 0.05) << "it is no plane";
+    for (const double side : {light->value(8U, 16U), light->value(16U, 8U), light->value(16U, 24U)})
+        EXPECT_NEAR(side, east, 0.01);
+    ASSERT_EQ(0, zmt("occlusion", "b.tif", {"--numbers", "--directions", "1"}).status) << "also one alone";
+}
+
 TEST_F(ReliefLightTest, TheSunsShadowLiesOppositeTheSun) {
     const RunResult run =
         zmt("sun", "a.tif", {"--numbers", "--directions", "4", "--azimuth", "90", "--elevation", "30"});
