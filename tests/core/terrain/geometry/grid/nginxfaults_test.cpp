@@ -150,7 +150,8 @@ TEST_F(NginxFaultsTest, AFileThatIsReplacedOrCutAndComesBack) {
         const unsigned before = server.answers();
         for (const double end = now() + 2.0; now() < end;)
             EXPECT_FALSE(another.frame()) << name;
-        EXPECT_GE(before + 8 + 5, server.answers()) << name << ": the texture's are right";
+        // Tries behind growing pauses, some more on a busy machine; a storm would be hundreds.
+        EXPECT_GE(before + 8 + 10, server.answers()) << name << ": the texture's are right";
         EXPECT_FALSE(AsyncGridTerrain::readFailures().empty()) << name;
         server.write("b.ztt", right);
         fs::rename(server.pathOf("b.ztt"), path);
