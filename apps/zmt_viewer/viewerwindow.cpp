@@ -429,7 +429,7 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     if (!landscape) return;
     isSettingLook_ = true;
     const NBX::SO<NBX::SceneThing> before = landscape->node();
-    applyLook(look, *landscape);
+    tryLight([&] { look.applyTo(*landscape); });
     // The first overlay brings another one.
     if (landscape->node() != before) view_->setLandscape(landscape, {});
     showFeatures({});
@@ -439,9 +439,9 @@ void ViewerWindow::setLook(const LandscapeLook & look) {
     isSettingLook_ = false;
 }
 
-void ViewerWindow::applyLook(const LandscapeLook & look, Landscape & landscape) {
+void ViewerWindow::tryLight(const std::function<void()> & change) {
     try {
-        look.applyTo(landscape);
+        change();
     } catch (const std::exception & error) {
         showFailure(tr("The light cannot be made"), QString::fromStdString(messageOf(error)));
     }
@@ -566,7 +566,7 @@ void ViewerWindow::showLoaded(const std::shared_ptr<Landscape> & landscape,
 }
 
 void ViewerWindow::showScene(const Scene & scene, const std::shared_ptr<Landscape> & landscape) {
-    applyLook(scene.look, *landscape);
+    tryLight([&] { scene.look.applyTo(*landscape); });
     if (scene.trackTime) landscape->tracks().setTime(*scene.trackTime);
     View view;
     view.coordinates = scene.view;
@@ -598,9 +598,7 @@ void ViewerWindow::keepLooks(const Before & before, Landscape & landscape) {
     landscape.tracks().setLooks(look.tracks);
     landscape.flood().setOpacity(look.floodOpacity);
     landscape.setTints(look.tints);
-    LandscapeLook lit = LandscapeLook::of(landscape);
-    lit.sun = look.sun;
-    applyLook(lit, landscape);
+    tryLight([&] { landscape.setSun(look.sun); });
 }
 
 /// To what was shown before the load. What else was reported belongs to the failure that is told.

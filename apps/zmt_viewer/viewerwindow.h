@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -163,8 +164,8 @@ private:
     std::optional<LandscapeOptions> sample_; ///< that of the sample, while it is loaded
     bool isSample_ = false;                  ///< it is shown
     void keepLooks(const Before & before, Landscape & landscape);
-    /// What cannot be is shown.
-    void applyLook(const LandscapeLook & look, Landscape & landscape);
+    /// A light that cannot be made is told.
+    void tryLight(const std::function<void()> & change);
     LandscapeLoader loader_;           ///< works on `before_`
     std::vector<std::string> loading_; ///< what `open` was given last
     std::string startFolder_;

@@ -98,6 +98,10 @@ private:
     double depth_; ///< not less than land is high, so that shallow water beside mountains looks shallow
 };
 
+unsigned char byteOf(double share) {
+    return static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
+}
+
 /// Colours between those of some heights.
 class TintedHeights {
 public:
@@ -112,8 +116,7 @@ public:
             high.height > low.height ? (height - low.height) / (high.height - low.height) : 0.0;
         for (unsigned c = 0; c < 3; ++c) {
             const double from = low.color[c], to = high.color[c];
-            texel[c] =
-                static_cast<unsigned char>(std::clamp(from + share * (to - from), 0.0, 1.0) * 255.0 + 0.5);
+            texel[c] = byteOf(from + share * (to - from));
         }
     }
 
@@ -231,10 +234,6 @@ NBX::SO<NBX::Image> createColors(const GridData & grid, const Colors & colors, u
 NBX::Vector3Base<double> normalOf(const GridData & grid, unsigned column, unsigned row, double exaggeration) {
     const auto normal = grid.normal(column, row);
     return NBX::Vector3Base<double>(normal.x * exaggeration, normal.y, normal.z * exaggeration).normalized();
-}
-
-unsigned char byteOf(double share) {
-    return static_cast<unsigned char>(std::clamp(share, 0.0, 1.0) * 255.0 + 0.5);
 }
 
 } // namespace
